@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+
+namespace vexmor::CoreLib::DataTypes
+{
+
+/// A CAN identifier: 16 bits wide, of which a standard identifier uses bits 0 to 10 (0x000 to 0x7FF).
+///
+/// A plain value, exactly two bytes, so that it can lie in messages that host and plugin share. Nothing is masked: what
+/// is stored is what is read back and what is sent.
+class CCanId
+{
+public:
+    /// The identifier made of a high byte and a low byte; the third byte is reserved for wider identifiers and ignored.
+    constexpr CCanId(unsigned char high, unsigned char low, unsigned char /*reserved*/)
+        : m_value(static_cast<std::uint16_t>((high << 8) | low))
+    {
+    }
+    constexpr CCanId(const CCanId&) = default;
+    constexpr CCanId& operator=(const CCanId&) = default;
+
+    /// The identifier with the given 16-bit value.
+    static constexpr CCanId fromValue(std::uint16_t value)
+    {
+        return CCanId(static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value & 0xFF), 0);
+    }
+
+    constexpr std::uint16_t value() const { return m_value; }
+    constexpr std::uint8_t high() const { return static_cast<std::uint8_t>(m_value >> 8); }
+    constexpr std::uint8_t low() const { return static_cast<std::uint8_t>(m_value & 0xFF); }
+
+    constexpr bool operator==(const CCanId& other) const { return m_value == other.m_value; }
+    constexpr bool operator!=(const CCanId& other) const { return m_value != other.m_value; }
+
+private:
+    std::uint16_t m_value;
+};
+
+static_assert(sizeof(CCanId) == 2, "host and plugin share messages byte for byte");
+
+} // namespace vexmor::CoreLib::DataTypes

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "vxCore/vxCoreExport.h"
+
+namespace vexmor::CoreLib
+{
+
+/// Helpers for the calling thread.
+class VXCORE_EXPORT CThread
+{
+public:
+    /// Pauses the calling thread for at least `milliseconds`; no event is processed meanwhile.
+    static void sleepMsecs(unsigned int milliseconds);
+};
+
+} // namespace vexmor::CoreLib

@@ -1,0 +1,71 @@
+#include "InterfaceT93/gatewayReplies.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+namespace vexmor::Cim
+{
+namespace
+{
+// CAN message payload: identifier high byte, identifier low byte, data, and with the timed command a time stamp.
+constexpr int CAN_ID_SIZE = 2;
+constexpr int TIME_STAMP_SIZE = 4;
+constexpr int MAX_DATA_LENGTH = 8;
+constexpr std::uint8_t STANDARD_ID_HIGH_BITS = 0x07;
+
+// Firmware version reply: two unused bytes, major, minor.
+constexpr int FIRMWARE_REPLY_SIZE = 4;
+constexpr std::size_t FIRMWARE_MAJOR = 2;
+constexpr std::size_t FIRMWARE_MINOR = 3;
+
+constexpr int DEVICE_NUMBER_SIZE = 2; // behind the identification text
+} // namespace
+
+CCanMessage canMessageOfFrame(const SRmFrame& frame)
+{
+    const int timeStampSize = frame.command == RM_CMD_RX11BIT_TIME_MSG ? TIME_STAMP_SIZE : 0;
+    const int dataLength = frame.payloadLength - CAN_ID_SIZE - timeStampSize;
+
+    CCanMessage message;
+    message.setId(CCanId(frame.payload[0] & STANDARD_ID_HIGH_BITS, frame.payload[1], 0));
+    if (dataLength > 0 && dataLength <= MAX_DATA_LENGTH) {
+        auto* const data = const_cast<std::uint8_t*>(frame.payload.data()) + CAN_ID_SIZE; // setData only reads them
+        message.setData(0, static_cast<unsigned int>(dataLength), data);
+    }
+    return message;
+}
+
+EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version)
+{
+    if (frame.payloadLength < FIRMWARE_REPLY_SIZE) {
+        return EFirmwareReply::eTooShort;
+    }
+    const int major = frame.payload[FIRMWARE_MAJOR];
+    const int minor = frame.payload[FIRMWARE_MINOR];
+    if (major == 2 && minor == 3) {
+        return EFirmwareReply::eAskDeviceId;
+    }
+    version = QStringLiteral("%1.%2").arg(major).arg(minor, 2, 10, QLatin1Char('0'));
+    return EFirmwareReply::eVersion;
+}
+
+bool firmwareVersionOfIdentification(const SRmFrame& frame, QString& version)
+{
+    if (frame.payloadLength < DEVICE_NUMBER_SIZE) {
+        return false;
+    }
+    const char* const text = reinterpret_cast<const char*>(frame.payload.data());
+    const auto length = qstrnlen(text, static_cast<uint>(frame.payloadLength - DEVICE_NUMBER_SIZE));
+    const QStringList words = QString::fromLatin1(text, static_cast<int>(length)).split(QLatin1Char(' '));
+    const QString prefix = QStringLiteral("SW");
+    if (words.size() < 3 || words.at(0) != QStringLiteral("T93") || !words.at(2).startsWith(prefix)) {
+        return false;
+    }
+    version = words.at(2).mid(prefix.size());
+    while (version.startsWith(QLatin1Char('0'))) {
+        version.remove(0, 1);
+    }
+    return true;
+}
+
+} // namespace vexmor::Cim

@@ -1,0 +1,149 @@
+#pragma once
+
+#include "InterfaceT93/canMsgQueue.h"
+#include "InterfaceT93/configParamT93.h"
+#include "InterfaceT93/resultCodes.h"
+#include "InterfaceT93/rmFrame.h"
+#include "cim/canInterface.h"
+
+#include <QAbstractSocket>
+#include <QTimer>
+
+#include <memory>
+
+namespace vexmor::Cim
+{
+
+/// The link to one T93 gateway: the one place where socket, timers, frames, queue and description meet.
+///
+/// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it and needs that
+/// thread's event loop; only `readMessage` may be called from other threads. While open it retries a lost TCP connection
+/// every 3 s without limit; what was accepted for sending before a loss is never sent after it.
+///
+/// The connection state in the description is what is known: connected from the moment the TCP connection stands (or the
+/// UDP socket is bound), not connected after a loss and after closing.
+///
+/// The spy handler and every slot that the host connects may close, reopen or delete the interface.
+class CInterfaceT93 : public CCanInterface
+{
+    Q_OBJECT
+    Q_INTERFACES(vexmor::Cim::CCanInterface)
+
+public:
+    CInterfaceT93();
+    ~CInterfaceT93() override;
+
+    CCanInterface* clone() override;
+    /// 0; 2 when not open; 109 (and interface error 4) when `checkConnection` is 1 and the TCP connection is down.
+    int resetCommunication(int checkConnection) override;
+    /// Blocks for up to 1000 ms while TCP connects. 0 when open; 1 when it was open already; 103, 104 or 105, and closed,
+    /// otherwise. Pending events are processed once: when one of them closes or deletes this interface the result is 103,
+    /// when one of them opens it anew 1.
+    int openCommunication() override;
+    int closeCommunication() override;
+    /// 0; 4 when no message waits, 2 when not open; `message` is then untouched. From any thread.
+    int readMessage(CCanMessage& message) override;
+    /// 0 when the message was handed over whole; 2 when not open, 102 when the spy handler closed the interface, 108 when
+    /// the link failed or about a second of a full bus waits already for a gateway that does not read, 109 while the TCP
+    /// connection is down. A refused message is never sent later.
+    int writeMessage(const CCanMessage& message) override;
+    int busload(int& percent) override;
+    QString errorCodeToString(int code) override;
+    QString interfaceErrorToString(int error) override;
+    bool isOpened() override;
+    int baudrate() override;
+    /// 50, 100, 125, 250, 500 or 1000 kbit/s.
+    bool setBaudrate(int kbitPerSecond) override;
+    /// Allowed while open: the link stays, a reconnection and the next open use the loaded values.
+    int loadSettings(const QString& group) override;
+    int saveSettings(const QString& group) override;
+    int configure(QWidget* parent, Qt::WindowFlags flags) override;
+    QString interfaceType() override;
+    /// Also takes address and port of the gateway from the port text, when it has the IP form.
+    int setCommonInfo(const CCommonInfo& info) override;
+
+    virtual CConfigParamT93 configParam();
+    /// Replaces the whole configuration, also while open: a reconnection and the next open use it.
+    virtual void setConfigParam(const CConfigParamT93& param);
+
+    /// Fills the translated texts of the gateway's codes and errors, and the common ones, from the translators installed
+    /// now. Not while another thread reads the texts.
+    static void retranslateErrorStrings();
+
+Q_SIGNALS:
+    /// Trouble that arose on its own, 0 to 11; always from the event loop, never from within an operation.
+    void interfaceError(int error);
+    /// The way there: emitted where the trouble arises, delivered from the event loop.
+    void queuedInterfaceError(int error);
+
+public Q_SLOTS:
+    void onSocketConnected();
+    void onSocketDisconnected();
+    void onConnectSvTimerTimeout();
+    void onReadyRead();
+    void onBusloadPollTimeout();
+
+private Q_SLOTS:
+    void onQueuedInterfaceError(int error);
+
+private:
+    class CSession;
+
+    static constexpr int GATEWAY_RC_COUNT = 10;
+    static constexpr int INTERFACE_ERROR_COUNT = 12;
+
+    // Connection
+    bool createSocket();
+    int bindUdp();
+    void teardown();
+    int connectToGateway(bool wait, int timeoutMs, bool abortFirst);
+    void requestStartup(bool reset);
+    void sendBaudrate();
+    bool isBroadcast() const;
+    bool isTcp() const;
+
+    // Sending
+    int txRmSend(const SRmRequest& request, const CCanMessage* message = nullptr);
+    int sendCommand(ERmCommand command);
+    qint64 sendFrame(const char* frame, qint64 size);
+
+    // Receiving
+    void readTcp(const CSession& session);
+    void readUdp(const CSession& session);
+    bool isOwnDatagram(const QHostAddress& sender) const;
+    bool RxRmTcp(const CSession& session, const char* bytes, qint64 count);
+    void RM_ParseRxMsg(const SRmFrame& frame);
+    void receiveCanMessage(const SRmFrame& frame);
+    void receiveFirmwareVersion(const SRmFrame& frame);
+    void receiveDeviceId(const SRmFrame& frame);
+    void receiveMacAddress(const SRmFrame& frame);
+    void receiveStatus(std::uint8_t flags);
+
+    // Bus load
+    void restartBusload();
+    void stopBusload();
+    void receiveBusload(const SRmFrame& frame);
+    void receiveBusloadConfirmation();
+    void startBusloadTimer();
+
+    CConfigParamT93 m_configParam;
+    /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive them.
+    std::shared_ptr<QAbstractSocket> m_socket;
+    QTimer m_connectSvTimer; ///< supervises attempts to reconnect
+    CRmDeframer m_deframer;
+    CCanMsgQueue m_canMsgQueue;
+    bool m_gatewayMeasuresBusload = false;
+    QTimer m_busloadPollTimer;
+    std::uint32_t m_busload = 0; ///< percent
+    std::uint64_t m_rxBits = 0;  ///< received since the last estimate
+    std::uint64_t m_txBits = 0;  ///< sent since the last estimate
+    bool m_deviceIdExpected = false;
+
+    static const QString m_type;
+    static const char* const m_errorRcStrings[GATEWAY_RC_COUNT];              ///< English texts of codes 100 to 109
+    static const char* const m_interfaceErrorStrings[INTERFACE_ERROR_COUNT]; ///< English texts by interface error
+    static QString m_errorRcStringsTr[GATEWAY_RC_COUNT];                     ///< translated, empty until retranslated
+    static QString m_interfaceErrorStringsTr[INTERFACE_ERROR_COUNT];
+};
+
+} // namespace vexmor::Cim

@@ -1,0 +1,93 @@
+#include "InterfaceT93/rmFrame.h"
+
+namespace vexmor::Cim
+{
+namespace
+{
+// Offsets in a frame, and what it holds besides command and payload.
+constexpr std::size_t OFFSET_LENGTH = 1;
+constexpr std::size_t OFFSET_COMMAND = 2;
+constexpr std::size_t OFFSET_PAYLOAD = 3;
+constexpr std::size_t CAN_ID_SIZE = 2;
+
+struct SBaudrate {
+    std::uint32_t kbitPerSecond;
+    std::uint8_t code;
+};
+constexpr SBaudrate BAUDRATES[] = {{50, 0x02}, {100, 0xFE}, {125, 0x03}, {250, 0x04}, {500, 0x05}, {1000, 0x07}};
+
+/// Start, length, command, checksum and end around a payload that lies in the buffer already.
+std::size_t closeFrame(std::uint8_t command, std::size_t payloadLength, std::uint8_t* buffer)
+{
+    const std::size_t checksumOffset = OFFSET_PAYLOAD + payloadLength;
+    buffer[0] = RM_START_OF_FRAME;
+    buffer[OFFSET_LENGTH] = static_cast<std::uint8_t>(1 + payloadLength);
+    buffer[OFFSET_COMMAND] = command;
+    std::uint8_t checksum = 0;
+    for (std::size_t offset = 0; offset < checksumOffset; ++offset) {
+        checksum ^= buffer[offset];
+    }
+    buffer[checksumOffset] = checksum;
+    buffer[checksumOffset + 1] = END_OF_FILE;
+    return checksumOffset + 2;
+}
+} // namespace
+
+bool rmBaudrateCode(std::uint32_t kbitPerSecond, std::uint8_t& code)
+{
+    for (const SBaudrate& baudrate : BAUDRATES) {
+        if (baudrate.kbitPerSecond == kbitPerSecond) {
+            code = baudrate.code;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::uint32_t rmBaudrateOfCode(std::uint8_t code)
+{
+    for (const SBaudrate& baudrate : BAUDRATES) {
+        if (baudrate.code == code) {
+            return baudrate.kbitPerSecond;
+        }
+    }
+    return 0;
+}
+
+int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8_t* buffer)
+{
+    switch (request.rmCommand) {
+    case RM_CMD_TX11BIT_MSG:
+    case RM_CMD_TX11BIT_MSG_ALT:
+        if (message == nullptr) {
+            return -1;
+        }
+        buffer[OFFSET_PAYLOAD] = message->id().high();
+        buffer[OFFSET_PAYLOAD + 1] = message->id().low();
+        std::memcpy(buffer + OFFSET_PAYLOAD + CAN_ID_SIZE, message->data(), message->length());
+        return static_cast<int>(closeFrame(request.rmCommand, CAN_ID_SIZE + message->length(), buffer));
+    case RM_CMD_DEVICE_ID:
+    case RM_CMD_FIRMWARE_VERSION:
+    case RM_CMD_MAC_ADDRESS:
+    case RM_CMD_BUSLOAD:
+    case RM_CMD_CAN_BAUD_RATE:
+    case RM_CMD_REQUEST_58:
+    case RM_CMD_TIME_STAMP:
+    case RM_CMD_BUSLOAD_INTERVAL:
+    case RM_CMD_RESET:
+        return static_cast<int>(rmFrameBytes(request.rmCommand, request.payload.data(), request.payloadLength, buffer));
+    default: // 29-bit messages among them
+        return -1;
+    }
+}
+
+std::size_t rmFrameBytes(std::uint8_t command, const std::uint8_t* payload, std::size_t payloadLength,
+                         std::uint8_t* buffer)
+{
+    if (payloadLength > 0) {
+        std::memcpy(buffer + OFFSET_PAYLOAD, payload, payloadLength);
+    }
+    return closeFrame(command, payloadLength, buffer);
+}
+
+} // namespace vexmor::Cim

@@ -1,0 +1,184 @@
+#pragma once
+
+#include "cim/canMessage.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+/// The frames that a PC and a T93 gateway exchange, over TCP and over UDP alike:
+///
+///     offset   size    field
+///     0        1       start marker 0x43
+///     1        1       length L: command and payload, 1 + payload length
+///     2        1       command
+///     3        L - 1   payload
+///     2 + L    1       checksum: XOR of all bytes before it, start marker and length included
+///     3 + L    1       end marker 0x0D
+///
+/// There is no escaping. Framer and deframer know no sockets and allocate nothing.
+namespace vexmor::Cim
+{
+
+constexpr std::uint8_t RM_START_OF_FRAME = 0x43;
+constexpr std::uint8_t END_OF_FILE = 0x0D;
+
+enum ERmCommand : std::uint8_t {
+    RM_CMD_TX11BIT_MSG = 0x00, ///< PC to gateway: identifier high, identifier low, data
+    RM_CMD_RX11BIT_MSG = 0x00, ///< gateway to PC: the same
+    RM_CMD_RX11BIT_TIME_MSG = 0x01, ///< the same, followed by 4 time-stamp bytes
+    RM_CMD_RX29BIT_MSG = 0x02,      ///< 29-bit identifiers are not supported
+    RM_CMD_RX29BIT_TIME_MSG = 0x03,
+    RM_CMD_TX11BIT_MSG_ALT = 0x04, ///< framed like RM_CMD_TX11BIT_MSG
+    RM_CMD_TX29BIT_MSG_ALT = 0x06,
+    RM_CMD_DEVICE_ID = 0x40,        ///< reply: identification text, 2-byte device number
+    RM_CMD_FIRMWARE_VERSION = 0x41, ///< reply: 4 bytes, the last two are major and minor
+    RM_CMD_STATUS = 0x42,           ///< report: 1 byte of error flags
+    RM_CMD_STATUS_ALT = 0x43,
+    RM_CMD_MAC_ADDRESS = 0x44, ///< reply: 6 bytes
+    RM_CMD_BUSLOAD = 0x47,     ///< reply: 2 bytes, low byte first
+    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56,
+    RM_CMD_CAN_BAUD_RATE = 0x57, ///< 1 byte: baud rate code
+    RM_CMD_REQUEST_58 = 0x58,
+    RM_CMD_TIME_STAMP = 0xA1,
+    RM_CMD_BUSLOAD_INTERVAL = 0xA4, ///< 2 bytes, high byte first: measuring interval in ms
+    RM_CMD_RESET = 0xC0
+};
+
+/// Longest payload that the deframer takes; a frame that announces more is dropped.
+constexpr std::size_t RM_MAX_RX_PAYLOAD = 34;
+/// Size of a buffer that takes any frame, and of one socket read.
+constexpr std::size_t RM_BUFFER_SIZE = 1600;
+
+/// What an operation asks of the gateway. For the CAN message commands the payload is built from a message instead.
+struct SRmRequest {
+    std::uint8_t payloadLength = 0;
+    std::uint8_t rmCommand = 0;
+    std::array<std::uint8_t, 255> payload; ///< the first payloadLength bytes carry meaning
+};
+
+/// A received frame. Payload bytes behind payloadLength are 0.
+struct SRmFrame {
+    std::uint8_t payloadLength = 0;
+    std::uint8_t command = 0;
+    std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> payload{};
+};
+
+/// The baud rate code for a CAN bit rate in kbit/s; false, and `code` untouched, for a rate the gateway does not know.
+bool rmBaudrateCode(std::uint32_t kbitPerSecond, std::uint8_t& code);
+/// The CAN bit rate in kbit/s for a baud rate code, 0 for an unknown code.
+std::uint32_t rmBaudrateOfCode(std::uint8_t code);
+
+/// Frames a request into `buffer`, which holds RM_BUFFER_SIZE bytes. `message` is needed for the CAN message commands
+/// (its identifier is sent as stored) and not looked at for the others. Gives the number of bytes of the frame, or -1
+/// when it cannot be framed: a command that is not sent, or a CAN message command without a message.
+int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8_t* buffer);
+
+/// Writes a whole frame for any command to `buffer` (room for payloadLength + 5 bytes; at most 255 payload bytes) and gives
+/// the number of bytes. The side that answers, the gateway, frames with this.
+std::size_t rmFrameBytes(std::uint8_t command, const std::uint8_t* payload, std::size_t payloadLength,
+                         std::uint8_t* buffer);
+
+/// Cuts a byte stream into frames. The state is carried from one feed to the next, so that a stream may be cut anywhere.
+class CRmDeframer
+{
+public:
+    /// Back to the state of a new deframer: hunting for a start marker.
+    void reset() { *this = CRmDeframer(); }
+
+    /// Feeds bytes. `onFrame(const SRmFrame&)` is called for each valid frame and `onWrongChecksum()` for each frame with
+    /// a wrong checksum, in stream order. Either returns false to stop: the rest of the bytes is then dropped and the
+    /// deframer is not touched any more, so that the handler may have reset or destroyed it.
+    template <typename OnFrame, typename OnWrongChecksum>
+    void feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame, OnWrongChecksum&& onWrongChecksum);
+
+private:
+    enum class EState : std::uint8_t {
+        eHunting,
+        eLength,
+        eCommand,
+        ePayload,
+        eChecksum,
+        eEnd
+    };
+
+    void startFrame();
+
+    SRmFrame m_frame;
+    std::uint32_t m_index = 0; ///< payload bytes received so far
+    EState m_state = EState::eHunting;
+    std::uint8_t m_checksum = 0;
+};
+
+inline void CRmDeframer::startFrame()
+{
+    m_checksum = RM_START_OF_FRAME;
+    m_frame = SRmFrame();
+    m_state = EState::eLength;
+}
+
+template <typename OnFrame, typename OnWrongChecksum>
+void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame,
+                       OnWrongChecksum&& onWrongChecksum)
+{
+    const std::uint8_t* const end = bytes + count;
+    while (bytes != end) {
+        switch (m_state) {
+        case EState::eHunting: {
+            const void* const start = std::memchr(bytes, RM_START_OF_FRAME, static_cast<std::size_t>(end - bytes));
+            if (start == nullptr) {
+                return;
+            }
+            bytes = static_cast<const std::uint8_t*>(start) + 1;
+            startFrame();
+            break;
+        }
+        case EState::eLength: {
+            const std::uint8_t length = *bytes++;
+            if (length == RM_START_OF_FRAME) {
+                startFrame();
+                break;
+            }
+            m_frame.payloadLength = static_cast<std::uint8_t>(length - 1);
+            m_checksum ^= length;
+            m_state = m_frame.payloadLength > RM_MAX_RX_PAYLOAD ? EState::eHunting : EState::eCommand;
+            break;
+        }
+        case EState::eCommand:
+            m_frame.command = *bytes++;
+            m_checksum ^= m_frame.command;
+            m_index = 0;
+            m_state = m_frame.payloadLength > 0 ? EState::ePayload : EState::eChecksum;
+            break;
+        case EState::ePayload:
+            do {
+                m_frame.payload[m_index++] = *bytes;
+                m_checksum ^= *bytes++;
+            } while (bytes != end && m_index < m_frame.payloadLength);
+            if (m_index == m_frame.payloadLength) {
+                m_state = EState::eChecksum;
+            }
+            break;
+        case EState::eChecksum:
+            if (*bytes++ == m_checksum) {
+                m_state = EState::eEnd;
+                break;
+            }
+            m_state = EState::eHunting;
+            if (!onWrongChecksum()) {
+                return;
+            }
+            break;
+        case EState::eEnd:
+            m_state = EState::eHunting;
+            if (*bytes++ == END_OF_FILE && !onFrame(std::as_const(m_frame))) {
+                return;
+            }
+            break;
+        }
+    }
+}
+
+} // namespace vexmor::Cim

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "cim/canMessage.h"
+#include "cim/cimExport.h"
+#include "cim/commonInfoInterface.h"
+
+#include <QObject>
+#include <QString>
+
+class QWidget;
+
+namespace vexmor::Cim
+{
+
+/// One CAN interface, whatever plugin provides it: the class through which a host opens, configures, reads, writes and
+/// closes it. Objects come from `CCanInterfacePlugin::createInterface`, from `clone` or from a scan, are closed at first,
+/// and belong to whoever received them; they may be deleted at any time, also in a callback.
+///
+/// Threads: everything but `readMessage` is called in the thread that owns the object, whose event loop must run for
+/// messages to arrive. `readMessage` may be called from any thread, as long as the object itself lives.
+///
+/// Results are `int` codes: 0 is success, 1 to 10 are the common codes below, codes from 100 on are the implementation's;
+/// `errorCodeToString` gives the text of each. Expected failures never throw. Trouble that arises on its own is told by
+/// the implementation's signal `interfaceError(int error)`, a numbering of its own, whose user-facing text
+/// `interfaceErrorToString` gives; connect to it by name: `SIGNAL(interfaceError(int))`.
+///
+/// The order of the virtual operations is part of the contract: host and plugin are built separately.
+class CIM_EXPORT CCanInterface : public QObject
+{
+public:
+    /// Sees every message: `sending` is true for a message that is being sent (before the send, whatever its outcome),
+    /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored. The
+    /// message lives only for the call. The handler may close, reopen or delete the interface.
+    using SpyHandler = int (*)(const CCanInterface& canInterface, bool sending, const CCanMessage& message);
+
+    CCanInterface();
+    ~CCanInterface() override;
+
+    /// A new, closed interface with the same description, spy handler and configuration; the caller owns it.
+    virtual CCanInterface* clone() = 0;
+    /// Brings the device back to a known state and restarts the bus load measurement. With `checkConnection` 1, a link
+    /// that is down is refused. 2 when not open.
+    virtual int resetCommunication(int checkConnection) = 0;
+    /// Opens the interface; may block for about a second. 1 when it is open already.
+    virtual int openCommunication() = 0;
+    /// Closes the interface and discards the messages not yet read. Always 0, also when it is not open.
+    virtual int closeCommunication() = 0;
+    /// Takes the oldest received message. 4 when there is none, 2 when not open; `message` is then untouched. May be
+    /// called from any thread.
+    virtual int readMessage(CCanMessage& message) = 0;
+    /// Sends a message: 0 when it was handed over whole, any other code when nothing of it will be sent. 2 when not open.
+    virtual int writeMessage(const CCanMessage& message) = 0;
+    /// The load of the CAN bus in percent of its bit rate, 0 until the first measurement. 2 when not open.
+    virtual int busload(int& percent) = 0;
+    /// Text of a result code, translated; empty for an unknown code.
+    virtual QString errorCodeToString(int code) = 0;
+    /// Long, user-facing text of an interface error, translated; empty for an unknown error.
+    virtual QString interfaceErrorToString(int error) = 0;
+    virtual bool isOpened() = 0;
+    /// Bit rate of the CAN bus in kbit/s.
+    virtual int baudrate() = 0;
+    /// Sets the bit rate in kbit/s for the next open; false when the interface is open or does not know the rate.
+    virtual bool setBaudrate(int kbitPerSecond) = 0;
+    /// Loads description and parameters from the settings group of this interface's unique name below `group` (below
+    /// "CanInterfaces" for a null string). 7, 8 or 9, and nothing changed, when the stored values do not fit.
+    virtual int loadSettings(const QString& group) = 0;
+    /// Stores description and parameters, replacing what was stored under this unique name below `group` ("CanInterfaces"
+    /// for a null string). 10, and nothing written, when a parameter has no text.
+    virtual int saveSettings(const QString& group) = 0;
+    /// Lets the user edit the parameters in a modal dialog. 6, and no dialog, when the interface is open; 0 otherwise,
+    /// also when the user cancelled.
+    virtual int configure(QWidget* parent, Qt::WindowFlags flags) = 0;
+    /// The type of the interface, for example "T93".
+    virtual QString interfaceType() = 0;
+    /// Sets the handler that sees every message; null removes it. Always 0.
+    virtual int setSpyHandler(SpyHandler handler);
+    /// The description; the reference lives as long as the interface.
+    virtual const CCommonInfo& commonInfo();
+    /// Replaces the description. 6, and nothing changed, when the interface is open.
+    virtual int setCommonInfo(const CCommonInfo& info);
+    /// Text of one of the common result codes 0 to 10, translated; empty for any other code.
+    virtual QString commonErrorCodeToString(int code);
+
+    /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now. Not
+    /// while another thread reads the texts. A plugin does this when it is loaded.
+    static void retranslateCommonErrorStrings();
+
+protected:
+    static constexpr int COMMON_RC_COUNT = 11;
+
+    CCommonInfo m_commonInfo;
+    SpyHandler m_spyHandler;
+
+    static const char* const m_errorCommonRcStrings[COMMON_RC_COUNT]; ///< English texts by code
+    static QString m_errorCommonRcStringsTr[COMMON_RC_COUNT];         ///< translated texts, empty until retranslated
+};
+
+} // namespace vexmor::Cim
+
+Q_DECLARE_INTERFACE(vexmor::Cim::CCanInterface, "quinmark.CCanInterface/1.0")

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "cim/cimExport.h"
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+namespace vexmor::Cim
+{
+
+class CCanInterface;
+
+/// The one object that a CAN interface plugin offers. A host loads the library with QPluginLoader, casts the instance to
+/// this class with qobject_cast, and uses it from the thread that loaded it for as long as the library stays loaded; it
+/// does not delete the object.
+///
+/// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList)`,
+/// connected by name; whoever receives it owns the interfaces in the list.
+///
+/// The order of the virtual operations is part of the contract: host and plugin are built separately.
+class CIM_EXPORT CCanInterfacePlugin
+{
+public:
+    CCanInterfacePlugin();
+    CCanInterfacePlugin(const CCanInterfacePlugin& other);
+    CCanInterfacePlugin& operator=(const CCanInterfacePlugin& other);
+    virtual ~CCanInterfacePlugin();
+
+    /// The plugin's name, as it stands in each interface description.
+    virtual QString pluginName() = 0;
+    /// The plugin's number, handed over with every scan result.
+    virtual int pluginId() = 0;
+    /// Type of the interfaces that the plugin creates, for example "T93".
+    virtual QString interfaceType() = 0;
+    /// A new, closed interface with the plugin's defaults and no unique name; the caller owns it.
+    virtual CCanInterface* createInterface() = 0;
+    /// Adds an IP address that scans also ask directly; true also when it was there. False when the text is no address.
+    virtual bool addScanAddress(const QString& address) = 0;
+    /// Removes such an address; false when it was not there.
+    virtual bool removeScanAddress(const QString& address) = 0;
+    /// The added addresses, in the order they were added.
+    virtual QStringList scanAddresses() = 0;
+    /// Starts a scan, whose result comes with `interfaceScanFinished`. 0 when started, -1 when none was started (one is
+    /// running already).
+    virtual int scanInterfaces() = 0;
+};
+
+} // namespace vexmor::Cim
+
+Q_DECLARE_INTERFACE(vexmor::Cim::CCanInterfacePlugin, "quinmark.CCanInterfacePlugin/1.1")
+
+/// Text that identifies the library, a constant; exported under its plain name, for hosts that look before they load.
+extern "C" CIM_EXPORT const char* canInterfaceLibIdent();
