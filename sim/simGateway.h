@@ -1,0 +1,102 @@
+#pragma once
+
+#include "cim/canMessage.h"
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QObject>
+#include <QString>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+namespace vexmor::Sim
+{
+
+class CSimBus;
+
+/// Who a simulated gateway says it is.
+struct SSimIdentity {
+    std::array<std::uint8_t, 6> macAddress{0x02, 0x00, 0x00, 0x54, 0x39, 0x33};
+    std::uint8_t firmwareMajor = 1;
+    std::uint8_t firmwareMinor = 5;
+    QByteArray deviceText = "T93 SIM SW02.03"; ///< device identification; hosts ask for it when the firmware is 2.3
+    std::uint16_t deviceNumber = 1;
+    bool measuresBusload = true; ///< false: an older gateway, which leaves bus load requests unanswered
+};
+
+/// How a simulated gateway misbehaves, from now on. Each is independent of the others; the default is to behave.
+struct SSimFaults {
+    int wrongChecksumEvery = 0; ///< every Nth frame to the host has a wrong checksum; 0: none
+    int missingEndEvery = 0;    ///< every Nth frame has another byte in the place of the end marker; 0: none
+    QByteArray garbage;         ///< these bytes before every frame
+    int cutAt = 0;              ///< every TCP frame in two writes (UDP: two datagrams), the first of so many bytes; 0: whole
+    int cutDelayMs = 5;         ///< pause between the two
+    int mergeCount = 1;         ///< so many frames are joined into one write; fewer wait for the next
+    int replyDelayMs = 0;       ///< before each reply
+    bool mute = false;          ///< requests are read and not answered; messages still pass
+    bool blackHole = false;     ///< connections are accepted; nothing is read and nothing said
+    bool refuse = false;        ///< connections are refused (those that stand stay up)
+};
+
+/// A T93 gateway in software: answers hosts over TCP and over UDP on one port, as a gateway does, and carries messages
+/// between them and a simulated bus. Lives in one thread with its bus, driven by that thread's event loop.
+///
+/// While as many TCP hosts as it takes are connected, further connections are refused, as the real one does. A UDP host is
+/// known from its first datagram; the newest take the place of the oldest.
+class CSimGateway : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `bus` must outlive the gateway.
+    explicit CSimGateway(CSimBus& bus, QObject* parent = nullptr);
+    ~CSimGateway() override;
+
+    /// Starts to serve TCP and UDP on one port of an address; port 0 lets the system pick one that is free for both. False,
+    /// with a text for the user, when that cannot be had.
+    bool listen(const QHostAddress& address, std::uint16_t port, QString& error);
+    std::uint16_t port() const;
+    QHostAddress address() const;
+
+    const SSimIdentity& identity() const;
+    void setIdentity(const SSimIdentity& identity);
+    const SSimFaults& faults() const;
+    void setFaults(const SSimFaults& faults);
+    /// TCP hosts, and UDP hosts, that are served at a time; 1 at first.
+    void setMaxClients(int count);
+    /// Every message of a host is put on the bus a second time, by somebody else: it comes back to that host.
+    void setEcho(bool echo);
+
+    /// Hosts connected over TCP, and known over UDP.
+    int tcpHostCount() const;
+    int udpHostCount() const;
+
+    /// Drops all TCP connections (a reset: what was not delivered is lost) and forgets the UDP hosts.
+    void dropLinks();
+    /// Sends to all hosts: a status report, a frame of any command, bytes as they are (without faults).
+    void sendStatus(std::uint8_t flags);
+    void sendFrame(std::uint8_t command, const QByteArray& payload);
+    void sendRaw(const QByteArray& bytes);
+    /// Sends `count` messages (identifiers 0 to 0x7FF in turn, 8 data bytes that count up from 0, high byte first) as fast
+    /// as they go, past the bus.
+    void flood(int count);
+
+    /// Measured load of the bus in percent, over the last whole measuring interval: what a host should read.
+    int busloadPercent() const;
+
+Q_SIGNALS:
+    void hostConnected();
+    void hostDisconnected();
+    /// Every valid frame that a host sends, before it is handled; CAN messages too.
+    void requestReceived(int command, const QByteArray& payload);
+    /// A CAN message of a host, before it is put on the bus.
+    void messageReceived(const vexmor::Cim::CCanMessage& message);
+
+private:
+    class CPrivate;
+    std::unique_ptr<CPrivate> d;
+};
+
+} // namespace vexmor::Sim

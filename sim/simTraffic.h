@@ -1,0 +1,76 @@
+#pragma once
+
+#include "candump/candumpLog.h"
+#include "sim/simBus.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <cstdint>
+
+namespace vexmor::Sim
+{
+
+/// Plays a log in candump's format on a bus, at its own timing; frames that are due together leave in one turn of the
+/// event loop, in order, none is left out.
+class CSimReplay : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CSimReplay(CSimBus& bus, QObject* parent = nullptr);
+
+    /// `speed` 2 plays twice as fast; `loop` starts again at the end, without one `finished` is emitted. False, with a
+    /// text for the user, when the file cannot be read or holds no frame. Starts with `start`.
+    bool open(const QString& path, double speed, bool loop, QString& error);
+    void start();
+    void stop();
+    bool isRunning() const { return m_timer.isActive(); }
+    std::uint64_t sent() const { return m_sent; }
+
+Q_SIGNALS:
+    void finished();
+    /// A line that is no frame: the replay ended there.
+    void failed(const QString& error);
+
+private:
+    void onTimeout();
+    bool advance();
+
+    CSimBus& m_bus;
+    Candump::CLogReader m_reader;
+    Candump::SLogEntry m_next;
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    std::int64_t m_firstMicroseconds = 0;
+    double m_speed = 1;
+    bool m_loop = false;
+    std::uint64_t m_sent = 0;
+};
+
+/// Puts generated messages on a bus at a steady rate: a few amplifiers that report in turn, each with a counter.
+class CSimGenerator : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CSimGenerator(CSimBus& bus, QObject* parent = nullptr);
+
+    /// Messages a second; 0 stops.
+    void start(int rate);
+    void stop();
+    std::uint64_t sent() const { return m_sent; }
+
+private:
+    void onTimeout();
+
+    CSimBus& m_bus;
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    int m_rate = 0;
+    std::uint64_t m_sentThisRun = 0;
+    std::uint64_t m_sent = 0;
+};
+
+} // namespace vexmor::Sim
