@@ -1,0 +1,92 @@
+#include "pluginFolder.h"
+
+#include "cim/canInterfacePlugin.h"
+#include "failure.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLibrary>
+#include <QPluginLoader>
+
+#include <optional>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+QString folderOf(const SPluginPlace& place)
+{
+    if (!place.folder.isEmpty()) {
+        return place.folder;
+    }
+    const QString fromEnvironment = qEnvironmentVariable("CIM_PLUGIN_PATH");
+    if (!fromEnvironment.isEmpty()) {
+        return fromEnvironment;
+    }
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') +
+                           QStringLiteral(CIM_PLUGIN_DIR_FROM_PROGRAM));
+}
+
+std::optional<SPlugin> loadPlugin(const QString& file, QString& problem)
+{
+    SPlugin plugin;
+    plugin.file = file;
+    plugin.loader = std::make_shared<QPluginLoader>(file);
+    QObject* const instance = plugin.loader->instance();
+    if (instance == nullptr) {
+        problem = QStringLiteral("%1 cannot be loaded: %2").arg(file, plugin.loader->errorString());
+        return std::nullopt;
+    }
+    plugin.object = qobject_cast<Cim::CCanInterfacePlugin*>(instance);
+    if (plugin.object == nullptr) {
+        problem = QStringLiteral("%1 is a plugin of another kind: it does not offer %2")
+                      .arg(file, QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>()));
+        return std::nullopt;
+    }
+    plugin.metaData = plugin.loader->metaData();
+    using Ident = const char* (*)();
+    if (const auto ident = reinterpret_cast<Ident>(QLibrary::resolve(file, "canInterfaceLibIdent"))) {
+        plugin.libraryText = QString::fromUtf8(ident());
+    }
+    return plugin;
+}
+} // namespace
+
+SPluginSearch searchPlugins(const SPluginPlace& place)
+{
+    QStringList files{place.file};
+    SPluginSearch search;
+    if (place.file.isEmpty()) {
+        const QDir folder(folderOf(place));
+        files.clear();
+        if (!folder.exists()) {
+            search.problems.append(QStringLiteral("plugin folder %1 does not exist").arg(folder.path()));
+        }
+        for (const QFileInfo& info : folder.entryInfoList({QStringLiteral("*.so")}, QDir::Files, QDir::Name)) {
+            files.append(info.absoluteFilePath());
+        }
+        if (files.isEmpty() && search.problems.isEmpty()) {
+            search.problems.append(QStringLiteral("plugin folder %1 holds no library (*.so)").arg(folder.path()));
+        }
+    }
+    for (const QString& file : std::as_const(files)) {
+        QString problem;
+        if (const auto plugin = loadPlugin(file, problem)) {
+            search.plugins.push_back(*plugin);
+        } else {
+            search.problems.append(problem);
+        }
+    }
+    return search;
+}
+
+std::vector<SPlugin> loadPlugins(const SPluginPlace& place)
+{
+    SPluginSearch search = searchPlugins(place);
+    if (search.plugins.empty()) {
+        failRefused(search.problems.join(QStringLiteral("; ")));
+    }
+    return std::move(search.plugins);
+}
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,163 @@
+#pragma once
+
+// What the tests of the driver share: the real plugin, loaded as a host loads it, and peers that play the gateway.
+
+#include "InterfaceT93/interfaceT93.h"
+#include "cim/canInterface.h"
+#include "cim/canInterfacePlugin.h"
+#include "sim/simBus.h"
+#include "sim/simGateway.h"
+
+#include <QPluginLoader>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <memory>
+
+namespace vexmor::Test
+{
+
+using namespace vexmor::Cim;
+using namespace vexmor::Sim;
+
+inline QByteArray hex(const char* digits)
+{
+    return QByteArray::fromHex(digits);
+}
+
+/// A whole frame around a command and its payload.
+inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
+{
+    std::uint8_t buffer[300];
+    const auto size = rmFrameBytes(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
+                                   static_cast<std::size_t>(payload.size()), buffer);
+    return QByteArray(reinterpret_cast<const char*>(buffer), static_cast<int>(size));
+}
+
+inline CCanMessage message(std::uint16_t id, const QByteArray& data = {})
+{
+    CCanMessage result;
+    result.setId(CCanId::fromValue(id));
+    result.setData(0, static_cast<unsigned int>(data.size()),
+                   reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
+    return result;
+}
+
+inline CCanInterfacePlugin& plugin()
+{
+    static QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
+    auto* const object = qobject_cast<CCanInterfacePlugin*>(loader.instance());
+    if (object == nullptr) {
+        qFatal("%s", qPrintable(loader.errorString()));
+    }
+    return *object;
+}
+
+/// The driver behind an interface. Only its virtual operations can be called from outside the library.
+inline CInterfaceT93& driver(CCanInterface& can)
+{
+    return static_cast<CInterfaceT93&>(can);
+}
+
+using Protocol = CCommonInfo::EProtocolType;
+
+/// A closed interface for a gateway at 127.0.0.1.
+inline std::unique_ptr<CCanInterface> makeInterface(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
+{
+    std::unique_ptr<CCanInterface> can(plugin().createInterface());
+    CConfigParamT93 param = driver(*can).configParam();
+    param.setIpAddress(QHostAddress(QHostAddress::LocalHost));
+    param.setPort(port);
+    param.setProtocolType(protocol);
+    param.setCanBaudrate(500);
+    driver(*can).setConfigParam(param);
+    return can;
+}
+
+/// Changes the configuration of an interface, open or closed.
+template <typename Change>
+void configure(CCanInterface& can, Change&& change)
+{
+    CConfigParamT93 param = driver(can).configParam();
+    change(param);
+    driver(can).setConfigParam(param);
+}
+
+/// An open interface to a simulated gateway, with a record of its errors.
+struct SOpenInterface {
+    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
+    {
+        QString error;
+        gateway.setIdentity(identity);
+        if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+            qFatal("%s", qPrintable(error));
+        }
+        can = makeInterface(gateway.port(), protocol);
+        errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
+        openCode = can->openCommunication();
+        // The last of the start-up replies: from here on the gateway knows this host.
+        settled = QTest::qWaitFor([this] { return !can->commonInfo().interfaceId().isEmpty() &&
+                                                  !can->commonInfo().firmwareVersion().isEmpty(); });
+    }
+
+    /// Takes messages until there are `count`, or for 5 s.
+    QList<CCanMessage> receive(int count)
+    {
+        QList<CCanMessage> messages;
+        (void)QTest::qWaitFor([&] {
+            for (CCanMessage next; messages.size() < count && can->readMessage(next) == RC_OK;) {
+                messages.append(next);
+            }
+            return messages.size() >= count;
+        });
+        return messages;
+    }
+    QList<int> errorNumbers() const
+    {
+        QList<int> numbers;
+        for (const QList<QVariant>& arguments : std::as_const(*errors)) {
+            numbers.append(arguments.at(0).toInt());
+        }
+        return numbers;
+    }
+
+    CSimBus bus;
+    CSimGateway gateway{bus};
+    std::unique_ptr<CCanInterface> can;
+    std::unique_ptr<QSignalSpy> errors;
+    int openCode = -1;
+    bool settled = false;
+};
+
+/// A gateway that only listens: records what the host sends and says what the test says.
+class CRawGateway
+{
+public:
+    CRawGateway()
+    {
+        m_server.listen(QHostAddress(QHostAddress::LocalHost));
+        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
+            link.reset(m_server.nextPendingConnection());
+            received.clear();
+            QObject::connect(link.get(), &QTcpSocket::readyRead, [this] { received += link->readAll(); });
+        });
+    }
+    std::uint16_t port() const { return m_server.serverPort(); }
+    /// Waits until so many bytes came over the link that stands now; gives what came.
+    QByteArray waitFor(int count)
+    {
+        (void)QTest::qWaitFor([&] { return received.size() >= count; });
+        return received;
+    }
+
+private:
+    QTcpServer m_server;
+
+public:
+    std::unique_ptr<QTcpSocket> link;
+    QByteArray received;
+};
+
+} // namespace vexmor::Test

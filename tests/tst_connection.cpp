@@ -1,0 +1,297 @@
+#include "t93Fixture.h"
+
+#include "vxCore/logging.h"
+
+#include <QUdpSocket>
+
+#include <sys/socket.h>
+
+using namespace vexmor::Test;
+namespace Logging = vexmor::CoreLib::Logging;
+
+namespace
+{
+// The requests after a connection, as they stand on the wire.
+const QByteArray MAC_REQUEST = hex("4301 4406 0d");
+const QByteArray VERSION_REQUEST = hex("4301 4103 0d");
+const QByteArray INTERVAL_REQUEST = hex("4303 a403e8 0f 0d"); // 1000 ms
+const QByteArray RESET_REQUEST = hex("4301 c082 0d");
+const QByteArray BAUDRATE_500 = hex("4302 5705 13 0d");
+const QByteArray START_UP = MAC_REQUEST + VERSION_REQUEST + INTERVAL_REQUEST;
+
+QByteArrayList s_log;
+
+void record(int level, const char* source, int /*line*/, const char* format, ...)
+{
+    s_log.append(QByteArray::number(level) + ' ' + QByteArray(source).split('/').last() + ' ' + format);
+}
+
+QList<int> numbers(const QSignalSpy& errors)
+{
+    QList<int> result;
+    for (const QList<QVariant>& arguments : errors) {
+        result.append(arguments.at(0).toInt());
+    }
+    return result;
+}
+
+bool isConnected(CCanInterface& can)
+{
+    return can.commonInfo().connectionState() == CCommonInfo::eConnected;
+}
+} // namespace
+
+/// Opening, closing, resetting, losing and regaining a connection.
+class ConnectionTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void startUpStandsOnTheWire()
+    {
+        CRawGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        QCOMPARE(can->openCommunication(), 0);
+        QVERIFY(isConnected(*can));
+        const QByteArray opening = START_UP + BAUDRATE_500;
+        QCOMPARE(gateway.waitFor(opening.size()).toHex(), opening.toHex());
+        gateway.received.clear();
+        QCOMPARE(can->resetCommunication(1), 0);
+        QCOMPARE(gateway.waitFor((RESET_REQUEST + START_UP).size()).toHex(), (RESET_REQUEST + START_UP).toHex());
+        gateway.received.clear();
+        QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
+        QCOMPARE(gateway.waitFor(9).toHex(), QByteArray("430500012311225 70d").replace(" ", ""));
+        QCOMPARE(can->closeCommunication(), 0);
+        QVERIFY(!can->isOpened() && !isConnected(*can));
+        QTRY_COMPARE(gateway.link->state(), QAbstractSocket::UnconnectedState);
+    }
+
+    void baudrateThatIsUnknownIsReported()
+    {
+        CRawGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        configure(*can, [](CConfigParamT93& param) { param.setCanBaudrate(33); });
+        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 33 failed.");
+        QCOMPARE(can->openCommunication(), 0);
+        QCOMPARE(gateway.waitFor(START_UP.size()).toHex(), START_UP.toHex());
+    }
+
+    void secondOpenChangesNothing()
+    {
+        SOpenInterface host;
+        QSignalSpy lost(&host.gateway, &CSimGateway::hostDisconnected);
+        s_log.clear();
+        Logging::setVxLoggingHandler(record);
+        QCOMPARE(host.can->openCommunication(), 1);
+        Logging::setVxLoggingLevel(31);
+        QCOMPARE(host.can->openCommunication(), 1); // below the threshold: not written
+        Logging::setVxLoggingHandler(nullptr);
+        Logging::setVxLoggingLevel(30);
+        QCOMPARE(s_log, QByteArrayList{"30 interfaceT93 openCommunication: already opened!!"});
+        QCOMPARE(host.can->writeMessage(message(1)), 0);
+        QVERIFY(lost.isEmpty());
+    }
+
+    void failedOpenLeavesItClosed_data()
+    {
+        QTest::addColumn<int>("protocol");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QByteArray>("warning");
+        QTest::newRow("connection refused") << int(CCommonInfo::eProtocolTcp) << 103
+                                            << QByteArray("TCP connect (failed:|timeout,) sockErr = 0");
+        QTest::newRow("local address of another machine")
+            << int(CCommonInfo::eProtocolUdp) << 104 << QByteArray();
+        QTest::newRow("protocol NA") << int(CCommonInfo::eProtocolNa) << 105 << QByteArray();
+        QTest::newRow("protocol invalid") << int(CCommonInfo::eProtocolInvalid) << 105 << QByteArray();
+    }
+    void failedOpenLeavesItClosed()
+    {
+        QFETCH(int, protocol);
+        QFETCH(QByteArray, warning);
+        QTcpServer closed;
+        closed.listen(QHostAddress(QHostAddress::LocalHost));
+        const auto can = makeInterface(closed.serverPort(), static_cast<Protocol>(protocol));
+        configure(*can, [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress(QStringLiteral("192.0.2.1"))); });
+        closed.close();
+        if (!warning.isEmpty()) {
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QString::fromLatin1(warning)));
+        }
+        QTEST(can->openCommunication(), "code");
+        CCanMessage none;
+        QVERIFY(!can->isOpened() && !isConnected(*can));
+        QCOMPARE(can->readMessage(none), 2);
+        QCOMPARE(can->writeMessage(none), 2);
+    }
+
+    void openGivesUpAfterASecond()
+    {
+        // A listener whose queue of connections is full lets further ones hang.
+        QTcpServer busy;
+        QVERIFY(busy.listen(QHostAddress(QHostAddress::LocalHost)));
+        QCOMPARE(::listen(static_cast<int>(busy.socketDescriptor()), 0), 0);
+        busy.pauseAccepting();
+        QTcpSocket fillers[4];
+        for (QTcpSocket& filler : fillers) {
+            filler.connectToHost(busy.serverAddress(), busy.serverPort());
+            (void)filler.waitForConnected(50);
+        }
+        const auto can = makeInterface(busy.serverPort());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^TCP connect timeout, sockErr = \\d+$")));
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(can->openCommunication(), 103);
+        QVERIFY2(clock.elapsed() >= 1000 && clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY(!can->isOpened());
+    }
+
+    /// up, send, down, send, up: what was sent while it was down must not appear.
+    void lostConnectionIsRegained()
+    {
+        SOpenInterface host;
+        SSimFaults refusing;
+        refusing.refuse = true;
+        host.gateway.setFaults(refusing);
+        QSignalSpy connections(&host.gateway, &CSimGateway::hostConnected);
+        host.gateway.sendRaw(hex("430b00")); // a frame that the loss cuts
+        host.gateway.dropLinks();
+        QTRY_COMPARE(host.errorNumbers(), QList<int>{0});
+        QVERIFY(host.can->isOpened() && !isConnected(*host.can));
+
+        QCOMPARE(host.can->writeMessage(message(0x111)), 109);
+        QCOMPARE(host.can->resetCommunication(0), 0);
+        QCOMPARE(host.can->resetCommunication(1), 109);
+        QTRY_COMPARE(host.errorNumbers(), (QList<int>{0, 4}));
+
+        // The first attempts are refused; the tries go on.
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("TCP connect failed: sockErr = 0")));
+        (void)QTest::qWaitFor([&] { return !connections.isEmpty(); }, 3500);
+        QVERIFY(connections.isEmpty());
+        host.gateway.setFaults({});
+        QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
+        QTRY_COMPARE_WITH_TIMEOUT(requests.size(), 3, 4000);
+        QCOMPARE(requests.at(0).at(0).toInt(), int(RM_CMD_MAC_ADDRESS));
+        QCOMPARE(requests.at(1).at(0).toInt(), int(RM_CMD_FIRMWARE_VERSION));
+        QCOMPARE(requests.at(2).at(0).toInt(), int(RM_CMD_BUSLOAD_INTERVAL));
+        QVERIFY(isConnected(*host.can));
+        QSignalSpy received(&host.gateway, &CSimGateway::messageReceived);
+        QCOMPARE(host.can->writeMessage(message(0x222)), 0);
+        host.bus.send(message(0x333));
+        QCOMPARE(host.receive(1).value(0), message(0x333));
+        QTRY_COMPARE(received.size(), 1);
+        QVERIFY(received.at(0).at(0).value<CCanMessage>() == message(0x222));
+        QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
+    }
+
+    void gatewayThatStopsReadingIsNotFedWithoutEnd()
+    {
+        SOpenInterface host;
+        SSimFaults deaf;
+        deaf.blackHole = true;
+        host.gateway.setFaults(deaf);
+        const CCanMessage command = message(0x111, hex("0001020304050607"));
+        int accepted = 0;
+        while (host.can->writeMessage(command) == 0 && accepted < 10000000) {
+            ++accepted;
+        }
+        QCOMPARE(host.can->writeMessage(command), 108);
+        QVERIFY2(accepted >= 9000, qPrintable(QString::number(accepted))); // a second of a full bus
+        host.gateway.dropLinks();
+        host.gateway.setFaults({});
+        QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
+        QTRY_VERIFY_WITH_TIMEOUT(isConnected(*host.can) && requests.size() >= 3, 5000);
+        QCOMPARE(host.can->writeMessage(message(0x222)), 0);
+        QTRY_VERIFY(requests.last().at(0).toInt() == RM_CMD_TX11BIT_MSG);
+        // Of all the commands from before the loss none comes late.
+        for (const QList<QVariant>& request : std::as_const(requests)) {
+            QVERIFY(request.at(0).toInt() != RM_CMD_TX11BIT_MSG || request.at(1).toByteArray() == hex("0222"));
+        }
+    }
+
+    void loadedAddressIsUsedByTheReconnection()
+    {
+        SOpenInterface host;
+        CRawGateway other;
+        configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
+        host.gateway.dropLinks();
+        QTRY_VERIFY(other.link != nullptr);
+        QCOMPARE(other.waitFor(START_UP.size()).toHex(), START_UP.toHex());
+    }
+
+    void ownDatagramsAreSkipped_data()
+    {
+        QTest::addColumn<bool>("bindAny");
+        QTest::addColumn<QString>("localAddress");
+        QTest::addColumn<bool>("received");
+        QTest::newRow("bound to the sender's address") << false << QStringLiteral("127.0.0.1") << true;
+        QTest::newRow("bound to any, from the own address") << true << QStringLiteral("127.0.0.1") << false;
+        QTest::newRow("bound to any, from another address") << true << QStringLiteral("127.0.0.2") << true;
+    }
+    void ownDatagramsAreSkipped()
+    {
+        QFETCH(bool, bindAny);
+        QFETCH(QString, localAddress);
+        QUdpSocket gateway;
+        QVERIFY(gateway.bind(QHostAddress(QHostAddress::LocalHost)));
+        const auto can = makeInterface(gateway.localPort(), CCommonInfo::eProtocolUdp);
+        configure(*can, [&](CConfigParamT93& param) {
+            param.setUdpBindAnyIp(bindAny);
+            param.setLocalIpAddress(QHostAddress(localAddress));
+        });
+        QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        QCOMPARE(can->openCommunication(), 0);
+        QVERIFY(isConnected(*can));
+        QByteArray requests;
+        QHostAddress host;
+        quint16 port = 0;
+        for (int datagrams = 0; datagrams < 4; ++datagrams) { // one frame a datagram
+            QTRY_VERIFY(gateway.hasPendingDatagrams());
+            char buffer[100];
+            requests.append(buffer, static_cast<int>(gateway.readDatagram(buffer, sizeof buffer, &host, &port)));
+        }
+        QCOMPARE(requests.toHex(), (START_UP + BAUDRATE_500).toHex());
+        // A frame cut over two datagrams, another joined to it; then a status from elsewhere, which always gets through.
+        const QByteArray frames = frame(0x00, hex("012355")) + frame(0x00, hex("0124"));
+        gateway.writeDatagram(frames.left(4), host, port);
+        gateway.writeDatagram(frames.mid(4), host, port);
+        QUdpSocket elsewhere;
+        QVERIFY(elsewhere.bind(QHostAddress(QStringLiteral("127.0.0.3"))));
+        elsewhere.writeDatagram(frame(0x42, hex("01")), host, port);
+        QTRY_COMPARE(numbers(errors), QList<int>{5});
+        QList<CCanMessage> messages;
+        for (CCanMessage next; can->readMessage(next) == 0;) {
+            messages.append(next);
+        }
+        QFETCH(bool, received);
+        const QList<CCanMessage> both{message(0x123, hex("55")), message(0x124)};
+        QVERIFY(messages == (received ? both : QList<CCanMessage>()));
+        elsewhere.writeDatagram("", 0, host, port);
+        QTRY_COMPARE(numbers(errors), (QList<int>{5, 3})); // nothing in it: a failed read
+        QVERIFY(can->isOpened());
+    }
+
+    void secondOfTwoSmallMessagesDoesNotWait()
+    {
+        // Without the low-delay option the second message waits 40 ms for the acknowledgement of the first.
+        CRawGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        QCOMPARE(can->openCommunication(), 0);
+        int size = (START_UP + BAUDRATE_500).size();
+        gateway.waitFor(size);
+        int quick = 0;
+        for (int round = 0; round < 10; ++round) {
+            QElapsedTimer clock;
+            clock.start();
+            QCOMPARE(can->writeMessage(message(1)), 0);
+            QCOMPARE(can->writeMessage(message(2)), 0);
+            size += 14;
+            QCOMPARE(gateway.waitFor(size).size(), size);
+            quick += clock.elapsed() < 30 ? 1 : 0;
+            gateway.link->write(frame(0x42, hex("00"))); // only the second is answered
+            QTest::qWait(0);
+        }
+        QVERIFY2(quick >= 8, qPrintable(QString::number(quick)));
+    }
+};
+
+QTEST_GUILESS_MAIN(ConnectionTest)
+#include "tst_connection.moc"
