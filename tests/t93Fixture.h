@@ -94,6 +94,7 @@ struct SOpenInterface {
         if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
             qFatal("%s", qPrintable(error));
         }
+        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
         errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
         openCode = can->openCommunication();
@@ -125,6 +126,7 @@ struct SOpenInterface {
 
     CSimBus bus;
     CSimGateway gateway{bus};
+    QList<CCanMessage> atGateway; ///< messages that the gateway received
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;
     int openCode = -1;

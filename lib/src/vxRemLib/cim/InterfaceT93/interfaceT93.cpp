@@ -2,7 +2,7 @@
 
 #include "InterfaceT93/busload.h"
 #include "InterfaceT93/gatewayReplies.h"
-#include "InterfaceT93/tcpLink.h"
+#include "InterfaceT93/gatewayLink.h"
 #include "vxCore/logging.h"
 #include "vxCore/thread.h"
 
@@ -289,7 +289,7 @@ bool CInterfaceT93::isTcp() const
 
 bool CInterfaceT93::isBroadcast() const
 {
-    return m_socket && !isTcp() && m_configParam.ipAddress() == QHostAddress(QHostAddress::Broadcast);
+    return m_socket && !isTcp() && m_configParam.ipAddress() == QHostAddress::Broadcast;
 }
 
 // ---- Sending ----
@@ -336,8 +336,8 @@ qint64 CInterfaceT93::sendFrame(const char* frame, qint64 size)
     if (isTcp()) {
         return sendOnTcpLink(*m_socket, frame, size);
     }
-    return static_cast<QUdpSocket&>(*m_socket)
-        .writeDatagram(frame, size, m_configParam.ipAddress(), m_configParam.port());
+    return sendDatagram(static_cast<QUdpSocket&>(*m_socket), frame, size, m_configParam.ipAddress(),
+                        m_configParam.port());
 }
 
 int CInterfaceT93::sendCommand(ERmCommand command)
@@ -394,14 +394,16 @@ void CInterfaceT93::readUdp(const CSession& session)
 {
     auto& socket = static_cast<QUdpSocket&>(session.socket());
     char datagram[RM_BUFFER_SIZE];
+    QHostAddress sender;
     for (int taken = 0; taken < MAX_DATAGRAMS_PER_TURN && socket.hasPendingDatagrams(); ++taken) {
-        QHostAddress sender;
-        const qint64 count = socket.readDatagram(datagram, sizeof datagram, &sender);
+        // Asked for only when it is looked at: it costs an allocation for each datagram.
+        const bool mayBeOwn = m_configParam.udpBindAnyIp() || isBroadcast();
+        const qint64 count = socket.readDatagram(datagram, sizeof datagram, mayBeOwn ? &sender : nullptr);
         if (count <= 0) {
             Q_EMIT queuedInterfaceError(IE_READ_FAILED);
             return;
         }
-        if (!isOwnDatagram(sender) && !RxRmTcp(session, datagram, count)) {
+        if (!(mayBeOwn && isOwnDatagram(sender)) && !RxRmTcp(session, datagram, count)) {
             return;
         }
     }

@@ -1,6 +1,7 @@
-#include "InterfaceT93/tcpLink.h"
+#include "InterfaceT93/gatewayLink.h"
 
-#include <QAbstractSocket>
+#include <QHostAddress>
+#include <QUdpSocket>
 
 #if defined(Q_OS_LINUX)
 #include <cerrno>
@@ -44,8 +45,30 @@ qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
     }
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ENOBUFS ? 0 : -1;
 }
+
+/// QUdpSocket::writeDatagram allocates for each datagram. False, and nothing sent, for sockets and addresses of IPv6.
+bool sendIpv4Datagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port,
+                      qint64& sent)
+{
+    if (address.protocol() != QAbstractSocket::IPv4Protocol ||
+        socket.localAddress().protocol() != QAbstractSocket::IPv4Protocol) {
+        return false;
+    }
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(port);
+    to.sin_addr.s_addr = htonl(address.toIPv4Address());
+    sent = ::sendto(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
+                    MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    return true;
+}
 #else
 void setPeerLossTimers(QAbstractSocket&) {}
+
+bool sendIpv4Datagram(QUdpSocket&, const char*, qint64, const QHostAddress&, quint16, qint64&)
+{
+    return false;
+}
 
 qint64 sendAtOnce(QAbstractSocket&, const char*, qint64)
 {
@@ -75,6 +98,15 @@ qint64 sendOnTcpLink(QAbstractSocket& socket, const char* bytes, qint64 size)
     }
     const qint64 buffered = socket.write(bytes + sent, size - sent);
     return buffered == size - sent ? size : -1;
+}
+
+qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port)
+{
+    qint64 sent = 0;
+    if (sendIpv4Datagram(socket, bytes, size, address, port, sent)) {
+        return sent;
+    }
+    return socket.writeDatagram(bytes, size, address, port);
 }
 
 } // namespace vexmor::Cim

@@ -3,9 +3,11 @@
 #include <QtGlobal>
 
 class QAbstractSocket;
+class QHostAddress;
+class QUdpSocket;
 
-/// The platform's part of a TCP link: what Qt's sockets do not offer. On platforms other than Linux the functions do what
-/// Qt can do alone.
+/// The platform's part of a link: what Qt's sockets do not offer, or not without an allocation for each frame. On platforms
+/// other than Linux the functions do what Qt can do alone.
 namespace vexmor::Cim
 {
 
@@ -21,5 +23,8 @@ void tuneTcpLink(QAbstractSocket& socket);
 /// own buffer. Gives `size`, or -1 when the link failed or when more than SEND_BUFFER_LIMIT would wait: no byte was taken
 /// then.
 qint64 sendOnTcpLink(QAbstractSocket& socket, const char* bytes, qint64 size);
+
+/// Sends one datagram from a bound socket. Gives `size`, or another value when it was not sent.
+qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port);
 
 } // namespace vexmor::Cim
