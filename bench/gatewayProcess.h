@@ -1,0 +1,32 @@
+#pragma once
+
+#include "bench/wire.h"
+
+#include <sys/types.h>
+
+namespace vexmor::Bench
+{
+
+/// The least that can stand for a gateway: a process of its own with a plain socket on 127.0.0.1, which does with a CAN
+/// message what the message's identifier says (wire.h) and answers nothing else. One client at a time; ends with this
+/// object, or with the process that made it.
+class CGatewayProcess
+{
+public:
+    /// Runs on the given processor. Throws std::system_error when there is no socket or no process to be had.
+    CGatewayProcess(EProtocol protocol, int processor);
+    ~CGatewayProcess();
+    CGatewayProcess(const CGatewayProcess&) = delete;
+    CGatewayProcess& operator=(const CGatewayProcess&) = delete;
+
+    std::uint16_t port() const { return m_port; }
+
+private:
+    std::uint16_t m_port = 0;
+    pid_t m_process = -1;
+};
+
+/// Keeps the calling process on one processor. Throws std::system_error when it may not run there.
+void stayOn(int processor);
+
+} // namespace vexmor::Bench

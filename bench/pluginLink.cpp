@@ -1,0 +1,102 @@
+#include "bench/pluginLink.h"
+
+#include "cim/canInterfacePlugin.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QPluginLoader>
+#include <QSettings>
+
+#include <stdexcept>
+
+namespace vexmor::Bench
+{
+namespace
+{
+const QString UNIQUE_NAME = QStringLiteral("bench");
+const QString GROUP = QStringLiteral("CanInterfaces");
+
+Cim::CCanInterfacePlugin& plugin()
+{
+    static QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
+    auto* const object = qobject_cast<Cim::CCanInterfacePlugin*>(loader.instance());
+    if (object == nullptr) {
+        throw std::runtime_error(loader.errorString().toStdString());
+    }
+    return *object;
+}
+
+void check(int code, Cim::CCanInterface& canInterface)
+{
+    if (code != 0) {
+        throw std::runtime_error(canInterface.errorCodeToString(code).toStdString());
+    }
+}
+
+Cim::CCanMessage messageOf(const SMessage& message)
+{
+    auto* const data = const_cast<std::uint8_t*>(message.data.data()); // the constructor only reads them
+    return Cim::CCanMessage(Cim::CCanId::fromValue(message.id), static_cast<unsigned char>(message.data.size()), data);
+}
+} // namespace
+
+CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(plugin().createInterface())
+{
+    // The protocol is a parameter that hosts set through the settings.
+    QSettings settings;
+    settings.beginGroup(GROUP);
+    settings.beginGroup(UNIQUE_NAME);
+    settings.setValue(QStringLiteral("Protocol"),
+                      protocol == EProtocol::eTcp ? QStringLiteral("TCP") : QStringLiteral("UDP"));
+    settings.setValue(QStringLiteral("IP-Address"), QStringLiteral("127.0.0.1"));
+    settings.setValue(QStringLiteral("Port"), port);
+    settings.setValue(QStringLiteral("CanBaudrate"), 1000);
+    settings.sync();
+    Cim::CCommonInfo info = m_interface->commonInfo();
+    info.setUniqueName(UNIQUE_NAME);
+    check(m_interface->setCommonInfo(info), *m_interface);
+    check(m_interface->loadSettings(GROUP), *m_interface);
+}
+
+void CPluginLink::open()
+{
+    check(m_interface->openCommunication(), *m_interface);
+}
+
+void CPluginLink::close()
+{
+    m_interface->closeCommunication();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+}
+
+void CPluginLink::send(const SMessage& message)
+{
+    check(m_interface->writeMessage(messageOf(message)), *m_interface);
+}
+
+void CPluginLink::sendJoined(const SMessage& message, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        send(message);
+    }
+}
+
+void CPluginLink::receive(int count)
+{
+    const QDeadlineTimer patience(PATIENCE_S * 1000);
+    Cim::CCanMessage message;
+    for (;;) {
+        while (count > 0 && m_interface->readMessage(message) == 0) {
+            --count;
+        }
+        if (count == 0) {
+            return;
+        }
+        if (patience.hasExpired()) {
+            throw std::runtime_error("messages missing");
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+}
+
+} // namespace vexmor::Bench

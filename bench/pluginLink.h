@@ -1,0 +1,31 @@
+#pragma once
+
+#include "bench/wire.h"
+#include "cim/canInterface.h"
+
+#include <memory>
+
+namespace vexmor::Bench
+{
+
+/// A host's view of a gateway through the plugin: everything by way of the contract. Needs the application object.
+class CPluginLink
+{
+public:
+    /// A closed interface for a gateway at 127.0.0.1.
+    CPluginLink(EProtocol protocol, std::uint16_t port);
+
+    /// Throws std::runtime_error with the interface's own text when it cannot.
+    void open();
+    void close();
+    /// Throws when the message is refused.
+    void send(const SMessage& message);
+    void sendJoined(const SMessage& message, int count);
+    /// Runs the event loop until `count` messages were read; throws when nothing comes for PATIENCE_S.
+    void receive(int count);
+
+private:
+    std::unique_ptr<Cim::CCanInterface> m_interface;
+};
+
+} // namespace vexmor::Bench

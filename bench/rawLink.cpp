@@ -1,0 +1,87 @@
+#include "bench/rawLink.h"
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace vexmor::Bench
+{
+namespace
+{
+void check(bool ok, const char* what)
+{
+    if (!ok) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+}
+
+/// Makes the compiler believe that somebody looks at the value.
+template <typename Value>
+void use(const Value& value)
+{
+    asm volatile("" : : "r"(&value) : "memory");
+}
+} // namespace
+
+CRawLink::CRawLink(EProtocol protocol, std::uint16_t port) : m_buffer(READ_SIZE)
+{
+    const bool tcp = protocol == EProtocol::eTcp;
+    m_socket = ::socket(AF_INET, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0);
+    check(m_socket >= 0, "socket");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    check(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "connect");
+    const timeval patience{PATIENCE_S, 0};
+    check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
+    const int on = 1;
+    check(!tcp || setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0, "TCP_NODELAY");
+}
+
+CRawLink::~CRawLink()
+{
+    ::close(m_socket);
+}
+
+void CRawLink::send(const SMessage& message)
+{
+    std::uint8_t frame[FRAME_SIZE];
+    writeFrame(message, frame);
+    sendBytes(frame, sizeof frame);
+}
+
+void CRawLink::sendJoined(const SMessage& message, int count)
+{
+    std::uint8_t frames[READ_SIZE];
+    for (int i = 0; i < count; ++i) {
+        writeFrame(message, frames + static_cast<std::size_t>(i) * FRAME_SIZE);
+    }
+    sendBytes(frames, static_cast<std::size_t>(count) * FRAME_SIZE);
+}
+
+void CRawLink::sendBytes(const std::uint8_t* bytes, std::size_t count)
+{
+    check(::send(m_socket, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count), "send");
+}
+
+void CRawLink::receive(int count)
+{
+    while (count > 0) {
+        const ssize_t got = ::recv(m_socket, m_buffer.data() + m_kept, m_buffer.size() - m_kept, 0);
+        check(got > 0, "recv");
+        const std::size_t available = m_kept + static_cast<std::size_t>(got);
+        const std::size_t used = parseFrames(m_buffer.data(), available, [&count](const SMessage& message) {
+            use(message);
+            --count;
+        });
+        m_kept = available - used;
+        std::memmove(m_buffer.data(), m_buffer.data() + used, m_kept);
+    }
+}
+
+} // namespace vexmor::Bench
