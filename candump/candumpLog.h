@@ -54,8 +54,8 @@ public:
 
     /// False, with a text for the user, when the file cannot be read.
     bool open(const QString& path, QString& error);
-    /// The next frame; false at the end, and at a malformed line, which `error` then names by its number (it is empty at
-    /// the end).
+    /// The next frame; false at the end, and at a malformed line, which `error` then names by its number (it is empty
+    /// at the end).
     bool next(SLogEntry& entry, QString& error);
     /// Back to the first entry.
     bool rewind();

@@ -11,8 +11,8 @@ namespace vexmor::Sim
 
 class CSimGateway;
 
-/// A simulated CAN bus: what is sent on it reaches every gateway on it but the one it came through. It carries any number
-/// of messages; its load may therefore pass 100 percent. Lives in one thread, together with its gateways.
+/// A simulated CAN bus: what is sent on it reaches every gateway on it but the one it came through. It carries any
+/// number of messages; its load may therefore pass 100 percent. Lives in one thread, together with its gateways.
 class CSimBus : public QObject
 {
     Q_OBJECT

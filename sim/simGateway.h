@@ -31,20 +31,20 @@ struct SSimFaults {
     int wrongChecksumEvery = 0; ///< every Nth frame to the host has a wrong checksum; 0: none
     int missingEndEvery = 0;    ///< every Nth frame has another byte in the place of the end marker; 0: none
     QByteArray garbage;         ///< these bytes before every frame
-    int cutAt = 0;              ///< every TCP frame in two writes (UDP: two datagrams), the first of so many bytes; 0: whole
-    int cutDelayMs = 5;         ///< pause between the two
-    int mergeCount = 1;         ///< so many frames are joined into one write; fewer wait for the next
-    int replyDelayMs = 0;       ///< before each reply
-    bool mute = false;          ///< requests are read and not answered; messages still pass
-    bool blackHole = false;     ///< connections are accepted; nothing is read and nothing said
-    bool refuse = false;        ///< connections are refused (those that stand stay up)
+    int cutAt = 0;        ///< every TCP frame in two writes (UDP: two datagrams), the first of so many bytes; 0: whole
+    int cutDelayMs = 5;   ///< pause between the two
+    int mergeCount = 1;   ///< so many frames are joined into one write; fewer wait for the next
+    int replyDelayMs = 0; ///< before each reply
+    bool mute = false;    ///< requests are read and not answered; messages still pass
+    bool blackHole = false; ///< connections are accepted; nothing is read and nothing said
+    bool refuse = false;    ///< connections are refused (those that stand stay up)
 };
 
 /// A T93 gateway in software: answers hosts over TCP and over UDP on one port, as a gateway does, and carries messages
 /// between them and a simulated bus. Lives in one thread with its bus, driven by that thread's event loop.
 ///
-/// While as many TCP hosts as it takes are connected, further connections are refused, as the real one does. A UDP host is
-/// known from its first datagram; the newest take the place of the oldest.
+/// While as many TCP hosts as it takes are connected, further connections are refused, as the real one does. A UDP host
+/// is known from its first datagram; the newest take the place of the oldest.
 class CSimGateway : public QObject
 {
     Q_OBJECT
@@ -54,8 +54,8 @@ public:
     explicit CSimGateway(CSimBus& bus, QObject* parent = nullptr);
     ~CSimGateway() override;
 
-    /// Starts to serve TCP and UDP on one port of an address; port 0 lets the system pick one that is free for both. False,
-    /// with a text for the user, when that cannot be had.
+    /// Starts to serve TCP and UDP on one port of an address; port 0 lets the system pick one that is free for both.
+    /// False, with a text for the user, when that cannot be had.
     bool listen(const QHostAddress& address, std::uint16_t port, QString& error);
     std::uint16_t port() const;
     QHostAddress address() const;
@@ -79,8 +79,8 @@ public:
     void sendStatus(std::uint8_t flags);
     void sendFrame(std::uint8_t command, const QByteArray& payload);
     void sendRaw(const QByteArray& bytes);
-    /// Sends `count` messages (identifiers 0 to 0x7FF in turn, 8 data bytes that count up from 0, high byte first) as fast
-    /// as they go, past the bus.
+    /// Sends `count` messages (identifiers 0 to 0x7FF in turn, 8 data bytes that count up from 0, high byte first) as
+    /// fast as they go, past the bus.
     void flood(int count);
 
     /// Measured load of the bus in percent, over the last whole measuring interval: what a host should read.

@@ -1,0 +1,153 @@
+// t93sim: a T93 gateway in software, on the command line.
+
+#include "sim/simProgram.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+using namespace vexmor::Sim;
+
+namespace
+{
+constexpr int EXIT_USAGE = 2;
+
+CLI::Validator hexBytes(int count)
+{
+    return CLI::Validator(
+        [count](std::string& text) -> std::string {
+            const QByteArray digits = QByteArray::fromStdString(text).replace(":", "");
+            const QByteArray bytes = QByteArray::fromHex(digits);
+            if (digits.isEmpty() || bytes.toHex() != digits.toLower() || (count > 0 && bytes.size() != count)) {
+                return count > 0 ? "must be " + std::to_string(count) + " bytes in hexadecimal"
+                                 : "must be hexadecimal bytes";
+            }
+            return {};
+        },
+        "HEX");
+}
+
+void addOptions(CLI::App& cli, SSimOptions& options)
+{
+    const auto network = "Network";
+    cli.add_option("--address", options.address, "Address to serve on")
+        ->capture_default_str()
+        ->group(network)
+        ->check(CLI::ValidIPV4);
+    cli.add_option("--port", options.port, "Port of the first gateway, TCP and UDP; 0: the system picks")
+        ->capture_default_str()
+        ->group(network)
+        ->check(CLI::Range(0, 65535));
+    cli.add_option("--gateways", options.gateways, "Gateways on one bus, on ports that count up")
+        ->capture_default_str()
+        ->group(network)
+        ->check(CLI::Range(1, 200));
+    cli.add_option("--clients", options.clients, "Hosts that a gateway serves at a time")
+        ->capture_default_str()
+        ->group(network)
+        ->check(CLI::Range(1, 1000));
+
+    const auto identity = "Identity";
+    cli.add_option("--mac", options.mac, "MAC address of the first gateway, like 02:00:00:54:39:33")
+        ->group(identity)
+        ->check(hexBytes(6));
+    cli.add_option("--firmware", options.firmware,
+                   "Firmware version MAJOR.MINOR; 2.3 makes hosts ask for the device text")
+        ->capture_default_str()
+        ->group(identity)
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                return SSimOptions::parseFirmware(text) ? std::string() : "must be MAJOR.MINOR, each 0 to 255";
+            },
+            "VERSION"));
+    cli.add_option("--device-text", options.deviceText, "Device identification")
+        ->capture_default_str()
+        ->group(identity);
+    cli.add_option("--baud", options.baud, "CAN bit rate at start, kbit/s")
+        ->capture_default_str()
+        ->group(identity)
+        ->check(CLI::IsMember({50, 100, 125, 250, 500, 1000}));
+    cli.add_flag("--no-busload", options.noBusload, "An older gateway, which does not measure bus load")
+        ->group(identity);
+
+    const auto traffic = "Traffic (starts when the first host is there)";
+    cli.add_option("--replay", options.replay, "Plays a log in candump's format")
+        ->group(traffic)
+        ->check(CLI::ExistingFile);
+    cli.add_option("--speed", options.speed, "Speed of the replay")
+        ->capture_default_str()
+        ->group(traffic)
+        ->check(CLI::Range(0.01, 10000.0));
+    cli.add_flag("--loop", options.loop, "Starts the replay again at its end")->group(traffic);
+    cli.add_option("--generate", options.generate, "Generated messages a second")
+        ->group(traffic)
+        ->check(CLI::Range(1, 200000));
+    cli.add_flag("--echo", options.echo, "Puts every message of a host on the bus again")->group(traffic);
+    cli.add_flag("--start-now", options.startNow, "Starts the traffic without waiting for a host")->group(traffic);
+
+    const auto faults = "Faults";
+    cli.add_option("--wrong-checksum", options.faults.wrongChecksumEvery, "Every Nth frame has a wrong checksum")
+        ->group(faults)
+        ->check(CLI::Range(1, 1000000));
+    cli.add_option("--missing-end", options.faults.missingEndEvery, "Every Nth frame has no end marker")
+        ->group(faults)
+        ->check(CLI::Range(1, 1000000));
+    cli.add_option("--garbage", options.garbage, "Bytes before every frame")->group(faults)->check(hexBytes(0));
+    cli.add_option("--cut", options.faults.cutAt, "Cuts every frame behind its Nth byte")
+        ->group(faults)
+        ->check(CLI::Range(1, 38));
+    cli.add_option("--merge", options.faults.mergeCount, "Joins N frames into one write")
+        ->group(faults)
+        ->check(CLI::Range(2, 1000));
+    cli.add_option("--delay", options.faults.replyDelayMs, "Milliseconds before each reply")
+        ->group(faults)
+        ->check(CLI::Range(1, 60000));
+    cli.add_flag("--mute", options.faults.mute, "Answers no request")->group(faults);
+    cli.add_flag("--black-hole", options.faults.blackHole, "Accepts connections, reads nothing, says nothing")
+        ->group(faults);
+    cli.add_flag("--refuse", options.faults.refuse, "Refuses connections")->group(faults);
+    cli.add_option("--drop-after", options.dropAfterMs, "Drops the links so many milliseconds after each connection")
+        ->group(faults)
+        ->check(CLI::Range(1, 3600000));
+    cli.add_option("--status", options.status, "Reports this status byte (0 to 255) again and again")
+        ->group(faults)
+        ->check(CLI::Range(0, 255));
+    cli.add_option("--status-every", options.statusEveryMs, "Milliseconds between the reports")
+        ->capture_default_str()
+        ->group(faults)
+        ->check(CLI::Range(1, 3600000));
+    cli.add_option("--flood", options.flood, "Messages sent as fast as they go when the first host is there")
+        ->group(faults)
+        ->check(CLI::Range(1, 100000000));
+
+    cli.add_option("--seconds", options.seconds, "Ends by itself after so long")->check(CLI::Range(0.001, 1e6));
+    cli.add_flag("--verbose", options.verbose, "Prints every request and message");
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    SSimOptions options;
+    CLI::App cli("A T93 gateway in software: answers hosts over TCP and UDP, with a simulated CAN bus behind it.",
+                 "t93sim");
+    cli.set_version_flag("--version", "t93sim 1.0.0");
+    addOptions(cli, options);
+    try {
+        cli.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return cli.exit(success);
+    } catch (const CLI::ParseError& error) {
+        std::fprintf(stderr, "t93sim: %s (t93sim --help lists the options)\n", error.what());
+        return EXIT_USAGE;
+    }
+    CSimProgram program(options);
+    QString error;
+    if (!program.start(error)) {
+        std::fprintf(stderr, "t93sim: %s\n", qPrintable(error));
+        return EXIT_USAGE;
+    }
+    return app.exec();
+}

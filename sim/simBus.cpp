@@ -1,0 +1,17 @@
+#include "sim/simBus.h"
+
+#include "InterfaceT93/busload.h"
+
+namespace vexmor::Sim
+{
+
+CSimBus::CSimBus(QObject* parent) : QObject(parent) {}
+
+void CSimBus::send(const Cim::CCanMessage& message, const CSimGateway* sender)
+{
+    ++m_messageCount;
+    m_bitCount += Cim::canMessageBits(message.length());
+    Q_EMIT messageSent(message, sender);
+}
+
+} // namespace vexmor::Sim

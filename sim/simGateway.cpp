@@ -1,0 +1,443 @@
+#include "sim/simGateway.h"
+
+#include "InterfaceT93/gatewayReplies.h"
+#include "InterfaceT93/rmFrame.h"
+#include "sim/simBus.h"
+#include "sim/simLink.h"
+
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QTcpServer>
+#include <QUdpSocket>
+
+#include <algorithm>
+#include <vector>
+
+namespace vexmor::Sim
+{
+namespace
+{
+constexpr int PORT_TRIES = 20;
+constexpr int LISTEN_RETRY_MS = 10;
+constexpr int FLOOD_PER_TURN = 500;
+constexpr qint64 FLOOD_AHEAD = 256 * 1024; // bytes that may wait for a host while flooding
+constexpr std::uint16_t STANDARD_IDS = 0x800;
+constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // a host takes each counted frame for so many bits
+
+QByteArray bytesOf(std::initializer_list<std::uint8_t> bytes)
+{
+    QByteArray result;
+    for (const std::uint8_t byte : bytes) {
+        result.append(static_cast<char>(byte));
+    }
+    return result;
+}
+} // namespace
+
+/// The gateway's inside: who is connected, and what is answered.
+class CSimGateway::CPrivate : public QObject
+{
+public:
+    CPrivate(CSimGateway& gateway, CSimBus& bus) : q(gateway), m_bus(bus)
+    {
+        m_listenTimer.setSingleShot(true);
+        m_measureTimer.setTimerType(Qt::PreciseTimer);
+        connect(&m_server, &QTcpServer::newConnection, this, &CPrivate::onNewConnection);
+        connect(&m_udp, &QUdpSocket::readyRead, this, &CPrivate::onDatagrams);
+        connect(&m_listenTimer, &QTimer::timeout, this, &CPrivate::updateListening);
+        connect(&m_measureTimer, &QTimer::timeout, this, &CPrivate::measure);
+        connect(&m_floodTimer, &QTimer::timeout, this, &CPrivate::floodOn);
+        connect(&bus, &CSimBus::messageSent, this, [this](const Cim::CCanMessage& message, const CSimGateway* sender) {
+            if (sender != &q) {
+                sendMessage(message);
+            }
+        });
+    }
+
+    bool listen(const QHostAddress& address, std::uint16_t port, QString& error);
+    void updateListening();
+    void onNewConnection();
+    void onDatagrams();
+    void addLink(std::unique_ptr<CSimLink> link);
+    void removeLink(const CSimLink* link);
+    int count(bool tcp) const;
+
+    void handle(CSimLink& link, const Cim::SRmFrame& frame);
+    void reply(CSimLink& link, std::uint8_t command, const QByteArray& payload);
+    void sendMessage(const Cim::CCanMessage& message);
+    void sendToAll(std::uint8_t command, const QByteArray& payload);
+    void startMeasuring(int intervalMs);
+    void measure();
+    std::uint16_t measuredValue() const;
+    void floodOn();
+
+    CSimGateway& q;
+    CSimBus& m_bus;
+    SSimIdentity m_identity;
+    SSimFaults m_faults;
+    QTcpServer m_server;
+    QUdpSocket m_udp;
+    QHostAddress m_address;
+    std::uint16_t m_port = 0;
+    int m_maxClients = 1;
+    bool m_echo = false;
+    std::vector<std::unique_ptr<CSimLink>> m_links; ///< oldest first
+    QTimer m_listenTimer;
+    QTimer m_measureTimer;
+    QElapsedTimer m_measureClock;
+    std::uint64_t m_bitsBefore = 0;    ///< on the bus when the interval began
+    std::uint64_t m_bitsPerSecond = 0; ///< in the last whole interval
+    QTimer m_floodTimer;
+    int m_floodLeft = 0;
+    int m_floodSent = 0;
+};
+
+bool CSimGateway::CPrivate::listen(const QHostAddress& address, std::uint16_t port, QString& error)
+{
+    m_server.close();
+    m_udp.close();
+    for (int tries = 0; tries < (port == 0 ? PORT_TRIES : 1); ++tries) {
+        if (!m_server.listen(address, port)) {
+            error = QStringLiteral("cannot listen on %1:%2 (TCP): %3")
+                        .arg(address.toString())
+                        .arg(port)
+                        .arg(m_server.errorString());
+            continue;
+        }
+        // Datagrams must not be lost to another program that shares the port.
+        if (m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
+            m_address = address;
+            m_port = m_server.serverPort();
+            updateListening();
+            return true;
+        }
+        error = QStringLiteral("cannot listen on %1:%2 (UDP): %3")
+                    .arg(address.toString())
+                    .arg(m_server.serverPort())
+                    .arg(m_udp.errorString());
+        m_server.close();
+    }
+    return false;
+}
+
+void CSimGateway::CPrivate::updateListening()
+{
+    const bool wanted = m_port != 0 && !m_faults.refuse && count(true) < m_maxClients;
+    if (!wanted) {
+        m_server.close(); // the only way to have the kernel refuse connections
+    } else if (!m_server.isListening() && !m_server.listen(m_address, m_port)) {
+        m_listenTimer.start(LISTEN_RETRY_MS);
+    }
+}
+
+void CSimGateway::CPrivate::onNewConnection()
+{
+    while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
+        if (count(true) >= m_maxClients) {
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
+        addLink(std::make_unique<CSimLink>(socket, m_faults));
+    }
+    updateListening();
+}
+
+void CSimGateway::CPrivate::onDatagrams()
+{
+    while (m_udp.hasPendingDatagrams()) {
+        char bytes[Cim::RM_BUFFER_SIZE];
+        QHostAddress address;
+        quint16 port = 0;
+        const qint64 size = m_udp.readDatagram(bytes, sizeof bytes, &address, &port);
+        if (size <= 0 || m_faults.blackHole || m_faults.refuse) {
+            continue;
+        }
+        const auto known = std::find_if(m_links.begin(), m_links.end(), [&](const auto& link) {
+            return !link->isTcp() && link->isFrom(address, port);
+        });
+        if (known != m_links.end()) {
+            (*known)->receive(bytes, size);
+            continue;
+        }
+        if (count(false) >= m_maxClients) {
+            removeLink(
+                std::find_if(m_links.begin(), m_links.end(), [](const auto& link) { return !link->isTcp(); })->get());
+        }
+        addLink(std::make_unique<CSimLink>(m_udp, address, port, m_faults));
+        m_links.back()->receive(bytes, size);
+    }
+}
+
+void CSimGateway::CPrivate::addLink(std::unique_ptr<CSimLink> link)
+{
+    CSimLink* const added = link.get();
+    m_links.push_back(std::move(link));
+    connect(added, &CSimLink::frameReceived, this,
+            [this, added](const Cim::SRmFrame& frame) { handle(*added, frame); });
+    connect(added, &CSimLink::disconnected, this, [this, added] { removeLink(added); });
+    Q_EMIT q.hostConnected();
+}
+
+void CSimGateway::CPrivate::removeLink(const CSimLink* link)
+{
+    const auto found =
+        std::find_if(m_links.begin(), m_links.end(), [link](const auto& candidate) { return candidate.get() == link; });
+    if (found == m_links.end()) {
+        return;
+    }
+    CSimLink* const removed = found->release(); // may be in the middle of a signal
+    m_links.erase(found);
+    removed->disconnect(this);
+    removed->deleteLater();
+    updateListening();
+    Q_EMIT q.hostDisconnected();
+}
+
+int CSimGateway::CPrivate::count(bool tcp) const
+{
+    return static_cast<int>(
+        std::count_if(m_links.begin(), m_links.end(), [tcp](const auto& link) { return link->isTcp() == tcp; }));
+}
+
+void CSimGateway::CPrivate::handle(CSimLink& link, const Cim::SRmFrame& received)
+{
+    const QPointer<CSimLink> alive(&link);
+    const Cim::SRmFrame frame = received; // a listener may end the link that holds it
+    const QByteArray payload(reinterpret_cast<const char*>(frame.payload.data()), frame.payloadLength);
+    Q_EMIT q.requestReceived(frame.command, payload);
+    if (!alive) {
+        return;
+    }
+    switch (frame.command) {
+    case Cim::RM_CMD_TX11BIT_MSG:
+    case Cim::RM_CMD_TX11BIT_MSG_ALT: {
+        const Cim::CCanMessage message = Cim::canMessageOfFrame(frame);
+        Q_EMIT q.messageReceived(message);
+        m_bus.send(message, &q);
+        if (m_echo) {
+            m_bus.send(message);
+        }
+        break;
+    }
+    case Cim::RM_CMD_DEVICE_ID:
+        reply(link, frame.command,
+              m_identity.deviceText + bytesOf({static_cast<std::uint8_t>(m_identity.deviceNumber >> 8),
+                                               static_cast<std::uint8_t>(m_identity.deviceNumber)}));
+        break;
+    case Cim::RM_CMD_FIRMWARE_VERSION:
+        reply(link, frame.command, bytesOf({0, 0, m_identity.firmwareMajor, m_identity.firmwareMinor}));
+        break;
+    case Cim::RM_CMD_MAC_ADDRESS:
+        reply(link, frame.command,
+              QByteArray(reinterpret_cast<const char*>(m_identity.macAddress.data()),
+                         static_cast<int>(m_identity.macAddress.size())));
+        break;
+    case Cim::RM_CMD_BUSLOAD:
+        if (m_identity.measuresBusload) {
+            const std::uint16_t value = measuredValue();
+            reply(link, frame.command,
+                  bytesOf({static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)}));
+        }
+        break;
+    case Cim::RM_CMD_BUSLOAD_INTERVAL:
+        if (m_identity.measuresBusload && frame.payloadLength >= 2) {
+            startMeasuring(frame.payload[0] << 8 | frame.payload[1]);
+            reply(link, frame.command, payload);
+        }
+        break;
+    case Cim::RM_CMD_CAN_BAUD_RATE:
+        if (const std::uint32_t rate = Cim::rmBaudrateOfCode(frame.payload[0]); rate != 0) {
+            m_bus.setBaudrate(rate);
+        }
+        reply(link, frame.command, payload);
+        break;
+    case Cim::RM_CMD_RESET:
+        m_measureTimer.stop();
+        m_bitsPerSecond = 0;
+        break;
+    default:
+        break;
+    }
+}
+
+void CSimGateway::CPrivate::reply(CSimLink& link, std::uint8_t command, const QByteArray& payload)
+{
+    if (m_faults.mute) {
+        return;
+    }
+    const auto send = [target = &link, command, payload] {
+        target->send(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
+                     static_cast<std::size_t>(payload.size()));
+    };
+    if (m_faults.replyDelayMs > 0) {
+        QTimer::singleShot(m_faults.replyDelayMs, &link, send);
+    } else {
+        send();
+    }
+}
+
+void CSimGateway::CPrivate::sendMessage(const Cim::CCanMessage& message)
+{
+    std::uint8_t payload[10] = {message.id().high(), message.id().low()};
+    std::copy_n(message.data(), message.length(), payload + 2);
+    for (const auto& link : m_links) {
+        link->send(Cim::RM_CMD_RX11BIT_MSG, payload, 2 + message.length());
+    }
+}
+
+void CSimGateway::CPrivate::sendToAll(std::uint8_t command, const QByteArray& payload)
+{
+    for (const auto& link : m_links) {
+        link->send(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
+                   static_cast<std::size_t>(payload.size()));
+    }
+}
+
+void CSimGateway::CPrivate::startMeasuring(int intervalMs)
+{
+    m_bitsBefore = m_bus.bitCount();
+    m_bitsPerSecond = 0;
+    m_measureClock.start();
+    m_measureTimer.start(std::max(intervalMs, 1));
+}
+
+void CSimGateway::CPrivate::measure()
+{
+    constexpr std::uint64_t NANOSECONDS = 1000000000;
+    const auto elapsed = static_cast<std::uint64_t>(std::max<qint64>(m_measureClock.nsecsElapsed(), 1));
+    m_measureClock.start();
+    m_bitsPerSecond = (m_bus.bitCount() - m_bitsBefore) * NANOSECONDS / elapsed;
+    m_bitsBefore = m_bus.bitCount();
+}
+
+std::uint16_t CSimGateway::CPrivate::measuredValue() const
+{
+    const std::uint64_t frames = (m_bitsPerSecond + BITS_PER_COUNTED_FRAME - 1) / BITS_PER_COUNTED_FRAME;
+    return static_cast<std::uint16_t>(std::min<std::uint64_t>(frames, 0xFFFF));
+}
+
+void CSimGateway::CPrivate::floodOn()
+{
+    for (int i = 0; i < FLOOD_PER_TURN && m_floodLeft > 0; ++i) {
+        for (const auto& link : m_links) {
+            if (link->waiting() > FLOOD_AHEAD) {
+                return; // goes on when the host has read
+            }
+        }
+        unsigned char data[8] = {};
+        for (int byte = 0; byte < 4; ++byte) {
+            data[4 + byte] = static_cast<unsigned char>(static_cast<unsigned int>(m_floodSent) >> (24 - 8 * byte));
+        }
+        sendMessage(Cim::CCanMessage(Cim::CCanId::fromValue(m_floodSent % STANDARD_IDS), sizeof data, data));
+        ++m_floodSent;
+        --m_floodLeft;
+    }
+    if (m_floodLeft == 0) {
+        m_floodTimer.stop();
+    }
+}
+
+CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : QObject(parent), d(std::make_unique<CPrivate>(*this, bus)) {}
+
+CSimGateway::~CSimGateway() = default;
+
+bool CSimGateway::listen(const QHostAddress& address, std::uint16_t port, QString& error)
+{
+    return d->listen(address, port, error);
+}
+
+std::uint16_t CSimGateway::port() const
+{
+    return d->m_port;
+}
+
+QHostAddress CSimGateway::address() const
+{
+    return d->m_address;
+}
+
+const SSimIdentity& CSimGateway::identity() const
+{
+    return d->m_identity;
+}
+
+void CSimGateway::setIdentity(const SSimIdentity& identity)
+{
+    d->m_identity = identity;
+}
+
+const SSimFaults& CSimGateway::faults() const
+{
+    return d->m_faults;
+}
+
+void CSimGateway::setFaults(const SSimFaults& faults)
+{
+    d->m_faults = faults;
+    d->updateListening();
+    for (std::size_t i = 0; i < d->m_links.size(); ++i) {
+        d->m_links[i]->applyFaults();
+    }
+}
+
+void CSimGateway::setMaxClients(int count)
+{
+    d->m_maxClients = std::max(count, 1);
+    d->updateListening();
+}
+
+void CSimGateway::setEcho(bool echo)
+{
+    d->m_echo = echo;
+}
+
+int CSimGateway::tcpHostCount() const
+{
+    return d->count(true);
+}
+
+int CSimGateway::udpHostCount() const
+{
+    return d->count(false);
+}
+
+void CSimGateway::dropLinks()
+{
+    while (!d->m_links.empty()) {
+        CSimLink* const link = d->m_links.front().get();
+        link->abort();
+        d->removeLink(link);
+    }
+}
+
+void CSimGateway::sendStatus(std::uint8_t flags)
+{
+    d->sendToAll(Cim::RM_CMD_STATUS, bytesOf({flags}));
+}
+
+void CSimGateway::sendFrame(std::uint8_t command, const QByteArray& payload)
+{
+    d->sendToAll(command, payload);
+}
+
+void CSimGateway::sendRaw(const QByteArray& bytes)
+{
+    for (const auto& link : d->m_links) {
+        link->sendRaw(bytes);
+    }
+}
+
+void CSimGateway::flood(int count)
+{
+    d->m_floodLeft = count;
+    d->m_floodSent = 0;
+    d->m_floodTimer.start(1);
+}
+
+int CSimGateway::busloadPercent() const
+{
+    return static_cast<int>(d->m_bitsPerSecond * 100 / (d->m_bus.baudrate() * 1000ULL));
+}
+
+} // namespace vexmor::Sim

@@ -1,0 +1,164 @@
+#include "sim/simProgram.h"
+
+#include "sim/interruption.h"
+
+#include <QCoreApplication>
+#include <QStringList>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace vexmor::Sim
+{
+namespace
+{
+QByteArray hexBytes(const std::string& text)
+{
+    return QByteArray::fromHex(QByteArray::fromStdString(text).replace(":", ""));
+}
+
+SSimIdentity identityOf(const SSimOptions& options, int number)
+{
+    SSimIdentity identity;
+    const QByteArray mac = hexBytes(options.mac);
+    std::copy(mac.begin(), mac.end(), identity.macAddress.begin());
+    identity.macAddress.back() = static_cast<std::uint8_t>(identity.macAddress.back() + number);
+    SSimOptions::parseFirmware(options.firmware, &identity.firmwareMajor, &identity.firmwareMinor);
+    identity.deviceText = QByteArray::fromStdString(options.deviceText);
+    identity.deviceNumber = static_cast<std::uint16_t>(number + 1);
+    identity.measuresBusload = !options.noBusload;
+    return identity;
+}
+
+/// One line at once, also into a pipe: scripts wait for it.
+void print(const QByteArray& line)
+{
+    std::printf("%s\n", line.constData());
+    std::fflush(stdout);
+}
+} // namespace
+
+bool SSimOptions::parseFirmware(const std::string& text, std::uint8_t* major, std::uint8_t* minor)
+{
+    const QStringList parts = QString::fromStdString(text).split(QLatin1Char('.'));
+    if (parts.size() != 2) {
+        return false;
+    }
+    bool ok[2] = {};
+    const unsigned int numbers[2] = {parts.at(0).toUInt(&ok[0]), parts.at(1).toUInt(&ok[1])};
+    if (!ok[0] || !ok[1] || numbers[0] > 0xFF || numbers[1] > 0xFF) {
+        return false;
+    }
+    if (major != nullptr && minor != nullptr) {
+        *major = static_cast<std::uint8_t>(numbers[0]);
+        *minor = static_cast<std::uint8_t>(numbers[1]);
+    }
+    return true;
+}
+
+CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
+
+bool CSimProgram::start(QString& error)
+{
+    m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
+    if (!m_options.replay.empty() &&
+        !m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop, error)) {
+        return false;
+    }
+    connect(&m_replay, &CSimReplay::failed, this,
+            [](const QString& text) { std::fprintf(stderr, "t93sim: the replay ended: %s\n", qPrintable(text)); });
+    for (int number = 0; number < m_options.gateways; ++number) {
+        auto gateway = makeGateway(number);
+        const int port = m_options.port == 0 ? 0 : m_options.port + number;
+        if (port > 0xFFFF) {
+            error = QStringLiteral("port %1 of gateway %2: must be at most 65535").arg(port).arg(number + 1);
+            return false;
+        }
+        if (!gateway->listen(QHostAddress(QString::fromStdString(m_options.address)), static_cast<std::uint16_t>(port),
+                             error)) {
+            return false;
+        }
+        const auto& mac = gateway->identity().macAddress;
+        print("gateway " + QByteArray::number(number + 1) + ": " + gateway->address().toString().toLatin1() + ':' +
+              QByteArray::number(gateway->port()) + " (TCP and UDP), MAC " +
+              QByteArray(reinterpret_cast<const char*>(mac.data()), static_cast<int>(mac.size())).toHex(':'));
+        m_gateways.push_back(std::move(gateway));
+    }
+    connect(new CInterruption(this), &CInterruption::interrupted, this, &CSimProgram::finish);
+    if (m_options.seconds > 0) {
+        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, &CSimProgram::finish);
+    }
+    if (m_options.startNow) {
+        startTraffic();
+    }
+    return true;
+}
+
+std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
+{
+    auto made = std::make_unique<CSimGateway>(m_bus);
+    CSimGateway* const gateway = made.get();
+    SSimFaults faults = m_options.faults;
+    faults.garbage = hexBytes(m_options.garbage);
+    gateway->setIdentity(identityOf(m_options, number));
+    gateway->setFaults(faults);
+    gateway->setMaxClients(m_options.clients);
+    gateway->setEcho(m_options.echo);
+
+    const QByteArray name = "gateway " + QByteArray::number(number + 1);
+    connect(gateway, &CSimGateway::hostConnected, this, [this, gateway] { onHostConnected(*gateway); });
+    connect(gateway, &CSimGateway::messageReceived, this, [this] { ++m_fromHosts; });
+    connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
+        startTraffic(); // the first request: a host is there and listens
+        if (m_options.verbose) {
+            print(name + ": command " + QByteArray::number(command, 16).rightJustified(2, '0') + ' ' +
+                  payload.toHex(' '));
+        }
+    });
+    if (m_options.verbose) {
+        connect(gateway, &CSimGateway::hostConnected, this, [name] { print(name + ": host connected"); });
+        connect(gateway, &CSimGateway::hostDisconnected, this, [name] { print(name + ": host gone"); });
+    }
+    if (m_options.status >= 0) {
+        auto* const timer = new QTimer(gateway);
+        connect(timer, &QTimer::timeout, gateway,
+                [this, gateway] { gateway->sendStatus(static_cast<std::uint8_t>(m_options.status)); });
+        timer->start(m_options.statusEveryMs);
+    }
+    return made;
+}
+
+void CSimProgram::onHostConnected(CSimGateway& gateway)
+{
+    if (m_options.dropAfterMs > 0) {
+        QTimer::singleShot(m_options.dropAfterMs, &gateway, &CSimGateway::dropLinks);
+    }
+}
+
+void CSimProgram::startTraffic()
+{
+    if (m_trafficStarted) {
+        return;
+    }
+    m_trafficStarted = true;
+    if (!m_options.replay.empty()) {
+        m_replay.start();
+    }
+    m_generator.start(m_options.generate);
+    if (m_options.flood > 0) {
+        for (const auto& gateway : m_gateways) {
+            gateway->flood(m_options.flood);
+        }
+    }
+}
+
+void CSimProgram::finish()
+{
+    print("messages: " + QByteArray::number(static_cast<qulonglong>(m_fromHosts)) + " from hosts, " +
+          QByteArray::number(static_cast<qulonglong>(m_replay.sent())) + " replayed, " +
+          QByteArray::number(static_cast<qulonglong>(m_generator.sent())) + " generated");
+    QCoreApplication::quit();
+}
+
+} // namespace vexmor::Sim

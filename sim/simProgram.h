@@ -1,0 +1,75 @@
+#pragma once
+
+#include "sim/simBus.h"
+#include "sim/simGateway.h"
+#include "sim/simTraffic.h"
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vexmor::Sim
+{
+
+/// What the user asks of t93sim, already checked by the parser of the command line.
+struct SSimOptions {
+    std::string address = "127.0.0.1";
+    int port = 30000;
+    int gateways = 1;
+    int clients = 1;
+    std::string mac = "02:00:00:54:39:33";
+    std::string firmware = "1.5";
+    std::string deviceText = "T93 SIM SW02.03";
+    int baud = 500;
+    bool noBusload = false;
+    std::string replay;
+    double speed = 1;
+    bool loop = false;
+    int generate = 0;
+    bool echo = false;
+    bool startNow = false;
+    SSimFaults faults;
+    std::string garbage;
+    int dropAfterMs = 0;
+    int status = -1; ///< -1: none
+    int statusEveryMs = 1000;
+    int flood = 0;
+    double seconds = 0; ///< 0: until it is interrupted
+    bool verbose = false;
+
+    /// Takes "1.05" apart; false when it is not of that form.
+    static bool parseFirmware(const std::string& text, std::uint8_t* major = nullptr, std::uint8_t* minor = nullptr);
+};
+
+/// The gateways of one run of t93sim, their bus and its traffic. Ends the application on SIGINT and SIGTERM, with a
+/// summary.
+class CSimProgram : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CSimProgram(SSimOptions options);
+
+    /// False, with a text for the user, when it cannot start.
+    bool start(QString& error);
+
+private:
+    std::unique_ptr<CSimGateway> makeGateway(int number);
+    void onHostConnected(CSimGateway& gateway);
+    void startTraffic();
+    void finish();
+
+    const SSimOptions m_options;
+    CSimBus m_bus;
+    CSimReplay m_replay{m_bus};
+    CSimGenerator m_generator{m_bus};
+    std::vector<std::unique_ptr<CSimGateway>> m_gateways;
+    bool m_trafficStarted = false;
+    std::uint64_t m_fromHosts = 0;
+};
+
+} // namespace vexmor::Sim

@@ -1,0 +1,121 @@
+#include "sim/simTraffic.h"
+
+namespace vexmor::Sim
+{
+namespace
+{
+constexpr int TICK_MS = 1;
+constexpr int DEVICE_COUNT = 8;
+constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;
+constexpr double MICROSECONDS_PER_MS = 1000.0;
+} // namespace
+
+CSimReplay::CSimReplay(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
+{
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &CSimReplay::onTimeout);
+}
+
+bool CSimReplay::open(const QString& path, double speed, bool loop, QString& error)
+{
+    stop();
+    m_speed = speed;
+    m_loop = loop;
+    if (!m_reader.open(path, error)) {
+        return false;
+    }
+    if (!m_reader.next(m_next, error)) {
+        if (error.isEmpty()) {
+            error = QStringLiteral("%1: holds no frame").arg(path);
+        }
+        return false;
+    }
+    m_firstMicroseconds = m_next.microseconds;
+    return true;
+}
+
+void CSimReplay::start()
+{
+    m_clock.start();
+    m_timer.start(TICK_MS);
+}
+
+void CSimReplay::stop()
+{
+    m_timer.stop();
+}
+
+void CSimReplay::onTimeout()
+{
+    const double now = static_cast<double>(m_clock.nsecsElapsed()) / MICROSECONDS_PER_MS * m_speed;
+    // A loop of frames that are all due at once must leave this turn all the same.
+    const std::uint64_t turnLimit = m_sent + 100000;
+    while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && m_sent < turnLimit) {
+        ++m_sent;
+        m_bus.send(m_next.message);
+        if (!advance()) {
+            return;
+        }
+    }
+}
+
+bool CSimReplay::advance()
+{
+    QString error;
+    if (m_reader.next(m_next, error)) {
+        return true;
+    }
+    if (error.isEmpty() && m_loop && m_reader.rewind() && m_reader.next(m_next, error)) {
+        m_clock.restart();
+        return true;
+    }
+    m_timer.stop();
+    if (error.isEmpty()) {
+        Q_EMIT finished();
+    } else {
+        Q_EMIT failed(error);
+    }
+    return false;
+}
+
+CSimGenerator::CSimGenerator(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
+{
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &CSimGenerator::onTimeout);
+}
+
+void CSimGenerator::start(int rate)
+{
+    m_rate = rate;
+    m_sentThisRun = 0;
+    m_clock.start();
+    if (rate > 0) {
+        m_timer.start(TICK_MS);
+    } else {
+        m_timer.stop();
+    }
+}
+
+void CSimGenerator::stop()
+{
+    m_timer.stop();
+}
+
+void CSimGenerator::onTimeout()
+{
+    const auto due = static_cast<std::uint64_t>(m_clock.elapsed()) * static_cast<std::uint64_t>(m_rate) / 1000;
+    while (m_sentThisRun < due) {
+        // Each device reports its own number and how often it has reported.
+        const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
+        const std::uint64_t count = m_sent / DEVICE_COUNT;
+        unsigned char data[8] = {0x10, device};
+        for (int i = 0; i < 4; ++i) {
+            data[4 + i] = static_cast<unsigned char>(count >> (24 - 8 * i));
+        }
+        m_bus.send(Cim::CCanMessage(Cim::CCanId::fromValue(FIRST_DEVICE_ID + device), sizeof data, data));
+        ++m_sent;
+        ++m_sentThisRun;
+    }
+}
+
+} // namespace vexmor::Sim
