@@ -17,11 +17,13 @@ QStringList atFarEnd(const QStringList& command)
     return QStringList{QStringLiteral("-t"), QString::fromLocal8Bit(qgetenv("CIM_FAR")), QStringLiteral("-n")} + command;
 }
 
-bool setCable(const QString& state)
+/// Plugs or pulls the cable at the gateway, or switches the network interface of this PC on or off.
+bool setLink(bool atGateway, const QString& state)
 {
-    return QProcess::execute(QStringLiteral("nsenter"),
-                             atFarEnd({QStringLiteral("ip"), QStringLiteral("link"), QStringLiteral("set"),
-                                       QStringLiteral("far"), state})) == 0;
+    const QStringList command{QStringLiteral("link"), QStringLiteral("set"),
+                              atGateway ? QStringLiteral("far") : QStringLiteral("near"), state};
+    return atGateway ? QProcess::execute(QStringLiteral("nsenter"), atFarEnd(QStringList(QStringLiteral("ip")) + command)) == 0
+                     : QProcess::execute(QStringLiteral("ip"), command) == 0;
 }
 } // namespace
 
@@ -69,17 +71,23 @@ private Q_SLOTS:
 
     void pulledCable_data()
     {
+        QTest::addColumn<bool>("atGateway");
         QTest::addColumn<unsigned int>("pollTime");
-        QTest::newRow("while requests are under way") << 300U;
-        QTest::newRow("while the link is idle") << 600000U;
+        QTest::newRow("while requests are under way") << true << 300U;
+        QTest::newRow("while the link is idle") << true << 600000U;
+        // Attempts to reconnect then fail at once: they must go on all the same.
+        QTest::newRow("network switched off on this side") << false << 300U;
     }
     void pulledCable()
     {
+        QFETCH(bool, atGateway);
         QFETCH(unsigned int, pollTime);
         QProcess gateway;
         gateway.start(QStringLiteral("nsenter"),
                       atFarEnd({QStringLiteral(CIM_T93SIM), QStringLiteral("--address"), FAR, QStringLiteral("--port"),
-                                QStringLiteral("30000"), QStringLiteral("--seconds"), QStringLiteral("60")}));
+                                QStringLiteral("30000"), QStringLiteral("--seconds"), QStringLiteral("60"),
+                                // It may not yet know that the old connection is gone when the new one comes.
+                                QStringLiteral("--clients"), QStringLiteral("2")}));
         QVERIFY(gateway.waitForReadyRead());
         const auto can = makeInterface(30000);
         configure(*can, [&](CConfigParamT93& param) {
@@ -90,18 +98,18 @@ private Q_SLOTS:
         QCOMPARE(can->openCommunication(), 0);
         QTRY_VERIFY(!can->commonInfo().firmwareVersion().isEmpty());
         // An idle link with its cable in is no loss, however silent.
-        QTest::qWait(pollTime > 10000 ? 12000 : 0);
+        QTest::qWait(pollTime > 10000 ? 12000 : 0); // longer than a loss takes to be noticed
         QVERIFY(errors.isEmpty());
 
         QElapsedTimer clock;
         clock.start();
-        QVERIFY(setCable(QStringLiteral("down")));
+        QVERIFY(setLink(atGateway, QStringLiteral("down")));
         QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 13000);
         qInfo("noticed after %lld ms", clock.elapsed());
         QVERIFY2(clock.elapsed() <= 11000, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(errors.at(0).at(0).toInt(), 0);
         QCOMPARE(can->commonInfo().connectionState(), CCommonInfo::eNotConnected);
-        QVERIFY(setCable(QStringLiteral("up")));
+        QVERIFY(setLink(atGateway, QStringLiteral("up")));
         QTRY_COMPARE_WITH_TIMEOUT(can->commonInfo().connectionState(), CCommonInfo::eConnected, 10000);
         QCOMPARE(can->writeMessage(message(0x123)), 0);
         QCOMPARE(errors.size(), 1);
