@@ -40,7 +40,7 @@ Cim::CCanMessage messageOf(const SMessage& message)
 }
 } // namespace
 
-CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(plugin().createInterface())
+CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny) : m_interface(plugin().createInterface())
 {
     // The protocol is a parameter that hosts set through the settings.
     QSettings settings;
@@ -51,6 +51,7 @@ CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(p
     settings.setValue(QStringLiteral("IP-Address"), QStringLiteral("127.0.0.1"));
     settings.setValue(QStringLiteral("Port"), port);
     settings.setValue(QStringLiteral("CanBaudrate"), 1000);
+    settings.setValue(QStringLiteral("UdpBindAnyIp"), bindAny ? 1 : 0);
     settings.sync();
     Cim::CCommonInfo info = m_interface->commonInfo();
     info.setUniqueName(UNIQUE_NAME);

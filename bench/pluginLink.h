@@ -12,14 +12,16 @@ namespace vexmor::Bench
 class CPluginLink
 {
 public:
-    /// A closed interface for a gateway at 127.0.0.1.
-    CPluginLink(EProtocol protocol, std::uint16_t port);
+    /// A closed interface for a gateway at 127.0.0.1. With `bindAny` a UDP interface is bound to any address of the PC,
+    /// and has to look at each datagram's sender.
+    CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny = false);
 
     /// Throws std::runtime_error with the interface's own text when it cannot.
     void open();
     void close();
     /// Throws when the message is refused.
     void send(const SMessage& message);
+    /// `count` messages with nothing between them; how they travel is up to the plugin.
     void sendJoined(const SMessage& message, int count);
     /// Runs the event loop until `count` messages were read; throws when nothing comes for PATIENCE_S.
     void receive(int count);

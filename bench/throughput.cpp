@@ -19,7 +19,7 @@ using namespace vexmor::Bench;
 
 namespace
 {
-constexpr int ROUNDS = 25;
+constexpr int ROUNDS = 25; ///< measured, after one that warms up
 constexpr int RECEIVE_BURST = 8000;
 constexpr int RECEIVE_BURSTS = 10;      ///< a round
 constexpr int DATAGRAM_BURST = 200;     ///< what a socket's receive buffer takes in any case
@@ -98,7 +98,7 @@ void measure(const char* name, int framesPerRound, double aim, Raw&& raw, Plugin
     for (int round = 0; round <= ROUNDS; ++round) {
         const double rawTime = raw() / framesPerRound;
         const double pluginTime = plugin() / framesPerRound;
-        if (round > 0) { // the first one warms up
+        if (round > 0) {
             raws.push_back(rawTime);
             plugins.push_back(pluginTime);
             ratios.push_back(pluginTime / rawTime);
@@ -109,11 +109,11 @@ void measure(const char* name, int framesPerRound, double aim, Raw&& raw, Plugin
 
 /// Two gateways, one for a plain socket and one for the plugin, and the links to them.
 struct SLinks {
-    SLinks(EProtocol protocol, int gatewayProcessor)
+    SLinks(EProtocol protocol, int gatewayProcessor, bool bindAny = false)
         : rawGateway(protocol, gatewayProcessor),
           pluginGateway(protocol, gatewayProcessor),
           raw(protocol, rawGateway.port()),
-          plugin(protocol, pluginGateway.port())
+          plugin(protocol, pluginGateway.port(), bindAny)
     {
         plugin.open();
     }
@@ -198,26 +198,24 @@ void measureSending(SLinks& links, const char* protocol)
             name.data(), frames, aim, [&] { return sendBatches(links.raw, raw); },
             [&] { return sendBatches(links.plugin, plugin); });
     };
+    const auto eachInATurn = [&message](auto& link) {
+        repeat(SEND_BATCH, [&] {
+            link.send(message);
+            eventLoopTurn();
+        });
+    };
     const auto rawEach = [&] { repeat(SEND_BATCH, [&] { links.raw.send(message); }); };
-    const auto pluginBurst = [&] { links.plugin.sendJoined(message, SEND_BATCH); };
+    const auto pluginBurst = [&] {
+        links.plugin.sendJoined(message, SEND_BATCH);
+        eventLoopTurn();
+    };
 
     row(
-        "each in a turn of the event loop, raw send too", 1.3,
-        [&] {
-            repeat(SEND_BATCH, [&] {
-                links.raw.send(message);
-                eventLoopTurn();
-            });
-        },
-        [&] {
-            repeat(SEND_BATCH, [&] {
-                links.plugin.send(message);
-                eventLoopTurn();
-            });
-        });
-    row("100 in a turn, raw sends one by one", 1.3, rawEach, pluginBurst);
+        "each in a turn of the event loop", 1.3, [&] { eachInATurn(links.raw); }, [&] { eachInATurn(links.plugin); });
+    row("the same, raw without an event loop", 0, rawEach, [&] { eachInATurn(links.plugin); });
+    row("100 in a turn, raw one by one", 1.3, rawEach, pluginBurst);
     row(
-        "100 in a turn, raw sends joined", 0, [&] { links.raw.sendJoined(message, SEND_BATCH); }, pluginBurst);
+        "100 in a turn, raw joined", 0, [&] { links.raw.sendJoined(message, SEND_BATCH); }, pluginBurst);
 }
 
 void measureRoundTrips(SLinks& links, const char* protocol)
@@ -253,7 +251,9 @@ void countAllocations(SLinks& links, const char* protocol, int bursts, int burst
         const std::uint64_t before = allocations();
         action();
         const double count = static_cast<double>(allocations() - before) / frames;
-        std::printf("  %s, %-51s %9s %9.3f %7s  none %s\n", protocol, name, "", count, "", verdict(count < 0.01));
+        char text[80];
+        std::snprintf(text, sizeof text, "%s, %s", protocol, name);
+        std::printf("  %-56s %9s %9.3f %7s  none %s\n", text, "", count, "", verdict(count < 0.01));
     };
     row("received in bursts", bursts * burst, [&] { receiveBursts(links.plugin, bursts, burst); });
     row("sent, each in a turn of the event loop", SEND_BATCH, [&] {
@@ -317,6 +317,8 @@ void run()
     title("HEAP, allocations a frame", "");
     countAllocations(tcp, "TCP", RECEIVE_BURSTS, RECEIVE_BURST);
     countAllocations(udp, "UDP", DATAGRAM_BURSTS, DATAGRAM_BURST);
+    SLinks udpAny(EProtocol::eUdp, 0, true);
+    countAllocations(udpAny, "UDP bound to any", DATAGRAM_BURSTS, DATAGRAM_BURST);
     measureMemory(EProtocol::eTcp, "TCP");
     measureMemory(EProtocol::eUdp, "UDP");
 }
