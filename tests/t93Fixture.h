@@ -94,13 +94,15 @@ struct SOpenInterface {
         if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
             qFatal("%s", qPrintable(error));
         }
-        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const CCanMessage& one) { atGateway.append(one); });
+        QObject::connect(&gateway, &CSimGateway::messageReceived,
+                         [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
         errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
         openCode = can->openCommunication();
         // The last of the start-up replies: from here on the gateway knows this host.
-        settled = QTest::qWaitFor([this] { return !can->commonInfo().interfaceId().isEmpty() &&
-                                                  !can->commonInfo().firmwareVersion().isEmpty(); });
+        settled = QTest::qWaitFor([this] {
+            return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
+        });
     }
 
     /// Takes messages until there are `count`, or for 5 s.

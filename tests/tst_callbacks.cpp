@@ -40,8 +40,10 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("act");
         for (const char* place : {"spy receive", "spy send", "error slot"}) {
             for (const char* act : {"close", "reopen", "delete", "close in a nested loop", "reset"}) {
-                QTest::addRow("TCP, %s, %s", place, act) << CCommonInfo::eProtocolTcp << QByteArray(place) << QByteArray(act);
-                QTest::addRow("UDP, %s, %s", place, act) << CCommonInfo::eProtocolUdp << QByteArray(place) << QByteArray(act);
+                QTest::addRow("TCP, %s, %s", place, act)
+                    << CCommonInfo::eProtocolTcp << QByteArray(place) << QByteArray(act);
+                QTest::addRow("UDP, %s, %s", place, act)
+                    << CCommonInfo::eProtocolUdp << QByteArray(place) << QByteArray(act);
             }
         }
     }

@@ -21,8 +21,8 @@ private Q_SLOTS:
         QTest::newRow("no bytes, short identifier") << QByteArray("1#") << QByteArray("001#");
         QTest::newRow("highest identifier, lower case, dots") << QByteArray("7ff#aa.bb.cc") << QByteArray("7FF#AABBCC");
         QTest::newRow("eight bytes") << QByteArray("000#0001020304050607") << QByteArray("000#0001020304050607");
-        for (const char* text : {"", "123", "#11", "800#", "0123#", "12G#", "-12#", "123#1", "123#1G", "123#000102030405060708",
-                                 "123# 11", "00000123#11", "123##011", "123#R"}) {
+        for (const char* text : {"", "123", "#11", "800#", "0123#", "12G#", "-12#", "123#1", "123#1G",
+                                 "123#000102030405060708", "123# 11", "00000123#11", "123##011", "123#R"}) {
             QTest::addRow("refused: %s", text) << QByteArray(text) << QByteArray();
         }
     }

@@ -97,10 +97,9 @@ private Q_SLOTS:
         QTest::addColumn<int>("protocol");
         QTest::addColumn<int>("code");
         QTest::addColumn<QByteArray>("warning");
-        QTest::newRow("connection refused") << int(CCommonInfo::eProtocolTcp) << 103
-                                            << QByteArray("TCP connect (failed:|timeout,) sockErr = 0");
-        QTest::newRow("local address of another machine")
-            << int(CCommonInfo::eProtocolUdp) << 104 << QByteArray();
+        QTest::newRow("connection refused")
+            << int(CCommonInfo::eProtocolTcp) << 103 << QByteArray("TCP connect (failed:|timeout,) sockErr = 0");
+        QTest::newRow("local address of another machine") << int(CCommonInfo::eProtocolUdp) << 104 << QByteArray();
         QTest::newRow("protocol NA") << int(CCommonInfo::eProtocolNa) << 105 << QByteArray();
         QTest::newRow("protocol invalid") << int(CCommonInfo::eProtocolInvalid) << 105 << QByteArray();
     }
@@ -111,7 +110,8 @@ private Q_SLOTS:
         QTcpServer closed;
         closed.listen(QHostAddress(QHostAddress::LocalHost));
         const auto can = makeInterface(closed.serverPort(), static_cast<Protocol>(protocol));
-        configure(*can, [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress(QStringLiteral("192.0.2.1"))); });
+        configure(*can,
+                  [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress(QStringLiteral("192.0.2.1"))); });
         closed.close();
         if (!warning.isEmpty()) {
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QString::fromLatin1(warning)));
@@ -244,7 +244,8 @@ private Q_SLOTS:
             requests.append(buffer, static_cast<int>(gateway.readDatagram(buffer, sizeof buffer, &host, &port)));
         }
         QCOMPARE(requests.toHex(), (START_UP + BAUDRATE_500).toHex());
-        // A frame cut over two datagrams, another joined to it; then a status from elsewhere, which always gets through.
+        // A frame cut over two datagrams, another joined to it; then a status from elsewhere, which always gets
+        // through.
         const QByteArray frames = frame(0x00, hex("012355")) + frame(0x00, hex("0124"));
         gateway.writeDatagram(frames.left(4), host, port);
         gateway.writeDatagram(frames.mid(4), host, port);

@@ -37,7 +37,8 @@ private Q_SLOTS:
     {
         QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
         const QJsonObject metaData = loader.metaData();
-        QCOMPARE(metaData[QStringLiteral("IID")].toString(), QStringLiteral("quinmark.CanInterfaces.CInterfaceT93Plugin"));
+        QCOMPARE(metaData[QStringLiteral("IID")].toString(),
+                 QStringLiteral("quinmark.CanInterfaces.CInterfaceT93Plugin"));
         QCOMPARE(metaData[QStringLiteral("className")].toString(), QStringLiteral("CInterfaceT93Plugin"));
         QObject* const object = loader.instance();
         QCOMPARE(loader.instance(), object);
@@ -130,8 +131,8 @@ private Q_SLOTS:
 
         QList<CCanMessage> sent;
         for (int value = 0; value < 256; ++value) { // each value once at every place of the data
-            sent.append(message(static_cast<std::uint16_t>(value * 8),
-                                QByteArray(value % 9, static_cast<char>(value))));
+            sent.append(
+                message(static_cast<std::uint16_t>(value * 8), QByteArray(value % 9, static_cast<char>(value))));
         }
         for (const CCanMessage& one : std::as_const(sent)) {
             QCOMPARE(host.can->writeMessage(one), 0);
@@ -200,7 +201,8 @@ private Q_SLOTS:
         QTest::newRow("wrong checksum") << wrongChecksum << QList<int>{1} << hex("");
         QTest::newRow("wrong end marker") << wrongEnd << QList<int>{} << hex("");
         QTest::newRow("status 0x09") << frame(0x42, hex("09")) << QList<int>{5, 8} << hex("");
-        QTest::newRow("status 0xFF, other code") << frame(0x43, hex("ff")) << QList<int>{5, 6, 7, 8, 9, 10, 11} << hex("");
+        QTest::newRow("status 0xFF, other code")
+            << frame(0x43, hex("ff")) << QList<int>{5, 6, 7, 8, 9, 10, 11} << hex("");
         QTest::newRow("status without payload") << frame(0x42) << QList<int>{} << hex("");
         QTest::newRow("high bits of the identifier") << frame(0x00, hex("f123")) << QList<int>{} << hex("012300");
         QTest::newRow("message without identifier") << frame(0x00) << QList<int>{} << hex("000000");
@@ -208,8 +210,8 @@ private Q_SLOTS:
         QTest::newRow("timed, two data bytes") << frame(0x01, hex("0123aabb00000001")) << QList<int>{} << hex("012302");
         QTest::newRow("timed, too short") << frame(0x01, hex("0123aabb")) << QList<int>{} << hex("012300");
         QTest::newRow("29-bit and unknown commands")
-            << frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99, hex("01")) + frame(0x57, hex("05")) << QList<int>{}
-            << hex("");
+            << frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99, hex("01")) + frame(0x57, hex("05"))
+            << QList<int>{} << hex("");
         QTest::newRow("short replies") << frame(0x41, hex("0000")) + frame(0x40) + frame(0x40, "T") + frame(0x47)
                                        << QList<int>{} << hex("");
         QTest::newRow("35 payload bytes") << frame(0x00, QByteArray(35, 1)) << QList<int>{} << hex("");
@@ -323,7 +325,7 @@ private Q_SLOTS:
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8"));
         QTRY_COMPARE(polls(), 1); // asked at once, then one poll time after each answer
         host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("f401"));
-        QTRY_VERIFY(readsPercent(29)); // (500 * 74) / 125 = 296, / 10 = 29
+        QTRY_VERIFY(readsPercent(29));                                // (500 * 74) / 125 = 296, / 10 = 29
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // the timer runs: nothing
         host.gateway.sendStatus(0x01);
         QTRY_COMPARE(host.errors->size(), 1);

@@ -14,7 +14,8 @@ const QString FAR = QStringLiteral("10.9.0.2");
 /// Runs a command at the far end of the cable.
 QStringList atFarEnd(const QStringList& command)
 {
-    return QStringList{QStringLiteral("-t"), QString::fromLocal8Bit(qgetenv("CIM_FAR")), QStringLiteral("-n")} + command;
+    return QStringList{QStringLiteral("-t"), QString::fromLocal8Bit(qgetenv("CIM_FAR")), QStringLiteral("-n")} +
+           command;
 }
 
 /// Plugs or pulls the cable at the gateway, or switches the network interface of this PC on or off.
@@ -22,7 +23,8 @@ bool setLink(bool atGateway, const QString& state)
 {
     const QStringList command{QStringLiteral("link"), QStringLiteral("set"),
                               atGateway ? QStringLiteral("far") : QStringLiteral("near"), state};
-    return atGateway ? QProcess::execute(QStringLiteral("nsenter"), atFarEnd(QStringList(QStringLiteral("ip")) + command)) == 0
+    return atGateway ? QProcess::execute(QStringLiteral("nsenter"),
+                                         atFarEnd(QStringList(QStringLiteral("ip")) + command)) == 0
                      : QProcess::execute(QStringLiteral("ip"), command) == 0;
 }
 } // namespace
@@ -54,10 +56,13 @@ private Q_SLOTS:
         QTRY_VERIFY(gateways.hasPendingDatagrams());
         while (gateways.hasPendingDatagrams()) {
             char buffer[100];
-            datagrams.append(QByteArray(buffer, int(gateways.readDatagram(buffer, sizeof buffer, &host, &port))).toHex());
+            datagrams.append(
+                QByteArray(buffer, int(gateways.readDatagram(buffer, sizeof buffer, &host, &port))).toHex());
         }
         // The bit rate, the reset, the message; no MAC address, no version, no bus load.
-        QCOMPARE(datagrams, (QByteArrayList{"4302570513" "0d", "4301c0820d", frame(0x00, hex("0123")).toHex()}));
+        QCOMPARE(datagrams, (QByteArrayList{"4302570513"
+                                            "0d",
+                                            "4301c0820d", frame(0x00, hex("0123")).toHex()}));
 
         QUdpSocket own;
         QVERIFY(own.bind(QHostAddress(NEAR)));

@@ -56,7 +56,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("reply");
         QTest::newRow("MAC address") << hex("430144060d") << hex("4307 44 020000543933 5c 0d");
         QTest::newRow("firmware") << hex("430141030d") << hex("4305 41 00000105 03 0d");
-        QTest::newRow("identification") << hex("430140020d") << frame(0x40, QByteArray("T93 SIM SW02.03") + hex("0001"));
+        QTest::newRow("identification") << hex("430140020d")
+                                        << frame(0x40, QByteArray("T93 SIM SW02.03") + hex("0001"));
         QTest::newRow("bus load interval") << hex("4303a403e80f0d") << hex("4303a403e80f0d");
         QTest::newRow("bus load of an idle bus") << hex("430147050d") << hex("4303 47 0000 07 0d");
         QTest::newRow("bit rate") << hex("430257fee80d") << hex("430257fee80d");
@@ -120,7 +121,8 @@ private Q_SLOTS:
         });
         traffic.start(1);
         int percent = 0;
-        QTRY_VERIFY(host.can->busload(percent) == 0 && percent > 0 && qAbs(percent - host.gateway.busloadPercent()) <= 1);
+        QTRY_VERIFY(host.can->busload(percent) == 0 && percent > 0 &&
+                    qAbs(percent - host.gateway.busloadPercent()) <= 1);
         QVERIFY2(percent <= 45, qPrintable(QString::number(percent)));
     }
 
@@ -175,11 +177,13 @@ private Q_SLOTS:
         }
         log.close();
         QProcess program;
-        program.start(QStringLiteral(CIM_T93SIM), {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--replay"),
-                                                   log.fileName(), QStringLiteral("--seconds"), QStringLiteral("30")});
+        program.start(QStringLiteral(CIM_T93SIM),
+                      {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--replay"), log.fileName(),
+                       QStringLiteral("--seconds"), QStringLiteral("30")});
         QVERIFY(program.waitForReadyRead());
         const QByteArray line = program.readLine();
-        const auto can = makeInterface(line.mid(line.indexOf(':', line.indexOf(':') + 1) + 1).split(' ').at(0).toUShort());
+        const auto can =
+            makeInterface(line.mid(line.indexOf(':', line.indexOf(':') + 1) + 1).split(' ').at(0).toUShort());
         QCOMPARE(can->openCommunication(), 0);
         QList<CCanMessage> received;
         QTRY_VERIFY([&] {
@@ -198,9 +202,10 @@ private Q_SLOTS:
     void badOptionsGiveOneLine_data()
     {
         QTest::addColumn<QStringList>("options");
-        for (const char* options : {"--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent", "--mac 01:02",
-                                    "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
-                                    "--port 65535 --gateways 2", "--replay /dev/null"}) {
+        for (const char* options :
+             {"--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent", "--mac 01:02",
+              "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
+              "--port 65535 --gateways 2", "--replay /dev/null"}) {
             QTest::newRow(options) << QString::fromLatin1(options).split(QLatin1Char(' '));
         }
     }

@@ -1,5 +1,7 @@
 #include "InterfaceT93/canMsgQueue.h"
 
+#include <QThread>
+
 #include <utility>
 
 #if defined(__SANITIZE_THREAD__)
@@ -14,7 +16,7 @@ namespace
 class CScopedLock
 {
 public:
-    explicit CScopedLock(QMutex& mutex) : m_mutex(mutex)
+    explicit CScopedLock(CRecursiveMutex& mutex) : m_mutex(mutex)
     {
 #if defined(__SANITIZE_THREAD__)
         __tsan_mutex_pre_lock(&m_mutex, 0);
@@ -38,9 +40,27 @@ public:
     CScopedLock& operator=(const CScopedLock&) = delete;
 
 private:
-    QMutex& m_mutex;
+    CRecursiveMutex& m_mutex;
 };
 } // namespace
+
+void CRecursiveMutex::lock()
+{
+    const Qt::HANDLE self = QThread::currentThreadId();
+    if (m_owner.load(std::memory_order_relaxed) != self) {
+        m_mutex.lock();
+        m_owner.store(self, std::memory_order_relaxed);
+    }
+    ++m_depth;
+}
+
+void CRecursiveMutex::unlock()
+{
+    if (--m_depth == 0) {
+        m_owner.store(nullptr, std::memory_order_relaxed);
+        m_mutex.unlock();
+    }
+}
 
 bool CCanMsgRing::store(const CCanMessage& message)
 {

@@ -20,11 +20,7 @@ class CConfigParamT93
 {
 public:
     /// Socket mode of the gateway; its texts are "CLIENT", "SERVER" and "Invalid".
-    enum EServiceType : int {
-        eServiceClient = 0,
-        eServiceServer = 1,
-        eServiceInvalid = 2
-    };
+    enum EServiceType : int { eServiceClient = 0, eServiceServer = 1, eServiceInvalid = 2 };
 
     /// A MAC address, first (leftmost printed) byte first.
     using MacAddress = std::array<std::uint8_t, 6>;
@@ -73,24 +69,24 @@ public:
     static bool serviceStrToEnum(const QString& text, EServiceType& type);
 
     /// Loads this record and `commonInfo` from the settings group of `commonInfo`'s unique name below `group`. Missing
-    /// keys leave their fields. 7 when another plugin's interface is stored there, 9 for a text that is no address, 8 for
-    /// one that is no protocol or service: nothing is changed then. 0 otherwise.
+    /// keys leave their fields. 7 when another plugin's interface is stored there, 9 for a text that is no address, 8
+    /// for one that is no protocol or service: nothing is changed then. 0 otherwise.
     int loadSettings(const QString& group, CCommonInfo& commonInfo);
-    /// Stores this record and `commonInfo` there, in the place of everything that was stored under that unique name. With
-    /// an empty unique name the keys stand directly in `group`, and nothing in it is removed. 10, and nothing written,
-    /// when protocol or service have no text; 0 otherwise.
+    /// Stores this record and `commonInfo` there, in the place of everything that was stored under that unique name.
+    /// With an empty unique name the keys stand directly in `group`, and nothing in it is removed. 10, and nothing
+    /// written, when protocol or service have no text; 0 otherwise.
     int saveSettings(const QString& group, CCommonInfo& commonInfo);
 
 private:
     EServiceType m_serviceType = eServiceServer;
     CCommonInfo::EProtocolType m_protocolType = CCommonInfo::eProtocolTcp;
     QHostAddress m_ipAddress;
-    QHostAddress m_localIpAddress;         ///< of the PC's network interface to the gateway; UDP binds to it
-    std::uint16_t m_port = 30000;          ///< TCP or UDP port of the gateway
-    bool m_udpBindAnyIp = false;           ///< UDP: bind to any address of the PC
-    bool m_dhcp = false;                   ///< kept for the user, not acted on
-    bool m_autoIpUpdate = false;           ///< kept for the user, not acted on
-    MacAddress m_macAddress{};             ///< never stored
+    QHostAddress m_localIpAddress; ///< of the PC's network interface to the gateway; UDP binds to it
+    std::uint16_t m_port = 30000;  ///< TCP or UDP port of the gateway
+    bool m_udpBindAnyIp = false;   ///< UDP: bind to any address of the PC
+    bool m_dhcp = false;           ///< kept for the user, not acted on
+    bool m_autoIpUpdate = false;   ///< kept for the user, not acted on
+    MacAddress m_macAddress{};     ///< never stored
     QString m_hostname;
     std::uint16_t m_busloadMeasureInterval = 1000; ///< ms
     std::uint32_t m_busloadPollTime = 800;         ///< ms

@@ -34,8 +34,8 @@ void setPeerLossTimers(QAbstractSocket& socket)
     setTcpOption(socket, TCP_USER_TIMEOUT, NO_ANSWER_LIMIT_MS);
 }
 
-/// Bytes that the kernel took, 0 when it takes none now, -1 when the link failed. A write through Qt's buffer would cost
-/// another turn of the event loop for each frame.
+/// Bytes that the kernel took, 0 when it takes none now, -1 when the link failed. A write through Qt's buffer would
+/// cost another turn of the event loop for each frame.
 qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
 {
     const ssize_t sent = ::send(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),

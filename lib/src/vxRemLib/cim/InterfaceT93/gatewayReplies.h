@@ -4,8 +4,8 @@
 
 #include <QString>
 
-/// What the gateway's frames say, read without sockets and without state. Payload bytes that a short reply does not have
-/// read as 0; nothing is read outside the frame.
+/// What the gateway's frames say, read without sockets and without state. Payload bytes that a short reply does not
+/// have read as 0; nothing is read outside the frame.
 namespace vexmor::Cim
 {
 

@@ -1,8 +1,8 @@
 #include "InterfaceT93/interfaceT93.h"
 
 #include "InterfaceT93/busload.h"
-#include "InterfaceT93/gatewayReplies.h"
 #include "InterfaceT93/gatewayLink.h"
+#include "InterfaceT93/gatewayReplies.h"
 #include "vxCore/logging.h"
 #include "vxCore/thread.h"
 
@@ -394,16 +394,15 @@ void CInterfaceT93::readUdp(const CSession& session)
 {
     auto& socket = static_cast<QUdpSocket&>(session.socket());
     char datagram[RM_BUFFER_SIZE];
-    QHostAddress sender;
     for (int taken = 0; taken < MAX_DATAGRAMS_PER_TURN && socket.hasPendingDatagrams(); ++taken) {
-        // Asked for only when it is looked at: it costs an allocation for each datagram.
+        // The sender is asked for only when it is looked at: that costs an allocation for each datagram.
         const bool mayBeOwn = m_configParam.udpBindAnyIp() || isBroadcast();
-        const qint64 count = socket.readDatagram(datagram, sizeof datagram, mayBeOwn ? &sender : nullptr);
+        const qint64 count = socket.readDatagram(datagram, sizeof datagram, mayBeOwn ? &m_datagramSender : nullptr);
         if (count <= 0) {
             Q_EMIT queuedInterfaceError(IE_READ_FAILED);
             return;
         }
-        if (!(mayBeOwn && isOwnDatagram(sender)) && !RxRmTcp(session, datagram, count)) {
+        if (!(mayBeOwn && isOwnDatagram(m_datagramSender)) && !RxRmTcp(session, datagram, count)) {
             return;
         }
     }

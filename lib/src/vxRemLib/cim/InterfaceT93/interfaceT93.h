@@ -16,12 +16,12 @@ namespace vexmor::Cim
 
 /// The link to one T93 gateway: the one place where socket, timers, frames, queue and description meet.
 ///
-/// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it and needs that
-/// thread's event loop; only `readMessage` may be called from other threads. While open it retries a lost TCP connection
-/// every 3 s without limit; what was accepted for sending before a loss is never sent after it.
+/// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it and needs
+/// that thread's event loop; only `readMessage` may be called from other threads. While open it retries a lost TCP
+/// connection every 3 s without limit; what was accepted for sending before a loss is never sent after it.
 ///
-/// The connection state in the description is what is known: connected from the moment the TCP connection stands (or the
-/// UDP socket is bound), not connected after a loss and after closing.
+/// The connection state in the description is what is known: connected from the moment the TCP connection stands (or
+/// the UDP socket is bound), not connected after a loss and after closing.
 ///
 /// The spy handler and every slot that the host connects may close, reopen or delete the interface.
 class CInterfaceT93 : public CCanInterface
@@ -36,16 +36,16 @@ public:
     CCanInterface* clone() override;
     /// 0; 2 when not open; 109 (and interface error 4) when `checkConnection` is 1 and the TCP connection is down.
     int resetCommunication(int checkConnection) override;
-    /// Blocks for up to 1000 ms while TCP connects. 0 when open; 1 when it was open already; 103, 104 or 105, and closed,
-    /// otherwise. Pending events are processed once: when one of them closes or deletes this interface the result is 103,
-    /// when one of them opens it anew 1.
+    /// Blocks for up to 1000 ms while TCP connects. 0 when open; 1 when it was open already; 103, 104 or 105, and
+    /// closed, otherwise. Pending events are processed once: when one of them closes or deletes this interface the
+    /// result is 103, when one of them opens it anew 1.
     int openCommunication() override;
     int closeCommunication() override;
     /// 0; 4 when no message waits, 2 when not open; `message` is then untouched. From any thread.
     int readMessage(CCanMessage& message) override;
-    /// 0 when the message was handed over whole; 2 when not open, 102 when the spy handler closed the interface, 108 when
-    /// the link failed or about a second of a full bus waits already for a gateway that does not read, 109 while the TCP
-    /// connection is down. A refused message is never sent later.
+    /// 0 when the message was handed over whole; 2 when not open, 102 when the spy handler closed the interface, 108
+    /// when the link failed or about a second of a full bus waits already for a gateway that does not read, 109 while
+    /// the TCP connection is down. A refused message is never sent later.
     int writeMessage(const CCanMessage& message) override;
     int busload(int& percent) override;
     QString errorCodeToString(int code) override;
@@ -66,8 +66,8 @@ public:
     /// Replaces the whole configuration, also while open: a reconnection and the next open use it.
     virtual void setConfigParam(const CConfigParamT93& param);
 
-    /// Fills the translated texts of the gateway's codes and errors, and the common ones, from the translators installed
-    /// now. Not while another thread reads the texts.
+    /// Fills the translated texts of the gateway's codes and errors, and the common ones, from the translators
+    /// installed now. Not while another thread reads the texts.
     static void retranslateErrorStrings();
 
 Q_SIGNALS:
@@ -127,9 +127,11 @@ private:
     void startBusloadTimer();
 
     CConfigParamT93 m_configParam;
-    /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive them.
+    /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive
+    /// them.
     std::shared_ptr<QAbstractSocket> m_socket;
-    QTimer m_connectSvTimer; ///< supervises attempts to reconnect
+    QTimer m_connectSvTimer;       ///< supervises attempts to reconnect
+    QHostAddress m_datagramSender; ///< kept, since making one costs an allocation
     CRmDeframer m_deframer;
     CCanMsgQueue m_canMsgQueue;
     bool m_gatewayMeasuresBusload = false;
@@ -140,7 +142,7 @@ private:
     bool m_deviceIdExpected = false;
 
     static const QString m_type;
-    static const char* const m_errorRcStrings[GATEWAY_RC_COUNT];              ///< English texts of codes 100 to 109
+    static const char* const m_errorRcStrings[GATEWAY_RC_COUNT];             ///< English texts of codes 100 to 109
     static const char* const m_interfaceErrorStrings[INTERFACE_ERROR_COUNT]; ///< English texts by interface error
     static QString m_errorRcStringsTr[GATEWAY_RC_COUNT];                     ///< translated, empty until retranslated
     static QString m_interfaceErrorStringsTr[INTERFACE_ERROR_COUNT];

@@ -26,8 +26,8 @@ constexpr std::uint8_t RM_START_OF_FRAME = 0x43;
 constexpr std::uint8_t END_OF_FILE = 0x0D;
 
 enum ERmCommand : std::uint8_t {
-    RM_CMD_TX11BIT_MSG = 0x00, ///< PC to gateway: identifier high, identifier low, data
-    RM_CMD_RX11BIT_MSG = 0x00, ///< gateway to PC: the same
+    RM_CMD_TX11BIT_MSG = 0x00,      ///< PC to gateway: identifier high, identifier low, data
+    RM_CMD_RX11BIT_MSG = 0x00,      ///< gateway to PC: the same
     RM_CMD_RX11BIT_TIME_MSG = 0x01, ///< the same, followed by 4 time-stamp bytes
     RM_CMD_RX29BIT_MSG = 0x02,      ///< 29-bit identifiers are not supported
     RM_CMD_RX29BIT_TIME_MSG = 0x03,
@@ -76,33 +76,27 @@ std::uint32_t rmBaudrateOfCode(std::uint8_t code);
 /// when it cannot be framed: a command that is not sent, or a CAN message command without a message.
 int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8_t* buffer);
 
-/// Writes a whole frame for any command to `buffer` (room for payloadLength + 5 bytes; at most 255 payload bytes) and gives
-/// the number of bytes. The side that answers, the gateway, frames with this.
+/// Writes a whole frame for any command to `buffer` (room for payloadLength + 5 bytes; at most 255 payload bytes) and
+/// gives the number of bytes. The side that answers, the gateway, frames with this.
 std::size_t rmFrameBytes(std::uint8_t command, const std::uint8_t* payload, std::size_t payloadLength,
                          std::uint8_t* buffer);
 
-/// Cuts a byte stream into frames. The state is carried from one feed to the next, so that a stream may be cut anywhere.
+/// Cuts a byte stream into frames. The state is carried from one feed to the next, so that a stream may be cut
+/// anywhere.
 class CRmDeframer
 {
 public:
     /// Back to the state of a new deframer: hunting for a start marker.
     void reset() { *this = CRmDeframer(); }
 
-    /// Feeds bytes. `onFrame(const SRmFrame&)` is called for each valid frame and `onWrongChecksum()` for each frame with
-    /// a wrong checksum, in stream order. Either returns false to stop: the rest of the bytes is then dropped and the
-    /// deframer is not touched any more, so that the handler may have reset or destroyed it.
+    /// Feeds bytes. `onFrame(const SRmFrame&)` is called for each valid frame and `onWrongChecksum()` for each frame
+    /// with a wrong checksum, in stream order. Either returns false to stop: the rest of the bytes is then dropped and
+    /// the deframer is not touched any more, so that the handler may have reset or destroyed it.
     template <typename OnFrame, typename OnWrongChecksum>
     void feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame, OnWrongChecksum&& onWrongChecksum);
 
 private:
-    enum class EState : std::uint8_t {
-        eHunting,
-        eLength,
-        eCommand,
-        ePayload,
-        eChecksum,
-        eEnd
-    };
+    enum class EState : std::uint8_t { eHunting, eLength, eCommand, ePayload, eChecksum, eEnd };
 
     void startFrame();
 
@@ -152,15 +146,23 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
             m_index = 0;
             m_state = m_frame.payloadLength > 0 ? EState::ePayload : EState::eChecksum;
             break;
-        case EState::ePayload:
+        case EState::ePayload: {
+            // In registers: a byte written to the payload might, for all the compiler knows, be one of the members.
+            const std::uint32_t length = m_frame.payloadLength;
+            std::uint32_t index = m_index;
+            std::uint8_t checksum = m_checksum;
             do {
-                m_frame.payload[m_index++] = *bytes;
-                m_checksum ^= *bytes++;
-            } while (bytes != end && m_index < m_frame.payloadLength);
-            if (m_index == m_frame.payloadLength) {
+                const std::uint8_t byte = *bytes++;
+                m_frame.payload[index++] = byte;
+                checksum ^= byte;
+            } while (bytes != end && index < length);
+            m_index = index;
+            m_checksum = checksum;
+            if (index == length) {
                 m_state = EState::eChecksum;
             }
             break;
+        }
         case EState::eChecksum:
             if (*bytes++ == m_checksum) {
                 m_state = EState::eEnd;

@@ -13,24 +13,24 @@ namespace vexmor::Cim
 {
 
 /// One CAN interface, whatever plugin provides it: the class through which a host opens, configures, reads, writes and
-/// closes it. Objects come from `CCanInterfacePlugin::createInterface`, from `clone` or from a scan, are closed at first,
-/// and belong to whoever received them; they may be deleted at any time, also in a callback.
+/// closes it. Objects come from `CCanInterfacePlugin::createInterface`, from `clone` or from a scan, are closed at
+/// first, and belong to whoever received them; they may be deleted at any time, also in a callback.
 ///
 /// Threads: everything but `readMessage` is called in the thread that owns the object, whose event loop must run for
 /// messages to arrive. `readMessage` may be called from any thread, as long as the object itself lives.
 ///
-/// Results are `int` codes: 0 is success, 1 to 10 are the common codes below, codes from 100 on are the implementation's;
-/// `errorCodeToString` gives the text of each. Expected failures never throw. Trouble that arises on its own is told by
-/// the implementation's signal `interfaceError(int error)`, a numbering of its own, whose user-facing text
-/// `interfaceErrorToString` gives; connect to it by name: `SIGNAL(interfaceError(int))`.
+/// Results are `int` codes: 0 is success, 1 to 10 are the common codes below, codes from 100 on are the
+/// implementation's; `errorCodeToString` gives the text of each. Expected failures never throw. Trouble that arises on
+/// its own is told by the implementation's signal `interfaceError(int error)`, a numbering of its own, whose
+/// user-facing text `interfaceErrorToString` gives; connect to it by name: `SIGNAL(interfaceError(int))`.
 ///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterface : public QObject
 {
 public:
     /// Sees every message: `sending` is true for a message that is being sent (before the send, whatever its outcome),
-    /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored. The
-    /// message lives only for the call. The handler may close, reopen or delete the interface.
+    /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored.
+    /// The message lives only for the call. The handler may close, reopen or delete the interface.
     using SpyHandler = int (*)(const CCanInterface& canInterface, bool sending, const CCanMessage& message);
 
     CCanInterface();
@@ -48,7 +48,8 @@ public:
     /// Takes the oldest received message. 4 when there is none, 2 when not open; `message` is then untouched. May be
     /// called from any thread.
     virtual int readMessage(CCanMessage& message) = 0;
-    /// Sends a message: 0 when it was handed over whole, any other code when nothing of it will be sent. 2 when not open.
+    /// Sends a message: 0 when it was handed over whole, any other code when nothing of it will be sent. 2 when not
+    /// open.
     virtual int writeMessage(const CCanMessage& message) = 0;
     /// The load of the CAN bus in percent of its bit rate, 0 until the first measurement. 2 when not open.
     virtual int busload(int& percent) = 0;
@@ -64,8 +65,8 @@ public:
     /// Loads description and parameters from the settings group of this interface's unique name below `group` (below
     /// "CanInterfaces" for a null string). 7, 8 or 9, and nothing changed, when the stored values do not fit.
     virtual int loadSettings(const QString& group) = 0;
-    /// Stores description and parameters, replacing what was stored under this unique name below `group` ("CanInterfaces"
-    /// for a null string). 10, and nothing written, when a parameter has no text.
+    /// Stores description and parameters, replacing what was stored under this unique name below `group`
+    /// ("CanInterfaces" for a null string). 10, and nothing written, when a parameter has no text.
     virtual int saveSettings(const QString& group) = 0;
     /// Lets the user edit the parameters in a modal dialog. 6, and no dialog, when the interface is open; 0 otherwise,
     /// also when the user cancelled.
@@ -81,8 +82,8 @@ public:
     /// Text of one of the common result codes 0 to 10, translated; empty for any other code.
     virtual QString commonErrorCodeToString(int code);
 
-    /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now. Not
-    /// while another thread reads the texts. A plugin does this when it is loaded.
+    /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now.
+    /// Not while another thread reads the texts. A plugin does this when it is loaded.
     static void retranslateCommonErrorStrings();
 
 protected:

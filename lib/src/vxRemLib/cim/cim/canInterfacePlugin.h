@@ -11,12 +11,12 @@ namespace vexmor::Cim
 
 class CCanInterface;
 
-/// The one object that a CAN interface plugin offers. A host loads the library with QPluginLoader, casts the instance to
-/// this class with qobject_cast, and uses it from the thread that loaded it for as long as the library stays loaded; it
-/// does not delete the object.
+/// The one object that a CAN interface plugin offers. A host loads the library with QPluginLoader, casts the instance
+/// to this class with qobject_cast, and uses it from the thread that loaded it for as long as the library stays loaded;
+/// it does not delete the object.
 ///
-/// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList)`,
-/// connected by name; whoever receives it owns the interfaces in the list.
+/// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*>
+/// interfaceList)`, connected by name; whoever receives it owns the interfaces in the list.
 ///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterfacePlugin

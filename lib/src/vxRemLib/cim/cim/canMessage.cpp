@@ -34,8 +34,7 @@ CCanMessage::CCanMessage(const CCanMessage& other) : m_id(other.m_id), m_length(
     registerMetaType();
 }
 
-CCanMessage::CCanMessage(const CCanId& id, unsigned char length, unsigned char* data)
-    : m_id(id), m_length(0), m_data{}
+CCanMessage::CCanMessage(const CCanId& id, unsigned char length, unsigned char* data) : m_id(id), m_length(0), m_data{}
 {
     setData(0, length, data);
     registerMetaType();

@@ -41,10 +41,10 @@ enum MsgType {
 
 /// One CAN frame with a standard (11-bit) identifier: the value in which every frame crosses between host and plugin.
 ///
-/// A plain value of 12 bytes without locks, copied freely: identifier, length (0 to 8) and eight data bytes, of which the
-/// first `length` carry meaning. Constructing one registers the class with Qt's meta-type system as "CCanMessage", so
-/// that messages can travel through queued connections and variants. No operation throws; a refused call returns false
-/// and changes nothing.
+/// A plain value of 12 bytes without locks, copied freely: identifier, length (0 to 8) and eight data bytes, of which
+/// the first `length` carry meaning. Constructing one registers the class with Qt's meta-type system as "CCanMessage",
+/// so that messages can travel through queued connections and variants. No operation throws; a refused call returns
+/// false and changes nothing.
 class CIM_EXPORT CCanMessage
 {
 public:
@@ -78,8 +78,8 @@ public:
     bool dataAt(unsigned int index, unsigned char& value) const;
     /// Writes data byte `index`, 0 to 7; the length stays.
     bool setDataAt(unsigned int index, unsigned char value);
-    /// Copies `count` bytes to data bytes `offset` onward and sets the length to offset + count, which must not exceed 8.
-    /// A null `bytes` is refused.
+    /// Copies `count` bytes to data bytes `offset` onward and sets the length to offset + count, which must not
+    /// exceed 8. A null `bytes` is refused.
     bool setData(unsigned int offset, unsigned int count, unsigned char* bytes);
 
     /// Data byte 0, whatever the length.
@@ -91,8 +91,8 @@ public:
     /// Bits 4 to 6 of data byte 0, whatever the length.
     MsgType messageType() const;
 
-    /// The signed 16-bit error number in data bytes 1 and 2 (high byte first) of an error reply (bit 7 of byte 0 set, at
-    /// least 3 bytes); 0 for any other message.
+    /// The signed 16-bit error number in data bytes 1 and 2 (high byte first) of an error reply (bit 7 of byte 0 set,
+    /// at least 3 bytes); 0 for any other message.
     short errorNumber();
     /// The signed 16-bit device checksum in data bytes 3 and 4 (high byte first) of a message with administration byte
     /// 0x90 and at least 5 bytes; 0 for any other message.

@@ -50,24 +50,78 @@ bool CCommonInfo::operator!=(const CCommonInfo& other) const
     return !(*this == other);
 }
 
-QString CCommonInfo::pluginName() const { return m_pluginName; }
-void CCommonInfo::setPluginName(const QString& name) { m_pluginName = name; }
-QString CCommonInfo::description() const { return m_description; }
-void CCommonInfo::setDescription(const QString& description) { m_description = description; }
-QString CCommonInfo::uniqueName() const { return m_uniqueName; }
-void CCommonInfo::setUniqueName(const QString& name) { m_uniqueName = name; }
-CCommonInfo::EInterfaceConnectionState CCommonInfo::connectionState() const { return m_connectionState; }
-void CCommonInfo::setConnectionState(EInterfaceConnectionState state) { m_connectionState = state; }
-QString CCommonInfo::interfaceId() const { return m_interfaceId; }
-void CCommonInfo::setInterfaceId(const QString& id) { m_interfaceId = id; }
-QString CCommonInfo::firmwareVersion() const { return m_firmwareVersion; }
-void CCommonInfo::setFirmwareVersion(const QString& version) { m_firmwareVersion = version; }
-QString CCommonInfo::port() const { return m_port; }
-void CCommonInfo::setPort(const QString& port) { m_port = port; }
-QString CCommonInfo::type() const { return m_type; }
-void CCommonInfo::setType(const QString& type) { m_type = type; }
-bool CCommonInfo::isScanable() const { return m_scanable; }
-void CCommonInfo::setScanable(bool scanable) { m_scanable = scanable; }
+QString CCommonInfo::pluginName() const
+{
+    return m_pluginName;
+}
+void CCommonInfo::setPluginName(const QString& name)
+{
+    m_pluginName = name;
+}
+QString CCommonInfo::description() const
+{
+    return m_description;
+}
+void CCommonInfo::setDescription(const QString& description)
+{
+    m_description = description;
+}
+QString CCommonInfo::uniqueName() const
+{
+    return m_uniqueName;
+}
+void CCommonInfo::setUniqueName(const QString& name)
+{
+    m_uniqueName = name;
+}
+CCommonInfo::EInterfaceConnectionState CCommonInfo::connectionState() const
+{
+    return m_connectionState;
+}
+void CCommonInfo::setConnectionState(EInterfaceConnectionState state)
+{
+    m_connectionState = state;
+}
+QString CCommonInfo::interfaceId() const
+{
+    return m_interfaceId;
+}
+void CCommonInfo::setInterfaceId(const QString& id)
+{
+    m_interfaceId = id;
+}
+QString CCommonInfo::firmwareVersion() const
+{
+    return m_firmwareVersion;
+}
+void CCommonInfo::setFirmwareVersion(const QString& version)
+{
+    m_firmwareVersion = version;
+}
+QString CCommonInfo::port() const
+{
+    return m_port;
+}
+void CCommonInfo::setPort(const QString& port)
+{
+    m_port = port;
+}
+QString CCommonInfo::type() const
+{
+    return m_type;
+}
+void CCommonInfo::setType(const QString& type)
+{
+    m_type = type;
+}
+bool CCommonInfo::isScanable() const
+{
+    return m_scanable;
+}
+void CCommonInfo::setScanable(bool scanable)
+{
+    m_scanable = scanable;
+}
 
 QString CCommonInfo::buildComPortStr(const QString& port)
 {

@@ -17,18 +17,10 @@ namespace vexmor::Cim
 class CIM_EXPORT CCommonInfo
 {
 public:
-    enum EInterfaceConnectionState : int {
-        eNotConnected = 0,
-        eConnected = 1
-    };
+    enum EInterfaceConnectionState : int { eNotConnected = 0, eConnected = 1 };
 
     /// Transport protocol of an IP interface; its texts are "TCP", "UDP", "NA" and "Invalid".
-    enum EProtocolType : int {
-        eProtocolTcp = 0,
-        eProtocolUdp = 1,
-        eProtocolNa = 2,
-        eProtocolInvalid = 3
-    };
+    enum EProtocolType : int { eProtocolTcp = 0, eProtocolUdp = 1, eProtocolNa = 2, eProtocolInvalid = 3 };
 
     /// All texts empty, not connected, not scannable.
     CCommonInfo();
@@ -72,8 +64,8 @@ public:
     bool isIpPort() const;
     /// The part behind COM=; false, and `port` untouched, for any other port text.
     bool comPort(QString& port) const;
-    /// The parts of an IP port text, as they stand in it; false, and the outputs untouched, unless it has exactly three.
-    /// An unknown protocol text gives `eProtocolInvalid` (and a log line), but is no failure.
+    /// The parts of an IP port text, as they stand in it; false, and the outputs untouched, unless it has exactly
+    /// three. An unknown protocol text gives `eProtocolInvalid` (and a log line), but is no failure.
     bool ipAddress(QString& address, QString& port) const;
     bool ipAddress(QString& address, QString& port, EProtocolType& protocol) const;
 
