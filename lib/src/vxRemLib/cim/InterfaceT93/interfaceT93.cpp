@@ -421,8 +421,9 @@ bool CInterfaceT93::isOwnDatagram(const QHostAddress& sender) const
 bool CInterfaceT93::RxRmTcp(const CSession& session, const char* bytes, qint64 count)
 {
     const auto onFrame = [this, &session](const SRmFrame& frame) {
+        const bool callsHost = m_spyHandler != nullptr;
         RM_ParseRxMsg(frame);
-        return session.isCurrent();
+        return !callsHost || session.isCurrent();
     };
     const auto onWrongChecksum = [this] {
         Q_EMIT queuedInterfaceError(IE_WRONG_CHECKSUM);

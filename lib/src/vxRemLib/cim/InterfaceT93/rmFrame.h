@@ -98,6 +98,9 @@ public:
 private:
     enum class EState : std::uint8_t { eHunting, eLength, eCommand, ePayload, eChecksum, eEnd };
 
+    /// A frame that lies whole in the bytes behind a start marker, taken at once: gives the number of bytes used, or 0
+    /// when it is not one and has to be taken byte by byte.
+    std::size_t takeWholeFrame(const std::uint8_t* bytes, std::size_t count);
     void startFrame();
 
     SRmFrame m_frame;
@@ -113,6 +116,32 @@ inline void CRmDeframer::startFrame()
     m_state = EState::eLength;
 }
 
+inline std::size_t CRmDeframer::takeWholeFrame(const std::uint8_t* bytes, std::size_t count)
+{
+    // Behind the start marker: length, command, payload, checksum, end marker.
+    constexpr std::size_t COMMAND = 1;
+    constexpr std::size_t PAYLOAD = 2;
+    if (count < PAYLOAD || bytes[0] == 0 || bytes[0] > RM_MAX_RX_PAYLOAD + 1) {
+        return 0;
+    }
+    const std::size_t length = bytes[0];
+    if (count < length + 3) {
+        return 0;
+    }
+    std::uint8_t checksum = RM_START_OF_FRAME;
+    for (std::size_t i = 0; i <= length; ++i) {
+        checksum ^= bytes[i];
+    }
+    if (checksum != bytes[length + 1] || bytes[length + 2] != END_OF_FILE) {
+        return 0;
+    }
+    m_frame = SRmFrame();
+    m_frame.payloadLength = static_cast<std::uint8_t>(length - 1);
+    m_frame.command = bytes[COMMAND];
+    std::memcpy(m_frame.payload.data(), bytes + PAYLOAD, length - 1);
+    return length + 3;
+}
+
 template <typename OnFrame, typename OnWrongChecksum>
 void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame,
                        OnWrongChecksum&& onWrongChecksum)
@@ -121,12 +150,23 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
     while (bytes != end) {
         switch (m_state) {
         case EState::eHunting: {
-            const void* const start = std::memchr(bytes, RM_START_OF_FRAME, static_cast<std::size_t>(end - bytes));
-            if (start == nullptr) {
+            if (*bytes != RM_START_OF_FRAME) {
+                const void* const start = std::memchr(bytes, RM_START_OF_FRAME, static_cast<std::size_t>(end - bytes));
+                if (start == nullptr) {
+                    return;
+                }
+                bytes = static_cast<const std::uint8_t*>(start);
+            }
+            ++bytes;
+            const std::size_t used = takeWholeFrame(bytes, static_cast<std::size_t>(end - bytes));
+            if (used == 0) {
+                startFrame();
+                break;
+            }
+            bytes += used;
+            if (!onFrame(std::as_const(m_frame))) {
                 return;
             }
-            bytes = static_cast<const std::uint8_t*>(start) + 1;
-            startFrame();
             break;
         }
         case EState::eLength: {
