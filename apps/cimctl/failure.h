@@ -13,7 +13,8 @@ enum EExitCode : int {
     eInterrupted = 130 ///< Ctrl-C before everything was sent
 };
 
-/// Ends a command before its event loop runs: thrown by whatever cannot go on, printed by main. Never thrown from a slot.
+/// Ends a command before its event loop runs: thrown by whatever cannot go on, printed by main. Never thrown from a
+/// slot.
 struct SFailure {
     EExitCode exitCode;
     QString text; ///< one line for the user

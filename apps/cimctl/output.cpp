@@ -1,4 +1,4 @@
-#include "output.h"
+#include "apps/cimctl/output.h"
 
 #include "vxCore/logging.h"
 
@@ -36,14 +36,17 @@ QByteArray jsonLine(const QJsonObject& object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-QJsonObject event(const QString& name, const QString& text)
+QJsonObject eventObject(const QString& name, const QString& text)
 {
     return {{QStringLiteral("event"), name}, {QStringLiteral("text"), text}};
 }
 } // namespace
 
 COutput::COutput(bool json, bool verbose)
-    : m_json(json), m_verbose(verbose), m_terminal(isatty(STDOUT_FILENO) == 1), m_color(mayColor(STDOUT_FILENO, json)),
+    : m_json(json),
+      m_verbose(verbose),
+      m_terminal(isatty(STDOUT_FILENO) == 1),
+      m_color(mayColor(STDOUT_FILENO, json)),
       m_errorColor(mayColor(STDERR_FILENO, json))
 {
     std::setvbuf(stdout, nullptr, _IOFBF, BUFFER_SIZE);
@@ -64,6 +67,7 @@ COutput::~COutput()
 
 void COutput::print(const QByteArray& line)
 {
+    endOpenLine();
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
     std::fputc('\n', stdout);
     if (!m_flushTimer.isActive()) {
@@ -79,7 +83,16 @@ void COutput::print(const QJsonObject& object)
 void COutput::printOver(const QByteArray& line)
 {
     std::printf("\r%s\033[K", line.constData());
+    m_lineOpen = true;
     flush();
+}
+
+void COutput::endOpenLine()
+{
+    if (m_lineOpen) {
+        std::fputc('\n', stdout);
+        m_lineOpen = false;
+    }
 }
 
 bool COutput::flush()
@@ -93,6 +106,7 @@ bool COutput::flush()
 
 void COutput::report(const QString& text, const QJsonObject& object, EColor color)
 {
+    endOpenLine();
     flush(); // what happened before comes first
     const QByteArray line = m_json ? jsonLine(object) : paintIf(m_errorColor, color, text.toLocal8Bit());
     std::fprintf(stderr, "%s\n", line.constData());
@@ -104,13 +118,13 @@ void COutput::warn(const QString& text)
         m_held.append(text);
         return;
     }
-    report(QStringLiteral("warning: %1").arg(text), event(QStringLiteral("warning"), text), EColor::eYellow);
+    report(QStringLiteral("warning: %1").arg(text), eventObject(QStringLiteral("warning"), text), EColor::eYellow);
 }
 
 void COutput::reportFailure(const QString& text, int code)
 {
     const QString head = code == 0 ? QStringLiteral("error: ") : QStringLiteral("error %1: ").arg(code);
-    QJsonObject object = event(QStringLiteral("failure"), text);
+    QJsonObject object = eventObject(QStringLiteral("failure"), text);
     if (code != 0) {
         object.insert(QStringLiteral("code"), code);
     }
@@ -120,11 +134,6 @@ void COutput::reportFailure(const QString& text, int code)
 QByteArray COutput::paint(EColor color, const QByteArray& text) const
 {
     return paintIf(m_color, color, text);
-}
-
-void COutput::holdWarnings()
-{
-    m_holding = true;
 }
 
 void COutput::releaseWarnings(bool show)
@@ -148,7 +157,8 @@ void COutput::onQtMessage(QtMsgType type, const QMessageLogContext& /*context*/,
 {
     if (type == QtDebugMsg || type == QtInfoMsg) {
         if (s_output->m_verbose) {
-            s_output->report(QStringLiteral("debug: %1").arg(text), event(QStringLiteral("debug"), text), EColor::eDim);
+            s_output->report(QStringLiteral("debug: %1").arg(text), eventObject(QStringLiteral("debug"), text),
+                             EColor::eDim);
         }
         return;
     }
@@ -162,7 +172,7 @@ void COutput::onLogLine(int level, const char* source, int line, const char* for
     const QString text = QString::vasprintf(format, arguments);
     va_end(arguments);
     const QString unit = QString::fromLocal8Bit(source).section(QLatin1Char('/'), -1);
-    QJsonObject object = event(QStringLiteral("log"), text);
+    QJsonObject object = eventObject(QStringLiteral("log"), text);
     object.insert(QStringLiteral("level"), level);
     object.insert(QStringLiteral("source"), unit);
     object.insert(QStringLiteral("line"), line);

@@ -1,7 +1,7 @@
-#include "pluginFolder.h"
+#include "apps/cimctl/pluginFolder.h"
 
+#include "apps/cimctl/failure.h"
 #include "cim/canInterfacePlugin.h"
-#include "failure.h"
 
 #include <QCoreApplication>
 #include <QDir>

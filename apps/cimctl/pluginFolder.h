@@ -26,8 +26,8 @@ struct SPlugin {
     std::shared_ptr<QPluginLoader> loader;
 };
 
-/// Where plugins are looked for: one file, or else every library in a folder. An empty folder stands for the environment
-/// variable CIM_PLUGIN_PATH, and without that for the folder where plugins lie beside this program.
+/// Where plugins are looked for: one file, or else every library in a folder. An empty folder stands for the
+/// environment variable CIM_PLUGIN_PATH, and without that for the folder where plugins lie beside this program.
 struct SPluginPlace {
     QString file;
     QString folder;

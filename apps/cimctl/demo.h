@@ -1,0 +1,21 @@
+#pragma once
+
+#include "apps/cimctl/failure.h"
+#include "apps/cimctl/output.h"
+#include "apps/cimctl/pluginFolder.h"
+
+#include <QString>
+
+namespace vexmor::Cimctl
+{
+
+struct SDemoOptions {
+    SPluginPlace place;
+    QString logFile; ///< played as the traffic on the bus; empty: generated traffic
+};
+
+/// Shows and explains what the library does: loads the plugin and works with it over TCP, then UDP, on a simulated
+/// gateway in this program. Every step is checked; refused when one did not do what it should.
+EExitCode demo(COutput& output, const SDemoOptions& options);
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "apps/cimctl/output.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace vexmor::Cimctl
+{
+
+/// Tells the demonstration: chapters, numbered steps, sentences, examples, and what was checked. As JSON only the
+/// checks are told.
+class CDemoNarrator
+{
+public:
+    explicit CDemoNarrator(COutput& output) : m_output(output) {}
+
+    void chapter(const QString& title);
+    /// Begins the next step and says in a sentence or two what it is about, unless that was said before.
+    void step(const QString& title, const QString& explanation);
+    void say(const QString& text);
+    /// A line as it stands, like a message.
+    void example(const QByteArray& line, EColor color = EColor::ePlain);
+    /// Tells whether something is as it should be. Gives `ok`.
+    bool check(bool ok, const QString& fact);
+    void blankLine();
+
+    int checks() const { return m_checks; }
+    int failures() const { return m_failures; }
+
+private:
+    void print(int indent, const QByteArray& line);
+
+    COutput& m_output;
+    QString m_chapter;
+    QString m_step;
+    QStringList m_explained;
+    int m_steps = 0;
+    int m_checks = 0;
+    int m_failures = 0;
+};
+
+/// Runs the event loop until a condition holds, checked after each turn; false when it does not within the limit.
+bool waitUntil(int limitMs, const std::function<bool()>& condition);
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,52 @@
+#include "apps/cimctl/embeddedSim.h"
+
+#include "apps/cimctl/failure.h"
+
+#include <QHostAddress>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+constexpr int GENERATED_RATE = 200; ///< messages a second
+}
+
+CEmbeddedSim::CEmbeddedSim(const QString& logFile)
+    : m_playsLog(!logFile.isEmpty()), m_gateway(m_bus), m_generator(m_bus), m_replay(m_bus)
+{
+    QString error;
+    if (m_playsLog && !m_replay.open(logFile, 1, false, error)) {
+        failUsage(error);
+    }
+    if (!m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+        failRefused(error);
+    }
+    m_gateway.setEcho(true);
+    connect(&m_bus, &Sim::CSimBus::messageSent, this,
+            [this](const Cim::CCanMessage& /*message*/, const Sim::CSimGateway* sender) {
+                m_messagesToHost += sender != &m_gateway ? 1 : 0;
+            });
+    connect(&m_replay, &Sim::CSimReplay::finished, this, [this] { Q_EMIT logEnded(QString()); });
+    connect(&m_replay, &Sim::CSimReplay::failed, this, &CEmbeddedSim::logEnded);
+}
+
+void CEmbeddedSim::startTraffic()
+{
+    connect(&m_gateway, &Sim::CSimGateway::requestReceived, this, &CEmbeddedSim::startForKnownHost);
+    startForKnownHost();
+}
+
+void CEmbeddedSim::startForKnownHost()
+{
+    if (m_gateway.tcpHostCount() + m_gateway.udpHostCount() == 0) {
+        return;
+    }
+    disconnect(&m_gateway, &Sim::CSimGateway::requestReceived, this, &CEmbeddedSim::startForKnownHost);
+    if (m_playsLog) {
+        m_replay.start();
+    } else {
+        m_generator.start(GENERATED_RATE);
+    }
+}
+
+} // namespace vexmor::Cimctl

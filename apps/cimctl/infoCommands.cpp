@@ -1,0 +1,111 @@
+// The commands about plugins and bus load: info, load.
+#include "apps/cimctl/commands.h"
+#include "apps/cimctl/gatewayRun.h"
+#include "cim/canInterface.h"
+#include "cim/canInterfacePlugin.h"
+
+#include <QJsonArray>
+
+#include <algorithm>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+constexpr int LOAD_INTERVAL_MS = 1000;
+constexpr int BAR_WIDTH = 50; ///< characters for 100 percent
+constexpr int BUSY_PERCENT = 50;
+constexpr int CROWDED_PERCENT = 80;
+
+QString qtVersionOf(const QJsonObject& metaData)
+{
+    const int version = metaData.value(QLatin1String("version")).toInt();
+    return QStringLiteral("Qt %1.%2, %3")
+        .arg(version >> 16)
+        .arg((version >> 8) & 0xFF)
+        .arg(metaData.value(QLatin1String("debug")).toBool() ? QLatin1String("debug") : QLatin1String("release"));
+}
+
+void printPlugin(COutput& output, const SPlugin& plugin)
+{
+    const std::unique_ptr<Cim::CCanInterface> canInterface(plugin.object->createInterface());
+    const QString identifier = plugin.metaData.value(QLatin1String("IID")).toString();
+    QStringList contracts{QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>())};
+    if (qobject_cast<Cim::CCanInterface*>(static_cast<QObject*>(canInterface.get())) != nullptr) {
+        contracts.append(QLatin1String(qobject_interface_iid<Cim::CCanInterface*>()));
+    }
+    if (output.isJson()) {
+        output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("plugin")},
+                                 {QStringLiteral("name"), plugin.object->pluginName()},
+                                 {QStringLiteral("id"), plugin.object->pluginId()},
+                                 {QStringLiteral("interfaceType"), plugin.object->interfaceType()},
+                                 {QStringLiteral("file"), plugin.file},
+                                 {QStringLiteral("identifier"), identifier},
+                                 {QStringLiteral("contracts"), QJsonArray::fromStringList(contracts)},
+                                 {QStringLiteral("library"), plugin.libraryText},
+                                 {QStringLiteral("builtFor"), qtVersionOf(plugin.metaData)}});
+        return;
+    }
+    output.print(output.paint(EColor::eBold, plugin.object->pluginName().toLocal8Bit()));
+    const std::pair<const char*, QString> rows[] = {{"file", plugin.file},
+                                                    {"number", QString::number(plugin.object->pluginId())},
+                                                    {"interface type", plugin.object->interfaceType()},
+                                                    {"identifier", identifier},
+                                                    {"offers", contracts.join(QStringLiteral(", "))},
+                                                    {"library", plugin.libraryText},
+                                                    {"built for", qtVersionOf(plugin.metaData)}};
+    for (const auto& [name, value] : rows) {
+        output.print("  " + QByteArray(name).leftJustified(16) + value.toLocal8Bit());
+    }
+}
+
+void showLoad(COutput& output, int percent)
+{
+    if (output.isJson()) {
+        output.print(
+            QJsonObject{{QStringLiteral("event"), QStringLiteral("load")}, {QStringLiteral("percent"), percent}});
+        return;
+    }
+    const QByteArray text = "bus load " + QByteArray::number(percent).rightJustified(3) + " %";
+    if (!output.isTerminal()) {
+        output.print(text);
+        return;
+    }
+    const int filled = std::clamp(percent * BAR_WIDTH / 100, 0, BAR_WIDTH);
+    const EColor color = percent < BUSY_PERCENT      ? EColor::eGreen
+                         : percent < CROWDED_PERCENT ? EColor::eYellow
+                                                     : EColor::eRed;
+    output.printOver(text + "  [" + output.paint(color, QByteArray(filled, '#')) + QByteArray(BAR_WIDTH - filled, '.') +
+                     "]");
+}
+} // namespace
+
+EExitCode info(COutput& output, const SPluginPlace& place)
+{
+    const SPluginSearch search = searchPlugins(place);
+    for (const SPlugin& plugin : search.plugins) {
+        printPlugin(output, plugin);
+    }
+    for (const QString& problem : search.problems) {
+        output.reportFailure(problem, 0);
+    }
+    return search.problems.isEmpty() ? eDone : eRefused;
+}
+
+EExitCode load(COutput& output, const SLoadOptions& options)
+{
+    CGatewayRun run(output, options.target, eDone);
+    run.open(0);
+    QTimer timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&timer, &QTimer::timeout, &run, [&] {
+        showLoad(output, run.session().busload());
+        if (options.seconds > 0 && run.session().openMilliseconds() + LOAD_INTERVAL_MS / 2 >= options.seconds * 1000) {
+            run.end(eDone);
+        }
+    });
+    timer.start(LOAD_INTERVAL_MS);
+    return run.waitForEnd();
+}
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,176 @@
+#include "apps/cimctl/interfaceStore.h"
+
+#include "apps/cimctl/failure.h"
+#include "cim/canInterface.h"
+
+#include <QFileInfo>
+#include <QSettings>
+#include <QTemporaryDir>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+const QString GROUP = QStringLiteral("CanInterfaces");
+constexpr int CODE_BAUDRATE_NOT_SUPPORTED = 5;
+
+QString groupOf(const QString& name)
+{
+    Cim::CCommonInfo info;
+    info.setUniqueName(name);
+    return GROUP + QLatin1Char('/') + info.settingsGroup();
+}
+
+/// The directory above the user's store: what QSettings::setPath sets.
+QString storePath()
+{
+    const QString organisationPath = QFileInfo(QSettings().fileName()).path();
+    return QFileInfo(organisationPath).path();
+}
+
+void setStorePath(const QString& path)
+{
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, path);
+}
+
+/// For its lifetime every QSettings that is made is that of an empty store in a directory of its own.
+class CPrivateStore
+{
+public:
+    CPrivateStore() : m_userPath(storePath())
+    {
+        if (!m_directory.isValid()) {
+            failRefused(m_directory.errorString());
+        }
+        setStorePath(m_directory.path());
+    }
+    ~CPrivateStore() { setStorePath(m_userPath); }
+    CPrivateStore(const CPrivateStore&) = delete;
+    CPrivateStore& operator=(const CPrivateStore&) = delete;
+
+private:
+    const QString m_userPath;
+    const QTemporaryDir m_directory;
+};
+
+/// The port text of an interface stands beside address, port and protocol, and must tell the same.
+void setPortText(Cim::CCanInterface& canInterface, const Settings& settings)
+{
+    const Cim::CCommonInfo defaults = canInterface.commonInfo();
+    QString address;
+    QString port;
+    Cim::CCommonInfo::EProtocolType protocol = Cim::CCommonInfo::eProtocolTcp;
+    defaults.ipAddress(address, port, protocol);
+    address = settings.value(StoreKey::ADDRESS, address);
+    port = settings.value(StoreKey::PORT, port);
+    if (settings.contains(StoreKey::PROTOCOL)) {
+        Cim::CCommonInfo::protocolStrToEnum(settings.value(StoreKey::PROTOCOL), protocol);
+    }
+    Cim::CCommonInfo info = defaults;
+    info.setPort(Cim::CCommonInfo::buildIpPortStr(address, port.toUShort(), protocol));
+    canInterface.setCommonInfo(info);
+}
+
+void requireStored(const QString& name)
+{
+    if (!isStored(name)) {
+        failUsage(
+            QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
+    }
+}
+
+/// Asked before: QSettings itself tells nobody when what it holds does not reach the disk in the end.
+void requireWritable()
+{
+    const QSettings settings;
+    if (!settings.isWritable()) {
+        failRefused(QStringLiteral("the settings store %1 cannot be written").arg(settings.fileName()));
+    }
+}
+} // namespace
+
+QStringList storedNames()
+{
+    QSettings settings;
+    settings.beginGroup(GROUP);
+    QStringList names;
+    for (const QString& group : settings.childGroups()) {
+        names.append(Cim::CCommonInfo::uniqueNameOfSettingsGroup(group));
+    }
+    names.sort();
+    return names;
+}
+
+bool isStored(const QString& name)
+{
+    return !name.isEmpty() && storedNames().contains(name);
+}
+
+Settings storedSettings(const QString& name)
+{
+    requireStored(name);
+    QSettings settings;
+    settings.beginGroup(groupOf(name));
+    Settings values;
+    for (const QString& key : settings.childKeys()) {
+        values.insert(key, settings.value(key).toString());
+    }
+    return values;
+}
+
+void removeStored(const QString& name)
+{
+    requireStored(name); // an empty name would stand for all of them
+    requireWritable();
+    QSettings().remove(groupOf(name));
+    if (isStored(name)) {
+        failRefused(QStringLiteral("'%1' stands in the store of the whole system and stays").arg(name));
+    }
+}
+
+void applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
+{
+    const CPrivateStore privateStore;
+    const QString group = QStringLiteral("New");
+    {
+        QSettings values;
+        values.beginGroup(group);
+        for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
+            values.setValue(entry.key(), entry.value());
+        }
+    }
+    const int code = canInterface.loadSettings(group);
+    if (code != 0) {
+        failRefused(canInterface.errorCodeToString(code), code);
+    }
+    if (settings.contains(StoreKey::BAUDRATE) &&
+        !canInterface.setBaudrate(settings.value(StoreKey::BAUDRATE).toInt())) {
+        failRefused(canInterface.errorCodeToString(CODE_BAUDRATE_NOT_SUPPORTED), CODE_BAUDRATE_NOT_SUPPORTED);
+    }
+    setPortText(canInterface, settings);
+}
+
+void loadStored(Cim::CCanInterface& canInterface, const QString& name)
+{
+    Cim::CCommonInfo info = canInterface.commonInfo();
+    info.setUniqueName(name);
+    canInterface.setCommonInfo(info);
+    const int code = canInterface.loadSettings(QString());
+    if (code != 0) {
+        failRefused(canInterface.errorCodeToString(code), code);
+    }
+}
+
+void store(Cim::CCanInterface& canInterface, const QString& name)
+{
+    Cim::CCommonInfo info = canInterface.commonInfo();
+    info.setUniqueName(name);
+    canInterface.setCommonInfo(info);
+    requireWritable();
+    const int code = canInterface.saveSettings(QString());
+    if (code != 0) {
+        failRefused(canInterface.errorCodeToString(code), code);
+    }
+}
+
+} // namespace vexmor::Cimctl

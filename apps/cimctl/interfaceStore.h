@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QLatin1String>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+namespace vexmor::Cim
+{
+class CCanInterface;
+}
+
+/// The interfaces kept in the settings store, shared with every host of the organisation "Vexmor", application "Cim":
+/// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
+namespace vexmor::Cimctl
+{
+
+/// The keys of one interface: the documented format of the store. Only those that this program reads or writes itself.
+namespace StoreKey
+{
+constexpr QLatin1String PLUGIN_NAME("PluginName");
+constexpr QLatin1String DESCRIPTION("Description");
+constexpr QLatin1String INTERFACE_TYPE("InterfaceType");
+constexpr QLatin1String PORT_TEXT("PortId");
+constexpr QLatin1String HOSTNAME("Hostname");
+constexpr QLatin1String ADDRESS("IP-Address");
+constexpr QLatin1String PORT("Port");
+constexpr QLatin1String PROTOCOL("Protocol"); // TCP, UDP
+constexpr QLatin1String LOCAL_ADDRESS("Local-IP-Address");
+constexpr QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
+constexpr QLatin1String POLL_TIME("BusloadPollTime");           // ms
+constexpr QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
+constexpr QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
+} // namespace StoreKey
+
+/// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.
+using Settings = QMap<QString, QString>;
+
+/// Names of the stored interfaces, in alphabetical order.
+QStringList storedNames();
+bool isStored(const QString& name);
+/// All that is stored under a name. Wrong usage when the name is unknown.
+Settings storedSettings(const QString& name);
+/// Removes exactly this interface. Wrong usage when the name is unknown.
+void removeStored(const QString& name);
+
+/// Gives a closed interface these settings, through a private store: the user's own is not touched. Fails with the code
+/// and text of the plugin when it refuses one.
+void applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
+/// Gives a closed interface the name and what is stored under it. Fails in the same way.
+void loadStored(Cim::CCanInterface& canInterface, const QString& name);
+/// Lets the interface store itself under a name, in the place of what was stored there. Fails when that is not
+/// possible.
+void store(Cim::CCanInterface& canInterface, const QString& name);
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,102 @@
+#include "apps/cimctl/messagePrinter.h"
+
+#include "apps/cimctl/failure.h"
+#include "apps/cimctl/session.h"
+#include "candump/candumpLog.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
+constexpr unsigned int MAX_FILTER_BITS = 0xFFFF;
+
+std::int64_t microsecondsNow()
+{
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+QByteArray timeText(std::int64_t microseconds)
+{
+    return "(" + QByteArray::number(static_cast<qint64>(microseconds / 1000000)) + "." +
+           QByteArray::number(static_cast<qint64>(microseconds % 1000000)).rightJustified(6, '0') + ") ";
+}
+
+QJsonObject jsonOf(const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
+{
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return {{QStringLiteral("event"), sending ? QStringLiteral("sent") : QStringLiteral("received")},
+            {QStringLiteral("time"), static_cast<double>(microseconds) / 1e6},
+            {QStringLiteral("id"), message.id().value()},
+            {QStringLiteral("data"), QString::fromLatin1(data.toHex())}};
+}
+} // namespace
+
+SFilter parseFilter(const QString& text)
+{
+    bool idIsNumber = false;
+    bool maskIsNumber = false;
+    const unsigned int id = text.section(QLatin1Char(':'), 0, 0).toUInt(&idIsNumber, 16);
+    const unsigned int mask = text.section(QLatin1Char(':'), 1).toUInt(&maskIsNumber, 16);
+    if (!idIsNumber || !maskIsNumber || id > MAX_FILTER_BITS || mask > MAX_FILTER_BITS) {
+        failUsage(QStringLiteral("filter %1: must be ID:MASK, hexadecimal, like 120:7F0").arg(text));
+    }
+    return {static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(mask)};
+}
+
+CMessagePrinter::CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options)
+    : m_output(output), m_options(options), m_log(options.logFile)
+{
+    if (!options.logFile.isEmpty() && !m_log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        failRefused(QStringLiteral("%1 cannot be written: %2").arg(options.logFile, m_log.errorString()));
+    }
+    if (options.received) {
+        connect(&session, &CSession::received, this, [this](const auto& message) { show(message, false); });
+    }
+    if (options.sent) {
+        connect(&session, &CSession::sent, this, [this](const auto& message) { show(message, true); });
+    }
+}
+
+void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
+{
+    if (m_stopped || !passes(message)) {
+        return;
+    }
+    const std::int64_t now = microsecondsNow();
+    if (m_output.isJson()) {
+        m_output.print(jsonOf(message, sending, now));
+    } else {
+        // With both directions in one list each line tells its own, as candump -x does.
+        const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
+        const QByteArray line =
+            (m_options.time ? timeText(now) : QByteArray()) + Candump::formatDump(INTERFACE_NAME + direction, message);
+        m_output.print(sending ? m_output.paint(EColor::eCyan, line) : line);
+    }
+    if (m_log.isOpen()) {
+        m_log.write(Candump::formatLogLine({now, INTERFACE_NAME, message}) + '\n');
+    }
+    ++m_shown;
+    Q_EMIT messageShown();
+}
+
+bool CMessagePrinter::passes(const Cim::CCanMessage& message) const
+{
+    const auto letsThrough = [&message](const SFilter& filter) {
+        return (message.id().value() & filter.mask) == (filter.id & filter.mask);
+    };
+    return m_options.filters.empty() || std::any_of(m_options.filters.begin(), m_options.filters.end(), letsThrough);
+}
+
+void CMessagePrinter::closeLog()
+{
+    if (m_log.isOpen() && (!m_log.flush() || m_log.error() != QFileDevice::NoError)) {
+        failRefused(QStringLiteral("%1 could not be written: %2").arg(m_log.fileName(), m_log.errorString()));
+    }
+}
+
+} // namespace vexmor::Cimctl

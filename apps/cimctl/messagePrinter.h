@@ -1,0 +1,66 @@
+#pragma once
+
+#include "apps/cimctl/output.h"
+#include "cim/canMessage.h"
+
+#include <QFile>
+#include <QObject>
+#include <QString>
+
+#include <cstdint>
+#include <vector>
+
+namespace vexmor::Cimctl
+{
+
+class CSession;
+
+/// Lets a message through when its identifier equals `id` in the bits of `mask`.
+struct SFilter {
+    std::uint16_t id = 0;
+    std::uint16_t mask = 0;
+};
+
+/// Reads "ID:MASK", both hexadecimal; fails when it is none.
+SFilter parseFilter(const QString& text);
+
+/// Which messages are shown, and how.
+struct SShowOptions {
+    bool received = true;
+    bool sent = false;
+    bool time = false;            ///< each line begins with the time of day
+    std::vector<SFilter> filters; ///< a message that one of them lets through is shown; none: all are
+    QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere
+};
+
+/// Prints the messages of a session: in candump's layout, or as JSON.
+class CMessagePrinter : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Fails when the log file cannot be written. `output` and `session` must outlive the printer.
+    CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options);
+
+    /// Shows nothing from now on.
+    void stop() { m_stopped = true; }
+    std::uint64_t shown() const { return m_shown; }
+    /// Completes the log file; fails when it could not be written.
+    void closeLog();
+
+Q_SIGNALS:
+    /// Another message was shown.
+    void messageShown();
+
+private:
+    void show(const Cim::CCanMessage& message, bool sending);
+    bool passes(const Cim::CCanMessage& message) const;
+
+    COutput& m_output;
+    const SShowOptions m_options;
+    QFile m_log;
+    bool m_stopped = false;
+    std::uint64_t m_shown = 0;
+};
+
+} // namespace vexmor::Cimctl

@@ -1,0 +1,111 @@
+#include "apps/cimctl/sender.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vexmor::Cimctl
+{
+namespace
+{
+constexpr int CODE_SEND_FAILED = 108; ///< too much waits for the gateway already, or the link failed
+constexpr qint64 PATIENCE_MS = 2000;
+constexpr int RETRY_MS = 5;
+constexpr int LINGER_MS = 100;
+/// Messages in one turn of the event loop at most: what comes in has its turn as well.
+constexpr int MAX_PER_TURN = 256;
+/// An 11-bit frame with 8 data bytes takes up to 135 bits with all its stuff bits and the pause behind it.
+constexpr double OVERHEAD_BITS = 47;
+constexpr double STUFFING = 1.22;
+} // namespace
+
+CSender::CSender(COutput& output, CSession& session, Source source, double speed)
+    : m_output(output), m_session(session), m_source(std::move(source)), m_speed(speed)
+{
+    m_timer.setSingleShot(true);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &CSender::onTimeout);
+}
+
+void CSender::start()
+{
+    m_clock.start();
+    if (!m_source(m_next)) {
+        Q_EMIT finished();
+        return;
+    }
+    m_firstMicroseconds = m_next.microseconds;
+    onTimeout();
+}
+
+void CSender::onTimeout()
+{
+    for (int count = 0; count < MAX_PER_TURN; ++count) {
+        const qint64 wait = millisecondsToNext();
+        if (wait > 0) {
+            m_timer.start(static_cast<int>(wait));
+            return;
+        }
+        if (!sendNext()) {
+            m_timer.start(RETRY_MS);
+            return;
+        }
+        if (!m_source(m_next)) {
+            finish();
+            return;
+        }
+    }
+    m_timer.start(0);
+}
+
+qint64 CSender::millisecondsToNext() const
+{
+    const double due = static_cast<double>(m_next.microseconds - m_firstMicroseconds) / 1000 / m_speed;
+    const qint64 wait = std::llround(due) - m_clock.elapsed();
+    return std::min<qint64>(wait, 24 * 3600 * 1000); // a later turn waits for the rest
+}
+
+bool CSender::sendNext()
+{
+    const int code = m_session.send(m_next.message);
+    if (code == 0) {
+        m_waitingSince = -1;
+        m_lastCode = 0;
+        noteBusTime();
+        return true;
+    }
+    if (code == CODE_SEND_FAILED) {
+        if (m_waitingSince < 0) {
+            m_waitingSince = m_clock.elapsed();
+        }
+        if (m_clock.elapsed() - m_waitingSince < PATIENCE_MS) {
+            return false;
+        }
+    }
+    refuse(code);
+    return true;
+}
+
+void CSender::refuse(int code)
+{
+    m_hasRefused = true;
+    m_session.countRefused();
+    if (code != m_lastCode) {
+        m_output.reportFailure(m_session.canInterface().errorCodeToString(code), code);
+        m_lastCode = code;
+    }
+}
+
+void CSender::noteBusTime()
+{
+    const double bits = (OVERHEAD_BITS + 8 * m_next.message.length()) * STUFFING;
+    const double now = static_cast<double>(m_clock.elapsed());
+    m_busFreeAt = std::max(m_busFreeAt, now) + bits / std::max(1, m_session.canInterface().baudrate());
+}
+
+void CSender::finish()
+{
+    const qint64 wait = std::max<qint64>(0, std::llround(m_busFreeAt) - m_clock.elapsed()) + LINGER_MS;
+    QTimer::singleShot(static_cast<int>(wait), this, &CSender::finished);
+}
+
+} // namespace vexmor::Cimctl

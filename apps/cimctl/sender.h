@@ -1,0 +1,67 @@
+#pragma once
+
+#include "apps/cimctl/output.h"
+#include "apps/cimctl/session.h"
+#include "candump/candumpLog.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <cstdint>
+#include <functional>
+
+namespace vexmor::Cimctl
+{
+
+/// Sends a sequence of messages at their times over an open session.
+///
+/// When the gateway does not keep up (code 108), the message waits until there is room, for 2 s at most, and those
+/// behind it leave late. Any other refusal drops it: what was meant for an earlier moment is never sent later. The
+/// first refusal of a series is reported, all are counted, and the sequence goes on.
+///
+/// Closing an interface may cut off what the gateway has not put on the bus yet, and nothing tells when it has. So the
+/// end comes only after a bus at the interface's bit rate has had the time to carry everything, and 100 ms more.
+class CSender : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Gives the next message with its time in microseconds (only differences count); false at the end.
+    using Source = std::function<bool(Candump::SLogEntry& entry)>;
+
+    /// `speed` 2 sends twice as fast. Session and output must outlive the sender.
+    CSender(COutput& output, CSession& session, Source source, double speed);
+
+    /// Starts with the first message. `finished` may be emitted at once.
+    void start();
+    /// True when a message was refused.
+    bool hasRefused() const { return m_hasRefused; }
+
+Q_SIGNALS:
+    void finished();
+
+private:
+    qint64 millisecondsToNext() const;
+    void onTimeout();
+    bool sendNext();
+    void refuse(int code);
+    void noteBusTime();
+    void finish();
+
+    COutput& m_output;
+    CSession& m_session;
+    const Source m_source;
+    const double m_speed;
+
+    Candump::SLogEntry m_next;
+    std::int64_t m_firstMicroseconds = 0;
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    qint64 m_waitingSince = -1; ///< ms on the clock since when the gateway takes nothing; -1: it does
+    int m_lastCode = 0;         ///< of the last message that was sent or refused
+    bool m_hasRefused = false;
+    double m_busFreeAt = 0; ///< ms on the clock when the bus can have carried what was sent
+};
+
+} // namespace vexmor::Cimctl
