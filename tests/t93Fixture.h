@@ -7,6 +7,7 @@
 #include "cim/canInterfacePlugin.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
+#include "testData.h"
 
 #include <QPluginLoader>
 #include <QSignalSpy>
@@ -22,11 +23,6 @@ namespace vexmor::Test
 using namespace vexmor::Cim;
 using namespace vexmor::Sim;
 
-inline QByteArray hex(const char* digits)
-{
-    return QByteArray::fromHex(digits);
-}
-
 /// A whole frame around a command and its payload.
 inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
 {
@@ -34,15 +30,6 @@ inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
     const auto size = rmFrameBytes(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
                                    static_cast<std::size_t>(payload.size()), buffer);
     return QByteArray(reinterpret_cast<const char*>(buffer), static_cast<int>(size));
-}
-
-inline CCanMessage message(std::uint16_t id, const QByteArray& data = {})
-{
-    CCanMessage result;
-    result.setId(CCanId::fromValue(id));
-    result.setData(0, static_cast<unsigned int>(data.size()),
-                   reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
-    return result;
 }
 
 inline CCanInterfacePlugin& plugin()
