@@ -1,15 +1,15 @@
 #pragma once
 
-#include "apps/cimctl/failure.h"
 #include "apps/cimctl/messagePrinter.h"
 #include "apps/cimctl/output.h"
 #include "apps/cimctl/target.h"
+#include "apps/common/failure.h"
 
 #include <QString>
 #include <QStringList>
 
 /// The commands of the program. Each gives its exit code, or fails before it began.
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// Lists the plugins found.
@@ -65,4 +65,4 @@ struct SAddOptions {
 };
 EExitCode addToStore(COutput& output, const SAddOptions& options);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -8,7 +8,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -63,4 +63,4 @@ EExitCode demo(COutput& output, const SDemoOptions& options)
     return eDone;
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

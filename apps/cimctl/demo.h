@@ -1,12 +1,12 @@
 #pragma once
 
-#include "apps/cimctl/failure.h"
 #include "apps/cimctl/output.h"
-#include "apps/cimctl/pluginFolder.h"
+#include "apps/common/failure.h"
+#include "apps/common/pluginFolder.h"
 
 #include <QString>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 struct SDemoOptions {
@@ -18,4 +18,4 @@ struct SDemoOptions {
 /// gateway in this program. Every step is checked; refused when one did not do what it should.
 EExitCode demo(COutput& output, const SDemoOptions& options);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

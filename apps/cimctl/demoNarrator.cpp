@@ -4,7 +4,7 @@
 #include <QDeadlineTimer>
 #include <QStringList>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -104,4 +104,4 @@ bool waitUntil(int limitMs, const std::function<bool()>& condition)
     return true;
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

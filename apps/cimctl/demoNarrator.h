@@ -8,7 +8,7 @@
 
 #include <functional>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// Tells the demonstration: chapters, numbered steps, sentences, examples, and what was checked. As JSON only the
@@ -46,4 +46,4 @@ private:
 /// Runs the event loop until a condition holds, checked after each turn; false when it does not within the limit.
 bool waitUntil(int limitMs, const std::function<bool()>& condition);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,7 +1,7 @@
 #include "apps/cimctl/demoRun.h"
 
-#include "apps/cimctl/failure.h"
-#include "apps/cimctl/interfaceStore.h"
+#include "apps/common/failure.h"
+#include "apps/common/interfaceStore.h"
 #include "candump/candumpLog.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -10,7 +10,7 @@
 
 #include <cmath>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -260,4 +260,4 @@ void CDemoRun::close()
     m_narrator.check(code == 0 && !canInterface().isOpened(), QStringLiteral("closed"));
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -2,11 +2,11 @@
 
 #include "apps/cimctl/demoNarrator.h"
 #include "apps/cimctl/demoStage.h"
-#include "apps/cimctl/pluginFolder.h"
+#include "apps/common/pluginFolder.h"
 
 #include <QString>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// The run over one transport: its steps in the order in which they are told.
@@ -41,4 +41,4 @@ private:
     CDemoStage m_stage;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,12 +1,12 @@
 #include "apps/cimctl/demoStage.h"
 
-#include "apps/cimctl/failure.h"
+#include "apps/common/failure.h"
 
 #include <QHostAddress>
 
 #include <algorithm>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -50,4 +50,4 @@ void CDemoStage::onBusMessage(const Cim::CCanMessage& message, const Sim::CSimGa
     }
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

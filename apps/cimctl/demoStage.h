@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// What the demonstration plays on: a simulated gateway, on its bus devices that report and one that answers, and a
@@ -54,4 +54,4 @@ private:
     int m_lastError = -1; ///< of the interface; -1: none yet
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,10 +1,10 @@
 #include "apps/cimctl/gatewayRun.h"
 
-#include "apps/cimctl/embeddedSim.h"
+#include "apps/common/embeddedSim.h"
 
 #include <cmath>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -82,4 +82,4 @@ void CGatewayRun::onLogEnded(const QString& error)
     endWhenAllCame();
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

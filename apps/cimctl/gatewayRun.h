@@ -1,15 +1,15 @@
 #pragma once
 
-#include "apps/cimctl/failure.h"
 #include "apps/cimctl/output.h"
 #include "apps/cimctl/session.h"
 #include "apps/cimctl/target.h"
+#include "apps/common/failure.h"
 #include "sim/interruption.h"
 
 #include <QEventLoop>
 #include <QObject>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// What all commands that talk to a gateway share: an open session that lasts until something ends it (a limit, Ctrl-C,
@@ -44,4 +44,4 @@ private:
     EExitCode m_exitCode = eDone;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -108,4 +108,4 @@ EExitCode load(COutput& output, const SLoadOptions& options)
     return run.waitForEnd();
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

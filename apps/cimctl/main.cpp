@@ -1,7 +1,7 @@
 // cimctl: works with CAN interfaces from the command line. Here stands what can be typed; the commands lie beside.
 #include "apps/cimctl/commands.h"
 #include "apps/cimctl/demo.h"
-#include "apps/cimctl/interfaceStore.h"
+#include "apps/common/interfaceStore.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
@@ -10,7 +10,7 @@
 #include <functional>
 #include <string>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -258,9 +258,9 @@ int runProgram(int argc, char** argv)
     return runCommand(line);
 }
 } // namespace
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl
 
 int main(int argc, char** argv)
 {
-    return vexmor::Cimctl::runProgram(argc, argv);
+    return vexmor::Apps::Cimctl::runProgram(argc, argv);
 }

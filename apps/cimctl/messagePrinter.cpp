@@ -1,13 +1,13 @@
 #include "apps/cimctl/messagePrinter.h"
 
-#include "apps/cimctl/failure.h"
 #include "apps/cimctl/session.h"
+#include "apps/common/failure.h"
 #include "candump/candumpLog.h"
 
 #include <algorithm>
 #include <chrono>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -99,4 +99,4 @@ void CMessagePrinter::closeLog()
     }
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

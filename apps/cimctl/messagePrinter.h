@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 class CSession;
@@ -63,4 +63,4 @@ private:
     std::uint64_t m_shown = 0;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

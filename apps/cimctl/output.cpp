@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <unistd.h>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -180,4 +180,4 @@ void COutput::onLogLine(int level, const char* source, int line, const char* for
                      object, EColor::eDim);
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

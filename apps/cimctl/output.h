@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <QTimer>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 enum class EColor { ePlain, eBold, eDim, eRed, eGreen, eYellow, eCyan };
@@ -73,4 +73,4 @@ private:
     QTimer m_flushTimer;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

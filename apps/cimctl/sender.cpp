@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -108,4 +108,4 @@ void CSender::finish()
     QTimer::singleShot(static_cast<int>(wait), this, &CSender::finished);
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

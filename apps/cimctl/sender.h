@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <functional>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// Sends a sequence of messages at their times over an open session.
@@ -64,4 +64,4 @@ private:
     double m_busFreeAt = 0; ///< ms on the clock when the bus can have carried what was sent
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,12 +1,12 @@
 #include "apps/cimctl/session.h"
 
-#include "apps/cimctl/failure.h"
+#include "apps/common/failure.h"
 
 #include <QHash>
 
 #include <algorithm>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -132,4 +132,4 @@ void CSession::reportSummary()
                     object, EColor::eBold);
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 
 /// An interface in use: opens it, hands on its messages and errors as they come, and keeps
@@ -77,4 +77,4 @@ private:
     int m_busloadPeak = 0;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -86,4 +86,4 @@ EExitCode removeFromStore(COutput& /*output*/, const QString& name)
     return eDone;
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,7 +1,7 @@
 #include "apps/cimctl/target.h"
 
-#include "apps/cimctl/embeddedSim.h"
-#include "apps/cimctl/failure.h"
+#include "apps/common/embeddedSim.h"
+#include "apps/common/failure.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -10,7 +10,7 @@
 
 #include <algorithm>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -132,4 +132,4 @@ bool parseAddress(const QString& text, Settings& settings)
     return true;
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

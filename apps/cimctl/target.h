@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/cimctl/interfaceStore.h"
-#include "apps/cimctl/pluginFolder.h"
+#include "apps/common/interfaceStore.h"
+#include "apps/common/pluginFolder.h"
 
 #include <QString>
 
@@ -12,10 +12,13 @@ namespace vexmor::Cim
 class CCanInterface;
 }
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
-
 class CEmbeddedSim;
+}
+
+namespace vexmor::Apps::Cimctl
+{
 
 /// What the user typed to say which gateway.
 struct STargetOptions {
@@ -55,4 +58,4 @@ bool isSimTarget(const QString& text);
 /// when the text is no address; fails when it is one with a wrong port or protocol.
 bool parseAddress(const QString& text, Settings& settings);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

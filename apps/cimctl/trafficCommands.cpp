@@ -6,7 +6,7 @@
 
 #include <vector>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps::Cimctl
 {
 namespace
 {
@@ -132,4 +132,4 @@ EExitCode replay(COutput& output, const SReplayOptions& options)
     return sendAll(output, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps::Cimctl

@@ -1,10 +1,10 @@
-#include "apps/cimctl/embeddedSim.h"
+#include "apps/common/embeddedSim.h"
 
-#include "apps/cimctl/failure.h"
+#include "apps/common/failure.h"
 
 #include <QHostAddress>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 namespace
 {
@@ -49,4 +49,4 @@ void CEmbeddedSim::startForKnownHost()
     }
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

@@ -14,7 +14,7 @@ namespace vexmor::Cim
 class CCanInterfacePlugin;
 }
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 
 /// A plugin library that is loaded. The plugin object belongs to the library, which stays loaded to the end.
@@ -45,4 +45,4 @@ SPluginSearch searchPlugins(const SPluginPlace& place);
 /// The same, for a command that needs a plugin: fails when none can be used.
 std::vector<SPlugin> loadPlugins(const SPluginPlace& place);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

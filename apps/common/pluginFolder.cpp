@@ -1,6 +1,6 @@
-#include "apps/cimctl/pluginFolder.h"
+#include "apps/common/pluginFolder.h"
 
-#include "apps/cimctl/failure.h"
+#include "apps/common/failure.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCoreApplication>
@@ -10,7 +10,7 @@
 
 #include <optional>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 namespace
 {
@@ -89,4 +89,4 @@ std::vector<SPlugin> loadPlugins(const SPluginPlace& place)
     return std::move(search.plugins);
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

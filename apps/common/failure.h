@@ -2,7 +2,7 @@
 
 #include <QString>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 
 /// What the program's exit code tells.
@@ -31,4 +31,4 @@ struct SFailure {
     throw SFailure{eRefused, text, code};
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

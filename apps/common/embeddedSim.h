@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 
 /// A simulated gateway inside this program, on 127.0.0.1 and a port that the system picks, with traffic on its bus:
@@ -44,4 +44,4 @@ private:
     std::uint64_t m_messagesToHost = 0;
 };
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

@@ -12,7 +12,7 @@ class CCanInterface;
 
 /// The interfaces kept in the settings store, shared with every host of the organisation "Vexmor", application "Cim":
 /// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 
 /// The keys of one interface: the documented format of the store. Only those that this program reads or writes itself.
@@ -53,4 +53,4 @@ void loadStored(Cim::CCanInterface& canInterface, const QString& name);
 /// possible.
 void store(Cim::CCanInterface& canInterface, const QString& name);
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps

@@ -1,13 +1,13 @@
-#include "apps/cimctl/interfaceStore.h"
+#include "apps/common/interfaceStore.h"
 
-#include "apps/cimctl/failure.h"
+#include "apps/common/failure.h"
 #include "cim/canInterface.h"
 
 #include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
-namespace vexmor::Cimctl
+namespace vexmor::Apps
 {
 namespace
 {
@@ -173,4 +173,4 @@ void store(Cim::CCanInterface& canInterface, const QString& name)
     }
 }
 
-} // namespace vexmor::Cimctl
+} // namespace vexmor::Apps
