@@ -23,6 +23,15 @@ short bigEndian(unsigned char high, unsigned char low)
 
 std::atomic<int> CCanMessage::m_metaId{0};
 
+/// Runs in every constructor, so it is no more than a look at a number from the second time on.
+inline void CCanMessage::registerMetaType()
+{
+    // Two threads may both register: Qt's registry gives both the same id.
+    if (Q_UNLIKELY(m_metaId.load(std::memory_order_relaxed) == 0)) {
+        m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
+    }
+}
+
 CCanMessage::CCanMessage() : m_id(0, 0, 0), m_length(0), m_data{}
 {
     registerMetaType();
@@ -161,14 +170,6 @@ short CCanMessage::deviceCheckSum()
         return 0;
     }
     return bigEndian(m_data[3], m_data[4]);
-}
-
-void CCanMessage::registerMetaType()
-{
-    // Two threads may both register: Qt's registry gives both the same id.
-    if (m_metaId.load(std::memory_order_relaxed) == 0) {
-        m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
-    }
 }
 
 } // namespace vexmor::Cim
