@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <thread>
 #include <vector>
 
 using namespace vexmor::Bench;
@@ -161,17 +162,32 @@ void roundTrip(Link& link)
     link.receive(1);
 }
 
+void measureBursts(SLinks& tcp, double aim)
+{
+    measure(
+        "TCP, bursts of 8000 frames", RECEIVE_BURSTS * RECEIVE_BURST, aim,
+        [&] { return cpuTime([&] { receiveBursts(tcp.raw, RECEIVE_BURSTS, RECEIVE_BURST); }); },
+        [&] { return cpuTime([&] { receiveBursts(tcp.plugin, RECEIVE_BURSTS, RECEIVE_BURST); }); });
+}
+
 void measureReceiving(SLinks& tcp, SLinks& udp)
 {
     title("RECEIVE, ends on two processors, CPU time a frame", "ns");
-    measure(
-        "TCP, bursts of 8000 frames", RECEIVE_BURSTS * RECEIVE_BURST, 4.0,
-        [&] { return cpuTime([&] { receiveBursts(tcp.raw, RECEIVE_BURSTS, RECEIVE_BURST); }); },
-        [&] { return cpuTime([&] { receiveBursts(tcp.plugin, RECEIVE_BURSTS, RECEIVE_BURST); }); });
+    measureBursts(tcp, 4.0);
     measure(
         "UDP, bursts of 200 datagrams of a frame", DATAGRAM_BURSTS * DATAGRAM_BURST, 4.0,
         [&] { return cpuTime([&] { receiveBursts(udp.raw, DATAGRAM_BURSTS, DATAGRAM_BURST); }); },
         [&] { return cpuTime([&] { receiveBursts(udp.plugin, DATAGRAM_BURSTS, DATAGRAM_BURST); }); });
+}
+
+/// The locks of the queue cost more in a process with several threads, and once there were two it stays so: for the
+/// end.
+void measureReceivingBesideAnotherThread()
+{
+    std::thread([] {}).join();
+    title("RECEIVE in a process that has had a second thread", "ns");
+    SLinks tcp(EProtocol::eTcp, 1);
+    measureBursts(tcp, 0);
 }
 
 void eventLoopTurn()
@@ -321,6 +337,7 @@ void run()
     countAllocations(udpAny, "UDP bound to any", DATAGRAM_BURSTS, DATAGRAM_BURST);
     measureMemory(EProtocol::eTcp, "TCP");
     measureMemory(EProtocol::eUdp, "UDP");
+    measureReceivingBesideAnotherThread();
 }
 } // namespace
 

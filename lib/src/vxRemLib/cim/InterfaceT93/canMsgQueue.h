@@ -57,8 +57,8 @@ public:
     ETake take(CCanMessage& message);
 
 private:
-    /// Guards the pointer and the ring behind it. The C library's mutex rather than Qt's: it needs no locked instruction
-    /// while the process has one thread, and it is taken twice for each message.
+    /// Guards the pointer and the ring behind it. The C library's mutex rather than Qt's: it needs no locked
+    /// instruction while the process has one thread, and it is taken twice for each message.
     std::recursive_mutex m_lock;
     std::unique_ptr<CCanMsgRing> m_ring;
 };

@@ -5,6 +5,8 @@
 
 #if defined(Q_OS_LINUX)
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -46,28 +48,92 @@ qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ENOBUFS ? 0 : -1;
 }
 
-/// QUdpSocket::writeDatagram allocates for each datagram. False, and nothing sent, for sockets and addresses of IPv6.
-bool sendIpv4Datagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port,
-                      qint64& sent)
+/// An address as a socket of either family takes it. The size is 0 for an address that only Qt can translate.
+struct SNativeAddress {
+    sockaddr_storage storage{};
+    socklen_t size = 0;
+};
+
+SNativeAddress ipv4Address(const QHostAddress& address, quint16 port)
 {
-    if (address.protocol() != QAbstractSocket::IPv4Protocol ||
-        socket.localAddress().protocol() != QAbstractSocket::IPv4Protocol) {
-        return false;
-    }
-    sockaddr_in to{};
+    SNativeAddress native;
+    auto& to = reinterpret_cast<sockaddr_in&>(native.storage);
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     to.sin_addr.s_addr = htonl(address.toIPv4Address());
+    native.size = address.protocol() == QAbstractSocket::IPv4Protocol ? sizeof to : 0;
+    return native;
+}
+
+/// For a socket that is bound to any address, which is one of IPv6 that reaches IPv4 addresses in their IPv6 form.
+SNativeAddress mappedAddress(const QHostAddress& address, quint16 port)
+{
+    SNativeAddress native;
+    auto& to = reinterpret_cast<sockaddr_in6&>(native.storage);
+    to.sin6_family = AF_INET6;
+    to.sin6_port = htons(port);
+    const Q_IPV6ADDR bytes = address.toIPv6Address();
+    std::memcpy(&to.sin6_addr, &bytes, sizeof bytes);
+    native.size = address.protocol() == QAbstractSocket::IPv4Protocol ? sizeof to : 0;
+    return native;
+}
+
+/// QUdpSocket::writeDatagram allocates for each datagram. False, and nothing sent, for IPv6.
+bool sendDatagramAtOnce(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port,
+                        qint64& sent)
+{
+    const auto family = socket.localAddress().protocol();
+    const SNativeAddress to = family == QAbstractSocket::IPv4Protocol    ? ipv4Address(address, port)
+                              : family == QAbstractSocket::AnyIPProtocol ? mappedAddress(address, port)
+                                                                         : SNativeAddress();
+    if (to.size == 0) {
+        return false;
+    }
     sent = ::sendto(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
-                    MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+                    MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to.storage), to.size);
     return true;
+}
+
+/// The sender of the datagram that is read next; QUdpSocket::readDatagram allocates to tell it.
+void peekSender(QUdpSocket& socket, Q_IPV6ADDR& sender)
+{
+    sockaddr_storage native{};
+    socklen_t size = sizeof native;
+    ::recvfrom(static_cast<int>(socket.socketDescriptor()), nullptr, 0, MSG_PEEK | MSG_DONTWAIT,
+               reinterpret_cast<sockaddr*>(&native), &size);
+    if (native.ss_family == AF_INET6) {
+        std::memcpy(&sender, &reinterpret_cast<const sockaddr_in6&>(native).sin6_addr, sizeof sender);
+    } else if (native.ss_family == AF_INET) {
+        constexpr int PREFIX_SIZE = 12;
+        const std::uint8_t prefix[PREFIX_SIZE] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+        std::memcpy(&sender, prefix, PREFIX_SIZE);
+        std::memcpy(&sender[PREFIX_SIZE], &reinterpret_cast<const sockaddr_in&>(native).sin_addr, sizeof(in_addr));
+    }
+}
+
+qint64 readFrom(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
+{
+    if (sender != nullptr) {
+        peekSender(socket, *sender);
+    }
+    return socket.readDatagram(bytes, maxSize);
 }
 #else
 void setPeerLossTimers(QAbstractSocket&) {}
 
-bool sendIpv4Datagram(QUdpSocket&, const char*, qint64, const QHostAddress&, quint16, qint64&)
+bool sendDatagramAtOnce(QUdpSocket&, const char*, qint64, const QHostAddress&, quint16, qint64&)
 {
     return false;
+}
+
+qint64 readFrom(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
+{
+    QHostAddress address;
+    const qint64 size = socket.readDatagram(bytes, maxSize, sender == nullptr ? nullptr : &address);
+    if (sender != nullptr) {
+        *sender = address.toIPv6Address();
+    }
+    return size;
 }
 
 qint64 sendAtOnce(QAbstractSocket&, const char*, qint64)
@@ -100,10 +166,16 @@ qint64 sendOnTcpLink(QAbstractSocket& socket, const char* bytes, qint64 size)
     return buffered == size - sent ? size : -1;
 }
 
+qint64 readDatagram(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
+{
+    const qint64 size = readFrom(socket, bytes, maxSize, sender);
+    return size < 0 && socket.error() == QAbstractSocket::TemporaryError ? NO_DATAGRAM : size;
+}
+
 qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port)
 {
     qint64 sent = 0;
-    if (sendIpv4Datagram(socket, bytes, size, address, port, sent)) {
+    if (sendDatagramAtOnce(socket, bytes, size, address, port, sent)) {
         return sent;
     }
     return socket.writeDatagram(bytes, size, address, port);

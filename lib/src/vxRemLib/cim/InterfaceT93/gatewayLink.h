@@ -1,9 +1,8 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QHostAddress>
 
 class QAbstractSocket;
-class QHostAddress;
 class QUdpSocket;
 
 /// The platform's part of a link: what Qt's sockets do not offer, or not without an allocation for each frame. On
@@ -23,6 +22,14 @@ void tuneTcpLink(QAbstractSocket& socket);
 /// own buffer. Gives `size`, or -1 when the link failed or when more than SEND_BUFFER_LIMIT would wait: no byte was
 /// taken then.
 qint64 sendOnTcpLink(QAbstractSocket& socket, const char* bytes, qint64 size);
+
+/// What readDatagram gives when no datagram waits: one that the kernel announced and then found broken is dropped late.
+constexpr qint64 NO_DATAGRAM = -2;
+
+/// Reads a datagram. Gives its size, cut to `maxSize`; NO_DATAGRAM; or -1 when reading failed. `sender`, unless null,
+/// becomes the address it came from, an IPv4 address in its IPv6 form (::ffff:a.b.c.d). After every readyRead it must
+/// be called at least once, or Qt does not signal the next one.
+qint64 readDatagram(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender);
 
 /// Sends one datagram from a bound socket. Gives `size`, or another value when it was not sent.
 qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port);

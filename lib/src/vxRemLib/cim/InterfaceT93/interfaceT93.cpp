@@ -394,25 +394,29 @@ void CInterfaceT93::readUdp(const CSession& session)
 {
     auto& socket = static_cast<QUdpSocket&>(session.socket());
     char datagram[RM_BUFFER_SIZE];
-    for (int taken = 0; taken < MAX_DATAGRAMS_PER_TURN && socket.hasPendingDatagrams(); ++taken) {
-        // The sender is asked for only when it is looked at: that costs an allocation for each datagram.
+    int taken = 0;
+    do {
+        Q_IPV6ADDR sender{};
         const bool mayBeOwn = m_configParam.udpBindAnyIp() || isBroadcast();
-        const qint64 count = socket.readDatagram(datagram, sizeof datagram, mayBeOwn ? &m_datagramSender : nullptr);
+        const qint64 count = readDatagram(socket, datagram, sizeof datagram, mayBeOwn ? &sender : nullptr);
+        if (count == NO_DATAGRAM) {
+            return;
+        }
         if (count <= 0) {
             Q_EMIT queuedInterfaceError(IE_READ_FAILED);
             return;
         }
-        if (!(mayBeOwn && isOwnDatagram(m_datagramSender)) && !RxRmTcp(session, datagram, count)) {
+        if (!(mayBeOwn && isOwnDatagram(sender)) && !RxRmTcp(session, datagram, count)) {
             return;
         }
-    }
+    } while (++taken < MAX_DATAGRAMS_PER_TURN && socket.hasPendingDatagrams());
 }
 
-bool CInterfaceT93::isOwnDatagram(const QHostAddress& sender) const
+bool CInterfaceT93::isOwnDatagram(const Q_IPV6ADDR& sender) const
 {
-    // A socket bound to any address reports IPv4 senders in their IPv6 form.
     const auto isSender = [&sender](const QHostAddress& address) {
-        return sender.isEqual(address, QHostAddress::ConvertV4MappedToIPv4);
+        const Q_IPV6ADDR bytes = address.toIPv6Address();
+        return std::equal(std::begin(bytes.c), std::end(bytes.c), std::begin(sender.c));
     };
     return (m_configParam.udpBindAnyIp() && isSender(m_configParam.localIpAddress())) ||
            (isBroadcast() && isSender(m_socket->localAddress()));

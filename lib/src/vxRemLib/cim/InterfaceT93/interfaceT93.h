@@ -110,7 +110,7 @@ private:
     // Receiving
     void readTcp(const CSession& session);
     void readUdp(const CSession& session);
-    bool isOwnDatagram(const QHostAddress& sender) const;
+    bool isOwnDatagram(const Q_IPV6ADDR& sender) const; ///< an IPv4 sender in its IPv6 form
     bool RxRmTcp(const CSession& session, const char* bytes, qint64 count);
     void RM_ParseRxMsg(const SRmFrame& frame);
     void receiveCanMessage(const SRmFrame& frame);
@@ -130,8 +130,7 @@ private:
     /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive
     /// them.
     std::shared_ptr<QAbstractSocket> m_socket;
-    QTimer m_connectSvTimer;       ///< supervises attempts to reconnect
-    QHostAddress m_datagramSender; ///< kept, since making one costs an allocation
+    QTimer m_connectSvTimer; ///< supervises attempts to reconnect
     CRmDeframer m_deframer;
     CCanMsgQueue m_canMsgQueue;
     bool m_gatewayMeasuresBusload = false;
