@@ -128,15 +128,24 @@ private Q_SLOTS:
         const auto row = [](const char* name, Change change, const char* key, bool loaded) {
             QTest::newRow(name) << change << QString::fromLatin1(key) << loaded;
         };
-        row("plugin name", [](CCommonInfo& info) { info.setPluginName(OTHER); }, "PluginName", false);
-        row("description", [](CCommonInfo& info) { info.setDescription(OTHER); }, "Description", true);
-        row("unique name", [](CCommonInfo& info) { info.setUniqueName(OTHER); }, "", false);
-        row("state", [](CCommonInfo& info) { info.setConnectionState(CCommonInfo::eConnected); }, "", false);
-        row("interface id", [](CCommonInfo& info) { info.setInterfaceId(OTHER); }, "InterfaceId", true);
-        row("firmware version", [](CCommonInfo& info) { info.setFirmwareVersion(OTHER); }, "FirmwareVersion", true);
-        row("port", [](CCommonInfo& info) { info.setPort(OTHER); }, "PortId", true);
-        row("type", [](CCommonInfo& info) { info.setType(OTHER); }, "InterfaceType", true);
-        row("scanable", [](CCommonInfo& info) { info.setScanable(false); }, "Scanable", true);
+        row(
+            "plugin name", [](CCommonInfo& info) { info.setPluginName(OTHER); }, "PluginName", false);
+        row(
+            "description", [](CCommonInfo& info) { info.setDescription(OTHER); }, "Description", true);
+        row(
+            "unique name", [](CCommonInfo& info) { info.setUniqueName(OTHER); }, "", false);
+        row(
+            "state", [](CCommonInfo& info) { info.setConnectionState(CCommonInfo::eConnected); }, "", false);
+        row(
+            "interface id", [](CCommonInfo& info) { info.setInterfaceId(OTHER); }, "InterfaceId", true);
+        row(
+            "firmware version", [](CCommonInfo& info) { info.setFirmwareVersion(OTHER); }, "FirmwareVersion", true);
+        row(
+            "port", [](CCommonInfo& info) { info.setPort(OTHER); }, "PortId", true);
+        row(
+            "type", [](CCommonInfo& info) { info.setType(OTHER); }, "InterfaceType", true);
+        row(
+            "scanable", [](CCommonInfo& info) { info.setScanable(false); }, "Scanable", true);
     }
     void fields() // each one is compared, copied, stored and loaded, or not
     {

@@ -48,7 +48,7 @@ void checkLog(COutput& output, Candump::CLogReader& log, const QString& file)
         ++count;
     }
     if (!error.isEmpty() || count == 0) {
-        failUsage(QStringLiteral("%1: %2").arg(file, error.isEmpty() ? QStringLiteral("holds no frame") : error));
+        failUsage(error.isEmpty() ? QStringLiteral("%1: holds no frame").arg(file) : error);
     }
     if (log.skipped() > 0) {
         output.warn(QStringLiteral("%1: %2 lines are skipped (empty, 29-bit, remote, error or CAN FD frames)")

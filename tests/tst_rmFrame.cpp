@@ -1,0 +1,203 @@
+#include "InterfaceT93/rmFrame.h"
+#include "testData.h"
+
+#include <QTest>
+
+#include <random>
+
+using namespace vexmor::Cim;
+using namespace vexmor::Test;
+
+namespace
+{
+QByteArray framed(const SRmRequest& request, const CCanMessage* message)
+{
+    std::uint8_t buffer[RM_BUFFER_SIZE];
+    const int size = txRmFramer(request, message, buffer);
+    return size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<const char*>(buffer), size).toHex();
+}
+
+/// What a deframer hands on, as text: each frame as command:payload (all 34 bytes are looked at), "checksum" for each
+/// wrong one.
+class CListener
+{
+public:
+    void feed(const QByteArray& bytes)
+    {
+        // On the heap and of exact size, so that a read behind its end is seen.
+        const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
+        m_deframer.feed(
+            copy.data(), copy.size(),
+            [this](const SRmFrame& frame) {
+                const QByteArray payload(reinterpret_cast<const char*>(frame.payload.data()), RM_MAX_RX_PAYLOAD);
+                const bool isClean =
+                    payload.mid(frame.payloadLength).count('\0') == int(RM_MAX_RX_PAYLOAD) - frame.payloadLength;
+                heard.append(QByteArray::number(frame.command, 16) + ':' + payload.left(frame.payloadLength).toHex() +
+                             (isClean ? "" : " dirty"));
+                return !m_stops;
+            },
+            [this] {
+                heard.append("checksum");
+                return !m_stops;
+            });
+    }
+    void stopAfterEach() { m_stops = true; }
+    void reset() { m_deframer.reset(); }
+    QByteArrayList heard;
+
+private:
+    CRmDeframer m_deframer;
+    bool m_stops = false;
+};
+} // namespace
+
+/// Frames to the byte, both ways, and what becomes of broken ones.
+class RmFrameTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void framer_data()
+    {
+        QTest::addColumn<int>("command");
+        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<QByteArray>("frame");
+        QTest::newRow("firmware version") << 0x41 << hex("") << QByteArray("430141030d");
+        QTest::newRow("bus load interval") << 0xA4 << hex("03e8") << QByteArray("4303a403e80f0d");
+        QTest::newRow("bit rate") << 0x57 << hex("fe") << QByteArray("430257fee80d");
+        QTest::newRow("longest payload") << 0x58 << QByteArray(255, 0) << "430058" + QByteArray(510, '0') + "1b0d";
+        for (const int command : {0x40, 0x44, 0x47, 0xA1, 0xC0}) {
+            const QByteArray code = QByteArray::number(command, 16);
+            const QByteArray checksum = QByteArray::number(0x43 ^ 0x01 ^ command, 16).rightJustified(2, '0');
+            QTest::addRow("0x%s", code.constData()) << command << hex("") << "4301" + code + checksum + "0d";
+        }
+        for (const int command : {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x42, 0x50, 0x56, 0xA0, 0xFF}) {
+            QTest::addRow("0x%02x without a message", command) << command << hex("") << QByteArray("refused");
+        }
+    }
+    void framer()
+    {
+        QFETCH(int, command);
+        QFETCH(QByteArray, payload);
+        SRmRequest request;
+        request.rmCommand = static_cast<std::uint8_t>(command);
+        request.payloadLength = static_cast<std::uint8_t>(payload.size());
+        std::copy(payload.begin(), payload.end(), request.payload.begin());
+        QTEST(framed(request, nullptr), "frame");
+    }
+
+    void messages_data()
+    {
+        QTest::addColumn<int>("command");
+        QTest::addColumn<int>("id");
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<QByteArray>("frame");
+        QTest::newRow("two bytes") << 0x00 << 0x123 << hex("1122")
+                                   << QByteArray("430500012311225 70d").replace(' ', "");
+        QTest::newRow("no data") << 0x00 << 0x7FF << hex("") << QByteArray("43030007ffb80d");
+        QTest::newRow("eight bytes, the other command")
+            << 0x04 << 0x001 << hex("0d43000000000001") << QByteArray("430b0400010d43000000000001020d");
+        QTest::newRow("identifier as stored") << 0x00 << 0xF123 << hex("") << QByteArray("430300f123920d");
+        QTest::newRow("29-bit command") << 0x02 << 0x123 << hex("") << QByteArray("refused");
+    }
+    void messages()
+    {
+        QFETCH(int, command);
+        QFETCH(int, id);
+        QFETCH(QByteArray, data);
+        SRmRequest request;
+        request.rmCommand = static_cast<std::uint8_t>(command);
+        request.payloadLength = 200; // not looked at
+        const CCanMessage one = message(static_cast<std::uint16_t>(id), data);
+        QTEST(framed(request, &one), "frame");
+    }
+
+    void deframer_data()
+    {
+        QTest::addColumn<QByteArray>("stream");
+        QTest::addColumn<QByteArray>("heard");
+        const auto row = [](const char* name, const char* stream, const char* heard) {
+            QTest::newRow(name) << hex(stream) << QByteArray(heard);
+        };
+        row("one frame", "43 02 42 09 0a 0d", "42:09");
+        row("no payload", "43 01 41 03 0d", "41:");
+        row("two back to back", "43 02 42 09 0a 0d 43 01 41 03 0d", "42:09 41:");
+        row("garbage before the start", "00 ff 0d 43 02 42 09 0a 0d", "42:09");
+        row("a second start marker restarts", "43 43 02 42 09 0a 0d", "42:09");
+        row("start and end markers inside", "43 05 43 43 0d 0d 43 05 0d", "43:430d0d43");
+        row("wrong checksum, then a good one", "43 02 42 09 0b 0d 43 01 41 03 0d", "checksum 41:");
+        row("no end marker", "43 02 42 09 0a 0a 43 01 41 03 0d", "41:");
+        row("a start marker in the place of the end", "43 02 42 09 0a 43 43 01 41 03 0d", "41:");
+        row("length 0: 255 payload bytes", "43 00 43 01 41 03 0d", "41:");
+        row("length 0x43 cannot be", "43 43 01 41 03 0d", "41:");
+        row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
+        QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
+        QTest::newRow("34 payload bytes") << longest << "42:" + QByteArray(68, '1');
+        longest.insert(3, 0x11)[1] = 0x24;
+        QTest::newRow("35 payload bytes") << longest + hex("430141030d") << QByteArray("41:");
+    }
+    void deframer() // whole, in two pieces cut at every place, and byte by byte
+    {
+        QFETCH(QByteArray, stream);
+        QFETCH(QByteArray, heard);
+        for (int cut = 0; cut <= stream.size(); ++cut) {
+            CListener listener;
+            listener.feed(stream.left(cut));
+            listener.feed(stream.mid(cut));
+            QCOMPARE(listener.heard.join(' '), heard);
+        }
+        CListener listener;
+        for (const char byte : stream) {
+            listener.feed(QByteArray(1, byte));
+        }
+        QCOMPARE(listener.heard.join(' '), heard);
+    }
+
+    void aListenerEndsTheRead() // it closed the interface: what follows in the same read is not its any more
+    {
+        CListener listener;
+        listener.stopAfterEach();
+        listener.feed(hex("430141030d 4302420909 0d 430141030d"));
+        QCOMPARE(listener.heard.join(' '), QByteArray("41:"));
+        listener.feed(hex("4302420909 0d 430141030d"));
+        QCOMPARE(listener.heard.join(' '), QByteArray("41: checksum"));
+    }
+
+    void resetForgetsHalfAFrame()
+    {
+        CListener listener;
+        listener.feed(hex("430b00"));
+        listener.reset();
+        listener.feed(hex("430141030d"));
+        QCOMPARE(listener.heard.join(' '), QByteArray("41:"));
+    }
+
+    void goodFramesGetThroughAnything() // and the same ones however the stream is cut
+    {
+        std::mt19937 random(1);
+        const QByteArray good = hex("43 02 42 09 0a 0d");
+        for (int round = 0; round < 2000; ++round) {
+            QByteArray stream;
+            for (int i = std::uniform_int_distribution<>(0, 120)(random); i > 0; --i) {
+                // Rich in markers and lengths, which is where it can go wrong.
+                const int kind = std::uniform_int_distribution<>(0, 3)(random);
+                stream.append(char(kind == 0 ? 0x43 : kind == 1 ? random() % 40 : random()));
+            }
+            // What a broken frame may swallow at most, and then a good frame.
+            stream += QByteArray(40, '\0') + good;
+            CListener whole;
+            whole.feed(stream);
+            QVERIFY2(!whole.heard.isEmpty() && whole.heard.last() == "42:09", stream.toHex().constData());
+            CListener cut;
+            for (int offset = 0; offset < stream.size();) {
+                const int size = std::uniform_int_distribution<>(1, 20)(random);
+                cut.feed(stream.mid(offset, size));
+                offset += size;
+            }
+            QCOMPARE(cut.heard, whole.heard);
+        }
+    }
+};
+
+QTEST_APPLESS_MAIN(RmFrameTest)
+#include "tst_rmFrame.moc"
