@@ -73,7 +73,7 @@ public:
 Q_SIGNALS:
     /// Trouble that arose on its own, 0 to 11; always from the event loop, never from within an operation.
     void interfaceError(int error);
-    /// The way there: emitted where the trouble arises, delivered from the event loop.
+    /// The way there, not for hosts: emitted where the trouble arises, delivered as interfaceError from the event loop.
     void queuedInterfaceError(int error);
 
 public Q_SLOTS:
