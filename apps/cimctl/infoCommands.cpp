@@ -13,6 +13,7 @@ namespace vexmor::Apps::Cimctl
 namespace
 {
 constexpr int LOAD_INTERVAL_MS = 1000;
+constexpr int HALF_INTERVAL_MS = LOAD_INTERVAL_MS / 2;
 constexpr int BAR_WIDTH = 50; ///< characters for 100 percent
 constexpr int BUSY_PERCENT = 50;
 constexpr int CROWDED_PERCENT = 80;
@@ -100,7 +101,8 @@ EExitCode load(COutput& output, const SLoadOptions& options)
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
         showLoad(output, run.session().busload());
-        if (options.seconds > 0 && run.session().openMilliseconds() + LOAD_INTERVAL_MS / 2 >= options.seconds * 1000) {
+        const bool isLast = run.session().openMilliseconds() + HALF_INTERVAL_MS >= options.seconds * 1000;
+        if (options.seconds > 0 && isLast) {
             run.end(eDone);
         }
     });

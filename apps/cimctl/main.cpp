@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <string>
 
@@ -262,5 +263,10 @@ int runProgram(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return vexmor::Apps::Cimctl::runProgram(argc, argv);
+    try {
+        return vexmor::Apps::Cimctl::runProgram(argc, argv);
+    } catch (const std::exception& error) { // no memory, say
+        std::fprintf(stderr, "error: %s\n", error.what());
+        return vexmor::Apps::eRefused;
+    }
 }

@@ -13,7 +13,7 @@ namespace vexmor::Apps::Cimctl
 namespace
 {
 constexpr int FLUSH_DELAY_MS = 50;
-constexpr std::size_t BUFFER_SIZE = 64 * 1024;
+constexpr std::size_t BUFFER_SIZE = 65536;
 
 COutput* s_output = nullptr; ///< receives Qt's messages and log lines, which come to plain functions
 

@@ -9,6 +9,7 @@ namespace
 {
 constexpr int CODE_SEND_FAILED = 108; ///< too much waits for the gateway already, or the link failed
 constexpr qint64 PATIENCE_MS = 2000;
+constexpr qint64 MAX_WAIT_MS = 24LL * 3600 * 1000;
 constexpr int RETRY_MS = 5;
 constexpr int LINGER_MS = 100;
 /// Messages in one turn of the event loop at most: what comes in has its turn as well.
@@ -61,7 +62,7 @@ qint64 CSender::millisecondsToNext() const
 {
     const double due = static_cast<double>(m_next.microseconds - m_firstMicroseconds) / 1000 / m_speed;
     const qint64 wait = std::llround(due) - m_clock.elapsed();
-    return std::min<qint64>(wait, 24 * 3600 * 1000); // a later turn waits for the rest
+    return std::min(wait, MAX_WAIT_MS); // a later turn waits for the rest
 }
 
 bool CSender::sendNext()

@@ -18,19 +18,19 @@ namespace vexmor::Apps
 /// The keys of one interface: the documented format of the store. Only those that this program reads or writes itself.
 namespace StoreKey
 {
-constexpr QLatin1String PLUGIN_NAME("PluginName");
-constexpr QLatin1String DESCRIPTION("Description");
-constexpr QLatin1String INTERFACE_TYPE("InterfaceType");
-constexpr QLatin1String PORT_TEXT("PortId");
-constexpr QLatin1String HOSTNAME("Hostname");
-constexpr QLatin1String ADDRESS("IP-Address");
-constexpr QLatin1String PORT("Port");
-constexpr QLatin1String PROTOCOL("Protocol"); // TCP, UDP
-constexpr QLatin1String LOCAL_ADDRESS("Local-IP-Address");
-constexpr QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
-constexpr QLatin1String POLL_TIME("BusloadPollTime");           // ms
-constexpr QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
-constexpr QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
+inline const QLatin1String PLUGIN_NAME("PluginName");
+inline const QLatin1String DESCRIPTION("Description");
+inline const QLatin1String INTERFACE_TYPE("InterfaceType");
+inline const QLatin1String PORT_TEXT("PortId");
+inline const QLatin1String HOSTNAME("Hostname");
+inline const QLatin1String ADDRESS("IP-Address");
+inline const QLatin1String PORT("Port");
+inline const QLatin1String PROTOCOL("Protocol"); // TCP, UDP
+inline const QLatin1String LOCAL_ADDRESS("Local-IP-Address");
+inline const QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
+inline const QLatin1String POLL_TIME("BusloadPollTime");           // ms
+inline const QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
+inline const QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
 } // namespace StoreKey
 
 /// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.

@@ -19,7 +19,7 @@ QString folderOf(const SPluginPlace& place)
     if (!place.folder.isEmpty()) {
         return place.folder;
     }
-    const QString fromEnvironment = qEnvironmentVariable("CIM_PLUGIN_PATH");
+    QString fromEnvironment = qEnvironmentVariable("CIM_PLUGIN_PATH");
     if (!fromEnvironment.isEmpty()) {
         return fromEnvironment;
     }
