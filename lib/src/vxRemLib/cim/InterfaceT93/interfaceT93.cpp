@@ -1,12 +1,13 @@
 #include "InterfaceT93/interfaceT93.h"
 
 #include "InterfaceT93/busload.h"
+#include "InterfaceT93/configDialogT93.h"
 #include "InterfaceT93/gatewayLink.h"
 #include "InterfaceT93/gatewayReplies.h"
 #include "vxCore/logging.h"
 #include "vxCore/thread.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QNetworkProxy>
 #include <QPointer>
 #include <QTcpSocket>
@@ -76,6 +77,9 @@ CInterfaceT93::CInterfaceT93() : m_connectSvTimer(this), m_busloadPollTimer(this
 
 CInterfaceT93::~CInterfaceT93()
 {
+    if (m_configDialog) { // ends `configure`, which waits for it
+        m_configDialog->reject();
+    }
     teardown();
     disconnect();
 }
@@ -640,9 +644,38 @@ int CInterfaceT93::saveSettings(const QString& group)
     return m_configParam.saveSettings(group.isNull() ? DEFAULT_GROUP : group, m_commonInfo);
 }
 
-int CInterfaceT93::configure(QWidget* /*parent*/, Qt::WindowFlags /*flags*/)
+int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
 {
-    return isOpened() ? RC_NO_CHANGE_WHILE_OPEN : RC_OK;
+    if (isOpened()) {
+        return RC_NO_CHANGE_WHILE_OPEN;
+    }
+    if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) { // a widget would end the program
+        qWarning("%s: no dialog without a QApplication.", "vexmor::Cim::CInterfaceT93::configure");
+        return RC_OK;
+    }
+    if (m_configDialog) {
+        m_configDialog->raise();
+        m_configDialog->activateWindow();
+        return RC_OK;
+    }
+    // The host's events go on while the dialog runs, and may delete this interface or the parent. A parent takes the
+    // dialog with it: on the stack it would then be deleted twice, hence on the heap and watched.
+    const QPointer<CInterfaceT93> self(this);
+    const QPointer<CConfigDialogT93> dialog = new CConfigDialogT93(m_configParam, parent, flags);
+    m_configDialog = dialog.data();
+    dialog->setModal(true);
+    const bool isAccepted = dialog->exec() == QDialog::Accepted && dialog;
+    const CConfigParamT93 param = isAccepted ? dialog->configParam() : CConfigParamT93();
+    delete dialog.data();
+    if (!isAccepted || !self) {
+        return RC_OK;
+    }
+    if (isOpened()) { // by somebody else, meanwhile
+        return RC_NO_CHANGE_WHILE_OPEN;
+    }
+    m_configParam = param;
+    m_commonInfo.setPort(m_configParam.ipPortString());
+    return RC_OK;
 }
 
 QString CInterfaceT93::interfaceType()

@@ -7,9 +7,12 @@
 #include "cim/canInterface.h"
 
 #include <QAbstractSocket>
+#include <QPointer>
 #include <QTimer>
 
 #include <memory>
+
+class QDialog;
 
 namespace vexmor::Cim
 {
@@ -57,6 +60,7 @@ public:
     /// Allowed while open: the link stays, a reconnection and the next open use the loaded values.
     int loadSettings(const QString& group) override;
     int saveSettings(const QString& group) override;
+    /// As CCanInterface has it. A host without a QApplication gets no dialog, a warning and 0.
     int configure(QWidget* parent, Qt::WindowFlags flags) override;
     QString interfaceType() override;
     /// Also takes address and port of the gateway from the port text, when it has the IP form.
@@ -139,6 +143,7 @@ private:
     std::uint64_t m_rxBits = 0;  ///< received since the last estimate
     std::uint64_t m_txBits = 0;  ///< sent since the last estimate
     bool m_deviceIdExpected = false;
+    QPointer<QDialog> m_configDialog; ///< while `configure` runs
 
     static const QString m_type;
     static const char* const m_errorRcStrings[GATEWAY_RC_COUNT];             ///< English texts of codes 100 to 109

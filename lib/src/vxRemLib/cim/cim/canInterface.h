@@ -68,8 +68,11 @@ public:
     /// Stores description and parameters, replacing what was stored under this unique name below `group`
     /// ("CanInterfaces" for a null string). 10, and nothing written, when a parameter has no text.
     virtual int saveSettings(const QString& group) = 0;
-    /// Lets the user edit the parameters in a modal dialog. 6, and no dialog, when the interface is open; 0 otherwise,
-    /// also when the user cancelled.
+    /// Lets the user edit the parameters in a modal dialog; a `parent` may be null. The event loop runs until the user
+    /// has closed it. 6, and no dialog, when the interface is open; 6, and nothing changed, when the user pressed OK
+    /// but the interface has been opened meanwhile; 0 otherwise, also when the user cancelled. Deleting the interface
+    /// or the parent meanwhile closes the dialog as if cancelled. A call while the dialog is up already brings it to
+    /// the front and gives 0 at once. GUI thread only: the interface must live there.
     virtual int configure(QWidget* parent, Qt::WindowFlags flags) = 0;
     /// The type of the interface, for example "T93".
     virtual QString interfaceType() = 0;
@@ -83,7 +86,8 @@ public:
     virtual QString commonErrorCodeToString(int code);
 
     /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now.
-    /// Not while another thread reads the texts. A plugin does this when it is loaded.
+    /// Not while another thread reads the texts. A plugin does this when it is loaded, and when the host's language
+    /// changes.
     static void retranslateCommonErrorStrings();
 
 protected:
