@@ -2,6 +2,7 @@
 #include "apps/cimctl/commands.h"
 #include "apps/cimctl/demo.h"
 #include "apps/common/interfaceStore.h"
+#include "apps/common/translations.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
@@ -238,9 +239,10 @@ int runCommand(const SCommandLine& line)
 
 int runProgram(int argc, char** argv)
 {
-    const QCoreApplication application(argc, argv);
+    QCoreApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    installTranslations(application, {QStringLiteral("interfaceT93")});
 
     CLI::App app("Works with CAN interfaces: receives and sends messages through a T93 gateway.", "cimctl");
     SCommandLine line;

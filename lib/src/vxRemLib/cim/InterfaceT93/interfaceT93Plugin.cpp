@@ -2,12 +2,30 @@
 
 #include "InterfaceT93/interfaceT93.h"
 
+#include <QCoreApplication>
+#include <QEvent>
+#include <QThread>
+
 namespace vexmor::Cim
 {
 
 CInterfaceT93Plugin::CInterfaceT93Plugin()
 {
     CInterfaceT93::retranslateErrorStrings();
+    // Qt takes event filters of the application from its own thread only.
+    QCoreApplication* const application = QCoreApplication::instance();
+    if (application != nullptr && application->thread() == thread()) {
+        application->installEventFilter(this);
+    }
+}
+
+bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
+{
+    // As a filter of the application it sees the events of every object: the type tells nearly all of them apart.
+    if (event->type() == QEvent::LanguageChange && watched == QCoreApplication::instance()) {
+        CInterfaceT93::retranslateErrorStrings();
+    }
+    return false;
 }
 
 QString CInterfaceT93Plugin::pluginName()

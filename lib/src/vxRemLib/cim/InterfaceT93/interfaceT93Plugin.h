@@ -21,6 +21,8 @@ class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
 public:
     /// Fills the translated texts of all result codes and interface errors.
     CInterfaceT93Plugin();
+    /// Does so again when translators were installed or removed.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
     QString pluginName() override;
     int pluginId() override;

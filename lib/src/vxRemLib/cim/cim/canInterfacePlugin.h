@@ -18,6 +18,11 @@ class CCanInterface;
 /// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*>
 /// interfaceList)`, connected by name; whoever receives it owns the interfaces in the list.
 ///
+/// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
+/// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
+/// library must have been loaded in the application's thread, and no other thread may read texts at that time.
+/// Descriptions of interfaces are data: they stay as they were made.
+///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterfacePlugin
 {

@@ -1,0 +1,64 @@
+#include "apps/common/translations.h"
+
+#include <QCoreApplication>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QTranslator>
+
+#include <memory>
+
+namespace vexmor::Apps
+{
+namespace
+{
+/// True when messages are to stay as they are, whatever LANGUAGE says: scripts set LC_ALL=C and read the output.
+bool isUntranslatedLocale()
+{
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const QByteArray value = qgetenv(variable);
+        if (!value.isEmpty()) {
+            return value == "C" || value == "POSIX";
+        }
+    }
+    return true;
+}
+
+/// False when there is no such catalog.
+bool installCatalog(QCoreApplication& application, const QString& catalog, const QString& language)
+{
+    const QString folders[] = {QCoreApplication::applicationDirPath() + QLatin1Char('/') +
+                                   QStringLiteral(CIM_TRANSLATION_DIR_FROM_PROGRAM),
+                               QLibraryInfo::location(QLibraryInfo::TranslationsPath)};
+    auto translator = std::make_unique<QTranslator>();
+    for (const QString& folder : folders) {
+        if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // for de_AT also finds de
+            QCoreApplication::installTranslator(translator.get());
+            translator.release()->setParent(&application);
+            return true;
+        }
+    }
+    return false;
+}
+} // namespace
+
+void installTranslations(QCoreApplication& application, const QStringList& catalogs)
+{
+    if (isUntranslatedLocale()) {
+        return;
+    }
+    for (QString language : QLocale::system().uiLanguages()) {
+        language.replace(QLatin1Char('-'), QLatin1Char('_'));
+        const QLocale::Language which = QLocale(language).language();
+        if (which == QLocale::English || which == QLocale::C) {
+            return;
+        }
+        if (installCatalog(application, catalogs.first(), language)) {
+            for (const QString& catalog : catalogs.mid(1)) {
+                installCatalog(application, catalog, language);
+            }
+            return;
+        }
+    }
+}
+
+} // namespace vexmor::Apps
