@@ -4,13 +4,13 @@ find_package(Qt5 5.15 REQUIRED COMPONENTS LinguistTools)
 
 set(CIM_TRANSLATION_DIR ${CMAKE_INSTALL_DATADIR}/vexmor/translations)
 file(RELATIVE_PATH CIM_TRANSLATION_DIR_FROM_PROGRAM /${CMAKE_INSTALL_BINDIR} /${CIM_TRANSLATION_DIR})
-get_filename_component(cimBuildTranslationDir
+get_filename_component(CIM_BUILD_TRANSLATION_DIR
     ${PROJECT_BINARY_DIR}/apps/program/${CIM_TRANSLATION_DIR_FROM_PROGRAM} ABSOLUTE)
 
 # cim_add_translations(TARGET FILE...) builds these catalogs together with TARGET. To take over the texts of changed sources:
 # lupdate -locations none -no-obsolete SOURCES -ts FILE
 function(cim_add_translations target)
-    set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${cimBuildTranslationDir})
+    set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${CIM_BUILD_TRANSLATION_DIR})
     qt5_add_translation(catalogs ${ARGN})
     add_custom_target(${target}Translations ALL DEPENDS ${catalogs})
     add_dependencies(${target} ${target}Translations)

@@ -82,6 +82,8 @@ private Q_SLOTS:
         QCOMPARE(can->busload(percent), 2);
         QCOMPARE(can->resetCommunication(0), 2);
         QCOMPARE(can->closeCommunication(), 0);
+        QTest::ignoreMessage(QtWarningMsg, "vexmor::Cim::CInterfaceT93::configure: no dialog without a QApplication.");
+        QCOMPARE(can->configure(nullptr, Qt::Dialog), 0);
         QVERIFY(s_spied.isEmpty() && untouched == message(0x55) && percent == 7);
     }
 

@@ -34,7 +34,7 @@ const QString PORT_MASK = QStringLiteral("00000;");
 const QChar DOT = QLatin1Char('.');
 
 /// Selects what a line edit with a mask holds when the user comes with the Tab key. Qt does so only without a mask:
-/// with one, 10.0.0.5 typed over 192.168.1.70 would leave the old digits in between and give 102.068.05.70.
+/// with one, 10.0.0.5 typed over 192.168.1.70 would leave the old digits in between and give 102.068.0.50.
 class CSelectOnTab : public QObject
 {
 public:

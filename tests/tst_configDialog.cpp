@@ -1,0 +1,309 @@
+#include "t93Fixture.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QGridLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QMetaProperty>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <array>
+
+using namespace vexmor::Test;
+
+namespace
+{
+enum ERow { HOST, MODE, PROTOCOL, ADDRESS, AUTO_IP, PORT, LOCAL_ADDRESS, ANY_ADDRESS, BAUDRATE, POLL, MEASURE, ROWS };
+
+/// Values joined by "|": a table is easier to read that way.
+QStringList row(const char* joined)
+{
+    return QString::fromLatin1(joined).split(QLatin1Char('|'));
+}
+
+/// The stored settings by row, and behind them one without a row.
+const QStringList KEYS = row("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
+                             "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp");
+const char* const DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0";
+const QString GROUP = QStringLiteral("Group");
+
+QStringList settingsOf(CCanInterface& can)
+{
+    can.saveSettings(GROUP);
+    QStringList values;
+    for (const QString& key : KEYS) {
+        values += QSettings().value(GROUP + QLatin1Char('/') + key).toString();
+    }
+    return values;
+}
+
+/// Acts once in the event loop of the modal window that comes up while it exists.
+class CInModalLoop : QTimer
+{
+public:
+    explicit CInModalLoop(const std::function<void(QWidget*)>& act)
+    {
+        setSingleShot(true);
+        callOnTimeout([act] { act(QApplication::activeModalWidget()); });
+        start(0);
+    }
+};
+
+/// The dialog on the screen as a user meets it: by rows and buttons.
+struct SDialog {
+    QWidget* at(int row, int column = 1) const
+    {
+        return dialog.findChild<QGridLayout*>()->itemAtPosition(row, column)->widget();
+    }
+    QStringList shown() const
+    {
+        QStringList values;
+        for (int row = 0; row < ROWS; ++row) {
+            values += at(row)->metaObject()->userProperty().read(at(row)).toString();
+        }
+        return values;
+    }
+    void type(int row, const QString& text) const
+    {
+        auto* const inside = at(row)->findChild<QLineEdit*>();
+        auto* const edit = inside != nullptr ? inside : qobject_cast<QLineEdit*>(at(row));
+        edit->selectAll();
+        QTest::keyClick(edit, Qt::Key_Delete);
+        QTest::keyClicks(edit, text);
+    }
+    void press(QDialogButtonBox::StandardButton button) const
+    {
+        QTest::mouseClick(dialog.findChild<QDialogButtonBox*>()->button(button), Qt::LeftButton);
+    }
+    /// Presses OK and acts when a warning comes; gives its text, or none.
+    QString pressOk(const std::function<void(QMessageBox&)>& act = [](QMessageBox& box) { box.accept(); }) const
+    {
+        QString text;
+        const CInModalLoop loop([&](QWidget* window) {
+            if (auto* const box = qobject_cast<QMessageBox*>(window)) {
+                const bool isAsSaid = box->icon() == QMessageBox::Warning && box->windowTitle().isEmpty() &&
+                                      box->standardButtons() == QMessageBox::Ok && box->parent() == nullptr;
+                text = isAsSaid ? box->text() : QStringLiteral("another kind of box");
+                act(*box);
+            }
+        });
+        press(QDialogButtonBox::Ok);
+        return text;
+    }
+    QDialog& dialog;
+};
+
+/// Lets a user act in the dialog of an interface, and cancels it if it is still there then.
+int runDialog(CCanInterface& can, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
+{
+    const CInModalLoop loop([&user](QWidget* window) {
+        const QPointer<QDialog> dialog = qobject_cast<QDialog*>(window);
+        if (dialog && QTest::qWaitForWindowActive(dialog)) {
+            user(SDialog{*dialog});
+        }
+        if (dialog && dialog->isVisible()) {
+            dialog->reject();
+        }
+    });
+    return can.configure(parent, Qt::Dialog);
+}
+} // namespace
+
+/// The dialog of a gateway's settings, through the loaded plugin, with keys and clicks.
+class ConfigDialogTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        QSettings::setDefaultFormat(QSettings::IniFormat);
+        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, folder.path());
+        QCoreApplication::setOrganizationName(QStringLiteral("ConfigDialogTest"));
+        can.reset(plugin().createInterface());
+    }
+
+    void showsAndReturns_data()
+    {
+        QTest::addColumn<QStringList>("given");
+        QTest::addColumn<QStringList>("shown");
+        QTest::addColumn<QStringList>("returned");
+        const auto add = [](const char* name, const char* given, const char* shown, const char* returned) {
+            QTest::newRow(name) << row(given) << row(shown) << row(returned);
+        };
+        add("defaults", DEFAULTS, "|SERVER|TCP|192.168.1.70|false|30000|0.0.0.0|false|100|800|1000", DEFAULTS);
+        add("everything else", "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|1",
+            "hall|CLIENT|UDP|10.0.0.5|true|1|10.9.0.1|true|1000|100|3000",
+            "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|0");
+        add("unknown and too small", "|Invalid|NA|10.0.0.5|0|0|0.0.0.0|0|33|50|5|0",
+            "|CLIENT|TCP|10.0.0.5|false|0|0.0.0.0|false||100|100", "|CLIENT|TCP|10.0.0.5|0|0|0.0.0.0|0|100|100|100|0");
+        add("too large and too long",
+            "123456789 123456789 123456789|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|4294967295|5000|0",
+            "123456789 123456789 12345678|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|false|50|3000|3000",
+            "123456789 123456789 12345678|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|3000|3000|0");
+    }
+    void showsAndReturns()
+    {
+        QFETCH(QStringList, given);
+        for (int index = 0; index < given.size(); ++index) {
+            QSettings().setValue(GROUP + QLatin1Char('/') + KEYS[index], given[index]);
+        }
+        QCOMPARE(can->loadSettings(GROUP), 0);
+        configure(*can, [](CConfigParamT93& param) { param.setMacAddress({2, 0, 0, 1, 2, 3}); });
+        QStringList shown;
+        const int code = runDialog(*can, [&](const SDialog& user) {
+            shown = user.shown();
+            user.press(QDialogButtonBox::Ok);
+        });
+        QCOMPARE(code, 0);
+        QTEST(shown, "shown");
+        QTEST(settingsOf(*can), "returned");
+        const CConfigParamT93 param = driver(*can).configParam();
+        QCOMPARE(can->commonInfo().port(), param.ipPortString());
+        QCOMPARE(param.macAddressString(QLatin1Char(':')), QStringLiteral("00:00:00:00:00:00"));
+    }
+
+    void labelsAndToolTips()
+    {
+        const QStringList labels =
+            row("Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local "
+                "IP Address|UDP receive any IP Address|CAN Baudrate [kbit/s]|Busload poll time "
+                "[ms]|Busload measure interval [ms]");
+        const QStringList toolTips = row("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any "
+                                         "T93\nbecause||| ");
+        const int code = runDialog(*can, [&](const SDialog& user) {
+            QCOMPARE(user.dialog.windowTitle(), QStringLiteral("T93 configuration dialog"));
+            for (int row = 0; row < ROWS; ++row) {
+                QCOMPARE(qobject_cast<QLabel*>(user.at(row, 0))->text(), labels[row]);
+                QVERIFY(user.at(row)->isEnabled() && user.at(row)->isVisible());
+                QVERIFY(user.at(row)->toolTip().contains(toolTips[row].trimmed()));
+            }
+            QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second one
+            QCOMPARE(QApplication::activeModalWidget(), &user.dialog);
+        });
+        QCOMPARE(code, 0);
+    }
+
+    void keyboardAlone()
+    {
+        const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
+        const QHash<QString, int> special{{QStringLiteral("UP"), Qt::Key_Up},
+                                          {QStringLiteral("DOWN"), Qt::Key_Down},
+                                          {QStringLiteral("SPACE"), Qt::Key_Space}};
+        runDialog(*can, [&](const SDialog&) {
+            for (const QString& typed : row("hall|UP|DOWN|10.0.0.5|SPACE|77|10.9.0.1|SPACE|25|150|250")) {
+                QCoreApplication::processEvents();
+                if (special.contains(typed)) {
+                    press(special[typed]);
+                } else {
+                    QTest::keyClicks(QApplication::focusWidget(), typed);
+                }
+                press(Qt::Key_Tab);
+            }
+            press(Qt::Key_Space); // OK comes next
+        });
+        QCOMPARE(settingsOf(*can), row("hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|150|250|0"));
+        QCOMPARE(can->commonInfo().port(), QStringLiteral("IP=10.0.0.5:77:UDP"));
+    }
+
+    void checksWhatIsTyped_data()
+    {
+        QTest::addColumn<QStringList>("typed");
+        QTest::addColumn<QString>("warning");
+        QTest::addColumn<QStringList>("returned");
+        const auto add = [](const char* typed, const char* warning, const char* returned = DEFAULTS) {
+            QTest::newRow(typed) << row(typed) << QString::fromLatin1(warning) << row(returned);
+        };
+        add("0|a1.x2.3.4b|255.255.255.255|33", "", "|SERVER|TCP|1.2.3.4|0|0|255.255.255.255|0|33|800|1000|0");
+        add("65535|192.168.008.070|10.0.0.010|fast", "", "|SERVER|TCP|192.168.8.70|0|65535|10.0.0.10|0|100|800|1000|0");
+        add("|10.0.0.5|0.0.0.0|50", "Port Number: 0 not in valid range (min: 0, max: 65535)");
+        add("65536|10.0.0.5|0.0.0.0|50", "Port Number: 65536 not in valid range (min: 0, max: 65535)");
+        add("1|192.168.300.1|0.0.0.0|50", "IP Address: 192.168.>300<.1 not in valid range (min: 0, max: 255)");
+        add("1|010.256.0.|0.0.0.0|50", "IP Address: 10.>256<.0.>0< not in valid range (min: 0, max: 255)");
+        add("70000|10.0.0.5|10.0.0.999|50", "Port Number: 70000 not in valid range (min: 0, max: 65535)\n"
+                                            "Local IP Address: 10.0.0.>999< not in valid range (min: 0, max: 255)");
+        add("99999||999.0.0.0|50", "Port Number: 99999 not in valid range (min: 0, max: 65535)\n"
+                                   "IP Address: >0<.>0<.>0<.>0< not in valid range (min: 0, max: 255)\n"
+                                   "Local IP Address: >999<.0.0.0 not in valid range (min: 0, max: 255)");
+    }
+    void checksWhatIsTyped()
+    {
+        QFETCH(QStringList, typed);
+        QFETCH(QString, warning);
+        const std::function<void(const SDialog&)> waysOut[] = {
+            [](const SDialog& user) { user.press(QDialogButtonBox::Cancel); },
+            [](const SDialog& user) { QTest::keyClick(user.at(PORT), Qt::Key_Escape); },
+            [](const SDialog& user) { user.dialog.close(); }};
+        for (const auto& leave : waysOut) {
+            const int code = runDialog(*can, [&](const SDialog& user) {
+                for (int field = 0; field < typed.size(); ++field) {
+                    user.type(std::array{PORT, ADDRESS, LOCAL_ADDRESS, BAUDRATE}[std::size_t(field)], typed[field]);
+                }
+                const QStringList before = user.shown();
+                QCOMPARE(user.pressOk(), warning);
+                QCOMPARE(user.dialog.isVisible(), !warning.isEmpty());
+                QCOMPARE(user.shown(), before);
+                leave(user);
+                QVERIFY(!user.dialog.isVisible() && QApplication::activeModalWidget() == nullptr);
+            });
+            QCOMPARE(code, 0);
+        }
+        QTEST(settingsOf(*can), "returned");
+    }
+
+    void openInterfaceIsNotConfigured()
+    {
+        SOpenInterface open;
+        QCOMPARE(runDialog(*open.can, [](const SDialog&) { QFAIL("a dialog"); }), 6);
+        open.can->closeCommunication();
+        open.gateway.setMaxClients(2); // it may not know yet
+        const QStringList before = settingsOf(*open.can);
+        const int code = runDialog(*open.can, [&](const SDialog& user) {
+            user.type(HOST, QStringLiteral("hall"));
+            QCOMPARE(open.can->openCommunication(), 0); // by another part of the host
+            user.press(QDialogButtonBox::Ok);
+        });
+        QCOMPARE(code, 6);
+        QCOMPARE(settingsOf(*open.can), before);
+    }
+
+    void deletedMeanwhile_data()
+    {
+        QTest::addColumn<bool>("isParent");
+        QTest::addColumn<bool>("isWarningUp");
+        QTest::newRow("the interface") << false << false;
+        QTest::newRow("the parent") << true << false;
+        QTest::newRow("the interface, behind the warning") << false << true;
+        QTest::newRow("the parent, behind the warning") << true << true;
+    }
+    void deletedMeanwhile()
+    {
+        QFETCH(bool, isParent);
+        QFETCH(bool, isWarningUp);
+        auto parent = std::make_unique<QWidget>();
+        const auto remove = [&] { isParent ? parent.reset() : can.reset(); };
+        const auto user = [&](const SDialog& user) {
+            if (isWarningUp) {
+                user.type(PORT, QString());
+                QVERIFY(!user.pressOk([&](QMessageBox&) { remove(); }).isEmpty());
+            } else {
+                remove();
+            }
+            QVERIFY(QApplication::activeModalWidget() == nullptr); // closed by itself
+        };
+        QCOMPARE(runDialog(*can, user, parent.get()), 0);
+        QVERIFY(!can || settingsOf(*can) == row(DEFAULTS));
+    }
+
+private:
+    const QTemporaryDir folder;
+    std::unique_ptr<CCanInterface> can;
+};
+
+QTEST_MAIN(ConfigDialogTest)
+#include "tst_configDialog.moc"
