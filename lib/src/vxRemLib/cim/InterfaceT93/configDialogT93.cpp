@@ -59,6 +59,7 @@ QLineEdit* makeMaskedEdit(const QString& mask, const QString& text)
     auto* const edit = new QLineEdit;
     edit->setInputMask(mask);
     edit->setText(text);
+    edit->setMinimumWidth(edit->sizeHint().width()); // the dialog is small at first: a whole address must show
     edit->installEventFilter(new CSelectOnTab(edit));
     return edit;
 }
