@@ -7,6 +7,8 @@
 #include <QCoreApplication>
 
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 using namespace vexmor::Sim;
 
@@ -125,9 +127,8 @@ void addOptions(CLI::App& cli, SSimOptions& options)
     cli.add_option("--seconds", options.seconds, "Ends by itself after so long")->check(CLI::Range(0.001, 1e6));
     cli.add_flag("--verbose", options.verbose, "Prints every request and message");
 }
-} // namespace
 
-int main(int argc, char** argv)
+int runProgram(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     SSimOptions options;
@@ -149,5 +150,16 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "t93sim: %s\n", qPrintable(error));
         return EXIT_USAGE;
     }
-    return app.exec();
+    return QCoreApplication::exec();
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception& error) { // no memory, say
+        std::fprintf(stderr, "t93sim: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
 }

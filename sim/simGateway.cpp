@@ -20,7 +20,7 @@ namespace
 constexpr int PORT_TRIES = 20;
 constexpr int LISTEN_RETRY_MS = 10;
 constexpr int FLOOD_PER_TURN = 500;
-constexpr qint64 FLOOD_AHEAD = 256 * 1024; // bytes that may wait for a host while flooding
+constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host while flooding
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // a host takes each counted frame for so many bits
 

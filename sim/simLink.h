@@ -25,7 +25,7 @@ class CSimLink : public QObject
 
 public:
     /// What may wait for a TCP host that does not read; frames past it are dropped.
-    static constexpr qint64 SEND_LIMIT = 4 * 1024 * 1024;
+    static constexpr qint64 SEND_LIMIT = 4LL * 1024 * 1024;
 
     /// Takes the connection over. `faults` must outlive the link.
     CSimLink(QTcpSocket* tcp, const SSimFaults& faults);

@@ -12,7 +12,7 @@ namespace vexmor::Cim
 
 /// About a second of a full CAN bus: 1 Mbit/s carries 9,000 frames of 8 data bytes, framed in 15 bytes each. So much
 /// may wait for a gateway that does not read, and no more.
-constexpr qint64 SEND_BUFFER_LIMIT = 9000 * 15;
+constexpr qint64 SEND_BUFFER_LIMIT = 9000LL * 15;
 
 /// Prepares a connected socket: small frames leave at once, and a peer that vanished without a goodbye (cable pulled)
 /// is noticed within about 10 s, with data under way or without. An idle link stays up.

@@ -27,7 +27,7 @@ constexpr int RECONNECT_INTERVAL_MS = 3000;
 /// The gateway drops a request that comes within this time of the connection.
 constexpr unsigned int PAUSE_AFTER_CONNECT_MS = 20;
 /// Read from the kernel ahead of the deframer at most; a peer that sends more waits in TCP's own flow control.
-constexpr qint64 READ_AHEAD_LIMIT = 64 * 1024;
+constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
 /// Datagrams taken in one turn of the event loop at most, so that a flood cannot keep the host from its other events.
 constexpr int MAX_DATAGRAMS_PER_TURN = 256;
 /// Stands in for a poll time of 0, which would keep the event loop busy for nothing.
