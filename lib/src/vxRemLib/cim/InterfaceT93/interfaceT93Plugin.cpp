@@ -1,6 +1,13 @@
 #include "InterfaceT93/interfaceT93Plugin.h"
 
+#include "InterfaceT93/detectionDatagrams.h"
 #include "InterfaceT93/interfaceT93.h"
+#include "InterfaceT93/t93DeviceDetection.h"
+
+#include <QCoreApplication>
+#include <QMetaMethod>
+
+#include <dlfcn.h>
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -8,6 +15,34 @@
 
 namespace vexmor::Cim
 {
+namespace
+{
+constexpr bool SKIP_LOOPBACK = true;
+constexpr int WAIT_FOR_REPLIES_MS = 4000;
+constexpr unsigned long CANCEL_LIMIT_MS = 100;
+
+CInterfaceT93Plugin* s_scanning = nullptr; ///< the object whose scan runs
+
+/// Keeps this library in memory to the end of the program, whoever unloads it.
+void keepLibraryLoaded()
+{
+    Dl_info library;
+    if (dladdr(&s_scanning, &library) != 0) {
+        dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    }
+}
+
+CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& plugin)
+{
+    CCommonInfo info = detected.commonInfo;
+    info.setPluginName(plugin.pluginName());
+    info.setInterfaceId(detected.configParam.macAddressString(QLatin1Char(':')));
+    info.setPort(detected.configParam.ipPortString());
+    info.setType(plugin.interfaceType());
+    info.setScanable(true);
+    return info;
+}
+} // namespace
 
 CInterfaceT93Plugin::CInterfaceT93Plugin()
 {
@@ -26,6 +61,11 @@ bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
         CInterfaceT93::retranslateErrorStrings();
     }
     return false;
+}
+
+CInterfaceT93Plugin::~CInterfaceT93Plugin()
+{
+    cancelScan();
 }
 
 QString CInterfaceT93Plugin::pluginName()
@@ -77,10 +117,78 @@ QStringList CInterfaceT93Plugin::scanAddresses()
 
 int CInterfaceT93Plugin::scanInterfaces()
 {
-    return -1;
+    if (!m_scanMutex.tryLock()) {
+        return -1;
+    }
+    m_detectionThread = std::make_unique<CT93DeviceDetectionThread>(m_scanAddresses, SKIP_LOOPBACK, WAIT_FOR_REPLIES_MS,
+                                                                    DDT_PORT, nullptr);
+    connect(m_detectionThread.get(), &QThread::finished, this, &CInterfaceT93Plugin::deviceDetectionThreadFinished);
+    m_detectionThread->start();
+    if (!m_detectionThread->isRunning()) { // the system gave no thread
+        setIdle();
+        return -1;
+    }
+    s_scanning = this;
+    // A program ends with its application object, or by exit(), which destroys the constants of this library: those
+    // last that were made first, and so this object before all that a scan uses.
+    qAddPostRoutine(&CInterfaceT93Plugin::cancelScanAtEndOfProgram);
+    static const struct SAtExit {
+        ~SAtExit() { cancelScanAtEndOfProgram(); }
+    } atExit;
+    return 0;
 }
 
-void CInterfaceT93Plugin::deviceDetectionThreadFinished() {}
+void CInterfaceT93Plugin::deviceDetectionThreadFinished()
+{
+    if (!m_detectionThread || !m_detectionThread->isFinished()) { // called by somebody else
+        return;
+    }
+    QList<CCanInterface*> interfaceList;
+    for (const CDetectedInterface& detected : m_detectionThread->detectedInterfaces()) {
+        auto found = std::make_unique<CInterfaceT93>();
+        found->setCommonInfo(describe(detected, *this));
+        found->setConfigParam(detected.configParam);
+        interfaceList.append(found.release());
+    }
+    setIdle();
+    if (isSignalConnected(QMetaMethod::fromSignal(&CInterfaceT93Plugin::interfaceScanFinished))) {
+        Q_EMIT interfaceScanFinished(pluginId(), interfaceList); // the host may delete this object
+    } else {
+        qDeleteAll(interfaceList); // nobody is there to own them
+    }
+}
+
+void CInterfaceT93Plugin::cancelScan()
+{
+    if (!m_detectionThread) {
+        return;
+    }
+    m_detectionThread->disconnect(this);
+    m_detectionThread->stop();
+    if (!m_detectionThread->wait(CANCEL_LIMIT_MS)) { // held up by the host's log handler
+        keepLibraryLoaded();
+        QThread* const thread = m_detectionThread.release();
+        connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    }
+    setIdle();
+}
+
+void CInterfaceT93Plugin::setIdle()
+{
+    m_detectionThread.reset();
+    if (s_scanning == this) {
+        s_scanning = nullptr;
+        qRemovePostRoutine(&CInterfaceT93Plugin::cancelScanAtEndOfProgram);
+    }
+    m_scanMutex.unlock();
+}
+
+void CInterfaceT93Plugin::cancelScanAtEndOfProgram()
+{
+    if (s_scanning != nullptr) {
+        s_scanning->cancelScan();
+    }
+}
 
 } // namespace vexmor::Cim
 

@@ -16,7 +16,9 @@ class CCanInterface;
 /// it does not delete the object.
 ///
 /// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*>
-/// interfaceList)`, connected by name; whoever receives it owns the interfaces in the list.
+/// interfaceList)`; whoever receives it owns the interfaces in the list. Connect to it by name:
+/// `SIGNAL(interfaceScanFinished(int,QList<CCanInterface*>))`, and write the slot's parameter the same, without a
+/// namespace.
 ///
 /// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
 /// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
@@ -46,8 +48,8 @@ public:
     virtual bool removeScanAddress(const QString& address) = 0;
     /// The added addresses, in the order they were added.
     virtual QStringList scanAddresses() = 0;
-    /// Starts a scan, whose result comes with `interfaceScanFinished`. 0 when started, -1 when none was started (one is
-    /// running already).
+    /// Starts a scan, whose result comes with `interfaceScanFinished`; the event loop must run for that. 0 when
+    /// started, -1 when none was started (one is running already).
     virtual int scanInterfaces() = 0;
 };
 
