@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <exception>
 
+using namespace vexmor;
 using namespace vexmor::Sim;
 
 namespace
@@ -29,6 +30,49 @@ CLI::Validator hexBytes(int count)
             return {};
         },
         "HEX");
+}
+
+void addDetectionOptions(CLI::App& cli, SSimOptions& options)
+{
+    const auto detection = "Detection (hosts that scan the network)";
+    cli.add_flag("--detect", options.detect, "Answers ident requests, on all addresses of this computer")
+        ->group(detection);
+    cli.add_option("--detect-port", options.detectPort, "Port of the ident requests")
+        ->capture_default_str()
+        ->group(detection)
+        ->check(CLI::Range(1, 65535));
+    cli.add_option("--hostname", options.hostName, "Host name of the first gateway; the others are numbered")
+        ->capture_default_str()
+        ->group(detection);
+    cli.add_option("--endpoint", options.endpoints,
+                   "tcp or udp, client or server, and a port if it is another, like udp-server:30001; numbers, like "
+                   "7-2, for what no gateway has")
+        ->capture_default_str()
+        ->delimiter(',')
+        ->group(detection)
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                return SSimOptions::parseEndpoint(text) ? std::string() : "must be PROTOCOL-ROLE[:PORT]";
+            },
+            "ENDPOINT"));
+
+    const auto faults = "Faults of detection";
+    SSimDetectionFaults& wrong = options.detectionFaults;
+    cli.add_option("--ident-cut", wrong.cutAt, "Replies end behind their Nth byte")
+        ->group(faults)
+        ->check(CLI::Range(1, Cim::DDT_MAX_SIZE));
+    cli.add_option("--ident-count", wrong.entryCount, "Replies announce so many entries, whatever they hold")
+        ->group(faults)
+        ->check(CLI::Range(0, Cim::DDT_MAX_ENTRIES));
+    cli.add_flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end")
+        ->group(faults);
+    cli.add_flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8")->group(faults);
+    cli.add_option("--ident-repeat", wrong.repeat, "Sends each reply so often")
+        ->group(faults)
+        ->check(CLI::Range(1, 100000));
+    cli.add_option("--ident-delay", wrong.delayMs, "Milliseconds before each reply")
+        ->group(faults)
+        ->check(CLI::Range(1, 60000));
 }
 
 void addOptions(CLI::App& cli, SSimOptions& options)
@@ -136,6 +180,7 @@ int runProgram(int argc, char** argv)
                  "t93sim");
     cli.set_version_flag("--version", "t93sim 1.0.0");
     addOptions(cli, options);
+    addDetectionOptions(cli, options);
     try {
         cli.parse(argc, argv);
     } catch (const CLI::Success& success) {

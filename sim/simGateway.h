@@ -1,5 +1,6 @@
 #pragma once
 
+#include "InterfaceT93/detectionDatagrams.h"
 #include "cim/canMessage.h"
 
 #include <QByteArray>
@@ -10,11 +11,20 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 namespace vexmor::Sim
 {
 
 class CSimBus;
+
+/// How a host can reach a gateway, as the gateway tells it to hosts that scan the network. Values that no gateway has
+/// are told just as well.
+struct SSimEndpoint {
+    std::uint8_t service = Cim::DDT_SERVICE_SERVER;
+    std::uint8_t protocol = Cim::DDT_PROTOCOL_TCP;
+    std::uint16_t port = 0; ///< 0: the port that the gateway serves
+};
 
 /// Who a simulated gateway says it is.
 struct SSimIdentity {
@@ -23,7 +33,9 @@ struct SSimIdentity {
     std::uint8_t firmwareMinor = 5;
     QByteArray deviceText = "T93 SIM SW02.03"; ///< device identification; hosts ask for it when the firmware is 2.3
     std::uint16_t deviceNumber = 1;
-    bool measuresBusload = true; ///< false: an older gateway, which leaves bus load requests unanswered
+    bool measuresBusload = true;    ///< false: an older gateway, which leaves bus load requests unanswered
+    QByteArray hostName = "t93sim"; ///< told, like the endpoints, to hosts that scan the network (CSimDetection)
+    std::vector<SSimEndpoint> endpoints{{}, {Cim::DDT_SERVICE_SERVER, Cim::DDT_PROTOCOL_UDP, 0}};
 };
 
 /// How a simulated gateway misbehaves, from now on. Each is independent of the others; the default is to behave.

@@ -3,6 +3,7 @@
 #include "sim/interruption.h"
 
 #include <QCoreApplication>
+#include <QMap>
 #include <QStringList>
 #include <QTimer>
 
@@ -28,7 +29,23 @@ SSimIdentity identityOf(const SSimOptions& options, int number)
     identity.deviceText = QByteArray::fromStdString(options.deviceText);
     identity.deviceNumber = static_cast<std::uint16_t>(number + 1);
     identity.measuresBusload = !options.noBusload;
+    identity.hostName = QByteArray::fromStdString(options.hostName);
+    if (number > 0) {
+        identity.hostName += '-' + QByteArray::number(number + 1);
+    }
+    identity.endpoints.clear();
+    for (const std::string& text : options.endpoints) {
+        SSimOptions::parseEndpoint(text, &identity.endpoints.emplace_back());
+    }
     return identity;
+}
+
+/// The number that a name stands for, or that is written out; false when it is neither, or above `limit`.
+bool readNumber(const QString& text, const QMap<QString, unsigned int>& names, unsigned int limit, unsigned int& value)
+{
+    bool ok = true;
+    value = names.contains(text) ? names.value(text) : text.toUInt(&ok);
+    return ok && value <= limit;
 }
 
 /// One line at once, also into a pipe: scripts wait for it.
@@ -57,6 +74,29 @@ bool SSimOptions::parseFirmware(const std::string& text, std::uint8_t* major, st
     return true;
 }
 
+bool SSimOptions::parseEndpoint(const std::string& text, SSimEndpoint* endpoint)
+{
+    static const QMap<QString, unsigned int> PROTOCOLS{{QStringLiteral("tcp"), Cim::DDT_PROTOCOL_TCP},
+                                                       {QStringLiteral("udp"), Cim::DDT_PROTOCOL_UDP}};
+    static const QMap<QString, unsigned int> SERVICES{{QStringLiteral("client"), Cim::DDT_SERVICE_CLIENT},
+                                                      {QStringLiteral("server"), Cim::DDT_SERVICE_SERVER}};
+    const QStringList parts = QString::fromStdString(text).split(QLatin1Char(':'));
+    const QStringList kinds = parts.at(0).split(QLatin1Char('-'));
+    unsigned int protocol = 0;
+    unsigned int service = 0;
+    unsigned int port = 0;
+    if (parts.size() > 2 || kinds.size() != 2 || !readNumber(kinds.at(0), PROTOCOLS, 0xFF, protocol) ||
+        !readNumber(kinds.at(1), SERVICES, 0xFF, service) ||
+        (parts.size() == 2 && !readNumber(parts.at(1), {}, 0xFFFF, port))) {
+        return false;
+    }
+    if (endpoint != nullptr) {
+        *endpoint = {static_cast<std::uint8_t>(service), static_cast<std::uint8_t>(protocol),
+                     static_cast<std::uint16_t>(port)};
+    }
+    return true;
+}
+
 CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
 
 bool CSimProgram::start(QString& error)
@@ -68,6 +108,21 @@ bool CSimProgram::start(QString& error)
     }
     connect(&m_replay, &CSimReplay::failed, this,
             [](const QString& text) { std::fprintf(stderr, "t93sim: the replay ended: %s\n", qPrintable(text)); });
+    if (!startGateways(error) || (m_options.detect && !startDetection(error))) {
+        return false;
+    }
+    connect(new CInterruption(this), &CInterruption::interrupted, this, &CSimProgram::finish);
+    if (m_options.seconds > 0) {
+        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, &CSimProgram::finish);
+    }
+    if (m_options.startNow) {
+        startTraffic();
+    }
+    return true;
+}
+
+bool CSimProgram::startGateways(QString& error)
+{
     for (int number = 0; number < m_options.gateways; ++number) {
         auto gateway = makeGateway(number);
         const int port = m_options.port == 0 ? 0 : m_options.port + number;
@@ -85,12 +140,23 @@ bool CSimProgram::start(QString& error)
               QByteArray(reinterpret_cast<const char*>(mac.data()), static_cast<int>(mac.size())).toHex(':'));
         m_gateways.push_back(std::move(gateway));
     }
-    connect(new CInterruption(this), &CInterruption::interrupted, this, &CSimProgram::finish);
-    if (m_options.seconds > 0) {
-        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, &CSimProgram::finish);
+    return true;
+}
+
+bool CSimProgram::startDetection(QString& error)
+{
+    if (!m_detection.listen(static_cast<std::uint16_t>(m_options.detectPort), error)) {
+        return false;
     }
-    if (m_options.startNow) {
-        startTraffic();
+    m_detection.setFaults(m_options.detectionFaults);
+    for (const auto& gateway : m_gateways) {
+        m_detection.addGateway(*gateway);
+    }
+    print("ident requests are answered on port " + QByteArray::number(m_options.detectPort));
+    if (m_options.verbose) {
+        connect(&m_detection, &CSimDetection::asked, this, [](const QHostAddress& host, std::uint16_t port) {
+            print("ident request from " + host.toString().toLatin1() + ':' + QByteArray::number(port));
+        });
     }
     return true;
 }

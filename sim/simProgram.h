@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sim/simBus.h"
+#include "sim/simDetection.h"
 #include "sim/simGateway.h"
 #include "sim/simTraffic.h"
 
@@ -26,6 +27,11 @@ struct SSimOptions {
     std::string deviceText = "T93 SIM SW02.03";
     int baud = 500;
     bool noBusload = false;
+    bool detect = false;
+    int detectPort = Cim::DDT_PORT;
+    std::string hostName = "t93sim";
+    std::vector<std::string> endpoints{"tcp-server", "udp-server"};
+    SSimDetectionFaults detectionFaults;
     std::string replay;
     double speed = 1;
     bool loop = false;
@@ -43,6 +49,9 @@ struct SSimOptions {
 
     /// Takes "1.05" apart; false when it is not of that form.
     static bool parseFirmware(const std::string& text, std::uint8_t* major = nullptr, std::uint8_t* minor = nullptr);
+    /// Takes "udp-client:30001" or, with numbers for protocol and service, "7-2" apart; false when it is not of that
+    /// form.
+    static bool parseEndpoint(const std::string& text, SSimEndpoint* endpoint = nullptr);
 };
 
 /// The gateways of one run of t93sim, their bus and its traffic. Ends the application on SIGINT and SIGTERM, with a
@@ -58,6 +67,8 @@ public:
     bool start(QString& error);
 
 private:
+    bool startGateways(QString& error);
+    bool startDetection(QString& error);
     std::unique_ptr<CSimGateway> makeGateway(int number);
     void onHostConnected(CSimGateway& gateway);
     void startTraffic();
@@ -68,6 +79,7 @@ private:
     CSimReplay m_replay{m_bus};
     CSimGenerator m_generator{m_bus};
     std::vector<std::unique_ptr<CSimGateway>> m_gateways;
+    CSimDetection m_detection;
     bool m_trafficStarted = false;
     std::uint64_t m_fromHosts = 0;
 };
