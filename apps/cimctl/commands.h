@@ -46,6 +46,15 @@ struct SReplayOptions {
 /// Sends a log at its own timing. Nothing is sent when one of its lines makes no sense.
 EExitCode replay(COutput& output, const SReplayOptions& options);
 
+struct SScanOptions {
+    SPluginPlace place;
+    QStringList addresses; ///< asked directly, besides the broadcast
+    bool save = false;
+};
+/// Finds gateways and shows their endpoints, all that answered; stores them when that is wanted, of several with one
+/// name the first. What the user had set for a stored one stays.
+EExitCode scan(COutput& output, const SScanOptions& options);
+
 struct SLoadOptions {
     STargetOptions target;
     double seconds = 0;

@@ -33,6 +33,7 @@ struct SCommandLine {
     SDumpOptions dump;
     SSendOptions send;
     SReplayOptions replay;
+    SScanOptions scan;
     SLoadOptions load;
     SAddOptions add;
     SDemoOptions demo;
@@ -210,6 +211,13 @@ void addCommands(CLI::App& app, SCommandLine& line)
 
     addCommand(app, line, "info", "List the plugins found",
                [&line](COutput& output) { return info(output, line.target.place); });
+    CLI::App& scan = addCommand(app, line, "scan", "Find the gateways on the network", [&line](COutput& output) {
+        line.scan.place = line.target.place;
+        return Cimctl::scan(output, line.scan);
+    });
+    addTexts(scan, "-a,--address", line.scan.addresses, "Ask this address directly, too (for one behind a router)")
+        ->type_name("ADDRESS");
+    scan.add_flag("--save", line.scan.save, "Store what was found, under the names shown; each is a TARGET then");
     addTrafficCommands(app, line);
     addStoreCommands(app, line);
     CLI::App& demo =

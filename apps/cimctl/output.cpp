@@ -42,6 +42,17 @@ QJsonObject eventObject(const QString& name, const QString& text)
 }
 } // namespace
 
+QByteArray printable(const QString& text)
+{
+    QString shown = text;
+    for (QChar& character : shown) {
+        if (!character.isPrint()) {
+            character = QLatin1Char('?');
+        }
+    }
+    return shown.toLocal8Bit();
+}
+
 COutput::COutput(bool json, bool verbose)
     : m_json(json),
       m_verbose(verbose),
@@ -108,8 +119,15 @@ void COutput::report(const QString& text, const QJsonObject& object, EColor colo
 {
     endOpenLine();
     flush(); // what happened before comes first
-    const QByteArray line = m_json ? jsonLine(object) : paintIf(m_errorColor, color, text.toLocal8Bit());
-    std::fprintf(stderr, "%s\n", line.constData());
+    if (m_json) {
+        std::fprintf(stderr, "%s\n", jsonLine(object).constData());
+        return;
+    }
+    QByteArrayList lines;
+    for (const QString& line : text.split(QLatin1Char('\n'))) {
+        lines.append(printable(line));
+    }
+    std::fprintf(stderr, "%s\n", paintIf(m_errorColor, color, lines.join('\n')).constData());
 }
 
 void COutput::warn(const QString& text)

@@ -12,6 +12,10 @@ namespace vexmor::Apps::Cimctl
 
 enum class EColor { ePlain, eBold, eDim, eRed, eGreen, eYellow, eCyan };
 
+/// The text as a terminal may get it: characters that do not print (control sequences, in a name that came over the
+/// network) become question marks.
+QByteArray printable(const QString& text);
+
 /// Where the program speaks: data on stdout, everything else (errors, warnings, the summary) on stderr. With `json`
 /// every line on either is one JSON object. Colours and other terminal sequences appear only on a terminal, and none
 /// when the environment variable NO_COLOR is set.

@@ -34,12 +34,11 @@ EExitCode listStored(COutput& output)
             output.print(jsonOf(name, settings));
             continue;
         }
-        output.print(QStringLiteral("%1  %2  %3  %4 kbit/s  %5")
-                         .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
-                              settings.value(StoreKey::PORT_TEXT), settings.value(StoreKey::BAUDRATE),
-                              settings.value(StoreKey::HOSTNAME))
-                         .trimmed()
-                         .toLocal8Bit());
+        output.print(printable(QStringLiteral("%1  %2  %3  %4 kbit/s  %5")
+                                   .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
+                                        settings.value(StoreKey::PORT_TEXT), settings.value(StoreKey::BAUDRATE),
+                                        settings.value(StoreKey::HOSTNAME))
+                                   .trimmed()));
     }
     if (names.isEmpty() && !output.isJson()) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");
@@ -54,9 +53,9 @@ EExitCode showStored(COutput& output, const QString& name)
         output.print(jsonOf(name, settings));
         return eDone;
     }
-    output.print(output.paint(EColor::eBold, name.toLocal8Bit()));
+    output.print(output.paint(EColor::eBold, printable(name)));
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
-        output.print(QStringLiteral("  %1 %2").arg(entry.key(), -23).arg(entry.value()).toLocal8Bit());
+        output.print(printable(QStringLiteral("  %1 %2").arg(entry.key(), -23).arg(entry.value())));
     }
     return eDone;
 }

@@ -53,6 +53,17 @@ private:
     const QTemporaryDir m_directory;
 };
 
+Settings valuesIn(const QString& group)
+{
+    QSettings settings;
+    settings.beginGroup(group);
+    Settings values;
+    for (const QString& key : settings.childKeys()) {
+        values.insert(key, settings.value(key).toString());
+    }
+    return values;
+}
+
 /// The port text of an interface stands beside address, port and protocol, and must tell the same.
 void setPortText(Cim::CCanInterface& canInterface, const Settings& settings)
 {
@@ -109,13 +120,7 @@ bool isStored(const QString& name)
 Settings storedSettings(const QString& name)
 {
     requireStored(name);
-    QSettings settings;
-    settings.beginGroup(groupOf(name));
-    Settings values;
-    for (const QString& key : settings.childKeys()) {
-        values.insert(key, settings.value(key).toString());
-    }
-    return values;
+    return valuesIn(groupOf(name));
 }
 
 void removeStored(const QString& name)
@@ -148,6 +153,13 @@ void applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
         failRefused(canInterface.errorCodeToString(CODE_BAUDRATE_NOT_SUPPORTED), CODE_BAUDRATE_NOT_SUPPORTED);
     }
     setPortText(canInterface, settings);
+}
+
+Settings settingsOf(Cim::CCanInterface& canInterface)
+{
+    const CPrivateStore privateStore;
+    const bool wasStored = canInterface.saveSettings(GROUP) == 0;
+    return wasStored ? valuesIn(groupOf(canInterface.commonInfo().uniqueName())) : Settings();
 }
 
 void loadStored(Cim::CCanInterface& canInterface, const QString& name)

@@ -22,10 +22,12 @@ inline const QLatin1String PLUGIN_NAME("PluginName");
 inline const QLatin1String DESCRIPTION("Description");
 inline const QLatin1String INTERFACE_TYPE("InterfaceType");
 inline const QLatin1String PORT_TEXT("PortId");
+inline const QLatin1String INTERFACE_ID("InterfaceId"); // MAC address
 inline const QLatin1String HOSTNAME("Hostname");
 inline const QLatin1String ADDRESS("IP-Address");
 inline const QLatin1String PORT("Port");
 inline const QLatin1String PROTOCOL("Protocol"); // TCP, UDP
+inline const QLatin1String SERVICE("Service");   // SERVER, CLIENT
 inline const QLatin1String LOCAL_ADDRESS("Local-IP-Address");
 inline const QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
 inline const QLatin1String POLL_TIME("BusloadPollTime");           // ms
@@ -47,6 +49,8 @@ void removeStored(const QString& name);
 /// Gives a closed interface these settings, through a private store: the user's own is not touched. Fails with the code
 /// and text of the plugin when it refuses one.
 void applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
+/// The settings of an interface, through a private store; empty when the plugin refuses to store them.
+Settings settingsOf(Cim::CCanInterface& canInterface);
 /// Gives a closed interface the name and what is stored under it. Fails in the same way.
 void loadStored(Cim::CCanInterface& canInterface, const QString& name);
 /// Lets the interface store itself under a name, in the place of what was stored there. Fails when that is not

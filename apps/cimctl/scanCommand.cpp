@@ -1,0 +1,194 @@
+// The command that finds gateways: scan.
+#include "apps/cimctl/commands.h"
+#include "apps/common/interfaceScan.h"
+#include "cim/canInterface.h"
+#include "sim/interruption.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+
+#include <algorithm>
+#include <array>
+
+namespace vexmor::Apps::Cimctl
+{
+namespace
+{
+constexpr int PROGRESS_MS = 1000;
+constexpr std::size_t COLUMN_COUNT = 7;
+using Row = std::array<QString, COLUMN_COUNT>;
+
+/// What a scan knows better than the store; all else that is stored under the name was the user's choice.
+const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_TYPE, StoreKey::PORT_TEXT,
+                                    StoreKey::INTERFACE_ID, StoreKey::HOSTNAME,       StoreKey::ADDRESS,
+                                    StoreKey::PORT,         StoreKey::PROTOCOL,       StoreKey::SERVICE,
+                                    StoreKey::LOCAL_ADDRESS};
+
+/// An endpoint of a gateway, as a user wants to see it. What the interface cannot tell is empty.
+struct SEndpoint {
+    Cim::CCanInterface* canInterface = nullptr;
+    Settings settings;
+    QString name;
+    QString address;
+    QString port;
+    QString protocol;
+
+    explicit SEndpoint(Cim::CCanInterface& found)
+        : canInterface(&found), settings(settingsOf(found)), name(found.commonInfo().uniqueName())
+    {
+        const Cim::CCommonInfo& info = found.commonInfo();
+        info.ipAddress(address, port);
+        protocol = info.port().section(QLatin1Char(':'), 2);
+    }
+    QString role() const { return settings.value(StoreKey::SERVICE); }
+    QString mac() const { return canInterface->commonInfo().interfaceId(); }
+    QString pcAddress() const { return settings.value(StoreKey::LOCAL_ADDRESS); }
+    QString place() const
+    {
+        return QStringLiteral("%1:%2, MAC %3, PC address %4").arg(address, port, mac(), pcAddress());
+    }
+};
+
+void showProgress(COutput& output, int seconds)
+{
+    const QString text = QStringLiteral("scanning the network, which takes over 4 s: %1 s").arg(seconds);
+    if (output.isTerminal() && !output.isJson()) {
+        output.printOver(text.toLocal8Bit());
+    } else {
+        output.report(text,
+                      {{QStringLiteral("event"), QStringLiteral("progress")}, {QStringLiteral("seconds"), seconds}});
+    }
+}
+
+/// False when the user interrupted the scan.
+bool waitForScan(COutput& output, CInterfaceScan& scan)
+{
+    QEventLoop loop;
+    QElapsedTimer clock;
+    QTimer progress;
+    const Sim::CInterruption interruption;
+    QObject::connect(&scan, &CInterfaceScan::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&interruption, &Sim::CInterruption::interrupted, &loop, &QEventLoop::quit);
+    QObject::connect(&progress, &QTimer::timeout, &loop,
+                     [&] { showProgress(output, static_cast<int>(clock.elapsed() / PROGRESS_MS)); });
+    clock.start();
+    progress.start(PROGRESS_MS);
+    showProgress(output, 0);
+    loop.exec();
+    return scan.isFinished();
+}
+
+void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
+{
+    std::vector<Row> rows{{QStringLiteral("NAME"), QStringLiteral("ADDRESS"), QStringLiteral("PORT"),
+                           QStringLiteral("PROTOCOL"), QStringLiteral("ROLE"), QStringLiteral("MAC"),
+                           QStringLiteral("PC ADDRESS")}};
+    std::array<int, COLUMN_COUNT> widths{};
+    for (const SEndpoint& endpoint : endpoints) {
+        rows.push_back({endpoint.name, endpoint.address, endpoint.port, endpoint.protocol, endpoint.role(),
+                        endpoint.mac(), endpoint.pcAddress()});
+    }
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < COLUMN_COUNT; ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const Row& row : rows) {
+        QString line;
+        for (std::size_t i = 0; i < COLUMN_COUNT; ++i) {
+            line += row[i].leftJustified(widths[i] + 2);
+        }
+        const QByteArray text = printable(line).trimmed();
+        output.print(&row == &rows.front() ? output.paint(EColor::eBold, text) : text);
+    }
+}
+
+void printJson(COutput& output, const SEndpoint& endpoint)
+{
+    output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("found")},
+                             {QStringLiteral("name"), endpoint.name},
+                             {QStringLiteral("address"), endpoint.address},
+                             {QStringLiteral("port"), endpoint.port.toInt()},
+                             {QStringLiteral("protocol"), endpoint.protocol},
+                             {QStringLiteral("role"), endpoint.role()},
+                             {QStringLiteral("mac"), endpoint.mac()},
+                             {QStringLiteral("pcAddress"), endpoint.pcAddress()}});
+}
+
+void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
+{
+    if (output.isJson()) {
+        for (const SEndpoint& endpoint : endpoints) {
+            printJson(output, endpoint);
+        }
+    } else if (endpoints.empty()) {
+        output.print("no gateway answered (docs/troubleshooting.md tells what to look at)");
+    } else {
+        printTable(output, endpoints);
+    }
+}
+
+void reportStored(COutput& output, const SEndpoint& endpoint, const QString& event, const QString& text)
+{
+    output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint.name, endpoint.place()),
+                  {{QStringLiteral("event"), event},
+                   {QStringLiteral("name"), endpoint.name},
+                   {QStringLiteral("place"), endpoint.place()}});
+}
+
+void storeEndpoint(COutput& output, const SEndpoint& endpoint)
+{
+    const bool isKnown = isStored(endpoint.name);
+    if (isKnown) {
+        Settings settings = storedSettings(endpoint.name);
+        for (const QLatin1String& key : FOUND_KEYS) {
+            settings.insert(key, endpoint.settings.value(key));
+        }
+        applySettings(*endpoint.canInterface, settings);
+    }
+    store(*endpoint.canInterface, endpoint.name);
+    const QString event = isKnown ? QStringLiteral("updated") : QStringLiteral("stored");
+    reportStored(output, endpoint, event, event);
+}
+
+/// Of several with one name the first that answered is stored.
+EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
+{
+    EExitCode exitCode = eDone;
+    QStringList names;
+    for (const SEndpoint& endpoint : endpoints) {
+        if (names.contains(endpoint.name)) {
+            reportStored(output, endpoint, QStringLiteral("notStored"),
+                         QStringLiteral("not stored, the name is taken:"));
+            continue;
+        }
+        try {
+            storeEndpoint(output, endpoint);
+            names.append(endpoint.name);
+        } catch (const SFailure& failure) {
+            output.reportFailure(QStringLiteral("%1: %2").arg(endpoint.name, failure.text), failure.code);
+            exitCode = eRefused;
+        }
+    }
+    return exitCode;
+}
+} // namespace
+
+EExitCode scan(COutput& output, const SScanOptions& options)
+{
+    const std::vector<SPlugin> plugins = loadPlugins(options.place);
+    CInterfaceScan scan(plugins.front());
+    scan.start(options.addresses);
+    output.releaseWarnings(true);
+    if (!waitForScan(output, scan)) {
+        return eInterrupted;
+    }
+    std::vector<SEndpoint> endpoints;
+    for (const auto& canInterface : scan.found()) {
+        endpoints.emplace_back(*canInterface);
+    }
+    showFound(output, endpoints);
+    return options.save ? storeFound(output, endpoints) : eDone;
+}
+
+} // namespace vexmor::Apps::Cimctl
