@@ -2,6 +2,7 @@
 
 #include "apps/cimctl/demoNarrator.h"
 #include "apps/cimctl/demoRun.h"
+#include "apps/cimctl/demoScan.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCoreApplication>
@@ -25,7 +26,8 @@ void introduce(CDemoNarrator& narrator)
     narrator.say(QStringLiteral(
         "Here gateway, bus and devices are simulated inside this program, so no hardware is needed. The library does "
         "not "
-        "know that: it talks to them over real sockets, on 127.0.0.1 only. Each line marked 'ok' was really checked."));
+        "know that: it talks to them over real sockets, which reach nothing outside this computer. Each line marked "
+        "'ok' was really checked."));
 }
 } // namespace
 
@@ -43,6 +45,9 @@ EExitCode demo(COutput& output, const SDemoOptions& options)
                   .arg(QFileInfo(plugin.file).fileName(), plugin.object->pluginName(), plugin.object->interfaceType()));
     output.releaseWarnings(false);
 
+    if (!options.scanAddress.isEmpty()) {
+        demonstrateScan(output, narrator, plugin, options.scanAddress);
+    }
     narrator.chapter(QStringLiteral("Over TCP"));
     CDemoRun(output, narrator, plugin, options.logFile, true).run();
     narrator.chapter(QStringLiteral("Over UDP"));

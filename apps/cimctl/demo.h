@@ -11,7 +11,8 @@ namespace vexmor::Apps::Cimctl
 
 struct SDemoOptions {
     SPluginPlace place;
-    QString logFile; ///< played as the traffic on the bus; empty: generated traffic
+    QString logFile;     ///< played as the traffic on the bus; empty: generated traffic
+    QString scanAddress; ///< begins with a scan, in a network where this computer has only this address; empty: without
 };
 
 /// Shows and explains what the library does: loads the plugin and works with it over TCP, then UDP, on a simulated

@@ -226,6 +226,10 @@ void addCommands(CLI::App& app, SCommandLine& line)
             return Cimctl::demo(output, line.demo);
         });
     addText(demo, "--log", line.demo.logFile, "A log of candump to play as the traffic on the bus")->type_name("FILE");
+    addText(demo, "--scan", line.demo.scanAddress,
+            "Begin with a scan, in a private network with this address of this computer (script/demo makes one)")
+        ->type_name("ADDRESS")
+        ->check(CLI::ValidIPV4.description(""));
 }
 
 int runCommand(const SCommandLine& line)
