@@ -39,7 +39,7 @@ public:
     explicit CSimDetection(QObject* parent = nullptr);
 
     /// False, with a text for the user, when the port cannot be had. Several programs may share it: a broadcast reaches
-    /// them all.
+    /// them all, a request for one address only the last.
     bool listen(std::uint16_t port, QString& error);
     /// A gateway that serves already; it must outlive this object. It answers from its own address, with the host name,
     /// MAC address and endpoints of its identity.

@@ -1,0 +1,102 @@
+// Ends a scan before its time, in the way and at the moment that the command line names; exit code 0 when that went
+// well. Not linked to the plugin, whose code therefore really goes when it is unloaded. Run by inNamespace.
+
+#include "cim/canInterfacePlugin.h"
+#include "vxCore/logging.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPluginLoader>
+#include <QSemaphore>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstring>
+
+using namespace vexmor;
+
+namespace
+{
+constexpr int SOCKETS = 3;         // IPv4 addresses in the namespace
+constexpr int END_LIMIT_MS = 5000; // a scan that is not cut short takes longer
+
+QPluginLoader* s_loader = nullptr;
+QByteArray s_way;
+int s_broadcastsLeft = 0; ///< until the scan is where it is to end
+QSemaphore s_goOn;        ///< until then the log handler holds the scan thread up, if that is the way
+
+void check(bool ok, const char* fact)
+{
+    if (!ok) {
+        std::fprintf(stderr, "scanEnds: not true: %s\n", fact);
+        std::_Exit(1);
+    }
+}
+
+bool isLibraryMapped()
+{
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
+}
+
+void endScan()
+{
+    QElapsedTimer clock;
+    clock.start();
+    if (s_way == "exit") {
+        std::exit(0);
+    }
+    if (s_way == "delete") {
+        delete s_loader->instance();
+    } else if (s_way == "unload" || s_way == "hold") {
+        check(s_loader->unload(), "the library lets itself be unloaded");
+        check(isLibraryMapped() == (s_way == "hold"), "its code stays exactly while the scan needs it");
+    }
+    check(clock.elapsed() < 1000, "the scan ends at once");
+    if (s_way == "hold") {
+        check(clock.elapsed() >= 100, "the scan thread was held up");
+        s_goOn.release();
+        const QDir threads(QStringLiteral("/proc/self/task"));
+        while (threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot).size() > 1) {
+            check(clock.elapsed() < END_LIMIT_MS, "the thread ends by itself");
+            QCoreApplication::processEvents();
+        }
+    }
+    QCoreApplication::quit(); // "return" leaves main with the scan running
+}
+
+void onLogLine(int, const char*, int, const char* format, ...)
+{
+    if (std::strncmp(format, "broadcast", 9) != 0 || --s_broadcastsLeft != 0) {
+        return;
+    }
+    QMetaObject::invokeMethod(qApp, endScan, Qt::QueuedConnection);
+    if (s_way == "hold") {
+        s_goOn.acquire();
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    check(argc == 3, "two arguments");
+    s_way = argv[1];
+    const bool whileSending = std::strcmp(argv[2], "sending") == 0;
+    QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
+    loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
+    s_loader = &loader;
+    auto* const plugin = qobject_cast<Cim::CCanInterfacePlugin*>(loader.instance());
+    check(plugin != nullptr, "the plugin loads");
+    for (int i = 1; whileSending && i <= 100; ++i) { // 4 s of pauses before the second broadcast
+        plugin->addScanAddress(QStringLiteral("10.9.0.%1").arg(i));
+    }
+    s_broadcastsLeft = whileSending ? 1 : SOCKETS;
+    CoreLib::Logging::setVxLoggingLevel(20);
+    CoreLib::Logging::setVxLoggingHandler(onLogLine);
+    check(plugin->scanInterfaces() == 0, "the scan starts");
+    QTimer::singleShot(END_LIMIT_MS, [] { check(false, "the scan gets so far"); });
+    return app.exec();
+}
