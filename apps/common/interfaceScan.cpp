@@ -26,7 +26,7 @@ void CInterfaceScan::start(const QStringList& addresses)
     }
 }
 
-void CInterfaceScan::onScanFinished(int /*pluginId*/, QList<CCanInterface*> interfaceList)
+void CInterfaceScan::onScanFinished(int /*pluginId*/, const QList<CCanInterface*>& interfaceList)
 {
     for (CCanInterface* const canInterface : interfaceList) {
         m_found.emplace_back(canInterface);

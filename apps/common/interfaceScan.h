@@ -35,7 +35,7 @@ Q_SIGNALS:
     void finished();
 
 private Q_SLOTS:
-    void onScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
+    void onScanFinished(int pluginId, const QList<CCanInterface*>& interfaceList);
 
 private:
     Cim::CCanInterfacePlugin& m_plugin;
