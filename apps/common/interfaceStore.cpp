@@ -3,6 +3,7 @@
 #include "apps/common/failure.h"
 #include "cim/canInterface.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -33,6 +34,14 @@ void setStorePath(const QString& path)
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, path);
 }
 
+/// In memory where the system offers that: what is stored for a moment need not wait for a disk.
+QString templateOfDirectory()
+{
+    const QFileInfo memory(QStringLiteral("/dev/shm"));
+    const QString parent = memory.isDir() && memory.isWritable() ? memory.filePath() : QDir::tempPath();
+    return parent + QStringLiteral("/cim-XXXXXX");
+}
+
 /// For its lifetime every QSettings that is made is that of an empty store in a directory of its own.
 class CPrivateStore
 {
@@ -50,7 +59,7 @@ public:
 
 private:
     const QString m_userPath;
-    const QTemporaryDir m_directory;
+    const QTemporaryDir m_directory{templateOfDirectory()};
 };
 
 Settings valuesIn(const QString& group)
