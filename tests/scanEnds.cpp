@@ -43,6 +43,28 @@ bool isLibraryMapped()
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
 }
 
+int threadCount()
+{
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+}
+
+/// Threads of the program without the scan.
+const int s_ownThreads = threadCount();
+
+void requireNoScanThread()
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (threadCount() > s_ownThreads) { // QThread may be done with it, and the system not yet
+        check(clock.elapsed() < 500, "no thread outlives what it uses");
+    }
+}
+
+/// Made before the plugin is loaded, and so destroyed after whatever the plugin has.
+const struct SEndOfProgram {
+    ~SEndOfProgram() { requireNoScanThread(); }
+} s_endOfProgram;
+
 void endScan()
 {
     QElapsedTimer clock;
@@ -60,8 +82,7 @@ void endScan()
     if (s_way == "hold") {
         check(clock.elapsed() >= 100, "the scan thread was held up");
         s_goOn.release();
-        const QDir threads(QStringLiteral("/proc/self/task"));
-        while (threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot).size() > 1) {
+        while (threadCount() > s_ownThreads) {
             check(clock.elapsed() < END_LIMIT_MS, "the thread ends by itself");
             QCoreApplication::processEvents();
         }
@@ -79,9 +100,7 @@ void onLogLine(int, const char*, int, const char* format, ...)
         s_goOn.acquire();
     }
 }
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
@@ -109,4 +128,12 @@ int main(int argc, char** argv)
     look.start(1);
     QTimer::singleShot(END_LIMIT_MS, [] { check(false, "the scan gets so far"); });
     return app.exec();
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int code = run(argc, argv);
+    requireNoScanThread(); // the application object is gone, which the scan needs
+    return code;
 }
