@@ -205,7 +205,8 @@ private Q_SLOTS:
         for (const char* options :
              {"--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent", "--mac 01:02",
               "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
-              "--port 65535 --gateways 2", "--replay /dev/null"}) {
+              "--port 65535 --gateways 2", "--replay /dev/null", "--endpoint tcp", "--endpoint tcp-server:70000",
+              "--detect-port 0"}) {
             QTest::newRow(options) << QString::fromLatin1(options).split(QLatin1Char(' '));
         }
     }
