@@ -20,7 +20,7 @@ using namespace vexmor;
 
 namespace
 {
-constexpr int SOCKETS = 3; // IPv4 addresses in the namespace
+constexpr int SOCKETS = 4; // addresses in the namespace
 #if defined(__SANITIZE_THREAD__)
 constexpr int OWN_THREADS = 2; // the sanitizer has one
 #else

@@ -76,14 +76,6 @@ private Q_SLOTS:
         QTEST(found, "found");
     }
 
-    void kinds()
-    {
-        QVERIFY(isDdtKind(hex("000000"), DDT_IDENT_REPLY));
-        QVERIFY(!isDdtKind(hex("0000"), DDT_IDENT_REPLY) && !isDdtKind({}, DDT_IDENT_REPLY));
-        QVERIFY(!isDdtKind(hex("000001"), DDT_IDENT_REPLY) && !isDdtKind(ddtIdentRequest(), DDT_IDENT_REPLY));
-        QVERIFY(isDdtKind(ddtIdentRequest(), DDT_IDENT_REQUEST));
-    }
-
     void namesReachTheirOwnSettingsOnly()
     {
         const QTemporaryDir folder;

@@ -5,13 +5,11 @@
 #include "InterfaceT93/t93DeviceDetection.h"
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QMetaMethod>
+#include <QThread>
 
 #include <dlfcn.h>
-
-#include <QCoreApplication>
-#include <QEvent>
-#include <QThread>
 
 namespace vexmor::Cim
 {
@@ -54,6 +52,11 @@ CInterfaceT93Plugin::CInterfaceT93Plugin()
     }
 }
 
+CInterfaceT93Plugin::~CInterfaceT93Plugin()
+{
+    cancelScan();
+}
+
 bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
 {
     // As a filter of the application it sees the events of every object: the type tells nearly all of them apart.
@@ -61,11 +64,6 @@ bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
         CInterfaceT93::retranslateErrorStrings();
     }
     return false;
-}
-
-CInterfaceT93Plugin::~CInterfaceT93Plugin()
-{
-    cancelScan();
 }
 
 QString CInterfaceT93Plugin::pluginName()
