@@ -5,6 +5,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <cstddef>
 
 namespace vexmor::Cim
 {
@@ -24,6 +25,11 @@ static_assert(OFFSET_HOST_NAME + DDT_HOST_NAME_SIZE == DDT_ENTRY_SIZE);
 
 constexpr std::uint8_t PROTOCOL_NOT_AVAILABLE = 2;
 constexpr std::uint8_t PROTOCOL_NONE = 0xFF;
+
+std::ptrdiff_t entryOffset(int index)
+{
+    return DDT_HEADER_SIZE + static_cast<std::ptrdiff_t>(index) * DDT_ENTRY_SIZE;
+}
 
 QByteArray textOfField(const char* field, int size)
 {
@@ -83,7 +89,7 @@ QByteArray ddtDatagram(EDdtKind kind, const std::vector<SDdtEntry>& entries)
     datagram[OFFSET_KIND] = static_cast<char>(kind);
     datagram[OFFSET_ENTRY_COUNT] = static_cast<char>(count);
     for (int i = 0; i < count; ++i) {
-        writeEntry(entries[static_cast<std::size_t>(i)], datagram.data() + DDT_HEADER_SIZE + i * DDT_ENTRY_SIZE);
+        writeEntry(entries[static_cast<std::size_t>(i)], datagram.data() + entryOffset(i));
     }
     return datagram;
 }
@@ -115,7 +121,7 @@ std::vector<SDdtEntry> usableDdtEntries(const QByteArray& reply)
     std::vector<SDdtEntry> seen;
     std::vector<SDdtEntry> usable;
     for (int i = 0; i < std::min(announced, present); ++i) {
-        const SDdtEntry entry = readEntry(reply.constData() + DDT_HEADER_SIZE + i * DDT_ENTRY_SIZE);
+        const SDdtEntry entry = readEntry(reply.constData() + entryOffset(i));
         const bool isRepeated = std::any_of(seen.begin(), seen.end(), [&entry](const SDdtEntry& earlier) {
             return earlier.service == entry.service && earlier.protocol == entry.protocol && earlier.port == entry.port;
         });
