@@ -72,6 +72,7 @@ bool waitForScan(COutput& output, CInterfaceScan& scan)
     QObject::connect(&progress, &QTimer::timeout, &loop,
                      [&] { showProgress(output, static_cast<int>(clock.elapsed() / PROGRESS_MS)); });
     clock.start();
+    progress.setTimerType(Qt::PreciseTimer);
     progress.start(PROGRESS_MS);
     showProgress(output, 0);
     loop.exec();

@@ -134,14 +134,15 @@ void CT93DeviceDetection::readPendingDatagrams()
     if (socket == nullptr) {
         return;
     }
-    for (int taken = 0; taken < MAX_DATAGRAMS_PER_TURN && socket->hasPendingDatagrams(); ++taken) {
+    int taken = 0;
+    do { // a first read even when nothing is there any more: without one Qt would signal no further datagram
         const auto size = std::clamp<qint64>(socket->pendingDatagramSize(), 1, DDT_MAX_SIZE);
         QByteArray data(static_cast<int>(size), Qt::Uninitialized);
         data.truncate(static_cast<int>(std::max<qint64>(socket->readDatagram(data.data(), data.size()), 0)));
         if (isDdtKind(data, DDT_IDENT_REPLY)) {
             keepDatagram(socket->localAddress(), data);
         }
-    }
+    } while (++taken < MAX_DATAGRAMS_PER_TURN && socket->hasPendingDatagrams());
 }
 
 void CT93DeviceDetection::keepDatagram(const QHostAddress& localAddress, const QByteArray& data)
