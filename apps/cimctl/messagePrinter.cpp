@@ -4,7 +4,6 @@
 #include "apps/common/failure.h"
 #include "candump/candumpLog.h"
 
-#include <algorithm>
 #include <chrono>
 
 namespace vexmor::Apps::Cimctl
@@ -12,7 +11,6 @@ namespace vexmor::Apps::Cimctl
 namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
-constexpr unsigned int MAX_FILTER_BITS = 0xFFFF;
 
 std::int64_t microsecondsNow()
 {
@@ -35,18 +33,6 @@ QJsonObject jsonOf(const Cim::CCanMessage& message, bool sending, std::int64_t m
             {QStringLiteral("data"), QString::fromLatin1(data.toHex())}};
 }
 } // namespace
-
-SFilter parseFilter(const QString& text)
-{
-    bool idIsNumber = false;
-    bool maskIsNumber = false;
-    const unsigned int id = text.section(QLatin1Char(':'), 0, 0).toUInt(&idIsNumber, 16);
-    const unsigned int mask = text.section(QLatin1Char(':'), 1).toUInt(&maskIsNumber, 16);
-    if (!idIsNumber || !maskIsNumber || id > MAX_FILTER_BITS || mask > MAX_FILTER_BITS) {
-        failUsage(QStringLiteral("filter %1: must be ID:MASK, hexadecimal, like 120:7F0").arg(text));
-    }
-    return {static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(mask)};
-}
 
 CMessagePrinter::CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options)
     : m_output(output), m_options(options), m_log(options.logFile)
@@ -86,10 +72,7 @@ void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
 
 bool CMessagePrinter::passes(const Cim::CCanMessage& message) const
 {
-    const auto letsThrough = [&message](const SFilter& filter) {
-        return (message.id().value() & filter.mask) == (filter.id & filter.mask);
-    };
-    return m_options.filters.empty() || std::any_of(m_options.filters.begin(), m_options.filters.end(), letsThrough);
+    return passesFilters(m_options.filters, message);
 }
 
 void CMessagePrinter::closeLog()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/cimctl/output.h"
+#include "apps/common/messageFilter.h"
 #include "cim/canMessage.h"
 
 #include <QFile>
@@ -14,15 +15,6 @@ namespace vexmor::Apps::Cimctl
 {
 
 class CSession;
-
-/// Lets a message through when its identifier equals `id` in the bits of `mask`.
-struct SFilter {
-    std::uint16_t id = 0;
-    std::uint16_t mask = 0;
-};
-
-/// Reads "ID:MASK", both hexadecimal; fails when it is none.
-SFilter parseFilter(const QString& text);
 
 /// Which messages are shown, and how.
 struct SShowOptions {

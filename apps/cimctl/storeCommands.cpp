@@ -1,5 +1,6 @@
 // The commands about the settings store: list, add, show, remove.
 #include "apps/cimctl/commands.h"
+#include "apps/common/gatewayAddress.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 

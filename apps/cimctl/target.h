@@ -54,8 +54,4 @@ private:
 /// True for a target text that stands for a simulated gateway.
 bool isSimTarget(const QString& text);
 
-/// Reads an address of either form into settings; values that stand there already (from options) must not differ. False
-/// when the text is no address; fails when it is one with a wrong port or protocol.
-bool parseAddress(const QString& text, Settings& settings);
-
 } // namespace vexmor::Apps::Cimctl

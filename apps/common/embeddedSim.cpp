@@ -11,11 +11,11 @@ namespace
 constexpr int GENERATED_RATE = 200; ///< messages a second
 }
 
-CEmbeddedSim::CEmbeddedSim(const QString& logFile)
+CEmbeddedSim::CEmbeddedSim(const QString& logFile, bool loop)
     : m_playsLog(!logFile.isEmpty()), m_gateway(m_bus), m_generator(m_bus), m_replay(m_bus)
 {
     QString error;
-    if (m_playsLog && !m_replay.open(logFile, 1, false, error)) {
+    if (m_playsLog && !m_replay.open(logFile, 1, loop, error)) {
         failUsage(error);
     }
     if (!m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {

@@ -13,14 +13,15 @@ namespace vexmor::Apps
 {
 
 /// A simulated gateway inside this program, on 127.0.0.1 and a port that the system picks, with traffic on its bus:
-/// some amplifiers that report, or a log that is played once. It echoes what a host sends. Lives in the main thread.
+/// some amplifiers that report, or a log that is played. It echoes what a host sends. Lives in the main thread.
 class CEmbeddedSim : public QObject
 {
     Q_OBJECT
 
 public:
-    /// An empty `logFile` stands for generated traffic. Fails when the gateway cannot listen or the log cannot be read.
-    explicit CEmbeddedSim(const QString& logFile);
+    /// An empty `logFile` stands for generated traffic. With `loop` the log begins again at its end. Fails when the
+    /// gateway cannot listen or the log cannot be read.
+    explicit CEmbeddedSim(const QString& logFile, bool loop = false);
 
     Sim::CSimBus& bus() { return m_bus; }
     Sim::CSimGateway& gateway() { return m_gateway; }

@@ -8,6 +8,7 @@
 #include <QLibrary>
 #include <QPluginLoader>
 
+#include <algorithm>
 #include <optional>
 
 namespace vexmor::Apps
@@ -87,6 +88,13 @@ std::vector<SPlugin> loadPlugins(const SPluginPlace& place)
         failRefused(search.problems.join(QStringLiteral("; ")));
     }
     return std::move(search.plugins);
+}
+
+const SPlugin* pluginNamed(const std::vector<SPlugin>& plugins, const QString& name)
+{
+    const auto hasName = [&name](const SPlugin& plugin) { return plugin.object->pluginName() == name; };
+    const auto found = std::find_if(plugins.begin(), plugins.end(), hasName);
+    return found == plugins.end() ? nullptr : &*found;
 }
 
 } // namespace vexmor::Apps

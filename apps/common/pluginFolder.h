@@ -45,4 +45,7 @@ SPluginSearch searchPlugins(const SPluginPlace& place);
 /// The same, for a command that needs a plugin: fails when none can be used.
 std::vector<SPlugin> loadPlugins(const SPluginPlace& place);
 
+/// The plugin of that name; null when it is not among them.
+const SPlugin* pluginNamed(const std::vector<SPlugin>& plugins, const QString& name);
+
 } // namespace vexmor::Apps
