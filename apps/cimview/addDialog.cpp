@@ -1,0 +1,73 @@
+#include "apps/cimview/addDialog.h"
+
+#include "apps/common/failure.h"
+#include "apps/common/gatewayAddress.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLineEdit>
+
+namespace vexmor::Apps::Cimview
+{
+
+QStringList baudrates()
+{
+    return {QStringLiteral("50"),  QStringLiteral("100"), QStringLiteral("125"),
+            QStringLiteral("250"), QStringLiteral("500"), QStringLiteral("1000")};
+}
+
+CAddDialog::CAddDialog(Accept accept, QWidget* parent)
+    : QDialog(parent),
+      m_accept(std::move(accept)),
+      m_name(new QLineEdit(this)),
+      m_address(new QLineEdit(this)),
+      m_baudrate(new QComboBox(this)),
+      m_keep(new QCheckBox(tr("&Store it for the next time"), this)),
+      m_problem(new QLabel(this))
+{
+    setWindowTitle(tr("Add interface"));
+    m_address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
+    m_address->setToolTip(tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
+    m_baudrate->addItems(baudrates());
+    m_baudrate->setCurrentText(QStringLiteral("500"));
+    m_keep->setChecked(true);
+    m_problem->setWordWrap(true);
+    m_problem->hide();
+
+    auto* const form = new QFormLayout;
+    form->addRow(tr("&Name:"), m_name);
+    form->addRow(tr("&Address:"), m_address);
+    form->addRow(tr("&Baud rate [kbit/s]:"), m_baudrate);
+    form->addRow(QString(), m_keep);
+    auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    auto* const layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(m_problem);
+    layout->addStretch(1);
+    layout->addWidget(buttons);
+}
+
+void CAddDialog::accept()
+{
+    Settings settings{{StoreKey::BAUDRATE, m_baudrate->currentText()}};
+    QString problem;
+    try {
+        const QString address = m_address->text().trimmed();
+        problem = parseAddress(address, settings) ? m_accept(m_name->text().trimmed(), settings, m_keep->isChecked())
+                                                  : tr("'%1' is no address like 192.168.1.70:30000:TCP.").arg(address);
+    } catch (const SFailure& failure) {
+        problem = failure.text;
+    }
+    m_problem->setText(problem);
+    m_problem->setVisible(!problem.isEmpty());
+    if (problem.isEmpty()) {
+        QDialog::accept();
+    }
+}
+
+} // namespace vexmor::Apps::Cimview

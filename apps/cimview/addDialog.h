@@ -1,0 +1,43 @@
+#pragma once
+
+#include "apps/common/interfaceStore.h"
+
+#include <QDialog>
+
+#include <functional>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+
+namespace vexmor::Apps::Cimview
+{
+
+/// Asks for a new interface: name, address and bit rate; the rest is set in the plugin's own dialog. Stays until the
+/// interface is accepted or the user cancels.
+class CAddDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    /// Takes what was typed; gives an empty text, or what is wrong with it.
+    using Accept = std::function<QString(const QString& name, const Settings& settings, bool keep)>;
+
+    CAddDialog(Accept accept, QWidget* parent);
+
+    void accept() override;
+
+private:
+    const Accept m_accept;
+    QLineEdit* m_name;
+    QLineEdit* m_address;
+    QComboBox* m_baudrate;
+    QCheckBox* m_keep;
+    QLabel* m_problem;
+};
+
+/// The bit rates to choose from, kbit/s.
+QStringList baudrates();
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "apps/cimview/mailbox.h"
+#include "cim/canInterface.h"
+
+#include <QMetaType>
+#include <QObject>
+#include <QTimer>
+
+#include <map>
+#include <memory>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// What an open interface tells of itself from time to time.
+struct SInterfaceStatus {
+    Cim::CCommonInfo info;
+    int busload = 0; ///< percent
+};
+
+/// Owns an interface while it is in use, in a thread that has no other: opening blocks for up to a second, and a
+/// message is taken from the interface in the moment it arrives, whatever the window is doing.
+///
+/// Made where the interface is, then moved to its thread together with it; everything below runs in that thread.
+class CBusWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Takes a closed interface over. `mailbox` must outlive the worker.
+    CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface, std::uint16_t source, CMailbox& mailbox);
+    /// Closes the interface.
+    ~CBusWorker() override;
+
+    /// Ends with `opened`.
+    void open();
+    void send(const Cim::CCanMessage& message);
+    /// Sends a message now and then every `milliseconds`, until they are 0 for the same `key`.
+    void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
+    /// Brings the gateway back to a known state.
+    void reset();
+
+Q_SIGNALS:
+    void opened(int code);
+    void statusTaken(const vexmor::Apps::Cimview::SInterfaceStatus& status);
+    /// An operation gave another code than 0; of a series with the same code only the first is told.
+    void refused(int code);
+
+private Q_SLOTS:
+    void onInterfaceError(int error);
+
+private:
+    static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
+    void takeMessages();
+    void takeStatus();
+    void noteCode(int code);
+
+    const std::unique_ptr<Cim::CCanInterface> m_canInterface;
+    const std::uint16_t m_source;
+    CMailbox& m_mailbox;
+    QTimer m_statusTimer;
+    std::map<int, std::unique_ptr<QTimer>> m_cyclic;
+    int m_lastCode = 0;
+};
+
+} // namespace vexmor::Apps::Cimview
+
+Q_DECLARE_METATYPE(vexmor::Apps::Cimview::SInterfaceStatus)

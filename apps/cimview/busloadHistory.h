@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// The bus load of each interface over the last ten minutes, as it was read.
+class CBusloadHistory
+{
+public:
+    static constexpr std::int64_t KEPT_MICROSECONDS = 600LL * 1000000;
+
+    struct SSample {
+        std::int64_t microseconds = 0; ///< since the epoch
+        int percent = 0;
+    };
+    using Samples = std::deque<SSample>;
+
+    /// Adds a sample, not older than those before it; drops what has become too old.
+    void add(const QString& source, const SSample& sample)
+    {
+        m_samples[source].push_back(sample);
+        for (auto entry = m_samples.begin(); entry != m_samples.end();) {
+            Samples& samples = entry->second;
+            while (!samples.empty() && sample.microseconds - samples.front().microseconds > KEPT_MICROSECONDS) {
+                samples.pop_front();
+            }
+            entry = samples.empty() ? m_samples.erase(entry) : std::next(entry);
+        }
+    }
+    /// By name of the interface.
+    const std::map<QString, Samples>& samples() const { return m_samples; }
+
+private:
+    std::map<QString, Samples> m_samples;
+};
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,119 @@
+#include "apps/cimview/busloadPlot.h"
+
+#include "apps/cimview/busloadHistory.h"
+#include "apps/cimview/messageText.h"
+
+#include <QEvent>
+#include <qwt_legend.h>
+#include <qwt_plot_canvas.h>
+#include <qwt_plot_curve.h>
+#include <qwt_plot_grid.h>
+#include <qwt_scale_widget.h>
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+constexpr int UPDATE_INTERVAL_MS = 500;
+constexpr double SHOWN_SECONDS = 120;
+constexpr double MICROSECONDS_PER_SECOND = 1e6;
+constexpr double MIN_TOP_PERCENT = 10;
+constexpr double CURVE_WIDTH = 1.8;
+/// Told apart also by people who see few colours; the first set on a light ground, the second on a dark one.
+constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
+                                      {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
+constexpr int MIDDLE_LIGHTNESS = 128;
+} // namespace
+
+CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
+    : QwtPlot(parent), m_history(history), m_grid(new QwtPlotGrid)
+{
+    setAxisTitle(xBottom, tr("Seconds ago"));
+    setAxisTitle(yLeft, tr("Bus load [%]"));
+    for (const int axis : {xBottom, yLeft}) {
+        QwtText title = axisTitle(axis);
+        title.setFont(font());
+        setAxisTitle(axis, title);
+        setAxisFont(axis, font());
+    }
+    setAxisScale(xBottom, -SHOWN_SECONDS, 0);
+    setAxisScale(yLeft, 0, MIN_TOP_PERCENT);
+    static_cast<QwtPlotCanvas*>(canvas())->setFrameStyle(QFrame::NoFrame);
+    setMinimumSize(0, 0);
+    insertLegend(new QwtLegend, QwtPlot::TopLegend);
+    m_grid->attach(this);
+    applyPalette();
+    connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::update);
+    m_timer.setInterval(UPDATE_INTERVAL_MS);
+}
+
+void CBusloadPlot::changeEvent(QEvent* event)
+{
+    QwtPlot::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        applyPalette();
+    }
+}
+
+void CBusloadPlot::showEvent(QShowEvent* event)
+{
+    QwtPlot::showEvent(event);
+    m_timer.start();
+    update();
+}
+
+void CBusloadPlot::hideEvent(QHideEvent* event)
+{
+    QwtPlot::hideEvent(event);
+    m_timer.stop();
+}
+
+void CBusloadPlot::applyPalette()
+{
+    const QColor ground = palette().color(QPalette::Base);
+    setCanvasBackground(ground);
+    m_grid->setPen(palette().color(QPalette::Mid), 0, Qt::DotLine);
+    const auto& colours = CURVE_COLOURS[ground.lightness() < MIDDLE_LIGHTNESS ? 1 : 0];
+    std::size_t index = 0;
+    for (const auto& [name, curve] : m_curves) {
+        curve->setPen(QColor(colours[index++ % std::size(colours)]), CURVE_WIDTH);
+    }
+}
+
+void CBusloadPlot::update()
+{
+    const std::int64_t now = microsecondsNow();
+    const auto& samples = m_history.samples();
+    bool isNew = false;
+    for (const auto& entry : samples) {
+        if (m_curves.count(entry.first) == 0) {
+            auto* const curve = new QwtPlotCurve(entry.first);
+            curve->setRenderHint(QwtPlotItem::RenderAntialiased);
+            curve->attach(this);
+            m_curves.emplace(entry.first, curve);
+            isNew = true;
+        }
+    }
+    double top = MIN_TOP_PERCENT;
+    for (const auto& [name, curve] : m_curves) {
+        QVector<QPointF> points;
+        const auto found = samples.find(name);
+        for (const auto& sample : found == samples.end() ? CBusloadHistory::Samples() : found->second) {
+            const double seconds = static_cast<double>(sample.microseconds - now) / MICROSECONDS_PER_SECOND;
+            if (seconds >= -SHOWN_SECONDS) {
+                points.append({seconds, static_cast<double>(sample.percent)});
+                top = std::max(top, 1.1 * sample.percent);
+            }
+        }
+        curve->setSamples(points);
+    }
+    if (isNew) {
+        applyPalette();
+    }
+    setAxisScale(yLeft, 0, top);
+    replot();
+}
+
+} // namespace vexmor::Apps::Cimview

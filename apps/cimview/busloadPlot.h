@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QTimer>
+#include <qwt_plot.h>
+
+#include <map>
+
+class QwtPlotCurve;
+class QwtPlotGrid;
+
+namespace vexmor::Apps::Cimview
+{
+
+class CBusloadHistory;
+
+/// The bus load of each interface over the last two minutes. Takes its colours from the palette, the curves theirs from
+/// one of two sets, for light and for dark.
+class CBusloadPlot : public QwtPlot
+{
+    Q_OBJECT
+
+public:
+    /// `history` must outlive the plot.
+    explicit CBusloadPlot(const CBusloadHistory& history, QWidget* parent = nullptr);
+
+protected:
+    void changeEvent(QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    void applyPalette();
+    void update();
+
+    const CBusloadHistory& m_history;
+    QwtPlotGrid* m_grid;                       ///< belongs to the plot, as do the curves
+    std::map<QString, QwtPlotCurve*> m_curves; ///< by name of the interface
+    QTimer m_timer;
+};
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,72 @@
+#include "apps/cimview/eventPanel.h"
+
+#include "apps/cimview/eventModel.h"
+#include "apps/cimview/tableSetup.h"
+
+#include <QEvent>
+#include <QHBoxLayout>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSplitter>
+#include <QTableView>
+
+namespace vexmor::Apps::Cimview
+{
+
+CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
+    : QWidget(parent), m_events(events), m_table(new QTableView(this)), m_text(new QPlainTextEdit(this))
+{
+    m_table->setModel(&events);
+    setUpTable(*m_table);
+    m_table->setSelectionMode(QAbstractItemView::SingleSelection);
+    const QFontMetrics metrics(font());
+    m_table->setColumnWidth(CEventModel::eTime, metrics.horizontalAdvance(QStringLiteral("00:00:00.000MM")));
+    m_table->setColumnWidth(CEventModel::eNumber, metrics.horizontalAdvance(QStringLiteral("error 100MM")));
+    m_table->setColumnWidth(CEventModel::eCount, metrics.horizontalAdvance(QStringLiteral("TimesMMM")));
+    m_table->installEventFilter(this);
+    m_text->setReadOnly(true);
+    m_text->setTabChangesFocus(true);
+    m_text->setPlaceholderText(tr("The whole text of the chosen event"));
+
+    auto* const splitter = new QSplitter(Qt::Horizontal, this);
+    splitter->addWidget(m_table);
+    splitter->addWidget(m_text);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    auto* const read = new QPushButton(tr("Mark as &read"), this);
+    auto* const clear = new QPushButton(tr("Clear eve&nts"), this);
+    auto* const buttons = new QVBoxLayout;
+    buttons->addWidget(read);
+    buttons->addWidget(clear);
+    buttons->addStretch(1);
+    auto* const layout = new QHBoxLayout(this);
+    layout->addWidget(splitter, 1);
+    layout->addLayout(buttons);
+
+    connect(read, &QPushButton::clicked, &events, &CEventModel::markRead);
+    connect(clear, &QPushButton::clicked, &events, &CEventModel::clear);
+    connect(&events, &QAbstractItemModel::rowsInserted, m_table, &QTableView::scrollToBottom);
+    connect(&events, &QAbstractItemModel::modelReset, m_text, &QPlainTextEdit::clear);
+    connect(m_table->selectionModel(), &QItemSelectionModel::currentChanged, this, &CEventPanel::showText);
+}
+
+void CEventPanel::choose(int row)
+{
+    m_table->selectRow(row);
+}
+
+bool CEventPanel::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::FocusIn) {
+        m_events.markRead();
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void CEventPanel::showText()
+{
+    const QModelIndex current = m_table->currentIndex();
+    m_text->setPlainText(current.isValid() ? m_events.event(current.row()).text : QString());
+}
+
+} // namespace vexmor::Apps::Cimview

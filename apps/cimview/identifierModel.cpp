@@ -1,0 +1,171 @@
+#include "apps/cimview/identifierModel.h"
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+/// How much the newest distance between two messages counts in the mean.
+constexpr double NEWEST_WEIGHT = 0.125;
+constexpr double MICROSECONDS_PER_MS = 1000;
+} // namespace
+
+CIdentifierModel::CIdentifierModel(const CSourceNames& names, QObject* parent)
+    : QAbstractTableModel(parent), m_names(names)
+{
+}
+
+void CIdentifierModel::append(const std::vector<STraceRecord>& records)
+{
+    for (const STraceRecord& record : records) {
+        SRow& row = rowFor(record);
+        if (row.count > 0) {
+            const auto distance = static_cast<double>(record.microseconds - row.last.microseconds);
+            row.periodMicroseconds += (distance - row.periodMicroseconds) * (row.count == 1 ? 1 : NEWEST_WEIGHT);
+            for (unsigned int i = 0; i < record.message.length(); ++i) {
+                const bool isNew = i >= row.last.message.length();
+                if (isNew || record.message.data()[i] != row.last.message.data()[i]) {
+                    row.changedAt[i] = record.microseconds;
+                    m_lastChange = std::max(m_lastChange, record.microseconds);
+                }
+            }
+        }
+        row.last = record;
+        ++row.count;
+    }
+    if (!records.empty()) {
+        m_now = std::max(m_now, records.back().microseconds);
+        rowsChanged();
+    }
+}
+
+void CIdentifierModel::setNow(std::int64_t microseconds)
+{
+    const bool marksEnd = m_lastChange > 0 && microseconds - m_lastChange >= MARK_MICROSECONDS;
+    m_now = microseconds;
+    if (marksEnd) {
+        m_lastChange = 0;
+        rowsChanged();
+    }
+}
+
+void CIdentifierModel::clear()
+{
+    beginResetModel();
+    m_rows.clear();
+    endResetModel();
+}
+
+CIdentifierModel::Key CIdentifierModel::keyOf(const STraceRecord& record)
+{
+    return {record.message.id().value(), record.source, record.sent};
+}
+
+CIdentifierModel::SRow& CIdentifierModel::rowFor(const STraceRecord& record)
+{
+    const Key key = keyOf(record);
+    const auto isBefore = [](const SRow& row, const Key& other) { return keyOf(row.last) < other; };
+    auto place = std::lower_bound(m_rows.begin(), m_rows.end(), key, isBefore);
+    if (place == m_rows.end() || keyOf(place->last) != key) {
+        const auto index = static_cast<int>(place - m_rows.begin());
+        SRow row;
+        row.last = record;
+        beginInsertRows({}, index, index);
+        place = m_rows.insert(place, row);
+        endInsertRows();
+    }
+    return *place;
+}
+
+int CIdentifierModel::changedBytes(const SRow& row) const
+{
+    int bits = 0;
+    for (std::size_t i = 0; i < row.changedAt.size(); ++i) {
+        if (row.changedAt[i] > 0 && m_now - row.changedAt[i] < MARK_MICROSECONDS) {
+            bits |= 1 << i;
+        }
+    }
+    return bits;
+}
+
+void CIdentifierModel::rowsChanged()
+{
+    if (!m_rows.empty()) {
+        Q_EMIT dataChanged(index(0, eCount), index(rowCount() - 1, eAscii));
+    }
+}
+
+int CIdentifierModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
+}
+
+int CIdentifierModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : eColumnCount;
+}
+
+QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
+{
+    const SRow& row = m_rows[static_cast<std::size_t>(index.row())];
+    if (role == CHANGED_BYTES_ROLE) {
+        return changedBytes(row);
+    }
+    if (role == Qt::TextAlignmentRole && (index.column() == eCount || index.column() == ePeriod)) {
+        return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
+    }
+    if (role != Qt::DisplayRole) {
+        return {};
+    }
+    switch (index.column()) {
+    case eId:
+        return idText(row.last.message);
+    case eInterface:
+        return m_names.name(row.last.source);
+    case eDirection:
+        return directionText(row.last.sent);
+    case eCount:
+        return static_cast<qulonglong>(row.count);
+    case ePeriod:
+        return row.count < 2 ? QString() : QString::number(row.periodMicroseconds / MICROSECONDS_PER_MS, 'f', 1);
+    case eLength:
+        return row.last.message.length();
+    case eData:
+        return dataText(row.last.message);
+    case eAscii:
+        return asciiText(row.last.message);
+    default:
+        return {};
+    }
+}
+
+QVariant CIdentifierModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    const QString titles[eColumnCount] = {tr("ID"),          tr("Interface"), tr("Dir"),  tr("Count"),
+                                          tr("Period [ms]"), tr("Length"),    tr("Data"), tr("ASCII")};
+    return titles[section];
+}
+
+CIdentifierFilter::CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names, QObject* parent)
+    : QSortFilterProxyModel(parent), m_model(model), m_names(names)
+{
+    setSourceModel(&model);
+}
+
+void CIdentifierFilter::setMatcher(const CMessageMatcher& matcher)
+{
+    m_matcher = matcher;
+    invalidateFilter();
+}
+
+bool CIdentifierFilter::filterAcceptsRow(int row, const QModelIndex& /*parent*/) const
+{
+    const STraceRecord& record = m_model.record(row);
+    return m_matcher.matches(record, m_names.name(record.source));
+}
+
+} // namespace vexmor::Apps::Cimview

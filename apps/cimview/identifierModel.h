@@ -1,0 +1,84 @@
+#pragma once
+
+#include "apps/cimview/messageText.h"
+#include "apps/cimview/sourceNames.h"
+
+#include <QAbstractTableModel>
+#include <QSortFilterProxyModel>
+
+#include <array>
+#include <tuple>
+#include <vector>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// One row for each identifier, direction and interface, in this order: how many messages, how often, the last data,
+/// and which of its bytes changed within the last second.
+class CIdentifierModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum EColumn { eId, eInterface, eDirection, eCount, ePeriod, eLength, eData, eAscii, eColumnCount };
+    /// Role of the data column: an int, bit N stands for a change of byte N.
+    static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
+    /// Time for which a change is marked.
+    static constexpr std::int64_t MARK_MICROSECONDS = 1000000;
+
+    /// `names` must outlive the model.
+    explicit CIdentifierModel(const CSourceNames& names, QObject* parent = nullptr);
+
+    void append(const std::vector<STraceRecord>& records);
+    /// Tells what time it is, for the marks to end.
+    void setNow(std::int64_t microseconds);
+    void clear();
+
+    /// The last message of a row.
+    const STraceRecord& record(int row) const { return m_rows[static_cast<std::size_t>(row)].last; }
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    struct SRow {
+        STraceRecord last;
+        std::uint64_t count = 0;
+        double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the second message
+        std::array<std::int64_t, 8> changedAt{};
+    };
+    using Key = std::tuple<std::uint16_t, std::uint16_t, bool>;
+
+    static Key keyOf(const STraceRecord& record);
+    SRow& rowFor(const STraceRecord& record);
+    int changedBytes(const SRow& row) const;
+    void rowsChanged();
+
+    const CSourceNames& m_names;
+    std::vector<SRow> m_rows; ///< sorted by key
+    std::int64_t m_now = 0;
+    std::int64_t m_lastChange = 0;
+};
+
+/// Shows those rows of a CIdentifierModel whose last message matches.
+class CIdentifierFilter : public QSortFilterProxyModel
+{
+    Q_OBJECT
+
+public:
+    /// Both must outlive the filter.
+    CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names, QObject* parent = nullptr);
+    void setMatcher(const CMessageMatcher& matcher);
+
+protected:
+    bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
+
+private:
+    const CIdentifierModel& m_model;
+    const CSourceNames& m_names;
+    CMessageMatcher m_matcher;
+};
+
+} // namespace vexmor::Apps::Cimview

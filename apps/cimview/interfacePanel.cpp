@@ -1,0 +1,239 @@
+#include "apps/cimview/interfacePanel.h"
+
+#include "apps/cimview/addDialog.h"
+#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/workbench.h"
+
+#include <QComboBox>
+#include <QGridLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPointer>
+#include <QProgressBar>
+#include <QSettings>
+#include <QTableView>
+#include <QToolButton>
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+const QString COLUMNS = QStringLiteral("InterfaceColumns");
+/// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
+constexpr int USUAL_SCAN_MS = 4500;
+constexpr int SCAN_STEP_MS = 100;
+} // namespace
+
+CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
+    : QWidget(parent),
+      m_workbench(workbench),
+      m_table(new QTableView(this)),
+      m_baudrate(new QComboBox(this)),
+      m_progress(new QProgressBar(this)),
+      m_open(new QAction(tr("&Open"), this)),
+      m_close(new QAction(tr("&Close"), this)),
+      m_add(new QAction(tr("&Add ..."), this)),
+      m_configure(new QAction(tr("Con&figure ..."), this)),
+      m_store(new QAction(tr("&Store"), this)),
+      m_remove(new QAction(tr("Re&move"), this)),
+      m_scan(new QAction(tr("Scan &network"), this))
+{
+    CInterfaceList& interfaces = m_workbench.interfaces();
+    m_table->setModel(&interfaces);
+    setUpTable(*m_table);
+    m_progress->setRange(0, USUAL_SCAN_MS);
+    m_progress->setTextVisible(false);
+    m_progress->hide();
+    m_baudrate->addItems(baudrates());
+    m_baudrate->setToolTip(tr("Bit rate of the CAN bus, kbit/s"));
+    makeActions();
+    layOut();
+    m_table->resizeColumnsToContents();
+
+    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::showState);
+    connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::showState);
+    connect(&interfaces, &QAbstractItemModel::rowsInserted, m_table, &QTableView::resizeColumnsToContents);
+    connect(m_table, &QTableView::doubleClicked, this, [this] { m_open->isEnabled() ? openChosen() : closeChosen(); });
+    connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
+            [this] { setBaudrate(m_baudrate->currentText()); });
+    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
+    connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
+    showState();
+}
+
+void CInterfacePanel::makeActions()
+{
+    m_open->setShortcut(QKeySequence(Qt::Key_F2));
+    m_close->setShortcut(QKeySequence(Qt::Key_F3));
+    m_add->setShortcut(QKeySequence::New);
+    m_configure->setShortcut(QKeySequence(Qt::Key_F4));
+    m_scan->setShortcut(QKeySequence(Qt::Key_F5));
+    m_store->setToolTip(tr("Keeps an interface that was found for the next time"));
+    connect(m_open, &QAction::triggered, this, &CInterfacePanel::openChosen);
+    connect(m_close, &QAction::triggered, this, &CInterfacePanel::closeChosen);
+    connect(m_add, &QAction::triggered, this, &CInterfacePanel::addInterface);
+    connect(m_configure, &QAction::triggered, this, &CInterfacePanel::configure);
+    connect(m_store, &QAction::triggered, this, &CInterfacePanel::storeChosen);
+    connect(m_remove, &QAction::triggered, this, &CInterfacePanel::removeChosen);
+    connect(m_scan, &QAction::triggered, this, &CInterfacePanel::startScan);
+}
+
+void CInterfacePanel::layOut()
+{
+    auto* const layout = new QVBoxLayout(this);
+    auto* const buttons = new QHBoxLayout;
+    for (QAction* const action : interfaceActions()) {
+        buttons->addWidget(makeButton(*action, this));
+    }
+    auto* const label = new QLabel(tr("&Baud rate:"), this);
+    label->setBuddy(m_baudrate);
+    buttons->addWidget(label);
+    buttons->addWidget(m_baudrate);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    layout->addWidget(m_table, 1);
+    layout->addWidget(m_progress);
+}
+
+QList<QAction*> CInterfacePanel::interfaceActions() const
+{
+    return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan};
+}
+
+void CInterfacePanel::choose(int row)
+{
+    m_table->selectRow(row);
+}
+
+QList<int> CInterfacePanel::chosenRows() const
+{
+    QList<int> rows;
+    for (const QModelIndex& index : m_table->selectionModel()->selectedRows()) {
+        rows.append(index.row());
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+void CInterfacePanel::openChosen()
+{
+    for (const int row : chosenRows()) {
+        m_workbench.interfaces().open(row);
+    }
+}
+
+void CInterfacePanel::closeChosen()
+{
+    for (const int row : chosenRows()) {
+        m_workbench.interfaces().close(row);
+    }
+}
+
+void CInterfacePanel::removeChosen()
+{
+    const QList<int> rows = chosenRows();
+    std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.interfaces().remove(row); });
+}
+
+void CInterfacePanel::storeChosen()
+{
+    for (const int row : chosenRows()) {
+        m_workbench.interfaces().store(row);
+    }
+}
+
+void CInterfacePanel::addInterface()
+{
+    CInterfaceList& interfaces = m_workbench.interfaces();
+    CAddDialog dialog([&interfaces](const QString& name, const Settings& settings,
+                                    bool keep) { return interfaces.add(name, settings, keep); },
+                      this);
+    if (dialog.exec() == QDialog::Accepted) {
+        choose(interfaces.rowCount() - 1);
+    }
+}
+
+void CInterfacePanel::configure()
+{
+    CInterfaceList& interfaces = m_workbench.interfaces();
+    const QList<int> rows = chosenRows();
+    if (rows.size() != 1 || interfaces.state(rows.first()) != EInterfaceState::eClosed) {
+        return;
+    }
+    const QString name = interfaces.name(rows.first());
+    const QPointer<CInterfacePanel> self(this);
+    Cim::CCanInterface& canInterface = interfaces.settingsOf(rows.first());
+    const int code = canInterface.configure(this, Qt::WindowFlags());
+    // While the dialog was there, a scan may have brought rows, and the program may have been told to end.
+    if (!self || interfaces.rowOf(name) < 0) {
+        return;
+    }
+    if (code != 0) {
+        m_workbench.events().add(
+            {microsecondsNow(), EEvent::eResult, name, code, 1, canInterface.errorCodeToString(code)});
+    }
+    interfaces.settingsChanged(interfaces.rowOf(name));
+    showState();
+}
+
+void CInterfacePanel::startScan()
+{
+    m_workbench.startScan();
+    m_scanClock.start();
+    m_scanTimer.start(SCAN_STEP_MS);
+    showScan();
+}
+
+void CInterfacePanel::showScan()
+{
+    const bool running = m_workbench.scan().isRunning();
+    m_scan->setEnabled(!running);
+    m_progress->setVisible(running);
+    m_progress->setValue(static_cast<int>(std::min<qint64>(m_scanClock.elapsed(), USUAL_SCAN_MS - SCAN_STEP_MS)));
+    if (!running) {
+        m_scanTimer.stop();
+    }
+}
+
+void CInterfacePanel::setBaudrate(const QString& rate)
+{
+    for (const int row : chosenRows()) {
+        if (!m_workbench.interfaces().setBaudrate(row, rate.toInt())) {
+            m_workbench.note(tr("%1 keeps its baud rate.").arg(m_workbench.interfaces().name(row)));
+        }
+    }
+}
+
+void CInterfacePanel::showState()
+{
+    const CInterfaceList& interfaces = m_workbench.interfaces();
+    const QList<int> rows = chosenRows();
+    const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
+    const auto isClosed = [&](int row) { return interfaces.state(row) == EInterfaceState::eClosed; };
+    const bool anyClosed = any(isClosed);
+    const bool oneClosed = rows.size() == 1 && anyClosed;
+    m_open->setEnabled(anyClosed);
+    m_close->setEnabled(
+        any([&](int row) { return !isClosed(row) && interfaces.state(row) != EInterfaceState::eClosing; }));
+    m_configure->setEnabled(oneClosed);
+    m_remove->setEnabled(anyClosed);
+    m_store->setEnabled(any([&](int row) { return !interfaces.isStored(row); }));
+    m_baudrate->setEnabled(anyClosed);
+    if (!rows.isEmpty()) {
+        m_baudrate->setCurrentText(QString::number(interfaces.settingsOf(rows.first()).baudrate()));
+    }
+}
+
+void CInterfacePanel::loadState(QSettings& settings)
+{
+    m_table->horizontalHeader()->restoreState(settings.value(COLUMNS).toByteArray());
+}
+
+void CInterfacePanel::saveState(QSettings& settings) const
+{
+    settings.setValue(COLUMNS, m_table->horizontalHeader()->saveState());
+}
+
+} // namespace vexmor::Apps::Cimview

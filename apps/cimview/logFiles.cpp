@@ -1,0 +1,98 @@
+#include "apps/cimview/logFiles.h"
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+/// Messages in one turn of the event loop: some milliseconds.
+constexpr std::size_t PIECE = 5000;
+} // namespace
+
+CLogLoader::CLogLoader(CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+{
+    connect(&m_timer, &QTimer::timeout, this, &CLogLoader::loadPiece);
+}
+
+void CLogLoader::load(const QString& path)
+{
+    m_path = path;
+    m_count = 0;
+    QString error;
+    m_reader = Candump::CLogReader();
+    if (!m_reader.open(path, error)) {
+        finish(error);
+        return;
+    }
+    m_timer.start(0);
+}
+
+void CLogLoader::loadPiece()
+{
+    std::vector<STraceRecord> records;
+    Candump::SLogEntry entry;
+    QString error;
+    bool more = true;
+    while (records.size() < PIECE && (more = m_reader.next(entry, error))) {
+        const std::uint16_t source = m_names.numberOf(QString::fromUtf8(entry.interfaceName));
+        records.push_back({entry.microseconds, entry.message, source, false});
+    }
+    m_count += records.size();
+    Q_EMIT loaded(records);
+    if (!more) {
+        const QString skipped = m_reader.skipped() == 0
+                                    ? QString()
+                                    : tr("%1: %n line(s) skipped (empty, 29-bit, remote, error or CAN FD frames)",
+                                         nullptr, m_reader.skipped())
+                                          .arg(m_path);
+        finish(error.isEmpty() ? skipped : error);
+    }
+}
+
+void CLogLoader::finish(const QString& problem)
+{
+    m_timer.stop();
+    Q_EMIT finished(m_count, problem);
+}
+
+CLogSaver::CLogSaver(const CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+{
+    connect(&m_timer, &QTimer::timeout, this, &CLogSaver::savePiece);
+}
+
+void CLogSaver::save(const QString& path, std::vector<STraceRecord> records)
+{
+    m_file.setFileName(path);
+    m_records = std::move(records);
+    m_written = 0;
+    if (!m_file.open(QIODevice::WriteOnly)) {
+        Q_EMIT finished(0, tr("%1 cannot be written: %2").arg(path, m_file.errorString()));
+        return;
+    }
+    m_timer.start(0);
+}
+
+void CLogSaver::savePiece()
+{
+    const std::size_t end = std::min(m_written + PIECE, m_records.size());
+    for (; m_written < end; ++m_written) {
+        const STraceRecord& record = m_records[m_written];
+        m_file.write(Candump::formatLogLine({record.microseconds, logName(record.source), record.message}) + '\n');
+    }
+    if (m_written < m_records.size()) {
+        return;
+    }
+    m_timer.stop();
+    const bool ok = m_file.commit();
+    Q_EMIT finished(ok ? m_written : 0,
+                    ok ? QString() : tr("%1 cannot be written: %2").arg(m_file.fileName(), m_file.errorString()));
+}
+
+QByteArray CLogSaver::logName(std::uint16_t source) const
+{
+    // A field of the line: no blanks in it.
+    return m_names.name(source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
+}
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "apps/cimview/sourceNames.h"
+#include "apps/cimview/traceRecord.h"
+#include "candump/candumpLog.h"
+
+#include <QObject>
+#include <QSaveFile>
+#include <QString>
+#include <QTimer>
+
+#include <vector>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// Reads a log in candump's format, a piece each turn of the event loop: a long one does not stop the window.
+class CLogLoader : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `names` must outlive the loader.
+    explicit CLogLoader(CSourceNames& names, QObject* parent = nullptr);
+
+    /// Starts to read; ends with `finished`.
+    void load(const QString& path);
+
+Q_SIGNALS:
+    void loaded(const std::vector<vexmor::Apps::Cimview::STraceRecord>& records);
+    /// So many messages were read; `problem` is a text for the user when something of the file could not be.
+    void finished(quint64 count, const QString& problem);
+
+private:
+    void loadPiece();
+    void finish(const QString& problem);
+
+    CSourceNames& m_names;
+    QTimer m_timer;
+    Candump::CLogReader m_reader;
+    QString m_path;
+    quint64 m_count = 0;
+};
+
+/// Writes messages as a log in candump's format, in the same way. The file stands there whole or not at all.
+class CLogSaver : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CLogSaver(const CSourceNames& names, QObject* parent = nullptr);
+
+    /// Starts to write; ends with `finished`.
+    void save(const QString& path, std::vector<STraceRecord> records);
+
+Q_SIGNALS:
+    void finished(quint64 count, const QString& problem);
+
+private:
+    void savePiece();
+    QByteArray logName(std::uint16_t source) const;
+
+    const CSourceNames& m_names;
+    QTimer m_timer;
+    QSaveFile m_file;
+    std::vector<STraceRecord> m_records;
+    std::size_t m_written = 0;
+};
+
+} // namespace vexmor::Apps::Cimview

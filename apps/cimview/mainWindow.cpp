@@ -1,0 +1,144 @@
+#include "apps/cimview/mainWindow.h"
+
+#include "apps/cimview/busloadPlot.h"
+#include "apps/cimview/eventPanel.h"
+#include "apps/cimview/interfacePanel.h"
+#include "apps/cimview/messagePanel.h"
+#include "apps/cimview/sendPanel.h"
+#include "apps/cimview/workbench.h"
+
+#include <QDockWidget>
+#include <QLabel>
+#include <QMenuBar>
+#include <QSettings>
+#include <QStatusBar>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+const QString GROUP = QStringLiteral("Cimview");
+const QString GEOMETRY = QStringLiteral("Geometry");
+const QString STATE = QStringLiteral("WindowState");
+constexpr QSize INITIAL_SIZE(1200, 820);
+} // namespace
+
+CMainWindow::CMainWindow(CWorkbench& workbench)
+    : m_workbench(workbench),
+      m_interfaces(new CInterfacePanel(workbench)),
+      m_messages(new CMessagePanel(workbench)),
+      m_events(new CEventPanel(workbench.events())),
+      m_unread(new QLabel)
+{
+    setWindowTitle(tr("CAN interfaces"));
+    setCentralWidget(m_messages);
+    setDockNestingEnabled(true);
+    QDockWidget* const interfaces =
+        addPanel(QStringLiteral("Interfaces"), tr("Interfaces"), m_interfaces, Qt::TopDockWidgetArea);
+    QDockWidget* const plot = addPanel(QStringLiteral("Busload"), tr("Bus load"),
+                                       new CBusloadPlot(workbench.busloads()), Qt::TopDockWidgetArea);
+    splitDockWidget(interfaces, plot, Qt::Horizontal);
+    QDockWidget* const send =
+        addPanel(QStringLiteral("Send"), tr("Send"), new CSendPanel(workbench), Qt::BottomDockWidgetArea);
+    m_eventDock = addPanel(QStringLiteral("Events"), tr("Events"), m_events, Qt::BottomDockWidgetArea);
+    splitDockWidget(send, m_eventDock, Qt::Horizontal);
+    resizeDocks({interfaces, plot}, {3, 2}, Qt::Horizontal);
+    resizeDocks({send, m_eventDock}, {1, 1}, Qt::Horizontal);
+    resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
+    makeMenus();
+
+    statusBar()->addPermanentWidget(m_unread);
+    connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
+    showUnread(workbench.events().unread());
+    resize(INITIAL_SIZE);
+    loadState();
+}
+
+CMainWindow::~CMainWindow() = default;
+
+QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
+{
+    auto* const dock = new QDockWidget(title, this);
+    dock->setObjectName(name); // saveState tells the docks apart by it
+    dock->setWidget(panel);
+    addDockWidget(area, dock);
+    return dock;
+}
+
+void CMainWindow::makeMenus()
+{
+    QMenu* const file = menuBar()->addMenu(tr("&File"));
+    file->addAction(&m_messages->loadAction());
+    file->addAction(&m_messages->saveAction());
+    file->addSeparator();
+    QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+
+    menuBar()->addMenu(tr("&Interface"))->addActions(m_interfaces->interfaceActions());
+
+    QMenu* const messages = menuBar()->addMenu(tr("&Messages"));
+    messages->addAction(&m_messages->pauseAction());
+    messages->addAction(&m_messages->clearAction());
+    messages->addAction(&m_messages->findAction());
+
+    QMenu* const view = menuBar()->addMenu(tr("&View"));
+    const QList<QDockWidget*> docks = findChildren<QDockWidget*>();
+    int number = 1;
+    for (QDockWidget* const dock : docks) {
+        QAction* const action = view->addAction(dock->windowTitle(), [dock] {
+            dock->show();
+            dock->raise();
+            if (QWidget* const first = dock->widget()->nextInFocusChain()) {
+                first->setFocus(Qt::ShortcutFocusReason);
+            }
+        });
+        action->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + number++)));
+    }
+    view->addSeparator();
+    for (QDockWidget* const dock : docks) {
+        QAction* const toggle = dock->toggleViewAction();
+        view->addAction(toggle);
+    }
+}
+
+void CMainWindow::showUnread(int unread)
+{
+    m_eventDock->setWindowTitle(unread == 0 ? tr("Events") : tr("Events (%1 new)").arg(unread));
+    m_unread->setText(unread == 0 ? QString() : tr("%n new error(s)", nullptr, unread));
+}
+
+void CMainWindow::showEvents()
+{
+    m_eventDock->show();
+    m_eventDock->raise();
+}
+
+void CMainWindow::loadState()
+{
+    QSettings settings;
+    settings.beginGroup(GROUP);
+    restoreGeometry(settings.value(GEOMETRY).toByteArray());
+    restoreState(settings.value(STATE).toByteArray());
+    m_messages->loadState(settings);
+    m_interfaces->loadState(settings);
+    m_workbench.sendList().load(settings);
+}
+
+void CMainWindow::saveState()
+{
+    QSettings settings;
+    settings.beginGroup(GROUP);
+    settings.setValue(GEOMETRY, saveGeometry());
+    settings.setValue(STATE, QMainWindow::saveState());
+    m_messages->saveState(settings);
+    m_interfaces->saveState(settings);
+    m_workbench.sendList().save(settings);
+}
+
+void CMainWindow::closeEvent(QCloseEvent* event)
+{
+    saveState();
+    QMainWindow::closeEvent(event);
+}
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QLabel;
+
+namespace vexmor::Apps::Cimview
+{
+
+class CBusloadPlot;
+class CEventPanel;
+class CInterfacePanel;
+class CMessagePanel;
+class CSendPanel;
+class CWorkbench;
+
+/// The window: the messages in the middle, the other panels around them, to be moved or hidden. Keeps its state in the
+/// group "Cimview" of the settings store.
+class CMainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// `workbench` must outlive the window.
+    explicit CMainWindow(CWorkbench& workbench);
+    ~CMainWindow() override;
+
+    CInterfacePanel& interfacePanel() { return *m_interfaces; }
+    CMessagePanel& messagePanel() { return *m_messages; }
+    CEventPanel& eventPanel() { return *m_events; }
+    /// Brings the event log to the front.
+    void showEvents();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
+    void makeMenus();
+    void showUnread(int unread);
+    void loadState();
+    void saveState();
+
+    CWorkbench& m_workbench;
+    CInterfacePanel* m_interfaces;
+    CMessagePanel* m_messages;
+    CEventPanel* m_events;
+    QDockWidget* m_eventDock;
+    QLabel* m_unread;
+};
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,49 @@
+#include "apps/cimview/messageFeed.h"
+
+namespace vexmor::Apps::Cimview
+{
+
+CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
+    : m_capacity(capacity), m_trace(names, capacity), m_identifiers(names)
+{
+}
+
+void CMessageFeed::feed(const std::vector<STraceRecord>& records)
+{
+    if (!m_paused) {
+        show(records);
+        m_identifiers.setNow(microsecondsNow());
+        return;
+    }
+    m_waiting.insert(m_waiting.end(), records.begin(), records.end());
+    if (m_waiting.size() > m_capacity) {
+        const std::size_t excess = m_waiting.size() - m_capacity + m_capacity / 10; // rarely, then many
+        m_waiting.erase(m_waiting.begin(), m_waiting.begin() + static_cast<std::ptrdiff_t>(excess));
+    }
+}
+
+void CMessageFeed::show(const std::vector<STraceRecord>& records)
+{
+    if (!records.empty()) {
+        m_trace.append(records);
+        m_identifiers.append(records);
+    }
+}
+
+void CMessageFeed::setPaused(bool paused)
+{
+    m_paused = paused;
+    if (!paused) {
+        show(m_waiting);
+        m_waiting = {}; // gives the memory back
+    }
+}
+
+void CMessageFeed::clear()
+{
+    m_waiting = {};
+    m_trace.clear();
+    m_identifiers.clear();
+}
+
+} // namespace vexmor::Apps::Cimview

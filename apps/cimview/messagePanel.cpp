@@ -1,0 +1,269 @@
+#include "apps/cimview/messagePanel.h"
+
+#include "apps/cimview/changedBytesDelegate.h"
+#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/workbench.h"
+#include "apps/common/failure.h"
+
+#include <QFileDialog>
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QScrollBar>
+#include <QSettings>
+#include <QTabWidget>
+#include <QTableView>
+#include <QToolButton>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+const QString ID_FILTER = QStringLiteral("IdFilter");
+const QString TEXT_FILTER = QStringLiteral("TextFilter");
+const QString TAB = QStringLiteral("MessageTab");
+const QString TRACE_COLUMNS = QStringLiteral("TraceColumns");
+const QString IDENTIFIER_COLUMNS = QStringLiteral("IdentifierColumns");
+/// A filter is applied when the user stops typing: it goes over the whole trace.
+constexpr int FILTER_DELAY_MS = 250;
+constexpr int COUNT_INTERVAL_MS = 500;
+
+void setColumnWidths(QTableView& table, const QStringList& samples)
+{
+    const QFontMetrics metrics(table.font());
+    for (int column = 0; column < samples.size(); ++column) {
+        const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("MM"));
+        table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
+    }
+}
+} // namespace
+
+CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
+    : QWidget(parent),
+      m_workbench(workbench),
+      m_feed(workbench.feed()),
+      m_identifiers(m_feed.identifiers(), workbench.names()),
+      m_loader(workbench.names()),
+      m_saver(workbench.names()),
+      m_pause(tr("&Pause")),
+      m_clear(tr("C&lear")),
+      m_load(tr("&Load log ...")),
+      m_save(tr("&Save log ...")),
+      m_find(tr("&Find text")),
+      m_idEdit(new QLineEdit(this)),
+      m_textEdit(new QLineEdit(this)),
+      m_counts(new QLabel(this)),
+      m_tabs(new QTabWidget(this)),
+      m_traceView(new QTableView(this)),
+      m_identifierView(new QTableView(this))
+{
+    makeTables();
+    m_tabs->addTab(m_traceView, tr("T&race"));
+    m_tabs->addTab(m_identifierView, tr("By i&dentifier"));
+    auto* const layout = new QVBoxLayout(this);
+    layout->addWidget(makeFilterBar());
+    layout->addWidget(m_tabs, 1);
+    connectActions();
+}
+
+QWidget* CMessagePanel::makeFilterBar()
+{
+    m_pause.setCheckable(true);
+    m_pause.setShortcut(QKeySequence(Qt::Key_F8));
+    m_clear.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
+    m_load.setShortcut(QKeySequence::Open);
+    m_save.setShortcut(QKeySequence::Save);
+    m_find.setShortcut(QKeySequence::Find);
+    m_idEdit->setPlaceholderText(tr("all, or like 123  120:7F0"));
+    m_idEdit->setToolTip(
+        tr("Identifiers to show, hexadecimal: ID, or ID:MASK for all that equal ID in the bits of MASK.\n"
+           "Several stand with blanks between."));
+    m_idEdit->setClearButtonEnabled(true);
+    m_textEdit->setPlaceholderText(tr("any text or data"));
+    m_textEdit->setToolTip(
+        tr("Shows only messages with this text in interface, direction, identifier, data or ASCII."));
+    m_textEdit->setClearButtonEnabled(true);
+    auto* const idLabel = new QLabel(tr("&Identifier:"), this);
+    idLabel->setBuddy(m_idEdit);
+    auto* const textLabel = new QLabel(tr("Te&xt:"), this);
+    textLabel->setBuddy(m_textEdit);
+
+    auto* const bar = new QWidget(this);
+    auto* const layout = new QHBoxLayout(bar);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(idLabel);
+    layout->addWidget(m_idEdit, 1);
+    layout->addWidget(textLabel);
+    layout->addWidget(m_textEdit, 1);
+    for (QAction* const action : {&m_pause, &m_clear, &m_load, &m_save}) {
+        layout->addWidget(makeButton(*action, bar));
+    }
+    layout->addWidget(m_counts);
+    return bar;
+}
+
+void CMessagePanel::makeTables()
+{
+    const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    const QString data = QStringLiteral("00 11 22 33 44 55 66 77");
+    m_traceView->setFont(fixed);
+    m_traceView->setModel(&m_feed.trace());
+    setUpTable(*m_traceView);
+    setColumnWidths(*m_traceView, {QStringLiteral("00:00:00.000000"), QStringLiteral("interface 1"),
+                                   QStringLiteral("RX"), QStringLiteral("7FF"), QStringLiteral("8"), data});
+    m_identifierView->setFont(fixed);
+    m_identifierView->setModel(&m_identifiers);
+    m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
+    setUpTable(*m_identifierView);
+    setColumnWidths(*m_identifierView,
+                    {QStringLiteral("7FF"), QStringLiteral("interface 1"), QStringLiteral("RX"),
+                     QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
+    followEnd();
+}
+
+void CMessagePanel::followEnd()
+{
+    const auto& trace = m_feed.trace();
+    QScrollBar* const bar = m_traceView->verticalScrollBar();
+    connect(&trace, &QAbstractItemModel::rowsAboutToBeInserted, this,
+            [this, bar] { m_followsEnd = bar->value() == bar->maximum(); });
+    connect(&trace, &QAbstractItemModel::rowsInserted, this, [this] {
+        if (m_followsEnd) {
+            m_traceView->scrollToBottom();
+        }
+    });
+    // What the user reads stays in its place when older messages go.
+    connect(&trace, &QAbstractItemModel::rowsRemoved, this, [bar](const QModelIndex&, int first, int last) {
+        if (bar->value() != bar->maximum()) {
+            bar->setValue(bar->value() - (last - first + 1));
+        }
+    });
+    connect(&trace, &QAbstractItemModel::modelReset, m_traceView, &QTableView::scrollToBottom, Qt::QueuedConnection);
+}
+
+void CMessagePanel::connectActions()
+{
+    connect(&m_pause, &QAction::toggled, this, [this](bool paused) { m_feed.setPaused(paused); });
+    connect(&m_clear, &QAction::triggered, this, [this] { m_feed.clear(); });
+    connect(&m_load, &QAction::triggered, this, [this] { askForLog(false); });
+    connect(&m_save, &QAction::triggered, this, [this] { askForLog(true); });
+    connect(&m_find, &QAction::triggered, m_textEdit, [this] {
+        m_textEdit->setFocus();
+        m_textEdit->selectAll();
+    });
+    connect(&m_loader, &CLogLoader::loaded, &m_feed, &CMessageFeed::show);
+    connect(&m_loader, &CLogLoader::finished, this, &CMessagePanel::onLoaded);
+    connect(&m_saver, &CLogSaver::finished, this, &CMessagePanel::onSaved);
+
+    m_filterTimer.setSingleShot(true);
+    m_filterTimer.setInterval(FILTER_DELAY_MS);
+    connect(&m_filterTimer, &QTimer::timeout, this, &CMessagePanel::applyFilter);
+    for (QLineEdit* const edit : {m_idEdit, m_textEdit}) {
+        connect(edit, &QLineEdit::textChanged, &m_filterTimer, QOverload<>::of(&QTimer::start));
+        connect(edit, &QLineEdit::returnPressed, this, &CMessagePanel::applyFilter);
+    }
+    connect(&m_countTimer, &QTimer::timeout, this, &CMessagePanel::showCounts);
+    m_countTimer.start(COUNT_INTERVAL_MS);
+    showCounts();
+}
+
+void CMessagePanel::applyFilter()
+{
+    m_filterTimer.stop();
+    try {
+        const CMessageMatcher matcher(parseFilters(m_idEdit->text()), m_textEdit->text());
+        m_feed.trace().setMatcher(matcher);
+        m_identifiers.setMatcher(matcher);
+        m_counts->setToolTip(QString());
+    } catch (const SFailure& failure) { // half a filter, still being typed: what was there before goes on
+        m_counts->setToolTip(failure.text);
+    }
+    showCounts();
+}
+
+void CMessagePanel::askForLog(bool save)
+{
+    const QString filter = tr("candump logs (*.log);;All files (*)");
+    const QString path = save ? QFileDialog::getSaveFileName(this, tr("Save log"), QString(), filter)
+                              : QFileDialog::getOpenFileName(this, tr("Load log"), QString(), filter);
+    if (!path.isEmpty()) {
+        save ? saveLog(path) : loadLog(path);
+    }
+}
+
+void CMessagePanel::loadLog(const QString& path)
+{
+    m_feed.clear();
+    m_pause.setChecked(true);
+    m_load.setEnabled(false);
+    m_save.setEnabled(false);
+    m_loader.load(path);
+}
+
+void CMessagePanel::onLoaded(quint64 count, const QString& problem)
+{
+    m_load.setEnabled(true);
+    m_save.setEnabled(true);
+    m_workbench.note(tr("%1 messages loaded; live messages wait until the pause ends.").arg(count));
+    if (!problem.isEmpty()) {
+        m_workbench.note(problem);
+    }
+}
+
+void CMessagePanel::saveLog(const QString& path)
+{
+    std::vector<STraceRecord> records;
+    records.reserve(static_cast<std::size_t>(m_feed.trace().rowCount()));
+    for (int row = 0; row < m_feed.trace().rowCount(); ++row) {
+        records.push_back(m_feed.trace().record(row));
+    }
+    m_load.setEnabled(false);
+    m_save.setEnabled(false);
+    m_saver.save(path, std::move(records));
+}
+
+void CMessagePanel::onSaved(quint64 count, const QString& problem)
+{
+    m_load.setEnabled(true);
+    m_save.setEnabled(true);
+    m_workbench.note(problem.isEmpty() ? tr("%1 messages saved.").arg(count) : problem);
+}
+
+void CMessagePanel::showCounts()
+{
+    if (!m_counts->toolTip().isEmpty()) {
+        m_counts->setText(tr("filter not complete"));
+    } else if (m_feed.isPaused()) {
+        m_counts->setText(tr("%L1 waiting").arg(m_feed.heldBack()));
+    } else {
+        m_counts->setText(tr("%L1 of %L2").arg(m_feed.trace().rowCount()).arg(m_feed.trace().size()));
+    }
+}
+
+void CMessagePanel::setTab(int tab)
+{
+    m_tabs->setCurrentIndex(tab);
+}
+
+void CMessagePanel::loadState(QSettings& settings)
+{
+    m_idEdit->setText(settings.value(ID_FILTER).toString());
+    m_textEdit->setText(settings.value(TEXT_FILTER).toString());
+    setTab(settings.value(TAB).toInt());
+    m_traceView->horizontalHeader()->restoreState(settings.value(TRACE_COLUMNS).toByteArray());
+    m_identifierView->horizontalHeader()->restoreState(settings.value(IDENTIFIER_COLUMNS).toByteArray());
+    applyFilter();
+}
+
+void CMessagePanel::saveState(QSettings& settings) const
+{
+    settings.setValue(ID_FILTER, m_idEdit->text());
+    settings.setValue(TEXT_FILTER, m_textEdit->text());
+    settings.setValue(TAB, m_tabs->currentIndex());
+    settings.setValue(TRACE_COLUMNS, m_traceView->horizontalHeader()->saveState());
+    settings.setValue(IDENTIFIER_COLUMNS, m_identifierView->horizontalHeader()->saveState());
+}
+
+} // namespace vexmor::Apps::Cimview

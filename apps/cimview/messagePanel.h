@@ -1,0 +1,81 @@
+#pragma once
+
+#include "apps/cimview/identifierModel.h"
+#include "apps/cimview/logFiles.h"
+#include "apps/cimview/messageFeed.h"
+
+#include <QAction>
+#include <QTimer>
+#include <QWidget>
+
+class QLabel;
+class QLineEdit;
+class QSettings;
+class QTabWidget;
+class QTableView;
+
+namespace vexmor::Apps::Cimview
+{
+
+class CWorkbench;
+
+/// The messages: the live trace, which follows its end until the user scrolls up, and the view by identifier; with
+/// filters, pause and logs.
+class CMessagePanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit CMessagePanel(CWorkbench& workbench, QWidget* parent = nullptr);
+
+    QAction& pauseAction() { return m_pause; }
+    QAction& clearAction() { return m_clear; }
+    QAction& loadAction() { return m_load; }
+    QAction& saveAction() { return m_save; }
+    QAction& findAction() { return m_find; }
+
+    /// Shows a log; the live display is paused meanwhile.
+    void loadLog(const QString& path);
+    /// Writes the messages that are shown.
+    void saveLog(const QString& path);
+    /// Shows the trace (0) or the view by identifier (1).
+    void setTab(int tab);
+
+    QTableView& traceView() { return *m_traceView; }
+
+    void loadState(QSettings& settings);
+    void saveState(QSettings& settings) const;
+
+private:
+    QWidget* makeFilterBar();
+    void makeTables();
+    void connectActions();
+    void followEnd();
+    void applyFilter();
+    void askForLog(bool save);
+    void onLoaded(quint64 count, const QString& problem);
+    void onSaved(quint64 count, const QString& problem);
+    void showCounts();
+
+    CWorkbench& m_workbench;
+    CMessageFeed& m_feed;
+    CIdentifierFilter m_identifiers;
+    CLogLoader m_loader;
+    CLogSaver m_saver;
+    QAction m_pause;
+    QAction m_clear;
+    QAction m_load;
+    QAction m_save;
+    QAction m_find;
+    QLineEdit* m_idEdit;
+    QLineEdit* m_textEdit;
+    QLabel* m_counts;
+    QTabWidget* m_tabs;
+    QTableView* m_traceView;
+    QTableView* m_identifierView;
+    QTimer m_filterTimer;
+    QTimer m_countTimer;
+    bool m_followsEnd = true;
+};
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "apps/cimview/traceRecord.h"
+#include "apps/common/messageFilter.h"
+
+#include <QString>
+
+#include <vector>
+
+/// How messages read, and which of them are looked for.
+namespace vexmor::Apps::Cimview
+{
+
+std::int64_t microsecondsNow();
+
+/// Time of day with microseconds, local.
+QString timeText(std::int64_t microseconds);
+/// Three hexadecimal digits.
+QString idText(const Cim::CCanMessage& message);
+/// Two hexadecimal digits for each byte, with blanks between.
+QString dataText(const Cim::CCanMessage& message);
+/// A character for each byte, a dot for what is none.
+QString asciiText(const Cim::CCanMessage& message);
+/// "TX" or "RX".
+QString directionText(bool sent);
+
+/// What the user wants to see: messages that one of the filters lets through and that contain a text.
+class CMessageMatcher
+{
+public:
+    /// `text` is looked for in interface, direction, identifier, data (with blanks and without) and ASCII, in upper or
+    /// lower case; empty: in no message.
+    explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
+
+    bool matches(const STraceRecord& record, const QString& sourceName) const;
+
+private:
+    std::vector<SFilter> m_filters;
+    QString m_text; ///< upper case
+};
+
+/// Reads what the user typed: filters ID:MASK or ID, with blanks or commas between. Fails as parseFilter does.
+std::vector<SFilter> parseFilters(const QString& text);
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,178 @@
+#include "apps/cimview/sendList.h"
+
+#include "apps/cimview/messageText.h"
+#include "candump/candumpLog.h"
+
+#include <QSettings>
+
+namespace vexmor::Apps::Cimview
+{
+namespace
+{
+const QString ARRAY = QStringLiteral("SendList");
+const QString FRAME = QStringLiteral("Frame");
+const QString INTERVAL = QStringLiteral("Interval");
+const QString COMMENT = QStringLiteral("Comment");
+constexpr int DEFAULT_INTERVAL_MS = 100;
+} // namespace
+
+bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& message, QString& error)
+{
+    const QString frame =
+        id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
+    return Candump::parseFrame(frame.toLatin1(), message, error);
+}
+
+void CSendList::add(const SSendItem& item)
+{
+    beginInsertRows({}, rowCount(), rowCount());
+    m_items.push_back(item);
+    m_items.back().key = m_nextKey++;
+    m_items.back().running = false;
+    endInsertRows();
+}
+
+void CSendList::remove(int row)
+{
+    setRunning(row, false);
+    beginRemoveRows({}, row, row);
+    m_items.erase(m_items.begin() + row);
+    endRemoveRows();
+}
+
+void CSendList::stopAll()
+{
+    for (int row = 0; row < rowCount(); ++row) {
+        setRunning(row, false);
+    }
+}
+
+void CSendList::setRunning(int row, bool running)
+{
+    SSendItem& changed = m_items[static_cast<std::size_t>(row)];
+    if (changed.running != running) {
+        changed.running = running;
+        Q_EMIT dataChanged(index(row, eCyclic), index(row, eCyclic));
+        Q_EMIT cyclicChanged(changed.key, changed.message, running ? changed.milliseconds : 0);
+    }
+}
+
+void CSendList::load(QSettings& settings)
+{
+    const int count = settings.beginReadArray(ARRAY);
+    for (int i = 0; i < count; ++i) {
+        settings.setArrayIndex(i);
+        SSendItem item;
+        QString error;
+        if (Candump::parseFrame(settings.value(FRAME).toByteArray(), item.message, error)) {
+            item.milliseconds = qBound(1, settings.value(INTERVAL, DEFAULT_INTERVAL_MS).toInt(), MAX_INTERVAL_MS);
+            item.comment = settings.value(COMMENT).toString();
+            add(item);
+        }
+    }
+    settings.endArray();
+}
+
+void CSendList::save(QSettings& settings) const
+{
+    settings.remove(ARRAY);
+    settings.beginWriteArray(ARRAY, rowCount());
+    for (int i = 0; i < rowCount(); ++i) {
+        settings.setArrayIndex(i);
+        settings.setValue(FRAME, QString::fromLatin1(Candump::formatFrame(item(i).message)));
+        settings.setValue(INTERVAL, item(i).milliseconds);
+        settings.setValue(COMMENT, item(i).comment);
+    }
+    settings.endArray();
+}
+
+int CSendList::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_items.size());
+}
+
+int CSendList::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : eColumnCount;
+}
+
+Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
+{
+    const Qt::ItemFlags own = index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable;
+    return QAbstractTableModel::flags(index) | own;
+}
+
+QVariant CSendList::data(const QModelIndex& index, int role) const
+{
+    const SSendItem& shown = item(index.row());
+    if (role == Qt::CheckStateRole && index.column() == eCyclic) {
+        return shown.running ? Qt::Checked : Qt::Unchecked;
+    }
+    if (role != Qt::DisplayRole && role != Qt::EditRole) {
+        return {};
+    }
+    switch (index.column()) {
+    case eId:
+        return idText(shown.message);
+    case eData:
+        return dataText(shown.message);
+    case eInterval:
+        return shown.milliseconds;
+    case eComment:
+        return shown.comment;
+    default:
+        return {};
+    }
+}
+
+bool CSendList::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (role == Qt::CheckStateRole && index.column() == eCyclic) {
+        setRunning(index.row(), value.toInt() == Qt::Checked);
+        return true;
+    }
+    SSendItem& changed = m_items[static_cast<std::size_t>(index.row())];
+    if (role != Qt::EditRole || !edit(changed, index.column(), value.toString())) {
+        return false;
+    }
+    Q_EMIT dataChanged(index, index);
+    if (changed.running && index.column() != eComment) {
+        Q_EMIT cyclicChanged(changed.key, changed.message, changed.milliseconds);
+    }
+    return true;
+}
+
+bool CSendList::edit(SSendItem& item, int column, const QString& text)
+{
+    QString error;
+    bool ok = true;
+    if (column == eComment) {
+        item.comment = text;
+    } else if (column == eInterval) {
+        const int milliseconds = text.toInt(&ok);
+        ok = ok && milliseconds >= 1 && milliseconds <= MAX_INTERVAL_MS;
+        if (ok) {
+            item.milliseconds = milliseconds;
+        } else {
+            error = tr("interval %1: must be 1 to %2 ms").arg(text).arg(MAX_INTERVAL_MS);
+        }
+    } else {
+        const QString id = column == eId ? text : idText(item.message);
+        ok = parseMessage(id, column == eData ? text : dataText(item.message), item.message, error);
+    }
+    if (!ok) {
+        Q_EMIT refused(error);
+    }
+    return ok;
+}
+
+QVariant CSendList::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    const QString titles[eColumnCount] = {tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")};
+    return titles[section];
+}
+
+} // namespace vexmor::Apps::Cimview

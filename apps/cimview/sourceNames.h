@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// The names of interfaces by number, so that a record needs two bytes for its own. A name keeps its number to the end
+/// of the program, also when its interface is gone. Window thread only.
+class CSourceNames
+{
+public:
+    /// The number of a name; a new name gets the next one. Names past the 65535th share the last number.
+    std::uint16_t numberOf(const QString& name)
+    {
+        const auto known = m_numbers.constFind(name);
+        if (known != m_numbers.constEnd()) {
+            return *known;
+        }
+        if (m_names.size() <= UINT16_MAX) {
+            m_names.append(name);
+        }
+        const auto number = static_cast<std::uint16_t>(m_names.size() - 1);
+        m_numbers.insert(name, number);
+        return number;
+    }
+    QString name(std::uint16_t number) const { return m_names.value(number); }
+
+private:
+    QStringList m_names;
+    QHash<QString, std::uint16_t> m_numbers;
+};
+
+} // namespace vexmor::Apps::Cimview

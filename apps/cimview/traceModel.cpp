@@ -1,0 +1,130 @@
+#include "apps/cimview/traceModel.h"
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+
+CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity, QObject* parent)
+    : QAbstractTableModel(parent), m_names(names), m_capacity(capacity)
+{
+}
+
+void CTraceModel::append(const std::vector<STraceRecord>& records)
+{
+    const std::size_t count = std::min(records.size(), m_capacity);
+    makeRoom(count);
+    std::vector<Serial> fresh;
+    for (auto record = records.end() - static_cast<std::ptrdiff_t>(count); record != records.end(); ++record) {
+        if (matches(*record)) {
+            fresh.push_back(m_first + m_records.size());
+        }
+        m_records.push_back(*record);
+    }
+    if (!fresh.empty()) {
+        const int first = rowCount();
+        beginInsertRows({}, first, first + static_cast<int>(fresh.size()) - 1);
+        m_rows.insert(m_rows.end(), fresh.begin(), fresh.end());
+        endInsertRows();
+    }
+}
+
+void CTraceModel::makeRoom(std::size_t count)
+{
+    if (m_records.size() + count <= m_capacity) {
+        return;
+    }
+    const std::size_t wanted = std::max(m_records.size() + count - m_capacity, m_capacity / 10);
+    const std::size_t dropped = std::min(wanted, m_records.size());
+    const auto firstKept = std::lower_bound(m_rows.begin(), m_rows.end(), m_first + dropped);
+    const auto gone = static_cast<int>(firstKept - m_rows.begin());
+    if (gone > 0) {
+        beginRemoveRows({}, 0, gone - 1);
+        m_rows.erase(m_rows.begin(), firstKept);
+    }
+    m_records.erase(m_records.begin(), m_records.begin() + static_cast<std::ptrdiff_t>(dropped));
+    m_first += dropped;
+    if (gone > 0) {
+        endRemoveRows();
+    }
+}
+
+void CTraceModel::clear()
+{
+    beginResetModel();
+    m_first += m_records.size();
+    m_records.clear();
+    m_rows.clear();
+    endResetModel();
+}
+
+void CTraceModel::setMatcher(const CMessageMatcher& matcher)
+{
+    beginResetModel();
+    m_matcher = matcher;
+    m_rows.clear();
+    for (std::size_t i = 0; i < m_records.size(); ++i) {
+        if (matches(m_records[i])) {
+            m_rows.push_back(m_first + i);
+        }
+    }
+    endResetModel();
+}
+
+bool CTraceModel::matches(const STraceRecord& record) const
+{
+    return m_matcher.matches(record, m_names.name(record.source));
+}
+
+const STraceRecord& CTraceModel::record(int row) const
+{
+    return m_records[m_rows[static_cast<std::size_t>(row)] - m_first];
+}
+
+int CTraceModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
+}
+
+int CTraceModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : eColumnCount;
+}
+
+QVariant CTraceModel::data(const QModelIndex& index, int role) const
+{
+    if (role != Qt::DisplayRole) {
+        return {};
+    }
+    const STraceRecord& shown = record(index.row());
+    switch (index.column()) {
+    case eTime:
+        return timeText(shown.microseconds);
+    case eInterface:
+        return m_names.name(shown.source);
+    case eDirection:
+        return directionText(shown.sent);
+    case eId:
+        return idText(shown.message);
+    case eLength:
+        return shown.message.length();
+    case eData:
+        return dataText(shown.message);
+    case eAscii:
+        return asciiText(shown.message);
+    default:
+        return {};
+    }
+}
+
+QVariant CTraceModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    const QString titles[eColumnCount] = {tr("Time"),   tr("Interface"), tr("Dir"),  tr("ID"),
+                                          tr("Length"), tr("Data"),      tr("ASCII")};
+    return titles[section];
+}
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "apps/cimview/messageText.h"
+#include "apps/cimview/sourceNames.h"
+
+#include <QAbstractTableModel>
+
+#include <cstddef>
+#include <deque>
+#include <vector>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// The last messages, oldest first, those that the matcher lets through as rows.
+///
+/// Bounded: when it is full, the oldest tenth goes at once, so that a view has the cost of removed rows rarely. Rows
+/// only come at the end and only go at the beginning; another matcher resets the model.
+class CTraceModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eColumnCount };
+    static constexpr std::size_t CAPACITY = 500000;
+
+    /// `names` must outlive the model.
+    explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY, QObject* parent = nullptr);
+
+    /// Takes messages in one go; of more than fit, the last.
+    void append(const std::vector<STraceRecord>& records);
+    void clear();
+    void setMatcher(const CMessageMatcher& matcher);
+
+    /// Messages kept, shown or not.
+    std::size_t size() const { return m_records.size(); }
+    /// The message of a row.
+    const STraceRecord& record(int row) const;
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    using Serial = std::uint64_t; ///< how manieth message since the model was made
+
+    void makeRoom(std::size_t count);
+    bool matches(const STraceRecord& record) const;
+
+    const CSourceNames& m_names;
+    const std::size_t m_capacity;
+    CMessageMatcher m_matcher;
+    std::deque<STraceRecord> m_records;
+    Serial m_first = 0;         ///< serial of the oldest message kept
+    std::vector<Serial> m_rows; ///< those that are shown
+};
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "apps/cimview/busloadHistory.h"
+#include "apps/cimview/eventModel.h"
+#include "apps/cimview/interfaceList.h"
+#include "apps/cimview/interfaceScan.h"
+#include "apps/cimview/mailbox.h"
+#include "apps/cimview/messageFeed.h"
+#include "apps/cimview/sendList.h"
+#include "apps/cimview/sourceNames.h"
+
+#include <QObject>
+#include <QTimer>
+
+#include <vector>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// All that the window shows and works with, and what moves between its parts; knows no widgets. Lives in the window's
+/// thread and fetches what the interfaces' threads have left in the mailbox 25 times a second.
+class CWorkbench : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `plugins` must not be empty and must outlive the workbench.
+    explicit CWorkbench(const std::vector<SPlugin>& plugins);
+
+    CSourceNames& names() { return m_names; }
+    CInterfaceList& interfaces() { return m_interfaces; }
+    CInterfaceScan& scan() { return m_scan; }
+    CMessageFeed& feed() { return m_feed; }
+    CEventModel& events() { return m_events; }
+    CSendList& sendList() { return m_sendList; }
+    const CBusloadHistory& busloads() const { return m_busloads; }
+    /// Messages fetched so far, and those that were lost because the window did not fetch for too long.
+    std::uint64_t fetched() const { return m_fetched; }
+    std::uint64_t lost() const { return m_lost; }
+
+    /// Starts a scan of the network; what prevents it is told of by an event.
+    void startScan();
+    /// Tells the user something by way of the event log.
+    void note(const QString& text);
+
+private:
+    void fetch();
+
+    CSourceNames m_names;
+    CMailbox m_mailbox;
+    CInterfaceList m_interfaces;
+    CInterfaceScan m_scan;
+    CMessageFeed m_feed;
+    CEventModel m_events;
+    CSendList m_sendList;
+    CBusloadHistory m_busloads;
+    QTimer m_timer;
+    SDelivery m_delivery;
+    std::uint64_t m_fetched = 0;
+    std::uint64_t m_lost = 0;
+};
+
+} // namespace vexmor::Apps::Cimview
