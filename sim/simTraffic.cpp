@@ -48,7 +48,7 @@ void CSimReplay::stop()
 void CSimReplay::onTimeout()
 {
     const double now = static_cast<double>(m_clock.nsecsElapsed()) / MICROSECONDS_PER_MS * m_speed;
-    // A loop of frames that are all due at once must leave this turn all the same.
+    // However many frames are due, others have their turn as well.
     const std::uint64_t turnLimit = m_sent + 100000;
     while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && m_sent < turnLimit) {
         ++m_sent;
@@ -67,7 +67,7 @@ bool CSimReplay::advance()
     }
     if (error.isEmpty() && m_loop && m_reader.rewind() && m_reader.next(m_next, error)) {
         m_clock.restart();
-        return true;
+        return false; // the new round has a time of its own
     }
     m_timer.stop();
     if (error.isEmpty()) {

@@ -36,7 +36,7 @@ Q_SIGNALS:
 
 private:
     void onTimeout();
-    bool advance();
+    bool advance(); ///< false: nothing more in this turn
 
     CSimBus& m_bus;
     Candump::CLogReader m_reader;

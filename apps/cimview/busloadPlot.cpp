@@ -21,6 +21,7 @@ constexpr double SHOWN_SECONDS = 120;
 constexpr double MICROSECONDS_PER_SECOND = 1e6;
 constexpr double MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
+constexpr int GRID_ALPHA = 80;
 /// Told apart also by people who see few colours; the first set on a light ground, the second on a dark one.
 constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
                                       {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
@@ -41,7 +42,7 @@ CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
     setAxisScale(xBottom, -SHOWN_SECONDS, 0);
     setAxisScale(yLeft, 0, MIN_TOP_PERCENT);
     static_cast<QwtPlotCanvas*>(canvas())->setFrameStyle(QFrame::NoFrame);
-    setMinimumSize(0, 0);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding); // its hint is no minimum
     insertLegend(new QwtLegend, QwtPlot::TopLegend);
     m_grid->attach(this);
     applyPalette();
@@ -74,7 +75,9 @@ void CBusloadPlot::applyPalette()
 {
     const QColor ground = palette().color(QPalette::Base);
     setCanvasBackground(ground);
-    m_grid->setPen(palette().color(QPalette::Mid), 0, Qt::DotLine);
+    QColor line = palette().color(QPalette::Text);
+    line.setAlpha(GRID_ALPHA);
+    m_grid->setPen(line, 0, Qt::DotLine);
     const auto& colours = CURVE_COLOURS[ground.lightness() < MIDDLE_LIGHTNESS ? 1 : 0];
     std::size_t index = 0;
     for (const auto& [name, curve] : m_curves) {

@@ -20,6 +20,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     setUpTable(*m_table);
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
     const QFontMetrics metrics(font());
+    m_table->setColumnWidth(CEventModel::eSource, metrics.horizontalAdvance(QStringLiteral("Some interface 1MM")));
     m_table->setColumnWidth(CEventModel::eTime, metrics.horizontalAdvance(QStringLiteral("00:00:00.000MM")));
     m_table->setColumnWidth(CEventModel::eNumber, metrics.horizontalAdvance(QStringLiteral("error 100MM")));
     m_table->setColumnWidth(CEventModel::eCount, metrics.horizontalAdvance(QStringLiteral("TimesMMM")));

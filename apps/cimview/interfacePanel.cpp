@@ -60,6 +60,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
             [this] { setBaudrate(m_baudrate->currentText()); });
     connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
     connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
+    m_table->selectRow(0);
     showState();
 }
 
@@ -221,9 +222,8 @@ void CInterfacePanel::showState()
     m_remove->setEnabled(anyClosed);
     m_store->setEnabled(any([&](int row) { return !interfaces.isStored(row); }));
     m_baudrate->setEnabled(anyClosed);
-    if (!rows.isEmpty()) {
-        m_baudrate->setCurrentText(QString::number(interfaces.settingsOf(rows.first()).baudrate()));
-    }
+    const int rate = rows.isEmpty() ? 0 : interfaces.settingsOf(rows.first()).baudrate();
+    m_baudrate->setCurrentIndex(m_baudrate->findText(QString::number(rate)));
 }
 
 void CInterfacePanel::loadState(QSettings& settings)

@@ -41,16 +41,15 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     QDockWidget* const send =
         addPanel(QStringLiteral("Send"), tr("Send"), new CSendPanel(workbench), Qt::BottomDockWidgetArea);
     m_eventDock = addPanel(QStringLiteral("Events"), tr("Events"), m_events, Qt::BottomDockWidgetArea);
-    splitDockWidget(send, m_eventDock, Qt::Horizontal);
-    resizeDocks({interfaces, plot}, {3, 2}, Qt::Horizontal);
-    resizeDocks({send, m_eventDock}, {1, 1}, Qt::Horizontal);
-    resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
+    tabifyDockWidget(send, m_eventDock);
     makeMenus();
 
     statusBar()->addPermanentWidget(m_unread);
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
     showUnread(workbench.events().unread());
     resize(INITIAL_SIZE);
+    resizeDocks({interfaces, plot}, {3, 2}, Qt::Horizontal);
+    resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
     loadState();
 }
 

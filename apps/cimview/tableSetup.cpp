@@ -1,6 +1,7 @@
 #include "apps/cimview/tableSetup.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QHeaderView>
 #include <QTableView>
 #include <QToolButton>
@@ -20,6 +21,7 @@ void setUpTable(QTableView& table)
     table.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table.verticalHeader()->setMinimumSectionSize(1);
     table.verticalHeader()->setDefaultSectionSize(table.fontMetrics().height() + 4);
+    table.horizontalHeader()->setFont(QApplication::font());
     table.horizontalHeader()->setStretchLastSection(true);
     table.horizontalHeader()->setHighlightSections(false);
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
