@@ -23,6 +23,9 @@ public:
     /// `history` must outlive the plot.
     explicit CBusloadPlot(const CBusloadHistory& history, QWidget* parent = nullptr);
 
+    /// Small: the plot gives way to the other panels.
+    QSize minimumSizeHint() const override { return {150, 80}; }
+
 protected:
     void changeEvent(QEvent* event) override;
     void showEvent(QShowEvent* event) override;

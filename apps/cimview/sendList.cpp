@@ -98,6 +98,9 @@ int CSendList::columnCount(const QModelIndex& parent) const
 
 Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
 {
+    if (!index.isValid()) {
+        return QAbstractTableModel::flags(index);
+    }
     const Qt::ItemFlags own = index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable;
     return QAbstractTableModel::flags(index) | own;
 }

@@ -1,0 +1,352 @@
+#include "apps/cimview/eventPanel.h"
+#include "apps/cimview/interfacePanel.h"
+#include "apps/cimview/mainWindow.h"
+#include "apps/cimview/messagePanel.h"
+#include "apps/cimview/sendPanel.h"
+#include "apps/cimview/workbench.h"
+#include "sim/simBus.h"
+#include "sim/simGateway.h"
+#include "testData.h"
+
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace vexmor::Apps;
+using namespace vexmor::Apps::Cimview;
+using namespace vexmor::Sim;
+using namespace vexmor::Test;
+
+namespace
+{
+const QString HALL = QStringLiteral("hall");
+const QString STAGE = QStringLiteral("stage");
+
+std::vector<SPlugin>& plugins()
+{
+    static std::vector<SPlugin> loaded = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
+    return loaded;
+}
+
+struct SGateway {
+    explicit SGateway(CSimBus& bus) : gateway(bus)
+    {
+        QString error;
+        if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+            qFatal("%s", qPrintable(error));
+        }
+    }
+    CSimGateway gateway;
+};
+
+/// A port where connections are neither accepted nor refused: its queue of one is full.
+struct SDeafPort {
+    SDeafPort()
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const generic = reinterpret_cast<sockaddr*>(&address);
+        for (int& one : {std::ref(listener), std::ref(first)}) {
+            one = socket(AF_INET, SOCK_STREAM, 0);
+        }
+        if (bind(listener, generic, size) != 0 || listen(listener, 0) != 0 ||
+            getsockname(listener, generic, &size) != 0 || connect(first, generic, size) != 0) {
+            qFatal("no deaf port");
+        }
+        port = ntohs(address.sin_port);
+    }
+    ~SDeafPort()
+    {
+        close(first);
+        close(listener);
+    }
+    int listener = -1;
+    int first = -1;
+    std::uint16_t port = 0;
+};
+
+/// A window as the program shows it.
+struct SWindow {
+    SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench)) { window->show(); }
+
+    CInterfaceList& list() { return workbench.interfaces(); }
+    CTraceModel& trace() { return workbench.feed().trace(); }
+    EInterfaceState state(const QString& name) { return list().state(list().rowOf(name)); }
+    void open(const QString& name, std::uint16_t port)
+    {
+        const Settings settings{{StoreKey::ADDRESS, QStringLiteral("127.0.0.1")},
+                                {StoreKey::PORT, QString::number(port)},
+                                {StoreKey::BAUDRATE, QStringLiteral("500")}};
+        if (list().rowOf(name) < 0 && !list().add(name, settings, false).isEmpty()) {
+            qFatal("not added");
+        }
+        list().open(list().rowOf(name));
+    }
+    bool openAndWait(const QString& name, const CSimGateway& gateway)
+    {
+        open(name, gateway.port());
+        return QTest::qWaitFor([&] {
+            return state(name) == EInterfaceState::eConnected && gateway.tcpHostCount() == 1 &&
+                   !list().settingsOf(list().rowOf(name)).commonInfo().firmwareVersion().isEmpty();
+        });
+    }
+    /// The whole trace, as "INTERFACE DIRECTION ID DATA".
+    QStringList lines()
+    {
+        QStringList lines;
+        for (int row = 0; row < trace().rowCount(); ++row) {
+            QStringList cells;
+            for (const int column :
+                 {CTraceModel::eInterface, CTraceModel::eDirection, CTraceModel::eId, CTraceModel::eData}) {
+                cells.append(trace().index(row, column).data().toString());
+            }
+            lines.append(cells.join(QLatin1Char(' ')));
+        }
+        lines.sort();
+        return lines;
+    }
+    template <typename Widget>
+    Widget* find(const char* text, const char* property = "text")
+    {
+        for (Widget* const widget : window->findChildren<Widget*>()) {
+            if (widget->property(property).toString() == QLatin1String(text)) {
+                return widget;
+            }
+        }
+        qFatal("no widget %s", text);
+    }
+
+    CWorkbench workbench;
+    std::unique_ptr<CMainWindow> window;
+};
+} // namespace
+
+/// The window and what stands behind it, on simulated gateways.
+class CimviewTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+        QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
+    }
+    void cleanup() { QSettings().clear(); }
+
+    void severalAtOnce()
+    {
+        CSimBus bus;
+        SGateway hall(bus);
+        SGateway stage(bus);
+        SWindow run;
+        QVERIFY(run.openAndWait(HALL, hall.gateway) && run.openAndWait(STAGE, stage.gateway));
+        bus.send(message(0x100, hex("AA")));
+        run.list().session(HALL)->send(message(0x101, hex("BB")));
+        QTRY_COMPARE(run.lines(), (QStringList{QStringLiteral("hall RX 100 AA"), QStringLiteral("hall TX 101 BB"),
+                                               QStringLiteral("stage RX 100 AA"), QStringLiteral("stage RX 101 BB")}));
+        run.list().close(run.list().rowOf(HALL));
+        QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
+        bus.send(message(0x102));
+        QTRY_COMPARE(run.trace().rowCount(), 5);
+        QCOMPARE(run.state(STAGE), EInterfaceState::eConnected);
+    }
+
+    void errorsReachTheLog()
+    {
+        CSimBus bus;
+        SGateway hall(bus);
+        SWindow run;
+        CEventModel& events = run.workbench.events();
+        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        hall.gateway.sendStatus(0x09);
+        QTRY_COMPARE(events.unread(), 2);
+        SSimFaults faults;
+        faults.refuse = true; // so that it cannot come back
+        hall.gateway.setFaults(faults);
+        hall.gateway.dropLinks();
+        QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
+        QTRY_COMPARE(events.unread(), 3);
+        const SEvent& lost = events.event(events.rowCount() - 1);
+        QCOMPARE(lost.number, 0);
+        QCOMPARE(lost.source, HALL);
+        QVERIFY(lost.text.startsWith(QLatin1String("TCP connection lost.")) &&
+                lost.text.contains(QLatin1String("- network cable")));
+        run.list().session(HALL)->send(message(0x100)); // refused with a code, told once
+        run.list().session(HALL)->send(message(0x100));
+        QTRY_COMPARE(events.unread(), 4);
+        QCOMPARE(events.event(events.rowCount() - 1).number, 109);
+        QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
+        run.window->showEvents();
+        QTest::mouseClick(run.window->eventPanel().findChild<QTableView*>()->viewport(), Qt::LeftButton);
+        QCOMPARE(events.unread(), 0);
+    }
+
+    void windowNeverWaits()
+    {
+        const SDeafPort deaf;
+        SWindow run;
+        QVERIFY(QTest::qWaitForWindowExposed(run.window.get()));
+        qint64 longest = 0;
+        QElapsedTimer sinceTick;
+        sinceTick.start();
+        QTimer tick;
+        connect(&tick, &QTimer::timeout, this, [&] { longest = std::max(longest, sinceTick.restart()); });
+        tick.start(5);
+        run.open(HALL, deaf.port);
+        QCOMPARE(run.state(HALL), EInterfaceState::eOpening);
+        QTRY_COMPARE(run.workbench.events().unread(), 1);
+        QCOMPARE(run.workbench.events().event(0).number, 103);
+        QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
+        QVERIFY2(longest < 500, qPrintable(QString::number(longest))); // opening took 1000 ms
+    }
+
+    void endsCleanly_data()
+    {
+        QTest::addColumn<QString>("situation");
+        for (const char* one : {"open", "flood", "sending", "gateway gone", "opening", "closing", "scan"}) {
+            QTest::newRow(one) << QString::fromLatin1(one);
+        }
+    }
+    void endsCleanly()
+    {
+        QFETCH(QString, situation);
+        if (situation == QLatin1String("scan") && qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
+        CSimBus bus;
+        SGateway stays(bus);
+        auto goes = std::make_unique<SGateway>(bus);
+        const SDeafPort deaf;
+        auto run = std::make_unique<SWindow>();
+        QVERIFY(run->openAndWait(HALL, stays.gateway) && run->openAndWait(STAGE, goes->gateway));
+        if (situation == QLatin1String("flood")) {
+            stays.gateway.flood(20000);
+            QTRY_VERIFY(run->trace().rowCount() > 0);
+        } else if (situation == QLatin1String("sending")) {
+            run->list().session(HALL)->setCyclic(1, message(0x100), 1);
+            QTRY_VERIFY(run->trace().rowCount() > 10);
+        } else if (situation == QLatin1String("gateway gone")) {
+            goes.reset();
+            QTRY_COMPARE(run->state(STAGE), EInterfaceState::eWaiting);
+        } else if (situation == QLatin1String("opening")) {
+            run->open(QStringLiteral("deaf"), deaf.port);
+        } else if (situation == QLatin1String("closing")) {
+            run->list().close(0);
+            run->list().close(1);
+        } else if (situation == QLatin1String("scan")) {
+            run->workbench.startScan();
+            QVERIFY(run->workbench.scan().isRunning());
+        }
+        run->window->close();
+        run->window.reset();
+        QElapsedTimer clock;
+        clock.start();
+        run.reset();
+        QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
+        QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);
+    }
+
+    void sendsWhatIsTyped()
+    {
+        CSimBus bus;
+        SGateway hall(bus);
+        SWindow run;
+        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        QList<vexmor::Cim::CCanMessage> sent;
+        connect(&hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        auto* const id = run.find<QLineEdit>("123", "placeholderText");
+        auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
+        QTest::keyClicks(id, QStringLiteral("9x7f"));
+        QCOMPARE(id->text(), QStringLiteral("97")); // neither letters nor 97F
+        QTest::keyClicks(data, QStringLiteral("0a ff1g2"));
+        QCOMPARE(data->text(), QStringLiteral("0a ff12"));
+        QTest::mouseClick(run.find<QPushButton>("Sen&d"), Qt::LeftButton);
+        QTRY_COMPARE(sent, (QList<vexmor::Cim::CCanMessage>{message(0x97, hex("0AFF12"))}));
+
+        CSendList& list = run.workbench.sendList();
+        QTest::keyClick(data, Qt::Key_Backspace); // half a byte: refused
+        QTest::mouseClick(run.find<QPushButton>("Add to l&ist"), Qt::LeftButton);
+        QCOMPARE(list.rowCount(), 0);
+        QTest::keyClicks(data, QStringLiteral("3"));
+        QTest::mouseClick(run.find<QPushButton>("Add to l&ist"), Qt::LeftButton);
+        QCOMPARE(list.rowCount(), 1);
+        list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
+        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        QTRY_VERIFY(sent.size() > 10);
+        QCOMPARE(sent.last(), message(0x97, hex("0AFF13")));
+        run.list().close(0);
+        QTRY_VERIFY(!list.item(0).running);
+        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        QTRY_VERIFY(!list.item(0).running); // nowhere to send it
+    }
+
+    void logIsShownWhileLiveMessagesWait()
+    {
+        QFile file(m_folder.filePath(QStringLiteral("a.log")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("(1.000001) can0 123#11\n(2.0) can1 7FF#\n");
+        file.close();
+        CSimBus bus;
+        SGateway hall(bus);
+        SWindow run;
+        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        run.window->messagePanel().loadLog(file.fileName());
+        bus.send(message(0x100, hex("AA")));
+        QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
+        QCOMPARE(run.lines(), (QStringList{QStringLiteral("can0 RX 123 11"), QStringLiteral("can1 RX 7FF ")}));
+        run.window->messagePanel().pauseAction().trigger();
+        QCOMPARE(run.lines().last(), QStringLiteral("hall RX 100 AA"));
+    }
+
+    void stateIsKept()
+    {
+        const char* const text = "any text or data";
+        {
+            SWindow run;
+            run.find<QLineEdit>(text, "placeholderText")->setText(QStringLiteral("bb"));
+            run.workbench.sendList().add({message(0x123), 10, {}});
+            run.window->resize(1000, 700);
+            run.window->close();
+        }
+        SWindow run;
+        run.workbench.feed().show({{0, message(1, hex("AA")), 0, false}, {0, message(2, hex("BB")), 0, false}});
+        QCOMPARE(run.find<QLineEdit>(text, "placeholderText")->text(), QStringLiteral("bb"));
+        QCOMPARE(run.trace().rowCount(), 1); // and it filters
+        QCOMPARE(run.workbench.sendList().rowCount(), 1);
+        QCOMPARE(run.window->size(), QSize(1000, 700));
+    }
+
+    void traceFollowsItsEndUntilTheUserScrolls()
+    {
+        SWindow run;
+        QVERIFY(QTest::qWaitForWindowExposed(run.window.get()));
+        QScrollBar* const bar = run.window->messagePanel().traceView().verticalScrollBar();
+        const std::vector<STraceRecord> many(1000);
+        run.workbench.feed().show(many);
+        QTRY_VERIFY(bar->maximum() > 900 && bar->value() == bar->maximum());
+        bar->setValue(500);
+        run.workbench.feed().show(many);
+        QTRY_VERIFY(bar->maximum() > 1900);
+        QCOMPARE(bar->value(), 500);
+    }
+
+private:
+    const QTemporaryDir m_folder;
+};
+
+QTEST_MAIN(CimviewTest)
+#include "tst_cimview.moc"

@@ -1,0 +1,430 @@
+#include "apps/cimview/eventModel.h"
+#include "apps/cimview/identifierModel.h"
+#include "apps/cimview/interfaceList.h"
+#include "apps/cimview/interfaceScan.h"
+#include "apps/cimview/logFiles.h"
+#include "apps/cimview/messageFeed.h"
+#include "apps/cimview/sendList.h"
+#include "apps/common/failure.h"
+#include "cim/canInterfacePlugin.h"
+#include "testData.h"
+
+#include <QAbstractItemModelTester>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace vexmor::Apps;
+using namespace vexmor::Apps::Cimview;
+using namespace vexmor::Test;
+
+namespace
+{
+constexpr auto FATAL = QAbstractItemModelTester::FailureReportingMode::Fatal;
+
+STraceRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t microseconds = 0,
+                    std::uint16_t source = 0)
+{
+    return {microseconds, message(id, data), source, false};
+}
+
+std::vector<STraceRecord> numbered(int first, int count)
+{
+    std::vector<STraceRecord> records;
+    for (int id = first; id < first + count; ++id) {
+        records.push_back(record(static_cast<std::uint16_t>(id)));
+    }
+    return records;
+}
+
+QString cell(const QAbstractItemModel& model, int row, int column)
+{
+    return model.index(row, column).data().toString();
+}
+
+/// A plugin that finds what a test gives it.
+class CFindingPlugin : public QObject, public vexmor::Cim::CCanInterfacePlugin
+{
+    Q_OBJECT
+    Q_INTERFACES(vexmor::Cim::CCanInterfacePlugin)
+
+public:
+    QString pluginName() override { return {}; }
+    int pluginId() override { return 1; }
+    QString interfaceType() override { return {}; }
+    CCanInterface* createInterface() override { return nullptr; }
+    bool addScanAddress(const QString&) override { return false; }
+    bool removeScanAddress(const QString&) override { return false; }
+    QStringList scanAddresses() override { return {}; }
+    int scanInterfaces() override { return startCode; }
+    int startCode = 0;
+
+Q_SIGNALS:
+    void interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
+};
+} // namespace
+
+/// What the window shows, without the window.
+class CimviewModelsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+        QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
+        m_plugins = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
+    }
+
+    void matcher_data()
+    {
+        QTest::addColumn<QString>("filters");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("matches"); // 123 [4] 41 62 0F F0 of "hall A", received
+        QTest::newRow("nothing asked") << ""
+                                       << "" << true;
+        QTest::newRow("identifier alone") << "123"
+                                          << "" << true;
+        QTest::newRow("another identifier") << "124"
+                                            << "" << false;
+        QTest::newRow("mask") << "120:7F0"
+                              << "" << true;
+        QTest::newRow("one of several, blanks and commas") << " 7FF, 123 "
+                                                           << "" << true;
+        QTest::newRow("data with blanks") << ""
+                                          << "62 0f" << true;
+        QTest::newRow("data without blanks") << ""
+                                             << "620ff0" << true;
+        QTest::newRow("ASCII in lower case") << ""
+                                             << "ab.." << true;
+        QTest::newRow("interface") << ""
+                                   << "HALL" << true;
+        QTest::newRow("direction") << ""
+                                   << "tx" << false;
+        QTest::newRow("text but another identifier") << "124"
+                                                     << "hall" << false;
+    }
+    void matcher()
+    {
+        QFETCH(QString, filters);
+        QFETCH(QString, text);
+        const CMessageMatcher matcher(parseFilters(filters), text);
+        QTEST(matcher.matches(record(0x123, hex("41620FF0")), QStringLiteral("hall A")), "matches");
+    }
+
+    void filterThatIsNone()
+    {
+        for (const char* text : {"12g", "123:", ":7FF", "1:2:3", "123 x"}) {
+            QVERIFY_EXCEPTION_THROWN((void)parseFilters(QString::fromLatin1(text)), SFailure);
+        }
+    }
+
+    void fullTraceDropsTheOldest()
+    {
+        CTraceModel trace(m_names, 100);
+        const QAbstractItemModelTester tester(&trace, FATAL);
+        trace.append(numbered(0, 95));
+        trace.append(numbered(95, 20)); // 15 too many
+        QCOMPARE(trace.rowCount(), 100);
+        QCOMPARE(cell(trace, 0, CTraceModel::eId), QStringLiteral("00F"));
+        trace.append(numbered(115, 1)); // one too many: a tenth goes
+        QCOMPARE(trace.rowCount(), 91);
+        trace.append(numbered(0, 1000)); // more than it holds
+        QCOMPARE(trace.size(), std::size_t(100));
+        QCOMPARE(cell(trace, 99, CTraceModel::eId), QStringLiteral("3E7"));
+    }
+
+    void filterShowsPastAndComingMessages()
+    {
+        CTraceModel trace(m_names, 100);
+        const QAbstractItemModelTester tester(&trace, FATAL);
+        trace.append(numbered(0, 32));
+        trace.setMatcher(CMessageMatcher(parseFilters(QStringLiteral("008:00F"))));
+        QCOMPARE(trace.rowCount(), 2);
+        trace.append(numbered(32, 64));
+        QCOMPARE(trace.rowCount(), 6);
+        QCOMPARE(cell(trace, 5, CTraceModel::eId), QStringLiteral("058"));
+        trace.append(numbered(200, 30)); // 00 to 19 go, 08 and 18 among them
+        QCOMPARE(cell(trace, 0, CTraceModel::eId), QStringLiteral("028"));
+        trace.setMatcher(CMessageMatcher());
+        QCOMPARE(trace.rowCount(), static_cast<int>(trace.size()));
+    }
+
+    void pauseHoldsBack()
+    {
+        CMessageFeed feed(m_names, 100);
+        feed.setPaused(true);
+        for (int i = 0; i < 3; ++i) {
+            feed.feed(numbered(i * 50, 50));
+        }
+        QCOMPARE(feed.trace().rowCount(), 0);
+        QVERIFY(feed.heldBack() <= 100);
+        feed.setPaused(false);
+        QCOMPARE(cell(feed.trace(), feed.trace().rowCount() - 1, CTraceModel::eId), QStringLiteral("095"));
+        QVERIFY(feed.trace().rowCount() >= 90);
+        QCOMPARE(feed.heldBack(), std::size_t(0));
+    }
+
+    void identifiers()
+    {
+        constexpr std::int64_t MS = 1000;
+        CIdentifierModel model(m_names);
+        const QAbstractItemModelTester tester(&model, FATAL);
+        model.append({record(0x200, hex("0102"), 1), record(0x100, hex("AA"), 1), record(0x200, hex("0102"), 1, 1)});
+        model.append({record(0x200, hex("0103"), 1 + 10 * MS), record(0x200, hex("010304"), 1 + 20 * MS)});
+        QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
+        QCOMPARE(cell(model, 0, CIdentifierModel::eId), QStringLiteral("100"));
+        QCOMPARE(cell(model, 1, CIdentifierModel::eCount), QStringLiteral("3"));
+        QCOMPARE(cell(model, 1, CIdentifierModel::ePeriod), QStringLiteral("10.0"));
+        QCOMPARE(cell(model, 1, CIdentifierModel::eData), QStringLiteral("01 03 04"));
+        const auto marks = [&model] {
+            return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
+        };
+        QCOMPARE(marks(), 0b110); // a byte that was not there before is a change, too
+        model.setNow(1 + 10 * MS + CIdentifierModel::MARK_MICROSECONDS);
+        QCOMPARE(marks(), 0b100);
+        model.setNow(1 + 20 * MS + CIdentifierModel::MARK_MICROSECONDS);
+        QCOMPARE(marks(), 0);
+    }
+
+    void identifierFilterFollowsTheData()
+    {
+        CIdentifierModel model(m_names);
+        CIdentifierFilter filter(model, m_names);
+        filter.setMatcher(CMessageMatcher({}, QStringLiteral("BB")));
+        model.append({record(1, hex("AA")), record(2, hex("BB"))});
+        QCOMPARE(filter.rowCount(), 1);
+        model.append({record(1, hex("BB"))});
+        QCOMPARE(filter.rowCount(), 2);
+    }
+
+    void eventsAreCountedNeverLost()
+    {
+        constexpr std::int64_t SECOND = 1000000;
+        CEventModel events;
+        auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
+        const SEvent error{0, EEvent::eInterfaceError, QStringLiteral("a"), 1, 1, QStringLiteral("Wrong.\n\nReasons")};
+        for (int i = 0; i < 50000; ++i) { // a flood of one kind is one row
+            SEvent next = error;
+            next.microseconds = i * SECOND / 10;
+            events.add(next);
+        }
+        QCOMPARE(events.rowCount(), 1);
+        QCOMPARE(events.event(0).count, std::uint64_t(50000));
+        SEvent other = error;
+        other.microseconds = 5001 * SECOND;
+        events.add(other); // after a pause of more than a second
+        other.number = 2;
+        events.add(other);
+        other.kind = EEvent::eNote;
+        events.add(other);
+        QCOMPARE(events.rowCount(), 4);
+        QCOMPARE(events.unread(), 50002); // a note is no error
+        QCOMPARE(cell(events, 0, CEventModel::eText), QStringLiteral("Wrong."));
+        events.markRead();
+        QCOMPARE(events.unread(), 0);
+        tester.reset(); // it looks at every row each time
+        for (int i = 0; i < static_cast<int>(CEventModel::CAPACITY); ++i) {
+            other.number = i;
+            events.add(other);
+        }
+        QCOMPARE(events.rowCount(), static_cast<int>(CEventModel::CAPACITY));
+    }
+
+    void mailboxIsBounded()
+    {
+        CMailbox mailbox(10);
+        for (int i = 0; i < 15; ++i) {
+            mailbox.post(record(static_cast<std::uint16_t>(i)));
+            mailbox.postError({i, 0, i % 2, 1});
+        }
+        SDelivery delivery;
+        mailbox.take(delivery);
+        QCOMPARE(delivery.records.size(), std::size_t(10));
+        QCOMPARE(delivery.lost, std::uint64_t(5));
+        QCOMPARE(delivery.errors.size(), std::size_t(2));
+        QCOMPARE(delivery.errors.front().count, std::uint64_t(8));
+        mailbox.take(delivery);
+        QVERIFY(delivery.records.empty() && delivery.errors.empty() && delivery.lost == 0);
+    }
+
+    void sendListRefusesWhatIsNoMessage_data()
+    {
+        QTest::addColumn<int>("column");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("stands"); // afterwards; before: 123 / 11 22 / 100
+        QTest::newRow("identifier") << int(CSendList::eId) << "7ff"
+                                    << "7FF";
+        QTest::newRow("short identifier") << int(CSendList::eId) << "5"
+                                          << "005";
+        QTest::newRow("identifier of 12 bits") << int(CSendList::eId) << "800"
+                                               << "123";
+        QTest::newRow("no identifier") << int(CSendList::eId) << "xyz"
+                                       << "123";
+        QTest::newRow("data") << int(CSendList::eData) << "aa bb"
+                              << "AA BB";
+        QTest::newRow("no data") << int(CSendList::eData) << ""
+                                 << "";
+        QTest::newRow("half a byte") << int(CSendList::eData) << "aab"
+                                     << "11 22";
+        QTest::newRow("nine bytes") << int(CSendList::eData) << "010203040506070809"
+                                    << "11 22";
+        QTest::newRow("interval") << int(CSendList::eInterval) << "20"
+                                  << "20";
+        QTest::newRow("interval 0") << int(CSendList::eInterval) << "0"
+                                    << "100";
+        QTest::newRow("interval is no number") << int(CSendList::eInterval) << "soon"
+                                               << "100";
+    }
+    void sendListRefusesWhatIsNoMessage()
+    {
+        QFETCH(int, column);
+        QFETCH(QString, typed);
+        QFETCH(QString, stands);
+        CSendList list;
+        list.add({message(0x123, hex("1122")), 100, {}});
+        const QString before = cell(list, 0, column);
+        const QSignalSpy refused(&list, &CSendList::refused);
+        const bool accepted = list.setData(list.index(0, column), typed, Qt::EditRole);
+        QCOMPARE(cell(list, 0, column), stands);
+        QCOMPARE(accepted, stands != before);
+        QCOMPARE(refused.size(), accepted ? 0 : 1);
+    }
+
+    void sendListRunsAndIsStored()
+    {
+        CSendList list;
+        const QAbstractItemModelTester tester(&list, FATAL);
+        list.add({message(0x123, hex("1122")), 50, QStringLiteral("mute")});
+        list.add({message(0x7FF), 1000, {}});
+        QList<int> periods;
+        connect(&list, &CSendList::cyclicChanged, this,
+                [&periods](int, const auto&, int milliseconds) { periods.append(milliseconds); });
+        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
+        list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
+        list.stopAll();
+        QCOMPARE(periods, (QList<int>{50, 20, 0}));
+
+        QSettings settings;
+        list.save(settings);
+        CSendList loaded;
+        loaded.load(settings);
+        QCOMPARE(loaded.rowCount(), 2);
+        for (int column = CSendList::eId; column < CSendList::eColumnCount; ++column) {
+            QCOMPARE(cell(loaded, 0, column), cell(list, 0, column));
+        }
+        QVERIFY(!loaded.item(0).running);
+    }
+
+    void logsComeBackAsTheyWere()
+    {
+        const QString path = m_folder.filePath(QStringLiteral("a.log"));
+        std::vector<STraceRecord> records;
+        for (int i = 0; i < 12000; ++i) { // more than one piece
+            const std::uint16_t source =
+                m_names.numberOf(i % 2 == 0 ? QStringLiteral("hall") : QStringLiteral("stage"));
+            records.push_back(record(static_cast<std::uint16_t>(i % 0x800), hex("0102"), 1398128223803317 + i, source));
+        }
+        CLogSaver saver(m_names);
+        QSignalSpy saved(&saver, &CLogSaver::finished);
+        saver.save(path, records);
+        QVERIFY(saved.wait());
+        CLogLoader loader(m_names);
+        std::vector<STraceRecord> loaded;
+        connect(&loader, &CLogLoader::loaded, this,
+                [&loaded](const auto& piece) { loaded.insert(loaded.end(), piece.begin(), piece.end()); });
+        QSignalSpy finished(&loader, &CLogLoader::finished);
+        loader.load(path);
+        QVERIFY(finished.wait());
+        QCOMPARE(finished.at(0).at(1).toString(), QString());
+        QCOMPARE(loaded.size(), records.size());
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            QVERIFY(loaded[i].microseconds == records[i].microseconds && loaded[i].source == records[i].source &&
+                    loaded[i].message == records[i].message);
+        }
+    }
+
+    void logProblemsAreTold()
+    {
+        QFile file(m_folder.filePath(QStringLiteral("bad.log")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n");
+        file.close();
+        CLogLoader loader(m_names);
+        QSignalSpy finished(&loader, &CLogLoader::finished);
+        loader.load(file.fileName());
+        QVERIFY(finished.wait());
+        QCOMPARE(finished.at(0).at(0).toInt(), 1); // what stands before it is shown
+        QVERIFY2(finished.at(0).at(1).toString().contains(QLatin1String("2")), "the line is named");
+        CLogSaver saver(m_names);
+        QSignalSpy refused(&saver, &CLogSaver::finished);
+        saver.save(m_folder.filePath(QStringLiteral("nowhere/a.log")), {});
+        QCOMPARE(refused.size(), 1);
+        QVERIFY(!refused.at(0).at(1).toString().isEmpty());
+    }
+
+    void listKeepsTheStore()
+    {
+        CMailbox mailbox;
+        const Settings settings{{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")},
+                                {StoreKey::BAUDRATE, QStringLiteral("250")}};
+        CInterfaceList list(m_plugins, m_names, mailbox);
+        const QAbstractItemModelTester tester(&list, FATAL);
+        QCOMPARE(list.add(QStringLiteral("hall"), settings, true), QString());
+        QCOMPARE(list.add(QStringLiteral("passing"), settings, false), QString());
+        QVERIFY(!list.add(QStringLiteral("hall"), settings, true).isEmpty());
+        QVERIFY(!list.add(QString(), settings, true).isEmpty());
+        QVERIFY(!list.add(QStringLiteral("odd"), {{StoreKey::BAUDRATE, QStringLiteral("33")}}, true).isEmpty());
+        QVERIFY(list.setBaudrate(0, 1000));
+
+        CInterfaceList next(m_plugins, m_names, mailbox); // as after a restart
+        next.loadStored();
+        QCOMPARE(next.rowCount(), 1);
+        QCOMPARE(cell(next, 0, CInterfaceList::eAddress), QStringLiteral("10.0.0.5:30000:TCP"));
+        QCOMPARE(cell(next, 0, CInterfaceList::eBaudrate), QStringLiteral("1000 kbit/s"));
+        next.remove(0);
+        QCOMPARE(storedNames(), QStringList());
+    }
+
+    void scanBringsOnlyNewInterfaces()
+    {
+        CMailbox mailbox;
+        CInterfaceList list(m_plugins, m_names, mailbox);
+        list.add(QStringLiteral("hall"), {{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")}}, false);
+        CFindingPlugin plugins[3];
+        plugins[2].startCode = -1; // does not scan
+        CInterfaceScan scan({&plugins[0], &plugins[1], &plugins[2]},
+                            [&list](auto found) { list.addFound(std::move(found)); });
+        const QSignalSpy finished(&scan, &CInterfaceScan::finished);
+        const auto found = [this](const char* address, const char* name) {
+            CCanInterface* const canInterface = m_plugins.front().object->createInterface();
+            auto info = canInterface->commonInfo();
+            info.setPort(QStringLiteral("IP=%1:30000:TCP").arg(QLatin1String(address)));
+            info.setUniqueName(QString::fromLatin1(name));
+            canInterface->setCommonInfo(info);
+            return canInterface;
+        };
+        QVERIFY(scan.start());
+        Q_EMIT plugins[0].interfaceScanFinished(1, {found("10.0.0.5", "again"), found("10.0.0.6", "hall")});
+        QVERIFY(scan.isRunning() && finished.isEmpty());
+        Q_EMIT plugins[1].interfaceScanFinished(1, {found("10.0.0.7", ""), found("10.0.0.6", "twice")});
+        QVERIFY(!scan.isRunning());
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).toInt(), 4);
+        QCOMPARE(list.rowCount(), 3);
+        QCOMPARE(list.name(1), QStringLiteral("hall (2)"));
+        QCOMPARE(list.name(2), QStringLiteral("10.0.0.7:30000:TCP"));
+    }
+
+private:
+    const QTemporaryDir m_folder;
+    std::vector<SPlugin> m_plugins;
+    CSourceNames m_names;
+};
+
+QTEST_GUILESS_MAIN(CimviewModelsTest)
+#include "tst_cimviewModels.moc"
