@@ -2,7 +2,7 @@
 
 #include "apps/cimview/messageText.h"
 
-#include <QThread>
+#include <QCoreApplication>
 
 namespace vexmor::Apps::Cimview
 {
@@ -28,8 +28,10 @@ CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface, std::ui
 CBusWorker::~CBusWorker()
 {
     m_canInterface->setSpyHandler(nullptr);
-    m_canInterface->closeCommunication();
+    m_canInterface.reset(); // closes it
     t_worker = nullptr;
+    // The thread ends with the worker: what the interface has left to be deleted later is deleted now or never.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 void CBusWorker::open()

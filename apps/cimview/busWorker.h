@@ -56,7 +56,7 @@ private:
     void takeStatus();
     void noteCode(int code);
 
-    const std::unique_ptr<Cim::CCanInterface> m_canInterface;
+    std::unique_ptr<Cim::CCanInterface> m_canInterface;
     const std::uint16_t m_source;
     CMailbox& m_mailbox;
     QTimer m_statusTimer;
