@@ -190,7 +190,7 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 4);
         QCOMPARE(events.event(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->showEvents();
+        run.window->showPanel(QStringLiteral("Events"));
         QTest::mouseClick(run.window->eventPanel().findChild<QTableView*>()->viewport(), Qt::LeftButton);
         QCOMPARE(events.unread(), 0);
     }

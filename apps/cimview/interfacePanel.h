@@ -28,6 +28,8 @@ public:
     void choose(int row);
     /// Runs the plugin's dialog for the chosen interface.
     void configure();
+    /// Shows the progress of a scan that it starts.
+    void startScan();
 
     void loadState(QSettings& settings);
     void saveState(QSettings& settings) const;
@@ -41,7 +43,6 @@ private:
     void removeChosen();
     void storeChosen();
     void addInterface();
-    void startScan();
     void showScan();
     void setBaudrate(const QString& rate);
     void showState();

@@ -1,4 +1,5 @@
 // cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
+#include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/loadReport.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/palettes.h"
@@ -28,6 +29,7 @@ struct SOptions {
     bool sim = false;
     QString simLog; ///< empty: generated traffic
     QStringList targets;
+    bool scan = false;
     bool dark = false;
     double reportSeconds = 0;
     QString screenshotFolder;
@@ -65,6 +67,7 @@ void addOptions(CLI::App& app, SOptions& options)
     app.add_option_function<std::vector<std::string>>(
            "TARGETS", takeTargets, "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
         ->type_name("");
+    app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
     app.add_flag("--dark", options.dark, "Use a dark palette");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
@@ -131,6 +134,9 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
     }
     CMainWindow window(workbench);
     window.show();
+    if (options.scan) {
+        window.interfacePanel().startScan();
+    }
     std::unique_ptr<CLoadReport> report;
     if (options.reportSeconds > 0) {
         report = std::make_unique<CLoadReport>(workbench, window, options.reportSeconds);

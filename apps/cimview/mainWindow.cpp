@@ -106,10 +106,12 @@ void CMainWindow::showUnread(int unread)
     m_unread->setText(unread == 0 ? QString() : tr("%n new error(s)", nullptr, unread));
 }
 
-void CMainWindow::showEvents()
+void CMainWindow::showPanel(const QString& name)
 {
-    m_eventDock->show();
-    m_eventDock->raise();
+    if (auto* const dock = findChild<QDockWidget*>(name)) {
+        dock->show();
+        dock->raise();
+    }
 }
 
 void CMainWindow::loadState()

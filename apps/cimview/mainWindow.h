@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QTimer>
+
+#include <cstdint>
 
 class QLabel;
 
@@ -28,8 +31,8 @@ public:
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
     CEventPanel& eventPanel() { return *m_events; }
-    /// Brings the event log to the front.
-    void showEvents();
+    /// Brings a panel to the front: "Interfaces", "Busload", "Send" or "Events".
+    void showPanel(const QString& name);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -38,6 +41,7 @@ private:
     QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
     void makeMenus();
     void showUnread(int unread);
+    void showRate();
     void loadState();
     void saveState();
 
@@ -46,7 +50,10 @@ private:
     CMessagePanel* m_messages;
     CEventPanel* m_events;
     QDockWidget* m_eventDock;
+    QLabel* m_rate;
     QLabel* m_unread;
+    QTimer m_rateTimer;
+    std::uint64_t m_fetched = 0; ///< messages, when the rate was shown last
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -39,16 +39,19 @@ std::vector<CScreenshotTour::SStep> CScreenshotTour::steps()
                busloads.begin()->second.size() >= ENOUGH_BUSLOADS;
     };
     const auto always = [] { return true; };
-    const auto hasErrors = [this] { return m_workbench.events().unread() >= 3; };
+    const auto hasErrors = [this] { return m_workbench.events().unread() >= 5; };
+    const auto isOpen = [this] { return m_workbench.interfaces().isOpen(0) && m_workbench.interfaces().isOpen(1); };
     const auto isClosed = [this] { return m_workbench.interfaces().activeCount() == 0; };
     return {
+        {always, [this] { prepare(); }},
+        {isOpen, [this] { sendLevel(); }},
         {hasTraffic, [this] { save(m_window, QStringLiteral("main")); }},
         {always, [this] { m_window.messagePanel().setTab(1); }},
         {always, [this] { save(m_window.messagePanel(), QStringLiteral("identifiers")); }},
         {always, [this] { provokeErrors(); }},
         {hasErrors,
          [this] {
-             m_window.showEvents();
+             m_window.showPanel(QStringLiteral("Events"));
              m_window.eventPanel().choose(m_workbench.events().rowCount() - 1);
          }},
         {always,
@@ -85,11 +88,31 @@ void CScreenshotTour::takeStep()
     }
 }
 
+void CScreenshotTour::prepare()
+{
+    unsigned char mute[] = {0x10, 0x01};
+    unsigned char level[] = {0x20, 0x00, 0x7F, 0xFF};
+    CSendList& list = m_workbench.sendList();
+    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x301), sizeof mute, mute), 1000, tr("mute")});
+    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x302), sizeof level, level), 50, tr("level")});
+    m_window.showPanel(QStringLiteral("Send"));
+    for (int row = 0; row < m_workbench.interfaces().rowCount(); ++row) {
+        m_workbench.interfaces().open(row);
+    }
+}
+
+void CScreenshotTour::sendLevel()
+{
+    CSendList& list = m_workbench.sendList();
+    list.setData(list.index(1, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+}
+
 void CScreenshotTour::provokeErrors()
 {
+    m_workbench.sendList().stopAll();
     m_sim.gateway().sendStatus(OVERFLOW_AND_BUS_OFF);
     connect(&m_workbench.events(), &CEventModel::unreadChanged, &m_sim, [this](int unread) {
-        if (unread == 2) { // both have arrived
+        if (unread == 4) { // both have arrived, on both interfaces
             m_sim.gateway().dropLinks();
         }
     });

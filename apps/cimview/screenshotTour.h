@@ -37,6 +37,8 @@ private:
     std::vector<SStep> steps();
     void onTick();
     void takeStep();
+    void prepare();
+    void sendLevel();
     void provokeErrors();
     void showDialog();
     void save(QWidget& widget, const QString& name);
