@@ -20,6 +20,7 @@ namespace
 const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
+constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
 } // namespace
 
@@ -28,6 +29,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_interfaces(new CInterfacePanel(workbench)),
       m_messages(new CMessagePanel(workbench)),
       m_events(new CEventPanel(workbench.events())),
+      m_rate(new QLabel),
       m_unread(new QLabel)
 {
     setWindowTitle(tr("CAN interfaces"));
@@ -44,7 +46,10 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     tabifyDockWidget(send, m_eventDock);
     makeMenus();
 
+    statusBar()->addWidget(m_rate);
     statusBar()->addPermanentWidget(m_unread);
+    connect(&m_rateTimer, &QTimer::timeout, this, &CMainWindow::showRate);
+    m_rateTimer.start(RATE_INTERVAL_MS);
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
     showUnread(workbench.events().unread());
     resize(INITIAL_SIZE);
@@ -104,6 +109,14 @@ void CMainWindow::showUnread(int unread)
 {
     m_eventDock->setWindowTitle(unread == 0 ? tr("Events") : tr("Events (%1 new)").arg(unread));
     m_unread->setText(unread == 0 ? QString() : tr("%n new error(s)", nullptr, unread));
+}
+
+void CMainWindow::showRate()
+{
+    const std::uint64_t fetched = m_workbench.fetched();
+    const std::uint64_t rate = (fetched - m_fetched) * 1000 / RATE_INTERVAL_MS;
+    m_rate->setText(tr("%L1 messages/s, %L2 in all").arg(rate).arg(fetched));
+    m_fetched = fetched;
 }
 
 void CMainWindow::showPanel(const QString& name)
