@@ -10,6 +10,7 @@
 
 #include <QElapsedTimer>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSettings>
@@ -146,6 +147,39 @@ private Q_SLOTS:
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
     }
     void cleanup() { QSettings().clear(); }
+
+    void commandLine_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("error"); // a part of the one line
+        const auto row = [](const char* name, const QStringList& arguments, int exitCode, const char* error) {
+            QTest::newRow(name) << arguments << exitCode << QByteArray(error);
+        };
+        const QString report = QStringLiteral("--report");
+        const QString moment = QStringLiteral("0.5");
+        row("unknown option", {QStringLiteral("--bogus")}, 2, "--bogus");
+        row("log that is not there", {QStringLiteral("--sim"), QStringLiteral("/nowhere/a.log")}, 2, "/nowhere/a.log");
+        row("target that is none", {QStringLiteral("nowhere")}, 2, "nowhere");
+        row("port out of range", {QStringLiteral("10.0.0.5:70000")}, 2, "70000");
+        row("plugin that is none", {QStringLiteral("--plugin"), QStringLiteral("/nowhere/p.so")}, 1, "/nowhere/p.so");
+        row("simulation", {QStringLiteral("--sim"), report, moment}, 0, nullptr);
+    }
+    void commandLine()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, error);
+        QProcess program;
+        program.start(QStringLiteral(CIM_CIMVIEW), arguments);
+        QVERIFY(program.waitForFinished(20000));
+        QTEST(program.exitCode(), "exitCode");
+        const QByteArray complaint = program.readAllStandardError();
+        QVERIFY2(error.isEmpty() ||
+                     (complaint.startsWith("error: ") && complaint.contains(error) && complaint.count('\n') == 1),
+                 complaint.constData());
+        const QByteArray report = program.readAllStandardOutput();
+        QVERIFY2(error.isEmpty() ? !report.startsWith("received 0,") : report.isEmpty(), report.constData());
+    }
 
     void severalAtOnce()
     {

@@ -148,9 +148,10 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
     return QApplication::exec();
 }
 
-int run(int argc, char** argv, const SOptions& options)
+int run(char** argv, const SOptions& options)
 {
-    const QApplication application(argc, argv);
+    int nameAlone = 1; // Qt has options of its own with the names of ours
+    const QApplication application(nameAlone, argv);
     if (options.dark) {
         QApplication::setStyle(QStringLiteral("Fusion"));
         QApplication::setPalette(darkPalette());
@@ -189,7 +190,7 @@ int runProgram(int argc, char** argv)
         std::fprintf(stderr, "error: %s (cimview --help tells what can be typed)\n", error.what());
         return eWrongUsage;
     }
-    return run(argc, argv, options);
+    return run(argv, options);
 }
 } // namespace
 } // namespace vexmor::Apps::Cimview
