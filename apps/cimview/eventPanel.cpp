@@ -19,11 +19,8 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     m_table->setModel(&events);
     setUpTable(*m_table);
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
-    const QFontMetrics metrics(font());
-    m_table->setColumnWidth(CEventModel::eSource, metrics.horizontalAdvance(QStringLiteral("Some interface 1MM")));
-    m_table->setColumnWidth(CEventModel::eTime, metrics.horizontalAdvance(QStringLiteral("00:00:00.000MM")));
-    m_table->setColumnWidth(CEventModel::eNumber, metrics.horizontalAdvance(QStringLiteral("error 100MM")));
-    m_table->setColumnWidth(CEventModel::eCount, metrics.horizontalAdvance(QStringLiteral("TimesMMM")));
+    setColumnWidths(*m_table, {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"),
+                               QStringLiteral("error 100"), QStringLiteral("1000")});
     m_table->installEventFilter(this);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);

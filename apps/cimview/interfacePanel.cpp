@@ -50,11 +50,11 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus, kbit/s"));
     makeActions();
     layOut();
-    m_table->resizeColumnsToContents();
-
+    setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("gateway away"),
+                               QStringLiteral("100 %"), QStringLiteral("192.168.1.70:30000:TCP"),
+                               QStringLiteral("1000 kbit/s"), QStringLiteral("T93"), QStringLiteral("02.03")});
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::showState);
     connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::showState);
-    connect(&interfaces, &QAbstractItemModel::rowsInserted, m_table, &QTableView::resizeColumnsToContents);
     connect(m_table, &QTableView::doubleClicked, this, [this] { m_open->isEnabled() ? openChosen() : closeChosen(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentText()); });

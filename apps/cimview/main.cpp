@@ -9,6 +9,8 @@
 #include "apps/common/failure.h"
 #include "apps/common/gatewayAddress.h"
 #include "apps/common/pluginFolder.h"
+#include "apps/common/translations.h"
+#include "sim/interruption.h"
 
 #include <CLI/CLI.hpp>
 #include <QApplication>
@@ -134,6 +136,11 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
     }
     CMainWindow window(workbench);
     window.show();
+    const Sim::CInterruption interruption;
+    QObject::connect(&interruption, &Sim::CInterruption::interrupted, &window, [&window] {
+        window.close();
+        QApplication::quit(); // also when a dialog is open
+    });
     if (options.scan) {
         window.interfacePanel().startScan();
     }
@@ -151,7 +158,9 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 int run(char** argv, const SOptions& options)
 {
     int nameAlone = 1; // Qt has options of its own with the names of ours
-    const QApplication application(nameAlone, argv);
+    QApplication application(nameAlone, argv);
+    installTranslations(application,
+                        {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
     if (options.dark) {
         QApplication::setStyle(QStringLiteral("Fusion"));
         QApplication::setPalette(darkPalette());

@@ -29,15 +29,6 @@ const QString IDENTIFIER_COLUMNS = QStringLiteral("IdentifierColumns");
 /// A filter is applied when the user stops typing: it goes over the whole trace.
 constexpr int FILTER_DELAY_MS = 250;
 constexpr int COUNT_INTERVAL_MS = 500;
-
-void setColumnWidths(QTableView& table, const QStringList& samples)
-{
-    const QFontMetrics metrics(table.font());
-    for (int column = 0; column < samples.size(); ++column) {
-        const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("MM"));
-        table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
-    }
-}
 } // namespace
 
 CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)

@@ -2,9 +2,10 @@
 
 #include <QDateTime>
 #include <QRegularExpression>
-#include <QStringList>
 
+#include <array>
 #include <chrono>
+#include <string_view>
 
 namespace vexmor::Apps::Cimview
 {
@@ -17,6 +18,60 @@ void appendHex(QString& text, unsigned char byte)
     text += QLatin1Char(HEX_DIGITS[byte >> 4]);
     text += QLatin1Char(HEX_DIGITS[byte & 0xF]);
 }
+
+char asciiOf(unsigned char byte)
+{
+    return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
+}
+
+/// What the text filter looks at, in upper case: direction, identifier, data with blanks and without, ASCII. Made for
+/// every message of a busy bus: without an allocation.
+class CSearchLine
+{
+public:
+    explicit CSearchLine(const STraceRecord& record)
+    {
+        const unsigned int id = record.message.id().value();
+        append(record.sent ? "TX " : "RX ");
+        for (int shift = 8; shift >= 0; shift -= 4) {
+            append(HEX_DIGITS[(id >> shift) & 0xF]);
+        }
+        appendData(record.message, true);
+        appendData(record.message, false);
+        append(' ');
+        for (unsigned int i = 0; i < record.message.length(); ++i) {
+            const char letter = asciiOf(record.message.data()[i]);
+            append(letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter);
+        }
+    }
+    bool contains(const std::string& text) const
+    {
+        return std::string_view(m_text.data(), m_size).find(text) != std::string_view::npos;
+    }
+
+private:
+    void append(char letter) { m_text[m_size++] = letter; }
+    void append(const char* text)
+    {
+        while (*text != '\0') {
+            append(*text++);
+        }
+    }
+    void appendData(const Cim::CCanMessage& message, bool blanks)
+    {
+        append(' ');
+        for (unsigned int i = 0; i < message.length(); ++i) {
+            if (blanks && i > 0) {
+                append(' ');
+            }
+            append(HEX_DIGITS[message.data()[i] >> 4]);
+            append(HEX_DIGITS[message.data()[i] & 0xF]);
+        }
+    }
+
+    std::array<char, 64> m_text{}; ///< 3 + 3 + 1 + 23 + 1 + 16 + 1 + 8 at most
+    std::size_t m_size = 0;
+};
 } // namespace
 
 std::int64_t microsecondsNow()
@@ -53,8 +108,7 @@ QString asciiText(const Cim::CCanMessage& message)
 {
     QString text;
     for (unsigned int i = 0; i < message.length(); ++i) {
-        const unsigned char byte = message.data()[i];
-        text += QLatin1Char(byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.');
+        text += QLatin1Char(asciiOf(message.data()[i]));
     }
     return text;
 }
@@ -65,7 +119,7 @@ QString directionText(bool sent)
 }
 
 CMessageMatcher::CMessageMatcher(std::vector<SFilter> filters, const QString& text)
-    : m_filters(std::move(filters)), m_text(text.trimmed().toUpper())
+    : m_filters(std::move(filters)), m_text(text.trimmed()), m_searched(m_text.toUpper().toStdString())
 {
 }
 
@@ -77,15 +131,7 @@ bool CMessageMatcher::matches(const STraceRecord& record, const QString& sourceN
     if (m_text.isEmpty()) {
         return true;
     }
-    const QString data = dataText(record.message);
-    const QString line = QStringList{sourceName.toUpper(),
-                                     directionText(record.sent),
-                                     idText(record.message),
-                                     data,
-                                     QString(data).remove(QLatin1Char(' ')),
-                                     asciiText(record.message).toUpper()}
-                             .join(QLatin1Char(' '));
-    return line.contains(m_text);
+    return CSearchLine(record).contains(m_searched) || sourceName.contains(m_text, Qt::CaseInsensitive);
 }
 
 std::vector<SFilter> parseFilters(const QString& text)

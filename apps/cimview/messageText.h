@@ -5,6 +5,7 @@
 
 #include <QString>
 
+#include <string>
 #include <vector>
 
 /// How messages read, and which of them are looked for.
@@ -28,15 +29,16 @@ QString directionText(bool sent);
 class CMessageMatcher
 {
 public:
-    /// `text` is looked for in interface, direction, identifier, data (with blanks and without) and ASCII, in upper or
-    /// lower case; empty: in no message.
+    /// `text` is looked for in the interface's name, and in direction, identifier, data (with blanks and without) and
+    /// ASCII as they stand side by side; in upper or lower case. Empty: nothing is looked for.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
     bool matches(const STraceRecord& record, const QString& sourceName) const;
 
 private:
     std::vector<SFilter> m_filters;
-    QString m_text; ///< upper case
+    QString m_text;
+    std::string m_searched; ///< the same in upper case
 };
 
 /// Reads what the user typed: filters ID:MASK or ID, with blanks or commas between. Fails as parseFilter does.

@@ -65,11 +65,8 @@ void CSendPanel::makeWidgets()
     m_table->setModel(&m_workbench.sendList());
     setUpTable(*m_table);
     m_table->setFont(fixed);
-    const QFontMetrics metrics(fixed);
-    m_table->setColumnWidth(CSendList::eCyclic, m_table->horizontalHeader()->sectionSizeHint(CSendList::eCyclic));
-    m_table->setColumnWidth(CSendList::eId, metrics.horizontalAdvance(QStringLiteral("7FFMM")));
-    m_table->setColumnWidth(CSendList::eData, metrics.horizontalAdvance(QStringLiteral("00 11 22 33 44 55 66 77MM")));
-    m_table->setColumnWidth(CSendList::eInterval, m_table->horizontalHeader()->sectionSizeHint(CSendList::eInterval));
+    setColumnWidths(*m_table, {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"),
+                               QStringLiteral("3600000")});
     m_problem->setWordWrap(true);
 }
 

@@ -27,6 +27,14 @@ void setUpTable(QTableView& table)
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
 }
 
+void setColumnWidths(QTableView& table, const QStringList& samples)
+{
+    const QFontMetrics metrics(table.font());
+    for (int column = 0; column < samples.size(); ++column) {
+        const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("MM"));
+        table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
+    }
+}
 QToolButton* makeButton(QAction& action, QWidget* parent)
 {
     auto* const button = new QToolButton(parent);
