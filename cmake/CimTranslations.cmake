@@ -8,7 +8,7 @@ get_filename_component(CIM_BUILD_TRANSLATION_DIR
     ${PROJECT_BINARY_DIR}/apps/program/${CIM_TRANSLATION_DIR_FROM_PROGRAM} ABSOLUTE)
 
 # cim_add_translations(TARGET FILE...) builds these catalogs together with TARGET. To take over the texts of changed sources:
-# lupdate -locations none -no-obsolete SOURCES -ts FILE
+# lupdate -locations none -no-obsolete -I . SOURCES -ts FILE
 function(cim_add_translations target)
     set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${CIM_BUILD_TRANSLATION_DIR})
     qt5_add_translation(catalogs ${ARGN})

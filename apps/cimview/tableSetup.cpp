@@ -31,7 +31,7 @@ void setColumnWidths(QTableView& table, const QStringList& samples)
 {
     const QFontMetrics metrics(table.font());
     for (int column = 0; column < samples.size(); ++column) {
-        const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("MM"));
+        const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("M"));
         table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
     }
 }

@@ -1,0 +1,575 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="de_DE" sourcelanguage="en">
+<context>
+    <name>vexmor::Apps::Cimview::CAddDialog</name>
+    <message>
+        <source>&amp;Store it for the next time</source>
+        <translation>Für das nächste Mal &amp;speichern</translation>
+    </message>
+    <message>
+        <source>Add interface</source>
+        <translation>Schnittstelle hinzufügen</translation>
+    </message>
+    <message>
+        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway</source>
+        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways</translation>
+    </message>
+    <message>
+        <source>&amp;Name:</source>
+        <translation>&amp;Name:</translation>
+    </message>
+    <message>
+        <source>&amp;Address:</source>
+        <translation>&amp;Adresse:</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate [kbit/s]:</source>
+        <translation>&amp;Baudrate [kbit/s]:</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is no address like 192.168.1.70:30000:TCP.</source>
+        <translation>„%1“ ist keine Adresse wie 192.168.1.70:30000:TCP.</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CBusloadPlot</name>
+    <message>
+        <source>Seconds ago</source>
+        <translation>vor Sekunden</translation>
+    </message>
+    <message>
+        <source>Bus load [%]</source>
+        <translation>Buslast [%]</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CEventModel</name>
+    <message>
+        <source>error %1</source>
+        <translation>Fehler %1</translation>
+    </message>
+    <message>
+        <source>code %1</source>
+        <translation>Code %1</translation>
+    </message>
+    <message>
+        <source>Time</source>
+        <translation>Zeit</translation>
+    </message>
+    <message>
+        <source>Interface</source>
+        <translation>Schnittstelle</translation>
+    </message>
+    <message>
+        <source>Number</source>
+        <translation>Nummer</translation>
+    </message>
+    <message>
+        <source>Times</source>
+        <translation>Anzahl</translation>
+    </message>
+    <message>
+        <source>Event</source>
+        <translation>Ereignis</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CEventPanel</name>
+    <message>
+        <source>The whole text of the chosen event</source>
+        <translation>Der ganze Text des gewählten Ereignisses</translation>
+    </message>
+    <message>
+        <source>Mark as &amp;read</source>
+        <translation>Als &amp;gelesen markieren</translation>
+    </message>
+    <message>
+        <source>Clear eve&amp;nts</source>
+        <translation>E&amp;reignisse löschen</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CIdentifierModel</name>
+    <message>
+        <source>ID</source>
+        <translation>ID</translation>
+    </message>
+    <message>
+        <source>Interface</source>
+        <translation>Schnittstelle</translation>
+    </message>
+    <message>
+        <source>Dir</source>
+        <translation>Ri.</translation>
+    </message>
+    <message>
+        <source>Count</source>
+        <translation>Anzahl</translation>
+    </message>
+    <message>
+        <source>Period [ms]</source>
+        <translation>Periode [ms]</translation>
+    </message>
+    <message>
+        <source>Length</source>
+        <translation>Länge</translation>
+    </message>
+    <message>
+        <source>Data</source>
+        <translation>Daten</translation>
+    </message>
+    <message>
+        <source>ASCII</source>
+        <translation>ASCII</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CInterfaceList</name>
+    <message>
+        <source>The plugin %1 was not found.</source>
+        <translation>Das Plugin %1 wurde nicht gefunden.</translation>
+    </message>
+    <message>
+        <source>An interface needs a name.</source>
+        <translation>Die Schnittstelle braucht einen Namen.</translation>
+    </message>
+    <message>
+        <source>There is an interface &apos;%1&apos; already.</source>
+        <translation>Es gibt bereits eine Schnittstelle „%1“.</translation>
+    </message>
+    <message>
+        <source>Opened.</source>
+        <translation>Geöffnet.</translation>
+    </message>
+    <message>
+        <source>closed</source>
+        <translation>geschlossen</translation>
+    </message>
+    <message>
+        <source>opening ...</source>
+        <translation>wird geöffnet …</translation>
+    </message>
+    <message>
+        <source>connected</source>
+        <translation>verbunden</translation>
+    </message>
+    <message>
+        <source>gateway away</source>
+        <translation>Gateway fehlt</translation>
+    </message>
+    <message>
+        <source>closing ...</source>
+        <translation>wird geschlossen …</translation>
+    </message>
+    <message>
+        <source>%1 %</source>
+        <translation>%1 %</translation>
+    </message>
+    <message>
+        <source>%1 kbit/s</source>
+        <translation>%1 kbit/s</translation>
+    </message>
+    <message>
+        <source>yes</source>
+        <translation>ja</translation>
+    </message>
+    <message>
+        <source>no</source>
+        <translation>nein</translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>State</source>
+        <translation>Zustand</translation>
+    </message>
+    <message>
+        <source>Bus load</source>
+        <translation>Buslast</translation>
+    </message>
+    <message>
+        <source>Address</source>
+        <translation>Adresse</translation>
+    </message>
+    <message>
+        <source>Baud rate</source>
+        <translation>Baudrate</translation>
+    </message>
+    <message>
+        <source>Type</source>
+        <translation>Typ</translation>
+    </message>
+    <message>
+        <source>Firmware</source>
+        <translation>Firmware</translation>
+    </message>
+    <message>
+        <source>Stored</source>
+        <translation>Gespeichert</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CInterfacePanel</name>
+    <message>
+        <source>&amp;Open</source>
+        <translation>Ö&amp;ffnen</translation>
+    </message>
+    <message>
+        <source>&amp;Close</source>
+        <translation>Sch&amp;ließen</translation>
+    </message>
+    <message>
+        <source>&amp;Add ...</source>
+        <translation>&amp;Hinzufügen …</translation>
+    </message>
+    <message>
+        <source>Con&amp;figure ...</source>
+        <translation>&amp;Konfigurieren …</translation>
+    </message>
+    <message>
+        <source>&amp;Store</source>
+        <translation>&amp;Speichern</translation>
+    </message>
+    <message>
+        <source>Re&amp;move</source>
+        <translation>Entf&amp;ernen</translation>
+    </message>
+    <message>
+        <source>Scan &amp;network</source>
+        <translation>&amp;Netzwerk durchsuchen</translation>
+    </message>
+    <message>
+        <source>Bit rate of the CAN bus, kbit/s</source>
+        <translation>Bitrate des CAN-Busses in kbit/s</translation>
+    </message>
+    <message>
+        <source>Keeps an interface that was found for the next time</source>
+        <translation>Behält eine gefundene Schnittstelle für das nächste Mal</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate:</source>
+        <translation>&amp;Baudrate:</translation>
+    </message>
+    <message>
+        <source>%1 keeps its baud rate.</source>
+        <translation>%1 behält seine Baudrate.</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CLogLoader</name>
+    <message numerus="yes">
+        <source>%1: %n line(s) skipped (empty, 29-bit, remote, error or CAN FD frames)</source>
+        <translation>
+            <numerusform>%1: %n Zeile übersprungen (leer, 29-Bit-, Remote-, Fehler- oder CAN-FD-Rahmen)</numerusform>
+            <numerusform>%1: %n Zeilen übersprungen (leer, 29-Bit-, Remote-, Fehler- oder CAN-FD-Rahmen)</numerusform>
+        </translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CLogSaver</name>
+    <message>
+        <source>%1 cannot be written: %2</source>
+        <translation>%1 kann nicht geschrieben werden: %2</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CMainWindow</name>
+    <message>
+        <source>Simulation %1</source>
+        <translation>Simulation %1</translation>
+    </message>
+    <message>
+        <source>CAN interfaces</source>
+        <translation>CAN-Schnittstellen</translation>
+    </message>
+    <message>
+        <source>Interfaces</source>
+        <translation>Schnittstellen</translation>
+    </message>
+    <message>
+        <source>Bus load</source>
+        <translation>Buslast</translation>
+    </message>
+    <message>
+        <source>Send</source>
+        <translation>Senden</translation>
+    </message>
+    <message>
+        <source>Events</source>
+        <translation>Ereignisse</translation>
+    </message>
+    <message>
+        <source>&amp;File</source>
+        <translation>&amp;Datei</translation>
+    </message>
+    <message>
+        <source>&amp;Quit</source>
+        <translation>&amp;Beenden</translation>
+    </message>
+    <message>
+        <source>&amp;Interface</source>
+        <translation>&amp;Schnittstelle</translation>
+    </message>
+    <message>
+        <source>&amp;Messages</source>
+        <translation>&amp;Nachrichten</translation>
+    </message>
+    <message>
+        <source>&amp;View</source>
+        <translation>&amp;Ansicht</translation>
+    </message>
+    <message>
+        <source>Events (%1 new)</source>
+        <translation>Ereignisse (%1 neu)</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n new error(s)</source>
+        <translation>
+            <numerusform>%n neuer Fehler</numerusform>
+            <numerusform>%n neue Fehler</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%L1 messages/s, %L2 in all</source>
+        <translation>%L1 Nachrichten/s, insgesamt %L2</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CMessagePanel</name>
+    <message>
+        <source>&amp;Pause</source>
+        <translation>&amp;Pause</translation>
+    </message>
+    <message>
+        <source>C&amp;lear</source>
+        <translation>Lö&amp;schen</translation>
+    </message>
+    <message>
+        <source>&amp;Load log ...</source>
+        <translation>Log &amp;laden …</translation>
+    </message>
+    <message>
+        <source>&amp;Save log ...</source>
+        <translation>L&amp;og speichern …</translation>
+    </message>
+    <message>
+        <source>&amp;Find text</source>
+        <translation>Text &amp;suchen</translation>
+    </message>
+    <message>
+        <source>T&amp;race</source>
+        <translation>A&amp;ufzeichnung</translation>
+    </message>
+    <message>
+        <source>By i&amp;dentifier</source>
+        <translation>Nach &amp;ID</translation>
+    </message>
+    <message>
+        <source>all, or like 123  120:7F0</source>
+        <translation>alle, oder wie 123  120:7F0</translation>
+    </message>
+    <message>
+        <source>Identifiers to show, hexadecimal: ID, or ID:MASK for all that equal ID in the bits of MASK.
+Several stand with blanks between.</source>
+        <translation>Anzuzeigende Identifier, hexadezimal: ID, oder ID:MASKE für alle, die in den Bits von MASKE mit ID übereinstimmen.
+Mehrere werden durch Leerzeichen getrennt.</translation>
+    </message>
+    <message>
+        <source>any text or data</source>
+        <translation>beliebiger Text oder Daten</translation>
+    </message>
+    <message>
+        <source>Shows only messages with this text in interface, direction, identifier, data or ASCII.</source>
+        <translation>Zeigt nur Nachrichten mit diesem Text in Schnittstelle, Richtung, Identifier, Daten oder ASCII.</translation>
+    </message>
+    <message>
+        <source>&amp;Identifier:</source>
+        <translation>Id&amp;entifier:</translation>
+    </message>
+    <message>
+        <source>Te&amp;xt:</source>
+        <translation>Te&amp;xt:</translation>
+    </message>
+    <message>
+        <source>candump logs (*.log);;All files (*)</source>
+        <translation>candump-Logs (*.log);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>Save log</source>
+        <translation>Log speichern</translation>
+    </message>
+    <message>
+        <source>Load log</source>
+        <translation>Log laden</translation>
+    </message>
+    <message>
+        <source>%1 messages loaded; live messages wait until the pause ends.</source>
+        <translation>%1 Nachrichten geladen; neue Nachrichten warten bis zum Ende der Pause.</translation>
+    </message>
+    <message>
+        <source>%1 messages saved.</source>
+        <translation>%1 Nachrichten gespeichert.</translation>
+    </message>
+    <message>
+        <source>filter not complete</source>
+        <translation>Filter unvollständig</translation>
+    </message>
+    <message>
+        <source>%L1 waiting</source>
+        <translation>%L1 warten</translation>
+    </message>
+    <message>
+        <source>%L1 of %L2</source>
+        <translation>%L1 von %L2</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CScreenshotTour</name>
+    <message>
+        <source>mute</source>
+        <translation>Stumm</translation>
+    </message>
+    <message>
+        <source>level</source>
+        <translation>Pegel</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CSendList</name>
+    <message>
+        <source>interval %1: must be 1 to %2 ms</source>
+        <translation>Intervall %1: muss zwischen 1 und %2 ms liegen</translation>
+    </message>
+    <message>
+        <source>Cyclic</source>
+        <translation>Zyklisch</translation>
+    </message>
+    <message>
+        <source>ID</source>
+        <translation>ID</translation>
+    </message>
+    <message>
+        <source>Data</source>
+        <translation>Daten</translation>
+    </message>
+    <message>
+        <source>Interval [ms]</source>
+        <translation>Intervall [ms]</translation>
+    </message>
+    <message>
+        <source>Comment</source>
+        <translation>Kommentar</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CSendPanel</name>
+    <message>
+        <source>Sen&amp;d</source>
+        <translation>Sen&amp;den</translation>
+    </message>
+    <message>
+        <source>Add to l&amp;ist</source>
+        <translation>In die Lis&amp;te</translation>
+    </message>
+    <message>
+        <source>Send c&amp;hosen</source>
+        <translation>Ge&amp;wählte senden</translation>
+    </message>
+    <message>
+        <source>S&amp;top all</source>
+        <translation>&amp;Alle anhalten</translation>
+    </message>
+    <message>
+        <source>Remo&amp;ve</source>
+        <translation>Entfe&amp;rnen</translation>
+    </message>
+    <message>
+        <source>Identifier, hexadecimal, 0 to 7FF</source>
+        <translation>Identifier, hexadezimal, 0 bis 7FF</translation>
+    </message>
+    <message>
+        <source>Up to eight bytes, hexadecimal</source>
+        <translation>Bis zu acht Bytes, hexadezimal</translation>
+    </message>
+    <message>
+        <source> ms</source>
+        <translation> ms</translation>
+    </message>
+    <message>
+        <source>Time from one message to the next, for cyclic sending from the list</source>
+        <translation>Zeit von einer Nachricht zur nächsten beim zyklischen Senden aus der Liste</translation>
+    </message>
+    <message>
+        <source>O&amp;n:</source>
+        <translation>&amp;Auf:</translation>
+    </message>
+    <message>
+        <source>I&amp;D:</source>
+        <translation>&amp;ID:</translation>
+    </message>
+    <message>
+        <source>Dat&amp;a:</source>
+        <translation>Da&amp;ten:</translation>
+    </message>
+    <message>
+        <source>&amp;Every</source>
+        <translation>&amp;Alle</translation>
+    </message>
+    <message>
+        <source>Open an interface first: there is none to send on.</source>
+        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CTraceModel</name>
+    <message>
+        <source>Time</source>
+        <translation>Zeit</translation>
+    </message>
+    <message>
+        <source>Interface</source>
+        <translation>Schnittstelle</translation>
+    </message>
+    <message>
+        <source>Dir</source>
+        <translation>Ri.</translation>
+    </message>
+    <message>
+        <source>ID</source>
+        <translation>ID</translation>
+    </message>
+    <message>
+        <source>Length</source>
+        <translation>Länge</translation>
+    </message>
+    <message>
+        <source>Data</source>
+        <translation>Daten</translation>
+    </message>
+    <message>
+        <source>ASCII</source>
+        <translation>ASCII</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CWorkbench</name>
+    <message numerus="yes">
+        <source>Scan finished: %n interface(s) found.</source>
+        <translation>
+            <numerusform>Suche beendet: %n Schnittstelle gefunden.</numerusform>
+            <numerusform>Suche beendet: %n Schnittstellen gefunden.</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>No scan could be started.</source>
+        <translation>Die Suche konnte nicht gestartet werden.</translation>
+    </message>
+    <message>
+        <source>The window was busy for too long: %1 messages were lost.</source>
+        <translation>Das Fenster war zu lange beschäftigt: %1 Nachrichten gingen verloren.</translation>
+    </message>
+</context>
+</TS>
