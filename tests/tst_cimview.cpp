@@ -10,14 +10,17 @@
 
 #include <QElapsedTimer>
 #include <QLineEdit>
+#include <QMenuBar>
 #include <QProcess>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QTabWidget>
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTranslator>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -308,15 +311,15 @@ private Q_SLOTS:
         QCOMPARE(id->text(), QStringLiteral("97")); // neither letters nor 97F
         QTest::keyClicks(data, QStringLiteral("0a ff1g2"));
         QCOMPARE(data->text(), QStringLiteral("0a ff12"));
-        QTest::mouseClick(run.find<QPushButton>("Sen&d"), Qt::LeftButton);
+        QTest::mouseClick(run.find<QPushButton>("&Send"), Qt::LeftButton);
         QTRY_COMPARE(sent, (QList<vexmor::Cim::CCanMessage>{message(0x97, hex("0AFF12"))}));
 
         CSendList& list = run.workbench.sendList();
         QTest::keyClick(data, Qt::Key_Backspace); // half a byte: refused
-        QTest::mouseClick(run.find<QPushButton>("Add to l&ist"), Qt::LeftButton);
+        QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         QCOMPARE(list.rowCount(), 0);
         QTest::keyClicks(data, QStringLiteral("3"));
-        QTest::mouseClick(run.find<QPushButton>("Add to l&ist"), Qt::LeftButton);
+        QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         QCOMPARE(list.rowCount(), 1);
         list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
         list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
@@ -344,6 +347,38 @@ private Q_SLOTS:
         QCOMPARE(run.lines(), (QStringList{QStringLiteral("can0 RX 123 11"), QStringLiteral("can1 RX 7FF ")}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), QStringLiteral("hall RX 100 AA"));
+    }
+
+    void everyLetterWithAltIsThereOnce_data()
+    {
+        QTest::addColumn<QString>("catalog");
+        QTest::newRow("English") << QString();
+        QTest::newRow("German") << QStringLiteral(CIM_TRANSLATION_DIR "/cimview_de.qm");
+    }
+    void everyLetterWithAltIsThereOnce()
+    {
+        QFETCH(QString, catalog);
+        QTranslator translator;
+        QVERIFY(catalog.isEmpty() || (translator.load(catalog) && QCoreApplication::installTranslator(&translator)));
+        const SWindow run;
+        QStringList texts;
+        for (const QAction* const menu : run.window->menuBar()->actions()) {
+            texts.append(menu->text());
+        }
+        for (const QWidget* const widget : run.window->findChildren<QWidget*>()) {
+            texts.append(widget->property("text").toString());
+            const auto* const tabs = qobject_cast<const QTabWidget*>(widget);
+            for (int tab = 0; tabs != nullptr && tab < tabs->count(); ++tab) {
+                texts.append(tabs->tabText(tab));
+            }
+        }
+        QMap<QString, QString> users;
+        for (const QString& text : std::as_const(texts)) {
+            const QString letter = QKeySequence::mnemonic(text).toString();
+            QVERIFY2(letter.isEmpty() || !users.contains(letter), qPrintable(text + users.value(letter)));
+            users.insert(letter, text);
+        }
+        QVERIFY(users.size() > 12);
     }
 
     void stateIsKept()

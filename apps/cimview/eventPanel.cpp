@@ -22,6 +22,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     setColumnWidths(*m_table, {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"),
                                QStringLiteral("error 100"), QStringLiteral("1000")});
     m_table->installEventFilter(this);
+    setFocusProxy(m_table);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);
     m_text->setPlaceholderText(tr("The whole text of the chosen event"));
@@ -31,8 +32,8 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     splitter->addWidget(m_text);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
-    auto* const read = new QPushButton(tr("Mark as &read"), this);
-    auto* const clear = new QPushButton(tr("Clear eve&nts"), this);
+    auto* const read = new QPushButton(tr("Mar&k as read"), this);
+    auto* const clear = new QPushButton(tr("&Clear events"), this);
     auto* const buttons = new QVBoxLayout;
     buttons->addWidget(read);
     buttons->addWidget(clear);

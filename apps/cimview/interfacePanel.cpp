@@ -61,6 +61,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
     connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
     m_table->selectRow(0);
+    setFocusProxy(m_table);
     showState();
 }
 

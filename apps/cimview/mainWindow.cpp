@@ -92,16 +92,15 @@ void CMainWindow::makeMenus()
         QAction* const action = view->addAction(dock->windowTitle(), [dock] {
             dock->show();
             dock->raise();
-            if (QWidget* const first = dock->widget()->nextInFocusChain()) {
-                first->setFocus(Qt::ShortcutFocusReason);
-            }
+            dock->widget()->setFocus(Qt::ShortcutFocusReason);
         });
         action->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + number++)));
     }
+    QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
+    toMessages->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
     view->addSeparator();
-    for (QDockWidget* const dock : docks) {
-        QAction* const toggle = dock->toggleViewAction();
-        view->addAction(toggle);
+    for (const QDockWidget* const dock : docks) {
+        view->addAction(dock->toggleViewAction());
     }
 }
 

@@ -52,11 +52,12 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
 {
     makeTables();
     m_tabs->addTab(m_traceView, tr("T&race"));
-    m_tabs->addTab(m_identifierView, tr("By i&dentifier"));
+    m_tabs->addTab(m_identifierView, tr("B&y identifier"));
     auto* const layout = new QVBoxLayout(this);
     layout->addWidget(makeFilterBar());
     layout->addWidget(m_tabs, 1);
     connectActions();
+    setFocusProxy(m_traceView);
 }
 
 QWidget* CMessagePanel::makeFilterBar()
@@ -76,7 +77,7 @@ QWidget* CMessagePanel::makeFilterBar()
     m_textEdit->setToolTip(
         tr("Shows only messages with this text in interface, direction, identifier, data or ASCII."));
     m_textEdit->setClearButtonEnabled(true);
-    auto* const idLabel = new QLabel(tr("&Identifier:"), this);
+    auto* const idLabel = new QLabel(tr("Ide&ntifier:"), this);
     idLabel->setBuddy(m_idEdit);
     auto* const textLabel = new QLabel(tr("Te&xt:"), this);
     textLabel->setBuddy(m_textEdit);
@@ -88,8 +89,12 @@ QWidget* CMessagePanel::makeFilterBar()
     layout->addWidget(m_idEdit, 1);
     layout->addWidget(textLabel);
     layout->addWidget(m_textEdit, 1);
+    QWidget* before = m_textEdit;
     for (QAction* const action : {&m_pause, &m_clear, &m_load, &m_save}) {
-        layout->addWidget(makeButton(*action, bar));
+        QToolButton* const button = makeButton(*action, bar);
+        layout->addWidget(button);
+        setTabOrder(before, button);
+        before = button;
     }
     layout->addWidget(m_counts);
     return bar;

@@ -30,11 +30,11 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
       m_id(new QLineEdit(this)),
       m_data(new QLineEdit(this)),
       m_interval(new QSpinBox(this)),
-      m_send(new QPushButton(tr("Sen&d"), this)),
-      m_add(new QPushButton(tr("Add to l&ist"), this)),
+      m_send(new QPushButton(tr("&Send"), this)),
+      m_add(new QPushButton(tr("Add to &list"), this)),
       m_sendChosen(new QPushButton(tr("Send c&hosen"), this)),
       m_stop(new QPushButton(tr("S&top all"), this)),
-      m_remove(new QPushButton(tr("Remo&ve"), this)),
+      m_remove(new QPushButton(tr("Remove"), this)),
       m_table(new QTableView(this)),
       m_problem(new QLabel(this))
 {
@@ -42,6 +42,7 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     layOut();
     connectWidgets();
     showInterfaces();
+    setFocusProxy(m_id);
 }
 
 void CSendPanel::makeWidgets()
@@ -78,7 +79,7 @@ void CSendPanel::layOut()
         return label;
     };
     auto* const typed = new QHBoxLayout;
-    typed->addWidget(makeLabel(tr("O&n:"), m_interface));
+    typed->addWidget(makeLabel(tr("&On:"), m_interface));
     typed->addWidget(m_interface, 1);
     typed->addWidget(makeLabel(tr("I&D:"), m_id));
     typed->addWidget(m_id);

@@ -81,11 +81,11 @@
         <translation>Der ganze Text des gewählten Ereignisses</translation>
     </message>
     <message>
-        <source>Mark as &amp;read</source>
+        <source>Mar&amp;k as read</source>
         <translation>Als &amp;gelesen markieren</translation>
     </message>
     <message>
-        <source>Clear eve&amp;nts</source>
+        <source>&amp;Clear events</source>
         <translation>E&amp;reignisse löschen</translation>
     </message>
 </context>
@@ -336,6 +336,10 @@
         <source>%L1 messages/s, %L2 in all</source>
         <translation>%L1 Nachrichten/s, insgesamt %L2</translation>
     </message>
+    <message>
+        <source>Messages</source>
+        <translation>Nachrichten</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CMessagePanel</name>
@@ -364,10 +368,6 @@
         <translation>A&amp;ufzeichnung</translation>
     </message>
     <message>
-        <source>By i&amp;dentifier</source>
-        <translation>Nach &amp;ID</translation>
-    </message>
-    <message>
         <source>all, or like 123  120:7F0</source>
         <translation>alle, oder wie 123  120:7F0</translation>
     </message>
@@ -384,10 +384,6 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>Shows only messages with this text in interface, direction, identifier, data or ASCII.</source>
         <translation>Zeigt nur Nachrichten mit diesem Text in Schnittstelle, Richtung, Identifier, Daten oder ASCII.</translation>
-    </message>
-    <message>
-        <source>&amp;Identifier:</source>
-        <translation>Id&amp;entifier:</translation>
     </message>
     <message>
         <source>Te&amp;xt:</source>
@@ -424,6 +420,14 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>%L1 of %L2</source>
         <translation>%L1 von %L2</translation>
+    </message>
+    <message>
+        <source>B&amp;y identifier</source>
+        <translation>Na&amp;ch ID</translation>
+    </message>
+    <message>
+        <source>Ide&amp;ntifier:</source>
+        <translation>Id&amp;entifier:</translation>
     </message>
 </context>
 <context>
@@ -467,24 +471,12 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
 <context>
     <name>vexmor::Apps::Cimview::CSendPanel</name>
     <message>
-        <source>Sen&amp;d</source>
-        <translation>Sen&amp;den</translation>
-    </message>
-    <message>
-        <source>Add to l&amp;ist</source>
-        <translation>In die Lis&amp;te</translation>
-    </message>
-    <message>
         <source>Send c&amp;hosen</source>
         <translation>Ge&amp;wählte senden</translation>
     </message>
     <message>
         <source>S&amp;top all</source>
-        <translation>&amp;Alle anhalten</translation>
-    </message>
-    <message>
-        <source>Remo&amp;ve</source>
-        <translation>Entfe&amp;rnen</translation>
+        <translation>Alle an&amp;halten</translation>
     </message>
     <message>
         <source>Identifier, hexadecimal, 0 to 7FF</source>
@@ -503,10 +495,6 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
         <translation>Zeit von einer Nachricht zur nächsten beim zyklischen Senden aus der Liste</translation>
     </message>
     <message>
-        <source>O&amp;n:</source>
-        <translation>&amp;Auf:</translation>
-    </message>
-    <message>
         <source>I&amp;D:</source>
         <translation>&amp;ID:</translation>
     </message>
@@ -516,11 +504,27 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     </message>
     <message>
         <source>&amp;Every</source>
-        <translation>&amp;Alle</translation>
+        <translation>A&amp;lle</translation>
     </message>
     <message>
         <source>Open an interface first: there is none to send on.</source>
         <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+    </message>
+    <message>
+        <source>&amp;Send</source>
+        <translation>Senden</translation>
+    </message>
+    <message>
+        <source>Add to &amp;list</source>
+        <translation>&amp;Zur Liste</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Entfernen</translation>
+    </message>
+    <message>
+        <source>&amp;On:</source>
+        <translation>Au&amp;f:</translation>
     </message>
 </context>
 <context>
