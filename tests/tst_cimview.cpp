@@ -5,6 +5,7 @@
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 #include "sim/simBus.h"
+#include "sim/simDetection.h"
 #include "sim/simGateway.h"
 #include "testData.h"
 
@@ -43,10 +44,10 @@ std::vector<SPlugin>& plugins()
 }
 
 struct SGateway {
-    explicit SGateway(CSimBus& bus) : gateway(bus)
+    explicit SGateway(CSimBus& bus, const QString& address = QStringLiteral("127.0.0.1")) : gateway(bus)
     {
         QString error;
-        if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+        if (!gateway.listen(QHostAddress(address), 0, error)) {
             qFatal("%s", qPrintable(error));
         }
     }
@@ -148,6 +149,9 @@ private Q_SLOTS:
         QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
         QCoreApplication::setApplicationName(QStringLiteral("Cim"));
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
+        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) { // for programs that are started
+            qputenv(variable, m_folder.path().toLocal8Bit());
+        }
     }
     void cleanup() { QSettings().clear(); }
 
@@ -295,6 +299,30 @@ private Q_SLOTS:
         run.reset();
         QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
         QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);
+    }
+
+    void scanFindsGateways()
+    {
+        if (qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
+        CSimBus bus;
+        SGateway hall(bus, QStringLiteral("10.9.0.1"));
+        CSimDetection detection;
+        QString error;
+        QVERIFY2(detection.listen(vexmor::Cim::DDT_PORT, error), qPrintable(error));
+        detection.addGateway(hall.gateway);
+        SWindow run;
+        QSignalSpy finished(&run.workbench.scan(), &CNetworkScan::finished);
+        for (int round = 1; round <= 2; ++round) { // the second finds nothing new
+            run.workbench.startScan();
+            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
+            QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
+        }
+        run.list().open(0);
+        QTRY_COMPARE(run.list().state(0), EInterfaceState::eConnected);
+        run.list().store(0);
+        QCOMPARE(storedNames(), QStringList{run.list().name(0)});
     }
 
     void sendsWhatIsTyped()

@@ -1,7 +1,6 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/identifierModel.h"
 #include "apps/cimview/interfaceList.h"
-#include "apps/cimview/interfaceScan.h"
 #include "apps/cimview/logFiles.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
@@ -42,27 +41,6 @@ QString cell(const QAbstractItemModel& model, int row, int column)
 {
     return model.index(row, column).data().toString();
 }
-
-/// A plugin that finds what a test gives it.
-class CFindingPlugin : public QObject, public vexmor::Cim::CCanInterfacePlugin
-{
-    Q_OBJECT
-    Q_INTERFACES(vexmor::Cim::CCanInterfacePlugin)
-
-public:
-    QString pluginName() override { return {}; }
-    int pluginId() override { return 1; }
-    QString interfaceType() override { return {}; }
-    CCanInterface* createInterface() override { return nullptr; }
-    bool addScanAddress(const QString&) override { return false; }
-    bool removeScanAddress(const QString&) override { return false; }
-    QStringList scanAddresses() override { return {}; }
-    int scanInterfaces() override { return startCode; }
-    int startCode = 0;
-
-Q_SIGNALS:
-    void interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
-};
 } // namespace
 
 /// What the window shows, without the window.
@@ -395,26 +373,17 @@ private Q_SLOTS:
         CMailbox mailbox;
         CInterfaceList list(m_plugins, m_names, mailbox);
         list.add(QStringLiteral("hall"), {{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")}}, false);
-        CFindingPlugin plugins[3];
-        plugins[2].startCode = -1; // does not scan
-        CInterfaceScan scan({&plugins[0], &plugins[1], &plugins[2]},
-                            [&list](auto found) { list.addFound(std::move(found)); });
-        const QSignalSpy finished(&scan, &CInterfaceScan::finished);
-        const auto found = [this](const char* address, const char* name) {
-            CCanInterface* const canInterface = m_plugins.front().object->createInterface();
-            auto info = canInterface->commonInfo();
+        std::vector<std::unique_ptr<vexmor::Cim::CCanInterface>> found;
+        const std::pair<const char*, const char*> answers[] = {
+            {"10.0.0.5", "again"}, {"10.0.0.6", "hall"}, {"10.0.0.7", ""}, {"10.0.0.6", "twice"}};
+        for (const auto& [address, name] : answers) {
+            found.emplace_back(m_plugins.front().object->createInterface());
+            auto info = found.back()->commonInfo();
             info.setPort(QStringLiteral("IP=%1:30000:TCP").arg(QLatin1String(address)));
             info.setUniqueName(QString::fromLatin1(name));
-            canInterface->setCommonInfo(info);
-            return canInterface;
-        };
-        QVERIFY(scan.start());
-        Q_EMIT plugins[0].interfaceScanFinished(1, {found("10.0.0.5", "again"), found("10.0.0.6", "hall")});
-        QVERIFY(scan.isRunning() && finished.isEmpty());
-        Q_EMIT plugins[1].interfaceScanFinished(1, {found("10.0.0.7", ""), found("10.0.0.6", "twice")});
-        QVERIFY(!scan.isRunning());
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(finished.at(0).at(0).toInt(), 4);
+            found.back()->setCommonInfo(info);
+        }
+        list.addFound(std::move(found));
         QCOMPARE(list.rowCount(), 3);
         QCOMPARE(list.name(1), QStringLiteral("hall (2)"));
         QCOMPARE(list.name(2), QStringLiteral("10.0.0.7:30000:TCP"));

@@ -58,7 +58,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(m_table, &QTableView::doubleClicked, this, [this] { m_open->isEnabled() ? openChosen() : closeChosen(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentText()); });
-    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
+    connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScan);
     connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
     m_table->selectRow(0);
     setFocusProxy(m_table);

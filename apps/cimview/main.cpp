@@ -206,5 +206,10 @@ int runProgram(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return vexmor::Apps::Cimview::runProgram(argc, argv);
+    try {
+        return vexmor::Apps::Cimview::runProgram(argc, argv);
+    } catch (const std::exception& error) { // no memory, say
+        std::fprintf(stderr, "error: %s\n", error.what());
+        return vexmor::Apps::eRefused;
+    }
 }

@@ -76,7 +76,7 @@ void CMainWindow::makeMenus()
     file->addAction(&m_messages->saveAction());
     file->addSeparator();
     QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
 
     menuBar()->addMenu(tr("&Interface"))->addActions(m_interfaces->interfaceActions());
 
@@ -94,10 +94,10 @@ void CMainWindow::makeMenus()
             dock->raise();
             dock->widget()->setFocus(Qt::ShortcutFocusReason);
         });
-        action->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + number++)));
+        action->setShortcut(QKeySequence(QStringLiteral("Ctrl+%1").arg(number++)));
     }
     QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
-    toMessages->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+    toMessages->setShortcut(QKeySequence(QStringLiteral("Ctrl+0")));
     view->addSeparator();
     for (const QDockWidget* const dock : docks) {
         view->addAction(dock->toggleViewAction());

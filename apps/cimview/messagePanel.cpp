@@ -64,7 +64,7 @@ QWidget* CMessagePanel::makeFilterBar()
 {
     m_pause.setCheckable(true);
     m_pause.setShortcut(QKeySequence(Qt::Key_F8));
-    m_clear.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
+    m_clear.setShortcut(QKeySequence(QStringLiteral("Ctrl+L")));
     m_load.setShortcut(QKeySequence::Open);
     m_save.setShortcut(QKeySequence::Save);
     m_find.setShortcut(QKeySequence::Find);

@@ -1,34 +1,23 @@
 #include "apps/cimview/workbench.h"
 
-#include <QPluginLoader>
-
 namespace vexmor::Apps::Cimview
 {
 namespace
 {
 /// Fast enough for the eye, and rare enough that a batch of a busy bus is worth its repaint.
 constexpr int FETCH_INTERVAL_MS = 40;
-
-std::vector<QObject*> objectsOf(const std::vector<SPlugin>& plugins)
-{
-    std::vector<QObject*> objects;
-    for (const SPlugin& plugin : plugins) {
-        objects.push_back(plugin.loader->instance());
-    }
-    return objects;
-}
 } // namespace
 
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     : m_interfaces(plugins, m_names, m_mailbox),
-      m_scan(objectsOf(plugins), [this](auto found) { m_interfaces.addFound(std::move(found)); }),
+      m_scan(plugins, [this](auto found) { m_interfaces.addFound(std::move(found)); }),
       m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventHappened, &m_events, &CEventModel::add);
     connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, int percent) {
         m_busloads.add(name, {microsecondsNow(), percent});
     });
-    connect(&m_scan, &CInterfaceScan::finished, this,
+    connect(&m_scan, &CNetworkScan::finished, this,
             [this](int found) { note(tr("Scan finished: %n interface(s) found.", nullptr, found)); });
     connect(&m_timer, &QTimer::timeout, this, &CWorkbench::fetch);
     m_timer.start(FETCH_INTERVAL_MS);

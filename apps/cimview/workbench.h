@@ -3,9 +3,9 @@
 #include "apps/cimview/busloadHistory.h"
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/interfaceList.h"
-#include "apps/cimview/interfaceScan.h"
 #include "apps/cimview/mailbox.h"
 #include "apps/cimview/messageFeed.h"
+#include "apps/cimview/networkScan.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
 
@@ -29,7 +29,7 @@ public:
 
     CSourceNames& names() { return m_names; }
     CInterfaceList& interfaces() { return m_interfaces; }
-    CInterfaceScan& scan() { return m_scan; }
+    CNetworkScan& scan() { return m_scan; }
     CMessageFeed& feed() { return m_feed; }
     CEventModel& events() { return m_events; }
     CSendList& sendList() { return m_sendList; }
@@ -49,7 +49,7 @@ private:
     CSourceNames m_names;
     CMailbox m_mailbox;
     CInterfaceList m_interfaces;
-    CInterfaceScan m_scan;
+    CNetworkScan m_scan;
     CMessageFeed m_feed;
     CEventModel m_events;
     CSendList m_sendList;

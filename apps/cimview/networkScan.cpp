@@ -1,0 +1,48 @@
+#include "apps/cimview/networkScan.h"
+
+#include "apps/common/failure.h"
+
+#include <algorithm>
+
+namespace vexmor::Apps::Cimview
+{
+
+CNetworkScan::CNetworkScan(const std::vector<SPlugin>& plugins, std::function<void(Interfaces)> take)
+    : m_plugins(plugins), m_take(std::move(take))
+{
+}
+
+bool CNetworkScan::start()
+{
+    if (isRunning()) {
+        return true;
+    }
+    for (const SPlugin& plugin : m_plugins) {
+        auto scan = std::make_unique<CInterfaceScan>(plugin);
+        try {
+            scan->start({});
+        } catch (const SFailure&) { // this one does not scan now, others may
+            continue;
+        }
+        connect(scan.get(), &CInterfaceScan::finished, this, &CNetworkScan::onFinished);
+        m_scans.push_back(std::move(scan));
+    }
+    return isRunning();
+}
+
+void CNetworkScan::onFinished()
+{
+    if (!std::all_of(m_scans.begin(), m_scans.end(), [](const auto& scan) { return scan->isFinished(); })) {
+        return;
+    }
+    int found = 0;
+    for (auto& scan : m_scans) {
+        found += static_cast<int>(scan->found().size());
+        m_take(std::move(scan->found()));
+        scan.release()->deleteLater(); // one of them is what calls
+    }
+    m_scans.clear();
+    Q_EMIT finished(found);
+}
+
+} // namespace vexmor::Apps::Cimview
