@@ -53,7 +53,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
     showUnread(workbench.events().unread());
     resize(INITIAL_SIZE);
-    resizeDocks({interfaces, plot}, {3, 2}, Qt::Horizontal);
+    resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
     resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
     loadState();
 }

@@ -103,19 +103,19 @@ QWidget* CMessagePanel::makeFilterBar()
 void CMessagePanel::makeTables()
 {
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    const QString data = QStringLiteral("00 11 22 33 44 55 66 77");
+    const QString data = QStringLiteral("00 11 22 33 44 55 66 77  ");
     m_traceView->setFont(fixed);
     m_traceView->setModel(&m_feed.trace());
     setUpTable(*m_traceView);
     setColumnWidths(*m_traceView, {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"),
-                                   QStringLiteral("RX"), QStringLiteral("7FF"), QStringLiteral("8"), data});
+                                   QStringLiteral("RX  "), QStringLiteral("7FF  "), QStringLiteral("8"), data});
     m_identifierView->setFont(fixed);
     m_identifierView->setModel(&m_identifiers);
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
     setUpTable(*m_identifierView);
     setColumnWidths(*m_identifierView,
-                    {QStringLiteral("7FF"), QStringLiteral("Some interface 1"), QStringLiteral("RX"),
-                     QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
+                    {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
+                     QStringLiteral("1000000"), QStringLiteral("10000.0  "), QStringLiteral("8"), data});
     followEnd();
 }
 

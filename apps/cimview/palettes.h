@@ -8,9 +8,10 @@ namespace vexmor::Apps::Cimview
 /// A dark palette, for those whose desktop offers none.
 inline QPalette darkPalette()
 {
-    QPalette palette(QColor(53, 53, 56), QColor(40, 40, 43));
-    palette.setColor(QPalette::Base, QColor(30, 30, 32));
-    palette.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
+    QPalette palette(QColor(62, 62, 66), QColor(42, 42, 45));
+    // Lighter than the lines that the style draws around check boxes: they would not be seen on it.
+    palette.setColor(QPalette::Base, QColor(54, 54, 58));
+    palette.setColor(QPalette::AlternateBase, QColor(60, 60, 64));
     palette.setColor(QPalette::Highlight, QColor(61, 133, 198));
     palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, QColor(110, 170, 230));
