@@ -9,6 +9,7 @@
 #include "sim/simGateway.h"
 #include "testData.h"
 
+#include <QClipboard>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -427,7 +428,7 @@ private Q_SLOTS:
         QCOMPARE(run.window->size(), QSize(1000, 700));
     }
 
-    void traceFollowsItsEndUntilTheUserScrolls()
+    void traceFollowsItsEndAndIsCopied()
     {
         SWindow run;
         QVERIFY(QTest::qWaitForWindowExposed(run.window.get()));
@@ -439,6 +440,11 @@ private Q_SLOTS:
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 1900);
         QCOMPARE(bar->value(), 500);
+        QTableView& table = run.window->messagePanel().traceView();
+        table.selectRow(3);
+        QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
+        QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
+        QCOMPARE(QApplication::clipboard()->text().count(QStringLiteral("\tRX\t000\t0\t\t\n")), 2);
     }
 
 private:

@@ -8,6 +8,7 @@
 #include <QGridLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
 #include <QSettings>
@@ -136,6 +137,13 @@ void CInterfacePanel::closeChosen()
 void CInterfacePanel::removeChosen()
 {
     const QList<int> rows = chosenRows();
+    const CInterfaceList& interfaces = m_workbench.interfaces();
+    const bool anyStored = std::any_of(rows.begin(), rows.end(), [&](int row) { return interfaces.isStored(row); });
+    const QString question = tr("Remove the chosen interfaces from the store, too?");
+    if (anyStored && QMessageBox::question(this, tr("Remove"), question) != QMessageBox::Yes) {
+        return;
+    }
+    // A scan that ends meanwhile adds rows at the end only.
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.interfaces().remove(row); });
 }
 

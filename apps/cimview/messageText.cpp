@@ -1,6 +1,7 @@
 #include "apps/cimview/messageText.h"
 
 #include <QDateTime>
+#include <QLocale>
 #include <QRegularExpression>
 
 #include <array>
@@ -85,6 +86,11 @@ QString timeText(std::int64_t microseconds)
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(microseconds / 1000);
     return time.toString(QStringLiteral("HH:mm:ss.zzz")) +
            QString::number(microseconds % 1000).rightJustified(3, QLatin1Char('0'));
+}
+
+QString dateText(std::int64_t microseconds)
+{
+    return QLocale::system().toString(QDateTime::fromMSecsSinceEpoch(microseconds / 1000), QLocale::LongFormat);
 }
 
 QString idText(const Cim::CCanMessage& message)

@@ -16,6 +16,8 @@ std::int64_t microsecondsNow();
 
 /// Time of day with microseconds, local.
 QString timeText(std::int64_t microseconds);
+/// Date and time of day, local, as the user's country writes them.
+QString dateText(std::int64_t microseconds);
 /// Three hexadecimal digits.
 QString idText(const Cim::CCanMessage& message);
 /// Two hexadecimal digits for each byte, with blanks between.

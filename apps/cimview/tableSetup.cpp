@@ -2,12 +2,34 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QHeaderView>
 #include <QTableView>
 #include <QToolButton>
 
+#include <algorithm>
+
 namespace vexmor::Apps::Cimview
 {
+
+namespace
+{
+/// The chosen rows as lines, cells with tabs between, in the order in which they are seen.
+QString chosenText(const QTableView& table)
+{
+    QModelIndexList rows = table.selectionModel()->selectedRows();
+    std::sort(rows.begin(), rows.end());
+    QString text;
+    for (const QModelIndex& row : std::as_const(rows)) {
+        for (int column = 0; column < table.model()->columnCount(); ++column) {
+            text += column == 0 ? QString() : QStringLiteral("\t");
+            text += row.siblingAtColumn(column).data().toString();
+        }
+        text += QLatin1Char('\n');
+    }
+    return text;
+}
+} // namespace
 
 void setUpTable(QTableView& table)
 {
@@ -24,6 +46,13 @@ void setUpTable(QTableView& table)
     table.horizontalHeader()->setFont(QApplication::font());
     table.horizontalHeader()->setStretchLastSection(true);
     table.horizontalHeader()->setHighlightSections(false);
+    auto* const copy = new QAction(QCoreApplication::translate("Table", "Copy rows"), &table);
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetShortcut);
+    QObject::connect(copy, &QAction::triggered, &table,
+                     [&table] { QApplication::clipboard()->setText(chosenText(table)); });
+    table.addAction(copy);
+    table.setContextMenuPolicy(Qt::ActionsContextMenu);
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
 }
 

@@ -11,7 +11,8 @@ class QWidget;
 namespace vexmor::Apps::Cimview
 {
 
-/// Compact rows of one height, chosen as a whole; Tab leaves the table.
+/// Compact rows of one height, chosen as a whole; Tab leaves the table. Ctrl+C and the context menu copy the chosen
+/// rows.
 void setUpTable(QTableView& table);
 
 /// Makes the first columns wide enough for these texts, and for their titles.

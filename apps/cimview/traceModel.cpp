@@ -93,10 +93,13 @@ int CTraceModel::columnCount(const QModelIndex& parent) const
 
 QVariant CTraceModel::data(const QModelIndex& index, int role) const
 {
+    const STraceRecord& shown = record(index.row());
+    if (role == Qt::ToolTipRole && index.column() == eTime) {
+        return dateText(shown.microseconds);
+    }
     if (role != Qt::DisplayRole) {
         return {};
     }
-    const STraceRecord& shown = record(index.row());
     switch (index.column()) {
     case eTime:
         return timeText(shown.microseconds);

@@ -2,6 +2,13 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE" sourcelanguage="en">
 <context>
+    <name>Table</name>
+    <message>
+        <source>Copy rows</source>
+        <translation>Zeilen kopieren</translation>
+    </message>
+</context>
+<context>
     <name>vexmor::Apps::Cimview::CAddDialog</name>
     <message>
         <source>&amp;Store it for the next time</source>
@@ -256,6 +263,14 @@
     <message>
         <source>%1 keeps its baud rate.</source>
         <translation>%1 behält seine Baudrate.</translation>
+    </message>
+    <message>
+        <source>Remove the chosen interfaces from the store, too?</source>
+        <translation>Die gewählten Schnittstellen auch aus dem Speicher entfernen?</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Entfernen</translation>
     </message>
 </context>
 <context>
