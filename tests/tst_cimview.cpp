@@ -150,7 +150,8 @@ private Q_SLOTS:
         QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
         QCoreApplication::setApplicationName(QStringLiteral("Cim"));
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
-        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) { // for programs that are started
+        qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0"); // they would stand in what is read
+        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {       // for programs that are started
             qputenv(variable, m_folder.path().toLocal8Bit());
         }
     }
