@@ -1,5 +1,7 @@
+#include "sim/simTraffic.h"
 #include "t93Fixture.h"
 
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QUdpSocket>
@@ -162,6 +164,23 @@ private Q_SLOTS:
         }
         bus.send(message(0x123, hex("4455")));
         QCOMPARE(host.read(qMax(bytes.size(), 1)).toHex(), bytes.toHex());
+    }
+
+    void everyRoundOfALoopTakesItsTime()
+    {
+        const QTemporaryDir folder;
+        QFile log(folder.filePath(QStringLiteral("a.log")));
+        QVERIFY(log.open(QIODevice::WriteOnly) && log.write("(1.00) can0 123#\n(1.05) can0 124#\n") > 0);
+        log.close();
+        CSimBus bus;
+        CSimReplay replay(bus);
+        QString error;
+        QVERIFY2(replay.open(log.fileName(), 1, true, error), qPrintable(error));
+        QElapsedTimer clock;
+        clock.start();
+        replay.start();
+        QTRY_VERIFY(replay.sent() >= 6); // three rounds of 50 ms
+        QVERIFY2(clock.elapsed() >= 150, qPrintable(QString::number(clock.elapsed())));
     }
 
     void programReplaysALog()
