@@ -180,7 +180,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, error);
         QProcess program;
         program.start(QStringLiteral(CIM_CIMVIEW), arguments);
-        QVERIFY(program.waitForFinished(20000));
+        QVERIFY(program.waitForFinished(30000));
         QTEST(program.exitCode(), "exitCode");
         const QByteArray complaint = program.readAllStandardError();
         QVERIFY2(error.isEmpty() ||

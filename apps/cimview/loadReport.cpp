@@ -26,7 +26,7 @@ CLoadReport::CLoadReport(CWorkbench& workbench, CMainWindow& window, double seco
     connect(&m_tick, &QTimer::timeout, this, &CLoadReport::onTick);
     m_tick.setTimerType(Qt::PreciseTimer);
     m_tick.start(TICK_MS);
-    QTimer::singleShot(static_cast<int>(seconds * 1000), this, &CLoadReport::finish);
+    connect(&m_end, &QTimer::timeout, this, &CLoadReport::finish);
 }
 
 bool CLoadReport::eventFilter(QObject* /*watched*/, QEvent* event)
@@ -41,6 +41,11 @@ void CLoadReport::onTick()
         m_longestStallMs = std::max(m_longestStallMs, m_sinceTick.elapsed() - TICK_MS);
     }
     m_sinceTick.start();
+    if (!m_end.isActive() && m_workbench.fetched() > 0) { // the window stands, and there is something to keep up with
+        m_end.start(static_cast<int>(m_seconds * 1000));
+        m_longestStallMs = 0;
+        m_repaints = 0;
+    }
 }
 
 void CLoadReport::finish()

@@ -17,7 +17,8 @@ class CLoadReport : public QObject
     Q_OBJECT
 
 public:
-    /// Ends the application after so many seconds. Both must outlive the report.
+    /// Measures, and then ends the application, for so many seconds from the first message on. Both must outlive the
+    /// report.
     CLoadReport(CWorkbench& workbench, CMainWindow& window, double seconds);
 
 protected:
@@ -29,6 +30,7 @@ private:
 
     CWorkbench& m_workbench;
     QTimer m_tick;
+    QTimer m_end;
     QElapsedTimer m_sinceTick;
     qint64 m_longestStallMs = 0;
     int m_repaints = 0;

@@ -75,7 +75,8 @@ void addOptions(CLI::App& app, SOptions& options)
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");
     // For measuring and for the pictures of the user guide; not for everybody.
-    app.add_option("--report", options.reportSeconds, "End after so many seconds, and tell how the window kept up")
+    app.add_option("--report", options.reportSeconds,
+                   "End so many seconds after the first message, and tell how the window kept up")
         ->check(CLI::Range(0.1, 1e6))
         ->group("");
     app.add_option_function<std::string>(
