@@ -9,8 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <vector>
 
@@ -29,11 +29,18 @@ void check(bool ok, const char* what)
 class CAnswering
 {
 public:
-    CAnswering(EProtocol protocol, int socket) : m_protocol(protocol), m_socket(socket), m_buffer(READ_SIZE) {}
+    CAnswering(EProtocol protocol, int socket, const SLanguage& language)
+        : m_protocol(protocol), m_socket(socket), m_language(language), m_buffer(READ_SIZE)
+    {
+    }
 
     /// Until the client goes; UDP clients never go.
     void run()
     {
+        const OnMessage onMessage = [this](const SMessage& message) { answer(message); };
+        if (*m_language.greeting != '\0') {
+            ::send(m_socket, m_language.greeting, std::strlen(m_language.greeting), MSG_NOSIGNAL);
+        }
         for (;;) {
             m_clientSize = sizeof m_client;
             const ssize_t got = recvfrom(m_socket, m_buffer.data() + m_kept, m_buffer.size() - m_kept, 0,
@@ -42,8 +49,9 @@ public:
                 return;
             }
             const std::size_t count = m_kept + static_cast<std::size_t>(got);
-            const std::size_t used =
-                parseFrames(m_buffer.data(), count, [this](const SMessage& message) { answer(message); });
+            m_answer.clear();
+            const std::size_t used = m_language.parse(m_buffer.data(), count, onMessage, m_answer);
+            send(m_answer);
             m_kept = count - used;
             std::memmove(m_buffer.data(), m_buffer.data() + used, m_kept);
         }
@@ -53,24 +61,20 @@ private:
     void answer(const SMessage& message)
     {
         if (message.id == ID_ECHO) {
-            send({message});
+            m_language.append(message, m_answer);
         } else if (message.id == ID_BURST) {
-            std::vector<SMessage> burst(std::size_t{message.data[0]} << 8 | message.data[1]);
-            for (std::size_t i = 0; i < burst.size(); ++i) {
-                burst[i].id = static_cast<std::uint16_t>(i & 0x7FF);
-                burst[i].data.fill(static_cast<std::uint8_t>(i));
+            const int count = message.data[0] << 8 | message.data[1];
+            for (int i = 0; i < count; ++i) {
+                SMessage one{static_cast<std::uint16_t>(i & 0x7FF), {}};
+                one.data.fill(static_cast<std::uint8_t>(i));
+                m_language.append(one, m_answer);
             }
-            send(burst);
         }
     }
 
-    /// Over TCP all at once, over UDP a datagram each.
-    void send(const std::vector<SMessage>& messages)
+    /// Over TCP all at once, over UDP a datagram for each frame.
+    void send(const std::vector<std::uint8_t>& bytes)
     {
-        std::vector<std::uint8_t> bytes(messages.size() * FRAME_SIZE);
-        for (std::size_t i = 0; i < messages.size(); ++i) {
-            writeFrame(messages[i], bytes.data() + i * FRAME_SIZE);
-        }
         const bool udp = m_protocol == EProtocol::eUdp;
         const std::size_t step = udp ? FRAME_SIZE : bytes.size();
         for (std::size_t offset = 0; offset < bytes.size(); offset += step) {
@@ -81,17 +85,19 @@ private:
 
     const EProtocol m_protocol;
     const int m_socket;
+    const SLanguage& m_language;
     std::vector<std::uint8_t> m_buffer;
     std::size_t m_kept = 0;
+    std::vector<std::uint8_t> m_answer; ///< to what one read brought
     sockaddr_in m_client{};
     socklen_t m_clientSize = 0;
 };
 
-[[noreturn]] void serve(EProtocol protocol, int socket)
+[[noreturn]] void serve(EProtocol protocol, int socket, const SLanguage& language)
 {
     try {
         if (protocol == EProtocol::eUdp) {
-            CAnswering(protocol, socket).run();
+            CAnswering(protocol, socket, language).run();
         }
         for (;;) {
             const int client = accept(socket, nullptr, nullptr);
@@ -100,7 +106,7 @@ private:
             }
             const int on = 1;
             setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            CAnswering(protocol, client).run();
+            CAnswering(protocol, client, language).run();
             ::close(client);
         }
     } catch (const std::exception&) { // the host notices that nothing comes
@@ -109,7 +115,7 @@ private:
 }
 } // namespace
 
-CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor)
+CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
 {
     const int socket = ::socket(AF_INET, (protocol == EProtocol::eTcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0);
     check(socket >= 0, "socket");
@@ -131,7 +137,7 @@ CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor)
             _exit(1);
         }
         stayOn(processor);
-        serve(protocol, socket);
+        serve(protocol, socket, language);
     }
     ::close(socket);
 }

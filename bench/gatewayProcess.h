@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bench/wire.h"
+#include "bench/languages.h"
 
 #include <sys/types.h>
 
@@ -14,7 +14,7 @@ class CGatewayProcess
 {
 public:
     /// Runs on the given processor. Throws std::system_error when there is no socket or no process to be had.
-    CGatewayProcess(EProtocol protocol, int processor);
+    CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language = RM_LANGUAGE);
     ~CGatewayProcess();
     CGatewayProcess(const CGatewayProcess&) = delete;
     CGatewayProcess& operator=(const CGatewayProcess&) = delete;
