@@ -1,30 +1,16 @@
 #include "bench/gatewayProcess.h"
 
-#include <arpa/inet.h>
-#include <csignal>
-#include <netinet/tcp.h>
-#include <sched.h>
-#include <sys/prctl.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
-#include <system_error>
 #include <vector>
 
 namespace vexmor::Bench
 {
 namespace
 {
-void check(bool ok, const char* what)
-{
-    if (!ok) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
-
 /// What a client's messages ask for, answered over the same socket.
 class CAnswering
 {
@@ -93,67 +79,28 @@ private:
     socklen_t m_clientSize = 0;
 };
 
-[[noreturn]] void serve(EProtocol protocol, int socket, const SLanguage& language)
+void serve(EProtocol protocol, int socket, const SLanguage& language)
 {
-    try {
-        if (protocol == EProtocol::eUdp) {
-            CAnswering(protocol, socket, language).run();
-        }
-        for (;;) {
-            const int client = accept(socket, nullptr, nullptr);
-            if (client < 0) {
-                break;
-            }
-            const int on = 1;
-            setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            CAnswering(protocol, client, language).run();
-            ::close(client);
-        }
-    } catch (const std::exception&) { // the host notices that nothing comes
+    if (protocol == EProtocol::eUdp) {
+        CAnswering(protocol, socket, language).run();
+        return;
     }
-    _exit(1);
+    for (;;) {
+        const int client = accept(socket, nullptr, nullptr);
+        check(client >= 0, "accept");
+        setNoDelay(client);
+        CAnswering(protocol, client, language).run();
+        ::close(client);
+    }
 }
 } // namespace
 
 CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
 {
-    const int socket = ::socket(AF_INET, (protocol == EProtocol::eTcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0);
-    check(socket >= 0, "socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    check(bind(socket, reinterpret_cast<const sockaddr*>(&address), size) == 0, "bind");
-    check(getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) == 0, "getsockname");
-    check(protocol == EProtocol::eUdp || listen(socket, 1) == 0, "listen");
-    m_port = ntohs(address.sin_port);
-
-    const pid_t parent = getpid();
-    m_process = fork();
-    check(m_process >= 0, "fork");
-    if (m_process == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) {
-            _exit(1);
-        }
-        stayOn(processor);
-        serve(protocol, socket, language);
-    }
-    ::close(socket);
-}
-
-CGatewayProcess::~CGatewayProcess()
-{
-    kill(m_process, SIGKILL);
-    waitpid(m_process, nullptr, 0);
-}
-
-void stayOn(int processor)
-{
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(processor, &set);
-    check(sched_setaffinity(0, sizeof set, &set) == 0, "sched_setaffinity");
+    const SLoopbackSocket own = bindToLoopback(protocol);
+    m_port = own.port;
+    m_process.emplace(processor, [&] { serve(protocol, own.socket, language); });
+    ::close(own.socket);
 }
 
 } // namespace vexmor::Bench

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "bench/languages.h"
+#include "bench/processes.h"
 
-#include <sys/types.h>
+#include <optional>
 
 namespace vexmor::Bench
 {
@@ -15,18 +16,12 @@ class CGatewayProcess
 public:
     /// Runs on the given processor. Throws std::system_error when there is no socket or no process to be had.
     CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language = RM_LANGUAGE);
-    ~CGatewayProcess();
-    CGatewayProcess(const CGatewayProcess&) = delete;
-    CGatewayProcess& operator=(const CGatewayProcess&) = delete;
 
     std::uint16_t port() const { return m_port; }
 
 private:
     std::uint16_t m_port = 0;
-    pid_t m_process = -1;
+    std::optional<CChildProcess> m_process;
 };
-
-/// Keeps the calling process on one processor. Throws std::system_error when it may not run there.
-void stayOn(int processor);
 
 } // namespace vexmor::Bench

@@ -56,6 +56,16 @@ inline double median(const std::vector<double>& values)
     return quantile(values, 0.5);
 }
 
+/// Median of the ratios of what was measured in turn.
+inline double medianRatio(const std::vector<double>& of, const std::vector<double>& to)
+{
+    std::vector<double> ratios;
+    for (std::size_t turn = 0; turn < std::min(of.size(), to.size()); ++turn) {
+        ratios.push_back(of[turn] / to[turn]);
+    }
+    return median(ratios);
+}
+
 template <typename Action>
 void repeat(int times, Action&& action)
 {

@@ -26,6 +26,9 @@ public:
     /// Runs the event loop until `count` messages were read; throws when nothing comes for PATIENCE_S.
     void receive(int count);
 
+    /// The oldest message that was received; false when there is none.
+    bool read(Cim::CCanMessage& message) { return m_interface->readMessage(message) == 0; }
+
 private:
     std::unique_ptr<Cim::CCanInterface> m_interface;
 };

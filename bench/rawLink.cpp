@@ -1,24 +1,14 @@
 #include "bench/rawLink.h"
 
-#include <arpa/inet.h>
-#include <netinet/tcp.h>
+#include "bench/processes.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <system_error>
 
 namespace vexmor::Bench
 {
 namespace
 {
-void check(bool ok, const char* what)
-{
-    if (!ok) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
-
 /// Makes the compiler believe that somebody looks at the value.
 template <typename Value>
 void use(const Value& value)
@@ -27,20 +17,11 @@ void use(const Value& value)
 }
 } // namespace
 
-CRawLink::CRawLink(EProtocol protocol, std::uint16_t port) : m_buffer(READ_SIZE)
+CRawLink::CRawLink(EProtocol protocol, std::uint16_t port)
+    : m_socket(connectToLoopback(protocol, port)), m_buffer(READ_SIZE)
 {
-    const bool tcp = protocol == EProtocol::eTcp;
-    m_socket = ::socket(AF_INET, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0);
-    check(m_socket >= 0, "socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    check(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "connect");
     const timeval patience{PATIENCE_S, 0};
     check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
-    const int on = 1;
-    check(!tcp || setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0, "TCP_NODELAY");
 }
 
 CRawLink::~CRawLink()

@@ -91,16 +91,6 @@ struct SJobs {
 /// The values of one side, a value a round.
 using Values = std::vector<double>;
 
-/// Median of the ratios within the rounds.
-double ratio(const Values& of, const Values& to)
-{
-    Values ratios;
-    for (std::size_t round = 0; round < std::min(of.size(), to.size()); ++round) {
-        ratios.push_back(of[round] / to[round]);
-    }
-    return median(ratios);
-}
-
 class CComparison
 {
 public:
@@ -129,8 +119,8 @@ public:
                 }
             }
         }
-        addRow(name + ", CPU, ns", cpu, ratio, rawAim, virtualcanAim);
-        addRow(name + ", 1000 frames/s", rate, ratio, NO_AIM, NO_AIM);
+        addRow(name + ", CPU, ns", cpu, rawAim, virtualcanAim);
+        addRow(name + ", 1000 frames/s", rate, NO_AIM, NO_AIM);
     }
 
     /// A row of a quantile of times.
@@ -140,22 +130,20 @@ public:
         std::transform(times.begin(), times.end(), quantiles.begin(), [share](const Values& values) {
             return values.empty() ? Values() : Values{quantile(values, share)};
         });
-        addRow(name, quantiles, ratio, rawAim, NO_AIM);
+        addRow(name, quantiles, rawAim, NO_AIM);
     }
 
     void print() const { m_table.print(); }
 
 private:
-    template <typename Ratio>
-    void addRow(const std::string& name, const std::array<Values, 4>& sides, Ratio&& ratioOf, double rawAim,
-                double virtualcanAim)
+    void addRow(const std::string& name, const std::array<Values, 4>& sides, double rawAim, double virtualcanAim)
     {
         const auto& [raw, plugin, virtualcan, python] = sides;
-        const double overRaw = ratioOf(plugin, raw);
+        const double overRaw = medianRatio(plugin, raw);
         std::vector<std::string> cells{name, figure(median(raw)), figure(median(plugin)), figure(overRaw),
                                        rawAim > 0 ? verdict("<= " + figure(rawAim), overRaw <= rawAim) : ""};
         for (const Values* const peer : {&virtualcan, &python}) {
-            const double overPlugin = ratioOf(*peer, plugin);
+            const double overPlugin = medianRatio(*peer, plugin);
             cells.push_back(peer->empty() ? "" : figure(median(*peer)));
             cells.push_back(peer->empty() ? "" : figure(overPlugin));
             if (peer == &virtualcan && virtualcanAim > 0) {
