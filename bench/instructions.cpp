@@ -1,0 +1,120 @@
+// What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
+// same every time. Run by script/instructions. Only what lies between the toggles is counted.
+#include "bench/link.h"
+#include "bench/measuring.h"
+#include "bench/pluginLink.h"
+#include "bench/processes.h"
+
+#include <QCoreApplication>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <sys/socket.h>
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+using namespace vexmor::Bench;
+
+namespace
+{
+constexpr int FRAMES = 20000;
+constexpr int BATCH = 100;        ///< frames that one socket read brings
+constexpr int WARM_UP_TURNS = 20; ///< until the heap, Qt's caches and the dynamic linker have done their part
+
+/// The plugin connected to a socket of this process.
+class CLoopedLink
+{
+public:
+    CLoopedLink() : m_own(bindToLoopback(EProtocol::eTcp)), link(EProtocol::eTcp, m_own.port)
+    {
+        link.open();
+        m_gateway = accept(m_own.socket, nullptr, nullptr);
+        check(m_gateway >= 0, "accept");
+        setNoDelay(m_gateway);
+    }
+
+    /// Puts frames into the plugin's socket, where they lie when this returns.
+    void deliver(int count)
+    {
+        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
+        for (int i = 0; i < count; ++i) {
+            SMessage message{static_cast<std::uint16_t>(i & 0x7FF), {}};
+            message.data.fill(static_cast<std::uint8_t>(i));
+            writeFrame(message, bytes.data() + static_cast<std::size_t>(i) * FRAME_SIZE);
+        }
+        check(::send(m_gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
+              "send");
+    }
+
+    /// Takes what the plugin has sent.
+    void swallow()
+    {
+        std::vector<std::uint8_t> bytes(READ_SIZE);
+        while (::recv(m_gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+        }
+    }
+
+private:
+    SLoopbackSocket m_own;
+    int m_gateway = -1;
+
+public:
+    CPluginLink link;
+};
+
+template <typename Prepare, typename Counted>
+void count(int turns, Prepare&& prepare, Counted&& counted)
+{
+    for (int turn = 0; turn < WARM_UP_TURNS + turns; ++turn) {
+        prepare();
+        if (turn >= WARM_UP_TURNS) {
+            CALLGRIND_TOGGLE_COLLECT;
+        }
+        counted();
+        if (turn >= WARM_UP_TURNS) {
+            CALLGRIND_TOGGLE_COLLECT;
+        }
+    }
+}
+
+void run(const std::string& what)
+{
+    CLoopedLink looped;
+    if (what == "receive") {
+        count(
+            FRAMES / BATCH, [&] { looped.deliver(BATCH); }, [&] { looped.link.receive(BATCH); });
+    } else if (what == "receive-single") {
+        count(
+            FRAMES, [&] { looped.deliver(1); }, [&] { looped.link.receive(1); });
+    } else if (what == "send") {
+        const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
+        count(
+            FRAMES / BATCH, [&] { looped.swallow(); }, [&] { looped.link.sendJoined(message, BATCH); });
+    } else {
+        throw std::runtime_error("receive, receive-single or send");
+    }
+    looped.link.close();
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
+    QCoreApplication::setApplicationName(QStringLiteral("instructions"));
+    const QTemporaryDir settings; // so that nobody's stored interfaces are touched
+    QSettings::setDefaultFormat(QSettings::IniFormat);
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings.path());
+    try {
+        run(argc > 1 ? argv[1] : "");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "instructions: %s\n", error.what());
+        return 1;
+    }
+    std::printf("%d\n", FRAMES);
+    return 0;
+}
