@@ -1,9 +1,9 @@
 #include "bench/pluginLink.h"
 
+#include "bench/eventLoop.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QPluginLoader>
 #include <QSettings>
 
@@ -84,20 +84,15 @@ void CPluginLink::sendJoined(const SMessage& message, int count)
 
 void CPluginLink::receive(int count)
 {
-    const QDeadlineTimer patience(PATIENCE_S * 1000);
     Cim::CCanMessage message;
-    for (;;) {
-        while (count > 0 && m_interface->readMessage(message) == 0) {
-            --count;
-        }
-        if (count == 0) {
-            return;
-        }
-        if (patience.hasExpired()) {
-            throw std::runtime_error("messages missing");
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
+    waitUntil(
+        [&] {
+            while (count > 0 && read(message)) {
+                --count;
+            }
+            return count == 0;
+        },
+        "messages missing");
 }
 
 } // namespace vexmor::Bench

@@ -6,6 +6,7 @@
 #include "bench/measuring.h"
 #include "bench/pluginLink.h"
 #include "bench/pythonLink.h"
+#include "bench/qtLink.h"
 #include "bench/rawLink.h"
 #include "bench/virtualcanLink.h"
 
@@ -301,6 +302,19 @@ void measureRoundTrips(CComparison& table, const std::string& protocol, SLinks& 
     table.addQuantile("round trip over " + protocol + ", max, us", times, 1.0, NO_AIM);
 }
 
+/// How much of a round trip Qt takes, whatever is done with it.
+void measureBareQt(CComparison& table, const std::string& protocolName, EProtocol protocol, SLinks& links)
+{
+    const CGatewayProcess gateway(protocol, HOST_PROCESSOR);
+    CQtLink bare(protocol, gateway.port());
+    std::array<Values, 4> times;
+    for (int round = 0; round < ROUNDS; ++round) {
+        timeRoundTrips(bare, ROUND_TRIPS, 0, times[0]);
+        timeRoundTrips(links.plugin, ROUND_TRIPS, 0, times[1]);
+    }
+    table.addQuantile("round trip over " + protocolName + ", p50, us; raw: a bare Qt socket", times, 0.5, NO_AIM);
+}
+
 /// Small messages that wait for the acknowledgement of the one before.
 void measureStall(CComparison& table, SLinks& tcp, SPeers& peers)
 {
@@ -321,7 +335,9 @@ void run()
         measureSending(comparison, "UDP", udp, nullptr);
         measureRoundTrips(comparison, "TCP", tcp, &peers);
         measureStall(comparison, tcp, peers);
+        measureBareQt(comparison, "TCP", EProtocol::eTcp, tcp);
         measureRoundTrips(comparison, "UDP", udp, nullptr);
+        measureBareQt(comparison, "UDP", EProtocol::eUdp, udp);
     }
     measureHeap(HOST_PROCESSOR);
     measureReceivingBesideAnotherThread(comparison);

@@ -1,28 +1,13 @@
 #include "bench/virtualcanLink.h"
 
+#include "bench/eventLoop.h"
+
 #include <QCanBus>
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 
 #include <stdexcept>
 
 namespace vexmor::Bench
 {
-namespace
-{
-/// Runs the event loop until the condition holds.
-template <typename Condition>
-void waitUntil(Condition&& condition, const char* complaint)
-{
-    const QDeadlineTimer patience(PATIENCE_S * 1000);
-    while (!condition()) {
-        if (patience.hasExpired()) {
-            throw std::runtime_error(complaint);
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-}
-} // namespace
 
 CVirtualcanLink::CVirtualcanLink(std::uint16_t port)
 {

@@ -30,7 +30,12 @@ CCanMessage canMessageOfFrame(const SRmFrame& frame)
     message.setId(CCanId(frame.payload[0] & STANDARD_ID_HIGH_BITS, frame.payload[1], 0));
     if (dataLength > 0 && dataLength <= MAX_DATA_LENGTH) {
         auto* const data = const_cast<std::uint8_t*>(frame.payload.data()) + CAN_ID_SIZE; // setData only reads them
-        message.setData(0, static_cast<unsigned int>(dataLength), data);
+        if (timeStampSize == 0) { // zeros follow: a fixed size is copied faster
+            message.setData(0, MAX_DATA_LENGTH, data);
+            message.setLength(static_cast<unsigned int>(dataLength));
+        } else {
+            message.setData(0, static_cast<unsigned int>(dataLength), data);
+        }
     }
     return message;
 }

@@ -9,6 +9,7 @@ constexpr std::size_t OFFSET_LENGTH = 1;
 constexpr std::size_t OFFSET_COMMAND = 2;
 constexpr std::size_t OFFSET_PAYLOAD = 3;
 constexpr std::size_t CAN_ID_SIZE = 2;
+constexpr std::size_t CAN_DATA_SIZE = 8;
 
 struct SBaudrate {
     std::uint32_t kbitPerSecond;
@@ -16,20 +17,29 @@ struct SBaudrate {
 };
 constexpr SBaudrate BAUDRATES[] = {{50, 0x02}, {100, 0xFE}, {125, 0x03}, {250, 0x04}, {500, 0x05}, {1000, 0x07}};
 
-/// Start, length, command, checksum and end around a payload that lies in the buffer already.
-std::size_t closeFrame(std::uint8_t command, std::size_t payloadLength, std::uint8_t* buffer)
+/// Start, length, command, checksum and end around a payload that lies in the buffer already and whose XOR is known.
+std::size_t closeFrame(std::uint8_t command, std::size_t payloadLength, std::uint8_t payloadXor, std::uint8_t* buffer)
 {
+    const auto length = static_cast<std::uint8_t>(1 + payloadLength);
     const std::size_t checksumOffset = OFFSET_PAYLOAD + payloadLength;
     buffer[0] = RM_START_OF_FRAME;
-    buffer[OFFSET_LENGTH] = static_cast<std::uint8_t>(1 + payloadLength);
+    buffer[OFFSET_LENGTH] = length;
     buffer[OFFSET_COMMAND] = command;
-    std::uint8_t checksum = 0;
-    for (std::size_t offset = 0; offset < checksumOffset; ++offset) {
-        checksum ^= buffer[offset];
-    }
-    buffer[checksumOffset] = checksum;
+    buffer[checksumOffset] = static_cast<std::uint8_t>(RM_START_OF_FRAME ^ length ^ command ^ payloadXor);
     buffer[checksumOffset + 1] = END_OF_FILE;
     return checksumOffset + 2;
+}
+
+std::size_t canMessageFrame(std::uint8_t command, const CCanMessage& message, std::uint8_t* buffer)
+{
+    const std::uint8_t high = message.id().high();
+    const std::uint8_t low = message.id().low();
+    buffer[OFFSET_PAYLOAD] = high;
+    buffer[OFFSET_PAYLOAD + 1] = low;
+    // All data bytes, for a fixed size needs no loop: checksum and end overwrite those that are not sent.
+    std::memcpy(buffer + OFFSET_PAYLOAD + CAN_ID_SIZE, message.data(), CAN_DATA_SIZE);
+    const auto payloadXor = static_cast<std::uint8_t>(high ^ low ^ rmXorOfBytes(message.data(), message.length()));
+    return closeFrame(command, CAN_ID_SIZE + message.length(), payloadXor, buffer);
 }
 } // namespace
 
@@ -62,10 +72,7 @@ int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8
         if (message == nullptr) {
             return -1;
         }
-        buffer[OFFSET_PAYLOAD] = message->id().high();
-        buffer[OFFSET_PAYLOAD + 1] = message->id().low();
-        std::memcpy(buffer + OFFSET_PAYLOAD + CAN_ID_SIZE, message->data(), message->length());
-        return static_cast<int>(closeFrame(request.rmCommand, CAN_ID_SIZE + message->length(), buffer));
+        return static_cast<int>(canMessageFrame(request.rmCommand, *message, buffer));
     case RM_CMD_DEVICE_ID:
     case RM_CMD_FIRMWARE_VERSION:
     case RM_CMD_MAC_ADDRESS:
@@ -87,7 +94,7 @@ std::size_t rmFrameBytes(std::uint8_t command, const std::uint8_t* payload, std:
     if (payloadLength > 0) {
         std::memcpy(buffer + OFFSET_PAYLOAD, payload, payloadLength);
     }
-    return closeFrame(command, payloadLength, buffer);
+    return closeFrame(command, payloadLength, rmXorOfBytes(payload, payloadLength), buffer);
 }
 
 } // namespace vexmor::Cim

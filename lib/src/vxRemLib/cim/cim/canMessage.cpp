@@ -62,7 +62,13 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
     registerMetaType();
 }
 
-CCanMessage& CCanMessage::operator=(const CCanMessage& other) = default;
+CCanMessage& CCanMessage::operator=(const CCanMessage& other)
+{
+    m_id = other.m_id;
+    m_length = other.m_length;
+    std::memmove(m_data, other.m_data, sizeof m_data); // by the compiler's own copy byte for byte
+    return *this;
+}
 
 bool CCanMessage::operator==(const CCanMessage& other) const
 {
