@@ -14,7 +14,7 @@ namespace
 {
 constexpr double TICK_NS = 1e9 / FRAMES_PER_SECOND;
 /// Behind by so much, the process has lost the pace.
-constexpr double MAX_LAG_NS = 10e6;
+constexpr double MAX_LAG_NS = 50e6;
 constexpr int SEND_BUFFER = 256 * 1024;
 
 void sleepUntil(double time)

@@ -1,7 +1,5 @@
 // What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
-#include "bench/link.h"
-#include "bench/measuring.h"
 #include "bench/pluginLink.h"
 #include "bench/processes.h"
 
@@ -13,7 +11,7 @@
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
-#include <exception>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,17 +23,19 @@ constexpr int FRAMES = 20000;
 constexpr int BATCH = 100;        ///< frames that one socket read brings
 constexpr int WARM_UP_TURNS = 20; ///< until the heap, Qt's caches and the dynamic linker have done their part
 
-/// The plugin connected to a socket of this process.
-class CLoopedLink
+/// The plugin, connected to a socket of this process that stands for the gateway.
+class CLoop
 {
 public:
-    CLoopedLink() : m_own(bindToLoopback(EProtocol::eTcp)), link(EProtocol::eTcp, m_own.port)
+    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), m_link(EProtocol::eTcp, m_listener.port)
     {
-        link.open();
-        m_gateway = accept(m_own.socket, nullptr, nullptr);
+        m_link.open();
+        m_gateway = accept(m_listener.socket, nullptr, nullptr);
         check(m_gateway >= 0, "accept");
         setNoDelay(m_gateway);
     }
+
+    CPluginLink& link() { return m_link; }
 
     /// Puts frames into the plugin's socket, where they lie when this returns.
     void deliver(int count)
@@ -59,11 +59,9 @@ public:
     }
 
 private:
-    SLoopbackSocket m_own;
+    const SLoopbackSocket m_listener;
+    CPluginLink m_link;
     int m_gateway = -1;
-
-public:
-    CPluginLink link;
 };
 
 template <typename Prepare, typename Counted>
@@ -83,21 +81,21 @@ void count(int turns, Prepare&& prepare, Counted&& counted)
 
 void run(const std::string& what)
 {
-    CLoopedLink looped;
+    CLoop loop;
     if (what == "receive") {
         count(
-            FRAMES / BATCH, [&] { looped.deliver(BATCH); }, [&] { looped.link.receive(BATCH); });
+            FRAMES / BATCH, [&] { loop.deliver(BATCH); }, [&] { loop.link().receive(BATCH); });
     } else if (what == "receive-single") {
         count(
-            FRAMES, [&] { looped.deliver(1); }, [&] { looped.link.receive(1); });
+            FRAMES, [&] { loop.deliver(1); }, [&] { loop.link().receive(1); });
     } else if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            FRAMES / BATCH, [&] { looped.swallow(); }, [&] { looped.link.sendJoined(message, BATCH); });
+            FRAMES / BATCH, [&] { loop.swallow(); }, [&] { loop.link().sendJoined(message, BATCH); });
     } else {
         throw std::runtime_error("receive, receive-single or send");
     }
-    looped.link.close();
+    loop.link().close();
 }
 } // namespace
 
