@@ -133,6 +133,12 @@ private Q_SLOTS:
         row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
         QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
         QTest::newRow("34 payload bytes") << longest << "42:" + QByteArray(68, '1');
+        for (const int size : {1, 7, 8, 15, 16, 17, 33}) { // nothing of what follows may stand behind it
+            QByteArray frame = hex("43") + char(size + 1) + hex("42") + QByteArray(size, 0x11);
+            frame += char(0x43 ^ (size + 1) ^ 0x42 ^ (size % 2 == 0 ? 0 : 0x11));
+            QTest::addRow("%d payload bytes before 34", size)
+                << frame + hex("0d") + longest << "42:" + QByteArray(2 * size, '1') + " 42:" + QByteArray(68, '1');
+        }
         longest.insert(3, 0x11)[1] = 0x24;
         QTest::newRow("35 payload bytes") << longest + hex("430141030d") << QByteArray("41:");
     }
