@@ -1,11 +1,8 @@
 // What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
+#include "bench/hostApplication.h"
 #include "bench/pluginLink.h"
 #include "bench/processes.h"
-
-#include <QCoreApplication>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <sys/socket.h>
 #include <valgrind/callgrind.h>
@@ -101,12 +98,7 @@ void run(const std::string& what)
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-    QCoreApplication::setApplicationName(QStringLiteral("instructions"));
-    const QTemporaryDir settings; // so that nobody's stored interfaces are touched
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings.path());
+    const CHostApplication application("instructions");
     try {
         run(argc > 1 ? argv[1] : "");
     } catch (const std::exception& error) {

@@ -1,13 +1,11 @@
 #include "bench/receivers.h"
 
 #include "bench/busSenders.h"
+#include "bench/hostApplication.h"
 #include "bench/pluginLink.h"
 #include "bench/processes.h"
 
-#include <QCoreApplication>
-#include <QSettings>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <fcntl.h>
@@ -182,15 +180,7 @@ SReceived receiveWithPlugin(std::uint16_t port, int gateways)
 
 SReceived receiveWithQt(EReceiver receiver, std::uint16_t port, int gateways)
 {
-    int argumentCount = 1;
-    char name[] = "scale";
-    char* arguments[] = {name, nullptr};
-    const QCoreApplication application(argumentCount, arguments);
-    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-    QCoreApplication::setApplicationName(QStringLiteral("scale"));
-    const QTemporaryDir settings; // so that nobody's stored interfaces are touched
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings.path());
+    const CHostApplication application("scale");
     return receiver == EReceiver::ePlugin ? receiveWithPlugin(port, gateways) : receiveWithQTcpSockets(port, gateways);
 }
 } // namespace

@@ -2,6 +2,7 @@
 // SerialBus and python-can cost. Prints tables in Markdown. See docs/performance.md.
 #include "bench/gatewayProcess.h"
 #include "bench/heap.h"
+#include "bench/hostApplication.h"
 #include "bench/link.h"
 #include "bench/measuring.h"
 #include "bench/pluginLink.h"
@@ -9,10 +10,6 @@
 #include "bench/qtLink.h"
 #include "bench/rawLink.h"
 #include "bench/virtualcanLink.h"
-
-#include <QCoreApplication>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <array>
 #include <csignal>
@@ -345,19 +342,14 @@ void run()
 }
 } // namespace
 
-int main(int argc, char** argv)
+int main()
 {
     // Without it virtualcan, which asks for the local time with each frame, would have the C library look for a change
     // of the time zone's file each time: the comparison would flatter the plugin.
     setenv("TZ", "UTC", 0);
     setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // it tells that it is no server
     std::signal(SIGPIPE, SIG_IGN);                      // a peer that failed is told by what it did not answer
-    QCoreApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-    QCoreApplication::setApplicationName(QStringLiteral("throughput"));
-    const QTemporaryDir settings; // so that nobody's stored interfaces are touched
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings.path());
+    const CHostApplication application("throughput");
     try {
         run();
     } catch (const std::exception& error) {
