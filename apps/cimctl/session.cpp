@@ -109,6 +109,7 @@ void CSession::sampleBusload()
 void CSession::reportSummary()
 {
     m_busloadTimer.stop();
+    sampleBusload(); // a short session ends before the timer could see its only value
     const std::uint64_t lost = m_arrived - m_received;
     QString load = QStringLiteral("not measured");
     QJsonObject object{{QStringLiteral("event"), QStringLiteral("summary")},
