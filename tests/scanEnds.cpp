@@ -53,12 +53,15 @@ int threadCount()
     return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
 }
 
-void requireNoScanThread()
+void requireNoScanThread(int limitMs = 500)
 {
     QElapsedTimer clock;
     clock.start();
     while (threadCount() > OWN_THREADS) { // QThread may be done with it, and the system not yet
-        check(clock.elapsed() < 500, "no thread outlives what it uses");
+        check(clock.elapsed() < limitMs, "no thread outlives what it uses");
+        if (QCoreApplication::instance() != nullptr) {
+            QCoreApplication::processEvents();
+        }
     }
 }
 
@@ -84,10 +87,7 @@ void endScan()
     if (s_way == "hold") {
         check(clock.elapsed() >= 100, "the scan thread was held up");
         s_goOn.release();
-        while (threadCount() > OWN_THREADS) {
-            check(clock.elapsed() < END_LIMIT_MS, "the thread ends by itself");
-            QCoreApplication::processEvents();
-        }
+        requireNoScanThread(END_LIMIT_MS);
     }
     QCoreApplication::quit(); // "return" leaves main with the scan running
 }

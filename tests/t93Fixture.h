@@ -50,19 +50,6 @@ inline CInterfaceT93& driver(CCanInterface& can)
 
 using Protocol = CCommonInfo::EProtocolType;
 
-/// A closed interface for a gateway at 127.0.0.1.
-inline std::unique_ptr<CCanInterface> makeInterface(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
-{
-    std::unique_ptr<CCanInterface> can(plugin().createInterface());
-    CConfigParamT93 param = driver(*can).configParam();
-    param.setIpAddress(QHostAddress(QHostAddress::LocalHost));
-    param.setPort(port);
-    param.setProtocolType(protocol);
-    param.setCanBaudrate(500);
-    driver(*can).setConfigParam(param);
-    return can;
-}
-
 /// Changes the configuration of an interface, open or closed.
 template <typename Change>
 void configure(CCanInterface& can, Change&& change)
@@ -72,15 +59,58 @@ void configure(CCanInterface& can, Change&& change)
     driver(can).setConfigParam(param);
 }
 
+/// A closed interface for a gateway at 127.0.0.1.
+inline std::unique_ptr<CCanInterface> makeInterface(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
+{
+    std::unique_ptr<CCanInterface> can(plugin().createInterface());
+    configure(*can, [&](CConfigParamT93& param) {
+        param.setIpAddress(QHostAddress(QHostAddress::LocalHost));
+        param.setPort(port);
+        param.setProtocolType(protocol);
+        param.setCanBaudrate(500);
+    });
+    return can;
+}
+
+/// Takes the messages that are there, at most so many.
+inline QList<CCanMessage> unread(CCanInterface& can, int atMost = INT_MAX)
+{
+    QList<CCanMessage> messages;
+    for (CCanMessage next; messages.size() < atMost && can.readMessage(next) == RC_OK;) {
+        messages.append(next);
+    }
+    return messages;
+}
+
+/// What the signal interfaceError said.
+inline QList<int> errorNumbers(const QSignalSpy& errors)
+{
+    QList<int> numbers;
+    for (const QList<QVariant>& arguments : errors) {
+        numbers.append(arguments.at(0).toInt());
+    }
+    return numbers;
+}
+
+inline bool isConnected(CCanInterface& can)
+{
+    return can.commonInfo().connectionState() == CCommonInfo::eConnected;
+}
+
+inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAddress(QHostAddress::LocalHost))
+{
+    QString error;
+    if (!gateway.listen(address, 0, error)) {
+        qFatal("%s", qPrintable(error));
+    }
+}
+
 /// An open interface to a simulated gateway, with a record of its errors.
 struct SOpenInterface {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
     {
-        QString error;
         gateway.setIdentity(identity);
-        if (!gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
-            qFatal("%s", qPrintable(error));
-        }
+        listenOn(gateway);
         QObject::connect(&gateway, &CSimGateway::messageReceived,
                          [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
@@ -96,22 +126,17 @@ struct SOpenInterface {
     QList<CCanMessage> receive(int count)
     {
         QList<CCanMessage> messages;
-        (void)QTest::qWaitFor([&] {
-            for (CCanMessage next; messages.size() < count && can->readMessage(next) == RC_OK;) {
-                messages.append(next);
-            }
-            return messages.size() >= count;
-        });
+        (void)QTest::qWaitFor([&] { return (messages += unread(*can, count - messages.size())).size() >= count; });
         return messages;
     }
-    QList<int> errorNumbers() const
+    /// Lets the gateway raise error 5, and so waits until all that it said before has been dealt with.
+    bool isAllHeard()
     {
-        QList<int> numbers;
-        for (const QList<QVariant>& arguments : std::as_const(*errors)) {
-            numbers.append(arguments.at(0).toInt());
-        }
-        return numbers;
+        const int before = errors->size();
+        gateway.sendStatus(0x01);
+        return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
+    QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
 
     CSimBus bus;
     CSimGateway gateway{bus};
@@ -147,7 +172,7 @@ private:
     QTcpServer m_server;
 
 public:
-    std::unique_ptr<QTcpSocket> link;
+    std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
 };
 

@@ -6,13 +6,28 @@
 #include "vxCore/logging.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QList>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include <cstdarg>
 #include <cstdio>
 
 namespace vexmor::Test
 {
+
+inline QString operator""_s(const char* text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
+/// Words of a list, which reads better in a table.
+inline QStringList list(const QString& text, char separator = ' ')
+{
+    return text.split(QLatin1Char(separator));
+}
 
 inline QByteArray hex(const char* digits)
 {
@@ -27,6 +42,32 @@ inline Cim::CCanMessage message(std::uint16_t id, const QByteArray& data = {})
                    reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     return result;
 }
+
+/// Makes the columns of a data table; what it gives adds a row: auto row = columns<int, QString>("code", "text").
+template <typename... Values, typename... Names>
+auto columns(Names... names)
+{
+    static_assert(sizeof...(Values) == sizeof...(names), "a type for each name");
+    (QTest::addColumn<Values>(names), ...);
+    return
+        [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
+}
+
+/// While it exists, settings are stored in a folder of its own.
+class CPrivateStore
+{
+public:
+    CPrivateStore()
+    {
+        QSettings::setDefaultFormat(QSettings::IniFormat);
+        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_folder.path());
+        QCoreApplication::setOrganizationName("Vexmor"_s);
+        QCoreApplication::setApplicationName("tests"_s);
+    }
+
+private:
+    const QTemporaryDir m_folder;
+};
 
 /// Records the log lines of its scope, each as "LEVEL UNIT: TEXT", the unit without the folders that all share.
 class CLogRecorder

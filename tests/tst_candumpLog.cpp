@@ -1,10 +1,10 @@
 #include "candump/candumpLog.h"
+#include "testData.h"
 
 #include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace vexmor::Candump;
+using namespace vexmor::Test;
 using vexmor::Cim::CCanMessage;
 
 /// The text formats: what is read, what is refused and why, and that what is written can be read again.
@@ -15,20 +15,19 @@ class CandumpLogTest : public QObject
 private Q_SLOTS:
     void frames_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QByteArray>("formatted"); // empty: refused
-        QTest::newRow("two bytes") << QByteArray("123#1122") << QByteArray("123#1122");
-        QTest::newRow("no bytes, short identifier") << QByteArray("1#") << QByteArray("001#");
-        QTest::newRow("highest identifier, lower case, dots") << QByteArray("7ff#aa.bb.cc") << QByteArray("7FF#AABBCC");
-        QTest::newRow("eight bytes") << QByteArray("000#0001020304050607") << QByteArray("000#0001020304050607");
+        const auto row = columns<QByteArray>("formatted"); // empty: refused
+        row("123#1122", "123#1122");
+        row("1#", "001#");
+        row("7ff#aa.bb.cc", "7FF#AABBCC");
+        row("000#0001020304050607", "000#0001020304050607");
         for (const char* text : {"", "123", "#11", "800#", "0123#", "12G#", "-12#", "123#1", "123#1G",
                                  "123#000102030405060708", "123# 11", "00000123#11", "123##011", "123#R"}) {
-            QTest::addRow("refused: %s", text) << QByteArray(text) << QByteArray();
+            row(text, {});
         }
     }
     void frames()
     {
-        QFETCH(QByteArray, text);
+        const QByteArray text = QTest::currentDataTag();
         QFETCH(QByteArray, formatted);
         CCanMessage message;
         QString error;
@@ -42,29 +41,22 @@ private Q_SLOTS:
 
     void lines_data()
     {
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<int>("result");
-        const auto row = [](const char* name, const char* line, ELine result) {
-            QTest::newRow(name) << QByteArray(line) << int(result);
-        };
-        row("a frame", "(1398128223.803317) can0 166#D0320009\n", ELine::eFrame);
-        row("with a direction", "(1398128223.803317) can0 166#D0320009 R", ELine::eFrame);
-        row("empty", " \r\n", ELine::eSkipped);
-        row("29-bit", "(1.000000) can0 00000166#D0", ELine::eSkipped);
-        row("remote", "(1.000000) can0 166#R", ELine::eSkipped);
-        row("CAN FD", "(1.000000) can0 166##1D0", ELine::eSkipped);
-        row("no time", "can0 166#D0", ELine::eMalformed);
-        row("time without brackets", "1.000000 can0 166#D0", ELine::eMalformed);
-        row("time beyond all bounds", "(99999999999999999999.0) can0 166#D0", ELine::eMalformed);
-        row("negative time", "(-1.000000) can0 166#D0", ELine::eMalformed);
-        row("half a byte", "(1.000000) can0 166#D", ELine::eMalformed);
+        const auto row = columns<int>("result");
+        row("(1398128223.803317) can0 166#D0320009\n", int(ELine::eFrame));
+        row("(1398128223.803317) can0 166#D0320009 R", int(ELine::eFrame));
+        for (const char* skipped : {" \r\n", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
+            row(skipped, int(ELine::eSkipped));
+        }
+        for (const char* malformed : {"can0 166#D0", "1.000000 can0 166#D0", "(99999999999999999999.0) can0 166#D0",
+                                      "(-1.000000) can0 166#D0", "(1.000000) can0 166#D"}) {
+            row(malformed, int(ELine::eMalformed));
+        }
     }
     void lines()
     {
-        QFETCH(QByteArray, line);
         SLogEntry entry;
         QString error;
-        const ELine result = parseLogLine(line, entry, error);
+        const ELine result = parseLogLine(QTest::currentDataTag(), entry, error);
         QTEST(int(result), "result");
         if (result == ELine::eFrame) {
             QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));
@@ -76,14 +68,14 @@ private Q_SLOTS:
     void readerNamesTheLineThatIsWrong()
     {
         const QTemporaryDir folder;
-        QFile file(folder.filePath(QStringLiteral("a.log")));
+        QFile file(folder.filePath("a.log"_s));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
         file.close();
         CLogReader reader;
         SLogEntry entry;
         QString error;
-        QVERIFY(!reader.open(folder.filePath(QStringLiteral("none")), error) && !error.isEmpty());
+        QVERIFY(!reader.open(folder.filePath("none"_s), error) && !error.isEmpty());
         QVERIFY(reader.open(file.fileName(), error));
         QVERIFY(reader.next(entry, error));
         QCOMPARE(entry.microseconds, std::int64_t(1500000));
@@ -91,7 +83,7 @@ private Q_SLOTS:
         QCOMPARE(formatLogLine(entry), QByteArray("(3.000001) can0 002#"));
         QCOMPARE(reader.skipped(), 1);
         QVERIFY(!reader.next(entry, error));
-        QVERIFY2(error.contains(QStringLiteral("line 5")), qPrintable(error));
+        QVERIFY2(error.contains("line 5"_s), qPrintable(error));
     }
 };
 

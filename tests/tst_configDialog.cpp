@@ -9,8 +9,6 @@
 #include <QMessageBox>
 #include <QMetaProperty>
 #include <QPushButton>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <array>
 
@@ -20,26 +18,21 @@ namespace
 {
 enum ERow { HOST, MODE, PROTOCOL, ADDRESS, AUTO_IP, PORT, LOCAL_ADDRESS, ANY_ADDRESS, BAUDRATE, POLL, MEASURE, ROWS };
 
-/// Values joined by "|": a table is easier to read that way.
-QStringList row(const char* joined)
-{
-    return QString::fromLatin1(joined).split(QLatin1Char('|'));
-}
+/// The stored settings by row, and behind them one without a row. As all such lists joined by "|", which reads well.
+const QStringList KEYS = list("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
+                              "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp"_s,
+                              '|');
+const QString DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0"_s;
+const QString GROUP = "Group"_s;
 
-/// The stored settings by row, and behind them one without a row.
-const QStringList KEYS = row("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
-                             "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp");
-const char* const DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0";
-const QString GROUP = QStringLiteral("Group");
-
-QStringList settingsOf(CCanInterface& can)
+QString settingsOf(CCanInterface& can)
 {
     can.saveSettings(GROUP);
     QStringList values;
     for (const QString& key : KEYS) {
         values += QSettings().value(GROUP + QLatin1Char('/') + key).toString();
     }
-    return values;
+    return values.join(QLatin1Char('|'));
 }
 
 /// Acts once in the event loop of the modal window that comes up while it exists.
@@ -60,13 +53,13 @@ struct SDialog {
     {
         return dialog.findChild<QGridLayout*>()->itemAtPosition(row, column)->widget();
     }
-    QStringList shown() const
+    QString shown() const
     {
         QStringList values;
         for (int row = 0; row < ROWS; ++row) {
             values += at(row)->metaObject()->userProperty().read(at(row)).toString();
         }
-        return values;
+        return values.join(QLatin1Char('|'));
     }
     void type(int row, const QString& text) const
     {
@@ -88,7 +81,7 @@ struct SDialog {
             if (auto* const box = qobject_cast<QMessageBox*>(window)) {
                 const bool isAsSaid = box->icon() == QMessageBox::Warning && box->windowTitle().isEmpty() &&
                                       box->standardButtons() == QMessageBox::Ok && box->parent() == nullptr;
-                text = isAsSaid ? box->text() : QStringLiteral("another kind of box");
+                text = isAsSaid ? box->text() : "another kind of box"_s;
                 act(*box);
             }
         });
@@ -120,42 +113,33 @@ class ConfigDialogTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        QSettings::setDefaultFormat(QSettings::IniFormat);
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, folder.path());
-        QCoreApplication::setOrganizationName(QStringLiteral("ConfigDialogTest"));
-        can.reset(plugin().createInterface());
-    }
+    void init() { can.reset(plugin().createInterface()); }
 
     void showsAndReturns_data()
     {
-        QTest::addColumn<QStringList>("given");
-        QTest::addColumn<QStringList>("shown");
-        QTest::addColumn<QStringList>("returned");
-        const auto add = [](const char* name, const char* given, const char* shown, const char* returned) {
-            QTest::newRow(name) << row(given) << row(shown) << row(returned);
-        };
-        add("defaults", DEFAULTS, "|SERVER|TCP|192.168.1.70|false|30000|0.0.0.0|false|100|800|1000", DEFAULTS);
-        add("everything else", "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|1",
-            "hall|CLIENT|UDP|10.0.0.5|true|1|10.9.0.1|true|1000|100|3000",
-            "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|0");
-        add("unknown and too small", "|Invalid|NA|10.0.0.5|0|0|0.0.0.0|0|33|50|5|0",
-            "|CLIENT|TCP|10.0.0.5|false|0|0.0.0.0|false||100|100", "|CLIENT|TCP|10.0.0.5|0|0|0.0.0.0|0|100|100|100|0");
-        add("too large and too long",
-            "123456789 123456789 123456789|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|4294967295|5000|0",
-            "123456789 123456789 12345678|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|false|50|3000|3000",
-            "123456789 123456789 12345678|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|3000|3000|0");
+        const auto row = columns<QString, QString, QString>("given", "shown", "returned");
+        row("defaults", DEFAULTS, "|SERVER|TCP|192.168.1.70|false|30000|0.0.0.0|false|100|800|1000"_s, DEFAULTS);
+        row("everything else", "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|1"_s,
+            "hall|CLIENT|UDP|10.0.0.5|true|1|10.9.0.1|true|1000|100|3000"_s,
+            "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|0"_s);
+        row("unknown and too small", "|Invalid|NA|10.0.0.5|0|0|0.0.0.0|0|33|50|5|0"_s,
+            "|CLIENT|TCP|10.0.0.5|false|0|0.0.0.0|false||100|100"_s,
+            "|CLIENT|TCP|10.0.0.5|0|0|0.0.0.0|0|100|100|100|0"_s);
+        const QString cut = "123456789 123456789 12345678"_s;
+        row("too large and too long", cut + "9|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|4294967295|5000|0"_s,
+            cut + "|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|false|50|3000|3000"_s,
+            cut + "|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|3000|3000|0"_s);
     }
     void showsAndReturns()
     {
-        QFETCH(QStringList, given);
-        for (int index = 0; index < given.size(); ++index) {
-            QSettings().setValue(GROUP + QLatin1Char('/') + KEYS[index], given[index]);
+        QFETCH(QString, given);
+        const QStringList values = list(given, '|');
+        for (int index = 0; index < values.size(); ++index) {
+            QSettings().setValue(GROUP + QLatin1Char('/') + KEYS[index], values[index]);
         }
         QCOMPARE(can->loadSettings(GROUP), 0);
         configure(*can, [](CConfigParamT93& param) { param.setMacAddress({2, 0, 0, 1, 2, 3}); });
-        QStringList shown;
+        QString shown;
         const int code = runDialog(*can, [&](const SDialog& user) {
             shown = user.shown();
             user.press(QDialogButtonBox::Ok);
@@ -165,19 +149,20 @@ private Q_SLOTS:
         QTEST(settingsOf(*can), "returned");
         const CConfigParamT93 param = driver(*can).configParam();
         QCOMPARE(can->commonInfo().port(), param.ipPortString());
-        QCOMPARE(param.macAddressString(QLatin1Char(':')), QStringLiteral("00:00:00:00:00:00"));
+        QCOMPARE(param.macAddressString(QLatin1Char(':')), "00:00:00:00:00:00"_s);
     }
 
     void labelsAndToolTips()
     {
         const QStringList labels =
-            row("Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local "
-                "IP Address|UDP receive any IP Address|CAN Baudrate [kbit/s]|Busload poll time "
-                "[ms]|Busload measure interval [ms]");
-        const QStringList toolTips = row("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any "
-                                         "T93\nbecause||| ");
+            list("Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local IP Address|UDP "
+                 "receive any "
+                 "IP Address|CAN Baudrate [kbit/s]|Busload poll time [ms]|Busload measure interval [ms]"_s,
+                 '|');
+        const QStringList toolTips =
+            list("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any T93\nbecause||| "_s, '|');
         const int code = runDialog(*can, [&](const SDialog& user) {
-            QCOMPARE(user.dialog.windowTitle(), QStringLiteral("T93 configuration dialog"));
+            QCOMPARE(user.dialog.windowTitle(), "T93 configuration dialog"_s);
             for (int row = 0; row < ROWS; ++row) {
                 QCOMPARE(qobject_cast<QLabel*>(user.at(row, 0))->text(), labels[row]);
                 QVERIFY(user.at(row)->isEnabled() && user.at(row)->isVisible());
@@ -192,14 +177,11 @@ private Q_SLOTS:
     void keyboardAlone()
     {
         const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
-        const QHash<QString, int> special{{QStringLiteral("UP"), Qt::Key_Up},
-                                          {QStringLiteral("DOWN"), Qt::Key_Down},
-                                          {QStringLiteral("SPACE"), Qt::Key_Space}};
         runDialog(*can, [&](const SDialog&) {
-            for (const QString& typed : row("hall|UP|DOWN|10.0.0.5|SPACE|77|10.9.0.1|SPACE|25|150|250")) {
+            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|10.9.0.1| |25|150|250"_s, '|')) {
                 QCoreApplication::processEvents();
-                if (special.contains(typed)) {
-                    press(special[typed]);
+                if (typed == "UP"_s || typed == "DOWN"_s) {
+                    press(typed == "UP"_s ? Qt::Key_Up : Qt::Key_Down);
                 } else {
                     QTest::keyClicks(QApplication::focusWidget(), typed);
                 }
@@ -207,33 +189,30 @@ private Q_SLOTS:
             }
             press(Qt::Key_Space); // OK comes next
         });
-        QCOMPARE(settingsOf(*can), row("hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|150|250|0"));
-        QCOMPARE(can->commonInfo().port(), QStringLiteral("IP=10.0.0.5:77:UDP"));
+        QCOMPARE(settingsOf(*can), "hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|150|250|0"_s);
+        QCOMPARE(can->commonInfo().port(), "IP=10.0.0.5:77:UDP"_s);
     }
 
     void checksWhatIsTyped_data()
     {
-        QTest::addColumn<QStringList>("typed");
-        QTest::addColumn<QString>("warning");
-        QTest::addColumn<QStringList>("returned");
-        const auto add = [](const char* typed, const char* warning, const char* returned = DEFAULTS) {
-            QTest::newRow(typed) << row(typed) << QString::fromLatin1(warning) << row(returned);
-        };
-        add("0|a1.x2.3.4b|255.255.255.255|33", "", "|SERVER|TCP|1.2.3.4|0|0|255.255.255.255|0|33|800|1000|0");
-        add("65535|192.168.008.070|10.0.0.010|fast", "", "|SERVER|TCP|192.168.8.70|0|65535|10.0.0.10|0|100|800|1000|0");
-        add("|10.0.0.5|0.0.0.0|50", "Port Number: 0 not in valid range (min: 0, max: 65535)");
-        add("65536|10.0.0.5|0.0.0.0|50", "Port Number: 65536 not in valid range (min: 0, max: 65535)");
-        add("1|192.168.300.1|0.0.0.0|50", "IP Address: 192.168.>300<.1 not in valid range (min: 0, max: 255)");
-        add("1|010.256.0.|0.0.0.0|50", "IP Address: 10.>256<.0.>0< not in valid range (min: 0, max: 255)");
-        add("70000|10.0.0.5|10.0.0.999|50", "Port Number: 70000 not in valid range (min: 0, max: 65535)\n"
-                                            "Local IP Address: 10.0.0.>999< not in valid range (min: 0, max: 255)");
-        add("99999||999.0.0.0|50", "Port Number: 99999 not in valid range (min: 0, max: 65535)\n"
-                                   "IP Address: >0<.>0<.>0<.>0< not in valid range (min: 0, max: 255)\n"
-                                   "Local IP Address: >999<.0.0.0 not in valid range (min: 0, max: 255)");
+        const auto row = columns<QString, QString>("warning", "returned");
+        const QString range = " not in valid range (min: 0, max: %1)"_s;
+        const QString port = "Port Number: %1"_s + range.arg(65535), byte = range.arg(255);
+        row("0|a1.x2.3.4b|255.255.255.255|33", {}, "|SERVER|TCP|1.2.3.4|0|0|255.255.255.255|0|33|800|1000|0"_s);
+        row("65535|192.168.008.070|10.0.0.010|fast", {},
+            "|SERVER|TCP|192.168.8.70|0|65535|10.0.0.10|0|100|800|1000|0"_s);
+        row("|10.0.0.5|0.0.0.0|50", port.arg(0), DEFAULTS);
+        row("65536|10.0.0.5|0.0.0.0|50", port.arg(65536), DEFAULTS);
+        row("1|192.168.300.1|0.0.0.0|50", "IP Address: 192.168.>300<.1"_s + byte, DEFAULTS);
+        row("1|010.256.0.|0.0.0.0|50", "IP Address: 10.>256<.0.>0<"_s + byte, DEFAULTS);
+        row("70000|10.0.0.5|10.0.0.999|50", port.arg(70000) + "\nLocal IP Address: 10.0.0.>999<"_s + byte, DEFAULTS);
+        row("99999||999.0.0.0|50",
+            port.arg(99999) + "\nIP Address: >0<.>0<.>0<.>0<"_s + byte + "\nLocal IP Address: >999<.0.0.0"_s + byte,
+            DEFAULTS);
     }
     void checksWhatIsTyped()
     {
-        QFETCH(QStringList, typed);
+        const QStringList typed = list(QString::fromLatin1(QTest::currentDataTag()), '|');
         QFETCH(QString, warning);
         const std::function<void(const SDialog&)> waysOut[] = {
             [](const SDialog& user) { user.press(QDialogButtonBox::Cancel); },
@@ -244,7 +223,7 @@ private Q_SLOTS:
                 for (int field = 0; field < typed.size(); ++field) {
                     user.type(std::array{PORT, ADDRESS, LOCAL_ADDRESS, BAUDRATE}[std::size_t(field)], typed[field]);
                 }
-                const QStringList before = user.shown();
+                const QString before = user.shown();
                 QCOMPARE(user.pressOk(), warning);
                 QCOMPARE(user.dialog.isVisible(), !warning.isEmpty());
                 QCOMPARE(user.shown(), before);
@@ -262,9 +241,9 @@ private Q_SLOTS:
         QCOMPARE(runDialog(*open.can, [](const SDialog&) { QFAIL("a dialog"); }), 6);
         open.can->closeCommunication();
         open.gateway.setMaxClients(2); // it may not know yet
-        const QStringList before = settingsOf(*open.can);
+        const QString before = settingsOf(*open.can);
         const int code = runDialog(*open.can, [&](const SDialog& user) {
-            user.type(HOST, QStringLiteral("hall"));
+            user.type(HOST, "hall"_s);
             QCOMPARE(open.can->openCommunication(), 0); // by another part of the host
             user.press(QDialogButtonBox::Ok);
         });
@@ -274,12 +253,11 @@ private Q_SLOTS:
 
     void deletedMeanwhile_data()
     {
-        QTest::addColumn<bool>("isParent");
-        QTest::addColumn<bool>("isWarningUp");
-        QTest::newRow("the interface") << false << false;
-        QTest::newRow("the parent") << true << false;
-        QTest::newRow("the interface, behind the warning") << false << true;
-        QTest::newRow("the parent, behind the warning") << true << true;
+        const auto row = columns<bool, bool>("isParent", "isWarningUp");
+        row("the interface", false, false);
+        row("the parent", true, false);
+        row("the interface, behind the warning", false, true);
+        row("the parent, behind the warning", true, true);
     }
     void deletedMeanwhile()
     {
@@ -297,11 +275,11 @@ private Q_SLOTS:
             QVERIFY(QApplication::activeModalWidget() == nullptr); // closed by itself
         };
         QCOMPARE(runDialog(*can, user, parent.get()), 0);
-        QVERIFY(!can || settingsOf(*can) == row(DEFAULTS));
+        QVERIFY(!can || settingsOf(*can) == DEFAULTS);
     }
 
 private:
-    const QTemporaryDir folder;
+    const CPrivateStore store;
     std::unique_ptr<CCanInterface> can;
 };
 

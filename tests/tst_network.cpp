@@ -1,5 +1,6 @@
 #include "t93Fixture.h"
 
+#include <QNetworkDatagram>
 #include <QProcess>
 #include <QUdpSocket>
 
@@ -7,25 +8,21 @@ using namespace vexmor::Test;
 
 namespace
 {
-const QString NEAR = QStringLiteral("10.9.0.1");
-const QString NEAR_TOO = QStringLiteral("10.9.0.3");
-const QString FAR = QStringLiteral("10.9.0.2");
+const QString NEAR = "10.9.0.1"_s;
+const QString NEAR_TOO = "10.9.0.3"_s;
 
-/// Runs a command at the far end of the cable.
+/// For nsenter: runs a command at the far end of the cable.
 QStringList atFarEnd(const QStringList& command)
 {
-    return QStringList{QStringLiteral("-t"), QString::fromLocal8Bit(qgetenv("CIM_FAR")), QStringLiteral("-n")} +
-           command;
+    return list("-t %1 -n"_s.arg(QString::fromLocal8Bit(qgetenv("CIM_FAR")))) + command;
 }
 
 /// Plugs or pulls the cable at the gateway, or switches the network interface of this PC on or off.
 bool setLink(bool atGateway, const QString& state)
 {
-    const QStringList command{QStringLiteral("link"), QStringLiteral("set"),
-                              atGateway ? QStringLiteral("far") : QStringLiteral("near"), state};
-    return atGateway ? QProcess::execute(QStringLiteral("nsenter"),
-                                         atFarEnd(QStringList(QStringLiteral("ip")) + command)) == 0
-                     : QProcess::execute(QStringLiteral("ip"), command) == 0;
+    const QStringList command = list("ip link set %1 %2"_s.arg(atGateway ? "far"_s : "near"_s, state));
+    return (atGateway ? QProcess::execute("nsenter"_s, atFarEnd(command))
+                      : QProcess::execute(command.first(), command.mid(1))) == 0;
 }
 } // namespace
 
@@ -51,52 +48,45 @@ private Q_SLOTS:
         QCOMPARE(can->resetCommunication(1), 0);
         QCOMPARE(can->writeMessage(message(0x123)), 0);
         QByteArrayList datagrams;
-        QHostAddress host;
-        quint16 port = 0;
+        QNetworkDatagram request;
         QTRY_VERIFY(gateways.hasPendingDatagrams());
         while (gateways.hasPendingDatagrams()) {
-            char buffer[100];
-            datagrams.append(
-                QByteArray(buffer, int(gateways.readDatagram(buffer, sizeof buffer, &host, &port))).toHex());
+            request = gateways.receiveDatagram();
+            datagrams.append(request.data().toHex());
         }
         // The bit rate, the reset, the message; no MAC address, no version, no bus load.
-        QCOMPARE(datagrams, (QByteArrayList{"4302570513"
-                                            "0d",
-                                            "4301c0820d", frame(0x00, hex("0123")).toHex()}));
+        QCOMPARE(datagrams, (QByteArrayList{"43025705130d", "4301c0820d", frame(0x00, hex("0123")).toHex()}));
 
-        QUdpSocket own;
-        QVERIFY(own.bind(QHostAddress(NEAR)));
-        own.writeDatagram(frame(0x42, hex("01")), host, port); // from the own address: skipped
-        QUdpSocket other;
-        QVERIFY(other.bind(QHostAddress(NEAR_TOO)));
-        other.writeDatagram(frame(0x42, hex("08")), host, port);
-        QTRY_COMPARE(errors.size(), 1);
-        QCOMPARE(errors.at(0).at(0).toInt(), 8);
+        const auto sayStatus = [&request](const QString& from, const QByteArray& status) {
+            QUdpSocket socket;
+            QVERIFY(socket.bind(QHostAddress(from)));
+            socket.writeDatagram(frame(0x42, status), request.senderAddress(), quint16(request.senderPort()));
+        };
+        sayStatus(NEAR, hex("01")); // from the own address: skipped
+        sayStatus(NEAR_TOO, hex("08"));
+        QTRY_COMPARE(errorNumbers(errors), QList<int>{8});
     }
 
     void pulledCable_data()
     {
-        QTest::addColumn<bool>("atGateway");
-        QTest::addColumn<unsigned int>("pollTime");
-        QTest::newRow("while requests are under way") << true << 300U;
-        QTest::newRow("while the link is idle") << true << 600000U;
+        const auto row = columns<bool, unsigned int>("atGateway", "pollTime");
+        row("while requests are under way", true, 300);
+        row("while the link is idle", true, 600000);
         // Attempts to reconnect then fail at once: they must go on all the same.
-        QTest::newRow("network switched off on this side") << false << 300U;
+        row("network switched off on this side", false, 300);
     }
     void pulledCable()
     {
         QFETCH(bool, atGateway);
         QFETCH(unsigned int, pollTime);
         QProcess gateway;
-        gateway.start(QStringLiteral("nsenter"),
-                      atFarEnd({QStringLiteral(CIM_T93SIM), QStringLiteral("--address"), FAR, QStringLiteral("--port"),
-                                QStringLiteral("30000"), QStringLiteral("--seconds"), QStringLiteral("60"),
-                                // It may not yet know that the old connection is gone when the new one comes.
-                                QStringLiteral("--clients"), QStringLiteral("2")}));
+        // With a second client: it may not yet know that the old connection is gone when the new one comes.
+        gateway.start("nsenter"_s, atFarEnd(QStringList(QStringLiteral(CIM_T93SIM)) +
+                                            list("--address 10.9.0.2 --port 30000 --seconds 60 --clients 2"_s)));
         QVERIFY(gateway.waitForReadyRead());
         const auto can = makeInterface(30000);
         configure(*can, [&](CConfigParamT93& param) {
-            param.setIpAddress(QHostAddress(FAR));
+            param.setIpAddress(QHostAddress("10.9.0.2"_s));
             param.setBusloadPollTime(pollTime);
         });
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
@@ -108,13 +98,12 @@ private Q_SLOTS:
 
         QElapsedTimer clock;
         clock.start();
-        QVERIFY(setLink(atGateway, QStringLiteral("down")));
+        QVERIFY(setLink(atGateway, "down"_s));
         QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 13000);
-        qInfo("noticed after %lld ms", clock.elapsed());
         QVERIFY2(clock.elapsed() <= 11000, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(errors.at(0).at(0).toInt(), 0);
         QCOMPARE(can->commonInfo().connectionState(), CCommonInfo::eNotConnected);
-        QVERIFY(setLink(atGateway, QStringLiteral("up")));
+        QVERIFY(setLink(atGateway, "up"_s));
         QTRY_COMPARE_WITH_TIMEOUT(can->commonInfo().connectionState(), CCommonInfo::eConnected, 10000);
         QCOMPARE(can->writeMessage(message(0x123)), 0);
         QCOMPARE(errors.size(), 1);

@@ -17,48 +17,47 @@ private Q_SLOTS:
     void textsFollowTheHostsLanguage()
     {
         QTranslator german;
-        QVERIFY(german.load(QStringLiteral("interfaceT93_de"), QStringLiteral(CIM_TRANSLATION_DIR)));
+        QVERIFY(german.load("interfaceT93_de"_s, QStringLiteral(CIM_TRANSLATION_DIR)));
         QCoreApplication::installTranslator(&german); // before the plugin is loaded
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
-        const auto texts = [&can] { // a text of each kind
-            return can->errorCodeToString(4) + QLatin1Char('|') + can->errorCodeToString(101) + QLatin1Char('|') +
-                   can->interfaceErrorToString(11).section(QLatin1Char('\n'), 2, 2) + QLatin1Char('|') +
-                   dialogTitle(*can);
+        const auto texts = [&can] { // one of each kind
+            return QStringList{can->errorCodeToString(4), can->errorCodeToString(101),
+                               can->interfaceErrorToString(11).section(QLatin1Char('\n'), 2, 2), dialogTitle(*can)};
         };
-        const QString inGerman =
-            QString::fromUtf8("Die Empfangswarteschlange ist leer.|Der UDP-Socket konnte nicht angelegt "
-                              "werden.|Der TCP-Puffer des T93 ist übergelaufen.|T93-Konfiguration");
+        const QStringList inGerman{"Die Empfangswarteschlange ist leer."_s,
+                                   "Der UDP-Socket konnte nicht angelegt werden."_s,
+                                   "Der TCP-Puffer des T93 ist übergelaufen."_s, "T93-Konfiguration"_s};
         QCOMPARE(texts(), inGerman);
-        QCOMPARE(can->commonInfo().description(), QStringLiteral("T93-Ethernet-Schnittstelle"));
+        QCOMPARE(can->commonInfo().description(), "T93-Ethernet-Schnittstelle"_s);
         QCoreApplication::removeTranslator(&german);
-        QCOMPARE(texts(), QStringLiteral("Receive queue empty.|Create UDP socket failed.|T93 TCP buffer overflow.|T93 "
-                                         "configuration dialog"));
+        QCOMPARE(texts(), (QStringList{"Receive queue empty."_s, "Create UDP socket failed."_s,
+                                       "T93 TCP buffer overflow."_s, "T93 configuration dialog"_s}));
         QCoreApplication::installTranslator(&german);
         QCOMPARE(texts(), inGerman);
     }
 
     void cimctlSpeaksTheUsersLanguage_data()
     {
-        QTest::addColumn<bool>("isGerman");
+        const auto row = columns<bool>("isGerman");
         for (const char* environment : {"LANG=de_DE.UTF-8", "LANG=de_AT", "LANG=en_US.UTF-8 LC_MESSAGES=de_CH.UTF-8",
                                         "LANG=fr_FR.UTF-8 LANGUAGE=fr:de", "LC_ALL=C.UTF-8 LANGUAGE=de"}) {
-            QTest::newRow(environment) << true;
+            row(environment, true);
         }
         for (const char* environment : {"LANG=de_DE.UTF-8 LANGUAGE=en_GB:de", "LANG=de_DE.UTF-8 LC_ALL=C",
                                         "LC_ALL=C LANGUAGE=de", "LANG=C.UTF-8", "LANG=fr_FR.UTF-8"}) {
-            QTest::newRow(environment) << false;
+            row(environment, false);
         }
     }
     void cimctlSpeaksTheUsersLanguage()
     {
         QFETCH(bool, isGerman);
         QProcessEnvironment environment;
-        for (const QString& variable : QString::fromLatin1(QTest::currentDataTag()).split(QLatin1Char(' '))) {
+        for (const QString& variable : list(QString::fromLatin1(QTest::currentDataTag()))) {
             environment.insert(variable.section(QLatin1Char('='), 0, 0), variable.section(QLatin1Char('='), 1));
         }
         QProcess cimctl;
         cimctl.setProcessEnvironment(environment);
-        cimctl.start(QStringLiteral(CIM_CIMCTL), {QStringLiteral("dump"), QStringLiteral("127.0.0.1:1")});
+        cimctl.start(QStringLiteral(CIM_CIMCTL), {"dump"_s, "127.0.0.1:1"_s});
         QVERIFY(cimctl.waitForFinished());
         const QByteArray refused = isGerman ? "error 103: Die TCP-Verbindung konnte" : "error 103: TCP connect failed.";
         QCOMPARE(cimctl.readAllStandardError().left(refused.size()), refused);
