@@ -25,6 +25,7 @@ public:
     void sendJoined(const SMessage& message, int count);
     /// Runs the event loop until `count` messages were read; throws when nothing comes for PATIENCE_S.
     void receive(int count);
+    Cim::CCanInterface& canInterface() { return *m_interface; }
 
 private:
     std::unique_ptr<Cim::CCanInterface> m_interface;
