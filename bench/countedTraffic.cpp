@@ -81,7 +81,7 @@ void CPacer::onTimeout()
 
 CCountingGateway::CCountingGateway() : m_pacer(this)
 {
-    m_gateway.setMaxClients(2); // a host that was cut off may come again before that is known here
+    m_gateway.setMaxClients(256); // a host that was cut off may come again before that is known here
     connect(&m_pacer, &CPacer::due, this, &CCountingGateway::send);
     connect(&m_gateway, &Sim::CSimGateway::messageReceived, this,
             [this](const Cim::CCanMessage& message) { m_totals.fromHost.take(numberOf(message)); });
