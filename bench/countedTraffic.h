@@ -73,6 +73,8 @@ public:
         SSequenceCheck fromHost;
     };
     const STotals& totals() const { return m_totals; }
+    /// Goes on counting where another gateway stopped.
+    void goOn(const STotals& before) { m_totals = before; }
 
 private:
     void send();

@@ -96,8 +96,8 @@ void stoppedReader(bool wholeThread)
         readAll(link, check);
     }
     row(wholeThread ? "the host's thread stands still for 10 s" : "nobody reads for 10 s",
-        QStringLiteral(
-            "error 2: %1 times, others: %2; kept: the oldest %3, in order; refused meanwhile: %4; then %5 more, none missing")
+        QStringLiteral("error 2: %1 times, others: %2; kept: the oldest %3, in order; refused meanwhile: %4; then %5 "
+                       "more, none missing")
             .arg(fullOnce)
             .arg(errors.others)
             .arg(kept ? QUEUE_SIZE : 0)
