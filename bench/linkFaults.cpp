@@ -339,7 +339,7 @@ int main(int argc, char** argv)
 {
     if (!enterPrivateNetwork(true)) {
         std::printf("SKIPPED: network namespaces are forbidden here\n");
-        return 77;
+        return std::getenv("CI") == nullptr ? 77 : 1;
     }
     QCoreApplication application(argc, argv);
     const CPrivateSettings settings;

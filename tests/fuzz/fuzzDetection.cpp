@@ -1,5 +1,5 @@
-// Any datagrams may come as replies to a scan: an endpoint found in one is a whole one, found once, and the same when it is
-// announced again.
+// Any datagrams may come as replies to a scan: an endpoint found in one is a whole one, found once, and the same when
+// it is announced again.
 #include "InterfaceT93/configParamT93.h"
 #include "InterfaceT93/detectionDatagrams.h"
 

@@ -1,10 +1,9 @@
-// Any file may stand where the settings are: loading takes all of it or nothing, and what it took can be saved and
-// loaded.
+// Any file may stand where the settings are: loading takes all of it or nothing, and what it took is what is saved
+// again.
 #include "InterfaceT93/configParamT93.h"
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -14,43 +13,45 @@ using namespace vexmor::Cim;
 
 namespace
 {
-const QString GROUP = QStringLiteral("CanInterfaces");
+/// The keys and values that a record is stored with.
+QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& group)
+{
+    QVariantMap values;
+    if (param.saveSettings(group, info) != 0) {
+        std::abort();
+    }
+    QSettings settings;
+    settings.beginGroup(group + QStringLiteral("/gw"));
+    for (const QString& key : settings.allKeys()) {
+        values.insert(key, settings.value(key));
+    }
+    return values;
+}
 
-struct SRecord {
-    SRecord()
-    {
-        info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
-        info.setUniqueName(QStringLiteral("gw"));
-    }
-    QStringList fields() const
-    {
-        bool ok = false;
-        return {info.description(),
-                info.interfaceId(),
-                info.firmwareVersion(),
-                info.port(),
-                info.type(),
-                QString::number(int(info.isScanable()) + 2 * int(param.udpBindAnyIp()) + 4 * int(param.autoIpUpdate())),
-                param.ipPortString(),
-                param.localIpAddress().toString(),
-                param.serviceTypeString(ok),
-                param.hostname(),
-                QString::number(param.busloadMeasureInterval()),
-                QString::number(param.busloadPollTime()),
-                QString::number(param.canBaudrate())};
-    }
+void takesAllOrNothing()
+{
     CCommonInfo info;
+    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
+    info.setUniqueName(QStringLiteral("gw"));
     CConfigParamT93 param;
-};
+    const QVariantMap before = stored(param, info, QStringLiteral("A"));
+    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
+    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
+    if ((code != 0 && loaded != before) || param.loadSettings(QStringLiteral("B"), info) != 0 ||
+        stored(param, info, QStringLiteral("C")) != loaded) {
+        std::abort();
+    }
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
-    static const QTemporaryDir dir(QStringLiteral("/dev/shm/fuzz-XXXXXX")); // in memory: a save waits for the disk
+    static const QTemporaryDir dir(
+        QStringLiteral("/dev/shm/fuzzSettings-XXXXXX")); // in memory: a save waits for the disk
     static int inputs = 0;
-    qputenv("XDG_CONFIG_HOME", QFileInfo(dir.path()).path().toLocal8Bit());
-    QCoreApplication::setOrganizationName(QFileInfo(dir.path()).fileName());
+    qputenv("XDG_CONFIG_HOME", dir.path().toLocal8Bit());
     // A name for each input: Qt knows a file again by its size and the millisecond of its last change.
+    QCoreApplication::setOrganizationName(QStringLiteral("."));
     QCoreApplication::setApplicationName(QString::number(++inputs));
     QFile store(QSettings().fileName());
     if (!store.open(QIODevice::WriteOnly)) {
@@ -61,19 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
         store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, and any others
     }
     store.close();
-
-    SRecord loaded;
-    if (loaded.param.loadSettings(GROUP, loaded.info) != 0) {
-        if (loaded.fields() != SRecord().fields()) {
-            std::abort();
-        }
-    } else {
-        SRecord again;
-        if (loaded.param.saveSettings(GROUP, loaded.info) != 0 || again.param.loadSettings(GROUP, again.info) != 0 ||
-            again.fields() != loaded.fields()) {
-            std::abort();
-        }
-    }
+    takesAllOrNothing();
     store.remove();
     return 0;
 }
