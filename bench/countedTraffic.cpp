@@ -7,6 +7,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,8 @@ constexpr int SETTLE_MS = 1000; ///< what is under way when the traffic stops ha
 constexpr int PATIENCE_MS = 10000;
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 constexpr int NUMBER_SIZE = 4;
+/// When the process stood still, what is due then does not go out at once: buffers would run over.
+constexpr std::int64_t MAX_A_TURN = 100;
 } // namespace
 
 Cim::CCanMessage numberedMessage(std::uint32_t number)
@@ -74,7 +77,8 @@ void CPacer::onTimeout()
 {
     constexpr std::int64_t NANOSECONDS = 1000000000;
     const std::int64_t wanted = m_clock.nsecsElapsed() * m_rate / NANOSECONDS;
-    for (; m_done < wanted; ++m_done) {
+    const std::int64_t thisTurn = std::min(wanted, m_done + MAX_A_TURN);
+    for (; m_done < thisTurn; ++m_done) {
         Q_EMIT due();
     }
 }

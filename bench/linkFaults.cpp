@@ -29,7 +29,7 @@ constexpr std::uint16_t PORT = 30000;
 const QString GATEWAY_ADDRESS = QStringLiteral("10.9.0.2");
 constexpr int RATE = 200;       ///< messages a second, each way
 constexpr int BEFORE_MS = 1500; ///< of a good link
-constexpr int BACK_LIMIT_MS = 45000;
+constexpr int BACK_LIMIT_MS = 90000;
 constexpr int SETTLE_MS = 1500;
 
 void runFor(int milliseconds)
@@ -45,13 +45,13 @@ class CGatewayNode
 {
 public:
     /// Goes on counting where another one stopped.
-    CGatewayNode(std::uint8_t lastMacByte, int rate, const CCountingGateway::STotals& before)
+    CGatewayNode(std::uint8_t lastMacByte, bool announce, int rate, const CCountingGateway::STotals& before)
     {
         m_thread.reset(QThread::create([=] {
             if (!enterPrivateNetwork(false)) {
                 return;
             }
-            m_port.emplace("gateway", lastMacByte, "10.9.0.2");
+            m_port.emplace("gateway", lastMacByte, "10.9.0.2", announce);
             CCountingGateway gateway;
             QString error;
             Sim::SSimIdentity identity;
@@ -138,6 +138,7 @@ public:
         m_reader.start(1);
         m_pacer.start(isSilent ? 0 : m_rate);
         runFor(BEFORE_MS);
+        m_identity = m_link.canInterface().commonInfo().interfaceId();
         m_clock.start();
     }
     ~Scene() override { m_cable.plug(-1, -1); }
@@ -151,9 +152,9 @@ public:
         m_before = m_gateway->switchOff();
         m_gateway.reset();
     }
-    void startGateway(std::uint8_t lastMacByte)
+    void startGateway(std::uint8_t lastMacByte, bool announce = false)
     {
-        m_gateway = std::make_unique<CGatewayNode>(lastMacByte, m_rate, m_before);
+        m_gateway = std::make_unique<CGatewayNode>(lastMacByte, announce, m_rate, m_before);
         m_cable.plug(m_near.descriptor(), m_gateway->descriptor());
     }
 
@@ -180,7 +181,9 @@ public:
         m_pacer.start(0);
         m_gateway->ask([](CCountingGateway& gateway) { gateway.stop(); });
         runFor(SETTLE_MS);
-        const QString identity = m_link.canInterface().commonInfo().interfaceId();
+        if (m_link.canInterface().commonInfo().interfaceId() != m_identity) {
+            m_told.append(QStringLiteral("interface id is another"));
+        }
         stopGateway();
         const SSequenceCheck& up = m_before.fromHost;
         const std::uint64_t lostUp = m_accepted - up.received;
@@ -225,6 +228,7 @@ private:
     std::uint64_t m_accepted = 0;
     std::uint64_t m_refused = 0;
     SSequenceCheck m_fromGateway;
+    QString m_identity; ///< of the gateway, before the fault
     QStringList m_told;
 };
 
@@ -269,6 +273,12 @@ void setFaults(Scene& scene, bool mute, bool blackHole)
         gateway.gateway().setFaults(faults);
     });
 }
+/// From one moment to the next, and without a goodbye; all of them have the same address.
+void replaceGateway(Scene& scene, std::uint8_t lastMacByte, bool announce)
+{
+    scene.stopGateway();
+    scene.startGateway(lastMacByte, announce);
+}
 void nothing(Scene&) {}
 
 constexpr auto TCP = EProtocol::eTcp;
@@ -294,30 +304,18 @@ const SFault FAULTS[] = {
          scene.stopGateway();
      },
      3000, [](Scene& scene) { scene.startGateway(2); }, true},
-    {"half-open: gateway has forgotten the connection", TCP,
-     [](Scene& scene) {
-         scene.stopGateway();
-         scene.startGateway(2);
-     },
-     0, nothing, true},
-    {"half-open, host silent", TCP,
-     [](Scene& scene) {
-         scene.stopGateway();
-         scene.startGateway(2);
-     },
-     0, nothing, true, RATE, true},
-    {"address taken over by a gateway with another MAC", TCP,
-     [](Scene& scene) {
-         scene.stopGateway();
-         scene.startGateway(3);
-     },
-     0, nothing, true},
-    {"address taken over by a gateway with another MAC", UDP,
-     [](Scene& scene) {
-         scene.stopGateway();
-         scene.startGateway(3);
-     },
-     0, nothing, true},
+    {"half-open: gateway has forgotten the connection", TCP, [](Scene& scene) { replaceGateway(scene, 2, false); }, 0,
+     nothing, true},
+    {"half-open, host silent", TCP, [](Scene& scene) { replaceGateway(scene, 2, false); }, 0, nothing, true, RATE,
+     true},
+    {"another gateway, another MAC, says that it has the address", TCP,
+     [](Scene& scene) { replaceGateway(scene, 3, true); }, 0, nothing, true},
+    {"another gateway, another MAC, says that it has the address", UDP,
+     [](Scene& scene) { replaceGateway(scene, 3, true); }, 0, nothing, true},
+    {"another gateway, another MAC, says nothing", TCP, [](Scene& scene) { replaceGateway(scene, 3, false); }, 0,
+     nothing, true},
+    {"another gateway, another MAC, says nothing", UDP, [](Scene& scene) { replaceGateway(scene, 3, false); }, 0,
+     nothing, true},
     {"gateway answers no request, for 5 s", TCP, [](Scene& scene) { setFaults(scene, true, false); }, 5000,
      [](Scene& scene) { setFaults(scene, false, false); }, false},
     {"gateway takes and says nothing (port open), for 20 s", TCP, [](Scene& scene) { setFaults(scene, false, true); },

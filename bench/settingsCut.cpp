@@ -31,7 +31,7 @@ using namespace vexmor::Cim;
 namespace
 {
 constexpr int INTERFACES = 3;
-constexpr int MAX_DELAY_US = 60000;
+constexpr int MAX_DELAY_US = 150000;
 constexpr int VERSIONS = 60000; // a version is also a port
 const QString GROUP = QStringLiteral("CanInterfaces");
 const QString HOST_KEY = QStringLiteral("Host/Window");

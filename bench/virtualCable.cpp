@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <system_error>
 
 namespace vexmor::Bench
@@ -59,8 +60,12 @@ bool enterPrivateNetwork(bool firstThread)
     return unshare(firstThread ? CLONE_NEWUSER | CLONE_NEWNET : CLONE_NEWNET) == 0;
 }
 
-CVirtualPort::CVirtualPort(const char* name, std::uint8_t lastByte, const char* address) : m_name(name)
+CVirtualPort::CVirtualPort(const char* name, std::uint8_t lastByte, const char* address, bool announce) : m_name(name)
 {
+    if (announce) {
+        std::ofstream setting("/proc/sys/net/ipv4/conf/all/arp_notify");
+        check((setting << 1 << std::flush).good(), "arp_notify");
+    }
     m_descriptor = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
     check(m_descriptor >= 0, "/dev/net/tun");
     ifreq request = requestFor(name);

@@ -23,8 +23,9 @@ bool enterPrivateNetwork(bool firstThread);
 class CVirtualPort
 {
 public:
-    /// `lastByte` ends its MAC address, `address` is in dotted form, of a network of 24 bits. Throws std::system_error.
-    CVirtualPort(const char* name, std::uint8_t lastByte, const char* address);
+    /// `lastByte` ends its MAC address, `address` is in dotted form, of a network of 24 bits; with `announce` everybody
+    /// on the network is told that this MAC address has it now. Throws std::system_error.
+    CVirtualPort(const char* name, std::uint8_t lastByte, const char* address, bool announce = false);
     ~CVirtualPort();
     CVirtualPort(const CVirtualPort&) = delete;
     CVirtualPort& operator=(const CVirtualPort&) = delete;
