@@ -19,18 +19,19 @@ using namespace vexmor::Test;
 
 namespace
 {
-std::function<void()> s_act; ///< what the host does in the callback that comes next
+enum EPlace { eSpy, eSlot };
+std::function<void()> s_acts[2]; ///< what the host does when it is called at this place next
 
-void actOnce()
+void actAt(EPlace place)
 {
-    if (s_act) {
-        std::exchange(s_act, nullptr)();
+    if (s_acts[place]) {
+        std::exchange(s_acts[place], nullptr)();
     }
 }
 
 int spy(const CCanInterface&, bool, const CCanMessage& message)
 {
-    actOnce();
+    actAt(eSpy);
     return message.length();
 }
 
@@ -74,7 +75,7 @@ public:
     /// Whatever was before: with a gateway that behaves, it works.
     bool worksAgain()
     {
-        s_act = nullptr;
+        s_acts[eSpy] = s_acts[eSlot] = nullptr;
         behave();
         replace(makeInterface(m_gateway.port()));
         drop();
@@ -103,7 +104,7 @@ private Q_SLOTS:
     void onInterfaceError(int error)
     {
         expect("interfaceError", error, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
-        actOnce();
+        actAt(eSlot);
     }
 
 private:
@@ -111,7 +112,13 @@ private:
 
     // What the host does. Any of it may have deleted the interface when it returns.
     void events() { QCoreApplication::processEvents(QEventLoop::AllEvents, 1 + pick(5)); }
-    void open() { expect("open", m_can->openCommunication(), {0, 1, 103, 105}); }
+    void open()
+    {
+        CCanInterface* const opened = m_can.get();
+        const int code = opened->openCommunication();
+        expect("open", code, {0, 1, 103, 105});
+        expect("isOpened", m_can.get() == opened && opened->isOpened() ? 1 : 0, {m_can.get() == opened && code <= 1});
+    }
     void close() { expect("close", m_can->closeCommunication(), {0}); }
     void reset() { expect("reset", m_can->resetCommunication(pick(2)), {0, 2, 109}); }
     void send() { expect("send", m_can->writeMessage(anyMessage()), {0, 2, 102, 108, 109}); }
@@ -143,11 +150,16 @@ private:
     {
         static constexpr void (DriverFuzz::*ACTS[])() = {&DriverFuzz::close, &DriverFuzz::reopen, &DriverFuzz::remove,
                                                          &DriverFuzz::reset, &DriverFuzz::events, &DriverFuzz::send};
-        s_act = [this, act = ACTS[pick(6)]] {
+        const auto act = [this, chosen = ACTS[pick(6)]] {
             if (m_can) {
-                (this->*act)();
+                (this->*chosen)();
             }
         };
+        if (const int place = pick(3); place <= eSlot) {
+            s_acts[place] = act;
+        } else {
+            QMetaObject::invokeMethod(this, act, Qt::QueuedConnection);
+        }
     }
 
     // What the gateway does.
