@@ -9,7 +9,8 @@ using namespace vexmor::Cim;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
-    const QByteArray reply(reinterpret_cast<const char*>(bytes), static_cast<int>(count));
+    // Not a copy, which would end with a zero byte: a look behind the datagram must be seen.
+    const QByteArray reply = QByteArray::fromRawData(reinterpret_cast<const char*>(bytes), static_cast<int>(count));
     const std::vector<SDdtEntry> entries = usableDdtEntries(reply);
     const std::vector<SDdtEntry> again = usableDdtEntries(ddtDatagram(DDT_IDENT_REPLY, entries));
     if (entries.size() > DDT_MAX_ENTRIES || entries.size() * DDT_ENTRY_SIZE > count || again.size() != entries.size()) {
