@@ -26,6 +26,13 @@ constexpr int NUMBER_SIZE = 4;
 constexpr std::int64_t MAX_A_TURN = 100;
 } // namespace
 
+void runFor(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
 Cim::CCanMessage numberedMessage(std::uint32_t number)
 {
     unsigned char data[8] = {};

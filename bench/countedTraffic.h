@@ -13,6 +13,9 @@
 namespace vexmor::Bench
 {
 
+/// Runs the event loop for so long.
+void runFor(int milliseconds);
+
 /// A message that carries its number; 8 data bytes.
 Cim::CCanMessage numberedMessage(std::uint32_t number);
 /// The number that a message carries, whoever made it.

@@ -25,13 +25,6 @@ constexpr double MEMORY_LIMIT_KIB = 512;
 
 int s_failed = 0;
 
-void runFor(int milliseconds)
-{
-    QEventLoop loop;
-    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
 void readAll(CPluginLink& link, SSequenceCheck& check)
 {
     for (Cim::CCanMessage next; link.canInterface().readMessage(next) == 0;) {

@@ -32,13 +32,6 @@ constexpr int BEFORE_MS = 1500; ///< of a good link
 constexpr int BACK_LIMIT_MS = 90000;
 constexpr int SETTLE_MS = 1500;
 
-void runFor(int milliseconds)
-{
-    QEventLoop loop;
-    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
 /// A gateway with a network of its own: switched on as long as the object exists. What it had told its host's network
 /// before it is switched off is forgotten with it: nobody says goodbye.
 class CGatewayNode

@@ -75,13 +75,6 @@ private:
 
 namespace
 {
-void runFor(qint64 milliseconds)
-{
-    QEventLoop loop;
-    QTimer::singleShot(static_cast<int>(milliseconds), Qt::PreciseTimer, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
 /// Prints whether a line of the reckoning holds.
 bool holds(const char* what, bool isTrue)
 {
@@ -144,7 +137,7 @@ int soak(double minutes, int rate, int lossEverySeconds)
                 rate, minutes, lossEverySeconds);
     std::vector<SResources> samples;
     for (int row = 1; row <= ROWS; ++row) {
-        runFor(static_cast<qint64>(minutes * 60000 / ROWS));
+        runFor(static_cast<int>(minutes * 60000 / ROWS));
         samples.push_back(resources());
         std::printf("| %.1f | %.0f | %.0f | %d |\n", minutes * row / ROWS, samples.back().residentKib,
                     samples.back().heapKib, samples.back().descriptors);
