@@ -143,6 +143,10 @@ bool CGatewayRole::run(int argc, char** argv)
         input.setEnabled(false);
         gateway.stop();
         gateway.dropEvery(0);
+        Sim::SSimFaults
+            closed; // or the host would connect once more while this process ends, and be told of that loss, too
+        closed.refuse = true;
+        gateway.gateway().setFaults(closed);
         QTimer::singleShot(SETTLE_MS, &application, &QCoreApplication::quit);
     });
     QCoreApplication::exec();
