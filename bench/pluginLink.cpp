@@ -40,7 +40,8 @@ Cim::CCanMessage messageOf(const SMessage& message)
 }
 } // namespace
 
-CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny) : m_interface(plugin().createInterface())
+CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny, const QString& address)
+    : m_interface(plugin().createInterface())
 {
     // The protocol is a parameter that hosts set through the settings.
     QSettings settings;
@@ -48,7 +49,7 @@ CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny) :
     settings.beginGroup(UNIQUE_NAME);
     settings.setValue(QStringLiteral("Protocol"),
                       protocol == EProtocol::eTcp ? QStringLiteral("TCP") : QStringLiteral("UDP"));
-    settings.setValue(QStringLiteral("IP-Address"), QStringLiteral("127.0.0.1"));
+    settings.setValue(QStringLiteral("IP-Address"), address);
     settings.setValue(QStringLiteral("Port"), port);
     settings.setValue(QStringLiteral("CanBaudrate"), 1000);
     settings.setValue(QStringLiteral("UdpBindAnyIp"), bindAny ? 1 : 0);

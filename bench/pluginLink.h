@@ -12,9 +12,10 @@ namespace vexmor::Bench
 class CPluginLink
 {
 public:
-    /// A closed interface for a gateway at 127.0.0.1. With `bindAny` a UDP interface is bound to any address of the PC,
-    /// and has to look at each datagram's sender.
-    CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny = false);
+    /// A closed interface for a gateway. With `bindAny` a UDP interface is bound to any address of the PC, and has to
+    /// look at each datagram's sender.
+    CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny = false,
+                const QString& address = QStringLiteral("127.0.0.1"));
 
     /// Throws std::runtime_error with the interface's own text when it cannot.
     void open();
@@ -25,6 +26,7 @@ public:
     void sendJoined(const SMessage& message, int count);
     /// Runs the event loop until `count` messages were read; throws when nothing comes for PATIENCE_S.
     void receive(int count);
+    Cim::CCanInterface& canInterface() { return *m_interface; }
 
     /// The oldest message that was received; false when there is none.
     bool read(Cim::CCanMessage& message) { return m_interface->readMessage(message) == 0; }

@@ -122,7 +122,7 @@ void CSimLink::write(const QByteArray& bytes)
 {
     if (m_udp != nullptr) {
         m_udp->writeDatagram(bytes, m_address, m_port);
-    } else if (m_tcp->bytesToWrite() < SEND_LIMIT) {
+    } else if (m_tcp->isOpen() && m_tcp->bytesToWrite() < SEND_LIMIT) { // closed: `disconnected` is on its way
         m_tcp->write(bytes);
         m_tcp->flush();
     }

@@ -1,0 +1,222 @@
+// A host that does anything, in any order, to an interface whose gateway does anything, too; the sanitizers watch.
+// Every code must be one that the operation may give, and in the end a message passes each way.
+//
+//     driverFuzz [--seed N] [--steps N] [--reader]     the same seed takes the same steps; --reader: another thread
+//     takes
+//                                                      the messages, for the thread sanitizer
+#include "t93Fixture.h"
+
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <thread>
+
+using namespace vexmor::Test;
+
+namespace
+{
+enum EPlace { eSpy, eSlot };
+std::function<void()> s_acts[2]; ///< what the host does when it is called at this place next
+
+void actAt(EPlace place)
+{
+    if (s_acts[place]) {
+        std::exchange(s_acts[place], nullptr)();
+    }
+}
+
+int spy(const CCanInterface&, bool, const CCanMessage& message)
+{
+    actAt(eSpy);
+    return message.length();
+}
+
+void expect(const char* operation, int code, std::initializer_list<int> allowed)
+{
+    if (std::find(allowed.begin(), allowed.end(), code) == allowed.end()) {
+        qFatal("%s gave %d", operation, code);
+    }
+}
+} // namespace
+
+class DriverFuzz : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DriverFuzz(unsigned int seed) : m_random(seed)
+    {
+        QString error;
+        expect("listen", m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error) ? 0 : 1, {0});
+    }
+
+    void step()
+    {
+        using Act = void (DriverFuzz::*)();
+        static const std::pair<int, Act> ACTS[] = {
+            {30, &DriverFuzz::events}, {50, &DriverFuzz::send},      {60, &DriverFuzz::receive},
+            {70, &DriverFuzz::read},   {80, &DriverFuzz::misbehave}, {88, &DriverFuzz::garbage},
+            {94, &DriverFuzz::open},   {105, &DriverFuzz::arm},      {110, &DriverFuzz::reset},
+            {114, &DriverFuzz::load},  {118, &DriverFuzz::behave},   {121, &DriverFuzz::close},
+            {124, &DriverFuzz::drop},  {126, &DriverFuzz::flood},    {128, &DriverFuzz::clone},
+            {129, &DriverFuzz::renew}}; // each with the numbers below its own
+        if (!m_can) {
+            renew();
+        }
+        const int number = pick(129);
+        const auto isChosen = [number](const auto& act) { return number < act.first; };
+        (this->*std::find_if(std::begin(ACTS), std::end(ACTS), isChosen)->second)();
+    }
+
+    /// Whatever was before: with a gateway that behaves, it works.
+    bool worksAgain()
+    {
+        s_acts[eSpy] = s_acts[eSlot] = nullptr;
+        behave();
+        replace(makeInterface(m_gateway.port()));
+        drop();
+        QSignalSpy atGateway(&m_gateway, &CSimGateway::messageReceived);
+        return QTest::qWaitFor([this] { return m_can->openCommunication() <= RC_ALREADY_OPENED; }) &&
+               QTest::qWaitFor([this] {
+                   m_bus.send(message(0x321));
+                   QTest::qWait(10);
+                   const int before = m_taken;
+                   read();
+                   return m_taken > before;
+               }) &&
+               m_can->writeMessage(message(0x123)) == RC_OK && QTest::qWaitFor([&] { return !atGateway.isEmpty(); });
+    }
+
+    void read() // from any thread
+    {
+        const std::lock_guard lock(m_life);
+        int code = m_can ? RC_OK : RC_NOT_OPENED;
+        for (CCanMessage next; code == RC_OK && (code = m_can->readMessage(next)) == RC_OK; ++m_taken) {
+        }
+        expect("read", code, {2, 4});
+    }
+
+private Q_SLOTS:
+    void onInterfaceError(int error)
+    {
+        expect("interfaceError", error, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
+        actAt(eSlot);
+    }
+
+private:
+    int pick(int count) { return static_cast<int>(m_random() % static_cast<unsigned int>(count)); }
+
+    // What the host does. Any of it may have deleted the interface when it returns.
+    void events() { QCoreApplication::processEvents(QEventLoop::AllEvents, 1 + pick(5)); }
+    void open()
+    {
+        CCanInterface* const opened = m_can.get();
+        const int code = opened->openCommunication();
+        expect("open", code, {0, 1, 103, 105});
+        expect("isOpened", m_can.get() == opened && opened->isOpened() ? 1 : 0, {m_can.get() == opened && code <= 1});
+    }
+    void close() { expect("close", m_can->closeCommunication(), {0}); }
+    void reset() { expect("reset", m_can->resetCommunication(pick(2)), {0, 2, 109}); }
+    void send() { expect("send", m_can->writeMessage(anyMessage()), {0, 2, 102, 108, 109}); }
+    void load()
+    {
+        static const char* const PROTOCOLS[] = {"TCP", "TCP", "UDP", "UDP", "NA", "tcp"};
+        QSettings settings;
+        settings.beginGroup(QStringLiteral("CanInterfaces"));
+        settings.setValue(QStringLiteral("Protocol"), QLatin1String(PROTOCOLS[pick(6)]));
+        settings.setValue(QStringLiteral("BusloadPollTime"), pick(20));
+        settings.setValue(QStringLiteral("UdpBindAnyIp"), pick(2));
+        settings.endGroup();
+        expect("load", m_can->loadSettings(QString()), {0, 8});
+    }
+    void clone() { replace(std::unique_ptr<CCanInterface>(m_can->clone())); }
+    void renew() { replace(makeInterface(m_gateway.port(), static_cast<Protocol>(pick(2)))); }
+    void remove() { replace(nullptr); }
+    void reopen() { close(), open(); }
+    void replace(std::unique_ptr<CCanInterface> next)
+    {
+        if (next) {
+            connect(next.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+            next->setSpyHandler(spy);
+        }
+        const std::lock_guard lock(m_life);
+        m_can.swap(next); // the old one is deleted behind the lock, when nobody can reach it
+    }
+    void arm()
+    {
+        static constexpr void (DriverFuzz::*ACTS[])() = {&DriverFuzz::close, &DriverFuzz::reopen, &DriverFuzz::remove,
+                                                         &DriverFuzz::reset, &DriverFuzz::events, &DriverFuzz::send};
+        const auto act = [this, chosen = ACTS[pick(6)]] {
+            if (m_can) {
+                (this->*chosen)();
+            }
+        };
+        if (const int place = pick(3); place <= eSlot) {
+            s_acts[place] = act;
+        } else {
+            QMetaObject::invokeMethod(this, act, Qt::QueuedConnection);
+        }
+    }
+
+    // What the gateway does.
+    void receive() { m_bus.send(anyMessage()); }
+    void flood() { m_gateway.flood(pick(4) == 0 ? 12000 : 100); }
+    void drop() { m_gateway.dropLinks(); }
+    void behave() { m_gateway.setFaults({}); }
+    void misbehave()
+    {
+        const QByteArray garbage(pick(4) == 0 ? 3 : 0, char(RM_START_OF_FRAME));
+        m_gateway.setFaults({pick(3) == 0 ? 3 : 0, pick(4) == 0 ? 5 : 0, garbage, pick(3) == 0 ? 1 + pick(9) : 0, 1,
+                             1 + pick(3), pick(3), pick(6) == 0, pick(8) == 0, pick(8) == 0});
+    }
+    void garbage()
+    {
+        static constexpr std::uint8_t COMMANDS[] = {0x00, 0x01, 0x02, 0x40, 0x41, 0x42, 0x44, 0x47, 0xA4, 0xC0};
+        QByteArray payload(pick(40), 0);
+        std::generate(payload.begin(), payload.end(), [this] { return char(pick(256)); });
+        QByteArray bytes = frame(COMMANDS[pick(10)], payload);
+        bytes[pick(bytes.size())] = pick(2) == 0 ? char(pick(256)) : char(RM_START_OF_FRAME);
+        m_gateway.sendRaw(bytes.left(1 + pick(2 * bytes.size())));
+    }
+    CCanMessage anyMessage() { return message(std::uint16_t(pick(0x800)), QByteArray(pick(9), 'x')); }
+
+    std::mt19937 m_random;
+    CSimBus m_bus;
+    CSimGateway m_gateway{m_bus};
+    std::mutex m_life; ///< held to read and to delete: a host must not delete what another thread reads
+    std::unique_ptr<CCanInterface> m_can;
+    std::atomic<int> m_taken{0};
+};
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_LOGGING_RULES", "default.warning=false"); // they are expected
+    QCoreApplication application(argc, argv);
+    const QTemporaryDir store(QStringLiteral("/dev/shm/driverFuzz-XXXXXX")); // in memory: a store waits for the disk
+    qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
+    const QStringList options = application.arguments() + QStringList{QString()};
+    const int seedAt = options.indexOf(QStringLiteral("--seed")) + 1;
+    const int stepsAt = options.indexOf(QStringLiteral("--steps")) + 1;
+    const unsigned int seed = seedAt > 0 ? options.at(seedAt).toUInt() : std::random_device()();
+    const int steps = stepsAt > 0 ? options.at(stepsAt).toInt() : 5000;
+    std::fprintf(stderr, "driverFuzz --seed %u --steps %d\n", seed, steps);
+    DriverFuzz fuzz(seed);
+    std::atomic<bool> stop{!options.contains(QStringLiteral("--reader"))};
+    std::thread reader([&] {
+        for (; !stop; std::this_thread::yield()) {
+            fuzz.read();
+        }
+    });
+    for (int step = 0; step < steps; ++step) {
+        fuzz.step();
+    }
+    stop = true;
+    reader.join();
+    return fuzz.worksAgain() ? 0 : 1;
+}
+
+#include "driverFuzz.moc"

@@ -1,0 +1,49 @@
+// Any bytes, cut anywhere, give the same frames.
+#include "InterfaceT93/rmFrame.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+using namespace vexmor::Cim;
+
+namespace
+{
+using Bytes = std::vector<std::uint8_t>;
+
+/// The frames in a stream that comes in pieces of `step` bytes, framed anew one behind the other.
+Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
+{
+    Bytes frames;
+    CRmDeframer deframer;
+    for (std::size_t offset = 0; offset < stream.size(); offset += step) {
+        // A copy of its own size, so that a byte read behind it is seen.
+        const Bytes piece(&stream[offset], &stream[offset] + std::min(step, stream.size() - offset));
+        deframer.feed(
+            piece.data(), piece.size(),
+            [&](const SRmFrame& frame) {
+                std::uint8_t buffer[RM_BUFFER_SIZE];
+                frames.insert(frames.end(), buffer,
+                              buffer + rmFrameBytes(frame.command, frame.payload.data(), frame.payloadLength, buffer));
+                return true;
+            },
+            [&wrongChecksums] { return ++wrongChecksums > 0; });
+    }
+    return frames;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
+{
+    const Bytes stream(bytes, bytes + count);
+    int wrongWhole = 0;
+    const Bytes frames = framesOf(stream, RM_BUFFER_SIZE, wrongWhole);
+    for (const std::size_t step : {1, 2, 3, 7, 16}) {
+        int wrong = 0;
+        int none = 0; // frames that are framed again are frames
+        if (framesOf(stream, step, wrong) != frames || wrong != wrongWhole || framesOf(frames, step, none) != frames) {
+            std::abort();
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,30 @@
+// Any datagrams may come as replies to a scan: an endpoint found in one is a whole one, found once, and the same when
+// it is announced again.
+#include "InterfaceT93/configParamT93.h"
+#include "InterfaceT93/detectionDatagrams.h"
+
+#include <cstdlib>
+
+using namespace vexmor::Cim;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
+{
+    // Not a copy, which would end with a zero byte: a look behind the datagram must be seen.
+    const QByteArray reply = QByteArray::fromRawData(reinterpret_cast<const char*>(bytes), static_cast<int>(count));
+    const std::vector<SDdtEntry> entries = usableDdtEntries(reply);
+    const std::vector<SDdtEntry> again = usableDdtEntries(ddtDatagram(DDT_IDENT_REPLY, entries));
+    if (entries.size() > DDT_MAX_ENTRIES || entries.size() * DDT_ENTRY_SIZE > count || again.size() != entries.size()) {
+        std::abort();
+    }
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const CConfigParamT93 param = configParamOfDdtEntry(entries[i]);
+        const CConfigParamT93 same = configParamOfDdtEntry(again[i]);
+        if (param.ipPortString() != same.ipPortString() || param.hostname() != same.hostname() ||
+            param.hostname().size() > DDT_HOST_NAME_SIZE ||
+            param.macAddressString(QLatin1Char(':')) != same.macAddressString(QLatin1Char(':'))) {
+            std::abort();
+        }
+    }
+    isDdtKind(reply, DDT_IDENT_REPLY);
+    return 0;
+}

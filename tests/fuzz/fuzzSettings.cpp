@@ -1,0 +1,68 @@
+// Any file may stand where the settings are: loading takes all of it or nothing, and what it took is what is saved
+// again.
+#include "InterfaceT93/configParamT93.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <cstdlib>
+
+using namespace vexmor::Cim;
+
+namespace
+{
+/// The keys and values that a record is stored with.
+QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& group)
+{
+    QVariantMap values;
+    if (param.saveSettings(group, info) != 0) {
+        std::abort();
+    }
+    QSettings settings;
+    settings.beginGroup(group + QStringLiteral("/gw"));
+    for (const QString& key : settings.allKeys()) {
+        values.insert(key, settings.value(key));
+    }
+    return values;
+}
+
+void takesAllOrNothing()
+{
+    CCommonInfo info;
+    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
+    info.setUniqueName(QStringLiteral("gw"));
+    CConfigParamT93 param;
+    const QVariantMap before = stored(param, info, QStringLiteral("A"));
+    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
+    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
+    if ((code != 0 && loaded != before) || param.loadSettings(QStringLiteral("B"), info) != 0 ||
+        stored(param, info, QStringLiteral("C")) != loaded) {
+        std::abort();
+    }
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
+{
+    static const QTemporaryDir dir(
+        QStringLiteral("/dev/shm/fuzzSettings-XXXXXX")); // in memory: a save waits for the disk
+    static int inputs = 0;
+    qputenv("XDG_CONFIG_HOME", dir.path().toLocal8Bit());
+    // A name for each input: Qt knows a file again by its size and the millisecond of its last change.
+    QCoreApplication::setOrganizationName(QStringLiteral("."));
+    QCoreApplication::setApplicationName(QString::number(++inputs));
+    QFile store(QSettings().fileName());
+    if (!store.open(QIODevice::WriteOnly)) {
+        std::abort();
+    }
+    store.write("[CanInterfaces]\n");
+    for (const QByteArray& line : QByteArray(reinterpret_cast<const char*>(bytes), int(count)).split('\n')) {
+        store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, and any others
+    }
+    store.close();
+    takesAllOrNothing();
+    store.remove();
+    return 0;
+}
