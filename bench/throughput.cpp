@@ -23,7 +23,7 @@ using namespace vexmor::Bench;
 
 namespace
 {
-constexpr int ROUNDS = 25; ///< measured, after one that warms up
+int s_rounds = 25; ///< measured, after one that warms up
 constexpr int RECEIVE_BURST = 8000;
 constexpr int RECEIVE_BURSTS = 10;  ///< a round
 constexpr int DATAGRAM_BURST = 200; ///< what a socket's receive buffer takes in any case
@@ -105,7 +105,7 @@ public:
         const Job* const sides[] = {&jobs.raw, &jobs.plugin, &jobs.virtualcan, &jobs.python};
         std::array<Values, 4> cpu;
         std::array<Values, 4> rate;
-        for (int round = 0; round <= ROUNDS; ++round) {
+        for (int round = 0; round <= s_rounds; ++round) {
             for (std::size_t side = 0; side < std::size(sides); ++side) {
                 if (!*sides[side]) {
                     continue;
@@ -275,7 +275,7 @@ std::array<Values, 4> timeRoundTrips(SLinks& links, SPeers* peers, int count, in
 {
     std::array<Values, 4> times;
     auto& [raw, plugin, virtualcan, python] = times;
-    for (int round = 0; round <= ROUNDS; ++round) {
+    for (int round = 0; round <= s_rounds; ++round) {
         timeRoundTrips(links.raw, count, messagesBefore, raw);
         timeRoundTrips(links.plugin, count, messagesBefore, plugin);
         if (peers != nullptr) {
@@ -305,7 +305,7 @@ void measureBareQt(CComparison& table, const std::string& protocolName, EProtoco
     const CGatewayProcess gateway(protocol, HOST_PROCESSOR);
     CQtLink bare(protocol, gateway.port());
     std::array<Values, 4> times;
-    for (int round = 0; round < ROUNDS; ++round) {
+    for (int round = 0; round < s_rounds; ++round) {
         timeRoundTrips(bare, ROUND_TRIPS, 0, times[0]);
         timeRoundTrips(links.plugin, ROUND_TRIPS, 0, times[1]);
     }
@@ -342,8 +342,12 @@ void run()
 }
 } // namespace
 
-int main()
+/// throughput [ROUNDS]: fewer than 25 show that it works, not what it costs.
+int main(int argc, char** argv)
 {
+    if (argc > 1) {
+        s_rounds = std::max(std::atoi(argv[1]), 1);
+    }
     // Without it virtualcan, which asks for the local time with each frame, would have the C library look for a change
     // of the time zone's file each time: the comparison would flatter the plugin.
     setenv("TZ", "UTC", 0);
