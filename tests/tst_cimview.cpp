@@ -223,7 +223,7 @@ private Q_SLOTS:
         hall.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
         QTRY_COMPARE(events.unread(), 3);
-        const SEvent& lost = events.event(events.rowCount() - 1);
+        const SEvent& lost = events.eventAt(events.rowCount() - 1);
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
         QVERIFY(lost.text.startsWith(QLatin1String("TCP connection lost.")) &&
@@ -231,7 +231,7 @@ private Q_SLOTS:
         run.list().session(HALL)->send(message(0x100)); // refused with a code, told once
         run.list().session(HALL)->send(message(0x100));
         QTRY_COMPARE(events.unread(), 4);
-        QCOMPARE(events.event(events.rowCount() - 1).number, 109);
+        QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->showPanel(QStringLiteral("Events"));
         QTest::mouseClick(run.window->eventPanel().findChild<QTableView*>()->viewport(), Qt::LeftButton);
@@ -252,7 +252,7 @@ private Q_SLOTS:
         run.open(HALL, deaf.port);
         QCOMPARE(run.state(HALL), EInterfaceState::eOpening);
         QTRY_COMPARE(run.workbench.events().unread(), 1);
-        QCOMPARE(run.workbench.events().event(0).number, 103);
+        QCOMPARE(run.workbench.events().eventAt(0).number, 103);
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
         QVERIFY2(longest < 500, qPrintable(QString::number(longest))); // opening took 1000 ms
     }

@@ -191,7 +191,7 @@ private Q_SLOTS:
             events.add(next);
         }
         QCOMPARE(events.rowCount(), 1);
-        QCOMPARE(events.event(0).count, std::uint64_t(50000));
+        QCOMPARE(events.eventAt(0).count, std::uint64_t(50000));
         SEvent other = error;
         other.microseconds = 5001 * SECOND;
         events.add(other); // after a pause of more than a second

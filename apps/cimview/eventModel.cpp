@@ -77,7 +77,7 @@ int CEventModel::columnCount(const QModelIndex& parent) const
 
 QVariant CEventModel::data(const QModelIndex& index, int role) const
 {
-    const SEvent& shown = event(index.row());
+    const SEvent& shown = eventAt(index.row());
     if (role == Qt::ToolTipRole) {
         return shown.text;
     }

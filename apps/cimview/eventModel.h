@@ -41,7 +41,7 @@ public:
 
     void add(const SEvent& event);
     void clear();
-    const SEvent& event(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
+    const SEvent& eventAt(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
     /// Errors and refusals since the user looked.
     int unread() const { return m_unread; }
     void markRead();

@@ -65,7 +65,7 @@ bool CEventPanel::eventFilter(QObject* watched, QEvent* event)
 void CEventPanel::showText()
 {
     const QModelIndex current = m_table->currentIndex();
-    m_text->setPlainText(current.isValid() ? m_events.event(current.row()).text : QString());
+    m_text->setPlainText(current.isValid() ? m_events.eventAt(current.row()).text : QString());
 }
 
 } // namespace vexmor::Apps::Cimview
