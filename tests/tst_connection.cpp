@@ -172,9 +172,13 @@ private Q_SLOTS:
         SOpenInterface host;
         CRawGateway other;
         configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
+        host.gateway.sendRaw(frame(0x00, hex("0444")) + hex("430b00")); // the loss cuts the second frame
+        QCOMPARE(host.receive(1).size(), 1);
         host.gateway.dropLinks();
         QTRY_VERIFY(other.link != nullptr);
         QCOMPARE(other.waitFor(START_UP.size()).toHex(), START_UP.toHex());
+        other.link->write(frame(0x00, hex("0123"))); // a whole frame, not the rest of that one
+        QVERIFY(host.receive(1) == QList<CCanMessage>{message(0x123)});
     }
 
     void ownDatagramsAreSkipped_data()
