@@ -178,7 +178,7 @@ int runProgram(int argc, char** argv)
     SSimOptions options;
     CLI::App cli("A T93 gateway in software: answers hosts over TCP and UDP, with a simulated CAN bus behind it.",
                  "t93sim");
-    cli.set_version_flag("--version", "t93sim 1.0.0");
+    cli.set_version_flag("--version", "t93sim " CIM_VERSION);
     addOptions(cli, options);
     addDetectionOptions(cli, options);
     try {
