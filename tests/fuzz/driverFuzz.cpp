@@ -1,9 +1,9 @@
 // A host that does anything, in any order, to an interface whose gateway does anything, too; the sanitizers watch.
 // Every code must be one that the operation may give, and in the end a message passes each way.
 //
-//     driverFuzz [--seed N] [--steps N] [--reader]     the same seed takes the same steps; --reader: another thread
-//     takes
-//                                                      the messages, for the thread sanitizer
+//     driverFuzz [--seed N] [--steps N] [--reader]
+//
+// The same seed takes the same steps; --reader: another thread takes the messages, for the thread sanitizer.
 #include "t93Fixture.h"
 
 #include <QSettings>
@@ -76,6 +76,7 @@ public:
     bool worksAgain()
     {
         s_acts[eSpy] = s_acts[eSlot] = nullptr;
+        QCoreApplication::removePostedEvents(this, QEvent::MetaCall); // acts that wait in the event loop
         behave();
         replace(makeInterface(m_gateway.port()));
         drop();
