@@ -97,6 +97,49 @@ private Q_SLOTS:
         }));
     }
 
+    void spyHandlerProcessesEvents()
+    {
+        // With each datagram of a turn another one comes, until the turn ends by their number.
+        constexpr int WAITING = 100;
+        constexpr int MORE = 600;
+        SOpenInterface host(CCommonInfo::eProtocolUdp);
+        host.can->setSpyHandler(spy);
+        int sent = 0;
+        const auto sendOne = [&] { host.bus.send(message(++sent)); };
+        std::function<void()> go = [&] {
+            if (sent < WAITING + MORE) {
+                sendOne();
+                s_act = go;
+            }
+            QCoreApplication::processEvents();
+        };
+        s_act = go;
+        while (sent < WAITING) {
+            sendOne();
+        }
+        QCOMPARE(host.receive(WAITING + MORE).size(), WAITING + MORE);
+        sendOne();
+        QCOMPARE(host.receive(1).size(), 1);
+    }
+
+    void linkIsRegainedInTheSpyHandler()
+    {
+        CRawGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        can->setSpyHandler(spy);
+        QCOMPARE(can->openCommunication(), 0);
+        QVERIFY(!gateway.waitFor(1).isEmpty());
+        s_act = [&] {
+            gateway.received.clear();
+            gateway.link->abort();
+            QVERIFY(!gateway.waitFor(1).isEmpty()); // over the new link
+        };
+        gateway.link->write(frame(0x00, hex("0111")) + hex("430b00")); // half a frame of the old one
+        QTRY_VERIFY(!s_act && isConnected(*can));
+        gateway.link->write(frame(0x44, hex("001a2b3c4d5e")) + frame(0x00, hex("0222")));
+        QTRY_COMPARE(can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
+    }
+
     void hostActsWhileItOpens_data()
     {
         const auto row = columns<int>("code");

@@ -31,8 +31,12 @@ private Q_SLOTS:
         const QByteArray opening = START_UP + BAUDRATE_500;
         QCOMPARE(gateway.waitFor(opening.size()).toHex(), opening.toHex());
         gateway.received.clear();
+        gateway.link->write(frame(0x00, hex("0444")) + hex("430b00")); // half a frame, forgotten by the reset
+        QVERIFY(QTest::qWaitFor([&] { return unread(*can).size() == 1; }));
         QCOMPARE(can->resetCommunication(1), 0);
         QCOMPARE(gateway.waitFor((RESET_REQUEST + START_UP).size()).toHex(), (RESET_REQUEST + START_UP).toHex());
+        gateway.link->write(frame(0x00, hex("0123")));
+        QVERIFY(QTest::qWaitFor([&] { return unread(*can).size() == 1; }));
         gateway.received.clear();
         QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
         QCOMPARE(gateway.waitFor(9).toHex(), QByteArray("43050001231122570d"));
@@ -142,6 +146,25 @@ private Q_SLOTS:
         QVERIFY(host.receive(1) == QList<CCanMessage>{message(0x333)});
         QTRY_VERIFY(host.atGateway == QList<CCanMessage>{message(0x222)});
         QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
+    }
+
+    void gatewayThatClosesAtOnceDoesNotKeepTheHostBusy()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress(QHostAddress::LocalHost)));
+        bool isBusy = true;
+        connect(&server, &QTcpServer::newConnection, [&] {
+            QTcpSocket* const link = server.nextPendingConnection();
+            isBusy ? link->abort() : void();
+        });
+        const auto can = makeInterface(server.serverPort());
+        QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        can->openCommunication();
+        QTRY_COMPARE(errorNumbers(errors), (QList<int>{0, 0})); // tried again at once, but once
+        QTest::qWait(300);
+        QCOMPARE(errors.size(), 2);
+        isBusy = false;
+        QTRY_VERIFY_WITH_TIMEOUT(isConnected(*can), 4000);
     }
 
     void gatewayThatStopsReadingIsNotFedWithoutEnd()

@@ -55,6 +55,7 @@ private Q_SLOTS:
         QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
         QCOMPARE(loader.metaData()["IID"_s].toString(), "quinmark.CanInterfaces.CInterfaceT93Plugin"_s);
         QCOMPARE(loader.metaData()["className"_s].toString(), "CInterfaceT93Plugin"_s);
+        QVERIFY(!loader.metaData()["debug"_s].toBool()); // or release hosts refuse it
         QObject* const object = loader.instance();
         QCOMPARE(loader.instance(), object);
         void* const part = object->qt_metacast("quinmark.CCanInterfacePlugin/1.1");
@@ -96,6 +97,7 @@ private Q_SLOTS:
         QCOMPARE(can->busload(percent), 2);
         QCOMPARE(can->resetCommunication(0), 2);
         QCOMPARE(can->closeCommunication(), 0);
+        QVERIFY(QMetaObject::invokeMethod(can.get(), "onSocketConnected") && !isConnected(*can));
         QTest::ignoreMessage(QtWarningMsg, "vexmor::Cim::CInterfaceT93::configure: no dialog without a QApplication.");
         QCOMPARE(can->configure(nullptr, Qt::Dialog), 0);
         QVERIFY(s_spied.isEmpty() && untouched == message(0x55) && percent == 7);
@@ -153,6 +155,31 @@ private Q_SLOTS:
         QVERIFY(!s_spied.last().sending && s_spied.last().message == sent.last());
         QCOMPARE(host.can->readMessage(next), 4);
         QVERIFY(host.errorNumbers().isEmpty());
+        QCOMPARE(host.can->setSpyHandler(nullptr), 0);
+        const int shown = s_spied.size();
+        QCOMPARE(host.can->writeMessage(message(1)), 0);
+        QCOMPARE(s_spied.size(), shown);
+    }
+
+    void refusedMessagesAreShownButNotCounted()
+    {
+        SOpenInterface host;
+        host.can->setSpyHandler(spy);
+        SSimFaults refusing;
+        refusing.refuse = true;
+        host.gateway.setFaults(refusing);
+        host.gateway.dropLinks();
+        QTRY_COMPARE(host.errorNumbers(), QList<int>{0});
+        s_spied.clear();
+        for (int i = 0; i < 100; ++i) { // would be 2 percent
+            QCOMPARE(host.can->writeMessage(message(0x100, hex("0001020304050607"))), 109);
+        }
+        QCOMPARE(s_spied.size(), 100);
+        QVERIFY(s_spied.last().sending);
+        QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
+        int percent = -1;
+        QCOMPARE(host.can->busload(percent), 0);
+        QCOMPARE(percent, 0);
         host.can->setSpyHandler(nullptr);
     }
 
@@ -198,7 +225,11 @@ private Q_SLOTS:
         row("timed, two data bytes", frame(0x01, hex("0123aabb00000001")), {}, hex("012302"));
         row("timed, too short", frame(0x01, hex("0123aabb")), {}, hex("012300"));
         row("29-bit and unknown", frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99) + frame(0x57), {}, {});
-        row("short replies", frame(0x41, hex("0000")) + frame(0x40) + frame(0x40, "T") + frame(0x47), {}, {});
+        const QByteArray asked = frame(0x41, hex("00000203")); // an identification is expected
+        row("short replies",
+            frame(0x41, hex("0000")) + asked + frame(0x40) + asked + frame(0x40, "T") + asked +
+                frame(0x40, "T93 X\x01\x02") + frame(0x47),
+            {}, {});
     }
     void framesThatBreakTheRules()
     {
@@ -248,23 +279,38 @@ private Q_SLOTS:
         // 100 messages of 8 data bytes have 11000 bits.
         row("2.2 of a 500 kbit/s second, rounded down", 1000, 500, 2);
         row("sent and received both count", 1000, 50, 44);
-        row("a product that wraps to 0 changes nothing", 1024, 0x400000, 0);
-        row("a rate of 0 changes nothing", 1000, 0, 0);
-        row("a poll time of 0 changes nothing", 0, 500, 0);
+        row("a product that wraps to 0 changes nothing", 1024, 0x400000, 22);
+        row("a rate of 0 changes nothing", 1000, 0, 22);
+        row("a poll time of 0 changes nothing", 0, 500, 22);
     }
     void localBusload()
     {
         QFETCH(unsigned int, pollTime);
         QFETCH(unsigned int, baudrate);
         QFETCH(int, percent);
-        SBusloadHost host(pollTime, baudrate);
+        SBusloadHost host(1000, 50);
+        const auto endPeriod = [&] { // when the test says so
+            QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
+            for (QTimer* timer : host.can->findChildren<QTimer*>()) {
+                QVERIFY(!timer->isActive() || timer->interval() >= 100); // none keeps the event loop busy
+                timer->stop();
+            }
+        };
+        endPeriod();
+        host.gateway.flood(100);
+        QCOMPARE(host.receive(100).size(), 100);
+        endPeriod();
+        QCOMPARE(host.percent(), 22);
+        configure(*host.can, [&](CConfigParamT93& param) {
+            param.setBusloadPollTime(pollTime);
+            param.setCanBaudrate(baudrate);
+        });
         host.gateway.flood(100);
         QCOMPARE(host.receive(100).size(), 100);
         for (int i = 0; percent == 44 && i < 100; ++i) {
             QCOMPARE(host.can->writeMessage(message(0x100, hex("0001020304050607"))), 0);
         }
-        // Called instead of waiting for the timer, which a period of one second would take.
-        QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
+        endPeriod();
         QCOMPARE(host.percent(), percent);
     }
 
@@ -311,7 +357,8 @@ private Q_SLOTS:
 
     void openInterfaceRefusesChanges()
     {
-        SOpenInterface host;
+        SOpenInterface host(CCommonInfo::eProtocolUdp);
+        host.can->setSpyHandler(spy);
         const CCommonInfo before = host.can->commonInfo();
         CCommonInfo other;
         other.setUniqueName("other"_s);
@@ -323,6 +370,9 @@ private Q_SLOTS:
         QVERIFY(!copy->isOpened());
         QVERIFY(copy->commonInfo() == before);
         QCOMPARE(driver(*copy).configParam().port(), host.gateway.port());
+        QCOMPARE(copy->openCommunication(), 0);
+        QCOMPARE(copy->writeMessage(message(1)), 0);
+        QCOMPARE(s_spied.size(), 1); // the copy has the spy handler, too
     }
 
     void descriptionSetsAddressAndPort()

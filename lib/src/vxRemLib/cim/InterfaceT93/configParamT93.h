@@ -49,6 +49,7 @@ public:
     std::uint16_t busloadMeasureInterval() const { return m_busloadMeasureInterval; }
     void setBusloadMeasureInterval(std::uint16_t milliseconds) { m_busloadMeasureInterval = milliseconds; }
     std::uint32_t busloadPollTime() const { return m_busloadPollTime; }
+    /// Held as it is; with 0 the driver measures every 100 ms, and only the gateway's own measurement gives a load.
     void setBusloadPollTime(std::uint32_t milliseconds) { m_busloadPollTime = milliseconds; }
     std::uint32_t canBaudrate() const { return m_canBaudrate; }
     void setCanBaudrate(std::uint32_t kbitPerSecond) { m_canBaudrate = kbitPerSecond; }

@@ -28,14 +28,12 @@ CCanMessage canMessageOfFrame(const SRmFrame& frame)
 
     CCanMessage message;
     message.setId(CCanId(frame.payload[0] & STANDARD_ID_HIGH_BITS, frame.payload[1], 0));
-    if (dataLength > 0 && dataLength <= MAX_DATA_LENGTH) {
-        auto* const data = const_cast<std::uint8_t*>(frame.payload.data()) + CAN_ID_SIZE; // setData only reads them
-        if (timeStampSize == 0) { // zeros follow: a fixed size is copied faster
-            message.setData(0, MAX_DATA_LENGTH, data);
-            message.setLength(static_cast<unsigned int>(dataLength));
-        } else {
-            message.setData(0, static_cast<unsigned int>(dataLength), data);
-        }
+    auto* const data = const_cast<std::uint8_t*>(frame.payload.data()) + CAN_ID_SIZE; // setData only reads them
+    if (timeStampSize == 0 && dataLength >= 0 && dataLength <= MAX_DATA_LENGTH) {
+        message.setData(0, MAX_DATA_LENGTH, data); // zeros follow: a fixed size is copied faster
+        message.setLength(static_cast<unsigned int>(dataLength));
+    } else if (message.setLength(static_cast<unsigned int>(dataLength))) { // else it has said so
+        message.setData(0, static_cast<unsigned int>(dataLength), data);
     }
     return message;
 }

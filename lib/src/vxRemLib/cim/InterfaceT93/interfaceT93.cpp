@@ -104,6 +104,7 @@ int CInterfaceT93::openCommunication()
     m_deframer.reset();
     m_gatewayMeasuresBusload = false;
     m_deviceIdExpected = false;
+    m_nextReconnection = QDeadlineTimer();
     m_canMsgQueue.create();
     if (!createSocket()) {
         VX_LOG(50, LOG_SOURCE, "unknown protocol %d", static_cast<int>(m_configParam.protocolType()));
@@ -202,6 +203,7 @@ int CInterfaceT93::connectToGateway(bool wait, int timeoutMs, bool abortFirst)
     };
     if (!wait) { // started first: an attempt that fails at once (network down) must be followed by others too
         m_connectSvTimer.start(timeoutMs);
+        m_nextReconnection.setRemainingTime(timeoutMs);
     }
     if (abortFirst && m_socket->state() != QAbstractSocket::UnconnectedState) {
         m_socket->abort();
@@ -227,11 +229,15 @@ int CInterfaceT93::connectToGateway(bool wait, int timeoutMs, bool abortFirst)
 
 void CInterfaceT93::onSocketConnected()
 {
+    if (!m_socket || !isTcp()) {
+        return;
+    }
     m_commonInfo.setConnectionState(CCommonInfo::eConnected);
-    VX_LOG(20, LOG_SOURCE, "CInterfaceT93: connected from socket received");
     m_connectSvTimer.stop();
     m_deframer.reset(); // the rest of a frame that was cut by a loss never comes
+    ++m_connections;
     tuneTcpLink(*m_socket);
+    VX_LOG(20, LOG_SOURCE, "CInterfaceT93: connected from socket received");
     CoreLib::CThread::sleepMsecs(PAUSE_AFTER_CONNECT_MS);
     requestStartup(false);
 }
@@ -244,7 +250,11 @@ void CInterfaceT93::onSocketDisconnected()
     }
     m_commonInfo.setConnectionState(CCommonInfo::eNotConnected);
     Q_EMIT queuedInterfaceError(IE_TCP_CONNECTION_LOST);
-    connectToGateway(false, RECONNECT_INTERVAL_MS, false);
+    if (m_nextReconnection.hasExpired()) {
+        connectToGateway(false, RECONNECT_INTERVAL_MS, false);
+    } else { // a gateway that accepts and closes at once must not keep the host busy
+        m_connectSvTimer.start(static_cast<int>(m_nextReconnection.remainingTime()));
+    }
 }
 
 void CInterfaceT93::onConnectSvTimerTimeout()
@@ -413,7 +423,12 @@ void CInterfaceT93::readUdp(const CSession& session)
         if (!(mayBeOwn && isOwnDatagram(sender)) && !RxRmTcp(session, datagram, count)) {
             return;
         }
-    } while (++taken < MAX_DATAGRAMS_PER_TURN && socket.hasPendingDatagrams());
+        if (++taken == MAX_DATAGRAMS_PER_TURN) {
+            // Qt signals no more when the spy handler had events processed and the next datagram is not read.
+            QMetaObject::invokeMethod(this, &CInterfaceT93::onReadyRead, Qt::QueuedConnection);
+            return;
+        }
+    } while (socket.hasPendingDatagrams());
 }
 
 bool CInterfaceT93::isOwnDatagram(const Q_IPV6ADDR& sender) const
@@ -428,10 +443,10 @@ bool CInterfaceT93::isOwnDatagram(const Q_IPV6ADDR& sender) const
 
 bool CInterfaceT93::RxRmTcp(const CSession& session, const char* bytes, qint64 count)
 {
-    const auto onFrame = [this, &session](const SRmFrame& frame) {
+    const auto onFrame = [this, &session, connection = m_connections](const SRmFrame& frame) {
         const bool callsHost = m_spyHandler != nullptr;
         RM_ParseRxMsg(frame);
-        return !callsHost || session.isCurrent();
+        return !callsHost || (session.isCurrent() && m_connections == connection);
     };
     const auto onWrongChecksum = [this] {
         Q_EMIT queuedInterfaceError(IE_WRONG_CHECKSUM);

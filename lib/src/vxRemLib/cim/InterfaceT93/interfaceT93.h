@@ -7,6 +7,7 @@
 #include "cim/canInterface.h"
 
 #include <QAbstractSocket>
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QTimer>
 
@@ -20,8 +21,9 @@ namespace vexmor::Cim
 /// The link to one T93 gateway: the one place where socket, timers, frames, queue and description meet.
 ///
 /// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it and needs
-/// that thread's event loop; only `readMessage` may be called from other threads. While open it retries a lost TCP
-/// connection every 3 s without limit; what was accepted for sending before a loss is never sent after it.
+/// that thread's event loop; only `readMessage` may be called from other threads. While open it regains a lost TCP
+/// connection: at once, but once in 3 s at most, and without limit. What was accepted for sending before a loss is
+/// never sent after it.
 ///
 /// The connection state in the description is what is known: connected from the moment the TCP connection stands (or
 /// the UDP socket is bound), not connected after a loss and after closing.
@@ -134,7 +136,9 @@ private:
     /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive
     /// them.
     std::shared_ptr<QAbstractSocket> m_socket;
-    QTimer m_connectSvTimer; ///< supervises attempts to reconnect
+    QTimer m_connectSvTimer;           ///< supervises attempts to reconnect
+    QDeadlineTimer m_nextReconnection; ///< not before
+    std::uint32_t m_connections = 0;   ///< TCP connections so far: bytes of an earlier one are dropped
     CRmDeframer m_deframer;
     CCanMsgQueue m_canMsgQueue;
     bool m_gatewayMeasuresBusload = false;
