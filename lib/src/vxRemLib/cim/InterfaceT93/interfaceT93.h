@@ -38,6 +38,8 @@ public:
     CInterfaceT93();
     ~CInterfaceT93() override;
 
+    /// Closed, with the description, the configuration and the spy handler of this one; the description still has this
+    /// one's connection state.
     CCanInterface* clone() override;
     /// 0; 2 when not open; 109 (and interface error 4) when `checkConnection` is 1 and the TCP connection is down.
     int resetCommunication(int checkConnection) override;

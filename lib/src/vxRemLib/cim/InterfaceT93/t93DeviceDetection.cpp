@@ -136,7 +136,8 @@ void CT93DeviceDetection::readPendingDatagrams()
     }
     int taken = 0;
     do { // a first read even when nothing is there any more: without one Qt would signal no further datagram
-        const auto size = std::clamp<qint64>(socket->pendingDatagramSize(), 1, DDT_MAX_SIZE);
+        const qint64 waiting = socket->pendingDatagramSize(); // -1: none yet, but one may come before the read
+        const qint64 size = waiting < 0 ? DDT_MAX_SIZE : std::clamp<qint64>(waiting, 1, DDT_MAX_SIZE);
         QByteArray data(static_cast<int>(size), Qt::Uninitialized);
         data.truncate(static_cast<int>(std::max<qint64>(socket->readDatagram(data.data(), data.size()), 0)));
         if (isDdtKind(data, DDT_IDENT_REPLY)) {
