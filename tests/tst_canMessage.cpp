@@ -12,6 +12,11 @@ Q_DECLARE_METATYPE(Change)
 
 namespace
 {
+template <typename... Data>
+constexpr bool TAKES = std::is_constructible_v<CCanMessage, CCanId, unsigned char, Data...>;
+static_assert(TAKES<> && TAKES<int, int> && TAKES<unsigned char*> && TAKES<std::nullptr_t>);
+static_assert(!TAKES<const unsigned char*> && !TAKES<char*> && !TAKES<const char*>);
+
 unsigned char s_bytes[] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8};
 
 /// Identifier, length and all eight data bytes.
@@ -31,7 +36,6 @@ class CanMessageTest : public QObject
 private Q_SLOTS:
     void newMessageIsEmptyAndRegistered()
     {
-        QVERIFY(CCanMessage() == CCanMessage());
         QCOMPARE(textOf(CCanMessage()), QByteArray("0 0 0000000000000000"));
         const int type = QMetaType::type("CCanMessage");
         QVERIFY(type != QMetaType::UnknownType);
@@ -56,7 +60,7 @@ private Q_SLOTS:
         const CCanId id(0x07, 0xFF, 0);
         QCOMPARE(textOf(CCanMessage(id, 8, s_bytes)), QByteArray("7ff 8 a0a1a2a3a4a5a6a7"));
         QCOMPARE(textOf(CCanMessage(id, 9, s_bytes)), QByteArray("7ff 0 0000000000000000"));
-        QCOMPARE(textOf(CCanMessage(id, 3, nullptr)), QByteArray("7ff 0 0000000000000000"));
+        QCOMPARE(textOf(CCanMessage(id, 1, 0)), QByteArray("7ff 0 0000000000000000")); // a null pointer, too
         CCanMessage cut(id, 12, 1, 2, 3, 4, 0x105, -1, 7, 8, 9, 10, 11, 12);
         QCOMPARE(textOf(cut), QByteArray("7ff 8 0102030405ff0708"));
         cut.setLength(2); // bytes behind the length are copied, too

@@ -1,5 +1,7 @@
-#include "cim/commonInfoInterface.h"
+#include "cim/canInterface.h"
 #include "testData.h"
+
+#include <QPluginLoader>
 
 using namespace vexmor::Cim;
 using namespace vexmor::Test;
@@ -12,20 +14,54 @@ namespace
 {
 const QString OTHER = "other"_s;
 
+/// No more than what every interface has from the contract: no plugin object was ever made in this program.
+struct SBareInterface : CCanInterface {
+    CCanInterface* clone() override { return nullptr; }
+    int resetCommunication(int) override { return 0; }
+    int openCommunication() override { return 0; }
+    int closeCommunication() override { return 0; }
+    int readMessage(CCanMessage&) override { return 0; }
+    int writeMessage(const CCanMessage&) override { return 0; }
+    int busload(int&) override { return 0; }
+    QString errorCodeToString(int) override { return {}; }
+    QString interfaceErrorToString(int) override { return {}; }
+    bool isOpened() override { return false; }
+    int baudrate() override { return 0; }
+    bool setBaudrate(int) override { return false; }
+    int loadSettings(const QString&) override { return 0; }
+    int saveSettings(const QString&) override { return 0; }
+    int configure(QWidget*, Qt::WindowFlags) override { return 0; }
+    QString interfaceType() override { return {}; }
+};
 } // namespace
 
-/// The description of an interface: port texts, what is compared, what is stored.
+/// What the contract has without a plugin: the description of an interface (port texts, what is compared, what is
+/// stored), the common texts, and what a host reads of the library before it loads it.
 class CommonInfoTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void commonTextsComeWithTheFirstTranslation()
+    {
+        SBareInterface can;
+        QVERIFY(can.commonErrorCodeToString(0).isEmpty());
+        CCanInterface::retranslateCommonErrorStrings();
+        QCOMPARE(can.commonErrorCodeToString(0), "OK - no error."_s);
+        QVERIFY(can.commonErrorCodeToString(11).isEmpty() && can.commonErrorCodeToString(-1).isEmpty());
+    }
+
+    void libraryIsOfReleaseHosts()
+    {
+        QCOMPARE(QPluginLoader(QStringLiteral(CIM_PLUGIN_FILE)).metaData()["debug"_s], QJsonValue(false));
+    }
+
     void portTextsAreBuilt()
     {
         QCOMPARE(CCommonInfo::buildComPortStr("3"_s), "COM=3"_s);
         QCOMPARE(CCommonInfo::buildIpPortStr("10.0.0.5"_s, 30000, CCommonInfo::eProtocolUdp),
                  "IP=10.0.0.5:30000:UDP"_s);
-        QCOMPARE(CCommonInfo::buildIpPortStr("10.0.0.5"_s, 65535, Protocol(7)), "IP=10.0.0.5:65535:Invalid"_s);
+        QCOMPARE(CCommonInfo::buildIpPortStr("10.0.0.5"_s, 65535, Protocol(-1)), "IP=10.0.0.5:65535:Invalid"_s);
     }
 
     void portTextsAreTakenApart_data()
@@ -37,6 +73,7 @@ private Q_SLOTS:
         row("IP=10.0.0.5:30000:TCP", "ip 10.0.0.5 30000 0"_s);
         row("IP=10.0.0.5:30000:NA", "ip 10.0.0.5 30000 2"_s);
         row("IP=10.0.0.5:30000:tcp", "ip 10.0.0.5 30000 3"_s);
+        row("IP=10.0.0.5:30000:Invalid", "ip 10.0.0.5 30000 3"_s);
         row("IP=::", "ip   3"_s);
         row("IP=10.0.0.5:30000", ""_s);
         row("IP=a:b:c:d", ""_s);
@@ -46,7 +83,6 @@ private Q_SLOTS:
     {
         QFETCH(QString, parts);
         const QString text = QString::fromLatin1(QTest::currentDataTag());
-        const CLogRecorder log;
         CCommonInfo info;
         info.setPort(text);
         QCOMPARE(info.isComPort(), text.startsWith("COM="_s));
@@ -62,27 +98,8 @@ private Q_SLOTS:
             QVERIFY(com == OTHER && address == OTHER && port == OTHER && protocol == Protocol(9));
         }
         QCOMPARE(found, parts);
-        const QString line =
-            "30 cim/commonInfoInterface: Conversion of protocol string = '%1' to EProtoclType failed!"_s;
-        QCOMPARE(log.lines(), protocol == CCommonInfo::eProtocolInvalid
-                                  ? QList<QByteArray>{line.arg(text.section(QLatin1Char(':'), 2)).toLatin1()}
-                                  : QList<QByteArray>());
         QCOMPARE(info.ipAddress(address2, port2), parts.startsWith("ip"_s));
         QVERIFY(address2 == address && port2 == port);
-    }
-
-    void protocolTexts() // the others see the port texts
-    {
-        QString text;
-        auto protocol = Protocol(9);
-        QVERIFY(CCommonInfo::protocolEnumToStr(CCommonInfo::eProtocolNa, text) && text == "NA"_s);
-        QVERIFY(!CCommonInfo::protocolEnumToStr(Protocol(-1), text) && text == "Invalid"_s);
-        QVERIFY(CCommonInfo::protocolStrToEnum("UDP"_s, protocol) && protocol == CCommonInfo::eProtocolUdp);
-        QVERIFY(CCommonInfo::protocolStrToEnum("NA"_s, protocol) && protocol == CCommonInfo::eProtocolNa);
-        for (const QString& unknown : {""_s, "TCP "_s, "Invalid"_s}) {
-            protocol = Protocol(9);
-            QVERIFY(!CCommonInfo::protocolStrToEnum(unknown, protocol) && protocol == CCommonInfo::eProtocolInvalid);
-        }
     }
 
     void fields_data()

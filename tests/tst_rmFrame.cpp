@@ -1,8 +1,6 @@
 #include "InterfaceT93/rmFrame.h"
 #include "testData.h"
 
-#include <random>
-
 using namespace vexmor::Cim;
 using namespace vexmor::Test;
 
@@ -121,30 +119,6 @@ private Q_SLOTS:
             listener.feed(stream.left(cut));
             listener.feed(stream.mid(cut));
             QCOMPARE(listener.heard.join(' '), heard);
-        }
-    }
-
-    void goodFramesGetThroughAnything() // and the same ones byte by byte
-    {
-        std::mt19937 random(1);
-        const QByteArray good = hex("43 02 42 09 0a 0d");
-        for (int round = 0; round < 2000; ++round) {
-            QByteArray stream;
-            for (int i = std::uniform_int_distribution<>(0, 120)(random); i > 0; --i) {
-                // Rich in markers and lengths, which is where it can go wrong.
-                const int kind = std::uniform_int_distribution<>(0, 3)(random);
-                stream.append(char(kind == 0 ? 0x43 : kind == 1 ? random() % 40 : random()));
-            }
-            // What a broken frame may swallow at most, and then a good frame.
-            stream += QByteArray(40, '\0') + good;
-            CListener whole;
-            whole.feed(stream);
-            QVERIFY2(!whole.heard.isEmpty() && whole.heard.last() == "42:09", stream.toHex().constData());
-            CListener cut;
-            for (const char byte : stream) {
-                cut.feed(QByteArray(1, byte));
-            }
-            QCOMPARE(cut.heard, whole.heard);
         }
     }
 };

@@ -25,6 +25,7 @@ namespace
 {
 const QString FIRST = "10.9.0.1"_s; // of this computer, like 10.9.0.3 and fd09::1
 const QString SECOND_INTERFACE = "10.9.1.1"_s;
+const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // of each log line
 
 /// Hears what is sent to a port, on all addresses.
 class CRecorder
@@ -159,11 +160,10 @@ private Q_SLOTS:
             QVERIFY2(pause >= fields.at(2).toInt() && pause < fields.at(2).toInt() + 90,
                      qPrintable("%1: %2 ms"_s.arg(expected.at(i)).arg(pause)));
         }
-        const QByteArray unit = "20 InterfaceT93/t93DeviceDetection: ";
-        const int last = log.lines().lastIndexOf(unit + "IP Address:               10.9.1.1");
-        QCOMPARE(log.lines().at(last - 1), unit + "broadcast DDT message for T93 device scan:");
-        QCOMPARE(log.lines().at(last + 1), unit + "Subnet-Broadcast Address: 10.9.1.255");
-        QCOMPARE(log.lines().at(last + 2), unit + "Using Broadcast Address:  255.255.255.255");
+        const int last = log.lines().lastIndexOf(UNIT + "IP Address:               10.9.1.1");
+        QCOMPARE(log.lines().at(last - 1), UNIT + "broadcast DDT message for T93 device scan:");
+        QCOMPARE(log.lines().at(last + 1), UNIT + "Subnet-Broadcast Address: 10.9.1.255");
+        QCOMPARE(log.lines().at(last + 2), UNIT + "Using Broadcast Address:  255.255.255.255");
     }
 
     void hostileReplies_data()
@@ -171,14 +171,14 @@ private Q_SLOTS:
         const auto row = columns<QByteArrayList, int, int>("replies", "times", "found");
         const QByteArray good = reply(1, entry(2, 0));
         QByteArray longest;
-        for (std::uint16_t port = 1; port <= 255; ++port) {
+        for (std::uint16_t port = 1; port < 255; ++port) {
             longest += entry(2, 1, "g", port);
         }
-        longest = reply(255, longest);
+        longest = reply(255, longest + entry(2, 0));
         const QByteArray counts = reply(255, entry(2, 1));
         row("broken ones around good ones",
             {{}, hex("00"), hex("000000ff"), requestBytes(0), counts, reply(1, entry(2, 0).left(63)), good}, 1, 2);
-        row("the same a thousand times", {good}, 1000, 1000);
+        row("more than 4096", {good, good, good, good, good, good}, 1000, 4096);
         row("longer than any reply", {longest + QByteArray(40000, 'x')}, 1, 255);
         row("more than 1 MiB", {longest}, 80, 64 * 255);
     }
@@ -200,7 +200,14 @@ private Q_SLOTS:
             }
         });
         pace.start(1);
+        const CLogRecorder log(20);
         QTEST(scan(recorder.port(), 2500).size(), "found");
+        const QByteArray last = "------- T93 interface found ---------------------------|hostname 'gw1' found.|"
+                                "MAC address 00:1a:2b:3c:4d:5e found.|protocol Type: 0 (0=TCP, 1=UDP)|"
+                                "IP address: 192.168.1.70|IP port 30000|Service: 1 (0=Client, 1=Server)|"
+                                "local IP address (PC): 10.9.0.1|uniqueName: 'gw1-TCP-SERVER-30000'";
+        QCOMPARE(log.lines().mid(log.lines().size() - 9),
+                 (UNIT + QByteArray(last).replace("|", '|' + UNIT)).split('|'));
     }
 
     void simulatorMisbehaves_data()

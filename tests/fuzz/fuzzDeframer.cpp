@@ -1,4 +1,4 @@
-// Any bytes, cut anywhere, give the same frames.
+// Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them.
 #include "InterfaceT93/rmFrame.h"
 
 #include <algorithm>
@@ -35,9 +35,15 @@ Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
-    const Bytes stream(bytes, bytes + count);
+    const Bytes good{0x43, 0x02, 0x42, 0x09, 0x0A, 0x0D};
+    Bytes stream(bytes, bytes + count);
+    stream.resize(count + 40); // what a broken frame may swallow at most
+    stream.insert(stream.end(), good.begin(), good.end());
     int wrongWhole = 0;
     const Bytes frames = framesOf(stream, RM_BUFFER_SIZE, wrongWhole);
+    if (frames.size() < good.size() || !std::equal(good.rbegin(), good.rend(), frames.rbegin())) {
+        std::abort();
+    }
     for (const std::size_t step : {1, 2, 3, 7, 16}) {
         int wrong = 0;
         int none = 0; // frames that are framed again are frames

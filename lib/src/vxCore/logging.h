@@ -8,7 +8,7 @@ namespace vexmor::CoreLib::Logging
 /// Receives one log line: its level (20 progress, 30 refused operations, 50 errors), the source path of the unit
 /// without extension, the source line, and a printf-style format with its arguments; texts are in the local 8-bit
 /// encoding. The arguments live only for the length of the call. It may be called from any thread that uses the
-/// library.
+/// library, in the middle of an operation: it must leave interfaces and the plugin object alone.
 using VxLogHandler = void (*)(int level, const char* source, int line, const char* format, ...);
 
 /// The installed handler, or null (the state at program start): nothing is logged then.

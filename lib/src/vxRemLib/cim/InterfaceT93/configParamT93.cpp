@@ -211,7 +211,11 @@ int CConfigParamT93::saveSettings(const QString& group, CCommonInfo& commonInfo)
     const CSettingsGroup outer(settings, group);
     const QString ownGroup = commonInfo.settingsGroup();
     if (!ownGroup.isEmpty()) { // removing an empty key would remove every other interface in the group
+        const QVariant namesake = settings.value(ownGroup); // a key of an unnamed interface goes with the group
         settings.remove(ownGroup);
+        if (namesake.isValid()) {
+            settings.setValue(ownGroup, namesake);
+        }
     }
     const CSettingsGroup inner(settings, ownGroup);
 

@@ -20,9 +20,9 @@ class CT93DeviceDetectionThread;
 ///
 /// A scan runs in a thread of its own and needs the event loop of the plugin's thread to end. When the plugin object is
 /// deleted, the library unloaded or the program ended meanwhile, the scan is cut short without a result: its pauses and
-/// its wait end at once, and the scan thread is waited for, for at most 100 ms. Only a host whose log handler holds the
-/// scan thread up exceeds that: the thread then ends by itself later, and this library stays in memory even when it is
-/// unloaded, so that it can.
+/// its wait end at once, and the scan thread is waited for, for at most 100 ms. One that takes longer (a host's log
+/// handler may hold it up) ends by itself later, and this library stays in memory even when it is unloaded, so that it
+/// can.
 class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
 {
     Q_OBJECT
@@ -47,7 +47,7 @@ public:
 Q_SIGNALS:
     /// The end of a scan, and a closed interface for each endpoint in each reply: a gateway that was reached in several
     /// ways is there several times, under one unique name. Whoever receives the interfaces owns them. The slot may
-    /// start the next scan, and may unload the library.
+    /// start the next scan and delete the plugin object; it must not unload the library, to which it returns.
     void interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
 
 public Q_SLOTS:

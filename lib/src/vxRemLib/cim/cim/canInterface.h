@@ -14,15 +14,28 @@ namespace vexmor::Cim
 
 /// One CAN interface, whatever plugin provides it: the class through which a host opens, configures, reads, writes and
 /// closes it. Objects come from `CCanInterfacePlugin::createInterface`, from `clone` or from a scan, are closed at
-/// first, and belong to whoever received them; they may be deleted at any time, also in a callback.
+/// first, and belong to whoever received them; they may be deleted at any time, also in a callback, but all before the
+/// library is unloaded and before the application object.
 ///
-/// Threads: everything but `readMessage` is called in the thread that owns the object, whose event loop must run for
-/// messages to arrive. `readMessage` may be called from any thread, as long as the object itself lives.
+/// Threads: an object is made in the plugin's thread, and may be moved to another by `moveToThread` while it is closed.
+/// It is used and deleted in the thread where it lives, whose event loop must run for messages to arrive. Only
+/// `readMessage` may be called from any thread, as long as the object itself lives.
 ///
-/// Results are `int` codes: 0 is success, 1 to 10 are the common codes below, codes from 100 on are the
-/// implementation's; `errorCodeToString` gives the text of each. Expected failures never throw. Trouble that arises on
-/// its own is told by the implementation's signal `interfaceError(int error)`, a numbering of its own, whose
-/// user-facing text `interfaceErrorToString` gives; connect to it by name: `SIGNAL(interfaceError(int))`.
+/// Results are `int` codes, whose texts `errorCodeToString` gives: 0 is success, codes from 100 on are the
+/// implementation's, and common to all are
+///      1  open already                                6  not while the interface is open
+///      2  not open                                    7  what is stored belongs to another plugin
+///      3  not connected                               8  a stored text that must be one of a few is none of them
+///      4  no message waits                            9  a stored address is none
+///      5  the bit rate is not supported              10  a parameter has no text by which it could be stored
+/// Expected failures never throw.
+///
+/// Trouble that arises on its own is told by the implementation's signal `interfaceError(int error)`, a numbering of
+/// its own, whose user-facing text `interfaceErrorToString` gives; connect to it by name:
+/// `SIGNAL(interfaceError(int))`. It comes from the event loop, never from within an operation; what happened before
+/// `closeCommunication` may therefore be told after it, and after a reopening. A slot that shows a modal dialog gets
+/// the next error inside of it, and so has a dialog on top of the other for each: show errors without waiting for the
+/// user.
 ///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterface : public QObject
@@ -30,7 +43,8 @@ class CIM_EXPORT CCanInterface : public QObject
 public:
     /// Sees every message: `sending` is true for a message that is being sent (before the send, whatever its outcome),
     /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored.
-    /// The message lives only for the call. The handler may close, reopen or delete the interface.
+    /// The message lives only for the call. The handler may close, reopen or delete the interface; it gets no context
+    /// and may not change what it gets, so that a host which wants to act keeps a pointer of its own.
     using SpyHandler = int (*)(const CCanInterface& canInterface, bool sending, const CCanMessage& message);
 
     CCanInterface();
@@ -41,7 +55,8 @@ public:
     /// Brings the device back to a known state and restarts the bus load measurement. With `checkConnection` 1, a link
     /// that is down is refused. 2 when not open.
     virtual int resetCommunication(int checkConnection) = 0;
-    /// Opens the interface; may block for about a second. 1 when it is open already.
+    /// Opens the interface and sets the bit rate of the gateway's CAN bus. May block for about a second, and runs
+    /// pending events of the host. 1 when it is open already.
     virtual int openCommunication() = 0;
     /// Closes the interface and discards the messages not yet read. Always 0, also when it is not open.
     virtual int closeCommunication() = 0;
@@ -60,13 +75,18 @@ public:
     virtual bool isOpened() = 0;
     /// Bit rate of the CAN bus in kbit/s.
     virtual int baudrate() = 0;
-    /// Sets the bit rate in kbit/s for the next open; false when the interface is open or does not know the rate.
+    /// Sets the bit rate in kbit/s (the T93 knows 50, 100, 125, 250, 500 and 1000; 100 at first), which the next open
+    /// gives to the gateway; false when the interface is open or does not know the rate.
     virtual bool setBaudrate(int kbitPerSecond) = 0;
     /// Loads description and parameters from the settings group of this interface's unique name below `group` (below
-    /// "CanInterfaces" for a null string). 7, 8 or 9, and nothing changed, when the stored values do not fit.
+    /// "CanInterfaces" for a null string). 7, 8 or 9, and nothing changed, when the stored values do not fit. While
+    /// open, a reconnection and the next open use what was loaded, the bit rate the next open alone; but over UDP a new
+    /// address and port count at once for what is sent.
     virtual int loadSettings(const QString& group) = 0;
     /// Stores description and parameters, replacing what was stored under this unique name below `group`
-    /// ("CanInterfaces" for a null string). 10, and nothing written, when a parameter has no text.
+    /// ("CanInterfaces" for a null string). 10, and nothing written, when a parameter has no text. 0 does not tell
+    /// whether the disk took it: a host that must know makes a QSettings of its own before the call (a later one may
+    /// know nothing of it), and after it calls `sync` and looks at `status` there.
     virtual int saveSettings(const QString& group) = 0;
     /// Lets the user edit the parameters in a modal dialog; a `parent` may be null. The event loop runs until the user
     /// has closed it. 6, and no dialog, when the interface is open; 6, and nothing changed, when the user pressed OK
@@ -80,7 +100,8 @@ public:
     virtual int setSpyHandler(SpyHandler handler);
     /// The description; the reference lives as long as the interface.
     virtual const CCommonInfo& commonInfo();
-    /// Replaces the description. 6, and nothing changed, when the interface is open.
+    /// Replaces the description. 6, and nothing changed, when the interface is open. The T93 takes its address and port
+    /// from the port text, too, but not the protocol.
     virtual int setCommonInfo(const CCommonInfo& info);
     /// Text of one of the common result codes 0 to 10, translated; empty for any other code.
     virtual QString commonErrorCodeToString(int code);

@@ -12,13 +12,18 @@ namespace vexmor::Cim
 class CCanInterface;
 
 /// The one object that a CAN interface plugin offers. A host loads the library with QPluginLoader, casts the instance
-/// to this class with qobject_cast, and uses it from the thread that loaded it for as long as the library stays loaded;
-/// it does not delete the object.
+/// to this class with qobject_cast, and uses it from the thread that loaded it (the plugin's thread) for as long as the
+/// library stays loaded; the loader deletes it.
+///
+/// Interfaces are the host's, but their code is the library's: all are deleted before the library is unloaded, and
+/// before the application object. Unload it from the event loop, never in a slot or handler that it called.
 ///
 /// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*>
-/// interfaceList)`; whoever receives it owns the interfaces in the list. Connect to it by name:
-/// `SIGNAL(interfaceScanFinished(int,QList<CCanInterface*>))`, and write the slot's parameter the same, without a
-/// namespace.
+/// interfaceList)`; whoever receives it owns the interfaces in the list, which live in the plugin's thread. Connect to
+/// it by name: `SIGNAL(interfaceScanFinished(int,QList<CCanInterface*>))`, and write the slot's parameter the same,
+/// without a namespace. The slot is called in the plugin's thread, and may start the next scan. For an object in
+/// another thread Qt queues the call, and drops it unless the host has called
+/// `qRegisterMetaType<QList<CCanInterface*>>("QList<CCanInterface*>")` before it connects.
 ///
 /// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
 /// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
@@ -40,7 +45,8 @@ public:
     virtual int pluginId() = 0;
     /// Type of the interfaces that the plugin creates, for example "T93".
     virtual QString interfaceType() = 0;
-    /// A new, closed interface with the plugin's defaults and no unique name; the caller owns it.
+    /// A new, closed interface with the plugin's defaults and no unique name; the caller owns it. Called in the
+    /// plugin's thread, where the interface then lives: `moveToThread` takes it to another while it is closed.
     virtual CCanInterface* createInterface() = 0;
     /// Adds an IP address that scans also ask directly; true also when it was there. False when the text is no address.
     virtual bool addScanAddress(const QString& address) = 0;

@@ -59,6 +59,11 @@ public:
     /// to 8. Beware: a single literal 0 as third argument is a null pointer and selects the constructor above.
     CCanMessage(const CCanId& id, unsigned char length, ...);
 
+    /// Any other pointer to data (const, or to char) would be taken for the first of further arguments, and the bytes
+    /// for whatever lies on the stack: an error of compilation instead.
+    template <typename T>
+    CCanMessage(const CCanId& id, unsigned char length, const T* data) = delete;
+
     CCanMessage& operator=(const CCanMessage& other);
 
     /// Equal identifiers, lengths and first `length` data bytes.
