@@ -20,10 +20,10 @@ namespace vexmor::Cim
 
 /// The link to one T93 gateway: the one place where socket, timers, frames, queue and description meet.
 ///
-/// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it and needs
-/// that thread's event loop; only `readMessage` may be called from other threads. While open it regains a lost TCP
-/// connection: at once, but once in 3 s at most, and without limit. What was accepted for sending before a loss is
-/// never sent after it.
+/// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it, or that it
+/// was moved to while closed, and needs that thread's event loop; only `readMessage` may be called from other threads.
+/// While open it regains a lost TCP connection: at once, but once in 3 s at most, and without limit. What was accepted
+/// for sending before a loss is never sent after it.
 ///
 /// The connection state in the description is what is known: connected from the moment the TCP connection stands (or
 /// the UDP socket is bound), not connected after a loss and after closing.
@@ -61,7 +61,9 @@ public:
     int baudrate() override;
     /// 50, 100, 125, 250, 500 or 1000 kbit/s.
     bool setBaudrate(int kbitPerSecond) override;
-    /// Allowed while open: the link stays, a reconnection and the next open use the loaded values.
+    /// Allowed while open: over TCP a reconnection and the next open use the loaded values; over UDP address and port
+    /// count at once for what is sent. The bit rate reaches the gateway with the next open; `baudrate` and the bus load
+    /// use it at once.
     int loadSettings(const QString& group) override;
     int saveSettings(const QString& group) override;
     /// As CCanInterface has it. A host without a QApplication gets no dialog, a warning and 0.
@@ -71,7 +73,7 @@ public:
     int setCommonInfo(const CCommonInfo& info) override;
 
     virtual CConfigParamT93 configParam();
-    /// Replaces the whole configuration, also while open: a reconnection and the next open use it.
+    /// Replaces the whole configuration, also while open: as `loadSettings` does.
     virtual void setConfigParam(const CConfigParamT93& param);
 
     /// Fills the translated texts of the gateway's codes and errors, and the common ones, from the translators
