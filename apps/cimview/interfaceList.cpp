@@ -1,10 +1,10 @@
 #include "apps/cimview/interfaceList.h"
 
+#include "apps/cimview/freeNames.h"
 #include "apps/cimview/messageText.h"
 #include "apps/common/failure.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <QHash>
 #include <QSet>
 #include <QSettings>
 
@@ -15,27 +15,6 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int MAX_ADDED = 1000; ///< by one scan
-
-/// Names that nobody has: with a number behind the wanted one where that is taken.
-class CFreeNames
-{
-public:
-    void take(const QString& name) { m_taken.insert(name); }
-    QString takeLike(const QString& wanted)
-    {
-        QString name = wanted;
-        for (int& last = m_lastNumbers[wanted]; m_taken.contains(name);) {
-            last = std::max(last, 1) + 1;
-            name = QStringLiteral("%1 (%2)").arg(wanted, QString::number(last));
-        }
-        take(name);
-        return name;
-    }
-
-private:
-    QSet<QString> m_taken;
-    QHash<QString, int> m_lastNumbers; ///< by wanted name, so that no number is tried twice
-};
 
 /// Address, port and protocol as the user types them.
 QString addressText(const Cim::CCommonInfo& info)
