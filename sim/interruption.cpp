@@ -7,6 +7,23 @@
 
 namespace vexmor::Sim
 {
+namespace
+{
+/// Not SIGHUP where it is ignored, as nohup leaves it for the program that it starts.
+void handleSignals(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction present = {};
+        sigaction(number, nullptr, &present);
+        if (number != SIGHUP || present.sa_handler != SIG_IGN) {
+            sigaction(number, &action, nullptr);
+        }
+    }
+}
+} // namespace
 
 int CInterruption::s_writeEnd = -1;
 
@@ -21,17 +38,12 @@ CInterruption::CInterruption(QObject* parent) : QObject(parent)
     m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &CInterruption::onWakeUp);
 
-    struct sigaction action = {};
-    action.sa_handler = &CInterruption::onSignal;
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    handleSignals(&CInterruption::onSignal);
 }
 
 CInterruption::~CInterruption()
 {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    handleSignals(SIG_DFL);
     close(m_readEnd);
     close(s_writeEnd);
 }

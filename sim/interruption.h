@@ -6,8 +6,8 @@
 namespace vexmor::Sim
 {
 
-/// Turns the first SIGINT (Ctrl-C) or SIGTERM into a signal of the event loop; a second one ends the program at once.
-/// One object at a time, in the main thread, after QCoreApplication.
+/// Turns the first SIGINT (Ctrl-C), SIGTERM or SIGHUP (the terminal is closed; not under nohup) into a signal of the
+/// event loop; a second one ends the program at once. One object at a time, in the main thread, after QCoreApplication.
 class CInterruption : public QObject
 {
     Q_OBJECT

@@ -1,13 +1,14 @@
 // t93sim: a T93 gateway in software, on the command line.
 
+#include "sim/commandLine.h"
 #include "sim/simProgram.h"
+#include "sim/validators.h"
 
 #include <CLI/CLI.hpp>
 
 #include <QCoreApplication>
 
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 
 using namespace vexmor;
@@ -15,8 +16,6 @@ using namespace vexmor::Sim;
 
 namespace
 {
-constexpr int EXIT_USAGE = 2;
-
 CLI::Validator hexBytes(int count)
 {
     return CLI::Validator(
@@ -81,7 +80,7 @@ void addOptions(CLI::App& cli, SSimOptions& options)
     cli.add_option("--address", options.address, "Address to serve on")
         ->capture_default_str()
         ->group(network)
-        ->check(CLI::ValidIPV4);
+        ->transform(typedAddress());
     cli.add_option("--port", options.port, "Port of the first gateway, TCP and UDP; 0: the system picks")
         ->capture_default_str()
         ->group(network)
@@ -125,7 +124,7 @@ void addOptions(CLI::App& cli, SSimOptions& options)
     cli.add_option("--speed", options.speed, "Speed of the replay")
         ->capture_default_str()
         ->group(traffic)
-        ->check(CLI::Range(0.01, 10000.0));
+        ->check(numberFrom(0.01, 10000));
     cli.add_flag("--loop", options.loop, "Starts the replay again at its end")->group(traffic);
     cli.add_option("--generate", options.generate, "Generated messages a second")
         ->group(traffic)
@@ -168,8 +167,9 @@ void addOptions(CLI::App& cli, SSimOptions& options)
         ->group(faults)
         ->check(CLI::Range(1, 100000000));
 
-    cli.add_option("--seconds", options.seconds, "Ends by itself after so long")->check(CLI::Range(0.001, 1e6));
+    cli.add_option("--seconds", options.seconds, "Ends by itself after so long")->check(numberFrom(0.001, 1e6));
     cli.add_flag("--verbose", options.verbose, "Prints every request and message");
+    cli.footer("Exit codes: 0 ended by --seconds, Ctrl-C or another signal, 1 the system refused, 2 wrong usage.");
 }
 
 int runProgram(int argc, char** argv)
@@ -184,16 +184,18 @@ int runProgram(int argc, char** argv)
     try {
         cli.parse(argc, argv);
     } catch (const CLI::Success& success) {
-        return cli.exit(success);
+        cli.exit(success);
+        return eSimDone;
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "t93sim: %s (t93sim --help lists the options)\n", error.what());
-        return EXIT_USAGE;
+        return eSimWrongUsage;
     }
     CSimProgram program(options);
     QString error;
-    if (!program.start(error)) {
+    const ESimExitCode exitCode = program.start(error);
+    if (exitCode != eSimDone) {
         std::fprintf(stderr, "t93sim: %s\n", qPrintable(error));
-        return EXIT_USAGE;
+        return exitCode;
     }
     return QCoreApplication::exec();
 }
@@ -201,10 +203,15 @@ int runProgram(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    keepStandardDescriptors();
     try {
-        return runProgram(argc, argv);
+        const int exitCode = runProgram(argc, argv);
+        if (flushOutput()) {
+            return exitCode;
+        }
+        std::fprintf(stderr, "t93sim: the output cannot be written\n");
     } catch (const std::exception& error) { // no memory, say
         std::fprintf(stderr, "t93sim: %s\n", error.what());
-        return EXIT_FAILURE;
     }
+    return eSimRefused;
 }

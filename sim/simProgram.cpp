@@ -1,5 +1,6 @@
 #include "sim/simProgram.h"
 
+#include "sim/commandLine.h"
 #include "sim/interruption.h"
 
 #include <QCoreApplication>
@@ -48,11 +49,13 @@ bool readNumber(const QString& text, const QMap<QString, unsigned int>& names, u
     return ok && value <= limit;
 }
 
-/// One line at once, also into a pipe: scripts wait for it.
+/// One line at once, also into a pipe: scripts wait for it. The program ends when nobody takes it.
 void print(const QByteArray& line)
 {
     std::printf("%s\n", line.constData());
-    std::fflush(stdout);
+    if (!flushOutput()) {
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit); // it may not run yet
+    }
 }
 } // namespace
 
@@ -99,26 +102,33 @@ bool SSimOptions::parseEndpoint(const std::string& text, SSimEndpoint* endpoint)
 
 CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
 
-bool CSimProgram::start(QString& error)
+ESimExitCode CSimProgram::start(QString& error)
 {
     m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
     if (!m_options.replay.empty() &&
         !m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop, error)) {
-        return false;
+        return eSimWrongUsage;
     }
-    connect(&m_replay, &CSimReplay::failed, this,
-            [](const QString& text) { std::fprintf(stderr, "t93sim: the replay ended: %s\n", qPrintable(text)); });
+    connect(&m_replay, &CSimReplay::failed, this, [this](const QString& text) {
+        std::fprintf(stderr, "t93sim: %s\n", qPrintable(text));
+        finish(eSimWrongUsage);
+    });
+    if (m_options.port + m_options.gateways - 1 > 0xFFFF) {
+        error = QStringLiteral("port of gateway %1: must be at most 65535").arg(m_options.gateways);
+        return eSimWrongUsage;
+    }
     if (!startGateways(error) || (m_options.detect && !startDetection(error))) {
-        return false;
+        return eSimRefused;
     }
-    connect(new CInterruption(this), &CInterruption::interrupted, this, &CSimProgram::finish);
+    const auto finishInOrder = [this] { finish(eSimDone); };
+    connect(new CInterruption(this), &CInterruption::interrupted, this, finishInOrder);
     if (m_options.seconds > 0) {
-        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, &CSimProgram::finish);
+        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, finishInOrder);
     }
     if (m_options.startNow) {
         startTraffic();
     }
-    return true;
+    return eSimDone;
 }
 
 bool CSimProgram::startGateways(QString& error)
@@ -126,10 +136,6 @@ bool CSimProgram::startGateways(QString& error)
     for (int number = 0; number < m_options.gateways; ++number) {
         auto gateway = makeGateway(number);
         const int port = m_options.port == 0 ? 0 : m_options.port + number;
-        if (port > 0xFFFF) {
-            error = QStringLiteral("port %1 of gateway %2: must be at most 65535").arg(port).arg(number + 1);
-            return false;
-        }
         if (!gateway->listen(QHostAddress(QString::fromStdString(m_options.address)), static_cast<std::uint16_t>(port),
                              error)) {
             return false;
@@ -219,12 +225,12 @@ void CSimProgram::startTraffic()
     }
 }
 
-void CSimProgram::finish()
+void CSimProgram::finish(ESimExitCode exitCode)
 {
     print("messages: " + QByteArray::number(static_cast<qulonglong>(m_fromHosts)) + " from hosts, " +
           QByteArray::number(static_cast<qulonglong>(m_replay.sent())) + " replayed, " +
           QByteArray::number(static_cast<qulonglong>(m_generator.sent())) + " generated");
-    QCoreApplication::quit();
+    QCoreApplication::exit(exitCode);
 }
 
 } // namespace vexmor::Sim

@@ -16,6 +16,13 @@
 namespace vexmor::Sim
 {
 
+/// What the program's exit code tells; the same as those of the hosts.
+enum ESimExitCode : int {
+    eSimDone = 0,
+    eSimRefused = 1,    ///< the system refused
+    eSimWrongUsage = 2, ///< what was typed, or a log, makes no sense
+};
+
 /// What the user asks of t93sim, already checked by the parser of the command line.
 struct SSimOptions {
     std::string address = "127.0.0.1";
@@ -54,8 +61,8 @@ struct SSimOptions {
     static bool parseEndpoint(const std::string& text, SSimEndpoint* endpoint = nullptr);
 };
 
-/// The gateways of one run of t93sim, their bus and its traffic. Ends the application on SIGINT and SIGTERM, with a
-/// summary.
+/// The gateways of one run of t93sim, their bus and its traffic. Ends the application with a summary: when it is told
+/// to (CInterruption), at a line of the log that makes no sense, and when nobody takes what it prints.
 class CSimProgram : public QObject
 {
     Q_OBJECT
@@ -63,8 +70,8 @@ class CSimProgram : public QObject
 public:
     explicit CSimProgram(SSimOptions options);
 
-    /// False, with a text for the user, when it cannot start.
-    bool start(QString& error);
+    /// Gives a text for the user, too, when it cannot start.
+    ESimExitCode start(QString& error);
 
 private:
     bool startGateways(QString& error);
@@ -72,7 +79,7 @@ private:
     std::unique_ptr<CSimGateway> makeGateway(int number);
     void onHostConnected(CSimGateway& gateway);
     void startTraffic();
-    void finish();
+    void finish(ESimExitCode exitCode);
 
     const SSimOptions m_options;
     CSimBus m_bus;

@@ -46,7 +46,7 @@ class CimctlTest : public QObject
     static SOutcome run(const QString& arguments)
     {
         QProcess program;
-        program.start(QStringLiteral(CIM_CIMCTL), arguments.split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        program.start("bash"_s, {"-c"_s, "$0 "_s + arguments, QStringLiteral(CIM_CIMCTL)});
         const bool hasEnded = program.waitForFinished();
         return {hasEnded ? program.exitCode() : -1, program.readAllStandardOutput(), program.readAllStandardError()};
     }
@@ -114,7 +114,15 @@ private Q_SLOTS:
         row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
-        row("--nonsense", 2, "", "^error: .*\n$");
+        row("list > /dev/null; trap '' XFSZ; ulimit -f 0; $0 add a 10.0.0.1", 1, "",
+            "^error: the settings store .*/Vexmor/Cim.conf cannot be written\n$"); // a full disk
+        row("dump sim --log /dev/full", 1, ".", "error: /dev/full cannot be written: No space left on device\n$");
+        for (const char* arguments : {"dump sim", "list", "info", "--help"}) {
+            row(arguments + QByteArray(" > /dev/full"), 1, "", "error: the output cannot be written\n$");
+        }
+        row("list >&-", 1, "", "^error: the output cannot be written\n$");
+        row("dump sim --seconds nan", 2, "", "^error: --seconds: must be 0.001 to 1000000 ");
+        row("--json dump", 2, "", "^{\"event\":\"failure\",.*}\n$");
         row("", 2, "", "^error: A subcommand is required .*\n$");
     }
     void exitCodes()
@@ -179,7 +187,7 @@ private Q_SLOTS:
         QCOMPARE(run(add + "250"_s).exitCode, 0);
         QCOMPARE(run(add + "500"_s).exitCode, 2); // there is one
         QCOMPARE(run(add + "500 --replace"_s).exitCode, 0);
-        QCOMPARE(run("add other 10.0.0.1"_s).exitCode, 0);
+        QCOMPARE(run("add other 010.0.0.001"_s).exitCode, 0); // decimal, whatever the zeros
         QCOMPARE(run("list"_s).out.split('\n').at(0),
                  "hall/1  T93  IP=" + address.toLatin1() + ":UDP  500 kbit/s  gw1");
         const QJsonObject settings = json(run("show hall/1 --json"_s).out)["settings"_s].toObject();
@@ -217,15 +225,25 @@ private Q_SLOTS:
         stop(gateway);
     }
 
+    void interruptionEndsInOrder_data()
+    {
+        const auto row = columns<int>("signal");
+        row("Ctrl-C", SIGINT);
+        row("terminal closed", SIGHUP);
+    }
     void interruptionEndsInOrder()
     {
+        QFETCH(int, signal);
+        const QString log = m_folder.filePath("dump.log"_s);
+        QFile::remove(log);
         QProcess program;
-        program.start(QStringLiteral(CIM_CIMCTL), {"dump"_s, "sim"_s});
-        QVERIFY(program.waitForReadyRead());
-        ::kill(static_cast<pid_t>(program.processId()), SIGINT);
+        program.start(QStringLiteral(CIM_CIMCTL), {"dump"_s, "sim"_s, "--log"_s, log});
+        QTRY_VERIFY(!contentOf(log).isEmpty()); // while it runs
+        ::kill(static_cast<pid_t>(program.processId()), signal);
         QVERIFY(program.waitForFinished());
         QCOMPARE(program.exitCode(), 0);
         QVERIFY(program.readAllStandardError().startsWith("received "));
+        QCOMPARE(framesOf(contentOf(log)), framesOf(program.readAllStandardOutput()));
     }
 
     void demonstrationPasses()

@@ -374,19 +374,29 @@ private Q_SLOTS:
         CInterfaceList list(m_plugins, m_names, mailbox);
         list.add(QStringLiteral("hall"), {{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")}}, false);
         std::vector<std::unique_ptr<vexmor::Cim::CCanInterface>> found;
-        const std::pair<const char*, const char*> answers[] = {
-            {"10.0.0.5", "again"}, {"10.0.0.6", "hall"}, {"10.0.0.7", ""}, {"10.0.0.6", "twice"}};
-        for (const auto& [address, name] : answers) {
+        const auto answer = [this, &found](const QString& place, const QString& name) {
             found.emplace_back(m_plugins.front().object->createInterface());
             auto info = found.back()->commonInfo();
-            info.setPort(QStringLiteral("IP=%1:30000:TCP").arg(QLatin1String(address)));
-            info.setUniqueName(QString::fromLatin1(name));
+            info.setPort(QStringLiteral("IP=%1:TCP").arg(place));
+            info.setUniqueName(name);
             found.back()->setCommonInfo(info);
-        }
+        };
+        answer(QStringLiteral("10.0.0.5:30000"), QStringLiteral("again"));
+        answer(QStringLiteral("10.0.0.6:30000"), QStringLiteral("hall"));
+        answer(QStringLiteral("10.0.0.7:30000"), QString());
+        answer(QStringLiteral("10.0.0.6:30000"), QStringLiteral("twice"));
         list.addFound(std::move(found));
         QCOMPARE(list.rowCount(), 3);
         QCOMPARE(list.name(1), QStringLiteral("hall (2)"));
         QCOMPARE(list.name(2), QStringLiteral("10.0.0.7:30000:TCP"));
+
+        const QSignalSpy told(&list, &CInterfaceList::eventHappened);
+        for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
+            answer(QStringLiteral("10.0.0.8:%1").arg(port), QStringLiteral("hall"));
+        }
+        list.addFound(std::move(found));
+        QCOMPARE(list.name(list.rowCount() - 1), QStringLiteral("hall (1002)"));
+        QCOMPARE(told.size(), 1);
     }
 
 private:

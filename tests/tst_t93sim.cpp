@@ -156,9 +156,15 @@ private Q_SLOTS:
     void badOptionsGiveOneLine_data()
     {
         QTest::addColumn<int>("exitCode");
+        QVERIFY(m_server.listen(QHostAddress(QHostAddress::LocalHost)));
+        QTest::newRow(qPrintable("--port %1 # taken"_s.arg(m_server.serverPort()))) << 1;
+        QTest::newRow("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null") << 2;
+        for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
+            QTest::newRow(output) << 1;
+        }
         for (const char* options :
-             {"--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent", "--mac 01:02",
-              "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
+             {"--seconds nan", "--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent",
+              "--mac 01:02", "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
               "--port 65535 --gateways 2", "--replay /dev/null", "--endpoint tcp", "--endpoint tcp-server:70000",
               "--detect-port 0"}) {
             QTest::newRow(options) << 2;
@@ -167,12 +173,15 @@ private Q_SLOTS:
     void badOptionsGiveOneLine()
     {
         QProcess program;
-        program.start(QStringLiteral(CIM_T93SIM), list(QString::fromLatin1(QTest::currentDataTag())));
+        program.start("bash"_s, {"-c"_s, QStringLiteral(CIM_T93SIM " ") + QLatin1String(QTest::currentDataTag())});
         QVERIFY(program.waitForFinished());
         QTEST(program.exitCode(), "exitCode");
         const QByteArray text = program.readAllStandardError();
         QVERIFY2(text.startsWith("t93sim: ") && text.count('\n') == 1, text.constData());
     }
+
+private:
+    QTcpServer m_server;
 };
 
 QTEST_GUILESS_MAIN(T93SimTest)

@@ -17,6 +17,7 @@ CGatewayRun::CGatewayRun(COutput& output, const STargetOptions& target, EExitCod
 {
     connect(&m_interruption, &Sim::CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
     connect(&m_session, &CSession::errorRaised, this, &CGatewayRun::reportError);
+    connect(&output, &COutput::failed, this, [this] { end(eRefused); });
 }
 
 void CGatewayRun::open(double seconds)
@@ -47,10 +48,6 @@ EExitCode CGatewayRun::waitForEnd()
         m_loop.exec();
     }
     m_session.reportSummary();
-    if (!m_output.flush()) {
-        m_output.reportFailure(QStringLiteral("the output cannot be written"), 0);
-        return eRefused;
-    }
     return m_exitCode;
 }
 

@@ -13,7 +13,7 @@ namespace vexmor::Apps::Cimctl
 {
 
 /// What all commands that talk to a gateway share: an open session that lasts until something ends it (a limit, Ctrl-C,
-/// the end of a log that the simulated gateway plays), and its summary.
+/// the end of a log that the simulated gateway plays, an output that takes nothing), and its summary.
 class CGatewayRun : public QObject
 {
 public:

@@ -3,10 +3,13 @@
 #include "apps/cimctl/demo.h"
 #include "apps/common/interfaceStore.h"
 #include "apps/common/translations.h"
+#include "sim/commandLine.h"
+#include "sim/validators.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -76,7 +79,8 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
                "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (100; sim: 500)")
         ->check(CLI::Range(0, INT_MAX).description(""));
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
-               "UDP: address of this computer's network interface to the gateway (any)");
+               "UDP: address of this computer's network interface to the gateway (any)")
+        ->transform(Sim::typedAddress());
     addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
         ->check(CLI::Range(100, 3000).description(""));
     addSetting(command, "--measure-interval", settings, StoreKey::MEASURE_TIME, "MS",
@@ -118,7 +122,7 @@ void addTrafficCommands(CLI::App& app, SCommandLine& line)
         ->check(CLI::Range(1, INT_MAX).description(""));
     dump.add_option("-s,--seconds", line.dump.seconds, "End so many seconds after the interface is open")
         ->type_name("S")
-        ->check(CLI::Range(0.001, 1e6).description(""));
+        ->check(Sim::numberFrom(0.001, 1e6));
     dump.add_flag("--sent", line.show.sent, "Show sent messages too, and the direction of each");
     dump.add_flag("-t,--time", line.show.time, "Begin each line with the time");
     addText(dump, "-l,--log", line.show.logFile, "Write the messages to a file too, in candump's log format")
@@ -141,7 +145,7 @@ void addTrafficCommands(CLI::App& app, SCommandLine& line)
     send.add_option("--interval", line.send.interval,
                     "Milliseconds from one message to the next (0: as fast as the gateway takes them)")
         ->type_name("MS")
-        ->check(CLI::Range(0.0, 1e6).description(""));
+        ->check(Sim::numberFrom(0, 1e6));
     send.add_flag("--sent", line.show.sent, "Show what is sent");
 
     CLI::App& replay =
@@ -155,7 +159,7 @@ void addTrafficCommands(CLI::App& app, SCommandLine& line)
     addText(replay, "FILE", line.replay.file, "The log: lines like (1398128223.803317) can0 166#D0320009")->required();
     replay.add_option("--speed", line.replay.speed, "So many times as fast")
         ->type_name("N")
-        ->check(CLI::Range(0.001, 1e6).description(""));
+        ->check(Sim::numberFrom(0.001, 1e6));
     replay.add_flag("--loop", line.replay.loop, "Begin again at the end, until Ctrl-C");
     replay.add_flag("--sent", line.show.sent, "Show what is sent");
 
@@ -166,7 +170,7 @@ void addTrafficCommands(CLI::App& app, SCommandLine& line)
     addTarget(load, line);
     load.add_option("-s,--seconds", line.load.seconds, "End so many seconds after the interface is open")
         ->type_name("S")
-        ->check(CLI::Range(1.0, 1e6).description(""));
+        ->check(Sim::numberFrom(1, 1e6));
 }
 
 void addStoreCommands(CLI::App& app, SCommandLine& line)
@@ -206,7 +210,8 @@ void addCommands(CLI::App& app, SCommandLine& line)
     addText(app, "--plugin", line.target.place.file, "The plugin library to use")->type_name("FILE");
     addText(app, "--plugin-dir", line.target.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)")
         ->type_name("DIR");
-    app.footer("Exit codes: 0 done, 1 the gateway or the plugin refused, 2 wrong usage.\n"
+    app.footer("Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,\n"
+               "130 interrupted (Ctrl-C) before everything was sent or found.\n"
                "With nothing at hand: cimctl demo, or cimctl dump sim --seconds 3");
 
     addCommand(app, line, "info", "List the plugins found",
@@ -229,7 +234,7 @@ void addCommands(CLI::App& app, SCommandLine& line)
     addText(demo, "--scan", line.demo.scanAddress,
             "Begin with a scan, in a private network with this address of this computer (script/demo makes one)")
         ->type_name("ADDRESS")
-        ->check(CLI::ValidIPV4.description(""));
+        ->transform(Sim::typedAddress());
 }
 
 int runCommand(const SCommandLine& line)
@@ -241,7 +246,7 @@ int runCommand(const SCommandLine& line)
     try {
         const EExitCode exitCode = line.run(output);
         output.releaseWarnings(true);
-        return output.flush() ? exitCode : eRefused;
+        return output.finish(exitCode);
     } catch (const SFailure& failure) {
         output.releaseWarnings(false);
         output.reportFailure(failure.text, failure.code);
@@ -262,12 +267,19 @@ int runProgram(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& wanted) { // --help, --version
-        return app.exit(wanted);
+        COutput output(false, false);
+        app.exit(wanted);
+        return output.finish(eDone);
     } catch (const CLI::Error& error) {
         const std::vector<std::string> unknown = app.remaining();
         const bool isCommand = app.get_subcommands().empty() && !unknown.empty();
         const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
-        std::fprintf(stderr, "error: %s (cimctl --help tells what can be typed)\n", text.c_str());
+        // Read apart: the line was given up in the middle.
+        const bool json = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
+        COutput(json, false)
+            .reportFailure(
+                QStringLiteral("%1 (cimctl --help tells what can be typed)").arg(QString::fromLocal8Bit(text.c_str())),
+                0);
         return eWrongUsage;
     }
     return runCommand(line);
@@ -277,6 +289,7 @@ int runProgram(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    vexmor::Sim::keepStandardDescriptors();
     try {
         return vexmor::Apps::Cimctl::runProgram(argc, argv);
     } catch (const std::exception& error) { // no memory, say

@@ -35,10 +35,10 @@ QJsonObject jsonOf(const Cim::CCanMessage& message, bool sending, std::int64_t m
 } // namespace
 
 CMessagePrinter::CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options)
-    : m_output(output), m_options(options), m_log(options.logFile)
+    : m_output(output), m_options(options)
 {
-    if (!options.logFile.isEmpty() && !m_log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        failRefused(QStringLiteral("%1 cannot be written: %2").arg(options.logFile, m_log.errorString()));
+    if (!options.logFile.isEmpty()) {
+        output.openLog(options.logFile);
     }
     if (options.received) {
         connect(&session, &CSession::received, this, [this](const auto& message) { show(message, false); });
@@ -63,8 +63,8 @@ void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
             (m_options.time ? timeText(now) : QByteArray()) + Candump::formatDump(INTERFACE_NAME + direction, message);
         m_output.print(sending ? m_output.paint(EColor::eCyan, line) : line);
     }
-    if (m_log.isOpen()) {
-        m_log.write(Candump::formatLogLine({now, INTERFACE_NAME, message}) + '\n');
+    if (!m_options.logFile.isEmpty()) {
+        m_output.log(Candump::formatLogLine({now, INTERFACE_NAME, message}));
     }
     ++m_shown;
     Q_EMIT messageShown();
@@ -73,13 +73,6 @@ void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
 bool CMessagePrinter::passes(const Cim::CCanMessage& message) const
 {
     return passesFilters(m_options.filters, message);
-}
-
-void CMessagePrinter::closeLog()
-{
-    if (m_log.isOpen() && (!m_log.flush() || m_log.error() != QFileDevice::NoError)) {
-        failRefused(QStringLiteral("%1 could not be written: %2").arg(m_log.fileName(), m_log.errorString()));
-    }
 }
 
 } // namespace vexmor::Apps::Cimctl

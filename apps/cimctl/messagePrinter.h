@@ -4,7 +4,6 @@
 #include "apps/common/messageFilter.h"
 #include "cim/canMessage.h"
 
-#include <QFile>
 #include <QObject>
 #include <QString>
 
@@ -37,8 +36,6 @@ public:
     /// Shows nothing from now on.
     void stop() { m_stopped = true; }
     std::uint64_t shown() const { return m_shown; }
-    /// Completes the log file; fails when it could not be written.
-    void closeLog();
 
 Q_SIGNALS:
     /// Another message was shown.
@@ -50,7 +47,6 @@ private:
 
     COutput& m_output;
     const SShowOptions m_options;
-    QFile m_log;
     bool m_stopped = false;
     std::uint64_t m_shown = 0;
 };

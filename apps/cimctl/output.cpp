@@ -1,11 +1,13 @@
 #include "apps/cimctl/output.h"
 
+#include "sim/commandLine.h"
 #include "vxCore/logging.h"
 
 #include <QJsonDocument>
 
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <unistd.h>
 
 namespace vexmor::Apps::Cimctl
@@ -16,6 +18,10 @@ constexpr int FLUSH_DELAY_MS = 50;
 constexpr std::size_t BUFFER_SIZE = 65536;
 
 COutput* s_output = nullptr; ///< receives Qt's messages and log lines, which come to plain functions
+
+/// For `s_output` and what it writes with; recursive, since what is called under it may log as well.
+std::recursive_mutex s_mutex;
+using Lock = std::lock_guard<std::recursive_mutex>;
 
 bool mayColor(int descriptor, bool json)
 {
@@ -63,7 +69,11 @@ COutput::COutput(bool json, bool verbose)
     std::setvbuf(stdout, nullptr, _IOFBF, BUFFER_SIZE);
     m_flushTimer.setSingleShot(true);
     m_flushTimer.setInterval(FLUSH_DELAY_MS);
-    connect(&m_flushTimer, &QTimer::timeout, this, [this] { flush(); });
+    connect(&m_flushTimer, &QTimer::timeout, this, [this] {
+        if (!flush()) {
+            Q_EMIT failed();
+        }
+    });
     s_output = this;
     qInstallMessageHandler(&COutput::onQtMessage);
 }
@@ -73,17 +83,17 @@ COutput::~COutput()
     flush();
     qInstallMessageHandler(nullptr);
     CoreLib::Logging::setVxLoggingHandler(nullptr);
+    const Lock lock(s_mutex);
     s_output = nullptr;
 }
 
 void COutput::print(const QByteArray& line)
 {
+    const Lock lock(s_mutex);
     endOpenLine();
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
     std::fputc('\n', stdout);
-    if (!m_flushTimer.isActive()) {
-        m_flushTimer.start();
-    }
+    startFlushing();
 }
 
 void COutput::print(const QJsonObject& object)
@@ -93,9 +103,10 @@ void COutput::print(const QJsonObject& object)
 
 void COutput::printOver(const QByteArray& line)
 {
+    const Lock lock(s_mutex);
     std::printf("\r%s\033[K", line.constData());
     m_lineOpen = true;
-    flush();
+    startFlushing();
 }
 
 void COutput::endOpenLine()
@@ -106,17 +117,56 @@ void COutput::endOpenLine()
     }
 }
 
+void COutput::openLog(const QString& file)
+{
+    m_log.setFileName(file);
+    if (!m_log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        failRefused(QStringLiteral("%1 cannot be written: %2").arg(file, m_log.errorString()));
+    }
+}
+
+void COutput::log(const QByteArray& line)
+{
+    const Lock lock(s_mutex);
+    if (m_log.isOpen()) {
+        m_log.write(line + '\n');
+        startFlushing();
+    }
+}
+
+void COutput::startFlushing()
+{
+    if (!m_flushTimer.isActive()) {
+        m_flushTimer.start();
+    }
+}
+
 bool COutput::flush()
 {
-    m_flushTimer.stop();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        m_failed = true;
+    const Lock lock(s_mutex);
+    // The log first: a reader of stdout that has gone may end the program here.
+    if (m_log.isOpen() && (!m_log.flush() || m_log.error() != QFileDevice::NoError)) {
+        m_problem = QStringLiteral("%1 cannot be written: %2").arg(m_log.fileName(), m_log.errorString());
     }
-    return !m_failed;
+    if (!Sim::flushOutput()) {
+        m_problem = QStringLiteral("the output cannot be written");
+    }
+    return m_problem.isEmpty();
+}
+
+EExitCode COutput::finish(EExitCode exitCode)
+{
+    const Lock lock(s_mutex);
+    if (flush()) {
+        return exitCode;
+    }
+    reportFailure(m_problem, 0);
+    return eRefused;
 }
 
 void COutput::report(const QString& text, const QJsonObject& object, EColor color)
 {
+    const Lock lock(s_mutex);
     endOpenLine();
     flush(); // what happened before comes first
     if (m_json) {
@@ -132,6 +182,7 @@ void COutput::report(const QString& text, const QJsonObject& object, EColor colo
 
 void COutput::warn(const QString& text)
 {
+    const Lock lock(s_mutex);
     if (m_holding) {
         m_held.append(text);
         return;
@@ -156,6 +207,7 @@ QByteArray COutput::paint(EColor color, const QByteArray& text) const
 
 void COutput::releaseWarnings(bool show)
 {
+    const Lock lock(s_mutex);
     m_holding = false;
     for (const QString& text : std::as_const(m_held)) {
         if (show || m_verbose) {
@@ -173,14 +225,16 @@ void COutput::showLog(int level)
 
 void COutput::onQtMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
 {
-    if (type == QtDebugMsg || type == QtInfoMsg) {
-        if (s_output->m_verbose) {
-            s_output->report(QStringLiteral("debug: %1").arg(text), eventObject(QStringLiteral("debug"), text),
-                             EColor::eDim);
-        }
+    const Lock lock(s_mutex);
+    if (s_output == nullptr) {
         return;
     }
-    s_output->warn(text);
+    if (type != QtDebugMsg && type != QtInfoMsg) {
+        s_output->warn(text);
+    } else if (s_output->m_verbose) {
+        s_output->report(QStringLiteral("debug: %1").arg(text), eventObject(QStringLiteral("debug"), text),
+                         EColor::eDim);
+    }
 }
 
 void COutput::onLogLine(int level, const char* source, int line, const char* format, ...)
@@ -194,8 +248,12 @@ void COutput::onLogLine(int level, const char* source, int line, const char* for
     object.insert(QStringLiteral("level"), level);
     object.insert(QStringLiteral("source"), unit);
     object.insert(QStringLiteral("line"), line);
-    s_output->report(QStringLiteral("log %1 %2:%3: %4").arg(QString::number(level), unit, QString::number(line), text),
-                     object, EColor::eDim);
+    const Lock lock(s_mutex);
+    if (s_output != nullptr) {
+        s_output->report(
+            QStringLiteral("log %1 %2:%3: %4").arg(QString::number(level), unit, QString::number(line), text), object,
+            EColor::eDim);
+    }
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -6,6 +6,8 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QSet>
+#include <QSettings>
 
 #include <algorithm>
 #include <array>
@@ -129,49 +131,41 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
 }
 
-void reportStored(COutput& output, const SEndpoint& endpoint, const QString& event, const QString& text)
+/// What is to be stored for an endpoint.
+Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
 {
-    output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint.name, endpoint.place()),
-                  {{QStringLiteral("event"), event},
-                   {QStringLiteral("name"), endpoint.name},
-                   {QStringLiteral("place"), endpoint.place()}});
-}
-
-void storeEndpoint(COutput& output, const SEndpoint& endpoint)
-{
-    const bool isKnown = isStored(endpoint.name);
-    if (isKnown) {
-        Settings settings = storedSettings(endpoint.name);
-        for (const QLatin1String& key : FOUND_KEYS) {
-            settings.insert(key, endpoint.settings.value(key));
-        }
-        applySettings(*endpoint.canInterface, settings);
+    if (!isKnown) {
+        return endpoint.settings;
     }
-    store(*endpoint.canInterface, endpoint.name);
-    const QString event = isKnown ? QStringLiteral("updated") : QStringLiteral("stored");
-    reportStored(output, endpoint, event, event);
+    Settings settings = storedSettings(endpoint.name);
+    for (const QLatin1String& key : FOUND_KEYS) {
+        settings.insert(key, endpoint.settings.value(key));
+    }
+    return settings;
 }
 
 /// Of several with one name the first that answered is stored.
-EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
+void storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 {
-    EExitCode exitCode = eDone;
-    QStringList names;
+    const QSettings keepsFileRead;
+    const QStringList names = storedNames();
+    const QSet<QString> known(names.begin(), names.end());
+    QMap<QString, Settings> interfaces;
     for (const SEndpoint& endpoint : endpoints) {
-        if (names.contains(endpoint.name)) {
-            reportStored(output, endpoint, QStringLiteral("notStored"),
-                         QStringLiteral("not stored, the name is taken:"));
-            continue;
-        }
-        try {
-            storeEndpoint(output, endpoint);
-            names.append(endpoint.name);
-        } catch (const SFailure& failure) {
-            output.reportFailure(QStringLiteral("%1: %2").arg(endpoint.name, failure.text), failure.code);
-            exitCode = eRefused;
+        if (!interfaces.contains(endpoint.name)) {
+            interfaces.insert(endpoint.name, settingsToStore(endpoint, known.contains(endpoint.name)));
         }
     }
-    return exitCode;
+    storeSettings(interfaces);
+    for (const SEndpoint& endpoint : endpoints) {
+        const bool isFirst = interfaces.remove(endpoint.name) > 0;
+        const QString done = known.contains(endpoint.name) ? QStringLiteral("updated") : QStringLiteral("stored");
+        const QString text = isFirst ? done : QStringLiteral("not stored, the name is taken:");
+        output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint.name, endpoint.place()),
+                      {{QStringLiteral("event"), isFirst ? done : QStringLiteral("notStored")},
+                       {QStringLiteral("name"), endpoint.name},
+                       {QStringLiteral("place"), endpoint.place()}});
+    }
 }
 } // namespace
 
@@ -189,7 +183,10 @@ EExitCode scan(COutput& output, const SScanOptions& options)
         endpoints.emplace_back(*canInterface);
     }
     showFound(output, endpoints);
-    return options.save ? storeFound(output, endpoints) : eDone;
+    if (options.save) {
+        storeFound(output, endpoints);
+    }
+    return eDone;
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -4,6 +4,8 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <QSettings>
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimctl
@@ -24,6 +26,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
 
 EExitCode listStored(COutput& output)
 {
+    const QSettings keepsFileRead;
     const QStringList names = storedNames();
     int width = 0;
     for (const QString& name : names) {

@@ -100,9 +100,7 @@ EExitCode dump(COutput& output, const SDumpOptions& options)
             failRefused(run.session().canInterface().errorCodeToString(code), code);
         }
     }
-    const EExitCode exitCode = run.waitForEnd();
-    printer.closeLog();
-    return exitCode;
+    return run.waitForEnd();
 }
 
 EExitCode send(COutput& output, const SSendOptions& options)

@@ -1,8 +1,12 @@
 #include "apps/cimview/interfaceList.h"
 
+#include "apps/cimview/freeNames.h"
 #include "apps/cimview/messageText.h"
 #include "apps/common/failure.h"
 #include "cim/canInterfacePlugin.h"
+
+#include <QSet>
+#include <QSettings>
 
 #include <algorithm>
 
@@ -10,6 +14,8 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
+constexpr int MAX_ADDED = 1000; ///< by one scan
+
 /// Address, port and protocol as the user types them.
 QString addressText(const Cim::CCommonInfo& info)
 {
@@ -40,6 +46,7 @@ CInterfaceList::~CInterfaceList()
 
 void CInterfaceList::loadStored()
 {
+    const QSettings keepsFileRead;
     for (const QString& name : storedNames()) {
         try {
             const Settings settings = storedSettings(name);
@@ -84,30 +91,30 @@ QString CInterfaceList::add(const QString& name, const Settings& settings, bool 
 
 void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
+    CFreeNames names;
+    // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
+    QSet<QString> ports;
+    for (const auto& one : m_entries) {
+        names.take(one->canInterface->commonInfo().uniqueName());
+        ports.insert(one->canInterface->commonInfo().port());
+    }
+    int count = 0;
     for (auto& canInterface : found) {
         Cim::CCommonInfo info = canInterface->commonInfo();
-        if (!isKnown(info)) {
-            info.setUniqueName(freeName(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
+        if (ports.contains(info.port())) {
+            continue;
+        }
+        ports.insert(info.port());
+        if (++count <= MAX_ADDED) {
+            info.setUniqueName(names.takeLike(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
             canInterface->setCommonInfo(info);
             insert(std::move(canInterface), false);
         }
     }
-}
-
-bool CInterfaceList::isKnown(const Cim::CCommonInfo& info) const
-{
-    // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
-    return std::any_of(m_entries.begin(), m_entries.end(),
-                       [&info](const auto& one) { return one->canInterface->commonInfo().port() == info.port(); });
-}
-
-QString CInterfaceList::freeName(const QString& wanted) const
-{
-    QString name = wanted;
-    for (int number = 2; rowOf(name) >= 0; ++number) {
-        name = QStringLiteral("%1 (%2)").arg(wanted).arg(number);
+    if (count > MAX_ADDED) {
+        const QString text = tr("%1 more were found, too many to be added. Are they real?").arg(count - MAX_ADDED);
+        Q_EMIT eventHappened({microsecondsNow(), EEvent::eNote, QString(), 0, 1, text});
     }
-    return name;
 }
 
 void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored)

@@ -45,7 +45,8 @@ public:
     /// Adds an interface with these settings, and stores it when `keep` is true. Empty, or a text for the user when it
     /// is refused.
     QString add(const QString& name, const Settings& settings, bool keep);
-    /// Adds what a scan found, but for interfaces that are in the list already.
+    /// Adds what a scan found, but for interfaces that are in the list already; 1000 at most, since strangers answer,
+    /// and tells of the rest by an event.
     void addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
     /// Stores an interface under its name.
     void store(int row);
@@ -98,8 +99,6 @@ private:
     SEntry& entry(int row) const { return *m_entries[static_cast<std::size_t>(row)]; }
     std::unique_ptr<Cim::CCanInterface> create(const QString& pluginName) const;
     void insert(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored);
-    QString freeName(const QString& wanted) const;
-    bool isKnown(const Cim::CCommonInfo& info) const;
     void onOpened(SEntry& entry, int code);
     void onStatus(SEntry& entry, const SInterfaceStatus& status);
     void onFinished(SEntry& entry);

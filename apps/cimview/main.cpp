@@ -10,7 +10,9 @@
 #include "apps/common/gatewayAddress.h"
 #include "apps/common/pluginFolder.h"
 #include "apps/common/translations.h"
+#include "sim/commandLine.h"
 #include "sim/interruption.h"
+#include "sim/validators.h"
 
 #include <CLI/CLI.hpp>
 #include <QApplication>
@@ -77,7 +79,7 @@ void addOptions(CLI::App& app, SOptions& options)
     // For measuring and for the pictures of the user guide; not for everybody.
     app.add_option("--report", options.reportSeconds,
                    "End so many seconds after the first message, and tell how the window kept up")
-        ->check(CLI::Range(0.1, 1e6))
+        ->check(Sim::numberFrom(0.1, 1e6))
         ->group("");
     app.add_option_function<std::string>(
            "--screenshots", [&options](const std::string& folder) { options.screenshotFolder = textOf(folder); },
@@ -195,7 +197,12 @@ int runProgram(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& wanted) { // --help, --version
-        return app.exit(wanted);
+        app.exit(wanted);
+        if (Sim::flushOutput()) {
+            return eDone;
+        }
+        std::fprintf(stderr, "error: the output cannot be written\n");
+        return eRefused;
     } catch (const CLI::Error& error) {
         std::fprintf(stderr, "error: %s (cimview --help tells what can be typed)\n", error.what());
         return eWrongUsage;
@@ -207,6 +214,7 @@ int runProgram(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    vexmor::Sim::keepStandardDescriptors();
     try {
         return vexmor::Apps::Cimview::runProgram(argc, argv);
     } catch (const std::exception& error) { // no memory, say

@@ -1,8 +1,8 @@
 #include "apps/common/gatewayAddress.h"
 
 #include "apps/common/failure.h"
+#include "sim/commandLine.h"
 
-#include <QHostAddress>
 #include <QStringList>
 
 namespace vexmor::Apps
@@ -10,12 +10,6 @@ namespace vexmor::Apps
 namespace
 {
 const QString PORT_TEXT = QStringLiteral("IP=");
-
-bool isAddress(const QString& text)
-{
-    // Four numbers: QHostAddress alone would also take short forms like "10.1".
-    return text.count(QLatin1Char('.')) == 3 && QHostAddress(text).protocol() == QAbstractSocket::IPv4Protocol;
-}
 
 bool isProtocol(const QString& text)
 {
@@ -47,8 +41,8 @@ bool parseAddress(const QString& text, Settings& settings)
 {
     const bool isPortText = text.startsWith(PORT_TEXT);
     QStringList parts = text.mid(isPortText ? PORT_TEXT.size() : 0).split(QLatin1Char(':'));
-    const QString address = parts.takeFirst();
-    if (!isAddress(address)) {
+    const QString address = Sim::plainAddress(parts.takeFirst());
+    if (address.isEmpty()) {
         return false;
     }
     if (isPortText && parts.size() != 2) {

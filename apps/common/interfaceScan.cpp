@@ -2,6 +2,7 @@
 
 #include "apps/common/failure.h"
 #include "cim/canInterfacePlugin.h"
+#include "sim/commandLine.h"
 
 #include <QPluginLoader>
 
@@ -17,7 +18,7 @@ CInterfaceScan::CInterfaceScan(const SPlugin& plugin) : m_plugin(*plugin.object)
 void CInterfaceScan::start(const QStringList& addresses)
 {
     for (const QString& address : addresses) {
-        if (!m_plugin.addScanAddress(address)) {
+        if (!m_plugin.addScanAddress(Sim::plainAddress(address))) {
             failUsage(QStringLiteral("'%1' is no address like 192.168.1.70").arg(address));
         }
     }

@@ -99,14 +99,30 @@ void requireStored(const QString& name)
     }
 }
 
-/// Asked before: QSettings itself tells nobody when what it holds does not reach the disk in the end.
-void requireWritable()
+/// A change of the store that is told of when it fails: QSettings itself tells nobody when what it holds does not reach
+/// the disk in the end.
+class CStoreChange
 {
-    const QSettings settings;
-    if (!settings.isWritable()) {
-        failRefused(QStringLiteral("the settings store %1 cannot be written").arg(settings.fileName()));
+public:
+    CStoreChange() { require(m_settings.isWritable()); }
+    QSettings& settings() { return m_settings; }
+    /// Writes all that was changed since, also through other objects.
+    void complete()
+    {
+        m_settings.sync();
+        require(m_settings.status() == QSettings::NoError);
     }
-}
+
+private:
+    void require(bool fulfilled) const
+    {
+        if (!fulfilled) {
+            failRefused(QStringLiteral("the settings store %1 cannot be written").arg(m_settings.fileName()));
+        }
+    }
+
+    QSettings m_settings; ///< what another object could not write waits here
+};
 } // namespace
 
 QStringList storedNames()
@@ -123,7 +139,7 @@ QStringList storedNames()
 
 bool isStored(const QString& name)
 {
-    return !name.isEmpty() && storedNames().contains(name);
+    return !name.isEmpty() && !valuesIn(groupOf(name)).isEmpty();
 }
 
 Settings storedSettings(const QString& name)
@@ -135,11 +151,25 @@ Settings storedSettings(const QString& name)
 void removeStored(const QString& name)
 {
     requireStored(name); // an empty name would stand for all of them
-    requireWritable();
-    QSettings().remove(groupOf(name));
+    CStoreChange change;
+    change.settings().remove(groupOf(name));
+    change.complete();
     if (isStored(name)) {
         failRefused(QStringLiteral("'%1' stands in the store of the whole system and stays").arg(name));
     }
+}
+
+void storeSettings(const QMap<QString, Settings>& interfaces)
+{
+    CStoreChange change;
+    for (auto one = interfaces.begin(); one != interfaces.end(); ++one) {
+        const QString group = groupOf(one.key());
+        change.settings().remove(group);
+        for (auto entry = one->begin(); entry != one->end(); ++entry) {
+            change.settings().setValue(group + QLatin1Char('/') + entry.key(), entry.value());
+        }
+    }
+    change.complete();
 }
 
 void applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
@@ -187,11 +217,12 @@ void store(Cim::CCanInterface& canInterface, const QString& name)
     Cim::CCommonInfo info = canInterface.commonInfo();
     info.setUniqueName(name);
     canInterface.setCommonInfo(info);
-    requireWritable();
+    CStoreChange change;
     const int code = canInterface.saveSettings(QString());
     if (code != 0) {
         failRefused(canInterface.errorCodeToString(code), code);
     }
+    change.complete();
 }
 
 } // namespace vexmor::Apps

@@ -11,7 +11,8 @@ class CCanInterface;
 }
 
 /// The interfaces kept in the settings store, shared with every host of the organisation "Vexmor", application "Cim":
-/// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
+/// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup. Who calls this for many of them in a row
+/// keeps a QSettings object meanwhile: then the file is read once, not each time.
 namespace vexmor::Apps
 {
 
@@ -43,8 +44,11 @@ QStringList storedNames();
 bool isStored(const QString& name);
 /// All that is stored under a name. Wrong usage when the name is unknown.
 Settings storedSettings(const QString& name);
-/// Removes exactly this interface. Wrong usage when the name is unknown.
+/// Removes exactly this interface. Wrong usage when the name is unknown; fails when the disk does not take it.
 void removeStored(const QString& name);
+/// Stores settings as an interface has them (`settingsOf`), by name, each in the place of what was stored there: in one
+/// piece, however many. Fails when the disk does not take them.
+void storeSettings(const QMap<QString, Settings>& interfaces);
 
 /// Gives a closed interface these settings, through a private store: the user's own is not touched. Fails with the code
 /// and text of the plugin when it refuses one.
@@ -54,7 +58,7 @@ Settings settingsOf(Cim::CCanInterface& canInterface);
 /// Gives a closed interface the name and what is stored under it. Fails in the same way.
 void loadStored(Cim::CCanInterface& canInterface, const QString& name);
 /// Lets the interface store itself under a name, in the place of what was stored there. Fails when that is not
-/// possible.
+/// possible, or the disk does not take it.
 void store(Cim::CCanInterface& canInterface, const QString& name);
 
 } // namespace vexmor::Apps

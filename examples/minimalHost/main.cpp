@@ -11,28 +11,36 @@
 
 using namespace vexmor::Cim;
 
+int fail(int exitCode, const QString& text)
+{
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    return exitCode;
+}
+
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    const QStringList words = app.arguments();
+    const unsigned port = words.size() == 4 ? words.at(2).toUShort() : 0;
+    if (port == 0) {
+        return fail(2, QStringLiteral("usage: minimalHost ADDRESS PORT KBIT-PER-SECOND"));
+    }
     QPluginLoader loader(QStringLiteral(PLUGIN_FILE));
     auto* const plugin = qobject_cast<CCanInterfacePlugin*>(loader.instance());
-    if (plugin == nullptr || argc < 3) {
-        std::fprintf(stderr, "usage: minimalHost ADDRESS PORT  %s\n", qPrintable(loader.errorString()));
-        return 2;
+    if (plugin == nullptr) {
+        return fail(1, loader.errorString());
     }
     const std::unique_ptr<CCanInterface> gateway(plugin->createInterface());
     CCommonInfo info = gateway->commonInfo();
-    info.setPort(CCommonInfo::buildIpPortStr(app.arguments().at(1), app.arguments().at(2).toUShort(),
-                                             CCommonInfo::eProtocolTcp));
+    info.setPort(CCommonInfo::buildIpPortStr(words.at(1), port, CCommonInfo::eProtocolTcp));
     gateway->setCommonInfo(info);
-
-    int code = gateway->openCommunication();
+    // Opening sets the rate of the gateway, for all on the bus.
+    int code = gateway->setBaudrate(words.at(3).toInt()) ? gateway->openCommunication() : 5;
     if (code == 0) {
         code = gateway->writeMessage(CCanMessage(CCanId::fromValue(0x123), 2, 0x11, 0x22));
     }
     if (code != 0) {
-        std::fprintf(stderr, "error %d: %s\n", code, qPrintable(gateway->errorCodeToString(code)));
-        return 1;
+        return fail(1, gateway->errorCodeToString(code));
     }
     QTimer poll; // messages arrive in the event loop
     QObject::connect(&poll, &QTimer::timeout, &app, [&] {
@@ -43,6 +51,6 @@ int main(int argc, char** argv)
         }
     });
     poll.start(5);
-    QTimer::singleShot(3000, &app, [&] { app.exit(1); });
+    QTimer::singleShot(3000, &app, [&] { app.exit(fail(1, QStringLiteral("no message within 3 s"))); });
     return app.exec();
 }

@@ -146,6 +146,10 @@
         <translation>Es gibt bereits eine Schnittstelle „%1“.</translation>
     </message>
     <message>
+        <source>%1 more were found, too many to be added. Are they real?</source>
+        <translation>%1 weitere wurden gefunden, zu viele, um sie aufzunehmen. Sind sie echt?</translation>
+    </message>
+    <message>
         <source>Opened.</source>
         <translation>Geöffnet.</translation>
     </message>
