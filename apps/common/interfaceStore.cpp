@@ -99,6 +99,16 @@ void requireStored(const QString& name)
     }
 }
 
+/// An interface without a name has its keys beside the groups: one that is named like this group stays.
+void removeGroup(QSettings& settings, const QString& group)
+{
+    const QVariant namesake = settings.value(group);
+    settings.remove(group);
+    if (namesake.isValid()) {
+        settings.setValue(group, namesake);
+    }
+}
+
 /// A change of the store that is told of when it fails: QSettings itself tells nobody when what it holds does not reach
 /// the disk in the end.
 class CStoreChange
@@ -152,7 +162,7 @@ void removeStored(const QString& name)
 {
     requireStored(name); // an empty name would stand for all of them
     CStoreChange change;
-    change.settings().remove(groupOf(name));
+    removeGroup(change.settings(), groupOf(name));
     change.complete();
     if (isStored(name)) {
         failRefused(QStringLiteral("'%1' stands in the store of the whole system and stays").arg(name));
@@ -164,7 +174,7 @@ void storeSettings(const QMap<QString, Settings>& interfaces)
     CStoreChange change;
     for (auto one = interfaces.begin(); one != interfaces.end(); ++one) {
         const QString group = groupOf(one.key());
-        change.settings().remove(group);
+        removeGroup(change.settings(), group);
         for (auto entry = one->begin(); entry != one->end(); ++entry) {
             change.settings().setValue(group + QLatin1Char('/') + entry.key(), entry.value());
         }
