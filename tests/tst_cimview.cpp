@@ -35,8 +35,8 @@ using namespace vexmor::Test;
 
 namespace
 {
-const QString HALL = QStringLiteral("hall");
-const QString STAGE = QStringLiteral("stage");
+const QString HALL = "hall"_s;
+const QString STAGE = "stage"_s;
 
 std::vector<SPlugin>& plugins()
 {
@@ -45,7 +45,7 @@ std::vector<SPlugin>& plugins()
 }
 
 struct SGateway {
-    explicit SGateway(CSimBus& bus, const QString& address = QStringLiteral("127.0.0.1")) : gateway(bus)
+    explicit SGateway(CSimBus& bus, const QString& address = "127.0.0.1"_s) : gateway(bus)
     {
         QString error;
         if (!gateway.listen(QHostAddress(address), 0, error)) {
@@ -92,9 +92,8 @@ struct SWindow {
     EInterfaceState state(const QString& name) { return list().state(list().rowOf(name)); }
     void open(const QString& name, std::uint16_t port)
     {
-        const Settings settings{{StoreKey::ADDRESS, QStringLiteral("127.0.0.1")},
-                                {StoreKey::PORT, QString::number(port)},
-                                {StoreKey::BAUDRATE, QStringLiteral("500")}};
+        const Settings settings{
+            {StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}, {StoreKey::BAUDRATE, "500"_s}};
         if (list().rowOf(name) < 0 && !list().add(name, settings, false).isEmpty()) {
             qFatal("not added");
         }
@@ -147,8 +146,8 @@ class CimviewTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-        QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+        QCoreApplication::setOrganizationName("Vexmor"_s);
+        QCoreApplication::setApplicationName("Cim"_s);
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
         qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0"); // they would stand in what is read
         for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {       // for programs that are started
@@ -159,20 +158,15 @@ private Q_SLOTS:
 
     void commandLine_data()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("error"); // a part of the one line
-        const auto row = [](const char* name, const QStringList& arguments, int exitCode, const char* error) {
-            QTest::newRow(name) << arguments << exitCode << QByteArray(error);
-        };
-        const QString report = QStringLiteral("--report");
-        const QString moment = QStringLiteral("0.5");
-        row("unknown option", {QStringLiteral("--bogus")}, 2, "--bogus");
-        row("log that is not there", {QStringLiteral("--sim"), QStringLiteral("/nowhere/a.log")}, 2, "/nowhere/a.log");
-        row("target that is none", {QStringLiteral("nowhere")}, 2, "nowhere");
-        row("port out of range", {QStringLiteral("10.0.0.5:70000")}, 2, "70000");
-        row("plugin that is none", {QStringLiteral("--plugin"), QStringLiteral("/nowhere/p.so")}, 1, "/nowhere/p.so");
-        row("simulation", {QStringLiteral("--sim"), report, moment}, 0, nullptr);
+        const auto row = columns<QStringList, int, QByteArray>("arguments", "exitCode", "error"); // a part of the line
+        const QString report = "--report"_s;
+        const QString moment = "0.5"_s;
+        row("unknown option", {"--bogus"_s}, 2, "--bogus");
+        row("log that is not there", {"--sim"_s, "/nowhere/a.log"_s}, 2, "/nowhere/a.log");
+        row("target that is none", {"nowhere"_s}, 2, "nowhere");
+        row("port out of range", {"10.0.0.5:70000"_s}, 2, "70000");
+        row("plugin that is none", {"--plugin"_s, "/nowhere/p.so"_s}, 1, "/nowhere/p.so");
+        row("simulation", {"--sim"_s, report, moment}, 0, {});
     }
     void commandLine()
     {
@@ -199,8 +193,8 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, hall.gateway) && run.openAndWait(STAGE, stage.gateway));
         bus.send(message(0x100, hex("AA")));
         run.list().session(HALL)->send(message(0x101, hex("BB")));
-        QTRY_COMPARE(run.lines(), (QStringList{QStringLiteral("hall RX 100 AA"), QStringLiteral("hall TX 101 BB"),
-                                               QStringLiteral("stage RX 100 AA"), QStringLiteral("stage RX 101 BB")}));
+        QTRY_COMPARE(run.lines(),
+                     (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
         run.list().close(run.list().rowOf(HALL));
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
         bus.send(message(0x102));
@@ -233,7 +227,7 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 4);
         QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->showPanel(QStringLiteral("Events"));
+        run.window->showPanel("Events"_s);
         QTest::mouseClick(run.window->eventPanel().findChild<QTableView*>()->viewport(), Qt::LeftButton);
         QCOMPARE(events.unread(), 0);
     }
@@ -259,15 +253,15 @@ private Q_SLOTS:
 
     void endsCleanly_data()
     {
-        QTest::addColumn<QString>("situation");
-        for (const char* one : {"open", "flood", "sending", "gateway gone", "opening", "closing", "scan"}) {
-            QTest::newRow(one) << QString::fromLatin1(one);
+        const auto row = columns<QByteArray>("situation");
+        for (const QByteArray one : {"open", "flood", "sending", "gateway gone", "opening", "closing", "scan"}) {
+            row(one, one);
         }
     }
     void endsCleanly()
     {
-        QFETCH(QString, situation);
-        if (situation == QLatin1String("scan") && qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
+        QFETCH(QByteArray, situation);
+        if (situation == "scan" && qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
             QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
         }
         CSimBus bus;
@@ -276,21 +270,21 @@ private Q_SLOTS:
         const SDeafPort deaf;
         auto run = std::make_unique<SWindow>();
         QVERIFY(run->openAndWait(HALL, stays.gateway) && run->openAndWait(STAGE, goes->gateway));
-        if (situation == QLatin1String("flood")) {
+        if (situation == "flood") {
             stays.gateway.flood(20000);
             QTRY_VERIFY(run->trace().rowCount() > 0);
-        } else if (situation == QLatin1String("sending")) {
+        } else if (situation == "sending") {
             run->list().session(HALL)->setCyclic(1, message(0x100), 1);
             QTRY_VERIFY(run->trace().rowCount() > 10);
-        } else if (situation == QLatin1String("gateway gone")) {
+        } else if (situation == "gateway gone") {
             goes.reset();
             QTRY_COMPARE(run->state(STAGE), EInterfaceState::eWaiting);
-        } else if (situation == QLatin1String("opening")) {
-            run->open(QStringLiteral("deaf"), deaf.port);
-        } else if (situation == QLatin1String("closing")) {
+        } else if (situation == "opening") {
+            run->open("deaf"_s, deaf.port);
+        } else if (situation == "closing") {
             run->list().close(0);
             run->list().close(1);
-        } else if (situation == QLatin1String("scan")) {
+        } else if (situation == "scan") {
             run->workbench.startScan();
             QVERIFY(run->workbench.scan().isRunning());
         }
@@ -309,7 +303,7 @@ private Q_SLOTS:
             QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
         }
         CSimBus bus;
-        SGateway hall(bus, QStringLiteral("10.9.0.1"));
+        SGateway hall(bus, "10.9.0.1"_s);
         CSimDetection detection;
         QString error;
         QVERIFY2(detection.listen(vexmor::Cim::DDT_PORT, error), qPrintable(error));
@@ -337,10 +331,10 @@ private Q_SLOTS:
         connect(&hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
-        QTest::keyClicks(id, QStringLiteral("9x7f"));
-        QCOMPARE(id->text(), QStringLiteral("97")); // neither letters nor 97F
-        QTest::keyClicks(data, QStringLiteral("0a ff1g2"));
-        QCOMPARE(data->text(), QStringLiteral("0a ff12"));
+        QTest::keyClicks(id, "9x7f"_s);
+        QCOMPARE(id->text(), "97"_s); // neither letters nor 97F
+        QTest::keyClicks(data, "0a ff1g2"_s);
+        QCOMPARE(data->text(), "0a ff12"_s);
         QTest::mouseClick(run.find<QPushButton>("&Send"), Qt::LeftButton);
         QTRY_COMPARE(sent, (QList<vexmor::Cim::CCanMessage>{message(0x97, hex("0AFF12"))}));
 
@@ -348,7 +342,7 @@ private Q_SLOTS:
         QTest::keyClick(data, Qt::Key_Backspace); // half a byte: refused
         QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         QCOMPARE(list.rowCount(), 0);
-        QTest::keyClicks(data, QStringLiteral("3"));
+        QTest::keyClicks(data, "3"_s);
         QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         QCOMPARE(list.rowCount(), 1);
         list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
@@ -363,7 +357,7 @@ private Q_SLOTS:
 
     void logIsShownWhileLiveMessagesWait()
     {
-        QFile file(m_folder.filePath(QStringLiteral("a.log")));
+        QFile file(m_folder.filePath("a.log"_s));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("(1.000001) can0 123#11\n(2.0) can1 7FF#\n");
         file.close();
@@ -374,16 +368,16 @@ private Q_SLOTS:
         run.window->messagePanel().loadLog(file.fileName());
         bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
-        QCOMPARE(run.lines(), (QStringList{QStringLiteral("can0 RX 123 11"), QStringLiteral("can1 RX 7FF ")}));
+        QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 RX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
-        QCOMPARE(run.lines().last(), QStringLiteral("hall RX 100 AA"));
+        QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
     }
 
     void everyLetterWithAltIsThereOnce_data()
     {
-        QTest::addColumn<QString>("catalog");
-        QTest::newRow("English") << QString();
-        QTest::newRow("German") << QStringLiteral(CIM_TRANSLATION_DIR "/cimview_de.qm");
+        const auto row = columns<QString>("catalog");
+        row("English", {});
+        row("German", QStringLiteral(CIM_TRANSLATION_DIR "/cimview_de.qm"));
     }
     void everyLetterWithAltIsThereOnce()
     {
@@ -416,14 +410,14 @@ private Q_SLOTS:
         const char* const text = "any text or data";
         {
             SWindow run;
-            run.find<QLineEdit>(text, "placeholderText")->setText(QStringLiteral("bb"));
+            run.find<QLineEdit>(text, "placeholderText")->setText("bb"_s);
             run.workbench.sendList().add({message(0x123), 10, {}});
             run.window->resize(1000, 700);
             run.window->close();
         }
         SWindow run;
         run.workbench.feed().show({{0, message(1, hex("AA")), 0, false}, {0, message(2, hex("BB")), 0, false}});
-        QCOMPARE(run.find<QLineEdit>(text, "placeholderText")->text(), QStringLiteral("bb"));
+        QCOMPARE(run.find<QLineEdit>(text, "placeholderText")->text(), "bb"_s);
         QCOMPARE(run.trace().rowCount(), 1); // and it filters
         QCOMPARE(run.workbench.sendList().rowCount(), 1);
         QCOMPARE(run.window->size(), QSize(1000, 700));
@@ -445,7 +439,7 @@ private Q_SLOTS:
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        QCOMPARE(QApplication::clipboard()->text().count(QStringLiteral("\tRX\t000\t0\t\t\n")), 2);
+        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t0\t\t\n"_s), 2);
     }
 
 private:

@@ -51,46 +51,34 @@ class CimviewModelsTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-        QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+        QCoreApplication::setOrganizationName("Vexmor"_s);
+        QCoreApplication::setApplicationName("Cim"_s);
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
         m_plugins = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
     }
 
     void matcher_data()
     {
-        QTest::addColumn<QString>("filters");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("matches"); // 123 [4] 41 62 0F F0 of "hall A", received
-        QTest::newRow("nothing asked") << ""
-                                       << "" << true;
-        QTest::newRow("identifier alone") << "123"
-                                          << "" << true;
-        QTest::newRow("another identifier") << "124"
-                                            << "" << false;
-        QTest::newRow("mask") << "120:7F0"
-                              << "" << true;
-        QTest::newRow("one of several, blanks and commas") << " 7FF, 123 "
-                                                           << "" << true;
-        QTest::newRow("data with blanks") << ""
-                                          << "62 0f" << true;
-        QTest::newRow("data without blanks") << ""
-                                             << "620ff0" << true;
-        QTest::newRow("ASCII in lower case") << ""
-                                             << "ab.." << true;
-        QTest::newRow("interface") << ""
-                                   << "HALL" << true;
-        QTest::newRow("direction") << ""
-                                   << "tx" << false;
-        QTest::newRow("text but another identifier") << "124"
-                                                     << "hall" << false;
+        const auto row =
+            columns<QString, QString, bool>("filters", "text", "matches"); // 123 [4] 41 62 0F F0 of "hall A", received
+        row("nothing asked", {}, {}, true);
+        row("identifier alone", "123"_s, {}, true);
+        row("another identifier", "124"_s, {}, false);
+        row("mask", "120:7F0"_s, {}, true);
+        row("one of several, blanks and commas", " 7FF, 123 "_s, {}, true);
+        row("data with blanks", {}, "62 0f"_s, true);
+        row("data without blanks", {}, "620ff0"_s, true);
+        row("ASCII in lower case", {}, "ab.."_s, true);
+        row("interface", {}, "HALL"_s, true);
+        row("direction", {}, "tx"_s, false);
+        row("text but another identifier", "124"_s, "hall"_s, false);
     }
     void matcher()
     {
         QFETCH(QString, filters);
         QFETCH(QString, text);
         const CMessageMatcher matcher(parseFilters(filters), text);
-        QTEST(matcher.matches(record(0x123, hex("41620FF0")), QStringLiteral("hall A")), "matches");
+        QTEST(matcher.matches(record(0x123, hex("41620FF0")), "hall A"_s), "matches");
     }
 
     void filterThatIsNone()
@@ -107,12 +95,12 @@ private Q_SLOTS:
         trace.append(numbered(0, 95));
         trace.append(numbered(95, 20)); // 15 too many
         QCOMPARE(trace.rowCount(), 100);
-        QCOMPARE(cell(trace, 0, CTraceModel::eId), QStringLiteral("00F"));
+        QCOMPARE(cell(trace, 0, CTraceModel::eId), "00F"_s);
         trace.append(numbered(115, 1)); // one too many: a tenth goes
         QCOMPARE(trace.rowCount(), 91);
         trace.append(numbered(0, 1000)); // more than it holds
         QCOMPARE(trace.size(), std::size_t(100));
-        QCOMPARE(cell(trace, 99, CTraceModel::eId), QStringLiteral("3E7"));
+        QCOMPARE(cell(trace, 99, CTraceModel::eId), "3E7"_s);
     }
 
     void filterShowsPastAndComingMessages()
@@ -120,13 +108,13 @@ private Q_SLOTS:
         CTraceModel trace(m_names, 100);
         const QAbstractItemModelTester tester(&trace, FATAL);
         trace.append(numbered(0, 32));
-        trace.setMatcher(CMessageMatcher(parseFilters(QStringLiteral("008:00F"))));
+        trace.setMatcher(CMessageMatcher(parseFilters("008:00F"_s)));
         QCOMPARE(trace.rowCount(), 2);
         trace.append(numbered(32, 64));
         QCOMPARE(trace.rowCount(), 6);
-        QCOMPARE(cell(trace, 5, CTraceModel::eId), QStringLiteral("058"));
+        QCOMPARE(cell(trace, 5, CTraceModel::eId), "058"_s);
         trace.append(numbered(200, 30)); // 00 to 19 go, 08 and 18 among them
-        QCOMPARE(cell(trace, 0, CTraceModel::eId), QStringLiteral("028"));
+        QCOMPARE(cell(trace, 0, CTraceModel::eId), "028"_s);
         trace.setMatcher(CMessageMatcher());
         QCOMPARE(trace.rowCount(), static_cast<int>(trace.size()));
     }
@@ -141,7 +129,7 @@ private Q_SLOTS:
         QCOMPARE(feed.trace().rowCount(), 0);
         QVERIFY(feed.heldBack() <= 100);
         feed.setPaused(false);
-        QCOMPARE(cell(feed.trace(), feed.trace().rowCount() - 1, CTraceModel::eId), QStringLiteral("095"));
+        QCOMPARE(cell(feed.trace(), feed.trace().rowCount() - 1, CTraceModel::eId), "095"_s);
         QVERIFY(feed.trace().rowCount() >= 90);
         QCOMPARE(feed.heldBack(), std::size_t(0));
     }
@@ -154,10 +142,10 @@ private Q_SLOTS:
         model.append({record(0x200, hex("0102"), 1), record(0x100, hex("AA"), 1), record(0x200, hex("0102"), 1, 1)});
         model.append({record(0x200, hex("0103"), 1 + 10 * MS), record(0x200, hex("010304"), 1 + 20 * MS)});
         QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
-        QCOMPARE(cell(model, 0, CIdentifierModel::eId), QStringLiteral("100"));
-        QCOMPARE(cell(model, 1, CIdentifierModel::eCount), QStringLiteral("3"));
-        QCOMPARE(cell(model, 1, CIdentifierModel::ePeriod), QStringLiteral("10.0"));
-        QCOMPARE(cell(model, 1, CIdentifierModel::eData), QStringLiteral("01 03 04"));
+        QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
+        QCOMPARE(cell(model, 1, CIdentifierModel::eCount), "3"_s);
+        QCOMPARE(cell(model, 1, CIdentifierModel::ePeriod), "10.0"_s);
+        QCOMPARE(cell(model, 1, CIdentifierModel::eData), "01 03 04"_s);
         const auto marks = [&model] {
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
         };
@@ -172,7 +160,7 @@ private Q_SLOTS:
     {
         CIdentifierModel model(m_names);
         CIdentifierFilter filter(model, m_names);
-        filter.setMatcher(CMessageMatcher({}, QStringLiteral("BB")));
+        filter.setMatcher(CMessageMatcher({}, "BB"_s));
         model.append({record(1, hex("AA")), record(2, hex("BB"))});
         QCOMPARE(filter.rowCount(), 1);
         model.append({record(1, hex("BB"))});
@@ -184,7 +172,7 @@ private Q_SLOTS:
         constexpr std::int64_t SECOND = 1000000;
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
-        const SEvent error{0, EEvent::eInterfaceError, QStringLiteral("a"), 1, 1, QStringLiteral("Wrong.\n\nReasons")};
+        const SEvent error{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
         for (int i = 0; i < 50000; ++i) { // a flood of one kind is one row
             SEvent next = error;
             next.microseconds = i * SECOND / 10;
@@ -201,7 +189,7 @@ private Q_SLOTS:
         events.add(other);
         QCOMPARE(events.rowCount(), 4);
         QCOMPARE(events.unread(), 50002); // a note is no error
-        QCOMPARE(cell(events, 0, CEventModel::eText), QStringLiteral("Wrong."));
+        QCOMPARE(cell(events, 0, CEventModel::eText), "Wrong."_s);
         events.markRead();
         QCOMPARE(events.unread(), 0);
         tester.reset(); // it looks at every row each time
@@ -231,31 +219,19 @@ private Q_SLOTS:
 
     void sendListRefusesWhatIsNoMessage_data()
     {
-        QTest::addColumn<int>("column");
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("stands"); // afterwards; before: 123 / 11 22 / 100
-        QTest::newRow("identifier") << int(CSendList::eId) << "7ff"
-                                    << "7FF";
-        QTest::newRow("short identifier") << int(CSendList::eId) << "5"
-                                          << "005";
-        QTest::newRow("identifier of 12 bits") << int(CSendList::eId) << "800"
-                                               << "123";
-        QTest::newRow("no identifier") << int(CSendList::eId) << "xyz"
-                                       << "123";
-        QTest::newRow("data") << int(CSendList::eData) << "aa bb"
-                              << "AA BB";
-        QTest::newRow("no data") << int(CSendList::eData) << ""
-                                 << "";
-        QTest::newRow("half a byte") << int(CSendList::eData) << "aab"
-                                     << "11 22";
-        QTest::newRow("nine bytes") << int(CSendList::eData) << "010203040506070809"
-                                    << "11 22";
-        QTest::newRow("interval") << int(CSendList::eInterval) << "20"
-                                  << "20";
-        QTest::newRow("interval 0") << int(CSendList::eInterval) << "0"
-                                    << "100";
-        QTest::newRow("interval is no number") << int(CSendList::eInterval) << "soon"
-                                               << "100";
+        const auto row =
+            columns<int, QString, QString>("column", "typed", "stands"); // afterwards; before: 123 / 11 22 / 100
+        row("identifier", int(CSendList::eId), "7ff"_s, "7FF"_s);
+        row("short identifier", int(CSendList::eId), "5"_s, "005"_s);
+        row("identifier of 12 bits", int(CSendList::eId), "800"_s, "123"_s);
+        row("no identifier", int(CSendList::eId), "xyz"_s, "123"_s);
+        row("data", int(CSendList::eData), "aa bb"_s, "AA BB"_s);
+        row("no data", int(CSendList::eData), {}, {});
+        row("half a byte", int(CSendList::eData), "aab"_s, "11 22"_s);
+        row("nine bytes", int(CSendList::eData), "010203040506070809"_s, "11 22"_s);
+        row("interval", int(CSendList::eInterval), "20"_s, "20"_s);
+        row("interval 0", int(CSendList::eInterval), "0"_s, "100"_s);
+        row("interval is no number", int(CSendList::eInterval), "soon"_s, "100"_s);
     }
     void sendListRefusesWhatIsNoMessage()
     {
@@ -276,7 +252,7 @@ private Q_SLOTS:
     {
         CSendList list;
         const QAbstractItemModelTester tester(&list, FATAL);
-        list.add({message(0x123, hex("1122")), 50, QStringLiteral("mute")});
+        list.add({message(0x123, hex("1122")), 50, "mute"_s});
         list.add({message(0x7FF), 1000, {}});
         QList<int> periods;
         connect(&list, &CSendList::cyclicChanged, this,
@@ -300,11 +276,10 @@ private Q_SLOTS:
 
     void logsComeBackAsTheyWere()
     {
-        const QString path = m_folder.filePath(QStringLiteral("a.log"));
+        const QString path = m_folder.filePath("a.log"_s);
         std::vector<STraceRecord> records;
         for (int i = 0; i < 12000; ++i) { // more than one piece
-            const std::uint16_t source =
-                m_names.numberOf(i % 2 == 0 ? QStringLiteral("hall") : QStringLiteral("stage"));
+            const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? "hall"_s : "stage"_s);
             records.push_back(record(static_cast<std::uint16_t>(i % 0x800), hex("0102"), 1398128223803317 + i, source));
         }
         CLogSaver saver(m_names);
@@ -328,7 +303,7 @@ private Q_SLOTS:
 
     void logProblemsAreTold()
     {
-        QFile file(m_folder.filePath(QStringLiteral("bad.log")));
+        QFile file(m_folder.filePath("bad.log"_s));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n");
         file.close();
@@ -340,7 +315,7 @@ private Q_SLOTS:
         QVERIFY2(finished.at(0).at(1).toString().contains(QLatin1String("2")), "the line is named");
         CLogSaver saver(m_names);
         QSignalSpy refused(&saver, &CLogSaver::finished);
-        saver.save(m_folder.filePath(QStringLiteral("nowhere/a.log")), {});
+        saver.save(m_folder.filePath("nowhere/a.log"_s), {});
         QCOMPARE(refused.size(), 1);
         QVERIFY(!refused.at(0).at(1).toString().isEmpty());
     }
@@ -348,22 +323,21 @@ private Q_SLOTS:
     void listKeepsTheStore()
     {
         CMailbox mailbox;
-        const Settings settings{{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")},
-                                {StoreKey::BAUDRATE, QStringLiteral("250")}};
+        const Settings settings{{StoreKey::ADDRESS, "10.0.0.5"_s}, {StoreKey::BAUDRATE, "250"_s}};
         CInterfaceList list(m_plugins, m_names, mailbox);
         const QAbstractItemModelTester tester(&list, FATAL);
-        QCOMPARE(list.add(QStringLiteral("hall"), settings, true), QString());
-        QCOMPARE(list.add(QStringLiteral("passing"), settings, false), QString());
-        QVERIFY(!list.add(QStringLiteral("hall"), settings, true).isEmpty());
+        QCOMPARE(list.add("hall"_s, settings, true), QString());
+        QCOMPARE(list.add("passing"_s, settings, false), QString());
+        QVERIFY(!list.add("hall"_s, settings, true).isEmpty());
         QVERIFY(!list.add(QString(), settings, true).isEmpty());
-        QVERIFY(!list.add(QStringLiteral("odd"), {{StoreKey::BAUDRATE, QStringLiteral("33")}}, true).isEmpty());
+        QVERIFY(!list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true).isEmpty());
         QVERIFY(list.setBaudrate(0, 1000));
 
         CInterfaceList next(m_plugins, m_names, mailbox); // as after a restart
         next.loadStored();
         QCOMPARE(next.rowCount(), 1);
-        QCOMPARE(cell(next, 0, CInterfaceList::eAddress), QStringLiteral("10.0.0.5:30000:TCP"));
-        QCOMPARE(cell(next, 0, CInterfaceList::eBaudrate), QStringLiteral("1000 kbit/s"));
+        QCOMPARE(cell(next, 0, CInterfaceList::eAddress), "10.0.0.5:30000:TCP"_s);
+        QCOMPARE(cell(next, 0, CInterfaceList::eBaudrate), "1000 kbit/s"_s);
         next.remove(0);
         QCOMPARE(storedNames(), QStringList());
     }
@@ -372,30 +346,30 @@ private Q_SLOTS:
     {
         CMailbox mailbox;
         CInterfaceList list(m_plugins, m_names, mailbox);
-        list.add(QStringLiteral("hall"), {{StoreKey::ADDRESS, QStringLiteral("10.0.0.5")}}, false);
+        list.add("hall"_s, {{StoreKey::ADDRESS, "10.0.0.5"_s}}, false);
         std::vector<std::unique_ptr<vexmor::Cim::CCanInterface>> found;
         const auto answer = [this, &found](const QString& place, const QString& name) {
             found.emplace_back(m_plugins.front().object->createInterface());
             auto info = found.back()->commonInfo();
-            info.setPort(QStringLiteral("IP=%1:TCP").arg(place));
+            info.setPort("IP=%1:TCP"_s.arg(place));
             info.setUniqueName(name);
             found.back()->setCommonInfo(info);
         };
-        answer(QStringLiteral("10.0.0.5:30000"), QStringLiteral("again"));
-        answer(QStringLiteral("10.0.0.6:30000"), QStringLiteral("hall"));
-        answer(QStringLiteral("10.0.0.7:30000"), QString());
-        answer(QStringLiteral("10.0.0.6:30000"), QStringLiteral("twice"));
+        answer("10.0.0.5:30000"_s, "again"_s);
+        answer("10.0.0.6:30000"_s, "hall"_s);
+        answer("10.0.0.7:30000"_s, QString());
+        answer("10.0.0.6:30000"_s, "twice"_s);
         list.addFound(std::move(found));
         QCOMPARE(list.rowCount(), 3);
-        QCOMPARE(list.name(1), QStringLiteral("hall (2)"));
-        QCOMPARE(list.name(2), QStringLiteral("10.0.0.7:30000:TCP"));
+        QCOMPARE(list.name(1), "hall (2)"_s);
+        QCOMPARE(list.name(2), "10.0.0.7:30000:TCP"_s);
 
         const QSignalSpy told(&list, &CInterfaceList::eventHappened);
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
-            answer(QStringLiteral("10.0.0.8:%1").arg(port), QStringLiteral("hall"));
+            answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
         list.addFound(std::move(found));
-        QCOMPARE(list.name(list.rowCount() - 1), QStringLiteral("hall (1002)"));
+        QCOMPARE(list.name(list.rowCount() - 1), "hall (1002)"_s);
         QCOMPARE(told.size(), 1);
     }
 

@@ -139,7 +139,7 @@ private Q_SLOTS:
     void everyRoundOfALoopTakesItsTime()
     {
         const QTemporaryDir folder;
-        QFile log(folder.filePath(QStringLiteral("a.log")));
+        QFile log(folder.filePath("a.log"_s));
         QVERIFY(log.open(QIODevice::WriteOnly) && log.write("(1.00) can0 123#\n(1.05) can0 124#\n") > 0);
         log.close();
         CSimBus bus;
