@@ -31,9 +31,9 @@ const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // of each log l
 class CRecorder
 {
 public:
-    CRecorder()
+    explicit CRecorder(quint16 port = 0)
     {
-        (void)m_socket.bind(QHostAddress(QHostAddress::Any));
+        (void)m_socket.bind(QHostAddress(QHostAddress::Any), port);
         (void)arrivalTime(); // the kernel notes times from the first question on
         QObject::connect(&m_socket, &QUdpSocket::readyRead, &m_socket, [this] {
             while (m_socket.hasPendingDatagrams()) {
@@ -274,6 +274,23 @@ private Q_SLOTS:
         }
         QTRY_COMPARE_WITH_TIMEOUT(result.returned.size(), 2, 10000);
         QCOMPARE(result.interfaces.size(), 6 + 12); // the second scan asked by the address, too
+    }
+
+    void cimctlTellsWhatItCannotStore()
+    {
+        const QTemporaryDir folder;
+        qputenv("XDG_CONFIG_HOME", folder.path().toLocal8Bit());
+        for (const QByteArray done : {"stored", "updated"}) {
+            CRecorder recorder(DDT_PORT);
+            SProcess scan(list(QStringLiteral(CIM_CIMCTL) + " scan --json --save"_s));
+            QTRY_VERIFY(!recorder.arrivals.isEmpty());
+            recorder.answer(reply(2, entry(2, 0) + entry(2, 7)));
+            QVERIFY(scan.waitForFinished());
+            QCOMPARE(scan.exitCode(), 1);
+            const QByteArray said = scan.readAllStandardError();
+            QCOMPARE(said.count("\"event\":\"" + done), 1);
+            QVERIFY2(said.contains("gw1-Invalid-SERVER-30000: Conversion enumeration"), said.constData());
+        }
     }
 
     void cimctlFindsAndOpensGateways()

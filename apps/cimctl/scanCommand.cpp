@@ -20,6 +20,8 @@ constexpr int PROGRESS_MS = 1000;
 constexpr std::size_t COLUMN_COUNT = 7;
 using Row = std::array<QString, COLUMN_COUNT>;
 
+constexpr int CODE_NOT_STORABLE = 10; ///< of CCanInterface: a parameter has no text
+
 /// What a scan knows better than the store; all else that is stored under the name was the user's choice.
 const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_TYPE, StoreKey::PORT_TEXT,
                                     StoreKey::INTERFACE_ID, StoreKey::HOSTNAME,       StoreKey::ADDRESS,
@@ -131,9 +133,13 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
 }
 
-/// What is to be stored for an endpoint.
+/// What is to be stored for an endpoint. Fails when its plugin refuses the settings.
 Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
 {
+    Cim::CCanInterface& canInterface = *endpoint.canInterface;
+    if (endpoint.settings.isEmpty() || endpoint.name.isEmpty()) {
+        failRefused(canInterface.errorCodeToString(CODE_NOT_STORABLE), CODE_NOT_STORABLE);
+    }
     if (!isKnown) {
         return endpoint.settings;
     }
@@ -141,31 +147,41 @@ Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
     for (const QLatin1String& key : FOUND_KEYS) {
         settings.insert(key, endpoint.settings.value(key));
     }
-    return settings;
+    applySettings(canInterface, settings);
+    return settingsOf(canInterface);
 }
 
 /// Of several with one name the first that answered is stored.
-void storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
+EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 {
     const QSettings keepsFileRead;
     const QStringList names = storedNames();
     const QSet<QString> known(names.begin(), names.end());
+    EExitCode exitCode = eDone;
     QMap<QString, Settings> interfaces;
+    std::vector<const SEndpoint*> accepted;
     for (const SEndpoint& endpoint : endpoints) {
-        if (!interfaces.contains(endpoint.name)) {
-            interfaces.insert(endpoint.name, settingsToStore(endpoint, known.contains(endpoint.name)));
+        try {
+            if (!interfaces.contains(endpoint.name)) {
+                interfaces.insert(endpoint.name, settingsToStore(endpoint, known.contains(endpoint.name)));
+            }
+            accepted.push_back(&endpoint);
+        } catch (const SFailure& failure) {
+            output.reportFailure(QStringLiteral("%1: %2").arg(endpoint.name, failure.text), failure.code);
+            exitCode = eRefused;
         }
     }
     storeSettings(interfaces);
-    for (const SEndpoint& endpoint : endpoints) {
-        const bool isFirst = interfaces.remove(endpoint.name) > 0;
-        const QString done = known.contains(endpoint.name) ? QStringLiteral("updated") : QStringLiteral("stored");
+    for (const SEndpoint* const endpoint : accepted) {
+        const bool isFirst = interfaces.remove(endpoint->name) > 0;
+        const QString done = known.contains(endpoint->name) ? QStringLiteral("updated") : QStringLiteral("stored");
         const QString text = isFirst ? done : QStringLiteral("not stored, the name is taken:");
-        output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint.name, endpoint.place()),
+        output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint->name, endpoint->place()),
                       {{QStringLiteral("event"), isFirst ? done : QStringLiteral("notStored")},
-                       {QStringLiteral("name"), endpoint.name},
-                       {QStringLiteral("place"), endpoint.place()}});
+                       {QStringLiteral("name"), endpoint->name},
+                       {QStringLiteral("place"), endpoint->place()}});
     }
+    return exitCode;
 }
 } // namespace
 
@@ -183,10 +199,7 @@ EExitCode scan(COutput& output, const SScanOptions& options)
         endpoints.emplace_back(*canInterface);
     }
     showFound(output, endpoints);
-    if (options.save) {
-        storeFound(output, endpoints);
-    }
-    return eDone;
+    return options.save ? storeFound(output, endpoints) : eDone;
 }
 
 } // namespace vexmor::Apps::Cimctl
