@@ -84,7 +84,7 @@ public:
     /// Writes data byte `index`, 0 to 7; the length stays.
     bool setDataAt(unsigned int index, unsigned char value);
     /// Copies `count` bytes to data bytes `offset` onward and sets the length to offset + count, which must not
-    /// exceed 8. A null `bytes` is refused.
+    /// exceed 8. A null `bytes` is refused; bytes of the message itself may be given.
     bool setData(unsigned int offset, unsigned int count, unsigned char* bytes);
 
     /// Data byte 0, whatever the length.
