@@ -81,8 +81,9 @@ public:
     /// stored. Returns 0.
     int saveSettings(QSettings& settings) const;
 
-    /// Name of the settings group of this interface, below the group of all interfaces: the unique name itself, with
-    /// "/", "\", "%" and control characters percent-encoded so that no name can reach into another interface's group.
+    /// Name of the settings group of this interface, below the group of all interfaces: the unique name itself. Only
+    /// "/", "\" and a "%" that two hexadecimal digits follow are percent-encoded (%2F, %5C, %25), so that no name can
+    /// reach into another interface's group, and no two names share one.
     /// Empty for an empty unique name: such an interface stores its keys in the group of all interfaces.
     QString settingsGroup() const;
     /// The unique name that a settings group stands for: the inverse of `settingsGroup`.
