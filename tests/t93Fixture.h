@@ -5,6 +5,7 @@
 #include "InterfaceT93/interfaceT93.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
+#include "cim/resultCodes.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 #include "testData.h"
