@@ -43,8 +43,11 @@ enum MsgType {
 ///
 /// A plain value of 12 bytes without locks, copied freely: identifier, length (0 to 8) and eight data bytes, of which
 /// the first `length` carry meaning. Constructing one registers the class with Qt's meta-type system as "CCanMessage",
-/// so that messages can travel through queued connections and variants. No operation throws; a refused call returns
-/// false and changes nothing.
+/// so that messages can travel through queued connections: there a parameter of signal and slot must be written
+/// `CCanMessage`, without its namespace, for Qt compares the text. Into a QVariant a message goes as
+/// `QVariant(QMetaType::type("CCanMessage"), &message)`, and comes out as
+/// `*static_cast<const CCanMessage*>(variant.constData())`. No operation throws; a refused call returns false and
+/// changes nothing.
 class CIM_EXPORT CCanMessage
 {
 public:
