@@ -102,6 +102,26 @@ private Q_SLOTS:
         QVERIFY(address2 == address && port2 == port);
     }
 
+    void settingsGroups_data()
+    {
+        const auto row = columns<QString, QString>("name", "group");
+        for (const char* same : {"Rig 50%", "100%", "%", "%g0", "%0", "größe", "a\nb\x01\x7f", "[x]=\";", ""}) {
+            row(same, QString::fromUtf8(same), QString::fromUtf8(same));
+        }
+        row("slashes", "a/b\\c"_s, "a%2Fb%5Cc"_s);
+        row("looks encoded", "%2F%5c"_s, "%252F%255c"_s);
+        row("two digits behind", "50%25"_s, "50%2525"_s);
+        row("percent twice", "%%41"_s, "%%2541"_s);
+    }
+    void settingsGroups() // no name reaches into another group, and no two share one
+    {
+        QFETCH(QString, name);
+        CCommonInfo info;
+        info.setUniqueName(name);
+        QTEST(info.settingsGroup(), "group");
+        QCOMPARE(CCommonInfo::uniqueNameOfSettingsGroup(info.settingsGroup()), name);
+    }
+
     void fields_data()
     {
         // The key, empty if it is not stored, and whether it is loaded again.
