@@ -156,7 +156,7 @@ private Q_SLOTS:
     }
     void hostActsWhileItOpens()
     {
-        const QByteArray act = QTest::currentDataTag();
+        const QByteArray act = rowName();
         CRawGateway gateway;
         auto can = makeInterface(gateway.port());
         CCanInterface* const interface = can.get();
