@@ -117,12 +117,13 @@ void CTcpLink::tune()
 
 bool CTcpLink::send(const char* bytes, qint64 size)
 {
-    if (m_socket.bytesToWrite() > 0) {
+    qint64 waiting = m_socket.bytesToWrite();
+    if (waiting > 0) {
         m_socket.flush(); // the kernel may have room by now, and may as well find the link broken
-    }
-    const qint64 waiting = m_socket.bytesToWrite();
-    if (!isUp() || waiting + size > SEND_BUFFER_LIMIT) {
-        return false;
+        waiting = m_socket.bytesToWrite();
+        if (!isUp() || waiting + size > SEND_BUFFER_LIMIT) {
+            return false;
+        }
     }
     const qint64 sent = waiting == 0 ? sendAtOnce(m_socket, bytes, size) : 0;
     if (sent < 0 || sent == size) {
