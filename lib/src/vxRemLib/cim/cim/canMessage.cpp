@@ -53,7 +53,11 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
 {
     const unsigned int count = std::min<unsigned int>(length, MAX_LENGTH);
     va_list bytes;
+    // Clang warns, for `length` is no int: the host's contract has it so, and both compilers take it as it was passed.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
     va_start(bytes, length);
+#pragma GCC diagnostic pop
     for (unsigned int i = 0; i < count; ++i) {
         m_data[i] = static_cast<unsigned char>(va_arg(bytes, int));
     }
