@@ -303,13 +303,9 @@ private Q_SLOTS:
 
     void logProblemsAreTold()
     {
-        QFile file(m_folder.filePath("bad.log"_s));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n");
-        file.close();
         CLogLoader loader(m_names);
         QSignalSpy finished(&loader, &CLogLoader::finished);
-        loader.load(file.fileName());
+        loader.load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"));
         QVERIFY(finished.wait());
         QCOMPARE(finished.at(0).at(0).toInt(), 1); // what stands before it is shown
         QVERIFY2(finished.at(0).at(1).toString().contains(QLatin1String("2")), "the line is named");

@@ -283,11 +283,10 @@ private Q_SLOTS:
         QByteArray started;
         QTRY_VERIFY((started += far.readAllStandardOutput()).contains("ident requests"));
 
-        SProcess scan(list(QStringLiteral(CIM_CIMCTL) + " scan --json --save"_s));
-        QVERIFY(scan.waitForFinished());
-        QCOMPARE(scan.exitCode(), 0);
+        const SOutcome scan = run(QStringLiteral(CIM_CIMCTL " scan --json --save"));
+        QCOMPARE(scan.exitCode, 0);
         QStringList found;
-        for (const QByteArray& line : scan.readAllStandardOutput().trimmed().split('\n')) {
+        for (const QByteArray& line : scan.out.trimmed().split('\n')) {
             const QJsonObject one = QJsonDocument::fromJson(line).object();
             QStringList fields;
             for (const char* key : {"name", "address", "port", "protocol", "role", "mac", "pcAddress"}) {
@@ -309,14 +308,10 @@ private Q_SLOTS:
         found.sort();
         expected.sort();
         QCOMPARE(found, expected);
-        const QByteArray said = scan.readAllStandardError();
-        QCOMPARE(said.count("\"event\":\"stored\""), 6);
-        QCOMPARE(said.count("\"event\":\"notStored\""), expected.size() - 6);
-
-        SProcess dump(list(QStringLiteral(CIM_CIMCTL) + " dump hall-2-TCP-SERVER-30001 --count 3 --seconds 5"_s));
-        QVERIFY(dump.waitForFinished());
-        QCOMPARE(dump.exitCode(), 0);
-        QCOMPARE(dump.readAllStandardOutput().count('\n'), 3);
+        QCOMPARE(scan.err.count("\"event\":\"stored\""), 6);
+        QCOMPARE(scan.err.count("\"event\":\"notStored\""), expected.size() - 6);
+        QCOMPARE(run(QStringLiteral(CIM_CIMCTL " dump hall-2-TCP-SERVER-30001 --count 3 --seconds 5")).out.count('\n'),
+                 3);
     }
 };
 
