@@ -55,6 +55,13 @@ auto columns(Names... names)
         [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
 }
 
+/// A cell of the row that runs.
+template <typename Value>
+Value cell(const char* column)
+{
+    return *static_cast<const Value*>(QTest::qData(column, qMetaTypeId<Value>()));
+}
+
 /// Makes a data table whose rows are their names alone.
 inline void rows(std::initializer_list<const char*> names)
 {

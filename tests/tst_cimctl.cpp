@@ -231,12 +231,11 @@ private Q_SLOTS:
     void interruptionEndsInOrder()
     {
         QFETCH(QString, command);
-        QFETCH(int, signal);
         const QString log = m_folder.filePath("dump.log"_s);
         QProcess program;
         program.start(QStringLiteral(CIM_CIMCTL), list(QString(command).replace("LOG"_s, log)));
         QVERIFY(program.waitForReadyRead()); // while it runs
-        ::kill(static_cast<pid_t>(program.processId()), signal);
+        ::kill(static_cast<pid_t>(program.processId()), cell<int>("signal"));
         QVERIFY(program.waitForFinished());
         QTEST(program.exitCode(), "exitCode");
         const QStringList frames = framesOf(program.readAllStandardOutput());

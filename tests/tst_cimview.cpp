@@ -13,16 +13,13 @@
 #include <QClipboard>
 #include <QElapsedTimer>
 #include <QLineEdit>
-#include <QMenuBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTabWidget>
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTranslator>
 
 using namespace vexmor::Apps;
 using namespace vexmor::Apps::Cimview;
@@ -319,38 +316,6 @@ private Q_SLOTS:
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 RX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
-    }
-
-    void everyLetterWithAltIsThereOnce_data()
-    {
-        const auto row = columns<QString>("catalog");
-        row("English", {});
-        row("German", QStringLiteral(CIM_TRANSLATION_DIR "/cimview_de.qm"));
-    }
-    void everyLetterWithAltIsThereOnce()
-    {
-        QFETCH(QString, catalog);
-        QTranslator translator;
-        QVERIFY(catalog.isEmpty() || (translator.load(catalog) && QCoreApplication::installTranslator(&translator)));
-        const SWindow run;
-        QStringList texts;
-        for (const QAction* const menu : run.window->menuBar()->actions()) {
-            texts.append(menu->text());
-        }
-        for (const QWidget* const widget : run.window->findChildren<QWidget*>()) {
-            texts.append(widget->property("text").toString());
-            const auto* const tabs = qobject_cast<const QTabWidget*>(widget);
-            for (int tab = 0; tabs != nullptr && tab < tabs->count(); ++tab) {
-                texts.append(tabs->tabText(tab));
-            }
-        }
-        QMap<QString, QString> users;
-        for (const QString& text : std::as_const(texts)) {
-            const QString letter = QKeySequence::mnemonic(text).toString();
-            QVERIFY2(letter.isEmpty() || !users.contains(letter), qPrintable(text + users.value(letter)));
-            users.insert(letter, text);
-        }
-        QVERIFY(users.size() > 12);
     }
 
     void stateIsKept()

@@ -144,11 +144,10 @@ private Q_SLOTS:
     }
     void failedOpenLeavesItClosed()
     {
-        QFETCH(int, protocol);
         QFETCH(QString, warning);
         QTcpServer closed;
         closed.listen(QHostAddress(QHostAddress::LocalHost));
-        const auto can = makeInterface(closed.serverPort(), static_cast<Protocol>(protocol));
+        const auto can = makeInterface(closed.serverPort(), static_cast<Protocol>(cell<int>("protocol")));
         configure(*can, [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress("192.0.2.1"_s)); });
         closed.close();
         if (!warning.isEmpty()) {
@@ -346,14 +345,12 @@ private Q_SLOTS:
     }
     void ownDatagramsAreSkipped()
     {
-        QFETCH(bool, bindAny);
-        QFETCH(QString, localAddress);
         QUdpSocket gateway;
         QVERIFY(gateway.bind(QHostAddress(QHostAddress::LocalHost)));
         const auto can = makeInterface(gateway.localPort(), CCommonInfo::eProtocolUdp);
         configure(*can, [&](CConfigParamT93& param) {
-            param.setUdpBindAnyIp(bindAny);
-            param.setLocalIpAddress(QHostAddress(localAddress));
+            param.setUdpBindAnyIp(cell<bool>("bindAny"));
+            param.setLocalIpAddress(QHostAddress(cell<QString>("localAddress")));
         });
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         QCOMPARE(can->openCommunication(), 0);
@@ -379,9 +376,8 @@ private Q_SLOTS:
         };
         sayFromElsewhere(frame(0x42, hex("01")));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{5});
-        QFETCH(bool, received);
         const QList<CCanMessage> both{message(0x123, hex("55")), message(0x124)};
-        QVERIFY(unread(*can) == (received ? both : QList<CCanMessage>()));
+        QVERIFY(unread(*can) == (cell<bool>("received") ? both : QList<CCanMessage>()));
         sayFromElsewhere("");
         QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // nothing in it: a failed read
         QVERIFY(can->isOpened());

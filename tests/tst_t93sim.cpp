@@ -101,17 +101,15 @@ private Q_SLOTS:
     }
     void misbehaves()
     {
-        QFETCH(Change, change);
         QFETCH(QByteArray, bytes);
         SSimFaults faults;
-        change(faults);
+        cell<Change>("change")(faults);
         SGateway one;
         one.gateway.setFaults(faults);
         SPlainHost host(one.gateway.port());
         QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
         one.bus.send(message(0x123, hex("4455")));
-        QFETCH(int, first);
-        QTRY_COMPARE(host.socket.bytesAvailable(), qint64(first));
+        QTRY_COMPARE(host.socket.bytesAvailable(), qint64(cell<int>("first")));
         one.bus.send(message(0x123, hex("4455")));
         QCOMPARE(host.read(qMax(bytes.size(), 1)).toHex(), bytes.toHex());
     }

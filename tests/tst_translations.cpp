@@ -49,9 +49,9 @@ private Q_SLOTS:
     }
     void cimctlSpeaksTheUsersLanguage()
     {
-        QFETCH(bool, isGerman);
         const QByteArray said = run("env -i %1 " CIM_CIMCTL " dump 127.0.0.1:1"_s.arg(QLatin1String(rowName()))).err;
-        const QByteArray refused = isGerman ? "error 103: Die TCP-Verbindung konnte" : "error 103: TCP connect failed.";
+        const QByteArray refused =
+            cell<bool>("isGerman") ? "error 103: Die TCP-Verbindung konnte" : "error 103: TCP connect failed.";
         QCOMPARE(said.left(refused.size()), refused);
     }
 
