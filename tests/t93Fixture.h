@@ -51,10 +51,10 @@ inline CInterfaceT93& driver(CCanInterface& can)
 
 using Protocol = CCommonInfo::EProtocolType;
 
-/// Of a row called TCP or UDP.
+/// Of a row whose name begins with TCP or UDP.
 inline Protocol rowProtocol()
 {
-    return rowName() == "UDP" ? CCommonInfo::eProtocolUdp : CCommonInfo::eProtocolTcp;
+    return rowName().startsWith("UDP") ? CCommonInfo::eProtocolUdp : CCommonInfo::eProtocolTcp;
 }
 
 /// Changes the configuration of an interface, open or closed.

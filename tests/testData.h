@@ -7,7 +7,9 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QFile>
 #include <QList>
+#include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
@@ -53,6 +55,13 @@ auto columns(Names... names)
         [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
 }
 
+/// A cell of the row that runs.
+template <typename Value>
+Value cell(const char* column)
+{
+    return *static_cast<const Value*>(QTest::qData(column, qMetaTypeId<Value>()));
+}
+
 /// Makes a data table whose rows are their names alone.
 inline void rows(std::initializer_list<const char*> names)
 {
@@ -66,6 +75,31 @@ inline void rows(std::initializer_list<const char*> names)
 inline QByteArray rowName()
 {
     return QTest::currentDataTag();
+}
+
+/// Writes a file; gives its name.
+inline QString writeFile(const QTemporaryDir& folder, const QByteArray& content)
+{
+    QFile file(folder.filePath("a.log"_s));
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
+        qFatal("no file");
+    }
+    return file.fileName();
+}
+
+struct SOutcome {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+/// Runs what could be typed into a shell.
+inline SOutcome run(const QString& command)
+{
+    QProcess shell;
+    shell.start("bash"_s, {"-c"_s, command});
+    const bool hasEnded = shell.waitForFinished();
+    return {hasEnded ? shell.exitCode() : -1, shell.readAllStandardOutput(), shell.readAllStandardError()};
 }
 
 /// While it exists, settings are stored in a folder of its own.

@@ -1,8 +1,6 @@
 #include "candump/candumpLog.h"
 #include "testData.h"
 
-#include <QFile>
-
 using namespace vexmor::Candump;
 using namespace vexmor::Test;
 using vexmor::Cim::CCanMessage;
@@ -68,15 +66,13 @@ private Q_SLOTS:
     void readerNamesTheLineThatIsWrong()
     {
         const QTemporaryDir folder;
-        QFile file(folder.filePath("a.log"_s));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
-        file.close();
+        const QString log =
+            writeFile(folder, "(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
         CLogReader reader;
         SLogEntry entry;
         QString error;
         QVERIFY(!reader.open(folder.filePath("none"_s), error) && !error.isEmpty());
-        QVERIFY(reader.open(file.fileName(), error));
+        QVERIFY(reader.open(log, error));
         QVERIFY(reader.next(entry, error));
         QCOMPARE(entry.microseconds, std::int64_t(1500000));
         QVERIFY(reader.next(entry, error));

@@ -12,12 +12,6 @@ using namespace vexmor::Test;
 
 namespace
 {
-struct SOutcome {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
 /// The frames in a log, or in what dump prints, as ID#DATA.
 QStringList framesOf(const QByteArray& text)
 {
@@ -43,13 +37,7 @@ class CimctlTest : public QObject
 {
     Q_OBJECT
 
-    static SOutcome run(const QString& arguments)
-    {
-        QProcess program;
-        program.start("bash"_s, {"-c"_s, "$0 "_s + arguments, QStringLiteral(CIM_CIMCTL)});
-        const bool hasEnded = program.waitForFinished();
-        return {hasEnded ? program.exitCode() : -1, program.readAllStandardOutput(), program.readAllStandardError()};
-    }
+    static SOutcome cimctl(const QString& arguments) { return run(QStringLiteral(CIM_CIMCTL " ") + arguments); }
     /// Starts t93sim and gives its ADDRESS:PORT.
     static QString startGateway(QProcess& program, const QString& options)
     {
@@ -62,17 +50,15 @@ class CimctlTest : public QObject
         program.terminate();
         return program.waitForFinished() && program.exitCode() == 0 ? program.readAllStandardOutput() : QByteArray();
     }
-    QString writeLog(int count) // three in a row have one time; one goes back in time
+    QString writeLog(int count) const // three in a row have one time; one goes back in time
     {
-        const QString name = m_folder.filePath("a.log"_s);
-        QFile file(name);
-        (void)file.open(QIODevice::WriteOnly);
+        QByteArray lines;
         for (int i = 0; i < count; ++i) {
             const QByteArray data = QByteArray(i % 9, static_cast<char>(i)).toHex().toUpper();
-            file.write('(' + QByteArray::number(10.0 + i / 3 * 0.001 - (i == 150 ? 5 : 0), 'f', 6) + ") can0 " +
-                       QByteArray::number(i % 0x800, 16).rightJustified(3, '0').toUpper() + '#' + data + '\n');
+            lines += '(' + QByteArray::number(10.0 + i / 3 * 0.001 - (i == 150 ? 5 : 0), 'f', 6) + ") can0 " +
+                     QByteArray::number(i % 0x800, 16).rightJustified(3, '0').toUpper() + '#' + data + '\n';
         }
-        return name;
+        return writeFile(m_folder, lines);
     }
     static QByteArray contentOf(const QString& name)
     {
@@ -114,7 +100,7 @@ private Q_SLOTS:
         row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
-        row("list > /dev/null; trap '' XFSZ; ulimit -f 0; $0 add a 10.0.0.1", 1, "",
+        row("list > /dev/null; trap '' XFSZ; ulimit -f 0; " CIM_CIMCTL " add a 10.0.0.1", 1, "",
             "^error: the settings store .*/Vexmor/Cim.conf cannot be written\n$"); // a full disk
         row("dump sim --log /dev/full", 1, ".", "error: /dev/full cannot be written: No space left on device\n$");
         for (const char* arguments : {"dump sim", "list", "info", "--help"}) {
@@ -129,7 +115,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, out);
         QFETCH(QByteArray, err);
-        const SOutcome outcome = run(QString::fromLatin1(rowName()));
+        const SOutcome outcome = cimctl(QString::fromLatin1(rowName()));
         for (const auto& [expected, text] : {std::pair(out, outcome.out), std::pair(err, outcome.err)}) {
             const QRegularExpression expression(QString::fromLatin1(expected.isEmpty() ? "\\A\\z" : expected));
             QVERIFY2(expression.match(QString::fromLocal8Bit(text)).hasMatch(), text.constData());
@@ -153,17 +139,14 @@ private Q_SLOTS:
         QProcess gateway;
         const QString target =
             protocol.isEmpty() ? "sim:"_s + log : startGateway(gateway, "--replay "_s + log) + protocol;
-        const SOutcome outcome = run("dump %1 --count %2 --log %3"_s.arg(target).arg(COUNT).arg(written));
+        const SOutcome outcome = cimctl("dump %1 --count %2 --log %3"_s.arg(target).arg(COUNT).arg(written));
         QCOMPARE(outcome.exitCode, 0);
         const QStringList frames = framesOf(contentOf(log));
         QCOMPARE(frames.size(), COUNT);
         QCOMPARE(framesOf(outcome.out), frames);
         QCOMPARE(framesOf(contentOf(written)), frames);
         // Read by those who made the format.
-        QProcess reader;
-        reader.start("log2asc"_s, {"-I"_s, written, "t93"_s});
-        QVERIFY(reader.waitForFinished());
-        QCOMPARE(reader.readAllStandardOutput().count(" Rx "), COUNT);
+        QCOMPARE(run("log2asc -I %1 t93"_s.arg(written)).out.count(" Rx "), COUNT);
         QVERIFY(protocol.isEmpty() || stop(gateway).contains("900 replayed"));
     }
 
@@ -172,7 +155,7 @@ private Q_SLOTS:
         const QString log = writeLog(300);
         QProcess gateway;
         const QString target = startGateway(gateway, "--verbose"_s);
-        const SOutcome outcome = run("replay %1 %2 --speed 10 --sent"_s.arg(target, log));
+        const SOutcome outcome = cimctl("replay %1 %2 --speed 10 --sent"_s.arg(target, log));
         QCOMPARE(outcome.exitCode, 0);
         QCOMPARE(framesOf(outcome.out), framesOf(contentOf(log)));
         QVERIFY(stop(gateway).endsWith("messages: 300 from hosts, 0 replayed, 0 generated\n"));
@@ -183,22 +166,22 @@ private Q_SLOTS:
         QProcess gateway;
         const QString address = startGateway(gateway, "--generate 100"_s);
         const QString add = "add hall/1 %1:UDP --hostname gw1 --baudrate "_s.arg(address);
-        QCOMPARE(run(add + "33"_s).exitCode, 1);
-        QCOMPARE(run(add + "250"_s).exitCode, 0);
-        QCOMPARE(run(add + "500"_s).exitCode, 2); // there is one
-        QCOMPARE(run(add + "500 --replace"_s).exitCode, 0);
-        QCOMPARE(run("add other 010.0.0.001"_s).exitCode, 0); // decimal, whatever the zeros
-        QCOMPARE(run("list"_s).out.split('\n').at(0),
+        QCOMPARE(cimctl(add + "33"_s).exitCode, 1);
+        QCOMPARE(cimctl(add + "250"_s).exitCode, 0);
+        QCOMPARE(cimctl(add + "500"_s).exitCode, 2); // there is one
+        QCOMPARE(cimctl(add + "500 --replace"_s).exitCode, 0);
+        QCOMPARE(cimctl("add other 010.0.0.001"_s).exitCode, 0); // decimal, whatever the zeros
+        QCOMPARE(cimctl("list"_s).out.split('\n').at(0),
                  "hall/1  T93  IP=" + address.toLatin1() + ":UDP  500 kbit/s  gw1");
-        const QJsonObject settings = json(run("show hall/1 --json"_s).out)["settings"_s].toObject();
+        const QJsonObject settings = json(cimctl("show hall/1 --json"_s).out)["settings"_s].toObject();
         QCOMPARE(settings["Port"_s].toString(), address.section(QLatin1Char(':'), 1));
 
-        const SOutcome dump = run("dump hall/1 -n 2"_s);
+        const SOutcome dump = cimctl("dump hall/1 -n 2"_s);
         QCOMPARE(dump.exitCode, 0);
         QCOMPARE(framesOf(dump.out).size(), 2);
-        QCOMPARE(run("dump hall/1 --baudrate 50"_s).exitCode, 2);
-        QCOMPARE(run("remove hall/1"_s).exitCode, 0);
-        QCOMPARE(run("list"_s).out, QByteArray("other  T93  IP=10.0.0.1:30000:TCP  100 kbit/s\n"));
+        QCOMPARE(cimctl("dump hall/1 --baudrate 50"_s).exitCode, 2);
+        QCOMPARE(cimctl("remove hall/1"_s).exitCode, 0);
+        QCOMPARE(cimctl("list"_s).out, QByteArray("other  T93  IP=10.0.0.1:30000:TCP  100 kbit/s\n"));
         stop(gateway);
     }
 
@@ -206,7 +189,7 @@ private Q_SLOTS:
     {
         QProcess gateway;
         const QString target = startGateway(gateway, "--status 9 --status-every 50 --drop-after 300 --generate 100"_s);
-        const SOutcome outcome = run("dump %1 --json --seconds 4"_s.arg(target));
+        const SOutcome outcome = cimctl("dump %1 --json --seconds 4"_s.arg(target));
         QCOMPARE(outcome.exitCode, 0);
         QSet<int> errors;
         QJsonObject last;
@@ -229,7 +212,7 @@ private Q_SLOTS:
     {
         QProcess gateway;
         const QString target = startGateway(gateway, "--black-hole"_s);
-        const SOutcome outcome = run("send %1 123#1122334455667788 --repeat 60000 --baudrate 1000"_s.arg(target));
+        const SOutcome outcome = cimctl("send %1 123#1122334455667788 --repeat 60000 --baudrate 1000"_s.arg(target));
         QCOMPARE(outcome.exitCode, 1);
         const auto said =
             QRegularExpression("^error 108: Transmit socket failed.\n.*sent (\\d+), refused (\\d+), lost 0"_s,
@@ -248,12 +231,11 @@ private Q_SLOTS:
     void interruptionEndsInOrder()
     {
         QFETCH(QString, command);
-        QFETCH(int, signal);
         const QString log = m_folder.filePath("dump.log"_s);
         QProcess program;
         program.start(QStringLiteral(CIM_CIMCTL), list(QString(command).replace("LOG"_s, log)));
         QVERIFY(program.waitForReadyRead()); // while it runs
-        ::kill(static_cast<pid_t>(program.processId()), signal);
+        ::kill(static_cast<pid_t>(program.processId()), cell<int>("signal"));
         QVERIFY(program.waitForFinished());
         QTEST(program.exitCode(), "exitCode");
         const QStringList frames = framesOf(program.readAllStandardOutput());
@@ -265,7 +247,7 @@ private Q_SLOTS:
 
     void demonstrationPasses()
     {
-        const SOutcome outcome = run("demo --json"_s);
+        const SOutcome outcome = cimctl("demo --json"_s);
         QVERIFY2(outcome.exitCode == 0, outcome.out + outcome.err);
         QVERIFY(outcome.out.count("\"ok\":true") >= 15 && !outcome.out.contains("\"ok\":false"));
     }

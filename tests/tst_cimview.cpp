@@ -13,17 +13,13 @@
 #include <QClipboard>
 #include <QElapsedTimer>
 #include <QLineEdit>
-#include <QMenuBar>
-#include <QProcess>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTabWidget>
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTranslator>
 
 using namespace vexmor::Apps;
 using namespace vexmor::Apps::Cimview;
@@ -127,29 +123,21 @@ private Q_SLOTS:
 
     void commandLine_data()
     {
-        const auto row = columns<QStringList, int, QByteArray>("arguments", "exitCode", "error"); // a part of the line
-        const QString report = "--report"_s;
-        const QString moment = "0.5"_s;
-        row("unknown option", {"--bogus"_s}, 2, "--bogus");
-        row("log that is not there", {"--sim"_s, "/nowhere/a.log"_s}, 2, "/nowhere/a.log");
-        row("target that is none", {"nowhere"_s}, 2, "nowhere");
-        row("port out of range", {"10.0.0.5:70000"_s}, 2, "70000");
-        row("plugin that is none", {"--plugin"_s, "/nowhere/p.so"_s}, 1, "/nowhere/p.so");
-        row("simulation", {"--sim"_s, report, moment}, 0, {});
+        const auto row = columns<int, QByteArray>("exitCode", "error"); // a part of the line
+        row("--bogus", 2, "--bogus");
+        row("--sim /nowhere/a.log", 2, "/nowhere/a.log");
+        row("nowhere", 2, "nowhere");
+        row("10.0.0.5:70000", 2, "70000");
+        row("--plugin /nowhere/p.so", 1, "/nowhere/p.so");
+        row("--sim --report 0.5", 0, {});
     }
     void commandLine()
     {
-        QFETCH(QStringList, arguments);
         QFETCH(QByteArray, error);
-        QProcess program;
-        program.start(QStringLiteral(CIM_CIMVIEW), arguments);
-        QVERIFY(program.waitForFinished(30000));
-        QTEST(program.exitCode(), "exitCode");
-        const QByteArray complaint = program.readAllStandardError();
-        QVERIFY2(error.isEmpty() ||
-                     (complaint.startsWith("error: ") && complaint.contains(error) && complaint.count('\n') == 1),
-                 complaint.constData());
-        const QByteArray report = program.readAllStandardOutput();
+        const auto [exitCode, report, said] = run(QStringLiteral(CIM_CIMVIEW " ") + QLatin1String(rowName()));
+        QTEST(exitCode, "exitCode");
+        QVERIFY2(error.isEmpty() || (said.startsWith("error: ") && said.contains(error) && said.count('\n') == 1),
+                 said.constData());
         QVERIFY2(error.isEmpty() ? !report.startsWith("received 0,") : report.isEmpty(), report.constData());
     }
 
@@ -318,52 +306,16 @@ private Q_SLOTS:
 
     void logIsShownWhileLiveMessagesWait()
     {
-        QFile file(m_folder.filePath("a.log"_s));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("(1.000001) can0 123#11\n(2.0) can1 7FF#\n");
-        file.close();
         CSimBus bus;
         SGateway hall(bus);
         SWindow run;
         QVERIFY(run.openAndWait(HALL, hall.gateway));
-        run.window->messagePanel().loadLog(file.fileName());
+        run.window->messagePanel().loadLog(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF#\n"));
         bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 RX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
-    }
-
-    void everyLetterWithAltIsThereOnce_data()
-    {
-        const auto row = columns<QString>("catalog");
-        row("English", {});
-        row("German", QStringLiteral(CIM_TRANSLATION_DIR "/cimview_de.qm"));
-    }
-    void everyLetterWithAltIsThereOnce()
-    {
-        QFETCH(QString, catalog);
-        QTranslator translator;
-        QVERIFY(catalog.isEmpty() || (translator.load(catalog) && QCoreApplication::installTranslator(&translator)));
-        const SWindow run;
-        QStringList texts;
-        for (const QAction* const menu : run.window->menuBar()->actions()) {
-            texts.append(menu->text());
-        }
-        for (const QWidget* const widget : run.window->findChildren<QWidget*>()) {
-            texts.append(widget->property("text").toString());
-            const auto* const tabs = qobject_cast<const QTabWidget*>(widget);
-            for (int tab = 0; tabs != nullptr && tab < tabs->count(); ++tab) {
-                texts.append(tabs->tabText(tab));
-            }
-        }
-        QMap<QString, QString> users;
-        for (const QString& text : std::as_const(texts)) {
-            const QString letter = QKeySequence::mnemonic(text).toString();
-            QVERIFY2(letter.isEmpty() || !users.contains(letter), qPrintable(text + users.value(letter)));
-            users.insert(letter, text);
-        }
-        QVERIFY(users.size() > 12);
     }
 
     void stateIsKept()

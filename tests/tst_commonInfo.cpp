@@ -26,44 +26,15 @@ bool standInARow(std::size_t first, Operations... operations)
     };
     return ((placeOf(operations) == first++) && ...);
 }
-
-/// No more than what every interface has from the contract: no plugin object was ever made in this program.
-struct SBareInterface : CCanInterface {
-    CCanInterface* clone() override { return nullptr; }
-    int resetCommunication(int) override { return 0; }
-    int openCommunication() override { return 0; }
-    int closeCommunication() override { return 0; }
-    int readMessage(CCanMessage&) override { return 0; }
-    int writeMessage(const CCanMessage&) override { return 0; }
-    int busload(int&) override { return 0; }
-    QString errorCodeToString(int) override { return {}; }
-    QString interfaceErrorToString(int) override { return {}; }
-    bool isOpened() override { return false; }
-    int baudrate() override { return 0; }
-    bool setBaudrate(int) override { return false; }
-    int loadSettings(const QString&) override { return 0; }
-    int saveSettings(const QString&) override { return 0; }
-    int configure(QWidget*, Qt::WindowFlags) override { return 0; }
-    QString interfaceType() override { return {}; }
-};
 } // namespace
 
 /// What the contract has without a plugin: the description of an interface (port texts, what is compared, what is
-/// stored), the common texts, and the order of the operations.
+/// stored), and the order of the operations.
 class CommonInfoTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void commonTextsComeWithTheFirstTranslation()
-    {
-        SBareInterface can;
-        QVERIFY(can.commonErrorCodeToString(0).isEmpty());
-        CCanInterface::retranslateCommonErrorStrings();
-        QCOMPARE(can.commonErrorCodeToString(0), "OK - no error."_s);
-        QVERIFY(can.commonErrorCodeToString(11).isEmpty() && can.commonErrorCodeToString(-1).isEmpty());
-    }
-
     void operationsKeepTheirPlaces() // by which host and plugin, built apart, call each other
     {
         using I = CCanInterface;
@@ -159,13 +130,10 @@ private Q_SLOTS:
     }
     void fields() // each one is compared, copied, stored and loaded, or not
     {
-        QFETCH(Change, change);
-        QFETCH(QString, key);
-        QFETCH(bool, loaded);
         CCommonInfo plain;
         plain.setScanable(true);
         CCommonInfo changed = plain;
-        change(changed);
+        cell<Change>("change")(changed);
         QVERIFY(changed != plain && !(changed == plain));
         CCommonInfo assigned;
         assigned = changed;
@@ -181,11 +149,11 @@ private Q_SLOTS:
                  list("Description FirmwareVersion InterfaceId InterfaceType PluginName PortId Scanable"_s));
         for (const QString& stored : store.allKeys()) {
             const QString value = store.value(stored).toString();
-            QCOMPARE(value == OTHER || value == "false"_s, stored == key);
+            QCOMPARE(value == OTHER || value == "false"_s, stored == cell<QString>("key"));
         }
         info = plain;
         QCOMPARE(info.loadSettings(store), 0);
-        QVERIFY(info == (loaded ? changed : plain));
+        QVERIFY(info == (cell<bool>("loaded") ? changed : plain));
     }
 };
 

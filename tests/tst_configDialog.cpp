@@ -132,8 +132,7 @@ private Q_SLOTS:
     }
     void showsAndReturns()
     {
-        QFETCH(QString, given);
-        const QStringList values = list(given, '|');
+        const QStringList values = list(cell<QString>("given"), '|');
         for (int index = 0; index < values.size(); ++index) {
             QSettings().setValue(GROUP + QLatin1Char('/') + KEYS[index], values[index]);
         }
@@ -261,12 +260,10 @@ private Q_SLOTS:
     }
     void deletedMeanwhile()
     {
-        QFETCH(bool, isParent);
-        QFETCH(bool, isWarningUp);
         auto parent = std::make_unique<QWidget>();
-        const auto remove = [&] { isParent ? parent.reset() : can.reset(); };
+        const auto remove = [&] { cell<bool>("isParent") ? parent.reset() : can.reset(); };
         const auto user = [&](const SDialog& user) {
-            if (isWarningUp) {
+            if (cell<bool>("isWarningUp")) {
                 user.type(PORT, QString());
                 QVERIFY(!user.pressOk([&](QMessageBox&) { remove(); }).isEmpty());
             } else {

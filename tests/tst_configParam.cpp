@@ -128,7 +128,6 @@ private Q_SLOTS:
     }
     void storedValues()
     {
-        QFETCH(QString, loaded);
         QFETCH(int, code);
         CConfigParamT93 param = filled();
         CCommonInfo info = infoNamed("a"_s);
@@ -136,7 +135,7 @@ private Q_SLOTS:
         const CLogRecorder recorder;
         QCOMPARE(param.loadSettings(GROUP, info), code);
         QTEST(recorder.lines(), "log");
-        store("Expected/"_s, code == 0 ? STORED + QStringList(loaded) : FILLED);
+        store("Expected/"_s, code == 0 ? STORED + QStringList(cell<QString>("loaded")) : FILLED);
         QCOMPARE(param.saveSettings({}, info), 0);
         QCOMPARE(storedUnder("a"_s), storedUnder("Expected"_s));
         const CLogRecorder quiet(51); // above every level: nothing is written
@@ -155,13 +154,11 @@ private Q_SLOTS:
     }
     void valuesWithoutATextAreNotSaved()
     {
-        QFETCH(int, protocol);
-        QFETCH(int, service);
         CConfigParamT93 param = filled();
         CCommonInfo info = infoNamed("a"_s);
         QCOMPARE(param.saveSettings(GROUP, info), 0);
-        param.setProtocolType(static_cast<CCommonInfo::EProtocolType>(protocol));
-        param.setServiceType(static_cast<CConfigParamT93::EServiceType>(service));
+        param.setProtocolType(static_cast<CCommonInfo::EProtocolType>(cell<int>("protocol")));
+        param.setServiceType(static_cast<CConfigParamT93::EServiceType>(cell<int>("service")));
         param.setPort(1);
         const CLogRecorder recorder;
         QCOMPARE(param.saveSettings(GROUP, info), 10);

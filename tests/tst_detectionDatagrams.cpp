@@ -44,9 +44,8 @@ private Q_SLOTS:
     }
     void replies()
     {
-        QFETCH(QByteArray, reply);
         QStringList found;
-        for (const SDdtEntry& one : usableDdtEntries(reply)) {
+        for (const SDdtEntry& one : usableDdtEntries(cell<QByteArray>("reply"))) {
             const CConfigParamT93 param = configParamOfDdtEntry(one);
             found.append(CT93DeviceDetection::buildUniqueName(param));
             QCOMPARE(param.ipAddress().toString(), "192.168.1.70"_s);

@@ -96,12 +96,8 @@ private Q_SLOTS:
         QTest::qWait(pollTime > 10000 ? 12000 : 0); // longer than a loss takes to be noticed
         QVERIFY(errors.isEmpty());
 
-        QElapsedTimer clock;
-        clock.start();
         QVERIFY(setLink(atGateway, "down"_s));
-        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 13000);
-        QVERIFY2(clock.elapsed() <= 11000, qPrintable(QString::number(clock.elapsed())));
-        QCOMPARE(errors.at(0).at(0).toInt(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(errorNumbers(errors), QList<int>{0}, 11000);
         QCOMPARE(can->commonInfo().connectionState(), CCommonInfo::eNotConnected);
         QVERIFY(setLink(atGateway, "up"_s));
         QTRY_COMPARE_WITH_TIMEOUT(can->commonInfo().connectionState(), CCommonInfo::eConnected, 10000);

@@ -133,15 +133,13 @@ private Q_SLOTS:
     }
     void requestsOnTheWire()
     {
-        QFETCH(Addresses, scanAddresses);
         QFETCH(bool, skipLoopback);
-        QFETCH(QString, requests);
-        const QStringList expected = list(requests, ',');
+        const QStringList expected = list(cell<QString>("requests"), ',');
         bool isPrompt = false; // once at least: a busy computer makes pauses longer, never shorter
         for (int round = 0; round < 5 && !isPrompt; ++round) {
             CRecorder recorder;
             const CLogRecorder log(20);
-            QVERIFY(scan(recorder.port(), 50, scanAddresses, skipLoopback).isEmpty());
+            QVERIFY(scan(recorder.port(), 50, cell<Addresses>("scanAddresses"), skipLoopback).isEmpty());
             QVERIFY2(!skipLoopback || recorder.arrivals.size() == expected.size(), "one request a socket and address");
             isPrompt = true;
             for (int i = 0; i < expected.size(); ++i) {
@@ -283,11 +281,10 @@ private Q_SLOTS:
         QByteArray started;
         QTRY_VERIFY((started += far.readAllStandardOutput()).contains("ident requests"));
 
-        SProcess scan(list(QStringLiteral(CIM_CIMCTL) + " scan --json --save"_s));
-        QVERIFY(scan.waitForFinished());
-        QCOMPARE(scan.exitCode(), 0);
+        const SOutcome scan = run(QStringLiteral(CIM_CIMCTL " scan --json --save"));
+        QCOMPARE(scan.exitCode, 0);
         QStringList found;
-        for (const QByteArray& line : scan.readAllStandardOutput().trimmed().split('\n')) {
+        for (const QByteArray& line : scan.out.trimmed().split('\n')) {
             const QJsonObject one = QJsonDocument::fromJson(line).object();
             QStringList fields;
             for (const char* key : {"name", "address", "port", "protocol", "role", "mac", "pcAddress"}) {
@@ -309,14 +306,10 @@ private Q_SLOTS:
         found.sort();
         expected.sort();
         QCOMPARE(found, expected);
-        const QByteArray said = scan.readAllStandardError();
-        QCOMPARE(said.count("\"event\":\"stored\""), 6);
-        QCOMPARE(said.count("\"event\":\"notStored\""), expected.size() - 6);
-
-        SProcess dump(list(QStringLiteral(CIM_CIMCTL) + " dump hall-2-TCP-SERVER-30001 --count 3 --seconds 5"_s));
-        QVERIFY(dump.waitForFinished());
-        QCOMPARE(dump.exitCode(), 0);
-        QCOMPARE(dump.readAllStandardOutput().count('\n'), 3);
+        QCOMPARE(scan.err.count("\"event\":\"stored\""), 6);
+        QCOMPARE(scan.err.count("\"event\":\"notStored\""), expected.size() - 6);
+        QCOMPARE(run(QStringLiteral(CIM_CIMCTL " dump hall-2-TCP-SERVER-30001 --count 3 --seconds 5")).out.count('\n'),
+                 3);
     }
 };
 

@@ -3,8 +3,6 @@
 
 #include <QElapsedTimer>
 #include <QNetworkDatagram>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QUdpSocket>
 
 using namespace vexmor::Test;
@@ -38,12 +36,9 @@ struct SPlainHost {
 };
 
 struct SGateway {
-    SGateway(CSimBus& bus, const SSimFaults& faults = {}) : gateway(bus)
-    {
-        gateway.setFaults(faults);
-        listenOn(gateway);
-    }
-    CSimGateway gateway;
+    SGateway() { listenOn(gateway); }
+    CSimBus bus;
+    CSimGateway gateway{bus};
 };
 } // namespace
 
@@ -68,8 +63,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, request);
         QFETCH(QByteArray, reply);
-        CSimBus bus;
-        SGateway one(bus);
+        SGateway one;
         SPlainHost host(one.gateway.port());
         QCOMPARE(host.ask(request, reply.size()).toHex(), reply.toHex());
         QUdpSocket udp;
@@ -81,8 +75,7 @@ private Q_SLOTS:
 
     void onlySoManyHostsAreServed()
     {
-        CSimBus bus;
-        SGateway one(bus);
+        SGateway one;
         auto first = std::make_unique<SPlainHost>(one.gateway.port());
         QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
         QVERIFY(!SPlainHost(one.gateway.port()).connected);
@@ -108,31 +101,27 @@ private Q_SLOTS:
     }
     void misbehaves()
     {
-        QFETCH(Change, change);
         QFETCH(QByteArray, bytes);
-        CSimBus bus;
         SSimFaults faults;
-        change(faults);
-        SGateway one(bus, faults);
+        cell<Change>("change")(faults);
+        SGateway one;
+        one.gateway.setFaults(faults);
         SPlainHost host(one.gateway.port());
         QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
-        bus.send(message(0x123, hex("4455")));
-        QFETCH(int, first);
-        QTRY_COMPARE(host.socket.bytesAvailable(), qint64(first));
-        bus.send(message(0x123, hex("4455")));
+        one.bus.send(message(0x123, hex("4455")));
+        QTRY_COMPARE(host.socket.bytesAvailable(), qint64(cell<int>("first")));
+        one.bus.send(message(0x123, hex("4455")));
         QCOMPARE(host.read(qMax(bytes.size(), 1)).toHex(), bytes.toHex());
     }
 
     void everyRoundOfALoopTakesItsTime()
     {
         const QTemporaryDir folder;
-        QFile log(folder.filePath("a.log"_s));
-        QVERIFY(log.open(QIODevice::WriteOnly) && log.write("(1.00) can0 123#\n(1.05) can0 124#\n") > 0);
-        log.close();
+        const QString log = writeFile(folder, "(1.00) can0 123#\n(1.05) can0 124#\n");
         CSimBus bus;
         CSimReplay replay(bus);
         QString error;
-        QVERIFY2(replay.open(log.fileName(), 1, true, error), qPrintable(error));
+        QVERIFY2(replay.open(log, 1, true, error), qPrintable(error));
         QElapsedTimer clock;
         clock.start();
         replay.start();
@@ -142,29 +131,26 @@ private Q_SLOTS:
 
     void badOptionsGiveOneLine_data()
     {
-        QTest::addColumn<int>("exitCode");
+        const auto row = columns<int>("exitCode");
         QVERIFY(m_server.listen(QHostAddress(QHostAddress::LocalHost)));
-        QTest::newRow(qPrintable("--port %1 # taken"_s.arg(m_server.serverPort()))) << 1;
-        QTest::newRow("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null") << 2;
+        row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
+        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null", 2);
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
-            QTest::newRow(output) << 1;
+            row(output, 1);
         }
         for (const char* options :
              {"--seconds nan", "--port 70000", "--port x", "--nonsense", "--baud 33", "--replay /nonexistent",
               "--mac 01:02", "--firmware 2", "--status 256", "--garbage 1g", "--address 300.1.1.1", "--gateways 0",
               "--port 65535 --gateways 2", "--replay /dev/null", "--endpoint tcp", "--endpoint tcp-server:70000",
               "--detect-port 0"}) {
-            QTest::newRow(options) << 2;
+            row(options, 2);
         }
     }
     void badOptionsGiveOneLine()
     {
-        QProcess program;
-        program.start("bash"_s, {"-c"_s, QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName())});
-        QVERIFY(program.waitForFinished());
-        QTEST(program.exitCode(), "exitCode");
-        const QByteArray text = program.readAllStandardError();
-        QVERIFY2(text.startsWith("t93sim: ") && text.count('\n') == 1, text.constData());
+        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName()));
+        QTEST(outcome.exitCode, "exitCode");
+        QVERIFY2(outcome.err.startsWith("t93sim: ") && outcome.err.count('\n') == 1, outcome.err.constData());
     }
 
 private:
