@@ -1,23 +1,15 @@
 #pragma once
 
 #include <QCoreApplication>
-#include <QSettings>
-#include <QTemporaryDir>
 
 namespace vexmor::Bench
 {
 
-/// The application object of a host, with settings of its own, so that nobody's stored interfaces are touched.
+/// The application object of a host, wherever in a program it is needed.
 class CHostApplication
 {
 public:
-    explicit CHostApplication(const char* name) : m_application(m_argumentCount, m_arguments)
-    {
-        QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-        QCoreApplication::setApplicationName(QString::fromLatin1(name));
-        QSettings::setDefaultFormat(QSettings::IniFormat);
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_settings.path());
-    }
+    CHostApplication() : m_application(m_argumentCount, m_arguments) {}
 
 private:
     // Qt keeps references to these.
@@ -25,7 +17,6 @@ private:
     char m_program[6] = "bench";
     char* m_arguments[2] = {m_program, nullptr};
     const QCoreApplication m_application;
-    const QTemporaryDir m_settings;
 };
 
 } // namespace vexmor::Bench

@@ -172,7 +172,6 @@ int main(int argc, char** argv)
         return 0;
     }
     QCoreApplication application(argc, argv);
-    const CPrivateSettings settings;
     const int cycles = argc > 1 ? std::max(std::atoi(argv[1]), 10) : 10000;
     try {
         std::printf("| what the host does | figures | as promised |\n|---|---|---|\n");

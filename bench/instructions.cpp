@@ -98,7 +98,7 @@ void run(const std::string& what)
 
 int main(int argc, char** argv)
 {
-    const CHostApplication application("instructions");
+    const CHostApplication application;
     try {
         run(argc > 1 ? argv[1] : "");
     } catch (const std::exception& error) {

@@ -7,7 +7,6 @@
 #include "bench/virtualCable.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QThread>
 
 #include <cstdio>
@@ -122,10 +121,7 @@ public:
             }
         });
         if (isSilent) {
-            QSettings settings;
-            settings.setValue(QStringLiteral("CanInterfaces/bench/BusloadPollTime"), 600000);
-            settings.sync();
-            m_link.canInterface().loadSettings(QString());
+            m_link.canInterface().setProperty("BusloadPollTime", 600000);
         }
         m_link.open();
         m_reader.start(1);
@@ -333,7 +329,6 @@ int main(int argc, char** argv)
         return std::getenv("CI") == nullptr ? 77 : 1;
     }
     QCoreApplication application(argc, argv);
-    const CPrivateSettings settings;
     const char* const only = argc > 1 ? argv[1] : "";
     int failed = 0;
     try {

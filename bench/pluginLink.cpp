@@ -5,7 +5,6 @@
 
 #include <QCoreApplication>
 #include <QPluginLoader>
-#include <QSettings>
 
 #include <stdexcept>
 
@@ -13,9 +12,6 @@ namespace vexmor::Bench
 {
 namespace
 {
-const QString UNIQUE_NAME = QStringLiteral("bench");
-const QString GROUP = QStringLiteral("CanInterfaces");
-
 Cim::CCanInterfacePlugin& plugin()
 {
     static QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
@@ -43,21 +39,11 @@ Cim::CCanMessage messageOf(const SMessage& message)
 CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port, bool bindAny, const QString& address)
     : m_interface(plugin().createInterface())
 {
-    // The protocol is a parameter that hosts set through the settings.
-    QSettings settings;
-    settings.beginGroup(GROUP);
-    settings.beginGroup(UNIQUE_NAME);
-    settings.setValue(QStringLiteral("Protocol"),
-                      protocol == EProtocol::eTcp ? QStringLiteral("TCP") : QStringLiteral("UDP"));
-    settings.setValue(QStringLiteral("IP-Address"), address);
-    settings.setValue(QStringLiteral("Port"), port);
-    settings.setValue(QStringLiteral("CanBaudrate"), 1000);
-    settings.setValue(QStringLiteral("UdpBindAnyIp"), bindAny ? 1 : 0);
-    settings.sync();
-    Cim::CCommonInfo info = m_interface->commonInfo();
-    info.setUniqueName(UNIQUE_NAME);
-    check(m_interface->setCommonInfo(info), *m_interface);
-    check(m_interface->loadSettings(GROUP), *m_interface);
+    m_interface->setProperty("Protocol", QLatin1String(protocol == EProtocol::eTcp ? "TCP" : "UDP"));
+    m_interface->setProperty("IPAddress", address);
+    m_interface->setProperty("Port", port);
+    m_interface->setProperty("CanBaudrate", 1000);
+    m_interface->setProperty("UdpBindAnyIp", bindAny);
 }
 
 void CPluginLink::open()

@@ -180,7 +180,7 @@ SReceived receiveWithPlugin(std::uint16_t port, int gateways)
 
 SReceived receiveWithQt(EReceiver receiver, std::uint16_t port, int gateways)
 {
-    const CHostApplication application("scale");
+    const CHostApplication application;
     return receiver == EReceiver::ePlugin ? receiveWithPlugin(port, gateways) : receiveWithQTcpSockets(port, gateways);
 }
 } // namespace

@@ -1,8 +1,6 @@
 #include "bench/resources.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QSettings>
 
 #include <malloc.h>
 #include <unistd.h>
@@ -27,15 +25,6 @@ SResources resources()
     result.descriptors =
         QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
     return result;
-}
-
-CPrivateSettings::CPrivateSettings()
-    : m_directory((QDir(QStringLiteral("/dev/shm")).exists() ? QStringLiteral("/dev/shm") : QDir::tempPath()) +
-                  QStringLiteral("/cim-XXXXXX"))
-{
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_directory.path());
-    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-    QCoreApplication::setApplicationName(QStringLiteral("bench"));
 }
 
 } // namespace vexmor::Bench

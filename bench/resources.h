@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QTemporaryDir>
-
 namespace vexmor::Bench
 {
 
@@ -12,15 +10,5 @@ struct SResources {
     int descriptors = 0;
 };
 SResources resources();
-
-/// For its lifetime, which is that of the program: a settings store of its own, in memory.
-class CPrivateSettings
-{
-public:
-    CPrivateSettings();
-
-private:
-    QTemporaryDir m_directory;
-};
 
 } // namespace vexmor::Bench

@@ -162,7 +162,6 @@ int main(int argc, char** argv)
         return 0;
     }
     QCoreApplication application(argc, argv);
-    const CPrivateSettings settings;
     try {
         return soak(argc > 1 ? std::atof(argv[1]) : 60, argc > 2 ? std::atoi(argv[2]) : 5000,
                     argc > 3 ? std::atoi(argv[3]) : 10);

@@ -353,7 +353,7 @@ int main(int argc, char** argv)
     setenv("TZ", "UTC", 0);
     setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // it tells that it is no server
     std::signal(SIGPIPE, SIG_IGN);                      // a peer that failed is told by what it did not answer
-    const CHostApplication application("throughput");
+    const CHostApplication application;
     try {
         run();
     } catch (const std::exception& error) {

@@ -1,6 +1,6 @@
 #include "sim/simBus.h"
 
-#include "InterfaceT93/busload.h"
+#include "InterfaceT93/busloadMeter.h"
 
 namespace vexmor::Sim
 {

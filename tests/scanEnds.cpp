@@ -9,11 +9,15 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QPluginLoader>
+#include <QProcess>
 #include <QSemaphore>
+#include <QThread>
 #include <QTimer>
 
 #include <atomic>
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 using namespace vexmor;
@@ -27,6 +31,9 @@ constexpr int OWN_THREADS = 2; // the sanitizer has one
 constexpr int OWN_THREADS = 1;
 #endif
 constexpr int END_LIMIT_MS = 5000; // a scan that is not cut short takes longer
+constexpr int BEGINNINGS = 30;     // programs that end at another moment of the scan's beginning each
+constexpr int BEGINNING_STEP_US = 30;
+constexpr int ENDED_AS_TOLD = 7;
 
 QPluginLoader* s_loader = nullptr;
 QByteArray s_way;
@@ -102,11 +109,25 @@ void onLogLine(int, const char*, int, const char* format, ...)
         s_goOn.acquire();
     }
 }
+
+/// Each in a program of its own: "exit" is told how long after the start of the scan.
+int endAtTheBeginning(const QString& program)
+{
+    for (int i = 0; i < BEGINNINGS; ++i) {
+        const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
+        check(QProcess::execute(program, arguments) == ENDED_AS_TOLD, "a program that ends while a scan begins");
+    }
+    return 0;
+}
+
 int run(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
     s_way = argv[1];
+    if (std::strcmp(argv[2], "beginning") == 0) {
+        return endAtTheBeginning(app.applicationFilePath());
+    }
     const bool whileSending = std::strcmp(argv[2], "sending") == 0;
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
     loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
@@ -120,6 +141,10 @@ int run(int argc, char** argv)
     CoreLib::Logging::setVxLoggingLevel(20);
     CoreLib::Logging::setVxLoggingHandler(onLogLine);
     check(plugin->scanInterfaces() == 0, "the scan starts");
+    if (std::isdigit(argv[2][0])) {
+        QThread::usleep(std::strtoul(argv[2], nullptr, 10));
+        std::exit(ENDED_AS_TOLD);
+    }
     QTimer look; // not by an event from the scan thread: a thread sanitizer would not know that it orders anything
     QObject::connect(&look, &QTimer::timeout, [&look] {
         if (s_isThere) {

@@ -5,17 +5,26 @@
 #include "InterfaceT93/interfaceT93.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
+#include "cim/resultCodes.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 #include "testData.h"
 
 #include <QPluginLoader>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 
+#include <chrono>
 #include <memory>
+#include <mutex>
+#include <thread>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace vexmor::Test
 {
@@ -49,6 +58,12 @@ inline CInterfaceT93& driver(CCanInterface& can)
 }
 
 using Protocol = CCommonInfo::EProtocolType;
+
+/// Of a row called TCP or UDP.
+inline Protocol rowProtocol()
+{
+    return rowName() == "UDP" ? CCommonInfo::eProtocolUdp : CCommonInfo::eProtocolTcp;
+}
 
 /// Changes the configuration of an interface, open or closed.
 template <typename Change>
@@ -174,6 +189,67 @@ private:
 public:
     std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
+};
+
+/// A gateway that only reads, from when it is told to until the host has closed: slowly, into a small buffer, and in a
+/// thread of its own, which needs no event loop.
+class CSlowGateway
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    CSlowGateway()
+    {
+        m_server.listen(QHostAddress(QHostAddress::LocalHost));
+        m_server.pauseAccepting();
+        const int size = 4096;
+        ::setsockopt(listener(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+        m_thread = std::thread([this] { read(); });
+    }
+    ~CSlowGateway()
+    {
+        startReading();
+        ::shutdown(listener(), SHUT_RDWR); // no host may have come
+        m_thread.join();
+    }
+    std::uint16_t port() const { return m_server.serverPort(); }
+    void startReading() { m_start.release(); }
+    QByteArray received()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_received;
+    }
+    Clock::time_point firstByteAt()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_firstByteAt;
+    }
+
+private:
+    int listener() const { return static_cast<int>(m_server.socketDescriptor()); }
+    void read()
+    {
+        pollfd connection{listener(), POLLIN, 0}; // Qt's own waiting is for the thread that made the server
+        ::poll(&connection, 1, -1);
+        const int link = ::accept(listener(), nullptr, nullptr);
+        m_start.acquire();
+        char bytes[2048];
+        for (ssize_t count = 0; (count = ::recv(link, bytes, sizeof bytes, 0)) > 0;) {
+            {
+                const std::lock_guard lock(m_mutex);
+                m_firstByteAt = m_received.isEmpty() ? Clock::now() : m_firstByteAt;
+                m_received.append(bytes, static_cast<int>(count));
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        ::close(link);
+    }
+    QTcpServer m_server;
+    QSemaphore m_start;
+    std::mutex m_mutex;
+    QByteArray m_received;
+    Clock::time_point m_firstByteAt;
+    std::thread m_thread;
 };
 
 } // namespace vexmor::Test

@@ -53,6 +53,21 @@ auto columns(Names... names)
         [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
 }
 
+/// Makes a data table whose rows are their names alone.
+inline void rows(std::initializer_list<const char*> names)
+{
+    QTest::addColumn<bool>("none");
+    for (const char* name : names) {
+        QTest::newRow(name) << true;
+    }
+}
+
+/// The name of the row that runs.
+inline QByteArray rowName()
+{
+    return QTest::currentDataTag();
+}
+
 /// While it exists, settings are stored in a folder of its own.
 class CPrivateStore
 {

@@ -99,26 +99,33 @@ private Q_SLOTS:
 
     void spyHandlerProcessesEvents()
     {
-        // With each datagram of a turn another one comes, until the turn ends by their number.
-        constexpr int WAITING = 100;
-        constexpr int MORE = 600;
-        SOpenInterface host(CCommonInfo::eProtocolUdp);
+        // Frames cut over datagrams; with each few of them another datagram comes, until a turn ends by their number.
+        constexpr int FRAMES = 0x7FF;
+        constexpr int SIZE = 33; // 4 frames and most of a fifth
+        QByteArray stream;
+        QList<CCanMessage> sent;
+        for (std::uint16_t id = 0; id < FRAMES; ++id) {
+            sent.append(message(id));
+            stream += frame(0x00, QByteArray().append(char(id >> 8)).append(char(id)));
+        }
+        SSimIdentity identity;
+        identity.measuresBusload = false; // no reply comes between
+        SOpenInterface host(CCommonInfo::eProtocolUdp, identity);
+        QVERIFY(host.isAllHeard());
         host.can->setSpyHandler(spy);
-        int sent = 0;
-        const auto sendOne = [&] { host.bus.send(message(++sent)); };
+        const auto sendOne = [&] { host.gateway.sendRaw(stream.left(SIZE)), stream.remove(0, SIZE); };
+        int shown = 0;
         std::function<void()> go = [&] {
-            if (sent < WAITING + MORE) {
-                sendOne();
-                s_act = go;
-            }
+            ++shown % 4 == 0 ? sendOne() : void();
+            s_act = shown < FRAMES ? go : nullptr;
             QCoreApplication::processEvents();
         };
         s_act = go;
-        while (sent < WAITING) {
+        for (int waiting = 0; waiting < 100; ++waiting) {
             sendOne();
         }
-        QCOMPARE(host.receive(WAITING + MORE).size(), WAITING + MORE);
-        sendOne();
+        QVERIFY(host.receive(FRAMES) == sent);
+        host.bus.send(message(1)); // it still hears
         QCOMPARE(host.receive(1).size(), 1);
     }
 
@@ -149,7 +156,7 @@ private Q_SLOTS:
     }
     void hostActsWhileItOpens()
     {
-        const QByteArray act = QTest::currentDataTag();
+        const QByteArray act = rowName();
         CRawGateway gateway;
         auto can = makeInterface(gateway.port());
         CCanInterface* const interface = can.get();

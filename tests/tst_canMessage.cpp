@@ -83,6 +83,8 @@ private Q_SLOTS:
         row("offset that wraps to 1", "", [](CCanMessage& m) { return m.setData(0xFFFFFFFF, 2, s_bytes); });
         row("count that wraps to 0", "", [](CCanMessage& m) { return m.setData(4, 0xFFFFFFFC, s_bytes); });
         row("null", "", [](CCanMessage& m) { return m.setData(0, 1, nullptr); });
+        row("own bytes, moved by one", "8 1010111213141516",
+            [](CCanMessage& m) { return m.setData(1, 7, const_cast<unsigned char*>(m.data())); });
     }
     void changes()
     {

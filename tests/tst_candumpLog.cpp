@@ -27,7 +27,7 @@ private Q_SLOTS:
     }
     void frames()
     {
-        const QByteArray text = QTest::currentDataTag();
+        const QByteArray text = rowName();
         QFETCH(QByteArray, formatted);
         CCanMessage message;
         QString error;
@@ -56,7 +56,7 @@ private Q_SLOTS:
     {
         SLogEntry entry;
         QString error;
-        const ELine result = parseLogLine(QTest::currentDataTag(), entry, error);
+        const ELine result = parseLogLine(rowName(), entry, error);
         QTEST(int(result), "result");
         if (result == ELine::eFrame) {
             QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));

@@ -1,7 +1,8 @@
 #include "cim/canInterface.h"
+#include "cim/canInterfacePlugin.h"
 #include "testData.h"
 
-#include <QPluginLoader>
+#include <cstring>
 
 using namespace vexmor::Cim;
 using namespace vexmor::Test;
@@ -13,6 +14,18 @@ Q_DECLARE_METATYPE(Change)
 namespace
 {
 const QString OTHER = "other"_s;
+
+/// Whether virtual operations stand one behind the other in the table of their class.
+template <typename... Operations>
+bool standInARow(std::size_t first, Operations... operations)
+{
+    const auto placeOf = [](auto operation) {
+        std::size_t bytes = 0;
+        std::memcpy(&bytes, &operation, sizeof bytes);
+        return bytes / sizeof(void*);
+    };
+    return ((placeOf(operations) == first++) && ...);
+}
 
 /// No more than what every interface has from the contract: no plugin object was ever made in this program.
 struct SBareInterface : CCanInterface {
@@ -36,7 +49,7 @@ struct SBareInterface : CCanInterface {
 } // namespace
 
 /// What the contract has without a plugin: the description of an interface (port texts, what is compared, what is
-/// stored), the common texts, and what a host reads of the library before it loads it.
+/// stored), the common texts, and the order of the operations.
 class CommonInfoTest : public QObject
 {
     Q_OBJECT
@@ -51,9 +64,17 @@ private Q_SLOTS:
         QVERIFY(can.commonErrorCodeToString(11).isEmpty() && can.commonErrorCodeToString(-1).isEmpty());
     }
 
-    void libraryIsOfReleaseHosts()
+    void operationsKeepTheirPlaces() // by which host and plugin, built apart, call each other
     {
-        QCOMPARE(QPluginLoader(QStringLiteral(CIM_PLUGIN_FILE)).metaData()["debug"_s], QJsonValue(false));
+        using I = CCanInterface;
+        using P = CCanInterfacePlugin;
+        QVERIFY(standInARow(12, &I::clone, &I::resetCommunication, &I::openCommunication, &I::closeCommunication,
+                            &I::readMessage, &I::writeMessage, &I::busload, &I::errorCodeToString,
+                            &I::interfaceErrorToString, &I::isOpened, &I::baudrate, &I::setBaudrate, &I::loadSettings,
+                            &I::saveSettings, &I::configure, &I::interfaceType, &I::setSpyHandler, &I::commonInfo,
+                            &I::setCommonInfo, &I::commonErrorCodeToString)); // behind those of QObject
+        QVERIFY(standInARow(2, &P::pluginName, &P::pluginId, &P::interfaceType, &P::createInterface, &P::addScanAddress,
+                            &P::removeScanAddress, &P::scanAddresses, &P::scanInterfaces)); // behind the destructor
     }
 
     void portTextsAreBuilt()
@@ -82,7 +103,7 @@ private Q_SLOTS:
     void portTextsAreTakenApart()
     {
         QFETCH(QString, parts);
-        const QString text = QString::fromLatin1(QTest::currentDataTag());
+        const QString text = QString::fromLatin1(rowName());
         CCommonInfo info;
         info.setPort(text);
         QCOMPARE(info.isComPort(), text.startsWith("COM="_s));
@@ -100,6 +121,26 @@ private Q_SLOTS:
         QCOMPARE(found, parts);
         QCOMPARE(info.ipAddress(address2, port2), parts.startsWith("ip"_s));
         QVERIFY(address2 == address && port2 == port);
+    }
+
+    void settingsGroups_data()
+    {
+        const auto row = columns<QString, QString>("name", "group");
+        for (const char* same : {"Rig 50%", "100%", "%", "%g0", "%0", "größe", "a\nb\x01\x7f", "[x]=\";", ""}) {
+            row(same, QString::fromUtf8(same), QString::fromUtf8(same));
+        }
+        row("slashes", "a/b\\c"_s, "a%2Fb%5Cc"_s);
+        row("looks encoded", "%2F%5c"_s, "%252F%255c"_s);
+        row("two digits behind", "50%25"_s, "50%2525"_s);
+        row("percent twice", "%%41"_s, "%%2541"_s);
+    }
+    void settingsGroups() // no name reaches into another group, and no two share one
+    {
+        QFETCH(QString, name);
+        CCommonInfo info;
+        info.setUniqueName(name);
+        QTEST(info.settingsGroup(), "group");
+        QCOMPARE(CCommonInfo::uniqueNameOfSettingsGroup(info.settingsGroup()), name);
     }
 
     void fields_data()

@@ -122,13 +122,13 @@ private Q_SLOTS:
         row("everything else", "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|1"_s,
             "hall|CLIENT|UDP|10.0.0.5|true|1|10.9.0.1|true|1000|100|3000"_s,
             "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|0"_s);
-        row("unknown and too small", "|Invalid|NA|10.0.0.5|0|0|0.0.0.0|0|33|50|5|0"_s,
-            "|CLIENT|TCP|10.0.0.5|false|0|0.0.0.0|false||100|100"_s,
-            "|CLIENT|TCP|10.0.0.5|0|0|0.0.0.0|0|100|100|100|0"_s);
+        row("unknown and too small", "|Invalid|NA|10.0.0.5|1|0|0.0.0.0|0|33|50|5|0"_s,
+            "|CLIENT|TCP|10.0.0.5|true|0|0.0.0.0|false||100|100"_s,
+            "|CLIENT|TCP|10.0.0.5|1|0|0.0.0.0|0|100|100|100|0"_s);
         const QString cut = "123456789 123456789 12345678"_s;
-        row("too large and too long", cut + "9|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|4294967295|5000|0"_s,
-            cut + "|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|false|50|3000|3000"_s,
-            cut + "|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|0|50|3000|3000|0"_s);
+        row("too large and too long", cut + "9|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|1|50|4294967295|5000|0"_s,
+            cut + "|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|true|50|3000|3000"_s,
+            cut + "|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|1|50|3000|3000|0"_s);
     }
     void showsAndReturns()
     {
@@ -212,7 +212,7 @@ private Q_SLOTS:
     }
     void checksWhatIsTyped()
     {
-        const QStringList typed = list(QString::fromLatin1(QTest::currentDataTag()), '|');
+        const QStringList typed = list(QString::fromLatin1(rowName()), '|');
         QFETCH(QString, warning);
         const std::function<void(const SDialog&)> waysOut[] = {
             [](const SDialog& user) { user.press(QDialogButtonBox::Cancel); },

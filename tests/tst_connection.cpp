@@ -1,19 +1,20 @@
+#include "deafPort.h"
 #include "t93Fixture.h"
 
+#include <QFile>
 #include <QNetworkDatagram>
+#include <QRegularExpression>
 #include <QUdpSocket>
-
-#include <sys/socket.h>
 
 using namespace vexmor::Test;
 
 namespace
 {
-// The requests after a connection, as they stand on the wire.
+// The requests after a connection, as they stand on the wire, and half a frame.
 const QByteArray START_UP = hex("430144060d 430141030d 4303a403e80f0d"); // MAC address, version, interval of 1000 ms
 const QByteArray RESET_REQUEST = hex("4301 c082 0d");
 const QByteArray BAUDRATE_500 = hex("4302 5705 13 0d");
-
+const QByteArray HALF = hex("430b00");
 } // namespace
 
 /// Opening, closing, resetting, losing and regaining a connection.
@@ -22,37 +23,87 @@ class ConnectionTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void startUpStandsOnTheWire()
+    void resetStandsOnTheWire()
     {
         CRawGateway gateway;
         const auto can = makeInterface(gateway.port());
         QCOMPARE(can->openCommunication(), 0);
-        QVERIFY(isConnected(*can));
-        const QByteArray opening = START_UP + BAUDRATE_500;
-        QCOMPARE(gateway.waitFor(opening.size()).toHex(), opening.toHex());
+        QVERIFY(isConnected(*can) && gateway.waitFor(START_UP.size() + 6).startsWith(START_UP));
         gateway.received.clear();
-        gateway.link->write(frame(0x00, hex("0444")) + hex("430b00")); // half a frame, forgotten by the reset
+        gateway.link->write(frame(0x00, hex("0444")) + HALF); // forgotten by the reset
         QVERIFY(QTest::qWaitFor([&] { return unread(*can).size() == 1; }));
         QCOMPARE(can->resetCommunication(1), 0);
         QCOMPARE(gateway.waitFor((RESET_REQUEST + START_UP).size()).toHex(), (RESET_REQUEST + START_UP).toHex());
         gateway.link->write(frame(0x00, hex("0123")));
         QVERIFY(QTest::qWaitFor([&] { return unread(*can).size() == 1; }));
-        gateway.received.clear();
-        QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
-        QCOMPARE(gateway.waitFor(9).toHex(), QByteArray("43050001231122570d"));
         QCOMPARE(can->closeCommunication(), 0);
         QVERIFY(!can->isOpened() && !isConnected(*can));
         QTRY_COMPARE(gateway.link->state(), QAbstractSocket::UnconnectedState);
     }
 
-    void baudrateThatIsUnknownIsReported()
+    void documentShowsTheSameFrames()
     {
+        QFile document(QStringLiteral(CIM_PROTOCOL_DOCUMENT));
+        QVERIFY(document.open(QIODevice::ReadOnly));
+        static const QRegularExpression example("(^    |`)(43( [0-9A-F]{2})+ 0D)"_s,
+                                                QRegularExpression::MultilineOption);
+        QByteArray startUp;
+        int examples = 0;
+        for (auto match = example.globalMatch(QString::fromUtf8(document.readAll())); match.hasNext(); ++examples) {
+            const auto one = match.next();
+            const QByteArray bytes = hex(one.captured(2).toLatin1());
+            QCOMPARE(frame(std::uint8_t(bytes.at(2)), bytes.mid(3, bytes.size() - 5)).toHex(), bytes.toHex());
+            startUp += one.captured(1) == "`"_s ? QByteArray() : bytes;
+        }
+        QCOMPARE(startUp.toHex(), (START_UP + BAUDRATE_500).toHex());
+        QCOMPARE(examples, 4 + 4);
+    }
+
+    void baudrates_data()
+    {
+        // The request in bytes: the simulator takes its codes from the table that the plugin has. Empty: no such rate.
+        const auto row = columns<QByteArray>("request");
+        row("50", hex("43025702140d"));
+        row("100", hex("430257fee80d"));
+        row("125", hex("43025703150d"));
+        row("250", hex("43025704120d"));
+        row("500", BAUDRATE_500);
+        row("1000", hex("43025707110d"));
+        for (const char* unknown : {"0", "-125", "800"}) {
+            row(unknown, {});
+        }
+    }
+    void baudrates()
+    {
+        const int rate = rowName().toInt();
+        QFETCH(QByteArray, request);
         CRawGateway gateway;
         const auto can = makeInterface(gateway.port());
-        configure(*can, [](CConfigParamT93& param) { param.setCanBaudrate(33); });
-        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 33 failed.");
+        can->setBaudrate(1000);
+        if (request.isEmpty()) {
+            QTest::ignoreMessage(QtWarningMsg, qPrintable("Unsupportd baudrate: %1 kbaud"_s.arg(rate)));
+            QTest::ignoreMessage(QtWarningMsg, qPrintable("Setting baudrate to %1 failed."_s.arg(rate)));
+        }
+        QCOMPARE(can->setBaudrate(rate), !request.isEmpty());
+        QCOMPARE(can->baudrate(), request.isEmpty() ? 1000 : rate);
+        configure(*can, [rate](CConfigParamT93& param) { param.setCanBaudrate(unsigned(rate)); }); // as a store may
         QCOMPARE(can->openCommunication(), 0);
-        QCOMPARE(gateway.waitFor(START_UP.size()).toHex(), START_UP.toHex());
+        QVERIFY(!can->setBaudrate(rate == 125 ? 250 : 125)); // while it is open
+        QCOMPARE(can->baudrate(), rate);
+        QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
+        const QByteArray sent = START_UP + request + hex("43050001231122570d");
+        QCOMPARE(gateway.waitFor(sent.size()).toHex(), sent.toHex());
+    }
+
+    void firstRequestWaits() // a gateway drops what comes within 20 ms of the connection
+    {
+        CSlowGateway gateway;
+        gateway.startReading();
+        const auto can = makeInterface(gateway.port());
+        const auto before = CSlowGateway::Clock::now();
+        QCOMPARE(can->openCommunication(), 0);
+        QTRY_VERIFY(!gateway.received().isEmpty());
+        QVERIFY(gateway.firstByteAt() - before >= std::chrono::milliseconds(20));
     }
 
     void secondOpenChangesNothing()
@@ -63,6 +114,7 @@ private Q_SLOTS:
         QCOMPARE(host.can->openCommunication(), 1);
         QCOMPARE(log.lines(), QByteArrayList{"30 InterfaceT93/interfaceT93: openCommunication: already opened!!"});
         QCOMPARE(host.can->writeMessage(message(1)), 0);
+        QTRY_COMPARE(host.atGateway.size(), 1);
         QVERIFY(lost.isEmpty());
     }
 
@@ -94,23 +146,52 @@ private Q_SLOTS:
 
     void openGivesUpAfterASecond()
     {
-        // A listener whose queue of connections is full lets further ones hang.
-        QTcpServer busy;
-        QVERIFY(busy.listen(QHostAddress(QHostAddress::LocalHost)));
-        QCOMPARE(::listen(static_cast<int>(busy.socketDescriptor()), 0), 0);
-        busy.pauseAccepting();
-        QTcpSocket fillers[4];
-        for (QTcpSocket& filler : fillers) {
-            filler.connectToHost(busy.serverAddress(), busy.serverPort());
-            (void)filler.waitForConnected(50);
-        }
-        const auto can = makeInterface(busy.serverPort());
+        const CDeafPort deaf;
+        const auto can = makeInterface(deaf.serverPort());
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^TCP connect timeout, sockErr = \\d+$"_s));
         QElapsedTimer clock;
         clock.start();
         QCOMPARE(can->openCommunication(), 103);
         QVERIFY2(clock.elapsed() >= 1000 && clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(!can->isOpened());
+    }
+
+    void datagramThatTheKernelRefuses_data() { rows({"bound to an address", "bound to any"}); }
+    void datagramThatTheKernelRefuses()
+    {
+        const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // a port that nothing can be sent to
+        configure(*can, [](CConfigParamT93& param) { param.setUdpBindAnyIp(rowName() == "bound to any"); });
+        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 500 failed.");
+        QCOMPARE(can->openCommunication(), 0);
+        QCOMPARE(can->writeMessage(message(0x123)), 108);
+    }
+
+    void nothingIsLostOrOvertaken_data() { rows({"host turns its event loop", "host never turns its event loop"}); }
+    void nothingIsLostOrOvertaken() // under pressure: the gateway reads from the first refusal on
+    {
+        CSlowGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        QCOMPARE(can->openCommunication(), 0);
+        QByteArray accepted = START_UP + BAUDRATE_500;
+        int refused = 0;
+        for (int number = 0; number < 40000; ++number) {
+            const QByteArray data = QByteArray::number(number).rightJustified(8, '0');
+            int code = 108;
+            for (const QDeadlineTimer limit(5000); code == 108 && !limit.hasExpired();) {
+                code = can->writeMessage(message(std::uint16_t(number % 0x800), data));
+                if (code == 108) {
+                    ++refused;
+                    gateway.startReading();
+                    rowName() == "host turns its event loop" ? QCoreApplication::processEvents()
+                                                             : std::this_thread::yield();
+                }
+            }
+            QCOMPARE(code, 0);
+            accepted += frame(0x00, char(number % 0x800 >> 8) + QByteArray(1, char(number)) + data);
+        }
+        QVERIFY(refused > 0);
+        QTRY_COMPARE(gateway.received().size(), accepted.size());
+        QVERIFY(gateway.received() == accepted);
     }
 
     /// up, send, down, send, up: what was sent while it was down must not appear.
@@ -121,8 +202,6 @@ private Q_SLOTS:
         refusing.refuse = true;
         host.gateway.setFaults(refusing);
         QSignalSpy connections(&host.gateway, &CSimGateway::hostConnected);
-        host.gateway.sendRaw(frame(0x00, hex("0444")) + hex("430b00")); // the loss cuts the second frame
-        QCOMPARE(host.receive(1).size(), 1);
         host.gateway.dropLinks();
         QTRY_COMPARE(host.errorNumbers(), QList<int>{0});
         QVERIFY(host.can->isOpened() && !isConnected(*host.can));
@@ -146,6 +225,45 @@ private Q_SLOTS:
         QVERIFY(host.receive(1) == QList<CCanMessage>{message(0x333)});
         QTRY_VERIFY(host.atGateway == QList<CCanMessage>{message(0x222)});
         QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
+    }
+
+    void everyLossIsRegainedAtOnce()
+    {
+        SOpenInterface host;
+        const auto isRegained = [&] { // in half of the time between two attempts
+            const QSignalSpy connected(&host.gateway, &CSimGateway::hostConnected);
+            host.gateway.dropLinks();
+            return QTest::qWaitFor([&] { return !connected.isEmpty(); }, 1500);
+        };
+        QVERIFY(isRegained());
+        QTest::qWait(3500); // the time of that attempt is over
+        QVERIFY(isRegained());
+        host.can->closeCommunication();
+        QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
+        QCOMPARE(host.can->openCommunication(), 0);
+        QTRY_COMPARE(host.gateway.tcpHostCount(), 1);
+        QVERIFY(isRegained()); // the time of the last one is not, but it was before the close
+    }
+
+    void reopenedInterfaceBeginsAnew_data() { rows({"TCP", "UDP"}); }
+    void reopenedInterfaceBeginsAnew()
+    {
+        SOpenInterface host(rowProtocol());
+        QVERIFY(host.settled);
+        SSimFaults mute;
+        mute.mute = true; // so that what it asks stays unanswered, and what comes first is a message
+        host.gateway.setFaults(mute);
+        host.gateway.sendRaw(frame(0x41, hex("00000203")) + frame(0x00, hex("0444")) + frame(0x00, hex("0445")) + HALF);
+        QCOMPARE(host.receive(1).size(), 1);
+        host.can->closeCommunication();
+        host.gateway.dropLinks();
+        QCOMPARE(host.can->openCommunication(), 0);
+        QTRY_COMPARE(host.gateway.tcpHostCount() + host.gateway.udpHostCount(), 1);
+        host.bus.send(message(0x123));
+        host.gateway.sendFrame(RM_CMD_DEVICE_ID, "T93 X SW08.08\x01\x02");
+        QVERIFY(host.isAllHeard());
+        QVERIFY(unread(*host.can) == QList<CCanMessage>{message(0x123)});
+        QCOMPARE(host.can->commonInfo().firmwareVersion(), "1.05"_s);
     }
 
     void gatewayThatClosesAtOnceDoesNotKeepTheHostBusy()
@@ -195,7 +313,7 @@ private Q_SLOTS:
         SOpenInterface host;
         CRawGateway other;
         configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
-        host.gateway.sendRaw(frame(0x00, hex("0444")) + hex("430b00")); // the loss cuts the second frame
+        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts the second frame
         QCOMPARE(host.receive(1).size(), 1);
         host.gateway.dropLinks();
         QTRY_VERIFY(other.link != nullptr);

@@ -10,6 +10,8 @@
 #include <QProcess>
 #include <QUdpSocket>
 
+#include <atomic>
+
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
@@ -18,11 +20,14 @@ using namespace vexmor::Test;
 
 using Addresses = QList<QHostAddress>;
 Q_DECLARE_METATYPE(Addresses)
-using Change = void (*)(SSimDetectionFaults&);
-Q_DECLARE_METATYPE(Change)
+
+extern quintptr qtHookData[]; // of QtCore, for whoever wants to see objects made and deleted
 
 namespace
 {
+enum EHook { OBJECT_MADE = 3, OBJECT_GONE = 4 };
+std::atomic<int> s_objects{0};
+
 const QString FIRST = "10.9.0.1"_s; // of this computer, like 10.9.0.3 and fd09::1
 const QString SECOND_INTERFACE = "10.9.1.1"_s;
 const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // of each log line
@@ -80,22 +85,6 @@ QStringList scan(quint16 port, int waitMs, const Addresses& scanAddresses = {}, 
     return found;
 }
 
-/// A gateway that answers scans.
-struct SFindable {
-    SFindable(quint16 detectPort, const SSimIdentity& identity)
-    {
-        QString error;
-        gateway.setIdentity(identity);
-        if (!gateway.listen(QHostAddress(FIRST), 30000, error) || !detection.listen(detectPort, error)) {
-            qFatal("%s", qPrintable(error));
-        }
-        detection.addGateway(gateway);
-    }
-    CSimBus bus;
-    CSimGateway gateway{bus};
-    CSimDetection detection;
-};
-
 /// Takes the results of the plugin's scans, as a host does.
 class CResult : public QObject
 {
@@ -147,23 +136,28 @@ private Q_SLOTS:
         QFETCH(Addresses, scanAddresses);
         QFETCH(bool, skipLoopback);
         QFETCH(QString, requests);
-        CRecorder recorder;
-        const CLogRecorder log(20);
-        QVERIFY(scan(recorder.port(), 50, scanAddresses, skipLoopback).isEmpty());
         const QStringList expected = list(requests, ',');
-        QVERIFY2(!skipLoopback || recorder.arrivals.size() == expected.size(), "one request a socket and address");
-        for (int i = 0; i < expected.size(); ++i) {
-            const QStringList fields = list(expected.at(i));
-            QVERIFY(recorder.arrivals.at(i).senderAddress().isEqual(QHostAddress(fields.at(0))));
-            QCOMPARE(recorder.arrivals.at(i).data().toHex(), requestBytes(fields.at(1).toInt()).toHex());
-            const qint64 pause = (recorder.microseconds.at(i) - recorder.microseconds.at(qMax(i - 1, 0))) / 1000;
-            QVERIFY2(pause >= fields.at(2).toInt() && pause < fields.at(2).toInt() + 90,
-                     qPrintable("%1: %2 ms"_s.arg(expected.at(i)).arg(pause)));
+        bool isPrompt = false; // once at least: a busy computer makes pauses longer, never shorter
+        for (int round = 0; round < 5 && !isPrompt; ++round) {
+            CRecorder recorder;
+            const CLogRecorder log(20);
+            QVERIFY(scan(recorder.port(), 50, scanAddresses, skipLoopback).isEmpty());
+            QVERIFY2(!skipLoopback || recorder.arrivals.size() == expected.size(), "one request a socket and address");
+            isPrompt = true;
+            for (int i = 0; i < expected.size(); ++i) {
+                const QStringList fields = list(expected.at(i));
+                QVERIFY(recorder.arrivals.at(i).senderAddress().isEqual(QHostAddress(fields.at(0))));
+                QCOMPARE(recorder.arrivals.at(i).data().toHex(), requestBytes(fields.at(1).toInt()).toHex());
+                const qint64 pause = (recorder.microseconds.at(i) - recorder.microseconds.at(qMax(i - 1, 0))) / 1000;
+                QVERIFY2(pause >= fields.at(2).toInt(), qPrintable("%1: %2 ms"_s.arg(expected.at(i)).arg(pause)));
+                isPrompt = isPrompt && pause < fields.at(2).toInt() + 30;
+            }
+            const int last = log.lines().lastIndexOf(UNIT + "IP Address:               10.9.1.1");
+            QCOMPARE(log.lines().at(last - 1), UNIT + "broadcast DDT message for T93 device scan:");
+            QCOMPARE(log.lines().at(last + 1), UNIT + "Subnet-Broadcast Address: 10.9.1.255");
+            QCOMPARE(log.lines().at(last + 2), UNIT + "Using Broadcast Address:  255.255.255.255");
         }
-        const int last = log.lines().lastIndexOf(UNIT + "IP Address:               10.9.1.1");
-        QCOMPARE(log.lines().at(last - 1), UNIT + "broadcast DDT message for T93 device scan:");
-        QCOMPARE(log.lines().at(last + 1), UNIT + "Subnet-Broadcast Address: 10.9.1.255");
-        QCOMPARE(log.lines().at(last + 2), UNIT + "Using Broadcast Address:  255.255.255.255");
+        QVERIFY(isPrompt);
     }
 
     void hostileReplies_data()
@@ -210,45 +204,27 @@ private Q_SLOTS:
                  (UNIT + QByteArray(last).replace("|", '|' + UNIT)).split('|'));
     }
 
-    void simulatorMisbehaves_data()
-    {
-        // The host name as found, and the endpoints by their first letter.
-        const auto row = columns<QString, QString, Change>("hostName", "found", "change");
-        row("not at all", "hall"_s, "TU"_s, [](auto&) {});
-        row("cut", "hall"_s, "T"_s, [](auto& faults) { faults.cutAt = 4 + 64 + 20; });
-        row("255 entries announced", "hall"_s, "TU"_s, [](auto& faults) { faults.entryCount = 255; });
-        row("no end", "hallxxxxxxxxxxxxxxxxxxxxxxxx"_s, "TU"_s, [](auto& faults) { faults.nameWithoutEnd = true; });
-        row("no UTF-8", "\uFFFD\uFFFDhall"_s, "TU"_s, [](auto& faults) { faults.nameNoUtf8 = true; });
-        row("twice", "hall"_s, "TUTU"_s, [](auto& faults) { faults.repeat = 2; });
-        row("too late", "hall"_s, ""_s, [](auto& faults) { faults.delayMs = 900; });
-    }
-    void simulatorMisbehaves()
-    {
-        QFETCH(Change, change);
-        QFETCH(QString, hostName);
-        QFETCH(QString, found);
-        const quint16 port = CRecorder().port(); // one that is free
-        SSimIdentity identity;
-        identity.hostName = "hall";
-        identity.endpoints = {{2, 0, 0}, {1, 1, 30001}};
-        SFindable one(port, identity);
-        SSimDetectionFaults faults;
-        change(faults);
-        one.detection.setFaults(faults);
-        QStringList names;
-        for (const QChar letter : std::as_const(found)) {
-            names.append(hostName + (letter == QLatin1Char('T') ? "-TCP-SERVER-30000"_s : "-UDP-CLIENT-30001"_s));
-        }
-        QCOMPARE(scan(port, 400), names);
-    }
-
     void pluginFindsGateways()
     {
         SSimIdentity identity;
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
-        const SFindable one(DDT_PORT, identity);
-        CResult result;
+        CSimBus bus;
+        CSimGateway gateway(bus);
+        CSimDetection detection;
+        gateway.setIdentity(identity);
+        QString error;
+        QVERIFY(gateway.listen(QHostAddress(FIRST), 30000, error) && detection.listen(DDT_PORT, error));
+        detection.addGateway(gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
+        // What a scan finds for nobody goes with it.
+        qtHookData[OBJECT_MADE] = reinterpret_cast<quintptr>(+[](QObject*) { ++s_objects; });
+        qtHookData[OBJECT_GONE] = reinterpret_cast<quintptr>(+[](QObject*) { --s_objects; });
+        QCOMPARE(plugin().scanInterfaces(), 0);
+        QVERIFY(s_objects > 0);
+        QTRY_COMPARE_WITH_TIMEOUT(s_objects, 0, 10000);
+        qtHookData[OBJECT_MADE] = qtHookData[OBJECT_GONE] = 0;
+
+        CResult result;
         connect(object, SIGNAL(interfaceScanFinished(int, QList<CCanInterface*>)), &result,
                 SLOT(take(int, QList<CCanInterface*>)));
         QElapsedTimer clock;

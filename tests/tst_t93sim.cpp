@@ -79,19 +79,6 @@ private Q_SLOTS:
         QCOMPARE(udp.receiveDatagram().data().toHex(), reply.toHex());
     }
 
-    void gatewaysShareTheirBus()
-    {
-        CSimBus bus;
-        SGateway one(bus);
-        SGateway two(bus);
-        SPlainHost first(one.gateway.port());
-        SPlainHost second(two.gateway.port());
-        QTRY_VERIFY(one.gateway.tcpHostCount() == 1 && two.gateway.tcpHostCount() == 1);
-        QCOMPARE(first.ask(GOOD, GOOD.size()), QByteArray()); // not back to its sender
-        QCOMPARE(second.read(GOOD.size()).toHex(), GOOD.toHex());
-        QCOMPARE(bus.bitCount(), std::uint64_t(46 + 16));
-    }
-
     void onlySoManyHostsAreServed()
     {
         CSimBus bus;
@@ -173,7 +160,7 @@ private Q_SLOTS:
     void badOptionsGiveOneLine()
     {
         QProcess program;
-        program.start("bash"_s, {"-c"_s, QStringLiteral(CIM_T93SIM " ") + QLatin1String(QTest::currentDataTag())});
+        program.start("bash"_s, {"-c"_s, QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName())});
         QVERIFY(program.waitForFinished());
         QTEST(program.exitCode(), "exitCode");
         const QByteArray text = program.readAllStandardError();

@@ -1,9 +1,23 @@
 #include "t93Fixture.h"
 
+#include <QTranslator>
+
 #include <atomic>
 #include <thread>
 
 using namespace vexmor::Test;
+
+namespace
+{
+/// A language in which everything is shouted.
+struct SShout : QTranslator {
+    bool isEmpty() const override { return false; }
+    QString translate(const char*, const char* text, const char*, int) const override
+    {
+        return QString::fromLatin1(text).toUpper();
+    }
+};
+} // namespace
 
 /// Another thread reads messages while the owner of the interface receives, closes, reopens and changes its queue.
 class ThreadsTest : public QObject
@@ -49,6 +63,34 @@ private Q_SLOTS:
         QVERIFY(ok);
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(taken.load(), ROUNDS * 500);
+    }
+
+    void textsWhileTheLanguageChanges()
+    {
+        constexpr int CHANGES = 40000;
+        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
+        const auto texts = [&can] {
+            return QStringList{can->errorCodeToString(4), can->errorCodeToString(103), can->interfaceErrorToString(0)};
+        };
+        const QStringList quiet = texts();
+        std::atomic<bool> stop{false};
+        std::atomic<int> wrong{0};
+        std::thread asker([&] {
+            while (!stop) {
+                const QStringList now = texts();
+                for (int i = 0; i < quiet.size(); ++i) {
+                    wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
+                }
+            }
+        });
+        SShout shout;
+        for (int i = 0; i < CHANGES; ++i) {
+            i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
+        }
+        stop = true;
+        asker.join();
+        QCOMPARE(wrong.load(), 0);
+        QCOMPARE(texts(), quiet);
     }
 };
 

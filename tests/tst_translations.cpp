@@ -52,7 +52,7 @@ private Q_SLOTS:
     {
         QFETCH(bool, isGerman);
         QProcessEnvironment environment;
-        for (const QString& variable : list(QString::fromLatin1(QTest::currentDataTag()))) {
+        for (const QString& variable : list(QString::fromLatin1(rowName()))) {
             environment.insert(variable.section(QLatin1Char('='), 0, 0), variable.section(QLatin1Char('='), 1));
         }
         QProcess cimctl;

@@ -4,6 +4,7 @@
 #include "apps/common/interfaceStore.h"
 #include "candump/candumpLog.h"
 #include "cim/canInterfacePlugin.h"
+#include "cim/resultCodes.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -24,7 +25,6 @@ constexpr int LOAD_SETTLE_MS = 1500; ///< longer than the measuring interval and
 constexpr int LOAD_MEASURE_MS = 1000;
 constexpr int LOAD_TOLERANCE = 3; ///< percent points
 constexpr int RECONNECT_LIMIT_MS = 8000;
-constexpr int CODE_NO_CONNECTION = 109;
 constexpr int ERROR_CONNECTION_LOST = 0;
 constexpr std::uint16_t OUTAGE_ID = 0x7DE;
 
@@ -227,9 +227,9 @@ void CDemoRun::loseLink()
                          .arg(m_stage.lastError()));
 
     const int code = m_stage.session().send(Cim::CCanMessage(Cim::CCanId::fromValue(OUTAGE_ID), 0, nullptr));
-    m_narrator.check(code == CODE_NO_CONNECTION, QStringLiteral("sending is refused meanwhile: error %1: %2")
-                                                     .arg(code)
-                                                     .arg(canInterface().errorCodeToString(code)));
+    m_narrator.check(code == Cim::RC_NO_TCP_CONNECTION, QStringLiteral("sending is refused meanwhile: error %1: %2")
+                                                            .arg(code)
+                                                            .arg(canInterface().errorCodeToString(code)));
 }
 
 void CDemoRun::regainLink()

@@ -2,6 +2,7 @@
 #include "apps/cimctl/commands.h"
 #include "apps/common/interfaceScan.h"
 #include "cim/canInterface.h"
+#include "cim/resultCodes.h"
 #include "sim/interruption.h"
 
 #include <QElapsedTimer>
@@ -19,8 +20,6 @@ namespace
 constexpr int PROGRESS_MS = 1000;
 constexpr std::size_t COLUMN_COUNT = 7;
 using Row = std::array<QString, COLUMN_COUNT>;
-
-constexpr int CODE_NOT_STORABLE = 10; ///< of CCanInterface: a parameter has no text
 
 /// What a scan knows better than the store; all else that is stored under the name was the user's choice.
 const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_TYPE, StoreKey::PORT_TEXT,
@@ -133,12 +132,11 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
 }
 
-/// What is to be stored for an endpoint. Fails when its plugin refuses the settings.
+/// What is to be stored for an endpoint. Fails when it has a protocol that no host could load again.
 Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
 {
-    Cim::CCanInterface& canInterface = *endpoint.canInterface;
-    if (endpoint.settings.isEmpty() || endpoint.name.isEmpty()) {
-        failRefused(canInterface.errorCodeToString(CODE_NOT_STORABLE), CODE_NOT_STORABLE);
+    if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name.isEmpty()) {
+        failRefused(endpoint.canInterface->errorCodeToString(Cim::RC_ENUM_TO_STRING), Cim::RC_ENUM_TO_STRING);
     }
     if (!isKnown) {
         return endpoint.settings;
@@ -147,8 +145,7 @@ Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
     for (const QLatin1String& key : FOUND_KEYS) {
         settings.insert(key, endpoint.settings.value(key));
     }
-    applySettings(canInterface, settings);
-    return settingsOf(canInterface);
+    return settings;
 }
 
 /// Of several with one name the first that answered is stored.

@@ -1,5 +1,7 @@
 #include "apps/cimctl/sender.h"
 
+#include "cim/resultCodes.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -7,7 +9,6 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-constexpr int CODE_SEND_FAILED = 108; ///< too much waits for the gateway already, or the link failed
 constexpr qint64 PATIENCE_MS = 2000;
 constexpr qint64 MAX_WAIT_MS = 24LL * 3600 * 1000;
 constexpr int RETRY_MS = 5;
@@ -74,7 +75,7 @@ bool CSender::sendNext()
         noteBusTime();
         return true;
     }
-    if (code == CODE_SEND_FAILED) {
+    if (code == Cim::RC_SEND_FAILED) {
         if (m_waitingSince < 0) {
             m_waitingSince = m_clock.elapsed();
         }

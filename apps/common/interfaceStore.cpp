@@ -2,18 +2,16 @@
 
 #include "apps/common/failure.h"
 #include "cim/canInterface.h"
+#include "cim/resultCodes.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QSettings>
-#include <QTemporaryDir>
+#include <QVariant>
 
 namespace vexmor::Apps
 {
 namespace
 {
 const QString GROUP = QStringLiteral("CanInterfaces");
-constexpr int CODE_BAUDRATE_NOT_SUPPORTED = 5;
 
 QString groupOf(const QString& name)
 {
@@ -21,46 +19,6 @@ QString groupOf(const QString& name)
     info.setUniqueName(name);
     return GROUP + QLatin1Char('/') + info.settingsGroup();
 }
-
-/// The directory above the user's store: what QSettings::setPath sets.
-QString storePath()
-{
-    const QString organisationPath = QFileInfo(QSettings().fileName()).path();
-    return QFileInfo(organisationPath).path();
-}
-
-void setStorePath(const QString& path)
-{
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, path);
-}
-
-/// In memory where the system offers that: what is stored for a moment need not wait for a disk.
-QString templateOfDirectory()
-{
-    const QFileInfo memory(QStringLiteral("/dev/shm"));
-    const QString parent = memory.isDir() && memory.isWritable() ? memory.filePath() : QDir::tempPath();
-    return parent + QStringLiteral("/cim-XXXXXX");
-}
-
-/// For its lifetime every QSettings that is made is that of an empty store in a directory of its own.
-class CPrivateStore
-{
-public:
-    CPrivateStore() : m_userPath(storePath())
-    {
-        if (!m_directory.isValid()) {
-            failRefused(m_directory.errorString());
-        }
-        setStorePath(m_directory.path());
-    }
-    ~CPrivateStore() { setStorePath(m_userPath); }
-    CPrivateStore(const CPrivateStore&) = delete;
-    CPrivateStore& operator=(const CPrivateStore&) = delete;
-
-private:
-    const QString m_userPath;
-    const QTemporaryDir m_directory{templateOfDirectory()};
-};
 
 Settings valuesIn(const QString& group)
 {
@@ -73,22 +31,26 @@ Settings valuesIn(const QString& group)
     return values;
 }
 
-/// The port text of an interface stands beside address, port and protocol, and must tell the same.
-void setPortText(Cim::CCanInterface& canInterface, const Settings& settings)
+/// The property by which an interface shows a parameter: its key without dashes.
+QByteArray propertyOf(const QString& key)
 {
-    const Cim::CCommonInfo defaults = canInterface.commonInfo();
-    QString address;
-    QString port;
-    Cim::CCommonInfo::EProtocolType protocol = Cim::CCommonInfo::eProtocolTcp;
-    defaults.ipAddress(address, port, protocol);
-    address = settings.value(StoreKey::ADDRESS, address);
-    port = settings.value(StoreKey::PORT, port);
-    if (settings.contains(StoreKey::PROTOCOL)) {
-        Cim::CCommonInfo::protocolStrToEnum(settings.value(StoreKey::PROTOCOL), protocol);
+    return QString(key).remove(QLatin1Char('-')).toLatin1();
+}
+
+/// Sets a parameter; false when the interface does not have it, or refuses the value.
+bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, QVariant value)
+{
+    if (canInterface.metaObject()->indexOfProperty(property) < 0 || !canInterface.setProperty(property, value)) {
+        return false;
     }
-    Cim::CCommonInfo info = defaults;
-    info.setPort(Cim::CCommonInfo::buildIpPortStr(address, port.toUShort(), protocol));
-    canInterface.setCommonInfo(info);
+    const QVariant taken = canInterface.property(property);
+    return value.convert(static_cast<int>(taken.type())) && value == taken;
+}
+
+/// As the store has it: flags as numbers.
+QString textOf(const QVariant& value)
+{
+    return value.type() == QVariant::Bool ? QString::number(value.toInt()) : value.toString();
 }
 
 void requireStored(const QString& name)
@@ -184,31 +146,29 @@ void storeSettings(const QMap<QString, Settings>& interfaces)
 
 void applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
 {
-    const CPrivateStore privateStore;
-    const QString group = QStringLiteral("New");
-    {
-        QSettings values;
-        values.beginGroup(group);
-        for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
-            values.setValue(entry.key(), entry.value());
+    for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
+        if (setParameter(canInterface, propertyOf(entry.key()), *entry)) {
+            continue;
         }
+        if (entry.key() == StoreKey::BAUDRATE) {
+            failRefused(canInterface.errorCodeToString(Cim::RC_BAUDRATE_NOT_SUPPORTED), Cim::RC_BAUDRATE_NOT_SUPPORTED);
+        }
+        failRefused(QStringLiteral("the interface does not take %1 %2").arg(entry.key(), *entry));
     }
-    const int code = canInterface.loadSettings(group);
-    if (code != 0) {
-        failRefused(canInterface.errorCodeToString(code), code);
-    }
-    if (settings.contains(StoreKey::BAUDRATE) &&
-        !canInterface.setBaudrate(settings.value(StoreKey::BAUDRATE).toInt())) {
-        failRefused(canInterface.errorCodeToString(CODE_BAUDRATE_NOT_SUPPORTED), CODE_BAUDRATE_NOT_SUPPORTED);
-    }
-    setPortText(canInterface, settings);
 }
 
 Settings settingsOf(Cim::CCanInterface& canInterface)
 {
-    const CPrivateStore privateStore;
-    const bool wasStored = canInterface.saveSettings(GROUP) == 0;
-    return wasStored ? valuesIn(groupOf(canInterface.commonInfo().uniqueName())) : Settings();
+    const Cim::CCommonInfo& info = canInterface.commonInfo();
+    Settings settings{
+        {StoreKey::PLUGIN_NAME, info.pluginName()},   {StoreKey::DESCRIPTION, info.description()},
+        {StoreKey::INTERFACE_ID, info.interfaceId()}, {StoreKey::FIRMWARE_VERSION, info.firmwareVersion()},
+        {StoreKey::PORT_TEXT, info.port()},           {StoreKey::SCANABLE, QVariant(info.isScanable()).toString()},
+        {StoreKey::INTERFACE_TYPE, info.type()}};
+    for (const QLatin1String key : StoreKey::PARAMETERS) {
+        settings.insert(key, textOf(canInterface.property(propertyOf(key))));
+    }
+    return settings;
 }
 
 void loadStored(Cim::CCanInterface& canInterface, const QString& name)
@@ -217,7 +177,7 @@ void loadStored(Cim::CCanInterface& canInterface, const QString& name)
     info.setUniqueName(name);
     canInterface.setCommonInfo(info);
     const int code = canInterface.loadSettings(QString());
-    if (code != 0) {
+    if (code != Cim::RC_OK) {
         failRefused(canInterface.errorCodeToString(code), code);
     }
 }
@@ -229,7 +189,7 @@ void store(Cim::CCanInterface& canInterface, const QString& name)
     canInterface.setCommonInfo(info);
     CStoreChange change;
     const int code = canInterface.saveSettings(QString());
-    if (code != 0) {
+    if (code != Cim::RC_OK) {
         failRefused(canInterface.errorCodeToString(code), code);
     }
     change.complete();

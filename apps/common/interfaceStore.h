@@ -34,6 +34,12 @@ inline const QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
 inline const QLatin1String POLL_TIME("BusloadPollTime");           // ms
 inline const QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
 inline const QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
+inline const QLatin1String FIRMWARE_VERSION("FirmwareVersion");
+inline const QLatin1String SCANABLE("Scanable"); // true, false
+/// Those that are parameters of the interface, and its properties.
+inline const QLatin1String PARAMETERS[] = {HOSTNAME,  ADDRESS,       PORT,         PROTOCOL,
+                                           SERVICE,   LOCAL_ADDRESS, UDP_BIND_ANY, QLatin1String("AutoIpUpdate"),
+                                           POLL_TIME, MEASURE_TIME,  BAUDRATE};
 } // namespace StoreKey
 
 /// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.
@@ -50,10 +56,9 @@ void removeStored(const QString& name);
 /// piece, however many. Fails when the disk does not take them.
 void storeSettings(const QMap<QString, Settings>& interfaces);
 
-/// Gives a closed interface these settings, through a private store: the user's own is not touched. Fails with the code
-/// and text of the plugin when it refuses one.
+/// Gives a closed interface these parameters. Fails when it refuses one: those before it, by key, are set then.
 void applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
-/// The settings of an interface, through a private store; empty when the plugin refuses to store them.
+/// What an interface would store, besides its DHCP flag, which nobody but its own store sees.
 Settings settingsOf(Cim::CCanInterface& canInterface);
 /// Gives a closed interface the name and what is stored under it. Fails in the same way.
 void loadStored(Cim::CCanInterface& canInterface, const QString& name);

@@ -1,6 +1,7 @@
 // The smallest host: opens a gateway, sends one message and prints the first one that comes back.
 #include <cim/canInterface.h>
 #include <cim/canInterfacePlugin.h>
+#include <cim/resultCodes.h>
 
 #include <QCoreApplication>
 #include <QPluginLoader>
@@ -35,17 +36,17 @@ int main(int argc, char** argv)
     info.setPort(CCommonInfo::buildIpPortStr(words.at(1), port, CCommonInfo::eProtocolTcp));
     gateway->setCommonInfo(info);
     // Opening sets the rate of the gateway, for all on the bus.
-    int code = gateway->setBaudrate(words.at(3).toInt()) ? gateway->openCommunication() : 5;
-    if (code == 0) {
+    int code = gateway->setBaudrate(words.at(3).toInt()) ? gateway->openCommunication() : RC_BAUDRATE_NOT_SUPPORTED;
+    if (code == RC_OK) {
         code = gateway->writeMessage(CCanMessage(CCanId::fromValue(0x123), 2, 0x11, 0x22));
     }
-    if (code != 0) {
+    if (code != RC_OK) {
         return fail(1, gateway->errorCodeToString(code));
     }
     QTimer poll; // messages arrive in the event loop
     QObject::connect(&poll, &QTimer::timeout, &app, [&] {
         CCanMessage message;
-        if (gateway->readMessage(message) == 0) {
+        if (gateway->readMessage(message) == RC_OK) {
             std::printf("received %03X, %u bytes\n", unsigned(message.id().value()), message.length());
             app.quit();
         }

@@ -1,6 +1,6 @@
 #include "InterfaceT93/configParamT93.h"
 
-#include "InterfaceT93/resultCodes.h"
+#include "cim/resultCodes.h"
 #include "vxCore/logging.h"
 
 #include <QSettings>

@@ -1,184 +1,196 @@
 #include "InterfaceT93/gatewayLink.h"
 
-#include <QHostAddress>
+#include "InterfaceT93/configParamT93.h"
+#include "InterfaceT93/nativeSocket.h"
+#include "cim/resultCodes.h"
+#include "vxCore/logging.h"
+
+#include <QCoreApplication>
+#include <QNetworkProxy>
+#include <QTcpSocket>
 #include <QUdpSocket>
 
-#if defined(Q_OS_LINUX)
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#endif
+#include <algorithm>
 
 namespace vexmor::Cim
 {
 namespace
 {
-#if defined(Q_OS_LINUX)
-// A silent peer is probed after 4 s, then every 2 s; after 8 s without an answer, to a probe or to data, it is gone.
-constexpr int KEEP_ALIVE_IDLE_S = 4;
-constexpr int KEEP_ALIVE_INTERVAL_S = 2;
-constexpr int KEEP_ALIVE_PROBES = 3;
-constexpr int NO_ANSWER_LIMIT_MS = 8000;
+/// The log knows driver and link as one unit.
+constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
-void setTcpOption(QAbstractSocket& socket, int option, int value)
+/// Read from the kernel ahead of the deframer at most; a peer that sends more waits in TCP's own flow control.
+constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
+/// About a second of a full CAN bus: 1 Mbit/s carries 9,000 frames of 8 data bytes, framed in 15 bytes each. So much
+/// may wait for a gateway that does not read, and no more.
+constexpr qint64 SEND_BUFFER_LIMIT = 9000LL * 15;
+
+/// A link that is deleted through the event loop.
+template <typename Link>
+std::shared_ptr<CGatewayLink> makeLink(const CConfigParamT93& config)
 {
-    setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
+    return {new Link(config), [](CGatewayLink* link) { link->deleteLater(); }};
 }
 
-void setPeerLossTimers(QAbstractSocket& socket)
+class CTcpLink : public CGatewayLink
 {
-    setTcpOption(socket, TCP_KEEPIDLE, KEEP_ALIVE_IDLE_S);
-    setTcpOption(socket, TCP_KEEPINTVL, KEEP_ALIVE_INTERVAL_S);
-    setTcpOption(socket, TCP_KEEPCNT, KEEP_ALIVE_PROBES);
-    setTcpOption(socket, TCP_USER_TIMEOUT, NO_ANSWER_LIMIT_MS);
-}
-
-/// Bytes that the kernel took, 0 when it takes none now, -1 when the link failed. A write through Qt's buffer would
-/// cost another turn of the event loop for each frame.
-qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
-{
-    const ssize_t sent = ::send(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
-                                MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent >= 0) {
-        return sent;
+public:
+    explicit CTcpLink(const CConfigParamT93& config) : CGatewayLink(m_socket), m_config(config)
+    {
+        m_socket.setProxy(QNetworkProxy::NoProxy); // a gateway is never behind the host's web proxy
+        m_socket.setReadBufferSize(READ_AHEAD_LIMIT);
+        connect(&m_socket, &QAbstractSocket::connected, this, &CTcpLink::tune);
     }
-    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ENOBUFS ? 0 : -1;
-}
 
-/// An address as a socket of either family takes it. The size is 0 for an address that only Qt can translate.
-struct SNativeAddress {
-    sockaddr_storage storage{};
-    socklen_t size = 0;
+    std::shared_ptr<CGatewayLink> successor() const override { return makeLink<CTcpLink>(m_config); }
+    bool reachesAll() const override { return false; }
+    int start() override;
+    int waitUntilUp(int timeoutMs) override;
+    bool send(const char* bytes, qint64 size) override;
+
+protected:
+    qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) override;
+
+private:
+    void tune();
+
+    const CConfigParamT93& m_config;
+    QTcpSocket m_socket;
 };
 
-SNativeAddress ipv4Address(const QHostAddress& address, quint16 port)
+class CUdpLink : public CGatewayLink
 {
-    SNativeAddress native;
-    auto& to = reinterpret_cast<sockaddr_in&>(native.storage);
-    to.sin_family = AF_INET;
-    to.sin_port = htons(port);
-    to.sin_addr.s_addr = htonl(address.toIPv4Address());
-    native.size = address.protocol() == QAbstractSocket::IPv4Protocol ? sizeof to : 0;
-    return native;
+public:
+    explicit CUdpLink(const CConfigParamT93& config) : CGatewayLink(m_socket), m_config(config)
+    {
+        m_socket.setProxy(QNetworkProxy::NoProxy);
+    }
+
+    std::shared_ptr<CGatewayLink> successor() const override { return makeLink<CUdpLink>(m_config); }
+    bool reachesAll() const override { return m_config.ipAddress() == QHostAddress::Broadcast; }
+    int start() override;
+    int waitUntilUp(int /*timeoutMs*/) override { return RC_OK; }
+    bool send(const char* bytes, qint64 size) override;
+
+protected:
+    qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) override;
+
+private:
+    bool isOwn(const Q_IPV6ADDR& sender) const; ///< an IPv4 sender in its IPv6 form
+
+    const CConfigParamT93& m_config;
+    QUdpSocket m_socket;
+};
+
+// ---- TCP ----
+
+int CTcpLink::start()
+{
+    m_socket.connectToHost(m_config.ipAddress(), m_config.port(), QIODevice::ReadWrite);
+    if (!isStarting() && !isUp()) {
+        qWarning("TCP connect failed: sockErr = %d", static_cast<int>(m_socket.error()));
+        return RC_TCP_CONNECT_FAILED;
+    }
+    return RC_OK;
 }
 
-/// For a socket that is bound to any address, which is one of IPv6 that reaches IPv4 addresses in their IPv6 form.
-SNativeAddress mappedAddress(const QHostAddress& address, quint16 port)
+int CTcpLink::waitUntilUp(int timeoutMs)
 {
-    SNativeAddress native;
-    auto& to = reinterpret_cast<sockaddr_in6&>(native.storage);
-    to.sin6_family = AF_INET6;
-    to.sin6_port = htons(port);
-    const Q_IPV6ADDR bytes = address.toIPv6Address();
-    std::memcpy(&to.sin6_addr, &bytes, sizeof bytes);
-    native.size = address.protocol() == QAbstractSocket::IPv4Protocol ? sizeof to : 0;
-    return native;
+    if (!m_socket.waitForConnected(timeoutMs)) {
+        qWarning("TCP connect timeout, sockErr = %d", static_cast<int>(m_socket.error()));
+        return RC_TCP_CONNECT_FAILED;
+    }
+    QCoreApplication::processEvents();
+    VX_LOG(20, LOG_SOURCE, "waitForConnected() for TCP connection returned with success");
+    return RC_OK;
 }
 
-/// QUdpSocket::writeDatagram allocates for each datagram. False, and nothing sent, for IPv6.
-bool sendDatagramAtOnce(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port,
-                        qint64& sent)
+/// Small frames leave at once, and a peer that vanished is noticed.
+void CTcpLink::tune()
 {
-    const auto family = socket.localAddress().protocol();
-    const SNativeAddress to = family == QAbstractSocket::IPv4Protocol    ? ipv4Address(address, port)
-                              : family == QAbstractSocket::AnyIPProtocol ? mappedAddress(address, port)
-                                                                         : SNativeAddress();
-    if (to.size == 0) {
+    m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    m_socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    // The kernel would let its own buffer grow to megabytes: minutes of stale commands.
+    m_socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, static_cast<int>(SEND_BUFFER_LIMIT / 2));
+    setPeerLossTimers(m_socket);
+}
+
+bool CTcpLink::send(const char* bytes, qint64 size)
+{
+    if (m_socket.bytesToWrite() > 0) {
+        m_socket.flush(); // the kernel may have room by now, and may as well find the link broken
+    }
+    const qint64 waiting = m_socket.bytesToWrite();
+    if (!isUp() || waiting + size > SEND_BUFFER_LIMIT) {
         return false;
     }
-    sent = ::sendto(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
-                    MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to.storage), to.size);
-    return true;
-}
-
-/// The sender of the datagram that is read next; QUdpSocket::readDatagram allocates to tell it.
-void peekSender(QUdpSocket& socket, Q_IPV6ADDR& sender)
-{
-    sockaddr_storage native{};
-    socklen_t size = sizeof native;
-    ::recvfrom(static_cast<int>(socket.socketDescriptor()), nullptr, 0, MSG_PEEK | MSG_DONTWAIT,
-               reinterpret_cast<sockaddr*>(&native), &size);
-    if (native.ss_family == AF_INET6) {
-        std::memcpy(&sender, &reinterpret_cast<const sockaddr_in6&>(native).sin6_addr, sizeof sender);
-    } else if (native.ss_family == AF_INET) {
-        constexpr int PREFIX_SIZE = 12;
-        const std::uint8_t prefix[PREFIX_SIZE] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
-        std::memcpy(&sender, prefix, PREFIX_SIZE);
-        std::memcpy(&sender[PREFIX_SIZE], &reinterpret_cast<const sockaddr_in&>(native).sin_addr, sizeof(in_addr));
+    const qint64 sent = waiting == 0 ? sendAtOnce(m_socket, bytes, size) : 0;
+    if (sent < 0 || sent == size) {
+        return sent == size;
     }
+    return m_socket.write(bytes + sent, size - sent) == size - sent;
 }
 
-qint64 readFrom(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
+qint64 CTcpLink::readPiece(char* bytes, qint64 maxSize, bool /*isFirst*/)
 {
-    if (sender != nullptr) {
-        peekSender(socket, *sender);
+    return m_socket.bytesAvailable() > 0 ? m_socket.read(bytes, maxSize) : NOTHING;
+}
+
+// ---- UDP ----
+
+int CUdpLink::start()
+{
+    const QHostAddress local = m_config.udpBindAnyIp() ? QHostAddress(QHostAddress::Any) : m_config.localIpAddress();
+    return m_socket.bind(local, 0) ? RC_OK : RC_UDP_BIND_FAILED;
+}
+
+bool CUdpLink::send(const char* bytes, qint64 size)
+{
+    return sendDatagram(m_socket, bytes, size, m_config.ipAddress(), m_config.port()) == size;
+}
+
+qint64 CUdpLink::readPiece(char* bytes, qint64 maxSize, bool isFirst)
+{
+    // The first time without a look: unless something is read, Qt signals no more.
+    if (!isFirst && !m_socket.hasPendingDatagrams()) {
+        return NOTHING;
     }
-    return socket.readDatagram(bytes, maxSize);
-}
-#else
-void setPeerLossTimers(QAbstractSocket&) {}
-
-bool sendDatagramAtOnce(QUdpSocket&, const char*, qint64, const QHostAddress&, quint16, qint64&)
-{
-    return false;
-}
-
-qint64 readFrom(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
-{
-    QHostAddress address;
-    const qint64 size = socket.readDatagram(bytes, maxSize, sender == nullptr ? nullptr : &address);
-    if (sender != nullptr) {
-        *sender = address.toIPv6Address();
+    Q_IPV6ADDR sender{};
+    const bool mayBeOwn = m_config.udpBindAnyIp() || reachesAll();
+    const qint64 count = readDatagram(m_socket, bytes, maxSize, mayBeOwn ? &sender : nullptr);
+    if (count == NO_DATAGRAM) {
+        return NOTHING;
     }
-    return size;
+    return count > 0 && mayBeOwn && isOwn(sender) ? SKIPPED : count;
 }
 
-qint64 sendAtOnce(QAbstractSocket&, const char*, qint64)
+bool CUdpLink::isOwn(const Q_IPV6ADDR& sender) const
 {
-    return 0;
+    const auto isSender = [&sender](const QHostAddress& address) {
+        const Q_IPV6ADDR bytes = address.toIPv6Address();
+        return std::equal(std::begin(bytes.c), std::end(bytes.c), std::begin(sender.c));
+    };
+    return (m_config.udpBindAnyIp() && isSender(m_config.localIpAddress())) ||
+           (reachesAll() && isSender(m_socket.localAddress()));
 }
-#endif
 } // namespace
 
-void tuneTcpLink(QAbstractSocket& socket)
+std::shared_ptr<CGatewayLink> CGatewayLink::create(const CConfigParamT93& config)
 {
-    socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    // The kernel would let its own buffer grow to megabytes: minutes of stale commands.
-    socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, static_cast<int>(SEND_BUFFER_LIMIT / 2));
-    setPeerLossTimers(socket);
+    switch (config.protocolType()) {
+    case CCommonInfo::eProtocolTcp:
+        return makeLink<CTcpLink>(config);
+    case CCommonInfo::eProtocolUdp:
+        return makeLink<CUdpLink>(config);
+    default:
+        return {};
+    }
 }
 
-qint64 sendOnTcpLink(QAbstractSocket& socket, const char* bytes, qint64 size)
+void CGatewayLink::close()
 {
-    const qint64 waiting = socket.bytesToWrite();
-    if (waiting + size > SEND_BUFFER_LIMIT) {
-        return -1;
-    }
-    const qint64 sent = waiting == 0 ? sendAtOnce(socket, bytes, size) : 0;
-    if (sent < 0 || sent == size) {
-        return sent;
-    }
-    const qint64 buffered = socket.write(bytes + sent, size - sent);
-    return buffered == size - sent ? size : -1;
-}
-
-qint64 readDatagram(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
-{
-    const qint64 size = readFrom(socket, bytes, maxSize, sender);
-    return size < 0 && socket.error() == QAbstractSocket::TemporaryError ? NO_DATAGRAM : size;
-}
-
-qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port)
-{
-    qint64 sent = 0;
-    if (sendDatagramAtOnce(socket, bytes, size, address, port, sent)) {
-        return sent;
-    }
-    return socket.writeDatagram(bytes, size, address, port);
+    m_socket.abort();
+    m_socket.close();
 }
 
 } // namespace vexmor::Cim

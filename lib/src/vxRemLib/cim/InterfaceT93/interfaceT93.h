@@ -1,24 +1,26 @@
 #pragma once
 
+#include "InterfaceT93/busloadMeter.h"
 #include "InterfaceT93/canMsgQueue.h"
 #include "InterfaceT93/configParamT93.h"
-#include "InterfaceT93/resultCodes.h"
+#include "InterfaceT93/gatewayLink.h"
 #include "InterfaceT93/rmFrame.h"
 #include "cim/canInterface.h"
 
-#include <QAbstractSocket>
 #include <QDeadlineTimer>
 #include <QPointer>
 #include <QTimer>
 
+#include <initializer_list>
 #include <memory>
+#include <optional>
 
 class QDialog;
 
 namespace vexmor::Cim
 {
 
-/// The link to one T93 gateway: the one place where socket, timers, frames, queue and description meet.
+/// The interface to one T93 gateway: the one place where link, timers, frames, queue and description meet.
 ///
 /// Created closed by the plugin object; owned by whoever received it. Lives in the thread that created it, or that it
 /// was moved to while closed, and needs that thread's event loop; only `readMessage` may be called from other threads.
@@ -33,6 +35,18 @@ class CInterfaceT93 : public CCanInterface
 {
     Q_OBJECT
     Q_INTERFACES(vexmor::Cim::CCanInterface)
+    Q_PROPERTY(QString Hostname READ hostnameProperty WRITE setHostnameProperty)
+    Q_PROPERTY(QString IPAddress READ ipAddressProperty WRITE setIpAddressProperty)
+    Q_PROPERTY(qlonglong Port READ portProperty WRITE setPortProperty)
+    Q_PROPERTY(QString Protocol READ protocolProperty WRITE setProtocolProperty)
+    Q_PROPERTY(QString Service READ serviceProperty WRITE setServiceProperty)
+    Q_PROPERTY(QString LocalIPAddress READ localIpAddressProperty WRITE setLocalIpAddressProperty)
+    Q_PROPERTY(bool UdpBindAnyIp READ udpBindAnyIpProperty WRITE setUdpBindAnyIpProperty)
+    Q_PROPERTY(bool AutoIpUpdate READ autoIpUpdateProperty WRITE setAutoIpUpdateProperty)
+    Q_PROPERTY(qlonglong BusloadPollTime READ busloadPollTimeProperty WRITE setBusloadPollTimeProperty)
+    Q_PROPERTY(
+        qlonglong BusloadMeasureInterval READ busloadMeasureIntervalProperty WRITE setBusloadMeasureIntervalProperty)
+    Q_PROPERTY(qlonglong CanBaudrate READ canBaudrateProperty WRITE setCanBaudrateProperty)
 
 public:
     CInterfaceT93();
@@ -77,7 +91,7 @@ public:
     virtual void setConfigParam(const CConfigParamT93& param);
 
     /// Fills the translated texts of the gateway's codes and errors, and the common ones, from the translators
-    /// installed now. Not while another thread reads the texts.
+    /// installed now. From any thread, also while others read the texts.
     static void retranslateErrorStrings();
 
 Q_SIGNALS:
@@ -97,31 +111,25 @@ private Q_SLOTS:
     void onQueuedInterfaceError(int error);
 
 private:
-    class CSession;
+    class CHostCall;
 
     static constexpr int GATEWAY_RC_COUNT = 10;
     static constexpr int INTERFACE_ERROR_COUNT = 12;
 
     // Connection
-    bool createSocket();
-    int bindUdp();
+    void useLink(const std::shared_ptr<CGatewayLink>& link);
+    void dropLink();
     void teardown();
-    int connectToGateway(bool wait, int timeoutMs, bool abortFirst);
+    void reconnect();
     void requestStartup(bool reset);
     void sendBaudrate();
-    bool isBroadcast() const;
-    bool isTcp() const;
 
     // Sending
     int txRmSend(const SRmRequest& request, const CCanMessage* message = nullptr);
-    int sendCommand(ERmCommand command);
-    qint64 sendFrame(const char* frame, qint64 size);
+    int sendCommand(ERmCommand command, std::initializer_list<std::uint8_t> payload = {});
 
     // Receiving
-    void readTcp(const CSession& session);
-    void readUdp(const CSession& session);
-    bool isOwnDatagram(const Q_IPV6ADDR& sender) const; ///< an IPv4 sender in its IPv6 form
-    bool RxRmTcp(const CSession& session, const char* bytes, qint64 count);
+    bool RxRmTcp(const CHostCall& call, const char* bytes, qint64 count);
     void RM_ParseRxMsg(const SRmFrame& frame);
     void receiveCanMessage(const SRmFrame& frame);
     void receiveFirmwareVersion(const SRmFrame& frame);
@@ -131,25 +139,46 @@ private:
 
     // Bus load
     void restartBusload();
-    void stopBusload();
     void receiveBusload(const SRmFrame& frame);
     void receiveBusloadConfirmation();
     void startBusloadTimer();
 
+    // Properties, as canInterface.h describes them; of a closed interface the setters change `m_configParam`.
+    QString hostnameProperty() const { return m_configParam.hostname(); }
+    QString ipAddressProperty() const { return m_configParam.ipAddress().toString(); }
+    qlonglong portProperty() const { return m_configParam.port(); }
+    QString protocolProperty() const;
+    QString serviceProperty() const;
+    QString localIpAddressProperty() const { return m_configParam.localIpAddress().toString(); }
+    bool udpBindAnyIpProperty() const { return m_configParam.udpBindAnyIp(); }
+    bool autoIpUpdateProperty() const { return m_configParam.autoIpUpdate(); }
+    qlonglong busloadPollTimeProperty() const { return m_configParam.busloadPollTime(); }
+    qlonglong busloadMeasureIntervalProperty() const { return m_configParam.busloadMeasureInterval(); }
+    qlonglong canBaudrateProperty() const { return m_configParam.canBaudrate(); }
+    void setHostnameProperty(const QString& hostname);
+    void setIpAddressProperty(const QString& address);
+    void setPortProperty(qlonglong port);
+    void setProtocolProperty(const QString& protocol);
+    void setServiceProperty(const QString& service);
+    void setLocalIpAddressProperty(const QString& address);
+    void setUdpBindAnyIpProperty(bool bindAny);
+    void setAutoIpUpdateProperty(bool update);
+    void setBusloadPollTimeProperty(qlonglong milliseconds);
+    void setBusloadMeasureIntervalProperty(qlonglong milliseconds);
+    void setCanBaudrateProperty(qlonglong kbitPerSecond);
+    template <typename Value, typename Argument>
+    bool setParam(const char* property, const QString& text, const std::optional<Value>& value, const char* rule,
+                  void (CConfigParamT93::*setter)(Argument));
+    void updatePortText();
+
     CConfigParamT93 m_configParam;
-    /// Null while closed. Shared only with functions on the stack that call into the host: the socket must outlive
-    /// them.
-    std::shared_ptr<QAbstractSocket> m_socket;
-    QTimer m_connectSvTimer;           ///< supervises attempts to reconnect
-    QDeadlineTimer m_nextReconnection; ///< not before
-    std::uint32_t m_connections = 0;   ///< TCP connections so far: bytes of an earlier one are dropped
-    CRmDeframer m_deframer;
+    std::shared_ptr<CGatewayLink> m_link; ///< null while closed; another one after each loss
+    std::uint32_t m_openings = 0;         ///< so far; tells a reopened interface from one whose link was lost
+    QTimer m_connectSvTimer;              ///< supervises attempts to reconnect
+    QDeadlineTimer m_nextReconnection;    ///< not before
     CCanMsgQueue m_canMsgQueue;
-    bool m_gatewayMeasuresBusload = false;
     QTimer m_busloadPollTimer;
-    std::uint32_t m_busload = 0; ///< percent
-    std::uint64_t m_rxBits = 0;  ///< received since the last estimate
-    std::uint64_t m_txBits = 0;  ///< sent since the last estimate
+    CBusloadMeter m_busload;
     bool m_deviceIdExpected = false;
     QPointer<QDialog> m_configDialog; ///< while `configure` runs
 

@@ -1,4 +1,6 @@
 #include "InterfaceT93/interfaceT93.h"
+#include "cim/resultCodes.h"
+#include "cim/textTable.h"
 
 // The texts of the gateway's result codes and of the interface errors, and the way of an error to the host.
 
@@ -42,25 +44,21 @@ QString CInterfaceT93::m_interfaceErrorStringsTr[INTERFACE_ERROR_COUNT];
 QString CInterfaceT93::errorCodeToString(int code)
 {
     if (code >= RC_GATEWAY_FIRST && code < RC_GATEWAY_FIRST + GATEWAY_RC_COUNT) {
-        return m_errorRcStringsTr[code - RC_GATEWAY_FIRST];
+        return textIn(m_errorRcStringsTr, code - RC_GATEWAY_FIRST);
     }
     return commonErrorCodeToString(code);
 }
 
 QString CInterfaceT93::interfaceErrorToString(int error)
 {
-    return error >= 0 && error < INTERFACE_ERROR_COUNT ? m_interfaceErrorStringsTr[error] : QString();
+    return textIn(m_interfaceErrorStringsTr, error);
 }
 
 void CInterfaceT93::retranslateErrorStrings()
 {
     retranslateCommonErrorStrings();
-    for (int index = 0; index < GATEWAY_RC_COUNT; ++index) {
-        m_errorRcStringsTr[index] = tr(m_errorRcStrings[index]);
-    }
-    for (int index = 0; index < INTERFACE_ERROR_COUNT; ++index) {
-        m_interfaceErrorStringsTr[index] = tr(m_interfaceErrorStrings[index]);
-    }
+    fillTexts(m_errorRcStringsTr, m_errorRcStrings, [](const char* text) { return tr(text); });
+    fillTexts(m_interfaceErrorStringsTr, m_interfaceErrorStrings, [](const char* text) { return tr(text); });
 }
 
 void CInterfaceT93::onQueuedInterfaceError(int error)

@@ -7,7 +7,10 @@
 #include <QCoreApplication>
 #include <QEvent>
 #include <QMetaMethod>
+#include <QNetworkInterface>
+#include <QNetworkProxy>
 #include <QThread>
+#include <QUdpSocket>
 
 #include <dlfcn.h>
 
@@ -118,6 +121,8 @@ int CInterfaceT93Plugin::scanInterfaces()
     if (!m_scanMutex.tryLock()) {
         return -1;
     }
+    s_scanning = this;
+    cancelScanWhenProgramEnds();
     m_detectionThread = std::make_unique<CT93DeviceDetectionThread>(m_scanAddresses, SKIP_LOOPBACK, WAIT_FOR_REPLIES_MS,
                                                                     DDT_PORT, nullptr);
     connect(m_detectionThread.get(), &QThread::finished, this, &CInterfaceT93Plugin::deviceDetectionThreadFinished);
@@ -126,14 +131,22 @@ int CInterfaceT93Plugin::scanInterfaces()
         setIdle();
         return -1;
     }
-    s_scanning = this;
-    // A program ends with its application object, or by exit(), which destroys the constants of this library: those
-    // last that were made first, and so this object before all that a scan uses.
+    return 0;
+}
+
+/// A program ends with its application object, or by exit(), which destroys what is static: what was made last first.
+void CInterfaceT93Plugin::cancelScanWhenProgramEnds()
+{
     qAddPostRoutine(&CInterfaceT93Plugin::cancelScanAtEndOfProgram);
+    // What Qt makes when it is first needed must be there before the guard: the scan thread would make it after, and
+    // find it gone while it still runs.
+    QNetworkInterface::allInterfaces();
+    QUdpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
+    socket.bind(QHostAddress(QHostAddress::LocalHost));
     static const struct SAtExit {
         ~SAtExit() { cancelScanAtEndOfProgram(); }
     } atExit;
-    return 0;
 }
 
 void CInterfaceT93Plugin::deviceDetectionThreadFinished()

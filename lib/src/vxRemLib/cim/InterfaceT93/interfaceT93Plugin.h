@@ -61,6 +61,7 @@ private:
     /// Back to idle, without a result.
     void cancelScan();
     void setIdle();
+    static void cancelScanWhenProgramEnds();
     /// Cancels the scan of whichever plugin object scans.
     static void cancelScanAtEndOfProgram();
 

@@ -43,15 +43,14 @@ std::size_t canMessageFrame(std::uint8_t command, const CCanMessage& message, st
 }
 } // namespace
 
-bool rmBaudrateCode(std::uint32_t kbitPerSecond, std::uint8_t& code)
+std::optional<std::uint8_t> rmBaudrateCode(std::uint32_t kbitPerSecond)
 {
     for (const SBaudrate& baudrate : BAUDRATES) {
         if (baudrate.kbitPerSecond == kbitPerSecond) {
-            code = baudrate.code;
-            return true;
+            return baudrate.code;
         }
     }
-    return false;
+    return {};
 }
 
 std::uint32_t rmBaudrateOfCode(std::uint8_t code)

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 /// The frames that a PC and a T93 gateway exchange, over TCP and over UDP alike:
@@ -66,8 +67,8 @@ struct SRmFrame {
     std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> payload{};
 };
 
-/// The baud rate code for a CAN bit rate in kbit/s; false, and `code` untouched, for a rate the gateway does not know.
-bool rmBaudrateCode(std::uint32_t kbitPerSecond, std::uint8_t& code);
+/// The baud rate code for a CAN bit rate in kbit/s; none for a rate that the gateway does not know.
+std::optional<std::uint8_t> rmBaudrateCode(std::uint32_t kbitPerSecond);
 /// The CAN bit rate in kbit/s for a baud rate code, 0 for an unknown code.
 std::uint32_t rmBaudrateOfCode(std::uint8_t code);
 

@@ -1,12 +1,10 @@
 #include "cim/canInterface.h"
 
+#include "cim/resultCodes.h"
+#include "cim/textTable.h"
+
 namespace vexmor::Cim
 {
-namespace
-{
-constexpr int RC_OK = 0;
-constexpr int RC_NO_CHANGE_WHILE_OPEN = 6;
-} // namespace
 
 const char* const CCanInterface::m_errorCommonRcStrings[COMMON_RC_COUNT] = {
     QT_TRANSLATE_NOOP("QObject", "OK - no error."),
@@ -50,14 +48,12 @@ int CCanInterface::setCommonInfo(const CCommonInfo& info)
 
 QString CCanInterface::commonErrorCodeToString(int code)
 {
-    return code >= 0 && code < COMMON_RC_COUNT ? m_errorCommonRcStringsTr[code] : QString();
+    return textIn(m_errorCommonRcStringsTr, code);
 }
 
 void CCanInterface::retranslateCommonErrorStrings()
 {
-    for (int code = 0; code < COMMON_RC_COUNT; ++code) {
-        m_errorCommonRcStringsTr[code] = QObject::tr(m_errorCommonRcStrings[code]);
-    }
+    fillTexts(m_errorCommonRcStringsTr, m_errorCommonRcStrings, [](const char* text) { return QObject::tr(text); });
 }
 
 } // namespace vexmor::Cim

@@ -19,23 +19,48 @@ namespace vexmor::Cim
 ///
 /// Threads: an object is made in the plugin's thread, and may be moved to another by `moveToThread` while it is closed.
 /// It is used and deleted in the thread where it lives, whose event loop must run for messages to arrive. Only
-/// `readMessage` may be called from any thread, as long as the object itself lives.
+/// `readMessage` and the texts of codes and errors may be asked for from any thread, as long as the object itself
+/// lives.
 ///
-/// Results are `int` codes, whose texts `errorCodeToString` gives: 0 is success, codes from 100 on are the
-/// implementation's, and common to all are
-///      1  open already                                6  not while the interface is open
-///      2  not open                                    7  what is stored belongs to another plugin
-///      3  not connected                               8  a stored text that must be one of a few is none of them
-///      4  no message waits                            9  a stored address is none
-///      5  the bit rate is not supported              10  a parameter has no text by which it could be stored
-/// Expected failures never throw.
+/// A worker thread with an interface is ended in this order: in that thread `closeCommunication` and `delete` (or
+/// `deleteLater`, whose work is done when the thread's event loop ends), then `QThread::quit` and `wait`.
+///
+/// Results are `int` codes, named in resultCodes.h, whose texts `errorCodeToString` gives: 0 is success, 1 to 10 are
+/// common to all interfaces, codes from 100 on are the implementation's. Expected failures never throw.
 ///
 /// Trouble that arises on its own is told by the implementation's signal `interfaceError(int error)`, a numbering of
-/// its own, whose user-facing text `interfaceErrorToString` gives; connect to it by name:
+/// its own (resultCodes.h), whose user-facing text `interfaceErrorToString` gives; connect to it by name:
 /// `SIGNAL(interfaceError(int))`. It comes from the event loop, never from within an operation; what happened before
 /// `closeCommunication` may therefore be told after it, and after a reopening. A slot that shows a modal dialog gets
 /// the next error inside of it, and so has a dialog on top of the other for each: show errors without waiting for the
-/// user.
+/// user. That a lost link was regained is told by nothing but `commonInfo().connectionState()`: look at it from time to
+/// time.
+///
+/// Parameters beyond bit rate, address and port are properties of the object, which need no library of the
+/// implementation: `canInterface->setProperty("Protocol", "UDP")`, `canInterface->property("Protocol")`. Those of the
+/// T93, named as the keys of the settings store without their dashes:
+///
+///     Hostname                QString    the gateway's name, for the user
+///     IPAddress               QString    of the gateway, IPv4 like 192.168.1.70 (leading zeros are refused)
+///     Port                    qlonglong  of the gateway, 0 to 65535
+///     Protocol                QString    TCP or UDP
+///     Service                 QString    the gateway's socket mode, SERVER or CLIENT; for the user
+///     LocalIPAddress          QString    UDP: of the network interface to the gateway, 0.0.0.0 for any
+///     UdpBindAnyIp            bool       UDP: take datagrams at any address of this computer
+///     AutoIpUpdate            bool       kept for the user
+///     BusloadPollTime         qlonglong  ms from one bus load to the next; 0 is taken for 100
+///     BusloadMeasureInterval  qlonglong  ms that the gateway measures over, 0 to 65535
+///     CanBaudrate             qlonglong  kbit/s as `setBaudrate` takes it, or 0: the gateway's rate is left as it is,
+///     of
+///                                        which opening warns, and bus load is unknown: it stays as it was
+///
+/// They can be read at any time, in the interface's thread, and set while it is closed; the port text of the
+/// description follows. A value that does not fit, and any value while it is open, is refused with a Qt warning that
+/// says why, and changes nothing: read the property back to see. (A stored DHCP flag is kept, but is no property:
+/// nothing acts on it.)
+///
+/// Settings are stored under the organisation and application name that the host gave QCoreApplication. A host that
+/// gave none stores in the name of "Unknown Organization", where it may find the settings of others who forgot.
 ///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterface : public QObject
@@ -68,10 +93,12 @@ public:
     virtual int writeMessage(const CCanMessage& message) = 0;
     /// The load of the CAN bus in percent of its bit rate, 0 until the first measurement. 2 when not open.
     virtual int busload(int& percent) = 0;
-    /// Text of a result code, translated; empty for an unknown code.
+    /// Text of a result code, translated; empty for an unknown code. This and the other texts may be asked for from any
+    /// thread.
     virtual QString errorCodeToString(int code) = 0;
     /// Long, user-facing text of an interface error, translated; empty for an unknown error.
     virtual QString interfaceErrorToString(int error) = 0;
+    /// From a successful open to the close: also while a lost link is being regained.
     virtual bool isOpened() = 0;
     /// Bit rate of the CAN bus in kbit/s.
     virtual int baudrate() = 0;
@@ -101,14 +128,19 @@ public:
     /// The description; the reference lives as long as the interface.
     virtual const CCommonInfo& commonInfo();
     /// Replaces the description. 6, and nothing changed, when the interface is open. The T93 takes its address and port
-    /// from the port text, too, but not the protocol.
+    /// from a port text of the IP form, too, but not the protocol, and says 0 whatever stands there: a host name, or
+    /// anything else that is no address, leaves it without an address (opening fails with 103, and what is saved then
+    /// can never be loaded again: code 9). A port above 65535 loses its higher bits (70000 becomes 4464); one that is
+    /// no number leaves the port as it was, with a Qt warning. Parts are IPv4 only, for an IPv6 address has colons of
+    /// its own. Leading zeros make a part octal, as C has it (010.0.0.5 is 8.0.0.5), though not in the dialog. The
+    /// properties refuse all of these.
     virtual int setCommonInfo(const CCommonInfo& info);
     /// Text of one of the common result codes 0 to 10, translated; empty for any other code.
     virtual QString commonErrorCodeToString(int code);
 
     /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now.
-    /// Not while another thread reads the texts. A plugin does this when it is loaded, and when the host's language
-    /// changes.
+    /// From any thread, also while others read the texts. A plugin does this when it is loaded, and when the host's
+    /// language changes.
     static void retranslateCommonErrorStrings();
 
 protected:

@@ -27,8 +27,8 @@ class CCanInterface;
 ///
 /// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
 /// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
-/// library must have been loaded in the application's thread, and no other thread may read texts at that time.
-/// Descriptions of interfaces are data: they stay as they were made.
+/// library must have been loaded in the application's thread. Other threads may read texts at any time. Descriptions of
+/// interfaces are data: they stay as they were made.
 ///
 /// The order of the virtual operations is part of the contract: host and plugin are built separately.
 class CIM_EXPORT CCanInterfacePlugin
@@ -50,12 +50,13 @@ public:
     virtual CCanInterface* createInterface() = 0;
     /// Adds an IP address that scans also ask directly; true also when it was there. False when the text is no address.
     virtual bool addScanAddress(const QString& address) = 0;
-    /// Removes such an address; false when it was not there.
+    /// Removes such an address; false when it was not there, or the text is no address.
     virtual bool removeScanAddress(const QString& address) = 0;
     /// The added addresses, in the order they were added.
     virtual QStringList scanAddresses() = 0;
-    /// Starts a scan, whose result comes with `interfaceScanFinished`; the event loop must run for that. 0 when
-    /// started, -1 when none was started (one is running already).
+    /// Starts a scan, whose result comes with `interfaceScanFinished`; the event loop must run for that. The interfaces
+    /// that were found are deleted when nobody is connected to the signal at that time. 0 when started, -1 when none
+    /// was started (one is running already).
     virtual int scanInterfaces() = 0;
 };
 

@@ -132,7 +132,7 @@ bool CCanMessage::setData(unsigned int offset, unsigned int count, unsigned char
     if (bytes == nullptr || offset > MAX_LENGTH || count > MAX_LENGTH - offset) {
         return false;
     }
-    std::memcpy(m_data + offset, bytes, count);
+    std::memmove(m_data + offset, bytes, count); // they may be bytes of this message
     m_length = static_cast<unsigned char>(offset + count);
     return true;
 }

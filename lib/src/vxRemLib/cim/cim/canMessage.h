@@ -43,8 +43,11 @@ enum MsgType {
 ///
 /// A plain value of 12 bytes without locks, copied freely: identifier, length (0 to 8) and eight data bytes, of which
 /// the first `length` carry meaning. Constructing one registers the class with Qt's meta-type system as "CCanMessage",
-/// so that messages can travel through queued connections and variants. No operation throws; a refused call returns
-/// false and changes nothing.
+/// so that messages can travel through queued connections: there a parameter of signal and slot must be written
+/// `CCanMessage`, without its namespace, for Qt compares the text. Into a QVariant a message goes as
+/// `QVariant(QMetaType::type("CCanMessage"), &message)`, and comes out as
+/// `*static_cast<const CCanMessage*>(variant.constData())`. No operation throws; a refused call returns false and
+/// changes nothing.
 class CIM_EXPORT CCanMessage
 {
 public:
@@ -84,7 +87,7 @@ public:
     /// Writes data byte `index`, 0 to 7; the length stays.
     bool setDataAt(unsigned int index, unsigned char value);
     /// Copies `count` bytes to data bytes `offset` onward and sets the length to offset + count, which must not
-    /// exceed 8. A null `bytes` is refused.
+    /// exceed 8. A null `bytes` is refused; bytes of the message itself may be given.
     bool setData(unsigned int offset, unsigned int count, unsigned char* bytes);
 
     /// Data byte 0, whatever the length.

@@ -4,7 +4,8 @@
 
 #include <QSettings>
 #include <QStringList>
-#include <QUrl>
+
+#include <cctype>
 
 namespace vexmor::Cim
 {
@@ -26,10 +27,11 @@ const QString KEY_PORT_ID = QStringLiteral("PortId");
 const QString KEY_SCANABLE = QStringLiteral("Scanable");
 const QString KEY_INTERFACE_TYPE = QStringLiteral("InterfaceType");
 
-bool isUnsafeInSettingsGroup(QChar character)
+/// Two hexadecimal digits stand from `index` on.
+bool isHexByte(const QString& text, int index)
 {
-    return character < QLatin1Char(' ') || character == QChar(0x7F) || character == QLatin1Char('/') ||
-           character == QLatin1Char('\\') || character == QLatin1Char('%');
+    const auto isDigit = [](QChar character) { return character.unicode() < 0x80 && isxdigit(character.unicode()); };
+    return index + 1 < text.size() && isDigit(text.at(index)) && isDigit(text.at(index + 1));
 }
 } // namespace
 
@@ -226,9 +228,14 @@ int CCommonInfo::saveSettings(QSettings& settings) const
 QString CCommonInfo::settingsGroup() const
 {
     QString group;
-    for (const QChar character : m_uniqueName) {
-        if (isUnsafeInSettingsGroup(character)) {
-            group += QStringLiteral("%%1").arg(character.unicode(), 2, 16, QLatin1Char('0')).toUpper();
+    for (int index = 0; index < m_uniqueName.size(); ++index) {
+        const QChar character = m_uniqueName.at(index);
+        if (character == QLatin1Char('/')) {
+            group += QLatin1String("%2F");
+        } else if (character == QLatin1Char('\\')) {
+            group += QLatin1String("%5C");
+        } else if (character == QLatin1Char('%') && isHexByte(m_uniqueName, index + 1)) {
+            group += QLatin1String("%25");
         } else {
             group += character;
         }
@@ -238,7 +245,13 @@ QString CCommonInfo::settingsGroup() const
 
 QString CCommonInfo::uniqueNameOfSettingsGroup(const QString& group)
 {
-    return QUrl::fromPercentEncoding(group.toUtf8());
+    QString name;
+    for (int index = 0; index < group.size(); ++index) {
+        const bool isEncoded = group.at(index) == QLatin1Char('%') && isHexByte(group, index + 1);
+        name += isEncoded ? QChar(group.mid(index + 1, 2).toInt(nullptr, 16)) : group.at(index);
+        index += isEncoded ? 2 : 0;
+    }
+    return name;
 }
 
 } // namespace vexmor::Cim

@@ -36,7 +36,8 @@ public:
     /// Text shown to the user.
     QString description() const;
     void setDescription(const QString& description);
-    /// Tells this interface from all others; its settings are stored in the group `settingsGroup()`.
+    /// Tells this interface from all others; its settings are stored in the group `settingsGroup()`, in the store of
+    /// the organisation and application that the host named to QCoreApplication ("Unknown Organization" if it did not).
     QString uniqueName() const;
     void setUniqueName(const QString& name);
     EInterfaceConnectionState connectionState() const;
@@ -65,7 +66,8 @@ public:
     /// The part behind COM=; false, and `port` untouched, for any other port text.
     bool comPort(QString& port) const;
     /// The parts of an IP port text, as they stand in it; false, and the outputs untouched, unless it has exactly
-    /// three. An unknown protocol text gives `eProtocolInvalid` (and a log line), but is no failure.
+    /// three (an IPv6 address, which has colons of its own, never fits). An unknown protocol text gives
+    /// `eProtocolInvalid` (and a log line), but is no failure.
     bool ipAddress(QString& address, QString& port) const;
     bool ipAddress(QString& address, QString& port, EProtocolType& protocol) const;
 
@@ -81,8 +83,9 @@ public:
     /// stored. Returns 0.
     int saveSettings(QSettings& settings) const;
 
-    /// Name of the settings group of this interface, below the group of all interfaces: the unique name itself, with
-    /// "/", "\", "%" and control characters percent-encoded so that no name can reach into another interface's group.
+    /// Name of the settings group of this interface, below the group of all interfaces: the unique name itself. Only
+    /// "/", "\" and a "%" that two hexadecimal digits follow are percent-encoded (%2F, %5C, %25), so that no name can
+    /// reach into another interface's group, and no two names share one.
     /// Empty for an empty unique name: such an interface stores its keys in the group of all interfaces.
     QString settingsGroup() const;
     /// The unique name that a settings group stands for: the inverse of `settingsGroup`.

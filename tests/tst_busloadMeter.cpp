@@ -1,0 +1,65 @@
+#include "InterfaceT93/busloadMeter.h"
+#include "testData.h"
+
+using namespace vexmor::Cim;
+using namespace vexmor::Test;
+
+/// Bus load in percent, from counted messages and from what a gateway measured.
+class BusloadMeterTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void periods_data()
+    {
+        const auto row =
+            columns<int, unsigned int, unsigned int, unsigned int>("messages", "period", "rate", "percent");
+        // Messages of 8 data bytes have 110 bits. Before the period the load is 7 %.
+        row("2.2 %, rounded down", 100, 1000, 500, 2);
+        row("just below the next percent", 136, 1000, 500, 2);
+        row("just at it", 137, 1000, 500, 3);
+        row("more than the bus can carry", 100, 10, 10, 11000);
+        row("nothing", 0, 1000, 500, 0);
+        row("a capacity that wraps to 0 changes nothing", 100, 1024, 0x400000, 7);
+        row("a rate of 0 changes nothing", 100, 1000, 0, 7);
+        row("a period of 0 changes nothing", 100, 0, 500, 7);
+    }
+    void periods()
+    {
+        QFETCH(int, messages);
+        QFETCH(unsigned int, period);
+        QFETCH(unsigned int, rate);
+        CBusloadMeter meter;
+        meter.takeGatewayValue(119, 125); // 119 * 74 / 125 / 10
+        QCOMPARE(meter.percent(), 7U);
+        for (int i = 0; i < messages; ++i) {
+            meter.countMessage(8);
+        }
+        meter.endPeriod(period, rate);
+        QTEST(meter.percent(), "percent");
+        meter.endPeriod(1000, 500); // what was counted is counted once
+        QCOMPARE(meter.percent(), 0U);
+    }
+
+    void gatewayValues_data()
+    {
+        const auto row = columns<unsigned int, unsigned int, unsigned int>("value", "rate", "percent");
+        row("296 / 10, rounded down", 500, 125, 29);
+        row("each division rounds down", 136, 1000, 1); // 10.06 / 10
+        row("the largest value", 65535, 50, 9699);
+        row("a rate of 0 changes nothing", 500, 0, 0);
+    }
+    void gatewayValues()
+    {
+        QFETCH(unsigned int, value);
+        QFETCH(unsigned int, rate);
+        CBusloadMeter meter;
+        QVERIFY(!meter.gatewayMeasures());
+        QVERIFY(meter.confirmGatewayMeasures() && !meter.confirmGatewayMeasures() && meter.gatewayMeasures());
+        meter.takeGatewayValue(value, rate);
+        QTEST(meter.percent(), "percent");
+    }
+};
+
+QTEST_APPLESS_MAIN(BusloadMeterTest)
+#include "tst_busloadMeter.moc"
