@@ -1,5 +1,6 @@
 #include "canlog/candumpLog.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QList>
 
@@ -9,6 +10,11 @@ namespace vexmor::CanLog
 {
 namespace
 {
+/// Texts for users, in the language of the catalogs that a program has installed.
+struct Words {
+    Q_DECLARE_TR_FUNCTIONS(CanLog)
+};
+
 constexpr int ID_DIGITS = 3;
 constexpr std::uint16_t MAX_ID = 0x7FF;
 constexpr int MAX_BYTES = 8;
@@ -25,9 +31,9 @@ bool isHex(const QByteArray& text)
     return !text.isEmpty();
 }
 
-bool fail(QString& error, const QByteArray& text, const char* reason)
+bool fail(QString& error, const QByteArray& text, const QString& reason)
 {
-    error = QStringLiteral("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), QLatin1String(reason));
+    error = Words::tr("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), reason);
     return false;
 }
 
@@ -65,19 +71,19 @@ bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& erro
 {
     const int mark = text.indexOf('#');
     if (mark < 0) {
-        return fail(error, text, "no # between identifier and data, as in 123#1122");
+        return fail(error, text, Words::tr("no # between identifier and data, as in 123#1122"));
     }
     const QByteArray id = text.left(mark);
     const QByteArray data = text.mid(mark + 1).replace(".", "");
     const std::uint16_t value = id.toUShort(nullptr, 16);
     if (!isHex(id) || id.size() > ID_DIGITS || value > MAX_ID) {
-        return fail(error, text, "the identifier must be hexadecimal, 0 to 7FF");
+        return fail(error, text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
-        return fail(error, text, "the data must be pairs of hexadecimal digits");
+        return fail(error, text, Words::tr("the data must be pairs of hexadecimal digits"));
     }
     if (data.size() > 2 * MAX_BYTES) {
-        return fail(error, text, "more than 8 data bytes");
+        return fail(error, text, Words::tr("more than 8 data bytes"));
     }
     QByteArray bytes = QByteArray::fromHex(data);
     message = Cim::CCanMessage();
@@ -101,7 +107,7 @@ ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error)
     SLogEntry parsed;
     // A fourth word, the direction, is written by some versions.
     if (words.size() < 3 || words.size() > 4 || !parseTime(words.at(0), parsed.microseconds)) {
-        error = QStringLiteral("not of the form (seconds) interface ID#DATA");
+        error = Words::tr("not of the form (seconds) interface ID#DATA");
         return ELine::eMalformed;
     }
     parsed.interfaceName = words.at(1);
@@ -160,7 +166,7 @@ bool CLogReader::next(SLogEntry& entry, QString& error)
             m_skipped += line.trimmed().isEmpty() ? 0 : 1;
             break;
         case ELine::eMalformed:
-            error = QStringLiteral("%1, line %2: %3").arg(m_file->fileName()).arg(m_line).arg(error);
+            error = Words::tr("%1, line %2: %3").arg(m_file->fileName()).arg(m_line).arg(error);
             return false;
         }
     }
