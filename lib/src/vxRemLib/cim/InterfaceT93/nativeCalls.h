@@ -5,8 +5,8 @@
 class QAbstractSocket;
 class QUdpSocket;
 
-/// What Qt's sockets do not offer, or not without an allocation for each frame: system calls on Linux, and what Qt can
-/// do alone on other platforms (and with the build option CIM_LINUX_CALLS off).
+/// What Qt does not offer, or not without an allocation for each frame: system calls on Linux, and what Qt can do alone
+/// on other platforms (and with the build option CIM_LINUX_CALLS off).
 namespace vexmor::Cim
 {
 
@@ -28,5 +28,8 @@ constexpr qint64 NO_DATAGRAM = -2;
 /// becomes the address it came from, an IPv4 address in its IPv6 form (::ffff:a.b.c.d). After every readyRead it must
 /// be called at least once, or Qt does not signal the next one.
 qint64 readDatagram(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender);
+
+/// Keeps this library in memory to the end of the program, whoever unloads it. Elsewhere than on Linux it does nothing.
+void keepLibraryLoaded();
 
 } // namespace vexmor::Cim

@@ -1,4 +1,4 @@
-#include "InterfaceT93/nativeSocket.h"
+#include "InterfaceT93/nativeCalls.h"
 
 #include <QUdpSocket>
 
@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <dlfcn.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -119,6 +120,15 @@ qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QH
     }
     return socket.writeDatagram(bytes, size, address, port);
 }
+
+void keepLibraryLoaded()
+{
+    static const char anythingInIt = 0;
+    Dl_info library;
+    if (dladdr(&anythingInIt, &library) != 0) {
+        dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    }
+}
 #else
 void setPeerLossTimers(QAbstractSocket&) {}
 
@@ -133,6 +143,8 @@ qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QH
 {
     return socket.writeDatagram(bytes, size, address, port);
 }
+
+void keepLibraryLoaded() {}
 #endif
 
 qint64 readDatagram(QUdpSocket& socket, char* bytes, qint64 maxSize, Q_IPV6ADDR* sender)
