@@ -27,6 +27,7 @@ constexpr int GRID_ALPHA = 80;
 constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
                                       {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
 constexpr int MIDDLE_LIGHTNESS = 128;
+constexpr int LABEL_WIDTH = 60;
 
 /// A curve with gaps: a point whose value is no number ends a line.
 class CGappedCurve : public QwtPlotCurve
@@ -88,6 +89,12 @@ void CBusloadPlot::showEvent(QShowEvent* event)
     QwtPlot::showEvent(event);
     m_timer.start();
     update();
+}
+
+void CBusloadPlot::resizeEvent(QResizeEvent* event)
+{
+    QwtPlot::resizeEvent(event);
+    setAxisMaxMajor(xBottom, std::max(1, width() / LABEL_WIDTH)); // labels would overlap
 }
 
 void CBusloadPlot::hideEvent(QHideEvent* event)

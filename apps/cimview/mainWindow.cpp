@@ -11,6 +11,7 @@
 #include <QDockWidget>
 #include <QLabel>
 #include <QMenuBar>
+#include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
 
@@ -23,6 +24,7 @@ const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
+constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
 } // namespace
 
 CMainWindow::CMainWindow(CWorkbench& workbench)
@@ -54,7 +56,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     m_rateTimer.start(RATE_INTERVAL_MS);
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
     showUnread(workbench.events().unread());
-    resize(INITIAL_SIZE);
+    resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
     resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
     send->raise(); // unless the state says otherwise
