@@ -8,6 +8,7 @@
 #include <QComboBox>
 #include <QGridLayout>
 #include <QHeaderView>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
@@ -34,13 +35,15 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
       m_table(new QTableView(this)),
       m_baudrate(new QComboBox(this)),
       m_progress(new QProgressBar(this)),
+      m_hint(new QLabel(this)),
       m_open(new QAction(tr("&Open"), this)),
       m_close(new QAction(tr("&Close"), this)),
       m_add(new QAction(tr("&Add ..."), this)),
       m_configure(new QAction(tr("Con&figure ..."), this)),
       m_store(new QAction(tr("&Store"), this)),
       m_remove(new QAction(tr("Re&move"), this)),
-      m_scan(new QAction(tr("Scan &network"), this))
+      m_scan(new QAction(tr("Scan &network"), this)),
+      m_simulate(new QAction(tr("Try a simu&lated gateway"), this))
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setModel(&interfaces);
@@ -82,21 +85,30 @@ void CInterfacePanel::makeActions()
     connect(m_store, &QAction::triggered, this, &CInterfacePanel::storeChosen);
     connect(m_remove, &QAction::triggered, this, &CInterfacePanel::removeChosen);
     connect(m_scan, &QAction::triggered, this, &CInterfacePanel::startScan);
+    connect(m_simulate, &QAction::triggered, this, &CInterfacePanel::simulate);
 }
 
 void CInterfacePanel::layOut()
 {
     auto* const layout = new QVBoxLayout(this);
-    QToolBar* const bar = makeToolBar(interfaceActions(), this);
+    QToolBar* const bar = makeToolBar({m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan}, this);
     bar->insertWidget(m_add, m_baudrate);
     layout->addWidget(bar);
+    m_hint->setText(
+        tr("No interfaces yet: <a href='scan'>scan the network</a>, <a href='add'>add</a> one by its address, or "
+           "<a href='simulate'>try</a> a simulated gateway."));
+    m_hint->setWordWrap(true);
+    connect(m_hint, &QLabel::linkActivated, this, [this](const QString& link) {
+        (link == QLatin1String("scan") ? m_scan : link == QLatin1String("add") ? m_add : m_simulate)->trigger();
+    });
+    layout->addWidget(m_hint);
     layout->addWidget(m_table, 1);
     layout->addWidget(m_progress);
 }
 
 QList<QAction*> CInterfacePanel::interfaceActions() const
 {
-    return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan};
+    return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan, m_simulate};
 }
 
 void CInterfacePanel::choose(int row)
@@ -199,6 +211,13 @@ void CInterfacePanel::startScan()
     showScan();
 }
 
+void CInterfacePanel::simulate()
+{
+    if (const Failure failure = m_workbench.simulate(QString())) {
+        m_workbench.warn(failure->text);
+    }
+}
+
 void CInterfacePanel::showScan()
 {
     const bool running = m_workbench.scan().isRunning();
@@ -228,6 +247,8 @@ void CInterfacePanel::showState()
     const auto isClosed = [&](int row) { return interfaces.at(row).state() == EInterfaceState::eClosed; };
     const bool anyClosed = any(isClosed);
     const bool oneClosed = rows.size() == 1 && anyClosed;
+    m_hint->setVisible(interfaces.rowCount() == 0);
+    m_simulate->setEnabled(m_workbench.sim().gateway().port() == 0); // one is enough
     m_open->setEnabled(anyClosed);
     m_close->setEnabled(
         any([&](int row) { return !isClosed(row) && interfaces.at(row).state() != EInterfaceState::eClosing; }));

@@ -6,6 +6,7 @@
 #include <QWidget>
 
 class QComboBox;
+class QLabel;
 class QProgressBar;
 class QSettings;
 class QTableView;
@@ -43,6 +44,7 @@ private:
     void removeChosen();
     void storeChosen();
     void addInterface();
+    void simulate();
     void showScan();
     void setBaudrate(const QString& rate);
     void showState();
@@ -51,6 +53,7 @@ private:
     QTableView* m_table;
     QComboBox* m_baudrate;
     QProgressBar* m_progress;
+    QLabel* m_hint; ///< what to do when there is no interface
     QAction* m_open;
     QAction* m_close;
     QAction* m_add;
@@ -58,6 +61,7 @@ private:
     QAction* m_store;
     QAction* m_remove;
     QAction* m_scan;
+    QAction* m_simulate;
     QTimer m_scanTimer;
     QElapsedTimer m_scanClock;
 };

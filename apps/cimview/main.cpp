@@ -4,7 +4,6 @@
 #include "apps/cimview/palettes.h"
 #include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/embeddedSim.h"
 #include "apps/common/exitCodes.h"
 #include "apps/common/interruption.h"
 #include "apps/common/options.h"
@@ -68,14 +67,11 @@ void tell(const QString& problem)
 }
 
 /// Fills the list of interfaces as the user asked for it.
-Failure openAll(CInterfaceList& interfaces, const SOptions& options, CEmbeddedSim& sim)
+Failure openAll(CWorkbench& workbench, const SOptions& options)
 {
+    CInterfaceList& interfaces = workbench.interfaces();
     interfaces.loadStored();
-    Failure failure;
-    if (options.sim) {
-        failure = sim.start(options.simLog, true);
-        failure = failure ? failure : openSim(interfaces, sim);
-    }
+    Failure failure = options.sim ? workbench.simulate(options.simLog) : Failure();
     for (const QString& target : options.targets) {
         failure = failure ? failure : openTarget(interfaces, target, options.bitRate);
     }
@@ -85,9 +81,8 @@ Failure openAll(CInterfaceList& interfaces, const SOptions& options, CEmbeddedSi
 /// Shows the window until it is closed.
 int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 {
-    CEmbeddedSim sim;
     CWorkbench workbench(plugins);
-    if (const Failure failure = openAll(workbench.interfaces(), options, sim)) {
+    if (const Failure failure = openAll(workbench, options)) {
         tell(failure->text);
         return failure->isUsage ? eWrongUsage : eRefused;
     }

@@ -11,6 +11,7 @@
 #include <QDockWidget>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
@@ -108,6 +109,13 @@ void CMainWindow::makeMenus()
     }
     QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
     toMessages->setShortcut(QKeySequence(QStringLiteral("Ctrl+0")));
+
+    menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
+        QMessageBox::about(this, windowTitle(),
+                           tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
+                              "Its guide is docs/cimview.md of the source.")
+                               .arg(QStringLiteral(CIM_VERSION)));
+    });
 }
 
 void CMainWindow::showUnread(int unread)

@@ -2,7 +2,6 @@
 
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/mainWindow.h"
-#include "apps/common/embeddedSim.h"
 #include "apps/common/gatewayAddress.h"
 
 #include <QApplication>
@@ -16,23 +15,6 @@ void prepareApplication()
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-}
-
-Failure openSim(CInterfaceList& interfaces, CEmbeddedSim& sim)
-{
-    const int first = interfaces.rowCount();
-    for (const QString& protocol : {QStringLiteral("TCP"), QStringLiteral("UDP")}) {
-        const Settings settings{{StoreKey::ADDRESS, sim.gateway().address().toString()},
-                                {StoreKey::PORT, QString::number(sim.gateway().port())},
-                                {StoreKey::PROTOCOL, protocol},
-                                {StoreKey::BAUDRATE, QString::number(sim.bus().baudrate())}};
-        if (const Failure failure = interfaces.add(CMainWindow::tr("Simulation %1").arg(protocol), settings, false)) {
-            return failure;
-        }
-    }
-    interfaces.at(first).open();
-    sim.startTraffic();
-    return {};
 }
 
 Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate)

@@ -25,6 +25,26 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     m_timer.start(FETCH_INTERVAL_MS);
 }
 
+Failure CWorkbench::simulate(const QString& logFile)
+{
+    if (const Failure failure = m_sim.start(logFile, true)) {
+        return failure;
+    }
+    const int first = m_interfaces.rowCount();
+    for (const QString& protocol : {QStringLiteral("TCP"), QStringLiteral("UDP")}) {
+        const Settings settings{{StoreKey::ADDRESS, m_sim.gateway().address().toString()},
+                                {StoreKey::PORT, QString::number(m_sim.gateway().port())},
+                                {StoreKey::PROTOCOL, protocol},
+                                {StoreKey::BAUDRATE, QString::number(m_sim.bus().baudrate())}};
+        if (const Failure failure = m_interfaces.add(tr("Simulation %1").arg(protocol), settings, false)) {
+            return failure;
+        }
+    }
+    m_interfaces.at(first).open();
+    m_sim.startTraffic();
+    return {};
+}
+
 void CWorkbench::startScan()
 {
     if (!m_scan.start()) {

@@ -8,6 +8,7 @@
 #include "apps/cimview/networkScan.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
+#include "apps/common/embeddedSim.h"
 
 #include <QObject>
 #include <QTimer>
@@ -38,6 +39,10 @@ public:
     std::uint64_t fetched() const { return m_fetched; }
     std::uint64_t lost() const { return m_lost; }
 
+    /// Starts a simulated gateway in this program, puts it into the list over both of its transports, and opens the
+    /// first. An empty `logFile` stands for generated traffic. Once.
+    Failure simulate(const QString& logFile);
+    CEmbeddedSim& sim() { return m_sim; }
     /// Starts a scan of the network; what prevents it is told of by an event.
     void startScan();
     /// Tells the user something by way of the event log.
@@ -48,6 +53,7 @@ public:
 private:
     void fetch();
 
+    CEmbeddedSim m_sim; ///< outlives the interfaces that use it
     CSourceNames m_names;
     CMailbox m_mailbox;
     CInterfaceList m_interfaces;

@@ -4,7 +4,6 @@
 #include "apps/cimview/startup.h"
 #include "apps/cimview/tools/screenshotTour.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/embeddedSim.h"
 #include "apps/common/pluginFolder.h"
 #include "apps/common/translations.h"
 
@@ -20,19 +19,17 @@ int main(int argc, char** argv)
                         {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
     const QStringList arguments = QApplication::arguments();
     const SPluginSearch search = searchPlugins({});
-    CEmbeddedSim sim;
-    Failure failure = search.failure();
-    if (failure || arguments.size() < 2 || (failure = sim.start(arguments.value(2), true))) {
-        qCritical("%s", failure ? qPrintable(failure->text) : "usage: cimviewPictures FOLDER [LOG]");
+    if (search.failure() || arguments.size() < 2) {
+        qCritical("%s", search.failure() ? qPrintable(search.failure()->text) : "usage: cimviewPictures FOLDER [LOG]");
         return 2;
     }
     Cimview::CWorkbench workbench(search.plugins);
-    if ((failure = openSim(workbench.interfaces(), sim))) {
+    if (const Failure failure = workbench.simulate(arguments.value(2))) {
         qCritical("%s", qPrintable(failure->text));
         return 1;
     }
     Cimview::CMainWindow window(workbench);
     window.show();
-    const Cimview::CScreenshotTour tour(workbench, window, sim, arguments.at(1));
+    const Cimview::CScreenshotTour tour(workbench, window, arguments.at(1));
     return QApplication::exec();
 }

@@ -5,7 +5,6 @@
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/embeddedSim.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -24,8 +23,8 @@ constexpr std::size_t ENOUGH_BUSLOADS = 40;
 constexpr std::uint8_t OVERFLOW_AND_BUS_OFF = 0x09;
 } // namespace
 
-CScreenshotTour::CScreenshotTour(CWorkbench& workbench, CMainWindow& window, CEmbeddedSim& sim, const QString& folder)
-    : m_workbench(workbench), m_window(window), m_sim(sim), m_folder(folder), m_steps(steps())
+CScreenshotTour::CScreenshotTour(CWorkbench& workbench, CMainWindow& window, const QString& folder)
+    : m_workbench(workbench), m_window(window), m_folder(folder), m_steps(steps())
 {
     connect(&m_timer, &QTimer::timeout, this, &CScreenshotTour::onTick);
     m_timer.start(TICK_MS);
@@ -112,10 +111,10 @@ void CScreenshotTour::sendLevel()
 void CScreenshotTour::provokeErrors()
 {
     m_workbench.sendList().stopAll();
-    m_sim.gateway().sendStatus(OVERFLOW_AND_BUS_OFF);
-    connect(&m_workbench.events(), &CEventModel::unreadChanged, &m_sim, [this](int unread) {
+    m_workbench.sim().gateway().sendStatus(OVERFLOW_AND_BUS_OFF);
+    connect(&m_workbench.events(), &CEventModel::unreadChanged, &m_workbench, [this](int unread) {
         if (unread == 4) { // both have arrived, on both interfaces
-            m_sim.gateway().dropLinks();
+            m_workbench.sim().gateway().dropLinks();
         }
     });
 }

@@ -7,11 +7,6 @@
 #include <functional>
 #include <vector>
 
-namespace vexmor::Apps
-{
-class CEmbeddedSim;
-}
-
 namespace vexmor::Apps::Cimview
 {
 
@@ -26,7 +21,7 @@ class CScreenshotTour : public QObject
 
 public:
     /// All must outlive the tour. Pictures go to `folder`.
-    CScreenshotTour(CWorkbench& workbench, CMainWindow& window, CEmbeddedSim& sim, const QString& folder);
+    CScreenshotTour(CWorkbench& workbench, CMainWindow& window, const QString& folder);
 
 private:
     struct SStep {
@@ -45,7 +40,6 @@ private:
 
     CWorkbench& m_workbench;
     CMainWindow& m_window;
-    CEmbeddedSim& m_sim;
     const QDir m_folder;
     QTimer m_timer;
     std::vector<SStep> m_steps;

@@ -394,6 +394,14 @@
         <source>Remove these interfaces, from the store as well?</source>
         <translation>Diese Schnittstellen entfernen, auch aus dem Speicher?</translation>
     </message>
+    <message>
+        <source>Try a simu&amp;lated gateway</source>
+        <translation>Simu&amp;liertes Gateway ausprobieren</translation>
+    </message>
+    <message>
+        <source>No interfaces yet: &lt;a href=&apos;scan&apos;&gt;scan the network&lt;/a&gt;, &lt;a href=&apos;add&apos;&gt;add&lt;/a&gt; one by its address, or &lt;a href=&apos;simulate&apos;&gt;try&lt;/a&gt; a simulated gateway.</source>
+        <translation>Noch keine Schnittstellen: &lt;a href=&apos;scan&apos;&gt;das Netz absuchen&lt;/a&gt;, &lt;a href=&apos;add&apos;&gt;eine hinzufügen&lt;/a&gt; mit ihrer Adresse oder ein simuliertes Gateway &lt;a href=&apos;simulate&apos;&gt;ausprobieren&lt;/a&gt;.</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogLoader</name>
@@ -411,10 +419,6 @@
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CMainWindow</name>
-    <message>
-        <source>Simulation %1</source>
-        <translation>Simulation %1</translation>
-    </message>
     <message>
         <source>CAN interfaces</source>
         <translation>CAN-Schnittstellen</translation>
@@ -478,6 +482,20 @@
     <message>
         <source>%1 new errors</source>
         <translation>%1 neue Fehler</translation>
+    </message>
+    <message>
+        <source>&amp;Help</source>
+        <translation>&amp;Hilfe</translation>
+    </message>
+    <message>
+        <source>&amp;About</source>
+        <translation>Ü&amp;ber cimview</translation>
+    </message>
+    <message>
+        <source>cimview %1: CAN interfaces of T93 gateways in a window.
+Its guide is docs/cimview.md of the source.</source>
+        <translation>cimview %1: CAN-Schnittstellen von T93-Gateways in einem Fenster.
+Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     </message>
 </context>
 <context>
@@ -741,6 +759,10 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>Scan finished, interfaces found: %1</source>
         <translation>Suche beendet, Schnittstellen gefunden: %1</translation>
+    </message>
+    <message>
+        <source>Simulation %1</source>
+        <translation>Simulation %1</translation>
     </message>
 </context>
 </TS>
