@@ -3,8 +3,6 @@
 #include "requireTool.h"
 #include "t93Fixture.h"
 
-#include <QRegularExpression>
-
 #include <random>
 
 using namespace vexmor::Test;
@@ -71,9 +69,14 @@ private Q_SLOTS:
         row(tcp(), {frame(0x41, hex("00000203")), frame(0x44, hex("001a2b3c4d5e")), frame(0x47, hex("1001"))},
             {"Firmware version: 2.03 firmware=2.03", "MAC address: 00:1a:2b:3c:4d:5e mac=00:1a:2b:3c:4d:5e",
              "Bus load: 272 frames/s busload=272"});
-        row(tcp(), {frame(0xA4, hex("03e8")), frame(0x57, hex("fe")), frame(0x40, "ab"), frame(0x42), frame(0x02)},
-            {"Bus load interval: 1000 ms busload.interval=1000", "CAN bit rate: 100 kbit/s bitrate=0xfe",
-             "Identification payload=61 62", "Status", "CAN message, 29 bit"});
+        row(tcp(), {frame(0xA4, hex("03e8")), frame(0x40, "ab"), frame(0x42), frame(0x02)},
+            {"Bus load interval: 1000 ms busload.interval=1000", "Identification payload=61 62", "Status",
+             "CAN message, 29 bit"});
+        const QMap<QByteArray, QByteArray> rates{{"02", "50"},  {"fe", "100"}, {"03", "125"},
+                                                 {"04", "250"}, {"05", "500"}, {"07", "1000"}};
+        for (const QByteArray& code : rates.keys()) {
+            row(tcp(), {frame(0x57, hex(code))}, {"CAN bit rate: " + rates[code] + " kbit/s bitrate=0x" + code});
+        }
 
         const QByteArray one = frame(0x99);
         row(tcp(), {one.repeated(6)}, {"Command 99; Command 99; Command 99; Command 99 (+2)"});
@@ -117,15 +120,10 @@ private Q_SLOTS:
 
     void everyDocumentedCommandHasAName()
     {
-        QFile document(QStringLiteral(CIM_PROTOCOL_DOC));
-        QVERIFY(document.open(QIODevice::ReadOnly));
-        static const QRegularExpression commandRow(R"(^\| `[^|]*\|[^|]*\|[^|]*\|$)"_s,
-                                                   QRegularExpression::MultilineOption);
+        const QString codes = R"(awk -F'|' 'NF == 5 && $2 ~ /^ `/ { print $2 }' %1 | tr -cs 0-9A-F ' ')"_s;
         QByteArrayList packets;
-        for (auto row = commandRow.globalMatch(QString::fromUtf8(document.readAll())); row.hasNext();) {
-            for (const QString& code : row.next().captured().section(QLatin1Char('|'), 1, 1).split(QLatin1Char(','))) {
-                packets += frame(static_cast<std::uint8_t>(code.mid(2, 2).toInt(nullptr, 16)));
-            }
+        for (const QByteArray& code : run(codes.arg(QStringLiteral(CIM_PROTOCOL_DOC))).out.simplified().split(' ')) {
+            packets += frame(static_cast<std::uint8_t>(code.toInt(nullptr, 16)));
         }
         const QByteArray shown = shownBy("-V -O t93"_s, {{"-T 30000,41000"_s, packets}});
         QVERIFY(packets.size() > 15);
@@ -150,9 +148,8 @@ private Q_SLOTS:
             stream += one;
         }
         QByteArrayList packets;
-        for (int at = 0, size = 0; at < stream.size(); at += size) {
-            size = 1 + below(60);
-            packets += stream.mid(at, size);
+        for (int at = 0; at < stream.size(); at += packets.last().size()) {
+            packets += stream.mid(at, 1 + below(60));
         }
         QByteArrayList expected; // identifiers
         int wrongChecksums = 0;
