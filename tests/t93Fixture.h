@@ -144,6 +144,21 @@ struct SOpenInterface {
         return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
     QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
+    /// From now on the gateway has these faults.
+    template <typename Change>
+    void misbehave(Change&& change)
+    {
+        SSimFaults faults;
+        change(faults);
+        gateway.setFaults(faults);
+    }
+    /// The connection is lost and cannot be had again: error 0, the first one.
+    bool lose()
+    {
+        misbehave([](SSimFaults& faults) { faults.refuse = true; });
+        gateway.dropLinks();
+        return QTest::qWaitFor([this] { return errorNumbers() == QList<int>{0}; });
+    }
 
     CSimBus bus;
     CSimGateway gateway{bus};
