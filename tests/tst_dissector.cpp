@@ -151,25 +151,19 @@ private Q_SLOTS:
         for (int at = 0; at < stream.size(); at += packets.last().size()) {
             packets += stream.mid(at, 1 + below(60));
         }
-        QByteArrayList expected; // identifiers
+        int messages = 0;
         int wrongChecksums = 0;
         CRmDeframer deframer;
         deframer.feed(
             reinterpret_cast<const std::uint8_t*>(stream.constData()), static_cast<std::size_t>(stream.size()),
-            [&expected](const SRmFrame& one) {
-                if (one.command <= 1) {
-                    const int id = (one.payload[0] << 8 | one.payload[1]) & 0x7FF;
-                    expected += "0x" + QByteArray::number(id, 16).rightJustified(4, '0');
-                }
-                return true;
-            },
+            [&messages](const SRmFrame& one) { return (messages += one.command <= 1 ? 1 : 0) >= 0; },
             [&wrongChecksums] { return ++wrongChecksums > 0; });
-        QVERIFY(expected.size() > 1000 && wrongChecksums > 300);
+        QVERIFY(messages > 1000 && wrongChecksums > 300);
         for (const QString& way : list("-T -u"_s)) {
             const QString fields = "-T fields -E aggregator=/s -e t93.can.id -e t93.checksum.bad"_s;
-            QByteArrayList found = shownBy(fields, {{way + " 30000,41000"_s, packets}}).simplified().split(' ');
-            QCOMPARE(found.removeAll("1"), wrongChecksums);
-            QCOMPARE(found, expected);
+            const QByteArray shown = shownBy(fields, {{way + " 30000,41000"_s, packets}});
+            QCOMPARE(shown.count("0x"), messages);
+            QCOMPARE(shown.simplified().split(' ').count("1"), wrongChecksums);
         }
     }
 };
