@@ -48,7 +48,7 @@ struct SGateway {
     CSimGateway gateway;
 };
 
-/// A window as the program shows it.
+/// A window as the program shows it, and a gateway.
 struct SWindow {
     SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench)) { window->show(); }
 
@@ -98,6 +98,8 @@ struct SWindow {
         qFatal("no widget %s", text);
     }
 
+    CSimBus bus;
+    SGateway hall{bus};
     CWorkbench workbench;
     std::unique_ptr<CMainWindow> window;
 };
@@ -143,35 +145,31 @@ private Q_SLOTS:
 
     void severalAtOnce()
     {
-        CSimBus bus;
-        SGateway hall(bus);
-        SGateway stage(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway) && run.openAndWait(STAGE, stage.gateway));
-        bus.send(message(0x100, hex("AA")));
+        SGateway stage(run.bus);
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway) && run.openAndWait(STAGE, stage.gateway));
+        run.bus.send(message(0x100, hex("AA")));
         run.list().session(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
                      (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
         run.list().close(run.list().rowOf(HALL));
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
-        bus.send(message(0x102));
+        run.bus.send(message(0x102));
         QTRY_COMPARE(run.trace().rowCount(), 5);
         QCOMPARE(run.state(STAGE), EInterfaceState::eConnected);
     }
 
     void errorsReachTheLog()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
         CEventModel& events = run.workbench.events();
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
-        hall.gateway.sendStatus(0x09);
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
+        run.hall.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 2);
         SSimFaults faults;
         faults.refuse = true; // so that it cannot come back
-        hall.gateway.setFaults(faults);
-        hall.gateway.dropLinks();
+        run.hall.gateway.setFaults(faults);
+        run.hall.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
         QTRY_COMPARE(events.unread(), 3);
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
@@ -272,12 +270,10 @@ private Q_SLOTS:
 
     void sendsWhatIsTyped()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
         QList<vexmor::Cim::CCanMessage> sent;
-        connect(&hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        connect(&run.hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
         QTest::keyClicks(id, "9x7f"_s);
@@ -306,12 +302,10 @@ private Q_SLOTS:
 
     void logIsShownWhileLiveMessagesWait()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
         run.window->messagePanel().loadLog(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF#\n"));
-        bus.send(message(0x100, hex("AA")));
+        run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 RX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
