@@ -5,7 +5,7 @@
 #include <QRegularExpression>
 #include <QUdpSocket>
 
-#include <cstring>
+#include <thread>
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -110,24 +110,18 @@ private Q_SLOTS:
         QTcpServer gateway;
         QVERIFY(gateway.listen(QHostAddress(QHostAddress::LocalHost)));
         gateway.pauseAccepting();
-        const int listener = static_cast<int>(gateway.socketDescriptor());
-        const int on = 1;
-        ::setsockopt(listener, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on); // the kernel notes when a byte comes
+        QElapsedTimer clock;
+        clock.start();
+        qint64 came = 0;
+        std::thread reader([&came, clock, listener = static_cast<int>(gateway.socketDescriptor())] {
+            char first = 0;
+            came = ::recv(::accept(listener, nullptr, nullptr), &first, 1, 0) == 1 ? clock.elapsed() : -1;
+        });
         const auto can = makeInterface(gateway.serverPort());
-        configure(*can,
-                  [](CConfigParamT93& param) { param.setCanBaudrate(0); }); // no later request, whose time would count
-        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 0 failed.");
-        const qint64 before = QDateTime::currentMSecsSinceEpoch();
-        QCOMPARE(can->openCommunication(), 0);
-        char first = 0;
-        char time[CMSG_SPACE(sizeof(timespec))];
-        iovec data{&first, 1};
-        msghdr received{nullptr, 0, &data, 1, time, sizeof time, 0};
-        QCOMPARE(::recvmsg(::accept(listener, nullptr, nullptr), &received, 0), 1);
-        QVERIFY(received.msg_controllen > 0);
-        timespec came{};
-        std::memcpy(&came, CMSG_DATA(CMSG_FIRSTHDR(&received)), sizeof came);
-        QVERIFY(came.tv_sec * 1000 + came.tv_nsec / 1000000 - before >= 20);
+        const int code = can->openCommunication();
+        reader.join();
+        QCOMPARE(code, 0);
+        QVERIFY(came >= 20);
     }
 
     void secondOpenChangesNothing()
