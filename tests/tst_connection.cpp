@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/tcp.h>
 
 using namespace vexmor::Test;
@@ -110,10 +111,12 @@ private Q_SLOTS:
         QTcpServer gateway;
         QVERIFY(gateway.listen(QHostAddress(QHostAddress::LocalHost)));
         gateway.pauseAccepting();
+        const int listener = static_cast<int>(gateway.socketDescriptor());
+        ::fcntl(listener, F_SETFL, 0); // its thread waits
         QElapsedTimer clock;
         clock.start();
         qint64 came = 0;
-        std::thread reader([&came, clock, listener = static_cast<int>(gateway.socketDescriptor())] {
+        std::thread reader([&] {
             char first = 0;
             came = ::recv(::accept(listener, nullptr, nullptr), &first, 1, 0) == 1 ? clock.elapsed() : -1;
         });
