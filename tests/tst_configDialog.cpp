@@ -138,12 +138,10 @@ private Q_SLOTS:
         }
         QCOMPARE(can->loadSettings(GROUP), 0);
         configure(*can, [](CConfigParamT93& param) { param.setMacAddress({2, 0, 0, 1, 2, 3}); });
-        QString shown;
-        runDialog(*can, 0, [&](const SDialog& user) {
-            shown = user.shown();
+        runDialog(*can, 0, [](const SDialog& user) {
+            QTEST(user.shown(), "shown");
             user.press(QDialogButtonBox::Ok);
         });
-        QTEST(shown, "shown");
         QTEST(settingsOf(*can), "returned");
         const CConfigParamT93 param = driver(*can).configParam();
         QCOMPARE(can->commonInfo().port(), param.ipPortString());
