@@ -112,6 +112,14 @@ inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAd
     }
 }
 
+/// A gateway that by itself says nothing of bus load.
+inline SSimIdentity withoutBusload()
+{
+    SSimIdentity identity;
+    identity.measuresBusload = false;
+    return identity;
+}
+
 /// An open interface to a simulated gateway, with a record of its errors.
 struct SOpenInterface {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})

@@ -109,9 +109,7 @@ private Q_SLOTS:
             sent.append(message(id));
             stream += frame(0x00, QByteArray().append(char(id >> 8)).append(char(id)));
         }
-        SSimIdentity identity;
-        identity.measuresBusload = false; // no reply comes between
-        SOpenInterface host(CCommonInfo::eProtocolUdp, identity);
+        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload()); // no reply comes between
         QVERIFY(host.isAllHeard());
         host.can->setSpyHandler(spy);
         const auto sendOne = [&] { host.gateway.sendRaw(stream.left(SIZE)), stream.remove(0, SIZE); };

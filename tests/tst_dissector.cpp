@@ -1,6 +1,5 @@
 #include "InterfaceT93/detectionDatagrams.h"
 #include "InterfaceT93/gatewayReplies.h"
-#include "requireTool.h"
 #include "t93Fixture.h"
 
 #include <random>
@@ -38,8 +37,6 @@ class DissectorTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { REQUIRE_TOOL("tshark"); }
-
     void shows()
     {
         QList<Conversation> conversations;

@@ -51,14 +51,6 @@ const QString TRAFFIC =
     "- CAN bus load too heavy\n\nPlease reduce CAN bus load by closing views. Views producing heavy "
     "load are e.g. Service view and Devices view or views with a large number of controls."_s;
 
-/// A gateway that by itself says nothing of bus load.
-SSimIdentity older()
-{
-    SSimIdentity identity;
-    identity.measuresBusload = false;
-    return identity;
-}
-
 int busloadOf(CCanInterface& can)
 {
     int percent = -1;
@@ -187,10 +179,9 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, version);
         QFETCH(QByteArray, identification);
-        SSimIdentity identity;
+        SSimIdentity identity = withoutBusload(); // no request besides those that the version causes
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         identity.firmwareMajor = identity.firmwareMinor = 9;
-        identity.measuresBusload = false; // no request besides those that the version causes
         identity.deviceText = identification;
         SOpenInterface host(CCommonInfo::eProtocolTcp, identity);
         QCOMPARE(host.can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
@@ -268,7 +259,7 @@ private Q_SLOTS:
 
     void localBusload()
     {
-        SOpenInterface host(CCommonInfo::eProtocolTcp, older());
+        SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
         const auto setTimes = [&](unsigned int pollTime) {
             configure(*host.can, [&](CConfigParamT93& param) {
                 param.setBusloadPollTime(pollTime);
@@ -305,7 +296,7 @@ private Q_SLOTS:
 
     void gatewayMeasuresBusload()
     {
-        SOpenInterface host(CCommonInfo::eProtocolTcp, older());
+        SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
         configure(*host.can, [](CConfigParamT93& param) {
             param.setBusloadPollTime(60000);
             param.setCanBaudrate(125);
