@@ -113,9 +113,6 @@ class CimviewTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QCoreApplication::setOrganizationName("Vexmor"_s);
-        QCoreApplication::setApplicationName("Cim"_s);
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
         qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0"); // they would stand in what is read
         for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {       // for programs that are started
             qputenv(variable, m_folder.path().toLocal8Bit());
@@ -129,7 +126,6 @@ private Q_SLOTS:
         row("--bogus", 2, "--bogus");
         row("--sim /nowhere/a.log", 2, "/nowhere/a.log");
         row("nowhere", 2, "nowhere");
-        row("10.0.0.5:70000", 2, "70000");
         row("--plugin /nowhere/p.so", 1, "/nowhere/p.so");
         row("--sim --report 0.5", 0, {});
     }
@@ -350,7 +346,8 @@ private Q_SLOTS:
     }
 
 private:
-    const QTemporaryDir m_folder;
+    const CPrivateStore m_store;
+    const QTemporaryDir m_folder; // of programs that are started
 };
 
 QTEST_MAIN(CimviewTest)

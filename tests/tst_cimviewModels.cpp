@@ -49,14 +49,6 @@ class CimviewModelsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QCoreApplication::setOrganizationName("Vexmor"_s);
-        QCoreApplication::setApplicationName("Cim"_s);
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
-        m_plugins = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
-    }
-
     void matcher_data()
     {
         const auto row =
@@ -365,8 +357,9 @@ private:
         return finished.wait() && finished.at(0).at(0) == int(loaded.size()) ? finished.at(0).at(1) : QVariant();
     }
 
+    const CPrivateStore m_store;
     const QTemporaryDir m_folder;
-    std::vector<SPlugin> m_plugins;
+    std::vector<SPlugin> m_plugins = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
     CSourceNames m_names;
 };
 
