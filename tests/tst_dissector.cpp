@@ -134,15 +134,11 @@ private Q_SLOTS:
     {
         std::mt19937 random(1);
         const auto below = [&random](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
-        const QByteArray odd = hex("43000d2301ff55aa0243070d0008110043015743070d00420143");
-        QByteArray stream;
-        for (int i = 0; i < 3000; ++i) {
-            const char command = hex("00000001424457").at(below(7));
-            QByteArray one = frame(static_cast<std::uint8_t>(command), odd.mid(below(13), below(14)));
-            if (below(4) == 0) {
-                one[below(one.size())] = odd.at(below(6));
-            }
-            stream += one;
+        QByteArray stream = frame(0x00, hex("0123430d")) + frame(0x01, hex("0743430d0102030405")) +
+                            frame(0x00, hex("0456010203040506070843")) + frame(0x42, hex("08")) + frame(0x00);
+        stream = stream.repeated(600);
+        for (int i = 0; i < 1500; ++i) {
+            stream[below(stream.size())] = hex("43000d2301ff").at(below(6));
         }
         QByteArrayList packets;
         for (int at = 0; at < stream.size(); at += packets.last().size()) {
