@@ -120,12 +120,17 @@ inline SSimIdentity withoutBusload()
     return identity;
 }
 
+struct SGateway {
+    SGateway() { listenOn(gateway); }
+    CSimBus bus;
+    CSimGateway gateway{bus};
+};
+
 /// An open interface to a simulated gateway, with a record of its errors.
-struct SOpenInterface {
+struct SOpenInterface : SGateway {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
     {
         gateway.setIdentity(identity);
-        listenOn(gateway);
         QObject::connect(&gateway, &CSimGateway::messageReceived,
                          [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
@@ -168,8 +173,6 @@ struct SOpenInterface {
         return QTest::qWaitFor([this] { return errorNumbers() == QList<int>{0}; });
     }
 
-    CSimBus bus;
-    CSimGateway gateway{bus};
     QList<CCanMessage> atGateway; ///< messages that the gateway received
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;
