@@ -164,7 +164,9 @@ private Q_SLOTS:
         clock.start();
         QTEST(can->openCommunication(), "code");
         QVERIFY(clock.elapsed() >= (rowName() == "no answer" ? 1000 : 0) && clock.elapsed() < 2000);
+        CCanMessage none;
         QVERIFY(!can->isOpened() && !isConnected(*can));
+        QCOMPARE(can->readMessage(none), 2);
     }
 
     void datagramThatTheKernelRefuses_data() { rows({"bound to an address", "bound to any"}); }

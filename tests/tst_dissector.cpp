@@ -114,6 +114,9 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(found, expected);
+        const QByteArray around = shownBy("-T fields -e t93.length -e t93.command -e t93.checksum -e t93.end"_s,
+                                          {{"-T 30000,50000"_s, {frame(0x44)}}});
+        QCOMPARE(around, QByteArray("1\t0x44\t0x06\t0x0d\n"));
     }
 
     void everyDocumentedCommandHasAName()
