@@ -112,12 +112,25 @@ inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAd
     }
 }
 
+/// A gateway that by itself says nothing of bus load.
+inline SSimIdentity withoutBusload()
+{
+    SSimIdentity identity;
+    identity.measuresBusload = false;
+    return identity;
+}
+
+struct SGateway {
+    SGateway() { listenOn(gateway); }
+    CSimBus bus;
+    CSimGateway gateway{bus};
+};
+
 /// An open interface to a simulated gateway, with a record of its errors.
-struct SOpenInterface {
+struct SOpenInterface : SGateway {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
     {
         gateway.setIdentity(identity);
-        listenOn(gateway);
         QObject::connect(&gateway, &CSimGateway::messageReceived,
                          [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
@@ -144,9 +157,22 @@ struct SOpenInterface {
         return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
     QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
+    /// From now on the gateway has these faults.
+    template <typename Change>
+    void misbehave(Change&& change)
+    {
+        SSimFaults faults;
+        change(faults);
+        gateway.setFaults(faults);
+    }
+    /// The connection is lost and cannot be had again: error 0, the first one.
+    bool lose()
+    {
+        misbehave([](SSimFaults& faults) { faults.refuse = true; });
+        gateway.dropLinks();
+        return QTest::qWaitFor([this] { return errorNumbers() == QList<int>{0}; });
+    }
 
-    CSimBus bus;
-    CSimGateway gateway{bus};
     QList<CCanMessage> atGateway; ///< messages that the gateway received
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;

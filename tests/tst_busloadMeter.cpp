@@ -26,16 +26,13 @@ private Q_SLOTS:
     }
     void periods()
     {
-        QFETCH(int, messages);
-        QFETCH(unsigned int, period);
-        QFETCH(unsigned int, rate);
         CBusloadMeter meter;
         meter.takeGatewayValue(119, 125); // 119 * 74 / 125 / 10
         QCOMPARE(meter.percent(), 7U);
-        for (int i = 0; i < messages; ++i) {
+        for (int i = 0; i < cell<int>("messages"); ++i) {
             meter.countMessage(8);
         }
-        meter.endPeriod(period, rate);
+        meter.endPeriod(cell<unsigned int>("period"), cell<unsigned int>("rate"));
         QTEST(meter.percent(), "percent");
         meter.endPeriod(1000, 500); // what was counted is counted once
         QCOMPARE(meter.percent(), 0U);
@@ -51,12 +48,10 @@ private Q_SLOTS:
     }
     void gatewayValues()
     {
-        QFETCH(unsigned int, value);
-        QFETCH(unsigned int, rate);
         CBusloadMeter meter;
         QVERIFY(!meter.gatewayMeasures());
         QVERIFY(meter.confirmGatewayMeasures() && !meter.confirmGatewayMeasures() && meter.gatewayMeasures());
-        meter.takeGatewayValue(value, rate);
+        meter.takeGatewayValue(cell<unsigned int>("value"), cell<unsigned int>("rate"));
         QTEST(meter.percent(), "percent");
     }
 };

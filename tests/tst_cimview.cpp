@@ -49,7 +49,7 @@ struct SGateway {
     CSimGateway gateway;
 };
 
-/// A window as the program shows it.
+/// A window as the program shows it, and a gateway.
 struct SWindow {
     SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench)) { window->show(); }
 
@@ -99,6 +99,8 @@ struct SWindow {
         qFatal("no widget %s", text);
     }
 
+    CSimBus bus;
+    SGateway hall{bus};
     CWorkbench workbench;
     std::unique_ptr<CMainWindow> window;
 };
@@ -112,9 +114,6 @@ class CimviewTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QCoreApplication::setOrganizationName("Vexmor"_s);
-        QCoreApplication::setApplicationName("Cim"_s);
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
         qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0"); // they would stand in what is read
         for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {       // for programs that are started
             qputenv(variable, m_folder.path().toLocal8Bit());
@@ -128,7 +127,6 @@ private Q_SLOTS:
         row("--bogus", 2, "--bogus");
         row("--sim /nowhere/a.log", 2, "/nowhere/a.log");
         row("nowhere", 2, "nowhere");
-        row("10.0.0.5:70000", 2, "70000");
         row("--plugin /nowhere/p.so", 1, "/nowhere/p.so");
         row("--help", 0, {});
     }
@@ -144,35 +142,31 @@ private Q_SLOTS:
 
     void severalAtOnce()
     {
-        CSimBus bus;
-        SGateway hall(bus);
-        SGateway stage(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway) && run.openAndWait(STAGE, stage.gateway));
-        bus.send(message(0x100, hex("AA")));
+        SGateway stage(run.bus);
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway) && run.openAndWait(STAGE, stage.gateway));
+        run.bus.send(message(0x100, hex("AA")));
         run.list().session(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
                      (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
         run.list().at(run.list().rowOf(HALL)).close();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
-        bus.send(message(0x102));
+        run.bus.send(message(0x102));
         QTRY_COMPARE(run.trace().rowCount(), 5);
         QCOMPARE(run.state(STAGE), EInterfaceState::eConnected);
     }
 
     void errorsReachTheLog()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
         CEventModel& events = run.workbench.events();
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
-        hall.gateway.sendStatus(0x09);
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
+        run.hall.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 2);
         SSimFaults faults;
         faults.refuse = true; // so that it cannot come back
-        hall.gateway.setFaults(faults);
-        hall.gateway.dropLinks();
+        run.hall.gateway.setFaults(faults);
+        run.hall.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
         QTRY_COMPARE(events.unread(), 3);
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
@@ -187,7 +181,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->showPanel("Events"_s);
         QTRY_COMPARE(events.unread(), 0); // looked at
-        hall.gateway.setFaults({});
+        run.hall.gateway.setFaults({});
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eConnected);
         QCOMPARE(events.eventAt(events.rowCount() - 1).text, "The gateway is back."_s);
     }
@@ -275,12 +269,10 @@ private Q_SLOTS:
 
     void sendsWhatIsTyped()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
         QList<vexmor::Cim::CCanMessage> sent;
-        connect(&hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        connect(&run.hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
         QTest::keyClicks(id, "9x7f"_s);
@@ -309,18 +301,16 @@ private Q_SLOTS:
 
     void logIsShownWhileLiveMessagesWait()
     {
-        CSimBus bus;
-        SGateway hall(bus);
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, hall.gateway));
-        bus.send(message(0x101));
+        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
+        run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
         run.window->messagePanel().loadLog(writeFile(m_folder, "no log"));
         QTRY_COMPARE(run.workbench.events().unread(), 1); // told, and nothing is lost by it
         QCOMPARE(run.trace().rowCount(), 1);
         run.window->messagePanel().loadLog(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);
-        bus.send(message(0x100, hex("AA")));
+        run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
@@ -369,7 +359,8 @@ private Q_SLOTS:
     }
 
 private:
-    const QTemporaryDir m_folder;
+    const CPrivateStore m_store;
+    const QTemporaryDir m_folder; // of programs that are started
 };
 
 QTEST_MAIN(CimviewTest)

@@ -49,14 +49,6 @@ class CimviewModelsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QCoreApplication::setOrganizationName("Vexmor"_s);
-        QCoreApplication::setApplicationName("Cim"_s);
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
-        m_plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
-    }
-
     void matcher_data()
     {
         const auto row =
@@ -170,21 +162,19 @@ private Q_SLOTS:
         constexpr std::int64_t SECOND = 1000000;
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
-        const SEvent error{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
+        SEvent event{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
         for (int i = 0; i < 50000; ++i) { // a flood of one kind is one row
-            SEvent next = error;
-            next.microseconds = i * SECOND / 10;
-            events.add(next);
+            event.microseconds = i * SECOND / 10;
+            events.add(event);
         }
         QCOMPARE(events.rowCount(), 1);
         QCOMPARE(events.eventAt(0).count, std::uint64_t(50000));
-        SEvent other = error;
-        other.microseconds = 5001 * SECOND;
-        events.add(other); // after a pause of more than a second
-        other.number = 2;
-        events.add(other);
-        other.kind = EEvent::eNote;
-        events.add(other);
+        event.microseconds = 5001 * SECOND; // after a pause of more than a second
+        events.add(event);
+        event.number = 2;
+        events.add(event);
+        event.kind = EEvent::eNote;
+        events.add(event);
         QCOMPARE(events.rowCount(), 4);
         QCOMPARE(events.unread(), 50002); // a note is no error
         QCOMPARE(cell(events, 0, CEventModel::eText), "Wrong."_s);
@@ -192,8 +182,8 @@ private Q_SLOTS:
         QCOMPARE(events.unread(), 0);
         tester.reset(); // it looks at every row each time
         for (int i = 0; i < static_cast<int>(CEventModel::CAPACITY); ++i) {
-            other.number = i;
-            events.add(other);
+            event.number = i;
+            events.add(event);
         }
         QCOMPARE(events.rowCount(), static_cast<int>(CEventModel::CAPACITY));
     }
@@ -280,29 +270,21 @@ private Q_SLOTS:
         QSignalSpy saved(&saver, &CLogSaver::finished);
         saver.save(path, records);
         QVERIFY(saved.wait());
-        CLogLoader loader(m_names);
         std::vector<STraceRecord> loaded;
-        connect(&loader, &CLogLoader::loaded, this,
-                [&loaded](const auto& piece) { loaded.insert(loaded.end(), piece.begin(), piece.end()); });
-        QSignalSpy finished(&loader, &CLogLoader::finished);
-        loader.load(path);
-        QVERIFY(finished.wait());
-        QCOMPARE(finished.at(0).at(1).toString(), QString());
-        QCOMPARE(loaded.size(), records.size());
-        for (std::size_t i = 0; i < records.size(); ++i) {
-            QVERIFY(loaded[i].microseconds == records[i].microseconds && loaded[i].source == records[i].source &&
-                    loaded[i].message == records[i].message);
-        }
+        QCOMPARE(load(path, loaded), QVariant(QString()));
+        QVERIFY(std::equal(loaded.begin(), loaded.end(), records.begin(), records.end(),
+                           [](const STraceRecord& a, const STraceRecord& b) {
+                               return std::tie(a.microseconds, a.source) == std::tie(b.microseconds, b.source) &&
+                                      a.message == b.message;
+                           }));
     }
 
     void logProblemsAreTold()
     {
-        CLogLoader loader(m_names);
-        QSignalSpy finished(&loader, &CLogLoader::finished);
-        loader.load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"));
-        QVERIFY(finished.wait());
-        QCOMPARE(finished.at(0).at(0).toInt(), 1); // what stands before it is shown
-        QVERIFY2(finished.at(0).at(1).toString().contains(QLatin1String("2")), "the line is named");
+        std::vector<STraceRecord> loaded;
+        const QVariant error = load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"), loaded);
+        QCOMPARE(loaded.size(), std::size_t(1)); // what stands before it is shown
+        QVERIFY2(error.toString().contains("2"_s), "the line is named");
         CLogSaver saver(m_names);
         QSignalSpy refused(&saver, &CLogSaver::finished);
         saver.save(m_folder.filePath("nowhere/a.log"_s), {});
@@ -364,8 +346,20 @@ private Q_SLOTS:
     }
 
 private:
+    /// Loads a log; gives the error.
+    QVariant load(const QString& path, std::vector<STraceRecord>& loaded)
+    {
+        CLogLoader loader(m_names);
+        connect(&loader, &CLogLoader::loaded, this,
+                [&loaded](const auto& piece) { loaded.insert(loaded.end(), piece.begin(), piece.end()); });
+        QSignalSpy finished(&loader, &CLogLoader::finished);
+        loader.load(path);
+        return finished.wait() && finished.at(0).at(0) == int(loaded.size()) ? finished.at(0).at(1) : QVariant();
+    }
+
+    const CPrivateStore m_store;
     const QTemporaryDir m_folder;
-    std::vector<SPlugin> m_plugins;
+    std::vector<SPlugin> m_plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     CSourceNames m_names;
 };
 

@@ -91,8 +91,8 @@ struct SDialog {
     QDialog& dialog;
 };
 
-/// Lets a user act in the dialog of an interface, and cancels it if it is still there then.
-int runDialog(CCanInterface& can, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
+/// Lets a user act in the dialog of an interface, and cancels it if it is still there then. It must end with the code.
+void runDialog(CCanInterface& can, int code, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
 {
     const CInModalLoop loop([&user](QWidget* window) {
         const QPointer<QDialog> dialog = qobject_cast<QDialog*>(window);
@@ -103,7 +103,7 @@ int runDialog(CCanInterface& can, const std::function<void(const SDialog&)>& use
             dialog->reject();
         }
     });
-    return can.configure(parent, Qt::Dialog);
+    QCOMPARE(can.configure(parent, Qt::Dialog), code);
 }
 } // namespace
 
@@ -138,13 +138,10 @@ private Q_SLOTS:
         }
         QCOMPARE(can->loadSettings(GROUP), 0);
         configure(*can, [](CConfigParamT93& param) { param.setMacAddress({2, 0, 0, 1, 2, 3}); });
-        QString shown;
-        const int code = runDialog(*can, [&](const SDialog& user) {
-            shown = user.shown();
+        runDialog(*can, 0, [](const SDialog& user) {
+            QTEST(user.shown(), "shown");
             user.press(QDialogButtonBox::Ok);
         });
-        QCOMPARE(code, 0);
-        QTEST(shown, "shown");
         QTEST(settingsOf(*can), "returned");
         const CConfigParamT93 param = driver(*can).configParam();
         QCOMPARE(can->commonInfo().port(), param.ipPortString());
@@ -153,14 +150,13 @@ private Q_SLOTS:
 
     void labelsAndToolTips()
     {
-        const QStringList labels =
-            list("Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local IP Address|UDP "
-                 "receive any "
-                 "IP Address|CAN Baudrate [kbit/s]|Busload poll time [ms]|Busload measure interval [ms]"_s,
-                 '|');
+        const QStringList labels = list(
+            "Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local IP Address|"
+            "UDP receive any IP Address|CAN Baudrate [kbit/s]|Busload poll time [ms]|Busload measure interval [ms]"_s,
+            '|');
         const QStringList toolTips =
             list("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any T93\nbecause||| "_s, '|');
-        const int code = runDialog(*can, [&](const SDialog& user) {
+        runDialog(*can, 0, [&](const SDialog& user) {
             QCOMPARE(user.dialog.windowTitle(), "T93 configuration dialog"_s);
             for (int row = 0; row < ROWS; ++row) {
                 QCOMPARE(qobject_cast<QLabel*>(user.at(row, 0))->text(), labels[row]);
@@ -170,13 +166,12 @@ private Q_SLOTS:
             QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second one
             QCOMPARE(QApplication::activeModalWidget(), &user.dialog);
         });
-        QCOMPARE(code, 0);
     }
 
     void keyboardAlone()
     {
         const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
-        runDialog(*can, [&](const SDialog&) {
+        runDialog(*can, 0, [&](const SDialog&) {
             for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|10.9.0.1| |25|150|250"_s, '|')) {
                 QCoreApplication::processEvents();
                 if (typed == "UP"_s || typed == "DOWN"_s) {
@@ -218,7 +213,7 @@ private Q_SLOTS:
             [](const SDialog& user) { QTest::keyClick(user.at(PORT), Qt::Key_Escape); },
             [](const SDialog& user) { user.dialog.close(); }};
         for (const auto& leave : waysOut) {
-            const int code = runDialog(*can, [&](const SDialog& user) {
+            runDialog(*can, 0, [&](const SDialog& user) {
                 for (int field = 0; field < typed.size(); ++field) {
                     user.type(std::array{PORT, ADDRESS, LOCAL_ADDRESS, BAUDRATE}[std::size_t(field)], typed[field]);
                 }
@@ -229,7 +224,6 @@ private Q_SLOTS:
                 leave(user);
                 QVERIFY(!user.dialog.isVisible() && QApplication::activeModalWidget() == nullptr);
             });
-            QCOMPARE(code, 0);
         }
         QTEST(settingsOf(*can), "returned");
     }
@@ -237,33 +231,28 @@ private Q_SLOTS:
     void openInterfaceIsNotConfigured()
     {
         SOpenInterface open;
-        QCOMPARE(runDialog(*open.can, [](const SDialog&) { QFAIL("a dialog"); }), 6);
+        runDialog(*open.can, 6, [](const SDialog&) { QFAIL("a dialog"); });
         open.can->closeCommunication();
         open.gateway.setMaxClients(2); // it may not know yet
         const QString before = settingsOf(*open.can);
-        const int code = runDialog(*open.can, [&](const SDialog& user) {
+        runDialog(*open.can, 6, [&](const SDialog& user) {
             user.type(HOST, "hall"_s);
             QCOMPARE(open.can->openCommunication(), 0); // by another part of the host
             user.press(QDialogButtonBox::Ok);
         });
-        QCOMPARE(code, 6);
         QCOMPARE(settingsOf(*open.can), before);
     }
 
     void deletedMeanwhile_data()
     {
-        const auto row = columns<bool, bool>("isParent", "isWarningUp");
-        row("the interface", false, false);
-        row("the parent", true, false);
-        row("the interface, behind the warning", false, true);
-        row("the parent, behind the warning", true, true);
+        rows({"interface", "parent", "interface behind the warning", "parent behind the warning"});
     }
     void deletedMeanwhile()
     {
         auto parent = std::make_unique<QWidget>();
-        const auto remove = [&] { cell<bool>("isParent") ? parent.reset() : can.reset(); };
+        const auto remove = [&] { rowName().startsWith("parent") ? parent.reset() : can.reset(); };
         const auto user = [&](const SDialog& user) {
-            if (cell<bool>("isWarningUp")) {
+            if (rowName().endsWith("warning")) {
                 user.type(PORT, QString());
                 QVERIFY(!user.pressOk([&](QMessageBox&) { remove(); }).isEmpty());
             } else {
@@ -271,7 +260,7 @@ private Q_SLOTS:
             }
             QVERIFY(QApplication::activeModalWidget() == nullptr); // closed by itself
         };
-        QCOMPARE(runDialog(*can, user, parent.get()), 0);
+        runDialog(*can, 0, user, parent.get());
         QVERIFY(!can || settingsOf(*can) == DEFAULTS);
     }
 

@@ -30,13 +30,6 @@ QStringList storedUnder(const QString& path)
     return lines;
 }
 
-/// What a record holds, as it stands in a store.
-QStringList linesOf(CConfigParamT93 param)
-{
-    CCommonInfo info = infoNamed("lines"_s);
-    return param.saveSettings("Lines"_s, info) == 0 ? storedUnder("Lines/lines"_s) : QStringList("not saved"_s);
-}
-
 const QStringList FILLED = list("AutoIpUpdate=1 BusloadMeasureInterval=65535 BusloadPollTime=4000000000 "
                                 "CanBaudrate=1000 Description= Dhcp=0 FirmwareVersion= Hostname=hall "
                                 "IP-Address=10.0.0.5 InterfaceId= InterfaceType= Local-IP-Address=10.0.0.1 "
@@ -59,16 +52,6 @@ void store(const QString& path, const QStringList& lines)
     }
 }
 
-/// A record that holds FILLED.
-CConfigParamT93 filled()
-{
-    store("Filled/a/"_s, FILLED);
-    CConfigParamT93 param;
-    CCommonInfo info = infoNamed("a"_s);
-    param.loadSettings("Filled"_s, info);
-    QSettings().remove("Filled"_s);
-    return param;
-}
 } // namespace
 
 /// The settings of a gateway: what is stored where, what is refused, and that nothing else in the store is touched.
@@ -77,31 +60,28 @@ class ConfigParamTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_store = std::make_unique<CPrivateStore>(); }
-
-    void emptyStoreChangesNothing() // the defaults are seen by the dialog
+    void init()
     {
-        CConfigParamT93 param = filled();
-        CCommonInfo info = infoNamed("a"_s);
-        QCOMPARE(param.loadSettings(GROUP, info), 0);
-        QVERIFY(info == infoNamed("a"_s));
-        QCOMPARE(linesOf(param), FILLED);
-        param.setMacAddress({0x01, 0x23, 0x45, 0x67, 0x89, 0xAB});
-        QCOMPARE(param.macAddressString(QLatin1Char('-')), "01-23-45-67-89-ab"_s);
+        m_store = std::make_unique<CPrivateStore>();
+        m_info = infoNamed("a"_s);
+        store("Filled/a/"_s, FILLED);
+        QCOMPARE(m_param.loadSettings("Filled"_s, m_info), 0);
+        QSettings().remove("Filled"_s);
     }
 
     void whatIsSavedIsLoaded()
     {
-        CCommonInfo info = infoNamed("a"_s);
+        QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing there: nothing changes
         QSettings().setValue("CanInterfaces/a/OldKey"_s, 1);
-        CConfigParamT93 param = filled();
-        QCOMPARE(param.saveSettings(GROUP, info), 0);
-        QCOMPARE(param.saveSettings(GROUP, info), 0);
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         QCOMPARE(storedUnder({}).size(), FILLED.size()); // one group, without the old key
         QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
         CConfigParamT93 loaded;
-        QCOMPARE(loaded.loadSettings(GROUP, info), 0);
-        QCOMPARE(linesOf(loaded), FILLED);
+        QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
+        QVERIFY(m_info == infoNamed("a"_s));
+        QCOMPARE(loaded.saveSettings("Again"_s, m_info), 0);
+        QCOMPARE(storedUnder("Again/a"_s), FILLED);
         QVERIFY(loaded.ipPortString() == "IP=10.0.0.5:31000:UDP"_s && loaded.udpBindAnyIp());
     }
 
@@ -129,17 +109,15 @@ private Q_SLOTS:
     void storedValues()
     {
         QFETCH(int, code);
-        CConfigParamT93 param = filled();
-        CCommonInfo info = infoNamed("a"_s);
         store("CanInterfaces/a/"_s, STORED + QStringList(QString::fromLatin1(rowName())));
         const CLogRecorder recorder;
-        QCOMPARE(param.loadSettings(GROUP, info), code);
+        QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
         QTEST(recorder.lines(), "log");
         store("Expected/"_s, code == 0 ? STORED + QStringList(cell<QString>("loaded")) : FILLED);
-        QCOMPARE(param.saveSettings({}, info), 0);
+        QCOMPARE(m_param.saveSettings({}, m_info), 0);
         QCOMPARE(storedUnder("a"_s), storedUnder("Expected"_s));
         const CLogRecorder quiet(51); // above every level: nothing is written
-        QCOMPARE(param.loadSettings(GROUP, info), code);
+        QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
         QVERIFY(quiet.lines().isEmpty());
     }
 
@@ -154,14 +132,12 @@ private Q_SLOTS:
     }
     void valuesWithoutATextAreNotSaved()
     {
-        CConfigParamT93 param = filled();
-        CCommonInfo info = infoNamed("a"_s);
-        QCOMPARE(param.saveSettings(GROUP, info), 0);
-        param.setProtocolType(static_cast<CCommonInfo::EProtocolType>(cell<int>("protocol")));
-        param.setServiceType(static_cast<CConfigParamT93::EServiceType>(cell<int>("service")));
-        param.setPort(1);
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
+        m_param.setProtocolType(static_cast<CCommonInfo::EProtocolType>(cell<int>("protocol")));
+        m_param.setServiceType(static_cast<CConfigParamT93::EServiceType>(cell<int>("service")));
+        m_param.setPort(1);
         const CLogRecorder recorder;
-        QCOMPARE(param.saveSettings(GROUP, info), 10);
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 10);
         QTEST(recorder.lines(), "log");
         QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
     }
@@ -173,28 +149,28 @@ private Q_SLOTS:
     }
     void otherInterfacesStay() // whatever an interface is called: saving it touches its own group alone
     {
-        CConfigParamT93 param;
-        for (const char* other : {"a", "b", "2F"}) {
-            CCommonInfo info = infoNamed(QString::fromLatin1(other));
-            QCOMPARE(param.saveSettings(GROUP, info), 0);
+        for (const QString& other : {"a"_s, "b"_s, "2F"_s}) {
+            m_info = infoNamed(other);
+            QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         }
         QSettings().setValue("Other/key"_s, 1);
         QSettings().setValue("CanInterfaces/Key"_s, 1); // as an interface without a name stores it
         const QStringList before = storedUnder({});
-        CConfigParamT93 own = filled();
-        CCommonInfo info = infoNamed(QString::fromUtf8(rowName()));
-        QCOMPARE(own.saveSettings(GROUP, info), 0);
-        QCOMPARE(own.saveSettings(GROUP, info), 0);
+        m_info = infoNamed(QString::fromUtf8(rowName()));
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
+        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         const QStringList after = storedUnder({});
         QCOMPARE(after.size(), before.size() + FILLED.size());
         QVERIFY(std::includes(after.begin(), after.end(), before.begin(), before.end()));
         CConfigParamT93 loaded;
-        QCOMPARE(loaded.loadSettings(GROUP, info), 0);
+        QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
         QCOMPARE(loaded.hostname(), "hall"_s);
     }
 
 private:
     std::unique_ptr<CPrivateStore> m_store;
+    CConfigParamT93 m_param; ///< holds FILLED
+    CCommonInfo m_info;      ///< its description, named a
 };
 
 QTEST_GUILESS_MAIN(ConfigParamTest)

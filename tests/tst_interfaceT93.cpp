@@ -4,6 +4,8 @@
 
 using namespace vexmor::Test;
 
+Q_DECLARE_METATYPE(vexmor::Cim::CCanMessage)
+
 namespace
 {
 struct SSpied {
@@ -48,14 +50,6 @@ const QString BUS = "- CAN or network cable disconnected or broken\n- no powered
 const QString TRAFFIC =
     "- CAN bus load too heavy\n\nPlease reduce CAN bus load by closing views. Views producing heavy "
     "load are e.g. Service view and Devices view or views with a large number of controls."_s;
-
-/// A gateway that by itself says nothing of bus load.
-SSimIdentity older()
-{
-    SSimIdentity identity;
-    identity.measuresBusload = false;
-    return identity;
-}
 
 int busloadOf(CCanInterface& can)
 {
@@ -185,10 +179,9 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, version);
         QFETCH(QByteArray, identification);
-        SSimIdentity identity;
+        SSimIdentity identity = withoutBusload(); // no request besides those that the version causes
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         identity.firmwareMajor = identity.firmwareMinor = 9;
-        identity.measuresBusload = false; // no request besides those that the version causes
         identity.deviceText = identification;
         SOpenInterface host(CCommonInfo::eProtocolTcp, identity);
         QCOMPARE(host.can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
@@ -207,16 +200,16 @@ private Q_SLOTS:
 
     void framesThatBreakTheRules_data()
     {
-        const auto row = columns<QByteArray, QList<int>, QByteArray>("bytes", "errors", "stored"); // identifier, length
+        const auto row = columns<QByteArray, QList<int>, QList<CCanMessage>>("bytes", "errors", "stored");
         row("wrong checksum", hex("430400012301650d"), {1}, {});
         row("status 0x09", frame(0x42, hex("09")), {5, 8}, {});
         row("status 0xFF, other code", frame(0x43, hex("ff")), {5, 6, 7, 8, 9, 10, 11}, {});
         row("status without payload", frame(0x42), {}, {});
-        row("high bits of the identifier", frame(0x00, hex("f923")), {}, hex("012300"));
-        row("message without identifier", frame(0x00), {}, hex("000000"));
-        row("nine data bytes", frame(0x00, hex("0123010203040506070809")), {}, hex("012300"));
-        row("timed, two data bytes", frame(0x01, hex("0123aabb00000001")), {}, hex("012302"));
-        row("timed, too short", frame(0x01, hex("0123aabb")), {}, hex("012300"));
+        row("high bits of the identifier", frame(0x00, hex("f923")), {}, {message(0x123)});
+        row("message without identifier", frame(0x00), {}, {message(0)});
+        row("nine data bytes", frame(0x00, hex("0123010203040506070809")), {}, {message(0x123)});
+        row("timed, two data bytes", frame(0x01, hex("0123aabb00000001")), {}, {message(0x123, hex("aabb"))});
+        row("timed, too short", frame(0x01, hex("0123aabb")), {}, {message(0x123)});
         row("29-bit and unknown", frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99) + frame(0x57), {}, {});
         const QByteArray asked = frame(0x41, hex("00000203")); // an identification is expected
         row("short replies",
@@ -227,17 +220,10 @@ private Q_SLOTS:
     void framesThatBreakTheRules()
     {
         SOpenInterface host;
-        host.gateway.sendRaw(cell<QByteArray>("bytes") +
-                             frame(0x00, hex("07ff010203"))); // and the next good one gets through
-        QByteArray stored;
-        CCanMessage next;
-        QTRY_VERIFY([&] {
-            while (host.can->readMessage(next) == 0 && next.id().value() != 0x7FF) {
-                stored.append(char(next.id().high())).append(char(next.id().low())).append(char(next.length()));
-            }
-            return next == message(0x7FF, hex("010203"));
-        }());
-        QTEST(stored, "stored");
+        const CCanMessage good = message(0x7FF, hex("010203")); // the next one, which gets through
+        host.gateway.sendRaw(cell<QByteArray>("bytes") + frame(0x00, hex("07ff010203")));
+        const QList<CCanMessage> expected = cell<QList<CCanMessage>>("stored") << good;
+        QVERIFY(host.receive(expected.size()) == expected);
         QTRY_COMPARE(host.errorNumbers(), cell<QList<int>>("errors"));
         QVERIFY(host.can->isOpened());
     }
@@ -268,22 +254,11 @@ private Q_SLOTS:
         }
         CCanMessage none;
         QCOMPARE(host.can->readMessage(none), 4);
-        host.can->setSpyHandler(nullptr);
     }
 
-    void localBusload_data()
-    {
-        // The code of 100 writes, if any, besides 100 messages received: each 100 of 8 data bytes have 11000 bits.
-        const auto row = columns<int, int>("written", "percent");
-        row("received", -1, 22);
-        row("sent and received both count", 0, 44);
-        row("refused ones do not count", 109, 22);
-    }
     void localBusload()
     {
-        QFETCH(int, written);
-        SOpenInterface host(CCommonInfo::eProtocolTcp, older());
-        host.can->setSpyHandler(spy);
+        SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
         const auto setTimes = [&](unsigned int pollTime) {
             configure(*host.can, [&](CConfigParamT93& param) {
                 param.setBusloadPollTime(pollTime);
@@ -297,29 +272,29 @@ private Q_SLOTS:
         }
         setTimes(600000);
         QCOMPARE(host.can->resetCommunication(0), 0);
-        setTimes(1000); // the period goes on until the test ends it
+        setTimes(1000);                               // the period goes on until the test ends it
+        const auto busloadOfHundred = [&](int code) { // messages of 8 data bytes, which have 11000 bits
+            for (int i = 0; i < 100; ++i) {
+                QCOMPARE(host.can->writeMessage(message(0x100, hex("0001020304050607"))), code);
+            }
+            QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
+        };
         host.gateway.flood(100);
         QCOMPARE(host.receive(100).size(), 100);
-        if (written == 109) {
-            SSimFaults refusing;
-            refusing.refuse = true;
-            host.gateway.setFaults(refusing);
-            host.gateway.dropLinks();
-            QTRY_COMPARE(host.errorNumbers(), QList<int>{0});
-        }
-        s_spied.clear();
-        for (int i = 0; written >= 0 && i < 100; ++i) {
-            QCOMPARE(host.can->writeMessage(message(0x100, hex("0001020304050607"))), written);
-        }
-        QCOMPARE(s_spied.size(), written >= 0 ? 100 : 0); // also those that are refused
-        QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
-        QTEST(busloadOf(*host.can), "percent");
-        host.can->setSpyHandler(nullptr);
+        busloadOfHundred(0);
+        QCOMPARE(busloadOf(*host.can), 44); // sent and received both count
+        host.gateway.flood(100);
+        QCOMPARE(host.receive(100).size(), 100);
+        QVERIFY(host.lose());
+        host.can->setSpyHandler(spy);
+        busloadOfHundred(109);
+        QCOMPARE(busloadOf(*host.can), 22); // refused ones do not count
+        QCOMPARE(s_spied.size(), 100);      // but are shown
     }
 
     void gatewayMeasuresBusload()
     {
-        SOpenInterface host(CCommonInfo::eProtocolTcp, older());
+        SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
         configure(*host.can, [](CConfigParamT93& param) {
             param.setBusloadPollTime(60000);
             param.setCanBaudrate(125);

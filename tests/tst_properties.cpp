@@ -72,21 +72,6 @@ private Q_SLOTS:
         other->loadSettings("g"_s);
         QCOMPARE(other->property(property), can->property(property));
     }
-
-    void rateOfZeroLeavesTheGatewaysRate()
-    {
-        SOpenInterface other;
-        other.bus.setBaudrate(250);
-        other.gateway.setMaxClients(2);
-        const auto can = makeInterface(other.gateway.port());
-        can->setProperty("CanBaudrate", 0);
-        QSignalSpy requests(&other.gateway, &CSimGateway::requestReceived);
-        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 0 failed.");
-        QCOMPARE(can->openCommunication(), 0);
-        QTRY_VERIFY(!can->commonInfo().firmwareVersion().isEmpty());
-        QVERIFY(!errorNumbers(requests).contains(RM_CMD_CAN_BAUD_RATE));
-        QCOMPARE(other.bus.baudrate(), 250U);
-    }
 };
 
 QTEST_GUILESS_MAIN(PropertiesTest)

@@ -4,8 +4,6 @@
 #include "scanData.h"
 #include "sim/simDetection.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkDatagram>
 #include <QProcess>
 #include <QUdpSocket>
@@ -281,28 +279,24 @@ private Q_SLOTS:
         QByteArray started;
         QTRY_VERIFY((started += far.readAllStandardOutput()).contains("ident requests"));
 
-        const SOutcome scan = run(QStringLiteral(CIM_CIMCTL " scan --json --save"));
+        const SOutcome scan =
+            run("set -o pipefail; %1 scan --json --save | tr -d '{}\"'"_s.arg(QStringLiteral(CIM_CIMCTL)));
         QCOMPARE(scan.exitCode, 0);
-        QStringList found;
-        for (const QByteArray& line : scan.out.trimmed().split('\n')) {
-            const QJsonObject one = QJsonDocument::fromJson(line).object();
-            QStringList fields;
-            for (const char* key : {"name", "address", "port", "protocol", "role", "mac", "pcAddress"}) {
-                fields.append(one.value(QLatin1String(key)).toVariant().toString());
-            }
-            found.append(fields.join(QLatin1Char(' ')));
-        }
         QStringList expected;
-        for (const QString& pcAddress : {FIRST, "10.9.0.3"_s, SECOND_INTERFACE}) {
-            expected += {"hall-TCP-SERVER-30000 10.9.0.1 30000 TCP SERVER 02:00:00:54:39:33 "_s + pcAddress,
-                         "hall-UDP-SERVER-30000 10.9.0.1 30000 UDP SERVER 02:00:00:54:39:33 "_s + pcAddress,
-                         "hall-2-TCP-SERVER-30001 10.9.0.1 30001 TCP SERVER 02:00:00:54:39:34 "_s + pcAddress,
-                         "hall-2-UDP-SERVER-30001 10.9.0.1 30001 UDP SERVER 02:00:00:54:39:34 "_s + pcAddress};
-            if (pcAddress != SECOND_INTERFACE) {
-                expected += {"away-TCP-SERVER-30000 10.9.0.2 30000 TCP SERVER 00:1a:2b:3c:4d:5e "_s + pcAddress,
-                             "away-UDP-CLIENT-30001 10.9.0.2 30001 UDP CLIENT 00:1a:2b:3c:4d:5e "_s + pcAddress};
+        const QString line =
+            "address:%1,event:found,mac:%2,name:%3-%4-%5-%6,pcAddress:%7,port:%6,protocol:%4,role:%5"_s;
+        const QString mac = "00:1a:2b:3c:4d:5e"_s;
+        for (const QString& pc : {FIRST, "10.9.0.3"_s, SECOND_INTERFACE}) {
+            for (const QString& protocol : {"TCP"_s, "UDP"_s}) {
+                expected += line.arg(FIRST, "02:00:00:54:39:33"_s, "hall"_s, protocol, "SERVER"_s, "30000"_s, pc);
+                expected += line.arg(FIRST, "02:00:00:54:39:34"_s, "hall-2"_s, protocol, "SERVER"_s, "30001"_s, pc);
+            }
+            if (pc != SECOND_INTERFACE) {
+                expected += line.arg("10.9.0.2"_s, mac, "away"_s, "TCP"_s, "SERVER"_s, "30000"_s, pc);
+                expected += line.arg("10.9.0.2"_s, mac, "away"_s, "UDP"_s, "CLIENT"_s, "30001"_s, pc);
             }
         }
+        QStringList found = list(QString::fromUtf8(scan.out.trimmed()), '\n');
         found.sort();
         expected.sort();
         QCOMPARE(found, expected);

@@ -6,6 +6,7 @@
 // The same seed takes the same steps; --reader: another thread takes the messages, for the thread sanitizer.
 #include "t93Fixture.h"
 
+#include <QCommandLineParser>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -48,11 +49,7 @@ class DriverFuzz : public QObject
     Q_OBJECT
 
 public:
-    explicit DriverFuzz(unsigned int seed) : m_random(seed)
-    {
-        QString error;
-        expect("listen", m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error) ? 0 : 1, {0});
-    }
+    explicit DriverFuzz(unsigned int seed) : m_random(seed) { listenOn(m_gateway); }
 
     void step()
     {
@@ -127,11 +124,9 @@ private:
     {
         static const char* const PROTOCOLS[] = {"TCP", "TCP", "UDP", "UDP", "NA", "tcp"};
         QSettings settings;
-        settings.beginGroup(QStringLiteral("CanInterfaces"));
-        settings.setValue(QStringLiteral("Protocol"), QLatin1String(PROTOCOLS[pick(6)]));
-        settings.setValue(QStringLiteral("BusloadPollTime"), pick(20));
-        settings.setValue(QStringLiteral("UdpBindAnyIp"), pick(2));
-        settings.endGroup();
+        settings.setValue("CanInterfaces/Protocol"_s, QLatin1String(PROTOCOLS[pick(6)]));
+        settings.setValue("CanInterfaces/BusloadPollTime"_s, pick(20));
+        settings.setValue("CanInterfaces/UdpBindAnyIp"_s, pick(2));
         expect("load", m_can->loadSettings(QString()), {0, 8});
     }
     void clone() { replace(std::unique_ptr<CCanInterface>(m_can->clone())); }
@@ -197,16 +192,18 @@ int main(int argc, char** argv)
 {
     qputenv("QT_LOGGING_RULES", "default.warning=false"); // they are expected
     QCoreApplication application(argc, argv);
-    const QTemporaryDir store(QStringLiteral("/dev/shm/driverFuzz-XXXXXX")); // in memory: a store waits for the disk
+    const QTemporaryDir store("/dev/shm/driverFuzz-XXXXXX"_s); // in memory: a store waits for the disk
     qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
-    const QStringList options = application.arguments() + QStringList{QString()};
-    const int seedAt = options.indexOf(QStringLiteral("--seed")) + 1;
-    const int stepsAt = options.indexOf(QStringLiteral("--steps")) + 1;
-    const unsigned int seed = seedAt > 0 ? options.at(seedAt).toUInt() : std::random_device()();
-    const int steps = stepsAt > 0 ? options.at(stepsAt).toInt() : 5000;
+    QCommandLineParser options;
+    options.addOptions({{"seed"_s, {}, "N"_s, QString::number(std::random_device()())},
+                        {"steps"_s, {}, "N"_s, "5000"_s},
+                        {"reader"_s, {}}});
+    options.process(application);
+    const unsigned int seed = options.value("seed"_s).toUInt();
+    const int steps = options.value("steps"_s).toInt();
     std::fprintf(stderr, "driverFuzz --seed %u --steps %d\n", seed, steps);
     DriverFuzz fuzz(seed);
-    std::atomic<bool> stop{!options.contains(QStringLiteral("--reader"))};
+    std::atomic<bool> stop{!options.isSet("reader"_s)};
     std::thread reader([&] {
         for (; !stop; std::this_thread::yield()) {
             fuzz.read();
