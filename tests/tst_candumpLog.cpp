@@ -42,7 +42,8 @@ private Q_SLOTS:
         const auto row = columns<int>("result");
         row("(1398128223.803317) can0 166#D0320009\n", int(ELine::eFrame));
         row("(1398128223.803317) can0 166#D0320009 R", int(ELine::eFrame));
-        for (const char* skipped : {" \r\n", "# by hand", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
+        for (const char* skipped :
+             {" \r\n", "# by hand", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
             row(skipped, int(ELine::eSkipped));
         }
         for (const char* malformed : {"can0 166#D0", "1.000000 can0 166#D0", "(99999999999999999999.0) can0 166#D0",
