@@ -1,44 +1,47 @@
 #include "bench/measuring.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 
 namespace vexmor::Bench
 {
 namespace
 {
+constexpr double LOWER_QUARTER = 0.25;
+constexpr double UPPER_QUARTER = 0.75;
 int s_missed = 0;
+} // namespace
+
+double nanoseconds(clockid_t clock)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-void CTable::print() const
+double quantile(Values values, double share)
 {
-    std::vector<std::size_t> widths;
-    for (const std::string& title : m_rows.front()) {
-        widths.push_back(title.size());
+    if (values.empty()) {
+        return 0;
     }
-    for (const auto& row : m_rows) {
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], row[column].size());
-        }
-    }
-    const auto printRow = [&widths](const std::vector<std::string>& row) {
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            const int width = static_cast<int>(widths[column]);
-            const char* const text = column < row.size() ? row[column].c_str() : "";
-            std::printf(column == 0 ? "| %-*s |" : " %*s |", width, text);
-        }
-        std::printf("\n");
-    };
-    std::printf("\n");
-    printRow(m_rows.front());
-    for (std::size_t column = 0; column < widths.size(); ++column) {
-        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(widths[column], '-').c_str());
-    }
-    std::printf("\n");
-    for (std::size_t row = 1; row < m_rows.size(); ++row) {
-        printRow(m_rows[row]);
-    }
-    std::fflush(stdout);
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+double median(const Values& values)
+{
+    return quantile(values, 0.5);
+}
+
+Values ratios(const Values& of, const Values& to)
+{
+    Values result(std::min(of.size(), to.size()));
+    std::transform(of.begin(), of.begin() + static_cast<std::ptrdiff_t>(result.size()), to.begin(), result.begin(),
+                   std::divides<>());
+    return result;
 }
 
 std::string figure(double value)
@@ -47,6 +50,33 @@ std::string figure(double value)
     char text[32];
     std::snprintf(text, sizeof text, "%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
     return text;
+}
+
+std::string figure(std::uint64_t count)
+{
+    return std::to_string(count);
+}
+
+std::string spread(const Values& values)
+{
+    return values.empty() ? ""
+                          : figure(median(values)) + " (" + figure(quantile(values, LOWER_QUARTER)) + "-" +
+                                figure(quantile(values, UPPER_QUARTER)) + ")";
+}
+
+std::string verdict(const SAim& aim, const Values& values)
+{
+    if (aim.kind == SAim::eNone) {
+        return "";
+    }
+    const bool isAtMost = aim.kind == SAim::eAtMost;
+    const std::string text = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
+    const double low = quantile(values, LOWER_QUARTER);
+    const double high = quantile(values, UPPER_QUARTER);
+    if (low <= aim.limit && aim.limit < high) {
+        return text + ", in between";
+    }
+    return verdict(text, isAtMost == (high <= aim.limit));
 }
 
 std::string verdict(const std::string& aim, bool met)
@@ -58,6 +88,36 @@ std::string verdict(const std::string& aim, bool met)
 int aimsMissed()
 {
     return s_missed;
+}
+
+std::string loadAverage()
+{
+    double load = 0;
+    std::ifstream("/proc/loadavg") >> load;
+    return figure(load);
+}
+
+CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)
+{
+    for (const std::string& title : head) {
+        m_widths.push_back(std::max(title.size(), m_widths.empty() ? firstWidth : 0));
+    }
+    std::printf("\n");
+    add(head);
+    for (std::size_t column = 0; column < m_widths.size(); ++column) {
+        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(m_widths[column], '-').c_str());
+    }
+    std::printf("\n");
+}
+
+void CTable::add(const std::vector<std::string>& cells) const
+{
+    for (std::size_t column = 0; column < m_widths.size(); ++column) {
+        const char* const text = column < cells.size() ? cells[column].c_str() : "";
+        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), text);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
 }
 
 } // namespace vexmor::Bench

@@ -1,20 +1,15 @@
 #pragma once
 
-#include <algorithm>
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
 
-/// Time, medians, and tables to print them in.
+/// Time, figures, and tables to print them in.
 namespace vexmor::Bench
 {
 
-inline double nanoseconds(clockid_t clock)
-{
-    timespec time{};
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
-}
+double nanoseconds(clockid_t clock);
 
 /// What an action takes, in ns: CPU time of this process, and time on the wall.
 struct SCost {
@@ -40,32 +35,6 @@ SCost costOf(Action&& action)
     return {cpuAfter - cpu, nanoseconds(CLOCK_MONOTONIC) - wall};
 }
 
-/// The value below which `share` (0 to 1) of the values lie; 0 when there are none.
-inline double quantile(std::vector<double> values, double share)
-{
-    if (values.empty()) {
-        return 0;
-    }
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), at, values.end());
-    return *at;
-}
-
-inline double median(const std::vector<double>& values)
-{
-    return quantile(values, 0.5);
-}
-
-/// Median of the ratios of what was measured in turn.
-inline double medianRatio(const std::vector<double>& of, const std::vector<double>& to)
-{
-    std::vector<double> ratios;
-    for (std::size_t turn = 0; turn < std::min(of.size(), to.size()); ++turn) {
-        ratios.push_back(of[turn] / to[turn]);
-    }
-    return median(ratios);
-}
-
 template <typename Action>
 void repeat(int times, Action&& action)
 {
@@ -74,26 +43,50 @@ void repeat(int times, Action&& action)
     }
 }
 
-/// A table in Markdown, whose first column is text and whose others are figures.
-class CTable
-{
-public:
-    explicit CTable(std::vector<std::string> head) : m_rows{std::move(head)} {}
+/// What was measured of one thing, a value a round.
+using Values = std::vector<double>;
 
-    /// As many cells as the head has, or fewer: the rest stays empty.
-    void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
-    void print() const;
-
-private:
-    std::vector<std::vector<std::string>> m_rows; ///< the head first
-};
+/// The value below which `share` (0 to 1) of the values lie; 0 when there are none.
+double quantile(Values values, double share);
+double median(const Values& values);
+/// Round by round, since what else the machine does meets both sides of a round alike.
+Values ratios(const Values& of, const Values& to);
 
 /// A figure with about three digits that count.
 std::string figure(double value);
+std::string figure(std::uint64_t count);
+/// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
+std::string spread(const Values& values);
 
-/// "<= 4, met" or "<= 4, NOT MET".
+/// A limit for a ratio.
+struct SAim {
+    enum EKind { eNone, eAtMost, eAtLeast };
+    EKind kind = eNone;
+    double limit = 0;
+};
+/// "<= 3.2, met" or "NOT MET" when the middle half of the values lies on one side of the limit, "in between" when the
+/// limit lies among them.
+std::string verdict(const SAim& aim, const Values& values);
+/// "nothing lost, met" or "nothing lost, NOT MET".
 std::string verdict(const std::string& aim, bool met);
 /// How many verdicts were "NOT MET".
 int aimsMissed();
+
+/// Processes that wanted to run, on average over the last minute.
+std::string loadAverage();
+
+/// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
+class CTable
+{
+public:
+    /// `firstWidth` keeps the columns aligned where the first holds longer texts than its title.
+    explicit CTable(const std::vector<std::string>& head, std::size_t firstWidth = 0);
+
+    /// As many cells as the head has, or fewer: the rest stays empty.
+    void add(const std::vector<std::string>& cells) const;
+
+private:
+    std::vector<std::size_t> m_widths;
+};
 
 } // namespace vexmor::Bench

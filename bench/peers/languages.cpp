@@ -1,4 +1,4 @@
-#include "bench/languages.h"
+#include "bench/peers/languages.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -38,19 +38,6 @@ std::size_t parseTexts(const std::uint8_t* bytes, std::size_t count, char end, O
         onText(std::string(bytes + used, stop + 1));
         used = static_cast<std::size_t>(stop + 1 - bytes);
     }
-}
-
-void appendRm(const SMessage& message, std::vector<std::uint8_t>& bytes)
-{
-    std::uint8_t frame[FRAME_SIZE];
-    writeFrame(message, frame);
-    bytes.insert(bytes.end(), frame, frame + FRAME_SIZE);
-}
-
-std::size_t parseRm(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
-                    std::vector<std::uint8_t>& /*reply*/)
-{
-    return parseFrames(bytes, count, onMessage);
 }
 
 void appendVirtualcan(const SMessage& message, std::vector<std::uint8_t>& bytes)
@@ -104,7 +91,6 @@ std::size_t parseSocketcand(const std::uint8_t* bytes, std::size_t count, const 
 }
 } // namespace
 
-const SLanguage RM_LANGUAGE{"", appendRm, parseRm};
 const SLanguage VIRTUALCAN_LANGUAGE{"", appendVirtualcan, parseVirtualcan};
 const SLanguage SOCKETCAND_LANGUAGE{"< hi >", appendSocketcand, parseSocketcand};
 

@@ -1,14 +1,16 @@
-"""python-can as the throughput benchmark measures it: connects to the gateway process at 127.0.0.1 and does what it reads
-from its standard input, a line a task, answering each with a line of times in ns.
+"""python-can as the peers' benchmark measures it: connects to the gateway process at 127.0.0.1 and prints a line of figures
+for each thing that it is asked to measure, a figure a round.
 
-    receive BURSTS FRAMES      CPU and wall time a frame
-    send BATCHES MESSAGES      CPU and wall time a message
-    roundtrip COUNT BEFORE     wall time of each, with so many messages sent before it that are not answered
+    receive      CPU time of a frame that comes in a burst, ns
+    send         CPU time of a message, ns
+    roundtrip    half of the round trips take less, us
+    stall        the same right behind another message
 
-Arguments: the gateway's port, and the processor to stay on.
+Arguments: the gateway's port, the processor to stay on, the number of rounds, and the things.
 """
 import logging
 import os
+import statistics
 import sys
 import time
 
@@ -17,6 +19,10 @@ from can.interfaces.socketcand import SocketCanDaemonBus
 
 ID_SWALLOW, ID_ECHO, ID_BURST = 0x100, 0x101, 0x102  # as in wire.h
 PATIENCE_S = 5
+BURST = 2000
+BATCH, BATCHES = 100, 4  # as in links.h and peers.cpp
+ROUND_TRIPS = 40
+STALL_TRIPS = 5
 
 
 def message(can_id, data):
@@ -28,61 +34,62 @@ ECHOED = message(ID_ECHO, bytes(8))
 
 
 def receive_messages(bus, count):
+    """Looks at each, and gives the sum of what they said (lookAt in wire.h)."""
+    total = 0
     for _ in range(count):
-        if bus.recv(PATIENCE_S) is None:
+        received = bus.recv(PATIENCE_S)
+        if received is None or received.dlc != 8:
             raise RuntimeError("messages missing")
+        total += int.from_bytes(received.data, "little") * 31 + received.arbitration_id
+    return total
 
 
-def round_trip(bus):
+def receive(bus):
+    begin = time.process_time_ns()
+    bus.send(message(ID_BURST, BURST.to_bytes(2, "big") + bytes(6)))
+    total = receive_messages(bus, BURST)
+    cost = time.process_time_ns() - begin
+    if total != sum(int.from_bytes(bytes([i & 0xFF] * 8), "little") * 31 + (i & 0x7FF) for i in range(BURST)):
+        raise RuntimeError("the messages are not those that the gateway sent")
+    return cost / BURST
+
+
+def send(bus):
+    cost = 0
+    for _ in range(BATCHES):
+        round_trip(bus, 0)  # until the gateway has read everything
+        begin = time.process_time_ns()
+        for _ in range(BATCH):
+            bus.send(SWALLOWED)
+        cost += time.process_time_ns() - begin
+    return cost / (BATCHES * BATCH)
+
+
+def round_trip(bus, messages_before):
+    begin = time.perf_counter_ns()
+    for _ in range(messages_before):
+        bus.send(SWALLOWED)
     bus.send(ECHOED)
     receive_messages(bus, 1)
+    return (time.perf_counter_ns() - begin) / 1000
 
 
-def times(action, *arguments):
-    wall, cpu = time.perf_counter_ns(), time.process_time_ns()
-    action(*arguments)
-    return time.process_time_ns() - cpu, time.perf_counter_ns() - wall
+def roundtrip(bus):
+    return statistics.median(round_trip(bus, 0) for _ in range(ROUND_TRIPS))
 
 
-def receive(bus, bursts, frames):
-    def one_burst():
-        bus.send(message(ID_BURST, frames.to_bytes(2, "big") + bytes(6)))
-        receive_messages(bus, frames)
-
-    totals = [times(one_burst) for _ in range(bursts)]
-    return [sum(column) / (bursts * frames) for column in zip(*totals)]
-
-
-def send(bus, batches, messages):
-    def one_batch():
-        for _ in range(messages):
-            bus.send(SWALLOWED)
-
-    totals = []
-    for _ in range(batches):
-        round_trip(bus)  # until the gateway has read everything
-        totals.append(times(one_batch))
-    return [sum(column) / (batches * messages) for column in zip(*totals)]
-
-
-def roundtrip(bus, count, before):
-    def one():
-        for _ in range(before):
-            bus.send(SWALLOWED)
-        round_trip(bus)
-
-    return [times(one)[1] for _ in range(count)]
+def stall(bus):
+    return statistics.median(round_trip(bus, 1) for _ in range(STALL_TRIPS))
 
 
 def main():
-    port, processor = (int(argument) for argument in sys.argv[1:])
+    port, processor, rounds = (int(argument) for argument in sys.argv[1:4])
     os.sched_setaffinity(0, {processor})
     logging.getLogger("can").setLevel(logging.ERROR)  # it warns of every message cut by the end of a read
     bus = SocketCanDaemonBus(channel="can0", host="127.0.0.1", port=port)
-    for line in sys.stdin:
-        task, *arguments = line.split()
-        result = {"receive": receive, "send": send, "roundtrip": roundtrip}[task](bus, *map(int, arguments))
-        print(*result, flush=True)
+    for thing in sys.argv[4:]:
+        measure = {"receive": receive, "send": send, "roundtrip": roundtrip, "stall": stall}[thing]
+        print(*[measure(bus) for _ in range(rounds + 1)][1:])  # the first warms up
     bus.shutdown()
 
 

@@ -1,15 +1,14 @@
-#include "bench/virtualcanLink.h"
-
-#include "bench/eventLoop.h"
+#include "bench/peers/virtualcanLink.h"
 
 #include <QCanBus>
+#include <QCoreApplication>
 
 #include <stdexcept>
 
 namespace vexmor::Bench
 {
 
-CVirtualcanLink::CVirtualcanLink(std::uint16_t port)
+CVirtualcanLink::CVirtualcanLink(EProtocol /*protocol*/, std::uint16_t port)
 {
     // The backend also tries to be the server at a loopback address, finds the port taken and stays a client.
     QString error;
@@ -18,7 +17,7 @@ CVirtualcanLink::CVirtualcanLink(std::uint16_t port)
     if (!m_device || !m_device->connectDevice()) {
         throw std::runtime_error("virtualcan: " + (m_device ? m_device->errorString() : error).toStdString());
     }
-    waitUntil([this] { return m_device->state() == QCanBusDevice::ConnectedState; }, "virtualcan does not connect");
+    waitUntil([this] { return m_device->state() == QCanBusDevice::ConnectedState; });
 }
 
 void CVirtualcanLink::send(const SMessage& message)
@@ -29,22 +28,28 @@ void CVirtualcanLink::send(const SMessage& message)
     }
 }
 
-void CVirtualcanLink::sendJoined(const SMessage& message, int count)
+void CVirtualcanLink::sendBurst(const SMessage& message, int count)
 {
-    for (int i = 0; i < count; ++i) {
-        send(message);
-    }
+    CLink::sendBurst(message, count);
+    QCoreApplication::processEvents();
 }
 
-void CVirtualcanLink::receive(int count)
+std::uint64_t CVirtualcanLink::receive(int count)
 {
-    waitUntil(
-        [this, count] {
-            m_read += m_device->framesAvailable() > 0 ? m_device->readAllFrames().size() : 0;
-            return m_read >= count;
-        },
-        "virtualcan: messages missing");
-    m_read -= count;
+    waitUntil([this, count] {
+        if (m_device->framesAvailable() > 0) {
+            const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the cheapest way
+            for (const QCanBusFrame& frame : frames) {
+                const QByteArray data = frame.payload();
+                m_sum += lookAt(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
+                                reinterpret_cast<const std::uint8_t*>(data.constData()));
+            }
+            m_received += frames.size();
+        }
+        return m_received >= count;
+    });
+    m_received -= count;
+    return std::exchange(m_sum, 0);
 }
 
 } // namespace vexmor::Bench

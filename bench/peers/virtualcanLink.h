@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bench/wire.h"
+#include "bench/links.h"
 
 #include <QCanBusDevice>
 
@@ -9,23 +9,20 @@
 namespace vexmor::Bench
 {
 
-/// What a Qt user would take instead: Qt SerialBus with its `virtualcan` backend, connected to a gateway process on
-/// 127.0.0.1 that speaks its language. Needs the application object. Throws std::runtime_error when it cannot, and when
-/// nothing comes for PATIENCE_S.
-class CVirtualcanLink
+/// What a Qt user would take instead: Qt SerialBus with its `virtualcan` backend, connected to a gateway process that
+/// speaks its language. What it is given to send leaves in the next turn of the event loop.
+class CVirtualcanLink : public CLink
 {
 public:
-    explicit CVirtualcanLink(std::uint16_t port);
-
-    void send(const SMessage& message);
-    /// `count` messages with nothing between them.
-    void sendJoined(const SMessage& message, int count);
-    /// Runs the event loop until `count` messages were read.
-    void receive(int count);
+    CVirtualcanLink(EProtocol protocol, std::uint16_t port);
+    void send(const SMessage& message) override;
+    void sendBurst(const SMessage& message, int count) override;
+    std::uint64_t receive(int count) override;
 
 private:
     std::unique_ptr<QCanBusDevice> m_device;
-    int m_read = 0; ///< messages read and not yet asked for
+    int m_received = 0; ///< messages not yet asked for, and their sum
+    std::uint64_t m_sum = 0;
 };
 
 } // namespace vexmor::Bench

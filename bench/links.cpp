@@ -1,0 +1,260 @@
+#include "bench/links.h"
+
+#include "bench/hostedInterface.h"
+#include "bench/processes.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTcpSocket>
+#include <QUdpSocket>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <optional>
+#include <stdexcept>
+
+namespace vexmor::Bench
+{
+namespace
+{
+SMessage burstRequest(int count)
+{
+    SMessage message{ID_BURST, {}};
+    message.data[0] = static_cast<std::uint8_t>(count >> 8);
+    message.data[1] = static_cast<std::uint8_t>(count & 0xFF);
+    return message;
+}
+
+/// Sends a request and takes what it asks for.
+void exchange(CLink& link, const SMessage& request, int answers, std::uint64_t sum)
+{
+    link.send(request);
+    if (link.receive(answers) != sum) {
+        throw std::runtime_error("the messages are not those that the gateway sent");
+    }
+}
+
+const SMessage ECHOED{ID_ECHO, {}};
+const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
+
+void roundTrip(CLink& link)
+{
+    exchange(link, ECHOED, 1, lookAt(ECHOED));
+}
+
+void sendBatch(CLink& link, ESending how)
+{
+    if (how == ESending::eBurst) {
+        link.sendBurst(SWALLOWED, SEND_BATCH);
+        return;
+    }
+    for (int i = 0; i < SEND_BATCH; ++i) {
+        link.send(SWALLOWED);
+        if (how == ESending::eEachInATurn) {
+            QCoreApplication::processEvents();
+        }
+    }
+}
+} // namespace
+
+void waitUntil(const std::function<bool()>& condition)
+{
+    std::optional<QDeadlineTimer> patience;
+    for (bool first = true; !condition(); first = false) {
+        if (!first && !patience) {
+            patience.emplace(PATIENCE_S * 1000);
+        } else if (patience && patience->hasExpired()) {
+            throw std::runtime_error("messages missing");
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+}
+
+SCost receiveBursts(CLink& link, int bursts, int frames)
+{
+    std::uint64_t sum = 0;
+    for (int number = 0; number < frames; ++number) {
+        sum += lookAt(burstMessage(number));
+    }
+    return costOf([&] { repeat(bursts, [&] { exchange(link, burstRequest(frames), frames, sum); }); }) /
+           (bursts * frames);
+}
+
+SCost sendBatches(CLink& link, ESending how, int batches)
+{
+    SCost total;
+    repeat(batches, [&] {
+        roundTrip(link); // until the gateway has read everything
+        total += costOf([&] { sendBatch(link, how); });
+    });
+    return total / (batches * SEND_BATCH);
+}
+
+Values roundTrips(CLink& link, int count, int messagesBefore)
+{
+    Values times;
+    repeat(count, [&] {
+        const SCost cost = costOf([&] {
+            repeat(messagesBefore, [&] { link.send(SWALLOWED); });
+            roundTrip(link);
+        });
+        times.push_back(cost.wall / 1000);
+    });
+    return times;
+}
+
+void CLink::sendBurst(const SMessage& message, int count)
+{
+    repeat(count, [&] { send(message); });
+}
+
+CRawLink::CRawLink(EProtocol protocol, std::uint16_t port)
+    : m_protocol(protocol), m_socket(connectToLoopback(protocol, port))
+{
+    const timeval patience{PATIENCE_S, 0};
+    check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
+}
+
+CRawLink::~CRawLink()
+{
+    ::close(m_socket);
+}
+
+void CRawLink::send(const SMessage& message)
+{
+    std::uint8_t frame[FRAME_SIZE];
+    writeFrame(message, frame);
+    sendBytes(frame, sizeof frame);
+}
+
+void CRawLink::sendBurst(const SMessage& message, int count)
+{
+    if (m_protocol == EProtocol::eUdp) {
+        CLink::sendBurst(message, count);
+        return;
+    }
+    std::uint8_t frames[READ_SIZE];
+    for (int i = 0; i < count; ++i) {
+        writeFrame(message, frames + static_cast<std::size_t>(i) * FRAME_SIZE);
+    }
+    sendBytes(frames, static_cast<std::size_t>(count) * FRAME_SIZE);
+}
+
+void CRawLink::sendBytes(const std::uint8_t* bytes, std::size_t count)
+{
+    check(::send(m_socket, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count), "send");
+}
+
+std::uint64_t CRawLink::receive(int count)
+{
+    std::uint64_t sum = 0;
+    while (count > 0) {
+        m_reader.readFrom([this](std::uint8_t* bytes, std::size_t size) { return ::recv(m_socket, bytes, size, 0); },
+                          [&](const SMessage& message) {
+                              sum += lookAt(message);
+                              --count;
+                          });
+    }
+    return sum;
+}
+
+CQtLink::CQtLink(EProtocol protocol, std::uint16_t port) : m_port(port)
+{
+    if (protocol == EProtocol::eTcp) {
+        m_socket = std::make_unique<QTcpSocket>();
+        m_socket->connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+        m_socket->waitForConnected(PATIENCE_S * 1000);
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    } else { // bound, not connected, like the plugin's
+        m_socket = std::make_unique<QUdpSocket>();
+        m_socket->bind(QHostAddress(QHostAddress::LocalHost), 0);
+    }
+    QObject::connect(m_socket.get(), &QAbstractSocket::readyRead, m_socket.get(), [this] { onReadyRead(); });
+}
+
+void CQtLink::write(const SMessage& message)
+{
+    std::uint8_t frame[FRAME_SIZE];
+    writeFrame(message, frame);
+    const auto* const bytes = reinterpret_cast<const char*>(frame);
+    auto* const udp = qobject_cast<QUdpSocket*>(m_socket.get());
+    const qint64 sent = udp != nullptr
+                            ? udp->writeDatagram(bytes, FRAME_SIZE, QHostAddress(QHostAddress::LocalHost), m_port)
+                            : m_socket->write(bytes, FRAME_SIZE);
+    if (sent != static_cast<qint64>(FRAME_SIZE)) {
+        throw std::runtime_error(m_socket->errorString().toStdString());
+    }
+}
+
+void CQtLink::send(const SMessage& message)
+{
+    write(message);
+    m_socket->flush();
+}
+
+void CQtLink::sendBurst(const SMessage& message, int count)
+{
+    repeat(count, [&] { write(message); });
+    QCoreApplication::processEvents();
+}
+
+std::uint64_t CQtLink::receive(int count)
+{
+    waitUntil([this, count] { return m_received >= count; });
+    m_received -= count;
+    return std::exchange(m_sum, 0);
+}
+
+void CQtLink::onReadyRead()
+{
+    auto* const udp = qobject_cast<QUdpSocket*>(m_socket.get());
+    while (udp != nullptr ? udp->hasPendingDatagrams() : m_socket->bytesAvailable() > 0) {
+        m_reader.readFrom(
+            [&](std::uint8_t* bytes, std::size_t size) {
+                auto* const data = reinterpret_cast<char*>(bytes);
+                const auto room = static_cast<qint64>(size);
+                return udp != nullptr ? udp->readDatagram(data, room) : m_socket->read(data, room);
+            },
+            [this](const SMessage& message) {
+                m_sum += lookAt(message);
+                ++m_received;
+            });
+    }
+}
+
+CPluginLink::CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(makeInterface(protocol, port))
+{
+    open(*m_interface);
+}
+
+CPluginLink::~CPluginLink()
+{
+    close(*m_interface);
+}
+
+void CPluginLink::send(const SMessage& message)
+{
+    auto* const data = const_cast<std::uint8_t*>(message.data.data()); // the constructor only reads them
+    const Cim::CCanMessage canMessage(Cim::CCanId::fromValue(message.id), DATA_SIZE, data);
+    const int code = m_interface->writeMessage(canMessage);
+    if (code != 0) {
+        throw std::runtime_error(m_interface->errorCodeToString(code).toStdString());
+    }
+}
+
+std::uint64_t CPluginLink::receive(int count)
+{
+    std::uint64_t sum = 0;
+    Cim::CCanMessage message;
+    waitUntil([&] {
+        while (count > 0 && m_interface->readMessage(message) == 0) {
+            sum += lookAt(message.id().value(), message.length(), message.data());
+            --count;
+        }
+        return count == 0;
+    });
+    return sum;
+}
+
+} // namespace vexmor::Bench
