@@ -59,9 +59,10 @@ std::string figure(std::uint64_t count)
 
 std::string spread(const Values& values)
 {
-    return values.empty() ? ""
-                          : figure(median(values)) + " (" + figure(quantile(values, LOWER_QUARTER)) + "-" +
-                                figure(quantile(values, UPPER_QUARTER)) + ")";
+    const std::string middle = values.empty() ? "" : figure(median(values));
+    return values.size() < 2 ? middle
+                             : middle + " (" + figure(quantile(values, LOWER_QUARTER)) + "-" +
+                                   figure(quantile(values, UPPER_QUARTER)) + ")";
 }
 
 std::string verdict(const SAim& aim, const Values& values)

@@ -42,7 +42,7 @@ std::size_t parseTexts(const std::uint8_t* bytes, std::size_t count, char end, O
 
 void appendVirtualcan(const SMessage& message, std::vector<std::uint8_t>& bytes)
 {
-    appendText("can0:" + std::to_string(message.id) + "##" + hex(message) + "\n", bytes);
+    appendText(std::to_string(message.id) + "##" + hex(message) + "\n", bytes);
 }
 
 std::size_t parseVirtualcan(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
