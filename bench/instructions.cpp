@@ -1,8 +1,9 @@
 // What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
-#include "bench/hostApplication.h"
-#include "bench/pluginLink.h"
+#include "bench/links.h"
 #include "bench/processes.h"
+
+#include <QCoreApplication>
 
 #include <sys/socket.h>
 #include <valgrind/callgrind.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace vexmor::Bench;
@@ -24,24 +26,19 @@ constexpr int WARM_UP_TURNS = 20; ///< until the heap, Qt's caches and the dynam
 class CLoop
 {
 public:
-    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), m_link(EProtocol::eTcp, m_listener.port)
+    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), link(EProtocol::eTcp, m_listener.port)
     {
-        m_link.open();
         m_gateway = accept(m_listener.socket, nullptr, nullptr);
         check(m_gateway >= 0, "accept");
         setNoDelay(m_gateway);
     }
-
-    CPluginLink& link() { return m_link; }
 
     /// Puts frames into the plugin's socket, where they lie when this returns.
     void deliver(int count)
     {
         std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
         for (int i = 0; i < count; ++i) {
-            SMessage message{static_cast<std::uint16_t>(i & 0x7FF), {}};
-            message.data.fill(static_cast<std::uint8_t>(i));
-            writeFrame(message, bytes.data() + static_cast<std::size_t>(i) * FRAME_SIZE);
+            writeFrame(burstMessage(i), &bytes[static_cast<std::size_t>(i) * FRAME_SIZE]);
         }
         check(::send(m_gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
               "send");
@@ -57,8 +54,10 @@ public:
 
 private:
     const SLoopbackSocket m_listener;
-    CPluginLink m_link;
     int m_gateway = -1;
+
+public:
+    CPluginLink link;
 };
 
 template <typename Prepare, typename Counted>
@@ -81,24 +80,24 @@ void run(const std::string& what)
     CLoop loop;
     if (what == "receive") {
         count(
-            FRAMES / BATCH, [&] { loop.deliver(BATCH); }, [&] { loop.link().receive(BATCH); });
+            FRAMES / BATCH, [&] { loop.deliver(BATCH); }, [&] { loop.link.receive(BATCH); });
     } else if (what == "receive-single") {
         count(
-            FRAMES, [&] { loop.deliver(1); }, [&] { loop.link().receive(1); });
+            FRAMES, [&] { loop.deliver(1); }, [&] { loop.link.receive(1); });
     } else if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            FRAMES / BATCH, [&] { loop.swallow(); }, [&] { loop.link().sendJoined(message, BATCH); });
+            FRAMES / BATCH, [&] { loop.swallow(); }, [&] { loop.link.sendBurst(message, BATCH); });
     } else {
         throw std::runtime_error("receive, receive-single or send");
     }
-    loop.link().close();
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const CHostApplication application;
+    const QCoreApplication application(argc, argv);
+    std::thread([] {}).join(); // as most hosts, a process with threads
     try {
         run(argc > 1 ? argv[1] : "");
     } catch (const std::exception& error) {

@@ -1,23 +1,22 @@
 #include "bench/receivers.h"
 
-#include "bench/busSenders.h"
-#include "bench/hostApplication.h"
-#include "bench/pluginLink.h"
+#include "bench/hostedInterface.h"
 #include "bench/processes.h"
+#include "bench/resources.h"
+#include "bench/sequence.h"
 
+#include <QCoreApplication>
 #include <QTcpSocket>
 #include <QTimer>
 
 #include <fcntl.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
+#include <thread>
+#include <vector>
 
 namespace vexmor::Bench
 {
@@ -28,160 +27,156 @@ constexpr int MEASURED_MS = 1000;
 constexpr int DRAIN_INTERVAL_MS = 10;
 constexpr int EVENTS_A_TURN = 64;
 
-double residentKib()
-{
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0;
-    statm >> pages >> pages;
-    return static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
-}
-
-/// Counts a bus's frames and the gaps in their sequence.
-class CSequence
+/// A host of so many gateways; runs the event loop unless it has a better way.
+class CReceiver
 {
 public:
-    void take(const std::uint8_t* data, SReceived& received)
+    explicit CReceiver(int gateways)
+        : m_sequences(static_cast<std::size_t>(gateways)), m_readers(static_cast<std::size_t>(gateways))
     {
-        std::uint32_t number = 0;
-        std::memcpy(&number, data, SEQUENCE_SIZE);
-        received.lost += number - m_next;
-        m_next = number + 1;
-        ++received.frames;
     }
-
-private:
-    std::uint32_t m_next = 0;
-};
-
-/// Cuts a bus's stream into frames with the benchmark's own parser.
-class CStream
-{
-public:
-    /// `read(bytes, size)` gives what the socket has, as recv does.
-    template <typename Read>
-    void readFrom(Read&& read, SReceived& received)
+    virtual ~CReceiver() = default;
+    virtual void runFor(int ms)
     {
-        static std::array<std::uint8_t, READ_SIZE> s_buffer;
-        std::memcpy(s_buffer.data(), m_cut.data(), m_cutSize);
-        const auto got = read(s_buffer.data() + m_cutSize, s_buffer.size() - m_cutSize);
-        if (got <= 0) {
-            throw std::runtime_error("the gateways are gone");
+        QTimer::singleShot(ms, Qt::PreciseTimer, QCoreApplication::instance(), &QCoreApplication::quit);
+        QCoreApplication::exec();
+    }
+    std::uint64_t sum(std::uint64_t SSequence::*count) const
+    {
+        std::uint64_t result = 0;
+        for (const SSequence& sequence : m_sequences) {
+            result += sequence.*count;
         }
-        const std::size_t count = m_cutSize + static_cast<std::size_t>(got);
-        const std::size_t used = parseFrames(s_buffer.data(), count, [this, &received](const SMessage& message) {
-            m_sequence.take(message.data.data(), received);
-        });
-        m_cutSize = count - used;
-        std::memcpy(m_cut.data(), s_buffer.data() + used, m_cutSize);
+        return result;
     }
+
+protected:
+    /// `read(bytes, size)` as recv.
+    template <typename Read>
+    void take(std::size_t bus, Read&& read)
+    {
+        m_readers[bus].readFrom(read,
+                                [&](const SMessage& message) { m_sequences[bus].take(numberOf(message.data.data())); });
+    }
+    std::vector<SSequence> m_sequences; ///< a gateway each
 
 private:
-    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< start of a frame
-    std::size_t m_cutSize = 0;
-    CSequence m_sequence;
+    std::vector<CFrameReader> m_readers;
 };
 
-/// Runs `runFor(ms)` to warm up and once more to measure.
-template <typename RunFor>
-void measure(SReceived& received, double residentBefore, RunFor&& runFor)
+class CEpollReceiver : public CReceiver
 {
-    runFor(WARM_UP_MS);
-    received.frames = 0;
-    received.cost = costOf([&] { runFor(MEASURED_MS); });
-    received.residentKib = residentKib() - residentBefore;
-}
-
-SReceived receiveWithEpoll(std::uint16_t port, int gateways)
-{
-    SReceived received;
-    const double residentBefore = residentKib();
-    const int epoll = epoll_create1(EPOLL_CLOEXEC);
-    check(epoll >= 0, "epoll_create1");
-    std::vector<CStream> streams(static_cast<std::size_t>(gateways));
-    std::vector<int> sockets;
-    for (int i = 0; i < gateways; ++i) {
-        sockets.push_back(connectToLoopback(EProtocol::eTcp, port));
-        epoll_event event{EPOLLIN, {}};
-        event.data.u32 = static_cast<std::uint32_t>(i);
-        check(epoll_ctl(epoll, EPOLL_CTL_ADD, sockets.back(), &event) == 0, "epoll_ctl");
+public:
+    CEpollReceiver(std::uint16_t port, int gateways) : CReceiver(gateways), m_epoll(epoll_create1(EPOLL_CLOEXEC))
+    {
+        check(m_epoll >= 0, "epoll_create1");
+        for (int i = 0; i < gateways; ++i) {
+            m_sockets.push_back(connectToLoopback(EProtocol::eTcp, port));
+            epoll_event event{EPOLLIN, {}};
+            event.data.u32 = static_cast<std::uint32_t>(i);
+            check(epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_sockets.back(), &event) == 0, "epoll_ctl");
+        }
     }
-    measure(received, residentBefore, [&](int ms) {
+    void runFor(int ms) override
+    {
         const double end = nanoseconds(CLOCK_MONOTONIC) + ms * 1e6;
         while (nanoseconds(CLOCK_MONOTONIC) < end) {
             epoll_event events[EVENTS_A_TURN];
-            const int count = epoll_wait(epoll, events, EVENTS_A_TURN, DRAIN_INTERVAL_MS);
+            const int count = epoll_wait(m_epoll, events, EVENTS_A_TURN, DRAIN_INTERVAL_MS);
             for (int i = 0; i < count; ++i) {
                 const std::size_t bus = events[i].data.u32;
-                streams[bus].readFrom(
-                    [&](std::uint8_t* bytes, std::size_t size) { return ::recv(sockets[bus], bytes, size, 0); },
-                    received);
+                take(bus, [&](std::uint8_t* bytes, std::size_t size) { return ::read(m_sockets[bus], bytes, size); });
             }
         }
-    });
-    return received;
-}
+    }
 
-void runEventLoop(int ms)
-{
-    QTimer::singleShot(ms, Qt::PreciseTimer, QCoreApplication::instance(), &QCoreApplication::quit);
-    QCoreApplication::exec();
-}
+private:
+    const int m_epoll;
+    std::vector<int> m_sockets;
+};
 
-SReceived receiveWithQTcpSockets(std::uint16_t port, int gateways)
+class CQtReceiver : public CReceiver
 {
-    SReceived received;
-    const double residentBefore = residentKib();
-    std::vector<CStream> streams(static_cast<std::size_t>(gateways));
-    std::vector<std::unique_ptr<QTcpSocket>> sockets;
-    for (CStream& stream : streams) {
-        sockets.push_back(std::make_unique<QTcpSocket>());
-        QTcpSocket* const socket = sockets.back().get();
-        QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, &stream, &received] {
-            while (socket->bytesAvailable() > 0) {
-                stream.readFrom(
-                    [socket](std::uint8_t* bytes, std::size_t size) {
+public:
+    CQtReceiver(std::uint16_t port, int gateways) : CReceiver(gateways)
+    {
+        for (std::size_t bus = 0; bus < m_sequences.size(); ++bus) {
+            m_sockets.push_back(std::make_unique<QTcpSocket>());
+            QTcpSocket* const socket = m_sockets.back().get();
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, bus, socket] {
+                while (socket->bytesAvailable() > 0) {
+                    take(bus, [socket](std::uint8_t* bytes, std::size_t size) {
                         return socket->read(reinterpret_cast<char*>(bytes), static_cast<qint64>(size));
-                    },
-                    received);
+                    });
+                }
+            });
+            socket->connectToHost(QStringLiteral("127.0.0.1"), port);
+            if (!socket->waitForConnected(PATIENCE_S * 1000)) {
+                throw std::runtime_error(socket->errorString().toStdString());
+            }
+        }
+    }
+
+private:
+    std::vector<std::unique_ptr<QTcpSocket>> m_sockets;
+};
+
+class CPluginReceiver : public CReceiver
+{
+public:
+    CPluginReceiver(std::uint16_t port, int gateways) : CReceiver(gateways)
+    {
+        for (int i = 0; i < gateways; ++i) {
+            m_interfaces.push_back(makeInterface(EProtocol::eTcp, port));
+            open(*m_interfaces.back());
+        }
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] {
+            Cim::CCanMessage message;
+            for (std::size_t bus = 0; bus < m_interfaces.size(); ++bus) {
+                while (m_interfaces[bus]->readMessage(message) == 0) {
+                    m_sequences[bus].take(numberOf(message.data()));
+                }
             }
         });
-        socket->connectToHost(QStringLiteral("127.0.0.1"), port);
-        if (!socket->waitForConnected(PATIENCE_S * 1000)) {
-            throw std::runtime_error(socket->errorString().toStdString());
-        }
+        m_timer.start(DRAIN_INTERVAL_MS);
     }
-    measure(received, residentBefore, runEventLoop);
-    return received;
+
+private:
+    std::vector<std::unique_ptr<Cim::CCanInterface>> m_interfaces;
+    QTimer m_timer;
+};
+
+std::unique_ptr<CReceiver> makeReceiver(EReceiver receiver, std::uint16_t port, int gateways)
+{
+    switch (receiver) {
+    case EReceiver::eEpoll:
+        return std::make_unique<CEpollReceiver>(port, gateways);
+    case EReceiver::eQTcpSocket:
+        return std::make_unique<CQtReceiver>(port, gateways);
+    default:
+        return std::make_unique<CPluginReceiver>(port, gateways);
+    }
 }
 
-SReceived receiveWithPlugin(std::uint16_t port, int gateways)
+/// After a while of warming up. A process with threads, as most hosts are.
+SReceived receive(EReceiver receiver, std::uint16_t port, int gateways)
 {
+    int argumentCount = 1;
+    char program[] = "scale";
+    char* arguments[] = {program, nullptr};
+    const QCoreApplication application(argumentCount, arguments);
+    std::thread([] {}).join();
+    plugin(); // loaded before memory is looked at
+    const double heapBefore = resources().heapKib;
+    const auto host = makeReceiver(receiver, port, gateways);
+    host->runFor(WARM_UP_MS);
     SReceived received;
-    CPluginLink(EProtocol::eTcp, port); // loads the library
-    const double residentBefore = residentKib();
-    std::vector<CPluginLink> links;
-    std::vector<CSequence> sequences(static_cast<std::size_t>(gateways));
-    for (int i = 0; i < gateways; ++i) {
-        links.emplace_back(EProtocol::eTcp, port).open();
-    }
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-        for (std::size_t bus = 0; bus < links.size(); ++bus) {
-            Cim::CCanMessage message;
-            while (links[bus].read(message)) {
-                sequences[bus].take(message.data(), received);
-            }
-        }
-    });
-    timer.start(DRAIN_INTERVAL_MS);
-    measure(received, residentBefore, runEventLoop);
+    const std::uint64_t before = host->sum(&SSequence::received);
+    received.cost = costOf([&] { host->runFor(MEASURED_MS); });
+    received.frames = host->sum(&SSequence::received) - before;
+    received.lost = host->sum(&SSequence::missing);
+    received.heapKib = resources().heapKib - heapBefore;
     return received;
-}
-
-SReceived receiveWithQt(EReceiver receiver, std::uint16_t port, int gateways)
-{
-    const CHostApplication application;
-    return receiver == EReceiver::ePlugin ? receiveWithPlugin(port, gateways) : receiveWithQTcpSockets(port, gateways);
 }
 } // namespace
 
@@ -192,8 +187,7 @@ SReceived receiveInProcess(EReceiver receiver, std::uint16_t port, int gateways,
     const auto [readEnd, writeEnd] = results;
     std::optional<CChildProcess> process;
     process.emplace(processor, [&, writeEnd = writeEnd] {
-        const SReceived received =
-            receiver == EReceiver::eEpoll ? receiveWithEpoll(port, gateways) : receiveWithQt(receiver, port, gateways);
+        const SReceived received = receive(receiver, port, gateways);
         check(write(writeEnd, &received, sizeof received) == sizeof received, "write");
     });
     ::close(writeEnd);

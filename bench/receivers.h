@@ -17,8 +17,8 @@ enum class EReceiver {
 struct SReceived {
     SCost cost;               ///< of about a second
     std::uint64_t frames = 0; ///< taken in that time
-    std::uint64_t lost = 0;   ///< gaps in the sequences, since the start
-    double residentKib = 0;   ///< memory of the process over that before the first connection
+    std::uint64_t lost = 0;   ///< left out of the sequences, since the start
+    double heapKib = 0;       ///< of the process over that before the first connection
 };
 
 /// Connects so often to a port of 127.0.0.1, in a new process on the given processor, and receives for a while. Throws
