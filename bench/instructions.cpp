@@ -98,12 +98,9 @@ int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     std::thread([] {}).join(); // as most hosts, a process with threads
-    try {
+    return exitCodeOf("instructions", [&] {
         run(argc > 1 ? argv[1] : "");
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "instructions: %s\n", error.what());
-        return 1;
-    }
-    std::printf("%d\n", FRAMES);
-    return 0;
+        std::printf("%d\n", FRAMES);
+        return true;
+    });
 }

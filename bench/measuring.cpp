@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 
 namespace vexmor::Bench
@@ -44,12 +46,20 @@ Values ratios(const Values& of, const Values& to)
     return result;
 }
 
+std::string text(const char* format, ...)
+{
+    char buffer[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(buffer, sizeof buffer, format, arguments);
+    va_end(arguments);
+    return buffer;
+}
+
 std::string figure(double value)
 {
     const double size = std::fabs(value);
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
-    return text;
+    return text("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
 }
 
 std::string figure(std::uint64_t count)
@@ -61,8 +71,8 @@ std::string spread(const Values& values)
 {
     const std::string middle = values.empty() ? "" : figure(median(values));
     return values.size() < 2 ? middle
-                             : middle + " (" + figure(quantile(values, LOWER_QUARTER)) + "-" +
-                                   figure(quantile(values, UPPER_QUARTER)) + ")";
+                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, LOWER_QUARTER)).c_str(),
+                                    figure(quantile(values, UPPER_QUARTER)).c_str());
 }
 
 std::string verdict(const SAim& aim, const Values& values)
@@ -71,13 +81,13 @@ std::string verdict(const SAim& aim, const Values& values)
         return "";
     }
     const bool isAtMost = aim.kind == SAim::eAtMost;
-    const std::string text = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
+    const std::string limit = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
     const double low = quantile(values, LOWER_QUARTER);
     const double high = quantile(values, UPPER_QUARTER);
     if (low <= aim.limit && aim.limit < high) {
-        return text + ", in between";
+        return limit + ", in between";
     }
-    return verdict(text, isAtMost == (high <= aim.limit));
+    return verdict(limit, isAtMost == (high <= aim.limit));
 }
 
 std::string verdict(const std::string& aim, bool met)
@@ -86,9 +96,19 @@ std::string verdict(const std::string& aim, bool met)
     return aim + (met ? ", met" : ", NOT MET");
 }
 
-int aimsMissed()
+void tellAimsMissed()
 {
-    return s_missed;
+    std::printf("\n%d aims not met.\n", s_missed);
+}
+
+int exitCodeOf(const char* program, const std::function<bool()>& task)
+{
+    try {
+        return task() ? 0 : 1;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        return 1;
+    }
 }
 
 std::string loadAverage()
@@ -114,8 +134,8 @@ CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)
 void CTable::add(const std::vector<std::string>& cells) const
 {
     for (std::size_t column = 0; column < m_widths.size(); ++column) {
-        const char* const text = column < cells.size() ? cells[column].c_str() : "";
-        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), text);
+        const char* const cell = column < cells.size() ? cells[column].c_str() : "";
+        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), cell);
     }
     std::printf("\n");
     std::fflush(stdout);

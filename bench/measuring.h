@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,8 @@ double median(const Values& values);
 /// Round by round, since what else the machine does meets both sides of a round alike.
 Values ratios(const Values& of, const Values& to);
 
+/// As printf.
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// A figure with about three digits that count.
 std::string figure(double value);
 std::string figure(std::uint64_t count);
@@ -69,8 +72,11 @@ struct SAim {
 std::string verdict(const SAim& aim, const Values& values);
 /// "nothing lost, met" or "nothing lost, NOT MET".
 std::string verdict(const std::string& aim, bool met);
-/// How many verdicts were "NOT MET".
-int aimsMissed();
+/// Prints how many verdicts were "NOT MET".
+void tellAimsMissed();
+
+/// What a program's main gives: 0 when its task gives true; what the task throws is told.
+int exitCodeOf(const char* program, const std::function<bool()>& task);
 
 /// Processes that wanted to run, on average over the last minute.
 std::string loadAverage();

@@ -1,10 +1,11 @@
 #include "bench/resources.h"
 
-#include <QDir>
+#include "bench/measuring.h"
 
 #include <malloc.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 namespace vexmor::Bench
@@ -22,9 +23,14 @@ SResources resources()
     result.residentKib = static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / KIB;
     const struct mallinfo2 heap = mallinfo2();
     result.heapKib = static_cast<double>(heap.uordblks + heap.hblkhd) / KIB;
-    result.descriptors =
-        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
+    result.descriptors = static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
     return result;
+}
+
+std::string textOf(const SResources& resources)
+{
+    return text("memory %.0f KiB, heap %.0f KiB, descriptors %d", resources.residentKib, resources.heapKib,
+                resources.descriptors);
 }
 
 } // namespace vexmor::Bench

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <iterator>
 
 using namespace vexmor::Bench;
@@ -117,13 +116,10 @@ int main(int argc, char** argv)
 {
     const int turns = argc > 1 ? std::atoi(argv[1]) : DEFAULT_TURNS;
     const int maxGateways = argc > 2 ? std::atoi(argv[2]) : *std::rbegin(GATEWAYS);
-    try {
+    return exitCodeOf("scale", [&] {
         compare(9, turns, maxGateways);
         compare(1, turns, maxGateways);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "scale: %s\n", error.what());
-        return 1;
-    }
-    std::printf("\n%d aims not met.\n", aimsMissed());
-    return 0;
+        tellAimsMissed();
+        return true;
+    });
 }

@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <thread>
 
 using namespace vexmor::Bench;
@@ -97,12 +96,9 @@ void run(int rounds)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    try {
+    return exitCodeOf("throughput", [&] {
         run(argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "throughput: %s\n", error.what());
-        return 1;
-    }
-    std::printf("\n%d aims not met.\n", aimsMissed());
-    return 0;
+        tellAimsMissed();
+        return true;
+    });
 }

@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <sstream>
 #include <thread>
 
@@ -108,12 +107,9 @@ int main(int argc, char** argv)
     setenv("TZ", "UTC", 0);
     setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // it tells that it is no server
     const QCoreApplication application(argc, argv);
-    try {
+    return exitCodeOf("peers", [&] {
         run(argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "peers: %s\n", error.what());
-        return 1;
-    }
-    std::printf("\n%d aims not met.\n", aimsMissed());
-    return 0;
+        tellAimsMissed();
+        return true;
+    });
 }

@@ -1,4 +1,4 @@
-#include "bench/countedTraffic.h"
+#include "tests/endurance/countedTraffic.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -11,9 +11,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 
-namespace vexmor::Bench
+namespace vexmor::Endurance
 {
 namespace
 {
@@ -21,9 +22,19 @@ constexpr char ROLE[] = "--gateway";
 constexpr int SETTLE_MS = 1000; ///< what is under way when the traffic stops has come by then
 constexpr int PATIENCE_MS = 10000;
 constexpr std::uint16_t STANDARD_IDS = 0x800;
-constexpr int NUMBER_SIZE = 4;
 /// When the process stood still, what is due then does not go out at once: buffers would run over.
 constexpr std::int64_t MAX_A_TURN = 100;
+
+Cim::CCanMessage numberedMessage(std::uint64_t count)
+{
+    const auto number = static_cast<std::uint32_t>(count);
+    const std::uint32_t inverse = ~number;
+    unsigned char data[8] = {};
+    std::memcpy(data, &number, sizeof number);
+    std::memcpy(data + sizeof number, &inverse, sizeof inverse);
+    return Cim::CCanMessage(Cim::CCanId::fromValue(static_cast<std::uint16_t>(number % STANDARD_IDS)), sizeof data,
+                            data);
+}
 } // namespace
 
 void runFor(int milliseconds)
@@ -33,36 +44,7 @@ void runFor(int milliseconds)
     loop.exec();
 }
 
-Cim::CCanMessage numberedMessage(std::uint32_t number)
-{
-    unsigned char data[8] = {};
-    std::memcpy(data, &number, NUMBER_SIZE);
-    const std::uint32_t inverse = ~number;
-    std::memcpy(data + NUMBER_SIZE, &inverse, NUMBER_SIZE);
-    return Cim::CCanMessage(Cim::CCanId::fromValue(static_cast<std::uint16_t>(number % STANDARD_IDS)), sizeof data,
-                            data);
-}
-
-std::uint32_t numberOf(const Cim::CCanMessage& message)
-{
-    std::uint32_t number = 0;
-    std::memcpy(&number, message.data(), NUMBER_SIZE);
-    return number;
-}
-
-void SSequenceCheck::take(std::uint32_t number)
-{
-    ++received;
-    if (number < nextNumber) {
-        ++disordered;
-        return;
-    }
-    gaps += number > nextNumber ? 1 : 0;
-    missing += number - nextNumber;
-    nextNumber = number + 1;
-}
-
-CPacer::CPacer(QObject* parent) : QObject(parent)
+CPacer::CPacer()
 {
     m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &CPacer::onTimeout);
@@ -90,12 +72,50 @@ void CPacer::onTimeout()
     }
 }
 
-CCountingGateway::CCountingGateway() : m_pacer(this)
+CCountingHost::CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address)
+    : m_interface(makeInterface(protocol, port, address))
+{
+    connect(m_interface.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+    connect(&m_pacer, &CPacer::due, this, &CCountingHost::sendNext);
+    connect(&m_reader, &QTimer::timeout, this, &CCountingHost::read);
+}
+
+void CCountingHost::read()
+{
+    for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
+        fromGateway.take(numberOf(next.data()));
+    }
+}
+
+std::uint64_t CCountingHost::refusedSends() const
+{
+    return std::accumulate(refused.begin(), refused.end(), std::uint64_t{0},
+                           [](std::uint64_t sum, const auto& entry) { return sum + entry.second; });
+}
+
+void CCountingHost::onInterfaceError(int number)
+{
+    ++errors[number];
+    Q_EMIT error(number);
+}
+
+void CCountingHost::sendNext()
+{
+    const int code = m_interface->writeMessage(numberedMessage(accepted));
+    if (code == 0) {
+        ++accepted;
+        return;
+    }
+    ++refused[code];
+    Q_EMIT sendRefused(code);
+}
+
+CCountingGateway::CCountingGateway()
 {
     m_gateway.setMaxClients(256); // a host that was cut off may come again before that is known here
     connect(&m_pacer, &CPacer::due, this, &CCountingGateway::send);
     connect(&m_gateway, &Sim::CSimGateway::messageReceived, this,
-            [this](const Cim::CCanMessage& message) { m_totals.fromHost.take(numberOf(message)); });
+            [this](const Cim::CCanMessage& message) { m_totals.fromHost.take(numberOf(message.data())); });
     connect(&m_gateway, &Sim::CSimGateway::requestReceived, this, [this] {
         if (m_rate > 0) {
             m_pacer.start(std::exchange(m_rate, 0));
@@ -119,7 +139,7 @@ void CCountingGateway::dropEvery(int milliseconds)
 void CCountingGateway::send()
 {
     m_totals.offline += m_gateway.tcpHostCount() + m_gateway.udpHostCount() == 0 ? 1 : 0;
-    m_bus.send(numberedMessage(static_cast<std::uint32_t>(m_totals.generated++)));
+    m_bus.send(numberedMessage(m_totals.generated++));
 }
 
 bool CGatewayRole::run(int argc, char** argv)
@@ -143,8 +163,8 @@ bool CGatewayRole::run(int argc, char** argv)
         input.setEnabled(false);
         gateway.stop();
         gateway.dropEvery(0);
-        Sim::SSimFaults
-            closed; // or the host would connect once more while this process ends, and be told of that loss, too
+        // Or the host would connect once more while this process ends, and be told of that loss, too.
+        Sim::SSimFaults closed;
         closed.refuse = true;
         gateway.gateway().setFaults(closed);
         QTimer::singleShot(SETTLE_MS, &application, &QCoreApplication::quit);
@@ -190,4 +210,4 @@ CCountingGateway::STotals CGatewayRole::finish()
     return totals;
 }
 
-} // namespace vexmor::Bench
+} // namespace vexmor::Endurance

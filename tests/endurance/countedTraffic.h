@@ -1,6 +1,7 @@
 #pragma once
 
-#include "cim/canMessage.h"
+#include "bench/hostedInterface.h"
+#include "bench/sequence.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 
@@ -9,36 +10,24 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <map>
 
-namespace vexmor::Bench
+/// A host and a gateway that send each other numbered messages and watch what comes.
+namespace vexmor::Endurance
 {
+
+using namespace Bench;
 
 /// Runs the event loop for so long.
 void runFor(int milliseconds);
 
-/// A message that carries its number; 8 data bytes.
-Cim::CCanMessage numberedMessage(std::uint32_t number);
-/// The number that a message carries, whoever made it.
-std::uint32_t numberOf(const Cim::CCanMessage& message);
-
-/// Watches numbered messages come in: each number may come once, and only higher than the ones before.
-struct SSequenceCheck {
-    std::uint64_t received = 0;
-    std::uint64_t missing = 0;    ///< numbers that were left out so far
-    std::uint64_t gaps = 0;       ///< how often some were
-    std::uint64_t disordered = 0; ///< came twice, or late
-    std::uint32_t nextNumber = 0; ///< one above the highest so far
-
-    void take(std::uint32_t number);
-};
-
-/// Puts numbered messages out at a steady rate: calls `send` with each number, from the event loop.
+/// Puts numbered messages out at a steady rate: says when each is due, from the event loop.
 class CPacer : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit CPacer(QObject* parent = nullptr);
+    CPacer();
     /// Messages a second; 0 stops.
     void start(int rate);
 
@@ -52,6 +41,47 @@ private:
     QElapsedTimer m_clock;
     std::int64_t m_done = 0;
     int m_rate = 0;
+};
+
+/// An interface whose host sends numbered messages and counts what it is told.
+class CCountingHost : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Closed.
+    CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address = QStringLiteral("127.0.0.1"));
+
+    Cim::CCanInterface& canInterface() { return *m_interface; }
+    /// Messages a second; 0: none any more.
+    void send(int rate) { m_pacer.start(rate); }
+    /// Takes the messages that are there.
+    void read();
+    /// From now on every millisecond.
+    void readAlways() { m_reader.start(1); }
+
+    std::uint64_t accepted = 0;
+    std::map<int, std::uint64_t> refused; ///< sends, by code
+    std::map<int, std::uint64_t> errors;  ///< by interface error
+    SSequence fromGateway;
+
+    std::uint64_t refusedSends() const;
+    /// Of one interface error.
+    std::uint64_t count(int error) const { return errors.count(error) == 0 ? 0 : errors.at(error); }
+
+Q_SIGNALS:
+    void sendRefused(int code);
+    void error(int number);
+
+private Q_SLOTS:
+    void onInterfaceError(int number);
+
+private:
+    void sendNext();
+
+    std::unique_ptr<Cim::CCanInterface> m_interface;
+    CPacer m_pacer;
+    QTimer m_reader;
 };
 
 /// A simulated gateway that sends numbered messages to its host and watches those of the host.
@@ -73,7 +103,7 @@ public:
         std::uint64_t generated = 0;
         std::uint64_t offline = 0; ///< of these, while no host was connected
         std::uint64_t drops = 0;   ///< links reset
-        SSequenceCheck fromHost;
+        SSequence fromHost;
     };
     const STotals& totals() const { return m_totals; }
     /// Goes on counting where another gateway stopped.
@@ -110,4 +140,4 @@ private:
     std::uint16_t m_port = 0;
 };
 
-} // namespace vexmor::Bench
+} // namespace vexmor::Endurance

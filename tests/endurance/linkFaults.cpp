@@ -1,10 +1,9 @@
 // What a host sees of a link that fails: an interface and a gateway in a network that exists in this process only,
 // joined by a cable that can be pulled, lose and delay. Prints a row of a Markdown table for each fault: linkFaults
 // [FIRST WORDS OF A FAULT].
-#include "bench/countedTraffic.h"
-#include "bench/pluginLink.h"
-#include "bench/resources.h"
-#include "bench/virtualCable.h"
+#include "bench/measuring.h"
+#include "tests/endurance/countedTraffic.h"
+#include "tests/endurance/virtualCable.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -12,14 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 using namespace vexmor;
-using namespace vexmor::Bench;
+using namespace vexmor::Endurance;
 using namespace std::chrono_literals;
 
 namespace
@@ -94,43 +91,31 @@ private:
     CCountingGateway::STotals m_totals;
     std::unique_ptr<QThread> m_thread;
 };
-} // namespace
 
 /// The two ends, the cable, and what the host is told.
-class Scene : public QObject
+class CScene
 {
-    Q_OBJECT
-
 public:
-    Scene(EProtocol protocol, int rate, bool isSilent) : m_rate(rate), m_link(protocol, PORT, false, GATEWAY_ADDRESS)
+    CScene(EProtocol protocol, int rate, bool isSilent) : m_rate(rate), m_host(protocol, PORT, GATEWAY_ADDRESS)
     {
         startGateway(2);
-        connect(&m_link.canInterface(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-        connect(&m_pacer, &CPacer::due, this, [this] {
-            const int code =
-                m_link.canInterface().writeMessage(numberedMessage(static_cast<std::uint32_t>(m_accepted)));
-            if (code == 0) {
-                ++m_accepted;
-            } else if (m_refused++ == 0) {
-                tell(QStringLiteral("sends give %1").arg(code));
-            }
-        });
-        connect(&m_reader, &QTimer::timeout, this, [this] {
-            for (Cim::CCanMessage next; m_link.canInterface().readMessage(next) == 0;) {
-                m_fromGateway.take(numberOf(next));
+        QObject::connect(&m_host, &CCountingHost::error, [this](int number) { tell(text("error %d", number)); });
+        QObject::connect(&m_host, &CCountingHost::sendRefused, [this](int code) {
+            if (m_host.refusedSends() == 1) {
+                tell(text("sends give %d", code));
             }
         });
         if (isSilent) {
-            m_link.canInterface().setProperty("BusloadPollTime", 600000);
+            m_host.canInterface().setProperty("BusloadPollTime", 600000);
         }
-        m_link.open();
-        m_reader.start(1);
-        m_pacer.start(isSilent ? 0 : m_rate);
+        open(m_host.canInterface());
+        m_host.readAlways();
+        m_host.send(isSilent ? 0 : m_rate);
         runFor(BEFORE_MS);
-        m_identity = m_link.canInterface().commonInfo().interfaceId();
+        m_identity = m_host.canInterface().commonInfo().interfaceId();
         m_clock.start();
     }
-    ~Scene() override { m_cable.plug(-1, -1); }
+    ~CScene() { m_cable.plug(-1, -1); }
 
     CVirtualCable& cable() { return m_cable; }
     const CVirtualPort& nearPort() const { return m_near; }
@@ -152,10 +137,10 @@ public:
     {
         QElapsedTimer clock;
         clock.start();
-        const std::uint64_t down = m_fromGateway.received;
+        const std::uint64_t down = m_host.fromGateway.received;
         const std::uint64_t up = arrived();
         while (clock.elapsed() < BACK_LIMIT_MS) {
-            if (m_fromGateway.received > down && (isSilent || arrived() > up)) {
+            if (m_host.fromGateway.received > down && (isSilent || arrived() > up)) {
                 return static_cast<int>(clock.elapsed());
             }
             runFor(10);
@@ -163,40 +148,36 @@ public:
         return -1;
     }
 
-    /// Ends the traffic and prints the row. True when it works again and nothing came twice or out of order.
-    bool report(const char* name, const char* protocol, int backMs, bool mayLose)
+    /// Ends the traffic and adds what became of it to the cells of a row. True when nothing came twice or out of order,
+    /// and nothing is missing that must not be.
+    bool finish(int backMs, bool mayLose, std::vector<std::string>& cells)
     {
         runFor(BEFORE_MS);
-        m_pacer.start(0);
+        m_host.send(0);
         m_gateway->ask([](CCountingGateway& gateway) { gateway.stop(); });
         runFor(SETTLE_MS);
-        if (m_link.canInterface().commonInfo().interfaceId() != m_identity) {
-            m_told.append(QStringLiteral("interface id is another"));
+        if (m_host.canInterface().commonInfo().interfaceId() != m_identity) {
+            m_told += m_told.empty() ? "interface id is another" : ", interface id is another";
         }
         stopGateway();
-        const SSequenceCheck& up = m_before.fromHost;
-        const std::uint64_t lostUp = m_accepted - up.received;
-        const std::uint64_t lostDown = m_before.generated - m_fromGateway.received;
-        const std::uint64_t disordered = up.disordered + m_fromGateway.disordered;
-        std::printf("| %s | %s | %s | %.1f s | %llu of %llu (%llu more refused) | %llu of %llu (%llu without a link) | "
-                    "%llu |\n",
-                    name, protocol, m_told.isEmpty() ? "nothing" : qPrintable(m_told.join(QStringLiteral(", "))),
-                    backMs / 1000.0, static_cast<unsigned long long>(lostUp),
-                    static_cast<unsigned long long>(m_accepted), static_cast<unsigned long long>(m_refused),
-                    static_cast<unsigned long long>(lostDown), static_cast<unsigned long long>(m_before.generated),
-                    static_cast<unsigned long long>(m_before.offline), static_cast<unsigned long long>(disordered));
-        std::fflush(stdout);
-        return backMs >= 0 && disordered == 0 && (mayLose || lostUp + lostDown == 0);
+        const SSequence& up = m_before.fromHost;
+        const std::uint64_t lostUp = m_host.accepted - up.received;
+        const std::uint64_t lostDown = m_before.generated - m_host.fromGateway.received;
+        const std::uint64_t disordered = up.disordered + m_host.fromGateway.disordered;
+        cells.insert(cells.end(), {m_told.empty() ? "nothing" : m_told, text("%.1f s", backMs / 1000.0),
+                                   figure(lostUp) + " of " + figure(m_host.accepted) + " (" +
+                                       figure(m_host.refusedSends()) + " more refused)",
+                                   figure(lostDown) + " of " + figure(m_before.generated) + " (" +
+                                       figure(m_before.offline) + " without a link)",
+                                   figure(disordered)});
+        return disordered == 0 && (mayLose || lostUp + lostDown == 0);
     }
 
-private Q_SLOTS:
-    void onInterfaceError(int error) { tell(QStringLiteral("error %1").arg(error)); }
-
 private:
-    void tell(const QString& what)
+    void tell(const std::string& what)
     {
-        m_told.append(
-            QStringLiteral("%1 after %2 s").arg(what).arg(static_cast<double>(m_clock.elapsed()) / 1000, 0, 'f', 1));
+        m_told += text("%s%s after %.1f s", m_told.empty() ? "" : ", ", what.c_str(),
+                       static_cast<double>(m_clock.elapsed()) / 1000);
     }
     std::uint64_t arrived()
     {
@@ -210,21 +191,13 @@ private:
     CVirtualCable m_cable;
     CCountingGateway::STotals m_before; ///< what gateways counted that are switched off
     std::unique_ptr<CGatewayNode> m_gateway;
-    CPluginLink m_link;
-    CPacer m_pacer;
-    QTimer m_reader;
+    CCountingHost m_host;
     QElapsedTimer m_clock; ///< since the fault began
-    std::uint64_t m_accepted = 0;
-    std::uint64_t m_refused = 0;
-    SSequenceCheck m_fromGateway;
-    QString m_identity; ///< of the gateway, before the fault
-    QStringList m_told;
+    QString m_identity;    ///< of the gateway, before the fault
+    std::string m_told;
 };
 
-namespace
-{
-using Quality = CVirtualCable::SQuality;
-using Act = void (*)(Scene&);
+using Act = std::function<void(CScene&)>;
 
 struct SFault {
     const char* name;
@@ -237,88 +210,86 @@ struct SFault {
     bool isSilent = false; ///< the host asks and sends nothing of its own
 };
 
-void pull(Scene& scene)
+Act cable(bool pulled, double loss, std::chrono::milliseconds delay)
 {
-    scene.cable().setQuality({true, 0, 0ms});
+    return [=](CScene& scene) { scene.cable().setQuality({pulled, loss, delay}); };
 }
-void lose(Scene& scene)
+const Act PULL = cable(true, 0, 0ms);
+const Act LOSE = cable(false, 0.1, 0ms);
+const Act DELAY = cable(false, 0, 200ms);
+const Act HEAL = cable(false, 0, 0ms);
+Act interfaceOfThePc(bool up)
 {
-    scene.cable().setQuality({false, 0.1, 0ms});
+    return [=](CScene& scene) { scene.nearPort().setUp(up); };
 }
-void delay(Scene& scene)
+Act gatewayThat(bool isMute, bool isBlackHole)
 {
-    scene.cable().setQuality({false, 0, 200ms});
+    return [=](CScene& scene) {
+        scene.gateway().ask([=](CCountingGateway& gateway) {
+            Sim::SSimFaults faults;
+            faults.mute = isMute;
+            faults.blackHole = isBlackHole;
+            gateway.gateway().setFaults(faults);
+        });
+    };
 }
-void heal(Scene& scene)
-{
-    scene.cable().setQuality({});
-}
-void setFaults(Scene& scene, bool mute, bool blackHole)
-{
-    scene.gateway().ask([=](CCountingGateway& gateway) {
-        Sim::SSimFaults faults;
-        faults.mute = mute;
-        faults.blackHole = blackHole;
-        gateway.gateway().setFaults(faults);
-    });
-}
+const Act ANSWERS_AGAIN = gatewayThat(false, false);
 /// From one moment to the next, and without a goodbye; all of them have the same address.
-void replaceGateway(Scene& scene, std::uint8_t lastMacByte, bool announce)
+Act anotherGateway(std::uint8_t lastMacByte, bool announce)
 {
-    scene.stopGateway();
-    scene.startGateway(lastMacByte, announce);
+    return [=](CScene& scene) {
+        scene.stopGateway();
+        scene.startGateway(lastMacByte, announce);
+    };
 }
-void nothing(Scene&) {}
+void switchOffInTheMiddleOfAFrame(CScene& scene)
+{
+    scene.gateway().ask([](CCountingGateway& gateway) {
+        gateway.stop();
+        gateway.gateway().sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
+    });
+    runFor(50);
+    scene.stopGateway();
+}
+void nothing(CScene&) {}
 
 constexpr auto TCP = EProtocol::eTcp;
 constexpr auto UDP = EProtocol::eUdp;
 const SFault FAULTS[] = {
-    {"cable pulled for 5 s", TCP, pull, 5000, heal, false},
-    {"cable pulled for 5 s", UDP, pull, 5000, heal, true},
-    {"cable pulled for 15 s", TCP, pull, 15000, heal, true},
-    {"cable pulled for 15 s, host silent", TCP, pull, 15000, heal, true, RATE, true},
-    {"network interface of the PC off for 5 s", TCP, [](Scene& scene) { scene.nearPort().setUp(false); }, 5000,
-     [](Scene& scene) { scene.nearPort().setUp(true); }, true},
-    {"10 % of the packets lost, for 20 s", TCP, lose, 20000, heal, false},
-    {"10 % of the packets lost, for 20 s", UDP, lose, 20000, heal, true},
-    {"200 ms delay each way, for 20 s", TCP, delay, 20000, heal, false},
-    {"200 ms delay each way, for 20 s", UDP, delay, 20000, heal, true},
-    {"gateway reboots in the middle of a frame, 3 s", TCP,
-     [](Scene& scene) {
-         scene.gateway().ask([](CCountingGateway& gateway) {
-             gateway.stop();
-             gateway.gateway().sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
-         });
-         runFor(50);
-         scene.stopGateway();
-     },
-     3000, [](Scene& scene) { scene.startGateway(2); }, true},
-    {"half-open: gateway has forgotten the connection", TCP, [](Scene& scene) { replaceGateway(scene, 2, false); }, 0,
-     nothing, true},
-    {"half-open, host silent", TCP, [](Scene& scene) { replaceGateway(scene, 2, false); }, 0, nothing, true, RATE,
-     true},
-    {"another gateway, another MAC, says that it has the address", TCP,
-     [](Scene& scene) { replaceGateway(scene, 3, true); }, 0, nothing, true},
-    {"another gateway, another MAC, says that it has the address", UDP,
-     [](Scene& scene) { replaceGateway(scene, 3, true); }, 0, nothing, true},
-    {"another gateway, another MAC, says nothing", TCP, [](Scene& scene) { replaceGateway(scene, 3, false); }, 0,
-     nothing, true},
-    {"another gateway, another MAC, says nothing", UDP, [](Scene& scene) { replaceGateway(scene, 3, false); }, 0,
-     nothing, true},
-    {"gateway answers no request, for 5 s", TCP, [](Scene& scene) { setFaults(scene, true, false); }, 5000,
-     [](Scene& scene) { setFaults(scene, false, false); }, false},
-    {"gateway takes and says nothing (port open), for 20 s", TCP, [](Scene& scene) { setFaults(scene, false, true); },
-     20000, [](Scene& scene) { setFaults(scene, false, false); }, true, 5000},
+    {"cable pulled for 5 s", TCP, PULL, 5000, HEAL, false},
+    {"cable pulled for 5 s", UDP, PULL, 5000, HEAL, true},
+    {"cable pulled for 15 s", TCP, PULL, 15000, HEAL, true},
+    {"cable pulled for 15 s, host silent", TCP, PULL, 15000, HEAL, true, RATE, true},
+    {"network interface of the PC off for 5 s", TCP, interfaceOfThePc(false), 5000, interfaceOfThePc(true), true},
+    {"10 % of the packets lost, for 20 s", TCP, LOSE, 20000, HEAL, false},
+    {"10 % of the packets lost, for 20 s", UDP, LOSE, 20000, HEAL, true},
+    {"200 ms delay each way, for 20 s", TCP, DELAY, 20000, HEAL, false},
+    {"200 ms delay each way, for 20 s", UDP, DELAY, 20000, HEAL, true},
+    {"gateway reboots in the middle of a frame, 3 s", TCP, switchOffInTheMiddleOfAFrame, 3000,
+     [](CScene& scene) { scene.startGateway(2); }, true},
+    {"half-open: gateway has forgotten the connection", TCP, anotherGateway(2, false), 0, nothing, true},
+    {"half-open, host silent", TCP, anotherGateway(2, false), 0, nothing, true, RATE, true},
+    {"another gateway, another MAC, says that it has the address", TCP, anotherGateway(3, true), 0, nothing, true},
+    {"another gateway, another MAC, says that it has the address", UDP, anotherGateway(3, true), 0, nothing, true},
+    {"another gateway, another MAC, says nothing", TCP, anotherGateway(3, false), 0, nothing, true},
+    {"another gateway, another MAC, says nothing", UDP, anotherGateway(3, false), 0, nothing, true},
+    {"gateway answers no request, for 5 s", TCP, gatewayThat(true, false), 5000, ANSWERS_AGAIN, false},
+    {"gateway takes and says nothing (port open), for 20 s", TCP, gatewayThat(false, true), 20000, ANSWERS_AGAIN, true,
+     5000},
 };
 
-bool run(const SFault& fault)
+/// True when it works again and nothing is as it must not be.
+bool run(const SFault& fault, const CTable& table)
 {
-    Scene scene(fault.protocol, fault.rate, fault.isSilent);
+    CScene scene(fault.protocol, fault.rate, fault.isSilent);
     fault.begin(scene);
     runFor(fault.lastsMs);
     fault.end(scene);
     const int backMs = scene.waitUntilBack(fault.isSilent);
-    return scene.report(fault.name, fault.protocol == TCP ? "TCP" : "UDP", backMs, fault.mayLose);
+    std::vector<std::string> cells{fault.name, fault.protocol == TCP ? "TCP" : "UDP"};
+    const bool ok = scene.finish(backMs, fault.mayLose, cells);
+    table.add(cells);
+    return backMs >= 0 && ok;
 }
 } // namespace
 
@@ -328,24 +299,18 @@ int main(int argc, char** argv)
         std::printf("SKIPPED: network namespaces are forbidden here\n");
         return std::getenv("CI") == nullptr ? 77 : 1;
     }
-    QCoreApplication application(argc, argv);
+    const QCoreApplication application(argc, argv);
     const char* const only = argc > 1 ? argv[1] : "";
-    int failed = 0;
-    try {
-        std::printf("| fault | | the host is told | works again after | lost, host to gateway | lost, gateway to host "
-                    "| twice or "
-                    "out of order |\n|---|---|---|---|---|---|---|\n");
+    return exitCodeOf("linkFaults", [&] {
+        const CTable table({"fault", "", "the host is told", "works again after", "lost, host to gateway",
+                            "lost, gateway to host", "twice or out of order"});
+        int failed = 0;
         for (const SFault& fault : FAULTS) {
             if (std::strncmp(fault.name, only, std::strlen(only)) == 0) {
-                failed += run(fault) ? 0 : 1;
+                failed += run(fault, table) ? 0 : 1;
             }
         }
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "linkFaults: %s\n", error.what());
-        return 1;
-    }
-    std::printf("\n%d not as promised\n", failed);
-    return failed == 0 ? 0 : 1;
+        std::printf("\n%d not as promised\n", failed);
+        return failed == 0;
+    });
 }
-
-#include "linkFaults.moc"

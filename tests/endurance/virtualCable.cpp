@@ -1,4 +1,6 @@
-#include "bench/virtualCable.h"
+#include "tests/endurance/virtualCable.h"
+
+#include "bench/processes.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -11,23 +13,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <system_error>
 
-namespace vexmor::Bench
+namespace vexmor::Endurance
 {
+using Bench::check;
+
 namespace
 {
 constexpr std::size_t MAX_PACKET = 2048;
-
-void check(bool ok, const char* what)
-{
-    if (!ok) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 ifreq requestFor(const char* name)
 {
@@ -146,4 +141,4 @@ void CVirtualCable::carry(SDirection& direction)
     }
 }
 
-} // namespace vexmor::Bench
+} // namespace vexmor::Endurance

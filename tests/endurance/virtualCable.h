@@ -12,7 +12,7 @@
 /// A network that exists in this process only: network interfaces in private namespaces, and the cable between two of
 /// them, which can be pulled, lose packets and hold them up. It needs no more of the kernel than namespaces and TAP
 /// interfaces.
-namespace vexmor::Bench
+namespace vexmor::Endurance
 {
 
 /// Takes the calling thread into a network namespace of its own, without a way out of the machine. The first thread of
@@ -79,4 +79,4 @@ private:
     std::thread m_thread;
 };
 
-} // namespace vexmor::Bench
+} // namespace vexmor::Endurance
