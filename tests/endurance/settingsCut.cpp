@@ -2,14 +2,13 @@
 // again is killed at a random moment, and another one looks at the store. Each interface must be wholly as one save
 // left it, no save that had returned may be missing, and what else the host stored must be there.
 //
-//     settingsCut [KILLS, 1000] [--busy-host]       --busy-host: another thread of the host stores values of its own
-//     meanwhile
-#include "cim/canInterface.h"
-#include "cim/canInterfacePlugin.h"
+// settingsCut [KILLS, 1000] [--busy-host]       --busy-host: another thread of the host stores values of its own
+// meanwhile
+#include "bench/hostedInterface.h"
+#include "bench/measuring.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QPluginLoader>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -20,12 +19,12 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <memory>
 #include <random>
 #include <thread>
 #include <vector>
 
+using namespace vexmor::Bench;
 using namespace vexmor::Cim;
 
 namespace
@@ -51,9 +50,9 @@ struct SResult {
     int hostKeyMissing = 0;
 };
 
-std::unique_ptr<CCanInterface> makeInterface(CCanInterfacePlugin& plugin, int number, int version)
+std::unique_ptr<CCanInterface> interfaceOf(int number, int version)
 {
-    std::unique_ptr<CCanInterface> can(plugin.createInterface());
+    std::unique_ptr<CCanInterface> can(plugin().createInterface());
     const QString text = QString::number(version);
     CCommonInfo info = can->commonInfo();
     info.setUniqueName(QStringLiteral("gateway %1").arg(number));
@@ -66,7 +65,7 @@ std::unique_ptr<CCanInterface> makeInterface(CCanInterfacePlugin& plugin, int nu
     return can;
 }
 
-[[noreturn]] void saveForEver(CCanInterfacePlugin& plugin, SProgress& progress, bool busyHost)
+[[noreturn]] void saveForEver(SProgress& progress, bool busyHost)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (busyHost) {
@@ -81,7 +80,7 @@ std::unique_ptr<CCanInterface> makeInterface(CCanInterfacePlugin& plugin, int nu
     progress.started = true;
     for (int version = progress.saved[0] + 1; version < VERSIONS; ++version) {
         for (int number = 0; number < INTERFACES; ++number) {
-            if (makeInterface(plugin, number, version)->saveSettings(GROUP) == 0) {
+            if (interfaceOf(number, version)->saveSettings(GROUP) == 0) {
                 progress.saved[number] = version;
             }
         }
@@ -90,15 +89,15 @@ std::unique_ptr<CCanInterface> makeInterface(CCanInterfacePlugin& plugin, int nu
 }
 
 /// The version of an interface in the store, or -1 when its values are not all of one version.
-int storedVersion(CCanInterfacePlugin& plugin, int number)
+int storedVersion(int number)
 {
     QSettings settings;
     settings.beginGroup(GROUP);
     settings.beginGroup(QStringLiteral("gateway %1").arg(number));
     const int version = settings.value(QStringLiteral("Port")).toInt();
     constexpr int KEYS = 19;
-    const auto asSaved = makeInterface(plugin, number, version);
-    const auto loaded = makeInterface(plugin, number, 1);
+    const auto asSaved = interfaceOf(number, version);
+    const auto loaded = interfaceOf(number, 1);
     const bool whole = settings.allKeys().size() == KEYS && loaded->loadSettings(GROUP) == 0 &&
                        loaded->commonInfo() == asSaved->commonInfo() && loaded->baudrate() == asSaved->baudrate();
     return whole ? version : -1;
@@ -116,11 +115,11 @@ pid_t inChild(Action&& action)
     return child;
 }
 
-void look(CCanInterfacePlugin& plugin, SProgress& progress, SResult& result)
+void look(SProgress& progress, SResult& result)
 {
     waitpid(inChild([&] {
                 for (int number = 0; number < INTERFACES; ++number) {
-                    progress.stored[number] = storedVersion(plugin, number);
+                    progress.stored[number] = storedVersion(number);
                 }
                 progress.hostKeyThere = QSettings().value(HOST_KEY).toString() == HOST_VALUE;
             }),
@@ -132,56 +131,77 @@ void look(CCanInterfacePlugin& plugin, SProgress& progress, SResult& result)
     }
 }
 
-SResult cut(CCanInterfacePlugin& plugin, SProgress& progress, int kills, bool busyHost)
+SResult cut(SProgress& progress, int kills, bool busyHost)
 {
     SResult result;
     std::mt19937 random(std::random_device{}());
     for (int kill = 0; kill < kills; ++kill) {
         progress.started = false;
-        const pid_t saver = inChild([&] { saveForEver(plugin, progress, busyHost); });
+        const pid_t saver = inChild([&] { saveForEver(progress, busyHost); });
         while (!progress.started) {
             usleep(100);
         }
         usleep(random() % MAX_DELAY_US);
         ::kill(saver, SIGKILL);
         waitpid(saver, nullptr, 0);
-        look(plugin, progress, result);
+        look(progress, result);
     }
     return result;
 }
-} // namespace
 
-int main(int argc, char** argv)
+/// What an application calls its store.
+class CStore
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    const int kills = arguments.isEmpty() || arguments.first().toInt() <= 0 ? 1000 : arguments.first().toInt();
-    const bool busyHost = arguments.contains(QStringLiteral("--busy-host"));
-    const QTemporaryDir store;
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, store.path());
-    QCoreApplication::setOrganizationName(QStringLiteral("bench"));
-    QCoreApplication::setApplicationName(QStringLiteral("cut"));
+public:
+    CStore()
+    {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
+        QCoreApplication::setOrganizationName(QStringLiteral("endurance"));
+        QCoreApplication::setApplicationName(QStringLiteral("cut"));
+    }
+    /// Files beside that of the store itself.
+    int leftOver() const
+    {
+        const QDir folder(m_folder.filePath(QStringLiteral("endurance")));
+        return folder.entryList(QDir::Files | QDir::Hidden).size() - 1;
+    }
 
-    QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
-    auto* const plugin = qobject_cast<CCanInterfacePlugin*>(loader.instance());
+private:
+    const QTemporaryDir m_folder;
+};
+
+bool run(int kills, bool busyHost)
+{
+    const CStore store;
+    plugin();
     void* const shared = mmap(nullptr, sizeof(SProgress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (plugin == nullptr || shared == MAP_FAILED) {
-        std::fprintf(stderr, "settingsCut: %s\n", qPrintable(loader.errorString()));
-        return 1;
+    if (shared == MAP_FAILED) {
+        throw std::runtime_error("no memory to share");
     }
     auto& progress = *new (shared) SProgress{};
     waitpid(inChild([&] {
                 QSettings().setValue(HOST_KEY, HOST_VALUE);
                 for (int number = 0; number < INTERFACES; ++number) {
-                    makeInterface(*plugin, number, 1)->saveSettings(GROUP);
+                    interfaceOf(number, 1)->saveSettings(GROUP);
                     progress.saved[number] = 1;
                 }
             }),
             nullptr, 0);
-    const SResult result = cut(*plugin, progress, kills, busyHost);
-    const int leftOver = QDir(store.filePath(QStringLiteral("bench"))).entryList(QDir::Files | QDir::Hidden).size() - 1;
-    std::printf("| %d kills in %d saves%s | %d | %d | %d | %d |\n", kills, INTERFACES * progress.saved[0].load(),
-                busyHost ? ", host storing in another thread" : "", result.halves, result.lost, result.hostKeyMissing,
-                leftOver);
-    return result.halves + result.lost + result.hostKeyMissing == 0 || busyHost ? 0 : 1;
+    const SResult result = cut(progress, kills, busyHost);
+    const CTable table({"", "interfaces half old, half new", "saves lost that had returned",
+                        "other values of the host lost", "files left over"});
+    table.add({text("%d kills in %d saves%s", kills, INTERFACES * progress.saved[0].load(),
+                    busyHost ? ", the host storing in another thread without a pause" : ""),
+               std::to_string(result.halves), std::to_string(result.lost), std::to_string(result.hostKeyMissing),
+               std::to_string(store.leftOver())});
+    return result.halves + result.lost + result.hostKeyMissing == 0 || busyHost;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    const int kills = arguments.isEmpty() || arguments.first().toInt() <= 0 ? 1000 : arguments.first().toInt();
+    return exitCodeOf("settingsCut", [&] { return run(kills, arguments.contains(QStringLiteral("--busy-host"))); });
 }
