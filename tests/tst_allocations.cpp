@@ -1,64 +1,84 @@
-#include "bench/allocations.h"
+// Nothing is taken from the heap for a message, whichever way it goes. Counted by this program's own malloc, which Qt
+// and the plugin use, too.
+#include "t93Fixture.h"
 
-#include <malloc.h>
+#include <QUdpSocket>
 
-namespace
-{
-thread_local std::uint64_t s_allocations = 0;
-}
+static int s_allocations = 0;
 
-// The C library's own functions behind the replaced ones. Those that are not replaced (free) take what these give.
+// The C library's own stand behind these.
 extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-void* __libc_memalign(std::size_t alignment, std::size_t size);
-
-#define CIM_REPLACED __attribute__((visibility("default")))
-
-CIM_REPLACED void* malloc(std::size_t size) noexcept
-{
-    ++s_allocations;
-    return __libc_malloc(size);
+#define CIM_COUNTED(name, parameters, arguments)                                                                       \
+    void* __libc_##name parameters;                                                                                    \
+    __attribute__((visibility("default"))) void* name parameters noexcept                                              \
+    {                                                                                                                  \
+        ++s_allocations;                                                                                               \
+        return __libc_##name arguments;                                                                                \
+    }
+CIM_COUNTED(malloc, (std::size_t size), (size))
+CIM_COUNTED(calloc, (std::size_t count, std::size_t size), (count, size))
+CIM_COUNTED(realloc, (void* block, std::size_t size), (block, size))
 }
 
-CIM_REPLACED void* calloc(std::size_t count, std::size_t size) noexcept
-{
-    ++s_allocations;
-    return __libc_calloc(count, size);
-}
+using namespace vexmor::Test;
 
-CIM_REPLACED void* realloc(void* block, std::size_t size) noexcept
+class AllocationsTest : public QObject
 {
-    ++s_allocations;
-    return __libc_realloc(block, size);
-}
+    Q_OBJECT
 
-CIM_REPLACED void* memalign(std::size_t alignment, std::size_t size) noexcept
-{
-    ++s_allocations;
-    return __libc_memalign(alignment, size);
-}
+private Q_SLOTS:
+    void noneForAMessage_data() { rows({"TCP", "UDP", "UDP, bound to any address"}); }
+    void noneForAMessage()
+    {
+        CRawGateway tcp;
+        QUdpSocket udp;
+        udp.bind(QHostAddress(QHostAddress::LocalHost));
+        const bool isTcp = rowProtocol() == CCommonInfo::eProtocolTcp;
+        const auto can = makeInterface(isTcp ? tcp.port() : udp.localPort(), rowProtocol());
+        configure(*can, [](CConfigParamT93& param) {
+            param.setUdpBindAnyIp(rowName().endsWith("any address"));
+            param.setBusloadPollTime(60000);
+        });
+        QCOMPARE(can->openCommunication(), RC_OK);
+        constexpr int MESSAGES = 100;
+        constexpr int FEW = 5; // Qt's socket may take a block for all that has come
+        const QByteArray bytes = frame(0x00, hex("0123 0102030405060708"));
+        quint16 hostPort = 0; // where UDP messages go, as the first request tells
+        QVERIFY(isTcp ? !tcp.waitFor(1).isEmpty() : udp.waitForReadyRead());
+        udp.readDatagram(nullptr, 0, nullptr, &hostPort);
 
-CIM_REPLACED void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
-{
-    ++s_allocations;
-    return __libc_memalign(alignment, size);
-}
-}
+        const auto arrive = [&] {
+            const QHostAddress host(QHostAddress::LocalHost);
+            for (int i = 0; i < MESSAGES; ++i) {
+                isTcp ? tcp.link->write(bytes) && tcp.link->flush() : udp.writeDatagram(bytes, host, hostPort) > 0;
+            }
+        };
+        CCanMessage next;
+        int received = 0;
+        const auto receive = [&] {
+            const QDeadlineTimer end(5000);
+            while (received < MESSAGES && !end.hasExpired()) {
+                QCoreApplication::processEvents();
+                received += can->readMessage(next) == RC_OK ? 1 : 0;
+            }
+        };
+        const auto send = [&] {
+            for (int i = 0; i < MESSAGES; ++i) {
+                received -= can->writeMessage(next) == RC_OK ? 1 : 0;
+            }
+        };
+        for (const bool isWarm : {false, true}) { // at first buffers grow
+            arrive();
+            s_allocations = 0;
+            receive();
+            const int forReceived = std::exchange(s_allocations, 0);
+            send();
+            QVERIFY2(!isWarm || s_allocations == 0, QByteArray::number(s_allocations));
+            QVERIFY2(!isWarm || forReceived <= FEW, QByteArray::number(forReceived));
+            QCOMPARE(received, 0); // all came, and all went
+        }
+    }
+};
 
-namespace vexmor::Bench
-{
-
-std::uint64_t allocations()
-{
-    return s_allocations;
-}
-
-std::size_t heapInUse()
-{
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
-} // namespace vexmor::Bench
+QTEST_GUILESS_MAIN(AllocationsTest)
+#include "tst_allocations.moc"
