@@ -40,7 +40,7 @@ public:
         m_segment.resize(static_cast<std::size_t>(frames) * FRAME_SIZE);
         for (int i = 0; i < frames; ++i, ++m_sequence) {
             SMessage message{static_cast<std::uint16_t>(m_sequence & 0x7FF), {}};
-            std::memcpy(message.data.data(), &m_sequence, SEQUENCE_SIZE);
+            std::memcpy(message.data.data(), &m_sequence, sizeof m_sequence);
             writeFrame(message, m_segment.data() + static_cast<std::size_t>(i) * FRAME_SIZE);
         }
         const ssize_t sent = ::send(m_socket, m_segment.data(), m_segment.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

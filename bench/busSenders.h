@@ -10,14 +10,11 @@ namespace vexmor::Bench
 
 /// Frames of 8 data bytes that a bus of 1 Mbit/s carries.
 constexpr int FRAMES_PER_SECOND = 9000;
-/// Carried by the first four data bytes of each frame, low byte first: 0, 1, 2 ... on each bus.
-constexpr std::size_t SEQUENCE_SIZE = 4;
-
 /// Gateways at full buses, all in a process of their own behind one TCP port of 127.0.0.1: every connection is a
 /// gateway. They start when all are connected, and deliver frames at the pace of a bus, spread over time, whether the
-/// host keeps up or not: what does not fit into a connection's buffer (some tenths of a second) is lost, as a gateway's
-/// is, and leaves a gap in the sequence. When the process itself cannot keep the pace it sends less, without a gap.
-/// Ends with this object.
+/// host keeps up or not. Each frame carries a number (sequence.h); what does not fit into a connection's buffer (some
+/// tenths of a second) is lost, as a gateway's is, and leaves a gap in the sequence. When the process itself cannot
+/// keep the pace it sends less, without a gap. Ends with this object.
 class CBusSenders
 {
 public:

@@ -2,15 +2,38 @@
 
 #include "bench/gatewayProcess.h"
 #include "bench/links.h"
+#include "bench/measuring.h"
 
+#include <functional>
 #include <memory>
-#include <utility>
 
 namespace vexmor::Bench
 {
 
 constexpr int HOST_PROCESSOR = 0;
 constexpr int OTHER_PROCESSOR = 1;
+constexpr int SEND_BATCH = 100; ///< messages between two waits for the gateway
+
+// What is timed of every side; given a link, each does a round and gives a figure.
+
+/// What a frame of so many bursts costs, which the gateway sends when asked.
+SCost receiveBursts(CLink& link, int bursts, int frames);
+
+enum class ESending {
+    eEachInATurn, ///< a turn of the event loop after each, whatever the side needs it for
+    eBare,        ///< nothing but the calls
+    eBurst        ///< CLink::sendBurst
+};
+/// What a message of so many batches costs to send, in ns of the processor, without the time in which the gateway
+/// catches up.
+double sendBatches(CLink& link, ESending how, int batches);
+
+/// The time in us within which such a share of so many round trips came to their end, each with so many messages sent
+/// before it that are not answered.
+double roundTrip(CLink& link, double share, int count, int messagesBefore = 0);
+
+/// A figure for each side and round.
+using Figures = std::vector<Values>;
 
 /// Sides that take turns, each with a gateway process of its own on the same processor.
 class CSides
@@ -20,7 +43,6 @@ public:
         : m_protocol(protocol), m_gatewayProcessor(gatewayProcessor), m_rounds(rounds)
     {
     }
-
     template <typename Link>
     CSides& add(const SLanguage& language = RM_LANGUAGE)
     {
@@ -28,22 +50,8 @@ public:
         m_links.push_back(std::make_unique<Link>(m_protocol, m_gateways.back()->port()));
         return *this;
     }
-
-    /// What `job(link)` gives: a value a round for each side, after a round that warms up.
-    template <typename Job>
-    auto measure(Job&& job) const
-    {
-        std::vector<std::vector<decltype(job(*m_links.front()))>> results(m_links.size());
-        for (int round = 0; round <= m_rounds; ++round) {
-            for (std::size_t side = 0; side < m_links.size(); ++side) {
-                const auto result = job(*m_links[side]);
-                if (round > 0) {
-                    results[side].push_back(result);
-                }
-            }
-        }
-        return results;
-    }
+    /// All rounds, after one that warms up.
+    Figures measure(const std::function<double(CLink&)>& round) const;
 
 private:
     const EProtocol m_protocol;
@@ -53,38 +61,26 @@ private:
     std::vector<std::unique_ptr<CLink>> m_links;
 };
 
-/// One value for each side and round.
-using Sides = std::vector<Values>;
+/// A quotient of two sides' figures, given by their indices.
+struct SQuotient {
+    std::size_t of;
+    std::size_t to;
+};
 
-/// The table of a comparison: what each side needs, and how often that is what another one needs.
+/// The table of a comparison: the figures of each side, and quotients.
 class CComparison
 {
 public:
-    struct SQuotient {
-        std::size_t of; ///< index of a side
-        std::size_t to;
-    };
     CComparison(const std::string& title, const std::vector<std::string>& sides,
                 const std::vector<SQuotient>& quotients);
 
-    /// Medians, and how the quotients spread. The aim is for the first quotient. Where the figures depend on a quiet
-    /// machine the load stands beside them.
-    void add(const std::string& name, const Sides& sides, const SAim& aim = {}, bool needsQuiet = false) const;
+    /// The medians, and how the quotients spread. The aim is for the first quotient. Where the figures depend on a
+    /// quiet machine the load stands beside them.
+    void add(const std::string& name, const Figures& figures, const SAim& aim = {}, bool needsQuiet = false) const;
 
 private:
     CTable m_table;
     std::vector<SQuotient> m_quotients;
 };
-
-using Costs = std::vector<std::vector<SCost>>;
-Sides cpuOf(const Costs& costs);
-/// In 1000 a second.
-Sides ratesOf(const Costs& costs);
-
-using Times = std::vector<std::vector<Values>>;
-/// Of each round by itself.
-Sides mediansOf(const Times& times);
-/// Of all rounds together: one value for each side.
-Sides quantilesOf(const Times& times, double share);
 
 } // namespace vexmor::Bench

@@ -1,6 +1,7 @@
 // What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
 #include "bench/links.h"
+#include "bench/measuring.h"
 #include "bench/processes.h"
 
 #include <QCoreApplication>
@@ -9,7 +10,6 @@
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,8 +19,8 @@ using namespace vexmor::Bench;
 namespace
 {
 constexpr int FRAMES = 20000;
-constexpr int BATCH = 100;        ///< frames that one socket read brings
-constexpr int WARM_UP_TURNS = 20; ///< until the heap, Qt's caches and the dynamic linker have done their part
+constexpr int BATCH = 100; ///< frames that one socket read brings
+constexpr int WARM_UP_TURNS = 20;
 
 /// The plugin, connected to a socket of this process that stands for the gateway.
 class CLoop
@@ -60,47 +60,44 @@ public:
     CPluginLink link;
 };
 
+/// Counts an action in FRAMES / framesATurn turns, when those before it have warmed up heap, caches and the dynamic
+/// linker.
 template <typename Prepare, typename Counted>
-void count(int turns, Prepare&& prepare, Counted&& counted)
+void count(int framesATurn, Prepare&& prepare, Counted&& counted)
 {
-    for (int turn = 0; turn < WARM_UP_TURNS + turns; ++turn) {
+    for (int turn = -WARM_UP_TURNS; turn < FRAMES / framesATurn; ++turn) {
         prepare();
-        if (turn >= WARM_UP_TURNS) {
+        if (turn >= 0) {
             CALLGRIND_TOGGLE_COLLECT;
         }
         counted();
-        if (turn >= WARM_UP_TURNS) {
+        if (turn >= 0) {
             CALLGRIND_TOGGLE_COLLECT;
         }
     }
 }
 
-void run(const std::string& what)
+bool run(const std::string& what)
 {
     CLoop loop;
-    if (what == "receive") {
-        count(
-            FRAMES / BATCH, [&] { loop.deliver(BATCH); }, [&] { loop.link.receive(BATCH); });
-    } else if (what == "receive-single") {
-        count(
-            FRAMES, [&] { loop.deliver(1); }, [&] { loop.link.receive(1); });
-    } else if (what == "send") {
+    const int framesATurn = what == "receive-single" ? 1 : BATCH;
+    if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            FRAMES / BATCH, [&] { loop.swallow(); }, [&] { loop.link.sendBurst(message, BATCH); });
+            BATCH, [&] { loop.swallow(); }, [&] { loop.link.sendBurst(message, BATCH); });
     } else {
-        throw std::runtime_error("receive, receive-single or send");
+        count(
+            framesATurn, [&] { loop.deliver(framesATurn); }, [&] { loop.link.receive(framesATurn); });
     }
+    std::printf("%d\n", FRAMES);
+    return true;
 }
 } // namespace
 
+/// instructions receive | receive-single | send
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     std::thread([] {}).join(); // as most hosts, a process with threads
-    return exitCodeOf("instructions", [&] {
-        run(argc > 1 ? argv[1] : "");
-        std::printf("%d\n", FRAMES);
-        return true;
-    });
+    return exitCodeOf("instructions", [&] { return argc == 2 && run(argv[1]); });
 }

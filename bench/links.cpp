@@ -16,48 +16,6 @@
 
 namespace vexmor::Bench
 {
-namespace
-{
-SMessage burstRequest(int count)
-{
-    SMessage message{ID_BURST, {}};
-    message.data[0] = static_cast<std::uint8_t>(count >> 8);
-    message.data[1] = static_cast<std::uint8_t>(count & 0xFF);
-    return message;
-}
-
-/// Sends a request and takes what it asks for.
-void exchange(CLink& link, const SMessage& request, int answers, std::uint64_t sum)
-{
-    link.send(request);
-    if (link.receive(answers) != sum) {
-        throw std::runtime_error("the messages are not those that the gateway sent");
-    }
-}
-
-const SMessage ECHOED{ID_ECHO, {}};
-const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
-
-void roundTrip(CLink& link)
-{
-    exchange(link, ECHOED, 1, lookAt(ECHOED));
-}
-
-void sendBatch(CLink& link, ESending how)
-{
-    if (how == ESending::eBurst) {
-        link.sendBurst(SWALLOWED, SEND_BATCH);
-        return;
-    }
-    for (int i = 0; i < SEND_BATCH; ++i) {
-        link.send(SWALLOWED);
-        if (how == ESending::eEachInATurn) {
-            QCoreApplication::processEvents();
-        }
-    }
-}
-} // namespace
-
 void waitUntil(const std::function<bool()>& condition)
 {
     std::optional<QDeadlineTimer> patience;
@@ -71,42 +29,11 @@ void waitUntil(const std::function<bool()>& condition)
     }
 }
 
-SCost receiveBursts(CLink& link, int bursts, int frames)
-{
-    std::uint64_t sum = 0;
-    for (int number = 0; number < frames; ++number) {
-        sum += lookAt(burstMessage(number));
-    }
-    return costOf([&] { repeat(bursts, [&] { exchange(link, burstRequest(frames), frames, sum); }); }) /
-           (bursts * frames);
-}
-
-SCost sendBatches(CLink& link, ESending how, int batches)
-{
-    SCost total;
-    repeat(batches, [&] {
-        roundTrip(link); // until the gateway has read everything
-        total += costOf([&] { sendBatch(link, how); });
-    });
-    return total / (batches * SEND_BATCH);
-}
-
-Values roundTrips(CLink& link, int count, int messagesBefore)
-{
-    Values times;
-    repeat(count, [&] {
-        const SCost cost = costOf([&] {
-            repeat(messagesBefore, [&] { link.send(SWALLOWED); });
-            roundTrip(link);
-        });
-        times.push_back(cost.wall / 1000);
-    });
-    return times;
-}
-
 void CLink::sendBurst(const SMessage& message, int count)
 {
-    repeat(count, [&] { send(message); });
+    for (int i = 0; i < count; ++i) {
+        send(message);
+    }
 }
 
 CRawLink::CRawLink(EProtocol protocol, std::uint16_t port)
@@ -195,7 +122,9 @@ void CQtLink::send(const SMessage& message)
 
 void CQtLink::sendBurst(const SMessage& message, int count)
 {
-    repeat(count, [&] { write(message); });
+    for (int i = 0; i < count; ++i) {
+        write(message);
+    }
     QCoreApplication::processEvents();
 }
 

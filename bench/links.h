@@ -1,6 +1,5 @@
 #pragma once
 
-#include "bench/measuring.h"
 #include "bench/wire.h"
 #include "cim/canInterface.h"
 
@@ -84,21 +83,6 @@ public:
 private:
     std::unique_ptr<Cim::CCanInterface> m_interface;
 };
-
-/// Bursts that the gateway sends when asked, and what a frame of them costs.
-SCost receiveBursts(CLink& link, int bursts, int frames);
-
-enum class ESending {
-    eEachInATurn, ///< a turn of the event loop after each, whatever the side needs it for
-    eBare,        ///< nothing but the calls
-    eBurst        ///< sendBurst
-};
-/// What one of so many batches of SEND_BATCH messages costs to send, without the time in which the gateway catches up.
-SCost sendBatches(CLink& link, ESending how, int batches);
-constexpr int SEND_BATCH = 100;
-
-/// Microseconds on the wall of so many round trips, each with so many messages sent before it that are not answered.
-Values roundTrips(CLink& link, int count, int messagesBefore);
 
 /// Runs the event loop until the condition holds; throws when it does not within PATIENCE_S from the first turn that
 /// changed nothing. The clock is not read before.

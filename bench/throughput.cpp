@@ -1,10 +1,10 @@
 // What the plugin costs a host from end to end, beside what a plain socket and what a bare Qt socket cost in the same
 // run. Prints a table in Markdown. See docs/performance.md.
 #include "bench/comparison.h"
+#include "bench/processes.h"
 
 #include <QCoreApplication>
 
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 
@@ -24,6 +24,7 @@ constexpr int ROUND_TRIPS = 200;
 constexpr SAim RECEIVE_AIM{SAim::eAtMost, 3.2};
 constexpr SAim SEND_AIM{SAim::eAtMost, 1.3};
 constexpr SAim ROUND_TRIP_AIM{SAim::eAtMost, 1.4};
+constexpr bool NEEDS_QUIET = true;
 
 CSides sides(EProtocol protocol, int gatewayProcessor, int rounds)
 {
@@ -32,63 +33,65 @@ CSides sides(EProtocol protocol, int gatewayProcessor, int rounds)
     return result;
 }
 
-/// Bursts over TCP.
-Costs receive(int rounds)
+double receive(CLink& link)
 {
-    return sides(EProtocol::eTcp, OTHER_PROCESSOR, rounds).measure([](CLink& link) {
-        return receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST);
-    });
+    return receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST).cpu;
 }
 
-void compareReceiving(const CComparison& table, int rounds)
+void compareReceiving(const CComparison& table, const CSides& tcp, const CSides& udp)
 {
-    const Costs tcp = receive(rounds);
-    table.add("received over TCP, bursts of 8000, CPU, ns", cpuOf(tcp), RECEIVE_AIM);
-    table.add("received over TCP, bursts of 8000, 1000 frames/s", ratesOf(tcp), {}, true);
-    const Costs udp = sides(EProtocol::eUdp, OTHER_PROCESSOR, rounds).measure([](CLink& link) {
-        return receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST);
-    });
-    table.add("received over UDP, bursts of 200 datagrams, CPU, ns", cpuOf(udp), RECEIVE_AIM, true);
-    table.add("received over UDP, bursts of 200 datagrams, 1000 frames/s", ratesOf(udp), {}, true);
+    const auto perSecond = [](const SCost& cost) { return 1e6 / cost.wall; };
+    table.add("received over TCP, bursts of 8000, CPU, ns", tcp.measure(receive), RECEIVE_AIM);
+    table.add("received over TCP, bursts of 8000, 1000 frames/s",
+              tcp.measure([&](CLink& link) { return perSecond(receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST)); }),
+              {}, NEEDS_QUIET);
+    table.add("received over UDP, bursts of 200 datagrams, CPU, ns",
+              udp.measure([](CLink& link) { return receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST).cpu; }),
+              RECEIVE_AIM, NEEDS_QUIET);
+    table.add("received over UDP, bursts of 200 datagrams, 1000 frames/s",
+              udp.measure([&](CLink& link) { return perSecond(receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST)); }),
+              {}, NEEDS_QUIET);
 }
 
 void compareSending(const CComparison& table, const std::string& protocol, const CSides& sides)
 {
-    const auto cpu = [&sides](ESending how) {
-        return cpuOf(sides.measure([how](CLink& link) { return sendBatches(link, how, SEND_BATCHES); }));
+    const auto sent = [&](ESending how) {
+        return sides.measure([how](CLink& link) { return sendBatches(link, how, SEND_BATCHES); });
     };
-    table.add("sent over " + protocol + ", nothing but the call, CPU, ns", cpu(ESending::eBare), SEND_AIM);
-    table.add("sent over " + protocol + ", one each turn of the event loop, CPU, ns", cpu(ESending::eEachInATurn),
+    table.add("sent over " + protocol + ", nothing but the call, CPU, ns", sent(ESending::eBare), SEND_AIM);
+    table.add("sent over " + protocol + ", one each turn of the event loop, CPU, ns", sent(ESending::eEachInATurn),
               SEND_AIM);
     if (protocol == "TCP") {
-        table.add("sent over TCP, 100 joined where the side can join, CPU, ns", cpu(ESending::eBurst));
+        table.add("sent over TCP, 100 joined where the side can join, CPU, ns", sent(ESending::eBurst));
     }
 }
 
 void compareRoundTrips(const CComparison& table, const std::string& protocol, const CSides& sides)
 {
-    const auto times = sides.measure([](CLink& link) { return roundTrips(link, ROUND_TRIPS, 0); });
-    table.add("round trip over " + protocol + ", p50, us", mediansOf(times), ROUND_TRIP_AIM, true);
-    table.add("round trip over " + protocol + ", p99, us", quantilesOf(times, 0.99), {}, true);
-    table.add("round trip over " + protocol + ", max, us", quantilesOf(times, 1.0), {}, true);
-    const auto behind = sides.measure([](CLink& link) { return roundTrips(link, ROUND_TRIPS, 1); });
-    table.add("the same right behind another message, p50, us", mediansOf(behind), {}, true);
+    const auto trips = [&](double share, int messagesBefore) {
+        return sides.measure([=](CLink& link) { return roundTrip(link, share, ROUND_TRIPS, messagesBefore); });
+    };
+    table.add("round trip over " + protocol + ", p50, us", trips(0.5, 0), ROUND_TRIP_AIM, NEEDS_QUIET);
+    table.add("round trip over " + protocol + ", p99, us", trips(0.99, 0), {}, NEEDS_QUIET);
+    table.add("the same right behind another message, p50, us", trips(0.5, 1), {}, NEEDS_QUIET);
 }
 
 void run(int rounds)
 {
     stayOn(HOST_PROCESSOR);
-    const Costs singleThreaded = receive(rounds); // first: once there were two threads the locks cost what they cost
+    // First: once there were two threads the locks cost what they cost.
+    const Figures singleThreaded = sides(EProtocol::eTcp, OTHER_PROCESSOR, rounds).measure(receive);
     std::thread([] {}).join();
     const CComparison table("frames of 8 data bytes; process with threads", {"raw", "Qt socket", "plugin"},
                             {{2, 0}, {2, 1}});
-    compareReceiving(table, rounds);
+    compareReceiving(table, sides(EProtocol::eTcp, OTHER_PROCESSOR, rounds),
+                     sides(EProtocol::eUdp, OTHER_PROCESSOR, rounds));
     for (const auto& [name, protocol] : {std::pair{"TCP", EProtocol::eTcp}, std::pair{"UDP", EProtocol::eUdp}}) {
-        const CSides both = sides(protocol, HOST_PROCESSOR, rounds);
-        compareSending(table, name, both);
-        compareRoundTrips(table, name, both);
+        const CSides all = sides(protocol, HOST_PROCESSOR, rounds);
+        compareSending(table, name, all);
+        compareRoundTrips(table, name, all);
     }
-    table.add("received over TCP in a process that never had two threads", cpuOf(singleThreaded));
+    table.add("received over TCP, process that never had two threads, CPU, ns", singleThreaded);
 }
 } // namespace
 

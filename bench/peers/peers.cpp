@@ -3,12 +3,15 @@
 #include "bench/comparison.h"
 #include "bench/peers/languages.h"
 #include "bench/peers/virtualcanLink.h"
+#include "bench/processes.h"
 
 #include <QCoreApplication>
 
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 using namespace vexmor::Bench;
@@ -24,40 +27,31 @@ constexpr int STALL_TRIPS = 5; ///< up to 40 ms each
 
 constexpr SAim RECEIVE_AIM{SAim::eAtLeast, 20};
 
-/// What python-can needs, as the script measures it: a line for each thing, a value for each round.
-class CPythonFigures
+/// What python-can needs, as the script measures it in its turn: a line for each thing, a figure for each round.
+std::istringstream askPython(int gatewayProcessor, const std::string& things, int rounds)
 {
-public:
-    CPythonFigures(int gatewayProcessor, const std::string& things, int rounds)
-    {
-        const CGatewayProcess gateway(EProtocol::eTcp, gatewayProcessor, SOCKETCAND_LANGUAGE);
-        const std::string command = "/usr/bin/python3 " CIM_PYTHON_CAN " " + std::to_string(gateway.port()) + " " +
-                                    std::to_string(HOST_PROCESSOR) + " " + std::to_string(rounds) + " " + things;
-        std::FILE* const output = popen(command.c_str(), "r");
-        std::string text;
-        for (int letter = 0; output != nullptr && (letter = std::fgetc(output)) != EOF;) {
-            text += static_cast<char>(letter);
-        }
-        if (output == nullptr || pclose(output) != 0) {
-            throw std::runtime_error("python-can failed (Debian package python3-can)");
-        }
-        m_lines.str(text);
+    const CGatewayProcess gateway(EProtocol::eTcp, gatewayProcessor, SOCKETCAND_LANGUAGE);
+    const std::string command =
+        text("/usr/bin/python3 %s %d %d %d %s", CIM_PYTHON_CAN, gateway.port(), HOST_PROCESSOR, rounds, things.c_str());
+    std::FILE* const output = popen(command.c_str(), "r");
+    std::string lines;
+    for (int letter = 0; output != nullptr && (letter = std::fgetc(output)) != EOF;) {
+        lines += static_cast<char>(letter);
     }
-    Values next()
-    {
-        std::string line;
-        std::getline(m_lines, line);
-        std::istringstream words(line);
-        Values values;
-        for (double value = 0; words >> value;) {
-            values.push_back(value);
-        }
-        return values;
+    if (output == nullptr || pclose(output) != 0) {
+        throw std::runtime_error("python-can failed (Debian package python3-can)");
     }
+    return std::istringstream(lines);
+}
 
-private:
-    std::istringstream m_lines;
-};
+Figures withNext(std::istringstream& python, Figures figures)
+{
+    std::string line;
+    std::getline(python, line);
+    std::istringstream words(line);
+    figures.emplace_back(std::istream_iterator<double>(words), std::istream_iterator<double>());
+    return figures;
+}
 
 CSides sides(int gatewayProcessor, int rounds)
 {
@@ -66,36 +60,31 @@ CSides sides(int gatewayProcessor, int rounds)
     return result;
 }
 
-Sides with(Sides sides, const Values& python)
-{
-    sides.push_back(python);
-    return sides;
-}
-
 void run(int rounds)
 {
     stayOn(HOST_PROCESSOR);
     std::thread([] {}).join(); // from here on locks cost what they cost in a process with threads
     const CComparison table("frames of 8 data bytes over TCP; process with threads",
                             {"plugin", "virtualcan", "python-can"}, {{1, 0}, {2, 0}});
-    CPythonFigures receiving(OTHER_PROCESSOR, "receive", rounds);
+    std::istringstream receiving = askPython(OTHER_PROCESSOR, "receive", rounds);
     const CSides apart = sides(OTHER_PROCESSOR, rounds);
-    table.add(
-        "received, bursts of 8000, CPU, ns",
-        with(cpuOf(apart.measure([](CLink& link) { return receiveBursts(link, 1, RECEIVE_BURST); })), receiving.next()),
-        RECEIVE_AIM);
+    const auto received = [](CLink& link) { return receiveBursts(link, 1, RECEIVE_BURST).cpu; };
+    table.add("received, bursts of 8000, CPU, ns", withNext(receiving, apart.measure(received)), RECEIVE_AIM);
 
-    CPythonFigures python(HOST_PROCESSOR, "send roundtrip stall", rounds);
+    std::istringstream python = askPython(HOST_PROCESSOR, "send trip stall", rounds);
     const CSides together = sides(HOST_PROCESSOR, rounds);
-    const auto sending = [&](ESending how) {
-        return cpuOf(together.measure([how](CLink& link) { return sendBatches(link, how, SEND_BATCHES); }));
+    const auto sent = [&](ESending how) {
+        return together.measure([how](CLink& link) { return sendBatches(link, how, SEND_BATCHES); });
     };
-    table.add("sent, one each turn of the event loop, CPU, ns", with(sending(ESending::eEachInATurn), {}));
-    table.add("sent, 100 joined where the side can join, CPU, ns", with(sending(ESending::eBurst), python.next()));
-    const auto trips = together.measure([](CLink& link) { return roundTrips(link, ROUND_TRIPS, 0); });
-    table.add("round trip, p50, us", with(mediansOf(trips), python.next()), {}, true);
-    const auto stalls = together.measure([](CLink& link) { return roundTrips(link, STALL_TRIPS, 1); });
-    table.add("the same right behind another message, p50, us", with(mediansOf(stalls), python.next()), {}, true);
+    const auto trips = [&](int count, int messagesBefore) {
+        return together.measure([=](CLink& link) { return roundTrip(link, 0.5, count, messagesBefore); });
+    };
+    Figures eachInATurn = sent(ESending::eEachInATurn);
+    eachInATurn.emplace_back(); // python-can has no event loop
+    table.add("sent, one each turn of the event loop, CPU, ns", eachInATurn);
+    table.add("sent, 100 joined where the side can join, CPU, ns", withNext(python, sent(ESending::eBurst)));
+    table.add("round trip, p50, us", withNext(python, trips(ROUND_TRIPS, 0)), {}, true);
+    table.add("the same right behind another message, p50, us", withNext(python, trips(STALL_TRIPS, 1)), {}, true);
 }
 } // namespace
 
