@@ -43,11 +43,11 @@ public:
         : m_protocol(protocol), m_gatewayProcessor(gatewayProcessor), m_rounds(rounds)
     {
     }
-    template <typename Link>
-    CSides& add(const SLanguage& language = RM_LANGUAGE)
+    using MakeLink = std::unique_ptr<CLink> (*)(EProtocol protocol, std::uint16_t port);
+    CSides& add(MakeLink makeLink, const SLanguage& language = RM_LANGUAGE)
     {
         m_gateways.push_back(std::make_unique<CGatewayProcess>(m_protocol, m_gatewayProcessor, language));
-        m_links.push_back(std::make_unique<Link>(m_protocol, m_gateways.back()->port()));
+        m_links.push_back(makeLink(m_protocol, m_gateways.back()->port()));
         return *this;
     }
     /// All rounds, after one that warms up.

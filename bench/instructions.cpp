@@ -26,7 +26,7 @@ constexpr int WARM_UP_TURNS = 20;
 class CLoop
 {
 public:
-    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), link(EProtocol::eTcp, m_listener.port)
+    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), link(makePluginLink(EProtocol::eTcp, m_listener.port))
     {
         m_gateway = accept(m_listener.socket, nullptr, nullptr);
         check(m_gateway >= 0, "accept");
@@ -57,7 +57,7 @@ private:
     int m_gateway = -1;
 
 public:
-    CPluginLink link;
+    const std::unique_ptr<CLink> link;
 };
 
 /// Counts an action in FRAMES / framesATurn turns, when those before it have warmed up heap, caches and the dynamic
@@ -84,10 +84,10 @@ bool run(const std::string& what)
     if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            BATCH, [&] { loop.swallow(); }, [&] { loop.link.sendBurst(message, BATCH); });
+            BATCH, [&] { loop.swallow(); }, [&] { loop.link->sendBurst(message, BATCH); });
     } else {
         count(
-            framesATurn, [&] { loop.deliver(framesATurn); }, [&] { loop.link.receive(framesATurn); });
+            framesATurn, [&] { loop.deliver(framesATurn); }, [&] { loop.link->receive(framesATurn); });
     }
     std::printf("%d\n", FRAMES);
     return true;

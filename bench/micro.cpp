@@ -4,6 +4,7 @@
 #include "InterfaceT93/gatewayReplies.h"
 #include "InterfaceT93/rmFrame.h"
 #include "bench/measuring.h"
+#include "bench/wire.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,67 +21,61 @@ using namespace vexmor::Bench;
 namespace
 {
 constexpr int STREAM_FRAMES = 8000;
-constexpr int FRAME_BYTES = 15;
 /// Messages stored before the first is taken: about what one socket read brings.
 constexpr int BATCH = 100;
 constexpr const char* COPY = "memcpy";
 
-CCanMessage message(int number)
-{
-    unsigned char data[8];
-    for (int i = 0; i < 8; ++i) {
-        data[i] = static_cast<unsigned char>(number * 31 + i * 7);
-    }
-    return CCanMessage(CCanId::fromValue(static_cast<std::uint16_t>(number & 0x7FF)), sizeof data, data);
-}
-
-std::size_t frameOf(const CCanMessage& message, std::uint8_t* frame)
-{
-    SRmRequest request;
-    request.rmCommand = RM_CMD_TX11BIT_MSG;
-    return txRmFramer(request, &message, frame);
-}
+const CCanMessage MESSAGE(CCanId::fromValue(0x123), 8, 1, 2, 3, 4, 5, 6, 7, 8);
 
 std::vector<std::uint8_t> stream()
 {
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t> bytes(STREAM_FRAMES * FRAME_SIZE);
     for (int number = 0; number < STREAM_FRAMES; ++number) {
-        std::uint8_t frame[RM_BUFFER_SIZE];
-        bytes.insert(bytes.end(), frame, frame + frameOf(message(number), frame));
+        writeFrame(burstMessage(number), &bytes[static_cast<std::size_t>(number) * FRAME_SIZE]);
     }
     return bytes;
 }
 
-void setFrames(benchmark::State& state, std::int64_t framesPerIteration)
+template <typename Value>
+void use(const Value& value)
 {
-    state.SetItemsProcessed(state.iterations() * framesPerIteration);
+    benchmark::DoNotOptimize(&value);
+    benchmark::ClobberMemory();
+}
+
+/// Measures an action that handles so many frames.
+template <typename Action>
+void run(benchmark::State& state, int frames, Action&& action)
+{
+    for (auto _ : state) {
+        action();
+    }
+    state.SetItemsProcessed(state.iterations() * frames);
 }
 
 /// The bytes of the frames, copied frame by frame: the least that handling them can cost.
 void copy(benchmark::State& state)
 {
     const std::vector<std::uint8_t> bytes = stream();
-    std::uint8_t frame[FRAME_BYTES];
-    for (auto _ : state) {
-        for (std::size_t offset = 0; offset < bytes.size(); offset += FRAME_BYTES) {
-            std::memcpy(frame, bytes.data() + offset, FRAME_BYTES);
-            benchmark::DoNotOptimize(&frame);
-            benchmark::ClobberMemory();
+    std::uint8_t frame[FRAME_SIZE];
+    run(state, STREAM_FRAMES, [&] {
+        for (std::size_t offset = 0; offset < bytes.size(); offset += FRAME_SIZE) {
+            std::memcpy(frame, bytes.data() + offset, FRAME_SIZE);
+            use(frame);
         }
-    }
-    setFrames(state, STREAM_FRAMES);
+    });
 }
 BENCHMARK(copy)->Name(COPY);
 
 void framer(benchmark::State& state)
 {
-    const CCanMessage one = message(0x123);
+    SRmRequest request;
+    request.rmCommand = RM_CMD_TX11BIT_MSG;
     std::uint8_t frame[RM_BUFFER_SIZE];
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(frameOf(one, frame));
-        benchmark::ClobberMemory();
-    }
-    setFrames(state, 1);
+    run(state, 1, [&] {
+        txRmFramer(request, &MESSAGE, frame);
+        use(frame);
+    });
 }
 BENCHMARK(framer);
 
@@ -90,24 +85,20 @@ void deframer(benchmark::State& state)
     const std::vector<std::uint8_t> bytes = stream();
     const auto chunk = static_cast<std::size_t>(state.range(0));
     CRmDeframer deframer;
-    int frames = 0;
+    std::int64_t frames = 0;
     const auto onFrame = [&frames](const SRmFrame& frame) {
-        benchmark::DoNotOptimize(&frame);
-        benchmark::ClobberMemory();
+        use(frame);
         ++frames;
         return true;
     };
-    for (auto _ : state) {
-        frames = 0;
+    run(state, STREAM_FRAMES, [&] {
         for (std::size_t offset = 0; offset < bytes.size(); offset += chunk) {
             deframer.feed(bytes.data() + offset, std::min(chunk, bytes.size() - offset), onFrame, [] { return true; });
         }
-        if (frames != STREAM_FRAMES) {
-            state.SkipWithError("frames lost");
-            break;
-        }
+    });
+    if (frames != state.iterations() * STREAM_FRAMES) {
+        state.SkipWithError("frames lost");
     }
-    setFrames(state, STREAM_FRAMES);
 }
 BENCHMARK(deframer)->ArgName("chunk")->Arg(1600)->Arg(65536)->Arg(7)->Arg(1);
 
@@ -119,41 +110,34 @@ void messageOfFrame(benchmark::State& state)
     deframer.feed(
         bytes.data(), bytes.size(), [&frames](const SRmFrame& frame) { return frames.push_back(frame), true; },
         [] { return true; });
-    for (auto _ : state) {
+    run(state, STREAM_FRAMES, [&] {
         for (const SRmFrame& frame : frames) {
-            const CCanMessage one = canMessageOfFrame(frame);
-            benchmark::DoNotOptimize(&one);
-            benchmark::ClobberMemory();
+            use(canMessageOfFrame(frame));
         }
-    }
-    setFrames(state, static_cast<std::int64_t>(frames.size()));
+    });
 }
 BENCHMARK(messageOfFrame);
 
-/// Stores a batch and takes it again; with the queue, each store and each take holds the lock.
-template <typename Store, typename Take>
-void storeAndTake(benchmark::State& state, Store&& store, Take&& take)
+/// Stores a batch and takes it again; the queue holds its lock for each store and each take.
+template <typename Buffer>
+void storeAndTake(benchmark::State& state, Buffer& buffer)
 {
-    const CCanMessage in = message(0x123);
     CCanMessage out;
-    for (auto _ : state) {
+    run(state, BATCH, [&] {
         for (int i = 0; i < BATCH; ++i) {
-            store(in);
+            buffer.store(MESSAGE);
         }
         for (int i = 0; i < BATCH; ++i) {
-            take(out);
-            benchmark::DoNotOptimize(&out);
-            benchmark::ClobberMemory();
+            buffer.take(out);
+            use(out);
         }
-    }
-    setFrames(state, BATCH);
+    });
 }
 
 void ring(benchmark::State& state)
 {
     const auto ring = std::make_unique<CCanMsgRing>();
-    storeAndTake(
-        state, [&ring](const CCanMessage& in) { ring->store(in); }, [&ring](CCanMessage& out) { ring->take(out); });
+    storeAndTake(state, *ring);
 }
 BENCHMARK(ring)->Name("ring, store and take");
 
@@ -161,8 +145,7 @@ void queue(benchmark::State& state)
 {
     CCanMsgQueue queue;
     queue.create();
-    storeAndTake(
-        state, [&queue](const CCanMessage& in) { queue.store(in); }, [&queue](CCanMessage& out) { queue.take(out); });
+    storeAndTake(state, queue);
 }
 BENCHMARK(queue)->Name("queue (ring behind its lock), store and take");
 
@@ -185,7 +168,7 @@ public:
         const auto& [name, arguments] = std::tie(runs.front().run_name.function_name, runs.front().run_name.args);
         const double time = median(times);
         m_copied = name == COPY ? time : m_copied;
-        m_table.add({name + (arguments.empty() ? "" : ", " + arguments), figure(time), figure(time / FRAME_BYTES),
+        m_table.add({name + (arguments.empty() ? "" : ", " + arguments), figure(time), figure(time / FRAME_SIZE),
                      m_copied > 0 ? figure(time / m_copied) : ""});
     }
 

@@ -29,7 +29,7 @@ constexpr bool NEEDS_QUIET = true;
 CSides sides(EProtocol protocol, int gatewayProcessor, int rounds)
 {
     CSides result(protocol, gatewayProcessor, rounds);
-    result.add<CRawLink>().add<CQtLink>().add<CPluginLink>();
+    result.add(makeRawLink).add(makeQtLink).add(makePluginLink);
     return result;
 }
 

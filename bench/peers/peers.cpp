@@ -2,9 +2,9 @@
 // and python-can in a Python process of its own. Prints a table in Markdown. See docs/performance.md.
 #include "bench/comparison.h"
 #include "bench/peers/languages.h"
-#include "bench/peers/virtualcanLink.h"
 #include "bench/processes.h"
 
+#include <QCanBus>
 #include <QCoreApplication>
 
 #include <cstdio>
@@ -26,6 +26,60 @@ constexpr int ROUND_TRIPS = 40;
 constexpr int STALL_TRIPS = 5; ///< up to 40 ms each
 
 constexpr SAim RECEIVE_AIM{SAim::eAtLeast, 20};
+
+/// Qt SerialBus with its virtualcan backend, connected to a gateway process that speaks its language. What it is given
+/// to send leaves in the next turn of the event loop.
+class CVirtualcanLink : public CLink
+{
+public:
+    explicit CVirtualcanLink(std::uint16_t port)
+    {
+        // The backend also tries to be the server at a loopback address, finds the port taken and stays a client.
+        m_device.reset(QCanBus::instance()->createDevice(QStringLiteral("virtualcan"),
+                                                         QStringLiteral("tcp://127.0.0.1:%1/can0").arg(port)));
+        if (!m_device || !m_device->connectDevice()) {
+            throw std::runtime_error("virtualcan cannot connect (Debian package libqt5serialbus5-plugins)");
+        }
+        waitUntil([this] { return m_device->state() == QCanBusDevice::ConnectedState; });
+    }
+    void send(const SMessage& message) override
+    {
+        const QByteArray data(reinterpret_cast<const char*>(message.data.data()), DATA_SIZE);
+        if (!m_device->writeFrame(QCanBusFrame(message.id, data))) {
+            throw std::runtime_error(m_device->errorString().toStdString());
+        }
+    }
+    void sendBurst(const SMessage& message, int count) override
+    {
+        CLink::sendBurst(message, count);
+        QCoreApplication::processEvents();
+    }
+    std::uint64_t receive(int count) override
+    {
+        waitUntil([this, count] {
+            const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the cheapest way
+            for (const QCanBusFrame& frame : frames) {
+                const QByteArray data = frame.payload();
+                m_sum += lookAt(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
+                                reinterpret_cast<const std::uint8_t*>(data.constData()));
+            }
+            m_received += frames.size();
+            return m_received >= count;
+        });
+        m_received -= count;
+        return std::exchange(m_sum, 0);
+    }
+
+private:
+    std::unique_ptr<QCanBusDevice> m_device;
+    int m_received = 0; ///< messages not yet asked for, and their sum
+    std::uint64_t m_sum = 0;
+};
+
+std::unique_ptr<CLink> makeVirtualcanLink(EProtocol /*protocol*/, std::uint16_t port)
+{
+    return std::make_unique<CVirtualcanLink>(port);
+}
 
 /// What python-can needs, as the script measures it in its turn: a line for each thing, a figure for each round.
 std::istringstream askPython(int gatewayProcessor, const std::string& things, int rounds)
@@ -56,7 +110,7 @@ Figures withNext(std::istringstream& python, Figures figures)
 CSides sides(int gatewayProcessor, int rounds)
 {
     CSides result(EProtocol::eTcp, gatewayProcessor, rounds);
-    result.add<CPluginLink>().add<CVirtualcanLink>(VIRTUALCAN_LANGUAGE);
+    result.add(makePluginLink).add(makeVirtualcanLink, VIRTUALCAN_LANGUAGE);
     return result;
 }
 
