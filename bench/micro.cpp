@@ -165,6 +165,9 @@ public:
                 times.push_back(1e9 / run.counters.at("items_per_second").value);
             }
         }
+        if (times.empty()) { // aggregates, or a failure
+            return;
+        }
         const auto& [name, arguments] = std::tie(runs.front().run_name.function_name, runs.front().run_name.args);
         const double time = median(times);
         m_copied = name == COPY ? time : m_copied;
