@@ -1,5 +1,7 @@
 #include "tests/endurance/countedTraffic.h"
 
+#include "bench/measuring.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QSocketNotifier>
@@ -7,11 +9,8 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <numeric>
 #include <stdexcept>
 
 namespace vexmor::Endurance
@@ -27,12 +26,10 @@ constexpr std::int64_t MAX_A_TURN = 100;
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {
-    const auto number = static_cast<std::uint32_t>(count);
-    const std::uint32_t inverse = ~number;
-    unsigned char data[8] = {};
-    std::memcpy(data, &number, sizeof number);
-    std::memcpy(data + sizeof number, &inverse, sizeof inverse);
-    return Cim::CCanMessage(Cim::CCanId::fromValue(static_cast<std::uint16_t>(number % STANDARD_IDS)), sizeof data,
+    const std::uint32_t numbers[] = {static_cast<std::uint32_t>(count), ~static_cast<std::uint32_t>(count)};
+    unsigned char data[sizeof numbers];
+    std::memcpy(data, numbers, sizeof numbers);
+    return Cim::CCanMessage(Cim::CCanId::fromValue(static_cast<std::uint16_t>(count % STANDARD_IDS)), sizeof data,
                             data);
 }
 } // namespace
@@ -44,10 +41,15 @@ void runFor(int milliseconds)
     loop.exec();
 }
 
-CPacer::CPacer()
+CPacer::CPacer(std::function<void()> action) : m_action(std::move(action))
 {
     m_timer.setTimerType(Qt::PreciseTimer);
-    connect(&m_timer, &QTimer::timeout, this, &CPacer::onTimeout);
+    QObject::connect(&m_timer, &QTimer::timeout, [this] {
+        const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
+        for (const std::int64_t end = std::min(due, m_done + MAX_A_TURN); m_done < end; ++m_done) {
+            m_action();
+        }
+    });
 }
 
 void CPacer::start(int rate)
@@ -55,20 +57,9 @@ void CPacer::start(int rate)
     m_rate = rate;
     m_done = 0;
     m_clock.start();
+    m_timer.stop();
     if (rate > 0) {
         m_timer.start(1);
-    } else {
-        m_timer.stop();
-    }
-}
-
-void CPacer::onTimeout()
-{
-    constexpr std::int64_t NANOSECONDS = 1000000000;
-    const std::int64_t wanted = m_clock.nsecsElapsed() * m_rate / NANOSECONDS;
-    const std::int64_t thisTurn = std::min(wanted, m_done + MAX_A_TURN);
-    for (; m_done < thisTurn; ++m_done) {
-        Q_EMIT due();
     }
 }
 
@@ -76,7 +67,6 @@ CCountingHost::CCountingHost(EProtocol protocol, std::uint16_t port, const QStri
     : m_interface(makeInterface(protocol, port, address))
 {
     connect(m_interface.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-    connect(&m_pacer, &CPacer::due, this, &CCountingHost::sendNext);
     connect(&m_reader, &QTimer::timeout, this, &CCountingHost::read);
 }
 
@@ -87,16 +77,10 @@ void CCountingHost::read()
     }
 }
 
-std::uint64_t CCountingHost::refusedSends() const
+void CCountingHost::onInterfaceError(int error)
 {
-    return std::accumulate(refused.begin(), refused.end(), std::uint64_t{0},
-                           [](std::uint64_t sum, const auto& entry) { return sum + entry.second; });
-}
-
-void CCountingHost::onInterfaceError(int number)
-{
-    ++errors[number];
-    Q_EMIT error(number);
+    ++errors[error];
+    onTold(text("error %d", error));
 }
 
 void CCountingHost::sendNext()
@@ -107,39 +91,27 @@ void CCountingHost::sendNext()
         return;
     }
     ++refused[code];
-    Q_EMIT sendRefused(code);
+    if (refusedSends++ == 0) {
+        onTold(text("sends give %d", code));
+    }
 }
 
-CCountingGateway::CCountingGateway()
+CCountingGateway::CCountingGateway(int rate, const STotals& before) : totals(before), m_rate(rate)
 {
-    m_gateway.setMaxClients(256); // a host that was cut off may come again before that is known here
-    connect(&m_pacer, &CPacer::due, this, &CCountingGateway::send);
-    connect(&m_gateway, &Sim::CSimGateway::messageReceived, this,
-            [this](const Cim::CCanMessage& message) { m_totals.fromHost.take(numberOf(message.data())); });
-    connect(&m_gateway, &Sim::CSimGateway::requestReceived, this, [this] {
+    gateway.setMaxClients(256); // a host that was cut off may come again before that is known here
+    QObject::connect(&gateway, &Sim::CSimGateway::messageReceived,
+                     [this](const Cim::CCanMessage& message) { totals.fromHost.take(numberOf(message.data())); });
+    QObject::connect(&gateway, &Sim::CSimGateway::requestReceived, [this] {
         if (m_rate > 0) {
             m_pacer.start(std::exchange(m_rate, 0));
         }
     });
-    connect(&m_dropTimer, &QTimer::timeout, this, [this] {
-        m_gateway.dropLinks();
-        ++m_totals.drops;
-    });
-}
-
-void CCountingGateway::dropEvery(int milliseconds)
-{
-    if (milliseconds > 0) {
-        m_dropTimer.start(milliseconds);
-    } else {
-        m_dropTimer.stop();
-    }
 }
 
 void CCountingGateway::send()
 {
-    m_totals.offline += m_gateway.tcpHostCount() + m_gateway.udpHostCount() == 0 ? 1 : 0;
-    m_bus.send(numberedMessage(m_totals.generated++));
+    totals.offline += gateway.tcpHostCount() + gateway.udpHostCount() == 0 ? 1 : 0;
+    bus.send(numberedMessage(totals.generated++));
 }
 
 bool CGatewayRole::run(int argc, char** argv)
@@ -149,29 +121,34 @@ bool CGatewayRole::run(int argc, char** argv)
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     QCoreApplication application(argc, argv);
-    CCountingGateway gateway;
+    CCountingGateway one(std::atoi(argv[2]));
     QString error;
-    if (!gateway.gateway().listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+    if (!one.gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
         return true;
     }
-    gateway.setRate(std::atoi(argv[2]));
-    gateway.dropEvery(std::atoi(argv[3]));
-    std::printf("%u\n", static_cast<unsigned int>(gateway.gateway().port()));
+    QTimer dropTimer;
+    QObject::connect(&dropTimer, &QTimer::timeout, [&one] {
+        one.gateway.dropLinks();
+        ++one.totals.drops;
+    });
+    if (std::atoi(argv[3]) > 0) {
+        dropTimer.start(std::atoi(argv[3]));
+    }
+    std::printf("%d\n", one.gateway.port());
     std::fflush(stdout);
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, &application, [&] { // closed by the host
         input.setEnabled(false);
-        gateway.stop();
-        gateway.dropEvery(0);
+        one.stop();
+        dropTimer.stop();
         // Or the host would connect once more while this process ends, and be told of that loss, too.
         Sim::SSimFaults closed;
         closed.refuse = true;
-        gateway.gateway().setFaults(closed);
+        one.gateway.setFaults(closed);
         QTimer::singleShot(SETTLE_MS, &application, &QCoreApplication::quit);
     });
     QCoreApplication::exec();
-    const CCountingGateway::STotals& totals = gateway.totals();
-    std::fwrite(&totals, sizeof totals, 1, stdout);
+    std::fwrite(&one.totals, sizeof one.totals, 1, stdout);
     std::fflush(stdout);
     return true;
 }
@@ -193,7 +170,7 @@ CGatewayRole::~CGatewayRole()
     m_process.waitForFinished();
 }
 
-CCountingGateway::STotals CGatewayRole::finish()
+STotals CGatewayRole::finish()
 {
     QEventLoop loop;
     QObject::connect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), &loop,
@@ -201,12 +178,10 @@ CCountingGateway::STotals CGatewayRole::finish()
     QTimer::singleShot(PATIENCE_MS, &loop, &QEventLoop::quit);
     m_process.closeWriteChannel();
     loop.exec();
-    const QByteArray answer = m_process.readAllStandardOutput();
-    CCountingGateway::STotals totals;
-    if (answer.size() != sizeof totals) {
+    STotals totals;
+    if (m_process.read(reinterpret_cast<char*>(&totals), sizeof totals) != sizeof totals) {
         throw std::runtime_error("the gateway told no totals");
     }
-    std::memcpy(&totals, answer.constData(), sizeof totals);
     return totals;
 }
 

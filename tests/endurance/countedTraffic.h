@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 
 /// A host and a gateway that send each other numbered messages and watch what comes.
@@ -21,22 +22,16 @@ using namespace Bench;
 /// Runs the event loop for so long.
 void runFor(int milliseconds);
 
-/// Puts numbered messages out at a steady rate: says when each is due, from the event loop.
-class CPacer : public QObject
+/// Calls a function at a steady rate, from the event loop.
+class CPacer
 {
-    Q_OBJECT
-
 public:
-    CPacer();
-    /// Messages a second; 0 stops.
+    explicit CPacer(std::function<void()> action);
+    /// Calls a second; 0 stops.
     void start(int rate);
 
-Q_SIGNALS:
-    void due();
-
 private:
-    void onTimeout();
-
+    const std::function<void()> m_action;
     QTimer m_timer;
     QElapsedTimer m_clock;
     std::int64_t m_done = 0;
@@ -61,63 +56,50 @@ public:
     void readAlways() { m_reader.start(1); }
 
     std::uint64_t accepted = 0;
-    std::map<int, std::uint64_t> refused; ///< sends, by code
+    std::uint64_t refusedSends = 0;
+    std::map<int, std::uint64_t> refused; ///< by code
     std::map<int, std::uint64_t> errors;  ///< by interface error
     SSequence fromGateway;
-
-    std::uint64_t refusedSends() const;
-    /// Of one interface error.
-    std::uint64_t count(int error) const { return errors.count(error) == 0 ? 0 : errors.at(error); }
-
-Q_SIGNALS:
-    void sendRefused(int code);
-    void error(int number);
+    /// Called with each interface error, and with the code of the first refused send: "error 0", "sends give 108".
+    std::function<void(const std::string&)> onTold = [](const std::string&) {};
 
 private Q_SLOTS:
-    void onInterfaceError(int number);
+    void onInterfaceError(int error);
 
 private:
     void sendNext();
 
     std::unique_ptr<Cim::CCanInterface> m_interface;
-    CPacer m_pacer;
+    CPacer m_pacer{[this] { sendNext(); }};
     QTimer m_reader;
 };
 
+/// What a gateway has counted.
+struct STotals {
+    std::uint64_t generated = 0;
+    std::uint64_t offline = 0; ///< of these, while no host was connected
+    std::uint64_t drops = 0;   ///< links reset
+    SSequence fromHost;
+};
+
 /// A simulated gateway that sends numbered messages to its host and watches those of the host.
-class CCountingGateway : public QObject
+class CCountingGateway
 {
-    Q_OBJECT
-
 public:
-    CCountingGateway();
-
-    Sim::CSimGateway& gateway() { return m_gateway; }
-    /// Starts when the first request of a host came in.
-    void setRate(int rate) { m_rate = rate; }
+    /// Sends so many messages a second from when the first request of a host came in.
+    explicit CCountingGateway(int rate, const STotals& before = {});
+    /// Sends no more.
     void stop() { m_pacer.start(0); }
-    /// Resets the TCP links so often; 0: never.
-    void dropEvery(int milliseconds);
 
-    struct STotals {
-        std::uint64_t generated = 0;
-        std::uint64_t offline = 0; ///< of these, while no host was connected
-        std::uint64_t drops = 0;   ///< links reset
-        SSequence fromHost;
-    };
-    const STotals& totals() const { return m_totals; }
-    /// Goes on counting where another gateway stopped.
-    void goOn(const STotals& before) { m_totals = before; }
+    Sim::CSimBus bus;
+    Sim::CSimGateway gateway{bus};
+    STotals totals; ///< with those of the gateway before this one
 
 private:
     void send();
 
-    Sim::CSimBus m_bus;
-    Sim::CSimGateway m_gateway{m_bus};
-    CPacer m_pacer;
-    QTimer m_dropTimer;
-    int m_rate = 0;
-    STotals m_totals;
+    CPacer m_pacer{[this] { send(); }};
+    int m_rate;
 };
 
 /// A CCountingGateway in a process of its own, at 127.0.0.1: this program once more, in another role.
@@ -127,13 +109,13 @@ public:
     /// The role itself, to be asked for first in main: true when this process has it, and has ended.
     static bool run(int argc, char** argv);
 
-    /// Throws std::runtime_error when it does not start.
-    CGatewayRole(int rate, int dropEveryMs);
+    /// Resets the TCP links so often; 0: never. Throws std::runtime_error when it does not start.
+    explicit CGatewayRole(int rate, int dropEveryMs = 0);
     ~CGatewayRole();
 
     std::uint16_t port() const { return m_port; }
     /// Lets it send no more, and a moment later end and tell what it counted. The event loop runs meanwhile.
-    CCountingGateway::STotals finish();
+    STotals finish();
 
 private:
     QProcess m_process;

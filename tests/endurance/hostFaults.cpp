@@ -36,7 +36,7 @@ double seconds(const QElapsedTimer& clock)
 /// The reader, or the whole thread of the host, stands still for 10 s while 5,000 messages a second come.
 SOutcome stopReading(bool wholeThread)
 {
-    CGatewayRole gateway(5000, 0);
+    CGatewayRole gateway(5000);
     CCountingHost host(EProtocol::eTcp, gateway.port());
     open(host.canInterface());
     runFor(500);
@@ -55,7 +55,7 @@ SOutcome stopReading(bool wholeThread)
     // The stored ones came in order without a hole, from the first that was not read.
     const bool kept = check.received - before.received == QUEUE_SIZE &&
                       check.nextNumber == before.nextNumber + QUEUE_SIZE && check.missing == 0;
-    const std::uint64_t full = host.count(ERROR_QUEUE_FULL);
+    const std::uint64_t full = host.errors[ERROR_QUEUE_FULL];
     host.readAlways(); // and it goes on
     runFor(1000);
     const bool others = host.errors.size() > 1;
@@ -69,7 +69,7 @@ SOutcome stopReading(bool wholeThread)
 
 SOutcome openAndClose(EProtocol protocol, int cycles)
 {
-    CGatewayRole gateway(0, 0);
+    CGatewayRole gateway(0);
     CCountingHost host(protocol, gateway.port());
     SResources first;
     QElapsedTimer clock;
@@ -92,7 +92,7 @@ SOutcome openAndClose(EProtocol protocol, int cycles)
 SOutcome hostMany(int count)
 {
     constexpr int RATE = 100; // each is sent every message
-    CGatewayRole gateway(RATE, 0);
+    CGatewayRole gateway(RATE);
     const SResources before = resources();
     QElapsedTimer clock;
     clock.start();
@@ -103,7 +103,7 @@ SOutcome hostMany(int count)
     }
     const double opened = seconds(clock);
     runFor(5000);
-    const CCountingGateway::STotals totals = gateway.finish();
+    const STotals totals = gateway.finish();
     const double kib = (resources() - before).residentKib / count;
     std::uint64_t read = 0;
     bool whole = true;

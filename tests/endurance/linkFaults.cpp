@@ -34,28 +34,26 @@ class CGatewayNode
 {
 public:
     /// Goes on counting where another one stopped.
-    CGatewayNode(std::uint8_t lastMacByte, bool announce, int rate, const CCountingGateway::STotals& before)
+    CGatewayNode(std::uint8_t lastMacByte, bool announce, int rate, const STotals& before)
     {
         m_thread.reset(QThread::create([=] {
             if (!enterPrivateNetwork(false)) {
                 return;
             }
             m_port.emplace("gateway", lastMacByte, "10.9.0.2", announce);
-            CCountingGateway gateway;
+            CCountingGateway one(rate, before);
             QString error;
             Sim::SSimIdentity identity;
             identity.macAddress.back() = lastMacByte;
-            gateway.gateway().setIdentity(identity);
-            gateway.goOn(before);
-            if (!gateway.gateway().listen(QHostAddress(GATEWAY_ADDRESS), PORT, error)) {
+            one.gateway.setIdentity(identity);
+            if (!one.gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT, error)) {
                 return;
             }
-            gateway.setRate(rate);
             QEventLoop loop;
-            m_gateway = &gateway;
+            m_gateway = &one;
             m_loop = &loop;
             loop.exec();
-            m_totals = gateway.totals();
+            m_totals = one.totals;
         }));
         m_thread->start();
         while (m_loop == nullptr && m_thread->isRunning()) {
@@ -72,10 +70,10 @@ public:
     void ask(const std::function<void(CCountingGateway&)>& action)
     {
         QMetaObject::invokeMethod(
-            m_gateway.load(), [&] { action(*m_gateway.load()); }, Qt::BlockingQueuedConnection);
+            m_loop.load(), [&] { action(*m_gateway.load()); }, Qt::BlockingQueuedConnection);
     }
     /// Its port must not be plugged into a cable any more.
-    CCountingGateway::STotals switchOff()
+    STotals switchOff()
     {
         if (m_thread->isRunning()) {
             QMetaObject::invokeMethod(m_loop.load(), &QEventLoop::quit, Qt::QueuedConnection);
@@ -88,7 +86,7 @@ private:
     std::optional<CVirtualPort> m_port;
     std::atomic<CCountingGateway*> m_gateway{nullptr};
     std::atomic<QEventLoop*> m_loop{nullptr};
-    CCountingGateway::STotals m_totals;
+    STotals m_totals;
     std::unique_ptr<QThread> m_thread;
 };
 
@@ -99,12 +97,10 @@ public:
     CScene(EProtocol protocol, int rate, bool isSilent) : m_rate(rate), m_host(protocol, PORT, GATEWAY_ADDRESS)
     {
         startGateway(2);
-        QObject::connect(&m_host, &CCountingHost::error, [this](int number) { tell(text("error %d", number)); });
-        QObject::connect(&m_host, &CCountingHost::sendRefused, [this](int code) {
-            if (m_host.refusedSends() == 1) {
-                tell(text("sends give %d", code));
-            }
-        });
+        m_host.onTold = [this](const std::string& what) {
+            m_told += text("%s%s after %.1f s", m_told.empty() ? "" : ", ", what.c_str(),
+                           static_cast<double>(m_clock.elapsed()) / 1000);
+        };
         if (isSilent) {
             m_host.canInterface().setProperty("BusloadPollTime", 600000);
         }
@@ -166,7 +162,7 @@ public:
         const std::uint64_t disordered = up.disordered + m_host.fromGateway.disordered;
         cells.insert(cells.end(), {m_told.empty() ? "nothing" : m_told, text("%.1f s", backMs / 1000.0),
                                    figure(lostUp) + " of " + figure(m_host.accepted) + " (" +
-                                       figure(m_host.refusedSends()) + " more refused)",
+                                       figure(m_host.refusedSends) + " more refused)",
                                    figure(lostDown) + " of " + figure(m_before.generated) + " (" +
                                        figure(m_before.offline) + " without a link)",
                                    figure(disordered)});
@@ -174,22 +170,17 @@ public:
     }
 
 private:
-    void tell(const std::string& what)
-    {
-        m_told += text("%s%s after %.1f s", m_told.empty() ? "" : ", ", what.c_str(),
-                       static_cast<double>(m_clock.elapsed()) / 1000);
-    }
     std::uint64_t arrived()
     {
         std::uint64_t count = 0;
-        m_gateway->ask([&count](CCountingGateway& gateway) { count = gateway.totals().fromHost.received; });
+        m_gateway->ask([&count](CCountingGateway& gateway) { count = gateway.totals.fromHost.received; });
         return count;
     }
 
     const int m_rate;
     const CVirtualPort m_near{"host", 1, "10.9.0.1"};
     CVirtualCable m_cable;
-    CCountingGateway::STotals m_before; ///< what gateways counted that are switched off
+    STotals m_before; ///< what gateways counted that are switched off
     std::unique_ptr<CGatewayNode> m_gateway;
     CCountingHost m_host;
     QElapsedTimer m_clock; ///< since the fault began
@@ -229,7 +220,7 @@ Act gatewayThat(bool isMute, bool isBlackHole)
             Sim::SSimFaults faults;
             faults.mute = isMute;
             faults.blackHole = isBlackHole;
-            gateway.gateway().setFaults(faults);
+            gateway.gateway.setFaults(faults);
         });
     };
 }
@@ -246,7 +237,7 @@ void switchOffInTheMiddleOfAFrame(CScene& scene)
 {
     scene.gateway().ask([](CCountingGateway& gateway) {
         gateway.stop();
-        gateway.gateway().sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
+        gateway.gateway.sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
     });
     runFor(50);
     scene.stopGateway();

@@ -40,14 +40,10 @@ const QString HOST_VALUE = QStringLiteral("800x600");
 struct SProgress {
     std::atomic<int> saved[INTERFACES]; ///< the last version whose save returned
     std::atomic<bool> started;
-    int stored[INTERFACES]; ///< the version that the store holds; -1: a mixture
-    bool hostKeyThere;
-};
-
-struct SResult {
-    int halves = 0;
-    int lost = 0; ///< saves that had returned and are not in the store
-    int hostKeyMissing = 0;
+    // What was found.
+    int halves;
+    int lost; ///< saves that had returned and are not in the store
+    int hostKeyMissing;
 };
 
 std::unique_ptr<CCanInterface> interfaceOf(int number, int version)
@@ -115,25 +111,18 @@ pid_t inChild(Action&& action)
     return child;
 }
 
-void look(SProgress& progress, SResult& result)
+void look(SProgress& progress)
 {
-    waitpid(inChild([&] {
-                for (int number = 0; number < INTERFACES; ++number) {
-                    progress.stored[number] = storedVersion(number);
-                }
-                progress.hostKeyThere = QSettings().value(HOST_KEY).toString() == HOST_VALUE;
-            }),
-            nullptr, 0);
-    result.hostKeyMissing += progress.hostKeyThere ? 0 : 1;
+    progress.hostKeyMissing += QSettings().value(HOST_KEY).toString() == HOST_VALUE ? 0 : 1;
     for (int number = 0; number < INTERFACES; ++number) {
-        result.halves += progress.stored[number] < 0 ? 1 : 0;
-        result.lost += progress.stored[number] >= 0 && progress.stored[number] < progress.saved[number] ? 1 : 0;
+        const int version = storedVersion(number);
+        progress.halves += version < 0 ? 1 : 0;
+        progress.lost += version >= 0 && version < progress.saved[number] ? 1 : 0;
     }
 }
 
-SResult cut(SProgress& progress, int kills, bool busyHost)
+void cut(SProgress& progress, int kills, bool busyHost)
 {
-    SResult result;
     std::mt19937 random(std::random_device{}());
     for (int kill = 0; kill < kills; ++kill) {
         progress.started = false;
@@ -144,36 +133,17 @@ SResult cut(SProgress& progress, int kills, bool busyHost)
         usleep(random() % MAX_DELAY_US);
         ::kill(saver, SIGKILL);
         waitpid(saver, nullptr, 0);
-        look(progress, result);
+        waitpid(inChild([&] { look(progress); }), nullptr, 0);
     }
-    return result;
 }
-
-/// What an application calls its store.
-class CStore
-{
-public:
-    CStore()
-    {
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
-        QCoreApplication::setOrganizationName(QStringLiteral("endurance"));
-        QCoreApplication::setApplicationName(QStringLiteral("cut"));
-    }
-    /// Files beside that of the store itself.
-    int leftOver() const
-    {
-        const QDir folder(m_folder.filePath(QStringLiteral("endurance")));
-        return folder.entryList(QDir::Files | QDir::Hidden).size() - 1;
-    }
-
-private:
-    const QTemporaryDir m_folder;
-};
 
 bool run(int kills, bool busyHost)
 {
-    const CStore store;
-    plugin();
+    const QTemporaryDir folder;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
+    QCoreApplication::setOrganizationName(QStringLiteral("endurance"));
+    QCoreApplication::setApplicationName(QStringLiteral("cut"));
+    plugin(); // loaded before the first process is made
     void* const shared = mmap(nullptr, sizeof(SProgress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) {
         throw std::runtime_error("no memory to share");
@@ -187,14 +157,16 @@ bool run(int kills, bool busyHost)
                 }
             }),
             nullptr, 0);
-    const SResult result = cut(progress, kills, busyHost);
+    cut(progress, kills, busyHost);
+    const QDir store(folder.filePath(QStringLiteral("endurance")));
+    const int leftOver = store.entryList(QDir::Files | QDir::Hidden).size() - 1;
     const CTable table({"", "interfaces half old, half new", "saves lost that had returned",
                         "other values of the host lost", "files left over"});
     table.add({text("%d kills in %d saves%s", kills, INTERFACES * progress.saved[0].load(),
                     busyHost ? ", the host storing in another thread without a pause" : ""),
-               std::to_string(result.halves), std::to_string(result.lost), std::to_string(result.hostKeyMissing),
-               std::to_string(store.leftOver())});
-    return result.halves + result.lost + result.hostKeyMissing == 0 || busyHost;
+               std::to_string(progress.halves), std::to_string(progress.lost), std::to_string(progress.hostKeyMissing),
+               std::to_string(leftOver)});
+    return progress.halves + progress.lost + progress.hostKeyMissing == 0 || busyHost;
 }
 } // namespace
 

@@ -43,7 +43,7 @@ std::string counts(const std::map<int, std::uint64_t>& byNumber)
     return result;
 }
 
-void printTraffic(const CCountingHost& host, const CCountingGateway::STotals& gateway)
+void printTraffic(const CCountingHost& host, const STotals& gateway)
 {
     const CTable table({"", "put out", "no link (told)", "handed over", "arrived", "lost with a link",
                         "a loss, on average", "twice or out of order"});
@@ -53,8 +53,8 @@ void printTraffic(const CCountingHost& host, const CCountingGateway::STotals& ga
         table.add({way, figure(out), figure(noLink), figure(out - noLink), figure(seen.received), figure(lost),
                    figure(static_cast<double>(lost) / drops), figure(seen.disordered)});
     };
-    const std::uint64_t refused = host.refusedSends();
-    row("host to gateway", host.accepted + refused, refused, gateway.fromHost, gateway.fromHost.missing);
+    row("host to gateway", host.accepted + host.refusedSends, host.refusedSends, gateway.fromHost,
+        gateway.fromHost.missing);
     row("gateway to host", gateway.generated, gateway.offline, host.fromGateway,
         host.fromGateway.missing - gateway.offline);
     std::printf("\n%llu links lost, and one more at the end; errors told to the host:%s; refused sends:%s\n\n",
@@ -62,7 +62,7 @@ void printTraffic(const CCountingHost& host, const CCountingGateway::STotals& ga
                 counts(host.refused).c_str());
 }
 
-bool reckon(const CCountingHost& host, const CCountingGateway::STotals& gateway)
+bool reckon(const CCountingHost& host, const STotals& gateway)
 {
     const SSequence& up = gateway.fromHost;
     const SSequence& down = host.fromGateway;
@@ -106,7 +106,7 @@ bool soak(double minutes, int rate, int lossEverySeconds)
     std::printf("%d messages/s each way for %g minutes, a link loss every %d s\n", rate, minutes, lossEverySeconds);
     const bool isFlat = watchResources(minutes);
     host.send(0);
-    const CCountingGateway::STotals totals = gateway.finish();
+    const STotals totals = gateway.finish();
     runFor(500); // until its end has come through, too
     printTraffic(host, totals);
     const bool ok = reckon(host, totals);

@@ -2,19 +2,17 @@
 
 #include "bench/processes.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/if_tun.h>
 #include <net/if.h>
-#include <net/if_arp.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdlib>
 #include <fstream>
+#include <stdexcept>
 
 namespace vexmor::Endurance
 {
@@ -24,38 +22,27 @@ namespace
 {
 constexpr std::size_t MAX_PACKET = 2048;
 
-ifreq requestFor(const char* name)
+/// Runs a command of iproute2 in the calling thread's namespace.
+void ip(const std::string& command)
 {
-    ifreq request{};
-    std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
-    return request;
-}
-
-/// Asks the kernel something about an interface of this thread's namespace.
-void control(unsigned long command, ifreq& request, const char* what)
-{
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int result = ioctl(socket, command, &request);
-    ::close(socket);
-    check(result == 0, what);
-}
-
-void setAddress(const char* name, unsigned long command, const char* address)
-{
-    ifreq request = requestFor(name);
-    auto& to = reinterpret_cast<sockaddr_in&>(request.ifr_addr);
-    to.sin_family = AF_INET;
-    inet_pton(AF_INET, address, &to.sin_addr);
-    control(command, request, address);
+    if (std::system(("ip " + command).c_str()) != 0) {
+        throw std::runtime_error("ip " + command);
+    }
 }
 } // namespace
 
 bool enterPrivateNetwork(bool firstThread)
 {
-    return unshare(firstThread ? CLONE_NEWUSER | CLONE_NEWNET : CLONE_NEWNET) == 0;
+    const uid_t user = getuid();
+    if (unshare(firstThread ? CLONE_NEWUSER | CLONE_NEWNET : CLONE_NEWNET) != 0) {
+        return false;
+    }
+    // As its root, so that the programs that it starts may set up the network.
+    return !firstThread || (std::ofstream("/proc/self/uid_map") << "0 " << user << " 1" << std::flush).good();
 }
 
-CVirtualPort::CVirtualPort(const char* name, std::uint8_t lastByte, const char* address, bool announce) : m_name(name)
+CVirtualPort::CVirtualPort(const std::string& name, int lastByte, const std::string& address, bool announce)
+    : m_name(name)
 {
     if (announce) {
         std::ofstream setting("/proc/sys/net/ipv4/conf/all/arp_notify");
@@ -63,16 +50,12 @@ CVirtualPort::CVirtualPort(const char* name, std::uint8_t lastByte, const char* 
     }
     m_descriptor = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
     check(m_descriptor >= 0, "/dev/net/tun");
-    ifreq request = requestFor(name);
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
     request.ifr_flags = IFF_TAP | IFF_NO_PI;
     check(ioctl(m_descriptor, TUNSETIFF, &request) == 0, "TUNSETIFF");
-    request = requestFor(name);
-    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    const unsigned char mac[] = {0x02, 0, 0, 0, 0, lastByte};
-    std::memcpy(request.ifr_hwaddr.sa_data, mac, sizeof mac);
-    control(SIOCSIFHWADDR, request, "SIOCSIFHWADDR");
-    setAddress(name, SIOCSIFADDR, address);
-    setAddress(name, SIOCSIFNETMASK, "255.255.255.0");
+    ip("link set " + name + " address 02:00:00:00:00:0" + std::to_string(lastByte));
+    ip("address add " + address + "/24 dev " + name);
     setUp(true);
 }
 
@@ -83,9 +66,7 @@ CVirtualPort::~CVirtualPort()
 
 void CVirtualPort::setUp(bool up) const
 {
-    ifreq request = requestFor(m_name);
-    request.ifr_flags = static_cast<short>(up ? IFF_UP | IFF_RUNNING : 0);
-    control(SIOCSIFFLAGS, request, "SIOCSIFFLAGS");
+    ip("link set " + m_name + (up ? " up" : " down"));
 }
 
 CVirtualCable::CVirtualCable() : m_thread([this] { run(); }) {}

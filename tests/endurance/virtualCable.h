@@ -6,6 +6,7 @@
 #include <deque>
 #include <mutex>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -23,9 +24,9 @@ bool enterPrivateNetwork(bool firstThread);
 class CVirtualPort
 {
 public:
-    /// `lastByte` ends its MAC address, `address` is in dotted form, of a network of 24 bits; with `announce` everybody
+    /// `lastByte` (1 to 9) ends its MAC address, `address` is of a network of 24 bits; with `announce` everybody
     /// on the network is told that this MAC address has it now. Throws std::system_error.
-    CVirtualPort(const char* name, std::uint8_t lastByte, const char* address, bool announce = false);
+    CVirtualPort(const std::string& name, int lastByte, const std::string& address, bool announce = false);
     ~CVirtualPort();
     CVirtualPort(const CVirtualPort&) = delete;
     CVirtualPort& operator=(const CVirtualPort&) = delete;
@@ -35,7 +36,7 @@ public:
     void setUp(bool up) const;
 
 private:
-    const char* m_name;
+    const std::string m_name;
     int m_descriptor = -1;
 };
 
