@@ -1,28 +1,29 @@
 #include "bench/peers/languages.h"
 
+#include "bench/measuring.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <sstream>
 #include <string>
 
 namespace vexmor::Bench
 {
 namespace
 {
-void appendText(const std::string& text, std::vector<std::uint8_t>& bytes)
+using Bytes = std::vector<std::uint8_t>;
+
+void append(const std::string& text, Bytes& bytes)
 {
     bytes.insert(bytes.end(), text.begin(), text.end());
 }
 
 std::string hex(const SMessage& message)
 {
-    std::string text;
+    std::string digits;
     for (const std::uint8_t byte : message.data) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", byte);
-        text += digits;
+        digits += text("%02x", byte);
     }
-    return text;
+    return digits;
 }
 
 /// Calls `onText` with each text up to and including `end`; gives the number of bytes used up.
@@ -30,63 +31,51 @@ template <typename OnText>
 std::size_t parseTexts(const std::uint8_t* bytes, std::size_t count, char end, OnText&& onText)
 {
     std::size_t used = 0;
-    for (;;) {
-        const auto* const stop = std::find(bytes + used, bytes + count, static_cast<std::uint8_t>(end));
-        if (stop == bytes + count) {
-            return used;
-        }
+    for (const std::uint8_t* stop = nullptr;
+         (stop = std::find(bytes + used, bytes + count, static_cast<std::uint8_t>(end))) != bytes + count;) {
         onText(std::string(bytes + used, stop + 1));
         used = static_cast<std::size_t>(stop + 1 - bytes);
     }
+    return used;
 }
 
-void appendVirtualcan(const SMessage& message, std::vector<std::uint8_t>& bytes)
+/// Reads an identifier and eight bytes. False for any other text.
+bool scan(const std::string& text, const char* format, SMessage& message)
 {
-    appendText(std::to_string(message.id) + "##" + hex(message) + "\n", bytes);
+    auto& d = message.data;
+    return std::sscanf(text.c_str(), format, &message.id, &d[0], &d[1], &d[2], &d[3], &d[4], &d[5], &d[6], &d[7]) == 9;
 }
 
-std::size_t parseVirtualcan(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
-                            std::vector<std::uint8_t>& /*reply*/)
+void appendVirtualcan(const SMessage& message, Bytes& bytes)
 {
-    return parseTexts(bytes, count, '\n', [&onMessage](const std::string& line) {
+    append(text("%d##%s\n", message.id, hex(message).c_str()), bytes);
+}
+
+std::size_t parseVirtualcan(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage, Bytes& /*reply*/)
+{
+    return parseTexts(bytes, count, '\n', [&](const std::string& line) {
         SMessage message;
-        char data[17] = "";
-        if (std::sscanf(line.c_str(), "can0:%hu##%16s", &message.id, data) != 2) {
-            return; // the client announces itself
+        if (scan(line, "can0:%hu##%2hhx%2hhx%2hhx%2hhx%2hhx%2hhx%2hhx%2hhx",
+                 message)) { // or the client announces itself
+            onMessage(message);
         }
-        for (std::size_t i = 0; i < message.data.size(); ++i) {
-            std::sscanf(data + 2 * i, "%2hhx", &message.data[i]);
-        }
-        onMessage(message);
     });
 }
 
-void appendSocketcand(const SMessage& message, std::vector<std::uint8_t>& bytes)
+void appendSocketcand(const SMessage& message, Bytes& bytes)
 {
-    std::ostringstream text;
-    text << "< frame " << std::hex << message.id << " 0.0 " << hex(message) << " >\n";
-    appendText(text.str(), bytes);
+    append(text("< frame %x 0.0 %s >\n", message.id, hex(message).c_str()), bytes);
 }
 
-std::size_t parseSocketcand(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
-                            std::vector<std::uint8_t>& reply)
+std::size_t parseSocketcand(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage, Bytes& reply)
 {
     return parseTexts(bytes, count, '>', [&](const std::string& text) {
-        std::istringstream words(text);
-        std::string word;
-        words >> word >> word;
-        if (word != "send") { // the client opens a bus and chooses a mode
-            appendText("< ok >", reply);
-            return;
-        }
         SMessage message;
-        unsigned int value = 0;
-        words >> std::hex >> message.id >> value;
-        for (std::uint8_t& byte : message.data) {
-            words >> value;
-            byte = static_cast<std::uint8_t>(value);
+        if (scan(text, " < send %hx %*x %hhx %hhx %hhx %hhx %hhx %hhx %hhx %hhx >", message)) {
+            onMessage(message);
+        } else { // the client opens a bus and chooses a mode
+            append("< ok >", reply);
         }
-        onMessage(message);
     });
 }
 } // namespace
