@@ -1,10 +1,14 @@
 #include "bench/measuring.h"
 
+#include <malloc.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 
 namespace vexmor::Bench
@@ -116,6 +120,24 @@ std::string loadAverage()
     double load = 0;
     std::ifstream("/proc/loadavg") >> load;
     return figure(load);
+}
+
+SResources resources()
+{
+    SResources result;
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages; // the second number
+    result.residentKib = static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
+    const struct mallinfo2 heap = mallinfo2();
+    result.heapKib = static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;
+    result.descriptors = static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+    return result;
+}
+
+std::string textOf(const SResources& resources)
+{
+    return text("memory %.0f KiB, heap %.0f KiB, descriptors %d", resources.residentKib, resources.heapKib,
+                resources.descriptors);
 }
 
 CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// Time, figures, and tables to print them in.
+/// Time, figures, resources, and tables to print them in.
 namespace vexmor::Bench
 {
 
@@ -80,6 +80,21 @@ int exitCodeOf(const char* program, const std::function<bool()>& task);
 
 /// Processes that wanted to run, on average over the last minute.
 std::string loadAverage();
+
+/// What this process holds now.
+struct SResources {
+    double residentKib = 0;
+    double heapKib = 0; ///< allocated and not freed
+    int descriptors = 0;
+
+    SResources operator-(const SResources& before) const
+    {
+        return {residentKib - before.residentKib, heapKib - before.heapKib, descriptors - before.descriptors};
+    }
+};
+SResources resources();
+/// "memory 1 KiB, heap 2 KiB, descriptors 3"
+std::string textOf(const SResources& resources);
 
 /// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
 class CTable

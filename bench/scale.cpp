@@ -3,8 +3,6 @@
 #include "bench/hostedInterface.h"
 #include "bench/measuring.h"
 #include "bench/processes.h"
-#include "bench/resources.h"
-#include "bench/sequence.h"
 
 #include <QCoreApplication>
 #include <QTcpSocket>
@@ -30,6 +28,7 @@ constexpr int MEASURED_MS = 1000;
 constexpr int DRAIN_INTERVAL_MS = 10;
 constexpr int HOST_PROCESSOR = 0;
 constexpr int SENDER_PROCESSOR = 1;
+constexpr int MAX_SEGMENT = 9; ///< frames that a gateway joins
 constexpr int GATEWAYS[] = {1, 10, 100, 200};
 constexpr int FULL_LOAD_GATEWAYS = 100; ///< the number for which there are aims
 constexpr SAim COST_AIM{SAim::eAtMost, 1.25};
@@ -55,33 +54,24 @@ void sleepUntil(double time)
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
 }
 
-class CBus
-{
-public:
-    explicit CBus(int socket) : m_socket(socket)
-    {
-        setNoDelay(socket);
-        check(setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER) == 0, "SO_SNDBUF");
-    }
-
-    /// False when the host has gone.
-    bool deliver(int frames)
-    {
-        m_segment.resize(static_cast<std::size_t>(frames) * FRAME_SIZE);
-        for (int i = 0; i < frames; ++i, ++m_sequence) {
-            SMessage message{static_cast<std::uint16_t>(m_sequence & 0x7FF), {}};
-            std::memcpy(message.data.data(), &m_sequence, sizeof m_sequence);
-            writeFrame(message, m_segment.data() + static_cast<std::size_t>(i) * FRAME_SIZE);
-        }
-        const ssize_t sent = ::send(m_socket, m_segment.data(), m_segment.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-        return sent == static_cast<ssize_t>(m_segment.size()) || (sent < 0 && errno == EAGAIN);
-    }
-
-private:
-    int m_socket;
-    std::uint32_t m_sequence = 0;
-    std::vector<std::uint8_t> m_segment;
+struct SBus {
+    int socket;
+    std::uint32_t sequence = 0;
 };
+
+/// False when the host has gone.
+bool deliver(SBus& bus, int frames)
+{
+    std::uint8_t segment[MAX_SEGMENT * FRAME_SIZE];
+    const std::size_t size = static_cast<std::size_t>(frames) * FRAME_SIZE;
+    for (std::size_t offset = 0; offset < size; offset += FRAME_SIZE, ++bus.sequence) {
+        SMessage message{static_cast<std::uint16_t>(bus.sequence & 0x7FF), {}};
+        std::memcpy(message.data.data(), &bus.sequence, sizeof bus.sequence);
+        writeFrame(message, segment + offset);
+    }
+    const ssize_t sent = ::send(bus.socket, segment, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(size) || (sent < 0 && errno == EAGAIN);
+}
 
 /// Gateways at full buses, behind one TCP port: every connection is a gateway. They start when all are connected, and
 /// deliver frames at the pace of a bus, spread over time, whether the host keeps up or not. What does not fit into a
@@ -89,11 +79,13 @@ private:
 /// process itself cannot keep the pace it sends less, without a gap.
 void sendAtBusPace(int listener, int gateways, int framesPerSegment)
 {
-    std::vector<CBus> buses;
+    std::vector<SBus> buses;
     for (int i = 0; i < gateways; ++i) {
         const int socket = accept(listener, nullptr, nullptr);
         check(socket >= 0, "accept");
-        buses.emplace_back(socket);
+        setNoDelay(socket);
+        check(setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER) == 0, "SO_SNDBUF");
+        buses.push_back({socket});
     }
     prctl(PR_SET_TIMERSLACK, 1UL);
     double next = nanoseconds(CLOCK_MONOTONIC);
@@ -102,7 +94,7 @@ void sendAtBusPace(int listener, int gateways, int framesPerSegment)
         // In a tick each bus carries a frame; a gateway that joins several sends in every so many ticks.
         const auto step = static_cast<std::size_t>(framesPerSegment);
         for (std::size_t bus = tick % step; bus < buses.size(); bus += step) {
-            if (!buses[bus].deliver(framesPerSegment)) {
+            if (!deliver(buses[bus], framesPerSegment)) {
                 return;
             }
         }
@@ -240,7 +232,7 @@ void run(int turns, int maxGateways)
     stayOn(HOST_PROCESSOR);
     std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
     plugin();                  // loaded before memory is looked at
-    for (const int framesPerSegment : {9, 1}) {
+    for (const int framesPerSegment : {MAX_SEGMENT, 1}) {
         std::printf("\n%d to a segment:\n", framesPerSegment);
         const CTable table({"gateways", "QTcpSocket, ns a frame", "plugin", "plugin / QTcpSocket", "aim",
                             "plugin: % of a processor", "delivered, %", "lost (aim: 0)",

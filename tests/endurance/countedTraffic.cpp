@@ -1,7 +1,5 @@
 #include "tests/endurance/countedTraffic.h"
 
-#include "bench/measuring.h"
-
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QSocketNotifier>
@@ -21,8 +19,6 @@ constexpr char ROLE[] = "--gateway";
 constexpr int SETTLE_MS = 1000; ///< what is under way when the traffic stops has come by then
 constexpr int PATIENCE_MS = 10000;
 constexpr std::uint16_t STANDARD_IDS = 0x800;
-/// When the process stood still, what is due then does not go out at once: buffers would run over.
-constexpr std::int64_t MAX_A_TURN = 100;
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {
@@ -41,46 +37,11 @@ void runFor(int milliseconds)
     loop.exec();
 }
 
-CPacer::CPacer(std::function<void()> action) : m_action(std::move(action))
-{
-    m_timer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&m_timer, &QTimer::timeout, [this] {
-        const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
-        for (const std::int64_t end = std::min(due, m_done + MAX_A_TURN); m_done < end; ++m_done) {
-            m_action();
-        }
-    });
-}
-
-void CPacer::start(int rate)
-{
-    m_rate = rate;
-    m_done = 0;
-    m_clock.start();
-    m_timer.stop();
-    if (rate > 0) {
-        m_timer.start(1);
-    }
-}
-
 CCountingHost::CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address)
     : m_interface(makeInterface(protocol, port, address))
 {
     connect(m_interface.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
     connect(&m_reader, &QTimer::timeout, this, &CCountingHost::read);
-}
-
-void CCountingHost::read()
-{
-    for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
-        fromGateway.take(numberOf(next.data()));
-    }
-}
-
-void CCountingHost::onInterfaceError(int error)
-{
-    ++errors[error];
-    onTold(text("error %d", error));
 }
 
 void CCountingHost::sendNext()

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bench/hostedInterface.h"
-#include "bench/sequence.h"
+#include "bench/measuring.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 
@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -26,9 +27,25 @@ void runFor(int milliseconds);
 class CPacer
 {
 public:
-    explicit CPacer(std::function<void()> action);
+    explicit CPacer(std::function<void()> action) : m_action(std::move(action))
+    {
+        m_timer.setTimerType(Qt::PreciseTimer);
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
+            // When the process stood still, not all that is due goes out at once: buffers would run over.
+            for (const std::int64_t end = std::min(due, m_done + 100); m_done < end; ++m_done) {
+                m_action();
+            }
+        });
+    }
     /// Calls a second; 0 stops.
-    void start(int rate);
+    void start(int rate)
+    {
+        m_rate = rate;
+        m_done = 0;
+        m_clock.start();
+        rate > 0 ? m_timer.start(1) : m_timer.stop();
+    }
 
 private:
     const std::function<void()> m_action;
@@ -51,7 +68,12 @@ public:
     /// Messages a second; 0: none any more.
     void send(int rate) { m_pacer.start(rate); }
     /// Takes the messages that are there.
-    void read();
+    void read()
+    {
+        for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
+            fromGateway.take(numberOf(next.data()));
+        }
+    }
     /// From now on every millisecond.
     void readAlways() { m_reader.start(1); }
 
@@ -64,7 +86,11 @@ public:
     std::function<void(const std::string&)> onTold = [](const std::string&) {};
 
 private Q_SLOTS:
-    void onInterfaceError(int error);
+    void onInterfaceError(int error)
+    {
+        ++errors[error];
+        onTold(text("error %d", error));
+    }
 
 private:
     void sendNext();

@@ -1,7 +1,6 @@
 // What a host does to itself: hostFaults [CYCLES, 10000]. A reader that stops, many openings and closings, 200
 // interfaces in one process. Prints a row of a Markdown table for each.
 #include "bench/measuring.h"
-#include "bench/resources.h"
 #include "tests/endurance/countedTraffic.h"
 
 #include <QCoreApplication>

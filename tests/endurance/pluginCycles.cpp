@@ -1,7 +1,6 @@
 // A host that loads the plugin, uses it and unloads it, again and again: pluginCycles [TIMES, 1000]. It is not linked
 // to the library, so that nothing else keeps it. Prints a table in Markdown.
 #include "bench/measuring.h"
-#include "bench/resources.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 

@@ -2,7 +2,6 @@
 // 5000] [LOSS EVERY SECONDS, 10]. Prints a row of a Markdown table for every tenth of the time, and what became of
 // every message.
 #include "bench/measuring.h"
-#include "bench/resources.h"
 #include "tests/endurance/countedTraffic.h"
 
 #include <QCoreApplication>
