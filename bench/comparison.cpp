@@ -8,7 +8,6 @@ namespace vexmor::Bench
 {
 namespace
 {
-constexpr std::size_t NAME_WIDTH = 64; ///< of the longest row
 const SMessage ECHOED{ID_ECHO, {}};
 const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
 
@@ -33,18 +32,6 @@ void sendBatch(CLink& link, ESending how)
             QCoreApplication::processEvents();
         }
     });
-}
-
-std::vector<std::string> head(const std::string& title, const std::vector<std::string>& sides,
-                              const std::vector<SQuotient>& quotients)
-{
-    std::vector<std::string> result{title};
-    result.insert(result.end(), sides.begin(), sides.end());
-    for (const auto& [of, to] : quotients) {
-        result.push_back(sides[of] + " / " + sides[to]);
-    }
-    result.insert(result.end(), {"aim", "load"});
-    return result;
 }
 } // namespace
 
@@ -93,12 +80,6 @@ Figures CSides::measure(const std::function<double(CLink&)>& round) const
         }
     }
     return figures;
-}
-
-CComparison::CComparison(const std::string& title, const std::vector<std::string>& sides,
-                         const std::vector<SQuotient>& quotients)
-    : m_table(head(title, sides, quotients), NAME_WIDTH), m_quotients(quotients)
-{
 }
 
 void CComparison::add(const std::string& name, const Figures& figures, const SAim& aim, bool needsQuiet) const

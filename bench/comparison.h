@@ -71,16 +71,18 @@ struct SQuotient {
 class CComparison
 {
 public:
-    CComparison(const std::string& title, const std::vector<std::string>& sides,
-                const std::vector<SQuotient>& quotients);
-
+    /// `head` has a title, the sides, the quotients, "aim" and "load".
+    CComparison(const std::vector<std::string>& head, std::vector<SQuotient> quotients)
+        : m_table(head, 64), m_quotients(std::move(quotients))
+    {
+    }
     /// The medians, and how the quotients spread. The aim is for the first quotient. Where the figures depend on a
     /// quiet machine the load stands beside them.
     void add(const std::string& name, const Figures& figures, const SAim& aim = {}, bool needsQuiet = false) const;
 
 private:
     CTable m_table;
-    std::vector<SQuotient> m_quotients;
+    const std::vector<SQuotient> m_quotients;
 };
 
 } // namespace vexmor::Bench

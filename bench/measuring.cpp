@@ -32,9 +32,11 @@ double quantile(Values values, double share)
     if (values.empty()) {
         return 0;
     }
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), at, values.end());
-    return *at;
+    std::sort(values.begin(), values.end());
+    const double at = share * static_cast<double>(values.size() - 1);
+    const auto below = static_cast<std::size_t>(at);
+    const std::size_t above = std::min(below + 1, values.size() - 1);
+    return values[below] + (at - static_cast<double>(below)) * (values[above] - values[below]);
 }
 
 double median(const Values& values)
@@ -64,11 +66,6 @@ std::string figure(double value)
 {
     const double size = std::fabs(value);
     return text("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
-}
-
-std::string figure(std::uint64_t count)
-{
-    return std::to_string(count);
 }
 
 std::string spread(const Values& values)

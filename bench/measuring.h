@@ -47,7 +47,7 @@ void repeat(int times, Action&& action)
 /// What was measured of one thing, a value a round.
 using Values = std::vector<double>;
 
-/// The value below which `share` (0 to 1) of the values lie; 0 when there are none.
+/// The value below which `share` (0 to 1) of the values lie, between two of them if need be; 0 when there are none.
 double quantile(Values values, double share);
 double median(const Values& values);
 /// Round by round, since what else the machine does meets both sides of a round alike.
@@ -57,7 +57,6 @@ Values ratios(const Values& of, const Values& to);
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// A figure with about three digits that count.
 std::string figure(double value);
-std::string figure(std::uint64_t count);
 /// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
 std::string spread(const Values& values);
 

@@ -165,7 +165,6 @@ void runFor(int ms)
 /// What a host had of so many gateways.
 struct SReceived {
     double nsPerFrame = 0;
-    double busy = 0;      ///< share of a processor
     double delivered = 0; ///< share of the frames that full buses carry
     double heapKib = 0;   ///< for each gateway
     std::uint64_t lost = 0;
@@ -191,7 +190,7 @@ SReceived receive(int gateways, int framesPerSegment)
     const std::uint64_t before = sum(&SSequence::received);
     const SCost cost = costOf([] { runFor(MEASURED_MS); });
     const double frames = static_cast<double>(sum(&SSequence::received) - before);
-    return {cost.cpu / frames, cost.cpu / cost.wall, frames / (cost.wall / 1e9 * FRAMES_PER_SECOND * gateways),
+    return {cost.cpu / frames, frames / (cost.wall / 1e9 * FRAMES_PER_SECOND * gateways),
             (resources().heapKib - heapBefore) / gateways, sum(&SSequence::missing)};
 }
 
@@ -199,7 +198,7 @@ SReceived receive(int gateways, int framesPerSegment)
 void compare(const CTable& table, int gateways, int framesPerSegment, int turns)
 {
     const bool hasAim = gateways == FULL_LOAD_GATEWAYS && framesPerSegment > 1;
-    Values qTcpSocket, plugin, busy, delivered, heapKib;
+    Values qTcpSocket, plugin, delivered, heapKib;
     std::uint64_t lost = 0;
     for (int spare = hasAim ? turns * (PATIENCE - 1) : 0; static_cast<int>(plugin.size()) < turns;) {
         const SReceived byQt = receive<CQtBus>(gateways, framesPerSegment);
@@ -210,7 +209,6 @@ void compare(const CTable& table, int gateways, int framesPerSegment, int turns)
         }
         qTcpSocket.push_back(byQt.nsPerFrame);
         plugin.push_back(byPlugin.nsPerFrame);
-        busy.push_back(byPlugin.busy * 100);
         delivered.push_back(byPlugin.delivered * 100);
         heapKib.push_back(byPlugin.heapKib);
         lost += byPlugin.lost;
@@ -222,7 +220,7 @@ void compare(const CTable& table, int gateways, int framesPerSegment, int turns)
                !hasAim  ? ""
                : inPace ? verdict(COST_AIM, quotients)
                         : "senders too slow",
-               figure(median(busy)), figure(median(delivered)), verdict(figure(lost), lost == 0),
+               figure(median(delivered)), verdict(std::to_string(lost), lost == 0),
                verdict(figure(kib), kib < HEAP_LIMIT_KIB),
                inPace ? figure(1e9 / (median(plugin) * FRAMES_PER_SECOND)) : "", loadAverage()});
 }
@@ -235,8 +233,8 @@ void run(int turns, int maxGateways)
     for (const int framesPerSegment : {MAX_SEGMENT, 1}) {
         std::printf("\n%d to a segment:\n", framesPerSegment);
         const CTable table({"gateways", "QTcpSocket, ns a frame", "plugin", "plugin / QTcpSocket", "aim",
-                            "plugin: % of a processor", "delivered, %", "lost (aim: 0)",
-                            "heap an interface, KiB (aim: < 256)", "full buses a processor", "load"});
+                            "delivered, %", "lost (aim: 0)", "heap an interface, KiB (aim: < 256)",
+                            "full buses a processor", "load"});
         for (const int gateways : GATEWAYS) {
             if (gateways <= maxGateways) {
                 compare(table, gateways, framesPerSegment, turns);

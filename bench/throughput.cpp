@@ -82,7 +82,8 @@ void run(int rounds)
     // First: once there were two threads the locks cost what they cost.
     const Figures singleThreaded = sides(EProtocol::eTcp, OTHER_PROCESSOR, rounds).measure(receive);
     std::thread([] {}).join();
-    const CComparison table("frames of 8 data bytes; process with threads", {"raw", "Qt socket", "plugin"},
+    const CComparison table({"frames of 8 data bytes; process with threads", "raw", "Qt socket", "plugin",
+                             "plugin / raw", "plugin / Qt socket", "aim", "load"},
                             {{2, 0}, {2, 1}});
     compareReceiving(table, sides(EProtocol::eTcp, OTHER_PROCESSOR, rounds),
                      sides(EProtocol::eUdp, OTHER_PROCESSOR, rounds));

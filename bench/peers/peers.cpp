@@ -118,8 +118,9 @@ void run(int rounds)
 {
     stayOn(HOST_PROCESSOR);
     std::thread([] {}).join(); // from here on locks cost what they cost in a process with threads
-    const CComparison table("frames of 8 data bytes over TCP; process with threads",
-                            {"plugin", "virtualcan", "python-can"}, {{1, 0}, {2, 0}});
+    const CComparison table({"frames of 8 data bytes over TCP; process with threads", "plugin", "virtualcan",
+                             "python-can", "virtualcan / plugin", "python-can / plugin", "aim", "load"},
+                            {{1, 0}, {2, 0}});
     std::istringstream receiving = askPython(OTHER_PROCESSOR, "receive", rounds);
     const CSides apart = sides(OTHER_PROCESSOR, rounds);
     const auto received = [](CLink& link) { return receiveBursts(link, 1, RECEIVE_BURST).cpu; };

@@ -161,11 +161,11 @@ public:
         const std::uint64_t lostDown = m_before.generated - m_host.fromGateway.received;
         const std::uint64_t disordered = up.disordered + m_host.fromGateway.disordered;
         cells.insert(cells.end(), {m_told.empty() ? "nothing" : m_told, text("%.1f s", backMs / 1000.0),
-                                   figure(lostUp) + " of " + figure(m_host.accepted) + " (" +
-                                       figure(m_host.refusedSends) + " more refused)",
-                                   figure(lostDown) + " of " + figure(m_before.generated) + " (" +
-                                       figure(m_before.offline) + " without a link)",
-                                   figure(disordered)});
+                                   std::to_string(lostUp) + " of " + std::to_string(m_host.accepted) + " (" +
+                                       std::to_string(m_host.refusedSends) + " more refused)",
+                                   std::to_string(lostDown) + " of " + std::to_string(m_before.generated) + " (" +
+                                       std::to_string(m_before.offline) + " without a link)",
+                                   std::to_string(disordered)});
         return disordered == 0 && (mayLose || lostUp + lostDown == 0);
     }
 

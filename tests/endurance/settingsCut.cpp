@@ -99,9 +99,9 @@ int storedVersion(int number)
     return whole ? version : -1;
 }
 
-/// Runs an action in a process of its own, whose Qt has seen nothing of the store yet.
+/// Starts an action in a process of its own, whose Qt has seen nothing of the store yet.
 template <typename Action>
-pid_t inChild(Action&& action)
+pid_t start(Action&& action)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -109,6 +109,12 @@ pid_t inChild(Action&& action)
         _exit(0);
     }
     return child;
+}
+
+template <typename Action>
+void runInChild(Action&& action)
+{
+    waitpid(start(action), nullptr, 0);
 }
 
 void look(SProgress& progress)
@@ -126,14 +132,14 @@ void cut(SProgress& progress, int kills, bool busyHost)
     std::mt19937 random(std::random_device{}());
     for (int kill = 0; kill < kills; ++kill) {
         progress.started = false;
-        const pid_t saver = inChild([&] { saveForEver(progress, busyHost); });
+        const pid_t saver = start([&] { saveForEver(progress, busyHost); });
         while (!progress.started) {
             usleep(100);
         }
         usleep(random() % MAX_DELAY_US);
         ::kill(saver, SIGKILL);
         waitpid(saver, nullptr, 0);
-        waitpid(inChild([&] { look(progress); }), nullptr, 0);
+        runInChild([&] { look(progress); });
     }
 }
 
@@ -149,14 +155,13 @@ bool run(int kills, bool busyHost)
         throw std::runtime_error("no memory to share");
     }
     auto& progress = *new (shared) SProgress{};
-    waitpid(inChild([&] {
-                QSettings().setValue(HOST_KEY, HOST_VALUE);
-                for (int number = 0; number < INTERFACES; ++number) {
-                    interfaceOf(number, 1)->saveSettings(GROUP);
-                    progress.saved[number] = 1;
-                }
-            }),
-            nullptr, 0);
+    runInChild([&] {
+        QSettings().setValue(HOST_KEY, HOST_VALUE);
+        for (int number = 0; number < INTERFACES; ++number) {
+            interfaceOf(number, 1)->saveSettings(GROUP);
+            progress.saved[number] = 1;
+        }
+    });
     cut(progress, kills, busyHost);
     const QDir store(folder.filePath(QStringLiteral("endurance")));
     const int leftOver = store.entryList(QDir::Files | QDir::Hidden).size() - 1;

@@ -49,8 +49,9 @@ void printTraffic(const CCountingHost& host, const STotals& gateway)
     const auto row = [&](const char* way, std::uint64_t out, std::uint64_t noLink, const SSequence& seen,
                          std::uint64_t lost) {
         const double drops = static_cast<double>(std::max<std::uint64_t>(gateway.drops, 1));
-        table.add({way, figure(out), figure(noLink), figure(out - noLink), figure(seen.received), figure(lost),
-                   figure(static_cast<double>(lost) / drops), figure(seen.disordered)});
+        table.add({way, std::to_string(out), std::to_string(noLink), std::to_string(out - noLink),
+                   std::to_string(seen.received), std::to_string(lost), figure(static_cast<double>(lost) / drops),
+                   std::to_string(seen.disordered)});
     };
     row("host to gateway", host.accepted + host.refusedSends, host.refusedSends, gateway.fromHost,
         gateway.fromHost.missing);
