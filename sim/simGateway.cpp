@@ -5,13 +5,9 @@
 #include "sim/simBus.h"
 #include "sim/simLink.h"
 
-#include <QElapsedTimer>
 #include <QPointer>
-#include <QTcpServer>
-#include <QUdpSocket>
 
 #include <algorithm>
-#include <vector>
 
 namespace vexmor::Sim
 {
@@ -34,65 +30,25 @@ QByteArray bytesOf(std::initializer_list<std::uint8_t> bytes)
 }
 } // namespace
 
-/// The gateway's inside: who is connected, and what is answered.
-class CSimGateway::CPrivate : public QObject
+CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
 {
-public:
-    CPrivate(CSimGateway& gateway, CSimBus& bus) : q(gateway), m_bus(bus)
-    {
-        m_listenTimer.setSingleShot(true);
-        m_measureTimer.setTimerType(Qt::PreciseTimer);
-        connect(&m_server, &QTcpServer::newConnection, this, &CPrivate::onNewConnection);
-        connect(&m_udp, &QUdpSocket::readyRead, this, &CPrivate::onDatagrams);
-        connect(&m_listenTimer, &QTimer::timeout, this, &CPrivate::updateListening);
-        connect(&m_measureTimer, &QTimer::timeout, this, &CPrivate::measure);
-        connect(&m_floodTimer, &QTimer::timeout, this, &CPrivate::floodOn);
-        connect(&bus, &CSimBus::messageSent, this, [this](const Cim::CCanMessage& message, const CSimGateway* sender) {
-            if (sender != &q) {
-                sendMessage(message);
-            }
-        });
-    }
+    m_listenTimer.setSingleShot(true);
+    m_measureTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_server, &QTcpServer::newConnection, this, &CSimGateway::onNewConnection);
+    connect(&m_udp, &QUdpSocket::readyRead, this, &CSimGateway::onDatagrams);
+    connect(&m_listenTimer, &QTimer::timeout, this, &CSimGateway::updateListening);
+    connect(&m_measureTimer, &QTimer::timeout, this, &CSimGateway::measure);
+    connect(&m_floodTimer, &QTimer::timeout, this, &CSimGateway::floodOn);
+    connect(&bus, &CSimBus::messageSent, this, [this](const Cim::CCanMessage& message, const CSimGateway* sender) {
+        if (sender != this) {
+            sendMessage(message);
+        }
+    });
+}
 
-    bool listen(const QHostAddress& address, std::uint16_t port, QString& error);
-    void updateListening();
-    void onNewConnection();
-    void onDatagrams();
-    void addLink(std::unique_ptr<CSimLink> link);
-    void removeLink(const CSimLink* link);
-    int count(bool tcp) const;
+CSimGateway::~CSimGateway() = default;
 
-    void handle(CSimLink& link, const Cim::SRmFrame& frame);
-    void reply(CSimLink& link, std::uint8_t command, const QByteArray& payload);
-    void sendMessage(const Cim::CCanMessage& message);
-    void sendToAll(std::uint8_t command, const QByteArray& payload);
-    void startMeasuring(int intervalMs);
-    void measure();
-    std::uint16_t measuredValue() const;
-    void floodOn();
-
-    CSimGateway& q;
-    CSimBus& m_bus;
-    SSimIdentity m_identity;
-    SSimFaults m_faults;
-    QTcpServer m_server;
-    QUdpSocket m_udp;
-    QHostAddress m_address;
-    std::uint16_t m_port = 0;
-    int m_maxClients = 1;
-    bool m_echo = false;
-    std::vector<std::unique_ptr<CSimLink>> m_links; ///< oldest first
-    QTimer m_listenTimer;
-    QTimer m_measureTimer;
-    QElapsedTimer m_measureClock;
-    std::uint64_t m_bitsBefore = 0;    ///< on the bus when the interval began
-    std::uint64_t m_bitsPerSecond = 0; ///< in the last whole interval
-    QTimer m_floodTimer;
-    int m_floodLeft = 0;
-    int m_floodSent = 0;
-};
-
-bool CSimGateway::CPrivate::listen(const QHostAddress& address, std::uint16_t port, QString& error)
+bool CSimGateway::listen(const QHostAddress& address, std::uint16_t port, QString& error)
 {
     m_server.close();
     m_udp.close();
@@ -120,7 +76,7 @@ bool CSimGateway::CPrivate::listen(const QHostAddress& address, std::uint16_t po
     return false;
 }
 
-void CSimGateway::CPrivate::updateListening()
+void CSimGateway::updateListening()
 {
     const bool wanted = m_port != 0 && !m_faults.refuse && count(true) < m_maxClients;
     if (!wanted) {
@@ -130,7 +86,7 @@ void CSimGateway::CPrivate::updateListening()
     }
 }
 
-void CSimGateway::CPrivate::onNewConnection()
+void CSimGateway::onNewConnection()
 {
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
         if (count(true) >= m_maxClients) {
@@ -143,7 +99,7 @@ void CSimGateway::CPrivate::onNewConnection()
     updateListening();
 }
 
-void CSimGateway::CPrivate::onDatagrams()
+void CSimGateway::onDatagrams()
 {
     while (m_udp.hasPendingDatagrams()) {
         char bytes[Cim::RM_BUFFER_SIZE];
@@ -169,17 +125,17 @@ void CSimGateway::CPrivate::onDatagrams()
     }
 }
 
-void CSimGateway::CPrivate::addLink(std::unique_ptr<CSimLink> link)
+void CSimGateway::addLink(std::unique_ptr<CSimLink> link)
 {
     CSimLink* const added = link.get();
     m_links.push_back(std::move(link));
     connect(added, &CSimLink::frameReceived, this,
             [this, added](const Cim::SRmFrame& frame) { handle(*added, frame); });
     connect(added, &CSimLink::disconnected, this, [this, added] { removeLink(added); });
-    Q_EMIT q.hostConnected();
+    Q_EMIT hostConnected();
 }
 
-void CSimGateway::CPrivate::removeLink(const CSimLink* link)
+void CSimGateway::removeLink(const CSimLink* link)
 {
     const auto found =
         std::find_if(m_links.begin(), m_links.end(), [link](const auto& candidate) { return candidate.get() == link; });
@@ -191,21 +147,23 @@ void CSimGateway::CPrivate::removeLink(const CSimLink* link)
     removed->disconnect(this);
     removed->deleteLater();
     updateListening();
-    Q_EMIT q.hostDisconnected();
+    Q_EMIT hostDisconnected();
 }
 
-int CSimGateway::CPrivate::count(bool tcp) const
+int CSimGateway::count(bool tcp) const
 {
     return static_cast<int>(
         std::count_if(m_links.begin(), m_links.end(), [tcp](const auto& link) { return link->isTcp() == tcp; }));
 }
 
-void CSimGateway::CPrivate::handle(CSimLink& link, const Cim::SRmFrame& received)
+void CSimGateway::handle(CSimLink& link, const Cim::SRmFrame& received)
 {
     const QPointer<CSimLink> alive(&link);
-    const Cim::SRmFrame frame = received; // a listener may end the link that holds it
-    const QByteArray payload(reinterpret_cast<const char*>(frame.payload.data()), frame.payloadLength);
-    Q_EMIT q.requestReceived(frame.command, payload);
+    // A copy: a listener may end the link that holds it.
+    const QByteArray payload(reinterpret_cast<const char*>(received.payload), received.payloadLength);
+    const Cim::SRmFrame frame{received.command, received.payloadLength,
+                              reinterpret_cast<const std::uint8_t*>(payload.constData())};
+    Q_EMIT requestReceived(frame.command, payload);
     if (!alive) {
         return;
     }
@@ -213,8 +171,8 @@ void CSimGateway::CPrivate::handle(CSimLink& link, const Cim::SRmFrame& received
     case Cim::RM_CMD_TX11BIT_MSG:
     case Cim::RM_CMD_TX11BIT_MSG_ALT: {
         const Cim::CCanMessage message = Cim::canMessageOfFrame(frame);
-        Q_EMIT q.messageReceived(message);
-        m_bus.send(message, &q);
+        Q_EMIT messageReceived(message);
+        m_bus.send(message, this);
         if (m_echo) {
             m_bus.send(message);
         }
@@ -242,12 +200,12 @@ void CSimGateway::CPrivate::handle(CSimLink& link, const Cim::SRmFrame& received
         break;
     case Cim::RM_CMD_BUSLOAD_INTERVAL:
         if (m_identity.measuresBusload && frame.payloadLength >= 2) {
-            startMeasuring(frame.payload[0] << 8 | frame.payload[1]);
+            startMeasuring(frame[0] << 8 | frame[1]);
             reply(link, frame.command, payload);
         }
         break;
     case Cim::RM_CMD_CAN_BAUD_RATE:
-        if (const std::uint32_t rate = Cim::rmBaudrateOfCode(frame.payload[0]); rate != 0) {
+        if (const std::uint32_t rate = Cim::rmBaudrateOfCode(frame[0]); rate != 0) {
             m_bus.setBaudrate(rate);
         }
         reply(link, frame.command, payload);
@@ -261,7 +219,7 @@ void CSimGateway::CPrivate::handle(CSimLink& link, const Cim::SRmFrame& received
     }
 }
 
-void CSimGateway::CPrivate::reply(CSimLink& link, std::uint8_t command, const QByteArray& payload)
+void CSimGateway::reply(CSimLink& link, std::uint8_t command, const QByteArray& payload)
 {
     if (m_faults.mute) {
         return;
@@ -277,7 +235,7 @@ void CSimGateway::CPrivate::reply(CSimLink& link, std::uint8_t command, const QB
     }
 }
 
-void CSimGateway::CPrivate::sendMessage(const Cim::CCanMessage& message)
+void CSimGateway::sendMessage(const Cim::CCanMessage& message)
 {
     std::uint8_t payload[10] = {message.id().high(), message.id().low()};
     std::copy_n(message.data(), message.length(), payload + 2);
@@ -286,7 +244,7 @@ void CSimGateway::CPrivate::sendMessage(const Cim::CCanMessage& message)
     }
 }
 
-void CSimGateway::CPrivate::sendToAll(std::uint8_t command, const QByteArray& payload)
+void CSimGateway::sendFrame(std::uint8_t command, const QByteArray& payload)
 {
     for (const auto& link : m_links) {
         link->send(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
@@ -294,7 +252,7 @@ void CSimGateway::CPrivate::sendToAll(std::uint8_t command, const QByteArray& pa
     }
 }
 
-void CSimGateway::CPrivate::startMeasuring(int intervalMs)
+void CSimGateway::startMeasuring(int intervalMs)
 {
     m_bitsBefore = m_bus.bitCount();
     m_bitsPerSecond = 0;
@@ -302,7 +260,7 @@ void CSimGateway::CPrivate::startMeasuring(int intervalMs)
     m_measureTimer.start(std::max(intervalMs, 1));
 }
 
-void CSimGateway::CPrivate::measure()
+void CSimGateway::measure()
 {
     constexpr std::uint64_t NANOSECONDS = 1000000000;
     const auto elapsed = static_cast<std::uint64_t>(std::max<qint64>(m_measureClock.nsecsElapsed(), 1));
@@ -311,13 +269,13 @@ void CSimGateway::CPrivate::measure()
     m_bitsBefore = m_bus.bitCount();
 }
 
-std::uint16_t CSimGateway::CPrivate::measuredValue() const
+std::uint16_t CSimGateway::measuredValue() const
 {
     const std::uint64_t frames = (m_bitsPerSecond + BITS_PER_COUNTED_FRAME - 1) / BITS_PER_COUNTED_FRAME;
     return static_cast<std::uint16_t>(std::min<std::uint64_t>(frames, 0xFFFF));
 }
 
-void CSimGateway::CPrivate::floodOn()
+void CSimGateway::floodOn()
 {
     for (int i = 0; i < FLOOD_PER_TURN && m_floodLeft > 0; ++i) {
         for (const auto& link : m_links) {
@@ -338,106 +296,52 @@ void CSimGateway::CPrivate::floodOn()
     }
 }
 
-CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : QObject(parent), d(std::make_unique<CPrivate>(*this, bus)) {}
-
-CSimGateway::~CSimGateway() = default;
-
-bool CSimGateway::listen(const QHostAddress& address, std::uint16_t port, QString& error)
-{
-    return d->listen(address, port, error);
-}
-
-std::uint16_t CSimGateway::port() const
-{
-    return d->m_port;
-}
-
-QHostAddress CSimGateway::address() const
-{
-    return d->m_address;
-}
-
-const SSimIdentity& CSimGateway::identity() const
-{
-    return d->m_identity;
-}
-
-void CSimGateway::setIdentity(const SSimIdentity& identity)
-{
-    d->m_identity = identity;
-}
-
-const SSimFaults& CSimGateway::faults() const
-{
-    return d->m_faults;
-}
-
 void CSimGateway::setFaults(const SSimFaults& faults)
 {
-    d->m_faults = faults;
-    d->updateListening();
-    for (std::size_t i = 0; i < d->m_links.size(); ++i) {
-        d->m_links[i]->applyFaults();
+    m_faults = faults;
+    updateListening();
+    for (std::size_t i = 0; i < m_links.size(); ++i) {
+        m_links[i]->applyFaults();
     }
 }
 
 void CSimGateway::setMaxClients(int count)
 {
-    d->m_maxClients = std::max(count, 1);
-    d->updateListening();
-}
-
-void CSimGateway::setEcho(bool echo)
-{
-    d->m_echo = echo;
-}
-
-int CSimGateway::tcpHostCount() const
-{
-    return d->count(true);
-}
-
-int CSimGateway::udpHostCount() const
-{
-    return d->count(false);
+    m_maxClients = std::max(count, 1);
+    updateListening();
 }
 
 void CSimGateway::dropLinks()
 {
-    while (!d->m_links.empty()) {
-        CSimLink* const link = d->m_links.front().get();
+    while (!m_links.empty()) {
+        CSimLink* const link = m_links.front().get();
         link->abort();
-        d->removeLink(link);
+        removeLink(link);
     }
 }
 
 void CSimGateway::sendStatus(std::uint8_t flags)
 {
-    d->sendToAll(Cim::RM_CMD_STATUS, bytesOf({flags}));
-}
-
-void CSimGateway::sendFrame(std::uint8_t command, const QByteArray& payload)
-{
-    d->sendToAll(command, payload);
+    sendFrame(Cim::RM_CMD_STATUS, bytesOf({flags}));
 }
 
 void CSimGateway::sendRaw(const QByteArray& bytes)
 {
-    for (const auto& link : d->m_links) {
+    for (const auto& link : m_links) {
         link->sendRaw(bytes);
     }
 }
 
 void CSimGateway::flood(int count)
 {
-    d->m_floodLeft = count;
-    d->m_floodSent = 0;
-    d->m_floodTimer.start(1);
+    m_floodLeft = count;
+    m_floodSent = 0;
+    m_floodTimer.start(1);
 }
 
 int CSimGateway::busloadPercent() const
 {
-    return static_cast<int>(d->m_bitsPerSecond * 100 / (d->m_bus.baudrate() * 1000ULL));
+    return static_cast<int>(m_bitsPerSecond * 100 / (m_bus.baudrate() * 1000ULL));
 }
 
 } // namespace vexmor::Sim

@@ -4,19 +4,29 @@
 #include "cim/canMessage.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QObject>
 #include <QString>
+#include <QTcpServer>
+#include <QTimer>
+#include <QUdpSocket>
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+namespace vexmor::Cim
+{
+struct SRmFrame;
+}
+
 namespace vexmor::Sim
 {
 
 class CSimBus;
+class CSimLink;
 
 /// How a host can reach a gateway, as the gateway tells it to hosts that scan the network. Values that no gateway has
 /// are told just as well.
@@ -69,21 +79,21 @@ public:
     /// Starts to serve TCP and UDP on one port of an address; port 0 lets the system pick one that is free for both.
     /// False, with a text for the user, when that cannot be had.
     bool listen(const QHostAddress& address, std::uint16_t port, QString& error);
-    std::uint16_t port() const;
-    QHostAddress address() const;
+    std::uint16_t port() const { return m_port; }
+    QHostAddress address() const { return m_address; }
 
-    const SSimIdentity& identity() const;
-    void setIdentity(const SSimIdentity& identity);
-    const SSimFaults& faults() const;
+    const SSimIdentity& identity() const { return m_identity; }
+    void setIdentity(const SSimIdentity& identity) { m_identity = identity; }
+    const SSimFaults& faults() const { return m_faults; }
     void setFaults(const SSimFaults& faults);
     /// TCP hosts, and UDP hosts, that are served at a time; 1 at first.
     void setMaxClients(int count);
     /// Every message of a host is put on the bus a second time, by somebody else: it comes back to that host.
-    void setEcho(bool echo);
+    void setEcho(bool echo) { m_echo = echo; }
 
     /// Hosts connected over TCP, and known over UDP.
-    int tcpHostCount() const;
-    int udpHostCount() const;
+    int tcpHostCount() const { return count(true); }
+    int udpHostCount() const { return count(false); }
 
     /// Drops all TCP connections (a reset: what was not delivered is lost) and forgets the UDP hosts.
     void dropLinks();
@@ -107,8 +117,39 @@ Q_SIGNALS:
     void messageReceived(const vexmor::Cim::CCanMessage& message);
 
 private:
-    class CPrivate;
-    std::unique_ptr<CPrivate> d;
+    void updateListening();
+    void onNewConnection();
+    void onDatagrams();
+    void addLink(std::unique_ptr<CSimLink> link);
+    void removeLink(const CSimLink* link);
+    int count(bool tcp) const;
+
+    void handle(CSimLink& link, const Cim::SRmFrame& received);
+    void reply(CSimLink& link, std::uint8_t command, const QByteArray& payload);
+    void sendMessage(const Cim::CCanMessage& message);
+    void startMeasuring(int intervalMs);
+    void measure();
+    std::uint16_t measuredValue() const;
+    void floodOn();
+
+    CSimBus& m_bus;
+    SSimIdentity m_identity;
+    SSimFaults m_faults;
+    QTcpServer m_server;
+    QUdpSocket m_udp;
+    QHostAddress m_address;
+    std::uint16_t m_port = 0;
+    int m_maxClients = 1;
+    bool m_echo = false;
+    std::vector<std::unique_ptr<CSimLink>> m_links; ///< oldest first
+    QTimer m_listenTimer;
+    QTimer m_measureTimer;
+    QElapsedTimer m_measureClock;
+    std::uint64_t m_bitsBefore = 0;    ///< on the bus when the interval began
+    std::uint64_t m_bitsPerSecond = 0; ///< in the last whole interval
+    QTimer m_floodTimer;
+    int m_floodLeft = 0;
+    int m_floodSent = 0;
 };
 
 } // namespace vexmor::Sim

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
 #include "sim/simBus.h"
 
 #include <QElapsedTimer>
@@ -39,8 +39,8 @@ private:
     bool advance(); ///< false: nothing more in this turn
 
     CSimBus& m_bus;
-    Candump::CLogReader m_reader;
-    Candump::SLogEntry m_next;
+    CanLog::CLogReader m_reader;
+    CanLog::SLogEntry m_next;
     QTimer m_timer;
     QElapsedTimer m_clock;
     std::int64_t m_firstMicroseconds = 0;

@@ -1,7 +1,7 @@
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
 #include "testData.h"
 
-using namespace vexmor::Candump;
+using namespace vexmor::CanLog;
 using namespace vexmor::Test;
 using vexmor::Cim::CCanMessage;
 

@@ -4,6 +4,7 @@
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
+#include "apps/common/interfaceStore.h"
 #include "deafPort.h"
 #include "sim/simBus.h"
 #include "sim/simDetection.h"
@@ -33,7 +34,7 @@ const QString STAGE = "stage"_s;
 
 std::vector<SPlugin>& plugins()
 {
-    static std::vector<SPlugin> loaded = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
+    static std::vector<SPlugin> loaded = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     return loaded;
 }
 
@@ -54,22 +55,22 @@ struct SWindow {
 
     CInterfaceList& list() { return workbench.interfaces(); }
     CTraceModel& trace() { return workbench.feed().trace(); }
-    EInterfaceState state(const QString& name) { return list().state(list().rowOf(name)); }
+    EInterfaceState state(const QString& name) { return list().at(list().rowOf(name)).state(); }
     void open(const QString& name, std::uint16_t port)
     {
         const Settings settings{
             {StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}, {StoreKey::BAUDRATE, "500"_s}};
-        if (list().rowOf(name) < 0 && !list().add(name, settings, false).isEmpty()) {
+        if (list().rowOf(name) < 0 && list().add(name, settings, false)) {
             qFatal("not added");
         }
-        list().open(list().rowOf(name));
+        list().at(list().rowOf(name)).open();
     }
     bool openAndWait(const QString& name, const CSimGateway& gateway)
     {
         open(name, gateway.port());
         return QTest::qWaitFor([&] {
             return state(name) == EInterfaceState::eConnected && gateway.tcpHostCount() == 1 &&
-                   !list().settingsOf(list().rowOf(name)).commonInfo().firmwareVersion().isEmpty();
+                   !list().at(list().rowOf(name)).info().firmwareVersion().isEmpty();
         });
     }
     /// The whole trace, as "INTERFACE DIRECTION ID DATA".
@@ -129,7 +130,7 @@ private Q_SLOTS:
         row("nowhere", 2, "nowhere");
         row("10.0.0.5:70000", 2, "70000");
         row("--plugin /nowhere/p.so", 1, "/nowhere/p.so");
-        row("--sim --report 0.5", 0, {});
+        row("--help", 0, {});
     }
     void commandLine()
     {
@@ -152,7 +153,7 @@ private Q_SLOTS:
         run.list().session(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
                      (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
-        run.list().close(run.list().rowOf(HALL));
+        run.list().at(run.list().rowOf(HALL)).close();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
         bus.send(message(0x102));
         QTRY_COMPARE(run.trace().rowCount(), 5);
@@ -231,8 +232,8 @@ private Q_SLOTS:
         } else if (situation == "opening") {
             run->open("deaf"_s, deaf.serverPort());
         } else if (situation == "closing") {
-            run->list().close(0);
-            run->list().close(1);
+            run->list().at(0).close();
+            run->list().at(1).close();
         } else if (situation == "scan") {
             run->workbench.startScan();
             QVERIFY(run->workbench.scan().isRunning());
@@ -264,10 +265,10 @@ private Q_SLOTS:
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
             QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
         }
-        run.list().open(0);
-        QTRY_COMPARE(run.list().state(0), EInterfaceState::eConnected);
-        run.list().store(0);
-        QCOMPARE(storedNames(), QStringList{run.list().name(0)});
+        run.list().at(0).open();
+        QTRY_COMPARE(run.list().at(0).state(), EInterfaceState::eConnected);
+        run.list().at(0).store();
+        QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
     }
 
     void sendsWhatIsTyped()
@@ -298,7 +299,7 @@ private Q_SLOTS:
         list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
         QTRY_VERIFY(sent.size() > 10);
         QCOMPARE(sent.last(), message(0x97, hex("0AFF13")));
-        run.list().close(0);
+        run.list().at(0).close();
         QTRY_VERIFY(!list.item(0).running);
         list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
         QTRY_VERIFY(!list.item(0).running); // nowhere to send it

@@ -4,7 +4,7 @@
 #include "apps/cimview/logFiles.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
-#include "apps/common/failure.h"
+#include "apps/common/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 #include "testData.h"
 
@@ -54,7 +54,7 @@ private Q_SLOTS:
         QCoreApplication::setOrganizationName("Vexmor"_s);
         QCoreApplication::setApplicationName("Cim"_s);
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_folder.path());
-        m_plugins = loadPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}});
+        m_plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     }
 
     void matcher_data()
@@ -75,14 +75,14 @@ private Q_SLOTS:
     }
     void matcher()
     {
-        const CMessageMatcher matcher(parseFilters(cell<QString>("filters")), cell<QString>("text"));
+        const CMessageMatcher matcher(*readFilters(cell<QString>("filters")), cell<QString>("text"));
         QTEST(matcher.matches(record(0x123, hex("41620FF0")), "hall A"_s), "matches");
     }
 
     void filterThatIsNone()
     {
         for (const char* text : {"12g", "123:", ":7FF", "1:2:3", "123 x"}) {
-            QVERIFY_EXCEPTION_THROWN((void)parseFilters(QString::fromLatin1(text)), SFailure);
+            QVERIFY(!readFilters(QString::fromLatin1(text)));
         }
     }
 
@@ -106,7 +106,7 @@ private Q_SLOTS:
         CTraceModel trace(m_names, 100);
         const QAbstractItemModelTester tester(&trace, FATAL);
         trace.append(numbered(0, 32));
-        trace.setMatcher(CMessageMatcher(parseFilters("008:00F"_s)));
+        trace.setMatcher(CMessageMatcher(*readFilters("008:00F"_s)));
         QCOMPARE(trace.rowCount(), 2);
         trace.append(numbered(32, 64));
         QCOMPARE(trace.rowCount(), 6);
@@ -316,12 +316,12 @@ private Q_SLOTS:
         const Settings settings{{StoreKey::ADDRESS, "10.0.0.5"_s}, {StoreKey::BAUDRATE, "250"_s}};
         CInterfaceList list(m_plugins, m_names, mailbox);
         const QAbstractItemModelTester tester(&list, FATAL);
-        QCOMPARE(list.add("hall"_s, settings, true), QString());
-        QCOMPARE(list.add("passing"_s, settings, false), QString());
-        QVERIFY(!list.add("hall"_s, settings, true).isEmpty());
-        QVERIFY(!list.add(QString(), settings, true).isEmpty());
-        QVERIFY(!list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true).isEmpty());
-        QVERIFY(list.setBaudrate(0, 1000));
+        QVERIFY(!list.add("hall"_s, settings, true));
+        QVERIFY(!list.add("passing"_s, settings, false));
+        QVERIFY(list.add("hall"_s, settings, true));
+        QVERIFY(list.add(QString(), settings, true));
+        QVERIFY(list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true));
+        QVERIFY(list.at(0).setBaudrate(1000));
 
         CInterfaceList next(m_plugins, m_names, mailbox); // as after a restart
         next.loadStored();
@@ -329,7 +329,7 @@ private Q_SLOTS:
         QCOMPARE(cell(next, 0, CInterfaceList::eAddress), "10.0.0.5:30000:TCP"_s);
         QCOMPARE(cell(next, 0, CInterfaceList::eBaudrate), "1000 kbit/s"_s);
         next.remove(0);
-        QCOMPARE(storedNames(), QStringList());
+        QCOMPARE(CInterfaceStore().names(), QStringList());
     }
 
     void scanBringsOnlyNewInterfaces()
@@ -351,15 +351,15 @@ private Q_SLOTS:
         answer("10.0.0.6:30000"_s, "twice"_s);
         list.addFound(std::move(found));
         QCOMPARE(list.rowCount(), 3);
-        QCOMPARE(list.name(1), "hall (2)"_s);
-        QCOMPARE(list.name(2), "10.0.0.7:30000:TCP"_s);
+        QCOMPARE(list.at(1).name(), "hall (2)"_s);
+        QCOMPARE(list.at(2).name(), "10.0.0.7:30000:TCP"_s);
 
         const QSignalSpy told(&list, &CInterfaceList::eventHappened);
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
         list.addFound(std::move(found));
-        QCOMPARE(list.name(list.rowCount() - 1), "hall (1002)"_s);
+        QCOMPARE(list.at(list.rowCount() - 1).name(), "hall (1002)"_s);
         QCOMPARE(told.size(), 1);
     }
 

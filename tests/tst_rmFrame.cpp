@@ -13,7 +13,7 @@ QByteArray framed(const SRmRequest& request, const CCanMessage* message)
     return size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<const char*>(buffer), size).toHex();
 }
 
-/// What a deframer hands on, as text: each frame as command:payload (all 34 bytes are looked at), "checksum" for each
+/// What a deframer hands on, as text: each frame as command:payload, "checksum" for each
 /// wrong one.
 class CListener
 {
@@ -25,11 +25,10 @@ public:
         m_deframer.feed(
             copy.data(), copy.size(),
             [this](const SRmFrame& frame) {
-                const QByteArray payload(reinterpret_cast<const char*>(frame.payload.data()), RM_MAX_RX_PAYLOAD);
-                const bool isClean =
-                    payload.mid(frame.payloadLength).count('\0') == int(RM_MAX_RX_PAYLOAD) - frame.payloadLength;
-                heard.append(QByteArray::number(frame.command, 16) + ':' + payload.left(frame.payloadLength).toHex() +
-                             (isClean ? "" : " dirty"));
+                const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
+                const bool endsInZeros = frame[frame.payloadLength] == 0 && frame[RM_BUFFER_SIZE] == 0;
+                heard.append(QByteArray::number(frame.command, 16) + ':' + payload.toHex() +
+                             (endsInZeros ? "" : " dirty"));
                 return true;
             },
             [this] {

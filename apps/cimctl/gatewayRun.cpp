@@ -1,6 +1,7 @@
 #include "apps/cimctl/gatewayRun.h"
 
 #include "apps/common/embeddedSim.h"
+#include "cim/resultCodes.h"
 
 #include <cmath>
 
@@ -12,17 +13,26 @@ namespace
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
 } // namespace
 
-CGatewayRun::CGatewayRun(COutput& output, const STargetOptions& target, EExitCode onInterruption)
-    : m_output(output), m_target(target), m_session(output, m_target.makeInterface())
+CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& target, EExitCode onInterruption)
+    : m_context(context),
+      m_target(plugins(context), target),
+      m_interface(m_target.makeInterface()),
+      m_summary(m_interface)
 {
-    connect(&m_interruption, &Sim::CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
-    connect(&m_session, &CSession::errorRaised, this, &CGatewayRun::reportError);
-    connect(&output, &COutput::failed, this, [this] { end(eRefused); });
+    connect(&m_interruption, &CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
+    connect(&m_interface, &CHostedInterface::errorRaised, this, &CGatewayRun::reportError);
+    connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
 }
 
 void CGatewayRun::open(double seconds)
 {
-    m_session.open();
+    const int code = m_interface.canInterface().openCommunication();
+    if (code != Cim::RC_OK) {
+        throw problemOf(code);
+    }
+    m_context.diagnostics.release();
+    m_sinceOpen.start();
+    m_summary.start();
     if (m_target.sim() != nullptr) {
         connect(m_target.sim(), &CEmbeddedSim::logEnded, this, &CGatewayRun::onLogEnded);
         m_target.sim()->startTraffic();
@@ -47,15 +57,20 @@ EExitCode CGatewayRun::waitForEnd()
     if (!m_ended) { // it may have ended while the interface opened
         m_loop.exec();
     }
-    m_session.reportSummary();
+    m_summary.report(output());
     return m_exitCode;
+}
+
+SProblem CGatewayRun::problemOf(int code)
+{
+    return {m_interface.canInterface().errorCodeToString(code), code};
 }
 
 void CGatewayRun::reportError(int error)
 {
-    const QString text = m_session.canInterface().interfaceErrorToString(error).trimmed();
-    const QString shown = m_output.isVerbose() ? text : text.section(QLatin1Char('\n'), 0, 0);
-    m_output.report(QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
+    const QString text = m_interface.canInterface().interfaceErrorToString(error).trimmed();
+    const QString shown = m_context.diagnostics.isVerbose() ? text : text.section(QLatin1Char('\n'), 0, 0);
+    output().report(QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
                     {{QStringLiteral("event"), QStringLiteral("interfaceError")},
                      {QStringLiteral("error"), error},
                      {QStringLiteral("text"), text}},
@@ -65,16 +80,16 @@ void CGatewayRun::reportError(int error)
 void CGatewayRun::onLogEnded(const QString& error)
 {
     if (!error.isEmpty()) {
-        m_output.reportFailure(error, 0);
+        output().reportProblem({error});
         end(eWrongUsage);
         return;
     }
     const auto endWhenAllCame = [this] {
-        if (m_session.receivedCount() >= m_target.sim()->messagesToHost()) {
+        if (m_interface.receivedCount() >= m_target.sim()->messagesToHost()) {
             end(eDone);
         }
     };
-    connect(&m_session, &CSession::received, this, endWhenAllCame);
+    connect(&m_interface, &CHostedInterface::received, this, endWhenAllCame);
     QTimer::singleShot(END_OF_LOG_LIMIT_MS, this, [this] { end(eDone); });
     endWhenAllCame();
 }

@@ -1,5 +1,5 @@
 // The commands about plugins and bus load: info, load.
-#include "apps/cimctl/commands.h"
+#include "apps/cimctl/command.h"
 #include "apps/cimctl/gatewayRun.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
@@ -79,35 +79,56 @@ void showLoad(COutput& output, int percent)
     output.printOver(text + "  [" + output.paint(color, QByteArray(filled, '#')) + QByteArray(BAR_WIDTH - filled, '.') +
                      "]");
 }
-} // namespace
 
-EExitCode info(COutput& output, const SPluginPlace& place)
+EExitCode info(SContext& context)
 {
-    const SPluginSearch search = searchPlugins(place);
+    const SPluginSearch search = searchPlugins(context.place);
     for (const SPlugin& plugin : search.plugins) {
-        printPlugin(output, plugin);
+        printPlugin(context.output, plugin);
     }
     for (const QString& problem : search.problems) {
-        output.reportFailure(problem, 0);
+        context.output.reportProblem({problem});
     }
     return search.problems.isEmpty() ? eDone : eRefused;
 }
 
-EExitCode load(COutput& output, const SLoadOptions& options)
+EExitCode load(SContext& context, const STargetOptions& target, double seconds)
 {
-    CGatewayRun run(output, options.target, eDone);
+    CGatewayRun run(context, target, eDone);
     run.open(0);
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
-        showLoad(output, run.session().busload());
-        const bool isLast = run.session().openMilliseconds() + HALF_INTERVAL_MS >= options.seconds * 1000;
-        if (options.seconds > 0 && isLast) {
+        showLoad(run.output(), run.hosted().busload());
+        const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= seconds * 1000;
+        if (seconds > 0 && isLast) {
             run.end(eDone);
         }
     });
     timer.start(LOAD_INTERVAL_MS);
     return run.waitForEnd();
+}
+} // namespace
+
+void addInfo(CLI::App& app, Action& chosen)
+{
+    addCommand(app, chosen, "info", "List the plugins found", info);
+}
+
+void addLoad(CLI::App& app, Action& chosen)
+{
+    struct SOptions {
+        STargetOptions target;
+        double seconds = 0; ///< 0: no limit
+    };
+    const auto options = std::make_shared<SOptions>();
+    CLI::App& command =
+        addCommand(app, chosen, "load", "Show the bus load once a second",
+                   [options](SContext& context) { return load(context, options->target, options->seconds); });
+    options->target.addTo(command);
+    command.add_option("-s,--seconds", options->seconds, "End so many seconds after the interface is open")
+        ->type_name("S")
+        ->check(numberFrom(1, 1e6));
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,22 +1,13 @@
 #include "apps/cimctl/messagePrinter.h"
 
-#include "apps/cimctl/session.h"
-#include "apps/common/failure.h"
-#include "candump/candumpLog.h"
-
-#include <chrono>
+#include "apps/common/clock.h"
+#include "canlog/candumpLog.h"
 
 namespace vexmor::Apps::Cimctl
 {
 namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
-
-std::int64_t microsecondsNow()
-{
-    using namespace std::chrono;
-    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-}
 
 QByteArray timeText(std::int64_t microseconds)
 {
@@ -34,23 +25,39 @@ QJsonObject jsonOf(const Cim::CCanMessage& message, bool sending, std::int64_t m
 }
 } // namespace
 
-CMessagePrinter::CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options)
-    : m_output(output), m_options(options)
+CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
+    : m_output(run.output()), m_options(options)
 {
-    if (!options.logFile.isEmpty()) {
-        output.openLog(options.logFile);
+    if (!options.logFile.isEmpty() && !m_log.openFile(options.logFile)) {
+        throw logProblem();
     }
+    connect(&m_log, &CLineSink::failed, &run, [&run] { run.end(eRefused); });
     if (options.received) {
-        connect(&session, &CSession::received, this, [this](const auto& message) { show(message, false); });
+        connect(&run.hosted(), &CHostedInterface::received, this,
+                [this](const auto& message) { show(message, false); });
     }
     if (options.sent) {
-        connect(&session, &CSession::sent, this, [this](const auto& message) { show(message, true); });
+        connect(&run.hosted(), &CHostedInterface::sent, this, [this](const auto& message) { show(message, true); });
     }
+}
+
+EExitCode CMessagePrinter::finish(EExitCode exitCode)
+{
+    if (m_log.flush()) {
+        return exitCode;
+    }
+    m_output.reportProblem(logProblem());
+    return eRefused;
+}
+
+SProblem CMessagePrinter::logProblem() const
+{
+    return {QStringLiteral("%1 cannot be written: %2").arg(m_options.logFile, m_log.problem())};
 }
 
 void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
 {
-    if (m_stopped || !passes(message)) {
+    if (m_stopped || !passesFilters(m_options.filters, message)) {
         return;
     }
     const std::int64_t now = microsecondsNow();
@@ -60,19 +67,14 @@ void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
         // With both directions in one list each line tells its own, as candump -x does.
         const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
         const QByteArray line =
-            (m_options.time ? timeText(now) : QByteArray()) + Candump::formatDump(INTERFACE_NAME + direction, message);
+            (m_options.time ? timeText(now) : QByteArray()) + CanLog::formatDump(INTERFACE_NAME + direction, message);
         m_output.print(sending ? m_output.paint(EColor::eCyan, line) : line);
     }
     if (!m_options.logFile.isEmpty()) {
-        m_output.log(Candump::formatLogLine({now, INTERFACE_NAME, message}));
+        m_log.write(CanLog::formatLogLine({now, INTERFACE_NAME, message}) + '\n');
     }
     ++m_shown;
     Q_EMIT messageShown();
-}
-
-bool CMessagePrinter::passes(const Cim::CCanMessage& message) const
-{
-    return passesFilters(m_options.filters, message);
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "apps/cimctl/output.h"
+#include "apps/cimctl/gatewayRun.h"
+#include "apps/cimctl/lineSink.h"
 #include "apps/common/messageFilter.h"
 #include "cim/canMessage.h"
 
@@ -13,8 +14,6 @@
 namespace vexmor::Apps::Cimctl
 {
 
-class CSession;
-
 /// Which messages are shown, and how.
 struct SShowOptions {
     bool received = true;
@@ -24,17 +23,20 @@ struct SShowOptions {
     QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere
 };
 
-/// Prints the messages of a session: in candump's layout, or as JSON.
+/// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file.
 class CMessagePrinter : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Fails when the log file cannot be written. `output` and `session` must outlive the printer.
-    CMessagePrinter(COutput& output, CSession& session, const SShowOptions& options);
+    /// Throws a problem when the log file cannot be written. `run` must outlive the printer; it ends when the file
+    /// takes nothing any more.
+    CMessagePrinter(CGatewayRun& run, const SShowOptions& options);
 
     /// Shows nothing from now on.
     void stop() { m_stopped = true; }
+    /// The exit code of a run that ended with this one: refused, with a line on stderr, when the log lost something.
+    EExitCode finish(EExitCode exitCode);
     std::uint64_t shown() const { return m_shown; }
 
 Q_SIGNALS:
@@ -43,10 +45,11 @@ Q_SIGNALS:
 
 private:
     void show(const Cim::CCanMessage& message, bool sending);
-    bool passes(const Cim::CCanMessage& message) const;
+    SProblem logProblem() const;
 
     COutput& m_output;
     const SShowOptions m_options;
+    CLineSink m_log;
     bool m_stopped = false;
     std::uint64_t m_shown = 0;
 };

@@ -1,14 +1,14 @@
 // The command that finds gateways: scan.
-#include "apps/cimctl/commands.h"
+#include "apps/cimctl/command.h"
 #include "apps/common/interfaceScan.h"
+#include "apps/common/interfaceStore.h"
+#include "apps/common/interruption.h"
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
-#include "sim/interruption.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QSet>
-#include <QSettings>
 
 #include <algorithm>
 #include <array>
@@ -69,9 +69,9 @@ bool waitForScan(COutput& output, CInterfaceScan& scan)
     QEventLoop loop;
     QElapsedTimer clock;
     QTimer progress;
-    const Sim::CInterruption interruption;
+    const CInterruption interruption;
     QObject::connect(&scan, &CInterfaceScan::finished, &loop, &QEventLoop::quit);
-    QObject::connect(&interruption, &Sim::CInterruption::interrupted, &loop, &QEventLoop::quit);
+    QObject::connect(&interruption, &CInterruption::interrupted, &loop, &QEventLoop::quit);
     QObject::connect(&progress, &QTimer::timeout, &loop,
                      [&] { showProgress(output, static_cast<int>(clock.elapsed() / PROGRESS_MS)); });
     clock.start();
@@ -133,42 +133,45 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 }
 
 /// What is to be stored for an endpoint. Fails when it has a protocol that no host could load again.
-Settings settingsToStore(const SEndpoint& endpoint, bool isKnown)
+Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoint)
 {
     if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name.isEmpty()) {
-        failRefused(endpoint.canInterface->errorCodeToString(Cim::RC_ENUM_TO_STRING), Cim::RC_ENUM_TO_STRING);
+        const int code = Cim::RC_ENUM_TO_STRING;
+        return SProblem{QStringLiteral("%1: %2").arg(endpoint.name, endpoint.canInterface->errorCodeToString(code)),
+                        code};
     }
-    if (!isKnown) {
+    Settings settings = store.settings(endpoint.name);
+    if (settings.isEmpty()) {
         return endpoint.settings;
     }
-    Settings settings = storedSettings(endpoint.name);
     for (const QLatin1String& key : FOUND_KEYS) {
         settings.insert(key, endpoint.settings.value(key));
     }
     return settings;
 }
 
-/// Of several with one name the first that answered is stored.
+/// Stores what was found, of several with one name the first that answered.
 EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 {
-    const QSettings keepsFileRead;
-    const QStringList names = storedNames();
+    CInterfaceStore store;
+    const QStringList names = store.names();
     const QSet<QString> known(names.begin(), names.end());
     EExitCode exitCode = eDone;
     QMap<QString, Settings> interfaces;
     std::vector<const SEndpoint*> accepted;
     for (const SEndpoint& endpoint : endpoints) {
-        try {
-            if (!interfaces.contains(endpoint.name)) {
-                interfaces.insert(endpoint.name, settingsToStore(endpoint, known.contains(endpoint.name)));
-            }
-            accepted.push_back(&endpoint);
-        } catch (const SFailure& failure) {
-            output.reportFailure(QStringLiteral("%1: %2").arg(endpoint.name, failure.text), failure.code);
+        Result<Settings> settings = settingsToStore(store, endpoint);
+        if (!interfaces.contains(endpoint.name) && !settings) {
+            output.reportProblem(settings.problem());
             exitCode = eRefused;
+            continue;
         }
+        if (!interfaces.contains(endpoint.name)) {
+            interfaces.insert(endpoint.name, *settings);
+        }
+        accepted.push_back(&endpoint);
     }
-    storeSettings(interfaces);
+    require(store.put(interfaces));
     for (const SEndpoint* const endpoint : accepted) {
         const bool isFirst = interfaces.remove(endpoint->name) > 0;
         const QString done = known.contains(endpoint->name) ? QStringLiteral("updated") : QStringLiteral("stored");
@@ -180,23 +183,40 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
     return exitCode;
 }
-} // namespace
 
-EExitCode scan(COutput& output, const SScanOptions& options)
+/// Finds gateways and shows their endpoints, all that answered; stores them when that is wanted. What the user had set
+/// for a stored one stays.
+EExitCode scan(SContext& context, const QStringList& addresses, bool save)
 {
-    const std::vector<SPlugin> plugins = loadPlugins(options.place);
-    CInterfaceScan scan(plugins.front());
-    scan.start(options.addresses);
-    output.releaseWarnings(true);
-    if (!waitForScan(output, scan)) {
+    const std::vector<SPlugin> found = plugins(context);
+    CInterfaceScan scan(found.front());
+    require(scan.start(addresses));
+    context.diagnostics.release();
+    if (!waitForScan(context.output, scan)) {
         return eInterrupted;
     }
     std::vector<SEndpoint> endpoints;
     for (const auto& canInterface : scan.found()) {
         endpoints.emplace_back(*canInterface);
     }
-    showFound(output, endpoints);
-    return options.save ? storeFound(output, endpoints) : eDone;
+    showFound(context.output, endpoints);
+    return save ? storeFound(context.output, endpoints) : eDone;
+}
+} // namespace
+
+void addScan(CLI::App& app, Action& chosen)
+{
+    struct SOptions {
+        QStringList addresses; ///< asked directly, besides the broadcast
+        bool save = false;
+    };
+    const auto options = std::make_shared<SOptions>();
+    CLI::App& command =
+        addCommand(app, chosen, "scan", "Find the gateways on the network",
+                   [options](SContext& context) { return scan(context, options->addresses, options->save); });
+    addTexts(command, "-a,--address", options->addresses, "Ask this address directly, too (for one behind a router)",
+             "ADDRESS");
+    command.add_flag("--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -20,8 +20,8 @@ constexpr double OVERHEAD_BITS = 47;
 constexpr double STUFFING = 1.22;
 } // namespace
 
-CSender::CSender(COutput& output, CSession& session, Source source, double speed)
-    : m_output(output), m_session(session), m_source(std::move(source)), m_speed(speed)
+CSender::CSender(CGatewayRun& run, Source source, double speed)
+    : m_run(run), m_source(std::move(source)), m_speed(speed)
 {
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::PreciseTimer);
@@ -68,8 +68,8 @@ qint64 CSender::millisecondsToNext() const
 
 bool CSender::sendNext()
 {
-    const int code = m_session.send(m_next.message);
-    if (code == 0) {
+    const int code = m_run.hosted().send(m_next.message);
+    if (code == Cim::RC_OK) {
         m_waitingSince = -1;
         m_lastCode = 0;
         noteBusTime();
@@ -90,9 +90,9 @@ bool CSender::sendNext()
 void CSender::refuse(int code)
 {
     m_hasRefused = true;
-    m_session.countRefused();
+    m_run.summary().countRefused();
     if (code != m_lastCode) {
-        m_output.reportFailure(m_session.canInterface().errorCodeToString(code), code);
+        m_run.output().reportProblem(m_run.problemOf(code));
         m_lastCode = code;
     }
 }
@@ -101,7 +101,7 @@ void CSender::noteBusTime()
 {
     const double bits = (OVERHEAD_BITS + 8 * m_next.message.length()) * STUFFING;
     const double now = static_cast<double>(m_clock.elapsed());
-    m_busFreeAt = std::max(m_busFreeAt, now) + bits / std::max(1, m_session.canInterface().baudrate());
+    m_busFreeAt = std::max(m_busFreeAt, now) + bits / std::max(1, m_run.hosted().canInterface().baudrate());
 }
 
 void CSender::finish()

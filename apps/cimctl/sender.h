@@ -1,8 +1,7 @@
 #pragma once
 
-#include "apps/cimctl/output.h"
-#include "apps/cimctl/session.h"
-#include "candump/candumpLog.h"
+#include "apps/cimctl/gatewayRun.h"
+#include "canlog/candumpLog.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -14,7 +13,7 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// Sends a sequence of messages at their times over an open session.
+/// Sends a sequence of messages at their times over an open interface.
 ///
 /// When the gateway does not keep up (code 108), the message waits until there is room, for 2 s at most, and those
 /// behind it leave late. Any other refusal drops it: what was meant for an earlier moment is never sent later. The
@@ -28,10 +27,10 @@ class CSender : public QObject
 
 public:
     /// Gives the next message with its time in microseconds (only differences count); false at the end.
-    using Source = std::function<bool(Candump::SLogEntry& entry)>;
+    using Source = std::function<bool(CanLog::SLogEntry& entry)>;
 
-    /// `speed` 2 sends twice as fast. Session and output must outlive the sender.
-    CSender(COutput& output, CSession& session, Source source, double speed);
+    /// `speed` 2 sends twice as fast. `run` must outlive the sender.
+    CSender(CGatewayRun& run, Source source, double speed);
 
     /// Starts with the first message. `finished` may be emitted at once.
     void start();
@@ -49,12 +48,11 @@ private:
     void noteBusTime();
     void finish();
 
-    COutput& m_output;
-    CSession& m_session;
+    CGatewayRun& m_run;
     const Source m_source;
     const double m_speed;
 
-    Candump::SLogEntry m_next;
+    CanLog::SLogEntry m_next;
     std::int64_t m_firstMicroseconds = 0;
     QTimer m_timer;
     QElapsedTimer m_clock;

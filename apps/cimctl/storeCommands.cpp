@@ -1,10 +1,10 @@
 // The commands about the settings store: list, add, show, remove.
-#include "apps/cimctl/commands.h"
+#include "apps/cimctl/command.h"
+#include "apps/cimctl/target.h"
 #include "apps/common/gatewayAddress.h"
+#include "apps/common/interfaceStore.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
-
-#include <QSettings>
 
 #include <algorithm>
 
@@ -22,18 +22,24 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
             {QStringLiteral("name"), name},
             {QStringLiteral("settings"), values}};
 }
-} // namespace
 
-EExitCode listStored(COutput& output)
+[[noreturn]] void failUnknown(const QString& name)
 {
-    const QSettings keepsFileRead;
-    const QStringList names = storedNames();
+    failUsage(
+        QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
+}
+
+EExitCode list(SContext& context)
+{
+    COutput& output = context.output;
+    CInterfaceStore store;
+    const QStringList names = store.names();
     int width = 0;
     for (const QString& name : names) {
         width = std::max(width, name.size());
     }
     for (const QString& name : names) {
-        const Settings settings = storedSettings(name);
+        const Settings settings = store.settings(name);
         if (output.isJson()) {
             output.print(jsonOf(name, settings));
             continue;
@@ -50,9 +56,13 @@ EExitCode listStored(COutput& output)
     return eDone;
 }
 
-EExitCode showStored(COutput& output, const QString& name)
+EExitCode show(SContext& context, const QString& name)
 {
-    const Settings settings = storedSettings(name);
+    COutput& output = context.output;
+    const Settings settings = CInterfaceStore().settings(name);
+    if (settings.isEmpty()) {
+        failUnknown(name);
+    }
     if (output.isJson()) {
         output.print(jsonOf(name, settings));
         return eDone;
@@ -64,29 +74,65 @@ EExitCode showStored(COutput& output, const QString& name)
     return eDone;
 }
 
-EExitCode addToStore(COutput& /*output*/, const SAddOptions& options)
+EExitCode remove(const QString& name)
 {
-    if (options.name.isEmpty() || isSimTarget(options.name)) {
-        failUsage(QStringLiteral("an interface cannot be stored under the name '%1'").arg(options.name));
+    CInterfaceStore store;
+    if (!store.contains(name)) {
+        failUnknown(name);
     }
-    if (isStored(options.name) && !options.replace) {
-        failUsage(QStringLiteral("'%1' is stored already (--replace stores another in its place)").arg(options.name));
-    }
-    Settings settings = options.target.settings;
-    if (!parseAddress(options.target.text, settings)) {
-        failUsage(QStringLiteral("'%1' is no address like 192.168.1.70:30000:TCP").arg(options.target.text));
-    }
-    const std::vector<SPlugin> plugins = loadPlugins(options.target.place);
-    const std::unique_ptr<Cim::CCanInterface> canInterface(plugins.front().object->createInterface());
-    applySettings(*canInterface, settings);
-    store(*canInterface, options.name);
+    require(store.remove(name));
     return eDone;
 }
 
-EExitCode removeFromStore(COutput& /*output*/, const QString& name)
+struct SAddOptions {
+    QString name;
+    QString address;
+    Settings settings;
+    bool replace = false;
+};
+
+EExitCode add(SContext& context, const SAddOptions& options)
 {
-    removeStored(name);
+    CInterfaceStore store;
+    if (options.name.isEmpty() || isSimTarget(options.name)) {
+        failUsage(QStringLiteral("an interface cannot be stored under the name '%1'").arg(options.name));
+    }
+    if (store.contains(options.name) && !options.replace) {
+        failUsage(QStringLiteral("'%1' is stored already (--replace stores another in its place)").arg(options.name));
+    }
+    const Settings settings = valueOf(readAddress(options.address, options.settings));
+    const std::unique_ptr<Cim::CCanInterface> canInterface(plugins(context).front().object->createInterface());
+    require(applySettings(*canInterface, settings));
+    require(store.save(*canInterface, options.name));
     return eDone;
+}
+} // namespace
+
+void addStoreCommands(CLI::App& app, Action& chosen)
+{
+    addCommand(app, chosen, "list", "List the stored interfaces", list);
+
+    const auto options = std::make_shared<SAddOptions>();
+    CLI::App& command = addCommand(app, chosen, "add", "Store an interface under a name",
+                                   [options](SContext& context) { return add(context, *options); });
+    addText(command, "NAME", options->name, "Its name, from then on a TARGET")->required();
+    addText(command, "ADDRESS", options->address, "ADDRESS[:PORT][:TCP|:UDP] of the gateway, or a port text (IP=...)")
+        ->required();
+    addInterfaceSettings(command, options->settings);
+    addSetting(command, "--hostname", options->settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
+    addSetting(command, "--description", options->settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
+    command.add_flag("--replace", options->replace, "Replace what is stored under the name");
+
+    const auto name = std::make_shared<QString>();
+    const char* const nameHelp = "A stored interface";
+    addText(addCommand(app, chosen, "show", "Show a stored interface",
+                       [name](SContext& context) { return show(context, *name); }),
+            "NAME", *name, nameHelp)
+        ->required();
+    addText(addCommand(app, chosen, "remove", "Remove a stored interface",
+                       [name](SContext& /*context*/) { return remove(*name); }),
+            "NAME", *name, nameHelp)
+        ->required();
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,10 +1,13 @@
 #include "apps/cimctl/target.h"
 
+#include "apps/cimctl/command.h"
 #include "apps/common/embeddedSim.h"
-#include "apps/common/failure.h"
 #include "apps/common/gatewayAddress.h"
+#include "apps/common/interfaceStore.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
+
+#include <climits>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -12,26 +15,70 @@ namespace
 {
 const QString SIM = QStringLiteral("sim");
 const QString SIM_LOG = QStringLiteral("sim:");
+
+const char* const TARGET_HELP =
+    R"(TARGET is the name of a stored interface (see list), an address ADDRESS[:PORT][:TCP|:UDP],
+a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated gateway in this program
+(sim:FILE plays a log of candump on its bus, and ends with it).)";
 } // namespace
 
-CTarget::CTarget(const STargetOptions& options) : m_plugins(loadPlugins(options.place)), m_settings(options.settings)
+void STargetOptions::addTo(CLI::App& command)
 {
-    if (isStored(options.text)) {
+    addText(command, "TARGET", text, "The gateway: a stored name, an address, or sim")->required();
+    addInterfaceSettings(command, settings);
+    command.footer(TARGET_HELP);
+}
+
+CLI::Option* addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
+                        const std::string& type, const std::string& help)
+{
+    const auto take = [&settings, key](const std::string& text) { settings.insert(key, textOf(text)); };
+    return command.add_option_function<std::string>(names, take, help)->type_name(type)->group("Interface");
+}
+
+void addInterfaceSettings(CLI::App& command, Settings& settings)
+{
+    addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
+        ->transform(CLI::IsMember({"TCP", "UDP"}, CLI::ignore_case).description(""));
+    addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
+               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (100; sim: 500)")
+        ->check(wholeFrom(0, INT_MAX));
+    addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
+               "UDP: address of this computer's network interface to the gateway (any)")
+        ->transform(typedAddress());
+    addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
+        ->check(wholeFrom(100, 3000));
+    addSetting(command, "--measure-interval", settings, StoreKey::MEASURE_TIME, "MS",
+               "Time over which the gateway measures bus load (1000)")
+        ->check(wholeFrom(100, 3000));
+    const auto bindAny = [&settings] { settings.insert(StoreKey::UDP_BIND_ANY, QStringLiteral("1")); };
+    command.add_flag_callback("--udp-any", bindAny, "UDP: receive on all addresses of this computer")
+        ->group("Interface");
+}
+
+CTarget::CTarget(std::vector<SPlugin> plugins, const STargetOptions& options)
+    : m_plugins(std::move(plugins)), m_settings(options.settings)
+{
+    CInterfaceStore store;
+    if (store.contains(options.text)) {
         if (!options.settings.isEmpty()) {
             failUsage(
                 QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
                     .arg(options.text, options.settings.firstKey()));
         }
         m_storedName = options.text;
-        m_settings = storedSettings(m_storedName);
+        m_settings = store.settings(m_storedName);
     } else if (isSimTarget(options.text)) {
-        m_sim = std::make_unique<CEmbeddedSim>(options.text.mid(SIM_LOG.size()));
+        m_sim = std::make_unique<CEmbeddedSim>();
+        require(m_sim->start(options.text.mid(SIM_LOG.size())));
         m_settings.insert(StoreKey::ADDRESS, m_sim->gateway().address().toString());
         m_settings.insert(StoreKey::PORT, QString::number(m_sim->gateway().port()));
         if (!m_settings.contains(StoreKey::BAUDRATE)) {
             m_settings.insert(StoreKey::BAUDRATE, QString::number(m_sim->bus().baudrate()));
         }
-    } else if (!parseAddress(options.text, m_settings)) {
+    } else if (isAddress(options.text)) {
+        m_settings = valueOf(readAddress(options.text, m_settings));
+    } else {
         failUsage(
             QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
                 .arg(options.text));
@@ -42,26 +89,15 @@ CTarget::~CTarget() = default;
 
 std::unique_ptr<Cim::CCanInterface> CTarget::makeInterface() const
 {
-    std::unique_ptr<Cim::CCanInterface> canInterface(plugin().object->createInterface());
-    if (m_storedName.isEmpty()) {
-        applySettings(*canInterface, m_settings);
-    } else {
-        loadStored(*canInterface, m_storedName);
+    const QString owner = m_settings.value(StoreKey::PLUGIN_NAME);
+    const SPlugin* const plugin = pluginNamed(m_plugins, owner);
+    if (plugin == nullptr) {
+        throw SProblem{QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_storedName, owner)};
     }
+    std::unique_ptr<Cim::CCanInterface> canInterface(plugin->object->createInterface());
+    require(m_storedName.isEmpty() ? applySettings(*canInterface, m_settings)
+                                   : CInterfaceStore::load(*canInterface, m_storedName));
     return canInterface;
-}
-
-const SPlugin& CTarget::plugin() const
-{
-    const auto owner = m_settings.find(StoreKey::PLUGIN_NAME);
-    if (owner == m_settings.end()) {
-        return m_plugins.front();
-    }
-    const SPlugin* const found = pluginNamed(m_plugins, *owner);
-    if (found == nullptr) {
-        failRefused(QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_storedName, *owner));
-    }
-    return *found;
 }
 
 bool isSimTarget(const QString& text)

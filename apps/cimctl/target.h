@@ -1,11 +1,13 @@
 #pragma once
 
-#include "apps/common/interfaceStore.h"
+#include "apps/common/interfaceSettings.h"
+#include "apps/common/options.h"
 #include "apps/common/pluginFolder.h"
 
 #include <QString>
 
 #include <memory>
+#include <vector>
 
 namespace vexmor::Cim
 {
@@ -22,10 +24,18 @@ namespace vexmor::Apps::Cimctl
 
 /// What the user typed to say which gateway.
 struct STargetOptions {
-    SPluginPlace place;
     QString text;      ///< TARGET
     Settings settings; ///< of the options beside it; not for a stored name
+
+    /// Adds TARGET and the options beside it to a command.
+    void addTo(CLI::App& command);
 };
+
+/// Adds an option for a parameter of an interface.
+CLI::Option* addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
+                        const std::string& type, const std::string& help);
+/// Adds the options for all that an interface can be told besides its address.
+void addInterfaceSettings(CLI::App& command, Settings& settings);
 
 /// A gateway to work with, and the plugin that reaches it. TARGET is, the first that fits: the name of a stored
 /// interface; "sim" or "sim:FILE", a simulated gateway in this program; an address, ADDRESS[:PORT][:TCP|:UDP] or a port
@@ -33,18 +43,16 @@ struct STargetOptions {
 class CTarget
 {
 public:
-    /// Fails when the text is none of these, when there is no plugin, and when a simulated gateway cannot start.
-    explicit CTarget(const STargetOptions& options);
+    /// Throws a problem when the text is none of these, and when a simulated gateway cannot start.
+    CTarget(std::vector<SPlugin> plugins, const STargetOptions& options);
     ~CTarget();
 
-    /// A new, closed interface for the gateway. Fails with the plugin's code and text when it refuses the settings.
+    /// A new, closed interface for the gateway. Throws a problem when the plugin refuses the settings.
     std::unique_ptr<Cim::CCanInterface> makeInterface() const;
     /// The simulated gateway, null for a real one.
     CEmbeddedSim* sim() const { return m_sim.get(); }
 
 private:
-    const SPlugin& plugin() const;
-
     const std::vector<SPlugin> m_plugins;
     QString m_storedName; ///< empty for any other target
     Settings m_settings;

@@ -1,22 +1,50 @@
 // The commands that receive and send messages: dump, send, replay.
-#include "apps/cimctl/commands.h"
+#include "apps/cimctl/command.h"
 #include "apps/cimctl/gatewayRun.h"
+#include "apps/cimctl/messagePrinter.h"
 #include "apps/cimctl/sender.h"
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
+#include "cim/resultCodes.h"
 
+#include <climits>
 #include <vector>
 
 namespace vexmor::Apps::Cimctl
 {
 namespace
 {
+struct SDumpOptions {
+    STargetOptions target;
+    SShowOptions show;
+    QStringList filters; ///< ID:MASK
+    QStringList frames;  ///< sent once when the interface is open
+    int count = 0;       ///< ends after so many messages are shown; 0: no limit
+    double seconds = 0;  ///< ends so long after the interface is open; 0: no limit
+};
+
+struct SSendOptions {
+    STargetOptions target;
+    SShowOptions show;
+    QStringList frames;
+    int repeat = 1;
+    double interval = 0; ///< ms from one message to the next
+};
+
+struct SReplayOptions {
+    STargetOptions target;
+    SShowOptions show;
+    QString file;
+    double speed = 1;
+    bool loop = false;
+};
+
 std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
 {
     std::vector<Cim::CCanMessage> messages;
     for (const QString& text : texts) {
         Cim::CCanMessage message;
         QString error;
-        if (!Candump::parseFrame(text.toLocal8Bit(), message, error)) {
+        if (!CanLog::parseFrame(text.toLocal8Bit(), message, error)) {
             failUsage(error);
         }
         messages.push_back(message);
@@ -25,23 +53,23 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
 }
 
 /// Sends everything that a source gives; the run ends with it.
-EExitCode sendAll(COutput& output, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
+EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
                   double speed)
 {
-    CGatewayRun run(output, target, eInterrupted);
-    CMessagePrinter printer(output, run.session(), show);
+    CGatewayRun run(context, target, eInterrupted);
+    CMessagePrinter printer(run, show);
     run.open(0);
-    CSender sender(output, run.session(), std::move(source), speed);
+    CSender sender(run, std::move(source), speed);
     QObject::connect(&sender, &CSender::finished, &run,
                      [&run, &sender] { run.end(sender.hasRefused() ? eRefused : eDone); });
     sender.start();
-    return run.waitForEnd();
+    return printer.finish(run.waitForEnd());
 }
 
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
-void checkLog(COutput& output, Candump::CLogReader& log, const QString& file)
+void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
-    Candump::SLogEntry entry;
+    CanLog::SLogEntry entry;
     QString error;
     std::uint64_t count = 0;
     while (log.next(entry, error)) {
@@ -51,18 +79,18 @@ void checkLog(COutput& output, Candump::CLogReader& log, const QString& file)
         failUsage(error.isEmpty() ? QStringLiteral("%1: holds no frame").arg(file) : error);
     }
     if (log.skipped() > 0) {
-        output.warn(QStringLiteral("%1: %2 lines are skipped (empty, 29-bit, remote, error or CAN FD frames)")
-                        .arg(file)
-                        .arg(log.skipped()));
+        diagnostics.warn(QStringLiteral("%1: %2 lines are skipped (empty, 29-bit, remote, error or CAN FD frames)")
+                             .arg(file)
+                             .arg(log.skipped()));
     }
     log.rewind();
 }
 
 /// The entries of a log, one after the other; with `loop` it begins again a moment after its end.
-CSender::Source sourceOfLog(Candump::CLogReader& log, bool loop)
+CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
 {
     constexpr std::int64_t PAUSE_BETWEEN_ROUNDS_US = 1000;
-    return [&log, loop, offset = std::int64_t(0), last = std::int64_t(0)](Candump::SLogEntry& entry) mutable {
+    return [&log, loop, offset = std::int64_t(0), last = std::int64_t(0)](CanLog::SLogEntry& entry) mutable {
         QString error;
         if (!log.next(entry, error)) {
             if (!loop || !error.isEmpty() || !log.rewind() || !log.next(entry, error)) {
@@ -75,17 +103,17 @@ CSender::Source sourceOfLog(Candump::CLogReader& log, bool loop)
         return true;
     };
 }
-} // namespace
 
-EExitCode dump(COutput& output, const SDumpOptions& options)
+/// Prints messages as they come.
+EExitCode dump(SContext& context, const SDumpOptions& options)
 {
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     SShowOptions show = options.show;
     for (const QString& filter : options.filters) {
-        show.filters.push_back(parseFilter(filter));
+        show.filters.push_back(valueOf(readFilter(filter)));
     }
-    CGatewayRun run(output, options.target, eDone);
-    CMessagePrinter printer(output, run.session(), show);
+    CGatewayRun run(context, options.target, eDone);
+    CMessagePrinter printer(run, show);
     const auto limit = static_cast<std::uint64_t>(options.count);
     QObject::connect(&printer, &CMessagePrinter::messageShown, &run, [&run, &printer, limit] {
         if (printer.shown() == limit) {
@@ -95,19 +123,20 @@ EExitCode dump(COutput& output, const SDumpOptions& options)
     });
     run.open(options.seconds);
     for (const Cim::CCanMessage& message : messages) {
-        const int code = run.session().send(message);
-        if (code != 0) {
-            failRefused(run.session().canInterface().errorCodeToString(code), code);
+        const int code = run.hosted().send(message);
+        if (code != Cim::RC_OK) {
+            throw run.problemOf(code);
         }
     }
-    return run.waitForEnd();
+    return printer.finish(run.waitForEnd());
 }
 
-EExitCode send(COutput& output, const SSendOptions& options)
+/// Sends messages. Nothing is sent when one of the frames makes no sense.
+EExitCode send(SContext& context, const SSendOptions& options)
 {
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     const std::uint64_t count = messages.size() * static_cast<std::uint64_t>(options.repeat);
-    const auto source = [&messages, count, &options, index = std::uint64_t(0)](Candump::SLogEntry& entry) mutable {
+    const auto source = [&messages, count, &options, index = std::uint64_t(0)](CanLog::SLogEntry& entry) mutable {
         if (index == count) {
             return false;
         }
@@ -116,18 +145,77 @@ EExitCode send(COutput& output, const SSendOptions& options)
         ++index;
         return true;
     };
-    return sendAll(output, options.target, options.show, source, 1);
+    return sendAll(context, options.target, options.show, source, 1);
 }
 
-EExitCode replay(COutput& output, const SReplayOptions& options)
+/// Sends a log at its own timing. Nothing is sent when one of its lines makes no sense.
+EExitCode replay(SContext& context, const SReplayOptions& options)
 {
-    Candump::CLogReader log;
+    CanLog::CLogReader log;
     QString error;
     if (!log.open(options.file, error)) {
         failUsage(error);
     }
-    checkLog(output, log, options.file);
-    return sendAll(output, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
+    checkLog(context.diagnostics, log, options.file);
+    return sendAll(context, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
+}
+} // namespace
+
+void addDump(CLI::App& app, Action& chosen)
+{
+    const auto options = std::make_shared<SDumpOptions>();
+    CLI::App& command = addCommand(app, chosen, "dump", "Print messages as they come",
+                                   [options](SContext& context) { return dump(context, *options); });
+    options->target.addTo(command);
+    command.add_option("-n,--count", options->count, "End after so many messages")
+        ->type_name("N")
+        ->check(wholeFrom(1, INT_MAX));
+    command.add_option("-s,--seconds", options->seconds, "End so many seconds after the interface is open")
+        ->type_name("S")
+        ->check(numberFrom(0.001, 1e6));
+    command.add_flag("--sent", options->show.sent, "Show sent messages too, and the direction of each");
+    command.add_flag("-t,--time", options->show.time, "Begin each line with the time");
+    addText(command, "-l,--log", options->show.logFile, "Write the messages to a file too, in candump's log format",
+            "FILE");
+    addTexts(command, "-f,--filter", options->filters, "Show only messages with (identifier & MASK) == (ID & MASK)",
+             "ID:MASK");
+    addTexts(command, "--send", options->frames, "Send this when the interface is open", "ID#DATA");
+}
+
+void addSend(CLI::App& app, Action& chosen)
+{
+    const auto options = std::make_shared<SSendOptions>();
+    options->show.received = false;
+    CLI::App& command = addCommand(app, chosen, "send", "Send messages",
+                                   [options](SContext& context) { return send(context, *options); });
+    options->target.addTo(command);
+    addTexts(command, "FRAMES", options->frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
+        ->allow_extra_args()
+        ->required();
+    command.add_option("--repeat", options->repeat, "Send all of them so often")
+        ->type_name("N")
+        ->check(wholeFrom(1, INT_MAX));
+    command
+        .add_option("--interval", options->interval,
+                    "Milliseconds from one message to the next (0: as fast as the gateway takes them)")
+        ->type_name("MS")
+        ->check(numberFrom(0, 1e6));
+    command.add_flag("--sent", options->show.sent, "Show what is sent");
+}
+
+void addReplay(CLI::App& app, Action& chosen)
+{
+    const auto options = std::make_shared<SReplayOptions>();
+    options->show.received = false;
+    CLI::App& command = addCommand(app, chosen, "replay", "Send a log of candump at its own timing",
+                                   [options](SContext& context) { return replay(context, *options); });
+    options->target.addTo(command);
+    addText(command, "FILE", options->file, "The log: lines like (1398128223.803317) can0 166#D0320009")->required();
+    command.add_option("--speed", options->speed, "So many times as fast")
+        ->type_name("N")
+        ->check(numberFrom(0.001, 1e6));
+    command.add_flag("--loop", options->loop, "Begin again at the end, until Ctrl-C");
+    command.add_flag("--sent", options->show.sent, "Show what is sent");
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,6 +1,6 @@
 #include "apps/cimview/addDialog.h"
 
-#include "apps/common/failure.h"
+#include "apps/common/bitRates.h"
 #include "apps/common/gatewayAddress.h"
 
 #include <QCheckBox>
@@ -12,12 +12,6 @@
 
 namespace vexmor::Apps::Cimview
 {
-
-QStringList baudrates()
-{
-    return {QStringLiteral("50"),  QStringLiteral("100"), QStringLiteral("125"),
-            QStringLiteral("250"), QStringLiteral("500"), QStringLiteral("1000")};
-}
 
 CAddDialog::CAddDialog(Accept accept, QWidget* parent)
     : QDialog(parent),
@@ -31,7 +25,7 @@ CAddDialog::CAddDialog(Accept accept, QWidget* parent)
     setWindowTitle(tr("Add interface"));
     m_address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
     m_address->setToolTip(tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
-    m_baudrate->addItems(baudrates());
+    m_baudrate->addItems(bitRates());
     m_baudrate->setCurrentText(QStringLiteral("500"));
     m_keep->setChecked(true);
     m_problem->setWordWrap(true);
@@ -54,18 +48,14 @@ CAddDialog::CAddDialog(Accept accept, QWidget* parent)
 
 void CAddDialog::accept()
 {
-    Settings settings{{StoreKey::BAUDRATE, m_baudrate->currentText()}};
-    QString problem;
-    try {
-        const QString address = m_address->text().trimmed();
-        problem = parseAddress(address, settings) ? m_accept(m_name->text().trimmed(), settings, m_keep->isChecked())
-                                                  : tr("'%1' is no address like 192.168.1.70:30000:TCP.").arg(address);
-    } catch (const SFailure& failure) {
-        problem = failure.text;
-    }
-    m_problem->setText(problem);
-    m_problem->setVisible(!problem.isEmpty());
-    if (problem.isEmpty()) {
+    Result<Settings> settings =
+        readAddress(m_address->text().trimmed(), {{StoreKey::BAUDRATE, m_baudrate->currentText()}});
+    const Failure failure =
+        settings ? m_accept(m_name->text().trimmed(), *settings, m_keep->isChecked()) : settings.problem();
+    if (failure) {
+        m_problem->setText(failure->text);
+        m_problem->show();
+    } else {
         QDialog::accept();
     }
 }

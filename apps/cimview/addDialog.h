@@ -21,8 +21,8 @@ class CAddDialog : public QDialog
     Q_OBJECT
 
 public:
-    /// Takes what was typed; gives an empty text, or what is wrong with it.
-    using Accept = std::function<QString(const QString& name, const Settings& settings, bool keep)>;
+    /// Takes what was typed; gives what is wrong with it.
+    using Accept = std::function<Failure(const QString& name, const Settings& settings, bool keep)>;
 
     CAddDialog(Accept accept, QWidget* parent);
 
@@ -36,8 +36,5 @@ private:
     QCheckBox* m_keep;
     QLabel* m_problem;
 };
-
-/// The bit rates to choose from, kbit/s.
-QStringList baudrates();
 
 } // namespace vexmor::Apps::Cimview

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimview/mailbox.h"
-#include "cim/canInterface.h"
+#include "apps/common/hostedInterface.h"
 
 #include <QMetaType>
 #include <QObject>
@@ -33,7 +33,7 @@ public:
     /// Closes the interface.
     ~CBusWorker() override;
 
-    /// Ends with `opened`.
+    /// Ends with `opened`, before the first status.
     void open();
     void send(const Cim::CCanMessage& message);
     /// Sends a message now and then every `milliseconds`, until they are 0 for the same `key`.
@@ -47,16 +47,12 @@ Q_SIGNALS:
     /// An operation gave another code than 0; of a series with the same code only the first is told.
     void refused(int code);
 
-private Q_SLOTS:
-    void onInterfaceError(int error);
-
 private:
-    static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
-    void takeMessages();
+    void post(const Cim::CCanMessage& message, bool sent);
     void takeStatus();
     void noteCode(int code);
 
-    std::unique_ptr<Cim::CCanInterface> m_canInterface;
+    std::unique_ptr<CHostedInterface> m_hosted; ///< child, so that both move to the thread together
     const std::uint16_t m_source;
     CMailbox& m_mailbox;
     QTimer m_statusTimer;

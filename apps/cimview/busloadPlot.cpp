@@ -1,7 +1,7 @@
 #include "apps/cimview/busloadPlot.h"
 
 #include "apps/cimview/busloadHistory.h"
-#include "apps/cimview/messageText.h"
+#include "apps/common/clock.h"
 
 #include <QEvent>
 #include <qwt_legend.h>

@@ -3,6 +3,8 @@
 #include "apps/cimview/addDialog.h"
 #include "apps/cimview/tableSetup.h"
 #include "apps/cimview/workbench.h"
+#include "apps/common/bitRates.h"
+#include "apps/common/clock.h"
 
 #include <QComboBox>
 #include <QGridLayout>
@@ -47,7 +49,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_progress->setRange(0, USUAL_SCAN_MS);
     m_progress->setTextVisible(false);
     m_progress->hide();
-    m_baudrate->addItems(baudrates());
+    m_baudrate->addItems(bitRates());
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus, kbit/s"));
     makeActions();
     layOut();
@@ -123,14 +125,14 @@ QList<int> CInterfacePanel::chosenRows() const
 void CInterfacePanel::openChosen()
 {
     for (const int row : chosenRows()) {
-        m_workbench.interfaces().open(row);
+        m_workbench.interfaces().at(row).open();
     }
 }
 
 void CInterfacePanel::closeChosen()
 {
     for (const int row : chosenRows()) {
-        m_workbench.interfaces().close(row);
+        m_workbench.interfaces().at(row).close();
     }
 }
 
@@ -138,7 +140,8 @@ void CInterfacePanel::removeChosen()
 {
     const QList<int> rows = chosenRows();
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const bool anyStored = std::any_of(rows.begin(), rows.end(), [&](int row) { return interfaces.isStored(row); });
+    const bool anyStored =
+        std::any_of(rows.begin(), rows.end(), [&](int row) { return interfaces.at(row).isStored(); });
     const QString question = tr("Remove the chosen interfaces from the store, too?");
     if (anyStored && QMessageBox::question(this, tr("Remove"), question) != QMessageBox::Yes) {
         return;
@@ -150,7 +153,7 @@ void CInterfacePanel::removeChosen()
 void CInterfacePanel::storeChosen()
 {
     for (const int row : chosenRows()) {
-        m_workbench.interfaces().store(row);
+        m_workbench.interfaces().at(row).store();
     }
 }
 
@@ -169,12 +172,12 @@ void CInterfacePanel::configure()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     const QList<int> rows = chosenRows();
-    if (rows.size() != 1 || interfaces.state(rows.first()) != EInterfaceState::eClosed) {
+    if (rows.size() != 1 || interfaces.at(rows.first()).state() != EInterfaceState::eClosed) {
         return;
     }
-    const QString name = interfaces.name(rows.first());
+    const QString name = interfaces.at(rows.first()).name();
     const QPointer<CInterfacePanel> self(this);
-    Cim::CCanInterface& canInterface = interfaces.settingsOf(rows.first());
+    Cim::CCanInterface& canInterface = interfaces.at(rows.first()).settings();
     const int code = canInterface.configure(this, Qt::WindowFlags());
     // While the dialog was there, a scan may have brought rows, and the program may have been told to end.
     if (!self || interfaces.rowOf(name) < 0) {
@@ -184,7 +187,7 @@ void CInterfacePanel::configure()
         m_workbench.events().add(
             {microsecondsNow(), EEvent::eResult, name, code, 1, canInterface.errorCodeToString(code)});
     }
-    interfaces.settingsChanged(interfaces.rowOf(name));
+    interfaces.at(interfaces.rowOf(name)).settingsChanged();
     showState();
 }
 
@@ -210,8 +213,9 @@ void CInterfacePanel::showScan()
 void CInterfacePanel::setBaudrate(const QString& rate)
 {
     for (const int row : chosenRows()) {
-        if (!m_workbench.interfaces().setBaudrate(row, rate.toInt())) {
-            m_workbench.note(tr("%1 keeps its baud rate.").arg(m_workbench.interfaces().name(row)));
+        CManagedInterface& one = m_workbench.interfaces().at(row);
+        if (!one.setBaudrate(rate.toInt())) {
+            m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
         }
     }
 }
@@ -221,17 +225,17 @@ void CInterfacePanel::showState()
     const CInterfaceList& interfaces = m_workbench.interfaces();
     const QList<int> rows = chosenRows();
     const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
-    const auto isClosed = [&](int row) { return interfaces.state(row) == EInterfaceState::eClosed; };
+    const auto isClosed = [&](int row) { return interfaces.at(row).state() == EInterfaceState::eClosed; };
     const bool anyClosed = any(isClosed);
     const bool oneClosed = rows.size() == 1 && anyClosed;
     m_open->setEnabled(anyClosed);
     m_close->setEnabled(
-        any([&](int row) { return !isClosed(row) && interfaces.state(row) != EInterfaceState::eClosing; }));
+        any([&](int row) { return !isClosed(row) && interfaces.at(row).state() != EInterfaceState::eClosing; }));
     m_configure->setEnabled(oneClosed);
     m_remove->setEnabled(anyClosed);
-    m_store->setEnabled(any([&](int row) { return !interfaces.isStored(row); }));
+    m_store->setEnabled(any([&](int row) { return !interfaces.at(row).isStored(); }));
     m_baudrate->setEnabled(anyClosed);
-    const int rate = rows.isEmpty() ? 0 : interfaces.settingsOf(rows.first()).baudrate();
+    const int rate = rows.isEmpty() ? 0 : interfaces.at(rows.first()).settings().baudrate();
     m_baudrate->setCurrentIndex(m_baudrate->findText(QString::number(rate)));
 }
 

@@ -20,7 +20,7 @@ void CLogLoader::load(const QString& path)
     m_path = path;
     m_count = 0;
     QString error;
-    m_reader = Candump::CLogReader();
+    m_reader = CanLog::CLogReader();
     if (!m_reader.open(path, error)) {
         finish(error);
         return;
@@ -31,7 +31,7 @@ void CLogLoader::load(const QString& path)
 void CLogLoader::loadPiece()
 {
     std::vector<STraceRecord> records;
-    Candump::SLogEntry entry;
+    CanLog::SLogEntry entry;
     QString error;
     bool more = true;
     while (records.size() < PIECE && (more = m_reader.next(entry, error))) {
@@ -78,7 +78,7 @@ void CLogSaver::savePiece()
     const std::size_t end = std::min(m_written + PIECE, m_records.size());
     for (; m_written < end; ++m_written) {
         const STraceRecord& record = m_records[m_written];
-        m_file.write(Candump::formatLogLine({record.microseconds, logName(record.source), record.message}) + '\n');
+        m_file.write(CanLog::formatLogLine({record.microseconds, logName(record.source), record.message}) + '\n');
     }
     if (m_written < m_records.size()) {
         return;

@@ -2,7 +2,7 @@
 
 #include "apps/cimview/sourceNames.h"
 #include "apps/cimview/traceRecord.h"
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
 
 #include <QObject>
 #include <QSaveFile>
@@ -37,7 +37,7 @@ private:
 
     CSourceNames& m_names;
     QTimer m_timer;
-    Candump::CLogReader m_reader;
+    CanLog::CLogReader m_reader;
     QString m_path;
     quint64 m_count = 0;
 };

@@ -1,20 +1,17 @@
 // cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
 #include "apps/cimview/interfacePanel.h"
-#include "apps/cimview/loadReport.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/palettes.h"
-#include "apps/cimview/screenshotTour.h"
+#include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
 #include "apps/common/embeddedSim.h"
-#include "apps/common/failure.h"
-#include "apps/common/gatewayAddress.h"
+#include "apps/common/exitCodes.h"
+#include "apps/common/interruption.h"
+#include "apps/common/options.h"
 #include "apps/common/pluginFolder.h"
+#include "apps/common/program.h"
 #include "apps/common/translations.h"
-#include "sim/commandLine.h"
-#include "sim/interruption.h"
-#include "sim/validators.h"
 
-#include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QPluginLoader>
 
@@ -35,21 +32,7 @@ struct SOptions {
     QStringList targets;
     bool scan = false;
     bool dark = false;
-    double reportSeconds = 0;
-    QString screenshotFolder;
 };
-
-QString textOf(const std::string& text)
-{
-    return QString::fromLocal8Bit(text.c_str());
-}
-
-void addText(CLI::App& app, const std::string& names, QString& value, const std::string& help, const std::string& type)
-{
-    app.add_option_function<std::string>(
-           names, [&value](const std::string& text) { value = textOf(text); }, help)
-        ->type_name(type);
-}
 
 void addOptions(CLI::App& app, SOptions& options)
 {
@@ -63,97 +46,55 @@ void addOptions(CLI::App& app, SOptions& options)
            "Start with a simulated gateway in this program; FILE: a log of candump is played on its bus")
         ->expected(0, 1)
         ->type_name("[FILE]");
-    const auto takeTargets = [&options](const std::vector<std::string>& targets) {
-        for (const std::string& target : targets) {
-            options.targets.append(textOf(target));
-        }
-    };
-    app.add_option_function<std::vector<std::string>>(
-           "TARGETS", takeTargets, "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
-        ->type_name("");
+    addTexts(app, "TARGETS", options.targets,
+             "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
+        ->allow_extra_args();
     app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
     app.add_flag("--dark", options.dark, "Use a dark palette");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");
-    // For measuring and for the pictures of the user guide; not for everybody.
-    app.add_option("--report", options.reportSeconds,
-                   "End so many seconds after the first message, and tell how the window kept up")
-        ->check(Sim::numberFrom(0.1, 1e6))
-        ->group("");
-    app.add_option_function<std::string>(
-           "--screenshots", [&options](const std::string& folder) { options.screenshotFolder = textOf(folder); },
-           "Take the pictures of the user guide and end")
-        ->needs("--sim")
-        ->group("");
     app.footer("Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
 
-/// Puts the simulated gateway into the list, over both of its transports, and opens the first.
-void openSim(CInterfaceList& interfaces, CEmbeddedSim& sim)
+void tell(const QString& problem)
 {
-    for (const QString& protocol : {QStringLiteral("TCP"), QStringLiteral("UDP")}) {
-        const QString name = CMainWindow::tr("Simulation %1").arg(protocol);
-        const Settings settings{{StoreKey::ADDRESS, sim.gateway().address().toString()},
-                                {StoreKey::PORT, QString::number(sim.gateway().port())},
-                                {StoreKey::PROTOCOL, protocol},
-                                {StoreKey::BAUDRATE, QString::number(sim.bus().baudrate())}};
-        const QString problem = interfaces.add(name, settings, false);
-        if (!problem.isEmpty()) {
-            failRefused(problem);
-        }
-        if (protocol == QLatin1String("TCP")) {
-            interfaces.open(interfaces.rowOf(name));
-        }
-    }
-    sim.startTraffic();
+    std::fprintf(stderr, "error: %s\n", qPrintable(problem));
 }
 
-void openTarget(CInterfaceList& interfaces, const QString& target)
+/// Fills the list of interfaces as the user asked for it.
+Failure openAll(CInterfaceList& interfaces, const SOptions& options, CEmbeddedSim& sim)
 {
-    if (interfaces.rowOf(target) < 0) {
-        Settings settings;
-        if (!parseAddress(target, settings)) {
-            failUsage(QStringLiteral("target '%1': no stored interface, and no address like 192.168.1.70:30000:TCP")
-                          .arg(target));
-        }
-        const QString problem = interfaces.add(target, settings, false);
-        if (!problem.isEmpty()) {
-            failRefused(problem);
-        }
+    interfaces.loadStored();
+    Failure failure;
+    if (options.sim) {
+        failure = sim.start(options.simLog, true);
+        failure = failure ? failure : openSim(interfaces, sim);
     }
-    interfaces.open(interfaces.rowOf(target));
+    for (const QString& target : options.targets) {
+        failure = failure ? failure : openTarget(interfaces, target);
+    }
+    return failure;
 }
 
 /// Shows the window until it is closed.
 int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 {
-    const auto sim = options.sim ? std::make_unique<CEmbeddedSim>(options.simLog, true) : nullptr;
+    CEmbeddedSim sim;
     CWorkbench workbench(plugins);
-    workbench.interfaces().loadStored();
-    if (sim) {
-        openSim(workbench.interfaces(), *sim);
-    }
-    for (const QString& target : options.targets) {
-        openTarget(workbench.interfaces(), target);
+    if (const Failure failure = openAll(workbench.interfaces(), options, sim)) {
+        tell(failure->text);
+        return failure->isUsage ? eWrongUsage : eRefused;
     }
     CMainWindow window(workbench);
     window.show();
-    const Sim::CInterruption interruption;
-    QObject::connect(&interruption, &Sim::CInterruption::interrupted, &window, [&window] {
+    const CInterruption interruption;
+    QObject::connect(&interruption, &CInterruption::interrupted, &window, [&window] {
         window.close();
         QApplication::quit(); // also when a dialog is open
     });
     if (options.scan) {
         window.interfacePanel().startScan();
-    }
-    std::unique_ptr<CLoadReport> report;
-    if (options.reportSeconds > 0) {
-        report = std::make_unique<CLoadReport>(workbench, window, options.reportSeconds);
-    }
-    std::unique_ptr<CScreenshotTour> tour;
-    if (!options.screenshotFolder.isEmpty()) {
-        tour = std::make_unique<CScreenshotTour>(workbench, window, *sim, options.screenshotFolder);
     }
     return QApplication::exec();
 }
@@ -168,57 +109,32 @@ int run(char** argv, const SOptions& options)
         QApplication::setStyle(QStringLiteral("Fusion"));
         QApplication::setPalette(darkPalette());
     }
-    std::vector<SPlugin> plugins;
-    int exitCode = eDone;
-    try {
-        plugins = loadPlugins(options.place);
-        exitCode = runWindow(options, plugins);
-    } catch (const SFailure& failure) {
-        std::fprintf(stderr, "error: %s\n", qPrintable(failure.text));
-        exitCode = failure.exitCode;
+    const SPluginSearch search = searchPlugins(options.place);
+    if (const Failure failure = search.failure()) {
+        tell(failure->text);
+        return eRefused;
     }
+    const int exitCode = runWindow(options, search.plugins);
     // Ends a scan that still runs, while there is an application for it to run in.
-    for (const SPlugin& plugin : plugins) {
+    for (const SPlugin& plugin : search.plugins) {
         plugin.loader->unload();
     }
     return exitCode;
 }
 
-int runProgram(int argc, char** argv)
+int cimview(int argc, char** argv)
 {
-    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
-    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-
+    prepareApplication();
     CLI::App app("Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.", "cimview");
     SOptions options;
     addOptions(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& wanted) { // --help, --version
-        app.exit(wanted);
-        if (Sim::flushOutput()) {
-            return eDone;
-        }
-        std::fprintf(stderr, "error: the output cannot be written\n");
-        return eRefused;
-    } catch (const CLI::Error& error) {
-        std::fprintf(stderr, "error: %s (cimview --help tells what can be typed)\n", error.what());
-        return eWrongUsage;
-    }
-    return run(argv, options);
+    const auto exitCode = parseCommandLine(app, argc, argv, tell);
+    return exitCode ? *exitCode : run(argv, options);
 }
 } // namespace
 } // namespace vexmor::Apps::Cimview
 
 int main(int argc, char** argv)
 {
-    vexmor::Sim::keepStandardDescriptors();
-    try {
-        return vexmor::Apps::Cimview::runProgram(argc, argv);
-    } catch (const std::exception& error) { // no memory, say
-        std::fprintf(stderr, "error: %s\n", error.what());
-        return vexmor::Apps::eRefused;
-    }
+    return vexmor::Apps::runProgram("error", [=] { return vexmor::Apps::Cimview::cimview(argc, argv); });
 }

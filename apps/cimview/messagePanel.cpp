@@ -3,7 +3,6 @@
 #include "apps/cimview/changedBytesDelegate.h"
 #include "apps/cimview/tableSetup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/failure.h"
 
 #include <QFileDialog>
 #include <QFontDatabase>
@@ -168,14 +167,13 @@ void CMessagePanel::connectActions()
 void CMessagePanel::applyFilter()
 {
     m_filterTimer.stop();
-    try {
-        const CMessageMatcher matcher(parseFilters(m_idEdit->text()), m_textEdit->text());
+    auto filters = readFilters(m_idEdit->text());
+    if (filters) { // otherwise it is still being typed: what was there before goes on
+        const CMessageMatcher matcher(*filters, m_textEdit->text());
         m_feed.trace().setMatcher(matcher);
         m_identifiers.setMatcher(matcher);
-        m_counts->setToolTip(QString());
-    } catch (const SFailure& failure) { // half a filter, still being typed: what was there before goes on
-        m_counts->setToolTip(failure.text);
     }
+    m_filterProblem = filters ? QString() : filters.problem().text;
     showCounts();
 }
 
@@ -229,7 +227,7 @@ void CMessagePanel::onSaved(quint64 count, const QString& problem)
 
 void CMessagePanel::showCounts()
 {
-    if (!m_counts->toolTip().isEmpty()) {
+    if (!m_filterProblem.isEmpty()) {
         m_counts->setText(tr("filter not complete"));
     } else if (m_feed.isPaused()) {
         m_counts->setText(tr("%L1 waiting").arg(m_feed.heldBack()));

@@ -70,6 +70,7 @@ private:
     QLineEdit* m_idEdit;
     QLineEdit* m_textEdit;
     QLabel* m_counts;
+    QString m_filterProblem; ///< why what was typed is no filter; empty: it is one
     QTabWidget* m_tabs;
     QTableView* m_traceView;
     QTableView* m_identifierView;

@@ -75,12 +75,6 @@ private:
 };
 } // namespace
 
-std::int64_t microsecondsNow()
-{
-    using namespace std::chrono;
-    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-}
-
 QString timeText(std::int64_t microseconds)
 {
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(microseconds / 1000);
@@ -140,12 +134,16 @@ bool CMessageMatcher::matches(const STraceRecord& record, const QString& sourceN
     return CSearchLine(record).contains(m_searched) || sourceName.contains(m_text, Qt::CaseInsensitive);
 }
 
-std::vector<SFilter> parseFilters(const QString& text)
+Result<std::vector<SFilter>> readFilters(const QString& text)
 {
     static const QRegularExpression SEPARATOR(QStringLiteral("[\\s,]+"));
     std::vector<SFilter> filters;
     for (const QString& part : text.split(SEPARATOR, Qt::SkipEmptyParts)) {
-        filters.push_back(parseFilter(part.contains(QLatin1Char(':')) ? part : part + QStringLiteral(":7FF")));
+        auto filter = readFilter(part.contains(QLatin1Char(':')) ? part : part + QStringLiteral(":7FF"));
+        if (!filter) {
+            return filter.problem();
+        }
+        filters.push_back(*filter);
     }
     return filters;
 }

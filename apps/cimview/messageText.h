@@ -12,8 +12,6 @@
 namespace vexmor::Apps::Cimview
 {
 
-std::int64_t microsecondsNow();
-
 /// Time of day with microseconds, local.
 QString timeText(std::int64_t microseconds);
 /// Date and time of day, local, as the user's country writes them.
@@ -43,7 +41,7 @@ private:
     std::string m_searched; ///< the same in upper case
 };
 
-/// Reads what the user typed: filters ID:MASK or ID, with blanks or commas between. Fails as parseFilter does.
-std::vector<SFilter> parseFilters(const QString& text);
+/// Reads what the user typed: filters ID:MASK or ID, with blanks or commas between.
+Result<std::vector<SFilter>> readFilters(const QString& text);
 
 } // namespace vexmor::Apps::Cimview

@@ -1,7 +1,5 @@
 #include "apps/cimview/networkScan.h"
 
-#include "apps/common/failure.h"
-
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
@@ -19,9 +17,7 @@ bool CNetworkScan::start()
     }
     for (const SPlugin& plugin : m_plugins) {
         auto scan = std::make_unique<CInterfaceScan>(plugin);
-        try {
-            scan->start({});
-        } catch (const SFailure&) { // this one does not scan now, others may
+        if (scan->start({})) { // this one does not scan now, others may
             continue;
         }
         connect(scan.get(), &CInterfaceScan::finished, this, &CNetworkScan::onFinished);

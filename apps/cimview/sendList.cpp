@@ -1,7 +1,7 @@
 #include "apps/cimview/sendList.h"
 
 #include "apps/cimview/messageText.h"
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
 
 #include <QSettings>
 
@@ -20,7 +20,7 @@ bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& mess
 {
     const QString frame =
         id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
-    return Candump::parseFrame(frame.toLatin1(), message, error);
+    return CanLog::parseFrame(frame.toLatin1(), message, error);
 }
 
 void CSendList::add(const SSendItem& item)
@@ -64,7 +64,7 @@ void CSendList::load(QSettings& settings)
         settings.setArrayIndex(i);
         SSendItem item;
         QString error;
-        if (Candump::parseFrame(settings.value(FRAME).toByteArray(), item.message, error)) {
+        if (CanLog::parseFrame(settings.value(FRAME).toByteArray(), item.message, error)) {
             item.milliseconds = qBound(1, settings.value(INTERVAL, DEFAULT_INTERVAL_MS).toInt(), MAX_INTERVAL_MS);
             item.comment = settings.value(COMMENT).toString();
             add(item);
@@ -79,7 +79,7 @@ void CSendList::save(QSettings& settings) const
     settings.beginWriteArray(ARRAY, rowCount());
     for (int i = 0; i < rowCount(); ++i) {
         settings.setArrayIndex(i);
-        settings.setValue(FRAME, QString::fromLatin1(Candump::formatFrame(item(i).message)));
+        settings.setValue(FRAME, QString::fromLatin1(CanLog::formatFrame(item(i).message)));
         settings.setValue(INTERVAL, item(i).milliseconds);
         settings.setValue(COMMENT, item(i).comment);
     }

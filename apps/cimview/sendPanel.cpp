@@ -126,8 +126,8 @@ void CSendPanel::showInterfaces()
     const QString chosen = m_interface->currentText();
     m_interface->clear();
     for (int row = 0; row < interfaces.rowCount(); ++row) {
-        if (interfaces.isOpen(row)) {
-            m_interface->addItem(interfaces.name(row));
+        if (interfaces.at(row).isOpen()) {
+            m_interface->addItem(interfaces.at(row).name());
         }
     }
     m_interface->setCurrentIndex(std::max(0, m_interface->findText(chosen)));

@@ -1,5 +1,7 @@
 #include "apps/cimview/session.h"
 
+#include "cim/resultCodes.h"
+
 namespace vexmor::Apps::Cimview
 {
 
@@ -8,8 +10,8 @@ CSession::CSession(std::unique_ptr<Cim::CCanInterface> canInterface, std::uint16
 {
     qRegisterMetaType<SInterfaceStatus>("vexmor::Apps::Cimview::SInterfaceStatus");
     m_worker->moveToThread(&m_thread);
-    connect(m_worker, &CBusWorker::opened, this, &CSession::opened);
-    connect(m_worker, &CBusWorker::statusTaken, this, &CSession::statusTaken);
+    connect(m_worker, &CBusWorker::opened, this, &CSession::onOpened);
+    connect(m_worker, &CBusWorker::statusTaken, this, &CSession::onStatus);
     connect(m_worker, &CBusWorker::refused, this, &CSession::refused);
     connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater); // in its own thread, as the last thing
     connect(&m_thread, &QThread::finished, this, &CSession::finished);
@@ -25,7 +27,30 @@ CSession::~CSession()
 
 void CSession::close()
 {
-    m_thread.quit();
+    if (m_state != EInterfaceState::eClosing) {
+        m_state = EInterfaceState::eClosing;
+        m_thread.quit();
+        Q_EMIT changed();
+    }
+}
+
+void CSession::onOpened(int code)
+{
+    if (code != Cim::RC_OK && m_state != EInterfaceState::eClosing) { // otherwise the user was faster
+        Q_EMIT refused(code);
+        close();
+    }
+}
+
+void CSession::onStatus(const SInterfaceStatus& status)
+{
+    if (m_state == EInterfaceState::eClosing) {
+        return;
+    }
+    m_status = status;
+    const bool connected = status.info.connectionState() == Cim::CCommonInfo::eConnected;
+    m_state = connected ? EInterfaceState::eConnected : EInterfaceState::eWaiting;
+    Q_EMIT changed();
 }
 
 void CSession::send(const Cim::CCanMessage& message)

@@ -10,6 +10,15 @@
 namespace vexmor::Apps::Cimview
 {
 
+/// Where an interface stands in its life.
+enum class EInterfaceState {
+    eClosed,
+    eOpening,
+    eConnected, ///< open, and the gateway is there
+    eWaiting,   ///< open, and the interface tries to reach the gateway
+    eClosing
+};
+
 /// An interface in use, as the window sees it: a handle in the window's thread on a worker in a thread of its own. No
 /// operation waits; what comes of it is told by a signal, messages and errors go to the mailbox.
 class CSession : public QObject
@@ -23,6 +32,10 @@ public:
     /// wait calls `close` and deletes the session after `finished`.
     ~CSession() override;
 
+    EInterfaceState state() const { return m_state; }
+    /// What the interface told last; meaningful once it is open.
+    const SInterfaceStatus& status() const { return m_status; }
+
     void close();
     void send(const Cim::CCanMessage& message);
     /// See CBusWorker::setCyclic.
@@ -30,14 +43,20 @@ public:
     void reset();
 
 Q_SIGNALS:
-    /// The interface is open (code 0), or could not be opened.
-    void opened(int code);
-    void statusTaken(const vexmor::Apps::Cimview::SInterfaceStatus& status);
+    /// State or status.
+    void changed();
+    /// An operation was refused; of a series with the same code only the first is told. The session closes by itself
+    /// when it was the opening.
     void refused(int code);
     /// The interface is closed and gone. Last signal of the session.
     void finished();
 
 private:
+    void onOpened(int code);
+    void onStatus(const SInterfaceStatus& status);
+
+    EInterfaceState m_state = EInterfaceState::eOpening;
+    SInterfaceStatus m_status;
     QThread m_thread;
     CBusWorker* const m_worker; ///< belongs to the thread, deletes itself at its end
 };

@@ -1,5 +1,7 @@
 #include "apps/cimview/workbench.h"
 
+#include "apps/common/clock.h"
+
 namespace vexmor::Apps::Cimview
 {
 namespace

@@ -1,7 +1,5 @@
 #include "apps/common/embeddedSim.h"
 
-#include "apps/common/failure.h"
-
 #include <QHostAddress>
 
 namespace vexmor::Apps
@@ -11,16 +9,8 @@ namespace
 constexpr int GENERATED_RATE = 200; ///< messages a second
 }
 
-CEmbeddedSim::CEmbeddedSim(const QString& logFile, bool loop)
-    : m_playsLog(!logFile.isEmpty()), m_gateway(m_bus), m_generator(m_bus), m_replay(m_bus)
+CEmbeddedSim::CEmbeddedSim() : m_gateway(m_bus), m_generator(m_bus), m_replay(m_bus)
 {
-    QString error;
-    if (m_playsLog && !m_replay.open(logFile, 1, loop, error)) {
-        failUsage(error);
-    }
-    if (!m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
-        failRefused(error);
-    }
     m_gateway.setEcho(true);
     connect(&m_bus, &Sim::CSimBus::messageSent, this,
             [this](const Cim::CCanMessage& /*message*/, const Sim::CSimGateway* sender) {
@@ -28,6 +18,16 @@ CEmbeddedSim::CEmbeddedSim(const QString& logFile, bool loop)
             });
     connect(&m_replay, &Sim::CSimReplay::finished, this, [this] { Q_EMIT logEnded(QString()); });
     connect(&m_replay, &Sim::CSimReplay::failed, this, &CEmbeddedSim::logEnded);
+}
+
+Failure CEmbeddedSim::start(const QString& logFile, bool loop)
+{
+    m_playsLog = !logFile.isEmpty();
+    QString error;
+    if (m_playsLog && !m_replay.open(logFile, 1, loop, error)) {
+        return SProblem{error, 0, true};
+    }
+    return m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error) ? Failure() : SProblem{error};
 }
 
 void CEmbeddedSim::startTraffic()

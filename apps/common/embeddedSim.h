@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/common/problem.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 #include "sim/simTraffic.h"
@@ -19,9 +20,10 @@ class CEmbeddedSim : public QObject
     Q_OBJECT
 
 public:
-    /// An empty `logFile` stands for generated traffic. With `loop` the log begins again at its end. Fails when the
-    /// gateway cannot listen or the log cannot be read.
-    explicit CEmbeddedSim(const QString& logFile, bool loop = false);
+    CEmbeddedSim();
+    /// Starts the gateway. An empty `logFile` stands for generated traffic. With `loop` the log begins again at its
+    /// end. Fails when the gateway cannot listen or the log cannot be read.
+    Failure start(const QString& logFile, bool loop = false);
 
     Sim::CSimBus& bus() { return m_bus; }
     Sim::CSimGateway& gateway() { return m_gateway; }
@@ -37,7 +39,7 @@ Q_SIGNALS:
 private:
     void startForKnownHost();
 
-    const bool m_playsLog;
+    bool m_playsLog = false;
     Sim::CSimBus m_bus;
     Sim::CSimGateway m_gateway;
     Sim::CSimGenerator m_generator;

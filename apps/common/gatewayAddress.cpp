@@ -1,8 +1,5 @@
 #include "apps/common/gatewayAddress.h"
 
-#include "apps/common/failure.h"
-#include "sim/commandLine.h"
-
 #include <QStringList>
 
 namespace vexmor::Apps
@@ -11,56 +8,91 @@ namespace
 {
 const QString PORT_TEXT = QStringLiteral("IP=");
 
+/// The parts between colons, the address first and without leading zeros; it is empty when it is none.
+QStringList partsOf(const QString& text)
+{
+    const int start = text.startsWith(PORT_TEXT) ? PORT_TEXT.size() : 0;
+    QStringList parts = text.mid(start).split(QLatin1Char(':'));
+    parts.first() = plainAddress(parts.first());
+    return parts;
+}
+
+Failure wrong(const QString& text)
+{
+    return SProblem{text, 0, true};
+}
+
+Failure setOnce(Settings& settings, const QString& key, const QString& value)
+{
+    const QString present = settings.value(key, value);
+    settings.insert(key, value);
+    return present == value ? Failure() : wrong(Words::tr("%1: %2 contradicts %3").arg(key, present, value));
+}
+
+Failure setPort(Settings& settings, const QString& text)
+{
+    bool ok = false;
+    const int port = text.toInt(&ok);
+    if (!ok || port < 1 || port > 65535) {
+        return wrong(Words::tr("port %1: must be 1 to 65535").arg(text));
+    }
+    return setOnce(settings, StoreKey::PORT, QString::number(port));
+}
+
 bool isProtocol(const QString& text)
 {
     const QString upper = text.toUpper();
     return upper == QLatin1String("TCP") || upper == QLatin1String("UDP");
 }
 
-void setOnce(Settings& settings, const QString& key, const QString& value)
+Failure setProtocol(Settings& settings, const QString& text)
 {
-    const QString present = settings.value(key, value);
-    if (present != value) {
-        failUsage(QStringLiteral("%1: %2 contradicts %3").arg(key, present, value));
-    }
-    settings.insert(key, value);
-}
-
-void setPort(Settings& settings, const QString& text)
-{
-    bool ok = false;
-    const int port = text.toInt(&ok);
-    if (!ok || port < 1 || port > 65535) {
-        failUsage(QStringLiteral("port %1: must be 1 to 65535").arg(text));
-    }
-    setOnce(settings, StoreKey::PORT, QString::number(port));
+    return isProtocol(text) ? setOnce(settings, StoreKey::PROTOCOL, text.toUpper())
+                            : wrong(Words::tr("protocol %1: must be TCP or UDP").arg(text));
 }
 } // namespace
 
-bool parseAddress(const QString& text, Settings& settings)
+QString plainAddress(const QString& typed)
 {
-    const bool isPortText = text.startsWith(PORT_TEXT);
-    QStringList parts = text.mid(isPortText ? PORT_TEXT.size() : 0).split(QLatin1Char(':'));
-    const QString address = Sim::plainAddress(parts.takeFirst());
-    if (address.isEmpty()) {
-        return false;
+    QStringList numbers = typed.split(QLatin1Char('.'));
+    for (QString& number : numbers) {
+        bool ok = false;
+        const unsigned int value = number.toUInt(&ok);
+        // toUInt alone would also take blanks and signs.
+        if (!ok || value > 0xFF || !number.front().isDigit() || !number.back().isDigit()) {
+            return {};
+        }
+        number = QString::number(value);
     }
-    if (isPortText && parts.size() != 2) {
-        failUsage(QStringLiteral("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
+    return numbers.size() == 4 ? numbers.join(QLatin1Char('.')) : QString();
+}
+
+bool isAddress(const QString& text)
+{
+    return !partsOf(text).first().isEmpty();
+}
+
+Result<Settings> readAddress(const QString& text, Settings present)
+{
+    const QStringList parts = partsOf(text);
+    Failure failure;
+    if (parts.first().isEmpty()) {
+        failure = wrong(Words::tr("'%1' is no address like 192.168.1.70:30000:TCP").arg(text));
+    } else if (text.startsWith(PORT_TEXT) && parts.size() != 3) {
+        failure = wrong(Words::tr("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
+    } else if (parts.size() > 3) {
+        failure = wrong(Words::tr("address %1: must be ADDRESS[:PORT][:TCP|:UDP]").arg(text));
     }
-    settings.insert(StoreKey::ADDRESS, address);
-    if (!parts.isEmpty() && isProtocol(parts.last())) {
-        setOnce(settings, StoreKey::PROTOCOL, parts.takeLast().toUpper());
-    } else if (parts.size() == 2) {
-        failUsage(QStringLiteral("protocol %1: must be TCP or UDP").arg(parts.last()));
+    // The port may be left out: then the protocol comes second.
+    const bool hasPort = parts.size() == 3 || (parts.size() == 2 && !isProtocol(parts.at(1)));
+    if (!failure && hasPort) {
+        failure = setPort(present, parts.at(1));
     }
-    if (parts.size() > 1) {
-        failUsage(QStringLiteral("address %1: must be ADDRESS[:PORT][:TCP|:UDP]").arg(text));
+    if (!failure && parts.size() == (hasPort ? 3 : 2)) {
+        failure = setProtocol(present, parts.last());
     }
-    if (!parts.isEmpty()) {
-        setPort(settings, parts.first());
-    }
-    return true;
+    present.insert(StoreKey::ADDRESS, parts.first());
+    return failure ? Result<Settings>(*failure) : Result<Settings>(present);
 }
 
 } // namespace vexmor::Apps

@@ -1,14 +1,22 @@
 #pragma once
 
-#include "apps/common/interfaceStore.h"
+#include "apps/common/interfaceSettings.h"
+#include "apps/common/problem.h"
 
 #include <QString>
 
 namespace vexmor::Apps
 {
 
-/// Reads an address of either form into settings; values that stand there already (from options) must not differ. False
-/// when the text is no address; fails when it is one with a wrong port or protocol.
-bool parseAddress(const QString& text, Settings& settings);
+/// An IPv4 address as it is typed, with four decimal numbers; leading zeros mean nothing (QHostAddress would read octal
+/// numbers, and short forms like "10.1"). Empty when it is none.
+QString plainAddress(const QString& typed);
+
+/// True for a text that begins with an address, of either form below.
+bool isAddress(const QString& text);
+
+/// Reads ADDRESS[:PORT][:TCP|:UDP], or a port text like IP=192.168.1.70:30000:TCP, into settings. What `present` says
+/// already (from options) must not differ.
+Result<Settings> readAddress(const QString& text, Settings present = {});
 
 } // namespace vexmor::Apps

@@ -1,8 +1,7 @@
 #include "apps/common/interfaceScan.h"
 
-#include "apps/common/failure.h"
+#include "apps/common/gatewayAddress.h"
 #include "cim/canInterfacePlugin.h"
-#include "sim/commandLine.h"
 
 #include <QPluginLoader>
 
@@ -15,16 +14,14 @@ CInterfaceScan::CInterfaceScan(const SPlugin& plugin) : m_plugin(*plugin.object)
             SLOT(onScanFinished(int, QList<CCanInterface*>)));
 }
 
-void CInterfaceScan::start(const QStringList& addresses)
+Failure CInterfaceScan::start(const QStringList& addresses)
 {
     for (const QString& address : addresses) {
-        if (!m_plugin.addScanAddress(Sim::plainAddress(address))) {
-            failUsage(QStringLiteral("'%1' is no address like 192.168.1.70").arg(address));
+        if (!m_plugin.addScanAddress(plainAddress(address))) {
+            return SProblem{Words::tr("'%1' is no address like 192.168.1.70").arg(address), 0, true};
         }
     }
-    if (m_plugin.scanInterfaces() != 0) {
-        failRefused(QStringLiteral("the plugin scans already"));
-    }
+    return m_plugin.scanInterfaces() == 0 ? Failure() : SProblem{Words::tr("the plugin scans already")};
 }
 
 void CInterfaceScan::onScanFinished(int /*pluginId*/, const QList<CCanInterface*>& interfaceList)

@@ -24,9 +24,9 @@ class CInterfaceScan : public QObject
 public:
     explicit CInterfaceScan(const SPlugin& plugin);
 
-    /// Starts the scan; `addresses` are asked directly, too. Wrong usage when one is no address; refused when the
-    /// plugin is scanning already.
-    void start(const QStringList& addresses);
+    /// Starts the scan; `addresses` are asked directly, too. Fails when one is no address, and when the plugin is
+    /// scanning already.
+    Failure start(const QStringList& addresses);
     bool isFinished() const { return m_finished; }
     /// The interfaces found, closed, in the order in which they answered.
     std::vector<std::unique_ptr<CCanInterface>>& found() { return m_found; }

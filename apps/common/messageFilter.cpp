@@ -1,7 +1,5 @@
 #include "apps/common/messageFilter.h"
 
-#include "apps/common/failure.h"
-
 #include <algorithm>
 
 namespace vexmor::Apps
@@ -11,16 +9,16 @@ namespace
 constexpr unsigned int MAX_FILTER_BITS = 0xFFFF;
 }
 
-SFilter parseFilter(const QString& text)
+Result<SFilter> readFilter(const QString& text)
 {
     bool idIsNumber = false;
     bool maskIsNumber = false;
     const unsigned int id = text.section(QLatin1Char(':'), 0, 0).toUInt(&idIsNumber, 16);
     const unsigned int mask = text.section(QLatin1Char(':'), 1).toUInt(&maskIsNumber, 16);
     if (!idIsNumber || !maskIsNumber || id > MAX_FILTER_BITS || mask > MAX_FILTER_BITS) {
-        failUsage(QStringLiteral("filter %1: must be ID:MASK, hexadecimal, like 120:7F0").arg(text));
+        return SProblem{Words::tr("filter %1: must be ID:MASK, hexadecimal, like 120:7F0").arg(text), 0, true};
     }
-    return {static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(mask)};
+    return SFilter{static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(mask)};
 }
 
 bool passesFilters(const std::vector<SFilter>& filters, const Cim::CCanMessage& message)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/common/problem.h"
 #include "cim/canMessage.h"
 
 #include <QString>
@@ -16,8 +17,8 @@ struct SFilter {
     std::uint16_t mask = 0;
 };
 
-/// Reads "ID:MASK", both hexadecimal; fails when it is none.
-SFilter parseFilter(const QString& text);
+/// Reads "ID:MASK", both hexadecimal.
+Result<SFilter> readFilter(const QString& text);
 
 /// True for a message that one of the filters lets through; no filter: all are.
 bool passesFilters(const std::vector<SFilter>& filters, const Cim::CCanMessage& message);

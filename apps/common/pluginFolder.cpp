@@ -1,6 +1,5 @@
 #include "apps/common/pluginFolder.h"
 
-#include "apps/common/failure.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCoreApplication>
@@ -35,12 +34,12 @@ std::optional<SPlugin> loadPlugin(const QString& file, QString& problem)
     plugin.loader = std::make_shared<QPluginLoader>(file);
     QObject* const instance = plugin.loader->instance();
     if (instance == nullptr) {
-        problem = QStringLiteral("%1 cannot be loaded: %2").arg(file, plugin.loader->errorString());
+        problem = Words::tr("%1 cannot be loaded: %2").arg(file, plugin.loader->errorString());
         return std::nullopt;
     }
     plugin.object = qobject_cast<Cim::CCanInterfacePlugin*>(instance);
     if (plugin.object == nullptr) {
-        problem = QStringLiteral("%1 is a plugin of another kind: it does not offer %2")
+        problem = Words::tr("%1 is a plugin of another kind: it does not offer %2")
                       .arg(file, QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>()));
         return std::nullopt;
     }
@@ -61,13 +60,13 @@ SPluginSearch searchPlugins(const SPluginPlace& place)
         const QDir folder(folderOf(place));
         files.clear();
         if (!folder.exists()) {
-            search.problems.append(QStringLiteral("plugin folder %1 does not exist").arg(folder.path()));
+            search.problems.append(Words::tr("plugin folder %1 does not exist").arg(folder.path()));
         }
         for (const QFileInfo& info : folder.entryInfoList({QStringLiteral("*.so")}, QDir::Files, QDir::Name)) {
             files.append(info.absoluteFilePath());
         }
         if (files.isEmpty() && search.problems.isEmpty()) {
-            search.problems.append(QStringLiteral("plugin folder %1 holds no library (*.so)").arg(folder.path()));
+            search.problems.append(Words::tr("plugin folder %1 holds no library (*.so)").arg(folder.path()));
         }
     }
     for (const QString& file : std::as_const(files)) {
@@ -81,18 +80,16 @@ SPluginSearch searchPlugins(const SPluginPlace& place)
     return search;
 }
 
-std::vector<SPlugin> loadPlugins(const SPluginPlace& place)
+Failure SPluginSearch::failure() const
 {
-    SPluginSearch search = searchPlugins(place);
-    if (search.plugins.empty()) {
-        failRefused(search.problems.join(QStringLiteral("; ")));
-    }
-    return std::move(search.plugins);
+    return plugins.empty() ? SProblem{problems.join(QStringLiteral("; "))} : Failure();
 }
 
 const SPlugin* pluginNamed(const std::vector<SPlugin>& plugins, const QString& name)
 {
-    const auto hasName = [&name](const SPlugin& plugin) { return plugin.object->pluginName() == name; };
+    const auto hasName = [&name](const SPlugin& plugin) {
+        return name.isEmpty() || plugin.object->pluginName() == name;
+    };
     const auto found = std::find_if(plugins.begin(), plugins.end(), hasName);
     return found == plugins.end() ? nullptr : &*found;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/common/problem.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -37,15 +39,15 @@ struct SPluginPlace {
 struct SPluginSearch {
     std::vector<SPlugin> plugins;
     QStringList problems; ///< a line for each library that cannot be used: which, and why
+
+    /// For a program that needs a plugin: what is wrong when none can be used.
+    Failure failure() const;
 };
 
 /// Loads what is found at a place; libraries that cannot be used are told of, never a failure.
 SPluginSearch searchPlugins(const SPluginPlace& place);
 
-/// The same, for a command that needs a plugin: fails when none can be used.
-std::vector<SPlugin> loadPlugins(const SPluginPlace& place);
-
-/// The plugin of that name; null when it is not among them.
+/// The plugin of that name, the first for an empty one; null when it is not among them.
 const SPlugin* pluginNamed(const std::vector<SPlugin>& plugins, const QString& name);
 
 } // namespace vexmor::Apps

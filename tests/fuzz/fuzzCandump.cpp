@@ -1,5 +1,5 @@
 // Any file read as a log ends, and what was read of it is the same when it is written and read again.
-#include "candump/candumpLog.h"
+#include "canlog/candumpLog.h"
 
 #include <QString>
 
@@ -8,7 +8,7 @@
 
 #include <cstdlib>
 
-using namespace vexmor::Candump;
+using namespace vexmor::CanLog;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {

@@ -24,7 +24,7 @@ Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
             [&](const SRmFrame& frame) {
                 std::uint8_t buffer[RM_BUFFER_SIZE];
                 frames.insert(frames.end(), buffer,
-                              buffer + rmFrameBytes(frame.command, frame.payload.data(), frame.payloadLength, buffer));
+                              buffer + rmFrameBytes(frame.command, frame.payload, frame.payloadLength, buffer));
                 return true;
             },
             [&wrongChecksums] { return ++wrongChecksums > 0; });

@@ -2,6 +2,108 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE" sourcelanguage="en">
 <context>
+    <name>CanLog</name>
+    <message>
+        <source>frame &quot;%1&quot;: %2</source>
+        <translation>Nachricht „%1“: %2</translation>
+    </message>
+    <message>
+        <source>no # between identifier and data, as in 123#1122</source>
+        <translation>kein # zwischen Identifier und Daten, wie in 123#1122</translation>
+    </message>
+    <message>
+        <source>the identifier must be hexadecimal, 0 to 7FF</source>
+        <translation>der Identifier muss hexadezimal sein, 0 bis 7FF</translation>
+    </message>
+    <message>
+        <source>the data must be pairs of hexadecimal digits</source>
+        <translation>die Daten müssen Paare hexadezimaler Ziffern sein</translation>
+    </message>
+    <message>
+        <source>more than 8 data bytes</source>
+        <translation>mehr als 8 Datenbytes</translation>
+    </message>
+    <message>
+        <source>not of the form (seconds) interface ID#DATA</source>
+        <translation>nicht von der Form (Sekunden) Schnittstelle ID#DATEN</translation>
+    </message>
+    <message>
+        <source>%1, line %2: %3</source>
+        <translation>%1, Zeile %2: %3</translation>
+    </message>
+</context>
+<context>
+    <name>Common</name>
+    <message>
+        <source>%1: %2 contradicts %3</source>
+        <translation>%1: %2 widerspricht %3</translation>
+    </message>
+    <message>
+        <source>port %1: must be 1 to 65535</source>
+        <translation>Port %1: muss 1 bis 65535 sein</translation>
+    </message>
+    <message>
+        <source>protocol %1: must be TCP or UDP</source>
+        <translation>Protokoll %1: muss TCP oder UDP sein</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is no address like 192.168.1.70:30000:TCP</source>
+        <translation>„%1“ ist keine Adresse wie 192.168.1.70:30000:TCP</translation>
+    </message>
+    <message>
+        <source>port text %1: must be IP=ADDRESS:PORT:PROTOCOL</source>
+        <translation>Porttext %1: muss IP=ADRESSE:PORT:PROTOKOLL sein</translation>
+    </message>
+    <message>
+        <source>address %1: must be ADDRESS[:PORT][:TCP|:UDP]</source>
+        <translation>Adresse %1: muss ADRESSE[:PORT][:TCP|:UDP] sein</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is no address like 192.168.1.70</source>
+        <translation>„%1“ ist keine Adresse wie 192.168.1.70</translation>
+    </message>
+    <message>
+        <source>the plugin scans already</source>
+        <translation>das Plugin sucht schon</translation>
+    </message>
+    <message>
+        <source>the interface does not take %1 %2</source>
+        <translation>die Schnittstelle nimmt %1 %2 nicht an</translation>
+    </message>
+    <message>
+        <source>no interface is stored under the name &apos;%1&apos;</source>
+        <translation>unter dem Namen „%1“ ist keine Schnittstelle gespeichert</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; stands in the store of the whole system and stays</source>
+        <translation>„%1“ steht im Speicher des ganzen Systems und bleibt</translation>
+    </message>
+    <message>
+        <source>the settings store %1 cannot be written</source>
+        <translation>der Einstellungsspeicher %1 kann nicht geschrieben werden</translation>
+    </message>
+    <message>
+        <source>filter %1: must be ID:MASK, hexadecimal, like 120:7F0</source>
+        <translation>Filter %1: muss ID:MASKE sein, hexadezimal, wie 120:7F0</translation>
+    </message>
+    <message>
+        <source>%1 cannot be loaded: %2</source>
+        <translation>%1 kann nicht geladen werden: %2</translation>
+    </message>
+    <message>
+        <source>%1 is a plugin of another kind: it does not offer %2</source>
+        <translation>%1 ist ein Plugin anderer Art: es bietet nicht %2</translation>
+    </message>
+    <message>
+        <source>plugin folder %1 does not exist</source>
+        <translation>den Plugin-Ordner %1 gibt es nicht</translation>
+    </message>
+    <message>
+        <source>plugin folder %1 holds no library (*.so)</source>
+        <translation>im Plugin-Ordner %1 ist keine Bibliothek (*.so)</translation>
+    </message>
+</context>
+<context>
     <name>Table</name>
     <message>
         <source>Copy rows</source>
@@ -33,10 +135,6 @@
     <message>
         <source>&amp;Baud rate [kbit/s]:</source>
         <translation>&amp;Baudrate [kbit/s]:</translation>
-    </message>
-    <message>
-        <source>&apos;%1&apos; is no address like 192.168.1.70:30000:TCP.</source>
-        <translation>„%1“ ist keine Adresse wie 192.168.1.70:30000:TCP.</translation>
     </message>
 </context>
 <context>
@@ -148,10 +246,6 @@
     <message>
         <source>%1 more were found, too many to be added. Are they real?</source>
         <translation>%1 weitere wurden gefunden, zu viele, um sie aufzunehmen. Sind sie echt?</translation>
-    </message>
-    <message>
-        <source>Opened.</source>
-        <translation>Geöffnet.</translation>
     </message>
     <message>
         <source>closed</source>
@@ -358,6 +452,21 @@
     <message>
         <source>Messages</source>
         <translation>Nachrichten</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is no stored interface, and no address like 192.168.1.70:30000:TCP</source>
+        <translation>„%1“ ist keine gespeicherte Schnittstelle und keine Adresse wie 192.168.1.70:30000:TCP</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CManagedInterface</name>
+    <message>
+        <source>The gateway is back.</source>
+        <translation>Das Gateway ist wieder da.</translation>
+    </message>
+    <message>
+        <source>Opened.</source>
+        <translation>Geöffnet.</translation>
     </message>
 </context>
 <context>

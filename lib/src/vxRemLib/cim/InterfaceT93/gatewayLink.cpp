@@ -1,7 +1,7 @@
 #include "InterfaceT93/gatewayLink.h"
 
 #include "InterfaceT93/configParamT93.h"
-#include "InterfaceT93/nativeSocket.h"
+#include "InterfaceT93/nativeCalls.h"
 #include "cim/resultCodes.h"
 #include "vxCore/logging.h"
 

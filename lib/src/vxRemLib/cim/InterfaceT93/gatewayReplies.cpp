@@ -10,7 +10,6 @@ namespace
 // CAN message payload: identifier high byte, identifier low byte, data, and with the timed command a time stamp.
 constexpr int CAN_ID_SIZE = 2;
 constexpr int TIME_STAMP_SIZE = 4;
-constexpr int MAX_DATA_LENGTH = 8;
 constexpr std::uint8_t STANDARD_ID_HIGH_BITS = 0x07;
 
 // Firmware version reply: two unused bytes, major, minor.
@@ -24,16 +23,13 @@ constexpr int DEVICE_NUMBER_SIZE = 2; // behind the identification text
 CCanMessage canMessageOfFrame(const SRmFrame& frame)
 {
     const int timeStampSize = frame.command == RM_CMD_RX11BIT_TIME_MSG ? TIME_STAMP_SIZE : 0;
-    const int dataLength = frame.payloadLength - CAN_ID_SIZE - timeStampSize;
+    const auto dataLength = static_cast<unsigned int>(frame.payloadLength - CAN_ID_SIZE - timeStampSize);
 
     CCanMessage message;
-    message.setId(CCanId(frame.payload[0] & STANDARD_ID_HIGH_BITS, frame.payload[1], 0));
-    auto* const data = const_cast<std::uint8_t*>(frame.payload.data()) + CAN_ID_SIZE; // setData only reads them
-    if (timeStampSize == 0 && dataLength >= 0 && dataLength <= MAX_DATA_LENGTH) {
-        message.setData(0, MAX_DATA_LENGTH, data); // zeros follow: a fixed size is copied faster
-        message.setLength(static_cast<unsigned int>(dataLength));
-    } else if (message.setLength(static_cast<unsigned int>(dataLength))) { // else it has said so
-        message.setData(0, static_cast<unsigned int>(dataLength), data);
+    message.setId(CCanId(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0));
+    if (message.setLength(dataLength)) {                                           // else it has said so
+        auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
+        message.setData(0, dataLength, data);
     }
     return message;
 }
@@ -43,8 +39,8 @@ EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version)
     if (frame.payloadLength < FIRMWARE_REPLY_SIZE) {
         return EFirmwareReply::eTooShort;
     }
-    const int major = frame.payload[FIRMWARE_MAJOR];
-    const int minor = frame.payload[FIRMWARE_MINOR];
+    const int major = frame[FIRMWARE_MAJOR];
+    const int minor = frame[FIRMWARE_MINOR];
     if (major == 2 && minor == 3) {
         return EFirmwareReply::eAskDeviceId;
     }
@@ -57,7 +53,7 @@ bool firmwareVersionOfIdentification(const SRmFrame& frame, QString& version)
     if (frame.payloadLength < DEVICE_NUMBER_SIZE) {
         return false;
     }
-    const char* const text = reinterpret_cast<const char*>(frame.payload.data());
+    const char* const text = reinterpret_cast<const char*>(frame.payload);
     const auto length = qstrnlen(text, static_cast<uint>(frame.payloadLength - DEVICE_NUMBER_SIZE));
     const QStringList words = QString::fromLatin1(text, static_cast<int>(length)).split(QLatin1Char(' '));
     const QString prefix = QStringLiteral("SW");

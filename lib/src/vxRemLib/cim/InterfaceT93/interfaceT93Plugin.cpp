@@ -2,6 +2,7 @@
 
 #include "InterfaceT93/detectionDatagrams.h"
 #include "InterfaceT93/interfaceT93.h"
+#include "InterfaceT93/nativeCalls.h"
 #include "InterfaceT93/t93DeviceDetection.h"
 
 #include <QCoreApplication>
@@ -12,8 +13,6 @@
 #include <QThread>
 #include <QUdpSocket>
 
-#include <dlfcn.h>
-
 namespace vexmor::Cim
 {
 namespace
@@ -23,15 +22,6 @@ constexpr int WAIT_FOR_REPLIES_MS = 4000;
 constexpr unsigned long CANCEL_LIMIT_MS = 100;
 
 CInterfaceT93Plugin* s_scanning = nullptr; ///< the object whose scan runs
-
-/// Keeps this library in memory to the end of the program, whoever unloads it.
-void keepLibraryLoaded()
-{
-    Dl_info library;
-    if (dladdr(&s_scanning, &library) != 0) {
-        dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
-    }
-}
 
 CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& plugin)
 {

@@ -60,11 +60,14 @@ struct SRmRequest {
     std::array<std::uint8_t, 255> payload; ///< the first payloadLength bytes carry meaning
 };
 
-/// A received frame. Payload bytes behind payloadLength are 0.
+/// A received frame, where it lies: valid while it is handled.
 struct SRmFrame {
-    std::uint8_t payloadLength = 0;
     std::uint8_t command = 0;
-    std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> payload{};
+    std::uint8_t payloadLength = 0;
+    const std::uint8_t* payload = nullptr;
+
+    /// A payload byte; 0 behind the last one.
+    std::uint8_t operator[](std::size_t index) const { return index < payloadLength ? payload[index] : 0; }
 };
 
 /// The baud rate code for a CAN bit rate in kbit/s; none for a rate that the gateway does not know.
@@ -124,13 +127,15 @@ public:
 private:
     enum class EState : std::uint8_t { eHunting, eLength, eCommand, ePayload, eChecksum, eEnd };
 
-    /// A frame that lies whole in the bytes behind a start marker, taken at once: gives the number of bytes used, or 0
-    /// when it is not one and has to be taken byte by byte.
-    std::size_t takeWholeFrame(const std::uint8_t* bytes, std::size_t count);
+    /// A frame that lies whole in the bytes behind a start marker, looked at where it lies: gives the number of bytes
+    /// used, or 0 when it is not one and has to be taken byte by byte.
+    static std::size_t wholeFrame(const std::uint8_t* bytes, std::size_t count, SRmFrame& frame);
     void startFrame();
 
-    SRmFrame m_frame;
-    std::uint32_t m_index = 0; ///< payload bytes received so far
+    std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> m_payload{}; ///< of a frame that is taken byte by byte
+    std::uint32_t m_index = 0;                               ///< payload bytes received so far
+    std::uint8_t m_payloadLength = 0;
+    std::uint8_t m_command = 0;
     EState m_state = EState::eHunting;
     std::uint8_t m_checksum = 0;
 };
@@ -138,11 +143,10 @@ private:
 inline void CRmDeframer::startFrame()
 {
     m_checksum = RM_START_OF_FRAME;
-    m_frame = SRmFrame();
     m_state = EState::eLength;
 }
 
-inline std::size_t CRmDeframer::takeWholeFrame(const std::uint8_t* bytes, std::size_t count)
+inline std::size_t CRmDeframer::wholeFrame(const std::uint8_t* bytes, std::size_t count, SRmFrame& frame)
 {
     // Behind the start marker: length, command, payload, checksum, end marker.
     constexpr std::size_t COMMAND = 1;
@@ -158,19 +162,7 @@ inline std::size_t CRmDeframer::takeWholeFrame(const std::uint8_t* bytes, std::s
     if (checksum != bytes[length + 1] || bytes[length + 2] != END_OF_FILE) {
         return 0;
     }
-    const std::size_t payloadLength = length - 1;
-    m_frame = SRmFrame();
-    m_frame.payloadLength = static_cast<std::uint8_t>(payloadLength);
-    m_frame.command = bytes[COMMAND];
-    // Nearly all frames are short: copied with a fixed size, which needs no loop, and what follows wiped out again.
-    constexpr std::size_t BLOCK = 16;
-    static_assert(2 * BLOCK <= RM_MAX_RX_PAYLOAD, "room for a block behind a block");
-    if (payloadLength <= BLOCK && count >= PAYLOAD + BLOCK) {
-        std::memcpy(m_frame.payload.data(), bytes + PAYLOAD, BLOCK);
-        std::memset(m_frame.payload.data() + payloadLength, 0, BLOCK);
-    } else {
-        std::memcpy(m_frame.payload.data(), bytes + PAYLOAD, payloadLength);
-    }
+    frame = {bytes[COMMAND], static_cast<std::uint8_t>(length - 1), bytes + PAYLOAD};
     return length + 3;
 }
 
@@ -190,13 +182,14 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
                 bytes = static_cast<const std::uint8_t*>(start);
             }
             ++bytes;
-            const std::size_t used = takeWholeFrame(bytes, static_cast<std::size_t>(end - bytes));
+            SRmFrame frame;
+            const std::size_t used = wholeFrame(bytes, static_cast<std::size_t>(end - bytes), frame);
             if (used == 0) {
                 startFrame();
                 break;
             }
             bytes += used;
-            if (!onFrame(std::as_const(m_frame))) {
+            if (!onFrame(std::as_const(frame))) {
                 return;
             }
             break;
@@ -207,25 +200,25 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
                 startFrame();
                 break;
             }
-            m_frame.payloadLength = static_cast<std::uint8_t>(length - 1);
+            m_payloadLength = static_cast<std::uint8_t>(length - 1);
             m_checksum ^= length;
-            m_state = m_frame.payloadLength > RM_MAX_RX_PAYLOAD ? EState::eHunting : EState::eCommand;
+            m_state = m_payloadLength > RM_MAX_RX_PAYLOAD ? EState::eHunting : EState::eCommand;
             break;
         }
         case EState::eCommand:
-            m_frame.command = *bytes++;
-            m_checksum ^= m_frame.command;
+            m_command = *bytes++;
+            m_checksum ^= m_command;
             m_index = 0;
-            m_state = m_frame.payloadLength > 0 ? EState::ePayload : EState::eChecksum;
+            m_state = m_payloadLength > 0 ? EState::ePayload : EState::eChecksum;
             break;
         case EState::ePayload: {
             // In registers: a byte written to the payload might, for all the compiler knows, be one of the members.
-            const std::uint32_t length = m_frame.payloadLength;
+            const std::uint32_t length = m_payloadLength;
             std::uint32_t index = m_index;
             std::uint8_t checksum = m_checksum;
             do {
                 const std::uint8_t byte = *bytes++;
-                m_frame.payload[index++] = byte;
+                m_payload[index++] = byte;
                 checksum ^= byte;
             } while (bytes != end && index < length);
             m_index = index;
@@ -247,7 +240,7 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
             break;
         case EState::eEnd:
             m_state = EState::eHunting;
-            if (*bytes++ == END_OF_FILE && !onFrame(std::as_const(m_frame))) {
+            if (*bytes++ == END_OF_FILE && !onFrame(SRmFrame{m_command, m_payloadLength, m_payload.data()})) {
                 return;
             }
             break;

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "apps/cimctl/diagnostics.h"
+#include "apps/cimctl/output.h"
+#include "apps/common/exitCodes.h"
+#include "apps/common/options.h"
+#include "apps/common/pluginFolder.h"
+#include "apps/common/problem.h"
+
+#include <functional>
+#include <utility>
+
+/// What the commands are made of. Each is a function `addX` in a file of its own or beside its like, which says what
+/// can be typed for it and what is then done.
+namespace vexmor::Apps::Cimctl
+{
+
+/// What a command works with.
+struct SContext {
+    COutput& output;
+    CDiagnostics& diagnostics;
+    const SPluginPlace& place;
+};
+
+/// Does what was typed. Throws an SProblem when it cannot go on, but only before its event loop runs.
+using Action = std::function<EExitCode(SContext&)>;
+
+/// Adds a command to the parser, which sets `chosen` when it is typed. `action` shares the command's options with what
+/// the caller binds.
+CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help, Action action);
+
+void addInfo(CLI::App& app, Action& chosen);
+void addScan(CLI::App& app, Action& chosen);
+void addDump(CLI::App& app, Action& chosen);
+void addSend(CLI::App& app, Action& chosen);
+void addReplay(CLI::App& app, Action& chosen);
+void addLoad(CLI::App& app, Action& chosen);
+void addStoreCommands(CLI::App& app, Action& chosen);
+
+inline void require(const Failure& failure)
+{
+    if (failure) {
+        throw *failure;
+    }
+}
+
+template <typename T>
+T valueOf(Result<T> result)
+{
+    if (!result) {
+        throw result.problem();
+    }
+    return std::move(*result);
+}
+
+[[noreturn]] inline void failUsage(const QString& text)
+{
+    throw SProblem{text, 0, true};
+}
+
+/// The plugins that can be used, one at least.
+std::vector<SPlugin> plugins(const SContext& context);
+
+} // namespace vexmor::Apps::Cimctl

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "apps/cimctl/output.h"
+#include "apps/common/hostedInterface.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <cstdint>
+
+namespace vexmor::Apps::Cimctl
+{
+
+/// Keeps count of what an interface does while it is open.
+class CSummary : public QObject
+{
+public:
+    /// `hosted` must outlive the summary.
+    explicit CSummary(CHostedInterface& hosted);
+
+    /// The interface is open.
+    void start();
+    /// A message that the interface refused was given up.
+    void countRefused() { ++m_refused; }
+    /// The last line, on stderr: received, sent, refused, lost, errors, mean and peak bus load.
+    void report(COutput& output);
+
+private:
+    void sampleBusload();
+
+    CHostedInterface& m_interface;
+    std::uint64_t m_sent = 0;
+    std::uint64_t m_refused = 0;
+    std::uint64_t m_errors = 0;
+
+    QElapsedTimer m_sinceStart;
+    QTimer m_busloadTimer;
+    int m_busloadSamples = 0;
+    std::int64_t m_busloadSum = 0;
+    int m_busloadPeak = 0;
+};
+
+} // namespace vexmor::Apps::Cimctl

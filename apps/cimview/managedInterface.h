@@ -1,0 +1,73 @@
+#pragma once
+
+#include "apps/cimview/session.h"
+#include "apps/cimview/sourceNames.h"
+#include "apps/common/interfaceSettings.h"
+
+#include <QObject>
+
+#include <memory>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// An interface that the user works with, open or closed, in the window's thread.
+///
+/// It keeps a closed interface, which has the settings: that one is configured, stored and asked for texts. To open it,
+/// a clone is handed to a session and its thread. So the window never waits for a gateway, and what is configured never
+/// changes under an open link.
+class CManagedInterface : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `names` and `mailbox` must outlive the object.
+    CManagedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored, CSourceNames& names,
+                      CMailbox& mailbox);
+
+    QString name() const { return m_canInterface->commonInfo().uniqueName(); }
+    const Cim::CCommonInfo& info() const { return m_canInterface->commonInfo(); }
+    EInterfaceState state() const { return m_session ? m_session->state() : EInterfaceState::eClosed; }
+    /// True while messages can be sent (they may be refused).
+    bool isOpen() const;
+    bool isStored() const { return m_isStored; }
+    /// Percent; 0 unless connected.
+    int busload() const;
+    /// The interface that has the settings, always closed; only to be changed while the state is closed.
+    Cim::CCanInterface& settings() const { return *m_canInterface; }
+    /// Null unless open.
+    CSession* session() const { return isOpen() ? m_session.get() : nullptr; }
+
+    void open();
+    void close();
+    /// False when it is not closed or refuses the rate.
+    bool setBaudrate(int kbitPerSecond);
+    /// After a change through `settings`: shows it, and stores it when the interface is stored.
+    void settingsChanged();
+    /// Stores the interface under its name, and removes it from the store. What prevents it is told.
+    void store();
+    bool removeFromStore();
+
+Q_SIGNALS:
+    /// Something that is shown of it.
+    void changed();
+    /// Its state, too.
+    void stateChanged();
+    /// The user should know: a result code with its text, or, with 0, a note.
+    void told(int code, const QString& text);
+    void busloadRead(int percent);
+
+private:
+    void onSessionChanged();
+    void onFinished();
+    void tell(const SProblem& problem);
+
+    std::unique_ptr<Cim::CCanInterface> m_canInterface;
+    std::unique_ptr<CSession> m_session; ///< null while closed
+    CSourceNames& m_names;
+    CMailbox& m_mailbox;
+    bool m_isStored;
+    EInterfaceState m_shown = EInterfaceState::eClosed; ///< the state that was told last
+};
+
+} // namespace vexmor::Apps::Cimview

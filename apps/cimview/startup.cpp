@@ -1,0 +1,56 @@
+#include "apps/cimview/startup.h"
+
+#include "apps/cimview/interfaceList.h"
+#include "apps/cimview/mainWindow.h"
+#include "apps/common/embeddedSim.h"
+#include "apps/common/gatewayAddress.h"
+
+#include <QApplication>
+
+namespace vexmor::Apps::Cimview
+{
+
+void prepareApplication()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+}
+
+Failure openSim(CInterfaceList& interfaces, CEmbeddedSim& sim)
+{
+    const int first = interfaces.rowCount();
+    for (const QString& protocol : {QStringLiteral("TCP"), QStringLiteral("UDP")}) {
+        const Settings settings{{StoreKey::ADDRESS, sim.gateway().address().toString()},
+                                {StoreKey::PORT, QString::number(sim.gateway().port())},
+                                {StoreKey::PROTOCOL, protocol},
+                                {StoreKey::BAUDRATE, QString::number(sim.bus().baudrate())}};
+        if (const Failure failure = interfaces.add(CMainWindow::tr("Simulation %1").arg(protocol), settings, false)) {
+            return failure;
+        }
+    }
+    interfaces.at(first).open();
+    sim.startTraffic();
+    return {};
+}
+
+Failure openTarget(CInterfaceList& interfaces, const QString& target)
+{
+    if (interfaces.rowOf(target) < 0) {
+        if (!isAddress(target)) {
+            return SProblem{
+                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target),
+                0, true};
+        }
+        Result<Settings> settings = readAddress(target);
+        const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
+        if (failure) {
+            return failure;
+        }
+    }
+    interfaces.at(interfaces.rowOf(target)).open();
+    return {};
+}
+
+} // namespace vexmor::Apps::Cimview

@@ -1,0 +1,35 @@
+// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway; LOG, a log of candump, is
+// the traffic.
+#include "apps/cimview/mainWindow.h"
+#include "apps/cimview/startup.h"
+#include "apps/cimview/tools/screenshotTour.h"
+#include "apps/cimview/workbench.h"
+#include "apps/common/embeddedSim.h"
+#include "apps/common/pluginFolder.h"
+
+#include <QApplication>
+
+using namespace vexmor::Apps;
+
+int main(int argc, char** argv)
+{
+    Cimview::prepareApplication();
+    const QApplication application(argc, argv);
+    const QStringList arguments = QApplication::arguments();
+    const SPluginSearch search = searchPlugins({});
+    CEmbeddedSim sim;
+    Failure failure = search.failure();
+    if (failure || arguments.size() < 2 || (failure = sim.start(arguments.value(2), true))) {
+        qCritical("%s", failure ? qPrintable(failure->text) : "usage: cimviewPictures FOLDER [LOG]");
+        return 2;
+    }
+    Cimview::CWorkbench workbench(search.plugins);
+    if ((failure = openSim(workbench.interfaces(), sim))) {
+        qCritical("%s", qPrintable(failure->text));
+        return 1;
+    }
+    Cimview::CMainWindow window(workbench);
+    window.show();
+    const Cimview::CScreenshotTour tour(workbench, window, sim, arguments.at(1));
+    return QApplication::exec();
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace vexmor::Apps
+{
+
+/// What the exit code of any of the programs tells.
+enum EExitCode : int {
+    eDone = 0,
+    eRefused = 1,      ///< the gateway, the plugin or the system refused
+    eWrongUsage = 2,   ///< what was typed, or a log, makes no sense
+    eInterrupted = 130 ///< Ctrl-C before everything was sent or found
+};
+
+} // namespace vexmor::Apps

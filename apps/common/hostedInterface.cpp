@@ -1,0 +1,59 @@
+#include "apps/common/hostedInterface.h"
+
+#include "cim/resultCodes.h"
+
+namespace vexmor::Apps
+{
+
+CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, QObject* parent)
+    : QObject(parent), m_canInterface(std::move(canInterface))
+{
+    m_canInterface->setParent(this);
+    m_canInterface->setSpyHandler(&CHostedInterface::spy);
+    // By name: the class that has the signal is known to the plugin alone.
+    connect(m_canInterface.get(), SIGNAL(interfaceError(int)), this, SIGNAL(errorRaised(int)));
+}
+
+CHostedInterface::~CHostedInterface()
+{
+    m_canInterface->setSpyHandler(nullptr);
+}
+
+int CHostedInterface::send(const Cim::CCanMessage& message)
+{
+    const int code = m_canInterface->writeMessage(message);
+    if (code == Cim::RC_OK) {
+        Q_EMIT sent(m_spied);
+    }
+    return code;
+}
+
+int CHostedInterface::busload()
+{
+    int percent = 0;
+    m_canInterface->busload(percent);
+    return percent;
+}
+
+int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message)
+{
+    auto* const host = static_cast<CHostedInterface*>(canInterface.parent());
+    if (sending) { // not known yet whether the interface takes it
+        host->m_spied = message;
+    } else {
+        ++host->m_arrived;
+        host->takeMessages();
+    }
+    return 0;
+}
+
+void CHostedInterface::takeMessages()
+{
+    Cim::CCanMessage message;
+    while (m_canInterface->readMessage(message) == Cim::RC_OK) {
+        ++m_received;
+        Q_EMIT received(message);
+    }
+}
+
+} // namespace vexmor::Apps

@@ -1,0 +1,71 @@
+#include "apps/common/interfaceSettings.h"
+
+#include "cim/canInterface.h"
+#include "cim/resultCodes.h"
+
+#include <QVariant>
+
+namespace vexmor::Apps
+{
+namespace
+{
+/// The property by which an interface shows a parameter: its key without dashes.
+QByteArray propertyOf(const QString& key)
+{
+    return QString(key).remove(QLatin1Char('-')).toLatin1();
+}
+
+/// Sets a parameter; false when the interface does not have it, or refuses the value.
+bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, QVariant value)
+{
+    if (canInterface.metaObject()->indexOfProperty(property) < 0 || !canInterface.setProperty(property, value)) {
+        return false;
+    }
+    const QVariant taken = canInterface.property(property);
+    return value.convert(static_cast<int>(taken.type())) && value == taken;
+}
+
+/// As the store has it: flags as numbers.
+QString textOf(const QVariant& value)
+{
+    return value.type() == QVariant::Bool ? QString::number(value.toInt()) : value.toString();
+}
+} // namespace
+
+Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
+{
+    for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
+        if (setParameter(canInterface, propertyOf(entry.key()), *entry)) {
+            continue;
+        }
+        if (entry.key() == StoreKey::BAUDRATE) {
+            return SProblem{canInterface.errorCodeToString(Cim::RC_BAUDRATE_NOT_SUPPORTED),
+                            Cim::RC_BAUDRATE_NOT_SUPPORTED};
+        }
+        return SProblem{Words::tr("the interface does not take %1 %2").arg(entry.key(), *entry)};
+    }
+    return {};
+}
+
+Settings settingsOf(Cim::CCanInterface& canInterface)
+{
+    const Cim::CCommonInfo& info = canInterface.commonInfo();
+    Settings settings{
+        {StoreKey::PLUGIN_NAME, info.pluginName()},   {StoreKey::DESCRIPTION, info.description()},
+        {StoreKey::INTERFACE_ID, info.interfaceId()}, {StoreKey::FIRMWARE_VERSION, info.firmwareVersion()},
+        {StoreKey::PORT_TEXT, info.port()},           {StoreKey::SCANABLE, QVariant(info.isScanable()).toString()},
+        {StoreKey::INTERFACE_TYPE, info.type()}};
+    for (const QLatin1String key : StoreKey::PARAMETERS) {
+        settings.insert(key, textOf(canInterface.property(propertyOf(key))));
+    }
+    return settings;
+}
+
+void setUniqueName(Cim::CCanInterface& canInterface, const QString& name)
+{
+    Cim::CCommonInfo info = canInterface.commonInfo();
+    info.setUniqueName(name);
+    canInterface.setCommonInfo(info);
+}
+
+} // namespace vexmor::Apps

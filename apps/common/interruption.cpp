@@ -1,0 +1,66 @@
+#include "apps/common/interruption.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace vexmor::Apps
+{
+namespace
+{
+/// Not SIGHUP where it is ignored, as nohup leaves it for the program that it starts.
+void handleSignals(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction present = {};
+        sigaction(number, nullptr, &present);
+        if (number != SIGHUP || present.sa_handler != SIG_IGN) {
+            sigaction(number, &action, nullptr);
+        }
+    }
+}
+} // namespace
+
+int CInterruption::s_writeEnd = -1;
+
+CInterruption::CInterruption(QObject* parent) : QObject(parent)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return;
+    }
+    m_readEnd = ends[0];
+    s_writeEnd = ends[1];
+    m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &CInterruption::onWakeUp);
+
+    handleSignals(&CInterruption::onSignal);
+}
+
+CInterruption::~CInterruption()
+{
+    handleSignals(SIG_DFL);
+    close(m_readEnd);
+    close(s_writeEnd);
+}
+
+void CInterruption::onSignal(int /*number*/)
+{
+    const int savedErrno = errno;
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = write(s_writeEnd, &byte, 1);
+    errno = savedErrno;
+}
+
+void CInterruption::onWakeUp()
+{
+    char byte = 0;
+    [[maybe_unused]] const ssize_t taken = read(m_readEnd, &byte, 1);
+    Q_EMIT interrupted();
+}
+
+} // namespace vexmor::Apps

@@ -1,0 +1,93 @@
+#include "apps/common/options.h"
+
+#include "apps/common/bitRates.h"
+#include "apps/common/exitCodes.h"
+#include "apps/common/gatewayAddress.h"
+
+namespace vexmor::Apps
+{
+
+std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv,
+                                    const std::function<void(const QString&)>& tell)
+{
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& wanted) { // --help, --version
+        app.exit(wanted);
+        return eDone;
+    } catch (const CLI::Error& error) {
+        const std::vector<std::string> unknown = app.remaining();
+        const bool isCommand =
+            app.get_require_subcommand_min() > 0 && app.get_subcommands().empty() && !unknown.empty();
+        const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
+        tell(QStringLiteral("%1 (%2 --help tells what can be typed)").arg(textOf(text), textOf(app.get_name())));
+        return eWrongUsage;
+    }
+    return std::nullopt;
+}
+
+QString textOf(const std::string& typed)
+{
+    return QString::fromLocal8Bit(typed.c_str());
+}
+
+CLI::Option* addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
+                     const std::string& type)
+{
+    const auto take = [&value](const std::string& text) { value = textOf(text); };
+    return app.add_option_function<std::string>(names, take, help)->type_name(type);
+}
+
+CLI::Option* addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
+                      const std::string& type)
+{
+    const auto take = [&values](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            values.append(textOf(text));
+        }
+    };
+    return app.add_option_function<std::vector<std::string>>(names, take, help)
+        ->allow_extra_args(false)
+        ->type_name(type);
+}
+
+CLI::Validator typedAddress()
+{
+    const auto read = [](std::string& text) {
+        const std::string address = plainAddress(textOf(text)).toStdString();
+        if (address.empty()) {
+            return "'" + text + "' is no address like 192.168.1.70";
+        }
+        text = address;
+        return std::string();
+    };
+    return CLI::Validator(read, "");
+}
+
+CLI::Validator numberFrom(double lowest, double highest)
+{
+    const auto check = [lowest, highest](const std::string& text) {
+        bool ok = false;
+        const double value = textOf(text).toDouble(&ok);
+        const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);
+        return ok && value >= lowest && value <= highest ? std::string() : fault.toStdString();
+    };
+    return CLI::Validator(check, "");
+}
+
+CLI::Validator wholeFrom(int lowest, int highest)
+{
+    return CLI::Range(lowest, highest).description("");
+}
+
+CLI::Validator bitRate()
+{
+    const auto check = [](const std::string& text) {
+        return bitRates().contains(textOf(text))
+                   ? std::string()
+                   : "must be one of " + bitRates().join(QLatin1String(", ")).toStdString() + " kbit/s";
+    };
+    return CLI::Validator(check, "");
+}
+
+} // namespace vexmor::Apps

@@ -1,0 +1,44 @@
+#include "apps/common/program.h"
+
+#include "apps/common/exitCodes.h"
+
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace vexmor::Apps
+{
+namespace
+{
+void keepStandardDescriptors()
+{
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDONLY); // the lowest that is free; to print there fails
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
+}
+} // namespace
+
+int runProgram(const char* prefix, const std::function<int()>& program)
+{
+    keepStandardDescriptors();
+    try {
+        const int exitCode = program();
+        if (exitCode != eDone || flushOutput()) {
+            return exitCode;
+        }
+        std::fprintf(stderr, "%s: the output cannot be written\n", prefix);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", prefix, error.what());
+    }
+    return eRefused;
+}
+
+bool flushOutput()
+{
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+} // namespace vexmor::Apps

@@ -1,0 +1,239 @@
+#include "apps/t93sim/simProgram.h"
+
+#include "apps/common/interruption.h"
+#include "apps/common/program.h"
+
+#include <QCoreApplication>
+#include <QMap>
+#include <QStringList>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <tuple>
+
+namespace vexmor::Apps
+{
+using namespace Sim;
+
+namespace
+{
+QByteArray hexBytes(const std::string& text)
+{
+    return QByteArray::fromHex(QByteArray::fromStdString(text).replace(":", ""));
+}
+
+SSimIdentity identityOf(const SSimOptions& options, int number)
+{
+    SSimIdentity identity;
+    const QByteArray mac = hexBytes(options.mac);
+    std::copy(mac.begin(), mac.end(), identity.macAddress.begin());
+    identity.macAddress.back() = static_cast<std::uint8_t>(identity.macAddress.back() + number);
+    std::tie(identity.firmwareMajor, identity.firmwareMinor) = *SSimOptions::readFirmware(options.firmware);
+    identity.deviceText = QByteArray::fromStdString(options.deviceText);
+    identity.deviceNumber = static_cast<std::uint16_t>(number + 1);
+    identity.measuresBusload = !options.noBusload;
+    identity.hostName = QByteArray::fromStdString(options.hostName);
+    if (number > 0) {
+        identity.hostName += '-' + QByteArray::number(number + 1);
+    }
+    identity.endpoints.clear();
+    for (const std::string& text : options.endpoints) {
+        identity.endpoints.push_back(*SSimOptions::readEndpoint(text));
+    }
+    return identity;
+}
+
+/// The number that a name stands for, or that is written out.
+std::optional<unsigned int> readNumber(const QString& text, const QMap<QString, unsigned int>& names,
+                                       unsigned int limit)
+{
+    bool ok = true;
+    const unsigned int value = names.contains(text) ? names.value(text) : text.toUInt(&ok);
+    return ok && value <= limit ? std::optional(value) : std::nullopt;
+}
+
+/// One line at once, also into a pipe: scripts wait for it. The program ends when nobody takes it.
+void print(const QByteArray& line)
+{
+    std::printf("%s\n", line.constData());
+    if (!flushOutput()) {
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit); // it may not run yet
+    }
+}
+} // namespace
+
+std::optional<std::pair<std::uint8_t, std::uint8_t>> SSimOptions::readFirmware(const std::string& text)
+{
+    const QStringList parts = QString::fromStdString(text).split(QLatin1Char('.'));
+    if (parts.size() != 2) {
+        return std::nullopt;
+    }
+    const auto major = readNumber(parts.at(0), {}, 0xFF);
+    const auto minor = readNumber(parts.at(1), {}, 0xFF);
+    if (!major || !minor) {
+        return std::nullopt;
+    }
+    return std::pair(static_cast<std::uint8_t>(*major), static_cast<std::uint8_t>(*minor));
+}
+
+std::optional<SSimEndpoint> SSimOptions::readEndpoint(const std::string& text)
+{
+    static const QMap<QString, unsigned int> PROTOCOLS{{QStringLiteral("tcp"), Cim::DDT_PROTOCOL_TCP},
+                                                       {QStringLiteral("udp"), Cim::DDT_PROTOCOL_UDP}};
+    static const QMap<QString, unsigned int> SERVICES{{QStringLiteral("client"), Cim::DDT_SERVICE_CLIENT},
+                                                      {QStringLiteral("server"), Cim::DDT_SERVICE_SERVER}};
+    const QStringList parts = QString::fromStdString(text).split(QLatin1Char(':'));
+    const QStringList kinds = parts.at(0).split(QLatin1Char('-'));
+    if (parts.size() > 2 || kinds.size() != 2) {
+        return std::nullopt;
+    }
+    const auto protocol = readNumber(kinds.at(0), PROTOCOLS, 0xFF);
+    const auto service = readNumber(kinds.at(1), SERVICES, 0xFF);
+    const auto port = readNumber(parts.value(1, QStringLiteral("0")), {}, 0xFFFF);
+    if (!protocol || !service || !port) {
+        return std::nullopt;
+    }
+    SSimEndpoint endpoint;
+    endpoint.service = static_cast<std::uint8_t>(*service);
+    endpoint.protocol = static_cast<std::uint8_t>(*protocol);
+    endpoint.port = static_cast<std::uint16_t>(*port);
+    return endpoint;
+}
+
+CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
+
+Failure CSimProgram::start()
+{
+    m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
+    QString error;
+    if (!m_options.replay.empty() &&
+        !m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop, error)) {
+        return SProblem{error, 0, true};
+    }
+    connect(&m_replay, &CSimReplay::failed, this, [this](const QString& text) {
+        std::fprintf(stderr, "t93sim: %s\n", qPrintable(text));
+        finish(eWrongUsage);
+    });
+    Failure failure = startGateways();
+    if (!failure && m_options.detect) {
+        failure = startDetection();
+    }
+    if (failure) {
+        return failure;
+    }
+    const auto finishInOrder = [this] { finish(eDone); };
+    connect(new CInterruption(this), &CInterruption::interrupted, this, finishInOrder);
+    if (m_options.seconds > 0) {
+        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, finishInOrder);
+    }
+    if (m_options.startNow) {
+        startTraffic();
+    }
+    return {};
+}
+
+Failure CSimProgram::startGateways()
+{
+    if (m_options.port + m_options.gateways - 1 > 0xFFFF) {
+        return SProblem{QStringLiteral("port of gateway %1: must be at most 65535").arg(m_options.gateways), 0, true};
+    }
+    for (int number = 0; number < m_options.gateways; ++number) {
+        auto gateway = makeGateway(number);
+        const int port = m_options.port == 0 ? 0 : m_options.port + number;
+        QString error;
+        if (!gateway->listen(QHostAddress(QString::fromStdString(m_options.address)), static_cast<std::uint16_t>(port),
+                             error)) {
+            return SProblem{error};
+        }
+        const auto& mac = gateway->identity().macAddress;
+        print("gateway " + QByteArray::number(number + 1) + ": " + gateway->address().toString().toLatin1() + ':' +
+              QByteArray::number(gateway->port()) + " (TCP and UDP), MAC " +
+              QByteArray(reinterpret_cast<const char*>(mac.data()), static_cast<int>(mac.size())).toHex(':'));
+        m_gateways.push_back(std::move(gateway));
+    }
+    return {};
+}
+
+Failure CSimProgram::startDetection()
+{
+    QString error;
+    if (!m_detection.listen(static_cast<std::uint16_t>(m_options.detectPort), error)) {
+        return SProblem{error};
+    }
+    m_detection.setFaults(m_options.detectionFaults);
+    for (const auto& gateway : m_gateways) {
+        m_detection.addGateway(*gateway);
+    }
+    print("ident requests are answered on port " + QByteArray::number(m_options.detectPort));
+    if (m_options.verbose) {
+        connect(&m_detection, &CSimDetection::asked, this, [](const QHostAddress& host, std::uint16_t port) {
+            print("ident request from " + host.toString().toLatin1() + ':' + QByteArray::number(port));
+        });
+    }
+    return {};
+}
+
+std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
+{
+    auto made = std::make_unique<CSimGateway>(m_bus);
+    CSimGateway* const gateway = made.get();
+    SSimFaults faults = m_options.faults;
+    faults.garbage = hexBytes(m_options.garbage);
+    gateway->setIdentity(identityOf(m_options, number));
+    gateway->setFaults(faults);
+    gateway->setMaxClients(m_options.clients);
+    gateway->setEcho(m_options.echo);
+
+    const QByteArray name = "gateway " + QByteArray::number(number + 1);
+    if (m_options.dropAfterMs > 0) {
+        connect(gateway, &CSimGateway::hostConnected, this,
+                [this, gateway] { QTimer::singleShot(m_options.dropAfterMs, gateway, &CSimGateway::dropLinks); });
+    }
+    connect(gateway, &CSimGateway::messageReceived, this, [this] { ++m_fromHosts; });
+    connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
+        startTraffic(); // the first request: a host is there and listens
+        if (m_options.verbose) {
+            print(name + ": command " + QByteArray::number(command, 16).rightJustified(2, '0') + ' ' +
+                  payload.toHex(' '));
+        }
+    });
+    if (m_options.verbose) {
+        connect(gateway, &CSimGateway::hostConnected, this, [name] { print(name + ": host connected"); });
+        connect(gateway, &CSimGateway::hostDisconnected, this, [name] { print(name + ": host gone"); });
+    }
+    if (m_options.status >= 0) {
+        auto* const timer = new QTimer(gateway);
+        connect(timer, &QTimer::timeout, gateway,
+                [this, gateway] { gateway->sendStatus(static_cast<std::uint8_t>(m_options.status)); });
+        timer->start(m_options.statusEveryMs);
+    }
+    return made;
+}
+
+void CSimProgram::startTraffic()
+{
+    if (m_trafficStarted) {
+        return;
+    }
+    m_trafficStarted = true;
+    if (!m_options.replay.empty()) {
+        m_replay.start();
+    }
+    m_generator.start(m_options.generate);
+    if (m_options.flood > 0) {
+        for (const auto& gateway : m_gateways) {
+            gateway->flood(m_options.flood);
+        }
+    }
+}
+
+void CSimProgram::finish(EExitCode exitCode)
+{
+    print("messages: " + QByteArray::number(static_cast<qulonglong>(m_fromHosts)) + " from hosts, " +
+          QByteArray::number(static_cast<qulonglong>(m_replay.sent())) + " replayed, " +
+          QByteArray::number(static_cast<qulonglong>(m_generator.sent())) + " generated");
+    QCoreApplication::exit(exitCode);
+}
+
+} // namespace vexmor::Apps

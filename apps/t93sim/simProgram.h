@@ -1,0 +1,87 @@
+#pragma once
+
+#include "apps/common/exitCodes.h"
+#include "apps/common/problem.h"
+#include "sim/simBus.h"
+#include "sim/simDetection.h"
+#include "sim/simGateway.h"
+#include "sim/simTraffic.h"
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vexmor::Apps
+{
+
+/// What the user asks of t93sim, already checked by the parser of the command line.
+struct SSimOptions {
+    std::string address = "127.0.0.1";
+    int port = 30000;
+    int gateways = 1;
+    int clients = 1;
+    std::string mac = "02:00:00:54:39:33";
+    std::string firmware = "1.5";
+    std::string deviceText = "T93 SIM SW02.03";
+    int baud = 500;
+    bool noBusload = false;
+    bool detect = false;
+    int detectPort = Cim::DDT_PORT;
+    std::string hostName = "t93sim";
+    std::vector<std::string> endpoints{"tcp-server", "udp-server"};
+    Sim::SSimDetectionFaults detectionFaults;
+    std::string replay;
+    double speed = 1;
+    bool loop = false;
+    int generate = 0;
+    bool echo = false;
+    bool startNow = false;
+    Sim::SSimFaults faults;
+    std::string garbage;
+    int dropAfterMs = 0;
+    int status = -1; ///< -1: none
+    int statusEveryMs = 1000;
+    int flood = 0;
+    double seconds = 0; ///< 0: until it is interrupted
+    bool verbose = false;
+
+    /// Takes "1.05" apart, into major and minor version.
+    static std::optional<std::pair<std::uint8_t, std::uint8_t>> readFirmware(const std::string& text);
+    /// Takes "udp-client:30001" or, with numbers for protocol and service, "7-2" apart.
+    static std::optional<Sim::SSimEndpoint> readEndpoint(const std::string& text);
+};
+
+/// The gateways of one run of t93sim, their bus and its traffic. Ends the application with a summary: when it is told
+/// to (CInterruption), at a line of the log that makes no sense, and when nobody takes what it prints.
+class CSimProgram : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CSimProgram(SSimOptions options);
+
+    Failure start();
+
+private:
+    Failure startGateways();
+    Failure startDetection();
+    std::unique_ptr<Sim::CSimGateway> makeGateway(int number);
+    void startTraffic();
+    void finish(EExitCode exitCode);
+
+    const SSimOptions m_options;
+    Sim::CSimBus m_bus;
+    Sim::CSimReplay m_replay{m_bus};
+    Sim::CSimGenerator m_generator{m_bus};
+    std::vector<std::unique_ptr<Sim::CSimGateway>> m_gateways;
+    Sim::CSimDetection m_detection;
+    bool m_trafficStarted = false;
+    std::uint64_t m_fromHosts = 0;
+};
+
+} // namespace vexmor::Apps

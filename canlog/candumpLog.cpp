@@ -1,0 +1,182 @@
+#include "canlog/candumpLog.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QList>
+
+#include <utility>
+
+namespace vexmor::CanLog
+{
+namespace
+{
+/// Texts for users, in the language of the catalogs that a program has installed.
+struct Words {
+    Q_DECLARE_TR_FUNCTIONS(CanLog)
+};
+
+constexpr int ID_DIGITS = 3;
+constexpr std::uint16_t MAX_ID = 0x7FF;
+constexpr int MAX_BYTES = 8;
+constexpr int MAX_LINE = 4096;
+constexpr std::int64_t MICROSECONDS = 1000000;
+
+bool isHex(const QByteArray& text)
+{
+    for (const char character : text) {
+        if (std::isxdigit(static_cast<unsigned char>(character)) == 0) {
+            return false;
+        }
+    }
+    return !text.isEmpty();
+}
+
+bool fail(QString& error, const QByteArray& text, const QString& reason)
+{
+    error = Words::tr("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), reason);
+    return false;
+}
+
+/// Frames that the tools of can-utils write and that a standard CAN message cannot hold.
+bool isForeignFrame(const QByteArray& frame)
+{
+    const int mark = frame.indexOf('#');
+    return (mark == 8 && isHex(frame.left(mark))) || frame.contains("##") || frame.mid(mark + 1, 1).toUpper() == "R";
+}
+
+/// (seconds.fraction), the fraction in six digits or fewer.
+bool parseTime(const QByteArray& text, std::int64_t& microseconds)
+{
+    if (!text.startsWith('(') || !text.endsWith(')')) {
+        return false;
+    }
+    const QList<QByteArray> parts = text.mid(1, text.size() - 2).split('.');
+    bool wholeOk = false;
+    bool fractionOk = true;
+    const qlonglong whole = parts.at(0).toLongLong(&wholeOk);
+    qlonglong fraction = 0;
+    if (parts.size() == 2) {
+        fraction = parts.at(1).leftJustified(6, '0', true).toLongLong(&fractionOk);
+    }
+    if (!wholeOk || !fractionOk || parts.size() > 2 || whole < 0 || whole > INT64_MAX / MICROSECONDS - 1 ||
+        fraction < 0) {
+        return false;
+    }
+    microseconds = whole * MICROSECONDS + fraction;
+    return true;
+}
+} // namespace
+
+bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& error)
+{
+    const int mark = text.indexOf('#');
+    if (mark < 0) {
+        return fail(error, text, Words::tr("no # between identifier and data, as in 123#1122"));
+    }
+    const QByteArray id = text.left(mark);
+    const QByteArray data = text.mid(mark + 1).replace(".", "");
+    const std::uint16_t value = id.toUShort(nullptr, 16);
+    if (!isHex(id) || id.size() > ID_DIGITS || value > MAX_ID) {
+        return fail(error, text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
+    }
+    if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
+        return fail(error, text, Words::tr("the data must be pairs of hexadecimal digits"));
+    }
+    if (data.size() > 2 * MAX_BYTES) {
+        return fail(error, text, Words::tr("more than 8 data bytes"));
+    }
+    QByteArray bytes = QByteArray::fromHex(data);
+    message = Cim::CCanMessage();
+    message.setId(Cim::CCanId::fromValue(value));
+    return message.setData(0, static_cast<unsigned int>(bytes.size()), reinterpret_cast<unsigned char*>(bytes.data()));
+}
+
+QByteArray formatFrame(const Cim::CCanMessage& message)
+{
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + '#' +
+           data.toHex().toUpper();
+}
+
+ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error)
+{
+    const QList<QByteArray> words = line.simplified().split(' ');
+    if (words == QList<QByteArray>{QByteArray()}) {
+        return ELine::eSkipped;
+    }
+    SLogEntry parsed;
+    // A fourth word, the direction, is written by some versions.
+    if (words.size() < 3 || words.size() > 4 || !parseTime(words.at(0), parsed.microseconds)) {
+        error = Words::tr("not of the form (seconds) interface ID#DATA");
+        return ELine::eMalformed;
+    }
+    parsed.interfaceName = words.at(1);
+    if (!parseFrame(words.at(2), parsed.message, error)) {
+        return isForeignFrame(words.at(2)) ? ELine::eSkipped : ELine::eMalformed;
+    }
+    entry = parsed;
+    return ELine::eFrame;
+}
+
+QByteArray formatLogLine(const SLogEntry& entry)
+{
+    return '(' + QByteArray::number(static_cast<qlonglong>(entry.microseconds / MICROSECONDS)) + '.' +
+           QByteArray::number(static_cast<qlonglong>(entry.microseconds % MICROSECONDS)).rightJustified(6, '0') + ") " +
+           entry.interfaceName + ' ' + formatFrame(entry.message);
+}
+
+QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message)
+{
+    QByteArray line = "  " + interfaceName + "  " +
+                      QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + "   [" +
+                      QByteArray::number(message.length()) + "] ";
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return message.length() == 0 ? line : line + ' ' + data.toHex(' ').toUpper();
+}
+
+CLogReader::CLogReader() = default;
+CLogReader::~CLogReader() = default;
+CLogReader::CLogReader(CLogReader&&) noexcept = default;
+CLogReader& CLogReader::operator=(CLogReader&&) noexcept = default;
+
+bool CLogReader::open(const QString& path, QString& error)
+{
+    auto file = std::make_unique<QFile>(path);
+    if (!file->open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("%1: %2").arg(path, file->errorString());
+        return false;
+    }
+    m_file = std::move(file);
+    m_line = 0;
+    m_skipped = 0;
+    return true;
+}
+
+bool CLogReader::next(SLogEntry& entry, QString& error)
+{
+    error.clear();
+    while (m_file && !m_file->atEnd()) {
+        ++m_line;
+        const QByteArray line = m_file->readLine(MAX_LINE);
+        switch (parseLogLine(line, entry, error)) {
+        case ELine::eFrame:
+            return true;
+        case ELine::eSkipped:
+            error.clear();
+            m_skipped += line.trimmed().isEmpty() ? 0 : 1;
+            break;
+        case ELine::eMalformed:
+            error = Words::tr("%1, line %2: %3").arg(m_file->fileName()).arg(m_line).arg(error);
+            return false;
+        }
+    }
+    return false;
+}
+
+bool CLogReader::rewind()
+{
+    m_line = 0;
+    return m_file && m_file->seek(0);
+}
+
+} // namespace vexmor::CanLog

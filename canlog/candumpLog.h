@@ -1,0 +1,71 @@
+#pragma once
+
+#include "cim/canMessage.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+
+class QFile;
+
+/// The text formats of can-utils, for messages with standard identifiers. Pure functions but for the reader.
+namespace vexmor::CanLog
+{
+
+/// One line of a log: when, on which interface, what.
+struct SLogEntry {
+    std::int64_t microseconds = 0; ///< since the epoch, or since any other start
+    QByteArray interfaceName;
+    Cim::CCanMessage message;
+};
+
+enum class ELine {
+    eFrame,
+    eSkipped,  ///< empty, or a frame that does not fit (29-bit, remote, error, CAN FD)
+    eMalformed ///< neither; see the error text
+};
+
+/// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). False, with a text
+/// for the user that says what is wrong, for anything else: identifiers above 7FF, odd digits, more than 8 bytes.
+bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& error);
+
+/// 123#1122AABB: three upper-case hexadecimal digits, "#", two for each byte.
+QByteArray formatFrame(const Cim::CCanMessage& message);
+
+/// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end.
+ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error);
+
+/// The same line, without a line end.
+QByteArray formatLogLine(const SLogEntry& entry);
+
+/// The layout in which candump prints on a terminal: interface, identifier, [length], bytes.
+QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message);
+
+/// Reads a log from a file, entry by entry, in constant memory.
+class CLogReader
+{
+public:
+    CLogReader();
+    ~CLogReader();
+    CLogReader(CLogReader&&) noexcept;
+    CLogReader& operator=(CLogReader&&) noexcept;
+
+    /// False, with a text for the user, when the file cannot be read.
+    bool open(const QString& path, QString& error);
+    /// The next frame; false at the end, and at a malformed line, which `error` then names by its number (it is empty
+    /// at the end).
+    bool next(SLogEntry& entry, QString& error);
+    /// Back to the first entry.
+    bool rewind();
+    /// Lines that were skipped so far because their frames do not fit.
+    int skipped() const { return m_skipped; }
+
+private:
+    std::unique_ptr<QFile> m_file;
+    int m_line = 0;
+    int m_skipped = 0;
+};
+
+} // namespace vexmor::CanLog
