@@ -22,43 +22,23 @@ constexpr int FRAMES = 20000;
 constexpr int BATCH = 100; ///< frames that one socket read brings
 constexpr int WARM_UP_TURNS = 20;
 
-/// The plugin, connected to a socket of this process that stands for the gateway.
-class CLoop
+/// Puts frames into the plugin's socket, where they lie when this returns.
+void deliver(int gateway, int count)
 {
-public:
-    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), link(makePluginLink(EProtocol::eTcp, m_listener.port))
-    {
-        m_gateway = accept(m_listener.socket, nullptr, nullptr);
-        check(m_gateway >= 0, "accept");
-        setNoDelay(m_gateway);
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
+    for (int i = 0; i < count; ++i) {
+        writeFrame(burstMessage(i), &bytes[static_cast<std::size_t>(i) * FRAME_SIZE]);
     }
+    check(::send(gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()), "send");
+}
 
-    /// Puts frames into the plugin's socket, where they lie when this returns.
-    void deliver(int count)
-    {
-        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
-        for (int i = 0; i < count; ++i) {
-            writeFrame(burstMessage(i), &bytes[static_cast<std::size_t>(i) * FRAME_SIZE]);
-        }
-        check(::send(m_gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
-              "send");
+/// Takes what the plugin has sent.
+void swallow(int gateway)
+{
+    std::vector<std::uint8_t> bytes(READ_SIZE);
+    while (::recv(gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
     }
-
-    /// Takes what the plugin has sent.
-    void swallow()
-    {
-        std::vector<std::uint8_t> bytes(READ_SIZE);
-        while (::recv(m_gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
-        }
-    }
-
-private:
-    const SLoopbackSocket m_listener;
-    int m_gateway = -1;
-
-public:
-    const std::unique_ptr<CLink> link;
-};
+}
 
 /// Counts an action in FRAMES / framesATurn turns, when those before it have warmed up heap, caches and the dynamic
 /// linker.
@@ -77,17 +57,22 @@ void count(int framesATurn, Prepare&& prepare, Counted&& counted)
     }
 }
 
+/// The plugin is connected to a socket of this process that stands for the gateway.
 bool run(const std::string& what)
 {
-    CLoop loop;
+    const SLoopbackSocket listener = bindToLoopback(EProtocol::eTcp);
+    const auto link = makePluginLink(EProtocol::eTcp, listener.port);
+    const int gateway = accept(listener.socket, nullptr, nullptr);
+    check(gateway >= 0, "accept");
+    setNoDelay(gateway);
     const int framesATurn = what == "receive-single" ? 1 : BATCH;
     if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            BATCH, [&] { loop.swallow(); }, [&] { loop.link->sendBurst(message, BATCH); });
+            BATCH, [&] { swallow(gateway); }, [&] { link->sendBurst(message, BATCH); });
     } else {
         count(
-            framesATurn, [&] { loop.deliver(framesATurn); }, [&] { loop.link->receive(framesATurn); });
+            framesATurn, [&] { deliver(gateway, framesATurn); }, [&] { link->receive(framesATurn); });
     }
     std::printf("%d\n", FRAMES);
     return true;
