@@ -1,9 +1,11 @@
 #include "canlog/candumpLog.h"
 
+#include <QBuffer>
 #include <QCoreApplication>
 #include <QFile>
 #include <QList>
 
+#include <cstdio>
 #include <utility>
 
 namespace vexmor::CanLog
@@ -79,6 +81,9 @@ bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& erro
     if (!isHex(id) || id.size() > ID_DIGITS || value > MAX_ID) {
         return fail(error, text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
+    if (data.startsWith('R') || data.startsWith('r')) {
+        return fail(error, text, Words::tr("there are no remote frames"));
+    }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
         return fail(error, text, Words::tr("the data must be pairs of hexadecimal digits"));
     }
@@ -101,11 +106,10 @@ QByteArray formatFrame(const Cim::CCanMessage& message)
 ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error)
 {
     const QList<QByteArray> words = line.simplified().split(' ');
-    if (words == QList<QByteArray>{QByteArray()}) {
+    if (words.first().isEmpty() || words.first().startsWith('#')) {
         return ELine::eSkipped;
     }
     SLogEntry parsed;
-    // A fourth word, the direction, is written by some versions.
     if (words.size() < 3 || words.size() > 4 || !parseTime(words.at(0), parsed.microseconds)) {
         error = Words::tr("not of the form (seconds) interface ID#DATA");
         return ELine::eMalformed;
@@ -114,6 +118,8 @@ ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error)
     if (!parseFrame(words.at(2), parsed.message, error)) {
         return isForeignFrame(words.at(2)) ? ELine::eSkipped : ELine::eMalformed;
     }
+    const QByteArray direction = words.value(3);
+    parsed.direction = direction == "R" || direction == "T" ? direction.front() : '\0';
     entry = parsed;
     return ELine::eFrame;
 }
@@ -122,7 +128,8 @@ QByteArray formatLogLine(const SLogEntry& entry)
 {
     return '(' + QByteArray::number(static_cast<qlonglong>(entry.microseconds / MICROSECONDS)) + '.' +
            QByteArray::number(static_cast<qlonglong>(entry.microseconds % MICROSECONDS)).rightJustified(6, '0') + ") " +
-           entry.interfaceName + ' ' + formatFrame(entry.message);
+           entry.interfaceName + ' ' + formatFrame(entry.message) +
+           (entry.direction == 0 ? QByteArray() : QByteArray(" ") + entry.direction);
 }
 
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message)
@@ -134,6 +141,16 @@ QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& m
     return message.length() == 0 ? line : line + ' ' + data.toHex(' ').toUpper();
 }
 
+QByteArray formatAscii(const Cim::CCanMessage& message)
+{
+    QByteArray text;
+    for (unsigned int i = 0; i < message.length(); ++i) {
+        const unsigned char byte = message.data()[i];
+        text.append(byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.');
+    }
+    return text;
+}
+
 CLogReader::CLogReader() = default;
 CLogReader::~CLogReader() = default;
 CLogReader::CLogReader(CLogReader&&) noexcept = default;
@@ -142,11 +159,19 @@ CLogReader& CLogReader::operator=(CLogReader&&) noexcept = default;
 bool CLogReader::open(const QString& path, QString& error)
 {
     auto file = std::make_unique<QFile>(path);
-    if (!file->open(QIODevice::ReadOnly)) {
+    const bool isInput = path == QLatin1String("-");
+    if (!(isInput ? file->open(stdin, QIODevice::ReadOnly) : file->open(QIODevice::ReadOnly))) {
         error = QStringLiteral("%1: %2").arg(path, file->errorString());
         return false;
     }
-    m_file = std::move(file);
+    m_path = isInput ? Words::tr("standard input") : path;
+    m_device = std::move(file);
+    if (m_device->isSequential()) {
+        auto buffer = std::make_unique<QBuffer>();
+        buffer->setData(m_device->readAll());
+        buffer->open(QIODevice::ReadOnly);
+        m_device = std::move(buffer);
+    }
     m_line = 0;
     m_skipped = 0;
     return true;
@@ -155,18 +180,18 @@ bool CLogReader::open(const QString& path, QString& error)
 bool CLogReader::next(SLogEntry& entry, QString& error)
 {
     error.clear();
-    while (m_file && !m_file->atEnd()) {
+    while (m_device && !m_device->atEnd()) {
         ++m_line;
-        const QByteArray line = m_file->readLine(MAX_LINE);
+        const QByteArray line = m_device->readLine(MAX_LINE);
         switch (parseLogLine(line, entry, error)) {
         case ELine::eFrame:
             return true;
         case ELine::eSkipped:
             error.clear();
-            m_skipped += line.trimmed().isEmpty() ? 0 : 1;
+            m_skipped += line.trimmed().isEmpty() || line.startsWith('#') ? 0 : 1;
             break;
         case ELine::eMalformed:
-            error = Words::tr("%1, line %2: %3").arg(m_file->fileName()).arg(m_line).arg(error);
+            error = Words::tr("%1, line %2: %3").arg(m_path).arg(m_line).arg(error);
             return false;
         }
     }
@@ -176,7 +201,7 @@ bool CLogReader::next(SLogEntry& entry, QString& error)
 bool CLogReader::rewind()
 {
     m_line = 0;
-    return m_file && m_file->seek(0);
+    return m_device && m_device->seek(0);
 }
 
 } // namespace vexmor::CanLog

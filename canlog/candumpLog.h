@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <memory>
 
-class QFile;
+class QIODevice;
 
 /// The text formats of can-utils, for messages with standard identifiers. Pure functions but for the reader.
 namespace vexmor::CanLog
@@ -19,11 +19,12 @@ struct SLogEntry {
     std::int64_t microseconds = 0; ///< since the epoch, or since any other start
     QByteArray interfaceName;
     Cim::CCanMessage message;
+    char direction = 0; ///< 'R' received, 'T' sent, 0 not told
 };
 
 enum class ELine {
     eFrame,
-    eSkipped,  ///< empty, or a frame that does not fit (29-bit, remote, error, CAN FD)
+    eSkipped,  ///< empty, a comment (#), or a frame that does not fit (29-bit, remote, error, CAN FD)
     eMalformed ///< neither; see the error text
 };
 
@@ -37,11 +38,14 @@ QByteArray formatFrame(const Cim::CCanMessage& message);
 /// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end.
 ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error);
 
-/// The same line, without a line end.
+/// The same line, without a line end; the direction behind it as candump writes it, where it is told.
 QByteArray formatLogLine(const SLogEntry& entry);
 
 /// The layout in which candump prints on a terminal: interface, identifier, [length], bytes.
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message);
+
+/// The data as characters, a dot for each byte that is none.
+QByteArray formatAscii(const Cim::CCanMessage& message);
 
 /// Reads a log from a file, entry by entry, in constant memory.
 class CLogReader
@@ -52,7 +56,8 @@ public:
     CLogReader(CLogReader&&) noexcept;
     CLogReader& operator=(CLogReader&&) noexcept;
 
-    /// False, with a text for the user, when the file cannot be read.
+    /// False, with a text for the user, when the file cannot be read. "-" stands for the standard input; that and any
+    /// pipe is read to its end at once.
     bool open(const QString& path, QString& error);
     /// The next frame; false at the end, and at a malformed line, which `error` then names by its number (it is empty
     /// at the end).
@@ -63,7 +68,8 @@ public:
     int skipped() const { return m_skipped; }
 
 private:
-    std::unique_ptr<QFile> m_file;
+    std::unique_ptr<QIODevice> m_device;
+    QString m_path;
     int m_line = 0;
     int m_skipped = 0;
 };

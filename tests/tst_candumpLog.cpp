@@ -42,7 +42,7 @@ private Q_SLOTS:
         const auto row = columns<int>("result");
         row("(1398128223.803317) can0 166#D0320009\n", int(ELine::eFrame));
         row("(1398128223.803317) can0 166#D0320009 R", int(ELine::eFrame));
-        for (const char* skipped : {" \r\n", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
+        for (const char* skipped : {" \r\n", "# by hand", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
             row(skipped, int(ELine::eSkipped));
         }
         for (const char* malformed : {"can0 166#D0", "1.000000 can0 166#D0", "(99999999999999999999.0) can0 166#D0",
@@ -58,7 +58,7 @@ private Q_SLOTS:
         QTEST(int(result), "result");
         if (result == ELine::eFrame) {
             QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));
-            QCOMPARE(formatLogLine(entry), QByteArray("(1398128223.803317) can0 166#D0320009"));
+            QCOMPARE(formatLogLine(entry), rowName().trimmed()); // with its direction, where it has one
             QCOMPARE(formatDump(entry.interfaceName, entry.message), QByteArray("  can0  166   [4]  D0 32 00 09"));
         }
     }

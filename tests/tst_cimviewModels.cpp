@@ -321,7 +321,7 @@ private Q_SLOTS:
         QVERIFY(list.add("hall"_s, settings, true));
         QVERIFY(list.add(QString(), settings, true));
         QVERIFY(list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true));
-        QVERIFY(list.at(0).setBaudrate(1000));
+        QVERIFY(list.at(0).setBitRate("1000"_s));
 
         CInterfaceList next(m_plugins, m_names, mailbox); // as after a restart
         next.loadStored();

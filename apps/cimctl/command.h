@@ -34,6 +34,7 @@ void addScan(CLI::App& app, Action& chosen);
 void addDump(CLI::App& app, Action& chosen);
 void addSend(CLI::App& app, Action& chosen);
 void addReplay(CLI::App& app, Action& chosen);
+void addGen(CLI::App& app, Action& chosen);
 void addLoad(CLI::App& app, Action& chosen);
 void addStoreCommands(CLI::App& app, Action& chosen);
 

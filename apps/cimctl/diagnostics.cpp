@@ -61,6 +61,9 @@ CDiagnostics::~CDiagnostics()
 
 void CDiagnostics::warn(const QString& text)
 {
+    if (text == m_expected) {
+        return;
+    }
     if (m_holding) {
         m_held.append(text);
         return;

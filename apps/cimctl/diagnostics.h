@@ -25,6 +25,8 @@ public:
 
     bool isVerbose() const { return m_verbose; }
     void warn(const QString& text);
+    /// A warning with this text is no news, and is not shown.
+    void expect(const QString& text) { m_expected = text; }
     /// The command runs: shows the warnings held so far, and those to come at once.
     void release();
     /// The command failed.
@@ -39,6 +41,7 @@ private:
     const bool m_verbose;
     bool m_holding = true;
     QStringList m_held;
+    QString m_expected;
 };
 
 } // namespace vexmor::Apps::Cimctl

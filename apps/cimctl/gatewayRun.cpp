@@ -3,6 +3,7 @@
 #include "apps/common/embeddedSim.h"
 #include "cim/resultCodes.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace vexmor::Apps::Cimctl
@@ -11,32 +12,52 @@ namespace
 {
 /// The last messages of a log need a few turns of the event loop to the host; over UDP one may be lost.
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
+/// A gateway answers within milliseconds.
+constexpr int SILENCE_MS = 1000;
 } // namespace
 
-CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& target, EExitCode onInterruption)
-    : m_context(context),
-      m_target(plugins(context), target),
-      m_interface(m_target.makeInterface()),
-      m_summary(m_interface)
+SGateway::SGateway(SContext& context, const STargetOptions& options, const QString& text)
+    : target(plugins(context), text, options.settings), hosted(target.makeInterface()), summary(hosted)
 {
+}
+
+CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options, EExitCode onInterruption)
+    : m_context(context)
+{
+    for (const QString& text : options.texts) {
+        m_gateways.push_back(std::make_unique<SGateway>(context, options, text));
+        SGateway& gateway = *m_gateways.back();
+        connect(&gateway.hosted, &CHostedInterface::errorRaised, this,
+                [this, &gateway](int error) { reportError(gateway, error); });
+    }
     connect(&m_interruption, &CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
-    connect(&m_interface, &CHostedInterface::errorRaised, this, &CGatewayRun::reportError);
     connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
 }
 
 void CGatewayRun::open(double seconds)
 {
-    const int code = m_interface.canInterface().openCommunication();
-    if (code != Cim::RC_OK) {
-        throw problemOf(code);
+    m_context.diagnostics.expect(QStringLiteral("Setting baudrate to 0 failed.")); // meant so, and told below
+    for (const auto& gateway : m_gateways) {
+        const int code = gateway->hosted.canInterface().openCommunication();
+        if (code != Cim::RC_OK) {
+            throw gateway->problemOf(code);
+        }
     }
     m_context.diagnostics.release();
     m_sinceOpen.start();
-    m_summary.start();
-    if (m_target.sim() != nullptr) {
-        connect(m_target.sim(), &CEmbeddedSim::logEnded, this, &CGatewayRun::onLogEnded);
-        m_target.sim()->startTraffic();
+    for (const auto& gateway : m_gateways) {
+        gateway->summary.start();
+        if (gateway->hosted.canInterface().baudrate() == 0) {
+            report(*gateway, QStringLiteral("the bit rate of the bus stays as the gateway has it (--baudrate sets it)"),
+                   {{QStringLiteral("event"), QStringLiteral("bitRateKept")}});
+        }
+        if (CEmbeddedSim* const sim = gateway->target.sim()) {
+            connect(sim, &CEmbeddedSim::logEnded, this,
+                    [this, &used = *gateway](const QString& error) { onLogEnded(used, error); });
+            sim->startTraffic();
+        }
     }
+    QTimer::singleShot(SILENCE_MS, this, &CGatewayRun::reportSilence);
     if (seconds > 0) {
         QTimer::singleShot(static_cast<int>(std::lround(seconds * 1000)), Qt::PreciseTimer, this,
                            [this] { end(eDone); });
@@ -54,42 +75,61 @@ void CGatewayRun::end(EExitCode exitCode)
 
 EExitCode CGatewayRun::waitForEnd()
 {
-    if (!m_ended) { // it may have ended while the interface opened
+    if (!m_ended) { // it may have ended while the interfaces opened
         m_loop.exec();
     }
-    m_summary.report(output());
+    for (const auto& gateway : m_gateways) {
+        const CSummary::SReport summary = gateway->summary.finish();
+        report(*gateway, summary.text, summary.object, EColor::eBold);
+    }
     return m_exitCode;
 }
 
-SProblem CGatewayRun::problemOf(int code)
+void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color)
 {
-    return {m_interface.canInterface().errorCodeToString(code), code};
+    const bool several = m_gateways.size() > 1;
+    if (several) {
+        object.insert(QStringLiteral("name"), gateway.target.name());
+    }
+    output().report((several ? gateway.target.name() + QStringLiteral(": ") : QString()) + text, object, color);
 }
 
-void CGatewayRun::reportError(int error)
+void CGatewayRun::reportError(SGateway& gateway, int error)
 {
-    const QString text = m_interface.canInterface().interfaceErrorToString(error).trimmed();
+    const QString text = gateway.hosted.canInterface().interfaceErrorToString(error).trimmed();
     const QString shown = m_context.diagnostics.isVerbose() ? text : text.section(QLatin1Char('\n'), 0, 0);
-    output().report(QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
-                    {{QStringLiteral("event"), QStringLiteral("interfaceError")},
-                     {QStringLiteral("error"), error},
-                     {QStringLiteral("text"), text}},
-                    EColor::eRed);
+    report(gateway, QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
+           {{QStringLiteral("event"), QStringLiteral("interfaceError")},
+            {QStringLiteral("error"), error},
+            {QStringLiteral("text"), text}},
+           EColor::eRed);
 }
 
-void CGatewayRun::onLogEnded(const QString& error)
+void CGatewayRun::reportSilence()
+{
+    for (const auto& gateway : m_gateways) {
+        if (!m_ended && !gateway->hosted.hasAnswered()) {
+            report(*gateway,
+                   QStringLiteral("open, no answer yet: is %1 a T93 gateway?")
+                       .arg(gateway->hosted.canInterface().commonInfo().port()),
+                   {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
+        }
+    }
+}
+
+void CGatewayRun::onLogEnded(SGateway& gateway, const QString& error)
 {
     if (!error.isEmpty()) {
         output().reportProblem({error});
         end(eWrongUsage);
         return;
     }
-    const auto endWhenAllCame = [this] {
-        if (m_interface.receivedCount() >= m_target.sim()->messagesToHost()) {
+    const auto endWhenAllCame = [this, &gateway] {
+        if (gateway.hosted.receivedCount() >= gateway.target.sim()->messagesToHost()) {
             end(eDone);
         }
     };
-    connect(&m_interface, &CHostedInterface::received, this, endWhenAllCame);
+    connect(&gateway.hosted, &CHostedInterface::received, this, endWhenAllCame);
     QTimer::singleShot(END_OF_LOG_LIMIT_MS, this, [this] { end(eDone); });
     endWhenAllCame();
 }

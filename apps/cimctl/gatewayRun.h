@@ -10,43 +10,59 @@
 #include <QEventLoop>
 #include <QObject>
 
+#include <memory>
+#include <vector>
+
 namespace vexmor::Apps::Cimctl
 {
 
-/// What all commands that talk to a gateway share: an open interface, until something ends the run (a limit, Ctrl-C,
-/// the end of a log that the simulated gateway plays, an output that takes nothing), and its summary.
+/// A gateway that a command works with.
+struct SGateway {
+    /// Throws a problem when there is no such gateway.
+    SGateway(SContext& context, const STargetOptions& options, const QString& text);
+
+    /// What the interface says of one of its codes.
+    SProblem problemOf(int code) { return {hosted.canInterface().errorCodeToString(code), code}; }
+
+    const CTarget target;
+    CHostedInterface hosted;
+    CSummary summary;
+};
+
+/// What all commands that talk to gateways share: open interfaces, until something ends the run (a limit, Ctrl-C, the
+/// end of a log that the simulated gateway plays, an output that takes nothing), and a summary of each.
 class CGatewayRun : public QObject
 {
 public:
-    /// Finds the gateway, opens nothing yet. Ctrl-C ends the run with `onInterruption`. Throws a problem when there is
+    /// Finds the gateways, opens nothing yet. Ctrl-C ends the run with `onInterruption`. Throws a problem when there is
     /// no such gateway.
-    CGatewayRun(SContext& context, const STargetOptions& target, EExitCode onInterruption);
+    CGatewayRun(SContext& context, const STargetOptions& options, EExitCode onInterruption);
 
     COutput& output() { return m_context.output; }
-    CHostedInterface& hosted() { return m_interface; }
-    CSummary& summary() { return m_summary; }
+    const std::vector<std::unique_ptr<SGateway>>& gateways() const { return m_gateways; }
+    /// The one of a command that works with one.
+    SGateway& gateway() { return *m_gateways.front(); }
 
-    /// Opens the interface and lets the simulated gateway's traffic begin. The run ends after so many seconds; 0: it
-    /// does not by itself. Throws the interface's code and text when it does not open.
+    /// Opens all and lets the simulated gateway's traffic begin. The run ends after so many seconds; 0: it does not by
+    /// itself. Throws the interface's code and text when one does not open.
     void open(double seconds);
-    /// Time since the interface is open.
+    /// Time since they are open.
     qint64 openMilliseconds() const { return m_sinceOpen.elapsed(); }
     /// Ends the run; the first call counts.
     void end(EExitCode exitCode);
-    /// Waits for the end, prints the summary, and gives the exit code.
+    /// Waits for the end, prints the summaries, and gives the exit code.
     EExitCode waitForEnd();
-    /// What the interface says of one of its codes.
-    SProblem problemOf(int code);
 
 private:
-    void reportError(int error);
-    void onLogEnded(const QString& error);
+    /// A line about one of the gateways, with its name where there are several.
+    void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
+    void reportError(SGateway& gateway, int error);
+    void reportSilence();
+    void onLogEnded(SGateway& gateway, const QString& error);
 
     SContext& m_context;
     const CInterruption m_interruption;
-    const CTarget m_target;
-    CHostedInterface m_interface;
-    CSummary m_summary;
+    std::vector<std::unique_ptr<SGateway>> m_gateways;
     QElapsedTimer m_sinceOpen;
     QEventLoop m_loop;
     bool m_ended = false;

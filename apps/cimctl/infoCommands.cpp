@@ -60,14 +60,16 @@ void printPlugin(COutput& output, const SPlugin& plugin)
     }
 }
 
-void showLoad(COutput& output, int percent)
+void showLoad(COutput& output, std::optional<int> load)
 {
+    const int percent = load.value_or(0);
     if (output.isJson()) {
-        output.print(
-            QJsonObject{{QStringLiteral("event"), QStringLiteral("load")}, {QStringLiteral("percent"), percent}});
+        output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("load")},
+                                 {QStringLiteral("percent"), load ? QJsonValue(percent) : QJsonValue()}});
         return;
     }
-    const QByteArray text = "bus load " + QByteArray::number(percent).rightJustified(3) + " %";
+    const QByteArray text =
+        "bus load " + (load ? QByteArray::number(percent) : QByteArray("?")).rightJustified(3) + " %";
     if (!output.isTerminal()) {
         output.print(text);
         return;
@@ -95,11 +97,15 @@ EExitCode info(SContext& context)
 EExitCode load(SContext& context, const STargetOptions& target, double seconds)
 {
     CGatewayRun run(context, target, eDone);
+    if (run.gateway().hosted.canInterface().baudrate() == 0) {
+        failUsage(
+            QStringLiteral("a gateway counts bits, not percent: load needs the bit rate of the bus (--baudrate)"));
+    }
     run.open(0);
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
-        showLoad(run.output(), run.hosted().busload());
+        showLoad(run.output(), run.gateway().hosted.busload());
         const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= seconds * 1000;
         if (seconds > 0 && isLast) {
             run.end(eDone);

@@ -42,6 +42,7 @@ With nothing at hand: cimctl dump sim --seconds 3)");
     addDump(app, options.action);
     addSend(app, options.action);
     addReplay(app, options.action);
+    addGen(app, options.action);
     addLoad(app, options.action);
     addStoreCommands(app, options.action);
 }

@@ -3,41 +3,51 @@
 #include "apps/common/clock.h"
 #include "canlog/candumpLog.h"
 
+#include <algorithm>
+
 namespace vexmor::Apps::Cimctl
 {
 namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
+constexpr std::int64_t MICROSECONDS = 1000000;
+constexpr int DATA_COLUMNS = 3 * 8; ///< a blank and two digits for each byte
 
-QByteArray timeText(std::int64_t microseconds)
-{
-    return "(" + QByteArray::number(static_cast<qint64>(microseconds / 1000000)) + "." +
-           QByteArray::number(static_cast<qint64>(microseconds % 1000000)).rightJustified(6, '0') + ") ";
-}
-
-QJsonObject jsonOf(const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
+QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
 {
     const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
     return {{QStringLiteral("event"), sending ? QStringLiteral("sent") : QStringLiteral("received")},
+            {QStringLiteral("interface"), QString::fromLocal8Bit(name)},
             {QStringLiteral("time"), static_cast<double>(microseconds) / 1e6},
             {QStringLiteral("id"), message.id().value()},
             {QStringLiteral("data"), QString::fromLatin1(data.toHex())}};
 }
+
+/// A field of a line: without blanks.
+QByteArray nameOf(const CGatewayRun& run, const SGateway& gateway)
+{
+    return run.gateways().size() == 1 ? INTERFACE_NAME
+                                      : printable(gateway.target.name()).replace(' ', '_').replace('\t', '_');
+}
 } // namespace
 
 CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
-    : m_output(run.output()), m_options(options)
+    : m_output(run.output()), m_options(options), m_logsToOutput(options.logFile == QLatin1String("-"))
 {
-    if (!options.logFile.isEmpty() && !m_log.openFile(options.logFile)) {
+    if (!options.logFile.isEmpty() && !m_logsToOutput && !m_log.openFile(options.logFile)) {
         throw logProblem();
     }
     connect(&m_log, &CLineSink::failed, &run, [&run] { run.end(eRefused); });
-    if (options.received) {
-        connect(&run.hosted(), &CHostedInterface::received, this,
-                [this](const auto& message) { show(message, false); });
-    }
-    if (options.sent) {
-        connect(&run.hosted(), &CHostedInterface::sent, this, [this](const auto& message) { show(message, true); });
+    for (const auto& gateway : run.gateways()) {
+        const auto source = std::make_shared<SSource>(SSource{nameOf(run, *gateway), {}});
+        if (options.received) {
+            connect(&gateway->hosted, &CHostedInterface::received, this,
+                    [this, source](const auto& message) { show(*source, message, false); });
+        }
+        if (options.sent) {
+            connect(&gateway->hosted, &CHostedInterface::sent, this,
+                    [this, source](const auto& message) { show(*source, message, true); });
+        }
     }
 }
 
@@ -55,26 +65,63 @@ SProblem CMessagePrinter::logProblem() const
     return {QStringLiteral("%1 cannot be written: %2").arg(m_options.logFile, m_log.problem())};
 }
 
-void CMessagePrinter::show(const Cim::CCanMessage& message, bool sending)
+void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, bool sending)
 {
     if (m_stopped || !passesFilters(m_options.filters, message)) {
         return;
     }
     const std::int64_t now = microsecondsNow();
-    if (m_output.isJson()) {
-        m_output.print(jsonOf(message, sending, now));
-    } else {
-        // With both directions in one list each line tells its own, as candump -x does.
-        const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
-        const QByteArray line =
-            (m_options.time ? timeText(now) : QByteArray()) + CanLog::formatDump(INTERFACE_NAME + direction, message);
-        m_output.print(sending ? m_output.paint(EColor::eCyan, line) : line);
-    }
+    // With both directions in one log each line tells its own, as those of candump do.
+    const char direction = m_options.sent ? (sending ? 'T' : 'R') : '\0';
     if (!m_options.logFile.isEmpty()) {
-        m_log.write(CanLog::formatLogLine({now, INTERFACE_NAME, message}) + '\n');
+        const QByteArray line = CanLog::formatLogLine({now, source.name, message, direction});
+        m_logsToOutput ? m_output.print(line) : m_log.write(line + '\n');
+    }
+    if (!m_logsToOutput) {
+        m_output.isJson() ? m_output.print(jsonOf(source.name, message, sending, now))
+                          : m_output.print(lineOf(source, message, sending, now));
     }
     ++m_shown;
     Q_EMIT messageShown();
+}
+
+QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now)
+{
+    const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
+    QByteArray line = timeText(now) + CanLog::formatDump(source.name + direction, message);
+    const int data = line.lastIndexOf(']') + 2; // a blank and two digits for each byte
+    if (m_options.ascii) {
+        line = line.leftJustified(data + DATA_COLUMNS) + "  '" + CanLog::formatAscii(message) + '\'';
+    }
+    if (sending) {
+        return m_output.paint(EColor::eCyan, line);
+    }
+    const auto [known, isFirst] = source.last.try_emplace({message.id().value(), sending}, message);
+    const Cim::CCanMessage before = std::exchange(known->second, message);
+    for (int i = static_cast<int>(message.length()) - 1; i >= 0 && !isFirst;
+         --i) { // from the last: it only moves those
+        if (i >= static_cast<int>(before.length()) || before.data()[i] != message.data()[i]) {
+            const int at = data + 3 * i + 1;
+            line.replace(at, 2, m_output.paint(EColor::eBold, line.mid(at, 2)));
+        }
+    }
+    return line;
+}
+
+QByteArray CMessagePrinter::timeText(std::int64_t now)
+{
+    if (m_options.time == 0) {
+        return {};
+    }
+    const bool isAbsolute = m_options.time == 'a';
+    const std::int64_t shown = isAbsolute ? now : now - (m_timeBase == 0 ? now : m_timeBase);
+    if (m_timeBase == 0 || m_options.time == 'd') {
+        m_timeBase = now;
+    }
+    const auto digits = [](std::int64_t value, int width) {
+        return QByteArray::number(static_cast<qlonglong>(value)).rightJustified(width, '0');
+    };
+    return '(' + digits(shown / MICROSECONDS, 3) + '.' + digits(std::abs(shown % MICROSECONDS), 6) + ") ";
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -9,6 +9,9 @@
 #include <QString>
 
 #include <cstdint>
+#include <map>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace vexmor::Apps::Cimctl
@@ -18,9 +21,11 @@ namespace vexmor::Apps::Cimctl
 struct SShowOptions {
     bool received = true;
     bool sent = false;
-    bool time = false;            ///< each line begins with the time of day
+    char time = 0;                ///< each line begins with the time: a absolute, d since the line before, z the first
+    bool ascii = false;           ///< each line ends with the data as characters
     std::vector<SFilter> filters; ///< a message that one of them lets through is shown; none: all are
-    QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere
+    QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere; "-"
+                                  ///< to the output instead of what it shows otherwise
 };
 
 /// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file.
@@ -44,12 +49,22 @@ Q_SIGNALS:
     void messageShown();
 
 private:
-    void show(const Cim::CCanMessage& message, bool sending);
+    /// The messages of a gateway under a name.
+    struct SSource {
+        QByteArray name;
+        std::map<std::pair<std::uint16_t, bool>, Cim::CCanMessage> last; ///< by identifier and direction
+    };
+
+    void show(SSource& source, const Cim::CCanMessage& message, bool sending);
+    QByteArray lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now);
+    QByteArray timeText(std::int64_t now);
     SProblem logProblem() const;
 
     COutput& m_output;
     const SShowOptions m_options;
+    const bool m_logsToOutput;
     CLineSink m_log;
+    std::int64_t m_timeBase = 0; ///< of the first line, or of the one before; 0: there is none
     bool m_stopped = false;
     std::uint64_t m_shown = 0;
 };

@@ -18,8 +18,19 @@ namespace vexmor::Apps::Cimctl
 namespace
 {
 constexpr int PROGRESS_MS = 1000;
+const char* const NOTHING_FOUND = R"(no gateway answered. Look at these in turn:
+  - Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.
+  - Has this computer an address in the gateway's subnet (ip -4 address)?
+  - Does a firewall drop UDP datagrams from port 33333?
+  - Behind a router: ask it directly, cimctl scan --address 192.168.1.70)";
 constexpr std::size_t COLUMN_COUNT = 7;
 using Row = std::array<QString, COLUMN_COUNT>;
+
+struct SScanOptions {
+    QStringList addresses; ///< asked directly, besides the broadcast
+    bool save = false;
+    QString bitRate = GATEWAYS_BIT_RATE; ///< for what is stored anew
+};
 
 /// What a scan knows better than the store; all else that is stored under the name was the user's choice.
 const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_TYPE, StoreKey::PORT_TEXT,
@@ -126,14 +137,14 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
             printJson(output, endpoint);
         }
     } else if (endpoints.empty()) {
-        output.print("no gateway answered (docs/troubleshooting.md tells what to look at)");
+        output.print(NOTHING_FOUND);
     } else {
         printTable(output, endpoints);
     }
 }
 
 /// What is to be stored for an endpoint. Fails when it has a protocol that no host could load again.
-Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoint)
+Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoint, const QString& bitRate)
 {
     if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name.isEmpty()) {
         const int code = Cim::RC_ENUM_TO_STRING;
@@ -142,7 +153,9 @@ Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoi
     }
     Settings settings = store.settings(endpoint.name);
     if (settings.isEmpty()) {
-        return endpoint.settings;
+        settings = endpoint.settings;
+        settings.insert(StoreKey::BAUDRATE, bitRate);
+        return settings;
     }
     for (const QLatin1String& key : FOUND_KEYS) {
         settings.insert(key, endpoint.settings.value(key));
@@ -151,7 +164,7 @@ Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoi
 }
 
 /// Stores what was found, of several with one name the first that answered.
-EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
+EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, const QString& bitRate)
 {
     CInterfaceStore store;
     const QStringList names = store.names();
@@ -160,7 +173,7 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     QMap<QString, Settings> interfaces;
     std::vector<const SEndpoint*> accepted;
     for (const SEndpoint& endpoint : endpoints) {
-        Result<Settings> settings = settingsToStore(store, endpoint);
+        Result<Settings> settings = settingsToStore(store, endpoint, bitRate);
         if (!interfaces.contains(endpoint.name) && !settings) {
             output.reportProblem(settings.problem());
             exitCode = eRefused;
@@ -186,11 +199,11 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 
 /// Finds gateways and shows their endpoints, all that answered; stores them when that is wanted. What the user had set
 /// for a stored one stays.
-EExitCode scan(SContext& context, const QStringList& addresses, bool save)
+EExitCode scan(SContext& context, const SScanOptions& options)
 {
     const std::vector<SPlugin> found = plugins(context);
     CInterfaceScan scan(found.front());
-    require(scan.start(addresses));
+    require(scan.start(options.addresses));
     context.diagnostics.release();
     if (!waitForScan(context.output, scan)) {
         return eInterrupted;
@@ -200,23 +213,23 @@ EExitCode scan(SContext& context, const QStringList& addresses, bool save)
         endpoints.emplace_back(*canInterface);
     }
     showFound(context.output, endpoints);
-    return save ? storeFound(context.output, endpoints) : eDone;
+    return options.save ? storeFound(context.output, endpoints, options.bitRate) : eDone;
 }
 } // namespace
 
 void addScan(CLI::App& app, Action& chosen)
 {
-    struct SOptions {
-        QStringList addresses; ///< asked directly, besides the broadcast
-        bool save = false;
-    };
-    const auto options = std::make_shared<SOptions>();
-    CLI::App& command =
-        addCommand(app, chosen, "scan", "Find the gateways on the network",
-                   [options](SContext& context) { return scan(context, options->addresses, options->save); });
+    const auto options = std::make_shared<SScanOptions>();
+    CLI::App& command = addCommand(app, chosen, "scan", "Find the gateways on the network",
+                                   [options](SContext& context) { return scan(context, *options); });
     addTexts(command, "-a,--address", options->addresses, "Ask this address directly, too (for one behind a router)",
              "ADDRESS");
-    command.add_flag("--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
+    CLI::Option* const save =
+        command.add_flag("--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
+    addText(command, "--baudrate", options->bitRate,
+            "Bit rate to store for new ones: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)", "KBIT")
+        ->check(bitRate())
+        ->needs(save);
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -18,6 +18,8 @@ constexpr int MAX_PER_TURN = 256;
 /// An 11-bit frame with 8 data bytes takes up to 135 bits with all its stuff bits and the pause behind it.
 constexpr double OVERHEAD_BITS = 47;
 constexpr double STUFFING = 1.22;
+/// Where the gateway keeps its own bit rate: what a gateway has by default.
+constexpr int ASSUMED_KBIT = 100;
 } // namespace
 
 CSender::CSender(CGatewayRun& run, Source source, double speed)
@@ -68,7 +70,7 @@ qint64 CSender::millisecondsToNext() const
 
 bool CSender::sendNext()
 {
-    const int code = m_run.hosted().send(m_next.message);
+    const int code = m_run.gateway().hosted.send(m_next.message);
     if (code == Cim::RC_OK) {
         m_waitingSince = -1;
         m_lastCode = 0;
@@ -90,9 +92,9 @@ bool CSender::sendNext()
 void CSender::refuse(int code)
 {
     m_hasRefused = true;
-    m_run.summary().countRefused();
+    m_run.gateway().summary.countRefused();
     if (code != m_lastCode) {
-        m_run.output().reportProblem(m_run.problemOf(code));
+        m_run.output().reportProblem(m_run.gateway().problemOf(code));
         m_lastCode = code;
     }
 }
@@ -101,13 +103,27 @@ void CSender::noteBusTime()
 {
     const double bits = (OVERHEAD_BITS + 8 * m_next.message.length()) * STUFFING;
     const double now = static_cast<double>(m_clock.elapsed());
-    m_busFreeAt = std::max(m_busFreeAt, now) + bits / std::max(1, m_run.hosted().canInterface().baudrate());
+    const int rate = m_run.gateway().hosted.canInterface().baudrate();
+    m_busFreeAt = std::max(m_busFreeAt, now) + bits / (rate == 0 ? ASSUMED_KBIT : rate);
 }
 
 void CSender::finish()
 {
     const qint64 wait = std::max<qint64>(0, std::llround(m_busFreeAt) - m_clock.elapsed()) + LINGER_MS;
     QTimer::singleShot(static_cast<int>(wait), this, &CSender::finished);
+}
+
+EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
+                  double speed)
+{
+    CGatewayRun run(context, target, eInterrupted);
+    CMessagePrinter printer(run, show);
+    run.open(0);
+    CSender sender(run, std::move(source), speed);
+    QObject::connect(&sender, &CSender::finished, &run,
+                     [&run, &sender] { run.end(sender.hasRefused() ? eRefused : eDone); });
+    sender.start();
+    return printer.finish(run.waitForEnd());
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/cimctl/gatewayRun.h"
+#include "apps/cimctl/messagePrinter.h"
 #include "canlog/candumpLog.h"
 
 #include <QElapsedTimer>
@@ -61,5 +62,9 @@ private:
     bool m_hasRefused = false;
     double m_busFreeAt = 0; ///< ms on the clock when the bus can have carried what was sent
 };
+
+/// Sends everything that a source gives to the target's gateway, showing it as wanted; the command ends with it.
+EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
+                  double speed);
 
 } // namespace vexmor::Apps::Cimctl

@@ -6,6 +6,8 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <QHostAddress>
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimctl
@@ -33,6 +35,7 @@ EExitCode list(SContext& context)
 {
     COutput& output = context.output;
     CInterfaceStore store;
+    require(store.failure());
     const QStringList names = store.names();
     int width = 0;
     for (const QString& name : names) {
@@ -44,9 +47,12 @@ EExitCode list(SContext& context)
             output.print(jsonOf(name, settings));
             continue;
         }
-        output.print(printable(QStringLiteral("%1  %2  %3  %4 kbit/s  %5")
+        const QString rate = settings.value(StoreKey::BAUDRATE);
+        output.print(printable(QStringLiteral("%1  %2  %3  %4  %5")
                                    .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
-                                        settings.value(StoreKey::PORT_TEXT), settings.value(StoreKey::BAUDRATE),
+                                        settings.value(StoreKey::PORT_TEXT),
+                                        rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's bit rate")
+                                                                  : rate + QStringLiteral(" kbit/s"),
                                         settings.value(StoreKey::HOSTNAME))
                                    .trimmed()));
     }
@@ -59,7 +65,9 @@ EExitCode list(SContext& context)
 EExitCode show(SContext& context, const QString& name)
 {
     COutput& output = context.output;
-    const Settings settings = CInterfaceStore().settings(name);
+    CInterfaceStore store;
+    require(store.failure());
+    const Settings settings = store.settings(name);
     if (settings.isEmpty()) {
         failUnknown(name);
     }
@@ -77,6 +85,7 @@ EExitCode show(SContext& context, const QString& name)
 EExitCode remove(const QString& name)
 {
     CInterfaceStore store;
+    require(store.failure());
     if (!store.contains(name)) {
         failUnknown(name);
     }
@@ -94,13 +103,20 @@ struct SAddOptions {
 EExitCode add(SContext& context, const SAddOptions& options)
 {
     CInterfaceStore store;
-    if (options.name.isEmpty() || isSimTarget(options.name)) {
+    require(store.failure());
+    if (options.name.isEmpty() || isSimTarget(options.name) || isAddress(options.name)) {
         failUsage(QStringLiteral("an interface cannot be stored under the name '%1'").arg(options.name));
     }
     if (store.contains(options.name) && !options.replace) {
         failUsage(QStringLiteral("'%1' is stored already (--replace stores another in its place)").arg(options.name));
     }
     const Settings settings = valueOf(readAddress(options.address, options.settings));
+    const QHostAddress address(settings.value(StoreKey::ADDRESS));
+    const bool isTcp = settings.value(StoreKey::PROTOCOL) != QLatin1String("UDP");
+    if (address.isMulticast() || address == QHostAddress(QHostAddress::AnyIPv4) ||
+        (isTcp && address == QHostAddress(QHostAddress::Broadcast))) {
+        failUsage(QStringLiteral("no gateway can have the address %1").arg(address.toString()));
+    }
     const std::unique_ptr<Cim::CCanInterface> canInterface(plugins(context).front().object->createInterface());
     require(applySettings(*canInterface, settings));
     require(store.save(*canInterface, options.name));

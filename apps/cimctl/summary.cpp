@@ -27,16 +27,16 @@ void CSummary::start()
 
 void CSummary::sampleBusload()
 {
-    const int percent = m_interface.busload();
-    if (percent == 0 && m_busloadSamples == 0 && m_sinceStart.elapsed() < FIRST_BUSLOAD_MS) {
+    const std::optional<int> percent = m_interface.busload();
+    if (!percent || (*percent == 0 && m_busloadSamples == 0 && m_sinceStart.elapsed() < FIRST_BUSLOAD_MS)) {
         return;
     }
     ++m_busloadSamples;
-    m_busloadSum += percent;
-    m_busloadPeak = std::max(m_busloadPeak, percent);
+    m_busloadSum += *percent;
+    m_busloadPeak = std::max(m_busloadPeak, *percent);
 }
 
-void CSummary::report(COutput& output)
+CSummary::SReport CSummary::finish()
 {
     m_busloadTimer.stop();
     sampleBusload(); // a short session ends before the timer could see its only value
@@ -58,10 +58,10 @@ void CSummary::report(COutput& output)
         object.insert(QStringLiteral("busloadPeak"), m_busloadPeak);
     }
     const QString refused = m_refused == 0 ? QString() : QStringLiteral(", refused %1").arg(m_refused);
-    output.report(QStringLiteral("received %1, sent %2%3, lost %4, errors %5, bus load %6")
-                      .arg(QString::number(received), QString::number(m_sent), refused, QString::number(lost),
-                           QString::number(m_errors), load),
-                  object, EColor::eBold);
+    return {QStringLiteral("received %1, sent %2%3, lost %4, errors %5, bus load %6")
+                .arg(QString::number(received), QString::number(m_sent), refused, QString::number(lost),
+                     QString::number(m_errors), load),
+            object};
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,10 +1,11 @@
 #pragma once
 
-#include "apps/cimctl/output.h"
 #include "apps/common/hostedInterface.h"
 
 #include <QElapsedTimer>
+#include <QJsonObject>
 #include <QObject>
+#include <QString>
 #include <QTimer>
 
 #include <cstdint>
@@ -23,8 +24,12 @@ public:
     void start();
     /// A message that the interface refused was given up.
     void countRefused() { ++m_refused; }
-    /// The last line, on stderr: received, sent, refused, lost, errors, mean and peak bus load.
-    void report(COutput& output);
+    struct SReport {
+        QString text;
+        QJsonObject object;
+    };
+    /// The last line: received, sent, refused, lost, errors, mean and peak bus load.
+    SReport finish();
 
 private:
     void sampleBusload();

@@ -7,7 +7,10 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <climits>
+#include <QHostInfo>
+#include <QRegularExpression>
+
+#include <algorithm>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -17,14 +20,37 @@ const QString SIM = QStringLiteral("sim");
 const QString SIM_LOG = QStringLiteral("sim:");
 
 const char* const TARGET_HELP =
-    R"(TARGET is the name of a stored interface (see list), an address ADDRESS[:PORT][:TCP|:UDP],
-a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated gateway in this program
-(sim:FILE plays a log of candump on its bus, and ends with it).)";
+    R"(TARGET is the name of a stored interface (see list), an address or host name
+ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated
+gateway in this program (sim:FILE plays a log of candump on its bus, and ends with it).)";
+
+/// A text that may begin with a host name: a word alone is rather a name that was mistyped, and nobody is asked for it.
+bool mayBeHostName(const QString& text)
+{
+    static const QRegularExpression FORM(QStringLiteral("^(localhost|[\\w-]+([.][\\w-]+)+|[\\w-]+(?=:))(:.*)?$"));
+    return FORM.match(text).hasMatch();
+}
+
+/// The same with the address of the host.
+QString resolved(const QString& text)
+{
+    const QString host = text.section(QLatin1Char(':'), 0, 0);
+    const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
+    const auto isIpv4 = [](const QHostAddress& one) { return one.protocol() == QAbstractSocket::IPv4Protocol; };
+    const auto found = std::find_if(addresses.begin(), addresses.end(), isIpv4);
+    if (found == addresses.end()) {
+        throw SProblem{QStringLiteral("the host %1 has no IPv4 address").arg(host)};
+    }
+    return found->toString() + text.mid(host.size());
+}
 } // namespace
 
-void STargetOptions::addTo(CLI::App& command)
+void STargetOptions::addTo(CLI::App& command, bool several)
 {
-    addText(command, "TARGET", text, "The gateway: a stored name, an address, or sim")->required();
+    CLI::Option* const option =
+        several ? addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim")
+                : addTexts(command, "TARGET", texts, "The gateway: a stored name, an address, or sim");
+    option->required()->expected(1, several ? CLI::detail::expected_max_vector_size : 1)->allow_extra_args(several);
     addInterfaceSettings(command, settings);
     command.footer(TARGET_HELP);
 }
@@ -41,8 +67,8 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
     addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
         ->transform(CLI::IsMember({"TCP", "UDP"}, CLI::ignore_case).description(""));
     addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
-               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (100; sim: 500)")
-        ->check(wholeFrom(0, INT_MAX));
+               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)")
+        ->check(bitRate());
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
                "UDP: address of this computer's network interface to the gateway (any)")
         ->transform(typedAddress());
@@ -56,32 +82,33 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
         ->group("Interface");
 }
 
-CTarget::CTarget(std::vector<SPlugin> plugins, const STargetOptions& options)
-    : m_plugins(std::move(plugins)), m_settings(options.settings)
+CTarget::CTarget(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
+    : m_plugins(std::move(plugins)), m_name(text), m_settings(settings)
 {
     CInterfaceStore store;
-    if (store.contains(options.text)) {
-        if (!options.settings.isEmpty()) {
+    require(store.failure());
+    m_isStored = store.contains(text);
+    if (m_isStored) {
+        if (!settings.isEmpty()) {
             failUsage(
                 QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
-                    .arg(options.text, options.settings.firstKey()));
+                    .arg(text, settings.firstKey()));
         }
-        m_storedName = options.text;
-        m_settings = store.settings(m_storedName);
-    } else if (isSimTarget(options.text)) {
+        m_settings = store.settings(text);
+    } else if (isSimTarget(text)) {
         m_sim = std::make_unique<CEmbeddedSim>();
-        require(m_sim->start(options.text.mid(SIM_LOG.size())));
+        require(m_sim->start(text.mid(SIM_LOG.size())));
         m_settings.insert(StoreKey::ADDRESS, m_sim->gateway().address().toString());
         m_settings.insert(StoreKey::PORT, QString::number(m_sim->gateway().port()));
         if (!m_settings.contains(StoreKey::BAUDRATE)) {
             m_settings.insert(StoreKey::BAUDRATE, QString::number(m_sim->bus().baudrate()));
         }
-    } else if (isAddress(options.text)) {
-        m_settings = valueOf(readAddress(options.text, m_settings));
+    } else if (isAddress(text) || mayBeHostName(text)) {
+        m_settings = valueOf(readAddress(isAddress(text) ? text : resolved(text), m_settings));
     } else {
         failUsage(
             QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
-                .arg(options.text));
+                .arg(text));
     }
 }
 
@@ -92,11 +119,10 @@ std::unique_ptr<Cim::CCanInterface> CTarget::makeInterface() const
     const QString owner = m_settings.value(StoreKey::PLUGIN_NAME);
     const SPlugin* const plugin = pluginNamed(m_plugins, owner);
     if (plugin == nullptr) {
-        throw SProblem{QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_storedName, owner)};
+        throw SProblem{QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_name, owner)};
     }
     std::unique_ptr<Cim::CCanInterface> canInterface(plugin->object->createInterface());
-    require(m_storedName.isEmpty() ? applySettings(*canInterface, m_settings)
-                                   : CInterfaceStore::load(*canInterface, m_storedName));
+    require(m_isStored ? CInterfaceStore::load(*canInterface, m_name) : applySettings(*canInterface, m_settings));
     return canInterface;
 }
 

@@ -24,11 +24,11 @@ namespace vexmor::Apps::Cimctl
 
 /// What the user typed to say which gateway.
 struct STargetOptions {
-    QString text;      ///< TARGET
+    QStringList texts; ///< TARGET, one at least
     Settings settings; ///< of the options beside it; not for a stored name
 
-    /// Adds TARGET and the options beside it to a command.
-    void addTo(CLI::App& command);
+    /// Adds TARGET, or TARGETS, and the options beside it to a command.
+    void addTo(CLI::App& command, bool several = false);
 };
 
 /// Adds an option for a parameter of an interface.
@@ -38,23 +38,26 @@ CLI::Option* addSetting(CLI::App& command, const std::string& names, Settings& s
 void addInterfaceSettings(CLI::App& command, Settings& settings);
 
 /// A gateway to work with, and the plugin that reaches it. TARGET is, the first that fits: the name of a stored
-/// interface; "sim" or "sim:FILE", a simulated gateway in this program; an address, ADDRESS[:PORT][:TCP|:UDP] or a port
-/// text like IP=10.0.0.5:30000:TCP.
+/// interface; "sim" or "sim:FILE", a simulated gateway in this program; an address, ADDRESS[:PORT][:TCP|:UDP], with a
+/// host name in the place of the address, or a port text like IP=10.0.0.5:30000:TCP.
 class CTarget
 {
 public:
     /// Throws a problem when the text is none of these, and when a simulated gateway cannot start.
-    CTarget(std::vector<SPlugin> plugins, const STargetOptions& options);
+    CTarget(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
     ~CTarget();
 
     /// A new, closed interface for the gateway. Throws a problem when the plugin refuses the settings.
     std::unique_ptr<Cim::CCanInterface> makeInterface() const;
+    /// As it was typed.
+    QString name() const { return m_name; }
     /// The simulated gateway, null for a real one.
     CEmbeddedSim* sim() const { return m_sim.get(); }
 
 private:
     const std::vector<SPlugin> m_plugins;
-    QString m_storedName; ///< empty for any other target
+    const QString m_name;
+    bool m_isStored = false;
     Settings m_settings;
     std::unique_ptr<CEmbeddedSim> m_sim;
 };

@@ -52,20 +52,6 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
     return messages;
 }
 
-/// Sends everything that a source gives; the run ends with it.
-EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
-                  double speed)
-{
-    CGatewayRun run(context, target, eInterrupted);
-    CMessagePrinter printer(run, show);
-    run.open(0);
-    CSender sender(run, std::move(source), speed);
-    QObject::connect(&sender, &CSender::finished, &run,
-                     [&run, &sender] { run.end(sender.hasRefused() ? eRefused : eDone); });
-    sender.start();
-    return printer.finish(run.waitForEnd());
-}
-
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
@@ -79,7 +65,7 @@ void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString&
         failUsage(error.isEmpty() ? QStringLiteral("%1: holds no frame").arg(file) : error);
     }
     if (log.skipped() > 0) {
-        diagnostics.warn(QStringLiteral("%1: %2 lines are skipped (empty, 29-bit, remote, error or CAN FD frames)")
+        diagnostics.warn(QStringLiteral("%1: %2 lines are skipped (29-bit, remote, error or CAN FD frames)")
                              .arg(file)
                              .arg(log.skipped()));
     }
@@ -123,9 +109,9 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     });
     run.open(options.seconds);
     for (const Cim::CCanMessage& message : messages) {
-        const int code = run.hosted().send(message);
+        const int code = run.gateway().hosted.send(message);
         if (code != Cim::RC_OK) {
-            throw run.problemOf(code);
+            throw run.gateway().problemOf(code);
         }
     }
     return printer.finish(run.waitForEnd());
@@ -166,7 +152,7 @@ void addDump(CLI::App& app, Action& chosen)
     const auto options = std::make_shared<SDumpOptions>();
     CLI::App& command = addCommand(app, chosen, "dump", "Print messages as they come",
                                    [options](SContext& context) { return dump(context, *options); });
-    options->target.addTo(command);
+    options->target.addTo(command, true);
     command.add_option("-n,--count", options->count, "End after so many messages")
         ->type_name("N")
         ->check(wholeFrom(1, INT_MAX));
@@ -174,12 +160,17 @@ void addDump(CLI::App& app, Action& chosen)
         ->type_name("S")
         ->check(numberFrom(0.001, 1e6));
     command.add_flag("--sent", options->show.sent, "Show sent messages too, and the direction of each");
-    command.add_flag("-t,--time", options->show.time, "Begin each line with the time");
-    addText(command, "-l,--log", options->show.logFile, "Write the messages to a file too, in candump's log format",
-            "FILE");
-    addTexts(command, "-f,--filter", options->filters, "Show only messages with (identifier & MASK) == (ID & MASK)",
-             "ID:MASK");
-    addTexts(command, "--send", options->frames, "Send this when the interface is open", "ID#DATA");
+    command
+        .add_option("-t,--time", options->show.time,
+                    "Begin each line with the time: a absolute, d since the line before, z since the first")
+        ->check(CLI::IsMember({'a', 'd', 'z'}).description(""))
+        ->type_name("a|d|z");
+    command.add_flag("-a,--ascii", options->show.ascii, "End each line with the data as characters");
+    addText(command, "-l,--log", options->show.logFile,
+            "Write the messages to a file too, in candump's log format; -: to stdout, and nothing else", "FILE");
+    addTexts(command, "-f,--filter", options->filters,
+             "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
+    addTexts(command, "--send", options->frames, "Send this when the interface is open (the first)", "ID#DATA");
 }
 
 void addSend(CLI::App& app, Action& chosen)

@@ -13,6 +13,16 @@
 namespace vexmor::Apps::Cimview
 {
 
+void fillWithBitRates(QComboBox& box)
+{
+    box.addItem(CAddDialog::tr("as the gateway has it"), GATEWAYS_BIT_RATE);
+    for (const QString& rate : bitRates()) {
+        box.addItem(CAddDialog::tr("%1 kbit/s").arg(rate), rate);
+    }
+    box.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    box.setMinimumContentsLength(9);
+}
+
 CAddDialog::CAddDialog(Accept accept, QWidget* parent)
     : QDialog(parent),
       m_accept(std::move(accept)),
@@ -25,8 +35,7 @@ CAddDialog::CAddDialog(Accept accept, QWidget* parent)
     setWindowTitle(tr("Add interface"));
     m_address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
     m_address->setToolTip(tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
-    m_baudrate->addItems(bitRates());
-    m_baudrate->setCurrentText(QStringLiteral("500"));
+    fillWithBitRates(*m_baudrate);
     m_keep->setChecked(true);
     m_problem->setWordWrap(true);
     m_problem->hide();
@@ -34,7 +43,7 @@ CAddDialog::CAddDialog(Accept accept, QWidget* parent)
     auto* const form = new QFormLayout;
     form->addRow(tr("&Name:"), m_name);
     form->addRow(tr("&Address:"), m_address);
-    form->addRow(tr("&Baud rate [kbit/s]:"), m_baudrate);
+    form->addRow(tr("&Baud rate:"), m_baudrate);
     form->addRow(QString(), m_keep);
     auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
@@ -49,7 +58,7 @@ CAddDialog::CAddDialog(Accept accept, QWidget* parent)
 void CAddDialog::accept()
 {
     Result<Settings> settings =
-        readAddress(m_address->text().trimmed(), {{StoreKey::BAUDRATE, m_baudrate->currentText()}});
+        readAddress(m_address->text().trimmed(), {{StoreKey::BAUDRATE, m_baudrate->currentData().toString()}});
     const Failure failure =
         settings ? m_accept(m_name->text().trimmed(), *settings, m_keep->isChecked()) : settings.problem();
     if (failure) {

@@ -37,4 +37,7 @@ private:
     QLabel* m_problem;
 };
 
+/// Offers the bit rates of a CAN bus, each with its value in the store as data; the gateway's own comes first.
+void fillWithBitRates(QComboBox& box);
+
 } // namespace vexmor::Apps::Cimview

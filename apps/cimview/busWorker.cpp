@@ -1,7 +1,6 @@
 #include "apps/cimview/busWorker.h"
 
 #include "apps/common/clock.h"
-#include "cim/resultCodes.h"
 
 #include <QCoreApplication>
 
@@ -76,15 +75,7 @@ void CBusWorker::post(const Cim::CCanMessage& message, bool sent)
 
 void CBusWorker::takeStatus()
 {
-    Q_EMIT statusTaken({m_hosted->canInterface().commonInfo(), m_hosted->busload()});
-}
-
-void CBusWorker::noteCode(int code)
-{
-    if (code != Cim::RC_OK && code != m_lastCode) {
-        Q_EMIT refused(code);
-    }
-    m_lastCode = code;
+    Q_EMIT statusTaken({m_hosted->canInterface().commonInfo(), m_hosted->hasAnswered(), m_hosted->busload()});
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -2,6 +2,7 @@
 
 #include "apps/cimview/mailbox.h"
 #include "apps/common/hostedInterface.h"
+#include "cim/resultCodes.h"
 
 #include <QMetaType>
 #include <QObject>
@@ -9,6 +10,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace vexmor::Apps::Cimview
 {
@@ -16,7 +18,8 @@ namespace vexmor::Apps::Cimview
 /// What an open interface tells of itself from time to time.
 struct SInterfaceStatus {
     Cim::CCommonInfo info;
-    int busload = 0; ///< percent
+    bool hasAnswered = false;   ///< the gateway has sent something
+    std::optional<int> busload; ///< percent, where it is known
 };
 
 /// Owns an interface while it is in use, in a thread that has no other: opening blocks for up to a second, and a
@@ -44,20 +47,19 @@ public:
 Q_SIGNALS:
     void opened(int code);
     void statusTaken(const vexmor::Apps::Cimview::SInterfaceStatus& status);
-    /// An operation gave another code than 0; of a series with the same code only the first is told.
+    /// An operation gave another code than 0.
     void refused(int code);
 
 private:
     void post(const Cim::CCanMessage& message, bool sent);
     void takeStatus();
-    void noteCode(int code);
+    void noteCode(int code) { code == Cim::RC_OK ? void() : Q_EMIT refused(code); }
 
     std::unique_ptr<CHostedInterface> m_hosted; ///< child, so that both move to the thread together
     const std::uint16_t m_source;
     CMailbox& m_mailbox;
     QTimer m_statusTimer;
     std::map<int, std::unique_ptr<QTimer>> m_cyclic;
-    int m_lastCode = 0;
 };
 
 } // namespace vexmor::Apps::Cimview

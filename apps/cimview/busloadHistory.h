@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 
 namespace vexmor::Apps::Cimview
 {
@@ -17,14 +18,18 @@ public:
 
     struct SSample {
         std::int64_t microseconds = 0; ///< since the epoch
-        int percent = 0;
+        std::optional<int> percent;    ///< nothing: not known from then on
     };
     using Samples = std::deque<SSample>;
 
     /// Adds a sample, not older than those before it; drops what has become too old.
     void add(const QString& source, const SSample& sample)
     {
-        m_samples[source].push_back(sample);
+        const auto known = m_samples.find(source);
+        const bool wasKnown = known != m_samples.end() && known->second.back().percent;
+        if (sample.percent || wasKnown) {
+            m_samples[source].push_back(sample);
+        }
         for (auto entry = m_samples.begin(); entry != m_samples.end();) {
             Samples& samples = entry->second;
             while (!samples.empty() && sample.microseconds - samples.front().microseconds > KEPT_MICROSECONDS) {

@@ -11,6 +11,7 @@
 #include <qwt_scale_widget.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace vexmor::Apps::Cimview
 {
@@ -26,6 +27,31 @@ constexpr int GRID_ALPHA = 80;
 constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
                                       {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
 constexpr int MIDDLE_LIGHTNESS = 128;
+constexpr int LABEL_WIDTH = 60;
+
+/// A curve with gaps: a point whose value is no number ends a line.
+class CGappedCurve : public QwtPlotCurve
+{
+public:
+    using QwtPlotCurve::QwtPlotCurve;
+
+protected:
+    void drawSeries(QPainter* painter, const QwtScaleMap& xMap, const QwtScaleMap& yMap, const QRectF& canvas, int from,
+                    int to) const override
+    {
+        to = to < 0 ? static_cast<int>(dataSize()) - 1 : to;
+        for (int start = from; start <= to; ++start) {
+            int end = start;
+            while (end <= to && !std::isnan(sample(end).y())) {
+                ++end;
+            }
+            if (end > start) {
+                QwtPlotCurve::drawSeries(painter, xMap, yMap, canvas, start, end - 1);
+            }
+            start = end;
+        }
+    }
+};
 } // namespace
 
 CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
@@ -65,6 +91,12 @@ void CBusloadPlot::showEvent(QShowEvent* event)
     update();
 }
 
+void CBusloadPlot::resizeEvent(QResizeEvent* event)
+{
+    QwtPlot::resizeEvent(event);
+    setAxisMaxMajor(xBottom, std::max(1, width() / LABEL_WIDTH)); // labels would overlap
+}
+
 void CBusloadPlot::hideEvent(QHideEvent* event)
 {
     QwtPlot::hideEvent(event);
@@ -92,7 +124,7 @@ void CBusloadPlot::update()
     bool isNew = false;
     for (const auto& entry : samples) {
         if (m_curves.count(entry.first) == 0) {
-            auto* const curve = new QwtPlotCurve(entry.first);
+            auto* const curve = new CGappedCurve(entry.first);
             curve->setRenderHint(QwtPlotItem::RenderAntialiased);
             curve->attach(this);
             m_curves.emplace(entry.first, curve);
@@ -106,8 +138,8 @@ void CBusloadPlot::update()
         for (const auto& sample : found == samples.end() ? CBusloadHistory::Samples() : found->second) {
             const double seconds = static_cast<double>(sample.microseconds - now) / MICROSECONDS_PER_SECOND;
             if (seconds >= -SHOWN_SECONDS) {
-                points.append({seconds, static_cast<double>(sample.percent)});
-                top = std::max(top, 1.1 * sample.percent);
+                points.append({seconds, sample.percent ? static_cast<double>(*sample.percent) : qQNaN()});
+                top = std::max(top, 1.1 * sample.percent.value_or(0));
             }
         }
         curve->setSamples(points);

@@ -95,6 +95,8 @@ QVariant CEventModel::data(const QModelIndex& index, int role) const
             return tr("error %1").arg(shown.number);
         case EEvent::eResult:
             return tr("code %1").arg(shown.number);
+        case EEvent::eWarning:
+            return tr("warning");
         case EEvent::eNote:
             return {};
         }

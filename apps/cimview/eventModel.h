@@ -15,6 +15,7 @@ namespace vexmor::Apps::Cimview
 enum class EEvent {
     eInterfaceError, ///< trouble that arose on its own
     eResult,         ///< an operation was refused with a code
+    eWarning,        ///< something was lost or did not work, without a number
     eNote            ///< for the user to know
 };
 

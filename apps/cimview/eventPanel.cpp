@@ -3,7 +3,6 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/tableSetup.h"
 
-#include <QEvent>
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -21,7 +20,6 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
     setColumnWidths(*m_table, {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"),
                                QStringLiteral("error 100"), QStringLiteral("1000")});
-    m_table->installEventFilter(this);
     setFocusProxy(m_table);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);
@@ -32,17 +30,19 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     splitter->addWidget(m_text);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
-    auto* const read = new QPushButton(tr("Mar&k as read"), this);
     auto* const clear = new QPushButton(tr("&Clear events"), this);
     auto* const buttons = new QVBoxLayout;
-    buttons->addWidget(read);
     buttons->addWidget(clear);
     buttons->addStretch(1);
     auto* const layout = new QHBoxLayout(this);
     layout->addWidget(splitter, 1);
     layout->addLayout(buttons);
 
-    connect(read, &QPushButton::clicked, &events, &CEventModel::markRead);
+    connect(&events, &CEventModel::unreadChanged, this, [this](int unread) {
+        if (unread > 0 && m_isInView) { // it is looked at as it comes
+            m_events.markRead();
+        }
+    });
     connect(clear, &QPushButton::clicked, &events, &CEventModel::clear);
     connect(&events, &QAbstractItemModel::rowsInserted, m_table, &QTableView::scrollToBottom);
     connect(&events, &QAbstractItemModel::modelReset, m_text, &QPlainTextEdit::clear);
@@ -54,12 +54,12 @@ void CEventPanel::choose(int row)
     m_table->selectRow(row);
 }
 
-bool CEventPanel::eventFilter(QObject* watched, QEvent* event)
+void CEventPanel::setInView(bool inView)
 {
-    if (event->type() == QEvent::FocusIn) {
+    m_isInView = inView;
+    if (inView) {
         m_events.markRead();
     }
-    return QWidget::eventFilter(watched, event);
 }
 
 void CEventPanel::showText()

@@ -21,9 +21,8 @@ public:
 
     /// Shows the text of a row.
     void choose(int row);
-
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
+    /// Whether the user can see the panel: then events are read as they come.
+    void setInView(bool inView);
 
 private:
     void showText();
@@ -31,6 +30,7 @@ private:
     CEventModel& m_events;
     QTableView* m_table;
     QPlainTextEdit* m_text;
+    bool m_isInView = false;
 };
 
 } // namespace vexmor::Apps::Cimview

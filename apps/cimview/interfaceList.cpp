@@ -32,6 +32,8 @@ QString stateText(EInterfaceState state)
         return CInterfaceList::tr("closed");
     case EInterfaceState::eOpening:
         return CInterfaceList::tr("opening ...");
+    case EInterfaceState::eSilent:
+        return CInterfaceList::tr("no answer yet");
     case EInterfaceState::eConnected:
         return CInterfaceList::tr("connected");
     case EInterfaceState::eWaiting:
@@ -61,11 +63,14 @@ CInterfaceList::~CInterfaceList()
 void CInterfaceList::loadStored()
 {
     CInterfaceStore store;
+    if (const Failure failure = store.failure()) {
+        tell(QString(), EEvent::eWarning, 0, failure->text);
+    }
     for (const QString& name : store.names()) {
         auto canInterface = create(store.settings(name).value(StoreKey::PLUGIN_NAME));
         const Failure failure = canInterface ? CInterfaceStore::load(**canInterface, name) : canInterface.problem();
         if (failure) {
-            tell(name, failure->code, failure->text);
+            tell(name, EEvent::eResult, failure->code, failure->text);
         } else {
             insert(std::move(*canInterface), true);
         }
@@ -125,7 +130,7 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
     }
     if (count > MAX_ADDED) {
         const QString text = tr("%1 more were found, too many to be added. Are they real?").arg(count - MAX_ADDED);
-        tell(QString(), 0, text);
+        tell(QString(), EEvent::eWarning, 0, text);
     }
 }
 
@@ -136,9 +141,9 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
     connect(one, &CManagedInterface::changed, this, [this, one] { showRow(*one); });
     connect(one, &CManagedInterface::stateChanged, this, &CInterfaceList::statesChanged);
     connect(one, &CManagedInterface::told, this,
-            [this, one](int code, const QString& text) { tell(one->name(), code, text); });
+            [this, one](EEvent kind, int code, const QString& text) { tell(one->name(), kind, code, text); });
     connect(one, &CManagedInterface::busloadRead, this,
-            [this, one](int percent) { Q_EMIT busloadRead(one->name(), percent); });
+            [this, one](std::optional<int> percent) { Q_EMIT busloadRead(one->name(), percent); });
     beginInsertRows({}, rowCount(), rowCount());
     m_rows.push_back(std::move(made));
     endInsertRows();
@@ -163,9 +168,9 @@ void CInterfaceList::showRow(const CManagedInterface& shown)
     Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
 }
 
-void CInterfaceList::tell(const QString& name, int code, const QString& text)
+void CInterfaceList::tell(const QString& name, EEvent kind, int code, const QString& text)
 {
-    Q_EMIT eventHappened({microsecondsNow(), code == 0 ? EEvent::eNote : EEvent::eResult, name, code, 1, text});
+    Q_EMIT eventHappened({microsecondsNow(), kind, name, code, 1, text});
 }
 
 CSession* CInterfaceList::session(const QString& name) const
@@ -232,9 +237,10 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     case eState:
         return stateText(shown.state());
     case eBusload:
-        return shown.isOpen() ? tr("%1 %").arg(shown.busload()) : QString();
+        return shown.busload() ? tr("%1 %").arg(*shown.busload()) : QString();
     case eBaudrate:
-        return tr("%1 kbit/s").arg(shown.settings().baudrate());
+        return shown.settings().baudrate() == 0 ? tr("the gateway's")
+                                                : tr("%1 kbit/s").arg(shown.settings().baudrate());
     case eStored:
         return shown.isStored() ? tr("yes") : tr("no");
     default:

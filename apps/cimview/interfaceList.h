@@ -51,8 +51,8 @@ public:
 
 Q_SIGNALS:
     void eventHappened(const vexmor::Apps::Cimview::SEvent& event);
-    /// An open interface told its bus load.
-    void busloadRead(const QString& name, int percent);
+    /// An interface told its bus load; nothing while it is not known.
+    void busloadRead(const QString& name, std::optional<int> percent);
     /// The state of an interface changed, or a row came or went.
     void statesChanged();
 
@@ -60,7 +60,7 @@ private:
     Result<std::unique_ptr<Cim::CCanInterface>> create(const QString& pluginName) const;
     void insert(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored);
     void showRow(const CManagedInterface& shown);
-    void tell(const QString& name, int code, const QString& text);
+    void tell(const QString& name, EEvent kind, int code, const QString& text);
 
     const std::vector<SPlugin>& m_plugins;
     CSourceNames& m_names;

@@ -3,19 +3,17 @@
 #include "apps/cimview/addDialog.h"
 #include "apps/cimview/tableSetup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/bitRates.h"
 #include "apps/common/clock.h"
 
 #include <QComboBox>
 #include <QGridLayout>
 #include <QHeaderView>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
 #include <QSettings>
 #include <QTableView>
-#include <QToolButton>
+#include <QToolBar>
 
 #include <algorithm>
 
@@ -27,6 +25,7 @@ const QString COLUMNS = QStringLiteral("InterfaceColumns");
 /// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
 constexpr int USUAL_SCAN_MS = 4500;
 constexpr int SCAN_STEP_MS = 100;
+constexpr int MOST_NAMED = 10; ///< in a question
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -49,8 +48,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_progress->setRange(0, USUAL_SCAN_MS);
     m_progress->setTextVisible(false);
     m_progress->hide();
-    m_baudrate->addItems(bitRates());
-    m_baudrate->setToolTip(tr("Bit rate of the CAN bus, kbit/s"));
+    fillWithBitRates(*m_baudrate);
+    m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
     layOut();
     setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("gateway away"),
@@ -60,7 +59,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::showState);
     connect(m_table, &QTableView::doubleClicked, this, [this] { m_open->isEnabled() ? openChosen() : closeChosen(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
-            [this] { setBaudrate(m_baudrate->currentText()); });
+            [this] { setBaudrate(m_baudrate->currentData().toString()); });
     connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScan);
     connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
     m_table->selectRow(0);
@@ -88,16 +87,9 @@ void CInterfacePanel::makeActions()
 void CInterfacePanel::layOut()
 {
     auto* const layout = new QVBoxLayout(this);
-    auto* const buttons = new QHBoxLayout;
-    for (QAction* const action : interfaceActions()) {
-        buttons->addWidget(makeButton(*action, this));
-    }
-    auto* const label = new QLabel(tr("&Baud rate:"), this);
-    label->setBuddy(m_baudrate);
-    buttons->addWidget(label);
-    buttons->addWidget(m_baudrate);
-    buttons->addStretch(1);
-    layout->addLayout(buttons);
+    QToolBar* const bar = makeToolBar(interfaceActions(), this);
+    bar->insertWidget(m_add, m_baudrate);
+    layout->addWidget(bar);
     layout->addWidget(m_table, 1);
     layout->addWidget(m_progress);
 }
@@ -140,10 +132,18 @@ void CInterfacePanel::removeChosen()
 {
     const QList<int> rows = chosenRows();
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const bool anyStored =
-        std::any_of(rows.begin(), rows.end(), [&](int row) { return interfaces.at(row).isStored(); });
-    const QString question = tr("Remove the chosen interfaces from the store, too?");
-    if (anyStored && QMessageBox::question(this, tr("Remove"), question) != QMessageBox::Yes) {
+    QStringList names;
+    bool anyStored = false;
+    for (const int row : rows) {
+        names.append(interfaces.at(row).name());
+        anyStored = anyStored || interfaces.at(row).isStored();
+    }
+    const bool areMany = names.size() > MOST_NAMED;
+    const QString question = tr("Remove these interfaces, from the store as well?") + QStringLiteral("\n\n") +
+                             names.mid(0, MOST_NAMED).join(QLatin1Char('\n')) +
+                             (areMany ? QStringLiteral("\n...") : QString());
+    if (anyStored && QMessageBox::question(this, tr("Remove"), question, QMessageBox::Yes | QMessageBox::Cancel,
+                                           QMessageBox::Cancel) != QMessageBox::Yes) {
         return;
     }
     // A scan that ends meanwhile adds rows at the end only.
@@ -214,7 +214,7 @@ void CInterfacePanel::setBaudrate(const QString& rate)
 {
     for (const int row : chosenRows()) {
         CManagedInterface& one = m_workbench.interfaces().at(row);
-        if (!one.setBaudrate(rate.toInt())) {
+        if (!one.setBitRate(rate)) {
             m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
         }
     }
@@ -236,7 +236,7 @@ void CInterfacePanel::showState()
     m_store->setEnabled(any([&](int row) { return !interfaces.at(row).isStored(); }));
     m_baudrate->setEnabled(anyClosed);
     const int rate = rows.isEmpty() ? 0 : interfaces.at(rows.first()).settings().baudrate();
-    m_baudrate->setCurrentIndex(m_baudrate->findText(QString::number(rate)));
+    m_baudrate->setCurrentIndex(m_baudrate->findData(QString::number(rate)));
 }
 
 void CInterfacePanel::loadState(QSettings& settings)

@@ -1,6 +1,7 @@
 #include "apps/cimview/logFiles.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace vexmor::Apps::Cimview
 {
@@ -30,22 +31,23 @@ void CLogLoader::load(const QString& path)
 
 void CLogLoader::loadPiece()
 {
-    std::vector<STraceRecord> records;
     CanLog::SLogEntry entry;
     QString error;
     bool more = true;
-    while (records.size() < PIECE && (more = m_reader.next(entry, error))) {
+    for (std::size_t i = 0; i < PIECE && (more = m_reader.next(entry, error)); ++i) {
         const std::uint16_t source = m_names.numberOf(QString::fromUtf8(entry.interfaceName));
-        records.push_back({entry.microseconds, entry.message, source, false});
+        m_records.push_back({entry.microseconds, entry.message, source, entry.direction == 'T'});
+        ++m_count;
     }
-    m_count += records.size();
-    Q_EMIT loaded(records);
+    if (m_records.size() > 2 * CTraceModel::CAPACITY) {
+        m_records.erase(m_records.begin(), m_records.end() - CTraceModel::CAPACITY);
+    }
     if (!more) {
         const QString skipped = m_reader.skipped() == 0
                                     ? QString()
-                                    : tr("%1: %n line(s) skipped (empty, 29-bit, remote, error or CAN FD frames)",
-                                         nullptr, m_reader.skipped())
-                                          .arg(m_path);
+                                    : tr("%1: lines skipped (29-bit, remote, error or CAN FD frames): %2")
+                                          .arg(m_path)
+                                          .arg(m_reader.skipped());
         finish(error.isEmpty() ? skipped : error);
     }
 }
@@ -53,6 +55,10 @@ void CLogLoader::loadPiece()
 void CLogLoader::finish(const QString& problem)
 {
     m_timer.stop();
+    const std::vector<STraceRecord> records = std::exchange(m_records, {});
+    if (!records.empty()) {
+        Q_EMIT loaded(records);
+    }
     Q_EMIT finished(m_count, problem);
 }
 
@@ -78,7 +84,9 @@ void CLogSaver::savePiece()
     const std::size_t end = std::min(m_written + PIECE, m_records.size());
     for (; m_written < end; ++m_written) {
         const STraceRecord& record = m_records[m_written];
-        m_file.write(CanLog::formatLogLine({record.microseconds, logName(record.source), record.message}) + '\n');
+        m_file.write(CanLog::formatLogLine(
+                         {record.microseconds, logName(record.source), record.message, record.sent ? 'T' : 'R'}) +
+                     '\n');
     }
     if (m_written < m_records.size()) {
         return;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimview/sourceNames.h"
-#include "apps/cimview/traceRecord.h"
+#include "apps/cimview/traceModel.h"
 #include "canlog/candumpLog.h"
 
 #include <QObject>
@@ -14,7 +14,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Reads a log in candump's format, a piece each turn of the event loop: a long one does not stop the window.
+/// Reads a log in candump's format, a piece each turn of the event loop: a long one does not stop the window. Of more
+/// messages than a trace holds, the last.
 class CLogLoader : public QObject
 {
     Q_OBJECT
@@ -27,6 +28,7 @@ public:
     void load(const QString& path);
 
 Q_SIGNALS:
+    /// All that was read, unless it was nothing.
     void loaded(const std::vector<vexmor::Apps::Cimview::STraceRecord>& records);
     /// So many messages were read; `problem` is a text for the user when something of the file could not be.
     void finished(quint64 count, const QString& problem);
@@ -39,6 +41,7 @@ private:
     QTimer m_timer;
     CanLog::CLogReader m_reader;
     QString m_path;
+    std::vector<STraceRecord> m_records;
     quint64 m_count = 0;
 };
 

@@ -30,6 +30,7 @@ struct SOptions {
     bool sim = false;
     QString simLog; ///< empty: generated traffic
     QStringList targets;
+    QString bitRate = GATEWAYS_BIT_RATE; ///< for addresses
     bool scan = false;
     bool dark = false;
 };
@@ -49,6 +50,10 @@ void addOptions(CLI::App& app, SOptions& options)
     addTexts(app, "TARGETS", options.targets,
              "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
         ->allow_extra_args();
+    addText(app, "--baudrate", options.bitRate,
+            "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)",
+            "KBIT")
+        ->check(bitRate());
     app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
     app.add_flag("--dark", options.dark, "Use a dark palette");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
@@ -72,7 +77,7 @@ Failure openAll(CInterfaceList& interfaces, const SOptions& options, CEmbeddedSi
         failure = failure ? failure : openSim(interfaces, sim);
     }
     for (const QString& target : options.targets) {
-        failure = failure ? failure : openTarget(interfaces, target);
+        failure = failure ? failure : openTarget(interfaces, target, options.bitRate);
     }
     return failure;
 }

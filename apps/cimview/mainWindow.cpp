@@ -7,9 +7,11 @@
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 
+#include <QCloseEvent>
 #include <QDockWidget>
 #include <QLabel>
 #include <QMenuBar>
+#include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
 
@@ -22,6 +24,7 @@ const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
+constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
 } // namespace
 
 CMainWindow::CMainWindow(CWorkbench& workbench)
@@ -44,6 +47,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
         addPanel(QStringLiteral("Send"), tr("Send"), new CSendPanel(workbench), Qt::BottomDockWidgetArea);
     m_eventDock = addPanel(QStringLiteral("Events"), tr("Events"), m_events, Qt::BottomDockWidgetArea);
     tabifyDockWidget(send, m_eventDock);
+    connect(m_eventDock, &QDockWidget::visibilityChanged, m_events, &CEventPanel::setInView);
     makeMenus();
 
     statusBar()->addWidget(m_rate);
@@ -52,9 +56,10 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     m_rateTimer.start(RATE_INTERVAL_MS);
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
     showUnread(workbench.events().unread());
-    resize(INITIAL_SIZE);
+    resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
     resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
+    send->raise(); // unless the state says otherwise
     loadState();
 }
 
@@ -75,13 +80,18 @@ void CMainWindow::makeMenus()
     file->addAction(&m_messages->loadAction());
     file->addAction(&m_messages->saveAction());
     file->addSeparator();
-    QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
+    QAction* const quit = file->addAction(tr("&Quit"), this, [this] {
+        if (m_messages->mayDropTrace()) {
+            close();
+        }
+    });
     quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
 
     menuBar()->addMenu(tr("&Interface"))->addActions(m_interfaces->interfaceActions());
 
     QMenu* const messages = menuBar()->addMenu(tr("&Messages"));
     messages->addAction(&m_messages->pauseAction());
+    messages->addAction(&m_messages->followAction());
     messages->addAction(&m_messages->clearAction());
     messages->addAction(&m_messages->findAction());
 
@@ -98,16 +108,12 @@ void CMainWindow::makeMenus()
     }
     QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
     toMessages->setShortcut(QKeySequence(QStringLiteral("Ctrl+0")));
-    view->addSeparator();
-    for (const QDockWidget* const dock : docks) {
-        view->addAction(dock->toggleViewAction());
-    }
 }
 
 void CMainWindow::showUnread(int unread)
 {
     m_eventDock->setWindowTitle(unread == 0 ? tr("Events") : tr("Events (%1 new)").arg(unread));
-    m_unread->setText(unread == 0 ? QString() : tr("%n new error(s)", nullptr, unread));
+    m_unread->setText(unread == 0 ? QString() : unread == 1 ? tr("1 new error") : tr("%1 new errors").arg(unread));
 }
 
 void CMainWindow::showRate()
@@ -150,6 +156,10 @@ void CMainWindow::saveState()
 
 void CMainWindow::closeEvent(QCloseEvent* event)
 {
+    if (event->spontaneous() && !m_messages->mayDropTrace()) { // by the user; a signal to the program asks nobody
+        event->ignore();
+        return;
+    }
     saveState();
     QMainWindow::closeEvent(event);
 }

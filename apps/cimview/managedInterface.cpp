@@ -16,12 +16,13 @@ CManagedInterface::CManagedInterface(std::unique_ptr<Cim::CCanInterface> canInte
 
 bool CManagedInterface::isOpen() const
 {
-    return state() == EInterfaceState::eConnected || state() == EInterfaceState::eWaiting;
+    return state() != EInterfaceState::eClosed && state() != EInterfaceState::eOpening &&
+           state() != EInterfaceState::eClosing;
 }
 
-int CManagedInterface::busload() const
+std::optional<int> CManagedInterface::busload() const
 {
-    return state() == EInterfaceState::eConnected ? m_session->status().busload : 0;
+    return state() == EInterfaceState::eConnected ? m_session->status().busload : std::nullopt;
 }
 
 void CManagedInterface::open()
@@ -32,8 +33,9 @@ void CManagedInterface::open()
     std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
     m_session = std::make_unique<CSession>(std::move(clone), m_names.numberOf(name()), m_mailbox);
     connect(m_session.get(), &CSession::changed, this, &CManagedInterface::onSessionChanged);
-    connect(m_session.get(), &CSession::refused, this,
-            [this](int code) { Q_EMIT told(code, m_canInterface->errorCodeToString(code)); });
+    connect(m_session.get(), &CSession::refused, this, [this](int code) {
+        tell({m_canInterface->errorCodeToString(code), code});
+    });
     connect(m_session.get(), &CSession::finished, this, &CManagedInterface::onFinished);
     onSessionChanged();
 }
@@ -54,15 +56,24 @@ void CManagedInterface::onSessionChanged()
         if (info != m_canInterface->commonInfo()) {
             m_canInterface->setCommonInfo(info);
         }
-        Q_EMIT busloadRead(busload());
     }
+    Q_EMIT busloadRead(busload());
     const EInterfaceState before = std::exchange(m_shown, state());
     Q_EMIT changed();
     if (m_shown == before) {
         return;
     }
-    if (m_shown == EInterfaceState::eConnected) {
-        Q_EMIT told(Cim::RC_OK, before == EInterfaceState::eWaiting ? tr("The gateway is back.") : tr("Opened."));
+    QString note;
+    if (isOpen() && !m_wasOpen) {
+        note = tr("Opened.");
+    } else if (m_wasOpen && m_shown == EInterfaceState::eClosed) {
+        note = tr("Closed.");
+    } else if (isOpen() && before == EInterfaceState::eWaiting) {
+        note = tr("The gateway is back.");
+    }
+    m_wasOpen = m_shown != EInterfaceState::eClosed && (m_wasOpen || isOpen());
+    if (!note.isEmpty()) {
+        Q_EMIT told(EEvent::eNote, 0, note);
     }
     Q_EMIT stateChanged();
 }
@@ -73,9 +84,9 @@ void CManagedInterface::onFinished()
     onSessionChanged();
 }
 
-bool CManagedInterface::setBaudrate(int kbitPerSecond)
+bool CManagedInterface::setBitRate(const QString& rate)
 {
-    if (state() != EInterfaceState::eClosed || !m_canInterface->setBaudrate(kbitPerSecond)) {
+    if (state() != EInterfaceState::eClosed || applySettings(*m_canInterface, {{StoreKey::BAUDRATE, rate}})) {
         return false;
     }
     settingsChanged();
@@ -112,7 +123,7 @@ bool CManagedInterface::removeFromStore()
 
 void CManagedInterface::tell(const SProblem& problem)
 {
-    Q_EMIT told(problem.code, problem.text);
+    Q_EMIT told(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
 }
 
 } // namespace vexmor::Apps::Cimview

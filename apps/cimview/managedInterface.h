@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/cimview/eventModel.h"
 #include "apps/cimview/session.h"
 #include "apps/cimview/sourceNames.h"
 #include "apps/common/interfaceSettings.h"
@@ -7,6 +8,7 @@
 #include <QObject>
 
 #include <memory>
+#include <optional>
 
 namespace vexmor::Apps::Cimview
 {
@@ -31,8 +33,8 @@ public:
     /// True while messages can be sent (they may be refused).
     bool isOpen() const;
     bool isStored() const { return m_isStored; }
-    /// Percent; 0 unless connected.
-    int busload() const;
+    /// Percent; nothing unless it is known.
+    std::optional<int> busload() const;
     /// The interface that has the settings, always closed; only to be changed while the state is closed.
     Cim::CCanInterface& settings() const { return *m_canInterface; }
     /// Null unless open.
@@ -40,8 +42,8 @@ public:
 
     void open();
     void close();
-    /// False when it is not closed or refuses the rate.
-    bool setBaudrate(int kbitPerSecond);
+    /// Sets the bit rate, in kbit/s or GATEWAYS_BIT_RATE. False when it is not closed or refuses the rate.
+    bool setBitRate(const QString& rate);
     /// After a change through `settings`: shows it, and stores it when the interface is stored.
     void settingsChanged();
     /// Stores the interface under its name, and removes it from the store. What prevents it is told.
@@ -53,9 +55,9 @@ Q_SIGNALS:
     void changed();
     /// Its state, too.
     void stateChanged();
-    /// The user should know: a result code with its text, or, with 0, a note.
-    void told(int code, const QString& text);
-    void busloadRead(int percent);
+    /// Something for the event log; `code` is a result code or 0.
+    void told(vexmor::Apps::Cimview::EEvent kind, int code, const QString& text);
+    void busloadRead(std::optional<int> percent);
 
 private:
     void onSessionChanged();
@@ -68,6 +70,7 @@ private:
     CMailbox& m_mailbox;
     bool m_isStored;
     EInterfaceState m_shown = EInterfaceState::eClosed; ///< the state that was told last
+    bool m_wasOpen = false;                             ///< since it was closed last
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -12,6 +12,7 @@ CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
 
 void CMessageFeed::feed(const std::vector<STraceRecord>& records)
 {
+    m_unsaved = m_unsaved || !records.empty();
     if (!m_paused) {
         show(records);
         m_identifiers.setNow(microsecondsNow());
@@ -43,6 +44,7 @@ void CMessageFeed::setPaused(bool paused)
 
 void CMessageFeed::clear()
 {
+    m_unsaved = false;
     m_waiting = {};
     m_trace.clear();
     m_identifiers.clear();

@@ -32,12 +32,16 @@ public:
     std::size_t heldBack() const { return m_waiting.size(); }
     /// Forgets everything, what is held back as well.
     void clear();
+    /// True when live messages came since it was cleared, or `markSaved` was called.
+    bool isUnsaved() const { return m_unsaved; }
+    void markSaved() { m_unsaved = false; }
 
 private:
     const std::size_t m_capacity;
     CTraceModel m_trace;
     CIdentifierModel m_identifiers;
     bool m_paused = false;
+    bool m_unsaved = false;
     std::vector<STraceRecord> m_waiting;
 };
 

@@ -10,11 +10,12 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QScrollBar>
 #include <QSettings>
 #include <QTabWidget>
 #include <QTableView>
-#include <QToolButton>
+#include <QToolBar>
 
 namespace vexmor::Apps::Cimview
 {
@@ -42,6 +43,7 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
       m_load(tr("&Load log ...")),
       m_save(tr("&Save log ...")),
       m_find(tr("&Find text")),
+      m_follow(tr("F&ollow")),
       m_idEdit(new QLineEdit(this)),
       m_textEdit(new QLineEdit(this)),
       m_counts(new QLabel(this)),
@@ -67,6 +69,11 @@ QWidget* CMessagePanel::makeFilterBar()
     m_load.setShortcut(QKeySequence::Open);
     m_save.setShortcut(QKeySequence::Save);
     m_find.setShortcut(QKeySequence::Find);
+    m_follow.setCheckable(true);
+    m_follow.setChecked(true);
+    m_follow.setShortcut(QKeySequence(Qt::Key_F9));
+    m_follow.setToolTip(
+        tr("Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again."));
     m_idEdit->setPlaceholderText(tr("all, or like 123  120:7F0"));
     m_idEdit->setToolTip(
         tr("Identifiers to show, hexadecimal: ID, or ID:MASK for all that equal ID in the bits of MASK.\n"
@@ -88,13 +95,7 @@ QWidget* CMessagePanel::makeFilterBar()
     layout->addWidget(m_idEdit, 1);
     layout->addWidget(textLabel);
     layout->addWidget(m_textEdit, 1);
-    QWidget* before = m_textEdit;
-    for (QAction* const action : {&m_pause, &m_clear, &m_load, &m_save}) {
-        QToolButton* const button = makeButton(*action, bar);
-        layout->addWidget(button);
-        setTabOrder(before, button);
-        before = button;
-    }
+    layout->addWidget(makeToolBar({&m_pause, &m_follow, &m_clear}, bar));
     layout->addWidget(m_counts);
     return bar;
 }
@@ -122,16 +123,26 @@ void CMessagePanel::followEnd()
 {
     const auto& trace = m_feed.trace();
     QScrollBar* const bar = m_traceView->verticalScrollBar();
-    connect(&trace, &QAbstractItemModel::rowsAboutToBeInserted, this,
-            [this, bar] { m_followsEnd = bar->value() == bar->maximum(); });
-    connect(&trace, &QAbstractItemModel::rowsInserted, this, [this] {
-        if (m_followsEnd) {
+    const auto follow = [this] {
+        if (m_follow.isChecked()) {
             m_traceView->scrollToBottom();
+        }
+    };
+    connect(&m_follow, &QAction::toggled, this, follow);
+    connect(&trace, &QAbstractItemModel::rowsInserted, this, follow);
+    connect(bar, &QScrollBar::rangeChanged, this, [this, follow](int /*minimum*/, int maximum) {
+        m_lastRow = maximum;
+        follow();
+    });
+    // With another range it was rows that came, or a view that was resized; with the same it was the user.
+    connect(bar, &QScrollBar::valueChanged, this, [this](int value) {
+        if (m_traceView->verticalScrollBar()->maximum() == m_lastRow) {
+            m_follow.setChecked(value == m_lastRow);
         }
     });
     // What the user reads stays in its place when older messages go.
-    connect(&trace, &QAbstractItemModel::rowsRemoved, this, [bar](const QModelIndex&, int first, int last) {
-        if (bar->value() != bar->maximum()) {
+    connect(&trace, &QAbstractItemModel::rowsRemoved, this, [this, bar](const QModelIndex&, int first, int last) {
+        if (!m_follow.isChecked()) {
             bar->setValue(bar->value() - (last - first + 1));
         }
     });
@@ -148,7 +159,11 @@ void CMessagePanel::connectActions()
         m_textEdit->setFocus();
         m_textEdit->selectAll();
     });
-    connect(&m_loader, &CLogLoader::loaded, &m_feed, &CMessageFeed::show);
+    connect(&m_loader, &CLogLoader::loaded, this, [this](const auto& records) {
+        m_feed.clear();
+        m_pause.setChecked(true);
+        m_feed.show(records);
+    });
     connect(&m_loader, &CLogLoader::finished, this, &CMessagePanel::onLoaded);
     connect(&m_saver, &CLogSaver::finished, this, &CMessagePanel::onSaved);
 
@@ -182,15 +197,21 @@ void CMessagePanel::askForLog(bool save)
     const QString filter = tr("candump logs (*.log);;All files (*)");
     const QString path = save ? QFileDialog::getSaveFileName(this, tr("Save log"), QString(), filter)
                               : QFileDialog::getOpenFileName(this, tr("Load log"), QString(), filter);
-    if (!path.isEmpty()) {
+    if (!path.isEmpty() && (save || mayDropTrace())) {
         save ? saveLog(path) : loadLog(path);
     }
 }
 
+bool CMessagePanel::mayDropTrace()
+{
+    return !m_feed.isUnsaved() ||
+           QMessageBox::warning(this, tr("Trace"), tr("The messages of the trace are not saved. Drop them?"),
+                                QMessageBox::Discard | QMessageBox::Cancel,
+                                QMessageBox::Cancel) == QMessageBox::Discard;
+}
+
 void CMessagePanel::loadLog(const QString& path)
 {
-    m_feed.clear();
-    m_pause.setChecked(true);
     m_load.setEnabled(false);
     m_save.setEnabled(false);
     m_loader.load(path);
@@ -200,9 +221,11 @@ void CMessagePanel::onLoaded(quint64 count, const QString& problem)
 {
     m_load.setEnabled(true);
     m_save.setEnabled(true);
-    m_workbench.note(tr("%1 messages loaded; live messages wait until the pause ends.").arg(count));
+    if (count > 0) {
+        m_workbench.note(tr("%1 messages loaded; live messages wait until the pause ends.").arg(count));
+    }
     if (!problem.isEmpty()) {
-        m_workbench.note(problem);
+        m_workbench.warn(problem);
     }
 }
 
@@ -222,7 +245,12 @@ void CMessagePanel::onSaved(quint64 count, const QString& problem)
 {
     m_load.setEnabled(true);
     m_save.setEnabled(true);
-    m_workbench.note(problem.isEmpty() ? tr("%1 messages saved.").arg(count) : problem);
+    if (problem.isEmpty()) {
+        m_feed.markSaved();
+        m_workbench.note(tr("%1 messages saved.").arg(count));
+    } else {
+        m_workbench.warn(problem);
+    }
 }
 
 void CMessagePanel::showCounts()

@@ -34,10 +34,14 @@ public:
     QAction& saveAction() { return m_save; }
     QAction& findAction() { return m_find; }
 
-    /// Shows a log; the live display is paused meanwhile.
+    QAction& followAction() { return m_follow; }
+
+    /// Shows a log in the place of the trace, once it is read; the live display is paused then.
     void loadLog(const QString& path);
     /// Writes the messages that are shown.
     void saveLog(const QString& path);
+    /// Asks the user when the trace has live messages that are not saved; true when it may go.
+    bool mayDropTrace();
     /// Shows the trace (0) or the view by identifier (1).
     void setTab(int tab);
 
@@ -67,6 +71,7 @@ private:
     QAction m_load;
     QAction m_save;
     QAction m_find;
+    QAction m_follow;
     QLineEdit* m_idEdit;
     QLineEdit* m_textEdit;
     QLabel* m_counts;
@@ -76,7 +81,7 @@ private:
     QTableView* m_identifierView;
     QTimer m_filterTimer;
     QTimer m_countTimer;
-    bool m_followsEnd = true;
+    int m_lastRow = 0; ///< where the scroll bar of the trace ends
 };
 
 } // namespace vexmor::Apps::Cimview

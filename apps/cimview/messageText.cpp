@@ -1,5 +1,7 @@
 #include "apps/cimview/messageText.h"
 
+#include "canlog/candumpLog.h"
+
 #include <QDateTime>
 #include <QLocale>
 #include <QRegularExpression>
@@ -106,11 +108,7 @@ QString dataText(const Cim::CCanMessage& message)
 
 QString asciiText(const Cim::CCanMessage& message)
 {
-    QString text;
-    for (unsigned int i = 0; i < message.length(); ++i) {
-        text += QLatin1Char(asciiOf(message.data()[i]));
-    }
-    return text;
+    return QString::fromLatin1(CanLog::formatAscii(message));
 }
 
 QString directionText(bool sent)
@@ -139,7 +137,7 @@ Result<std::vector<SFilter>> readFilters(const QString& text)
     static const QRegularExpression SEPARATOR(QStringLiteral("[\\s,]+"));
     std::vector<SFilter> filters;
     for (const QString& part : text.split(SEPARATOR, Qt::SkipEmptyParts)) {
-        auto filter = readFilter(part.contains(QLatin1Char(':')) ? part : part + QStringLiteral(":7FF"));
+        auto filter = readFilter(part);
         if (!filter) {
             return filter.problem();
         }

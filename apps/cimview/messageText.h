@@ -41,7 +41,7 @@ private:
     std::string m_searched; ///< the same in upper case
 };
 
-/// Reads what the user typed: filters ID:MASK or ID, with blanks or commas between.
+/// Reads what the user typed: filters as readFilter takes them, with blanks or commas between.
 Result<std::vector<SFilter>> readFilters(const QString& text);
 
 } // namespace vexmor::Apps::Cimview

@@ -49,7 +49,9 @@ void CSession::onStatus(const SInterfaceStatus& status)
     }
     m_status = status;
     const bool connected = status.info.connectionState() == Cim::CCommonInfo::eConnected;
-    m_state = connected ? EInterfaceState::eConnected : EInterfaceState::eWaiting;
+    m_state = !connected           ? EInterfaceState::eWaiting
+              : status.hasAnswered ? EInterfaceState::eConnected
+                                   : EInterfaceState::eSilent;
     Q_EMIT changed();
 }
 

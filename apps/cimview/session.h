@@ -14,6 +14,7 @@ namespace vexmor::Apps::Cimview
 enum class EInterfaceState {
     eClosed,
     eOpening,
+    eSilent,    ///< open, and nobody has answered yet: there may be no gateway
     eConnected, ///< open, and the gateway is there
     eWaiting,   ///< open, and the interface tries to reach the gateway
     eClosing
@@ -45,8 +46,7 @@ public:
 Q_SIGNALS:
     /// State or status.
     void changed();
-    /// An operation was refused; of a series with the same code only the first is told. The session closes by itself
-    /// when it was the opening.
+    /// An operation was refused. The session closes by itself when it was the opening.
     void refused(int code);
     /// The interface is closed and gone. Last signal of the session.
     void finished();

@@ -35,7 +35,7 @@ Failure openSim(CInterfaceList& interfaces, CEmbeddedSim& sim)
     return {};
 }
 
-Failure openTarget(CInterfaceList& interfaces, const QString& target)
+Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate)
 {
     if (interfaces.rowOf(target) < 0) {
         if (!isAddress(target)) {
@@ -43,7 +43,7 @@ Failure openTarget(CInterfaceList& interfaces, const QString& target)
                 CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target),
                 0, true};
         }
-        Result<Settings> settings = readAddress(target);
+        Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
         const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
         if (failure) {
             return failure;

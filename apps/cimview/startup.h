@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/problem.h"
+#include "apps/common/interfaceSettings.h"
 
 #include <QString>
 
@@ -19,7 +19,7 @@ class CInterfaceList;
 void prepareApplication();
 /// Puts a simulated gateway that is started into the list, over both of its transports, and opens the first.
 Failure openSim(CInterfaceList& interfaces, CEmbeddedSim& sim);
-/// Opens a stored interface by its name, or adds and opens an address.
-Failure openTarget(CInterfaceList& interfaces, const QString& target);
+/// Opens a stored interface by its name, or adds and opens an address, with a bus of this bit rate.
+Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate = GATEWAYS_BIT_RATE);
 
 } // namespace vexmor::Apps::Cimview

@@ -5,7 +5,7 @@
 #include <QClipboard>
 #include <QHeaderView>
 #include <QTableView>
-#include <QToolButton>
+#include <QToolBar>
 
 #include <algorithm>
 
@@ -64,13 +64,15 @@ void setColumnWidths(QTableView& table, const QStringList& samples)
         table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
     }
 }
-QToolButton* makeButton(QAction& action, QWidget* parent)
+QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
 {
-    auto* const button = new QToolButton(parent);
-    button->setDefaultAction(&action);
-    button->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    button->setFocusPolicy(Qt::StrongFocus);
-    return button;
+    auto* const bar = new QToolBar(parent);
+    bar->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    bar->addActions(actions);
+    for (QAction* const action : actions) {
+        bar->widgetForAction(action)->setFocusPolicy(Qt::StrongFocus);
+    }
+    return bar;
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -4,7 +4,7 @@
 
 class QAction;
 class QTableView;
-class QToolButton;
+class QToolBar;
 class QWidget;
 
 /// What the panels do alike.
@@ -18,7 +18,7 @@ void setUpTable(QTableView& table);
 /// Makes the first columns wide enough for these texts, and for their titles.
 void setColumnWidths(QTableView& table, const QStringList& samples);
 
-/// A button for an action, with its text, that Tab reaches.
-QToolButton* makeButton(QAction& action, QWidget* parent);
+/// Buttons for actions, with their texts, that Tab reaches; those that find no room go into a menu.
+QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 
 } // namespace vexmor::Apps::Cimview

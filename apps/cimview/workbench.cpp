@@ -16,11 +16,11 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
       m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventHappened, &m_events, &CEventModel::add);
-    connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, int percent) {
+    connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, std::optional<int> percent) {
         m_busloads.add(name, {microsecondsNow(), percent});
     });
     connect(&m_scan, &CNetworkScan::finished, this,
-            [this](int found) { note(tr("Scan finished: %n interface(s) found.", nullptr, found)); });
+            [this](int found) { note(tr("Scan finished, interfaces found: %1").arg(found)); });
     connect(&m_timer, &QTimer::timeout, this, &CWorkbench::fetch);
     m_timer.start(FETCH_INTERVAL_MS);
 }
@@ -28,13 +28,18 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
 void CWorkbench::startScan()
 {
     if (!m_scan.start()) {
-        note(tr("No scan could be started."));
+        warn(tr("No scan could be started."));
     }
 }
 
 void CWorkbench::note(const QString& text)
 {
     m_events.add({microsecondsNow(), EEvent::eNote, QString(), 0, 1, text});
+}
+
+void CWorkbench::warn(const QString& text)
+{
+    m_events.add({microsecondsNow(), EEvent::eWarning, QString(), 0, 1, text});
 }
 
 void CWorkbench::fetch()
@@ -47,7 +52,7 @@ void CWorkbench::fetch()
     }
     if (m_delivery.lost > 0) {
         m_lost += m_delivery.lost;
-        note(tr("The window was busy for too long: %1 messages were lost.").arg(m_delivery.lost));
+        warn(tr("The window was busy for too long: %1 messages were lost.").arg(m_delivery.lost));
     }
 }
 

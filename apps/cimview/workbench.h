@@ -42,6 +42,8 @@ public:
     void startScan();
     /// Tells the user something by way of the event log.
     void note(const QString& text);
+    /// The same of something that was lost or did not work: counted as unread.
+    void warn(const QString& text);
 
 private:
     void fetch();

@@ -92,6 +92,9 @@ Result<Settings> readAddress(const QString& text, Settings present)
         failure = setProtocol(present, parts.last());
     }
     present.insert(StoreKey::ADDRESS, parts.first());
+    if (!present.contains(StoreKey::BAUDRATE)) {
+        present.insert(StoreKey::BAUDRATE, GATEWAYS_BIT_RATE);
+    }
     return failure ? Result<Settings>(*failure) : Result<Settings>(present);
 }
 

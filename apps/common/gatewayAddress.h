@@ -16,7 +16,8 @@ QString plainAddress(const QString& typed);
 bool isAddress(const QString& text);
 
 /// Reads ADDRESS[:PORT][:TCP|:UDP], or a port text like IP=192.168.1.70:30000:TCP, into settings. What `present` says
-/// already (from options) must not differ.
+/// already (from options) must not differ. Without a bit rate among them the gateway's is left as it is: who only
+/// listens must not disturb a bus.
 Result<Settings> readAddress(const QString& text, Settings present = {});
 
 } // namespace vexmor::Apps

@@ -8,6 +8,10 @@ namespace vexmor::Apps
 CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, QObject* parent)
     : QObject(parent), m_canInterface(std::move(canInterface))
 {
+    Cim::CCommonInfo info = m_canInterface->commonInfo();
+    info.setInterfaceId(QString());
+    info.setFirmwareVersion(QString());
+    m_canInterface->setCommonInfo(info);
     m_canInterface->setParent(this);
     m_canInterface->setSpyHandler(&CHostedInterface::spy);
     // By name: the class that has the signal is known to the plugin alone.
@@ -28,11 +32,19 @@ int CHostedInterface::send(const Cim::CCanMessage& message)
     return code;
 }
 
-int CHostedInterface::busload()
+bool CHostedInterface::hasAnswered()
+{
+    const Cim::CCommonInfo& info = m_canInterface->commonInfo();
+    return m_arrived > 0 || !info.interfaceId().isEmpty() || !info.firmwareVersion().isEmpty();
+}
+
+std::optional<int> CHostedInterface::busload()
 {
     int percent = 0;
-    m_canInterface->busload(percent);
-    return percent;
+    const bool isKnown = hasAnswered() && m_canInterface->baudrate() != 0 &&
+                         m_canInterface->commonInfo().connectionState() == Cim::CCommonInfo::eConnected &&
+                         m_canInterface->busload(percent) == Cim::RC_OK;
+    return isKnown ? std::optional(percent) : std::nullopt;
 }
 
 int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message)

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace vexmor::Apps
 {
@@ -21,7 +22,7 @@ class CHostedInterface : public QObject
     Q_OBJECT
 
 public:
-    /// Takes over a closed interface.
+    /// Takes over a closed interface; who the gateway is, it forgets until the gateway says so.
     explicit CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, QObject* parent = nullptr);
     /// Closes the interface and deletes it.
     ~CHostedInterface() override;
@@ -29,8 +30,11 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message; gives the code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// Bus load in percent as the interface tells it.
-    int busload();
+    /// True once the gateway has sent anything since the interface was opened. Until then a connection, and a UDP
+    /// socket all the more, says little: nobody may be there, or somebody else.
+    bool hasAnswered();
+    /// Bus load in percent; nothing while the gateway is away or silent, and when its bit rate is not known.
+    std::optional<int> busload();
     /// Messages that the interface received, and of these those that were taken from it: the rest was refused by a full
     /// queue and is lost.
     std::uint64_t arrivedCount() const { return m_arrived; }

@@ -40,6 +40,9 @@ inline const QLatin1String PARAMETERS[] = {HOSTNAME,  ADDRESS,       PORT,      
                                            POLL_TIME, MEASURE_TIME,  BAUDRATE};
 } // namespace StoreKey
 
+/// The bit rate that stands for the gateway's own: it is left as it is.
+inline const QString GATEWAYS_BIT_RATE = QStringLiteral("0");
+
 /// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.
 using Settings = QMap<QString, QString>;
 

@@ -32,6 +32,14 @@ Failure failureOf(Cim::CCanInterface& canInterface, int code)
 }
 } // namespace
 
+Failure CInterfaceStore::failure()
+{
+    m_settings.allKeys(); // as much as is needed of a file is read when it is needed
+    return m_settings.status() == QSettings::NoError
+               ? Failure()
+               : SProblem{Words::tr("the settings store %1 cannot be read").arg(m_settings.fileName())};
+}
+
 QStringList CInterfaceStore::names()
 {
     m_settings.beginGroup(GROUP);

@@ -16,6 +16,8 @@ namespace vexmor::Apps
 class CInterfaceStore
 {
 public:
+    /// What is wrong when the file cannot be read: then nothing seems to be stored.
+    Failure failure();
     /// Names of the stored interfaces, in alphabetical order.
     QStringList names();
     bool contains(const QString& name);

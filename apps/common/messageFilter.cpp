@@ -1,32 +1,49 @@
 #include "apps/common/messageFilter.h"
 
-#include <algorithm>
+#include <QRegularExpression>
 
 namespace vexmor::Apps
 {
 namespace
 {
 constexpr unsigned int MAX_FILTER_BITS = 0xFFFF;
-}
+} // namespace
 
 Result<SFilter> readFilter(const QString& text)
 {
-    bool idIsNumber = false;
-    bool maskIsNumber = false;
-    const unsigned int id = text.section(QLatin1Char(':'), 0, 0).toUInt(&idIsNumber, 16);
-    const unsigned int mask = text.section(QLatin1Char(':'), 1).toUInt(&maskIsNumber, 16);
-    if (!idIsNumber || !maskIsNumber || id > MAX_FILTER_BITS || mask > MAX_FILTER_BITS) {
-        return SProblem{Words::tr("filter %1: must be ID:MASK, hexadecimal, like 120:7F0").arg(text), 0, true};
+    static const QRegularExpression FORM(QStringLiteral("^([0-9A-Fa-f]+)(?:([:~-])([0-9A-Fa-f]+))?$"));
+    const auto match = FORM.match(text);
+    const unsigned int first = match.captured(1).toUInt(nullptr, 16);
+    const unsigned int second = match.captured(3).toUInt(nullptr, 16);
+    const QString between = match.captured(2);
+    const bool isRange = between == QLatin1String("-");
+    if (!match.hasMatch() || first > MAX_FILTER_BITS || second > MAX_FILTER_BITS || (isRange && second < first)) {
+        return SProblem{
+            Words::tr("filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal").arg(text), 0,
+            true};
     }
-    return SFilter{static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(mask)};
+    SFilter filter;
+    filter.mask = static_cast<std::uint16_t>(isRange || between.isEmpty() ? filter.mask : second);
+    filter.low = static_cast<std::uint16_t>(first & (isRange ? MAX_FILTER_BITS : filter.mask));
+    filter.high = static_cast<std::uint16_t>(isRange ? second : filter.low);
+    filter.inverse = between == QLatin1String("~");
+    return filter;
 }
 
 bool passesFilters(const std::vector<SFilter>& filters, const Cim::CCanMessage& message)
 {
-    const auto letsThrough = [&message](const SFilter& filter) {
-        return (message.id().value() & filter.mask) == (filter.id & filter.mask);
-    };
-    return filters.empty() || std::any_of(filters.begin(), filters.end(), letsThrough);
+    bool isWanted = false;
+    bool anyWanted = false;
+    for (const SFilter& filter : filters) {
+        const int bits = message.id().value() & filter.mask;
+        const bool isMeant = bits >= filter.low && bits <= filter.high;
+        if (filter.inverse && isMeant) {
+            return false;
+        }
+        isWanted = isWanted || (!filter.inverse && isMeant);
+        anyWanted = anyWanted || !filter.inverse;
+    }
+    return isWanted || !anyWanted;
 }
 
 } // namespace vexmor::Apps

@@ -4,12 +4,18 @@
 #include "apps/common/exitCodes.h"
 #include "apps/common/gatewayAddress.h"
 
+#include <cstdio>
+
 namespace vexmor::Apps
 {
 
 std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv,
                                     const std::function<void(const QString&)>& tell)
 {
+    if (argc == 1 && app.get_require_subcommand_min() > 0) {
+        std::fputs(app.help().c_str(), stderr);
+        return eWrongUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& wanted) { // --help, --version

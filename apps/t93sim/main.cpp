@@ -21,14 +21,17 @@ class COptionGroup
 public:
     COptionGroup(CLI::App& cli, const char* title) : m_cli(cli), m_title(title) {}
 
-    void flag(const char* name, bool& value, const char* help) { m_cli.add_flag(name, value, help)->group(m_title); }
-    void number(const char* name, int& value, int lowest, int highest, const char* help)
+    CLI::Option* flag(const char* name, bool& value, const char* help)
+    {
+        return m_cli.add_flag(name, value, help)->group(m_title);
+    }
+    CLI::Option* number(const char* name, int& value, int lowest, int highest, const char* help)
     {
         CLI::Option* const option = m_cli.add_option(name, value, help)->group(m_title);
         if (value > 0) {
             option->capture_default_str();
         }
-        option->check(CLI::Range(lowest, highest));
+        return option->check(CLI::Range(lowest, highest));
     }
     CLI::Option* text(const char* name, std::string& value, const char* help)
     {
@@ -88,37 +91,45 @@ void addGatewayOptions(CLI::App& cli, SSimOptions& options)
 void addDetectionOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup detection(cli, "Detection (hosts that scan the network)");
-    detection.flag("--detect", options.detect, "Answers ident requests, on all addresses of this computer");
-    detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests");
-    detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered");
+    CLI::Option* const detect =
+        detection.flag("--detect", options.detect, "Answers ident requests, on all addresses of this computer");
+    detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests")->needs(detect);
+    detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered")
+        ->needs(detect);
     cli.add_option("--endpoint", options.endpoints,
                    "tcp or udp, client or server, and a port if it is another, like udp-server:30001; numbers, like "
                    "7-2, for what no gateway has")
         ->capture_default_str()
         ->delimiter(',')
         ->group("Detection (hosts that scan the network)")
+        ->needs(detect)
         ->check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]", "ENDPOINT"));
 
     COptionGroup faults(cli, "Faults of detection");
     Sim::SSimDetectionFaults& wrong = options.detectionFaults;
-    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end behind their Nth byte");
-    faults.number("--ident-count", wrong.entryCount, 0, Cim::DDT_MAX_ENTRIES,
-                  "Replies announce so many entries, whatever they hold");
-    faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end");
-    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8");
-    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply so often");
-    faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply");
+    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end behind their Nth byte")->needs(detect);
+    faults
+        .number("--ident-count", wrong.entryCount, 0, Cim::DDT_MAX_ENTRIES,
+                "Replies announce so many entries, whatever they hold")
+        ->needs(detect);
+    faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end")
+        ->needs(detect);
+    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8")->needs(detect);
+    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply so often")->needs(detect);
+    faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply")->needs(detect);
 }
 
 void addTrafficOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup traffic(cli, "Traffic (starts when the first host is there)");
-    traffic.text("--replay", options.replay, "Plays a log in candump's format")->check(CLI::ExistingFile);
+    CLI::Option* const replay =
+        traffic.text("--replay", options.replay, "Plays a log in candump's format; -: of stdin");
     cli.add_option("--speed", options.speed, "Speed of the replay")
         ->capture_default_str()
         ->group("Traffic (starts when the first host is there)")
+        ->needs(replay)
         ->check(numberFrom(0.01, 10000));
-    traffic.flag("--loop", options.loop, "Starts the replay again at its end");
+    traffic.flag("--loop", options.loop, "Starts the replay again at its end")->needs(replay);
     traffic.number("--generate", options.generate, 1, 200000, "Generated messages a second");
     traffic.flag("--echo", options.echo, "Puts every message of a host on the bus again");
     traffic.flag("--start-now", options.startNow, "Starts the traffic without waiting for a host");
@@ -139,8 +150,10 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
     faults.flag("--refuse", wrong.refuse, "Refuses connections");
     faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
                   "Drops the links so many milliseconds after each connection");
-    faults.number("--status", options.status, 0, 255, "Reports this status byte again and again");
-    faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports");
+    CLI::Option* const status =
+        faults.number("--status", options.status, 0, 255, "Reports this status byte again and again");
+    faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
+        ->needs(status);
     faults.number("--flood", options.flood, 1, 100000000,
                   "Messages sent as fast as they go when the first host is there");
 }

@@ -6,6 +6,7 @@
 #include "apps/cimview/workbench.h"
 #include "apps/common/embeddedSim.h"
 #include "apps/common/pluginFolder.h"
+#include "apps/common/translations.h"
 
 #include <QApplication>
 
@@ -14,7 +15,9 @@ using namespace vexmor::Apps;
 int main(int argc, char** argv)
 {
     Cimview::prepareApplication();
-    const QApplication application(argc, argv);
+    QApplication application(argc, argv);
+    installTranslations(application,
+                        {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
     const QStringList arguments = QApplication::arguments();
     const SPluginSearch search = searchPlugins({});
     CEmbeddedSim sim;

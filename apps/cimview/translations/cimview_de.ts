@@ -31,6 +31,14 @@
         <source>%1, line %2: %3</source>
         <translation>%1, Zeile %2: %3</translation>
     </message>
+    <message>
+        <source>there are no remote frames</source>
+        <translation>es gibt keine Remote-Frames</translation>
+    </message>
+    <message>
+        <source>standard input</source>
+        <translation>Standardeingabe</translation>
+    </message>
 </context>
 <context>
     <name>Common</name>
@@ -83,10 +91,6 @@
         <translation>der Einstellungsspeicher %1 kann nicht geschrieben werden</translation>
     </message>
     <message>
-        <source>filter %1: must be ID:MASK, hexadecimal, like 120:7F0</source>
-        <translation>Filter %1: muss ID:MASKE sein, hexadezimal, wie 120:7F0</translation>
-    </message>
-    <message>
         <source>%1 cannot be loaded: %2</source>
         <translation>%1 kann nicht geladen werden: %2</translation>
     </message>
@@ -101,6 +105,14 @@
     <message>
         <source>plugin folder %1 holds no library (*.so)</source>
         <translation>im Plugin-Ordner %1 ist keine Bibliothek (*.so)</translation>
+    </message>
+    <message>
+        <source>the settings store %1 cannot be read</source>
+        <translation>der Einstellungsspeicher %1 kann nicht gelesen werden</translation>
+    </message>
+    <message>
+        <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal</source>
+        <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal</translation>
     </message>
 </context>
 <context>
@@ -133,8 +145,16 @@
         <translation>&amp;Adresse:</translation>
     </message>
     <message>
-        <source>&amp;Baud rate [kbit/s]:</source>
-        <translation>&amp;Baudrate [kbit/s]:</translation>
+        <source>as the gateway has it</source>
+        <translation>wie im Gateway</translation>
+    </message>
+    <message>
+        <source>%1 kbit/s</source>
+        <translation>%1 kbit/s</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate:</source>
+        <translation>&amp;Baudrate:</translation>
     </message>
 </context>
 <context>
@@ -178,16 +198,16 @@
         <source>Event</source>
         <translation>Ereignis</translation>
     </message>
+    <message>
+        <source>warning</source>
+        <translation>Warnung</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CEventPanel</name>
     <message>
         <source>The whole text of the chosen event</source>
         <translation>Der ganze Text des gewählten Ereignisses</translation>
-    </message>
-    <message>
-        <source>Mar&amp;k as read</source>
-        <translation>Als &amp;gelesen markieren</translation>
     </message>
     <message>
         <source>&amp;Clear events</source>
@@ -315,6 +335,14 @@
         <source>Stored</source>
         <translation>Gespeichert</translation>
     </message>
+    <message>
+        <source>no answer yet</source>
+        <translation>noch keine Antwort</translation>
+    </message>
+    <message>
+        <source>the gateway&apos;s</source>
+        <translation>die des Gateways</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CInterfacePanel</name>
@@ -347,38 +375,31 @@
         <translation>&amp;Netzwerk durchsuchen</translation>
     </message>
     <message>
-        <source>Bit rate of the CAN bus, kbit/s</source>
-        <translation>Bitrate des CAN-Busses in kbit/s</translation>
-    </message>
-    <message>
         <source>Keeps an interface that was found for the next time</source>
         <translation>Behält eine gefundene Schnittstelle für das nächste Mal</translation>
-    </message>
-    <message>
-        <source>&amp;Baud rate:</source>
-        <translation>&amp;Baudrate:</translation>
     </message>
     <message>
         <source>%1 keeps its baud rate.</source>
         <translation>%1 behält seine Baudrate.</translation>
     </message>
     <message>
-        <source>Remove the chosen interfaces from the store, too?</source>
-        <translation>Die gewählten Schnittstellen auch aus dem Speicher entfernen?</translation>
-    </message>
-    <message>
         <source>Remove</source>
         <translation>Entfernen</translation>
+    </message>
+    <message>
+        <source>Bit rate of the CAN bus. One that is set here is set on the bus when it is opened.</source>
+        <translation>Bitrate des CAN-Busses. Eine hier gewählte wird beim Öffnen auf dem Bus eingestellt.</translation>
+    </message>
+    <message>
+        <source>Remove these interfaces, from the store as well?</source>
+        <translation>Diese Schnittstellen entfernen, auch aus dem Speicher?</translation>
     </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogLoader</name>
-    <message numerus="yes">
-        <source>%1: %n line(s) skipped (empty, 29-bit, remote, error or CAN FD frames)</source>
-        <translation>
-            <numerusform>%1: %n Zeile übersprungen (leer, 29-Bit-, Remote-, Fehler- oder CAN-FD-Rahmen)</numerusform>
-            <numerusform>%1: %n Zeilen übersprungen (leer, 29-Bit-, Remote-, Fehler- oder CAN-FD-Rahmen)</numerusform>
-        </translation>
+    <message>
+        <source>%1: lines skipped (29-bit, remote, error or CAN FD frames): %2</source>
+        <translation>%1: übersprungene Zeilen (29-Bit-, Remote-, Error- oder CAN-FD-Frames): %2</translation>
     </message>
 </context>
 <context>
@@ -438,13 +459,6 @@
         <source>Events (%1 new)</source>
         <translation>Ereignisse (%1 neu)</translation>
     </message>
-    <message numerus="yes">
-        <source>%n new error(s)</source>
-        <translation>
-            <numerusform>%n neuer Fehler</numerusform>
-            <numerusform>%n neue Fehler</numerusform>
-        </translation>
-    </message>
     <message>
         <source>%L1 messages/s, %L2 in all</source>
         <translation>%L1 Nachrichten/s, insgesamt %L2</translation>
@@ -457,6 +471,14 @@
         <source>&apos;%1&apos; is no stored interface, and no address like 192.168.1.70:30000:TCP</source>
         <translation>„%1“ ist keine gespeicherte Schnittstelle und keine Adresse wie 192.168.1.70:30000:TCP</translation>
     </message>
+    <message>
+        <source>1 new error</source>
+        <translation>1 neuer Fehler</translation>
+    </message>
+    <message>
+        <source>%1 new errors</source>
+        <translation>%1 neue Fehler</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CManagedInterface</name>
@@ -467,6 +489,10 @@
     <message>
         <source>Opened.</source>
         <translation>Geöffnet.</translation>
+    </message>
+    <message>
+        <source>Closed.</source>
+        <translation>Geschlossen.</translation>
     </message>
 </context>
 <context>
@@ -556,6 +582,22 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>Ide&amp;ntifier:</source>
         <translation>Id&amp;entifier:</translation>
+    </message>
+    <message>
+        <source>F&amp;ollow</source>
+        <translation>F&amp;olgen</translation>
+    </message>
+    <message>
+        <source>Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again.</source>
+        <translation>Hält die neueste Nachricht im Blick. Hochrollen beendet es, zum Ende rollen beginnt es wieder.</translation>
+    </message>
+    <message>
+        <source>Trace</source>
+        <translation>Aufzeichnung</translation>
+    </message>
+    <message>
+        <source>The messages of the trace are not saved. Drop them?</source>
+        <translation>Die Nachrichten der Aufzeichnung sind nicht gespeichert. Verwerfen?</translation>
     </message>
 </context>
 <context>
@@ -688,13 +730,6 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CWorkbench</name>
-    <message numerus="yes">
-        <source>Scan finished: %n interface(s) found.</source>
-        <translation>
-            <numerusform>Suche beendet: %n Schnittstelle gefunden.</numerusform>
-            <numerusform>Suche beendet: %n Schnittstellen gefunden.</numerusform>
-        </translation>
-    </message>
     <message>
         <source>No scan could be started.</source>
         <translation>Die Suche konnte nicht gestartet werden.</translation>
@@ -702,6 +737,10 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>The window was busy for too long: %1 messages were lost.</source>
         <translation>Das Fenster war zu lange beschäftigt: %1 Nachrichten gingen verloren.</translation>
+    </message>
+    <message>
+        <source>Scan finished, interfaces found: %1</source>
+        <translation>Suche beendet, Schnittstellen gefunden: %1</translation>
     </message>
 </context>
 </TS>
