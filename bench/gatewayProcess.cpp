@@ -51,9 +51,7 @@ private:
         } else if (message.id == ID_BURST) {
             const int count = message.data[0] << 8 | message.data[1];
             for (int i = 0; i < count; ++i) {
-                SMessage one{static_cast<std::uint16_t>(i & 0x7FF), {}};
-                one.data.fill(static_cast<std::uint8_t>(i));
-                m_language.append(one, m_answer);
+                m_language.append(burstMessage(i), m_answer);
             }
         }
     }
@@ -93,7 +91,21 @@ void serve(EProtocol protocol, int socket, const SLanguage& language)
         ::close(client);
     }
 }
+
+void appendFrame(const SMessage& message, std::vector<std::uint8_t>& bytes)
+{
+    bytes.resize(bytes.size() + FRAME_SIZE);
+    writeFrame(message, &bytes[bytes.size() - FRAME_SIZE]);
+}
+
+std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
+                  std::vector<std::uint8_t>& /*reply*/)
+{
+    return parseFrames(bytes, count, onMessage);
+}
 } // namespace
+
+const SLanguage RM_LANGUAGE{"", appendFrame, parse};
 
 CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
 {

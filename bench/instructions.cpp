@@ -1,15 +1,17 @@
 // What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
-#include "bench/hostApplication.h"
-#include "bench/pluginLink.h"
+#include "bench/links.h"
+#include "bench/measuring.h"
 #include "bench/processes.h"
+
+#include <QCoreApplication>
 
 #include <sys/socket.h>
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
-#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace vexmor::Bench;
@@ -17,94 +19,70 @@ using namespace vexmor::Bench;
 namespace
 {
 constexpr int FRAMES = 20000;
-constexpr int BATCH = 100;        ///< frames that one socket read brings
-constexpr int WARM_UP_TURNS = 20; ///< until the heap, Qt's caches and the dynamic linker have done their part
+constexpr int BATCH = 100; ///< frames that one socket read brings
+constexpr int WARM_UP_TURNS = 20;
 
-/// The plugin, connected to a socket of this process that stands for the gateway.
-class CLoop
+/// Puts frames into the plugin's socket, where they lie when this returns.
+void deliver(int gateway, int count)
 {
-public:
-    CLoop() : m_listener(bindToLoopback(EProtocol::eTcp)), m_link(EProtocol::eTcp, m_listener.port)
-    {
-        m_link.open();
-        m_gateway = accept(m_listener.socket, nullptr, nullptr);
-        check(m_gateway >= 0, "accept");
-        setNoDelay(m_gateway);
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
+    for (int i = 0; i < count; ++i) {
+        writeFrame(burstMessage(i), &bytes[static_cast<std::size_t>(i) * FRAME_SIZE]);
     }
+    check(::send(gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()), "send");
+}
 
-    CPluginLink& link() { return m_link; }
-
-    /// Puts frames into the plugin's socket, where they lie when this returns.
-    void deliver(int count)
-    {
-        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
-        for (int i = 0; i < count; ++i) {
-            SMessage message{static_cast<std::uint16_t>(i & 0x7FF), {}};
-            message.data.fill(static_cast<std::uint8_t>(i));
-            writeFrame(message, bytes.data() + static_cast<std::size_t>(i) * FRAME_SIZE);
-        }
-        check(::send(m_gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
-              "send");
+/// Takes what the plugin has sent.
+void swallow(int gateway)
+{
+    std::vector<std::uint8_t> bytes(READ_SIZE);
+    while (::recv(gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
     }
+}
 
-    /// Takes what the plugin has sent.
-    void swallow()
-    {
-        std::vector<std::uint8_t> bytes(READ_SIZE);
-        while (::recv(m_gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
-        }
-    }
-
-private:
-    const SLoopbackSocket m_listener;
-    CPluginLink m_link;
-    int m_gateway = -1;
-};
-
+/// Counts an action in FRAMES / framesATurn turns, when those before it have warmed up heap, caches and the dynamic
+/// linker.
 template <typename Prepare, typename Counted>
-void count(int turns, Prepare&& prepare, Counted&& counted)
+void count(int framesATurn, Prepare&& prepare, Counted&& counted)
 {
-    for (int turn = 0; turn < WARM_UP_TURNS + turns; ++turn) {
+    for (int turn = -WARM_UP_TURNS; turn < FRAMES / framesATurn; ++turn) {
         prepare();
-        if (turn >= WARM_UP_TURNS) {
+        if (turn >= 0) {
             CALLGRIND_TOGGLE_COLLECT;
         }
         counted();
-        if (turn >= WARM_UP_TURNS) {
+        if (turn >= 0) {
             CALLGRIND_TOGGLE_COLLECT;
         }
     }
 }
 
-void run(const std::string& what)
+/// The plugin is connected to a socket of this process that stands for the gateway.
+bool run(const std::string& what)
 {
-    CLoop loop;
-    if (what == "receive") {
-        count(
-            FRAMES / BATCH, [&] { loop.deliver(BATCH); }, [&] { loop.link().receive(BATCH); });
-    } else if (what == "receive-single") {
-        count(
-            FRAMES, [&] { loop.deliver(1); }, [&] { loop.link().receive(1); });
-    } else if (what == "send") {
+    const SLoopbackSocket listener = bindToLoopback(EProtocol::eTcp);
+    const auto link = makePluginLink(EProtocol::eTcp, listener.port);
+    const int gateway = accept(listener.socket, nullptr, nullptr);
+    check(gateway >= 0, "accept");
+    setNoDelay(gateway);
+    const int framesATurn = what == "receive-single" ? 1 : BATCH;
+    if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            FRAMES / BATCH, [&] { loop.swallow(); }, [&] { loop.link().sendJoined(message, BATCH); });
+            BATCH, [&] { swallow(gateway); }, [&] { link->sendBurst(message, BATCH); });
     } else {
-        throw std::runtime_error("receive, receive-single or send");
+        count(
+            framesATurn, [&] { deliver(gateway, framesATurn); }, [&] { link->receive(framesATurn); });
     }
-    loop.link().close();
+    std::printf("%d\n", FRAMES);
+    return true;
 }
 } // namespace
 
+/// instructions receive | receive-single | send
 int main(int argc, char** argv)
 {
-    const CHostApplication application;
-    try {
-        run(argc > 1 ? argv[1] : "");
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "instructions: %s\n", error.what());
-        return 1;
-    }
-    std::printf("%d\n", FRAMES);
-    return 0;
+    const QCoreApplication application(argc, argv);
+    std::thread([] {}).join(); // as most hosts, a process with threads
+    return exitCodeOf("instructions", [&] { return argc == 2 && run(argv[1]); });
 }

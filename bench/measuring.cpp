@@ -1,52 +1,94 @@
 #include "bench/measuring.h"
 
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
 
 namespace vexmor::Bench
 {
 namespace
 {
+constexpr double LOWER_QUARTER = 0.25;
+constexpr double UPPER_QUARTER = 0.75;
 int s_missed = 0;
+} // namespace
+
+double nanoseconds(clockid_t clock)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-void CTable::print() const
+double quantile(Values values, double share)
 {
-    std::vector<std::size_t> widths;
-    for (const std::string& title : m_rows.front()) {
-        widths.push_back(title.size());
+    if (values.empty()) {
+        return 0;
     }
-    for (const auto& row : m_rows) {
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], row[column].size());
-        }
-    }
-    const auto printRow = [&widths](const std::vector<std::string>& row) {
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            const int width = static_cast<int>(widths[column]);
-            const char* const text = column < row.size() ? row[column].c_str() : "";
-            std::printf(column == 0 ? "| %-*s |" : " %*s |", width, text);
-        }
-        std::printf("\n");
-    };
-    std::printf("\n");
-    printRow(m_rows.front());
-    for (std::size_t column = 0; column < widths.size(); ++column) {
-        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(widths[column], '-').c_str());
-    }
-    std::printf("\n");
-    for (std::size_t row = 1; row < m_rows.size(); ++row) {
-        printRow(m_rows[row]);
-    }
-    std::fflush(stdout);
+    std::sort(values.begin(), values.end());
+    const double at = share * static_cast<double>(values.size() - 1);
+    const auto below = static_cast<std::size_t>(at);
+    const std::size_t above = std::min(below + 1, values.size() - 1);
+    return values[below] + (at - static_cast<double>(below)) * (values[above] - values[below]);
+}
+
+double median(const Values& values)
+{
+    return quantile(values, 0.5);
+}
+
+Values ratios(const Values& of, const Values& to)
+{
+    Values result(std::min(of.size(), to.size()));
+    std::transform(of.begin(), of.begin() + static_cast<std::ptrdiff_t>(result.size()), to.begin(), result.begin(),
+                   std::divides<>());
+    return result;
+}
+
+std::string text(const char* format, ...)
+{
+    char buffer[512];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(buffer, sizeof buffer, format, arguments);
+    va_end(arguments);
+    return buffer;
 }
 
 std::string figure(double value)
 {
     const double size = std::fabs(value);
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
-    return text;
+    return text("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
+}
+
+std::string spread(const Values& values)
+{
+    const std::string middle = values.empty() ? "" : figure(median(values));
+    return values.size() < 2 ? middle
+                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, LOWER_QUARTER)).c_str(),
+                                    figure(quantile(values, UPPER_QUARTER)).c_str());
+}
+
+std::string verdict(const SAim& aim, const Values& values)
+{
+    if (aim.kind == SAim::eNone) {
+        return "";
+    }
+    const bool isAtMost = aim.kind == SAim::eAtMost;
+    const std::string limit = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
+    const double low = quantile(values, LOWER_QUARTER);
+    const double high = quantile(values, UPPER_QUARTER);
+    if (low <= aim.limit && aim.limit < high) {
+        return limit + ", in between";
+    }
+    return verdict(limit, isAtMost == (high <= aim.limit));
 }
 
 std::string verdict(const std::string& aim, bool met)
@@ -55,9 +97,67 @@ std::string verdict(const std::string& aim, bool met)
     return aim + (met ? ", met" : ", NOT MET");
 }
 
-int aimsMissed()
+void tellAimsMissed()
 {
-    return s_missed;
+    std::printf("\n%d aims not met.\n", s_missed);
+}
+
+int exitCodeOf(const char* program, const std::function<bool()>& task)
+{
+    try {
+        return task() ? 0 : 1;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        return 1;
+    }
+}
+
+std::string loadAverage()
+{
+    double load = 0;
+    std::ifstream("/proc/loadavg") >> load;
+    return figure(load);
+}
+
+SResources resources()
+{
+    SResources result;
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages; // the second number
+    result.residentKib = static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
+    const struct mallinfo2 heap = mallinfo2();
+    result.heapKib = static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;
+    result.descriptors = static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+    return result;
+}
+
+std::string textOf(const SResources& resources)
+{
+    return text("memory %.0f KiB, heap %.0f KiB, descriptors %d", resources.residentKib, resources.heapKib,
+                resources.descriptors);
+}
+
+CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)
+{
+    for (const std::string& title : head) {
+        m_widths.push_back(std::max(title.size(), m_widths.empty() ? firstWidth : 0));
+    }
+    std::printf("\n");
+    add(head);
+    for (std::size_t column = 0; column < m_widths.size(); ++column) {
+        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(m_widths[column], '-').c_str());
+    }
+    std::printf("\n");
+}
+
+void CTable::add(const std::vector<std::string>& cells) const
+{
+    for (std::size_t column = 0; column < m_widths.size(); ++column) {
+        const char* const cell = column < cells.size() ? cells[column].c_str() : "";
+        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), cell);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
 }
 
 } // namespace vexmor::Bench

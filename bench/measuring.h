@@ -1,20 +1,16 @@
 #pragma once
 
-#include <algorithm>
+#include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
-/// Time, medians, and tables to print them in.
+/// Time, figures, resources, and tables to print them in.
 namespace vexmor::Bench
 {
 
-inline double nanoseconds(clockid_t clock)
-{
-    timespec time{};
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
-}
+double nanoseconds(clockid_t clock);
 
 /// What an action takes, in ns: CPU time of this process, and time on the wall.
 struct SCost {
@@ -40,32 +36,6 @@ SCost costOf(Action&& action)
     return {cpuAfter - cpu, nanoseconds(CLOCK_MONOTONIC) - wall};
 }
 
-/// The value below which `share` (0 to 1) of the values lie; 0 when there are none.
-inline double quantile(std::vector<double> values, double share)
-{
-    if (values.empty()) {
-        return 0;
-    }
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), at, values.end());
-    return *at;
-}
-
-inline double median(const std::vector<double>& values)
-{
-    return quantile(values, 0.5);
-}
-
-/// Median of the ratios of what was measured in turn.
-inline double medianRatio(const std::vector<double>& of, const std::vector<double>& to)
-{
-    std::vector<double> ratios;
-    for (std::size_t turn = 0; turn < std::min(of.size(), to.size()); ++turn) {
-        ratios.push_back(of[turn] / to[turn]);
-    }
-    return median(ratios);
-}
-
 template <typename Action>
 void repeat(int times, Action&& action)
 {
@@ -74,26 +44,69 @@ void repeat(int times, Action&& action)
     }
 }
 
-/// A table in Markdown, whose first column is text and whose others are figures.
+/// What was measured of one thing, a value a round.
+using Values = std::vector<double>;
+
+/// The value below which `share` (0 to 1) of the values lie, between two of them if need be; 0 when there are none.
+double quantile(Values values, double share);
+double median(const Values& values);
+/// Round by round, since what else the machine does meets both sides of a round alike.
+Values ratios(const Values& of, const Values& to);
+
+/// As printf.
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+/// A figure with about three digits that count.
+std::string figure(double value);
+/// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
+std::string spread(const Values& values);
+
+/// A limit for a ratio.
+struct SAim {
+    enum EKind { eNone, eAtMost, eAtLeast };
+    EKind kind = eNone;
+    double limit = 0;
+};
+/// "<= 3.2, met" or "NOT MET" when the middle half of the values lies on one side of the limit, "in between" when the
+/// limit lies among them.
+std::string verdict(const SAim& aim, const Values& values);
+/// "nothing lost, met" or "nothing lost, NOT MET".
+std::string verdict(const std::string& aim, bool met);
+/// Prints how many verdicts were "NOT MET".
+void tellAimsMissed();
+
+/// What a program's main gives: 0 when its task gives true; what the task throws is told.
+int exitCodeOf(const char* program, const std::function<bool()>& task);
+
+/// Processes that wanted to run, on average over the last minute.
+std::string loadAverage();
+
+/// What this process holds now.
+struct SResources {
+    double residentKib = 0;
+    double heapKib = 0; ///< allocated and not freed
+    int descriptors = 0;
+
+    SResources operator-(const SResources& before) const
+    {
+        return {residentKib - before.residentKib, heapKib - before.heapKib, descriptors - before.descriptors};
+    }
+};
+SResources resources();
+/// "memory 1 KiB, heap 2 KiB, descriptors 3"
+std::string textOf(const SResources& resources);
+
+/// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
 class CTable
 {
 public:
-    explicit CTable(std::vector<std::string> head) : m_rows{std::move(head)} {}
+    /// `firstWidth` keeps the columns aligned where the first holds longer texts than its title.
+    explicit CTable(const std::vector<std::string>& head, std::size_t firstWidth = 0);
 
     /// As many cells as the head has, or fewer: the rest stays empty.
-    void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
-    void print() const;
+    void add(const std::vector<std::string>& cells) const;
 
 private:
-    std::vector<std::vector<std::string>> m_rows; ///< the head first
+    std::vector<std::size_t> m_widths;
 };
-
-/// A figure with about three digits that count.
-std::string figure(double value);
-
-/// "<= 4, met" or "<= 4, NOT MET".
-std::string verdict(const std::string& aim, bool met);
-/// How many verdicts were "NOT MET".
-int aimsMissed();
 
 } // namespace vexmor::Bench

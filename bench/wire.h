@@ -13,7 +13,8 @@ namespace vexmor::Bench
 
 enum class EProtocol { eTcp, eUdp };
 
-/// Size of a framed CAN message of 8 data bytes, the only one sent here.
+constexpr std::size_t DATA_SIZE = 8; ///< data bytes of every message that is sent here
+/// Size of such a message in its frame.
 constexpr std::size_t FRAME_SIZE = 15;
 constexpr std::size_t READ_SIZE = 64 * 1024;
 /// Silence on the link after which a measurement is given up.
@@ -26,15 +27,32 @@ constexpr std::uint16_t ID_BURST = 0x102;   ///< sends as many messages as data 
 
 struct SMessage {
     std::uint16_t id = 0;
-    std::array<std::uint8_t, 8> data{};
+    std::array<std::uint8_t, DATA_SIZE> data{};
 };
 
-inline SMessage burstRequest(int count)
+/// One of a burst.
+inline SMessage burstMessage(int number)
 {
-    SMessage message{ID_BURST, {}};
-    message.data[0] = static_cast<std::uint8_t>(count >> 8);
-    message.data[1] = static_cast<std::uint8_t>(count & 0xFF);
+    SMessage message{static_cast<std::uint16_t>(number & 0x7FF), {}};
+    message.data.fill(static_cast<std::uint8_t>(number));
     return message;
+}
+
+/// What every host does with a message that it receives: it looks at identifier, length and bytes. The sum over all
+/// tells whether it got what was sent.
+inline std::uint64_t lookAt(std::uint16_t id, std::size_t length, const std::uint8_t* data)
+{
+    if (length != DATA_SIZE) {
+        throw std::runtime_error("a message is not as it was sent");
+    }
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, data, DATA_SIZE);
+    return bytes * 31 + id;
+}
+
+inline std::uint64_t lookAt(const SMessage& message)
+{
+    return lookAt(message.id, message.data.size(), message.data.data());
 }
 
 inline void writeFrame(const SMessage& message, std::uint8_t* frame)
@@ -80,5 +98,59 @@ std::size_t parseFrames(const std::uint8_t* bytes, std::size_t count, OnMessage&
     }
     return used;
 }
+
+/// Takes the messages out of a socket. Any number of these share one buffer.
+class CFrameReader
+{
+public:
+    /// `read(bytes, size)` gives what the socket has, as recv does. Throws when it gives nothing.
+    template <typename Read, typename OnMessage>
+    void readFrom(Read&& read, OnMessage&& onMessage)
+    {
+        static std::array<std::uint8_t, READ_SIZE> s_buffer;
+        std::memcpy(s_buffer.data(), m_cut.data(), m_cutSize);
+        const auto got = read(s_buffer.data() + m_cutSize, s_buffer.size() - m_cutSize);
+        if (got <= 0) {
+            throw std::runtime_error("messages missing");
+        }
+        const std::size_t count = m_cutSize + static_cast<std::size_t>(got);
+        const std::size_t used = parseFrames(s_buffer.data(), count, onMessage);
+        m_cutSize = count - used;
+        std::memcpy(m_cut.data(), s_buffer.data() + used, m_cutSize);
+    }
+
+private:
+    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< start of a frame
+    std::size_t m_cutSize = 0;
+};
+
+/// The number that a message carries in its first four data bytes.
+inline std::uint32_t numberOf(const std::uint8_t* data)
+{
+    std::uint32_t number = 0;
+    std::memcpy(&number, data, sizeof number);
+    return number;
+}
+
+/// Watches numbered messages come in: each number may come once, and only higher than the ones before.
+struct SSequence {
+    std::uint64_t received = 0;
+    std::uint64_t missing = 0;    ///< numbers that were left out so far
+    std::uint64_t gaps = 0;       ///< how often some were
+    std::uint64_t disordered = 0; ///< came twice, or late
+    std::uint32_t nextNumber = 0; ///< one above the highest so far
+
+    void take(std::uint32_t number)
+    {
+        ++received;
+        if (number < nextNumber) {
+            ++disordered;
+            return;
+        }
+        gaps += number > nextNumber ? 1 : 0;
+        missing += number - nextNumber;
+        nextNumber = number + 1;
+    }
+};
 
 } // namespace vexmor::Bench

@@ -1,16 +1,14 @@
 // A host that loads the plugin, uses it and unloads it, again and again: pluginCycles [TIMES, 1000]. It is not linked
-// to the library, so that nothing else keeps it. Prints rows of a Markdown table.
+// to the library, so that nothing else keeps it. Prints a table in Markdown.
+#include "bench/measuring.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
-
-#include "bench/resources.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QPluginLoader>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
@@ -27,7 +25,7 @@ bool isMapped()
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
 }
 
-bool cycles(int count, QLibrary::LoadHints hints, const char* name)
+bool cycles(const CTable& table, int count, QLibrary::LoadHints hints, const char* name)
 {
     SResources first;
     int failed = 0;
@@ -57,14 +55,13 @@ bool cycles(int count, QLibrary::LoadHints hints, const char* name)
             first = resources();
         }
     }
-    const SResources last = resources();
-    std::printf(
-        "| loaded and unloaded, %s | %d times; failed: %d; library still in the process afterwards: %d times; memory "
-        "%.0f KiB, heap %.0f KiB, descriptors %d more than after the first tenth |\n",
-        name, count, failed, stillMapped, last.residentKib - first.residentKib, last.heapKib - first.heapKib,
-        last.descriptors - first.descriptors);
-    return failed == 0 && last.residentKib - first.residentKib < MEMORY_LIMIT_KIB &&
-           last.descriptors <= first.descriptors;
+    const SResources grown = resources() - first;
+    const bool ok = failed == 0 && grown.residentKib < MEMORY_LIMIT_KIB && grown.descriptors <= 0;
+    table.add({text("loads and unloads the library, %s", name),
+               text("%d times; failed: %d; still mapped afterwards: %d times; %s more than after the first tenth",
+                    count, failed, stillMapped, textOf(grown).c_str()),
+               ok ? "yes" : "NO"});
+    return ok;
 }
 } // namespace
 
@@ -72,7 +69,8 @@ int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     const int count = argc > 1 ? std::max(std::atoi(argv[1]), 10) : 1000;
-    bool ok = cycles(count, {}, "no load hints");
-    ok &= cycles(count, QLibrary::PreventUnloadHint, "PreventUnloadHint (Qt's default)");
-    return ok ? 0 : 1;
+    const CTable table({"what the host does", "figures", "as promised"});
+    const bool unloaded = cycles(table, count, {}, "no load hints");
+    const bool kept = cycles(table, count, QLibrary::PreventUnloadHint, "PreventUnloadHint (Qt's default)");
+    return unloaded && kept ? 0 : 1;
 }

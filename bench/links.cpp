@@ -1,0 +1,212 @@
+#include "bench/links.h"
+
+#include "bench/hostedInterface.h"
+#include "bench/processes.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTcpSocket>
+#include <QUdpSocket>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <optional>
+#include <stdexcept>
+
+namespace vexmor::Bench
+{
+void waitUntil(const std::function<bool()>& condition)
+{
+    std::optional<QDeadlineTimer> patience;
+    for (bool first = true; !condition(); first = false) {
+        if (!first && !patience) {
+            patience.emplace(PATIENCE_S * 1000);
+        } else if (patience && patience->hasExpired()) {
+            throw std::runtime_error("messages missing");
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+}
+
+namespace
+{
+class CRawLink : public CLink
+{
+public:
+    CRawLink(EProtocol protocol, std::uint16_t port) : m_protocol(protocol), m_socket(connectToLoopback(protocol, port))
+    {
+        const timeval patience{PATIENCE_S, 0};
+        check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
+    }
+    ~CRawLink() override { ::close(m_socket); }
+
+    void send(const SMessage& message) override
+    {
+        std::uint8_t frame[FRAME_SIZE];
+        writeFrame(message, frame);
+        sendBytes(frame, sizeof frame);
+    }
+    void sendBurst(const SMessage& message, int count) override
+    {
+        if (m_protocol == EProtocol::eUdp) {
+            CLink::sendBurst(message, count);
+            return;
+        }
+        std::uint8_t frames[READ_SIZE];
+        for (int i = 0; i < count; ++i) {
+            writeFrame(message, frames + static_cast<std::size_t>(i) * FRAME_SIZE);
+        }
+        sendBytes(frames, static_cast<std::size_t>(count) * FRAME_SIZE);
+    }
+    std::uint64_t receive(int count) override
+    {
+        std::uint64_t sum = 0;
+        while (count > 0) {
+            m_reader.readFrom(
+                [this](std::uint8_t* bytes, std::size_t size) { return ::recv(m_socket, bytes, size, 0); },
+                [&](const SMessage& message) {
+                    sum += lookAt(message);
+                    --count;
+                });
+        }
+        return sum;
+    }
+
+private:
+    void sendBytes(const std::uint8_t* bytes, std::size_t count)
+    {
+        check(::send(m_socket, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count), "send");
+    }
+    const EProtocol m_protocol;
+    const int m_socket;
+    CFrameReader m_reader;
+};
+
+class CQtLink : public CLink
+{
+public:
+    CQtLink(EProtocol protocol, std::uint16_t port) : m_port(port)
+    {
+        if (protocol == EProtocol::eTcp) {
+            m_socket = std::make_unique<QTcpSocket>();
+            m_socket->connectToHost(m_host, port);
+            m_socket->waitForConnected(PATIENCE_S * 1000);
+            m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        } else { // bound, not connected, like the plugin's
+            m_socket = std::make_unique<QUdpSocket>();
+            m_socket->bind(m_host, 0);
+        }
+        m_udp = qobject_cast<QUdpSocket*>(m_socket.get());
+        QObject::connect(m_socket.get(), &QAbstractSocket::readyRead, m_socket.get(), [this] { onReadyRead(); });
+    }
+
+    void send(const SMessage& message) override
+    {
+        write(message);
+        m_socket->flush();
+    }
+    void sendBurst(const SMessage& message, int count) override
+    {
+        for (int i = 0; i < count; ++i) {
+            write(message);
+        }
+        QCoreApplication::processEvents();
+    }
+    std::uint64_t receive(int count) override
+    {
+        waitUntil([this, count] { return m_received >= count; });
+        m_received -= count;
+        return std::exchange(m_sum, 0);
+    }
+
+private:
+    void write(const SMessage& message)
+    {
+        std::uint8_t frame[FRAME_SIZE];
+        writeFrame(message, frame);
+        const auto* const bytes = reinterpret_cast<const char*>(frame);
+        const qint64 sent = m_udp != nullptr ? m_udp->writeDatagram(bytes, FRAME_SIZE, m_host, m_port)
+                                             : m_socket->write(bytes, FRAME_SIZE);
+        if (sent != static_cast<qint64>(FRAME_SIZE)) {
+            throw std::runtime_error(m_socket->errorString().toStdString());
+        }
+    }
+    void onReadyRead()
+    {
+        while (m_udp != nullptr ? m_udp->hasPendingDatagrams() : m_socket->bytesAvailable() > 0) {
+            m_reader.readFrom(
+                [this](std::uint8_t* bytes, std::size_t size) {
+                    auto* const data = reinterpret_cast<char*>(bytes);
+                    const auto room = static_cast<qint64>(size);
+                    return m_udp != nullptr ? m_udp->readDatagram(data, room) : m_socket->read(data, room);
+                },
+                [this](const SMessage& message) {
+                    m_sum += lookAt(message);
+                    ++m_received;
+                });
+        }
+    }
+
+    const QHostAddress m_host{QHostAddress::LocalHost};
+    const std::uint16_t m_port; ///< of the gateway
+    std::unique_ptr<QAbstractSocket> m_socket;
+    QUdpSocket* m_udp = nullptr; ///< the same, when it is one
+    CFrameReader m_reader;
+    int m_received = 0; ///< messages not yet asked for, and their sum
+    std::uint64_t m_sum = 0;
+};
+
+class CPluginLink : public CLink
+{
+public:
+    CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(makeInterface(protocol, port))
+    {
+        open(*m_interface);
+    }
+    ~CPluginLink() override { close(*m_interface); }
+
+    void send(const SMessage& message) override
+    {
+        auto* const data = const_cast<std::uint8_t*>(message.data.data()); // the constructor only reads them
+        const Cim::CCanMessage canMessage(Cim::CCanId::fromValue(message.id), DATA_SIZE, data);
+        const int code = m_interface->writeMessage(canMessage);
+        if (code != 0) {
+            throw std::runtime_error(m_interface->errorCodeToString(code).toStdString());
+        }
+    }
+    std::uint64_t receive(int count) override
+    {
+        std::uint64_t sum = 0;
+        Cim::CCanMessage message;
+        waitUntil([&] {
+            while (count > 0 && m_interface->readMessage(message) == 0) {
+                sum += lookAt(message.id().value(), message.length(), message.data());
+                --count;
+            }
+            return count == 0;
+        });
+        return sum;
+    }
+
+private:
+    const std::unique_ptr<Cim::CCanInterface> m_interface;
+};
+} // namespace
+
+std::unique_ptr<CLink> makeRawLink(EProtocol protocol, std::uint16_t port)
+{
+    return std::make_unique<CRawLink>(protocol, port);
+}
+
+std::unique_ptr<CLink> makeQtLink(EProtocol protocol, std::uint16_t port)
+{
+    return std::make_unique<CQtLink>(protocol, port);
+}
+
+std::unique_ptr<CLink> makePluginLink(EProtocol protocol, std::uint16_t port)
+{
+    return std::make_unique<CPluginLink>(protocol, port);
+}
+
+} // namespace vexmor::Bench
