@@ -10,6 +10,7 @@ namespace
 // CAN message payload: identifier high byte, identifier low byte, data, and with the timed command a time stamp.
 constexpr int CAN_ID_SIZE = 2;
 constexpr int TIME_STAMP_SIZE = 4;
+constexpr unsigned int MAX_DATA_LENGTH = 8;
 constexpr std::uint8_t STANDARD_ID_HIGH_BITS = 0x07;
 
 // Firmware version reply: two unused bytes, major, minor.
@@ -27,8 +28,10 @@ CCanMessage canMessageOfFrame(const SRmFrame& frame)
 
     CCanMessage message;
     message.setId(CCanId(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0));
-    if (message.setLength(dataLength)) {                                           // else it has said so
-        auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
+    auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
+    if (dataLength == MAX_DATA_LENGTH) {
+        message.setData(0, MAX_DATA_LENGTH, data); // the usual: a fixed size needs no loop
+    } else if (message.setLength(dataLength)) {    // else it has said so
         message.setData(0, dataLength, data);
     }
     return message;
