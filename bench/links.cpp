@@ -1,6 +1,6 @@
 #include "bench/links.h"
 
-#include "bench/hostedInterface.h"
+#include "bench/pluginInterface.h"
 #include "bench/processes.h"
 
 #include <QCoreApplication>

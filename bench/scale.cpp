@@ -1,7 +1,7 @@
 // What many gateways in one process cost, each at a full bus of 1 Mbit/s: by the plugin, and by plain QTcpSockets.
 // Prints tables in Markdown. See docs/performance.md.
-#include "bench/hostedInterface.h"
 #include "bench/measuring.h"
+#include "bench/pluginInterface.h"
 #include "bench/processes.h"
 
 #include <QCoreApplication>

@@ -43,7 +43,7 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    using Serial = std::uint64_t; ///< how manieth message since the model was made
+    using Serial = std::uint64_t; ///< number of a message since the model was made
 
     void makeRoom(std::size_t count);
     bool matches(const STraceRecord& record) const;

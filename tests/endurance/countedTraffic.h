@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bench/hostedInterface.h"
+#include "bench/pluginInterface.h"
 #include "bench/measuring.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"

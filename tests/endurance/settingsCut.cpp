@@ -4,8 +4,8 @@
 //
 // settingsCut [KILLS, 1000] [--busy-host]       --busy-host: another thread of the host stores values of its own
 // meanwhile
-#include "bench/hostedInterface.h"
 #include "bench/measuring.h"
+#include "bench/pluginInterface.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -22,7 +22,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 /// Read from the kernel ahead of the deframer at most; a peer that sends more waits in TCP's own flow control.
 constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
 /// About a second of a full CAN bus: 1 Mbit/s carries 9,000 frames of 8 data bytes, framed in 15 bytes each. So much
-/// may wait for a gateway that does not read, and no more.
+/// may wait here for a gateway that does not read, and half as much again in the kernel (`tune`).
 constexpr qint64 SEND_BUFFER_LIMIT = 9000LL * 15;
 
 /// A link that is deleted through the event loop.

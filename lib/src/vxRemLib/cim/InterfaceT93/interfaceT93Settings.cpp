@@ -1,3 +1,4 @@
+// How the interface is set up: bit rate, description, store, dialog and properties.
 #include "InterfaceT93/configDialogT93.h"
 #include "InterfaceT93/hostCall.h"
 #include "InterfaceT93/interfaceT93.h"
@@ -7,13 +8,12 @@
 
 #include <limits>
 
-// How the interface is set up: bit rate, description, store, dialog and properties.
-
 namespace vexmor::Cim
 {
 namespace
 {
 const QString DEFAULT_GROUP = QStringLiteral("CanInterfaces");
+constexpr char IPV4_RULE[] = "must be an IPv4 address like 192.168.1.70, without leading zeros";
 
 /// The number in the type of its parameter; none outside of its range.
 template <typename Number>
@@ -30,7 +30,6 @@ std::optional<QHostAddress> ipv4Address(const QString& text)
     const bool fits = address.protocol() == QAbstractSocket::IPv4Protocol && address.toString() == text;
     return fits ? std::optional<QHostAddress>(address) : std::nullopt;
 }
-constexpr char IPV4_RULE[] = "must be an IPv4 address like 192.168.1.70, without leading zeros";
 
 /// The one of two texts that it is, as its enumerator.
 template <typename Enum>

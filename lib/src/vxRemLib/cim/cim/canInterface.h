@@ -48,11 +48,11 @@ namespace vexmor::Cim
 ///     LocalIPAddress          QString    UDP: of the network interface to the gateway, 0.0.0.0 for any
 ///     UdpBindAnyIp            bool       UDP: take datagrams at any address of this computer
 ///     AutoIpUpdate            bool       kept for the user
-///     BusloadPollTime         qlonglong  ms from one bus load to the next; 0 is taken for 100
+///     BusloadPollTime         qlonglong  ms from one bus load to the next; 0: 100, and no estimate of a gateway that
+///                                        does not measure
 ///     BusloadMeasureInterval  qlonglong  ms that the gateway measures over, 0 to 65535
-///     CanBaudrate             qlonglong  kbit/s as `setBaudrate` takes it, or 0: the gateway's rate is left as it is,
-///     of
-///                                        which opening warns, and bus load is unknown: it stays as it was
+///     CanBaudrate             qlonglong  kbit/s as `setBaudrate` takes it, or 0: the gateway's rate is left as it
+///                                        is (opening warns of it), and bus load is unknown: it stays as it was
 ///
 /// They can be read at any time, in the interface's thread, and set while it is closed; the port text of the
 /// description follows. A value that does not fit, and any value while it is open, is refused with a Qt warning that
@@ -68,8 +68,9 @@ class CIM_EXPORT CCanInterface : public QObject
 public:
     /// Sees every message: `sending` is true for a message that is being sent (before the send, whatever its outcome),
     /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored.
-    /// The message lives only for the call. The handler may close, reopen or delete the interface; it gets no context
-    /// and may not change what it gets, so that a host which wants to act keeps a pointer of its own.
+    /// The message lives only for the call. The handler may close, reopen or delete the interface, and may run the
+    /// event loop: messages stay in order. It gets no context and may not change what it gets, so that a host which
+    /// wants to act keeps a pointer of its own.
     using SpyHandler = int (*)(const CCanInterface& canInterface, bool sending, const CCanMessage& message);
 
     CCanInterface();

@@ -1,4 +1,4 @@
-#include "bench/hostedInterface.h"
+#include "bench/pluginInterface.h"
 
 #include <QCoreApplication>
 #include <QPluginLoader>
