@@ -122,6 +122,8 @@ private Q_SLOTS:
         QCOMPARE(cell(feed.trace(), feed.trace().rowCount() - 1, CTraceModel::eId), "095"_s);
         QVERIFY(feed.trace().rowCount() >= 90);
         QCOMPARE(feed.heldBack(), std::size_t(0));
+        feed.trace().setTime(CTraceModel::ETime::eSinceBefore);
+        QCOMPARE(cell(feed.trace(), 1, CTraceModel::eTime), "0.000000"_s);
     }
 
     void identifiers()
@@ -135,6 +137,7 @@ private Q_SLOTS:
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
         QCOMPARE(cell(model, 1, CIdentifierModel::eCount), "3"_s);
         QCOMPARE(cell(model, 1, CIdentifierModel::ePeriod), "10.0"_s);
+        QCOMPARE(cell(model, 1, CIdentifierModel::eRate), "100.0"_s);
         QCOMPARE(cell(model, 1, CIdentifierModel::eData), "01 03 04"_s);
         const auto marks = [&model] {
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();

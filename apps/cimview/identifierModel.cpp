@@ -23,6 +23,8 @@ void CIdentifierModel::append(const std::vector<STraceRecord>& records)
         if (row.count > 0) {
             const auto distance = static_cast<double>(record.microseconds - row.last.microseconds);
             row.periodMicroseconds += (distance - row.periodMicroseconds) * (row.count == 1 ? 1 : NEWEST_WEIGHT);
+            row.leastMicroseconds = row.count == 1 ? distance : std::min(row.leastMicroseconds, distance);
+            row.greatestMicroseconds = row.count == 1 ? distance : std::max(row.greatestMicroseconds, distance);
             for (unsigned int i = 0; i < record.message.length(); ++i) {
                 const bool isNew = i >= row.last.message.length();
                 if (isNew || record.message.data()[i] != row.last.message.data()[i]) {
@@ -78,6 +80,28 @@ CIdentifierModel::SRow& CIdentifierModel::rowFor(const STraceRecord& record)
     return *place;
 }
 
+std::optional<double> CIdentifierModel::numberIn(const SRow& row, int column)
+{
+    if (column == eCount) {
+        return static_cast<double>(row.count);
+    }
+    if (row.count < 2) {
+        return std::nullopt;
+    }
+    switch (column) {
+    case eRate:
+        return row.periodMicroseconds > 0 ? std::optional(1e6 / row.periodMicroseconds) : std::nullopt;
+    case ePeriod:
+        return row.periodMicroseconds / MICROSECONDS_PER_MS;
+    case eLeast:
+        return row.leastMicroseconds / MICROSECONDS_PER_MS;
+    case eGreatest:
+        return row.greatestMicroseconds / MICROSECONDS_PER_MS;
+    default:
+        return std::nullopt;
+    }
+}
+
 int CIdentifierModel::changedBytes(const SRow& row) const
 {
     int bits = 0;
@@ -112,10 +136,14 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     if (role == CHANGED_BYTES_ROLE) {
         return changedBytes(row);
     }
-    if (role == Qt::TextAlignmentRole && (index.column() == eCount || index.column() == ePeriod)) {
+    const std::optional<double> number = numberIn(row, index.column());
+    if (role == SORT_ROLE && index.column() >= eCount && index.column() <= eGreatest) {
+        return number.value_or(-1);
+    }
+    if (role == Qt::TextAlignmentRole && index.column() >= eCount && index.column() <= eGreatest) {
         return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
     }
-    if (role != Qt::DisplayRole) {
+    if (role != Qt::DisplayRole && role != SORT_ROLE) {
         return {};
     }
     switch (index.column()) {
@@ -127,8 +155,11 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
         return directionText(row.last.sent);
     case eCount:
         return static_cast<qulonglong>(row.count);
+    case eRate:
     case ePeriod:
-        return row.count < 2 ? QString() : QString::number(row.periodMicroseconds / MICROSECONDS_PER_MS, 'f', 1);
+    case eLeast:
+    case eGreatest:
+        return number ? QString::number(*number, 'f', 1) : QString();
     case eLength:
         return row.last.message.length();
     case eData:
@@ -145,8 +176,9 @@ QVariant CIdentifierModel::headerData(int section, Qt::Orientation orientation, 
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
         return {};
     }
-    const QString titles[eColumnCount] = {tr("ID"),          tr("Interface"), tr("Dir"),  tr("Count"),
-                                          tr("Period [ms]"), tr("Length"),    tr("Data"), tr("ASCII")};
+    const QString titles[eColumnCount] = {tr("ID"),         tr("Interface"),   tr("Dir"),   tr("Count"),
+                                          tr("Rate [1/s]"), tr("Period [ms]"), tr("Least"), tr("Greatest"),
+                                          tr("Length"),     tr("Data"),        tr("ASCII")};
     return titles[section];
 }
 
@@ -154,6 +186,7 @@ CIdentifierFilter::CIdentifierFilter(CIdentifierModel& model, const CSourceNames
     : QSortFilterProxyModel(parent), m_model(model), m_names(names)
 {
     setSourceModel(&model);
+    setSortRole(CIdentifierModel::SORT_ROLE);
 }
 
 void CIdentifierFilter::setMatcher(const CMessageMatcher& matcher)

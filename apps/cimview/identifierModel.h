@@ -7,6 +7,7 @@
 #include <QSortFilterProxyModel>
 
 #include <array>
+#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -20,9 +21,24 @@ class CIdentifierModel : public QAbstractTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eId, eInterface, eDirection, eCount, ePeriod, eLength, eData, eAscii, eColumnCount };
+    enum EColumn {
+        eId,
+        eInterface,
+        eDirection,
+        eCount,
+        eRate,
+        ePeriod,
+        eLeast,
+        eGreatest,
+        eLength,
+        eData,
+        eAscii,
+        eColumnCount
+    };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
+    /// Role of what rows are sorted by: numbers as numbers.
+    static constexpr int SORT_ROLE = Qt::UserRole + 1;
     /// Time for which a change is marked.
     static constexpr std::int64_t MARK_MICROSECONDS = 1000000;
 
@@ -47,11 +63,15 @@ private:
         STraceRecord last;
         std::uint64_t count = 0;
         double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the second message
+        double leastMicroseconds = 0;
+        double greatestMicroseconds = 0;
         std::array<std::int64_t, 8> changedAt{};
     };
     using Key = std::tuple<std::uint16_t, std::uint16_t, bool>;
 
     static Key keyOf(const STraceRecord& record);
+    /// The number that a column shows; nothing where it shows none.
+    static std::optional<double> numberIn(const SRow& row, int column);
     SRow& rowFor(const STraceRecord& record);
     int changedBytes(const SRow& row) const;
     void rowsChanged();
@@ -62,7 +82,7 @@ private:
     std::int64_t m_lastChange = 0;
 };
 
-/// Shows those rows of a CIdentifierModel whose last message matches.
+/// Shows those rows of a CIdentifierModel whose last message matches, in the order that the user chooses.
 class CIdentifierFilter : public QSortFilterProxyModel
 {
     Q_OBJECT

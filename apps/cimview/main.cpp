@@ -1,7 +1,6 @@
 // cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
-#include "apps/cimview/palettes.h"
 #include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
 #include "apps/common/exitCodes.h"
@@ -54,7 +53,7 @@ void addOptions(CLI::App& app, SOptions& options)
             "KBIT")
         ->check(bitRate());
     app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
-    app.add_flag("--dark", options.dark, "Use a dark palette");
+    app.add_flag("--dark", options.dark, "Use a dark palette (from then on)");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");
@@ -87,6 +86,9 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
         return failure->isUsage ? eWrongUsage : eRefused;
     }
     CMainWindow window(workbench);
+    if (options.dark) {
+        window.darkAction().setChecked(true);
+    }
     window.show();
     const CInterruption interruption;
     QObject::connect(&interruption, &CInterruption::interrupted, &window, [&window] {
@@ -105,10 +107,6 @@ int run(char** argv, const SOptions& options)
     QApplication application(nameAlone, argv);
     installTranslations(application,
                         {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
-    if (options.dark) {
-        QApplication::setStyle(QStringLiteral("Fusion"));
-        QApplication::setPalette(darkPalette());
-    }
     const SPluginSearch search = searchPlugins(options.place);
     if (const Failure failure = search.failure()) {
         tell(failure->text);

@@ -4,6 +4,7 @@
 #include "apps/cimview/eventPanel.h"
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/messagePanel.h"
+#include "apps/cimview/palettes.h"
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 
@@ -12,6 +13,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
@@ -23,6 +25,7 @@ namespace
 const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
+const QString DARK = QStringLiteral("Dark");
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
@@ -34,10 +37,12 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_messages(new CMessagePanel(workbench)),
       m_events(new CEventPanel(workbench.events())),
       m_rate(new QLabel),
-      m_unread(new QLabel)
+      m_unread(new QLabel),
+      m_dark(new QAction(tr("D&ark"), this))
 {
     setWindowTitle(tr("CAN interfaces"));
     setCentralWidget(m_messages);
+    setAcceptDrops(true); // a log
     setDockNestingEnabled(true);
     QDockWidget* const interfaces =
         addPanel(QStringLiteral("Interfaces"), tr("Interfaces"), m_interfaces, Qt::TopDockWidgetArea);
@@ -95,6 +100,8 @@ void CMainWindow::makeMenus()
     messages->addAction(&m_messages->followAction());
     messages->addAction(&m_messages->clearAction());
     messages->addAction(&m_messages->findAction());
+    messages->addSeparator();
+    messages->addActions(m_messages->timeActions());
 
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     const QList<QDockWidget*> docks = findChildren<QDockWidget*>();
@@ -109,6 +116,10 @@ void CMainWindow::makeMenus()
     }
     QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
     toMessages->setShortcut(QKeySequence(QStringLiteral("Ctrl+0")));
+    view->addSeparator();
+    m_dark->setCheckable(true);
+    connect(m_dark, &QAction::toggled, this, &setDark);
+    view->addAction(m_dark);
 
     menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
         QMessageBox::about(this, windowTitle(),
@@ -146,6 +157,7 @@ void CMainWindow::loadState()
     settings.beginGroup(GROUP);
     restoreGeometry(settings.value(GEOMETRY).toByteArray());
     restoreState(settings.value(STATE).toByteArray());
+    m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
     m_messages->loadState(settings);
     m_interfaces->loadState(settings);
     m_workbench.sendList().load(settings);
@@ -157,9 +169,24 @@ void CMainWindow::saveState()
     settings.beginGroup(GROUP);
     settings.setValue(GEOMETRY, saveGeometry());
     settings.setValue(STATE, QMainWindow::saveState());
+    settings.setValue(DARK, m_dark->isChecked());
     m_messages->saveState(settings);
     m_interfaces->saveState(settings);
     m_workbench.sendList().save(settings);
+}
+
+void CMainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (event->mimeData()->urls().value(0).isLocalFile()) {
+        event->acceptProposedAction();
+    }
+}
+
+void CMainWindow::dropEvent(QDropEvent* event)
+{
+    if (m_messages->mayDropTrace()) {
+        m_messages->loadLog(event->mimeData()->urls().value(0).toLocalFile());
+    }
 }
 
 void CMainWindow::closeEvent(QCloseEvent* event)

@@ -31,11 +31,14 @@ public:
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
     CEventPanel& eventPanel() { return *m_events; }
+    QAction& darkAction() { return *m_dark; }
     /// Brings a panel to the front: "Interfaces", "Busload", "Send" or "Events".
     void showPanel(const QString& name);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
 
 private:
     QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
@@ -52,6 +55,7 @@ private:
     QDockWidget* m_eventDock;
     QLabel* m_rate;
     QLabel* m_unread;
+    QAction* m_dark;
     QTimer m_rateTimer;
     std::uint64_t m_fetched = 0; ///< messages, when the rate was shown last
 };

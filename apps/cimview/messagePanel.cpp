@@ -29,6 +29,8 @@ const QString IDENTIFIER_COLUMNS = QStringLiteral("IdentifierColumns");
 /// A filter is applied when the user stops typing: it goes over the whole trace.
 constexpr int FILTER_DELAY_MS = 250;
 constexpr int COUNT_INTERVAL_MS = 500;
+constexpr int SEND_INTERVAL_MS = 1000;
+constexpr QColor WRONG(220, 50, 50); ///< seen on a light ground and on a dark one
 } // namespace
 
 CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
@@ -44,6 +46,7 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
       m_save(tr("&Save log ...")),
       m_find(tr("&Find text")),
       m_follow(tr("F&ollow")),
+      m_times(nullptr),
       m_idEdit(new QLineEdit(this)),
       m_textEdit(new QLineEdit(this)),
       m_counts(new QLabel(this)),
@@ -75,9 +78,6 @@ QWidget* CMessagePanel::makeFilterBar()
     m_follow.setToolTip(
         tr("Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again."));
     m_idEdit->setPlaceholderText(tr("all, or like 123  120:7F0"));
-    m_idEdit->setToolTip(
-        tr("Identifiers to show, hexadecimal: ID, or ID:MASK for all that equal ID in the bits of MASK.\n"
-           "Several stand with blanks between."));
     m_idEdit->setClearButtonEnabled(true);
     m_textEdit->setPlaceholderText(tr("any text or data"));
     m_textEdit->setToolTip(
@@ -115,8 +115,32 @@ void CMessagePanel::makeTables()
     setUpTable(*m_identifierView);
     setColumnWidths(*m_identifierView,
                     {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
-                     QStringLiteral("1000000"), QStringLiteral("10000.0  "), QStringLiteral("8"), data});
+                     QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
+                     QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
+    m_identifierView->setSortingEnabled(true);
+    m_identifierView->sortByColumn(CIdentifierModel::eId, Qt::AscendingOrder);
+    addRowActions(*m_traceView, [this](int row) { return m_feed.trace().record(row); });
+    addRowActions(*m_identifierView, [this](int row) {
+        return m_feed.identifiers().record(m_identifiers.mapToSource(m_identifiers.index(row, 0)).row());
+    });
     followEnd();
+}
+
+void CMessagePanel::addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf)
+{
+    const auto add = [&view, recordOf](const QString& text, const std::function<void(const STraceRecord&)>& act) {
+        auto* const action = new QAction(text, &view);
+        connect(action, &QAction::triggered, &view, [&view, recordOf, act] {
+            if (view.currentIndex().isValid()) {
+                act(recordOf(view.currentIndex().row()));
+            }
+        });
+        view.addAction(action);
+    };
+    add(tr("Show only this identifier"), [this](const auto& record) { m_idEdit->setText(idText(record.message)); });
+    add(tr("Add to the messages to send"), [this](const auto& record) {
+        m_workbench.sendList().add({record.message, SEND_INTERVAL_MS, {}});
+    });
 }
 
 void CMessagePanel::followEnd()
@@ -152,6 +176,16 @@ void CMessagePanel::followEnd()
 void CMessagePanel::connectActions()
 {
     connect(&m_pause, &QAction::toggled, this, [this](bool paused) { m_feed.setPaused(paused); });
+    const std::pair<QString, CTraceModel::ETime> times[] = {
+        {tr("Time of &day"), CTraceModel::ETime::eOfDay},
+        {tr("Time since the &first"), CTraceModel::ETime::eSinceStart},
+        {tr("Time since the one &before"), CTraceModel::ETime::eSinceBefore}};
+    for (const auto& [text, time] : times) {
+        QAction* const action = m_times.addAction(text);
+        action->setCheckable(true);
+        action->setChecked(time == CTraceModel::ETime::eOfDay);
+        connect(action, &QAction::triggered, this, [this, time = time] { m_feed.trace().setTime(time); });
+    }
     connect(&m_clear, &QAction::triggered, this, [this] { m_feed.clear(); });
     connect(&m_load, &QAction::triggered, this, [this] { askForLog(false); });
     connect(&m_save, &QAction::triggered, this, [this] { askForLog(true); });
@@ -189,6 +223,15 @@ void CMessagePanel::applyFilter()
         m_identifiers.setMatcher(matcher);
     }
     m_filterProblem = filters ? QString() : filters.problem().text;
+    QPalette colours;
+    if (!filters) {
+        colours.setColor(QPalette::Text, WRONG);
+    }
+    m_idEdit->setPalette(colours);
+    m_idEdit->setToolTip(
+        filters ? tr("Identifiers to show, hexadecimal: ID, LOW-HIGH, ID:MASK for all that equal ID in the\n"
+                     "bits of MASK, ID~MASK for all but these. Several stand with blanks between.")
+                : m_filterProblem);
     showCounts();
 }
 
@@ -256,7 +299,7 @@ void CMessagePanel::onSaved(quint64 count, const QString& problem)
 void CMessagePanel::showCounts()
 {
     if (!m_filterProblem.isEmpty()) {
-        m_counts->setText(tr("filter not complete"));
+        m_counts->setText(tr("wrong filter"));
     } else if (m_feed.isPaused()) {
         m_counts->setText(tr("%L1 waiting").arg(m_feed.heldBack()));
     } else {

@@ -5,8 +5,11 @@
 #include "apps/cimview/messageFeed.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QTimer>
 #include <QWidget>
+
+#include <functional>
 
 class QLabel;
 class QLineEdit;
@@ -35,6 +38,7 @@ public:
     QAction& findAction() { return m_find; }
 
     QAction& followAction() { return m_follow; }
+    QList<QAction*> timeActions() const { return m_times.actions(); }
 
     /// Shows a log in the place of the trace, once it is read; the live display is paused then.
     void loadLog(const QString& path);
@@ -54,6 +58,7 @@ private:
     QWidget* makeFilterBar();
     void makeTables();
     void connectActions();
+    void addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf);
     void followEnd();
     void applyFilter();
     void askForLog(bool save);
@@ -72,6 +77,7 @@ private:
     QAction m_save;
     QAction m_find;
     QAction m_follow;
+    QActionGroup m_times;
     QLineEdit* m_idEdit;
     QLineEdit* m_textEdit;
     QLabel* m_counts;

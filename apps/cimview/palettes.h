@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QApplication>
 #include <QPalette>
+#include <QStyle>
 
 namespace vexmor::Apps::Cimview
 {
@@ -23,6 +25,15 @@ inline QPalette darkPalette()
         palette.setColor(QPalette::Disabled, role, QColor(130, 130, 130));
     }
     return palette;
+}
+
+/// Gives the whole application this palette, or back that of its style.
+inline void setDark(bool dark)
+{
+    if (dark) {
+        QApplication::setStyle(QStringLiteral("Fusion"));
+    }
+    QApplication::setPalette(dark ? darkPalette() : QApplication::style()->standardPalette());
 }
 
 } // namespace vexmor::Apps::Cimview

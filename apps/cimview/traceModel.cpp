@@ -12,6 +12,9 @@ CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity, QObjec
 
 void CTraceModel::append(const std::vector<STraceRecord>& records)
 {
+    if (m_records.empty() && !records.empty()) {
+        m_start = records.front().microseconds;
+    }
     const std::size_t count = std::min(records.size(), m_capacity);
     makeRoom(count);
     std::vector<Serial> fresh;
@@ -71,6 +74,24 @@ void CTraceModel::setMatcher(const CMessageMatcher& matcher)
     endResetModel();
 }
 
+void CTraceModel::setTime(ETime time)
+{
+    m_time = time;
+    if (rowCount() > 0) {
+        Q_EMIT dataChanged(index(0, eTime), index(rowCount() - 1, eTime));
+    }
+}
+
+QString CTraceModel::shownTime(int row) const
+{
+    const std::int64_t microseconds = record(row).microseconds;
+    if (m_time == ETime::eOfDay) {
+        return timeText(microseconds);
+    }
+    const std::int64_t start = m_time == ETime::eSinceStart ? m_start : record(std::max(row - 1, 0)).microseconds;
+    return QString::number(static_cast<double>(microseconds - start) / 1e6, 'f', 6);
+}
+
 bool CTraceModel::matches(const STraceRecord& record) const
 {
     return m_matcher.matches(record, m_names.name(record.source));
@@ -102,7 +123,7 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     }
     switch (index.column()) {
     case eTime:
-        return timeText(shown.microseconds);
+        return shownTime(index.row());
     case eInterface:
         return m_names.name(shown.source);
     case eDirection:

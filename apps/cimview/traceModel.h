@@ -23,6 +23,11 @@ class CTraceModel : public QAbstractTableModel
 public:
     enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eColumnCount };
     static constexpr std::size_t CAPACITY = 500000;
+    enum class ETime {
+        eOfDay,
+        eSinceStart,  ///< since the first message after the last `clear`
+        eSinceBefore, ///< since the row before
+    };
 
     /// `names` must outlive the model.
     explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY, QObject* parent = nullptr);
@@ -31,6 +36,8 @@ public:
     void append(const std::vector<STraceRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);
+    /// Which time the first column shows.
+    void setTime(ETime time);
 
     /// Messages kept, shown or not.
     std::size_t size() const { return m_records.size(); }
@@ -47,6 +54,7 @@ private:
 
     void makeRoom(std::size_t count);
     bool matches(const STraceRecord& record) const;
+    QString shownTime(int row) const;
 
     const CSourceNames& m_names;
     const std::size_t m_capacity;
@@ -54,6 +62,8 @@ private:
     std::deque<STraceRecord> m_records;
     Serial m_first = 0;         ///< serial of the oldest message kept
     std::vector<Serial> m_rows; ///< those that are shown
+    ETime m_time = ETime::eOfDay;
+    std::int64_t m_start = 0; ///< microseconds of the first message
 };
 
 } // namespace vexmor::Apps::Cimview

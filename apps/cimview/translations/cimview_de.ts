@@ -248,6 +248,18 @@
         <source>ASCII</source>
         <translation>ASCII</translation>
     </message>
+    <message>
+        <source>Rate [1/s]</source>
+        <translation>Rate [1/s]</translation>
+    </message>
+    <message>
+        <source>Least</source>
+        <translation>Kleinste</translation>
+    </message>
+    <message>
+        <source>Greatest</source>
+        <translation>Größte</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CInterfaceList</name>
@@ -497,6 +509,10 @@ Its guide is docs/cimview.md of the source.</source>
         <translation>cimview %1: CAN-Schnittstellen von T93-Gateways in einem Fenster.
 Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     </message>
+    <message>
+        <source>D&amp;ark</source>
+        <translation>&amp;Dunkel</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CManagedInterface</name>
@@ -544,12 +560,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>alle, oder wie 123  120:7F0</translation>
     </message>
     <message>
-        <source>Identifiers to show, hexadecimal: ID, or ID:MASK for all that equal ID in the bits of MASK.
-Several stand with blanks between.</source>
-        <translation>Anzuzeigende Identifier, hexadezimal: ID, oder ID:MASKE für alle, die in den Bits von MASKE mit ID übereinstimmen.
-Mehrere werden durch Leerzeichen getrennt.</translation>
-    </message>
-    <message>
         <source>any text or data</source>
         <translation>beliebiger Text oder Daten</translation>
     </message>
@@ -582,10 +592,6 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
         <translation>%1 Nachrichten gespeichert.</translation>
     </message>
     <message>
-        <source>filter not complete</source>
-        <translation>Filter unvollständig</translation>
-    </message>
-    <message>
         <source>%L1 waiting</source>
         <translation>%L1 warten</translation>
     </message>
@@ -616,6 +622,36 @@ Mehrere werden durch Leerzeichen getrennt.</translation>
     <message>
         <source>The messages of the trace are not saved. Drop them?</source>
         <translation>Die Nachrichten der Aufzeichnung sind nicht gespeichert. Verwerfen?</translation>
+    </message>
+    <message>
+        <source>Show only this identifier</source>
+        <translation>Nur diesen Identifier zeigen</translation>
+    </message>
+    <message>
+        <source>Add to the messages to send</source>
+        <translation>Zu den Sendenachrichten</translation>
+    </message>
+    <message>
+        <source>Time of &amp;day</source>
+        <translation>&amp;Uhrzeit</translation>
+    </message>
+    <message>
+        <source>Time since the &amp;first</source>
+        <translation>Zeit seit der &amp;ersten</translation>
+    </message>
+    <message>
+        <source>Time since the one &amp;before</source>
+        <translation>Zeit seit der &amp;vorigen</translation>
+    </message>
+    <message>
+        <source>Identifiers to show, hexadecimal: ID, LOW-HIGH, ID:MASK for all that equal ID in the
+bits of MASK, ID~MASK for all but these. Several stand with blanks between.</source>
+        <translation>Zu zeigende Identifier, hexadezimal: ID, VON-BIS, ID:MASKE für alle, die ID in den
+Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeichen dazwischen.</translation>
+    </message>
+    <message>
+        <source>wrong filter</source>
+        <translation>falscher Filter</translation>
     </message>
 </context>
 <context>
