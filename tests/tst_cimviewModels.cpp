@@ -2,6 +2,8 @@
 #include "apps/cimview/identifierModel.h"
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/logFiles.h"
+#include "apps/cimview/logRecorder.h"
+#include "apps/cimview/logReplay.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
 #include "apps/common/interfaceStore.h"
@@ -293,6 +295,49 @@ private Q_SLOTS:
         saver.save(m_folder.filePath("nowhere/a.log"_s), {});
         QCOMPARE(refused.size(), 1);
         QVERIFY(!refused.at(0).at(1).toString().isEmpty());
+    }
+
+    void recordingGoesOnInTheNextFile()
+    {
+        const QTemporaryDir folder;
+        Cimview::CLogRecorder recorder(m_names, 1000);
+        const QSignalSpy ended(&recorder, &Cimview::CLogRecorder::ended);
+        recorder.start(folder.path());
+        for (int i = 0; i < 10; ++i) {
+            recorder.record(numbered(i * 10, 10));
+        }
+        recorder.stop();
+        QByteArray all;
+        const QStringList files = QDir(folder.path()).entryList(QDir::Files, QDir::Time | QDir::Reversed);
+        QVERIFY(files.size() >= 2);
+        for (const QString& name : files) {
+            QFile file(folder.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadOnly) && file.size() < 2000);
+            all += file.readAll();
+        }
+        QCOMPARE(all.count(" R\n"), 100);
+        recorder.start(folder.filePath("nowhere"_s));
+        QVERIFY(!recorder.isRunning() && !ended.last().at(0).toString().isEmpty());
+    }
+
+    void replayKeepsOrderAndPace()
+    {
+        CLogReplay replay;
+        QList<int> sent;
+        QElapsedTimer clock;
+        QSignalSpy finished(&replay, &CLogReplay::finished);
+        clock.start();
+        replay.start({record(1, {}, 5000000), record(2, {}, 5000000), record(3, {}, 5100000)},
+                     [&](const auto& message) {
+                         sent.append(message.id().value());
+                         return true;
+                     });
+        QVERIFY(finished.wait());
+        QCOMPARE(sent, (QList<int>{1, 2, 3}));
+        QVERIFY(clock.elapsed() >= 100);
+        replay.start(numbered(0, 5), [](const auto&) { return false; }); // its interface is closed
+        QVERIFY(finished.wait());
+        QCOMPARE(finished.last().at(0).toInt(), 0);
     }
 
     void listKeepsTheStore()

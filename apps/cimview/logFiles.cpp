@@ -83,10 +83,7 @@ void CLogSaver::savePiece()
 {
     const std::size_t end = std::min(m_written + PIECE, m_records.size());
     for (; m_written < end; ++m_written) {
-        const STraceRecord& record = m_records[m_written];
-        m_file.write(CanLog::formatLogLine(
-                         {record.microseconds, logName(record.source), record.message, record.sent ? 'T' : 'R'}) +
-                     '\n');
+        m_file.write(logLine(m_records[m_written], m_names) + '\n');
     }
     if (m_written < m_records.size()) {
         return;
@@ -97,10 +94,11 @@ void CLogSaver::savePiece()
                     ok ? QString() : tr("%1 cannot be written: %2").arg(m_file.fileName(), m_file.errorString()));
 }
 
-QByteArray CLogSaver::logName(std::uint16_t source) const
+QByteArray logLine(const STraceRecord& record, const CSourceNames& names)
 {
     // A field of the line: no blanks in it.
-    return m_names.name(source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
+    const QByteArray name = names.name(record.source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
+    return CanLog::formatLogLine({record.microseconds, name, record.message, record.sent ? 'T' : 'R'});
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -45,6 +45,9 @@ private:
     quint64 m_count = 0;
 };
 
+/// A message as a line of a log, without a line end, under the name of its interface.
+QByteArray logLine(const STraceRecord& record, const CSourceNames& names);
+
 /// Writes messages as a log in candump's format, in the same way. The file stands there whole or not at all.
 class CLogSaver : public QObject
 {
@@ -61,7 +64,6 @@ Q_SIGNALS:
 
 private:
     void savePiece();
-    QByteArray logName(std::uint16_t source) const;
 
     const CSourceNames& m_names;
     QTimer m_timer;

@@ -10,10 +10,12 @@
 
 #include <QCloseEvent>
 #include <QDockWidget>
+#include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPainter>
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
@@ -29,6 +31,24 @@ const QString DARK = QStringLiteral("Dark");
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
+
+/// Two nodes on the two wires of a bus.
+QIcon icon()
+{
+    QPixmap picture(64, 64);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(QColor(0, 114, 178), 6));
+    painter.drawLine(4, 38, 60, 38);
+    painter.drawLine(4, 52, 60, 52);
+    painter.setBrush(QColor(213, 94, 0));
+    for (const int x : {10, 38}) {
+        painter.drawLine(x + 8, 26, x + 8, 38);
+        painter.drawRoundedRect(x, 8, 16, 16, 4, 4);
+    }
+    return picture;
+}
 } // namespace
 
 CMainWindow::CMainWindow(CWorkbench& workbench)
@@ -41,6 +61,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_dark(new QAction(tr("D&ark"), this))
 {
     setWindowTitle(tr("CAN interfaces"));
+    setWindowIcon(icon());
     setCentralWidget(m_messages);
     setAcceptDrops(true); // a log
     setDockNestingEnabled(true);
@@ -85,6 +106,8 @@ void CMainWindow::makeMenus()
     QMenu* const file = menuBar()->addMenu(tr("&File"));
     file->addAction(&m_messages->loadAction());
     file->addAction(&m_messages->saveAction());
+    file->addAction(&m_messages->recordAction());
+    file->addAction(&m_messages->replayAction());
     file->addSeparator();
     QAction* const quit = file->addAction(tr("&Quit"), this, [this] {
         if (m_messages->mayDropTrace()) {
@@ -139,7 +162,10 @@ void CMainWindow::showRate()
 {
     const std::uint64_t fetched = m_workbench.fetched();
     const std::uint64_t rate = (fetched - m_fetched) * 1000 / RATE_INTERVAL_MS;
-    m_rate->setText(tr("%L1 messages/s, %L2 in all").arg(rate).arg(fetched));
+    const CLogRecorder& recorder = m_workbench.recorder();
+    const QString recording =
+        recorder.isRunning() ? tr(", recording to %1").arg(QFileInfo(recorder.fileName()).fileName()) : QString();
+    m_rate->setText(tr("%L1 messages/s, %L2 in all").arg(rate).arg(fetched) + recording);
     m_fetched = fetched;
 }
 

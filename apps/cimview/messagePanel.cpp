@@ -8,6 +8,7 @@
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -44,6 +45,8 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
       m_clear(tr("C&lear")),
       m_load(tr("&Load log ...")),
       m_save(tr("&Save log ...")),
+      m_record(tr("&Record to files ...")),
+      m_replay(tr("Re&play what is shown ...")),
       m_find(tr("&Find text")),
       m_follow(tr("F&ollow")),
       m_times(nullptr),
@@ -72,6 +75,8 @@ QWidget* CMessagePanel::makeFilterBar()
     m_load.setShortcut(QKeySequence::Open);
     m_save.setShortcut(QKeySequence::Save);
     m_find.setShortcut(QKeySequence::Find);
+    m_record.setCheckable(true);
+    m_replay.setCheckable(true);
     m_follow.setCheckable(true);
     m_follow.setChecked(true);
     m_follow.setShortcut(QKeySequence(Qt::Key_F9));
@@ -109,6 +114,7 @@ void CMessagePanel::makeTables()
     setUpTable(*m_traceView);
     setColumnWidths(*m_traceView, {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"),
                                    QStringLiteral("RX  "), QStringLiteral("7FF  "), QStringLiteral("8"), data});
+    m_traceView->setColumnHidden(CTraceModel::eAdmin, true); // for those who know these messages
     m_identifierView->setFont(fixed);
     m_identifierView->setModel(&m_identifiers);
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
@@ -189,6 +195,13 @@ void CMessagePanel::connectActions()
     connect(&m_clear, &QAction::triggered, this, [this] { m_feed.clear(); });
     connect(&m_load, &QAction::triggered, this, [this] { askForLog(false); });
     connect(&m_save, &QAction::triggered, this, [this] { askForLog(true); });
+    connect(&m_record, &QAction::triggered, this, &CMessagePanel::record);
+    connect(&m_workbench.recorder(), &CLogRecorder::ended, this, [this] { m_record.setChecked(false); });
+    connect(&m_replay, &QAction::triggered, this, &CMessagePanel::replay);
+    connect(&m_replayer, &CLogReplay::finished, this, [this](quint64 count) {
+        m_replay.setChecked(false);
+        m_workbench.note(tr("Replay ended, messages sent: %1").arg(count));
+    });
     connect(&m_find, &QAction::triggered, m_textEdit, [this] {
         m_textEdit->setFocus();
         m_textEdit->selectAll();
@@ -272,16 +285,62 @@ void CMessagePanel::onLoaded(quint64 count, const QString& problem)
     }
 }
 
-void CMessagePanel::saveLog(const QString& path)
+std::vector<STraceRecord> CMessagePanel::shownRecords() const
 {
     std::vector<STraceRecord> records;
     records.reserve(static_cast<std::size_t>(m_feed.trace().rowCount()));
     for (int row = 0; row < m_feed.trace().rowCount(); ++row) {
         records.push_back(m_feed.trace().record(row));
     }
+    return records;
+}
+
+void CMessagePanel::record(bool start)
+{
+    const QString folder = start ? QFileDialog::getExistingDirectory(this, tr("Folder of the recordings")) : QString();
+    if (folder.isEmpty()) {
+        m_record.setChecked(false);
+        m_workbench.recorder().stop();
+    } else {
+        m_workbench.recorder().start(folder);
+    }
+}
+
+void CMessagePanel::replay(bool start)
+{
+    CInterfaceList& interfaces = m_workbench.interfaces();
+    QStringList open;
+    for (int row = 0; row < interfaces.rowCount(); ++row) {
+        if (interfaces.at(row).isOpen()) {
+            open.append(interfaces.at(row).name());
+        }
+    }
+    bool chosen = start && !open.isEmpty();
+    const QString name =
+        chosen ? QInputDialog::getItem(this, tr("Replay"), tr("Send what is shown on:"), open, 0, false, &chosen)
+               : QString();
+    if (!chosen) {
+        m_replay.setChecked(false);
+        m_replayer.stop();
+        if (start && open.isEmpty()) {
+            m_workbench.warn(tr("Open an interface first: there is none to send on."));
+        }
+        return;
+    }
+    m_replayer.start(shownRecords(), [&interfaces, name](const Cim::CCanMessage& message) {
+        CSession* const session = interfaces.session(name);
+        if (session != nullptr) {
+            session->send(message);
+        }
+        return session != nullptr;
+    });
+}
+
+void CMessagePanel::saveLog(const QString& path)
+{
     m_load.setEnabled(false);
     m_save.setEnabled(false);
-    m_saver.save(path, std::move(records));
+    m_saver.save(path, shownRecords());
 }
 
 void CMessagePanel::onSaved(quint64 count, const QString& problem)

@@ -2,6 +2,7 @@
 
 #include "apps/cimview/identifierModel.h"
 #include "apps/cimview/logFiles.h"
+#include "apps/cimview/logReplay.h"
 #include "apps/cimview/messageFeed.h"
 
 #include <QAction>
@@ -35,6 +36,8 @@ public:
     QAction& clearAction() { return m_clear; }
     QAction& loadAction() { return m_load; }
     QAction& saveAction() { return m_save; }
+    QAction& recordAction() { return m_record; }
+    QAction& replayAction() { return m_replay; }
     QAction& findAction() { return m_find; }
 
     QAction& followAction() { return m_follow; }
@@ -61,6 +64,9 @@ private:
     void addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf);
     void followEnd();
     void applyFilter();
+    std::vector<STraceRecord> shownRecords() const;
+    void record(bool start);
+    void replay(bool start);
     void askForLog(bool save);
     void onLoaded(quint64 count, const QString& problem);
     void onSaved(quint64 count, const QString& problem);
@@ -71,10 +77,13 @@ private:
     CIdentifierFilter m_identifiers;
     CLogLoader m_loader;
     CLogSaver m_saver;
+    CLogReplay m_replayer;
     QAction m_pause;
     QAction m_clear;
     QAction m_load;
     QAction m_save;
+    QAction m_record;
+    QAction m_replay;
     QAction m_find;
     QAction m_follow;
     QActionGroup m_times;

@@ -111,6 +111,22 @@ QString asciiText(const Cim::CCanMessage& message)
     return QString::fromLatin1(CanLog::formatAscii(message));
 }
 
+QString adminText(const Cim::CCanMessage& message)
+{
+    if (message.length() == 0) {
+        return {};
+    }
+    Cim::CCanMessage copy = message; // it is asked by functions that are not const
+    QString text = QStringLiteral("type %1").arg(static_cast<int>(copy.messageType()));
+    if (const int error = copy.errorNumber()) {
+        text += QStringLiteral(", error %1").arg(error);
+    }
+    if (const int checksum = copy.deviceCheckSum()) {
+        text += QStringLiteral(", checksum %1").arg(static_cast<std::uint16_t>(checksum), 4, 16, QLatin1Char('0'));
+    }
+    return text;
+}
+
 QString directionText(bool sent)
 {
     return sent ? QStringLiteral("TX") : QStringLiteral("RX");

@@ -22,6 +22,8 @@ QString idText(const Cim::CCanMessage& message);
 QString dataText(const Cim::CCanMessage& message);
 /// A character for each byte, a dot for what is none.
 QString asciiText(const Cim::CCanMessage& message);
+/// What the first byte says by the rules of administration messages: type, error with number, device checksum.
+QString adminText(const Cim::CCanMessage& message);
 /// "TX" or "RX".
 QString directionText(bool sent);
 

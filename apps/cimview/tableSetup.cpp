@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
+#include <QMenu>
 #include <QTableView>
 #include <QToolBar>
 
@@ -21,13 +22,29 @@ QString chosenText(const QTableView& table)
     std::sort(rows.begin(), rows.end());
     QString text;
     for (const QModelIndex& row : std::as_const(rows)) {
+        QStringList cells;
         for (int column = 0; column < table.model()->columnCount(); ++column) {
-            text += column == 0 ? QString() : QStringLiteral("\t");
-            text += row.siblingAtColumn(column).data().toString();
+            if (!table.isColumnHidden(column)) {
+                cells.append(row.siblingAtColumn(column).data().toString());
+            }
         }
-        text += QLatin1Char('\n');
+        text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
     }
     return text;
+}
+
+/// A menu of the columns, to show and hide them.
+void chooseColumns(QTableView& table, const QPoint& place)
+{
+    QMenu menu;
+    for (int column = 0; column < table.model()->columnCount(); ++column) {
+        QAction* const action = menu.addAction(table.model()->headerData(column, Qt::Horizontal).toString());
+        action->setCheckable(true);
+        action->setChecked(!table.isColumnHidden(column));
+        QObject::connect(action, &QAction::toggled, &table,
+                         [&table, column](bool shown) { table.setColumnHidden(column, !shown); });
+    }
+    menu.exec(table.horizontalHeader()->mapToGlobal(place));
 }
 } // namespace
 
@@ -54,6 +71,9 @@ void setUpTable(QTableView& table)
     table.addAction(copy);
     table.setContextMenuPolicy(Qt::ActionsContextMenu);
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    table.horizontalHeader()->setContextMenuPolicy(Qt::CustomContextMenu);
+    QObject::connect(table.horizontalHeader(), &QWidget::customContextMenuRequested, &table,
+                     [&table](const QPoint& place) { chooseColumns(table, place); });
 }
 
 void setColumnWidths(QTableView& table, const QStringList& samples)

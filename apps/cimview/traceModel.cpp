@@ -136,6 +136,8 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
         return dataText(shown.message);
     case eAscii:
         return asciiText(shown.message);
+    case eAdmin:
+        return adminText(shown.message);
     default:
         return {};
     }
@@ -146,8 +148,8 @@ QVariant CTraceModel::headerData(int section, Qt::Orientation orientation, int r
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
         return {};
     }
-    const QString titles[eColumnCount] = {tr("Time"),   tr("Interface"), tr("Dir"),  tr("ID"),
-                                          tr("Length"), tr("Data"),      tr("ASCII")};
+    const QString titles[eColumnCount] = {tr("Time"),   tr("Interface"), tr("Dir"),   tr("ID"),
+                                          tr("Length"), tr("Data"),      tr("ASCII"), tr("Administration")};
     return titles[section];
 }
 

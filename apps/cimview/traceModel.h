@@ -21,7 +21,7 @@ class CTraceModel : public QAbstractTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eColumnCount };
+    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eAdmin, eColumnCount };
     static constexpr std::size_t CAPACITY = 500000;
     enum class ETime {
         eOfDay,

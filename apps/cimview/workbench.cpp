@@ -21,6 +21,11 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     });
     connect(&m_scan, &CNetworkScan::finished, this,
             [this](int found) { note(tr("Scan finished, interfaces found: %1").arg(found)); });
+    connect(&m_recorder, &CLogRecorder::started, this,
+            [this] { note(tr("Recording to %1").arg(m_recorder.fileName())); });
+    connect(&m_recorder, &CLogRecorder::ended, this, [this](const QString& problem) {
+        problem.isEmpty() ? note(tr("Recording ended, messages: %1").arg(m_recorder.count())) : warn(problem);
+    });
     connect(&m_timer, &QTimer::timeout, this, &CWorkbench::fetch);
     m_timer.start(FETCH_INTERVAL_MS);
 }
@@ -67,6 +72,7 @@ void CWorkbench::fetch()
     m_mailbox.take(m_delivery);
     m_fetched += m_delivery.records.size();
     m_feed.feed(m_delivery.records);
+    m_recorder.record(m_delivery.records);
     for (const SErrorRecord& error : m_delivery.errors) {
         m_events.add(m_interfaces.eventOf(error));
     }

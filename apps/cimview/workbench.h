@@ -3,6 +3,7 @@
 #include "apps/cimview/busloadHistory.h"
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/interfaceList.h"
+#include "apps/cimview/logRecorder.h"
 #include "apps/cimview/mailbox.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/networkScan.h"
@@ -34,6 +35,7 @@ public:
     CMessageFeed& feed() { return m_feed; }
     CEventModel& events() { return m_events; }
     CSendList& sendList() { return m_sendList; }
+    CLogRecorder& recorder() { return m_recorder; }
     const CBusloadHistory& busloads() const { return m_busloads; }
     /// Messages fetched so far, and those that were lost because the window did not fetch for too long.
     std::uint64_t fetched() const { return m_fetched; }
@@ -56,6 +58,7 @@ private:
     CEmbeddedSim m_sim; ///< outlives the interfaces that use it
     CSourceNames m_names;
     CMailbox m_mailbox;
+    CLogRecorder m_recorder{m_names};
     CInterfaceList m_interfaces;
     CNetworkScan m_scan;
     CMessageFeed m_feed;

@@ -423,6 +423,17 @@
     </message>
 </context>
 <context>
+    <name>vexmor::Apps::Cimview::CLogRecorder</name>
+    <message>
+        <source>Recording ended: the disk of %1 is nearly full.</source>
+        <translation>Aufnahme beendet: Der Datenträger von %1 ist fast voll.</translation>
+    </message>
+    <message>
+        <source>%1 cannot be written: %2</source>
+        <translation>%1 kann nicht geschrieben werden: %2</translation>
+    </message>
+</context>
+<context>
     <name>vexmor::Apps::Cimview::CLogSaver</name>
     <message>
         <source>%1 cannot be written: %2</source>
@@ -512,6 +523,10 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     <message>
         <source>D&amp;ark</source>
         <translation>&amp;Dunkel</translation>
+    </message>
+    <message>
+        <source>, recording to %1</source>
+        <translation>, Aufnahme in %1</translation>
     </message>
 </context>
 <context>
@@ -653,6 +668,34 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>wrong filter</source>
         <translation>falscher Filter</translation>
     </message>
+    <message>
+        <source>&amp;Record to files ...</source>
+        <translation>In Dateien auf&amp;nehmen ...</translation>
+    </message>
+    <message>
+        <source>Re&amp;play what is shown ...</source>
+        <translation>Gezeigtes ab&amp;spielen ...</translation>
+    </message>
+    <message>
+        <source>Replay ended, messages sent: %1</source>
+        <translation>Abspielen beendet, gesendete Nachrichten: %1</translation>
+    </message>
+    <message>
+        <source>Folder of the recordings</source>
+        <translation>Ordner der Aufnahmen</translation>
+    </message>
+    <message>
+        <source>Replay</source>
+        <translation>Abspielen</translation>
+    </message>
+    <message>
+        <source>Send what is shown on:</source>
+        <translation>Gezeigtes senden auf:</translation>
+    </message>
+    <message>
+        <source>Open an interface first: there is none to send on.</source>
+        <translation>Erst eine Schnittstelle öffnen: Es ist keine zum Senden da.</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CScreenshotTour</name>
@@ -781,6 +824,10 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>ASCII</source>
         <translation>ASCII</translation>
     </message>
+    <message>
+        <source>Administration</source>
+        <translation>Verwaltung</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CWorkbench</name>
@@ -799,6 +846,14 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>Simulation %1</source>
         <translation>Simulation %1</translation>
+    </message>
+    <message>
+        <source>Recording to %1</source>
+        <translation>Aufnahme in %1</translation>
+    </message>
+    <message>
+        <source>Recording ended, messages: %1</source>
+        <translation>Aufnahme beendet, Nachrichten: %1</translation>
     </message>
 </context>
 </TS>
