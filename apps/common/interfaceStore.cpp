@@ -32,6 +32,11 @@ Failure failureOf(Cim::CCanInterface& canInterface, int code)
 }
 } // namespace
 
+CInterfaceStore::CInterfaceStore(const QString& organization, const QString& application)
+    : m_settings(QSettings::defaultFormat(), QSettings::UserScope, organization, application)
+{
+}
+
 QStringList CInterfaceStore::names()
 {
     m_settings.beginGroup(GROUP);

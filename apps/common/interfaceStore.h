@@ -16,6 +16,11 @@ namespace vexmor::Apps
 class CInterfaceStore
 {
 public:
+    /// The store of this program's organisation and application.
+    CInterfaceStore() = default;
+    /// That of another program.
+    CInterfaceStore(const QString& organization, const QString& application);
+
     /// Names of the stored interfaces, in alphabetical order.
     QStringList names();
     bool contains(const QString& name);
