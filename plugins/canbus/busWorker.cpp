@@ -1,11 +1,16 @@
 #include "busWorker.h"
 
 #include "cim/resultCodes.h"
+#include "t93CanDevice.h"
 
+#include <QCoreApplication>
 #include <QScopedValueRollback>
 #include <QVariant>
 
+#include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <utility>
 
 namespace vexmor::CanBus
 {
@@ -16,13 +21,10 @@ using Status = QCanBusDevice::CanBusStatus;
 
 constexpr int LOOK_AT_LINK_MS = 50;
 
-/// The worker of this thread: a spy handler gets no context.
-thread_local CBusWorker* s_worker = nullptr;
-
 /// What an interface error is to users of QCanBus.
 struct SMeaning {
     Error error;
-    Status busStatus = Status::Unknown;
+    Status busStatus = Status::Unknown; ///< that it tells of
 };
 const SMeaning MEANINGS[] = {
     {Error::ConnectionError},               // IE_TCP_CONNECTION_LOST
@@ -38,115 +40,188 @@ const SMeaning MEANINGS[] = {
     {Error::WriteError},                    // IE_TCP_FORMAT_ERROR
     {Error::WriteError},                    // IE_TCP_BUFFER_OVERFLOW
 };
-static_assert(std::size(MEANINGS) == Cim::IE_TCP_BUFFER_OVERFLOW + 1, "one for each error");
 
-Error openingError(int code)
+/// The worker of this thread: a spy handler gets no context.
+thread_local CBusWorker* s_worker = nullptr;
+
+/// Workers whose threads may run. They use the plugin, and so end before the application object.
+std::mutex s_workersLock;
+std::vector<std::shared_ptr<CBusWorker>> s_workers;
+
+void endWorkers()
 {
-    return code == Cim::RC_TCP_CONNECT_FAILED ? Error::ConnectionError : Error::ConfigurationError;
+    std::vector<std::shared_ptr<CBusWorker>> workers;
+    {
+        const std::lock_guard<std::mutex> guard(s_workersLock);
+        workers.swap(s_workers);
+    }
+    for (const auto& worker : workers) {
+        worker->end();
+        worker->wait();
+    }
+}
+
+void keepUntilItEnds(const std::shared_ptr<CBusWorker>& worker)
+{
+    const std::lock_guard<std::mutex> guard(s_workersLock);
+    const auto hasEnded = [](const std::shared_ptr<CBusWorker>& one) { return one->wait(0); };
+    s_workers.erase(std::remove_if(s_workers.begin(), s_workers.end(), hasEnded), s_workers.end());
+    if (s_workers.empty()) {
+        qRemovePostRoutine(endWorkers);
+        qAddPostRoutine(endWorkers);
+    }
+    s_workers.push_back(worker);
+}
+
+bool matches(const QCanBusDevice::Filter& filter, unsigned int id)
+{
+    return (filter.type == QCanBusFrame::InvalidFrame || filter.type == QCanBusFrame::DataFrame) &&
+           (filter.format & QCanBusDevice::Filter::MatchBaseFormat) != 0 &&
+           (id & filter.frameIdMask) == (filter.frameId & filter.frameIdMask);
+}
+
+QCanBusFrame frameOf(const Cim::CCanMessage& message, bool isOwn)
+{
+    using namespace std::chrono;
+    const auto* const data = reinterpret_cast<const char*>(message.data());
+    QCanBusFrame frame(message.id().value(), QByteArray(data, static_cast<int>(message.length())));
+    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(
+        duration_cast<microseconds>(system_clock::now().time_since_epoch()).count()));
+    frame.setLocalEcho(isOwn);
+    return frame;
 }
 } // namespace
 
-CBusWorker::CBusWorker(CBusThread& thread, std::unique_ptr<Cim::CCanInterface> model)
-    : m_thread(thread), m_model(std::move(model)), m_linkTimer(this)
+std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> model)
+{
+    const std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
+    keepUntilItEnds(worker);
+    return worker;
+}
+
+CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> model) : m_model(std::move(model)), m_linkTimer(this)
 {
     m_model->setSpyHandler(onMessage);
     m_linkTimer.setInterval(LOOK_AT_LINK_MS);
     connect(&m_linkTimer, &QTimer::timeout, this, &CBusWorker::lookAtLink);
+    m_model->moveToThread(&m_thread);
+    moveToThread(&m_thread);
+    m_thread.start();
 }
 
-bool CBusWorker::event(QEvent* event)
+// ---- Commands ----
+
+void CBusWorker::ask(std::function<void()> command)
 {
-    if (event->type() != QEvent::User) {
-        return QObject::event(event);
-    }
-    if (!m_isWorking) { // else: within an opening, which processes events
-        s_worker = this;
+    const auto work = [this, command = std::move(command)] {
+        m_commands.push_back(command);
+        if (m_isWorking) { // within an opening, which processes events
+            return;
+        }
         const QScopedValueRollback<bool> working(m_isWorking, true);
-        while (const std::optional<SCommand> command = m_thread.nextCommand()) {
-            execute(*command);
+        for (; !m_commands.empty(); m_commands.pop_front()) {
+            m_commands.front()();
         }
-    }
-    return true;
+    };
+    QMetaObject::invokeMethod(this, work, Qt::QueuedConnection);
 }
 
-void CBusWorker::execute(const SCommand& command)
+void CBusWorker::open(int session, int kbitPerSecond)
 {
-    switch (command.kind) {
-    case SCommand::eOpen:
-        open(command);
-        return;
-    case SCommand::eSend:
-        send(command.messages);
-        return;
-    case SCommand::eReset:
-        // Refused without a link, of which the interface tells as of an error of its own.
-        if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
-            m_thread.tell(m_session, {SNews::eReset});
-        }
-        return;
-    case SCommand::eClose:
-        m_linkTimer.stop();
-        m_can.reset();
-        return;
-    case SCommand::eEnd:
-        m_thread.quit();
-        return;
-    }
+    ask([=] { openNow(session, kbitPerSecond); });
 }
 
-void CBusWorker::open(const SCommand& command)
+void CBusWorker::openNow(int session, int kbitPerSecond)
 {
-    m_session = command.session;
-    m_isConnected = false;
+    if (session <= m_givenUp || !m_model) {
+        return;
+    }
+    s_worker = this;
+    m_session = session;
     m_can.reset(m_model->clone());
-    m_can->setProperty("CanBaudrate", command.bitRate);
+    m_can->setProperty("CanBaudrate", kbitPerSecond);
     connect(m_can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
     const int code = m_can->openCommunication();
-    if (code != Cim::RC_OK) {
-        m_thread.tell(m_session, {SNews::eOpenFailed, openingError(code), m_can->errorCodeToString(code)});
-        m_can.reset();
+    if (code == Cim::RC_OK) {
+        m_isConnected = true;
+        Q_EMIT happened(session, [](CT93CanDevice& device) { device.onConnected(); });
+        takeReceived(); // what came meanwhile
         return;
     }
-    m_isConnected = true;
-    m_thread.tell(m_session, {SNews::eConnected});
-    receive(); // what came meanwhile
+    const Error error = code == Cim::RC_TCP_CONNECT_FAILED ? Error::ConnectionError : Error::ConfigurationError;
+    const QString text = m_can->errorCodeToString(code);
+    Q_EMIT happened(session, [=](CT93CanDevice& device) { device.onOpenFailed(text, error); });
+    closeNow();
 }
 
-void CBusWorker::send(const std::vector<Cim::CCanMessage>& messages)
+void CBusWorker::send(const Cim::CCanMessage& message)
 {
-    SNews sent{SNews::eSent};
-    int refusal = m_can ? Cim::RC_OK : Cim::RC_NOT_OPENED;
-    for (const Cim::CCanMessage& message : messages) {
-        const int code = m_can ? m_can->writeMessage(message) : Cim::RC_NOT_OPENED;
-        ++sent.taken;
-        if (code == Cim::RC_OK) {
-            ++sent.accepted;
-            m_thread.receive(m_session, message, true);
-        } else {
-            refusal = code;
-        }
-    }
-    m_thread.tell(m_session, std::move(sent));
-    if (m_can && refusal != Cim::RC_OK) {
-        m_thread.tell(m_session, {SNews::eError, Error::WriteError, m_can->errorCodeToString(refusal)});
-    }
+    ask([=] { sendNow(message); });
 }
+
+void CBusWorker::sendNow(const Cim::CCanMessage& message)
+{
+    if (!m_can) { // it could not be opened
+        return;
+    }
+    const int code = m_can->writeMessage(message);
+    if (code == Cim::RC_OK) {
+        store(message, true);
+    }
+    const QString refusal = code == Cim::RC_OK ? QString() : m_can->errorCodeToString(code);
+    Q_EMIT happened(m_session, [=](CT93CanDevice& device) { device.onSent(refusal); });
+}
+
+void CBusWorker::reset()
+{
+    ask([this] {
+        // Refused without a link, of which the interface tells as of an error of its own.
+        if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
+            Q_EMIT happened(m_session, [](CT93CanDevice& device) { device.onReset(); });
+        }
+    });
+}
+
+void CBusWorker::close(int lastSession, bool isIdle)
+{
+    if (isIdle) {
+        m_givenUp = lastSession;
+    }
+    ask([this] { closeNow(); });
+}
+
+void CBusWorker::closeNow()
+{
+    m_linkTimer.stop();
+    m_can.reset();
+    m_isConnected = false;
+}
+
+void CBusWorker::end(int lastSession, bool isIdle)
+{
+    close(lastSession, isIdle);
+    ask([this] {
+        m_model.reset();
+        m_thread.quit();
+    });
+}
+
+// ---- What the interface tells ----
 
 int CBusWorker::onMessage(const Cim::CCanInterface&, bool isSending, const Cim::CCanMessage&)
 {
     if (!isSending) {
         s_worker->lookAtLink();
-        if (s_worker->m_isConnected) {
-            s_worker->receive();
-        }
+        s_worker->takeReceived();
     }
     return 0;
 }
 
-void CBusWorker::receive()
+void CBusWorker::takeReceived()
 {
-    for (Cim::CCanMessage message; m_can->readMessage(message) == Cim::RC_OK;) {
-        m_thread.receive(m_session, message, false);
+    // While it is being opened they wait in the interface: the device is told of the connection first.
+    for (Cim::CCanMessage message; m_isConnected && m_can->readMessage(message) == Cim::RC_OK;) {
+        store(message, false);
     }
 }
 
@@ -154,24 +229,62 @@ void CBusWorker::onInterfaceError(int error)
 {
     const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
     const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{Error::UnknownError};
-    const bool isLoss = error == Cim::IE_TCP_CONNECTION_LOST;
-    m_thread.tell(m_session, {isLoss ? SNews::eLost : SNews::eError, meaning.error,
-                              m_can->interfaceErrorToString(error).trimmed(), meaning.busStatus});
-    if (isLoss) {
-        m_isConnected = false;
-        m_linkTimer.start();
+    const QString text = m_can->interfaceErrorToString(error).trimmed();
+    if (error != Cim::IE_TCP_CONNECTION_LOST) {
+        Q_EMIT happened(m_session,
+                        [=](CT93CanDevice& device) { device.onError(text, meaning.error, meaning.busStatus); });
+        return;
     }
+    Q_EMIT happened(m_session, [=](CT93CanDevice& device) { device.onLost(text, meaning.error); });
+    m_isConnected = false;
+    m_linkTimer.start();
 }
 
 void CBusWorker::lookAtLink()
 {
-    // While it is being opened the timer does not run: that it was opened is told by `open`.
     if (m_linkTimer.isActive() && m_can->commonInfo().connectionState() == Cim::CCommonInfo::eConnected) {
         m_linkTimer.stop();
         m_isConnected = true;
-        m_thread.tell(m_session, {SNews::eConnected});
-        receive();
+        Q_EMIT happened(m_session, [](CT93CanDevice& device) { device.onConnected(); });
     }
+}
+
+// ---- Frames ----
+
+void CBusWorker::setReception(const SReception& reception)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_reception.session != reception.session) {
+        m_frames.clear();
+        m_dropped = 0;
+    }
+    m_reception = reception;
+}
+
+void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    const auto& filters = m_reception.filters;
+    const auto isWanted = [&](const QCanBusDevice::Filter& filter) { return matches(filter, message.id().value()); };
+    if (m_session != m_reception.session || (isOwn && !m_reception.own) ||
+        (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
+        return;
+    }
+    if (m_frames.isEmpty()) {
+        Q_EMIT framesWaiting();
+    }
+    if (m_frames.size() < m_reception.limit) {
+        m_frames.append(frameOf(message, isOwn));
+    } else {
+        ++m_dropped;
+    }
+}
+
+QVector<QCanBusFrame> CBusWorker::takeFrames(int& dropped)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    dropped = std::exchange(m_dropped, 0);
+    return std::exchange(m_frames, {});
 }
 
 } // namespace vexmor::CanBus

@@ -1,42 +1,94 @@
 #pragma once
 
-#include "busThread.h"
+#include "cim/canInterface.h"
 
+#include <QCanBusDevice>
+#include <QThread>
 #include <QTimer>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
 
 namespace vexmor::CanBus
 {
 
-/// Lives in a CBusThread: does there what the device asks for, with a new interface for each opening, and tells what
-/// comes of it.
+class CT93CanDevice;
+
+/// Something that happened, to be done at the device.
+using News = std::function<void(CT93CanDevice&)>;
+
+/// Which frames are wanted, and how many may wait for the device.
+struct SReception {
+    int session = 0;
+    QList<QCanBusDevice::Filter> filters; ///< none: everything
+    bool own = false;                     ///< those that the device sent, too
+    int limit = 0;
+};
+
+/// The interfaces of one device, in a thread of their own: a new one for each session, which is what lies between an
+/// opening and a closing. Neither side waits for the other: commands are done in order, news and frames come in order.
+///
+/// The thread ends after `end`: what was accepted is sent before, and an opening that is under way may take a second.
+/// The program waits for that when the application object goes.
 class CBusWorker : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `model` is a closed interface, of which those that are opened are clones.
-    CBusWorker(CBusThread& thread, std::unique_ptr<Cim::CCanInterface> model);
+    /// Starts the thread. `model` is a closed interface of the calling thread, which has the configuration.
+    static std::shared_ptr<CBusWorker> start(std::unique_ptr<Cim::CCanInterface> model);
 
-    bool event(QEvent* event) override;
+    // From any thread.
+    void open(int session, int kbitPerSecond);
+    void send(const Cim::CCanMessage& message);
+    void reset();
+    /// Nothing waits to be sent in the last session: if it was not opened yet it will not be.
+    void close(int lastSession, bool isIdle);
+    void end(int lastSession = 0, bool isIdle = false);
+    bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
+    /// Forgets frames that wait when the session is another one.
+    void setReception(const SReception& reception);
+    /// The frames that wait; `dropped` becomes the number of those behind them that found no room.
+    QVector<QCanBusFrame> takeFrames(int& dropped);
+
+Q_SIGNALS:
+    void happened(int session, const vexmor::CanBus::News& news);
+    void framesWaiting();
 
 private Q_SLOTS:
     void onInterfaceError(int error);
 
 private:
+    explicit CBusWorker(std::unique_ptr<Cim::CCanInterface> model);
+    void ask(std::function<void()> command);
+    void openNow(int session, int kbitPerSecond);
+    void sendNow(const Cim::CCanMessage& message);
+    void closeNow();
     static int onMessage(const Cim::CCanInterface& canInterface, bool isSending, const Cim::CCanMessage& message);
-    void execute(const SCommand& command);
-    void open(const SCommand& command);
-    void send(const std::vector<Cim::CCanMessage>& messages);
-    void receive();
+    void takeReceived();
+    void store(const Cim::CCanMessage& message, bool isOwn);
     void lookAtLink();
 
-    CBusThread& m_thread;
     std::unique_ptr<Cim::CCanInterface> m_model;
     std::unique_ptr<Cim::CCanInterface> m_can; ///< null while nothing is open
     int m_session = 0;
-    bool m_isWorking = false;
-    bool m_isConnected = false; ///< as the device was told
+    bool m_isConnected = false; ///< as was told
     QTimer m_linkTimer;         ///< runs while a lost link is being regained, of which no signal tells
+    std::deque<std::function<void()>> m_commands;
+    bool m_isWorking = false;
+    std::atomic<int> m_givenUp{0}; ///< session
+
+    std::mutex m_lock; ///< guards what follows
+    SReception m_reception;
+    QVector<QCanBusFrame> m_frames;
+    int m_dropped = 0;
+
+    QThread m_thread; ///< first to go
 };
 
 } // namespace vexmor::CanBus
+
+Q_DECLARE_METATYPE(vexmor::CanBus::News)

@@ -76,7 +76,9 @@ public:
     {
         auto canInterface = createInterface(interfaceName);
         if (!canInterface) {
-            *errorMessage = canInterface.problem().text;
+            if (errorMessage != nullptr) {
+                *errorMessage = canInterface.problem().text;
+            }
             return nullptr;
         }
         return new CT93CanDevice(std::move(*canInterface));

@@ -30,16 +30,24 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface) :
     if (isBitRate(rate)) {
         QCanBusDevice::setConfigurationParameter(BitRateKey, rate);
     }
-    m_thread = CBusThread::start(std::move(canInterface), *this);
+    m_worker = CBusWorker::start(std::move(canInterface));
+    qRegisterMetaType<News>("vexmor::CanBus::News");
+    connect(m_worker.get(), &CBusWorker::framesWaiting, this, &CT93CanDevice::onFrames, Qt::QueuedConnection);
+    const auto take = [this](int session, const News& news) {
+        if (session == m_session) {
+            news(*this);
+        }
+    };
+    connect(m_worker.get(), &CBusWorker::happened, this, take, Qt::QueuedConnection);
     applyReception();
-    setResetControllerFunction([this] { m_thread->reset(); });
+    setResetControllerFunction([this] { m_worker->reset(); });
     setCanBusStatusGetter([this] { return m_busStatus; });
 }
 
 CT93CanDevice::~CT93CanDevice()
 {
-    m_thread->end();
-    m_thread->wait(END_WAIT_MS); // the next device can have the gateway at once, unless it is just being opened
+    m_worker->end(m_session, framesToWrite() == 0);
+    m_worker->wait(END_WAIT_MS); // the next device can have the gateway at once, unless it is just being opened
 }
 
 // ---- Configuration ----
@@ -84,10 +92,11 @@ void CT93CanDevice::applyReception()
 {
     const QVariant loopback = configurationParameter(LoopbackKey);
     SReception reception;
+    reception.session = m_session;
     reception.filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
     reception.own = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
     reception.limit = m_receiveLimit;
-    m_thread->setReception(reception);
+    m_worker->setReception(reception);
 }
 
 void CT93CanDevice::setReceiveLimit(int frames)
@@ -106,11 +115,12 @@ bool CT93CanDevice::open()
     if (!m_isOpen) { // else: connected again there
         m_isOpen = true;
         m_isLost = false;
-        ++m_openings;
+        ++m_session;
+        applyReception();
         while (hasOutgoingFrames()) {
             dequeueOutgoingFrame();
         }
-        m_thread->open(configurationParameter(BitRateKey).toInt() / 1000);
+        m_worker->open(m_session, configurationParameter(BitRateKey).toInt() / 1000);
     }
     return true;
 }
@@ -119,7 +129,8 @@ void CT93CanDevice::close()
 {
     m_isOpen = false;
     m_busStatus = CanBusStatus::Unknown;
-    m_thread->close();
+    m_worker->close(m_session++, framesToWrite() == 0);
+    applyReception();
     setState(UnconnectedState);
 }
 
@@ -138,7 +149,7 @@ bool CT93CanDevice::writeFrame(const QCanBusFrame& frame)
     message.setData(0, static_cast<unsigned int>(data.size()),
                     reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     enqueueOutgoingFrame(frame);
-    m_thread->send(message);
+    m_worker->send(message);
     return true;
 }
 
@@ -172,95 +183,74 @@ QString CT93CanDevice::interpretErrorFrame(const QCanBusFrame& /*errorFrame*/)
 
 // ---- What the interface tells ----
 
-bool CT93CanDevice::event(QEvent* event)
+void CT93CanDevice::onConnected()
 {
-    if (event->type() != CBusThread::newsEvent()) {
-        return QCanBusDevice::event(event);
-    }
-    onNews(m_thread->nextNews());
-    return true;
+    m_isLost = false;
+    m_busStatus = CanBusStatus::Good;
+    setState(ConnectedState);
 }
 
-/// Each signal may be the last thing that this device does.
-void CT93CanDevice::onNews(const SNews& news)
+void CT93CanDevice::onOpenFailed(const QString& text, CanBusError error)
 {
-    switch (news.kind) {
-    case SNews::eNothing:
-        return;
-    case SNews::eConnected:
-        m_isLost = false;
-        m_busStatus = CanBusStatus::Good;
-        setState(ConnectedState);
-        return;
-    case SNews::eOpenFailed:
-        onOpenFailed(news);
-        return;
-    case SNews::eLost:
-        onLost(news);
-        return;
-    case SNews::eFrames:
-        onFrames(news);
-        return;
-    case SNews::eSent:
-        onSent(news);
-        return;
-    case SNews::eReset:
-        m_busStatus = CanBusStatus::Good;
-        return;
-    case SNews::eError:
-        if (news.busStatus != CanBusStatus::Unknown) {
-            m_busStatus = news.busStatus;
-        }
-        setError(news.text, news.error);
-        return;
-    }
-}
-
-void CT93CanDevice::onOpenFailed(const SNews& news)
-{
-    const QPointer<CT93CanDevice> self(this);
-    const int opening = m_openings;
-    setError(news.text, news.error);
-    if (self && m_isOpen && m_openings == opening) {
+    if (tellError(text, error)) {
         close();
     }
 }
 
-void CT93CanDevice::onLost(const SNews& news)
+void CT93CanDevice::onLost(const QString& text, CanBusError error)
 {
-    const QPointer<CT93CanDevice> self(this);
-    const int opening = m_openings;
     m_isLost = true;
     m_busStatus = CanBusStatus::Unknown;
-    setError(news.text, news.error);
-    if (self && m_isLost && m_isOpen && m_openings == opening) { // else another one's state, or regained in a slot
+    if (tellError(text, error) && m_isLost) { // else regained, in a slot that ran the event loop
         setState(ConnectingState);
     }
 }
 
-void CT93CanDevice::onFrames(const SNews& news)
+void CT93CanDevice::onSent(const QString& refusal)
 {
-    const int room = m_receiveLimit - static_cast<int>(std::min<qint64>(framesAvailable(), m_receiveLimit));
-    const int dropped = news.dropped + std::max(0, news.frames.size() - room);
+    dequeueOutgoingFrame();
+    if (refusal.isEmpty()) {
+        Q_EMIT framesWritten(1);
+    } else {
+        setError(refusal, WriteError);
+    }
+}
+
+void CT93CanDevice::onError(const QString& text, CanBusError error, CanBusStatus busStatus)
+{
+    if (busStatus != CanBusStatus::Unknown) {
+        m_busStatus = busStatus;
+    }
+    setError(text, error);
+}
+
+void CT93CanDevice::onFrames()
+{
+    int dropped = 0;
+    QVector<QCanBusFrame> frames = m_worker->takeFrames(dropped);
+    const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
+    if (frames.size() > room) {
+        dropped += frames.size() - room;
+        frames.resize(room);
+    }
     const bool isNew = dropped > 0 && !m_isFull;
     m_isFull = dropped > 0 || (m_isFull && room < m_receiveLimit / 2);
     m_droppedFrames += dropped;
 
     const QPointer<CT93CanDevice> self(this);
-    enqueueReceivedFrames(news.frames.size() > room ? news.frames.mid(0, room) : news.frames);
-    if (isNew && self) {
+    enqueueReceivedFrames(frames);
+    if (self && isNew) {
         setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
     }
 }
 
-void CT93CanDevice::onSent(const SNews& news)
+/// False when the device was deleted, disconnected or connected anew in a slot.
+bool CT93CanDevice::tellError(const QString& text, CanBusError error)
 {
-    for (int count = 0; count < news.taken && hasOutgoingFrames(); ++count) {
-        dequeueOutgoingFrame();
-    }
-    if (news.accepted > 0) {
-        Q_EMIT framesWritten(news.accepted);
-    }
+    const QPointer<CT93CanDevice> self(this);
+    const int session = m_session;
+    setError(text, error);
+    return self && m_session == session;
 }
 
 } // namespace vexmor::CanBus

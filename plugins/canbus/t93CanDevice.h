@@ -1,6 +1,6 @@
 #pragma once
 
-#include "busThread.h"
+#include "busWorker.h"
 
 #include <QCanBusDevice>
 
@@ -34,7 +34,14 @@ public:
     void setConfigurationParameter(int key, const QVariant& value) override;
     bool writeFrame(const QCanBusFrame& frame) override;
     QString interpretErrorFrame(const QCanBusFrame& errorFrame) override;
-    bool event(QEvent* event) override;
+
+    // What the interface tells. Each signal of these may be the last thing that this device does.
+    void onConnected();
+    void onOpenFailed(const QString& text, CanBusError error);
+    void onLost(const QString& text, CanBusError error);
+    void onSent(const QString& refusal);
+    void onReset() { m_busStatus = CanBusStatus::Good; }
+    void onError(const QString& text, CanBusError error, CanBusStatus busStatus);
 
     int receiveLimit() const { return m_receiveLimit; }
     void setReceiveLimit(int frames);
@@ -48,16 +55,13 @@ private:
     QString refusalOf(int key, const QVariant& value) const;
     QString refusalOf(const QCanBusFrame& frame) const;
     void applyReception();
-    void onNews(const SNews& news);
-    void onOpenFailed(const SNews& news);
-    void onLost(const SNews& news);
-    void onFrames(const SNews& news);
-    void onSent(const SNews& news);
+    void onFrames();
+    bool tellError(const QString& text, CanBusError error);
 
-    std::shared_ptr<CBusThread> m_thread;
-    bool m_isOpen = false;
+    std::shared_ptr<CBusWorker> m_worker;
+    int m_session = 0;     ///< another one for each opening and closing
+    bool m_isOpen = false; ///< or is being opened
     bool m_isLost = false; ///< the link, which is being regained
-    int m_openings = 0;
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
     int m_receiveLimit;
     bool m_isFull = false; ///< an error has told so
