@@ -144,13 +144,13 @@ void CBusWorker::openNow(int session, int kbitPerSecond)
     const int code = m_can->openCommunication();
     if (code == Cim::RC_OK) {
         m_isConnected = true;
-        Q_EMIT happened(session, [](CT93CanDevice& device) { device.onConnected(); });
+        tell([](CT93CanDevice& device) { device.onConnected(); });
         takeReceived(); // what came meanwhile
         return;
     }
     const Error error = code == Cim::RC_TCP_CONNECT_FAILED ? Error::ConnectionError : Error::ConfigurationError;
     const QString text = m_can->errorCodeToString(code);
-    Q_EMIT happened(session, [=](CT93CanDevice& device) { device.onOpenFailed(text, error); });
+    tell([=](CT93CanDevice& device) { device.onOpenFailed(text, error); });
     closeNow();
 }
 
@@ -169,7 +169,7 @@ void CBusWorker::sendNow(const Cim::CCanMessage& message)
         store(message, true);
     }
     const QString refusal = code == Cim::RC_OK ? QString() : m_can->errorCodeToString(code);
-    Q_EMIT happened(m_session, [=](CT93CanDevice& device) { device.onSent(refusal); });
+    tell([=](CT93CanDevice& device) { device.onSent(refusal); });
 }
 
 void CBusWorker::reset()
@@ -177,7 +177,7 @@ void CBusWorker::reset()
     ask([this] {
         // Refused without a link, of which the interface tells as of an error of its own.
         if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
-            Q_EMIT happened(m_session, [](CT93CanDevice& device) { device.onReset(); });
+            tell([](CT93CanDevice& device) { device.onReset(); });
         }
     });
 }
@@ -195,6 +195,7 @@ void CBusWorker::closeNow()
     m_linkTimer.stop();
     m_can.reset();
     m_isConnected = false;
+    m_batch.clear();
 }
 
 void CBusWorker::end(int lastSession, bool isIdle)
@@ -235,7 +236,7 @@ void CBusWorker::onInterfaceError(int error)
                         [=](CT93CanDevice& device) { device.onError(text, meaning.error, meaning.busStatus); });
         return;
     }
-    Q_EMIT happened(m_session, [=](CT93CanDevice& device) { device.onLost(text, meaning.error); });
+    tell([=](CT93CanDevice& device) { device.onLost(text, meaning.error); });
     m_isConnected = false;
     m_linkTimer.start();
 }
@@ -245,44 +246,62 @@ void CBusWorker::lookAtLink()
     if (m_linkTimer.isActive() && m_can->commonInfo().connectionState() == Cim::CCommonInfo::eConnected) {
         m_linkTimer.stop();
         m_isConnected = true;
-        Q_EMIT happened(m_session, [](CT93CanDevice& device) { device.onConnected(); });
+        tell([](CT93CanDevice& device) { device.onConnected(); });
     }
 }
 
-// ---- Frames ----
+// ---- To the device ----
+
+void CBusWorker::tell(const News& news)
+{
+    handOver(); // what was received before
+    Q_EMIT happened(m_session, news);
+}
 
 void CBusWorker::setReception(const SReception& reception)
 {
-    const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_reception.session != reception.session) {
-        m_frames.clear();
-        m_dropped = 0;
-    }
-    m_reception = reception;
+    ask([=] { m_reception = reception; });
 }
 
 void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)
 {
-    const std::lock_guard<std::mutex> guard(m_lock);
     const auto& filters = m_reception.filters;
     const auto isWanted = [&](const QCanBusDevice::Filter& filter) { return matches(filter, message.id().value()); };
-    if (m_session != m_reception.session || (isOwn && !m_reception.own) ||
-        (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
+    if ((isOwn && !m_reception.own) || (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
         return;
+    }
+    if (m_batch.isEmpty()) {
+        QMetaObject::invokeMethod(this, &CBusWorker::handOver, Qt::QueuedConnection); // when all that came was read
+    }
+    m_batch.append(frameOf(message, isOwn));
+}
+
+void CBusWorker::handOver()
+{
+    if (m_batch.isEmpty()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_framesSession != m_session) {
+        m_framesSession = m_session;
+        m_frames.clear();
+        m_dropped = 0;
     }
     if (m_frames.isEmpty()) {
         Q_EMIT framesWaiting();
     }
-    if (m_frames.size() < m_reception.limit) {
-        m_frames.append(frameOf(message, isOwn));
-    } else {
-        ++m_dropped;
-    }
+    const int room = std::max(0, m_reception.limit - m_frames.size());
+    m_dropped += std::max(0, m_batch.size() - room);
+    m_frames += m_batch.size() > room ? m_batch.mid(0, room) : m_batch;
+    m_batch = {};
 }
 
-QVector<QCanBusFrame> CBusWorker::takeFrames(int& dropped)
+QVector<QCanBusFrame> CBusWorker::takeFrames(int session, int& dropped)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
+    if (session != m_framesSession) { // those of a session that was closed wait for the next one to replace them
+        return {};
+    }
     dropped = std::exchange(m_dropped, 0);
     return std::exchange(m_frames, {});
 }

@@ -22,7 +22,6 @@ using News = std::function<void(CT93CanDevice&)>;
 
 /// Which frames are wanted, and how many may wait for the device.
 struct SReception {
-    int session = 0;
     QList<QCanBusDevice::Filter> filters; ///< none: everything
     bool own = false;                     ///< those that the device sent, too
     int limit = 0;
@@ -49,10 +48,9 @@ public:
     void close(int lastSession, bool isIdle);
     void end(int lastSession = 0, bool isIdle = false);
     bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
-    /// Forgets frames that wait when the session is another one.
     void setReception(const SReception& reception);
-    /// The frames that wait; `dropped` becomes the number of those behind them that found no room.
-    QVector<QCanBusFrame> takeFrames(int& dropped);
+    /// The frames of a session that wait; `dropped` becomes the number of those behind them that found no room.
+    QVector<QCanBusFrame> takeFrames(int session, int& dropped);
 
 Q_SIGNALS:
     void happened(int session, const vexmor::CanBus::News& news);
@@ -70,6 +68,8 @@ private:
     static int onMessage(const Cim::CCanInterface& canInterface, bool isSending, const Cim::CCanMessage& message);
     void takeReceived();
     void store(const Cim::CCanMessage& message, bool isOwn);
+    void handOver();
+    void tell(const News& news);
     void lookAtLink();
 
     std::unique_ptr<Cim::CCanInterface> m_model;
@@ -77,12 +77,14 @@ private:
     int m_session = 0;
     bool m_isConnected = false; ///< as was told
     QTimer m_linkTimer;         ///< runs while a lost link is being regained, of which no signal tells
+    SReception m_reception;
+    QVector<QCanBusFrame> m_batch; ///< of this turn of the event loop
     std::deque<std::function<void()>> m_commands;
     bool m_isWorking = false;
-    std::atomic<int> m_givenUp{0}; ///< session
+    std::atomic<int> m_givenUp{0}; ///< session that need not be opened any more
 
     std::mutex m_lock; ///< guards what follows
-    SReception m_reception;
+    int m_framesSession = 0;
     QVector<QCanBusFrame> m_frames;
     int m_dropped = 0;
 

@@ -92,7 +92,6 @@ void CT93CanDevice::applyReception()
 {
     const QVariant loopback = configurationParameter(LoopbackKey);
     SReception reception;
-    reception.session = m_session;
     reception.filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
     reception.own = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
     reception.limit = m_receiveLimit;
@@ -116,7 +115,6 @@ bool CT93CanDevice::open()
         m_isOpen = true;
         m_isLost = false;
         ++m_session;
-        applyReception();
         while (hasOutgoingFrames()) {
             dequeueOutgoingFrame();
         }
@@ -130,7 +128,6 @@ void CT93CanDevice::close()
     m_isOpen = false;
     m_busStatus = CanBusStatus::Unknown;
     m_worker->close(m_session++, framesToWrite() == 0);
-    applyReception();
     setState(UnconnectedState);
 }
 
@@ -227,7 +224,7 @@ void CT93CanDevice::onError(const QString& text, CanBusError error, CanBusStatus
 void CT93CanDevice::onFrames()
 {
     int dropped = 0;
-    QVector<QCanBusFrame> frames = m_worker->takeFrames(dropped);
+    QVector<QCanBusFrame> frames = m_worker->takeFrames(m_session, dropped);
     const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
     if (frames.size() > room) {
         dropped += frames.size() - room;
