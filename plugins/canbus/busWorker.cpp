@@ -56,7 +56,7 @@ void endWorkers()
         workers.swap(s_workers);
     }
     for (const auto& worker : workers) {
-        worker->end();
+        worker->ask(&CBusWorker::end);
         worker->wait();
     }
 }
@@ -111,7 +111,7 @@ CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> model) : m_model(std:
 
 // ---- Commands ----
 
-void CBusWorker::ask(std::function<void()> command)
+void CBusWorker::post(std::function<void()> command)
 {
     const auto work = [this, command = std::move(command)] {
         m_commands.push_back(command);
@@ -127,11 +127,6 @@ void CBusWorker::ask(std::function<void()> command)
 }
 
 void CBusWorker::open(int session, int kbitPerSecond)
-{
-    ask([=] { openNow(session, kbitPerSecond); });
-}
-
-void CBusWorker::openNow(int session, int kbitPerSecond)
 {
     if (session <= m_givenUp || !m_model) {
         return;
@@ -151,15 +146,10 @@ void CBusWorker::openNow(int session, int kbitPerSecond)
     const Error error = code == Cim::RC_TCP_CONNECT_FAILED ? Error::ConnectionError : Error::ConfigurationError;
     const QString text = m_can->errorCodeToString(code);
     tell([=](CT93CanDevice& device) { device.onOpenFailed(text, error); });
-    closeNow();
+    close();
 }
 
 void CBusWorker::send(const Cim::CCanMessage& message)
-{
-    ask([=] { sendNow(message); });
-}
-
-void CBusWorker::sendNow(const Cim::CCanMessage& message)
 {
     if (!m_can) { // it could not be opened
         return;
@@ -174,23 +164,13 @@ void CBusWorker::sendNow(const Cim::CCanMessage& message)
 
 void CBusWorker::reset()
 {
-    ask([this] {
-        // Refused without a link, of which the interface tells as of an error of its own.
-        if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
-            tell([](CT93CanDevice& device) { device.onReset(); });
-        }
-    });
-}
-
-void CBusWorker::close(int lastSession, bool isIdle)
-{
-    if (isIdle) {
-        m_givenUp = lastSession;
+    // Refused without a link, of which the interface tells as of an error of its own.
+    if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
+        tell([](CT93CanDevice& device) { device.onReset(); });
     }
-    ask([this] { closeNow(); });
 }
 
-void CBusWorker::closeNow()
+void CBusWorker::close()
 {
     m_linkTimer.stop();
     m_can.reset();
@@ -198,13 +178,11 @@ void CBusWorker::closeNow()
     m_batch.clear();
 }
 
-void CBusWorker::end(int lastSession, bool isIdle)
+void CBusWorker::end()
 {
-    close(lastSession, isIdle);
-    ask([this] {
-        m_model.reset();
-        m_thread.quit();
-    });
+    close();
+    m_model.reset();
+    m_thread.quit();
 }
 
 // ---- What the interface tells ----
@@ -232,8 +210,7 @@ void CBusWorker::onInterfaceError(int error)
     const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{Error::UnknownError};
     const QString text = m_can->interfaceErrorToString(error).trimmed();
     if (error != Cim::IE_TCP_CONNECTION_LOST) {
-        Q_EMIT happened(m_session,
-                        [=](CT93CanDevice& device) { device.onError(text, meaning.error, meaning.busStatus); });
+        tell([=](CT93CanDevice& device) { device.onError(text, meaning.error, meaning.busStatus); });
         return;
     }
     tell([=](CT93CanDevice& device) { device.onLost(text, meaning.error); });
@@ -256,11 +233,6 @@ void CBusWorker::tell(const News& news)
 {
     handOver(); // what was received before
     Q_EMIT happened(m_session, news);
-}
-
-void CBusWorker::setReception(const SReception& reception)
-{
-    ask([=] { m_reception = reception; });
 }
 
 void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)

@@ -41,16 +41,25 @@ public:
     static std::shared_ptr<CBusWorker> start(std::unique_ptr<Cim::CCanInterface> model);
 
     // From any thread.
+    /// Has an operation done in the interface's thread, after those that were asked for before.
+    template <typename... Parameters, typename... Arguments>
+    void ask(void (CBusWorker::*operation)(Parameters...), const Arguments&... arguments)
+    {
+        post([=] { (this->*operation)(arguments...); });
+    }
+    /// A session for which nothing waits to be sent: if it was not opened yet it will not be.
+    void giveUp(int session) { m_givenUp = session; }
+    /// The frames of a session that wait; `dropped` becomes the number of those behind them that found no room.
+    QVector<QCanBusFrame> takeFrames(int session, int& dropped);
+    bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
+
+    // To be asked for.
+    void setReception(const SReception& reception) { m_reception = reception; }
     void open(int session, int kbitPerSecond);
     void send(const Cim::CCanMessage& message);
     void reset();
-    /// Nothing waits to be sent in the last session: if it was not opened yet it will not be.
-    void close(int lastSession, bool isIdle);
-    void end(int lastSession = 0, bool isIdle = false);
-    bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
-    void setReception(const SReception& reception);
-    /// The frames of a session that wait; `dropped` becomes the number of those behind them that found no room.
-    QVector<QCanBusFrame> takeFrames(int session, int& dropped);
+    void close();
+    void end();
 
 Q_SIGNALS:
     void happened(int session, const vexmor::CanBus::News& news);
@@ -61,10 +70,7 @@ private Q_SLOTS:
 
 private:
     explicit CBusWorker(std::unique_ptr<Cim::CCanInterface> model);
-    void ask(std::function<void()> command);
-    void openNow(int session, int kbitPerSecond);
-    void sendNow(const Cim::CCanMessage& message);
-    void closeNow();
+    void post(std::function<void()> command);
     static int onMessage(const Cim::CCanInterface& canInterface, bool isSending, const Cim::CCanMessage& message);
     void takeReceived();
     void store(const Cim::CCanMessage& message, bool isOwn);

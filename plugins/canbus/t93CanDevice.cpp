@@ -40,13 +40,14 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface) :
     };
     connect(m_worker.get(), &CBusWorker::happened, this, take, Qt::QueuedConnection);
     applyReception();
-    setResetControllerFunction([this] { m_worker->reset(); });
+    setResetControllerFunction([this] { m_worker->ask(&CBusWorker::reset); });
     setCanBusStatusGetter([this] { return m_busStatus; });
 }
 
 CT93CanDevice::~CT93CanDevice()
 {
-    m_worker->end(m_session, framesToWrite() == 0);
+    giveUpIdle();
+    m_worker->ask(&CBusWorker::end);
     m_worker->wait(END_WAIT_MS); // the next device can have the gateway at once, unless it is just being opened
 }
 
@@ -95,7 +96,7 @@ void CT93CanDevice::applyReception()
     reception.filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
     reception.own = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
     reception.limit = m_receiveLimit;
-    m_worker->setReception(reception);
+    m_worker->ask(&CBusWorker::setReception, reception);
 }
 
 void CT93CanDevice::setReceiveLimit(int frames)
@@ -118,7 +119,7 @@ bool CT93CanDevice::open()
         while (hasOutgoingFrames()) {
             dequeueOutgoingFrame();
         }
-        m_worker->open(m_session, configurationParameter(BitRateKey).toInt() / 1000);
+        m_worker->ask(&CBusWorker::open, m_session, configurationParameter(BitRateKey).toInt() / 1000);
     }
     return true;
 }
@@ -127,8 +128,17 @@ void CT93CanDevice::close()
 {
     m_isOpen = false;
     m_busStatus = CanBusStatus::Unknown;
-    m_worker->close(m_session++, framesToWrite() == 0);
+    giveUpIdle();
+    ++m_session;
+    m_worker->ask(&CBusWorker::close);
     setState(UnconnectedState);
+}
+
+void CT93CanDevice::giveUpIdle()
+{
+    if (framesToWrite() == 0) {
+        m_worker->giveUp(m_session);
+    }
 }
 
 // ---- Sending ----
@@ -146,7 +156,7 @@ bool CT93CanDevice::writeFrame(const QCanBusFrame& frame)
     message.setData(0, static_cast<unsigned int>(data.size()),
                     reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     enqueueOutgoingFrame(frame);
-    m_worker->send(message);
+    m_worker->ask(&CBusWorker::send, message);
     return true;
 }
 

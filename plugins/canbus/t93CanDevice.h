@@ -55,6 +55,7 @@ private:
     QString refusalOf(int key, const QVariant& value) const;
     QString refusalOf(const QCanBusFrame& frame) const;
     void applyReception();
+    void giveUpIdle();
     void onFrames();
     bool tellError(const QString& text, CanBusError error);
 
