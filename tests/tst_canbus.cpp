@@ -197,14 +197,25 @@ private Q_SLOTS:
         QElapsedTimer clock;
         clock.start();
         auto device = makeDevice(deaf.serverPort());
-        QVERIFY(device->connectDevice() && device->writeFrame(Frame(1, {})));
+        QVERIFY(device->connectDevice());
         device->disconnectDevice();
         QVERIFY(device->state() == Device::UnconnectedState && device->connectDevice());
+        QVERIFY(device->writeFrame(Frame(1, {}))); // for whose sake it goes on when it is deleted
         device = makeDevice(deaf.serverPort());
         QVERIFY(device->connectDevice() && clock.elapsed() < 500);
         QTRY_COMPARE(device->state(), Device::UnconnectedState);
         QCOMPARE(device->error(), Device::ConnectionError);
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));
+    }
+
+    void disconnectsWhileItConnects()
+    {
+        SDevice host;
+        connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->disconnectDevice(); });
+        QVERIFY(host.device->connectDevice());
+        QTRY_COMPARE(host.states.size(), 3);
+        QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
+        QCOMPARE(host.states, (QList<int>{Device::ConnectingState, Device::ClosingState, Device::UnconnectedState}));
     }
 
     void busOffUntilReset()
