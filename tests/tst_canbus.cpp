@@ -288,6 +288,9 @@ private Q_SLOTS:
     void canbusutilListensAndSends()
     {
         REQUIRE_TOOL("canbusutil");
+        if (*CIM_SANITIZE != '\0') {
+            QSKIP("a program without a sanitizer loads no library with one");
+        }
         SDevice host;
         QProcess util;
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
