@@ -1,5 +1,6 @@
 #include "InterfaceT93/detectionDatagrams.h"
 #include "InterfaceT93/gatewayReplies.h"
+#include "requireTool.h"
 #include "t93Fixture.h"
 
 #include <random>
@@ -37,6 +38,8 @@ class DissectorTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { REQUIRE_TOOL("tshark") }
+
     void shows()
     {
         QList<Conversation> conversations;

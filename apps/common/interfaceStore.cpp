@@ -32,6 +32,11 @@ Failure failureOf(Cim::CCanInterface& canInterface, int code)
 }
 } // namespace
 
+CInterfaceStore::CInterfaceStore(const QString& organization, const QString& application)
+    : m_settings(QSettings::defaultFormat(), QSettings::UserScope, organization, application)
+{
+}
+
 Failure CInterfaceStore::failure()
 {
     m_settings.allKeys(); // as much as is needed of a file is read when it is needed

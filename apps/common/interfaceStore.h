@@ -16,6 +16,11 @@ namespace vexmor::Apps
 class CInterfaceStore
 {
 public:
+    /// The store of this program's organisation and application.
+    CInterfaceStore() = default;
+    /// That of another program.
+    CInterfaceStore(const QString& organization, const QString& application);
+
     /// What is wrong when the file cannot be read: then nothing seems to be stored.
     Failure failure();
     /// Names of the stored interfaces, in alphabetical order.

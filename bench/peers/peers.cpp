@@ -1,5 +1,6 @@
 // What one would take instead of the plugin, beside it: Qt SerialBus with its virtualcan backend in the same process,
-// and python-can in a Python process of its own. Prints a table in Markdown. See docs/performance.md.
+// and python-can in a Python process of its own; and the two backends of Qt SerialBus. Prints tables in Markdown. See
+// docs/performance.md.
 #include "bench/comparison.h"
 #include "bench/peers/languages.h"
 #include "bench/processes.h"
@@ -26,19 +27,20 @@ constexpr int ROUND_TRIPS = 40;
 constexpr int STALL_TRIPS = 5; ///< up to 40 ms each
 
 constexpr SAim RECEIVE_AIM{SAim::eAtLeast, 20};
+constexpr SAim BACKEND_AIM{SAim::eAtMost, 1.0 / 3};
 
-/// Qt SerialBus with its virtualcan backend, connected to a gateway process that speaks its language. What it is given
-/// to send leaves in the next turn of the event loop.
-class CVirtualcanLink : public CLink
+/// Qt SerialBus with one of its backends, connected to a gateway process that speaks its language.
+class CCanBusLink : public CLink
 {
 public:
-    explicit CVirtualcanLink(std::uint16_t port)
+    CCanBusLink(const char* backend, const QString& name)
     {
-        // The backend also tries to be the server at a loopback address, finds the port taken and stays a client.
-        m_device.reset(QCanBus::instance()->createDevice(QStringLiteral("virtualcan"),
-                                                         QStringLiteral("tcp://127.0.0.1:%1/can0").arg(port)));
+        QString error;
+        m_device.reset(QCanBus::instance()->createDevice(QLatin1String(backend), name, &error));
         if (!m_device || !m_device->connectDevice()) {
-            throw std::runtime_error("virtualcan cannot connect (Debian package libqt5serialbus5-plugins)");
+            throw std::runtime_error(std::string(backend) +
+                                     " cannot connect (Debian package libqt5serialbus5-plugins): " +
+                                     (m_device ? m_device->errorString() : error).toStdString());
         }
         waitUntil([this] { return m_device->state() == QCanBusDevice::ConnectedState; });
     }
@@ -78,7 +80,14 @@ private:
 
 std::unique_ptr<CLink> makeVirtualcanLink(EProtocol /*protocol*/, std::uint16_t port)
 {
-    return std::make_unique<CVirtualcanLink>(port);
+    // The backend also tries to be the server at a loopback address, finds the port taken and stays a client. What it
+    // is given to send leaves in the next turn of the event loop.
+    return std::make_unique<CCanBusLink>("virtualcan", QStringLiteral("tcp://127.0.0.1:%1/can0").arg(port));
+}
+
+std::unique_ptr<CLink> makeT93canbusLink(EProtocol /*protocol*/, std::uint16_t port)
+{
+    return std::make_unique<CCanBusLink>("t93canbus", QStringLiteral("127.0.0.1:%1:TCP").arg(port));
 }
 
 /// What python-can needs, as the script measures it in its turn: a line for each thing, a figure for each round.
@@ -140,6 +149,13 @@ void run(int rounds)
     table.add("sent, 100 joined where the side can join, CPU, ns", withNext(python, sent(ESending::eBurst)));
     table.add("round trip, p50, us", withNext(python, trips(ROUND_TRIPS, 0)), {}, true);
     table.add("the same right behind another message, p50, us", withNext(python, trips(STALL_TRIPS, 1)), {}, true);
+    std::printf("\n");
+
+    const CComparison backends(
+        {"the same through QCanBus", "t93canbus", "virtualcan", "t93canbus / virtualcan", "aim", "load"}, {{0, 1}});
+    CSides canBus(EProtocol::eTcp, OTHER_PROCESSOR, rounds);
+    canBus.add(makeT93canbusLink).add(makeVirtualcanLink, VIRTUALCAN_LANGUAGE);
+    backends.add("received, bursts of 8000, CPU, ns", canBus.measure(received), BACKEND_AIM);
 }
 } // namespace
 
@@ -151,6 +167,7 @@ int main(int argc, char** argv)
     setenv("TZ", "UTC", 0);
     setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // it tells that it is no server
     const QCoreApplication application(argc, argv);
+    QCoreApplication::addLibraryPath(QStringLiteral(CIM_CANBUS_BUILD_DIR)); // of t93canbus
     return exitCodeOf("peers", [&] {
         run(argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS);
         tellAimsMissed();

@@ -1,0 +1,104 @@
+// The backend "t93canbus" of Qt's CAN bus API: T93 gateways for every program that uses QCanBus.
+#include "t93CanDevice.h"
+
+#include "apps/common/gatewayAddress.h"
+#include "apps/common/interfaceStore.h"
+#include "cim/canInterfacePlugin.h"
+
+#include <QCanBusFactoryV2>
+#include <QFile>
+#include <QPluginLoader>
+
+#include <dlfcn.h>
+
+namespace vexmor::CanBus
+{
+namespace
+{
+using Interface = std::unique_ptr<Cim::CCanInterface>;
+
+/// The plugin is the very library whose contract classes this one uses.
+Apps::Result<Cim::CCanInterfacePlugin*> loadPlugin()
+{
+    Dl_info library{};
+    dladdr(reinterpret_cast<void*>(&canInterfaceLibIdent), &library);
+    QPluginLoader loader(QFile::decodeName(library.dli_fname));
+    auto* const plugin = qobject_cast<Cim::CCanInterfacePlugin*>(loader.instance());
+    return plugin != nullptr ? Apps::Result<Cim::CCanInterfacePlugin*>(plugin) : Apps::SProblem{loader.errorString()};
+}
+
+/// What cimctl and cimview store, whatever the name of the program that asks.
+struct SStore : Apps::CInterfaceStore {
+    SStore() : CInterfaceStore(QStringLiteral("Vexmor"), QStringLiteral("Cim")) {}
+};
+
+/// The parameters of a stored interface, or of an address, whose gateway keeps its bit rate.
+Apps::Result<Apps::Settings> parametersOf(const QString& name)
+{
+    const Apps::Settings stored = SStore().settings(name);
+    if (stored.isEmpty()) {
+        return Apps::readAddress(name, {{Apps::StoreKey::BAUDRATE, QStringLiteral("0")}});
+    }
+    Apps::Settings parameters;
+    for (const QLatin1String key : Apps::StoreKey::PARAMETERS) {
+        if (stored.contains(key)) {
+            parameters.insert(key, stored.value(key));
+        }
+    }
+    return parameters;
+}
+
+Apps::Result<Interface> createInterface(const QString& name)
+{
+    auto parameters = parametersOf(name);
+    if (!parameters) {
+        return parameters.problem();
+    }
+    auto plugin = loadPlugin();
+    if (!plugin) {
+        return plugin.problem();
+    }
+    Interface canInterface((*plugin)->createInterface());
+    Apps::setUniqueName(*canInterface, name);
+    const Apps::Failure failure = Apps::applySettings(*canInterface, *parameters);
+    return failure ? Apps::Result<Interface>(*failure) : Apps::Result<Interface>(std::move(canInterface));
+}
+} // namespace
+
+class CT93CanFactory : public QObject, public QCanBusFactoryV2
+{
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QCanBusFactory" FILE "t93canbus.json")
+    Q_INTERFACES(QCanBusFactoryV2)
+
+public:
+    QCanBusDevice* createDevice(const QString& interfaceName, QString* errorMessage) const override
+    {
+        auto canInterface = createInterface(interfaceName);
+        if (!canInterface) {
+            if (errorMessage != nullptr) {
+                *errorMessage = canInterface.problem().text;
+            }
+            return nullptr;
+        }
+        return new CT93CanDevice(std::move(*canInterface));
+    }
+
+    /// The stored ones: nobody is asked over the network.
+    QList<QCanBusDeviceInfo> availableDevices(QString* /*errorMessage*/) const override
+    {
+        QList<QCanBusDeviceInfo> devices;
+        SStore stored;
+        for (const QString& name : stored.names()) {
+            const Apps::Settings settings = stored.settings(name);
+            devices.append(CT93CanDevice::createDeviceInfo(name, settings.value(Apps::StoreKey::INTERFACE_ID),
+                                                           settings.value(Apps::StoreKey::DESCRIPTION), 0, false,
+                                                           false));
+        }
+        return devices;
+    }
+};
+
+} // namespace vexmor::CanBus
+
+#include "main.moc"

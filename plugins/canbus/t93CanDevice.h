@@ -1,0 +1,72 @@
+#pragma once
+
+#include "busWorker.h"
+
+#include <QCanBusDevice>
+
+#include <memory>
+
+namespace vexmor::CanBus
+{
+
+/// A T93 gateway as a device of Qt's CAN bus API. Nothing waits for the gateway, which lives in a thread of its own:
+/// what comes of a call is told by the signals of the device, from the event loop of its thread.
+///
+/// It may be disconnected, connected again and deleted in a slot on any of its signals; but not deleted on the two
+/// changes of state that Qt's own `connectDevice` and `disconnectDevice` make before they go on, to ConnectingState of
+/// one that was unconnected, and to ClosingState: there `deleteLater`.
+class CT93CanDevice : public QCanBusDevice
+{
+    Q_OBJECT
+    /// So many received frames may wait to be read; what finds no room is dropped, of which an error tells once until
+    /// half of them were read.
+    Q_PROPERTY(int receiveLimit READ receiveLimit WRITE setReceiveLimit)
+    /// Frames dropped for want of room since the device was made.
+    Q_PROPERTY(qlonglong droppedFrames READ droppedFrames)
+
+public:
+    /// For a closed interface that lives in this thread. A bit rate that it has becomes BitRateKey.
+    explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface);
+    ~CT93CanDevice() override;
+
+    using QCanBusDevice::createDeviceInfo;
+
+    void setConfigurationParameter(int key, const QVariant& value) override;
+    bool writeFrame(const QCanBusFrame& frame) override;
+    QString interpretErrorFrame(const QCanBusFrame& errorFrame) override;
+
+    // What the interface tells. Each signal of these may be the last thing that this device does.
+    void onConnected();
+    void onOpenFailed(const QString& text, CanBusError error);
+    void onLost(const QString& text, CanBusError error);
+    void onSent(const QString& refusal);
+    void onReset() { m_busStatus = CanBusStatus::Good; }
+    void onError(const QString& text, CanBusError error, CanBusStatus busStatus);
+
+    int receiveLimit() const { return m_receiveLimit; }
+    void setReceiveLimit(int frames);
+    qlonglong droppedFrames() const { return m_droppedFrames; }
+
+protected:
+    bool open() override;
+    void close() override;
+
+private:
+    QString refusalOf(int key, const QVariant& value) const;
+    QString refusalOf(const QCanBusFrame& frame) const;
+    void applyReception();
+    void giveUpIdle();
+    void onFrames();
+    bool tellError(const QString& text, CanBusError error);
+
+    std::shared_ptr<CBusWorker> m_worker;
+    int m_session = 0;     ///< another one for each opening and closing
+    bool m_isOpen = false; ///< or is being opened
+    bool m_isLost = false; ///< the link, which is being regained
+    CanBusStatus m_busStatus = CanBusStatus::Unknown;
+    int m_receiveLimit;
+    bool m_isFull = false; ///< an error has told so
+    qlonglong m_droppedFrames = 0;
+};
+
+} // namespace vexmor::CanBus
