@@ -96,7 +96,7 @@ QCanBusFrame frameOf(const Cim::CCanMessage& message, bool isOwn)
 
 std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> model)
 {
-    const std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
+    std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
     keepUntilItEnds(worker);
     return worker;
 }
