@@ -3,6 +3,7 @@
 #include "cim/resultCodes.h"
 #include "t93CanDevice.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QScopedValueRollback>
 #include <QVariant>
@@ -20,6 +21,7 @@ using Error = QCanBusDevice::CanBusError;
 using Status = QCanBusDevice::CanBusStatus;
 
 constexpr int LOOK_AT_LINK_MS = 50;
+constexpr int MAX_BATCH = 10'000;
 
 /// What an interface error is to users of QCanBus.
 struct SMeaning {
@@ -94,7 +96,7 @@ QCanBusFrame frameOf(const Cim::CCanMessage& message, bool isOwn)
 
 std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> model)
 {
-    const std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
+    std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
     keepUntilItEnds(worker);
     return worker;
 }
@@ -132,6 +134,8 @@ void CBusWorker::open(int session, int kbitPerSecond)
         return;
     }
     s_worker = this;
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &CBusWorker::handOver,
+            Qt::UniqueConnection); // when all that came was read
     m_session = session;
     m_can.reset(m_model->clone());
     m_can->setProperty("CanBaudrate", kbitPerSecond);
@@ -242,10 +246,10 @@ void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)
     if ((isOwn && !m_reception.own) || (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
         return;
     }
-    if (m_batch.isEmpty()) {
-        QMetaObject::invokeMethod(this, &CBusWorker::handOver, Qt::QueuedConnection); // when all that came was read
-    }
     m_batch.append(frameOf(message, isOwn));
+    if (m_batch.size() >= MAX_BATCH) {
+        handOver();
+    }
 }
 
 void CBusWorker::handOver()
