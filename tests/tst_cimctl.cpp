@@ -180,7 +180,7 @@ private Q_SLOTS:
     {
         QProcess gateway;
         const QString address = startGateway(gateway, "--generate 100"_s);
-        const QString add = "add hall/1 %1:UDP --hostname gw1 --baudrate "_s.arg(address);
+        const QString add = "add hall/1 %1:UDP --hostname gw1 --description stage --baudrate "_s.arg(address);
         QCOMPARE(cimctl(add + "33"_s).exitCode, 2);
         QCOMPARE(cimctl(add + "250"_s).exitCode, 0);
         QCOMPARE(cimctl(add + "500"_s).exitCode, 2); // there is one
@@ -190,6 +190,7 @@ private Q_SLOTS:
                  "hall/1  T93  IP=" + address.toLatin1() + ":UDP  500 kbit/s  gw1");
         const QJsonObject settings = json(cimctl("show hall/1 --json"_s).out)["settings"_s].toObject();
         QCOMPARE(settings["Port"_s].toString(), address.section(QLatin1Char(':'), 1));
+        QCOMPARE(settings["Description"_s].toString(), "stage"_s);
 
         const SOutcome dump = cimctl("dump hall/1 -n 2"_s);
         QCOMPARE(dump.exitCode, 0);

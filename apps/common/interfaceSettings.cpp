@@ -35,6 +35,12 @@ QString textOf(const QVariant& value)
 Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings)
 {
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
+        if (entry.key() == StoreKey::DESCRIPTION) {
+            Cim::CCommonInfo info = canInterface.commonInfo();
+            info.setDescription(*entry);
+            canInterface.setCommonInfo(info);
+            continue;
+        }
         if (setParameter(canInterface, propertyOf(entry.key()), *entry)) {
             continue;
         }
