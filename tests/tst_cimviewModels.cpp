@@ -383,6 +383,8 @@ private Q_SLOTS:
         QCOMPARE(list.rowCount(), 3);
         QCOMPARE(list.at(1).name(), "hall (2)"_s);
         QCOMPARE(list.at(2).name(), "10.0.0.7:30000:TCP"_s);
+        list.sort(CInterfaceList::eAddress, Qt::DescendingOrder);
+        QCOMPARE(list.at(0).name(), "10.0.0.7:30000:TCP"_s);
 
         const QSignalSpy told(&list, &CInterfaceList::eventHappened);
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name

@@ -1,5 +1,7 @@
 #include "apps/cimctl/command.h"
 
+#include <CLI/CLI.hpp>
+
 namespace vexmor::Apps::Cimctl
 {
 

@@ -4,6 +4,7 @@
 #include "apps/cimctl/messagePrinter.h"
 #include "apps/cimctl/sender.h"
 
+#include <CLI/CLI.hpp>
 #include <climits>
 #include <random>
 

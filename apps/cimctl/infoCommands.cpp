@@ -4,6 +4,7 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <CLI/CLI.hpp>
 #include <QJsonArray>
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 #include "apps/common/program.h"
 #include "apps/common/translations.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 
 #include <algorithm>

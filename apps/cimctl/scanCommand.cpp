@@ -6,6 +6,7 @@
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 
+#include <CLI/CLI.hpp>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QSet>

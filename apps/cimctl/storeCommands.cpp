@@ -6,6 +6,7 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <CLI/CLI.hpp>
 #include <QHostAddress>
 
 #include <algorithm>

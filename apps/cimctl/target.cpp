@@ -7,6 +7,7 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <CLI/CLI.hpp>
 #include <QHostInfo>
 #include <QRegularExpression>
 

@@ -6,6 +6,7 @@
 #include "canlog/candumpLog.h"
 #include "cim/resultCodes.h"
 
+#include <CLI/CLI.hpp>
 #include <climits>
 #include <vector>
 

@@ -5,9 +5,11 @@
 #include "apps/common/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <QCollator>
 #include <QSet>
 
 #include <algorithm>
+#include <utility>
 
 namespace vexmor::Apps::Cimview
 {
@@ -246,6 +248,35 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     default:
         return {};
     }
+}
+
+void CInterfaceList::sort(int column, Qt::SortOrder order)
+{
+    if (column < 0) {
+        return;
+    }
+    QCollator natural; // gateway 10 behind gateway 9
+    natural.setNumericMode(true);
+    std::vector<std::pair<QString, std::size_t>> keys;
+    for (std::size_t row = 0; row < m_rows.size(); ++row) {
+        keys.emplace_back(data(index(static_cast<int>(row), column), Qt::DisplayRole).toString(), row);
+    }
+    std::stable_sort(keys.begin(), keys.end(), [&](const auto& one, const auto& other) {
+        const int comparison = natural.compare(one.first, other.first);
+        return order == Qt::AscendingOrder ? comparison < 0 : comparison > 0;
+    });
+    Q_EMIT layoutAboutToBeChanged();
+    std::vector<std::unique_ptr<CManagedInterface>> sorted;
+    std::vector<int> places(m_rows.size());
+    for (const auto& key : keys) {
+        places[key.second] = static_cast<int>(sorted.size());
+        sorted.push_back(std::move(m_rows[key.second]));
+    }
+    m_rows.swap(sorted);
+    for (const QModelIndex& old : persistentIndexList()) {
+        changePersistentIndex(old, index(places[static_cast<std::size_t>(old.row())], old.column()));
+    }
+    Q_EMIT layoutChanged();
 }
 
 QVariant CInterfaceList::headerData(int section, Qt::Orientation orientation, int role) const

@@ -48,6 +48,8 @@ public:
     int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+    /// Puts the rows there are into this order; those that come later stand behind them.
+    void sort(int column, Qt::SortOrder order) override;
 
 Q_SIGNALS:
     void eventHappened(const vexmor::Apps::Cimview::SEvent& event);

@@ -48,6 +48,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setModel(&interfaces);
     setUpTable(*m_table);
+    m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
+    m_table->setSortingEnabled(true);
     m_progress->setRange(0, USUAL_SCAN_MS);
     m_progress->setTextVisible(false);
     m_progress->hide();

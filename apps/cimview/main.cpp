@@ -10,6 +10,7 @@
 #include "apps/common/program.h"
 #include "apps/common/translations.h"
 
+#include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QPluginLoader>
 

@@ -4,6 +4,7 @@
 #include "apps/common/exitCodes.h"
 #include "apps/common/gatewayAddress.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 
 namespace vexmor::Apps

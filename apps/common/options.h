@@ -1,12 +1,19 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
 #include <optional>
 #include <string>
+
+// Who defines options includes <CLI/CLI.hpp>: it takes seconds to compile.
+namespace CLI
+{
+class App;
+class Option;
+class Validator;
+} // namespace CLI
 
 /// How the programs read what is typed.
 namespace vexmor::Apps

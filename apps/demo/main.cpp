@@ -8,6 +8,7 @@
 #include "apps/demo/transportChapter.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>

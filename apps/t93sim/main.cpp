@@ -5,6 +5,7 @@
 #include "apps/common/program.h"
 #include "apps/t93sim/simProgram.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 
 #include <climits>
