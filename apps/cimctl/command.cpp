@@ -1,16 +1,11 @@
 #include "apps/cimctl/command.h"
 
-#include <CLI/CLI.hpp>
-
 namespace vexmor::Apps::Cimctl
 {
 
 CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help, Action action)
 {
-    CLI::App& command = *app.add_subcommand(name, help);
-    command.fallthrough();
-    command.callback([&chosen, action = std::move(action)] { chosen = action; });
-    return command;
+    return addSubcommand(app, name, help, [&chosen, action = std::move(action)] { chosen = action; });
 }
 
 std::vector<SPlugin> plugins(const SContext& context)

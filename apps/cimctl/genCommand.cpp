@@ -4,7 +4,6 @@
 #include "apps/cimctl/messagePrinter.h"
 #include "apps/cimctl/sender.h"
 
-#include <CLI/CLI.hpp>
 #include <climits>
 #include <random>
 
@@ -22,13 +21,14 @@ struct SGenOptions {
     int length = -1;                       ///< -1: any
     int count = 0;                         ///< 0: no end
     double gap = 200;                      ///< ms
-    unsigned int seed = 0;
+    int seed = 0;
 };
 
 /// Messages of any content, the same for the same seed.
 CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
 {
-    return [options, ids, random = std::mt19937(options.seed), index = 0](CanLog::SLogEntry& entry) mutable {
+    return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
+            index = 0](CanLog::SLogEntry& entry) mutable {
         if (options.count > 0 && index == options.count) {
             return false;
         }
@@ -63,18 +63,12 @@ void addGen(CLI::App& app, Action& chosen)
     CLI::App& command = addCommand(app, chosen, "gen", "Send messages that are made up",
                                    [options](SContext& context) { return gen(context, *options); });
     options->target.addTo(command);
-    command.add_option("-g,--gap", options->gap, "Milliseconds from one message to the next (200)")
-        ->type_name("MS")
-        ->check(numberFrom(0, 1e6));
+    addNumber(command, "-g,--gap", options->gap, 0, 1e6, "Milliseconds from one message to the next (200)", "MS");
     addText(command, "-I,--id", options->ids, "Identifier, or the least and the greatest (0-7FF)", "ID|LOW-HIGH");
-    command.add_option("-L,--length", options->length, "Data bytes in each message (any)")
-        ->type_name("N")
-        ->check(wholeFrom(0, MAX_LENGTH));
-    command.add_option("-n,--count", options->count, "End after so many messages")
-        ->type_name("N")
-        ->check(wholeFrom(1, INT_MAX));
-    command.add_option("--seed", options->seed, "The same number makes the same messages (0)")->type_name("N");
-    command.add_flag("--sent", options->show.sent, "Show what is sent");
+    addWhole(command, "-L,--length", options->length, 0, MAX_LENGTH, "Data bytes in each message (any)", "N");
+    addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
+    addWhole(command, "--seed", options->seed, 0, INT_MAX, "The same number makes the same messages (0)");
+    addFlag(command, "--sent", options->show.sent, "Show what is sent");
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -4,7 +4,6 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <CLI/CLI.hpp>
 #include <QJsonArray>
 
 #include <algorithm>
@@ -133,9 +132,8 @@ void addLoad(CLI::App& app, Action& chosen)
         addCommand(app, chosen, "load", "Show the bus load once a second",
                    [options](SContext& context) { return load(context, options->target, options->seconds); });
     options->target.addTo(command);
-    command.add_option("-s,--seconds", options->seconds, "End so many seconds after the interface is open")
-        ->type_name("S")
-        ->check(numberFrom(1, 1e6));
+    addNumber(command, "-s,--seconds", options->seconds, 1, 1e6, "End so many seconds after the interface is open",
+              "S");
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -25,12 +25,10 @@ void addOptions(CLI::App& app, SOptions& options)
 {
     app.require_subcommand(1);
     app.set_version_flag("--version", "cimctl " CIM_VERSION);
-    app.add_flag("--json", options.json, "Every line a JSON object, on stdout and on stderr");
-    app.add_flag("-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
-    app.add_option("--log-level", options.logLevel,
-                   "Show log lines from this level on: 20 progress, 30 refused, 50 errors")
-        ->type_name("N")
-        ->check(wholeFrom(1, 100));
+    addFlag(app, "--json", options.json, "Every line a JSON object, on stdout and on stderr");
+    addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
+    addWhole(app, "--log-level", options.logLevel, 1, 100,
+             "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");

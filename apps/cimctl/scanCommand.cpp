@@ -6,7 +6,6 @@
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 
-#include <CLI/CLI.hpp>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QSet>
@@ -225,12 +224,12 @@ void addScan(CLI::App& app, Action& chosen)
                                    [options](SContext& context) { return scan(context, *options); });
     addTexts(command, "-a,--address", options->addresses, "Ask this address directly, too (for one behind a router)",
              "ADDRESS");
-    CLI::Option* const save =
-        command.add_flag("--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
+    const COption save =
+        addFlag(command, "--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
     addText(command, "--baudrate", options->bitRate,
             "Bit rate to store for new ones: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)", "KBIT")
-        ->check(bitRate())
-        ->needs(save);
+        .bitRate()
+        .needs(save);
 }
 
 } // namespace vexmor::Apps::Cimctl

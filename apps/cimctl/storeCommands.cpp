@@ -6,7 +6,6 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <CLI/CLI.hpp>
 #include <QHostAddress>
 
 #include <algorithm>
@@ -132,24 +131,24 @@ void addStoreCommands(CLI::App& app, Action& chosen)
     const auto options = std::make_shared<SAddOptions>();
     CLI::App& command = addCommand(app, chosen, "add", "Store an interface under a name",
                                    [options](SContext& context) { return add(context, *options); });
-    addText(command, "NAME", options->name, "Its name, from then on a TARGET")->required();
+    addText(command, "NAME", options->name, "Its name, from then on a TARGET").required();
     addText(command, "ADDRESS", options->address, "ADDRESS[:PORT][:TCP|:UDP] of the gateway, or a port text (IP=...)")
-        ->required();
+        .required();
     addInterfaceSettings(command, options->settings);
     addSetting(command, "--hostname", options->settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
     addSetting(command, "--description", options->settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
-    command.add_flag("--replace", options->replace, "Replace what is stored under the name");
+    addFlag(command, "--replace", options->replace, "Replace what is stored under the name");
 
     const auto name = std::make_shared<QString>();
     const char* const nameHelp = "A stored interface";
     addText(addCommand(app, chosen, "show", "Show a stored interface",
                        [name](SContext& context) { return show(context, *name); }),
             "NAME", *name, nameHelp)
-        ->required();
+        .required();
     addText(addCommand(app, chosen, "remove", "Remove a stored interface",
                        [name](SContext& /*context*/) { return remove(*name); }),
             "NAME", *name, nameHelp)
-        ->required();
+        .required();
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -7,7 +7,6 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <CLI/CLI.hpp>
 #include <QHostInfo>
 #include <QRegularExpression>
 
@@ -48,39 +47,40 @@ QString resolved(const QString& text)
 
 void STargetOptions::addTo(CLI::App& command, bool several)
 {
-    CLI::Option* const option =
-        several ? addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim")
-                : addTexts(command, "TARGET", texts, "The gateway: a stored name, an address, or sim");
-    option->required()->expected(1, several ? CLI::detail::expected_max_vector_size : 1)->allow_extra_args(several);
+    if (several) {
+        addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim").required().several();
+    } else {
+        const auto take = [this](const QString& text) { texts.append(text); };
+        addText(command, "TARGET", take, "The gateway: a stored name, an address, or sim", {}).required();
+    }
     addInterfaceSettings(command, settings);
-    command.footer(TARGET_HELP);
+    setFooter(command, TARGET_HELP);
 }
 
-CLI::Option* addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
-                        const std::string& type, const std::string& help)
+COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
+                   const std::string& type, const std::string& help)
 {
-    const auto take = [&settings, key](const std::string& text) { settings.insert(key, textOf(text)); };
-    return command.add_option_function<std::string>(names, take, help)->type_name(type)->group("Interface");
+    const auto take = [&settings, key](const QString& text) { settings.insert(key, text); };
+    return addText(command, names, take, help, type).group("Interface");
 }
 
 void addInterfaceSettings(CLI::App& command, Settings& settings)
 {
     addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
-        ->transform(CLI::IsMember({"TCP", "UDP"}, CLI::ignore_case).description(""));
+        .oneOf({"TCP", "UDP"});
     addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
                "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)")
-        ->check(bitRate());
+        .bitRate();
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
                "UDP: address of this computer's network interface to the gateway (any)")
-        ->transform(typedAddress());
+        .address();
     addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
-        ->check(wholeFrom(100, 3000));
+        .whole(100, 3000);
     addSetting(command, "--measure-interval", settings, StoreKey::MEASURE_TIME, "MS",
                "Time over which the gateway measures bus load (1000)")
-        ->check(wholeFrom(100, 3000));
+        .whole(100, 3000);
     const auto bindAny = [&settings] { settings.insert(StoreKey::UDP_BIND_ANY, QStringLiteral("1")); };
-    command.add_flag_callback("--udp-any", bindAny, "UDP: receive on all addresses of this computer")
-        ->group("Interface");
+    addFlag(command, "--udp-any", bindAny, "UDP: receive on all addresses of this computer").group("Interface");
 }
 
 CTarget::CTarget(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)

@@ -32,8 +32,8 @@ struct STargetOptions {
 };
 
 /// Adds an option for a parameter of an interface.
-CLI::Option* addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
-                        const std::string& type, const std::string& help);
+COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
+                   const std::string& type, const std::string& help);
 /// Adds the options for all that an interface can be told besides its address.
 void addInterfaceSettings(CLI::App& command, Settings& settings);
 

@@ -6,7 +6,6 @@
 #include "canlog/candumpLog.h"
 #include "cim/resultCodes.h"
 
-#include <CLI/CLI.hpp>
 #include <climits>
 #include <vector>
 
@@ -154,19 +153,15 @@ void addDump(CLI::App& app, Action& chosen)
     CLI::App& command = addCommand(app, chosen, "dump", "Print messages as they come",
                                    [options](SContext& context) { return dump(context, *options); });
     options->target.addTo(command, true);
-    command.add_option("-n,--count", options->count, "End after so many messages")
-        ->type_name("N")
-        ->check(wholeFrom(1, INT_MAX));
-    command.add_option("-s,--seconds", options->seconds, "End so many seconds after the interface is open")
-        ->type_name("S")
-        ->check(numberFrom(0.001, 1e6));
-    command.add_flag("--sent", options->show.sent, "Show sent messages too, and the direction of each");
-    command
-        .add_option("-t,--time", options->show.time,
-                    "Begin each line with the time: a absolute, d since the line before, z since the first")
-        ->check(CLI::IsMember({'a', 'd', 'z'}).description(""))
-        ->type_name("a|d|z");
-    command.add_flag("-a,--ascii", options->show.ascii, "End each line with the data as characters");
+    addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
+    addNumber(command, "-s,--seconds", options->seconds, 0.001, 1e6, "End so many seconds after the interface is open",
+              "S");
+    addFlag(command, "--sent", options->show.sent, "Show sent messages too, and the direction of each");
+    const auto takeTime = [options](const QString& text) { options->show.time = text.at(0).toLatin1(); };
+    addText(command, "-t,--time", takeTime,
+            "Begin each line with the time: a absolute, d since the line before, z since the first", "a|d|z")
+        .oneOf({"a", "d", "z"});
+    addFlag(command, "-a,--ascii", options->show.ascii, "End each line with the data as characters");
     addText(command, "-l,--log", options->show.logFile,
             "Write the messages to a file too, in candump's log format; -: to stdout, and nothing else", "FILE");
     addTexts(command, "-f,--filter", options->filters,
@@ -182,17 +177,12 @@ void addSend(CLI::App& app, Action& chosen)
                                    [options](SContext& context) { return send(context, *options); });
     options->target.addTo(command);
     addTexts(command, "FRAMES", options->frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
-        ->allow_extra_args()
-        ->required();
-    command.add_option("--repeat", options->repeat, "Send all of them so often")
-        ->type_name("N")
-        ->check(wholeFrom(1, INT_MAX));
-    command
-        .add_option("--interval", options->interval,
-                    "Milliseconds from one message to the next (0: as fast as the gateway takes them)")
-        ->type_name("MS")
-        ->check(numberFrom(0, 1e6));
-    command.add_flag("--sent", options->show.sent, "Show what is sent");
+        .several()
+        .required();
+    addWhole(command, "--repeat", options->repeat, 1, INT_MAX, "Send all of them so often", "N");
+    addNumber(command, "--interval", options->interval, 0, 1e6,
+              "Milliseconds from one message to the next (0: as fast as the gateway takes them)", "MS");
+    addFlag(command, "--sent", options->show.sent, "Show what is sent");
 }
 
 void addReplay(CLI::App& app, Action& chosen)
@@ -202,12 +192,10 @@ void addReplay(CLI::App& app, Action& chosen)
     CLI::App& command = addCommand(app, chosen, "replay", "Send a log of candump at its own timing",
                                    [options](SContext& context) { return replay(context, *options); });
     options->target.addTo(command);
-    addText(command, "FILE", options->file, "The log: lines like (1398128223.803317) can0 166#D0320009")->required();
-    command.add_option("--speed", options->speed, "So many times as fast")
-        ->type_name("N")
-        ->check(numberFrom(0.001, 1e6));
-    command.add_flag("--loop", options->loop, "Begin again at the end, until Ctrl-C");
-    command.add_flag("--sent", options->show.sent, "Show what is sent");
+    addText(command, "FILE", options->file, "The log: lines like (1398128223.803317) can0 166#D0320009").required();
+    addNumber(command, "--speed", options->speed, 0.001, 1e6, "So many times as fast", "N");
+    addFlag(command, "--loop", options->loop, "Begin again at the end, until Ctrl-C");
+    addFlag(command, "--sent", options->show.sent, "Show what is sent");
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -48,11 +48,11 @@ void addOptions(CLI::App& app, SOptions& options)
         ->type_name("[FILE]");
     addTexts(app, "TARGETS", options.targets,
              "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
-        ->allow_extra_args();
+        .several();
     addText(app, "--baudrate", options.bitRate,
             "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)",
             "KBIT")
-        ->check(bitRate());
+        .bitRate();
     app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
     app.add_flag("--dark", options.dark, "Use a dark palette (from then on)");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");

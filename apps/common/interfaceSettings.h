@@ -46,7 +46,8 @@ inline const QString GATEWAYS_BIT_RATE = QStringLiteral("0");
 /// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.
 using Settings = QMap<QString, QString>;
 
-/// Gives a closed interface these parameters, and its description. When it refuses one, those before it, by key, are set.
+/// Gives a closed interface these parameters, and its description. When it refuses one, those before it, by key, are
+/// set.
 Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
 /// What an interface would store, besides its DHCP flag, which nobody but its own store sees.
 Settings settingsOf(Cim::CCanInterface& canInterface);

@@ -38,15 +38,107 @@ QString textOf(const std::string& typed)
     return QString::fromLocal8Bit(typed.c_str());
 }
 
-CLI::Option* addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
-                     const std::string& type)
+COption& COption::required()
 {
-    const auto take = [&value](const std::string& text) { value = textOf(text); };
-    return app.add_option_function<std::string>(names, take, help)->type_name(type);
+    m_option->required();
+    return *this;
 }
 
-CLI::Option* addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
-                      const std::string& type)
+COption& COption::group(const char* title)
+{
+    m_option->group(title);
+    return *this;
+}
+
+COption& COption::needs(const COption& other)
+{
+    m_option->needs(other.m_option);
+    return *this;
+}
+
+COption& COption::several()
+{
+    m_option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    return *this;
+}
+
+COption& COption::address()
+{
+    m_option->transform(typedAddress());
+    return *this;
+}
+
+COption& COption::bitRate()
+{
+    m_option->check(Apps::bitRate());
+    return *this;
+}
+
+COption& COption::whole(int lowest, int highest)
+{
+    m_option->check(CLI::Range(lowest, highest).description(""));
+    return *this;
+}
+
+COption& COption::oneOf(const std::vector<std::string>& choices)
+{
+    m_option->transform(CLI::IsMember(choices, CLI::ignore_case).description(""));
+    return *this;
+}
+
+CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen)
+{
+    CLI::App& command = *app.add_subcommand(name, help);
+    command.fallthrough();
+    command.callback(std::move(chosen));
+    return command;
+}
+
+void setFooter(CLI::App& app, const std::string& text)
+{
+    app.footer(text);
+}
+
+COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help)
+{
+    return app.add_flag(names, value, help);
+}
+
+COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help)
+{
+    return app.add_flag_callback(names, std::move(given), help);
+}
+
+COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,
+                 const std::string& type)
+{
+    return COption(app.add_option(names, value, help)->type_name(type)).whole(lowest, highest);
+}
+
+COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
+                  const std::string& help, const std::string& type)
+{
+    return app.add_option(names, value, help)->type_name(type)->check(numberFrom(lowest, highest));
+}
+
+COption addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
+                const std::string& type)
+{
+    return addText(
+        app, names, [&value](const QString& text) { value = text; }, help, type);
+}
+
+COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
+                const std::string& help, const std::string& type)
+{
+    return app
+        .add_option_function<std::string>(
+            names, [take](const std::string& text) { take(textOf(text)); }, help)
+        ->type_name(type);
+}
+
+COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
+                 const std::string& type)
 {
     const auto take = [&values](const std::vector<std::string>& texts) {
         for (const std::string& text : texts) {
@@ -80,11 +172,6 @@ CLI::Validator numberFrom(double lowest, double highest)
         return ok && value >= lowest && value <= highest ? std::string() : fault.toStdString();
     };
     return CLI::Validator(check, "");
-}
-
-CLI::Validator wholeFrom(int lowest, int highest)
-{
-    return CLI::Range(lowest, highest).description("");
 }
 
 CLI::Validator bitRate()

@@ -6,8 +6,9 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
-// Who defines options includes <CLI/CLI.hpp>: it takes seconds to compile.
+// Not <CLI/CLI.hpp>, which takes longer to compile than all the rest: who needs more than stands here includes it.
 namespace CLI
 {
 class App;
@@ -26,18 +27,47 @@ std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv,
 
 /// Text as it was typed; bytes that are none in the user's locale are kept as they can be.
 QString textOf(const std::string& typed);
-CLI::Option* addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
-                     const std::string& type = {});
+
+/// An option that was added to a parser, to say more of it.
+class COption
+{
+public:
+    COption(CLI::Option* option) : m_option(option) {}
+    COption& required();
+    COption& group(const char* title);
+    COption& needs(const COption& other);
+    /// Takes several values at a time.
+    COption& several();
+    // What it may be; the help does not repeat it.
+    COption& address(); ///< IPv4, which becomes one without leading zeros
+    COption& bitRate(); ///< of the CAN bus, kbit/s
+    COption& whole(int lowest, int highest);
+    COption& oneOf(const std::vector<std::string>& choices); ///< becomes one of these, whatever its case
+
+private:
+    CLI::Option* m_option;
+};
+
+CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
+void setFooter(CLI::App& app, const std::string& text);
+COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
+COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help);
+COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,
+                 const std::string& type = "N");
+COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
+                  const std::string& help, const std::string& type);
+COption addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
+                const std::string& type = {});
+COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
+                const std::string& help, const std::string& type);
 /// One value each time it is given.
-CLI::Option* addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
-                      const std::string& type = {});
+COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
+                 const std::string& type = {});
 
 /// For `transform`: an IPv4 address, which becomes one without leading zeros.
 CLI::Validator typedAddress();
 /// A number from `lowest` to `highest`. CLI::Range would let "nan" through.
 CLI::Validator numberFrom(double lowest, double highest);
-/// A whole number in this range, whose bounds the help does not repeat.
-CLI::Validator wholeFrom(int lowest, int highest);
 /// A bit rate of the CAN bus in kbit/s.
 CLI::Validator bitRate();
 

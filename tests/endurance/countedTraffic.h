@@ -1,7 +1,7 @@
 #pragma once
 
-#include "bench/pluginInterface.h"
 #include "bench/measuring.h"
+#include "bench/pluginInterface.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 
