@@ -26,7 +26,7 @@ Failure openTarget(CInterfaceList& interfaces, const QString& target, const QStr
                 0, true};
         }
         Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
-        const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
+        Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
         if (failure) {
             return failure;
         }

@@ -32,7 +32,7 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
 
 Failure CWorkbench::simulate(const QString& logFile)
 {
-    if (const Failure failure = m_sim.start(logFile, true)) {
+    if (Failure failure = m_sim.start(logFile, true)) {
         return failure;
     }
     const int first = m_interfaces.rowCount();
@@ -41,7 +41,7 @@ Failure CWorkbench::simulate(const QString& logFile)
                                 {StoreKey::PORT, QString::number(m_sim.gateway().port())},
                                 {StoreKey::PROTOCOL, protocol},
                                 {StoreKey::BAUDRATE, QString::number(m_sim.bus().baudrate())}};
-        if (const Failure failure = m_interfaces.add(tr("Simulation %1").arg(protocol), settings, false)) {
+        if (Failure failure = m_interfaces.add(tr("Simulation %1").arg(protocol), settings, false)) {
             return failure;
         }
     }

@@ -82,7 +82,7 @@ Failure CInterfaceStore::remove(const QString& name)
         return SProblem{Words::tr("no interface is stored under the name '%1'").arg(name), 0, true};
     }
     removeGroup(m_settings, groupOf(name));
-    if (const Failure failure = complete()) {
+    if (Failure failure = complete()) {
         return failure;
     }
     return contains(name) ? SProblem{Words::tr("'%1' stands in the store of the whole system and stays").arg(name)}
