@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 
@@ -74,7 +75,9 @@ int demonstrate(const SOptions& options)
     narrator.say(QStringLiteral("To go on by yourself:"));
     const QString folder = QFileInfo(QCoreApplication::arguments().constFirst()).path();
     for (const char* const command : {"dump sim", "load sim", "--help"}) {
-        narrator.example(QStringLiteral(CIM_CIMCTL_FROM_DEMO " ").prepend(folder).toLocal8Bit() + command);
+        narrator.example(
+            (QDir::cleanPath(folder + QStringLiteral(CIM_CIMCTL_FROM_DEMO)) + QLatin1Char(' ')).toLocal8Bit() +
+            command);
     }
     return eDone;
 }
