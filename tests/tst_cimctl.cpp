@@ -192,12 +192,19 @@ private Q_SLOTS:
         QCOMPARE(settings["Port"_s].toString(), address.section(QLatin1Char(':'), 1));
         QCOMPARE(settings["Description"_s].toString(), "stage"_s);
 
-        const SOutcome dump = cimctl("dump hall/1 -n 2"_s);
+        { // by another host, which keeps the port text as it likes: the link goes to address and port
+            QSettings store(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat);
+            const QStringList texts = store.allKeys().filter("/PortId"_s);
+            QCOMPARE(texts.size(), 2);
+            std::for_each(texts.begin(), texts.end(),
+                          [&](const QString& key) { store.setValue(key, "IP=127.0.0.1:1:TCP"_s); });
+        }
+        const SOutcome dump = cimctl("dump hall/1 -n 2 -s 5"_s);
         QCOMPARE(dump.exitCode, 0);
         QCOMPARE(framesOf(dump.out).size(), 2);
         QCOMPARE(cimctl("dump hall/1 --baudrate 50"_s).exitCode, 2);
         QCOMPARE(cimctl("remove hall/1"_s).exitCode, 0);
-        QCOMPARE(cimctl("list"_s).out, QByteArray("other  T93  IP=10.0.0.1:30000:TCP  the gateway's bit rate\n"));
+        QCOMPARE(cimctl("list"_s).out, QByteArray("other  T93  IP=127.0.0.1:1:TCP  the gateway's bit rate\n"));
         stop(gateway);
     }
 
