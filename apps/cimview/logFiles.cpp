@@ -19,6 +19,7 @@ CLogLoader::CLogLoader(CSourceNames& names, QObject* parent) : QObject(parent), 
 void CLogLoader::load(const QString& path)
 {
     m_path = path;
+    m_records.clear(); // of one that was being read
     m_count = 0;
     QString error;
     m_reader = CanLog::CLogReader();

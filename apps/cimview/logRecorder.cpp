@@ -58,11 +58,14 @@ void CLogRecorder::record(const std::vector<STraceRecord>& records)
     if (m_file.size() >= m_fileLimit || m_day != QDate::currentDate()) {
         openNext();
     }
+    if (!isRunning()) {
+        return;
+    }
     for (const STraceRecord& one : records) {
         m_file.write(logLine(one, m_names) + '\n');
     }
     m_count += records.size();
-    if (isRunning() && !m_file.flush()) {
+    if (!m_file.flush()) {
         end(tr("%1 cannot be written: %2").arg(m_file.fileName(), m_file.errorString()));
     }
 }
