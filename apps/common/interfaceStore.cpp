@@ -104,7 +104,7 @@ Failure CInterfaceStore::put(const QMap<QString, Settings>& interfaces)
 Failure CInterfaceStore::load(Cim::CCanInterface& canInterface, const QString& name)
 {
     setUniqueName(canInterface, name);
-    const Failure failure = failureOf(canInterface, canInterface.loadSettings(QString()));
+    Failure failure = failureOf(canInterface, canInterface.loadSettings(QString()));
     // The description's port text follows: as stored by others it may name another gateway, and whoever hands the
     // description over again would be sent there.
     canInterface.setProperty("Port", canInterface.property("Port"));
