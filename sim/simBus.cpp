@@ -7,11 +7,12 @@ namespace vexmor::Sim
 
 CSimBus::CSimBus(QObject* parent) : QObject(parent) {}
 
-void CSimBus::send(const Cim::CCanMessage& message, const CSimGateway* sender)
+bool CSimBus::send(const Cim::CCanMessage& message, const QObject* sender)
 {
     ++m_messageCount;
     m_bitCount += Cim::canMessageBits(message.length());
     Q_EMIT messageSent(message, sender);
+    return true;
 }
 
 } // namespace vexmor::Sim

@@ -9,10 +9,9 @@
 namespace vexmor::Sim
 {
 
-class CSimGateway;
-
 /// A simulated CAN bus: what is sent on it reaches every gateway on it but the one it came through. It carries any
-/// number of messages; its load may therefore pass 100 percent. Lives in one thread, together with its gateways.
+/// number of messages; its load may therefore pass 100 percent. Lives in one thread, together with its gateways. A bus
+/// that stands for a real one derives from it.
 class CSimBus : public QObject
 {
     Q_OBJECT
@@ -24,15 +23,16 @@ public:
     std::uint32_t baudrate() const { return m_baudrate; }
     void setBaudrate(std::uint32_t kbitPerSecond) { m_baudrate = kbitPerSecond; }
 
-    /// Puts a message on the bus; `sender` is the gateway it came through, null for any other device on the bus.
-    void send(const Cim::CCanMessage& message, const CSimGateway* sender = nullptr);
+    /// Puts a message on the bus; `sender` is the gateway or the host it came through, null for any other device on the
+    /// bus. False when the bus does not take it.
+    virtual bool send(const Cim::CCanMessage& message, const QObject* sender = nullptr);
 
     /// Messages and bits (46 a message and its data bits) carried since the bus was made.
     std::uint64_t messageCount() const { return m_messageCount; }
     std::uint64_t bitCount() const { return m_bitCount; }
 
 Q_SIGNALS:
-    void messageSent(const vexmor::Cim::CCanMessage& message, const vexmor::Sim::CSimGateway* sender);
+    void messageSent(const vexmor::Cim::CCanMessage& message, const QObject* sender);
 
 private:
     std::uint32_t m_baudrate = 500;

@@ -15,6 +15,7 @@ namespace
 {
 constexpr int PORT_TRIES = 20;
 constexpr int LISTEN_RETRY_MS = 10;
+constexpr int SHARED_MEASURING_MS = 1000;
 constexpr int FLOOD_PER_TURN = 500;
 constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host while flooding
 constexpr std::uint16_t STANDARD_IDS = 0x800;
@@ -39,9 +40,9 @@ CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : QObject(parent), m_bus
     connect(&m_listenTimer, &QTimer::timeout, this, &CSimGateway::updateListening);
     connect(&m_measureTimer, &QTimer::timeout, this, &CSimGateway::measure);
     connect(&m_floodTimer, &QTimer::timeout, this, &CSimGateway::floodOn);
-    connect(&bus, &CSimBus::messageSent, this, [this](const Cim::CCanMessage& message, const CSimGateway* sender) {
+    connect(&bus, &CSimBus::messageSent, this, [this](const Cim::CCanMessage& message, const QObject* sender) {
         if (sender != this) {
-            sendMessage(message);
+            sendMessage(message, sender);
         }
     });
 }
@@ -61,7 +62,7 @@ bool CSimGateway::listen(const QHostAddress& address, std::uint16_t port, QStrin
             continue;
         }
         // Datagrams must not be lost to another program that shares the port.
-        if (m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
+        if (m_admits || m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
             m_address = address;
             m_port = m_server.serverPort();
             updateListening();
@@ -89,7 +90,7 @@ void CSimGateway::updateListening()
 void CSimGateway::onNewConnection()
 {
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
-        if (count(true) >= m_maxClients) {
+        if (count(true) >= m_maxClients || (m_admits && !m_admits(*socket))) {
             socket->abort();
             socket->deleteLater();
             continue;
@@ -131,6 +132,7 @@ void CSimGateway::addLink(std::unique_ptr<CSimLink> link)
     m_links.push_back(std::move(link));
     connect(added, &CSimLink::frameReceived, this,
             [this, added](const Cim::SRmFrame& frame) { handle(*added, frame); });
+    connect(added, &CSimLink::framesLost, this, &CSimGateway::framesLost);
     connect(added, &CSimLink::disconnected, this, [this, added] { removeLink(added); });
     Q_EMIT hostConnected();
 }
@@ -172,8 +174,10 @@ void CSimGateway::handle(CSimLink& link, const Cim::SRmFrame& received)
     case Cim::RM_CMD_TX11BIT_MSG_ALT: {
         const Cim::CCanMessage message = Cim::canMessageOfFrame(frame);
         Q_EMIT messageReceived(message);
-        m_bus.send(message, this);
-        if (m_echo) {
+        const QObject* const sender = m_admits ? static_cast<QObject*>(&link) : this;
+        if (!m_bus.send(message, sender) && alive) {
+            link.send(Cim::RM_CMD_STATUS, &STATUS_TRANSMIT_TIMEOUT, 1);
+        } else if (m_echo) {
             m_bus.send(message);
         }
         break;
@@ -200,19 +204,27 @@ void CSimGateway::handle(CSimLink& link, const Cim::SRmFrame& received)
         break;
     case Cim::RM_CMD_BUSLOAD_INTERVAL:
         if (m_identity.measuresBusload && frame.payloadLength >= 2) {
-            startMeasuring(frame[0] << 8 | frame[1]);
+            if (!m_admits) {
+                startMeasuring(frame[0] << 8 | frame[1]);
+            }
             reply(link, frame.command, payload);
         }
         break;
     case Cim::RM_CMD_CAN_BAUD_RATE:
-        if (const std::uint32_t rate = Cim::rmBaudrateOfCode(frame[0]); rate != 0) {
+        if (const std::uint32_t rate = Cim::rmBaudrateOfCode(frame[0]); m_admits) {
+            Q_EMIT changeIgnored(QStringLiteral("a bit rate of %1 kbit/s").arg(rate));
+        } else if (rate != 0) {
             m_bus.setBaudrate(rate);
         }
         reply(link, frame.command, payload);
         break;
     case Cim::RM_CMD_RESET:
-        m_measureTimer.stop();
-        m_bitsPerSecond = 0;
+        if (m_admits) {
+            Q_EMIT changeIgnored(QStringLiteral("a reset"));
+        } else {
+            m_measureTimer.stop();
+            m_bitsPerSecond = 0;
+        }
         break;
     default:
         break;
@@ -235,12 +247,14 @@ void CSimGateway::reply(CSimLink& link, std::uint8_t command, const QByteArray& 
     }
 }
 
-void CSimGateway::sendMessage(const Cim::CCanMessage& message)
+void CSimGateway::sendMessage(const Cim::CCanMessage& message, const QObject* except)
 {
     std::uint8_t payload[10] = {message.id().high(), message.id().low()};
     std::copy_n(message.data(), message.length(), payload + 2);
     for (const auto& link : m_links) {
-        link->send(Cim::RM_CMD_RX11BIT_MSG, payload, 2 + message.length());
+        if (link.get() != except) {
+            link->send(Cim::RM_CMD_RX11BIT_MSG, payload, 2 + message.length());
+        }
     }
 }
 
@@ -309,6 +323,12 @@ void CSimGateway::setMaxClients(int count)
 {
     m_maxClients = std::max(count, 1);
     updateListening();
+}
+
+void CSimGateway::share(std::function<bool(QTcpSocket&)> admits)
+{
+    m_admits = std::move(admits);
+    startMeasuring(SHARED_MEASURING_MS);
 }
 
 void CSimGateway::dropLinks()

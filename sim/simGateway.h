@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -88,6 +89,10 @@ public:
     void setFaults(const SSimFaults& faults);
     /// TCP hosts, and UDP hosts, that are served at a time; 1 at first.
     void setMaxClients(int count);
+    /// Makes it a gateway that serves many hosts at once, over TCP alone, to be called before `listen`. Each hears what
+    /// the others send, and none changes anything for the others: bit rate requests, resets and measuring intervals are
+    /// answered and ignored, the bus load is measured over a second. `admits` says who may connect.
+    void share(std::function<bool(QTcpSocket&)> admits);
     /// Every message of a host is put on the bus a second time, by somebody else: it comes back to that host.
     void setEcho(bool echo) { m_echo = echo; }
 
@@ -115,6 +120,10 @@ Q_SIGNALS:
     void requestReceived(int command, const QByteArray& payload);
     /// A CAN message of a host, before it is put on the bus.
     void messageReceived(const vexmor::Cim::CCanMessage& message);
+    /// A host of a shared gateway asked for what would change something for the others.
+    void changeIgnored(const QString& what);
+    /// A host reads too slowly and missed so many frames; it gets a status report when it reads again.
+    void framesLost(int count);
 
 private:
     void updateListening();
@@ -126,7 +135,7 @@ private:
 
     void handle(CSimLink& link, const Cim::SRmFrame& received);
     void reply(CSimLink& link, std::uint8_t command, const QByteArray& payload);
-    void sendMessage(const Cim::CCanMessage& message);
+    void sendMessage(const Cim::CCanMessage& message, const QObject* except = nullptr);
     void startMeasuring(int intervalMs);
     void measure();
     std::uint16_t measuredValue() const;
@@ -140,6 +149,7 @@ private:
     QHostAddress m_address;
     std::uint16_t m_port = 0;
     int m_maxClients = 1;
+    std::function<bool(QTcpSocket&)> m_admits; ///< null: the gateway is not shared
     bool m_echo = false;
     std::vector<std::unique_ptr<CSimLink>> m_links; ///< oldest first
     QTimer m_listenTimer;

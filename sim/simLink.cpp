@@ -2,6 +2,8 @@
 
 #include <QPointer>
 
+#include <utility>
+
 namespace vexmor::Sim
 {
 namespace
@@ -108,9 +110,9 @@ void CSimLink::flush()
         if (m_faults.mergeCount > 1 && !front.sealed && m_chunks.size() == 1) {
             return; // waits for the frames it is joined with
         }
-        const QByteArray bytes = front.bytes;
+        const SChunk chunk = front;
         m_chunks.pop_front();
-        write(bytes);
+        write(chunk);
         if (self && m_faults.cutAt > 0 && !m_chunks.empty()) {
             m_flushTimer.start(m_faults.cutDelayMs);
             return;
@@ -118,12 +120,23 @@ void CSimLink::flush()
     }
 }
 
-void CSimLink::write(const QByteArray& bytes)
+void CSimLink::write(const SChunk& chunk)
 {
     if (m_udp != nullptr) {
-        m_udp->writeDatagram(bytes, m_address, m_port);
-    } else if (m_tcp->isOpen() && m_tcp->bytesToWrite() < SEND_LIMIT) { // closed: `disconnected` is on its way
-        m_tcp->write(bytes);
+        m_udp->writeDatagram(chunk.bytes, m_address, m_port);
+    } else if (m_tcp->isOpen()) { // closed: `disconnected` is on its way
+        m_tcp->flush();
+        if (m_tcp->bytesToWrite() >= SEND_LIMIT) {
+            m_hasLost = true;
+            Q_EMIT framesLost(chunk.frames);
+            return;
+        }
+        if (std::exchange(m_hasLost, false)) {
+            std::uint8_t report[Cim::RM_BUFFER_SIZE];
+            const auto size = Cim::rmFrameBytes(Cim::RM_CMD_STATUS, &STATUS_BUFFER_OVERFLOW, 1, report);
+            m_tcp->write(reinterpret_cast<const char*>(report), static_cast<qint64>(size));
+        }
+        m_tcp->write(chunk.bytes);
         m_tcp->flush();
     }
 }

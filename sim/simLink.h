@@ -16,6 +16,10 @@
 namespace vexmor::Sim
 {
 
+/// Flags of the status reports that a gateway sends by itself.
+constexpr std::uint8_t STATUS_BUFFER_OVERFLOW = 0x01;
+constexpr std::uint8_t STATUS_TRANSMIT_TIMEOUT = 0x02;
+
 /// One host as a gateway sees it: a TCP connection, or the address that UDP datagrams come from. Cuts what the host
 /// sends into frames, and sends frames with the gateway's faults. The frames of one turn of the event loop leave in one
 /// write.
@@ -24,7 +28,8 @@ class CSimLink : public QObject
     Q_OBJECT
 
 public:
-    /// What may wait for a TCP host that does not read; frames past it are dropped.
+    /// What may wait for a TCP host that does not read; frames past it are dropped, and a status report tells the host
+    /// when it reads again.
     static constexpr qint64 SEND_LIMIT = 4LL * 1024 * 1024;
 
     /// Takes the connection over. `faults` must outlive the link.
@@ -52,6 +57,7 @@ public:
 
 Q_SIGNALS:
     void frameReceived(const vexmor::Cim::SRmFrame& frame);
+    void framesLost(int count);
     void disconnected();
 
 private:
@@ -63,7 +69,7 @@ private:
 
     void append(const QByteArray& bytes, bool sealed);
     void flush();
-    void write(const QByteArray& bytes);
+    void write(const SChunk& chunk);
     void readTcp();
 
     const SSimFaults& m_faults;
@@ -75,6 +81,7 @@ private:
     std::deque<SChunk> m_chunks;
     QTimer m_flushTimer;
     int m_frameCount = 0; ///< sent so far: every Nth one is faulty
+    bool m_hasLost = false;
 };
 
 } // namespace vexmor::Sim

@@ -17,7 +17,9 @@ constexpr int SILENCE_MS = 1000;
 } // namespace
 
 SGateway::SGateway(SContext& context, const STargetOptions& options, const QString& text)
-    : target(plugins(context), text, options.settings), hosted(target.makeInterface()), summary(hosted)
+    : target(valueOf(CTarget::find(plugins(context), text, options.settings))),
+      hosted(valueOf(target.makeInterface())),
+      summary(hosted)
 {
 }
 

@@ -2,9 +2,9 @@
 
 #include "apps/cimctl/command.h"
 #include "apps/cimctl/summary.h"
-#include "apps/cimctl/target.h"
 #include "apps/common/hostedInterface.h"
 #include "apps/common/interruption.h"
+#include "apps/common/target.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>

@@ -1,8 +1,8 @@
 // The commands about the settings store: list, add, show, remove.
 #include "apps/cimctl/command.h"
-#include "apps/cimctl/target.h"
 #include "apps/common/gatewayAddress.h"
 #include "apps/common/interfaceStore.h"
+#include "apps/common/target.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 

@@ -152,7 +152,7 @@ void addDump(CLI::App& app, Action& chosen)
     const auto options = std::make_shared<SDumpOptions>();
     CLI::App& command = addCommand(app, chosen, "dump", "Print messages as they come",
                                    [options](SContext& context) { return dump(context, *options); });
-    options->target.addTo(command, true);
+    options->target.addTo(command, STargetOptions::ENumber::eSeveral);
     addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
     addNumber(command, "-s,--seconds", options->seconds, 0.001, 1e6, "End so many seconds after the interface is open",
               "S");

@@ -13,7 +13,7 @@ CEmbeddedSim::CEmbeddedSim() : m_gateway(m_bus), m_generator(m_bus), m_replay(m_
 {
     m_gateway.setEcho(true);
     connect(&m_bus, &Sim::CSimBus::messageSent, this,
-            [this](const Cim::CCanMessage& /*message*/, const Sim::CSimGateway* sender) {
+            [this](const Cim::CCanMessage& /*message*/, const QObject* sender) {
                 m_messagesToHost += sender != &m_gateway ? 1 : 0;
             });
     connect(&m_replay, &Sim::CSimReplay::finished, this, [this] { Q_EMIT logEnded(QString()); });

@@ -36,7 +36,7 @@ void CStage::forget()
     m_received.clear();
 }
 
-void CStage::onBusMessage(const Cim::CCanMessage& message, const Sim::CSimGateway* sender)
+void CStage::onBusMessage(const Cim::CCanMessage& message, const QObject* sender)
 {
     const std::uint16_t id = message.id().value();
     m_idsOnBus[id % ID_COUNT] = true;

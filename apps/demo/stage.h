@@ -42,7 +42,7 @@ public:
     int lastError() const { return m_lastError; }
 
 private:
-    void onBusMessage(const Cim::CCanMessage& message, const Sim::CSimGateway* sender);
+    void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);
 
     Sim::CSimBus m_bus;
     Sim::CSimGateway m_gateway;

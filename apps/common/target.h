@@ -16,19 +16,17 @@ class CCanInterface;
 
 namespace vexmor::Apps
 {
-class CEmbeddedSim;
-}
 
-namespace vexmor::Apps::Cimctl
-{
+class CEmbeddedSim;
 
 /// What the user typed to say which gateway.
 struct STargetOptions {
     QStringList texts; ///< TARGET, one at least
     Settings settings; ///< of the options beside it; not for a stored name
 
+    enum class ENumber { eOne, eSeveral, eAny };
     /// Adds TARGET, or TARGETS, and the options beside it to a command.
-    void addTo(CLI::App& command, bool several = false);
+    void addTo(CLI::App& command, ENumber number = ENumber::eOne);
 };
 
 /// Adds an option for a parameter of an interface.
@@ -43,20 +41,23 @@ void addInterfaceSettings(CLI::App& command, Settings& settings);
 class CTarget
 {
 public:
-    /// Throws a problem when the text is none of these, and when a simulated gateway cannot start.
-    CTarget(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
+    /// Fails when the text is none of these, and when a simulated gateway cannot start.
+    static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
+    CTarget(CTarget&&) noexcept;
     ~CTarget();
 
-    /// A new, closed interface for the gateway. Throws a problem when the plugin refuses the settings.
-    std::unique_ptr<Cim::CCanInterface> makeInterface() const;
+    /// A new, closed interface for the gateway. Fails when the plugin refuses the settings.
+    Result<std::unique_ptr<Cim::CCanInterface>> makeInterface() const;
     /// As it was typed.
     QString name() const { return m_name; }
     /// The simulated gateway, null for a real one.
     CEmbeddedSim* sim() const { return m_sim.get(); }
 
 private:
-    const std::vector<SPlugin> m_plugins;
-    const QString m_name;
+    CTarget(std::vector<SPlugin> plugins, QString name);
+
+    std::vector<SPlugin> m_plugins;
+    QString m_name;
     bool m_isStored = false;
     Settings m_settings;
     std::unique_ptr<CEmbeddedSim> m_sim;
@@ -65,4 +66,4 @@ private:
 /// True for a target text that stands for a simulated gateway.
 bool isSimTarget(const QString& text);
 
-} // namespace vexmor::Apps::Cimctl
+} // namespace vexmor::Apps

@@ -1,6 +1,5 @@
-#include "apps/cimctl/target.h"
+#include "apps/common/target.h"
 
-#include "apps/cimctl/command.h"
 #include "apps/common/embeddedSim.h"
 #include "apps/common/gatewayAddress.h"
 #include "apps/common/interfaceStore.h"
@@ -12,7 +11,7 @@
 
 #include <algorithm>
 
-namespace vexmor::Apps::Cimctl
+namespace vexmor::Apps
 {
 namespace
 {
@@ -32,26 +31,30 @@ bool mayBeHostName(const QString& text)
 }
 
 /// The same with the address of the host.
-QString resolved(const QString& text)
+Result<QString> resolved(const QString& text)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
     const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
     const auto isIpv4 = [](const QHostAddress& one) { return one.protocol() == QAbstractSocket::IPv4Protocol; };
     const auto found = std::find_if(addresses.begin(), addresses.end(), isIpv4);
     if (found == addresses.end()) {
-        throw SProblem{QStringLiteral("the host %1 has no IPv4 address").arg(host)};
+        return SProblem{QStringLiteral("the host %1 has no IPv4 address").arg(host)};
     }
     return found->toString() + text.mid(host.size());
 }
 } // namespace
 
-void STargetOptions::addTo(CLI::App& command, bool several)
+void STargetOptions::addTo(CLI::App& command, ENumber number)
 {
-    if (several) {
-        addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim").required().several();
-    } else {
+    if (number == ENumber::eOne) {
         const auto take = [this](const QString& text) { texts.append(text); };
         addText(command, "TARGET", take, "The gateway: a stored name, an address, or sim", {}).required();
+    } else {
+        COption targets =
+            addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim").several();
+        if (number == ENumber::eSeveral) {
+            targets.required();
+        }
     }
     addInterfaceSettings(command, settings);
     setFooter(command, TARGET_HELP);
@@ -83,48 +86,67 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
     addFlag(command, "--udp-any", bindAny, "UDP: receive on all addresses of this computer").group("Interface");
 }
 
-CTarget::CTarget(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
-    : m_plugins(std::move(plugins)), m_name(text), m_settings(settings)
-{
-    CInterfaceStore store;
-    require(store.failure());
-    m_isStored = store.contains(text);
-    if (m_isStored) {
-        if (!settings.isEmpty()) {
-            failUsage(
-                QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
-                    .arg(text, settings.firstKey()));
-        }
-        m_settings = store.settings(text);
-    } else if (isSimTarget(text)) {
-        m_sim = std::make_unique<CEmbeddedSim>();
-        require(m_sim->start(text.mid(SIM_LOG.size())));
-        m_settings.insert(StoreKey::ADDRESS, m_sim->gateway().address().toString());
-        m_settings.insert(StoreKey::PORT, QString::number(m_sim->gateway().port()));
-        if (!m_settings.contains(StoreKey::BAUDRATE)) {
-            m_settings.insert(StoreKey::BAUDRATE, QString::number(m_sim->bus().baudrate()));
-        }
-    } else if (isAddress(text) || mayBeHostName(text)) {
-        m_settings = valueOf(readAddress(isAddress(text) ? text : resolved(text), m_settings));
-    } else {
-        failUsage(
-            QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
-                .arg(text));
-    }
-}
+CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
+
+CTarget::CTarget(CTarget&&) noexcept = default;
 
 CTarget::~CTarget() = default;
 
-std::unique_ptr<Cim::CCanInterface> CTarget::makeInterface() const
+Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
+{
+    const auto wrong = [](const QString& problem) { return SProblem{problem, 0, true}; };
+    CTarget target(std::move(plugins), text);
+    CInterfaceStore store;
+    if (Failure failure = store.failure()) {
+        return *failure;
+    }
+    target.m_isStored = store.contains(text);
+    if (target.m_isStored) {
+        if (!settings.isEmpty()) {
+            return wrong(
+                QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
+                    .arg(text, settings.firstKey()));
+        }
+        target.m_settings = store.settings(text);
+    } else if (isSimTarget(text)) {
+        target.m_sim = std::make_unique<CEmbeddedSim>();
+        if (Failure failure = target.m_sim->start(text.mid(SIM_LOG.size()))) {
+            return *failure;
+        }
+        target.m_settings = settings;
+        target.m_settings.insert(StoreKey::ADDRESS, target.m_sim->gateway().address().toString());
+        target.m_settings.insert(StoreKey::PORT, QString::number(target.m_sim->gateway().port()));
+        if (!settings.contains(StoreKey::BAUDRATE)) {
+            target.m_settings.insert(StoreKey::BAUDRATE, QString::number(target.m_sim->bus().baudrate()));
+        }
+    } else if (isAddress(text) || mayBeHostName(text)) {
+        auto address = isAddress(text) ? Result<QString>(text) : resolved(text);
+        auto read = address ? readAddress(*address, settings) : address.problem();
+        if (!read) {
+            return read.problem();
+        }
+        target.m_settings = *read;
+    } else {
+        return wrong(
+            QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
+                .arg(text));
+    }
+    return Result<CTarget>(std::move(target));
+}
+
+Result<std::unique_ptr<Cim::CCanInterface>> CTarget::makeInterface() const
 {
     const QString owner = m_settings.value(StoreKey::PLUGIN_NAME);
     const SPlugin* const plugin = pluginNamed(m_plugins, owner);
     if (plugin == nullptr) {
-        throw SProblem{QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_name, owner)};
+        return SProblem{QStringLiteral("'%1' belongs to the plugin %2, which was not found").arg(m_name, owner)};
     }
     std::unique_ptr<Cim::CCanInterface> canInterface(plugin->object->createInterface());
-    require(m_isStored ? CInterfaceStore::load(*canInterface, m_name) : applySettings(*canInterface, m_settings));
-    return canInterface;
+    if (Failure failure =
+            m_isStored ? CInterfaceStore::load(*canInterface, m_name) : applySettings(*canInterface, m_settings)) {
+        return *failure;
+    }
+    return Result<std::unique_ptr<Cim::CCanInterface>>(std::move(canInterface));
 }
 
 bool isSimTarget(const QString& text)
@@ -132,4 +154,4 @@ bool isSimTarget(const QString& text)
     return text == SIM || text.startsWith(SIM_LOG);
 }
 
-} // namespace vexmor::Apps::Cimctl
+} // namespace vexmor::Apps
