@@ -1,0 +1,84 @@
+#include "apps/cimshare/access.h"
+
+#include "apps/common/gatewayAddress.h"
+
+#include <QTcpSocket>
+
+#include <algorithm>
+#ifdef __linux__
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#endif
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+constexpr int IPV4_BITS = 32;
+
+/// A client whose computer vanished is gone after about 30 s, whether something is under way to it or not.
+void noticeItsLoss(QTcpSocket& socket)
+{
+    socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+#ifdef __linux__
+    const auto set = [&socket](int option, int value) {
+        setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
+    };
+    set(TCP_KEEPIDLE, 15);
+    set(TCP_KEEPINTVL, 5);
+    set(TCP_KEEPCNT, 3);
+    set(TCP_USER_TIMEOUT, 30'000);
+#endif
+}
+} // namespace
+
+Failure SAccess::addNetwork(const QString& text)
+{
+    const QString address = plainAddress(text.section(QLatin1Char('/'), 0, 0));
+    bool isPrefix = true;
+    const int prefix = text.contains(QLatin1Char('/')) ? text.section(QLatin1Char('/'), 1).toInt(&isPrefix) : IPV4_BITS;
+    if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
+        return SProblem{QStringLiteral("'%1' is no network like 192.168.1.0/24").arg(text), 0, true};
+    }
+    networks.append({QHostAddress(address), prefix});
+    return {};
+}
+
+bool SAccess::admits(QTcpSocket& socket, const QString& port, CEventLog& log) const
+{
+    const QHostAddress peer(socket.peerAddress().toIPv4Address());
+    const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
+    const bool isAdmitted = networks.isEmpty() || std::any_of(networks.begin(), networks.end(), holds);
+    const QJsonObject fields{{QStringLiteral("client"), peerOf(socket)}, {QStringLiteral("port"), port}};
+    if (!isAdmitted) {
+        log.tell(QStringLiteral("notAllowed"),
+                 QStringLiteral("%1: %2 may not connect (--allow)").arg(port, peerOf(socket)), fields);
+        return false;
+    }
+    noticeItsLoss(socket);
+    socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    log.tell(QStringLiteral("connected"), QStringLiteral("%1: %2 connected").arg(port, peerOf(socket)), fields);
+    return true;
+}
+
+Result<SListenAddress> SListenAddress::read(const QString& text)
+{
+    const int colon = text.lastIndexOf(QLatin1Char(':'));
+    const QString address = colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon));
+    bool isPort = false;
+    const ushort port = text.midRef(colon + 1).toUShort(&isPort);
+    if (address.isEmpty() || !isPort) {
+        return SProblem{QStringLiteral("'%1' is no [ADDRESS:]PORT like 0.0.0.0:29536").arg(text), 0, true};
+    }
+    return SListenAddress{QHostAddress(address), port};
+}
+
+QString peerOf(const QTcpSocket& socket)
+{
+    return QStringLiteral("%1:%2")
+        .arg(QHostAddress(socket.peerAddress().toIPv4Address()).toString())
+        .arg(socket.peerPort());
+}
+
+} // namespace vexmor::Apps::Cimshare

@@ -1,0 +1,119 @@
+// cimshare: shares CAN interfaces with many programs. Here stands what can be typed.
+#include "apps/cimshare/shareService.h"
+#include "apps/common/exitCodes.h"
+#include "apps/common/interruption.h"
+#include "apps/common/options.h"
+#include "apps/common/program.h"
+#include "apps/common/translations.h"
+
+#include <CLI/CLI.hpp>
+#include <QCoreApplication>
+#include <QHostInfo>
+
+#include <cstdio>
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+/// Text that becomes a value, or is refused in words of its own.
+template <typename Take>
+COption addValue(CLI::App& app, const std::string& name, const std::string& type, const std::string& help, Take take)
+{
+    const auto check = [take](const QString& text) {
+        if (const Failure failure = take(text)) {
+            throw CLI::ValidationError(failure->text.toStdString());
+        }
+    };
+    return addText(app, name, check, help, type);
+}
+
+void addListening(CLI::App& app, const std::string& name, std::optional<SListenAddress>& address,
+                  const std::string& help)
+{
+    addValue(app, name, "[ADDRESS:]PORT", help, [&address](const QString& text) -> Failure {
+        auto read = SListenAddress::read(text);
+        if (!read) {
+            return read.problem();
+        }
+        address = *read;
+        return {};
+    });
+}
+
+void addMqtt(CLI::App& app, SShareOptions& options)
+{
+    constexpr char GROUP[] = "MQTT";
+    SBroker& broker = options.broker;
+    options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
+    const COption host =
+        addValue(app, "--mqtt", "HOST[:PORT]", "Publish at this broker", [&broker](const QString& text) {
+            return broker.setAddress(text);
+        }).group(GROUP);
+    const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
+        addText(app, name, value, help, type).group(GROUP).needs(host);
+    };
+    add("--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this computer)", "TOPIC");
+    addFlag(app, "--mqtt-per-message", options.mqtt.isMessageEach,
+            "A publication for each message, as NAME/IDENTIFIER, instead of log lines")
+        .group(GROUP)
+        .needs(host);
+    add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
+    add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
+    add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");
+    add("--mqtt-key", broker.keyFile, "Its key", "FILE");
+}
+
+void addOptions(CLI::App& app, SShareOptions& options)
+{
+    app.set_version_flag("--version", "cimshare " CIM_VERSION);
+    app.set_config("--config", "", "Read options from a file: name=value, a line each")->type_name("FILE");
+    options.targets.addTo(app, STargetOptions::ENumber::eAny);
+    addFlag(app, "--all", options.allStored, "Share all stored interfaces");
+    addListening(app, "--socketcand", options.socketcand, "Serve socketcand clients, all buses by name (port 29536)");
+    addFlag(app, "--beacon", options.beacon, "Tell the network of it by broadcast");
+    addListening(app, "--t93", options.t93, "Be a T93 gateway for other hosts, a port for each bus, counting up");
+    addFlag(app, "--allow-send", options.allowSend, "Clients may send; else they listen only");
+    addTexts(app, "--allow", options.networks, "Clients from there only; may be given again", "ADDRESS[/PREFIX]");
+    addMqtt(app, options);
+    addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
+             "SECONDS");
+    addFlag(app, "--json", options.json, "Every line a JSON object");
+    addText(app, "--plugin", options.plugins.file, "The plugin library to use", "FILE");
+    addText(app, "--plugin-dir", options.plugins.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
+            "DIR");
+}
+
+int cimshare(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    installTranslations(application, {QStringLiteral("interfaceT93")});
+
+    const auto tell = [](const QString& problem) { std::fprintf(stderr, "cimshare: %s\n", qPrintable(problem)); };
+    CLI::App app(
+        "Shares CAN buses behind T93 gateways with many programs: as socketcand, as a T93 gateway, over MQTT.\n"
+        "Listens on 127.0.0.1 unless an address is given.",
+        "cimshare");
+    SShareOptions options;
+    addOptions(app, options);
+    if (const auto exitCode = parseCommandLine(app, argc, argv, tell)) {
+        return *exitCode;
+    }
+    CInterruption interruption;
+    QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);
+    CShareService service(std::move(options));
+    if (const Failure failure = service.start()) {
+        tell(failure->text);
+        return failure->isUsage ? eWrongUsage : eRefused;
+    }
+    return QCoreApplication::exec();
+}
+} // namespace
+} // namespace vexmor::Apps::Cimshare
+
+int main(int argc, char** argv)
+{
+    return vexmor::Apps::runProgram("cimshare", [=] { return vexmor::Apps::Cimshare::cimshare(argc, argv); });
+}

@@ -1,0 +1,209 @@
+#include "apps/cimshare/mqttLink.h"
+
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+#include <utility>
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+constexpr int KEEPALIVE_S = 10;
+constexpr int LOOP_MS = 200;
+constexpr int FIRST_PAUSE_S = 1;
+constexpr int LONGEST_PAUSE_S = 30;
+constexpr int END_MS = 1000;
+/// Publications that may wait for the broker; each is some kilobytes at most.
+constexpr std::size_t WAITING_LIMIT = 2000;
+constexpr int MAX_PAYLOAD = 64 * 1024;
+constexpr int REFUSED_VERSION_3 = 1; // CONNACK of MQTT 3.1.1
+
+QString textOf(int code)
+{
+    const QString text = QString::fromUtf8(mosquitto_strerror(code));
+    return code == MOSQ_ERR_ERRNO ? QString::fromLocal8Bit(std::strerror(errno)) : text;
+}
+
+const char* orNull(const QByteArray& text)
+{
+    return text.isEmpty() ? nullptr : text.constData();
+}
+
+void initialiseLibrary()
+{
+    static const struct SLibrary {
+        SLibrary() { mosquitto_lib_init(); }
+        ~SLibrary() { mosquitto_lib_cleanup(); }
+        SLibrary(const SLibrary&) = delete;
+        SLibrary& operator=(const SLibrary&) = delete;
+    } LIBRARY;
+}
+} // namespace
+
+Failure SBroker::setAddress(const QString& text)
+{
+    const QStringList parts = text.split(QLatin1Char(':'));
+    bool isPort = true;
+    port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
+    host = parts.at(0);
+    const bool isAddress = !host.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
+    return isAddress ? Failure() : SProblem{QStringLiteral("'%1' is no HOST[:PORT]").arg(text), 0, true};
+}
+
+void CMqttLink::SDeleter::operator()(mosquitto* client) const
+{
+    mosquitto_destroy(client);
+}
+
+CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
+{
+    initialiseLibrary();
+    m_client.reset(mosquitto_new(nullptr, true, this));
+    mosquitto_threaded_set(m_client.get(), true);
+    mosquitto_will_set(m_client.get(), willTopic.toUtf8().constData(), willPayload.size(), willPayload.constData(), 0,
+                       true);
+    mosquitto_connect_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int code) {
+        static_cast<CMqttLink*>(link)->onConnect(code);
+    });
+    mosquitto_publish_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int id) {
+        auto* const self = static_cast<CMqttLink*>(link);
+        const std::lock_guard<std::mutex> guard(self->m_lock);
+        self->m_waiting.erase(id);
+    });
+    mosquitto_message_callback_set(
+        m_client.get(), [](mosquitto* /*client*/, void* link, const mosquitto_message* message) {
+            const QByteArray payload(static_cast<const char*>(message->payload),
+                                     std::min(message->payloadlen, MAX_PAYLOAD));
+            Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload);
+        });
+}
+
+CMqttLink::~CMqttLink()
+{
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_isEnding = true;
+    }
+    m_wakeUp.notify_all();
+    mosquitto_disconnect(m_client.get());
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+Failure CMqttLink::start(const SBroker& broker)
+{
+    m_broker = broker;
+    const auto failed = [](int code, const QString& what) {
+        return SProblem{QStringLiteral("%1: %2").arg(what, textOf(code)), 0, true};
+    };
+    if (!broker.credentialsFile.isEmpty()) {
+        QFile file(broker.credentialsFile);
+        if (!file.open(QIODevice::ReadOnly)) {
+            return SProblem{QStringLiteral("%1: %2").arg(broker.credentialsFile, file.errorString()), 0, true};
+        }
+        const QByteArray user = file.readLine().trimmed();
+        mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());
+    }
+    if (!broker.caFile.isEmpty()) {
+        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(broker.caFile).constData(), nullptr,
+                                           orNull(QFile::encodeName(broker.certificateFile)),
+                                           orNull(QFile::encodeName(broker.keyFile)), nullptr);
+        if (code != MOSQ_ERR_SUCCESS) {
+            return failed(code, QStringLiteral("certificates"));
+        }
+    }
+    if (m_broker.port == 0) {
+        m_broker.port = broker.caFile.isEmpty() ? 1883 : 8883;
+    }
+    m_thread = std::thread([this] { run(); });
+    return {};
+}
+
+bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int owner, int messages)
+{
+    const std::lock_guard<std::mutex> guard(m_lock); // the thread hears that it left behind this only
+    int id = 0;
+    if (!m_isConnected || m_waiting.size() >= WAITING_LIMIT ||
+        mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
+                          isRetained) != MOSQ_ERR_SUCCESS) {
+        return false;
+    }
+    m_waiting[id] = {owner, messages};
+    return true;
+}
+
+// ---- In the thread of the connection ----
+
+void CMqttLink::run()
+{
+    int pause = FIRST_PAUSE_S;
+    do {
+        m_wasConnected = false;
+        runOnce();
+        pause = m_wasConnected ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
+    } while (waitBeforeNext(pause));
+}
+
+/// One connection, from the first attempt to its end.
+void CMqttLink::runOnce()
+{
+    m_problem.clear();
+    m_isNotUnderstood = false;
+    mosquitto_int_option(m_client.get(), MOSQ_OPT_PROTOCOL_VERSION,
+                         m_usesVersion5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
+    int code = mosquitto_connect_async(m_client.get(), m_broker.host.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
+    int ending = 0;
+    while (code == MOSQ_ERR_SUCCESS && ending < END_MS) {
+        code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
+        const std::lock_guard<std::mutex> guard(m_lock);
+        ending += m_isEnding ? LOOP_MS : 0;
+    }
+    const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
+    if (m_isNotUnderstood || (!m_wasConnected && (code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_PROTOCOL))) {
+        m_usesVersion5 = !m_usesVersion5;
+    }
+    decltype(m_waiting) neverLeft;
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_isConnected = false;
+        neverLeft.swap(m_waiting);
+    }
+    for (const auto& [id, stake] : neverLeft) {
+        Q_EMIT lost(stake.owner, stake.messages);
+    }
+    Q_EMIT disconnected(why);
+}
+
+/// False when the link ends.
+bool CMqttLink::waitBeforeNext(int seconds)
+{
+    std::unique_lock<std::mutex> guard(m_lock);
+    return !m_wakeUp.wait_for(guard, std::chrono::seconds(seconds), [this] { return m_isEnding; });
+}
+
+void CMqttLink::onConnect(int code)
+{
+    if (code != 0) {
+        m_problem = QString::fromUtf8(m_usesVersion5 ? mosquitto_reason_string(code) : mosquitto_connack_string(code));
+        m_isNotUnderstood = code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION || code == REFUSED_VERSION_3;
+        return;
+    }
+    for (const QString& topic : std::as_const(m_subscriptions)) {
+        mosquitto_subscribe(m_client.get(), nullptr, topic.toUtf8().constData(), 0);
+    }
+    m_wasConnected = true;
+    {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_isConnected = true;
+    }
+    Q_EMIT connected();
+}
+
+} // namespace vexmor::Apps::Cimshare

@@ -1,0 +1,105 @@
+#include "apps/cimshare/sharedBus.h"
+
+#include "apps/common/embeddedSim.h"
+#include "cim/resultCodes.h"
+
+#include <QHostAddress>
+#include <QNetworkProxy>
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+constexpr int LOOK_AT_LINK_MS = 100;
+constexpr int RETRY_MS = 3000;
+/// A gateway that was just asked whether it is there gives its only connection away again.
+constexpr int AFTER_PROBE_MS = 100;
+
+void count(CSharedBus::SCount& total, const Cim::CCanMessage& message)
+{
+    ++total.messages;
+    total.bytes += message.length();
+}
+} // namespace
+
+CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
+    : m_target(std::move(target)), m_hosted(std::move(canInterface)), m_allowSend(allowSend)
+{
+    m_probe.setProxy(QNetworkProxy::NoProxy);
+    m_linkTimer.setInterval(LOOK_AT_LINK_MS);
+    m_retryTimer.setInterval(RETRY_MS);
+    connect(&m_linkTimer, &QTimer::timeout, this, &CSharedBus::lookAtLink);
+    connect(&m_retryTimer, &QTimer::timeout, this, &CSharedBus::probe);
+    connect(&m_probe, &QTcpSocket::connected, this, [this] {
+        m_retryTimer.stop();
+        m_probe.abort();
+        QTimer::singleShot(AFTER_PROBE_MS, this, &CSharedBus::open);
+    });
+    connect(&m_hosted, &CHostedInterface::errorRaised, this, &CSharedBus::lookAtLink);
+    connect(&m_hosted, &CHostedInterface::received, this, [this](const Cim::CCanMessage& message) {
+        count(m_received, message);
+        CSimBus::send(message, nullptr);
+    });
+}
+
+void CSharedBus::open()
+{
+    Cim::CCanInterface& canInterface = m_hosted.canInterface();
+    const int code = canInterface.openCommunication();
+    if (code != Cim::RC_OK) {
+        if (!m_retryTimer.isActive()) {
+            Q_EMIT connectionChanged(false, canInterface.errorCodeToString(code));
+        }
+        m_retryTimer.start();
+        return;
+    }
+    m_linkTimer.start();
+    lookAtLink();
+    if (m_target.sim() != nullptr) {
+        m_target.sim()->startTraffic();
+    }
+}
+
+bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
+{
+    if (!m_allowSend) {
+        m_refusal = QStringLiteral("clients may listen only (--allow-send)");
+        return false;
+    }
+    if (const int code = m_hosted.send(message); code != Cim::RC_OK) {
+        m_refusal = m_hosted.canInterface().errorCodeToString(code);
+        return false;
+    }
+    count(m_sent, message);
+    return CSimBus::send(message, sender);
+}
+
+void CSharedBus::lookAtLink()
+{
+    const Cim::CCommonInfo& info = m_hosted.canInterface().commonInfo();
+    const bool isConnected = info.connectionState() == Cim::CCommonInfo::eConnected;
+    if (isConnected != m_isConnected) {
+        m_isConnected = isConnected;
+        Q_EMIT connectionChanged(isConnected, {});
+    }
+    const QString identity = info.interfaceId() + info.firmwareVersion();
+    if (identity != m_identity && !info.interfaceId().isEmpty() && !info.firmwareVersion().isEmpty()) {
+        m_identity = identity;
+        Q_EMIT identified();
+    }
+}
+
+/// Asks whether anybody is there without waiting for it: to open the interface would stop all buses for a second.
+void CSharedBus::probe()
+{
+    const Cim::CCanInterface& canInterface = m_hosted.canInterface();
+    if (canInterface.property("Protocol").toString() == QLatin1String("UDP")) { // nobody is waited for
+        open();
+        return;
+    }
+    m_probe.abort();
+    m_probe.connectToHost(QHostAddress(canInterface.property("IPAddress").toString()),
+                          static_cast<quint16>(canInterface.property("Port").toUInt()));
+}
+
+} // namespace vexmor::Apps::Cimshare

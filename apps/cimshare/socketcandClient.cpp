@@ -1,0 +1,265 @@
+#include "apps/cimshare/socketcandClient.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+constexpr int TIME_TO_OPEN_MS = 10'000;
+/// Clients take what they read behind a command for the answer: the first frame must not come along with it.
+constexpr int QUIET_MS = 50;
+/// May wait for a client that does not read: about two seconds of a full bus.
+constexpr qint64 SEND_LIMIT = 1024LL * 1024;
+/// And of what it sent and nobody has looked at yet.
+constexpr qint64 READ_LIMIT = 64LL * 1024;
+constexpr std::int64_t MICROSECONDS_A_MS = 1000;
+
+int roundedMs(std::int64_t microseconds)
+{
+    return static_cast<int>((microseconds + MICROSECONDS_A_MS - 1) / MICROSECONDS_A_MS);
+}
+
+bool differ(const Cim::CCanMessage& one, const Cim::CCanMessage& other, const Cim::CCanMessage& mask)
+{
+    bool result = one.length() != other.length();
+    for (unsigned int i = 0; i < mask.length(); ++i) {
+        result = result || ((one.data()[i] ^ other.data()[i]) & mask.data()[i]) != 0;
+    }
+    return result;
+}
+} // namespace
+
+CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses)
+    : m_socket(socket), m_buses(buses)
+{
+    m_socket->setParent(nullptr);
+    m_socket->setReadBufferSize(READ_LIMIT);
+    m_openTimer.setSingleShot(true);
+    m_quietTimer.setSingleShot(true);
+    connect(m_socket.get(), &QTcpSocket::readyRead, this, &CSocketcandClient::onReadyRead);
+    connect(m_socket.get(), &QTcpSocket::disconnected, this, &CSocketcandClient::disconnected, Qt::QueuedConnection);
+    connect(&m_openTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
+    connect(&m_quietTimer, &QTimer::timeout, this, [this] { m_socket->write(std::exchange(m_waiting, {})); });
+    connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::tellStatistics);
+    m_openTimer.start(TIME_TO_OPEN_MS);
+    answer("< hi >");
+}
+
+// ---- To the client ----
+
+void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArray& element)
+{
+    if (m_mode == EMode::eRaw) {
+        write(element);
+    } else if (m_mode == EMode::eBroadcastManager) {
+        const auto found = m_subscriptions.find(message.id().value());
+        if (found != m_subscriptions.end()) {
+            tellSubscribed(*found->second, message, element);
+        }
+    }
+}
+
+void CSocketcandClient::tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message,
+                                       const QByteArray& element)
+{
+    const bool isTold = subscription.mask.length() == 0 || !subscription.hasLast ||
+                        differ(message, subscription.last, subscription.mask);
+    subscription.last = message;
+    subscription.hasLast = true;
+    if (!isTold) {
+        return;
+    }
+    if (subscription.timer.isActive()) {
+        subscription.pending = element;
+        return;
+    }
+    write(element);
+    if (subscription.interval > 0) {
+        subscription.timer.start(roundedMs(subscription.interval));
+    }
+}
+
+void CSocketcandClient::tellError(const QString& text)
+{
+    write(errorElement(text));
+}
+
+void CSocketcandClient::tellStatistics()
+{
+    const CSharedBus::SCount& received = m_bus->received();
+    const CSharedBus::SCount& sent = m_bus->sent();
+    write(QStringLiteral("\n< stat %1 %2 %3 %4 >")
+              .arg(received.bytes)
+              .arg(received.messages)
+              .arg(sent.bytes)
+              .arg(sent.messages)
+              .toLatin1());
+}
+
+/// Answers are a segment each, without a line end: clients compare them as they come. Who asks on and on and reads
+/// nothing is no client.
+void CSocketcandClient::answer(const QByteArray& element)
+{
+    if (m_socket->bytesToWrite() > SEND_LIMIT) {
+        m_socket->abort();
+        return;
+    }
+    m_socket->write(element);
+    m_socket->flush();
+}
+
+void CSocketcandClient::write(const QByteArray& element)
+{
+    if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
+        Q_EMIT frameLost(!std::exchange(m_hasLost, true));
+        return;
+    }
+    const QByteArray bytes =
+        std::exchange(m_hasLost, false) ? errorElement(QStringLiteral("frames were lost")) + element : element;
+    if (m_quietTimer.isActive()) {
+        m_waiting += bytes;
+    } else {
+        m_socket->write(bytes);
+    }
+}
+
+// ---- From the client ----
+
+void CSocketcandClient::onReadyRead()
+{
+    if (!m_reader.feed(m_socket->readAll(), [this](const QByteArray& element) { return execute(element); })) {
+        m_socket->disconnectFromHost();
+    }
+}
+
+/// False when the connection ends with it.
+bool CSocketcandClient::execute(const QByteArray& element)
+{
+    auto command = readCommand(element);
+    if (!command) {
+        tellError(command.problem().text);
+        return true;
+    }
+    if (command->verb == EVerb::eEcho) {
+        answer("< echo >");
+        return m_socket->isOpen();
+    }
+    if (command->verb == EVerb::eOpen) {
+        open(command->busName);
+        return m_bus != nullptr;
+    }
+    if (m_bus == nullptr) {
+        tellError(QStringLiteral("no bus is open"));
+        return true;
+    }
+    switch (command->verb) {
+    case EVerb::eRawMode:
+        setMode(EMode::eRaw);
+        break;
+    case EVerb::eBcmMode:
+        setMode(EMode::eBroadcastManager);
+        break;
+    case EVerb::eControlMode:
+        setMode(EMode::eControl);
+        break;
+    case EVerb::eSend:
+        send(command->message);
+        break;
+    case EVerb::eStatistics:
+        command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
+        break;
+    case EVerb::eSubscribe:
+    case EVerb::eFilter:
+        subscribe(*command);
+        break;
+    case EVerb::eUnsubscribe:
+        m_subscriptions.erase(command->message.id().value());
+        break;
+    case EVerb::eAdd:
+        addCyclic(*command);
+        break;
+    case EVerb::eUpdate:
+        updateCyclic(*command);
+        break;
+    default: // eDelete
+        m_cyclic.erase(command->message.id().value());
+        break;
+    }
+    return m_socket->isOpen();
+}
+
+void CSocketcandClient::open(const QByteArray& name)
+{
+    const auto isNamed = [&name](const CSharedBus* bus) { return bus->name().toUtf8() == name; };
+    const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
+    if (found == m_buses.end()) {
+        m_bus = nullptr;
+        tellError(QStringLiteral("no such bus"));
+        return;
+    }
+    m_openTimer.stop();
+    m_bus = *found;
+    setMode(EMode::eBroadcastManager);
+}
+
+/// What belongs to the mode before ends.
+void CSocketcandClient::setMode(EMode mode)
+{
+    m_mode = mode;
+    m_statisticsTimer.stop();
+    m_subscriptions.clear();
+    m_cyclic.clear();
+    answer("< ok >");
+    m_quietTimer.start(QUIET_MS);
+}
+
+void CSocketcandClient::subscribe(const SCommand& command)
+{
+    auto& subscription = m_subscriptions[command.message.id().value()];
+    subscription = std::make_unique<SSubscription>();
+    subscription->interval = command.microseconds;
+    subscription->mask = command.message;
+    subscription->timer.setSingleShot(true);
+    connect(&subscription->timer, &QTimer::timeout, this, [this, told = subscription.get()] {
+        if (!told->pending.isEmpty()) {
+            write(std::exchange(told->pending, {}));
+            told->timer.start();
+        }
+    });
+}
+
+void CSocketcandClient::addCyclic(const SCommand& command)
+{
+    auto& cyclic = m_cyclic[command.message.id().value()];
+    cyclic = std::make_unique<SCyclic>();
+    cyclic->message = command.message;
+    cyclic->timer.setTimerType(Qt::PreciseTimer);
+    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] {
+        const bool wasRefused = std::exchange(sent->isRefused, !m_bus->send(sent->message, this));
+        if (sent->isRefused && !wasRefused) {
+            tellError(m_bus->refusal());
+        }
+    });
+    cyclic->timer.start(roundedMs(command.microseconds));
+}
+
+void CSocketcandClient::updateCyclic(const SCommand& command)
+{
+    const auto found = m_cyclic.find(command.message.id().value());
+    if (found == m_cyclic.end()) {
+        tellError(QStringLiteral("nothing is sent with this identifier"));
+        return;
+    }
+    found->second->message = command.message;
+}
+
+void CSocketcandClient::send(const Cim::CCanMessage& message)
+{
+    if (!m_bus->send(message, this)) {
+        tellError(m_bus->refusal());
+    }
+}
+
+} // namespace vexmor::Apps::Cimshare

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "apps/cimshare/sharedBus.h"
+#include "apps/cimshare/socketcandText.h"
+
+#include <QObject>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace vexmor::Apps::Cimshare
+{
+
+/// One client of the socketcand protocol: chooses a bus, then gets every frame (raw mode), those that it subscribed
+/// (broadcast manager mode, in which it begins) or counts (control mode), and sends.
+class CSocketcandClient : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Takes the connection over. The buses outlive the client.
+    CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses);
+
+    const CSharedBus* bus() const { return m_bus; }
+    const QTcpSocket& socket() const { return *m_socket; }
+    /// A message of its bus, which somebody else sent; `element` is what stands for it.
+    void deliver(const Cim::CCanMessage& message, const QByteArray& element);
+    /// Tells what went wrong at its bus.
+    void tellError(const QString& text);
+
+Q_SIGNALS:
+    void disconnected();
+    /// It reads too slowly, and missed one more frame; `isFirst` after it had kept up.
+    void frameLost(bool isFirst);
+
+private:
+    enum class EMode { eNoBus, eBroadcastManager, eRaw, eControl };
+    /// Frames of one identifier in broadcast manager mode.
+    struct SSubscription {
+        std::int64_t interval = 0; ///< microseconds between two at least
+        Cim::CCanMessage mask;     ///< of a filter: told is a frame with other bits under it; length 0: every frame
+        Cim::CCanMessage last;
+        bool hasLast = false;
+        QByteArray pending; ///< came too early, the newest
+        QTimer timer;       ///< runs until the next one may be told
+    };
+
+    void onReadyRead();
+    bool execute(const QByteArray& element);
+    void open(const QByteArray& name);
+    void setMode(EMode mode);
+    void subscribe(const SCommand& command);
+    void tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message, const QByteArray& element);
+    void addCyclic(const SCommand& command);
+    void updateCyclic(const SCommand& command);
+    void send(const Cim::CCanMessage& message);
+    void tellStatistics();
+    void answer(const QByteArray& element);
+    void write(const QByteArray& element);
+
+    struct SCyclic {
+        Cim::CCanMessage message;
+        QTimer timer;
+        bool isRefused = false; ///< which was told
+    };
+
+    const std::unique_ptr<QTcpSocket> m_socket;
+    const std::vector<CSharedBus*>& m_buses;
+    CSharedBus* m_bus = nullptr;
+    EMode m_mode = EMode::eNoBus;
+    CElementReader m_reader;
+    QTimer m_openTimer;  ///< who says nothing does not stay
+    QTimer m_quietTimer; ///< frames wait while it runs
+    QByteArray m_waiting;
+    QTimer m_statisticsTimer;
+    bool m_hasLost = false;
+    std::map<std::uint16_t, std::unique_ptr<SSubscription>> m_subscriptions; ///< by identifier
+    std::map<std::uint16_t, std::unique_ptr<SCyclic>> m_cyclic;
+};
+
+} // namespace vexmor::Apps::Cimshare

@@ -1,0 +1,199 @@
+#include "apps/cimshare/socketcandText.h"
+
+#include <QList>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+
+namespace vexmor::Apps::Cimshare
+{
+namespace
+{
+constexpr std::int64_t MICROSECONDS = 1'000'000;
+constexpr unsigned int MAX_ID = 0x7FF;
+constexpr int EXTENDED_ID_DIGITS = 8;
+constexpr int MAX_MILLISECONDS = 3'600'000;
+constexpr std::int64_t MIN_INTERVAL = 1000;
+constexpr std::int64_t MAX_INTERVAL = 3600 * MICROSECONDS;
+
+/// What follows a verb: n name, m milliseconds, t seconds and microseconds, i identifier, d length and data bytes.
+struct SSyntax {
+    const char* word;
+    EVerb verb;
+    const char* operands;
+};
+constexpr SSyntax SYNTAX[] = {
+    {"open", EVerb::eOpen, "n"},
+    {"rawmode", EVerb::eRawMode, ""},
+    {"bcmmode", EVerb::eBcmMode, ""},
+    {"controlmode", EVerb::eControlMode, ""},
+    {"echo", EVerb::eEcho, ""},
+    {"send", EVerb::eSend, "id"},
+    {"statistics", EVerb::eStatistics, "m"},
+    {"subscribe", EVerb::eSubscribe, "ti"},
+    {"unsubscribe", EVerb::eUnsubscribe, "i"},
+    {"filter", EVerb::eFilter, "tid"},
+    {"add", EVerb::eAdd, "tid"},
+    {"update", EVerb::eUpdate, "id"},
+    {"delete", EVerb::eDelete, "i"},
+};
+
+/// What a T93 cannot do.
+struct SImpossible {
+    const char* word;
+    const char* what;
+};
+constexpr SImpossible IMPOSSIBLE[] = {
+    {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
+    {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
+};
+
+/// The words behind a verb, taken one after the other.
+class CWords
+{
+public:
+    explicit CWords(QList<QByteArray> words) : m_words(std::move(words)) {}
+
+    bool isEmpty() const { return m_words.isEmpty(); }
+    QByteArray next() { return m_words.isEmpty() ? QByteArray() : m_words.takeFirst(); }
+    std::optional<quint64> number(int base, quint64 highest)
+    {
+        bool isNumber = false;
+        const quint64 value = next().toULongLong(&isNumber, base);
+        return isNumber && value <= highest ? std::optional(value) : std::nullopt;
+    }
+
+private:
+    QList<QByteArray> m_words;
+};
+
+Failure wrong(const char* text)
+{
+    return SProblem{QString::fromLatin1(text), 0, true};
+}
+
+Failure readInterval(CWords& words, SCommand& command)
+{
+    const auto seconds = words.number(10, MAX_INTERVAL / MICROSECONDS);
+    const auto microseconds = words.number(10, MAX_INTERVAL);
+    if (!seconds || !microseconds) {
+        return wrong("the interval is no SECONDS MICROSECONDS");
+    }
+    command.microseconds =
+        static_cast<std::int64_t>(*seconds) * MICROSECONDS + static_cast<std::int64_t>(*microseconds);
+    const bool isCyclic = command.verb == EVerb::eAdd;
+    return isCyclic && command.microseconds < MIN_INTERVAL ? wrong("the interval is below 1 ms") : Failure();
+}
+
+Failure readId(CWords& words, SCommand& command)
+{
+    const QByteArray word = words.next();
+    bool isNumber = false;
+    const uint id = word.toUInt(&isNumber, 16);
+    if (!isNumber) {
+        return wrong("the identifier is no hexadecimal number");
+    }
+    if (id > MAX_ID || word.size() >= EXTENDED_ID_DIGITS) {
+        return wrong("a T93 has no 29-bit identifiers");
+    }
+    command.message.setId(Cim::CCanId::fromValue(static_cast<std::uint16_t>(id)));
+    return {};
+}
+
+Failure readData(CWords& words, SCommand& command)
+{
+    const auto length = words.number(10, 8);
+    if (!length) {
+        return wrong("the length is not 0 to 8");
+    }
+    unsigned char data[8] = {};
+    for (unsigned int i = 0; i < *length; ++i) {
+        const auto byte = words.number(16, UINT64_MAX); // a negative char, printed by a client, has 16 digits
+        if (!byte) {
+            return wrong("not as many hexadecimal bytes as the length says");
+        }
+        data[i] = static_cast<unsigned char>(*byte);
+    }
+    command.message.setLength(static_cast<unsigned int>(*length));
+    command.message.setData(0, static_cast<unsigned int>(*length), data);
+    return {};
+}
+
+Failure readOperand(char kind, CWords& words, SCommand& command)
+{
+    switch (kind) {
+    case 'n':
+        command.busName = words.next();
+        return command.busName.isEmpty() ? wrong("a bus has a name") : Failure();
+    case 'm': {
+        const auto milliseconds = words.number(10, MAX_MILLISECONDS);
+        command.milliseconds = static_cast<int>(milliseconds.value_or(0));
+        return milliseconds ? Failure() : wrong("the interval is no number of milliseconds");
+    }
+    case 't':
+        return readInterval(words, command);
+    case 'i':
+        return readId(words, command);
+    default:
+        return readData(words, command);
+    }
+}
+} // namespace
+
+Result<SCommand> readCommand(const QByteArray& element)
+{
+    QList<QByteArray> list = element.simplified().split(' ');
+    const QByteArray verb = list.takeFirst();
+    CWords words(std::move(list));
+    for (const SImpossible& impossible : IMPOSSIBLE) {
+        if (verb == impossible.word) {
+            return SProblem{QStringLiteral("a T93 has no %1").arg(QLatin1String(impossible.what)), 0, true};
+        }
+    }
+    const auto* const syntax = std::find_if(std::begin(SYNTAX), std::end(SYNTAX),
+                                            [&verb](const SSyntax& candidate) { return verb == candidate.word; });
+    if (syntax == std::end(SYNTAX)) {
+        return SProblem{QStringLiteral("unknown command"), 0, true};
+    }
+    SCommand command;
+    command.verb = syntax->verb;
+    for (const char* kind = syntax->operands; *kind != '\0'; ++kind) {
+        if (Failure failure = readOperand(*kind, words, command)) {
+            return *failure;
+        }
+    }
+    return words.isEmpty() ? Result<SCommand>(command) : SProblem{QStringLiteral("too many words"), 0, true};
+}
+
+bool CElementReader::feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement)
+{
+    m_rest += bytes;
+    int begin = m_rest.indexOf('<');
+    for (int end = 0; begin >= 0 && (end = m_rest.indexOf('>', begin)) >= 0; begin = m_rest.indexOf('<', end)) {
+        const QByteArray element = m_rest.mid(begin + 1, end - begin - 1);
+        if (element.size() > MAX_ELEMENT || !onElement(element)) {
+            return false;
+        }
+    }
+    m_rest = begin < 0 ? QByteArray() : m_rest.mid(begin);
+    return m_rest.size() <= MAX_ELEMENT;
+}
+
+QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
+{
+    char head[64];
+    const int size = std::snprintf(head, sizeof head, "\n< frame %03X %lld.%06lld ", message.id().value(),
+                                   static_cast<long long>(microseconds / MICROSECONDS),
+                                   static_cast<long long>(microseconds % MICROSECONDS));
+    const auto* const data = reinterpret_cast<const char*>(message.data());
+    return QByteArray(head, size) +
+           QByteArray::fromRawData(data, static_cast<int>(message.length())).toHex().toUpper() + " >";
+}
+
+QByteArray errorElement(const QString& text)
+{
+    return "\n< error " + text.simplified().toLatin1().replace('<', '(').replace('>', ')') + " >";
+}
+
+} // namespace vexmor::Apps::Cimshare
