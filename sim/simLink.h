@@ -30,7 +30,7 @@ class CSimLink : public QObject
 public:
     /// What may wait for a TCP host that does not read; frames past it are dropped, and a status report tells the host
     /// when it reads again.
-    static constexpr qint64 SEND_LIMIT = 4LL * 1024 * 1024;
+    static constexpr qint64 SEND_LIMIT = 1024LL * 1024;
 
     /// Takes the connection over. `faults` must outlive the link.
     CSimLink(QTcpSocket* tcp, const SSimFaults& faults);

@@ -16,6 +16,8 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr int IPV4_BITS = 32;
+/// What the kernel keeps for a client that does not read. It would let that grow to megabytes.
+constexpr int KERNEL_BUFFER = 128 * 1024;
 
 /// A client whose computer vanished is gone after about 30 s, whether something is under way to it or not.
 void noticeItsLoss(QTcpSocket& socket)
@@ -58,6 +60,7 @@ bool SAccess::admits(QTcpSocket& socket, const QString& port, CEventLog& log) co
     }
     noticeItsLoss(socket);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
     log.tell(QStringLiteral("connected"), QStringLiteral("%1: %2 connected").arg(port, peerOf(socket)), fields);
     return true;
 }

@@ -84,8 +84,17 @@ void addOptions(CLI::App& app, SShareOptions& options)
             "DIR");
 }
 
+/// What the library warns of, besides a bit rate that is meant to stay as the gateway has it.
+void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
+{
+    if (text != QLatin1String("Setting baudrate to 0 failed.")) {
+        std::fprintf(stderr, "cimshare: %s\n", qPrintable(text));
+    }
+}
+
 int cimshare(int argc, char** argv)
 {
+    qInstallMessageHandler(onQtMessage);
     QCoreApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));

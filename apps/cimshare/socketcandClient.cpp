@@ -130,6 +130,7 @@ void CSocketcandClient::write(const QByteArray& element)
 void CSocketcandClient::onReadyRead()
 {
     if (!m_reader.feed(m_socket->readAll(), [this](const QByteArray& element) { return execute(element); })) {
+        m_socket->flush(); // the reason
         m_socket->disconnectFromHost();
     }
 }

@@ -1,0 +1,111 @@
+#pragma once
+
+// The program cimshare at a simulated gateway, and who speaks with it.
+
+#include "t93Fixture.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+
+namespace vexmor::Test
+{
+
+/// The program, which shares a gateway of the test as "127.0.0.1:PORT"; it has ended well when this ends.
+struct SShare : SGateway {
+    /// Gateway and bus of the test, and what the program is told besides; the gateway has such faults at first.
+    explicit SShare(const QString& options, const SSimFaults& faults = {})
+    {
+        gateway.setFaults(faults);
+        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const CCanMessage& one) { sent.append(one); });
+        QObject::connect(&program, &QProcess::readyReadStandardOutput, [this] {
+            while (program.canReadLine()) {
+                events.append(QJsonDocument::fromJson(program.readLine()).object());
+            }
+        });
+        program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        name = "127.0.0.1:%1"_s.arg(gateway.port());
+        program.start(QStringLiteral(CIM_CIMSHARE), list(name + " --json "_s + options));
+        isUp = faults.refuse || happened("identified"_s);
+    }
+    ~SShare() { end(); }
+    /// Ends it as a service manager does; gives its exit code.
+    int end()
+    {
+        program.terminate();
+        (void)QTest::qWaitFor([this] { return program.state() == QProcess::NotRunning; });
+        return program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1;
+    }
+    int count(const QString& event) const
+    {
+        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const QJsonObject& one) {
+            return one.value("event"_s).toString() == event;
+        }));
+    }
+    bool happened(const QString& event, int times = 1)
+    {
+        return QTest::qWaitFor([&] { return count(event) >= times; }, 10000);
+    }
+    /// Where it listens.
+    quint16 port(const QString& protocol)
+    {
+        int result = 0;
+        (void)QTest::qWaitFor([&] {
+            for (const QJsonObject& one : events) {
+                result = one.value("protocol"_s).toString() == protocol ? one.value("port"_s).toInt() : result;
+            }
+            return result != 0;
+        });
+        return static_cast<quint16>(result);
+    }
+
+    QString name;
+    QProcess program;
+    QList<QJsonObject> events;
+    QList<CCanMessage> sent; ///< to the gateway
+    bool isUp = false;
+};
+
+/// A client of the socketcand protocol, by hand.
+struct SClient : QTcpSocket {
+    explicit SClient(SShare& share, const QByteArray& mode = "rawmode")
+    {
+        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
+        connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
+        if (!mode.isEmpty()) {
+            isOpen = hears("< hi >") && asks("< open " + share.name.toLatin1() + " >", "< ok >") &&
+                     (mode == "bcmmode" || asks("< " + mode + " >", "< ok >"));
+        }
+    }
+    /// Says something and waits for what it is answered; what was heard before is forgotten.
+    bool asks(const QByteArray& request, const QByteArray& answer)
+    {
+        heard.clear();
+        write(request);
+        return hears(answer);
+    }
+    bool hears(const QByteArray& text)
+    {
+        (void)QTest::qWaitFor([&] { return heard.contains(text) || state() == UnconnectedState; });
+        return heard.contains(text);
+    }
+    /// Identifier and data of each frame, like 123#1122.
+    QStringList frames() const
+    {
+        static const QRegularExpression FRAME("< frame (\\w{3}) \\d+\\.\\d{6} (\\w*) >"_s);
+        QStringList result;
+        for (auto match = FRAME.globalMatch(QString::fromLatin1(heard)); match.hasNext();) {
+            const auto one = match.next();
+            result.append(one.captured(1) + QLatin1Char('#') + one.captured(2));
+        }
+        return result;
+    }
+
+    QString seen() const { return frames().join(QLatin1Char(' ')); }
+
+    QByteArray heard;
+    bool isOpen = false;
+};
+
+} // namespace vexmor::Test

@@ -1,0 +1,400 @@
+#include "apps/cimshare/mqttText.h"
+#include "apps/cimshare/socketcandText.h"
+#include "requireTool.h"
+#include "shareFixture.h"
+
+using namespace vexmor::Test;
+using namespace vexmor::Apps::Cimshare;
+
+namespace
+{
+QString textOf(const CCanMessage& message)
+{
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return QString::number(message.id().value(), 16) + QLatin1Char('#') + QString::fromLatin1(data.toHex());
+}
+
+QString textOf(const QList<CCanMessage>& messages)
+{
+    QStringList texts;
+    for (const CCanMessage& one : messages) {
+        texts.append(textOf(one));
+    }
+    return texts.join(QLatin1Char(' '));
+}
+
+/// What the client of the row hears is counted up from 0 in 5000 messages.
+bool isWhole(const QStringList& frames)
+{
+    for (int i = 0; i < frames.size(); ++i) {
+        if (frames.at(i) !=
+            "%1#%2"_s.arg(i % 0x800, 3, 16, QLatin1Char('0')).arg(i, 16, 16, QLatin1Char('0')).toUpper()) {
+            return false;
+        }
+    }
+    return true;
+}
+} // namespace
+
+/// The service that shares a bus: what it reads, and the program with clients of every kind.
+class CimshareTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void readsCommands_data()
+    {
+        const auto row = columns<QByteArray, QString>("element", "read");
+        row("open", " open hall ", "0 hall"_s);
+        row("open nothing", "open", "a bus has a name"_s);
+        row("raw mode", " rawmode ", "1"_s);
+        row("raw mode and more", "rawmode x", "too many words"_s);
+        row("send", " send 7FF 2 11 22 ", "5 7ff#1122"_s);
+        row("send nothing", "send 0 0", "5 0#"_s);
+        row("short bytes", "send 123 3 1 a ff", "5 123#010aff"_s);
+        row("negative bytes", "send 1 1 ffffffffffffff80", "5 1#80"_s);
+        row("eight bytes", "send 1 8 1 2 3 4 5 6 7 8", "5 1#0102030405060708"_s);
+        row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length is not 0 to 8"_s);
+        row("a byte too few", "send 1 2 11", "not as many hexadecimal bytes as the length says"_s);
+        row("a byte too many", "send 1 1 11 22", "too many words"_s);
+        row("29 bit", "send 800 0", "a T93 has no 29-bit identifiers"_s);
+        row("29 bit, small", "send 00000123 0", "a T93 has no 29-bit identifiers"_s);
+        row("no identifier", "send xyz 0", "the identifier is no hexadecimal number"_s);
+        row("remote", "sendrtr 123 0", "a T93 has no remote frames"_s);
+        row("ISO-TP", "isotpmode", "a T93 has no ISO-TP"_s);
+        row("statistics", "statistics 1000", "6 1000 ms"_s);
+        row("statistics of days", "statistics 3600001", "the interval is no number of milliseconds"_s);
+        row("subscribe", "subscribe 1 500000 123", "7 1500000 us 123#"_s);
+        row("add", "add 0 1000 123 1 ff", "10 1000 us 123#ff"_s);
+        row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
+        row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
+        row("add for ever", "add 9999999999 0 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
+        row("nothing", "", "unknown command"_s);
+        row("another", "exit", "unknown command"_s);
+    }
+    void readsCommands()
+    {
+        auto command = readCommand(cell<QByteArray>("element"));
+        if (!command) {
+            QCOMPARE(command.problem().text, cell<QString>("read"));
+            return;
+        }
+        QStringList read{QString::number(static_cast<int>(command->verb)), QString::fromLatin1(command->busName)};
+        read += command->milliseconds == 0 ? QString() : "%1 ms"_s.arg(command->milliseconds);
+        read += command->microseconds == 0 ? QString() : "%1 us"_s.arg(command->microseconds);
+        const bool hasMessage =
+            QString::fromLatin1(cell<QByteArray>("element")).contains(QRegularExpression("^ *(send|sub|add)"_s));
+        read += hasMessage ? textOf(command->message) : QString();
+        read.removeAll(QString());
+        QCOMPARE(read.join(QLatin1Char(' ')), cell<QString>("read"));
+    }
+
+    void cutsElementsAnywhere()
+    {
+        const QByteArray stream = "\nx< echo >< send 1 0 ><>garbage< a< b >";
+        for (int cut = 0; cut < stream.size(); ++cut) {
+            CElementReader reader;
+            QList<QByteArray> elements;
+            const auto take = [&](const QByteArray& element) {
+                elements.append(element);
+                return true;
+            };
+            QVERIFY(reader.feed(stream.left(cut), take) && reader.feed(stream.mid(cut), take));
+            QCOMPARE(elements, (QList<QByteArray>{" echo ", " send 1 0 ", "", " a< b "}));
+        }
+        const auto refuse = [](const QByteArray& /*element*/) { return true; };
+        QVERIFY(CElementReader().feed('<' + QByteArray(255, 'x'), refuse));
+        QVERIFY(!CElementReader().feed('<' + QByteArray(256, 'x'), refuse));
+        QVERIFY(!CElementReader().feed('<' + QByteArray(257, 'x') + '>', refuse));
+    }
+
+    void readsPublications()
+    {
+        QStringList read;
+        for (const SMqttSend& send :
+             readMqttLines("123#1122\n# comment\n\n(1.5) hall 7ff#00 R\r\n(1.5) hall 123#R\nhello\n"
+                           "800#")) {
+            read += send.problem.isEmpty() ? textOf(send.message) : "!"_s + QString::fromLatin1(send.line);
+        }
+        QCOMPARE(read.join(QLatin1Char('|')), "123#1122|7ff#00|!(1.5) hall 123#R|!hello|!800#"_s);
+        QCOMPARE(singlePayload(message(0x123, hex("aabb")), 0x0102030405060708), hex("080706050403020100aabb"));
+        QCOMPARE(textOf(readSingle("291"_s, hex("000000000000000000aabb")).message), "123#aabb"_s);
+        for (const char* bad : {"291 0000000000000000", "291 000000000000000001", "2048 000000000000000000",
+                                "x 000000000000000000", "291 000000000000000000112233445566778899"}) {
+            const QList<QByteArray> parts = QByteArray(bad).split(' ');
+            QVERIFY2(!readSingle(QString::fromLatin1(parts[0]), hex(parts[1])).problem.isEmpty(), bad);
+        }
+        QCOMPARE(topicLevel("hall 1/+#\n"_s), "hall 1____"_s);
+    }
+
+    /// What one sends all others get, over whatever they came.
+    void allSeeTheSame()
+    {
+        SShare share("--socketcand 0 --t93 0 --allow-send"_s);
+        SClient one(share), other(share);
+        const auto host = makeInterface(share.port("t93"_s)), second = makeInterface(share.port("t93"_s));
+        QVERIFY(share.isUp && one.isOpen && other.isOpen);
+        QVERIFY(host->openCommunication() == RC_OK && second->openCommunication() == RC_OK);
+        const auto& info = host->commonInfo();
+        QTRY_COMPARE(info.interfaceId() + QLatin1Char(' ') + info.firmwareVersion(), "02:00:00:54:39:33 1.05"_s);
+
+        one.write("< send 123 1 11 >");
+        QTRY_COMPARE(textOf(share.sent), "123#11"_s);
+        QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
+        QTRY_COMPARE(textOf(share.sent), "123#11 124#"_s);
+        share.bus.send(message(0x125));
+        QTRY_COMPARE(other.seen(), "123#11 124# 125#"_s);
+        QTRY_COMPARE(one.seen(), "124# 125#"_s);
+        QString atHost, atSecond;
+        QTRY_COMPARE((atHost += textOf(unread(*host)) + " "_s).simplified(), "123#11 125#"_s);
+        QTRY_COMPARE((atSecond += textOf(unread(*second)) + " "_s).simplified(), "123#11 124# 125#"_s);
+
+        const auto rate = share.bus.baudrate();
+        host->setBaudrate(125);
+        QVERIFY(host->resetCommunication(1) == RC_OK && share.happened("ignored"_s, 3)); // bit rates at the start
+        QVERIFY(share.bus.baudrate() == rate);
+        share.gateway.sendStatus(0x08);
+        QVERIFY(one.hears("< error T93 CAN bus off error."));
+        QCOMPARE(share.end(), 0);
+    }
+
+    void sendsWithPermissionOnly()
+    {
+        SShare share("--socketcand 0 --t93 0"_s);
+        SClient client(share);
+        const auto host = makeInterface(share.port("t93"_s));
+        QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
+        QVERIFY(client.isOpen && host->openCommunication() == RC_OK);
+        QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
+        QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
+        QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
+        QVERIFY(share.sent.isEmpty());
+    }
+
+    /// Nothing that was sent while the gateway was away comes when it is back.
+    void gatewayGoesAndComes()
+    {
+        SShare share("--socketcand 0 --t93 0 --allow-send"_s);
+        SClient client(share);
+        const auto host = makeInterface(share.port("t93"_s));
+        QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
+        QVERIFY(client.isOpen && client.asks("< rawmode >", "< ok >") && host->openCommunication() == RC_OK);
+        SSimFaults away;
+        away.refuse = true;
+        share.gateway.setFaults(away);
+        share.gateway.dropLinks();
+        QVERIFY(client.hears("< error the gateway is away >"));
+        QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});
+        QVERIFY(client.asks("< send 1 0 >", "< error "));
+        QCOMPARE(host->writeMessage(message(2)), int(RC_OK));
+        QTRY_COMPARE(errors.last().first().toInt(), int(IE_CAN_TRANSMIT_TIMEOUT));
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("open"_s, 2));
+        client.write("< send 3 0 >");
+        QTRY_COMPARE(textOf(share.sent), "3#"_s);
+    }
+
+    void opensWhenTheGatewayIsThere()
+    {
+        SSimFaults away;
+        away.refuse = true;
+        SShare share("--t93 0"_s, away);
+        QVERIFY(share.happened("away"_s));
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("identified"_s) && share.port("t93"_s) != 0);
+        QCOMPARE(share.count("away"_s), 1);
+    }
+
+    void broadcastManager()
+    {
+        SShare share("--socketcand 0 --allow-send"_s);
+        SClient client(share, "bcmmode"), watcher(share);
+        QVERIFY(client.isOpen && watcher.isOpen);
+        client.write("< subscribe 0 0 100 >< subscribe 60 0 200 >< filter 0 0 300 2 0F 00 >< subscribe 0 0 400 >"
+                     "< unsubscribe 400 >");
+        QVERIFY(client.asks("< echo >", "< echo >"));
+        for (const auto& [id, data] : std::initializer_list<std::pair<quint16, const char*>>{{0x100, "01"},
+                                                                                             {0x100, "02"},
+                                                                                             {0x200, "01"},
+                                                                                             {0x200, "02"},
+                                                                                             {0x300, "0100"},
+                                                                                             {0x300, "f1ff"},
+                                                                                             {0x300, "02ff"},
+                                                                                             {0x300, "02"},
+                                                                                             {0x400, ""},
+                                                                                             {0x500, ""},
+                                                                                             {0x100, "03"}}) {
+            share.bus.send(message(id, hex(data)));
+        }
+        QVERIFY(client.hears(" 03 >"));
+        QCOMPARE(client.seen(), "100#01 100#02 200#01 300#0100 300#02FF 300#02 100#03"_s);
+
+        client.write("< subscribe 0 50000 200 >< add 0 5000 123 1 11 >");
+        QTRY_VERIFY(share.sent.size() > 2);
+        QCOMPARE(textOf(share.sent.mid(0, 2)), "123#11 123#11"_s);
+        client.write("< update 123 1 22 >");
+        QTRY_COMPARE(textOf(share.sent.last()), "123#22"_s);
+        QVERIFY(client.asks("< delete 123 >< update 123 0 >", "< error nothing is sent with this identifier >"));
+        QTRY_COMPARE(watcher.heard.count("< frame 123 "), share.sent.size()); // what was under way has come
+        share.sent.clear();
+        for (const char* data : {"01", "02", "03"}) {
+            share.bus.send(message(0x200, hex(data)));
+        }
+        QTRY_COMPARE(client.seen(), "200#01 200#03"_s); // the newest, when it is time
+        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< statistics 20 >", "< stat "));
+        QVERIFY(share.sent.isEmpty());
+    }
+
+    void slowClientLosesItsOwn()
+    {
+        SShare share("--socketcand 0 --t93 0 --status 1"_s);
+        SClient slow(share), quick(share);
+        QTcpSocket slowHost;
+        slow.disconnect();
+        slow.setReadBufferSize(1);
+        slowHost.setReadBufferSize(1);
+        slowHost.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QVERIFY(slow.isOpen && quick.isOpen && share.happened("connected"_s, 3));
+        constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
+        share.gateway.flood(MESSAGES);
+        QTRY_VERIFY_WITH_TIMEOUT(quick.heard.count('>') >= MESSAGES, 30000);
+        QVERIFY(quick.frames().size() == MESSAGES && isWhole(quick.frames()));
+        QVERIFY(share.happened("slowClient"_s) && share.happened("lost"_s));
+        connect(&slow, &QTcpSocket::readyRead, [&] { slow.heard += slow.readAll(); });
+        slow.setReadBufferSize(0);
+        slowHost.setReadBufferSize(0);
+        QByteArray atHost;
+        connect(&slowHost, &QTcpSocket::readyRead, [&] { atHost += slowHost.readAll(); });
+        slow.heard += slow.readAll();
+        atHost += slowHost.readAll();
+        const auto sendNow = [&] { // until there is room
+            share.bus.send(message(0x7F0));
+            return slow.heard.contains("< error frames were lost >") &&
+                   atHost.contains(frame(RM_CMD_STATUS, hex("01")));
+        };
+        QTRY_VERIFY(sendNow());
+        const QStringList frames = slow.frames();
+        QVERIFY(isWhole(frames.mid(0, frames.indexOf("7F0#"_s))) && frames.size() < MESSAGES);
+    }
+
+    void clientsBeyondTheLimit()
+    {
+        SShare share("--socketcand 0 --t93 0 --allow 127.0.0.1 --allow 127.0.1.0/24"_s);
+        QTcpSocket stranger, neighbour;
+        for (const auto& [socket, address] : {std::pair(&stranger, "127.0.2.1"), std::pair(&neighbour, "127.0.1.9")}) {
+            QVERIFY(socket->bind(QHostAddress(QString::fromLatin1(address))));
+            socket->connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        }
+        QVERIFY(share.happened("notAllowed"_s));
+        QTRY_COMPARE(stranger.state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(share.happened("connected"_s));
+        std::vector<std::unique_ptr<SClient>> clients;
+        for (int i = 0; i < 256; ++i) {
+            clients.push_back(std::make_unique<SClient>(share, ""));
+            clients.back()->write("< open " + share.name.toLatin1() + " >< rawmode >");
+        }
+        const auto hearThat = [&](const QByteArray& end) {
+            return QTest::qWaitFor([&] {
+                return std::all_of(clients.begin(), clients.end(), [&](auto& one) { return one->heard.endsWith(end); });
+            });
+        };
+        QVERIFY(hearThat("< ok >< ok >"));
+        share.bus.send(message(0x123));
+        QVERIFY(hearThat("  >"));
+        SClient oneMore(share, "");
+        QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
+        clients.clear();
+        QTRY_VERIFY(SClient(share).isOpen);
+    }
+
+    void hostileLines_data()
+    {
+        const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
+        row("no brackets", QByteArray(100000, '\xff') + "< echo >", "< echo >");
+        row("endless", '<' + QByteArray(100000, 'x'), "");
+        row("endless number", "< open " + QByteArray(200, '9') + " >", "");
+        row("zeros", QByteArray("<\0\0>< echo >", 12), "< error unknown command >");
+        row("brackets", QByteArray(30000, '<') + '>', "");
+        row("not open yet", "< send 1 0 >", "< error no bus is open >");
+        row("unknown bus", "< open no\x1b[31mbody >", "");
+    }
+    void hostileLines()
+    {
+        SShare share("--socketcand 0 --allow-send"_s);
+        SClient bad(share, ""), good(share);
+        QVERIFY(bad.hears("< hi >"));
+        bad.write(cell<QByteArray>("bytes"));
+        if (cell<QByteArray>("answer").isEmpty()) {
+            QTRY_COMPARE(bad.state(), QAbstractSocket::UnconnectedState);
+        } else {
+            QVERIFY(bad.hears(cell<QByteArray>("answer")));
+        }
+        share.bus.send(message(0x123));
+        QVERIFY(good.hears("< frame 123 "));
+        QCOMPARE(share.end(), 0);
+    }
+
+    /// python-can as Debian ships it: 5000 messages in order by two of three clients, one of which does not read; a
+    /// filter; a message and a periodic one of its own.
+    void pythonCan()
+    {
+        REQUIRE_TOOL("mosquitto"); // which comes with it
+        SShare share("--socketcand 0 --allow-send"_s);
+        QProcess python;
+        python.start("/usr/bin/python3"_s, {"-c"_s, QString::fromLatin1(R"(
+import can, sys
+def bus(**more):
+    return can.Bus(interface="socketcand", host="127.0.0.1", port=int(sys.argv[1]), channel=sys.argv[2], **more)
+one, other, lazy, few = bus(), bus(), bus(), bus(can_filters=[{"can_id": 0x7F0, "can_mask": 0x7FF}])
+print("ready", flush=True)
+for reader in (one, other):
+    for i in range(5000):
+        message = reader.recv(5)
+        while message is None: message = reader.recv(5)
+        assert (message.arbitration_id, message.data) == (i % 0x800, i.to_bytes(8, "big")), (i, message)
+few_message = few.recv(5)
+while few_message is None: few_message = few.recv(5)
+assert few_message.arbitration_id == 0x7F0
+one.send(can.Message(arbitration_id=0x123, data=[1, 128, 255], is_extended_id=False))
+message = other.recv(5)
+assert (message.arbitration_id, bytes(message.data)) == (0x123, bytes([1, 128, 255])), message
+one.send_periodic(can.Message(arbitration_id=0x124, is_extended_id=False), 0.01)
+for i in range(5): assert other.recv(5).arbitration_id == 0x124
+print("done", flush=True)
+for each in (one, other, lazy, few): each.shutdown()
+)"),
+                                            QString::number(share.port("socketcand"_s)), share.name});
+        QByteArray said;
+        connect(&python, &QProcess::readyRead, [&] { said += python.readAll(); });
+        QTRY_COMPARE(said.trimmed(), QByteArray("ready"));
+        QVERIFY(share.happened("connected"_s, 4));
+        share.gateway.flood(5000);
+        QTRY_VERIFY2(python.state() == QProcess::NotRunning, said + python.readAllStandardError());
+        QVERIFY2(python.exitCode() == 0 && said.endsWith("done\n"), said + python.readAllStandardError());
+        QCOMPARE(textOf(share.sent.mid(0, 2)), "123#0180ff 124#"_s);
+    }
+
+    void wrongUsage_data()
+    {
+        const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
+        row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
+        row("twice", "sim sim"_s, 2, "a TARGET stands there twice"_s);
+        row("no such target", "nobody"_s, 2, "target 'nobody'"_s);
+        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is no [ADDRESS:]PORT"_s);
+        row("no network", "sim --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
+        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is no HOST[:PORT]"_s);
+        row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
+        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
+        row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);
+    }
+    void wrongUsage()
+    {
+        const SOutcome outcome = run(QStringLiteral(CIM_CIMSHARE " ") + cell<QString>("typed"));
+        QCOMPARE(outcome.exitCode, cell<int>("exitCode"));
+        QVERIFY2(outcome.err.contains(cell<QString>("says").toUtf8()), outcome.err);
+    }
+};
+
+QTEST_GUILESS_MAIN(CimshareTest)
+#include "tst_cimshare.moc"
