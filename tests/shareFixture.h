@@ -43,6 +43,15 @@ struct SShare : SGateway {
             return one.value("event"_s).toString() == event;
         }));
     }
+    /// What was said of it, the last time.
+    QString textOf(const QString& event) const
+    {
+        QString text;
+        for (const QJsonObject& one : events) {
+            text = one.value("event"_s).toString() == event ? one.value("text"_s).toString() : text;
+        }
+        return text;
+    }
     bool happened(const QString& event, int times = 1)
     {
         return QTest::qWaitFor([&] { return count(event) >= times; }, 10000);

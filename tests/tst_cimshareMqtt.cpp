@@ -1,7 +1,9 @@
 #include "requireTool.h"
 #include "shareFixture.h"
 
-#include <QDir>
+#include <QtEndian>
+
+#include <csignal>
 
 using namespace vexmor::Test;
 
@@ -9,47 +11,58 @@ namespace
 {
 /// A broker as Debian has it, on a port of its own.
 struct SBroker {
-    explicit SBroker(const QByteArray& more = "allow_anonymous true\n")
+    explicit SBroker(const QByteArray& rules = "allow_anonymous true\n")
     {
         QTcpServer free;
         free.listen(QHostAddress(QHostAddress::LocalHost));
-        port = free.serverPort();
-        QFile file(folder.filePath("mosquitto.conf"_s));
-        if (!file.open(QIODevice::WriteOnly)) {
-            qFatal("no file");
-        }
-        file.write("listener " + QByteArray::number(port) + " 127.0.0.1\n" + more);
+        port = QString::number(free.serverPort());
         free.close();
+        writeFile(folder, "listener " + port.toLatin1() + " 127.0.0.1\n" + rules);
         start();
     }
     ~SBroker() { stop(); }
     void start()
     {
-        program.start("mosquitto"_s, {"-c"_s, folder.filePath("mosquitto.conf"_s)});
-        (void)QTest::qWaitFor([this] {
+        program.start("mosquitto"_s, {"-c"_s, folder.filePath("a.log"_s)});
+        const auto listens = [this] {
             QTcpSocket socket;
-            socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+            socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port.toUShort());
             return socket.waitForConnected(100);
-        });
+        };
+        if (!QTest::qWaitFor(listens)) {
+            qFatal("mosquitto: %s", program.readAllStandardError().constData());
+        }
     }
     void stop()
     {
         program.kill();
         program.waitForFinished();
     }
+    void publish(const QString& topic, const QByteArray& payload) const
+    {
+        QProcess client;
+        client.start("mosquitto_pub"_s, {"-h"_s, "127.0.0.1"_s, "-p"_s, port, "-t"_s, topic, "-s"_s});
+        client.write(payload);
+        client.closeWriteChannel();
+        client.waitForFinished();
+    }
+    QString options(const QString& more = {}) const
+    {
+        return "--mqtt 127.0.0.1:%1 --mqtt-topic site "_s.arg(port) + more;
+    }
 
     QTemporaryDir folder;
-    quint16 port = 0;
+    QString port;
     QProcess program;
 };
 
-/// mosquitto_sub, with what it heard as "TOPIC PAYLOAD" lines.
+/// mosquitto_sub: what was published, a line each, or several of a batch.
 struct SSubscriber {
-    explicit SSubscriber(const SBroker& broker, const QString& topic = "site/#"_s)
+    explicit SSubscriber(const SBroker& broker, const QString& topic = "#"_s, const QString& format = "%t %p"_s)
     {
         QObject::connect(&program, &QProcess::readyRead, [this] { heard += program.readAll(); });
-        program.start("mosquitto_sub"_s,
-                      {"-h"_s, "127.0.0.1"_s, "-p"_s, QString::number(broker.port), "-t"_s, topic, "-F"_s, "%t %p"_s});
+        program.start("mosquitto_sub"_s, {"-h"_s, "127.0.0.1"_s, "-p"_s, broker.port, "-t"_s, topic, "-F"_s, format});
+        broker.publish("here"_s, "");
     }
     ~SSubscriber()
     {
@@ -64,14 +77,6 @@ struct SSubscriber {
     QProcess program;
     QByteArray heard;
 };
-
-void publish(const SBroker& broker, const QString& topic, const QString& payload)
-{
-    QProcess program;
-    program.start("mosquitto_pub"_s,
-                  {"-h"_s, "127.0.0.1"_s, "-p"_s, QString::number(broker.port), "-t"_s, topic, "-m"_s, payload});
-    program.waitForFinished();
-}
 } // namespace
 
 /// A bus at a broker of other people.
@@ -79,13 +84,158 @@ class CimshareMqttTest : public QObject
 {
     Q_OBJECT
 
-    static QString options(const SBroker& broker, const QString& more = {})
-    {
-        return "--mqtt 127.0.0.1:%1 --mqtt-topic site "_s.arg(broker.port) + more;
-    }
-
 private Q_SLOTS:
     void initTestCase() { REQUIRE_TOOL("mosquitto"); }
+
+    void publishesTheBus()
+    {
+        const SBroker broker;
+        SSubscriber all(broker), received(broker, "site/+/rx"_s, "%p"_s);
+        SShare share(broker.options("--socketcand 0 --allow-send"_s));
+        const QByteArray topic = "site/" + share.name.toLatin1();
+        QVERIFY(all.hears("site/state {\"online\":true,"));
+        QVERIFY(all.hears(topic + "/state {\"bitRate\":0,\"connected\":true,\"firmware\":\"1.05\",\"mac\":\"02:"));
+        QVERIFY(all.hears(topic + "/load {\"percent\":null}"));
+        share.gateway.flood(5000);
+        QTRY_COMPARE(received.heard.count('\n'), 5000);
+        const QList<QByteArray> lines = received.heard.split('\n');
+        for (int i = 0; i < 5000; ++i) {
+            const QString end = " %1 %2#%3 R"_s.arg(
+                share.name, QString::number(i % 0x800, 16).rightJustified(3, QLatin1Char('0')).toUpper(),
+                QString::number(i, 16).rightJustified(16, QLatin1Char('0')).toUpper());
+            QVERIFY2(lines.at(i).startsWith('(') && lines.at(i).endsWith(end.toLatin1()), lines.at(i));
+        }
+        QVERIFY(all.heard.count("/rx (") < 1000); // batches
+        share.gateway.sendStatus(0x08);
+        QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error."));
+        SClient client(share);
+        client.write("< send 123 1 11 >");
+        QVERIFY(all.hears(topic + "/tx (") && all.hears(" 123#11 T"));
+        QCOMPARE(share.end(), 0);
+        QVERIFY(all.hears("site/state {\"online\":false,"));
+    }
+
+    void takesMessages()
+    {
+        const SBroker broker;
+        SSubscriber all(broker);
+        SShare share(broker.options("--allow-send"_s)), listening(broker.options("--allow 127.0.0.1"_s));
+        QVERIFY(share.happened("broker"_s) && listening.happened("broker"_s));
+        broker.publish("site/"_s + listening.name + "/send"_s, "123#");
+        broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n(1.0) x 124#R\n7FF#");
+        QTRY_COMPARE(share.sent, (QList<CCanMessage>{message(0x123, hex("1122")), message(0x7FF)}));
+        QVERIFY(all.hears("/refused {\"line\":\"(1.0) x 124#R\",\"reason\":\"no frame that a T93 can send\"}"));
+        QVERIFY(all.hears(" 123#1122 T") && all.hears(" 7FF# T"));
+        share.gateway.dropLinks();
+        broker.publish("site/"_s + share.name + "/send"_s, "125#");
+        QVERIFY(all.hears("/refused {\"line\":\"125#\",\"reason\":\"") || share.sent.size() == 3);
+        QVERIFY(listening.sent.isEmpty());
+    }
+
+    void aPublicationForEachMessage()
+    {
+        const SBroker broker;
+        SShare share(broker.options("--mqtt-per-message --allow-send"_s));
+        SSubscriber each(broker, share.name + "/+"_s, "%t %x"_s);
+        QVERIFY(share.happened("broker"_s));
+        broker.publish(share.name + "/s/291"_s, hex("000000000000000000aabb"));
+        QTRY_COMPARE(share.sent, QList<CCanMessage>{message(0x123, hex("aabb"))});
+        const auto sendUntilHeard = [&] { // the subscriber may be late
+            share.bus.send(message(0x124, hex("11")));
+            return each.heard.contains("/292 ");
+        };
+        QTRY_VERIFY(sendUntilHeard());
+        const QByteArray payload = hex(each.heard.mid(each.heard.indexOf("/292 ") + 5, 20).constData());
+        const auto age = QDateTime::currentMSecsSinceEpoch() * 1000 - qFromLittleEndian<qint64>(payload.constData());
+        QVERIFY2(payload.endsWith(hex("0011")) && age > -2000 && age < 10'000'000, payload.toHex());
+    }
+
+    /// What could not be published is told as a gap of that length; who serves others is not held up.
+    void brokerGoesAndComes_data() { rows({"killed", "stuck"}); }
+    void brokerGoesAndComes()
+    {
+        SBroker broker;
+        const bool isKilled = rowName() == "killed";
+        SShare share(broker.options("--socketcand 0"_s));
+        SClient client(share);
+        QVERIFY(share.happened("broker"_s) && client.isOpen);
+        isKilled ? broker.stop() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGSTOP));
+        QVERIFY(!isKilled || share.happened("brokerAway"_s));
+        const int messages = isKilled ? 1000 : 200'000; // more than may wait
+        share.gateway.flood(messages);
+        QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 30000);
+        isKilled ? broker.start() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGCONT));
+        QVERIFY(share.happened("gap"_s));
+        SSubscriber all(broker);
+        QVERIFY(all.hears("/gap {\"from\":"));
+        QVERIFY(!isKilled || all.heard.contains("\"messages\":1000,"));
+        const auto sendUntilHeard = [&] {
+            share.bus.send(message(0x123));
+            return all.heard.contains(" 123# R");
+        };
+        QTRY_VERIFY(sendUntilHeard());
+    }
+
+    void anOlderBroker()
+    {
+        QTcpServer old; // that of a specification: refuses a version that it does not know
+        QList<int> versions;
+        old.listen(QHostAddress(QHostAddress::LocalHost));
+        connect(&old, &QTcpServer::newConnection, [&] {
+            QTcpSocket* const socket = old.nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, [&, socket] {
+                const QByteArray bytes = socket->readAll();
+                const int at = bytes.indexOf("MQTT");
+                if (bytes.startsWith('\x10') && at > 0) {
+                    versions.append(bytes.at(at + 4));
+                    socket->write(versions.last() == 4 ? hex("20020000") : hex("20020001"));
+                }
+            });
+        });
+        SShare share("--mqtt 127.0.0.1:%1"_s.arg(old.serverPort()));
+        QVERIFY(share.happened("broker"_s));
+        QCOMPARE(versions, (QList<int>{5, 4}));
+        QCOMPARE(share.end(), 0); // though this one does not close
+    }
+
+    void whoMayConnect_data()
+    {
+        const auto row = columns<QString, QString>("options", "refusal"); // empty: it may
+        const QString key = " --mqtt-cert F/client.pem --mqtt-key F/client.key"_s;
+        const QString name = " --mqtt-credentials F/right"_s;
+        row("everything right", "--mqtt-ca F/ca.pem"_s + key + name, {});
+        row("wrong password", "--mqtt-ca F/ca.pem --mqtt-credentials F/wrong"_s + key, "Not authorized"_s);
+        row("nobody", "--mqtt-ca F/ca.pem"_s + key, "Not authorized"_s);
+        row("no certificate", "--mqtt-ca F/ca.pem"_s + name, "certificate required|lost"_s);
+        row("broker of another authority", "--mqtt-ca F/other.pem"_s + key + name, "certificate verify failed"_s);
+        row("no TLS", name.trimmed(), "lost"_s);
+    }
+    void whoMayConnect()
+    {
+        REQUIRE_TOOL("openssl");
+        const QTemporaryDir folder;
+        const SOutcome made = run("cd "_s + folder.path() + QString::fromLatin1(R"( && exec 2>log
+            for ca in ca other; do
+                openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=$ca -keyout $ca.key -out $ca.pem -days 2 || exit 1
+            done
+            for who in broker client; do
+                openssl req -newkey rsa:2048 -nodes -subj /CN=$who -keyout $who.key -out $who.csr &&
+                openssl x509 -req -in $who.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out $who.pem -days 2 \
+                    -extfile <(echo subjectAltName=IP:127.0.0.1) || exit 1
+            done
+            printf 'hall\nsecret\n' > right; printf 'hall\nsicret\n' > wrong; chmod 644 *
+            touch users && mosquitto_passwd -b users hall secret && chmod 644 users)"));
+        QCOMPARE(made.exitCode, 0);
+        QFile::setPermissions(folder.path(), QFile::Permissions(0x7755));
+        const SBroker broker(QByteArray("cafile F/ca.pem\ncertfile F/broker.pem\nkeyfile F/broker.key\n"
+                                        "require_certificate true\npassword_file F/users\n")
+                                 .replace('F', folder.path().toLatin1()));
+        SShare share(broker.options(cell<QString>("options").replace("F/"_s, folder.path() + "/"_s)));
+        const QString refusal = cell<QString>("refusal");
+        const QString event = refusal.isEmpty() ? "broker"_s : "brokerAway"_s;
+        QVERIFY(share.happened(event));
+        QVERIFY2(share.textOf(event).contains(QRegularExpression(refusal)), qPrintable(share.textOf(event)));
+    }
 };
 
 QTEST_GUILESS_MAIN(CimshareMqttTest)

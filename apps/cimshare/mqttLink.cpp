@@ -19,8 +19,8 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
-/// Publications that may wait for the broker; each is some kilobytes at most.
-constexpr std::size_t WAITING_LIMIT = 2000;
+/// Messages that may wait for the broker: some megabytes, or ten seconds of a full bus.
+constexpr int WAITING_LIMIT = 100'000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
 constexpr int REFUSED_VERSION_3 = 1; // CONNACK of MQTT 3.1.1
 
@@ -74,7 +74,18 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
     mosquitto_publish_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int id) {
         auto* const self = static_cast<CMqttLink*>(link);
         const std::lock_guard<std::mutex> guard(self->m_lock);
-        self->m_waiting.erase(id);
+        const auto found = self->m_waiting.find(id);
+        if (found != self->m_waiting.end()) {
+            self->m_waitingMessages -= found->second.messages;
+            self->m_waiting.erase(found);
+        }
+    });
+    // Which says more than the code of a failed handshake.
+    mosquitto_log_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int level, const char* text) {
+        auto* const self = static_cast<CMqttLink*>(link);
+        if (level == MOSQ_LOG_ERR && self->m_problem.isEmpty()) {
+            self->m_problem = QString::fromUtf8(text);
+        }
     });
     mosquitto_message_callback_set(
         m_client.get(), [](mosquitto* /*client*/, void* link, const mosquitto_message* message) {
@@ -130,12 +141,13 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
 {
     const std::lock_guard<std::mutex> guard(m_lock); // the thread hears that it left behind this only
     int id = 0;
-    if (!m_isConnected || m_waiting.size() >= WAITING_LIMIT ||
+    if (!m_isConnected || m_waitingMessages >= WAITING_LIMIT ||
         mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
                           isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
     m_waiting[id] = {owner, messages};
+    m_waitingMessages += messages;
     return true;
 }
 
@@ -174,6 +186,7 @@ void CMqttLink::runOnce()
         const std::lock_guard<std::mutex> guard(m_lock);
         m_isConnected = false;
         neverLeft.swap(m_waiting);
+        m_waitingMessages = 0;
     }
     for (const auto& [id, stake] : neverLeft) {
         Q_EMIT lost(stake.owner, stake.messages);

@@ -83,6 +83,7 @@ private:
         int messages;
     };
     std::map<int, SStake> m_waiting; ///< by its number
+    int m_waitingMessages = 0;
 
     QString m_problem; ///< of the thread: why the broker refused
     bool m_usesVersion5 = true;

@@ -178,7 +178,7 @@ void CMqttShare::publishLoads()
         const QJsonObject gap{{QStringLiteral("messages"), shared.lost},
                               {QStringLiteral("from"), secondsOf(shared.lostSince)},
                               {QStringLiteral("to"), secondsOf(microsecondsNow())}};
-        if (shared.lost > 0 && publishObject(shared, "gap", gap, false)) {
+        if (shared.lost > 0 && publishObject(shared, "gap", gap, true)) {
             m_log.tell(
                 QStringLiteral("gap"),
                 QStringLiteral("mqtt: %1: %2 messages were not published").arg(shared.bus->name()).arg(shared.lost));
