@@ -379,10 +379,12 @@ for each in (one, other, lazy, few): each.shutdown()
     {
         const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
         row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
-        row("twice", "sim sim"_s, 2, "a TARGET stands there twice"_s);
-        row("no such target", "nobody"_s, 2, "target 'nobody'"_s);
+        row("nobody to share with", "sim"_s, 2, "nobody to share with"_s);
+        row("twice", "sim sim --t93 0"_s, 2, "a TARGET stands there twice"_s);
+        row("no such target", "nobody --t93 0"_s, 2, "target 'nobody'"_s);
         row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is no [ADDRESS:]PORT"_s);
-        row("no network", "sim --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
+        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
+        row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
         row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is no HOST[:PORT]"_s);
         row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
         row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);

@@ -68,6 +68,7 @@ void addOptions(CLI::App& app, SShareOptions& options)
 {
     app.set_version_flag("--version", "cimshare " CIM_VERSION);
     app.set_config("--config", "", "Read options from a file: name=value, a line each")->type_name("FILE");
+    app.allow_config_extras(CLI::config_extras_mode::error);
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
     addListening(app, "--socketcand", options.socketcand, "Serve socketcand clients, all buses by name (port 29536)");

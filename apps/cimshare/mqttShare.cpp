@@ -71,10 +71,9 @@ CMqttShare::CMqttShare(const std::vector<CSharedBus*>& buses, const SMqttForm& f
         connect(bus, &CSharedBus::connectionChanged, this, [this, &shared] { publishState(shared); });
         connect(bus, &CSharedBus::identified, this, [this, &shared] { publishState(shared); });
         connect(&bus->hosted(), &CHostedInterface::errorRaised, this, [this, &shared](int error) {
-            const QString text = shared.bus->hosted().canInterface().interfaceErrorToString(error).trimmed();
             publishObject(shared, "error",
                           {{QStringLiteral("number"), error},
-                           {QStringLiteral("text"), text},
+                           {QStringLiteral("text"), shared.bus->textOfError(error)},
                            {QStringLiteral("time"), secondsOf(microsecondsNow())}},
                           false);
         });

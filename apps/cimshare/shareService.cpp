@@ -21,6 +21,9 @@ CShareService::~CShareService() = default;
 
 Failure CShareService::start()
 {
+    if (!m_options.socketcand && !m_options.t93 && m_options.broker.host.isEmpty()) {
+        return SProblem{QStringLiteral("nobody to share with: give --socketcand, --t93 or --mqtt"), 0, true};
+    }
     for (const QString& network : std::as_const(m_options.networks)) {
         if (Failure failure = m_access.addNetwork(network)) {
             return failure;
@@ -114,8 +117,7 @@ void CShareService::watch(CSharedBus& bus)
     connect(&bus.hosted(), &CHostedInterface::errorRaised, this, [this, &bus, fields](int error) {
         m_log.tell(QStringLiteral("interfaceError"),
                    QStringLiteral("%1: interface error %2: %3")
-                       .arg(bus.name(), QString::number(error),
-                            bus.hosted().canInterface().interfaceErrorToString(error).simplified()),
+                       .arg(bus.name(), QString::number(error), bus.textOfError(error)),
                    fields);
     });
 }

@@ -74,6 +74,11 @@ bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
     return CSimBus::send(message, sender);
 }
 
+QString CSharedBus::textOfError(int error)
+{
+    return m_hosted.canInterface().interfaceErrorToString(error).section(QLatin1Char('\n'), 0, 0).trimmed();
+}
+
 void CSharedBus::lookAtLink()
 {
     const Cim::CCommonInfo& info = m_hosted.canInterface().commonInfo();

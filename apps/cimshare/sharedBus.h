@@ -38,6 +38,8 @@ public:
     const QString& refusal() const { return m_refusal; }
 
     QString name() const { return m_target.name(); }
+    /// The interface's text for one of its errors: the first line, which says what; the others say what to do.
+    QString textOfError(int error);
     CHostedInterface& hosted() { return m_hosted; }
     bool isConnected() const { return m_isConnected; }
     const SCount& received() const { return m_received; }
