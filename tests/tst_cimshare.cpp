@@ -154,7 +154,7 @@ private Q_SLOTS:
         QVERIFY(host->resetCommunication(1) == RC_OK && share.happened("ignored"_s, 3)); // bit rates at the start
         QVERIFY(share.bus.baudrate() == rate);
         share.gateway.sendStatus(0x08);
-        QVERIFY(one.hears("< error T93 CAN bus off error."));
+        QVERIFY(one.hears("< error T93 CAN bus off error. >"));
         QCOMPARE(share.end(), 0);
     }
 

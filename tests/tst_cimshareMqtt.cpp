@@ -107,7 +107,7 @@ private Q_SLOTS:
         }
         QVERIFY(all.heard.count("/rx (") < 1000); // batches
         share.gateway.sendStatus(0x08);
-        QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error."));
+        QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error.\",\"time\":"));
         SClient client(share);
         client.write("< send 123 1 11 >");
         QVERIFY(all.hears(topic + "/tx (") && all.hears(" 123#11 T"));

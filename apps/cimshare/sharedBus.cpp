@@ -76,7 +76,7 @@ bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
 
 QString CSharedBus::textOfError(int error)
 {
-    return m_hosted.canInterface().interfaceErrorToString(error).section(QLatin1Char('\n'), 0, 0).trimmed();
+    return m_hosted.canInterface().interfaceErrorToString(error).trimmed().section(QLatin1Char('\n'), 0, 0);
 }
 
 void CSharedBus::lookAtLink()

@@ -39,7 +39,7 @@ CSocketcandServer::CSocketcandServer(const std::vector<CSharedBus*>& buses, cons
             }
         });
         connect(&bus->hosted(), &CHostedInterface::errorRaised, this,
-                [tell, bus](int error) { tell(bus->hosted().canInterface().interfaceErrorToString(error)); });
+                [tell, bus](int error) { tell(bus->textOfError(error)); });
     }
 }
 
