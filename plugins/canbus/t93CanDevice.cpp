@@ -1,11 +1,13 @@
 #include "t93CanDevice.h"
 
 #include "apps/common/bitRates.h"
+#include "cim/resultCodes.h"
 
-#include <QPointer>
 #include <QVariant>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace vexmor::CanBus
 {
@@ -17,38 +19,45 @@ constexpr int SEND_LIMIT = 9'000;
 constexpr unsigned int MAX_ID = 0x7FF;
 constexpr unsigned long END_WAIT_MS = 100;
 
-bool isBitRate(const QVariant& value)
+/// What an interface error is to users of QCanBus.
+struct SMeaning {
+    QCanBusDevice::CanBusError error;
+    QCanBusDevice::CanBusStatus busStatus = QCanBusDevice::CanBusStatus::Unknown; ///< that it tells of
+};
+const SMeaning MEANINGS[] = {
+    {QCanBusDevice::ConnectionError},                                    // IE_TCP_CONNECTION_LOST
+    {QCanBusDevice::ReadError},                                          // IE_WRONG_CHECKSUM
+    {QCanBusDevice::ReadError},                                          // IE_RX_QUEUE_FULL
+    {QCanBusDevice::ReadError},                                          // IE_READ_FAILED
+    {QCanBusDevice::OperationError},                                     // IE_NOT_CONNECTED
+    {QCanBusDevice::ReadError},                                          // IE_CAN_BUFFER_OVERFLOW
+    {QCanBusDevice::WriteError},                                         // IE_CAN_TRANSMIT_TIMEOUT
+    {QCanBusDevice::UnknownError, QCanBusDevice::CanBusStatus::Warning}, // IE_CAN_ERROR_COUNTER_OVERFLOW
+    {QCanBusDevice::UnknownError, QCanBusDevice::CanBusStatus::BusOff},  // IE_CAN_BUS_OFF
+    {QCanBusDevice::WriteError},                                         // IE_TCP_SYNTAX_ERROR
+    {QCanBusDevice::WriteError},                                         // IE_TCP_FORMAT_ERROR
+    {QCanBusDevice::WriteError},                                         // IE_TCP_BUFFER_OVERFLOW
+};
+
+bool isBitRate(int rate)
 {
-    const int rate = value.toInt();
     return rate % 1000 == 0 && Apps::bitRates().contains(QString::number(rate / 1000));
 }
 } // namespace
 
-CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface) : m_receiveLimit(DEFAULT_RECEIVE_LIMIT)
+CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model)
+    : m_model(std::move(model)), m_receiveLimit(DEFAULT_RECEIVE_LIMIT)
 {
-    const int rate = canInterface->property("CanBaudrate").toInt() * 1000;
-    if (isBitRate(rate)) {
+    m_model->setParent(this); // moves to another thread with the device
+    if (const int rate = m_model->baudrate() * 1000; isBitRate(rate)) {
         QCanBusDevice::setConfigurationParameter(BitRateKey, rate);
     }
-    m_worker = CBusWorker::start(std::move(canInterface));
-    qRegisterMetaType<News>("vexmor::CanBus::News");
-    connect(m_worker.get(), &CBusWorker::framesWaiting, this, &CT93CanDevice::onFrames, Qt::QueuedConnection);
-    const auto take = [this](int session, const News& news) {
-        if (session == m_session) {
-            news(*this);
+    setResetControllerFunction([this] {
+        if (m_worker) {
+            QMetaObject::invokeMethod(m_worker.get(), &CBusWorker::reset);
         }
-    };
-    connect(m_worker.get(), &CBusWorker::happened, this, take, Qt::QueuedConnection);
-    applyReception();
-    setResetControllerFunction([this] { m_worker->ask(&CBusWorker::reset); });
+    });
     setCanBusStatusGetter([this] { return m_busStatus; });
-}
-
-CT93CanDevice::~CT93CanDevice()
-{
-    giveUpIdle();
-    m_worker->ask(&CBusWorker::end);
-    m_worker->wait(END_WAIT_MS); // the next device can have the gateway at once, unless it is just being opened
 }
 
 // ---- Configuration ----
@@ -79,7 +88,7 @@ QString CT93CanDevice::refusalOf(int key, const QVariant& value) const
     if (key == CanFdKey && value.toBool()) {
         return tr("A T93 has no CAN FD.");
     }
-    if (key == BitRateKey && value.isValid() && !isBitRate(value)) {
+    if (key == BitRateKey && value.isValid() && !isBitRate(value.toInt())) {
         return tr("Bit rate %1: a T93 has %2 kbit/s.")
             .arg(value.toString(), Apps::bitRates().join(QStringLiteral(", ")));
     }
@@ -89,14 +98,22 @@ QString CT93CanDevice::refusalOf(int key, const QVariant& value) const
     return {};
 }
 
-void CT93CanDevice::applyReception()
+SReception CT93CanDevice::reception() const
 {
     const QVariant loopback = configurationParameter(LoopbackKey);
     SReception reception;
     reception.filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
     reception.own = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
     reception.limit = m_receiveLimit;
-    m_worker->ask(&CBusWorker::setReception, reception);
+    return reception;
+}
+
+void CT93CanDevice::applyReception()
+{
+    if (m_worker) {
+        QMetaObject::invokeMethod(
+            m_worker.get(), [worker = m_worker.get(), reception = reception()] { worker->setReception(reception); });
+    }
 }
 
 void CT93CanDevice::setReceiveLimit(int frames)
@@ -109,35 +126,41 @@ void CT93CanDevice::setReceiveLimit(int frames)
 
 bool CT93CanDevice::open()
 {
-    if (state() != ConnectingState) { // disconnected in a slot on that change of state
-        return false;
+    if (state() != ConnectingState || m_worker) { // disconnected in a slot on that change of state, or connected again
+        return state() == ConnectingState;
     }
-    if (!m_isOpen) { // else: connected again there
-        m_isOpen = true;
-        m_isLost = false;
-        ++m_session;
-        while (hasOutgoingFrames()) {
-            dequeueOutgoingFrame();
-        }
-        m_worker->ask(&CBusWorker::open, m_session, configurationParameter(BitRateKey).toInt() / 1000);
+    while (hasOutgoingFrames()) {
+        dequeueOutgoingFrame();
     }
+    m_isLost = false;
+    std::unique_ptr<Cim::CCanInterface> canInterface(m_model->clone());
+    canInterface->setProperty("CanBaudrate", configurationParameter(BitRateKey).toInt() / 1000);
+    m_worker = CBusWorker::start(std::move(canInterface), reception());
+    m_front = new QObject(this);
+    const CBusWorker* const worker = m_worker.get();
+    connect(worker, &CBusWorker::openFailed, m_front, [this](int code) { onOpenFailed(code); });
+    connect(worker, &CBusWorker::connected, m_front, [this] { onConnected(); });
+    connect(worker, &CBusWorker::errorRaised, m_front, [this](int error) { onError(error); });
+    connect(worker, &CBusWorker::sent, m_front, [this](int code) { onSent(code); });
+    connect(worker, &CBusWorker::wasReset, m_front, [this] { m_busStatus = CanBusStatus::Good; });
+    connect(worker, &CBusWorker::framesWaiting, m_front, [this] { onFrames(); });
+    QMetaObject::invokeMethod(m_worker.get(), &CBusWorker::open);
     return true;
 }
 
 void CT93CanDevice::close()
 {
-    m_isOpen = false;
+    leave();
     m_busStatus = CanBusStatus::Unknown;
-    giveUpIdle();
-    ++m_session;
-    m_worker->ask(&CBusWorker::close);
     setState(UnconnectedState);
 }
 
-void CT93CanDevice::giveUpIdle()
+void CT93CanDevice::leave()
 {
-    if (framesToWrite() == 0) {
-        m_worker->giveUp(m_session);
+    delete m_front;
+    if (const auto worker = std::exchange(m_worker, nullptr)) {
+        QMetaObject::invokeMethod(worker.get(), &CBusWorker::end);
+        worker->wait(END_WAIT_MS); // the next one can have the gateway at once, unless this was just being opened
     }
 }
 
@@ -156,13 +179,13 @@ bool CT93CanDevice::writeFrame(const QCanBusFrame& frame)
     message.setData(0, static_cast<unsigned int>(data.size()),
                     reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     enqueueOutgoingFrame(frame);
-    m_worker->ask(&CBusWorker::send, message);
+    QMetaObject::invokeMethod(m_worker.get(), [worker = m_worker.get(), message] { worker->send(message); });
     return true;
 }
 
 QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
 {
-    if (!m_isOpen) {
+    if (!m_worker) {
         return tr("Not sent: the device is not connected.");
     }
     if (m_isLost) {
@@ -183,12 +206,17 @@ QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
     return {};
 }
 
-QString CT93CanDevice::interpretErrorFrame(const QCanBusFrame& /*errorFrame*/)
-{
-    return {}; // a T93 gives none
-}
+// ---- What the worker tells ----
 
-// ---- What the interface tells ----
+void CT93CanDevice::onOpenFailed(int code)
+{
+    const QPointer<QObject> front = m_front;
+    setError(m_model->errorCodeToString(code),
+             code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
+    if (front) { // else deleted, disconnected or connected anew in a slot
+        close();
+    }
+}
 
 void CT93CanDevice::onConnected()
 {
@@ -197,67 +225,47 @@ void CT93CanDevice::onConnected()
     setState(ConnectedState);
 }
 
-void CT93CanDevice::onOpenFailed(const QString& text, CanBusError error)
+void CT93CanDevice::onError(int error)
 {
-    if (tellError(text, error)) {
-        close();
+    const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
+    const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{UnknownError};
+    if (error == Cim::IE_TCP_CONNECTION_LOST) {
+        m_isLost = true;
+        m_busStatus = CanBusStatus::Unknown;
+    } else if (meaning.busStatus != CanBusStatus::Unknown) {
+        m_busStatus = meaning.busStatus;
     }
-}
-
-void CT93CanDevice::onLost(const QString& text, CanBusError error)
-{
-    m_isLost = true;
-    m_busStatus = CanBusStatus::Unknown;
-    if (tellError(text, error) && m_isLost) { // else regained, in a slot that ran the event loop
+    const QPointer<QObject> front = m_front;
+    setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
+    if (front && m_isLost) { // else regained in a slot that ran the event loop
         setState(ConnectingState);
     }
 }
 
-void CT93CanDevice::onSent(const QString& refusal)
+void CT93CanDevice::onSent(int code)
 {
     dequeueOutgoingFrame();
-    if (refusal.isEmpty()) {
+    if (code == Cim::RC_OK) {
         Q_EMIT framesWritten(1);
     } else {
-        setError(refusal, WriteError);
+        setError(m_model->errorCodeToString(code), WriteError);
     }
-}
-
-void CT93CanDevice::onError(const QString& text, CanBusError error, CanBusStatus busStatus)
-{
-    if (busStatus != CanBusStatus::Unknown) {
-        m_busStatus = busStatus;
-    }
-    setError(text, error);
 }
 
 void CT93CanDevice::onFrames()
 {
-    int dropped = 0;
-    QVector<QCanBusFrame> frames = m_worker->takeFrames(m_session, dropped);
+    const SReceived received = m_worker->takeReceived();
     const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
-    if (frames.size() > room) {
-        dropped += frames.size() - room;
-        frames.resize(room);
-    }
+    const int dropped = received.dropped + std::max(0, received.frames.size() - room);
     const bool isNew = dropped > 0 && !m_isFull;
     m_isFull = dropped > 0 || (m_isFull && room < m_receiveLimit / 2);
     m_droppedFrames += dropped;
 
-    const QPointer<CT93CanDevice> self(this);
-    enqueueReceivedFrames(frames);
-    if (self && isNew) {
+    const QPointer<QObject> front = m_front;
+    enqueueReceivedFrames(received.frames.mid(0, room));
+    if (front && isNew) {
         setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
     }
-}
-
-/// False when the device was deleted, disconnected or connected anew in a slot.
-bool CT93CanDevice::tellError(const QString& text, CanBusError error)
-{
-    const QPointer<CT93CanDevice> self(this);
-    const int session = m_session;
-    setError(text, error);
-    return self && m_session == session;
 }
 
 } // namespace vexmor::CanBus
