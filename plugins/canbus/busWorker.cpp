@@ -7,8 +7,8 @@
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <list>
 #include <utility>
-#include <vector>
 
 namespace vexmor::CanBus
 {
@@ -16,126 +16,111 @@ namespace
 {
 constexpr int LOOK_AT_LINK_MS = 50;
 constexpr int MAX_BATCH = 10'000;
+constexpr int MAX_FRAMES = 100'000; ///< may wait for the device, which has stopped taking them long before
 
 /// Workers whose threads may run: they use the plugin, and so end before the application object.
 std::mutex s_lock;
-std::vector<std::shared_ptr<CBusWorker>> s_workers;
+std::list<std::shared_ptr<CBusWorker>> s_workers;
 
 void endAll()
 {
     const std::lock_guard<std::mutex> guard(s_lock);
     for (const auto& worker : s_workers) {
-        QMetaObject::invokeMethod(worker.get(), &CBusWorker::end);
+        worker->end();
     }
-    for (const auto& worker : s_workers) {
-        worker->wait();
-    }
-    s_workers.clear();
-}
-
-bool matches(const QCanBusDevice::Filter& filter, unsigned int id)
-{
-    return (filter.type == QCanBusFrame::InvalidFrame || filter.type == QCanBusFrame::DataFrame) &&
-           (filter.format & QCanBusDevice::Filter::MatchBaseFormat) != 0 &&
-           (id & filter.frameIdMask) == (filter.frameId & filter.frameIdMask);
-}
-
-QCanBusFrame frameOf(const Cim::CCanMessage& message, bool isOwn)
-{
-    const auto* const data = reinterpret_cast<const char*>(message.data());
-    QCanBusFrame frame(message.id().value(), QByteArray(data, static_cast<int>(message.length())));
-    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(Apps::microsecondsNow()));
-    frame.setLocalEcho(isOwn);
-    return frame;
+    s_workers.remove_if([](const auto& worker) { return worker->wait(); });
 }
 } // namespace
 
-std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> canInterface,
-                                              const SReception& reception)
+std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> canInterface)
 {
-    const std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(canInterface), reception));
     const std::lock_guard<std::mutex> guard(s_lock);
-    const auto hasEnded = [](const std::shared_ptr<CBusWorker>& one) { return one->wait(0); };
-    s_workers.erase(std::remove_if(s_workers.begin(), s_workers.end(), hasEnded), s_workers.end());
-    s_workers.push_back(worker);
+    s_workers.remove_if([](const auto& worker) { return worker->wait(0); });
+    s_workers.emplace_back(new CBusWorker(std::move(canInterface)));
     qRemovePostRoutine(endAll); // once is enough
     qAddPostRoutine(endAll);
-    return worker;
+    return s_workers.back();
 }
 
-CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface, const SReception& reception)
-    : m_hosted(new Apps::CHostedInterface(std::move(canInterface), this)), m_linkTimer(this), m_reception(reception)
+CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface)
+    : m_hosted(new Apps::CHostedInterface(std::move(canInterface), this)), m_linkTimer(this)
 {
+    using Host = Apps::CHostedInterface;
+    connect(m_hosted, &Host::received, this, [this](const Cim::CCanMessage& message) { store(message, false); });
+    connect(m_hosted, &Host::sent, this, [this](const Cim::CCanMessage& message) { store(message, true); });
+    connect(m_hosted, &Host::errorRaised, this, &CBusWorker::onError);
     m_linkTimer.setInterval(LOOK_AT_LINK_MS);
     connect(&m_linkTimer, &QTimer::timeout, this, &CBusWorker::lookAtLink);
-    connect(m_hosted, &Apps::CHostedInterface::received, this, [this](const Cim::CCanMessage& message) {
-        lookAtLink();
-        store(message, false);
-    });
-    connect(m_hosted, &Apps::CHostedInterface::sent, this,
-            [this](const Cim::CCanMessage& message) { store(message, true); });
-    connect(m_hosted, &Apps::CHostedInterface::errorRaised, this, [this](int error) {
-        handOver(); // what was received before
-        Q_EMIT errorRaised(error);
-        if (error == Cim::IE_TCP_CONNECTION_LOST) {
-            m_linkTimer.start();
-        }
-    });
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
 }
 
-SReceived CBusWorker::takeReceived()
-{
-    const std::lock_guard<std::mutex> guard(m_lock);
-    return std::exchange(m_received, {});
-}
+// ---- From any thread ----
 
 void CBusWorker::open()
 {
-    const int code = can().openCommunication(); // processes events
-    m_isOpening = false;
-    if (code == Cim::RC_OK) {
-        m_linkTimer.start();
-        lookAtLink();
-        for (const Cim::CCanMessage& message : std::exchange(m_waiting, {})) {
-            send(message);
+    const auto work = [this] {
+        const int code = can().openCommunication(); // processes events
+        if (code == Cim::RC_OK) {
+            m_linkTimer.start();
+            lookAtLink();
+            connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+                    &CBusWorker::handOver); // when all that came was read
+        } else {
+            Q_EMIT openFailed(code);
         }
-        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
-                &CBusWorker::handOver); // when all that came was read
-    } else {
-        Q_EMIT openFailed(code);
-    }
-    if (m_isEnding) {
-        end();
-    }
+        m_isOpening = false;
+        for (const auto& command : std::exchange(m_commands, {})) {
+            command();
+        }
+    };
+    QMetaObject::invokeMethod(this, work);
+}
+
+void CBusWorker::ask(const std::function<void()>& command)
+{
+    QMetaObject::invokeMethod(this, [=] { m_isOpening ? m_commands.push_back(command) : command(); });
 }
 
 void CBusWorker::send(const Cim::CCanMessage& message)
 {
-    if (m_isOpening) {
-        m_waiting.append(message);
-    } else {
-        Q_EMIT sent(m_hosted->send(message));
-    }
+    ask([=] { Q_EMIT sent(m_hosted->send(message)); });
 }
 
 void CBusWorker::reset()
 {
-    // Refused without a link, of which the interface tells as of an error of its own.
-    if (can().resetCommunication(1) == Cim::RC_OK) {
-        Q_EMIT wasReset();
-    }
+    ask([this] {
+        // Refused without a link, of which the interface tells as of an error of its own.
+        if (can().resetCommunication(1) == Cim::RC_OK) {
+            Q_EMIT connected();
+        }
+    });
 }
 
 void CBusWorker::end()
 {
-    m_isEnding = true;
-    if (!m_isOpening) {
-        can().closeCommunication();
+    ask([this] {
         m_linkTimer.stop();
+        can().closeCommunication();
         m_thread.quit();
+    });
+}
+
+SFrames CBusWorker::takeFrames()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    return std::exchange(m_frames, {});
+}
+
+// ---- In the thread of the interface ----
+
+void CBusWorker::onError(int error)
+{
+    handOver(); // what was received before
+    Q_EMIT errorRaised(error);
+    if (error == Cim::IE_TCP_CONNECTION_LOST) {
+        m_linkTimer.start();
     }
 }
 
@@ -149,12 +134,12 @@ void CBusWorker::lookAtLink()
 
 void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)
 {
-    const auto& filters = m_reception.filters;
-    const auto isWanted = [&](const QCanBusDevice::Filter& filter) { return matches(filter, message.id().value()); };
-    if ((isOwn && !m_reception.own) || (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
-        return;
-    }
-    m_batch.append(frameOf(message, isOwn));
+    lookAtLink(); // the device is told of the connection first
+    const auto* const data = reinterpret_cast<const char*>(message.data());
+    QCanBusFrame frame(message.id().value(), QByteArray(data, static_cast<int>(message.length())));
+    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(Apps::microsecondsNow()));
+    frame.setLocalEcho(isOwn);
+    m_batch.append(std::move(frame));
     if (m_batch.size() >= MAX_BATCH) {
         handOver();
     }
@@ -166,12 +151,12 @@ void CBusWorker::handOver()
         return;
     }
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_received.frames.isEmpty()) {
+    if (m_frames.frames.isEmpty()) {
         Q_EMIT framesWaiting();
     }
-    const int kept = std::clamp(m_reception.limit - m_received.frames.size(), 0, m_batch.size());
-    m_received.frames += m_batch.mid(0, kept);
-    m_received.dropped += m_batch.size() - kept;
+    const int kept = std::min(MAX_FRAMES - m_frames.frames.size(), m_batch.size());
+    m_frames.frames += m_batch.mid(0, kept);
+    m_frames.dropped += m_batch.size() - kept;
     m_batch = {};
 }
 

@@ -7,78 +7,67 @@
 #include <QTimer>
 
 #include <climits>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace vexmor::CanBus
 {
 
-/// Which frames are wanted, and how many may wait for the device.
-struct SReception {
-    QList<QCanBusDevice::Filter> filters; ///< none: everything
-    bool own = false;                     ///< those that were sent, too
-    int limit = 0;
-};
-
-/// Frames that wait for the device, and how many behind them found no room.
-struct SReceived {
+/// Received and sent frames that wait for the device, and how many behind them found no room.
+struct SFrames {
     QVector<QCanBusFrame> frames;
     int dropped = 0;
 };
 
 /// An interface in a thread of its own, from one opening to its closing: opening blocks for up to a second.
 ///
-/// The device makes it, connects its signals and asks for operations by `QMetaObject::invokeMethod`; the last one is
-/// `end`. What comes of them is told by signals, in order. It keeps itself until its thread has ended, for which the
-/// program waits when the application object goes.
+/// What is asked for is done there, in order, once the opening is over; what comes of it is told by signals, in order,
+/// too. The last thing to ask for is `end`. A worker keeps itself until its thread has ended, for which the program
+/// waits when the application object goes.
 class CBusWorker : public QObject
 {
     Q_OBJECT
 
 public:
     /// Starts the thread. Takes over a closed interface of the calling thread.
-    static std::shared_ptr<CBusWorker> start(std::unique_ptr<Cim::CCanInterface> canInterface,
-                                             const SReception& reception);
+    static std::shared_ptr<CBusWorker> start(std::unique_ptr<Cim::CCanInterface> canInterface);
 
     // From any thread.
-    SReceived takeReceived();
-    /// Waits until the thread has ended; false when the time was over before.
-    bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
-
-    // In the thread of the interface.
     void open();
-    /// While it is being opened, messages wait, and so does the end.
     void send(const Cim::CCanMessage& message);
     void reset();
-    void setReception(const SReception& reception) { m_reception = reception; }
     void end();
+    /// Waits until the thread has ended; false when the time was over before.
+    bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
+    SFrames takeFrames();
 
 Q_SIGNALS:
     void openFailed(int code);
-    /// The link stands, at first or again.
+    /// All is well: the link stands, at first or again, or the gateway was reset.
     void connected();
     void errorRaised(int error);
     void sent(int code);
-    void wasReset();
     void framesWaiting();
 
 private:
-    CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface, const SReception& reception);
+    explicit CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface);
     Cim::CCanInterface& can() { return m_hosted->canInterface(); }
+    void ask(const std::function<void()>& command);
+    void onError(int error);
     void lookAtLink();
     void store(const Cim::CCanMessage& message, bool isOwn);
     void handOver();
 
     Apps::CHostedInterface* const m_hosted; ///< child; ends with the thread
     bool m_isOpening = true;
-    bool m_isEnding = false;             ///< when it has been opened
-    QVector<Cim::CCanMessage> m_waiting; ///< until it is open
-    QTimer m_linkTimer;                  ///< runs while the link is down: no signal tells that it was regained
-    SReception m_reception;
+    std::vector<std::function<void()>> m_commands; ///< wait until it is open
+    QTimer m_linkTimer;            ///< runs while the link is down: no signal tells that it was regained
     QVector<QCanBusFrame> m_batch; ///< of this turn of the event loop
 
-    std::mutex m_lock; ///< guards m_received
-    SReceived m_received;
+    std::mutex m_lock; ///< guards m_frames
+    SFrames m_frames;
 
     QThread m_thread; ///< first to go
 };

@@ -21,9 +21,9 @@ class CT93CanDevice : public QCanBusDevice
     Q_OBJECT
     /// So many received frames may wait to be read; what finds no room is dropped, of which an error tells once until
     /// half of them were read.
-    Q_PROPERTY(int receiveLimit READ receiveLimit WRITE setReceiveLimit)
+    Q_PROPERTY(int receiveLimit MEMBER m_receiveLimit)
     /// Frames dropped for want of room since the device was made.
-    Q_PROPERTY(qlonglong droppedFrames MEMBER m_droppedFrames CONSTANT)
+    Q_PROPERTY(qlonglong droppedFrames READ droppedFrames)
 
 public:
     /// For a closed interface of this thread. A bit rate that it has becomes BitRateKey.
@@ -36,18 +36,14 @@ public:
     bool writeFrame(const QCanBusFrame& frame) override;
     QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 gives none
 
-    int receiveLimit() const { return m_receiveLimit; }
-    void setReceiveLimit(int frames);
+    qlonglong droppedFrames() const { return m_droppedFrames; }
 
 protected:
     bool open() override;
     void close() override;
 
 private:
-    QString refusalOf(int key, const QVariant& value) const;
     QString refusalOf(const QCanBusFrame& frame) const;
-    SReception reception() const;
-    void applyReception();
     void leave();
 
     // What the worker tells. Each signal of these may be the last thing that this device does.
@@ -62,7 +58,7 @@ private:
     QPointer<QObject> m_front; ///< child; the worker's signals come to it, and none any more once it is gone
     bool m_isLost = false;     ///< the link, which is being regained
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
-    int m_receiveLimit;
+    int m_receiveLimit = 100'000;
     bool m_isFull = false; ///< an error has told so
     qlonglong m_droppedFrames = 0;
 };
