@@ -213,9 +213,10 @@ void CT93CanDevice::onFrames()
 
     const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
     dropped += std::max(0, frames.size() - room);
-    const bool isNew = dropped > 0 && !m_isFull;
-    m_isFull = dropped > 0 || (m_isFull && room < m_receiveLimit / 2);
     m_droppedFrames += dropped;
+    m_isFull = m_isFull && room < m_receiveLimit / 2;
+    const bool isNew = dropped > 0 && !m_isFull;
+    m_isFull = m_isFull || isNew;
 
     const QPointer<QObject> front = m_front;
     enqueueReceivedFrames(frames.mid(0, room));
