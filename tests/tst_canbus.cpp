@@ -96,12 +96,13 @@ private Q_SLOTS:
     void sendsWhatAT93Can()
     {
         SDevice host;
-        Frame extended(0x123, {}), flexible(0x123, {});
+        Frame extended(0x123, {}), flexible(0x123, {}), tooLong(0x123, QByteArray(9, 'x'));
         extended.setExtendedFrameFormat(true);
         flexible.setFlexibleDataRateFormat(true);
+        tooLong.setFlexibleDataRateFormat(false);
         QVERIFY(!host.device->writeFrame(Frame(1, {})) && host.connect());
-        for (const Frame& frame : {Frame(0x800, {}), extended, flexible, Frame(1, QByteArray(9, 'x')),
-                                   Frame(Frame::RemoteRequestFrame), Frame(Frame::ErrorFrame)}) {
+        for (const Frame& frame : {Frame(0x800, {}), extended, flexible, tooLong, Frame(Frame::RemoteRequestFrame),
+                                   Frame(Frame::ErrorFrame)}) {
             QVERIFY2(!host.device->writeFrame(frame), qPrintable(frame.toString()));
             QVERIFY(host.device->errorString().startsWith("Not sent: "_s));
         }
@@ -110,6 +111,14 @@ private Q_SLOTS:
         QTRY_COMPARE(host.told.count("written"_s), 2);
         QTRY_COMPARE(host.sent, (QList<CCanMessage>{message(0x7FF, data), message(0)}));
         QVERIFY(host.device->framesToWrite() == 0 && host.seen().isEmpty() && host.told.count("WriteError"_s) == 7);
+
+        listenOn(host.gateway); // elsewhere: what is lost now is not regained
+        host.gateway.dropLinks();
+        for (int i = 0; i < 20; ++i) { // before the loss is known; the link takes a few of them at most
+            QVERIFY(host.device->writeFrame(Frame(1, {})));
+        }
+        QTRY_COMPARE(host.told.count("written"_s) + host.told.count("WriteError"_s), 2 + 7 + 20);
+        QVERIFY(host.told.count("written"_s) < 2 + 10);
     }
 
     void setsTheBitRateWhereAsked()
@@ -120,13 +129,15 @@ private Q_SLOTS:
         QCOMPARE(host.told, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
         host.device->setConfigurationParameter(Device::UserKey, 1);
-        QVERIFY(host.connect() && host.device->writeFrame(Frame(1, {})));
-        QTRY_COMPARE(host.sent.size(), 1); // behind all that is sent first
-        QCOMPARE(host.bus.baudrate(), 250U);
+        QList<quint32> rates;
+        connect(&host.gateway, &CSimGateway::messageReceived, [&] { rates += host.bus.baudrate(); });
+        connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->writeFrame(Frame(1, {})); });
+        QVERIFY(host.device->connectDevice());
+        QTRY_COMPARE(rates, QList<quint32>{250});
         host.device->disconnectDevice();
         host.device->setConfigurationParameter(Device::BitRateKey, 500000);
-        QVERIFY(host.connect());
-        QTRY_COMPARE(host.bus.baudrate(), 500U);
+        QVERIFY(host.device->connectDevice()); // the message waits for the rate
+        QTRY_COMPARE(rates, (QList<quint32>{250, 500}));
         QCOMPARE(host.told.filter("Error"_s).size(), 2);
     }
 
@@ -151,9 +162,10 @@ private Q_SLOTS:
         for (const quint16 id : {0x10, 0x123, 0x124}) {
             host.bus.send(message(id));
         }
+        QString seen = "not yet"_s;
+        host.on = [&](const QString& what) { seen = what == "ReadError"_s ? host.seen() : seen; };
         host.gateway.sendStatus(0x01); // comes behind them
-        QTRY_COMPARE(host.told.last(), "ReadError"_s);
-        QCOMPARE(host.seen(), cell<QString>("seen"));
+        QTRY_COMPARE(seen, cell<QString>("seen"));
     }
 
     void knowsWhatIsStored()
@@ -209,9 +221,8 @@ private Q_SLOTS:
         SDevice host;
         connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->disconnectDevice(); });
         QVERIFY(host.device->connectDevice());
-        QTRY_COMPARE(host.told, list("ConnectingState ClosingState UnconnectedState"_s));
-        QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
-        QCOMPARE(host.told.size(), 3);
+        QTRY_VERIFY(host.told.contains("ClosingState"_s) && host.gateway.tcpHostCount() == 0);
+        QCOMPARE(host.told.last(), "UnconnectedState"_s);
     }
 
     void busOffUntilReset()
@@ -232,9 +243,9 @@ private Q_SLOTS:
     void anythingInASlot_data()
     {
         rows({"delete at ConnectedState", "delete at received", "delete at written", "delete at ReadError",
-              "delete at ConnectionError", "delete at refused ConnectionError", "again at ConnectedState",
-              "again at received", "again at written", "again at ReadError", "again at ConnectionError",
-              "again at refused ConnectionError"});
+              "delete at ConnectionError", "delete at refused ConnectionError", "again at ConnectingState",
+              "again at ConnectedState", "again at received", "again at written", "again at ReadError",
+              "again at ConnectionError", "again at refused ConnectionError"});
     }
     void anythingInASlot()
     {
@@ -271,12 +282,15 @@ private Q_SLOTS:
             QSKIP("a program without a sanitizer loads no library with one");
         }
         SDevice host;
+        const CDeafPort deaf; // where it is still connecting when the program ends
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
-        QProcess util;
-        util.start("canbusutil"_s, {"t93canbus"_s, at(host.gateway.port()), "123#1122"_s});
+        for (const quint16 port : {host.gateway.port(), deaf.serverPort()}) {
+            QProcess util;
+            util.start("canbusutil"_s, {"t93canbus"_s, at(port), "123#1122"_s});
+            QTRY_COMPARE(util.state(), QProcess::NotRunning);
+            QVERIFY(util.exitStatus() == QProcess::NormalExit && util.exitCode() == 0);
+        }
         QTRY_COMPARE(host.sent, QList<CCanMessage>{message(0x123, hex("1122"))});
-        QTRY_COMPARE(util.state(), QProcess::NotRunning);
-        QCOMPARE(util.exitCode(), 0);
     }
 };
 
