@@ -101,6 +101,7 @@ void CBusWorker::reset()
 void CBusWorker::end()
 {
     ask([this] {
+        m_hosted->disconnect(this); // what it tells after its end would start the timer again
         m_linkTimer.stop();
         can().closeCommunication();
         m_thread.quit();
