@@ -1,252 +1,146 @@
 #include "busWorker.h"
 
+#include "apps/common/clock.h"
 #include "cim/resultCodes.h"
-#include "t93CanDevice.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
-#include <QScopedValueRollback>
-#include <QVariant>
 
 #include <algorithm>
-#include <chrono>
-#include <iterator>
+#include <list>
 #include <utility>
 
 namespace vexmor::CanBus
 {
 namespace
 {
-using Error = QCanBusDevice::CanBusError;
-using Status = QCanBusDevice::CanBusStatus;
-
 constexpr int LOOK_AT_LINK_MS = 50;
 constexpr int MAX_BATCH = 10'000;
+constexpr int MAX_FRAMES = 100'000; ///< may wait for the device, which has stopped taking them long before
 
-/// What an interface error is to users of QCanBus.
-struct SMeaning {
-    Error error;
-    Status busStatus = Status::Unknown; ///< that it tells of
-};
-const SMeaning MEANINGS[] = {
-    {Error::ConnectionError},               // IE_TCP_CONNECTION_LOST
-    {Error::ReadError},                     // IE_WRONG_CHECKSUM
-    {Error::ReadError},                     // IE_RX_QUEUE_FULL
-    {Error::ReadError},                     // IE_READ_FAILED
-    {Error::OperationError},                // IE_NOT_CONNECTED
-    {Error::ReadError},                     // IE_CAN_BUFFER_OVERFLOW
-    {Error::WriteError},                    // IE_CAN_TRANSMIT_TIMEOUT
-    {Error::UnknownError, Status::Warning}, // IE_CAN_ERROR_COUNTER_OVERFLOW
-    {Error::UnknownError, Status::BusOff},  // IE_CAN_BUS_OFF
-    {Error::WriteError},                    // IE_TCP_SYNTAX_ERROR
-    {Error::WriteError},                    // IE_TCP_FORMAT_ERROR
-    {Error::WriteError},                    // IE_TCP_BUFFER_OVERFLOW
-};
+/// Workers whose threads may run: they use the plugin, and so end before the application object.
+std::mutex s_lock;
+std::list<std::shared_ptr<CBusWorker>> s_workers;
 
-/// The worker of this thread: a spy handler gets no context.
-thread_local CBusWorker* s_worker = nullptr;
-
-/// Workers whose threads may run. They use the plugin, and so end before the application object.
-std::mutex s_workersLock;
-std::vector<std::shared_ptr<CBusWorker>> s_workers;
-
-void endWorkers()
+void endAll()
 {
-    std::vector<std::shared_ptr<CBusWorker>> workers;
-    {
-        const std::lock_guard<std::mutex> guard(s_workersLock);
-        workers.swap(s_workers);
+    const std::lock_guard<std::mutex> guard(s_lock);
+    for (const auto& worker : s_workers) {
+        worker->end();
     }
-    for (const auto& worker : workers) {
-        worker->ask(&CBusWorker::end);
-        worker->wait();
-    }
-}
-
-void keepUntilItEnds(const std::shared_ptr<CBusWorker>& worker)
-{
-    const std::lock_guard<std::mutex> guard(s_workersLock);
-    const auto hasEnded = [](const std::shared_ptr<CBusWorker>& one) { return one->wait(0); };
-    s_workers.erase(std::remove_if(s_workers.begin(), s_workers.end(), hasEnded), s_workers.end());
-    if (s_workers.empty()) {
-        qRemovePostRoutine(endWorkers);
-        qAddPostRoutine(endWorkers);
-    }
-    s_workers.push_back(worker);
-}
-
-bool matches(const QCanBusDevice::Filter& filter, unsigned int id)
-{
-    return (filter.type == QCanBusFrame::InvalidFrame || filter.type == QCanBusFrame::DataFrame) &&
-           (filter.format & QCanBusDevice::Filter::MatchBaseFormat) != 0 &&
-           (id & filter.frameIdMask) == (filter.frameId & filter.frameIdMask);
-}
-
-QCanBusFrame frameOf(const Cim::CCanMessage& message, bool isOwn)
-{
-    using namespace std::chrono;
-    const auto* const data = reinterpret_cast<const char*>(message.data());
-    QCanBusFrame frame(message.id().value(), QByteArray(data, static_cast<int>(message.length())));
-    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(
-        duration_cast<microseconds>(system_clock::now().time_since_epoch()).count()));
-    frame.setLocalEcho(isOwn);
-    return frame;
+    s_workers.remove_if([](const auto& worker) { return worker->wait(); });
 }
 } // namespace
 
-std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> model)
+std::shared_ptr<CBusWorker> CBusWorker::start(std::unique_ptr<Cim::CCanInterface> canInterface)
 {
-    std::shared_ptr<CBusWorker> worker(new CBusWorker(std::move(model)));
-    keepUntilItEnds(worker);
-    return worker;
+    const std::lock_guard<std::mutex> guard(s_lock);
+    s_workers.remove_if([](const auto& worker) { return worker->wait(0); });
+    s_workers.emplace_back(new CBusWorker(std::move(canInterface)));
+    qRemovePostRoutine(endAll); // once is enough
+    qAddPostRoutine(endAll);
+    return s_workers.back();
 }
 
-CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> model) : m_model(std::move(model)), m_linkTimer(this)
+CBusWorker::CBusWorker(std::unique_ptr<Cim::CCanInterface> canInterface)
+    : m_hosted(new Apps::CHostedInterface(std::move(canInterface), this)), m_linkTimer(this)
 {
-    m_model->setSpyHandler(onMessage);
+    using Host = Apps::CHostedInterface;
+    connect(m_hosted, &Host::received, this, [this](const Cim::CCanMessage& message) { store(message, false); });
+    connect(m_hosted, &Host::sent, this, [this](const Cim::CCanMessage& message) { store(message, true); });
+    connect(m_hosted, &Host::errorRaised, this, &CBusWorker::onError);
     m_linkTimer.setInterval(LOOK_AT_LINK_MS);
     connect(&m_linkTimer, &QTimer::timeout, this, &CBusWorker::lookAtLink);
-    m_model->moveToThread(&m_thread);
+    connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
 }
 
-// ---- Commands ----
+// ---- From any thread ----
 
-void CBusWorker::post(std::function<void()> command)
+void CBusWorker::open()
 {
-    const auto work = [this, command = std::move(command)] {
-        m_commands.push_back(command);
-        if (m_isWorking) { // within an opening, which processes events
-            return;
+    const auto work = [this] {
+        const int code = can().openCommunication(); // processes events
+        if (code == Cim::RC_OK) {
+            m_linkTimer.start();
+            lookAtLink();
+            connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+                    &CBusWorker::handOver); // when all that came was read
+        } else {
+            Q_EMIT openFailed(code);
         }
-        const QScopedValueRollback<bool> working(m_isWorking, true);
-        for (; !m_commands.empty(); m_commands.pop_front()) {
-            m_commands.front()();
+        m_isOpening = false;
+        for (const auto& command : std::exchange(m_commands, {})) {
+            command();
         }
     };
-    QMetaObject::invokeMethod(this, work, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, work);
 }
 
-void CBusWorker::open(int session, int kbitPerSecond)
+void CBusWorker::ask(const std::function<void()>& command)
 {
-    if (session <= m_givenUp || !m_model) {
-        return;
-    }
-    s_worker = this;
-    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, &CBusWorker::handOver,
-            Qt::UniqueConnection); // when all that came was read
-    m_session = session;
-    m_can.reset(m_model->clone());
-    m_can->setProperty("CanBaudrate", kbitPerSecond);
-    connect(m_can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-    const int code = m_can->openCommunication();
-    if (code == Cim::RC_OK) {
-        m_isConnected = true;
-        tell([](CT93CanDevice& device) { device.onConnected(); });
-        takeReceived(); // what came meanwhile
-        return;
-    }
-    const Error error = code == Cim::RC_TCP_CONNECT_FAILED ? Error::ConnectionError : Error::ConfigurationError;
-    const QString text = m_can->errorCodeToString(code);
-    tell([=](CT93CanDevice& device) { device.onOpenFailed(text, error); });
-    close();
+    QMetaObject::invokeMethod(this, [=] { m_isOpening ? m_commands.push_back(command) : command(); });
 }
 
 void CBusWorker::send(const Cim::CCanMessage& message)
 {
-    if (!m_can) { // it could not be opened
-        return;
-    }
-    const int code = m_can->writeMessage(message);
-    if (code == Cim::RC_OK) {
-        store(message, true);
-    }
-    const QString refusal = code == Cim::RC_OK ? QString() : m_can->errorCodeToString(code);
-    tell([=](CT93CanDevice& device) { device.onSent(refusal); });
+    ask([=] { Q_EMIT sent(m_hosted->send(message)); });
 }
 
 void CBusWorker::reset()
 {
-    // Refused without a link, of which the interface tells as of an error of its own.
-    if (m_can && m_can->resetCommunication(1) == Cim::RC_OK) {
-        tell([](CT93CanDevice& device) { device.onReset(); });
-    }
-}
-
-void CBusWorker::close()
-{
-    m_linkTimer.stop();
-    m_can.reset();
-    m_isConnected = false;
-    m_batch.clear();
+    ask([this] {
+        // Refused without a link, of which the interface tells as of an error of its own.
+        if (can().resetCommunication(1) == Cim::RC_OK) {
+            Q_EMIT connected();
+        }
+    });
 }
 
 void CBusWorker::end()
 {
-    close();
-    m_model.reset();
-    m_thread.quit();
+    ask([this] {
+        m_hosted->disconnect(this); // what it tells after its end would start the timer again
+        m_linkTimer.stop();
+        can().closeCommunication();
+        m_thread.quit();
+    });
 }
 
-// ---- What the interface tells ----
-
-int CBusWorker::onMessage(const Cim::CCanInterface&, bool isSending, const Cim::CCanMessage&)
+SFrames CBusWorker::takeFrames()
 {
-    if (!isSending) {
-        s_worker->lookAtLink();
-        s_worker->takeReceived();
-    }
-    return 0;
+    const std::lock_guard<std::mutex> guard(m_lock);
+    return std::exchange(m_frames, {});
 }
 
-void CBusWorker::takeReceived()
-{
-    // While it is being opened they wait in the interface: the device is told of the connection first.
-    for (Cim::CCanMessage message; m_isConnected && m_can->readMessage(message) == Cim::RC_OK;) {
-        store(message, false);
-    }
-}
+// ---- In the thread of the interface ----
 
-void CBusWorker::onInterfaceError(int error)
+void CBusWorker::onError(int error)
 {
-    const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
-    const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{Error::UnknownError};
-    const QString text = m_can->interfaceErrorToString(error).trimmed();
-    if (error != Cim::IE_TCP_CONNECTION_LOST) {
-        tell([=](CT93CanDevice& device) { device.onError(text, meaning.error, meaning.busStatus); });
-        return;
+    handOver(); // what was received before
+    Q_EMIT errorRaised(error);
+    if (error == Cim::IE_TCP_CONNECTION_LOST) {
+        m_linkTimer.start();
     }
-    tell([=](CT93CanDevice& device) { device.onLost(text, meaning.error); });
-    m_isConnected = false;
-    m_linkTimer.start();
 }
 
 void CBusWorker::lookAtLink()
 {
-    if (m_linkTimer.isActive() && m_can->commonInfo().connectionState() == Cim::CCommonInfo::eConnected) {
+    if (m_linkTimer.isActive() && can().commonInfo().connectionState() == Cim::CCommonInfo::eConnected) {
         m_linkTimer.stop();
-        m_isConnected = true;
-        tell([](CT93CanDevice& device) { device.onConnected(); });
+        Q_EMIT connected();
     }
-}
-
-// ---- To the device ----
-
-void CBusWorker::tell(const News& news)
-{
-    handOver(); // what was received before
-    Q_EMIT happened(m_session, news);
 }
 
 void CBusWorker::store(const Cim::CCanMessage& message, bool isOwn)
 {
-    const auto& filters = m_reception.filters;
-    const auto isWanted = [&](const QCanBusDevice::Filter& filter) { return matches(filter, message.id().value()); };
-    if ((isOwn && !m_reception.own) || (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), isWanted))) {
-        return;
-    }
-    m_batch.append(frameOf(message, isOwn));
+    lookAtLink(); // the device is told of the connection first
+    const auto* const data = reinterpret_cast<const char*>(message.data());
+    QCanBusFrame frame(message.id().value(), QByteArray(data, static_cast<int>(message.length())));
+    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(Apps::microsecondsNow()));
+    frame.setLocalEcho(isOwn);
+    m_batch.append(std::move(frame));
     if (m_batch.size() >= MAX_BATCH) {
         handOver();
     }
@@ -258,28 +152,13 @@ void CBusWorker::handOver()
         return;
     }
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_framesSession != m_session) {
-        m_framesSession = m_session;
-        m_frames.clear();
-        m_dropped = 0;
-    }
-    if (m_frames.isEmpty()) {
+    if (m_frames.frames.isEmpty()) {
         Q_EMIT framesWaiting();
     }
-    const int room = std::max(0, m_reception.limit - m_frames.size());
-    m_dropped += std::max(0, m_batch.size() - room);
-    m_frames += m_batch.size() > room ? m_batch.mid(0, room) : m_batch;
+    const int kept = std::min(MAX_FRAMES - m_frames.frames.size(), m_batch.size());
+    m_frames.frames += m_batch.mid(0, kept);
+    m_frames.dropped += m_batch.size() - kept;
     m_batch = {};
-}
-
-QVector<QCanBusFrame> CBusWorker::takeFrames(int session, int& dropped)
-{
-    const std::lock_guard<std::mutex> guard(m_lock);
-    if (session != m_framesSession) { // those of a session that was closed wait for the next one to replace them
-        return {};
-    }
-    dropped = std::exchange(m_dropped, 0);
-    return std::exchange(m_frames, {});
 }
 
 } // namespace vexmor::CanBus

@@ -32,31 +32,25 @@ struct SStore : Apps::CInterfaceStore {
     SStore() : CInterfaceStore(QStringLiteral("Vexmor"), QStringLiteral("Cim")) {}
 };
 
-/// The parameters of a stored interface, or of an address, whose gateway keeps its bit rate.
+/// Of a stored interface, or of an address, whose gateway keeps its bit rate.
 Apps::Result<Apps::Settings> parametersOf(const QString& name)
 {
     const Apps::Settings stored = SStore().settings(name);
-    if (stored.isEmpty()) {
-        return Apps::readAddress(name, {{Apps::StoreKey::BAUDRATE, QStringLiteral("0")}});
-    }
     Apps::Settings parameters;
     for (const QLatin1String key : Apps::StoreKey::PARAMETERS) {
         if (stored.contains(key)) {
             parameters.insert(key, stored.value(key));
         }
     }
-    return parameters;
+    return stored.isEmpty() ? Apps::readAddress(name) : parameters;
 }
 
 Apps::Result<Interface> createInterface(const QString& name)
 {
     auto parameters = parametersOf(name);
-    if (!parameters) {
-        return parameters.problem();
-    }
     auto plugin = loadPlugin();
-    if (!plugin) {
-        return plugin.problem();
+    if (!parameters || !plugin) {
+        return parameters ? plugin.problem() : parameters.problem();
     }
     Interface canInterface((*plugin)->createInterface());
     Apps::setUniqueName(*canInterface, name);
@@ -75,13 +69,10 @@ public:
     QCanBusDevice* createDevice(const QString& interfaceName, QString* errorMessage) const override
     {
         auto canInterface = createInterface(interfaceName);
-        if (!canInterface) {
-            if (errorMessage != nullptr) {
-                *errorMessage = canInterface.problem().text;
-            }
-            return nullptr;
+        if (!canInterface && errorMessage != nullptr) {
+            *errorMessage = canInterface.problem().text;
         }
-        return new CT93CanDevice(std::move(*canInterface));
+        return canInterface ? new CT93CanDevice(std::move(*canInterface)) : nullptr;
     }
 
     /// The stored ones: nobody is asked over the network.

@@ -1,143 +1,122 @@
 #include "t93CanDevice.h"
 
 #include "apps/common/bitRates.h"
+#include "cim/resultCodes.h"
 
-#include <QPointer>
 #include <QVariant>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace vexmor::CanBus
 {
 namespace
 {
-constexpr int DEFAULT_RECEIVE_LIMIT = 100'000;
+using Device = QCanBusDevice;
+
 /// May wait to be sent: a second of a full bus.
 constexpr int SEND_LIMIT = 9'000;
 constexpr unsigned int MAX_ID = 0x7FF;
 constexpr unsigned long END_WAIT_MS = 100;
 
-bool isBitRate(const QVariant& value)
+/// What an interface error is to users of QCanBus.
+struct SMeaning {
+    Device::CanBusError error;
+    Device::CanBusStatus busStatus = Device::CanBusStatus::Unknown; ///< that it tells of
+};
+const SMeaning MEANINGS[] = {
+    {Device::ConnectionError},                             // IE_TCP_CONNECTION_LOST
+    {Device::ReadError},                                   // IE_WRONG_CHECKSUM
+    {Device::ReadError},                                   // IE_RX_QUEUE_FULL
+    {Device::ReadError},                                   // IE_READ_FAILED
+    {Device::OperationError},                              // IE_NOT_CONNECTED
+    {Device::ReadError},                                   // IE_CAN_BUFFER_OVERFLOW
+    {Device::WriteError},                                  // IE_CAN_TRANSMIT_TIMEOUT
+    {Device::UnknownError, Device::CanBusStatus::Warning}, // IE_CAN_ERROR_COUNTER_OVERFLOW
+    {Device::UnknownError, Device::CanBusStatus::BusOff},  // IE_CAN_BUS_OFF
+    {Device::WriteError},                                  // IE_TCP_SYNTAX_ERROR
+    {Device::WriteError},                                  // IE_TCP_FORMAT_ERROR
+    {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
+};
+
+bool matches(const Device::Filter& filter, unsigned int id)
 {
-    const int rate = value.toInt();
-    return rate % 1000 == 0 && Apps::bitRates().contains(QString::number(rate / 1000));
+    return (filter.type == QCanBusFrame::InvalidFrame || filter.type == QCanBusFrame::DataFrame) &&
+           (filter.format & Device::Filter::MatchBaseFormat) != 0 &&
+           (id & filter.frameIdMask) == (filter.frameId & filter.frameIdMask);
 }
 } // namespace
 
-CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface) : m_receiveLimit(DEFAULT_RECEIVE_LIMIT)
+CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_model(std::move(model))
 {
-    const int rate = canInterface->property("CanBaudrate").toInt() * 1000;
-    if (isBitRate(rate)) {
-        QCanBusDevice::setConfigurationParameter(BitRateKey, rate);
+    m_model->setParent(this);       // moves to another thread with the device
+    if (m_model->baudrate() != 0) { // else the gateway keeps its own
+        QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
-    m_worker = CBusWorker::start(std::move(canInterface));
-    qRegisterMetaType<News>("vexmor::CanBus::News");
-    connect(m_worker.get(), &CBusWorker::framesWaiting, this, &CT93CanDevice::onFrames, Qt::QueuedConnection);
-    const auto take = [this](int session, const News& news) {
-        if (session == m_session) {
-            news(*this);
-        }
-    };
-    connect(m_worker.get(), &CBusWorker::happened, this, take, Qt::QueuedConnection);
-    applyReception();
-    setResetControllerFunction([this] { m_worker->ask(&CBusWorker::reset); });
+    setResetControllerFunction([this] { m_worker ? m_worker->reset() : void(); });
     setCanBusStatusGetter([this] { return m_busStatus; });
-}
-
-CT93CanDevice::~CT93CanDevice()
-{
-    giveUpIdle();
-    m_worker->ask(&CBusWorker::end);
-    m_worker->wait(END_WAIT_MS); // the next device can have the gateway at once, unless it is just being opened
 }
 
 // ---- Configuration ----
 
 void CT93CanDevice::setConfigurationParameter(int key, const QVariant& value)
 {
-    switch (key) {
-    case RawFilterKey:
-    case LoopbackKey:
-    case ReceiveOwnKey:
-    case BitRateKey:
-    case CanFdKey:
-        break;
-    default: // means nothing here
-        return;
-    }
-    const QString refusal = refusalOf(key, value);
-    if (!refusal.isEmpty()) {
-        setError(refusal, ConfigurationError);
-        return;
-    }
-    QCanBusDevice::setConfigurationParameter(key, value);
-    applyReception();
-}
-
-QString CT93CanDevice::refusalOf(int key, const QVariant& value) const
-{
+    QString refusal;
     if (key == CanFdKey && value.toBool()) {
-        return tr("A T93 has no CAN FD.");
+        refusal = tr("A T93 has no CAN FD.");
+    } else if (key == BitRateKey && state() != UnconnectedState) {
+        refusal = tr("The bit rate can be set while the device is not connected only.");
+    } else if (key == BitRateKey && value.isValid() &&
+               !Apps::bitRates().contains(QString::number(value.toInt() / 1000.0))) {
+        refusal =
+            tr("Bit rate %1: a T93 has %2 kbit/s.").arg(value.toString(), Apps::bitRates().join(QStringLiteral(", ")));
     }
-    if (key == BitRateKey && value.isValid() && !isBitRate(value)) {
-        return tr("Bit rate %1: a T93 has %2 kbit/s.")
-            .arg(value.toString(), Apps::bitRates().join(QStringLiteral(", ")));
+    if (refusal.isEmpty()) {
+        QCanBusDevice::setConfigurationParameter(key, value);
+    } else {
+        setError(refusal, ConfigurationError);
     }
-    if (key == BitRateKey && state() != UnconnectedState) {
-        return tr("The bit rate can be set while the device is not connected only.");
-    }
-    return {};
-}
-
-void CT93CanDevice::applyReception()
-{
-    const QVariant loopback = configurationParameter(LoopbackKey);
-    SReception reception;
-    reception.filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
-    reception.own = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
-    reception.limit = m_receiveLimit;
-    m_worker->ask(&CBusWorker::setReception, reception);
-}
-
-void CT93CanDevice::setReceiveLimit(int frames)
-{
-    m_receiveLimit = std::max(1, frames);
-    applyReception();
 }
 
 // ---- Connecting ----
 
 bool CT93CanDevice::open()
 {
-    if (state() != ConnectingState) { // disconnected in a slot on that change of state
-        return false;
+    if (state() != ConnectingState || m_worker) { // disconnected in a slot on that change of state, or connected again
+        return state() == ConnectingState;
     }
-    if (!m_isOpen) { // else: connected again there
-        m_isOpen = true;
-        m_isLost = false;
-        ++m_session;
-        while (hasOutgoingFrames()) {
-            dequeueOutgoingFrame();
-        }
-        m_worker->ask(&CBusWorker::open, m_session, configurationParameter(BitRateKey).toInt() / 1000);
+    while (hasOutgoingFrames()) {
+        dequeueOutgoingFrame();
     }
+    m_isLost = false;
+    std::unique_ptr<Cim::CCanInterface> canInterface(m_model->clone());
+    canInterface->setProperty("CanBaudrate", configurationParameter(BitRateKey).toInt() / 1000);
+    m_worker = CBusWorker::start(std::move(canInterface));
+    m_front = new QObject(this);
+    const CBusWorker* const worker = m_worker.get();
+    connect(worker, &CBusWorker::openFailed, m_front, [this](int code) { onOpenFailed(code); });
+    connect(worker, &CBusWorker::connected, m_front, [this] { onConnected(); });
+    connect(worker, &CBusWorker::errorRaised, m_front, [this](int error) { onError(error); });
+    connect(worker, &CBusWorker::sent, m_front, [this](int code) { onSent(code); });
+    connect(worker, &CBusWorker::framesWaiting, m_front, [this] { onFrames(); });
+    m_worker->open();
     return true;
 }
 
 void CT93CanDevice::close()
 {
-    m_isOpen = false;
+    leave();
     m_busStatus = CanBusStatus::Unknown;
-    giveUpIdle();
-    ++m_session;
-    m_worker->ask(&CBusWorker::close);
     setState(UnconnectedState);
 }
 
-void CT93CanDevice::giveUpIdle()
+void CT93CanDevice::leave()
 {
-    if (framesToWrite() == 0) {
-        m_worker->giveUp(m_session);
+    delete m_front;
+    if (const auto worker = std::exchange(m_worker, nullptr)) {
+        worker->end();
+        worker->wait(END_WAIT_MS); // the next one can have the gateway at once, unless this was just being opened
     }
 }
 
@@ -156,39 +135,34 @@ bool CT93CanDevice::writeFrame(const QCanBusFrame& frame)
     message.setData(0, static_cast<unsigned int>(data.size()),
                     reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     enqueueOutgoingFrame(frame);
-    m_worker->ask(&CBusWorker::send, message);
+    m_worker->send(message);
     return true;
 }
 
 QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
 {
-    if (!m_isOpen) {
-        return tr("Not sent: the device is not connected.");
-    }
-    if (m_isLost) {
-        return tr("Not sent: the connection to the gateway is lost; it is being regained.");
-    }
-    if (frame.frameType() != QCanBusFrame::DataFrame) {
-        return tr("Not sent: a T93 sends data frames only.");
-    }
-    if (frame.hasExtendedFrameFormat() || frame.frameId() > MAX_ID) {
-        return tr("Not sent: a T93 sends 11-bit identifiers only.");
-    }
-    if (frame.hasFlexibleDataRateFormat() || frame.payload().size() > 8) {
-        return tr("Not sent: a T93 has no CAN FD, and no more than 8 data bytes.");
-    }
-    if (framesToWrite() >= SEND_LIMIT) {
-        return tr("Not sent: %1 frames wait already.").arg(SEND_LIMIT);
-    }
-    return {};
+    return !m_worker  ? tr("Not sent: the device is not connected.")
+           : m_isLost ? tr("Not sent: the connection to the gateway is lost; it is being regained.")
+           : frame.frameType() != QCanBusFrame::DataFrame ? tr("Not sent: a T93 sends data frames only.")
+           : frame.hasExtendedFrameFormat() || frame.frameId() > MAX_ID
+               ? tr("Not sent: a T93 sends 11-bit identifiers only.")
+           : frame.hasFlexibleDataRateFormat() || frame.payload().size() > 8
+               ? tr("Not sent: a T93 has no CAN FD, and no more than 8 data bytes.")
+           : framesToWrite() >= SEND_LIMIT ? tr("Not sent: %1 frames wait already.").arg(SEND_LIMIT)
+                                           : QString();
 }
 
-QString CT93CanDevice::interpretErrorFrame(const QCanBusFrame& /*errorFrame*/)
+// ---- What the worker tells ----
+
+void CT93CanDevice::onOpenFailed(int code)
 {
-    return {}; // a T93 gives none
+    const QPointer<QObject> front = m_front;
+    setError(m_model->errorCodeToString(code),
+             code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
+    if (front) { // else deleted, disconnected or connected anew in a slot
+        close();
+    }
 }
-
-// ---- What the interface tells ----
 
 void CT93CanDevice::onConnected()
 {
@@ -197,67 +171,58 @@ void CT93CanDevice::onConnected()
     setState(ConnectedState);
 }
 
-void CT93CanDevice::onOpenFailed(const QString& text, CanBusError error)
+void CT93CanDevice::onError(int error)
 {
-    if (tellError(text, error)) {
-        close();
+    const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
+    const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{UnknownError};
+    if (error == Cim::IE_TCP_CONNECTION_LOST) {
+        m_isLost = true;
+        m_busStatus = CanBusStatus::Unknown;
+    } else if (meaning.busStatus != CanBusStatus::Unknown) {
+        m_busStatus = meaning.busStatus;
     }
-}
-
-void CT93CanDevice::onLost(const QString& text, CanBusError error)
-{
-    m_isLost = true;
-    m_busStatus = CanBusStatus::Unknown;
-    if (tellError(text, error) && m_isLost) { // else regained, in a slot that ran the event loop
+    const QPointer<QObject> front = m_front;
+    setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
+    if (front && m_isLost) { // else regained in a slot that ran the event loop
         setState(ConnectingState);
     }
 }
 
-void CT93CanDevice::onSent(const QString& refusal)
+void CT93CanDevice::onSent(int code)
 {
     dequeueOutgoingFrame();
-    if (refusal.isEmpty()) {
+    if (code == Cim::RC_OK) {
         Q_EMIT framesWritten(1);
     } else {
-        setError(refusal, WriteError);
+        setError(m_model->errorCodeToString(code), WriteError);
     }
-}
-
-void CT93CanDevice::onError(const QString& text, CanBusError error, CanBusStatus busStatus)
-{
-    if (busStatus != CanBusStatus::Unknown) {
-        m_busStatus = busStatus;
-    }
-    setError(text, error);
 }
 
 void CT93CanDevice::onFrames()
 {
-    int dropped = 0;
-    QVector<QCanBusFrame> frames = m_worker->takeFrames(m_session, dropped);
-    const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
-    if (frames.size() > room) {
-        dropped += frames.size() - room;
-        frames.resize(room);
-    }
-    const bool isNew = dropped > 0 && !m_isFull;
-    m_isFull = dropped > 0 || (m_isFull && room < m_receiveLimit / 2);
-    m_droppedFrames += dropped;
+    auto [frames, dropped] = m_worker->takeFrames();
+    const QVariant loopback = configurationParameter(LoopbackKey);
+    const bool wantsOwn = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
+    const auto filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
+    const auto isUnwanted = [&](const QCanBusFrame& frame) {
+        const auto passes = [&](const Filter& filter) { return matches(filter, frame.frameId()); };
+        return (frame.hasLocalEcho() && !wantsOwn) ||
+               (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), passes));
+    };
+    frames.erase(std::remove_if(frames.begin(), frames.end(), isUnwanted), frames.end());
 
-    const QPointer<CT93CanDevice> self(this);
-    enqueueReceivedFrames(frames);
-    if (self && isNew) {
+    const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
+    dropped += std::max(0, frames.size() - room);
+    m_droppedFrames += dropped;
+    m_isFull = m_isFull && room < m_receiveLimit / 2;
+    const bool isNew = dropped > 0 && !m_isFull;
+    m_isFull = m_isFull || isNew;
+
+    const QPointer<QObject> front = m_front;
+    enqueueReceivedFrames(frames.mid(0, room));
+    if (front && isNew) {
         setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
     }
-}
-
-/// False when the device was deleted, disconnected or connected anew in a slot.
-bool CT93CanDevice::tellError(const QString& text, CanBusError error)
-{
-    const QPointer<CT93CanDevice> self(this);
-    const int session = m_session;
-    setError(text, error);
-    return self && m_session == session;
 }
 
 } // namespace vexmor::CanBus

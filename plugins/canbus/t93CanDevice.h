@@ -3,6 +3,7 @@
 #include "busWorker.h"
 
 #include <QCanBusDevice>
+#include <QPointer>
 
 #include <memory>
 
@@ -20,31 +21,21 @@ class CT93CanDevice : public QCanBusDevice
     Q_OBJECT
     /// So many received frames may wait to be read; what finds no room is dropped, of which an error tells once until
     /// half of them were read.
-    Q_PROPERTY(int receiveLimit READ receiveLimit WRITE setReceiveLimit)
+    Q_PROPERTY(int receiveLimit MEMBER m_receiveLimit)
     /// Frames dropped for want of room since the device was made.
     Q_PROPERTY(qlonglong droppedFrames READ droppedFrames)
 
 public:
-    /// For a closed interface that lives in this thread. A bit rate that it has becomes BitRateKey.
-    explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> canInterface);
-    ~CT93CanDevice() override;
+    /// For a closed interface of this thread. A bit rate that it has becomes BitRateKey.
+    explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model);
+    ~CT93CanDevice() override { leave(); }
 
     using QCanBusDevice::createDeviceInfo;
 
     void setConfigurationParameter(int key, const QVariant& value) override;
     bool writeFrame(const QCanBusFrame& frame) override;
-    QString interpretErrorFrame(const QCanBusFrame& errorFrame) override;
+    QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 gives none
 
-    // What the interface tells. Each signal of these may be the last thing that this device does.
-    void onConnected();
-    void onOpenFailed(const QString& text, CanBusError error);
-    void onLost(const QString& text, CanBusError error);
-    void onSent(const QString& refusal);
-    void onReset() { m_busStatus = CanBusStatus::Good; }
-    void onError(const QString& text, CanBusError error, CanBusStatus busStatus);
-
-    int receiveLimit() const { return m_receiveLimit; }
-    void setReceiveLimit(int frames);
     qlonglong droppedFrames() const { return m_droppedFrames; }
 
 protected:
@@ -52,19 +43,22 @@ protected:
     void close() override;
 
 private:
-    QString refusalOf(int key, const QVariant& value) const;
     QString refusalOf(const QCanBusFrame& frame) const;
-    void applyReception();
-    void giveUpIdle();
-    void onFrames();
-    bool tellError(const QString& text, CanBusError error);
+    void leave();
 
-    std::shared_ptr<CBusWorker> m_worker;
-    int m_session = 0;     ///< another one for each opening and closing
-    bool m_isOpen = false; ///< or is being opened
-    bool m_isLost = false; ///< the link, which is being regained
+    // What the worker tells. Each signal of these may be the last thing that this device does.
+    void onOpenFailed(int code);
+    void onConnected();
+    void onError(int error);
+    void onSent(int code);
+    void onFrames();
+
+    const std::unique_ptr<Cim::CCanInterface> m_model; ///< child; stays closed: each opening has a clone
+    std::shared_ptr<CBusWorker> m_worker;              ///< of this opening; null while unconnected
+    QPointer<QObject> m_front; ///< child; the worker's signals come to it, and none any more once it is gone
+    bool m_isLost = false;     ///< the link, which is being regained
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
-    int m_receiveLimit;
+    int m_receiveLimit = 100'000;
     bool m_isFull = false; ///< an error has told so
     qlonglong m_droppedFrames = 0;
 };
