@@ -64,7 +64,7 @@ void addGen(CLI::App& app, Action& chosen)
                                    [options](SContext& context) { return gen(context, *options); });
     options->target.addTo(command);
     addNumber(command, "-g,--gap", options->gap, 0, 1e6, "Milliseconds from one message to the next (200)", "MS");
-    addText(command, "-I,--id", options->ids, "Identifier, or the least and the greatest (0-7FF)", "ID|LOW-HIGH");
+    addText(command, "-I,--id", options->ids, "Identifier, or the least and the greatest (0-7FF)", "IDS");
     addWhole(command, "-L,--length", options->length, 0, MAX_LENGTH, "Data bytes in each message (any)", "N");
     addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
     addWhole(command, "--seed", options->seed, 0, INT_MAX, "The same number makes the same messages (0)");

@@ -40,6 +40,17 @@ void introduce(CNarrator& narrator)
         was really checked.)"));
 }
 
+/// Where both are installed the name alone; in a build tree a path from where the user is.
+QString cimctlAsTyped()
+{
+    QString name = QStringLiteral("cimctl");
+    if (QFileInfo::exists(QCoreApplication::applicationDirPath() + QLatin1Char('/') + name)) {
+        return name;
+    }
+    const QString folder = QFileInfo(QCoreApplication::arguments().constFirst()).path();
+    return QDir::cleanPath(folder + QStringLiteral(CIM_CIMCTL_FROM_DEMO));
+}
+
 /// Throws a problem when a part of the stage cannot be had.
 int demonstrate(const SOptions& options)
 {
@@ -73,11 +84,9 @@ int demonstrate(const SOptions& options)
     }
     narrator.say(QStringLiteral("All %1 checks passed in %2 s.").arg(narrator.checks()).arg(clock.elapsed() / 1000));
     narrator.say(QStringLiteral("To go on by yourself:"));
-    const QString folder = QFileInfo(QCoreApplication::arguments().constFirst()).path();
+    const QString cimctl = cimctlAsTyped();
     for (const char* const command : {"dump sim", "load sim", "--help"}) {
-        narrator.example(
-            (QDir::cleanPath(folder + QStringLiteral(CIM_CIMCTL_FROM_DEMO)) + QLatin1Char(' ')).toLocal8Bit() +
-            command);
+        narrator.example((cimctl + QLatin1Char(' ')).toLocal8Bit() + command);
     }
     return eDone;
 }
@@ -85,7 +94,8 @@ int demonstrate(const SOptions& options)
 int demo(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    CLI::App app("Shows and explains what the library does, on a simulated gateway in this program.", "demo");
+    CLI::App app("Shows and explains what the library does, on a simulated gateway in this program.", "cimdemo");
+    app.set_version_flag("--version", "cimdemo " CIM_VERSION);
     SOptions options;
     addText(app, "--log", options.logFile, "A log of candump to play as the traffic on the bus", "FILE");
     app.add_option("--scan", options.scanAddress,
