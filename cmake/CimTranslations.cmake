@@ -1,6 +1,6 @@
 # Catalogs of translations: NAME_LANGUAGE.ts becomes NAME_LANGUAGE.qm, installed to CIM_TRANSLATION_DIR. The build tree has
 # the same folder, seen from a program: $BUILD/apps/PROGRAM/PROGRAM stands for bin/PROGRAM.
-find_package(Qt5 5.15 REQUIRED COMPONENTS LinguistTools)
+find_package(Qt${CIM_QT} ${CIM_QT_VERSION} REQUIRED COMPONENTS LinguistTools)
 
 set(CIM_TRANSLATION_DIR ${CMAKE_INSTALL_DATADIR}/vexmor/translations)
 file(RELATIVE_PATH CIM_TRANSLATION_DIR_FROM_PROGRAM /${CMAKE_INSTALL_BINDIR} /${CIM_TRANSLATION_DIR})
@@ -11,7 +11,7 @@ get_filename_component(CIM_BUILD_TRANSLATION_DIR
 # lupdate -locations none -no-obsolete -I . SOURCES -ts FILE
 function(cim_add_translations target)
     set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${CIM_BUILD_TRANSLATION_DIR})
-    qt5_add_translation(catalogs ${ARGN})
+    qt_add_translation(catalogs ${ARGN})
     add_custom_target(${target}Translations ALL DEPENDS ${catalogs})
     add_dependencies(${target} ${target}Translations)
     install(FILES ${catalogs} DESTINATION ${CIM_TRANSLATION_DIR})

@@ -105,7 +105,7 @@ void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
     for (const Row& row : rows) {
         for (std::size_t i = 0; i < COLUMN_COUNT; ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::max(widths[i], static_cast<int>(row[i].size()));
         }
     }
     for (const Row& row : rows) {

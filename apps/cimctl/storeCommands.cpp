@@ -39,7 +39,7 @@ EExitCode list(SContext& context)
     const QStringList names = store.names();
     int width = 0;
     for (const QString& name : names) {
-        width = std::max(width, name.size());
+        width = std::max(width, static_cast<int>(name.size()));
     }
     for (const QString& name : names) {
         const Settings settings = store.settings(name);

@@ -70,7 +70,7 @@ Result<SListenAddress> SListenAddress::read(const QString& text)
     const int colon = text.lastIndexOf(QLatin1Char(':'));
     const QString address = colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon));
     bool isPort = false;
-    const ushort port = text.midRef(colon + 1).toUShort(&isPort);
+    const ushort port = text.mid(colon + 1).toUShort(&isPort);
     if (address.isEmpty() || !isPort) {
         return SProblem{QStringLiteral("'%1' is no [ADDRESS:]PORT like 0.0.0.0:29536").arg(text), 0, true};
     }

@@ -22,13 +22,20 @@ bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, 
         return false;
     }
     const QVariant taken = canInterface.property(property);
-    return value.convert(static_cast<int>(taken.type())) && value == taken;
+    switch (taken.userType()) {
+    case QMetaType::Bool:
+        return value.toBool() == taken.toBool();
+    case QMetaType::LongLong:
+        return value.toLongLong() == taken.toLongLong();
+    default:
+        return value.toString() == taken.toString();
+    }
 }
 
 /// As the store has it: flags as numbers.
 QString textOf(const QVariant& value)
 {
-    return value.type() == QVariant::Bool ? QString::number(value.toInt()) : value.toString();
+    return value.userType() == QMetaType::Bool ? QString::number(value.toInt()) : value.toString();
 }
 } // namespace
 

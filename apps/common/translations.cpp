@@ -23,12 +23,21 @@ bool isUntranslatedLocale()
     return true;
 }
 
+QString folderOfQt()
+{
+#if QT_VERSION_MAJOR >= 6
+    return QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+#else
+    return QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+#endif
+}
+
 /// False when there is no such catalog.
 bool installCatalog(QCoreApplication& application, const QString& catalog, const QString& language)
 {
     const QString folders[] = {QCoreApplication::applicationDirPath() + QLatin1Char('/') +
                                    QStringLiteral(CIM_TRANSLATION_DIR_FROM_PROGRAM),
-                               QLibraryInfo::location(QLibraryInfo::TranslationsPath)};
+                               folderOfQt()};
     auto translator = std::make_unique<QTranslator>();
     for (const QString& folder : folders) {
         if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // for de_AT also finds de

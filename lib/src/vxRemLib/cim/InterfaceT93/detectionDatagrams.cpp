@@ -56,9 +56,10 @@ void writeEntry(const SDdtEntry& entry, char* bytes)
     bytes[OFFSET_PROTOCOL] = static_cast<char>(entry.protocol);
     qToBigEndian(entry.port, bytes + OFFSET_PORT);
     std::copy(entry.macAddress.begin(), entry.macAddress.end(), bytes + OFFSET_MAC_ADDRESS);
-    std::copy_n(entry.typeText.constData(), std::min(entry.typeText.size(), TYPE_TEXT_SIZE), bytes + OFFSET_TYPE_TEXT);
-    std::copy_n(entry.hostName.constData(), std::min(entry.hostName.size(), DDT_HOST_NAME_SIZE),
-                bytes + OFFSET_HOST_NAME);
+    const QByteArray typeText = entry.typeText.left(TYPE_TEXT_SIZE);
+    const QByteArray hostName = entry.hostName.left(DDT_HOST_NAME_SIZE);
+    std::copy(typeText.begin(), typeText.end(), bytes + OFFSET_TYPE_TEXT);
+    std::copy(hostName.begin(), hostName.end(), bytes + OFFSET_HOST_NAME);
 }
 
 bool isUsable(const SDdtEntry& entry)
