@@ -11,7 +11,7 @@ get_filename_component(CIM_BUILD_TRANSLATION_DIR
 # lupdate -locations none -no-obsolete -I . SOURCES -ts FILE
 function(cim_add_translations target)
     set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${CIM_BUILD_TRANSLATION_DIR})
-    qt_add_translation(catalogs ${ARGN})
+    cmake_language(CALL qt${CIM_QT}_add_translation catalogs ${ARGN})
     add_custom_target(${target}Translations ALL DEPENDS ${catalogs})
     add_dependencies(${target} ${target}Translations)
     install(FILES ${catalogs} DESTINATION ${CIM_TRANSLATION_DIR})

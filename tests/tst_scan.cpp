@@ -191,7 +191,7 @@ private Q_SLOTS:
         });
         pace.start(1);
         const CLogRecorder log(20);
-        QTEST(scan(recorder.port(), 2500).size(), "found");
+        QTEST(static_cast<int>(scan(recorder.port(), 2500).size()), "found");
         const QByteArray last = "------- T93 interface found ---------------------------|hostname 'gw1' found.|"
                                 "MAC address 00:1a:2b:3c:4d:5e found.|protocol Type: 0 (0=TCP, 1=UDP)|"
                                 "IP address: 192.168.1.70|IP port 30000|Service: 1 (0=Client, 1=Server)|"
