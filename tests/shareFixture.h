@@ -62,7 +62,8 @@ struct SShare : SGateway {
         int result = 0;
         (void)QTest::qWaitFor([&] {
             for (const QJsonObject& one : events) {
-                result = one.value("protocol"_s).toString() == protocol ? one.value("port"_s).toInt() : result;
+                const bool isMeant = one.value("subject"_s).toString().startsWith(protocol);
+                result = isMeant && one.contains("port"_s) ? one.value("port"_s).toInt() : result;
             }
             return result != 0;
         });

@@ -124,7 +124,6 @@ private Q_SLOTS:
             const QList<QByteArray> parts = QByteArray(bad).split(' ');
             QVERIFY2(!readSingle(QString::fromLatin1(parts[0]), hex(parts[1])).problem.isEmpty(), bad);
         }
-        QCOMPARE(topicLevel("hall 1/+#\n"_s), "hall 1____"_s);
     }
 
     /// What one sends all others get, over whatever they came.
@@ -158,6 +157,30 @@ private Q_SLOTS:
         QCOMPARE(share.end(), 0);
     }
 
+    void answersStandAlone() // clients compare them with what they read
+    {
+        SShare share("--socketcand 0"_s);
+        QTimer traffic;
+        connect(&traffic, &QTimer::timeout, [&] { share.bus.send(message(0x123)); });
+        traffic.start(0);
+        SClient client(share, "bcmmode");
+        QVERIFY(client.isOpen && client.asks("< rawmode >", "< ok >"));
+        QCOMPARE(client.heard, QByteArray("< ok >"));
+        QVERIFY(client.hears("< ok >\n< frame 123 "));
+    }
+
+    void namesOnTheWire()
+    {
+        const QTemporaryDir folder;
+        const QString log = writeFile(folder, "(1.0) x 123#\n");
+        SShare share("sim:%1 --socketcand 0"_s.arg(log));
+        SClient client(share, "");
+        QVERIFY(client.hears("< hi >"));
+        QVERIFY(client.asks("< open " + QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_')).toLatin1() +
+                                " >",
+                            "< ok >"));
+    }
+
     void sendsWithPermissionOnly()
     {
         SShare share("--socketcand 0 --t93 0"_s);
@@ -167,6 +190,9 @@ private Q_SLOTS:
         QVERIFY(client.isOpen && host->openCommunication() == RC_OK);
         QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
         QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >") &&
+                client.asks("< bcmmode >", "< ok >"));
+        QVERIFY(client.asks("< add 0 1000 123 0 >", "\n< error clients may listen only (--allow-send) >"));
         QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
         QVERIFY(share.sent.isEmpty());
@@ -308,6 +334,23 @@ private Q_SLOTS:
         QTRY_VERIFY(SClient(share).isOpen);
     }
 
+    void endsWhoDoesNotRead() // with its timers
+    {
+        SShare share("--socketcand 0"_s);
+        SClient deaf(share, "controlmode");
+        QVERIFY(deaf.isOpen);
+        deaf.disconnect();
+        deaf.setReadBufferSize(1);
+        deaf.write("< statistics 1 >" + QByteArray("< echo >").repeated(60'000) + "< open nobody >");
+        QVERIFY(share.happened("connected"_s));
+        SClient good(share);
+        QTRY_VERIFY(deaf.bytesToWrite() == 0 || deaf.state() == QAbstractSocket::UnconnectedState);
+        QTRY_VERIFY(share.count("disconnected"_s) == 1 || good.asks("< echo >", "< echo >"));
+        share.bus.send(message(0x123));
+        QVERIFY(good.hears("< frame 123 "));
+        QCOMPARE(share.end(), 0);
+    }
+
     void hostileLines_data()
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
@@ -380,11 +423,15 @@ for each in (one, other, lazy, few): each.shutdown()
         const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
         row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
         row("nobody to share with", "sim"_s, 2, "nobody to share with"_s);
-        row("twice", "sim sim --t93 0"_s, 2, "a TARGET stands there twice"_s);
+        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would be one name to clients"_s);
         row("no such target", "nobody --t93 0"_s, 2, "target 'nobody'"_s);
         row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is no [ADDRESS:]PORT"_s);
         row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
         row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
+        row("more ports than there are", "sim 127.0.0.1 --t93 65535"_s, 2, "not so many ports"_s);
+        row("beacon for nothing", "sim --t93 0 --beacon"_s, 2, "--beacon requires --socketcand"_s);
+        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is no topic"_s);
+        row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
         row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is no HOST[:PORT]"_s);
         row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
         row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);

@@ -38,10 +38,10 @@ struct SBroker {
         program.kill();
         program.waitForFinished();
     }
-    void publish(const QString& topic, const QByteArray& payload) const
+    void publish(const QString& topic, const QByteArray& payload, const QStringList& more = {}) const
     {
         QProcess client;
-        client.start("mosquitto_pub"_s, {"-h"_s, "127.0.0.1"_s, "-p"_s, port, "-t"_s, topic, "-s"_s});
+        client.start("mosquitto_pub"_s, QStringList{"-h"_s, "127.0.0.1"_s, "-p"_s, port, "-t"_s, topic, "-s"_s} + more);
         client.write(payload);
         client.closeWriteChannel();
         client.waitForFinished();
@@ -120,15 +120,18 @@ private Q_SLOTS:
         const SBroker broker;
         SSubscriber all(broker);
         SShare share(broker.options("--allow-send"_s)), listening(broker.options("--allow 127.0.0.1"_s));
+        broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s}); // would be sent at every connection
         QVERIFY(share.happened("broker"_s) && listening.happened("broker"_s));
         broker.publish("site/"_s + listening.name + "/send"_s, "123#");
         broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n(1.0) x 124#R\n7FF#");
         QTRY_COMPARE(share.sent, (QList<CCanMessage>{message(0x123, hex("1122")), message(0x7FF)}));
         QVERIFY(all.hears("/refused {\"line\":\"(1.0) x 124#R\",\"reason\":\"no frame that a T93 can send\"}"));
         QVERIFY(all.hears(" 123#1122 T") && all.hears(" 7FF# T"));
-        share.gateway.dropLinks();
-        broker.publish("site/"_s + share.name + "/send"_s, "125#");
-        QVERIFY(all.hears("/refused {\"line\":\"125#\",\"reason\":\"") || share.sent.size() == 3);
+        broker.publish("site/"_s + share.name + "/send"_s, QByteArray("124#\n").repeated(14'000));
+        QVERIFY(all.hears("\"reason\":\"more than 64 KiB\"}"));
+        broker.publish("site/"_s + share.name + "/send"_s, QByteArray("x\n").repeated(100));
+        QVERIFY(all.hears("/refused {\"further\":90}"));
+        QCOMPARE(share.sent.size(), 2);
         QVERIFY(listening.sent.isEmpty());
     }
 

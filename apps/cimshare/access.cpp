@@ -19,7 +19,7 @@ constexpr int IPV4_BITS = 32;
 /// What the kernel keeps for a client that does not read. It would let that grow to megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 
-/// A client whose computer vanished is gone after about 30 s, whether something is under way to it or not.
+/// A client whose computer vanished, or that takes nothing any more, is gone after about 30 s.
 void noticeItsLoss(QTcpSocket& socket)
 {
     socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
@@ -52,16 +52,14 @@ bool SAccess::admits(QTcpSocket& socket, const QString& port, CEventLog& log) co
     const QHostAddress peer(socket.peerAddress().toIPv4Address());
     const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
     const bool isAdmitted = networks.isEmpty() || std::any_of(networks.begin(), networks.end(), holds);
-    const QJsonObject fields{{QStringLiteral("client"), peerOf(socket)}, {QStringLiteral("port"), port}};
     if (!isAdmitted) {
-        log.tell(QStringLiteral("notAllowed"),
-                 QStringLiteral("%1: %2 may not connect (--allow)").arg(port, peerOf(socket)), fields);
+        log.tellOfClient("notAllowed", port, QStringLiteral("%1 may not connect (--allow)").arg(peerOf(socket)));
         return false;
     }
     noticeItsLoss(socket);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
-    log.tell(QStringLiteral("connected"), QStringLiteral("%1: %2 connected").arg(port, peerOf(socket)), fields);
+    log.tellOfClient("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
     return true;
 }
 

@@ -9,7 +9,7 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int LINES_A_SECOND = 300;
+constexpr int CLIENT_LINES_A_SECOND = 300;
 constexpr int MAX_LENGTH = 300;
 constexpr qint64 SECOND_MS = 1000;
 
@@ -22,30 +22,32 @@ QString plain(const QString& text)
 }
 } // namespace
 
-void CEventLog::tell(const QString& event, const QString& text, QJsonObject fields)
+void CEventLog::tell(const char* event, const QString& subject, const QString& text, QJsonObject fields)
 {
-    if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
-        if (m_lines > LINES_A_SECOND) {
-            print(QStringLiteral("leftOut"), QStringLiteral("%1 lines left out").arg(m_lines - LINES_A_SECOND), {});
-        }
-        m_lines = 0;
-        m_second.start();
-    }
-    if (++m_lines <= LINES_A_SECOND) {
-        print(event, plain(text), std::move(fields));
-    }
-}
-
-void CEventLog::print(const QString& event, const QString& text, QJsonObject fields)
-{
-    QByteArray line = text.toUtf8();
+    QByteArray line = (plain(subject) + QStringLiteral(": ") + plain(text)).toUtf8();
     if (m_json) {
-        fields.insert(QStringLiteral("event"), event);
-        fields.insert(QStringLiteral("text"), text);
+        fields.insert(QStringLiteral("event"), QLatin1String(event));
+        fields.insert(QStringLiteral("subject"), subject);
+        fields.insert(QStringLiteral("text"), plain(text));
         line = QJsonDocument(fields).toJson(QJsonDocument::Compact);
     }
     std::puts(line.constData());
     std::fflush(stdout);
+}
+
+void CEventLog::tellOfClient(const char* event, const QString& subject, const QString& text)
+{
+    if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
+        if (m_clientLines > CLIENT_LINES_A_SECOND) {
+            tell("leftOut", QStringLiteral("clients"),
+                 QStringLiteral("%1 lines left out").arg(m_clientLines - CLIENT_LINES_A_SECOND));
+        }
+        m_clientLines = 0;
+        m_second.start();
+    }
+    if (++m_clientLines <= CLIENT_LINES_A_SECOND) {
+        tell(event, subject, text);
+    }
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -7,23 +7,24 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// What the service tells on stdout, a line an event, without a time: a journal has its own. Texts of clients cannot
-/// make a line of their own, nor fill the disk: control characters are shown as "?", lines are short, and when too many
-/// come within a second their number stands for the rest.
+/// What the service tells on stdout, a line an event, without a time: a journal has its own. What clients do cannot
+/// make a line of its own (control characters are shown as "?", lines are short) nor hide what the service says of
+/// itself: when they cause too many lines within a second, a number stands for the rest.
 class CEventLog
 {
 public:
-    /// With `json` each line is an object: "event", "text" and the fields.
+    /// With `json` each line is an object: "event", "subject", "text" and the fields.
     explicit CEventLog(bool json) : m_json(json) {}
 
-    void tell(const QString& event, const QString& text, QJsonObject fields = {});
+    /// Prints "SUBJECT: TEXT".
+    void tell(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
+    /// The same, of what a client caused.
+    void tellOfClient(const char* event, const QString& subject, const QString& text);
 
 private:
-    void print(const QString& event, const QString& text, QJsonObject fields);
-
     const bool m_json;
     QElapsedTimer m_second;
-    int m_lines = 0; ///< in this second, printed or not
+    int m_clientLines = 0; ///< in this second, printed or not
 };
 
 } // namespace vexmor::Apps::Cimshare

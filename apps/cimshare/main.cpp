@@ -4,13 +4,13 @@
 #include "apps/common/interruption.h"
 #include "apps/common/options.h"
 #include "apps/common/program.h"
-#include "apps/common/translations.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QHostInfo>
 
 #include <cstdio>
+#include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -28,10 +28,10 @@ COption addValue(CLI::App& app, const std::string& name, const std::string& type
     return addText(app, name, check, help, type);
 }
 
-void addListening(CLI::App& app, const std::string& name, std::optional<SListenAddress>& address,
-                  const std::string& help)
+COption addListening(CLI::App& app, const std::string& name, std::optional<SListenAddress>& address,
+                     const std::string& help)
 {
-    addValue(app, name, "[ADDRESS:]PORT", help, [&address](const QString& text) -> Failure {
+    return addValue(app, name, "[ADDRESS:]PORT", help, [&address](const QString& text) -> Failure {
         auto read = SListenAddress::read(text);
         if (!read) {
             return read.problem();
@@ -64,18 +64,19 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     add("--mqtt-key", broker.keyFile, "Its key", "FILE");
 }
 
-void addOptions(CLI::App& app, SShareOptions& options)
+void addOptions(CLI::App& app, SShareOptions& options, QStringList& networks)
 {
     app.set_version_flag("--version", "cimshare " CIM_VERSION);
     app.set_config("--config", "", "Read options from a file: name=value, a line each")->type_name("FILE");
     app.allow_config_extras(CLI::config_extras_mode::error);
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
-    addListening(app, "--socketcand", options.socketcand, "Serve socketcand clients, all buses by name (port 29536)");
-    addFlag(app, "--beacon", options.beacon, "Tell the network of it by broadcast");
+    const COption socketcand = addListening(app, "--socketcand", options.socketcand,
+                                            "Serve socketcand clients, all buses by name (port 29536)");
+    addFlag(app, "--beacon", options.beacon, "Tell the network of it by broadcast").needs(socketcand);
     addListening(app, "--t93", options.t93, "Be a T93 gateway for other hosts, a port for each bus, counting up");
     addFlag(app, "--allow-send", options.allowSend, "Clients may send; else they listen only");
-    addTexts(app, "--allow", options.networks, "Clients from there only; may be given again", "ADDRESS[/PREFIX]");
+    addTexts(app, "--allow", networks, "Clients from there only; may be given again", "ADDRESS[/PREFIX]");
     addMqtt(app, options);
     addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
              "SECONDS");
@@ -99,7 +100,6 @@ int cimshare(int argc, char** argv)
     QCoreApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
-    installTranslations(application, {QStringLiteral("interfaceT93")});
 
     const auto tell = [](const QString& problem) { std::fprintf(stderr, "cimshare: %s\n", qPrintable(problem)); };
     CLI::App app(
@@ -107,9 +107,16 @@ int cimshare(int argc, char** argv)
         "Listens on 127.0.0.1 unless an address is given.",
         "cimshare");
     SShareOptions options;
-    addOptions(app, options);
+    QStringList networks;
+    addOptions(app, options, networks);
     if (const auto exitCode = parseCommandLine(app, argc, argv, tell)) {
         return *exitCode;
+    }
+    for (const QString& network : std::as_const(networks)) {
+        if (const Failure failure = options.access.addNetwork(network)) {
+            tell(failure->text);
+            return eWrongUsage;
+        }
     }
     CInterruption interruption;
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);

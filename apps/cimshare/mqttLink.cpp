@@ -1,5 +1,6 @@
 #include "apps/cimshare/mqttLink.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 
 #include <algorithm>
@@ -61,23 +62,21 @@ void CMqttLink::SDeleter::operator()(mosquitto* client) const
     mosquitto_destroy(client);
 }
 
-CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
+CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : m_willTopic(willTopic.toUtf8())
 {
     initialiseLibrary();
     m_client.reset(mosquitto_new(nullptr, true, this));
     mosquitto_threaded_set(m_client.get(), true);
-    mosquitto_will_set(m_client.get(), willTopic.toUtf8().constData(), willPayload.size(), willPayload.constData(), 0,
-                       true);
+    mosquitto_will_set(m_client.get(), m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int code) {
         static_cast<CMqttLink*>(link)->onConnect(code);
     });
-    mosquitto_publish_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int id) {
+    mosquitto_publish_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int /*id*/) {
         auto* const self = static_cast<CMqttLink*>(link);
         const std::lock_guard<std::mutex> guard(self->m_lock);
-        const auto found = self->m_waiting.find(id);
-        if (found != self->m_waiting.end()) {
-            self->m_waitingMessages -= found->second.messages;
-            self->m_waiting.erase(found);
+        if (!self->m_waiting.empty()) {
+            self->m_waitingMessages -= self->m_waiting.front().messages;
+            self->m_waiting.pop_front();
         }
     });
     // Which says more than the code of a failed handshake.
@@ -91,7 +90,13 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
         m_client.get(), [](mosquitto* /*client*/, void* link, const mosquitto_message* message) {
             const QByteArray payload(static_cast<const char*>(message->payload),
                                      std::min(message->payloadlen, MAX_PAYLOAD));
-            Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload);
+            QString problem;
+            if (message->payloadlen > MAX_PAYLOAD) {
+                problem = QStringLiteral("more than 64 KiB");
+            } else if (message->retain) { // would be sent at every connection
+                problem = QStringLiteral("retained");
+            }
+            Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload, problem);
         });
 }
 
@@ -114,6 +119,13 @@ Failure CMqttLink::start(const SBroker& broker)
     const auto failed = [](int code, const QString& what) {
         return SProblem{QStringLiteral("%1: %2").arg(what, textOf(code)), 0, true};
     };
+    if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
+        (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
+        return SProblem{QStringLiteral("a certificate needs its key, and the authority of the broker's"), 0, true};
+    }
+    if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
+        return SProblem{QStringLiteral("'%1' is no topic").arg(QString::fromUtf8(m_willTopic)), 0, true};
+    }
     if (!broker.credentialsFile.isEmpty()) {
         QFile file(broker.credentialsFile);
         if (!file.open(QIODevice::ReadOnly)) {
@@ -137,16 +149,16 @@ Failure CMqttLink::start(const SBroker& broker)
     return {};
 }
 
-bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int owner, int messages)
+bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner,
+                        int messages)
 {
     const std::lock_guard<std::mutex> guard(m_lock); // the thread hears that it left behind this only
-    int id = 0;
-    if (!m_isConnected || m_waitingMessages >= WAITING_LIMIT ||
-        mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
+    if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
+        mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
                           isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    m_waiting[id] = {owner, messages};
+    m_waiting.push_back({owner, messages});
     m_waitingMessages += messages;
     return true;
 }
@@ -171,11 +183,13 @@ void CMqttLink::runOnce()
     mosquitto_int_option(m_client.get(), MOSQ_OPT_PROTOCOL_VERSION,
                          m_usesVersion5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
     int code = mosquitto_connect_async(m_client.get(), m_broker.host.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
-    int ending = 0;
-    while (code == MOSQ_ERR_SUCCESS && ending < END_MS) {
+    QElapsedTimer sinceEnding;
+    while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
         const std::lock_guard<std::mutex> guard(m_lock);
-        ending += m_isEnding ? LOOP_MS : 0;
+        if (m_isEnding && !sinceEnding.isValid()) {
+            sinceEnding.start();
+        }
     }
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
     if (m_isNotUnderstood || (!m_wasConnected && (code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_PROTOCOL))) {
@@ -188,8 +202,10 @@ void CMqttLink::runOnce()
         neverLeft.swap(m_waiting);
         m_waitingMessages = 0;
     }
-    for (const auto& [id, stake] : neverLeft) {
-        Q_EMIT lost(stake.owner, stake.messages);
+    for (const SStake& stake : neverLeft) {
+        if (stake.messages > 0) {
+            Q_EMIT lost(stake.owner, stake.messages);
+        }
     }
     Q_EMIT disconnected(why);
 }

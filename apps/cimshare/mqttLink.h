@@ -8,7 +8,8 @@
 #include <QStringList>
 
 #include <condition_variable>
-#include <map>
+#include <cstddef>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -48,17 +49,20 @@ public:
     /// Subscribed at each connection. Before `start`.
     void subscribe(const QString& topic) { m_subscriptions.append(topic); }
     /// Hands a publication to the broker. False when there is no connection, or so much waits for it that nothing more
-    /// is taken. It stands for so many messages of `owner`, whoever that is.
-    bool publish(const QString& topic, const QByteArray& payload, bool isRetained, int owner = 0, int messages = 0);
+    /// is taken. It stands for so many messages of `owner`, whoever that is; without messages the limit is not looked
+    /// at.
+    bool publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner = 0,
+                 int messages = 0);
 
 Q_SIGNALS:
     // From the thread of the connection: to be connected to queued.
     void connected();
     /// Taken by `publish`, and never left.
-    void lost(int owner, int messages);
+    void lost(std::size_t owner, int messages);
     /// Or not even connected.
     void disconnected(const QString& why);
-    void received(const QString& topic, const QByteArray& payload);
+    /// `problem` tells why it must not be used.
+    void received(const QString& topic, const QByteArray& payload, const QString& problem);
 
 private:
     void run();
@@ -70,6 +74,7 @@ private:
         void operator()(mosquitto* client) const;
     };
     std::unique_ptr<mosquitto, SDeleter> m_client;
+    const QByteArray m_willTopic;
     SBroker m_broker;
     QStringList m_subscriptions;
 
@@ -79,10 +84,10 @@ private:
     bool m_isConnected = false;
     /// Of a publication that waits for the broker.
     struct SStake {
-        int owner;
+        std::size_t owner;
         int messages;
     };
-    std::map<int, SStake> m_waiting; ///< by its number
+    std::deque<SStake> m_waiting; ///< in the order in which they leave
     int m_waitingMessages = 0;
 
     QString m_problem; ///< of the thread: why the broker refused

@@ -15,71 +15,89 @@ namespace
 {
 constexpr int BATCH_MS = 20;
 constexpr int BATCH_MESSAGES = 200;
-constexpr int LOAD_MS = 1000;
+constexpr int CHANGE_MS = 1000;
 constexpr char RECEIVED[] = "rx";
 constexpr char SENT[] = "tx";
 constexpr char SEND[] = "send";
-const QString STATE = QStringLiteral("state");
+const QString STATE = QStringLiteral("/state");
+
+/// Refusals that are told of one publication.
+constexpr std::size_t MAX_REFUSALS = 10;
 
 QByteArray jsonOf(const QJsonObject& object)
 {
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-QJsonObject online(bool isOnline)
+QByteArray online(bool isOnline)
 {
-    return {{QStringLiteral("online"), isOnline}, {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}};
+    return jsonOf({{QStringLiteral("online"), isOnline}, {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
 }
 
 double secondsOf(std::int64_t microseconds)
 {
     return static_cast<double>(microseconds) / 1e6;
 }
+
+QJsonObject stateOf(CSharedBus& bus)
+{
+    Cim::CCanInterface& canInterface = bus.hosted().canInterface();
+    const Cim::CCommonInfo& info = canInterface.commonInfo();
+    return {{QStringLiteral("connected"), bus.isConnected()},
+            {QStringLiteral("mac"), info.interfaceId()},
+            {QStringLiteral("firmware"), info.firmwareVersion()},
+            {QStringLiteral("bitRate"), static_cast<int>(canInterface.baudrate())}};
+}
+
+QJsonObject loadOf(CSharedBus& bus)
+{
+    const std::optional<int> percent = bus.hosted().busload();
+    return {{QStringLiteral("percent"), percent ? QJsonValue(*percent) : QJsonValue()}};
+}
 } // namespace
 
 CMqttShare::CMqttShare(const std::vector<CSharedBus*>& buses, const SMqttForm& form, CEventLog& log)
-    : m_form(form), m_log(log), m_link(form.topic + QLatin1Char('/') + STATE, jsonOf(online(false)))
+    : m_form(form), m_log(log), m_shared(buses.size()), m_link(form.topic + STATE, online(false))
 {
-    for (CSharedBus* const bus : buses) {
-        m_shared.push_back(
-            {bus, bus->name().toUtf8(), topicLevel(bus->name()), static_cast<int>(m_shared.size()), {}, {}, 0, 0, {}});
-    }
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttShare::flush);
-    connect(&m_loadTimer, &QTimer::timeout, this, &CMqttShare::publishLoads);
     connect(&m_link, &CMqttLink::connected, this, &CMqttShare::onConnected, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::received, this, &CMqttShare::onReceived, Qt::QueuedConnection);
-    const auto onLost = [this](int index, int messages) {
-        if (messages > 0) {
-            countLost(m_shared[static_cast<std::size_t>(index)], messages);
-        }
-    };
+    const auto onLost = [this](std::size_t owner, int messages) { countLost(m_shared[owner], messages); };
     connect(&m_link, &CMqttLink::lost, this, onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossTold, true)) {
-            m_log.tell(QStringLiteral("brokerAway"), QStringLiteral("mqtt: no broker: %1").arg(why));
+            m_log.tell("brokerAway", QStringLiteral("mqtt"), QStringLiteral("no broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
+    for (std::size_t i = 0; i < buses.size(); ++i) {
+        m_shared[i].bus = buses[i];
+        m_shared[i].name = buses[i]->plainName();
+        connectBus(m_shared[i]);
+    }
+}
 
-    for (SShared& shared : m_shared) {
-        CSharedBus* const bus = shared.bus;
-        connect(bus, &CSharedBus::messageSent, this,
-                [this, &shared](const Cim::CCanMessage& message, const QObject* sender) {
-                    onMessage(shared, message, sender != nullptr);
-                });
-        connect(bus, &CSharedBus::connectionChanged, this, [this, &shared] { publishState(shared); });
-        connect(bus, &CSharedBus::identified, this, [this, &shared] { publishState(shared); });
-        connect(&bus->hosted(), &CHostedInterface::errorRaised, this, [this, &shared](int error) {
-            publishObject(shared, "error",
-                          {{QStringLiteral("number"), error},
-                           {QStringLiteral("text"), shared.bus->textOfError(error)},
-                           {QStringLiteral("time"), secondsOf(microsecondsNow())}},
-                          false);
-        });
-        if (m_form.allowSend) {
-            m_link.subscribe(m_form.isMessageEach ? shared.level + QStringLiteral("/s/+") : topicOf(shared, SEND));
-        }
+void CMqttShare::connectBus(SShared& shared)
+{
+    CSharedBus* const bus = shared.bus;
+    connect(bus, &CSharedBus::messageSent, this,
+            [this, &shared](const Cim::CCanMessage& message, const QObject* sender) {
+                onMessage(shared, message, sender != nullptr);
+            });
+    const auto publishItsChanges = [this, &shared] { publishChanges(shared); };
+    connect(bus, &CSharedBus::connectionChanged, this, publishItsChanges);
+    connect(bus, &CSharedBus::identified, this, publishItsChanges);
+    connect(&m_changeTimer, &QTimer::timeout, this, publishItsChanges);
+    connect(&bus->hosted(), &CHostedInterface::errorRaised, this, [this, &shared](int error) {
+        publishObject(shared, "error",
+                      {{QStringLiteral("number"), error},
+                       {QStringLiteral("text"), shared.bus->textOfError(error)},
+                       {QStringLiteral("time"), secondsOf(microsecondsNow())}},
+                      false);
+    });
+    if (bus->allowsSending()) {
+        m_link.subscribe(m_form.isMessageEach ? shared.name + QStringLiteral("/s/+") : topicOf(shared, SEND));
     }
 }
 
@@ -87,18 +105,18 @@ CMqttShare::CMqttShare(const std::vector<CSharedBus*>& buses, const SMqttForm& f
 CMqttShare::~CMqttShare()
 {
     flush();
-    m_link.publish(m_form.topic + QLatin1Char('/') + STATE, jsonOf(online(false)), true);
+    publishOnline(false);
 }
 
 Failure CMqttShare::start(const SBroker& broker)
 {
-    m_loadTimer.start(LOAD_MS);
+    m_changeTimer.start(CHANGE_MS);
     return m_link.start(broker);
 }
 
 QString CMqttShare::topicOf(const SShared& shared, const char* last) const
 {
-    return m_form.topic + QLatin1Char('/') + shared.level + QLatin1Char('/') + QLatin1String(last);
+    return m_form.topic + QLatin1Char('/') + shared.name + QLatin1Char('/') + QLatin1String(last);
 }
 
 // ---- To the broker ----
@@ -107,19 +125,33 @@ void CMqttShare::onMessage(SShared& shared, const Cim::CCanMessage& message, boo
 {
     const std::int64_t now = microsecondsNow();
     if (m_form.isMessageEach) {
-        const QString topic = shared.level + QLatin1Char('/') + QString::number(message.id().value());
-        if (!m_link.publish(topic, singlePayload(message, now), false, shared.index, 1)) {
-            countLost(shared, 1);
-        }
+        publish(shared, shared.name + QLatin1Char('/') + QString::number(message.id().value()),
+                singlePayload(message, now), 1);
         return;
     }
     SBatch& batch = isSent ? shared.sent : shared.received;
-    batch.lines +=
-        (batch.lines.isEmpty() ? "" : "\n") + CanLog::formatLogLine({now, shared.name, message, isSent ? 'T' : 'R'});
+    batch.lines += batch.lines.isEmpty() ? "" : "\n";
+    batch.lines += CanLog::formatLogLine({now, shared.name.toUtf8(), message, isSent ? 'T' : 'R'});
     if (++batch.messages >= BATCH_MESSAGES) {
         publishBatch(shared, isSent ? SENT : RECEIVED, batch);
     } else if (!m_batchTimer.isActive()) {
         m_batchTimer.start(BATCH_MS);
+    }
+}
+
+void CMqttShare::publish(SShared& shared, const QString& topic, const QByteArray& payload, int messages)
+{
+    const auto owner = static_cast<std::size_t>(&shared - m_shared.data());
+    if (!m_link.publish(topic, payload, false, owner, messages)) {
+        countLost(shared, messages);
+    }
+}
+
+void CMqttShare::publishBatch(SShared& shared, const char* last, SBatch& batch)
+{
+    if (batch.messages > 0) {
+        publish(shared, topicOf(shared, last), batch.lines, batch.messages);
+        batch = {};
     }
 }
 
@@ -128,14 +160,6 @@ void CMqttShare::flush()
     for (SShared& shared : m_shared) {
         publishBatch(shared, RECEIVED, shared.received);
         publishBatch(shared, SENT, shared.sent);
-    }
-}
-
-void CMqttShare::publishBatch(SShared& shared, const char* last, SBatch& batch)
-{
-    const SBatch full = std::exchange(batch, {});
-    if (full.messages > 0 && !m_link.publish(topicOf(shared, last), full.lines, false, shared.index, full.messages)) {
-        countLost(shared, full.messages);
     }
 }
 
@@ -153,74 +177,76 @@ bool CMqttShare::publishObject(const SShared& shared, const char* last, const QJ
     return m_link.publish(topicOf(shared, last), jsonOf(object), isRetained);
 }
 
-void CMqttShare::publishState(const SShared& shared)
+void CMqttShare::publishOnline(bool isOnline)
 {
-    CHostedInterface& hosted = shared.bus->hosted();
-    const Cim::CCommonInfo& info = hosted.canInterface().commonInfo();
-    publishObject(shared, "state",
-                  {{QStringLiteral("connected"), shared.bus->isConnected()},
-                   {QStringLiteral("mac"), info.interfaceId()},
-                   {QStringLiteral("firmware"), info.firmwareVersion()},
-                   {QStringLiteral("bitRate"), static_cast<int>(hosted.canInterface().baudrate())}},
-                  true);
+    m_link.publish(m_form.topic + STATE, online(isOnline), true);
 }
 
-/// Loads that changed, and the gaps that are over.
-void CMqttShare::publishLoads()
+/// State and load that are others than was told, and a gap that is over.
+void CMqttShare::publishChanges(SShared& shared)
 {
-    for (SShared& shared : m_shared) {
-        const std::optional<int> percent = shared.bus->hosted().busload();
-        const QJsonObject load{{QStringLiteral("percent"), percent ? QJsonValue(*percent) : QJsonValue()}};
-        if (load != shared.load && publishObject(shared, "load", load, true)) {
-            shared.load = load;
-        }
-        const QJsonObject gap{{QStringLiteral("messages"), shared.lost},
-                              {QStringLiteral("from"), secondsOf(shared.lostSince)},
-                              {QStringLiteral("to"), secondsOf(microsecondsNow())}};
-        if (shared.lost > 0 && publishObject(shared, "gap", gap, true)) {
-            m_log.tell(
-                QStringLiteral("gap"),
-                QStringLiteral("mqtt: %1: %2 messages were not published").arg(shared.bus->name()).arg(shared.lost));
-            shared.lost = 0;
-        }
+    if (const QJsonObject state = stateOf(*shared.bus);
+        state != shared.state && publishObject(shared, "state", state, true)) {
+        shared.state = state;
+    }
+    if (const QJsonObject load = loadOf(*shared.bus);
+        load != shared.load && publishObject(shared, "load", load, true)) {
+        shared.load = load;
+    }
+    const QJsonObject gap{{QStringLiteral("messages"), shared.lost},
+                          {QStringLiteral("from"), secondsOf(shared.lostSince)},
+                          {QStringLiteral("to"), secondsOf(microsecondsNow())}};
+    if (shared.lost > 0 && publishObject(shared, "gap", gap, true)) {
+        m_log.tell("gap", shared.bus->name(), QStringLiteral("%1 messages were not published").arg(shared.lost));
+        shared.lost = 0;
     }
 }
 
 void CMqttShare::onConnected()
 {
     m_isLossTold = false;
-    m_log.tell(QStringLiteral("broker"), QStringLiteral("mqtt: connected, topics below %1").arg(m_form.topic));
-    m_link.publish(m_form.topic + QLatin1Char('/') + STATE, jsonOf(online(true)), true);
+    m_log.tell("broker", QStringLiteral("mqtt"), QStringLiteral("connected, topics below %1").arg(m_form.topic));
+    publishOnline(true);
     for (SShared& shared : m_shared) {
-        publishState(shared);
+        shared.state = {};
         shared.load = {};
+        publishChanges(shared);
     }
-    publishLoads();
 }
 
 // ---- From the broker ----
 
-void CMqttShare::onReceived(const QString& topic, const QByteArray& payload)
+void CMqttShare::onReceived(const QString& topic, const QByteArray& payload, const QString& problem)
 {
     const auto isMeant = [&](const SShared& shared) {
-        return m_form.isMessageEach ? topic.startsWith(shared.level + QStringLiteral("/s/"))
+        return m_form.isMessageEach ? topic.startsWith(shared.name + QStringLiteral("/s/"))
                                     : topic == topicOf(shared, SEND);
     };
     const auto shared = std::find_if(m_shared.begin(), m_shared.end(), isMeant);
     if (shared == m_shared.end()) {
         return;
     }
-    const std::vector<SMqttSend> messages = m_form.isMessageEach
-                                                ? std::vector{readSingle(topic.section(QLatin1Char('/'), -1), payload)}
-                                                : readMqttLines(payload);
+    std::vector<SMqttSend> messages;
+    if (!problem.isEmpty()) {
+        messages.push_back({payload, {}, problem});
+    } else if (m_form.isMessageEach) {
+        messages.push_back(readSingle(topic.section(QLatin1Char('/'), -1), payload));
+    } else {
+        messages = readMqttLines(payload);
+    }
+    std::size_t refusals = 0;
     for (const SMqttSend& send : messages) {
         const bool isTaken = send.problem.isEmpty() && shared->bus->send(send.message, this);
-        if (!isTaken) {
+        if (!isTaken && ++refusals <= MAX_REFUSALS) {
             publishObject(*shared, "refused",
                           {{QStringLiteral("line"), QString::fromUtf8(send.line.left(100))},
                            {QStringLiteral("reason"), send.problem.isEmpty() ? shared->bus->refusal() : send.problem}},
                           false);
         }
+    }
+    if (refusals > MAX_REFUSALS) {
+        publishObject(*shared, "refused", {{QStringLiteral("further"), static_cast<int>(refusals - MAX_REFUSALS)}},
+                      false);
     }
 }
 

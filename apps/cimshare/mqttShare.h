@@ -18,7 +18,6 @@ namespace vexmor::Apps::Cimshare
 struct SMqttForm {
     QString topic;              ///< above all
     bool isMessageEach = false; ///< each message a publication of its own, below the name of the bus alone
-    bool allowSend = false;
 };
 
 /// Publishes what is on the buses at a broker, and puts on them what is published for them there. Nothing waits for the
@@ -43,33 +42,34 @@ private:
     };
     /// A bus at the broker.
     struct SShared {
-        CSharedBus* bus;
-        QByteArray name; ///< in log lines
-        QString level;   ///< in topics
-        int index;
+        CSharedBus* bus = nullptr;
+        QString name; ///< in topics and lines
         SBatch received;
         SBatch sent;
         int lost = 0;               ///< since the last gap was told
         std::int64_t lostSince = 0; ///< microseconds
+        QJsonObject state;          ///< as it was told
         QJsonObject load;
     };
 
+    void connectBus(SShared& shared);
     QString topicOf(const SShared& shared, const char* last) const;
     void onMessage(SShared& shared, const Cim::CCanMessage& message, bool isSent);
-    void flush();
+    void publish(SShared& shared, const QString& topic, const QByteArray& payload, int messages);
     void publishBatch(SShared& shared, const char* last, SBatch& batch);
+    void flush();
     void countLost(SShared& shared, int messages);
     bool publishObject(const SShared& shared, const char* last, const QJsonObject& object, bool isRetained);
-    void publishState(const SShared& shared);
-    void publishLoads();
+    void publishOnline(bool isOnline);
+    void publishChanges(SShared& shared);
     void onConnected();
-    void onReceived(const QString& topic, const QByteArray& payload);
+    void onReceived(const QString& topic, const QByteArray& payload, const QString& problem);
 
     const SMqttForm m_form;
     CEventLog& m_log;
     std::vector<SShared> m_shared;
     QTimer m_batchTimer;
-    QTimer m_loadTimer;
+    QTimer m_changeTimer;
     quint64 m_lostMessages = 0;
     bool m_isLossTold = false;
     CMqttLink m_link; ///< first to go: its thread ends

@@ -16,15 +16,6 @@ constexpr int HEAD_SIZE = STAMP_SIZE + 1;
 constexpr uint MAX_ID = 0x7FF;
 } // namespace
 
-QString topicLevel(const QString& text)
-{
-    QString level = text;
-    std::replace_if(
-        level.begin(), level.end(), [](QChar one) { return QStringLiteral("/+#$").contains(one) || !one.isPrint(); },
-        QLatin1Char('_'));
-    return level;
-}
-
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
 {
     std::vector<SMqttSend> result;

@@ -13,9 +13,6 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A text as one level of a topic: what separates levels or stands for others is replaced by "_".
-QString topicLevel(const QString& text);
-
 /// One line of what was sent to be put on a bus: a message, or what is wrong with it.
 struct SMqttSend {
     QByteArray line;

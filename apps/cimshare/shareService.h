@@ -20,8 +20,8 @@ namespace vexmor::Apps::Cimshare
 struct SShareOptions {
     STargetOptions targets;
     bool allStored = false;
-    QStringList networks; ///< that clients may come from
-    bool allowSend = false;
+    SAccess access;
+    bool allowSend = false; ///< else clients listen only
     std::optional<SListenAddress> socketcand;
     bool beacon = false;
     std::optional<SListenAddress> t93;
@@ -45,20 +45,24 @@ public:
     Failure start();
 
 private:
+    /// A bus, and the gateway that it is to other hosts, if it is.
+    struct SBus {
+        std::unique_ptr<CSharedBus> bus;
+        quint64 lostFrames = 0;
+        std::unique_ptr<Sim::CSimGateway> gateway;
+    };
+
     Failure addBuses();
     void watch(CSharedBus& bus);
-    Failure shareAsT93();
-    void identify(CSharedBus& bus, Sim::CSimGateway& gateway, const SListenAddress& place);
+    Failure shareAsT93(SBus& shared, const SListenAddress& place);
+    void identify(CSharedBus& bus, Sim::CSimGateway& gateway);
     void tellStatus();
 
     SShareOptions m_options;
-    SAccess m_access;
     CEventLog m_log;
-    std::vector<std::unique_ptr<CSharedBus>> m_owned;
+    std::vector<std::unique_ptr<SBus>> m_owned;
     std::vector<CSharedBus*> m_buses; ///< the same, as the protocols see them
     std::unique_ptr<CSocketcandServer> m_socketcand;
-    std::vector<std::unique_ptr<Sim::CSimGateway>> m_gateways; ///< one a bus
-    std::vector<quint64> m_lostFrames;                         ///< of each of them
     std::unique_ptr<CMqttShare> m_mqtt;
     QTimer m_statusTimer;
 };

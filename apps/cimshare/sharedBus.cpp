@@ -6,6 +6,9 @@
 #include <QHostAddress>
 #include <QNetworkProxy>
 
+#include <algorithm>
+#include <utility>
+
 namespace vexmor::Apps::Cimshare
 {
 namespace
@@ -35,6 +38,7 @@ CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canIn
         m_probe.abort();
         QTimer::singleShot(AFTER_PROBE_MS, this, &CSharedBus::open);
     });
+    connect(&m_probe, &QTcpSocket::errorOccurred, this, [this] { onNotOpened(m_probe.errorString()); });
     connect(&m_hosted, &CHostedInterface::errorRaised, this, &CSharedBus::lookAtLink);
     connect(&m_hosted, &CHostedInterface::received, this, [this](const Cim::CCanMessage& message) {
         count(m_received, message);
@@ -42,22 +46,58 @@ CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canIn
     });
 }
 
+void CSharedBus::start()
+{
+    m_retryTimer.start();
+    probe();
+}
+
+/// Asks whether anybody is there without waiting for it: to open an interface that nobody answers for would stop all
+/// buses for a second.
+void CSharedBus::probe()
+{
+    const Cim::CCanInterface& canInterface = m_hosted.canInterface();
+    m_probe.abort();
+    if (canInterface.property("Protocol").toString() == QLatin1String("UDP")) { // nobody is waited for
+        open();
+        return;
+    }
+    m_probe.connectToHost(QHostAddress(canInterface.property("IPAddress").toString()),
+                          static_cast<quint16>(canInterface.property("Port").toUInt()));
+}
+
 void CSharedBus::open()
 {
     Cim::CCanInterface& canInterface = m_hosted.canInterface();
     const int code = canInterface.openCommunication();
     if (code != Cim::RC_OK) {
-        if (!m_retryTimer.isActive()) {
-            Q_EMIT connectionChanged(false, canInterface.errorCodeToString(code));
-        }
+        onNotOpened(canInterface.errorCodeToString(code));
         m_retryTimer.start();
         return;
     }
+    m_retryTimer.stop();
     m_linkTimer.start();
     lookAtLink();
     if (m_target.sim() != nullptr) {
         m_target.sim()->startTraffic();
     }
+}
+
+void CSharedBus::onNotOpened(const QString& why)
+{
+    if (!std::exchange(m_isFailureTold, true)) {
+        Q_EMIT connectionChanged(false, why);
+    }
+}
+
+QString CSharedBus::plainName() const
+{
+    QString result = name();
+    std::replace_if(
+        result.begin(), result.end(),
+        [](QChar one) { return one.isSpace() || !one.isPrint() || QStringLiteral("/+#$<>").contains(one); },
+        QLatin1Char('_'));
+    return result;
 }
 
 bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
@@ -92,19 +132,6 @@ void CSharedBus::lookAtLink()
         m_identity = identity;
         Q_EMIT identified();
     }
-}
-
-/// Asks whether anybody is there without waiting for it: to open the interface would stop all buses for a second.
-void CSharedBus::probe()
-{
-    const Cim::CCanInterface& canInterface = m_hosted.canInterface();
-    if (canInterface.property("Protocol").toString() == QLatin1String("UDP")) { // nobody is waited for
-        open();
-        return;
-    }
-    m_probe.abort();
-    m_probe.connectToHost(QHostAddress(canInterface.property("IPAddress").toString()),
-                          static_cast<quint16>(canInterface.property("Port").toUInt()));
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -30,14 +30,18 @@ public:
     /// With `allowSend` clients may send.
     CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend);
 
-    /// Begins to open the interface. To open one that a gateway does not answer for takes a second the first time;
-    /// later attempts take no time.
-    void open();
+    /// Begins to open the interface.
+    void start();
     /// Hands a message to the gateway. False when that does not take it: it will never be sent, and `refusal` says why.
     bool send(const Cim::CCanMessage& message, const QObject* sender) override;
     const QString& refusal() const { return m_refusal; }
 
     QString name() const { return m_target.name(); }
+    /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
+    QString plainName() const;
+    bool allowsSending() const { return m_allowSend; }
+    /// Whether the gateway has said who it is, ever.
+    bool isIdentified() const { return !m_identity.isEmpty(); }
     /// The interface's text for one of its errors: the first line, which says what; the others say what to do.
     QString textOfError(int error);
     CHostedInterface& hosted() { return m_hosted; }
@@ -46,20 +50,23 @@ public:
     const SCount& sent() const { return m_sent; }
 
 Q_SIGNALS:
-    /// The gateway is there, or gone; `text` says why when it could not be opened.
+    /// The gateway is there, or gone, or could not be opened; then `text` says why.
     void connectionChanged(bool isConnected, const QString& text);
     /// The gateway has said who it is, or something else than before.
     void identified();
 
 private:
-    void lookAtLink();
     void probe();
+    void open();
+    void onNotOpened(const QString& why);
+    void lookAtLink();
 
     const CTarget m_target;
     CHostedInterface m_hosted;
     QTimer m_linkTimer;  ///< nothing tells that a link was regained, or who the gateway is
     QTimer m_retryTimer; ///< until the interface is open
     QTcpSocket m_probe;
+    bool m_isFailureTold = false;
     const bool m_allowSend;
     QString m_refusal;
     bool m_isConnected = false;

@@ -7,13 +7,15 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int TIME_TO_OPEN_MS = 10'000;
+/// To choose a bus, and to read what is said at the end.
+constexpr int TIME_LIMIT_MS = 10'000;
 /// Clients take what they read behind a command for the answer: the first frame must not come along with it.
 constexpr int QUIET_MS = 50;
 /// May wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
 /// And of what it sent and nobody has looked at yet.
 constexpr qint64 READ_LIMIT = 64LL * 1024;
+constexpr std::size_t MAX_CYCLIC = 64;
 constexpr std::int64_t MICROSECONDS_A_MS = 1000;
 
 int roundedMs(std::int64_t microseconds)
@@ -36,14 +38,14 @@ CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CShar
 {
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
-    m_openTimer.setSingleShot(true);
+    m_limitTimer.setSingleShot(true);
     m_quietTimer.setSingleShot(true);
     connect(m_socket.get(), &QTcpSocket::readyRead, this, &CSocketcandClient::onReadyRead);
     connect(m_socket.get(), &QTcpSocket::disconnected, this, &CSocketcandClient::disconnected, Qt::QueuedConnection);
-    connect(&m_openTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
+    connect(&m_limitTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
     connect(&m_quietTimer, &QTimer::timeout, this, [this] { m_socket->write(std::exchange(m_waiting, {})); });
     connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::tellStatistics);
-    m_openTimer.start(TIME_TO_OPEN_MS);
+    m_limitTimer.start(TIME_LIMIT_MS);
     answer("< hi >");
 }
 
@@ -64,10 +66,9 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
 void CSocketcandClient::tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message,
                                        const QByteArray& element)
 {
-    const bool isTold = subscription.mask.length() == 0 || !subscription.hasLast ||
-                        differ(message, subscription.last, subscription.mask);
+    const bool isTold =
+        subscription.mask.length() == 0 || !subscription.last || differ(message, *subscription.last, subscription.mask);
     subscription.last = message;
-    subscription.hasLast = true;
     if (!isTold) {
         return;
     }
@@ -113,7 +114,8 @@ void CSocketcandClient::answer(const QByteArray& element)
 void CSocketcandClient::write(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
-        Q_EMIT frameLost(!std::exchange(m_hasLost, true));
+        m_hasLost = true;
+        Q_EMIT frameLost();
         return;
     }
     const QByteArray bytes =
@@ -130,9 +132,18 @@ void CSocketcandClient::write(const QByteArray& element)
 void CSocketcandClient::onReadyRead()
 {
     if (!m_reader.feed(m_socket->readAll(), [this](const QByteArray& element) { return execute(element); })) {
-        m_socket->flush(); // the reason
-        m_socket->disconnectFromHost();
+        end();
     }
+}
+
+/// Lets what it was told go out, for a while.
+void CSocketcandClient::end()
+{
+    disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
+    forget(EMode::eNoBus);
+    m_socket->flush();
+    m_socket->disconnectFromHost();
+    m_limitTimer.start(TIME_LIMIT_MS);
 }
 
 /// False when the connection ends with it.
@@ -143,19 +154,12 @@ bool CSocketcandClient::execute(const QByteArray& element)
         tellError(command.problem().text);
         return true;
     }
-    if (command->verb == EVerb::eEcho) {
+    switch (command->verb) {
+    case EVerb::eEcho:
         answer("< echo >");
         return m_socket->isOpen();
-    }
-    if (command->verb == EVerb::eOpen) {
-        open(command->busName);
-        return m_bus != nullptr;
-    }
-    if (m_bus == nullptr) {
-        tellError(QStringLiteral("no bus is open"));
-        return true;
-    }
-    switch (command->verb) {
+    case EVerb::eOpen:
+        return open(command->busName);
     case EVerb::eRawMode:
         setMode(EMode::eRaw);
         break;
@@ -166,54 +170,94 @@ bool CSocketcandClient::execute(const QByteArray& element)
         setMode(EMode::eControl);
         break;
     case EVerb::eSend:
-        send(command->message);
+        if (isIn({EMode::eRaw, EMode::eBroadcastManager})) {
+            send(command->message);
+        }
         break;
     case EVerb::eStatistics:
-        command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
+        if (isIn({EMode::eControl})) {
+            command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
+        }
         break;
-    case EVerb::eSubscribe:
-    case EVerb::eFilter:
-        subscribe(*command);
-        break;
-    case EVerb::eUnsubscribe:
-        m_subscriptions.erase(command->message.id().value());
-        break;
-    case EVerb::eAdd:
-        addCyclic(*command);
-        break;
-    case EVerb::eUpdate:
-        updateCyclic(*command);
-        break;
-    default: // eDelete
-        m_cyclic.erase(command->message.id().value());
-        break;
+    default:
+        if (isIn({EMode::eBroadcastManager})) {
+            manage(*command);
+        }
     }
     return m_socket->isOpen();
 }
 
-void CSocketcandClient::open(const QByteArray& name)
+bool CSocketcandClient::isIn(std::initializer_list<EMode> modes)
 {
-    const auto isNamed = [&name](const CSharedBus* bus) { return bus->name().toUtf8() == name; };
+    const bool result = std::find(modes.begin(), modes.end(), m_mode) != modes.end();
+    if (!result) {
+        tellError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
+    }
+    return result;
+}
+
+/// What broadcast manager mode has of its own.
+void CSocketcandClient::manage(const SCommand& command)
+{
+    const std::uint16_t id = command.message.id().value();
+    switch (command.verb) {
+    case EVerb::eSubscribe:
+    case EVerb::eFilter:
+        subscribe(command);
+        break;
+    case EVerb::eUnsubscribe:
+        m_subscriptions.erase(id);
+        break;
+    case EVerb::eAdd:
+        addCyclic(command);
+        break;
+    case EVerb::eUpdate:
+        if (const auto found = m_cyclic.find(id); found != m_cyclic.end()) {
+            found->second->message = command.message;
+        } else {
+            tellError(QStringLiteral("nothing is sent with this identifier"));
+        }
+        break;
+    default: // eDelete, the last one
+        m_cyclic.erase(id);
+    }
+}
+
+bool CSocketcandClient::open(const QByteArray& name)
+{
+    const auto isNamed = [&name](const CSharedBus* bus) { return bus->plainName().toUtf8() == name; };
     const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
     if (found == m_buses.end()) {
-        m_bus = nullptr;
         tellError(QStringLiteral("no such bus"));
-        return;
+        return false;
     }
-    m_openTimer.stop();
+    m_limitTimer.stop();
     m_bus = *found;
     setMode(EMode::eBroadcastManager);
+    if (!m_bus->isConnected()) {
+        tellError(QStringLiteral("the gateway is away"));
+    }
+    return m_socket->isOpen();
+}
+
+void CSocketcandClient::setMode(EMode mode)
+{
+    if (m_bus == nullptr) {
+        tellError(QStringLiteral("no bus is open"));
+        return;
+    }
+    forget(mode);
+    answer("< ok >");
+    m_quietTimer.start(QUIET_MS);
 }
 
 /// What belongs to the mode before ends.
-void CSocketcandClient::setMode(EMode mode)
+void CSocketcandClient::forget(EMode mode)
 {
     m_mode = mode;
     m_statisticsTimer.stop();
     m_subscriptions.clear();
     m_cyclic.clear();
-    answer("< ok >");
-    m_quietTimer.start(QUIET_MS);
 }
 
 void CSocketcandClient::subscribe(const SCommand& command)
@@ -233,6 +277,10 @@ void CSocketcandClient::subscribe(const SCommand& command)
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
+    if (!m_bus->allowsSending() || m_cyclic.size() >= MAX_CYCLIC) {
+        tellError(m_bus->allowsSending() ? QStringLiteral("too many are sent already") : m_bus->refusal());
+        return;
+    }
     auto& cyclic = m_cyclic[command.message.id().value()];
     cyclic = std::make_unique<SCyclic>();
     cyclic->message = command.message;
@@ -244,16 +292,6 @@ void CSocketcandClient::addCyclic(const SCommand& command)
         }
     });
     cyclic->timer.start(roundedMs(command.microseconds));
-}
-
-void CSocketcandClient::updateCyclic(const SCommand& command)
-{
-    const auto found = m_cyclic.find(command.message.id().value());
-    if (found == m_cyclic.end()) {
-        tellError(QStringLiteral("nothing is sent with this identifier"));
-        return;
-    }
-    found->second->message = command.message;
 }
 
 void CSocketcandClient::send(const Cim::CCanMessage& message)

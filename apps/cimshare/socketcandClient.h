@@ -7,8 +7,10 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <initializer_list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vexmor::Apps::Cimshare
@@ -25,7 +27,6 @@ public:
     CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses);
 
     const CSharedBus* bus() const { return m_bus; }
-    const QTcpSocket& socket() const { return *m_socket; }
     /// A message of its bus, which somebody else sent; `element` is what stands for it.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
     /// Tells what went wrong at its bus.
@@ -33,8 +34,8 @@ public:
 
 Q_SIGNALS:
     void disconnected();
-    /// It reads too slowly, and missed one more frame; `isFirst` after it had kept up.
-    void frameLost(bool isFirst);
+    /// It reads too slowly, and missed one more frame.
+    void frameLost();
 
 private:
     enum class EMode { eNoBus, eBroadcastManager, eRaw, eControl };
@@ -42,25 +43,28 @@ private:
     struct SSubscription {
         std::int64_t interval = 0; ///< microseconds between two at least
         Cim::CCanMessage mask;     ///< of a filter: told is a frame with other bits under it; length 0: every frame
-        Cim::CCanMessage last;
-        bool hasLast = false;
+        std::optional<Cim::CCanMessage> last;
         QByteArray pending; ///< came too early, the newest
         QTimer timer;       ///< runs until the next one may be told
     };
 
     void onReadyRead();
     bool execute(const QByteArray& element);
-    void open(const QByteArray& name);
+    bool isIn(std::initializer_list<EMode> modes);
+    bool open(const QByteArray& name);
     void setMode(EMode mode);
+    void forget(EMode mode);
+    void end();
+    void manage(const SCommand& command);
     void subscribe(const SCommand& command);
     void tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message, const QByteArray& element);
     void addCyclic(const SCommand& command);
-    void updateCyclic(const SCommand& command);
     void send(const Cim::CCanMessage& message);
     void tellStatistics();
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
 
+    /// Sent again and again.
     struct SCyclic {
         Cim::CCanMessage message;
         QTimer timer;
@@ -72,7 +76,7 @@ private:
     CSharedBus* m_bus = nullptr;
     EMode m_mode = EMode::eNoBus;
     CElementReader m_reader;
-    QTimer m_openTimer;  ///< who says nothing does not stay
+    QTimer m_limitTimer; ///< who says nothing, or reads nothing at the end, does not stay
     QTimer m_quietTimer; ///< frames wait while it runs
     QByteArray m_waiting;
     QTimer m_statisticsTimer;

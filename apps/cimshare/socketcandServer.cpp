@@ -15,7 +15,7 @@ namespace
 {
 constexpr int BEACON_MS = 2000;
 constexpr quint16 BEACON_PORT = 42000;
-const QString PORT_NAME = QStringLiteral("socketcand");
+const QString SUBJECT = QStringLiteral("socketcand");
 } // namespace
 
 CSocketcandServer::CSocketcandServer(const std::vector<CSharedBus*>& buses, const SAccess& access, CEventLog& log)
@@ -26,20 +26,13 @@ CSocketcandServer::CSocketcandServer(const std::vector<CSharedBus*>& buses, cons
         connect(
             bus, &CSharedBus::messageSent, this,
             [this, bus](const Cim::CCanMessage& message, const QObject* sender) { onMessage(*bus, message, sender); });
-        const auto tell = [this, bus](const QString& text) {
-            for (const auto& client : m_clients) {
-                if (client->bus() == bus) {
-                    client->tellError(text);
-                }
-            }
-        };
-        connect(bus, &CSharedBus::connectionChanged, this, [tell](bool isConnected) {
+        connect(bus, &CSharedBus::connectionChanged, this, [this, bus](bool isConnected) {
             if (!isConnected) {
-                tell(QStringLiteral("the gateway is away"));
+                tellError(*bus, QStringLiteral("the gateway is away"));
             }
         });
         connect(&bus->hosted(), &CHostedInterface::errorRaised, this,
-                [tell, bus](int error) { tell(bus->textOfError(error)); });
+                [this, bus](int error) { tellError(*bus, bus->textOfError(error)); });
     }
 }
 
@@ -47,16 +40,15 @@ CSocketcandServer::~CSocketcandServer() = default;
 
 Failure CSocketcandServer::listen(const SListenAddress& address)
 {
+    const QString place = address.address.toString();
     if (!m_server.listen(address.address, address.port)) {
         return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
-                            .arg(address.address.toString())
+                            .arg(place)
                             .arg(address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.tell(
-        QStringLiteral("listening"),
-        QStringLiteral("socketcand on %1:%2").arg(m_server.serverAddress().toString()).arg(m_server.serverPort()),
-        {{QStringLiteral("protocol"), PORT_NAME}, {QStringLiteral("port"), m_server.serverPort()}});
+    m_log.tell("listening", SUBJECT, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
+               {{QStringLiteral("port"), m_server.serverPort()}});
     return {};
 }
 
@@ -69,32 +61,42 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
 void CSocketcandServer::onNewConnection()
 {
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
-        const bool isFull = m_clients.size() >= SAccess::MAX_CLIENTS;
-        if (isFull || !m_access.admits(*socket, PORT_NAME, m_log)) {
-            if (isFull) {
-                m_log.tell(QStringLiteral("full"), QStringLiteral("socketcand: %1 turned away: %2 clients are there")
-                                                       .arg(peerOf(*socket))
-                                                       .arg(m_clients.size()));
-            }
-            socket->abort();
-            socket->deleteLater();
+        const QString peer = peerOf(*socket);
+        if (m_clients.size() >= SAccess::MAX_CLIENTS) {
+            m_log.tellOfClient("full", SUBJECT, QStringLiteral("%1 turned away: too many are there").arg(peer));
+        } else if (m_access.admits(*socket, SUBJECT, m_log)) {
+            addClient(socket, peer);
             continue;
         }
-        const QString peer = peerOf(*socket);
-        m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
-        CSocketcandClient* const client = m_clients.back().get();
-        connect(client, &CSocketcandClient::frameLost, this, [this, peer](bool isFirst) {
-            ++m_lostFrames;
-            if (isFirst) {
-                m_log.tell(QStringLiteral("slowClient"),
-                           QStringLiteral("socketcand: %1 does not read: it loses frames").arg(peer));
-            }
-        });
-        connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-            m_log.tell(QStringLiteral("disconnected"), QStringLiteral("socketcand: %1 disconnected").arg(peer));
-            m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
-                                         [client](const auto& candidate) { return candidate.get() == client; }));
-        });
+        socket->abort();
+        socket->deleteLater();
+    }
+}
+
+void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
+{
+    m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
+    CSocketcandClient* const client = m_clients.back().get();
+    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer] {
+        ++m_lostFrames;
+        if (m_slowClients.insert(client).second) {
+            m_log.tellOfClient("slowClient", SUBJECT, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+        }
+    });
+    connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
+        m_log.tellOfClient("disconnected", SUBJECT, QStringLiteral("%1 disconnected").arg(peer));
+        m_slowClients.erase(client);
+        m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
+                                     [client](const auto& candidate) { return candidate.get() == client; }));
+    });
+}
+
+void CSocketcandServer::tellError(const CSharedBus& bus, const QString& text)
+{
+    for (const auto& client : m_clients) {
+        if (client->bus() == &bus) {
+            client->tellError(text);
+        }
     }
 }
 
@@ -125,7 +127,7 @@ void CSocketcandServer::sendBeacon(QUdpSocket& socket)
     const QHostAddress own = m_server.serverAddress();
     QString buses;
     for (const CSharedBus* const bus : m_buses) {
-        buses += QStringLiteral("<Bus name=\"%1\"/>").arg(bus->name().toHtmlEscaped());
+        buses += QStringLiteral("<Bus name=\"%1\"/>").arg(bus->plainName().toHtmlEscaped());
     }
     for (const QNetworkInterface& network : QNetworkInterface::allInterfaces()) {
         for (const QNetworkAddressEntry& entry : network.addressEntries()) {

@@ -7,6 +7,7 @@
 #include <QTcpServer>
 
 #include <memory>
+#include <set>
 #include <vector>
 
 class QUdpSocket;
@@ -34,6 +35,8 @@ public:
 
 private:
     void onNewConnection();
+    void addClient(QTcpSocket* socket, const QString& peer);
+    void tellError(const CSharedBus& bus, const QString& text);
     void onMessage(const CSharedBus& bus, const Cim::CCanMessage& message, const QObject* sender);
     void sendBeacon(QUdpSocket& socket);
 
@@ -42,6 +45,7 @@ private:
     CEventLog& m_log;
     QTcpServer m_server;
     std::vector<std::unique_ptr<CSocketcandClient>> m_clients;
+    std::set<const CSocketcandClient*> m_slowClients; ///< of which was told
     quint64 m_lostFrames = 0;
 };
 

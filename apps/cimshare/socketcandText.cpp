@@ -193,7 +193,10 @@ QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microsecon
 
 QByteArray errorElement(const QString& text)
 {
-    return "\n< error " + text.simplified().toLatin1().replace('<', '(').replace('>', ')') + " >";
+    QByteArray told = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
+    std::replace_if(
+        told.begin(), told.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
+    return "\n< error " + told + " >";
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -59,7 +59,7 @@ private:
 // What comes unasked begins with a line end: one widespread client needs a character between two elements, and no other
 // minds.
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds);
-/// Angle brackets in the text become round ones.
+/// Angle brackets in the text become round ones, and what is not ASCII "?": clients know nothing else.
 QByteArray errorElement(const QString& text);
 
 } // namespace vexmor::Apps::Cimshare
