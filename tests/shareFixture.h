@@ -26,10 +26,16 @@ struct SShare : SGateway {
         });
         program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         name = "127.0.0.1:%1"_s.arg(gateway.port());
-        program.start(QStringLiteral(CIM_CIMSHARE), list(name + " --json "_s + options));
+        arguments = list(name + " --json "_s + options);
+        start();
         isUp = faults.refuse || happened("identified"_s);
     }
     ~SShare() { end(); }
+    void start()
+    {
+        events.clear();
+        program.start(QStringLiteral(CIM_CIMSHARE), arguments);
+    }
     /// Ends it as a service manager does; gives its exit code.
     int end()
     {
@@ -71,6 +77,7 @@ struct SShare : SGateway {
     }
 
     QString name;
+    QStringList arguments;
     QProcess program;
     QList<QJsonObject> events;
     QList<CCanMessage> sent; ///< to the gateway

@@ -268,8 +268,13 @@ private Q_SLOTS:
             share.bus.send(message(0x200, hex(data)));
         }
         QTRY_COMPARE(client.seen(), "200#01 200#03"_s); // the newest, when it is time
-        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< statistics 20 >", "< stat "));
         QVERIFY(share.sent.isEmpty());
+        client.write("< add 0 2000 124 0 >");
+        QTRY_VERIFY(!share.sent.isEmpty());
+        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
+        QTRY_COMPARE(textOf(share.sent.last()), "7f0#"_s); // ends with its mode
+        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< statistics 20 >", "< stat "));
+        QCOMPARE(textOf(share.sent.last()), "7f0#"_s);
     }
 
     void slowClientLosesItsOwn()

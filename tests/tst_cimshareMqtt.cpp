@@ -120,7 +120,6 @@ private Q_SLOTS:
         const SBroker broker;
         SSubscriber all(broker);
         SShare share(broker.options("--allow-send"_s)), listening(broker.options("--allow 127.0.0.1"_s));
-        broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s}); // would be sent at every connection
         QVERIFY(share.happened("broker"_s) && listening.happened("broker"_s));
         broker.publish("site/"_s + listening.name + "/send"_s, "123#");
         broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n(1.0) x 124#R\n7FF#");
@@ -131,6 +130,12 @@ private Q_SLOTS:
         QVERIFY(all.hears("\"reason\":\"more than 64 KiB\"}"));
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("x\n").repeated(100));
         QVERIFY(all.hears("/refused {\"further\":90}"));
+        QCOMPARE(share.sent.size(), 2);
+        QVERIFY(!all.heard.contains(listening.name.toLatin1() + "/refused"));
+        share.end();
+        broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s}); // would be sent at every connection
+        share.start();
+        QVERIFY(all.hears("/refused {\"line\":\"126#\",\"reason\":\"retained\"}"));
         QCOMPARE(share.sent.size(), 2);
         QVERIFY(listening.sent.isEmpty());
     }
