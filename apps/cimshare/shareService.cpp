@@ -175,9 +175,11 @@ void CShareService::identify(CSharedBus& bus, Sim::CSimGateway& gateway)
 {
     const Cim::CCommonInfo& info = bus.hosted().canInterface().commonInfo();
     Sim::SSimIdentity identity;
-    const QByteArray mac =
-        QByteArray::fromHex(info.interfaceId().toLatin1()).left(static_cast<int>(identity.macAddress.size()));
-    std::copy(mac.begin(), mac.end(), identity.macAddress.begin());
+    const QByteArray mac = QByteArray::fromHex(info.interfaceId().toLatin1());
+    for (std::size_t i = 0; i < identity.macAddress.size(); ++i) {
+        identity.macAddress[i] =
+            static_cast<std::uint8_t>(static_cast<int>(i) < mac.size() ? mac.at(static_cast<int>(i)) : 0);
+    }
     // A host asks one that says 2.3 for this text; any version can stand there.
     identity.firmwareMajor = 2;
     identity.firmwareMinor = 3;
