@@ -67,6 +67,7 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : 
     initialiseLibrary();
     m_client.reset(mosquitto_new(nullptr, true, this));
     mosquitto_threaded_set(m_client.get(), true);
+    mosquitto_int_option(m_client.get(), MOSQ_OPT_TCP_NODELAY, 1);
     mosquitto_will_set(m_client.get(), m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int code) {
         static_cast<CMqttLink*>(link)->onConnect(code);
