@@ -2,6 +2,7 @@
 
 // The program cimshare at a simulated gateway, and who speaks with it.
 
+#include "canlog/candumpLog.h"
 #include "t93Fixture.h"
 
 #include <QJsonDocument>
@@ -12,13 +13,26 @@
 namespace vexmor::Test
 {
 
+/// As a log has it: identifier, and data in hexadecimal.
+inline QString textOf(const CCanMessage& message)
+{
+    return QString::fromLatin1(CanLog::formatFrame(message));
+}
+
+/// What the simulated gateway sends as number `i` of a flood.
+inline QString floodText(int i)
+{
+    return "%1#%2"_s.arg(i % 0x800, 3, 16, QLatin1Char('0')).arg(i, 16, 16, QLatin1Char('0')).toUpper();
+}
+
 /// The program, which shares a gateway of the test as "127.0.0.1:PORT"; it has ended well when this ends.
 struct SShare : SGateway {
-    /// Gateway and bus of the test, and what the program is told besides; the gateway has such faults at first.
-    explicit SShare(const QString& options, const SSimFaults& faults = {})
+    /// Gateway and bus of the test, and what the program is told besides; the gateway may be away at first.
+    explicit SShare(const QString& options, bool isAway = false)
     {
-        gateway.setFaults(faults);
-        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const CCanMessage& one) { sent.append(one); });
+        isAway ? leave() : void();
+        QObject::connect(&gateway, &CSimGateway::messageReceived,
+                         [this](const CCanMessage& one) { sent.append(textOf(one)); });
         QObject::connect(&program, &QProcess::readyReadStandardOutput, [this] {
             while (program.canReadLine()) {
                 events.append(QJsonDocument::fromJson(program.readLine()).object());
@@ -28,9 +42,25 @@ struct SShare : SGateway {
         name = "127.0.0.1:%1"_s.arg(gateway.port());
         arguments = list(name + " --json "_s + options);
         start();
-        isUp = faults.refuse || happened("identified"_s);
+        isUp = isAway || happened("identified"_s);
     }
     ~SShare() { end(); }
+    void leave()
+    {
+        SSimFaults away;
+        away.refuse = true;
+        gateway.setFaults(away);
+        gateway.dropLinks();
+    }
+    /// Puts frames on the bus.
+    void put(const char* frames)
+    {
+        QString error;
+        for (const QByteArray& frame : QByteArray(frames).split(' ')) {
+            CCanMessage message;
+            CanLog::parseFrame(frame, message, error) ? void(bus.send(message)) : qFatal("no frame");
+        }
+    }
     void start()
     {
         events.clear();
@@ -80,7 +110,7 @@ struct SShare : SGateway {
     QStringList arguments;
     QProcess program;
     QList<QJsonObject> events;
-    QList<CCanMessage> sent; ///< to the gateway
+    QStringList sent; ///< to the gateway
     bool isUp = false;
 };
 
