@@ -149,7 +149,7 @@ private Q_SLOTS:
 
     void answersStandAlone() // clients compare them with what they read
     {
-        SShare share("--socketcand 0"_s);
+        SShare share("--socketcand 0 --protocol UDP"_s);
         QTimer traffic;
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
