@@ -80,7 +80,7 @@ struct SShare : SGateway {
         }));
     }
     /// What was said of it, the last time.
-    QString textOf(const QString& event) const
+    QString said(const QString& event) const
     {
         QString text;
         for (const QJsonObject& one : events) {

@@ -238,7 +238,7 @@ private Q_SLOTS:
         const QString refusal = cell<QString>("refusal");
         const QString event = refusal.isEmpty() ? "broker"_s : "brokerAway"_s;
         QVERIFY(share.happened(event));
-        QVERIFY2(share.textOf(event).contains(QRegularExpression(refusal)), qPrintable(share.textOf(event)));
+        QVERIFY2(share.said(event).contains(QRegularExpression(refusal)), qPrintable(share.said(event)));
     }
 };
 
