@@ -13,7 +13,6 @@ const QString ARRAY = QStringLiteral("SendList");
 const QString FRAME = QStringLiteral("Frame");
 const QString INTERVAL = QStringLiteral("Interval");
 const QString COMMENT = QStringLiteral("Comment");
-constexpr int DEFAULT_INTERVAL_MS = 100;
 } // namespace
 
 bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& message, QString& error)

@@ -33,6 +33,7 @@ class CSendList : public QAbstractTableModel
 public:
     enum EColumn { eCyclic, eId, eData, eInterval, eComment, eColumnCount };
     static constexpr int MAX_INTERVAL_MS = 3600000;
+    static constexpr int DEFAULT_INTERVAL_MS = 100;
 
     using QAbstractTableModel::QAbstractTableModel;
 

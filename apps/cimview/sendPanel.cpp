@@ -20,7 +20,6 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr int DEFAULT_INTERVAL_MS = 100;
 }
 
 CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
@@ -60,7 +59,7 @@ void CSendPanel::makeWidgets()
     m_data->setFont(fixed);
     m_id->setMaximumWidth(QFontMetrics(fixed).horizontalAdvance(QStringLiteral("7FF")) * 3);
     m_interval->setRange(1, CSendList::MAX_INTERVAL_MS);
-    m_interval->setValue(DEFAULT_INTERVAL_MS);
+    m_interval->setValue(CSendList::DEFAULT_INTERVAL_MS);
     m_interval->setSuffix(tr(" ms"));
     m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
     m_table->setModel(&m_workbench.sendList());

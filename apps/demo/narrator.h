@@ -43,6 +43,9 @@ private:
     int m_failures = 0;
 };
 
+/// A gateway answers sooner.
+constexpr int ANSWER_LIMIT_MS = 2000;
+
 /// Runs the event loop until a condition holds, checked after each turn; false when it does not within the limit.
 bool waitUntil(int limitMs, const std::function<bool()>& condition);
 /// Runs the event loop for so long.

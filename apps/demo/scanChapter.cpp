@@ -15,7 +15,6 @@ namespace vexmor::Apps::Demo
 namespace
 {
 constexpr int SCAN_LIMIT_MS = 10000;
-constexpr int ANSWER_LIMIT_MS = 2000;
 
 void requirePrivateNetwork(const QHostAddress& address)
 {

@@ -14,7 +14,6 @@ namespace vexmor::Apps::Demo
 {
 namespace
 {
-constexpr int ANSWER_LIMIT_MS = 2000;
 constexpr int EXAMPLE_COUNT = 4;
 constexpr int CALM_RATE = 300;  ///< messages a second
 constexpr int BUSY_RATE = 1500; ///< about a third of a bus of 500 kbit/s
