@@ -18,7 +18,6 @@ struct Words {
 };
 
 constexpr int ID_DIGITS = 3;
-constexpr std::uint16_t MAX_ID = 0x7FF;
 constexpr int MAX_BYTES = 8;
 constexpr int MAX_LINE = 4096;
 constexpr std::int64_t MICROSECONDS = 1000000;

@@ -14,6 +14,9 @@ class QIODevice;
 namespace vexmor::CanLog
 {
 
+/// The greatest standard identifier.
+constexpr unsigned int MAX_ID = 0x7FF;
+
 /// One line of a log: when, on which interface, what.
 struct SLogEntry {
     std::int64_t microseconds = 0; ///< since the epoch, or since any other start

@@ -11,7 +11,6 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-constexpr int MAX_ID = 0x7FF;
 constexpr int MAX_LENGTH = 8;
 
 struct SGenOptions {
@@ -49,7 +48,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
 EExitCode gen(SContext& context, const SGenOptions& options)
 {
     const SFilter ids = valueOf(readFilter(options.ids));
-    if (ids.inverse || ids.mask != SFilter().mask || ids.high > MAX_ID) {
+    if (ids.inverse || ids.mask != SFilter().mask || ids.high > CanLog::MAX_ID) {
         failUsage(QStringLiteral("identifiers %1: must be ID or LOW-HIGH, hexadecimal, at most 7FF").arg(options.ids));
     }
     return sendAll(context, options.target, options.show, randomMessages(options, ids), 1);

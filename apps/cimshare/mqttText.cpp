@@ -13,7 +13,6 @@ namespace
 {
 constexpr int STAMP_SIZE = 8;
 constexpr int HEAD_SIZE = STAMP_SIZE + 1;
-constexpr uint MAX_ID = 0x7FF;
 } // namespace
 
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
@@ -57,7 +56,8 @@ SMqttSend readSingle(const QString& topicLevel, const QByteArray& payload)
     bool isNumber = false;
     const uint id = topicLevel.toUInt(&isNumber);
     const QByteArray data = payload.mid(HEAD_SIZE);
-    if (!isNumber || id > MAX_ID || payload.size() < HEAD_SIZE || payload.at(STAMP_SIZE) != 0 || data.size() > 8) {
+    if (!isNumber || id > CanLog::MAX_ID || payload.size() < HEAD_SIZE || payload.at(STAMP_SIZE) != 0 ||
+        data.size() > 8) {
         send.problem = QStringLiteral("no data frame with an 11-bit identifier");
         return send;
     }

@@ -1,5 +1,7 @@
 #include "apps/cimshare/socketcandText.h"
 
+#include "canlog/candumpLog.h"
+
 #include <QList>
 
 #include <algorithm>
@@ -11,7 +13,6 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::int64_t MICROSECONDS = 1'000'000;
-constexpr unsigned int MAX_ID = 0x7FF;
 constexpr int EXTENDED_ID_DIGITS = 8;
 constexpr int MAX_MILLISECONDS = 3'600'000;
 constexpr std::int64_t MIN_INTERVAL = 1000;
@@ -94,7 +95,7 @@ Failure readId(CWords& words, SCommand& command)
     if (!isNumber) {
         return wrong("the identifier is no hexadecimal number");
     }
-    if (id > MAX_ID || word.size() >= EXTENDED_ID_DIGITS) {
+    if (id > CanLog::MAX_ID || word.size() >= EXTENDED_ID_DIGITS) {
         return wrong("a T93 has no 29-bit identifiers");
     }
     command.message.setId(Cim::CCanId::fromValue(static_cast<std::uint16_t>(id)));
