@@ -58,16 +58,20 @@ private Q_SLOTS:
 
     void documentShowsTheSameFrames()
     {
-        const QString examples = R"(grep -oP '(^    |`)43( [0-9A-F]{2})+ 0D' %1)"_s;
-        const QByteArrayList lines = run(examples.arg(QStringLiteral(CIM_PROTOCOL_DOCUMENT))).out.trimmed().split('\n');
+        QFile document(QStringLiteral(CIM_PROTOCOL_DOCUMENT));
+        QVERIFY(document.open(QIODevice::ReadOnly));
+        const QRegularExpression example("(?m)(^    |`)43( [0-9A-F]{2})+ 0D"_s);
+        auto examples = example.globalMatch(QString::fromUtf8(document.readAll()));
         QByteArray startUp;
-        for (const QByteArray& line : lines) {
+        int count = 0;
+        for (; examples.hasNext(); ++count) {
+            const QByteArray line = examples.next().captured().toLatin1();
             const QByteArray bytes = hex(line);
             QCOMPARE(frame(std::uint8_t(bytes.at(2)), bytes.mid(3, bytes.size() - 5)).toHex(), bytes.toHex());
             startUp += line.startsWith(' ') ? bytes : QByteArray();
         }
         QCOMPARE(startUp.toHex(), (START_UP + BAUDRATE_500).toHex());
-        QCOMPARE(lines.size(), 4 + 4);
+        QCOMPARE(count, 4 + 4);
     }
 
     void baudrates_data()

@@ -44,10 +44,10 @@ void CStage::onBusMessage(const Cim::CCanMessage& message, const QObject* sender
         m_fromDevices.push_back(message);
     }
     if (id == REQUEST_ID) {
-        unsigned char data[8];
-        std::reverse_copy(message.data(), message.data() + message.length(), data);
+        std::vector<unsigned char> data(message.data(), message.data() + message.length());
+        std::reverse(data.begin(), data.end());
         m_bus.send(
-            Cim::CCanMessage(Cim::CCanId::fromValue(ANSWER_ID), static_cast<unsigned char>(message.length()), data));
+            Cim::CCanMessage(Cim::CCanId::fromValue(ANSWER_ID), static_cast<unsigned char>(data.size()), data.data()));
     }
 }
 
