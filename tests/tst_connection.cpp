@@ -7,7 +7,6 @@
 
 #include <thread>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
 
@@ -362,17 +361,13 @@ private Q_SLOTS:
     void smallMessagesDoNotWait() // 40 ms for the acknowledgement of the one before
     {
         const SRawHost host;
-        int isLowDelay = 0;
+        int lowDelays = 0; // of all that this process has open: the plugin's end of the connection
         for (int file = 0; file < 100; ++file) {
-            sockaddr_in peer{};
-            socklen_t size = sizeof peer;
-            if (::getpeername(file, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-                peer.sin_port == htons(host.port())) { // the plugin's end of the connection
-                size = sizeof isLowDelay;
-                ::getsockopt(file, IPPROTO_TCP, TCP_NODELAY, &isLowDelay, &size);
-            }
+            int value = 0;
+            socklen_t size = sizeof value;
+            lowDelays += ::getsockopt(file, SOL_TCP, TCP_NODELAY, &value, &size) == 0 && value != 0 ? 1 : 0;
         }
-        QCOMPARE(isLowDelay, 1);
+        QCOMPARE(lowDelays, 1);
     }
 };
 
