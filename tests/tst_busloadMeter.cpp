@@ -4,7 +4,7 @@
 using namespace vexmor::Cim;
 using namespace vexmor::Test;
 
-/// Bus load in percent, from counted messages and from what a gateway measured.
+/// Bus load in percent from counted messages; from what a gateway measures: InterfaceT93Test.
 class BusloadMeterTest : public QObject
 {
     Q_OBJECT
@@ -36,23 +36,6 @@ private Q_SLOTS:
         QTEST(meter.percent(), "percent");
         meter.endPeriod(1000, 500); // what was counted is counted once
         QCOMPARE(meter.percent(), 0U);
-    }
-
-    void gatewayValues_data()
-    {
-        const auto row = columns<unsigned int, unsigned int, unsigned int>("value", "rate", "percent");
-        row("296 / 10, rounded down", 500, 125, 29);
-        row("each division rounds down", 136, 1000, 1); // 10.06 / 10
-        row("the largest value", 65535, 50, 9699);
-        row("a rate of 0 changes nothing", 500, 0, 0);
-    }
-    void gatewayValues()
-    {
-        CBusloadMeter meter;
-        QVERIFY(!meter.gatewayMeasures());
-        QVERIFY(meter.confirmGatewayMeasures() && !meter.confirmGatewayMeasures() && meter.gatewayMeasures());
-        meter.takeGatewayValue(cell<unsigned int>("value"), cell<unsigned int>("rate"));
-        QTEST(meter.percent(), "percent");
     }
 };
 

@@ -307,8 +307,8 @@ private Q_SLOTS:
         };
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8"));
         QTRY_COMPARE(polls(), 1); // asked at once, then one poll time after each answer
-        host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("f401"));
-        QTRY_COMPARE(busloadOf(*host.can), 29);                       // (500 * 74) / 125 = 296, / 10 = 29
+        host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("ffff"));
+        QTRY_COMPARE(busloadOf(*host.can), 3879);                     // (65535 * 74) / 125 = 38796, / 10 = 3879
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // the timer runs: nothing
         QVERIFY(host.isAllHeard());
         QCOMPARE(host.can->resetCommunication(0), 0);
