@@ -1,30 +1,20 @@
-#include "apps/cimview/eventPanel.h"
-#include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
-#include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 #include "apps/common/interfaceStore.h"
 #include "deafPort.h"
-#include "sim/simBus.h"
 #include "sim/simDetection.h"
-#include "sim/simGateway.h"
-#include "testData.h"
+#include "t93Fixture.h"
 
 #include <QClipboard>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QSettings>
-#include <QSignalSpy>
 #include <QTableView>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace vexmor::Apps;
 using namespace vexmor::Apps::Cimview;
-using namespace vexmor::Sim;
 using namespace vexmor::Test;
 
 namespace
@@ -38,20 +28,13 @@ std::vector<SPlugin>& plugins()
     return loaded;
 }
 
-struct SGateway {
-    explicit SGateway(CSimBus& bus, const QString& address = "127.0.0.1"_s) : gateway(bus)
-    {
-        QString error;
-        if (!gateway.listen(QHostAddress(address), 0, error)) {
-            qFatal("%s", qPrintable(error));
-        }
-    }
-    CSimGateway gateway;
-};
-
 /// A window as the program shows it, and a gateway.
 struct SWindow {
-    SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench)) { window->show(); }
+    SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench))
+    {
+        listenOn(hall);
+        window->show();
+    }
 
     CInterfaceList& list() { return workbench.interfaces(); }
     CTraceModel& trace() { return workbench.feed().trace(); }
@@ -100,7 +83,7 @@ struct SWindow {
     }
 
     CSimBus bus;
-    SGateway hall{bus};
+    CSimGateway hall{bus};
     CWorkbench workbench;
     std::unique_ptr<CMainWindow> window;
 };
@@ -143,8 +126,9 @@ private Q_SLOTS:
     void severalAtOnce()
     {
         SWindow run;
-        SGateway stage(run.bus);
-        QVERIFY(run.openAndWait(HALL, run.hall.gateway) && run.openAndWait(STAGE, stage.gateway));
+        CSimGateway stage(run.bus);
+        listenOn(stage);
+        QVERIFY(run.openAndWait(HALL, run.hall) && run.openAndWait(STAGE, stage));
         run.bus.send(message(0x100, hex("AA")));
         run.list().session(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
@@ -160,13 +144,13 @@ private Q_SLOTS:
     {
         SWindow run;
         CEventModel& events = run.workbench.events();
-        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
-        run.hall.gateway.sendStatus(0x09);
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        run.hall.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 2);
         SSimFaults faults;
         faults.refuse = true; // so that it cannot come back
-        run.hall.gateway.setFaults(faults);
-        run.hall.gateway.dropLinks();
+        run.hall.setFaults(faults);
+        run.hall.dropLinks();
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
         QTRY_COMPARE(events.unread(), 3);
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
@@ -181,7 +165,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->showPanel("Events"_s);
         QTRY_COMPARE(events.unread(), 0); // looked at
-        run.hall.gateway.setFaults({});
+        run.hall.setFaults({});
         QTRY_COMPARE(run.state(HALL), EInterfaceState::eConnected);
         QCOMPARE(events.eventAt(events.rowCount() - 1).text, "The gateway is back."_s);
     }
@@ -211,13 +195,15 @@ private Q_SLOTS:
             QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
         }
         CSimBus bus;
-        SGateway stays(bus);
-        auto goes = std::make_unique<SGateway>(bus);
+        CSimGateway stays(bus);
+        auto goes = std::make_unique<CSimGateway>(bus);
+        listenOn(stays);
+        listenOn(*goes);
         const CDeafPort deaf;
         auto run = std::make_unique<SWindow>();
-        QVERIFY(run->openAndWait(HALL, stays.gateway) && run->openAndWait(STAGE, goes->gateway));
+        QVERIFY(run->openAndWait(HALL, stays) && run->openAndWait(STAGE, *goes));
         if (situation == "flood") {
-            stays.gateway.flood(20000);
+            stays.flood(20000);
             QTRY_VERIFY(run->trace().rowCount() > 0);
         } else if (situation == "sending") {
             run->list().session(HALL)->setCyclic(1, message(0x100), 1);
@@ -240,7 +226,7 @@ private Q_SLOTS:
         clock.start();
         run.reset();
         QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
-        QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);
+        QTRY_COMPARE(stays.tcpHostCount(), 0);
     }
 
     void scanFindsGateways()
@@ -249,11 +235,12 @@ private Q_SLOTS:
             QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
         }
         CSimBus bus;
-        SGateway hall(bus, "10.9.0.1"_s);
+        CSimGateway hall(bus);
+        listenOn(hall, QHostAddress("10.9.0.1"_s));
         CSimDetection detection;
         QString error;
-        QVERIFY2(detection.listen(vexmor::Cim::DDT_PORT, error), qPrintable(error));
-        detection.addGateway(hall.gateway);
+        QVERIFY2(detection.listen(DDT_PORT, error), qPrintable(error));
+        detection.addGateway(hall);
         SWindow run;
         QSignalSpy finished(&run.workbench.scan(), &CNetworkScan::finished);
         for (int round = 1; round <= 2; ++round) { // the second finds nothing new
@@ -270,9 +257,9 @@ private Q_SLOTS:
     void sendsWhatIsTyped()
     {
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
-        QList<vexmor::Cim::CCanMessage> sent;
-        connect(&run.hall.gateway, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        QList<CCanMessage> sent;
+        connect(&run.hall, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
         QTest::keyClicks(id, "9x7f"_s);
@@ -280,7 +267,7 @@ private Q_SLOTS:
         QTest::keyClicks(data, "0a ff1g2"_s);
         QCOMPARE(data->text(), "0a ff12"_s);
         QTest::mouseClick(run.find<QPushButton>("&Send"), Qt::LeftButton);
-        QTRY_COMPARE(sent, (QList<vexmor::Cim::CCanMessage>{message(0x97, hex("0AFF12"))}));
+        QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x97, hex("0AFF12"))}));
 
         CSendList& list = run.workbench.sendList();
         QTest::keyClick(data, Qt::Key_Backspace); // half a byte: refused
@@ -302,7 +289,7 @@ private Q_SLOTS:
     void logIsShownWhileLiveMessagesWait()
     {
         SWindow run;
-        QVERIFY(run.openAndWait(HALL, run.hall.gateway));
+        QVERIFY(run.openAndWait(HALL, run.hall));
         run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
         run.window->messagePanel().loadLog(writeFile(m_folder, "no log"));
