@@ -11,10 +11,7 @@
 #include "testData.h"
 
 #include <QAbstractItemModelTester>
-#include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace vexmor::Apps;
 using namespace vexmor::Apps::Cimview;
@@ -342,9 +339,8 @@ private Q_SLOTS:
 
     void listKeepsTheStore()
     {
-        CMailbox mailbox;
         const Settings settings{{StoreKey::ADDRESS, "10.0.0.5"_s}, {StoreKey::BAUDRATE, "250"_s}};
-        CInterfaceList list(m_plugins, m_names, mailbox);
+        CInterfaceList list(m_plugins, m_names, m_mailbox);
         const QAbstractItemModelTester tester(&list, FATAL);
         QVERIFY(!list.add("hall"_s, settings, true));
         QVERIFY(!list.add("passing"_s, settings, false));
@@ -353,7 +349,7 @@ private Q_SLOTS:
         QVERIFY(list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true));
         QVERIFY(list.at(0).setBitRate("1000"_s));
 
-        CInterfaceList next(m_plugins, m_names, mailbox); // as after a restart
+        CInterfaceList next(m_plugins, m_names, m_mailbox); // as after a restart
         next.loadStored();
         QCOMPARE(next.rowCount(), 1);
         QCOMPARE(cell(next, 0, CInterfaceList::eAddress), "10.0.0.5:30000:TCP"_s);
@@ -364,8 +360,7 @@ private Q_SLOTS:
 
     void scanBringsOnlyNewInterfaces()
     {
-        CMailbox mailbox;
-        CInterfaceList list(m_plugins, m_names, mailbox);
+        CInterfaceList list(m_plugins, m_names, m_mailbox);
         list.add("hall"_s, {{StoreKey::ADDRESS, "10.0.0.5"_s}}, false);
         std::vector<std::unique_ptr<vexmor::Cim::CCanInterface>> found;
         const auto answer = [this, &found](const QString& place, const QString& name) {
@@ -411,6 +406,7 @@ private:
     const QTemporaryDir m_folder;
     std::vector<SPlugin> m_plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     CSourceNames m_names;
+    CMailbox m_mailbox;
 };
 
 QTEST_GUILESS_MAIN(CimviewModelsTest)
