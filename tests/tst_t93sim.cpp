@@ -128,26 +128,12 @@ private Q_SLOTS:
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);
         }
-        for (const char* options : {"--seconds nan",
-                                    "--port 70000",
-                                    "--port x",
-                                    "--nonsense",
-                                    "--baud 33",
-                                    "--replay /nonexistent",
-                                    "--mac 01:02",
-                                    "--firmware 2",
-                                    "--status 256",
-                                    "--garbage 1g",
-                                    "--address 300.1.1.1",
-                                    "--gateways 0",
-                                    "--port 65535 --gateways 2",
-                                    "--replay /dev/null",
-                                    "--endpoint tcp",
-                                    "--endpoint tcp-server:70000",
-                                    "--detect-port 0",
-                                    "--loop",
-                                    "--port 0 --ident-cut 3",
-                                    "--port 0 --status-every 5"}) {
+        const QByteArray wrong =
+            "--seconds nan|--port 70000|--baud 33|--replay /nonexistent|--mac 01:02|--firmware 2|--status 256|"
+            "--garbage 1g|--address 300.1.1.1|--gateways 0|--port 65535 --gateways 2|--replay /dev/null|"
+            "--endpoint tcp|--endpoint tcp-server:70000|--detect-port 0|--loop|--port 0 --ident-cut 3|"
+            "--port 0 --status-every 5";
+        for (const QByteArray& options : wrong.split('|')) {
             row(options, 2);
         }
     }
