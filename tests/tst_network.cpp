@@ -1,7 +1,6 @@
 #include "t93Fixture.h"
 
 #include <QNetworkDatagram>
-#include <QProcess>
 #include <QUdpSocket>
 
 using namespace vexmor::Test;
