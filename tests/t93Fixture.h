@@ -14,7 +14,6 @@
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTest>
 
 #include <memory>
 
@@ -135,11 +134,11 @@ struct SOpenInterface : SGateway {
                          [this](const CCanMessage& one) { atGateway.append(one); });
         can = makeInterface(gateway.port(), protocol);
         errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
-        openCode = can->openCommunication();
         // The last of the start-up replies: from here on the gateway knows this host.
-        settled = QTest::qWaitFor([this] {
-            return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
-        });
+        settled =
+            can->openCommunication() == RC_OK && QTest::qWaitFor([this] {
+                return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
+            });
     }
 
     /// Takes messages until there are `count`, or for 5 s.
@@ -176,7 +175,6 @@ struct SOpenInterface : SGateway {
     QList<CCanMessage> atGateway; ///< messages that the gateway received
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;
-    int openCode = -1;
     bool settled = false;
 };
 
