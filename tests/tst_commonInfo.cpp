@@ -58,8 +58,7 @@ private Q_SLOTS:
 
     void portTextsAreTakenApart_data()
     {
-        QTest::addColumn<QString>("parts"); // as found, joined by spaces
-        const auto row = [](const char* text, const QString& parts) { QTest::newRow(text) << parts; };
+        const auto row = columns<QString>("parts"); // as found, joined by spaces
         row("COM=3", "com 3"_s);
         row("com=3", ""_s);
         row("IP=10.0.0.5:30000:TCP", "ip 10.0.0.5 30000 0"_s);
