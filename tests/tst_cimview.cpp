@@ -22,15 +22,9 @@ namespace
 const QString HALL = "hall"_s;
 const QString STAGE = "stage"_s;
 
-std::vector<SPlugin>& plugins()
-{
-    static std::vector<SPlugin> loaded = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
-    return loaded;
-}
-
 /// A window as the program shows it, and a gateway.
 struct SWindow {
-    SWindow() : workbench(plugins()), window(std::make_unique<CMainWindow>(workbench))
+    SWindow() : workbench(plugins), window(std::make_unique<CMainWindow>(workbench))
     {
         listenOn(hall);
         window->show();
@@ -84,6 +78,7 @@ struct SWindow {
 
     CSimBus bus;
     CSimGateway hall{bus};
+    std::vector<SPlugin> plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     CWorkbench workbench;
     std::unique_ptr<CMainWindow> window;
 };
