@@ -23,9 +23,9 @@ const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // of each log l
 class CRecorder
 {
 public:
-    explicit CRecorder(quint16 port = 0)
+    CRecorder()
     {
-        (void)m_socket.bind(QHostAddress(QHostAddress::Any), port);
+        (void)m_socket.bind(QHostAddress(QHostAddress::Any));
         m_clock.start();
         QObject::connect(&m_socket, &QUdpSocket::readyRead, &m_socket, [this] {
             while (m_socket.hasPendingDatagrams()) {
