@@ -16,7 +16,7 @@ QByteArray propertyOf(const QString& key)
 }
 
 /// Sets a parameter; false when the interface does not have it, or refuses the value.
-bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, QVariant value)
+bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, const QVariant& value)
 {
     if (canInterface.metaObject()->indexOfProperty(property) < 0 || !canInterface.setProperty(property, value)) {
         return false;
