@@ -19,7 +19,7 @@ const QString SIM = QStringLiteral("sim");
 const QString SIM_LOG = QStringLiteral("sim:");
 
 const char* const TARGET_HELP =
-    R"(TARGET is the name of a stored interface (see list), an address or host name
+    R"(TARGET is the name of a stored interface (as cimctl list shows), an address or host name
 ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated
 gateway in this program (sim:FILE plays a log of candump on its bus, and ends with it).)";
 
