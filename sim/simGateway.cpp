@@ -175,8 +175,10 @@ void CSimGateway::handle(CSimLink& link, const Cim::SRmFrame& received)
         const Cim::CCanMessage message = Cim::canMessageOfFrame(frame);
         Q_EMIT messageReceived(message);
         const QObject* const sender = m_admits ? static_cast<QObject*>(&link) : this;
-        if (!m_bus.send(message, sender) && alive) {
-            link.send(Cim::RM_CMD_STATUS, &STATUS_TRANSMIT_TIMEOUT, 1);
+        if (!m_bus.send(message, sender)) {
+            if (alive) {
+                link.send(Cim::RM_CMD_STATUS, &STATUS_TRANSMIT_TIMEOUT, 1);
+            }
         } else if (m_echo) {
             m_bus.send(message);
         }

@@ -183,6 +183,7 @@ private Q_SLOTS:
         QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >") &&
                 client.asks("< bcmmode >", "< ok >"));
         QVERIFY(client.asks("< add 0 1000 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QVERIFY(client.asks("< update 123 0 >", "< error nothing is sent with this identifier >"));
         QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
         QVERIFY(share.sent.isEmpty());
