@@ -192,9 +192,10 @@ private Q_SLOTS:
     /// Nothing that was sent while the gateway was away comes when it is back.
     void gatewayGoesAndComes()
     {
-        SShare share("--socketcand 0 --t93 0 --allow-send"_s, true);
+        SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         SClient client(share);
         QVERIFY(share.happened("away"_s) && client.hears("< error the gateway is away >"));
+        QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s) && share.count("away"_s) == 1);
 
