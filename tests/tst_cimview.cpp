@@ -1,7 +1,7 @@
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 #include "deafPort.h"
 #include "sim/simDetection.h"
 #include "t93Fixture.h"

@@ -6,7 +6,7 @@
 #include "apps/cimview/logReplay.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 #include "testData.h"
 

@@ -2,10 +2,10 @@
 
 #include "apps/cimctl/diagnostics.h"
 #include "apps/cimctl/output.h"
-#include "apps/common/exitCodes.h"
-#include "apps/common/options.h"
-#include "apps/common/pluginFolder.h"
-#include "apps/common/problem.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/cli/options.h"
+#include "apps/host/pluginFolder.h"
+#include "canlog/problem.h"
 
 #include <functional>
 #include <utility>
@@ -56,7 +56,7 @@ T valueOf(Result<T> result)
 
 [[noreturn]] inline void failUsage(const QString& text)
 {
-    throw SProblem{text, 0, true};
+    throw wrongUsage(text);
 }
 
 /// The plugins that can be used, one at least.

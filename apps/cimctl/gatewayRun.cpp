@@ -1,6 +1,6 @@
 #include "apps/cimctl/gatewayRun.h"
 
-#include "apps/common/embeddedSim.h"
+#include "apps/host/embeddedSim.h"
 #include "cim/resultCodes.h"
 
 #include <algorithm>

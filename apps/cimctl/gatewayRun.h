@@ -2,9 +2,10 @@
 
 #include "apps/cimctl/command.h"
 #include "apps/cimctl/summary.h"
-#include "apps/common/hostedInterface.h"
-#include "apps/common/interruption.h"
-#include "apps/common/target.h"
+#include "apps/cli/interruption.h"
+#include "apps/cli/targetOptions.h"
+#include "apps/host/hostedInterface.h"
+#include "apps/host/target.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>

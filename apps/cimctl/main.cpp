@@ -1,7 +1,7 @@
 // cimctl: works with CAN interfaces from the command line. Here stands what can be typed for all commands.
 #include "apps/cimctl/command.h"
-#include "apps/common/program.h"
-#include "apps/common/translations.h"
+#include "apps/cli/program.h"
+#include "apps/host/translations.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #include "apps/cimctl/messagePrinter.h"
 
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
 #include <algorithm>

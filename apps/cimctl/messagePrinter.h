@@ -2,7 +2,7 @@
 
 #include "apps/cimctl/gatewayRun.h"
 #include "apps/cimctl/lineSink.h"
-#include "apps/common/messageFilter.h"
+#include "apps/host/messageFilter.h"
 #include "cim/canMessage.h"
 
 #include <QObject>

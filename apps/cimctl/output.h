@@ -1,8 +1,8 @@
 #pragma once
 
 #include "apps/cimctl/lineSink.h"
-#include "apps/common/exitCodes.h"
-#include "apps/common/problem.h"
+#include "apps/cli/exitCodes.h"
+#include "canlog/problem.h"
 
 #include <QByteArray>
 #include <QJsonObject>

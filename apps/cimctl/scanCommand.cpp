@@ -1,8 +1,8 @@
 // The command that finds gateways: scan.
 #include "apps/cimctl/command.h"
-#include "apps/common/interfaceScan.h"
-#include "apps/common/interfaceStore.h"
-#include "apps/common/interruption.h"
+#include "apps/cli/interruption.h"
+#include "apps/host/interfaceScan.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 

@@ -1,8 +1,9 @@
 // The commands about the settings store: list, add, show, remove.
 #include "apps/cimctl/command.h"
-#include "apps/common/gatewayAddress.h"
-#include "apps/common/interfaceStore.h"
-#include "apps/common/target.h"
+#include "apps/cli/targetOptions.h"
+#include "apps/host/gatewayAddress.h"
+#include "apps/host/interfaceStore.h"
+#include "apps/host/target.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 

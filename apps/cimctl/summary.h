@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/hostedInterface.h"
+#include "apps/host/hostedInterface.h"
 
 #include <QElapsedTimer>
 #include <QJsonObject>

@@ -1,6 +1,6 @@
 #include "apps/cimshare/access.h"
 
-#include "apps/common/gatewayAddress.h"
+#include "apps/host/gatewayAddress.h"
 
 #include <QTcpSocket>
 
@@ -41,7 +41,7 @@ Failure SAccess::addNetwork(const QString& text)
     bool isPrefix = true;
     const int prefix = text.contains(QLatin1Char('/')) ? text.section(QLatin1Char('/'), 1).toInt(&isPrefix) : IPV4_BITS;
     if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
-        return SProblem{QStringLiteral("'%1' is no network like 192.168.1.0/24").arg(text), 0, true};
+        return wrongUsage(QStringLiteral("'%1' is no network like 192.168.1.0/24").arg(text));
     }
     networks.append({QHostAddress(address), prefix});
     return {};
@@ -70,7 +70,7 @@ Result<SListenAddress> SListenAddress::read(const QString& text)
     bool isPort = false;
     const ushort port = text.mid(colon + 1).toUShort(&isPort);
     if (address.isEmpty() || !isPort) {
-        return SProblem{QStringLiteral("'%1' is no [ADDRESS:]PORT like 0.0.0.0:29536").arg(text), 0, true};
+        return wrongUsage(QStringLiteral("'%1' is no [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
     }
     return SListenAddress{QHostAddress(address), port};
 }

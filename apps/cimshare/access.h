@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimshare/eventLog.h"
-#include "apps/common/problem.h"
+#include "canlog/problem.h"
 
 #include <QHostAddress>
 #include <QList>

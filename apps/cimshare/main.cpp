@@ -1,9 +1,9 @@
 // cimshare: shares CAN interfaces with many programs. Here stands what can be typed.
 #include "apps/cimshare/shareService.h"
-#include "apps/common/exitCodes.h"
-#include "apps/common/interruption.h"
-#include "apps/common/options.h"
-#include "apps/common/program.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/cli/interruption.h"
+#include "apps/cli/options.h"
+#include "apps/cli/program.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>

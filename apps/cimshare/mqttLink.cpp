@@ -54,7 +54,7 @@ Failure SBroker::setAddress(const QString& text)
     port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
     host = parts.at(0);
     const bool isAddress = !host.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
-    return isAddress ? Failure() : SProblem{QStringLiteral("'%1' is no HOST[:PORT]").arg(text), 0, true};
+    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is no HOST[:PORT]").arg(text));
 }
 
 void CMqttLink::SDeleter::operator()(mosquitto* client) const
@@ -118,19 +118,19 @@ Failure CMqttLink::start(const SBroker& broker)
 {
     m_broker = broker;
     const auto failed = [](int code, const QString& what) {
-        return SProblem{QStringLiteral("%1: %2").arg(what, textOf(code)), 0, true};
+        return wrongUsage(QStringLiteral("%1: %2").arg(what, textOf(code)));
     };
     if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
         (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
-        return SProblem{QStringLiteral("a certificate needs its key, and the authority of the broker's"), 0, true};
+        return wrongUsage(QStringLiteral("a certificate needs its key, and the authority of the broker's"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
-        return SProblem{QStringLiteral("'%1' is no topic").arg(QString::fromUtf8(m_willTopic)), 0, true};
+        return wrongUsage(QStringLiteral("'%1' is no topic").arg(QString::fromUtf8(m_willTopic)));
     }
     if (!broker.credentialsFile.isEmpty()) {
         QFile file(broker.credentialsFile);
         if (!file.open(QIODevice::ReadOnly)) {
-            return SProblem{QStringLiteral("%1: %2").arg(broker.credentialsFile, file.errorString()), 0, true};
+            return wrongUsage(QStringLiteral("%1: %2").arg(broker.credentialsFile, file.errorString()));
         }
         const QByteArray user = file.readLine().trimmed();
         mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());

@@ -1,7 +1,7 @@
 #include "apps/cimshare/mqttShare.h"
 
 #include "apps/cimshare/mqttText.h"
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
 #include <QJsonDocument>

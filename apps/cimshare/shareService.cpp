@@ -1,6 +1,6 @@
 #include "apps/cimshare/shareService.h"
 
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/resultCodes.h"
 
 #include <algorithm>
@@ -13,10 +13,6 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr int HIGHEST_PORT = 65535;
 
-SProblem wrong(const QString& text)
-{
-    return {text, 0, true};
-}
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
@@ -29,7 +25,7 @@ CShareService::~CShareService() = default;
 Failure CShareService::start()
 {
     if (!m_options.socketcand && !m_options.t93 && m_options.broker.host.isEmpty()) {
-        return wrong(QStringLiteral("nobody to share with: give --socketcand, --t93 or --mqtt"));
+        return wrongUsage(QStringLiteral("nobody to share with: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
         return failure;
@@ -45,7 +41,7 @@ Failure CShareService::start()
     }
     if (SListenAddress place = m_options.t93.value_or(SListenAddress()); m_options.t93) {
         if (place.port + static_cast<int>(m_owned.size()) - 1 > HIGHEST_PORT) {
-            return wrong(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(place.port));
+            return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(place.port));
         }
         for (const auto& shared : m_owned) {
             if (Failure failure = shareAsT93(*shared, place)) {
@@ -80,7 +76,7 @@ Failure CShareService::addBuses()
         names += store.names();
     }
     if (names.isEmpty()) {
-        return wrong(QStringLiteral("nothing to share: name a TARGET, or --all for the stored interfaces"));
+        return wrongUsage(QStringLiteral("nothing to share: name a TARGET, or --all for the stored interfaces"));
     }
     SPluginSearch search = searchPlugins(m_options.plugins);
     if (Failure failure = search.failure()) {
@@ -99,7 +95,7 @@ Failure CShareService::addBuses()
         const auto same = std::find_if(m_buses.begin(), m_buses.end(),
                                        [&bus](const CSharedBus* one) { return one->plainName() == bus->plainName(); });
         if (same != m_buses.end()) {
-            return wrong(
+            return wrongUsage(
                 QStringLiteral("'%1' and '%2' would be one name to clients").arg((*same)->name(), bus->name()));
         }
         watch(*bus);

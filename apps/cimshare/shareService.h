@@ -5,6 +5,7 @@
 #include "apps/cimshare/mqttShare.h"
 #include "apps/cimshare/sharedBus.h"
 #include "apps/cimshare/socketcandServer.h"
+#include "apps/cli/targetOptions.h"
 #include "sim/simGateway.h"
 
 #include <QTimer>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/common/hostedInterface.h"
-#include "apps/common/target.h"
+#include "apps/host/hostedInterface.h"
+#include "apps/host/target.h"
 #include "sim/simBus.h"
 
 #include <QTcpSocket>

@@ -1,7 +1,7 @@
 #include "apps/cimshare/socketcandServer.h"
 
 #include "apps/cimshare/socketcandClient.h"
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 
 #include <QHostInfo>
 #include <QNetworkInterface>

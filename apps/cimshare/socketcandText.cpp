@@ -71,7 +71,7 @@ private:
 
 Failure wrong(const char* text)
 {
-    return SProblem{QString::fromLatin1(text), 0, true};
+    return wrongUsage(QString::fromLatin1(text));
 }
 
 Failure readInterval(CWords& words, SCommand& command)
@@ -149,13 +149,13 @@ Result<SCommand> readCommand(const QByteArray& element)
     CWords words(std::move(list));
     for (const SImpossible& impossible : IMPOSSIBLE) {
         if (verb == impossible.word) {
-            return SProblem{QStringLiteral("a T93 has no %1").arg(QLatin1String(impossible.what)), 0, true};
+            return wrongUsage(QStringLiteral("a T93 has no %1").arg(QLatin1String(impossible.what)));
         }
     }
     const auto* const syntax = std::find_if(std::begin(SYNTAX), std::end(SYNTAX),
                                             [&verb](const SSyntax& candidate) { return verb == candidate.word; });
     if (syntax == std::end(SYNTAX)) {
-        return SProblem{QStringLiteral("unknown command"), 0, true};
+        return wrongUsage(QStringLiteral("unknown command"));
     }
     SCommand command;
     command.verb = syntax->verb;
@@ -164,7 +164,7 @@ Result<SCommand> readCommand(const QByteArray& element)
             return *failure;
         }
     }
-    return words.isEmpty() ? Result<SCommand>(command) : SProblem{QStringLiteral("too many words"), 0, true};
+    return words.isEmpty() ? Result<SCommand>(command) : wrongUsage(QStringLiteral("too many words"));
 }
 
 bool CElementReader::feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement)

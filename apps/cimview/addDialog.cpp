@@ -1,7 +1,7 @@
 #include "apps/cimview/addDialog.h"
 
-#include "apps/common/bitRates.h"
-#include "apps/common/gatewayAddress.h"
+#include "apps/host/bitRates.h"
+#include "apps/host/gatewayAddress.h"
 
 #include <QCheckBox>
 #include <QComboBox>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 
 #include <QDialog>
 

@@ -1,6 +1,6 @@
 #include "apps/cimview/busWorker.h"
 
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 
 #include <QCoreApplication>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimview/mailbox.h"
-#include "apps/common/hostedInterface.h"
+#include "apps/host/hostedInterface.h"
 #include "cim/resultCodes.h"
 
 #include <QMetaType>

@@ -1,7 +1,7 @@
 #include "apps/cimview/busloadPlot.h"
 
 #include "apps/cimview/busloadHistory.h"
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 
 #include <QEvent>
 #include <qwt_legend.h>

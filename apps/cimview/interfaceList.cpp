@@ -1,8 +1,8 @@
 #include "apps/cimview/interfaceList.h"
 
 #include "apps/cimview/freeNames.h"
-#include "apps/common/clock.h"
-#include "apps/common/interfaceStore.h"
+#include "apps/host/clock.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCollator>
@@ -91,10 +91,10 @@ Result<std::unique_ptr<Cim::CCanInterface>> CInterfaceList::create(const QString
 Failure CInterfaceList::add(const QString& name, const Settings& settings, bool keep)
 {
     if (name.isEmpty()) {
-        return SProblem{tr("An interface needs a name."), 0, true};
+        return wrongUsage(tr("An interface needs a name."));
     }
     if (rowOf(name) >= 0) {
-        return SProblem{tr("There is an interface '%1' already.").arg(name), 0, true};
+        return wrongUsage(tr("There is an interface '%1' already.").arg(name));
     }
     auto canInterface = create(QString());
     Failure failure = applySettings(**canInterface, settings);

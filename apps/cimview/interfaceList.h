@@ -2,7 +2,7 @@
 
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/managedInterface.h"
-#include "apps/common/pluginFolder.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QAbstractTableModel>
 

@@ -3,7 +3,7 @@
 #include "apps/cimview/addDialog.h"
 #include "apps/cimview/tableSetup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 
 #include <QComboBox>
 #include <QGridLayout>

@@ -3,12 +3,12 @@
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/exitCodes.h"
-#include "apps/common/interruption.h"
-#include "apps/common/options.h"
-#include "apps/common/pluginFolder.h"
-#include "apps/common/program.h"
-#include "apps/common/translations.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/cli/interruption.h"
+#include "apps/cli/options.h"
+#include "apps/cli/program.h"
+#include "apps/host/pluginFolder.h"
+#include "apps/host/translations.h"
 
 #include <CLI/CLI.hpp>
 #include <QApplication>

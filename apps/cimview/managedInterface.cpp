@@ -1,6 +1,6 @@
 #include "apps/cimview/managedInterface.h"
 
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/resultCodes.h"
 
 #include <utility>

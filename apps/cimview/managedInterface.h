@@ -3,7 +3,7 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/session.h"
 #include "apps/cimview/sourceNames.h"
-#include "apps/common/interfaceSettings.h"
+#include "apps/host/interfaceSettings.h"
 
 #include <QObject>
 

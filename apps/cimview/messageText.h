@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimview/traceRecord.h"
-#include "apps/common/messageFilter.h"
+#include "apps/host/messageFilter.h"
 
 #include <QString>
 

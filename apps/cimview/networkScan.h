@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/interfaceScan.h"
+#include "apps/host/interfaceScan.h"
 
 #include <functional>
 #include <memory>

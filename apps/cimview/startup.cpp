@@ -2,7 +2,7 @@
 
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/mainWindow.h"
-#include "apps/common/gatewayAddress.h"
+#include "apps/host/gatewayAddress.h"
 
 #include <QApplication>
 
@@ -21,9 +21,8 @@ Failure openTarget(CInterfaceList& interfaces, const QString& target, const QStr
 {
     if (interfaces.rowOf(target) < 0) {
         if (!isAddress(target)) {
-            return SProblem{
-                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target),
-                0, true};
+            return wrongUsage(
+                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target));
         }
         Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
         Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/interfaceSettings.h"
+#include "apps/host/interfaceSettings.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "apps/cimview/workbench.h"
 
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 
 namespace vexmor::Apps::Cimview
 {

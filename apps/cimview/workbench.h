@@ -9,7 +9,7 @@
 #include "apps/cimview/networkScan.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
-#include "apps/common/embeddedSim.h"
+#include "apps/host/embeddedSim.h"
 
 #include <QObject>
 #include <QTimer>

@@ -1,11 +1,11 @@
 // demo: shows and explains what the library does, on a simulated gateway in this program. Every step is checked.
-#include "apps/common/exitCodes.h"
-#include "apps/common/options.h"
-#include "apps/common/pluginFolder.h"
-#include "apps/common/program.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/cli/options.h"
+#include "apps/cli/program.h"
 #include "apps/demo/narrator.h"
 #include "apps/demo/scanChapter.h"
 #include "apps/demo/transportChapter.h"
+#include "apps/host/pluginFolder.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <CLI/CLI.hpp>

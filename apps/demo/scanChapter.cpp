@@ -1,6 +1,6 @@
 #include "apps/demo/scanChapter.h"
 
-#include "apps/common/interfaceScan.h"
+#include "apps/host/interfaceScan.h"
 #include "sim/simBus.h"
 #include "sim/simDetection.h"
 #include "sim/simGateway.h"
@@ -22,7 +22,7 @@ void requirePrivateNetwork(const QHostAddress& address)
         if (!present.isLoopback() && !present.isLinkLocal() && present != address) {
             const QString text =
                 QStringLiteral("the demonstration scans a private network only, which script/demo makes");
-            throw SProblem{text + QStringLiteral(": here is ") + present.toString(), 0, true};
+            throw wrongUsage(text + QStringLiteral(": here is ") + present.toString());
         }
     }
 }

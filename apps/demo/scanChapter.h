@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/common/pluginFolder.h"
 #include "apps/demo/narrator.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "apps/demo/stage.h"
 
-#include "apps/common/problem.h"
+#include "canlog/problem.h"
 
 #include <QHostAddress>
 

@@ -1,6 +1,6 @@
 #include "apps/demo/transportChapter.h"
 
-#include "apps/common/interfaceSettings.h"
+#include "apps/host/interfaceSettings.h"
 #include "canlog/candumpLog.h"
 #include "cim/canInterfacePlugin.h"
 #include "cim/resultCodes.h"
@@ -143,14 +143,14 @@ void CTransportChapter::playTraffic()
     Sim::CSimReplay replay(m_stage.bus());
     QString error;
     if (!replay.open(m_logFile, 1, false, error)) {
-        throw SProblem{error, 0, true};
+        throw wrongUsage(error);
     }
     QObject::connect(&replay, &Sim::CSimReplay::failed, [&error](const QString& text) { error = text; });
     replay.start();
     waitUntil(LOG_LIMIT_MS, [&replay] { return !replay.isRunning(); });
     replay.stop();
     if (!error.isEmpty()) {
-        throw SProblem{error, 0, true};
+        throw wrongUsage(error);
     }
 }
 

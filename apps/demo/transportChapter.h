@@ -1,8 +1,8 @@
 #pragma once
 
-#include "apps/common/pluginFolder.h"
 #include "apps/demo/narrator.h"
 #include "apps/demo/stage.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QString>
 

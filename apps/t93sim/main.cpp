@@ -1,8 +1,8 @@
 // t93sim: a T93 gateway in software, on the command line. Here stands what can be typed.
 
-#include "apps/common/exitCodes.h"
-#include "apps/common/options.h"
-#include "apps/common/program.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/cli/options.h"
+#include "apps/cli/program.h"
 #include "apps/t93sim/simProgram.h"
 
 #include <CLI/CLI.hpp>

@@ -1,7 +1,7 @@
 #include "apps/t93sim/simProgram.h"
 
-#include "apps/common/interruption.h"
-#include "apps/common/program.h"
+#include "apps/cli/interruption.h"
+#include "apps/cli/program.h"
 
 #include <QCoreApplication>
 #include <QMap>
@@ -109,7 +109,7 @@ Failure CSimProgram::start()
     QString error;
     if (!m_options.replay.empty() &&
         !m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop, error)) {
-        return SProblem{error, 0, true};
+        return wrongUsage(error);
     }
     connect(&m_replay, &CSimReplay::failed, this, [this](const QString& text) {
         std::fprintf(stderr, "t93sim: %s\n", qPrintable(text));
@@ -136,7 +136,7 @@ Failure CSimProgram::start()
 Failure CSimProgram::startGateways()
 {
     if (m_options.port + m_options.gateways - 1 > 0xFFFF) {
-        return SProblem{QStringLiteral("port of gateway %1: must be at most 65535").arg(m_options.gateways), 0, true};
+        return wrongUsage(QStringLiteral("port of gateway %1: must be at most 65535").arg(m_options.gateways));
     }
     for (int number = 0; number < m_options.gateways; ++number) {
         auto gateway = makeGateway(number);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/common/exitCodes.h"
-#include "apps/common/problem.h"
+#include "apps/cli/exitCodes.h"
+#include "canlog/problem.h"
 #include "sim/simBus.h"
 #include "sim/simDetection.h"
 #include "sim/simGateway.h"

@@ -1,6 +1,6 @@
 #include "busWorker.h"
 
-#include "apps/common/clock.h"
+#include "apps/host/clock.h"
 #include "cim/resultCodes.h"
 
 #include <QAbstractEventDispatcher>

@@ -1,8 +1,8 @@
 // The backend "t93canbus" of Qt's CAN bus API: T93 gateways for every program that uses QCanBus.
 #include "t93CanDevice.h"
 
-#include "apps/common/gatewayAddress.h"
-#include "apps/common/interfaceStore.h"
+#include "apps/host/gatewayAddress.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCanBusFactoryV2>
@@ -18,13 +18,13 @@ namespace
 using Interface = std::unique_ptr<Cim::CCanInterface>;
 
 /// The plugin is the very library whose contract classes this one uses.
-Apps::Result<Cim::CCanInterfacePlugin*> loadPlugin()
+Result<Cim::CCanInterfacePlugin*> loadPlugin()
 {
     Dl_info library{};
     dladdr(reinterpret_cast<void*>(&canInterfaceLibIdent), &library);
     QPluginLoader loader(QFile::decodeName(library.dli_fname));
     auto* const plugin = qobject_cast<Cim::CCanInterfacePlugin*>(loader.instance());
-    return plugin != nullptr ? Apps::Result<Cim::CCanInterfacePlugin*>(plugin) : Apps::SProblem{loader.errorString()};
+    return plugin != nullptr ? Result<Cim::CCanInterfacePlugin*>(plugin) : SProblem{loader.errorString()};
 }
 
 /// What cimctl and cimview store, whatever the name of the program that asks.
@@ -33,7 +33,7 @@ struct SStore : Apps::CInterfaceStore {
 };
 
 /// Of a stored interface, or of an address, whose gateway keeps its bit rate.
-Apps::Result<Apps::Settings> parametersOf(const QString& name)
+Result<Apps::Settings> parametersOf(const QString& name)
 {
     const Apps::Settings stored = SStore().settings(name);
     Apps::Settings parameters;
@@ -45,7 +45,7 @@ Apps::Result<Apps::Settings> parametersOf(const QString& name)
     return stored.isEmpty() ? Apps::readAddress(name) : parameters;
 }
 
-Apps::Result<Interface> createInterface(const QString& name)
+Result<Interface> createInterface(const QString& name)
 {
     auto parameters = parametersOf(name);
     auto plugin = loadPlugin();
@@ -54,8 +54,8 @@ Apps::Result<Interface> createInterface(const QString& name)
     }
     Interface canInterface((*plugin)->createInterface());
     Apps::setUniqueName(*canInterface, name);
-    const Apps::Failure failure = Apps::applySettings(*canInterface, *parameters);
-    return failure ? Apps::Result<Interface>(*failure) : Apps::Result<Interface>(std::move(canInterface));
+    const Failure failure = Apps::applySettings(*canInterface, *parameters);
+    return failure ? Result<Interface>(*failure) : Result<Interface>(std::move(canInterface));
 }
 } // namespace
 

@@ -1,6 +1,6 @@
 #include "t93CanDevice.h"
 
-#include "apps/common/bitRates.h"
+#include "apps/host/bitRates.h"
 #include "cim/resultCodes.h"
 
 #include <QVariant>

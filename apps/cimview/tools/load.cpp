@@ -3,7 +3,7 @@
 #include "apps/cimview/startup.h"
 #include "apps/cimview/tools/loadReport.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/pluginFolder.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QApplication>
 
@@ -21,7 +21,7 @@ int main(int argc, char** argv)
         return 2;
     }
     Cimview::CWorkbench workbench(search.plugins);
-    if (const Failure failure = openTarget(workbench.interfaces(), arguments.at(1))) {
+    if (const auto failure = openTarget(workbench.interfaces(), arguments.at(1))) {
         qCritical("%s", qPrintable(failure->text));
         return 1;
     }

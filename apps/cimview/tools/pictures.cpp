@@ -4,8 +4,8 @@
 #include "apps/cimview/startup.h"
 #include "apps/cimview/tools/screenshotTour.h"
 #include "apps/cimview/workbench.h"
-#include "apps/common/pluginFolder.h"
-#include "apps/common/translations.h"
+#include "apps/host/pluginFolder.h"
+#include "apps/host/translations.h"
 
 #include <QApplication>
 
@@ -24,7 +24,7 @@ int main(int argc, char** argv)
         return 2;
     }
     Cimview::CWorkbench workbench(search.plugins);
-    if (const Failure failure = workbench.simulate(arguments.value(2))) {
+    if (const auto failure = workbench.simulate(arguments.value(2))) {
         qCritical("%s", qPrintable(failure->text));
         return 1;
     }

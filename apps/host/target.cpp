@@ -1,8 +1,8 @@
-#include "apps/common/target.h"
+#include "apps/host/target.h"
 
-#include "apps/common/embeddedSim.h"
-#include "apps/common/gatewayAddress.h"
-#include "apps/common/interfaceStore.h"
+#include "apps/host/embeddedSim.h"
+#include "apps/host/gatewayAddress.h"
+#include "apps/host/interfaceStore.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -17,11 +17,6 @@ namespace
 {
 const QString SIM = QStringLiteral("sim");
 const QString SIM_LOG = QStringLiteral("sim:");
-
-const char* const TARGET_HELP =
-    R"(TARGET is the name of a stored interface (as cimctl list shows), an address or host name
-ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated
-gateway in this program (sim:FILE plays a log of candump on its bus, and ends with it).)";
 
 /// A text that may begin with a host name: a word alone is rather a name that was mistyped, and nobody is asked for it.
 bool mayBeHostName(const QString& text)
@@ -44,48 +39,6 @@ Result<QString> resolved(const QString& text)
 }
 } // namespace
 
-void STargetOptions::addTo(CLI::App& command, ENumber number)
-{
-    if (number == ENumber::eOne) {
-        const auto take = [this](const QString& text) { texts.append(text); };
-        addText(command, "TARGET", take, "The gateway: a stored name, an address, or sim", {}).required();
-    } else {
-        COption targets =
-            addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim").several();
-        if (number == ENumber::eSeveral) {
-            targets.required();
-        }
-    }
-    addInterfaceSettings(command, settings);
-    setFooter(command, TARGET_HELP);
-}
-
-COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
-                   const std::string& type, const std::string& help)
-{
-    const auto take = [&settings, key](const QString& text) { settings.insert(key, text); };
-    return addText(command, names, take, help, type).group("Interface");
-}
-
-void addInterfaceSettings(CLI::App& command, Settings& settings)
-{
-    addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
-        .oneOf({"TCP", "UDP"});
-    addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
-               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)")
-        .bitRate();
-    addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
-               "UDP: address of this computer's network interface to the gateway (any)")
-        .address();
-    addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
-        .whole(100, 3000);
-    addSetting(command, "--measure-interval", settings, StoreKey::MEASURE_TIME, "MS",
-               "Time over which the gateway measures bus load (1000)")
-        .whole(100, 3000);
-    const auto bindAny = [&settings] { settings.insert(StoreKey::UDP_BIND_ANY, QStringLiteral("1")); };
-    addFlag(command, "--udp-any", bindAny, "UDP: receive on all addresses of this computer").group("Interface");
-}
-
 CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
 
 CTarget::CTarget(CTarget&&) noexcept = default;
@@ -94,7 +47,6 @@ CTarget::~CTarget() = default;
 
 Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
 {
-    const auto wrong = [](const QString& problem) { return SProblem{problem, 0, true}; };
     CTarget target(std::move(plugins), text);
     CInterfaceStore store;
     if (Failure failure = store.failure()) {
@@ -103,7 +55,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
     target.m_isStored = store.contains(text);
     if (target.m_isStored) {
         if (!settings.isEmpty()) {
-            return wrong(
+            return wrongUsage(
                 QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
                     .arg(text, settings.firstKey()));
         }
@@ -127,7 +79,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
         }
         target.m_settings = *read;
     } else {
-        return wrong(
+        return wrongUsage(
             QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
                 .arg(text));
     }

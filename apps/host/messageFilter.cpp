@@ -1,4 +1,6 @@
-#include "apps/common/messageFilter.h"
+#include "apps/host/messageFilter.h"
+
+#include "apps/host/words.h"
 
 #include <QRegularExpression>
 
@@ -18,9 +20,8 @@ Result<SFilter> readFilter(const QString& text)
     const QString between = match.captured(2);
     const bool isRange = between == QLatin1String("-");
     if (!match.hasMatch() || first > MAX_FILTER_BITS || second > MAX_FILTER_BITS || (isRange && second < first)) {
-        return SProblem{
-            Words::tr("filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal").arg(text), 0,
-            true};
+        return wrongUsage(
+            Words::tr("filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal").arg(text));
     }
     SFilter filter;
     filter.mask = static_cast<std::uint16_t>(isRange || between.isEmpty() ? filter.mask : second);

@@ -1,5 +1,6 @@
-#include "apps/common/interfaceStore.h"
+#include "apps/host/interfaceStore.h"
 
+#include "apps/host/words.h"
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 
@@ -79,7 +80,7 @@ Settings CInterfaceStore::settings(const QString& name)
 Failure CInterfaceStore::remove(const QString& name)
 {
     if (!contains(name)) {
-        return SProblem{Words::tr("no interface is stored under the name '%1'").arg(name), 0, true};
+        return wrongUsage(Words::tr("no interface is stored under the name '%1'").arg(name));
     }
     removeGroup(m_settings, groupOf(name));
     if (Failure failure = complete()) {

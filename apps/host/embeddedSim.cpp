@@ -1,4 +1,4 @@
-#include "apps/common/embeddedSim.h"
+#include "apps/host/embeddedSim.h"
 
 #include <QHostAddress>
 
@@ -25,7 +25,7 @@ Failure CEmbeddedSim::start(const QString& logFile, bool loop)
     m_playsLog = !logFile.isEmpty();
     QString error;
     if (m_playsLog && !m_replay.open(logFile, 1, loop, error)) {
-        return SProblem{error, 0, true};
+        return wrongUsage(error);
     }
     return m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error) ? Failure() : SProblem{error};
 }

@@ -1,5 +1,6 @@
-#include "apps/common/interfaceSettings.h"
+#include "apps/host/interfaceSettings.h"
 
+#include "apps/host/words.h"
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 

@@ -1,6 +1,7 @@
-#include "apps/common/interfaceScan.h"
+#include "apps/host/interfaceScan.h"
 
-#include "apps/common/gatewayAddress.h"
+#include "apps/host/gatewayAddress.h"
+#include "apps/host/words.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QPluginLoader>
@@ -18,7 +19,7 @@ Failure CInterfaceScan::start(const QStringList& addresses)
 {
     for (const QString& address : addresses) {
         if (!m_plugin.addScanAddress(plainAddress(address))) {
-            return SProblem{Words::tr("'%1' is no address like 192.168.1.70").arg(address), 0, true};
+            return wrongUsage(Words::tr("'%1' is no address like 192.168.1.70").arg(address));
         }
     }
     return m_plugin.scanInterfaces() == 0 ? Failure() : SProblem{Words::tr("the plugin scans already")};

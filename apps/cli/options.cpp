@@ -1,8 +1,8 @@
-#include "apps/common/options.h"
+#include "apps/cli/options.h"
 
-#include "apps/common/bitRates.h"
-#include "apps/common/exitCodes.h"
-#include "apps/common/gatewayAddress.h"
+#include "apps/cli/exitCodes.h"
+#include "apps/host/bitRates.h"
+#include "apps/host/gatewayAddress.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>

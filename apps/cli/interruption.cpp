@@ -1,4 +1,4 @@
-#include "apps/common/interruption.h"
+#include "apps/cli/interruption.h"
 
 #include <cerrno>
 #include <csignal>

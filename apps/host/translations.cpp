@@ -1,4 +1,4 @@
-#include "apps/common/translations.h"
+#include "apps/host/translations.h"
 
 #include <QCoreApplication>
 #include <QLibraryInfo>

@@ -1,4 +1,6 @@
-#include "apps/common/gatewayAddress.h"
+#include "apps/host/gatewayAddress.h"
+
+#include "apps/host/words.h"
 
 #include <QStringList>
 
@@ -17,16 +19,11 @@ QStringList partsOf(const QString& text)
     return parts;
 }
 
-Failure wrong(const QString& text)
-{
-    return SProblem{text, 0, true};
-}
-
 Failure setOnce(Settings& settings, const QString& key, const QString& value)
 {
     const QString present = settings.value(key, value);
     settings.insert(key, value);
-    return present == value ? Failure() : wrong(Words::tr("%1: %2 contradicts %3").arg(key, present, value));
+    return present == value ? Failure() : wrongUsage(Words::tr("%1: %2 contradicts %3").arg(key, present, value));
 }
 
 Failure setPort(Settings& settings, const QString& text)
@@ -34,7 +31,7 @@ Failure setPort(Settings& settings, const QString& text)
     bool ok = false;
     const int port = text.toInt(&ok);
     if (!ok || port < 1 || port > 65535) {
-        return wrong(Words::tr("port %1: must be 1 to 65535").arg(text));
+        return wrongUsage(Words::tr("port %1: must be 1 to 65535").arg(text));
     }
     return setOnce(settings, StoreKey::PORT, QString::number(port));
 }
@@ -48,7 +45,7 @@ bool isProtocol(const QString& text)
 Failure setProtocol(Settings& settings, const QString& text)
 {
     return isProtocol(text) ? setOnce(settings, StoreKey::PROTOCOL, text.toUpper())
-                            : wrong(Words::tr("protocol %1: must be TCP or UDP").arg(text));
+                            : wrongUsage(Words::tr("protocol %1: must be TCP or UDP").arg(text));
 }
 } // namespace
 
@@ -77,11 +74,11 @@ Result<Settings> readAddress(const QString& text, Settings present)
     const QStringList parts = partsOf(text);
     Failure failure;
     if (parts.first().isEmpty()) {
-        failure = wrong(Words::tr("'%1' is no address like 192.168.1.70:30000:TCP").arg(text));
+        failure = wrongUsage(Words::tr("'%1' is no address like 192.168.1.70:30000:TCP").arg(text));
     } else if (text.startsWith(PORT_TEXT) && parts.size() != 3) {
-        failure = wrong(Words::tr("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
+        failure = wrongUsage(Words::tr("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
     } else if (parts.size() > 3) {
-        failure = wrong(Words::tr("address %1: must be ADDRESS[:PORT][:TCP|:UDP]").arg(text));
+        failure = wrongUsage(Words::tr("address %1: must be ADDRESS[:PORT][:TCP|:UDP]").arg(text));
     }
     // The port may be left out: then the protocol comes second.
     const bool hasPort = parts.size() == 3 || (parts.size() == 2 && !isProtocol(parts.at(1)));

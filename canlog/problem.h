@@ -1,31 +1,33 @@
 #pragma once
 
-#include <QCoreApplication>
 #include <QString>
 
 #include <optional>
 #include <utility>
 #include <variant>
 
-namespace vexmor::Apps
+/// How everything outside the contract reports failures: as values. Each program shows them in its own way: by an exit
+/// code, in a dialog or in an event log.
+namespace vexmor
 {
 
-/// The context in which the catalogs of programs have the texts of common code.
-struct Words {
-    Q_DECLARE_TR_FUNCTIONS(Common)
-};
-
-/// What went wrong, as a value: each program tells it in its own way, by an exit code, in a dialog or in an event log.
+/// What went wrong.
 struct SProblem {
     QString text;         ///< a line for the user, in the language of the catalogs that the program has installed
     int code = 0;         ///< result code of the interface; 0: none
-    bool isUsage = false; ///< what was asked for makes no sense; otherwise somebody refused it
+    bool isUsage = false; ///< the request itself makes no sense; otherwise something refused it
 };
+
+/// The problem of a request that makes no sense.
+inline SProblem wrongUsage(const QString& text)
+{
+    return {text, 0, true};
+}
 
 /// Empty when all went well.
 using Failure = std::optional<SProblem>;
 
-/// A value, or what was wrong.
+/// A value, or the problem that prevented it.
 template <typename T>
 class Result
 {
@@ -42,4 +44,4 @@ private:
     std::variant<T, SProblem> m_content;
 };
 
-} // namespace vexmor::Apps
+} // namespace vexmor

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/problem.h"
+#include "canlog/problem.h"
 #include "sim/simBus.h"
 #include "sim/simGateway.h"
 #include "sim/simTraffic.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/problem.h"
+#include "canlog/problem.h"
 
 #include <QJsonObject>
 #include <QString>

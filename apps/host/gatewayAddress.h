@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/common/interfaceSettings.h"
-#include "apps/common/problem.h"
+#include "apps/host/interfaceSettings.h"
+#include "canlog/problem.h"
 
 #include <QString>
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "apps/common/interfaceSettings.h"
-#include "apps/common/options.h"
-#include "apps/common/pluginFolder.h"
+#include "apps/host/interfaceSettings.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QString>
 
@@ -18,22 +17,6 @@ namespace vexmor::Apps
 {
 
 class CEmbeddedSim;
-
-/// What the user typed to say which gateway.
-struct STargetOptions {
-    QStringList texts; ///< TARGET, one at least
-    Settings settings; ///< of the options beside it; not for a stored name
-
-    enum class ENumber { eOne, eSeveral, eAny };
-    /// Adds TARGET, or TARGETS, and the options beside it to a command.
-    void addTo(CLI::App& command, ENumber number = ENumber::eOne);
-};
-
-/// Adds an option for a parameter of an interface.
-COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
-                   const std::string& type, const std::string& help);
-/// Adds the options for all that an interface can be told besides its address.
-void addInterfaceSettings(CLI::App& command, Settings& settings);
 
 /// A gateway to work with, and the plugin that reaches it. TARGET is, the first that fits: the name of a stored
 /// interface; "sim" or "sim:FILE", a simulated gateway in this program; an address, ADDRESS[:PORT][:TCP|:UDP], with a

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/problem.h"
+#include "canlog/problem.h"
 
 #include <QLatin1String>
 #include <QMap>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/pluginFolder.h"
+#include "apps/host/pluginFolder.h"
 #include "cim/canInterface.h"
 
 #include <QList>

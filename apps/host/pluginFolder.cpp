@@ -1,5 +1,6 @@
-#include "apps/common/pluginFolder.h"
+#include "apps/host/pluginFolder.h"
 
+#include "apps/host/words.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
-#include "apps/common/program.h"
+#include "apps/cli/program.h"
 
-#include "apps/common/exitCodes.h"
+#include "apps/cli/exitCodes.h"
 
 #include <cstdio>
 #include <exception>

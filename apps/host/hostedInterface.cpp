@@ -1,4 +1,4 @@
-#include "apps/common/hostedInterface.h"
+#include "apps/host/hostedInterface.h"
 
 #include "cim/resultCodes.h"
 

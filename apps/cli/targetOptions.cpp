@@ -1,0 +1,55 @@
+#include "apps/cli/targetOptions.h"
+
+namespace vexmor::Apps
+{
+namespace
+{
+const char* const TARGET_HELP =
+    R"(TARGET is the name of a stored interface (as cimctl list shows), an address or host name
+ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated
+gateway in this program (sim:FILE plays a log of candump on its bus, and ends with it).)";
+} // namespace
+
+void STargetOptions::addTo(CLI::App& command, ENumber number)
+{
+    if (number == ENumber::eOne) {
+        const auto take = [this](const QString& text) { texts.append(text); };
+        addText(command, "TARGET", take, "The gateway: a stored name, an address, or sim", {}).required();
+    } else {
+        COption targets =
+            addTexts(command, "TARGETS", texts, "The gateways: stored names, addresses, or sim").several();
+        if (number == ENumber::eSeveral) {
+            targets.required();
+        }
+    }
+    addInterfaceSettings(command, settings);
+    setFooter(command, TARGET_HELP);
+}
+
+COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
+                   const std::string& type, const std::string& help)
+{
+    const auto take = [&settings, key](const QString& text) { settings.insert(key, text); };
+    return addText(command, names, take, help, type).group("Interface");
+}
+
+void addInterfaceSettings(CLI::App& command, Settings& settings)
+{
+    addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
+        .oneOf({"TCP", "UDP"});
+    addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
+               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)")
+        .bitRate();
+    addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
+               "UDP: address of this computer's network interface to the gateway (any)")
+        .address();
+    addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
+        .whole(100, 3000);
+    addSetting(command, "--measure-interval", settings, StoreKey::MEASURE_TIME, "MS",
+               "Time over which the gateway measures bus load (1000)")
+        .whole(100, 3000);
+    const auto bindAny = [&settings] { settings.insert(StoreKey::UDP_BIND_ANY, QStringLiteral("1")); };
+    addFlag(command, "--udp-any", bindAny, "UDP: receive on all addresses of this computer").group("Interface");
+}
+
+} // namespace vexmor::Apps
