@@ -32,7 +32,7 @@ struct SWindow {
 
     CInterfaceList& list() { return workbench.interfaces(); }
     CTraceModel& trace() { return workbench.feed().trace(); }
-    EInterfaceState state(const QString& name) { return list().at(list().rowOf(name)).state(); }
+    EConnection state(const QString& name) { return list().at(list().rowOf(name)).status().connection; }
     void open(const QString& name, std::uint16_t port)
     {
         const Settings settings{
@@ -46,7 +46,7 @@ struct SWindow {
     {
         open(name, gateway.port());
         return QTest::qWaitFor([&] {
-            return state(name) == EInterfaceState::eConnected && gateway.tcpHostCount() == 1 &&
+            return state(name) == EConnection::eConnected && gateway.tcpHostCount() == 1 &&
                    !list().at(list().rowOf(name)).info().firmwareVersion().isEmpty();
         });
     }
@@ -125,14 +125,14 @@ private Q_SLOTS:
         listenOn(stage);
         QVERIFY(run.openAndWait(HALL, run.hall) && run.openAndWait(STAGE, stage));
         run.bus.send(message(0x100, hex("AA")));
-        run.list().session(HALL)->send(message(0x101, hex("BB")));
+        run.list().sender(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
                      (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
         run.list().at(run.list().rowOf(HALL)).close();
-        QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
+        QTRY_COMPARE(run.state(HALL), EConnection::eClosed);
         run.bus.send(message(0x102));
         QTRY_COMPARE(run.trace().rowCount(), 5);
-        QCOMPARE(run.state(STAGE), EInterfaceState::eConnected);
+        QCOMPARE(run.state(STAGE), EConnection::eConnected);
     }
 
     void errorsReachTheLog()
@@ -146,22 +146,22 @@ private Q_SLOTS:
         faults.refuse = true; // so that it cannot come back
         run.hall.setFaults(faults);
         run.hall.dropLinks();
-        QTRY_COMPARE(run.state(HALL), EInterfaceState::eWaiting);
+        QTRY_COMPARE(run.state(HALL), EConnection::eLost);
         QTRY_COMPARE(events.unread(), 3);
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
         QVERIFY(lost.text.startsWith(QLatin1String("TCP connection lost.")) &&
                 lost.text.contains(QLatin1String("- network cable")));
-        run.list().session(HALL)->send(message(0x100)); // refused with a code, counted in one row
-        run.list().session(HALL)->send(message(0x100));
+        run.list().sender(HALL)->send(message(0x100)); // refused with a code, counted in one row
+        run.list().sender(HALL)->send(message(0x100));
         QTRY_COMPARE(events.unread(), 5);
         QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->showPanel("Events"_s);
         QTRY_COMPARE(events.unread(), 0); // looked at
         run.hall.setFaults({});
-        QTRY_COMPARE(run.state(HALL), EInterfaceState::eConnected);
+        QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
         QCOMPARE(events.eventAt(events.rowCount() - 1).text, "The gateway is back."_s);
     }
 
@@ -175,10 +175,10 @@ private Q_SLOTS:
         connect(&tick, &QTimer::timeout, this, [&] { ++ticks; });
         tick.start(5);
         run.open(HALL, deaf.serverPort());
-        QCOMPARE(run.state(HALL), EInterfaceState::eOpening);
+        QCOMPARE(run.state(HALL), EConnection::eConnecting);
         QTRY_COMPARE(run.workbench.events().unread(), 1);
         QCOMPARE(run.workbench.events().eventAt(0).number, 103);
-        QTRY_COMPARE(run.state(HALL), EInterfaceState::eClosed);
+        QTRY_COMPARE(run.state(HALL), EConnection::eClosed);
         QVERIFY2(ticks > 20, qPrintable(QString::number(ticks))); // opening took 1000 ms
     }
 
@@ -201,11 +201,11 @@ private Q_SLOTS:
             stays.flood(20000);
             QTRY_VERIFY(run->trace().rowCount() > 0);
         } else if (situation == "sending") {
-            run->list().session(HALL)->setCyclic(1, message(0x100), 1);
+            run->list().sender(HALL)->setCyclic(1, message(0x100), 1);
             QTRY_VERIFY(run->trace().rowCount() > 10);
         } else if (situation == "gateway gone") {
             goes.reset();
-            QTRY_COMPARE(run->state(STAGE), EInterfaceState::eWaiting);
+            QTRY_COMPARE(run->state(STAGE), EConnection::eLost);
         } else if (situation == "opening") {
             run->open("deaf"_s, deaf.serverPort());
         } else if (situation == "closing") {
@@ -244,7 +244,7 @@ private Q_SLOTS:
             QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
         }
         run.list().at(0).open();
-        QTRY_COMPARE(run.list().at(0).state(), EInterfaceState::eConnected);
+        QTRY_COMPARE(run.list().at(0).status().connection, EConnection::eConnected);
         run.list().at(0).store();
         QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
     }

@@ -187,23 +187,6 @@ private Q_SLOTS:
         QCOMPARE(events.rowCount(), static_cast<int>(CEventModel::CAPACITY));
     }
 
-    void mailboxIsBounded()
-    {
-        CMailbox mailbox(10);
-        for (int i = 0; i < 15; ++i) {
-            mailbox.post(record(static_cast<std::uint16_t>(i)));
-            mailbox.postError({i, 0, i % 2, 1});
-        }
-        SDelivery delivery;
-        mailbox.take(delivery);
-        QCOMPARE(delivery.records.size(), std::size_t(10));
-        QCOMPARE(delivery.lost, std::uint64_t(5));
-        QCOMPARE(delivery.errors.size(), std::size_t(2));
-        QCOMPARE(delivery.errors.front().count, std::uint64_t(8));
-        mailbox.take(delivery);
-        QVERIFY(delivery.records.empty() && delivery.errors.empty() && delivery.lost == 0);
-    }
-
     void sendListRefusesWhatIsNoMessage_data()
     {
         const auto row =
@@ -403,7 +386,7 @@ private:
     const QTemporaryDir m_folder;
     std::vector<SPlugin> m_plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
     CSourceNames m_names;
-    CMailbox m_mailbox;
+    std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
 };
 
 QTEST_GUILESS_MAIN(CimviewModelsTest)

@@ -99,7 +99,7 @@ void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObje
 void CGatewayRun::reportError(SGateway& gateway, int error)
 {
     const QString text = gateway.hosted.canInterface().interfaceErrorToString(error).trimmed();
-    const QString shown = m_context.diagnostics.isVerbose() ? text : text.section(QLatin1Char('\n'), 0, 0);
+    const QString shown = m_context.diagnostics.isVerbose() ? text : gateway.hosted.errorTitle(error);
     report(gateway, QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
            {{QStringLiteral("event"), QStringLiteral("interfaceError")},
             {QStringLiteral("error"), error},
@@ -110,7 +110,7 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
 void CGatewayRun::reportSilence()
 {
     for (const auto& gateway : m_gateways) {
-        if (!m_ended && !gateway->hosted.hasAnswered()) {
+        if (!m_ended && !gateway->hosted.status().lastFrame) {
             report(*gateway,
                    QStringLiteral("open, no answer yet: is %1 a T93 gateway?")
                        .arg(gateway->hosted.canInterface().commonInfo().port()),

@@ -105,7 +105,7 @@ EExitCode load(SContext& context, const STargetOptions& target, double seconds)
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
-        showLoad(run.output(), run.gateway().hosted.busload());
+        showLoad(run.output(), run.gateway().hosted.status().busload);
         const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= seconds * 1000;
         if (seconds > 0 && isLast) {
             run.end(eDone);

@@ -27,7 +27,7 @@ void CSummary::start()
 
 void CSummary::sampleBusload()
 {
-    const std::optional<int> percent = m_interface.busload();
+    const std::optional<int> percent = m_interface.status().busload;
     if (!percent || (*percent == 0 && m_busloadSamples == 0 && m_sinceStart.elapsed() < FIRST_BUSLOAD_MS)) {
         return;
     }

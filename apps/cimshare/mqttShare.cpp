@@ -51,7 +51,7 @@ QJsonObject stateOf(CSharedBus& bus)
 
 QJsonObject loadOf(CSharedBus& bus)
 {
-    const std::optional<int> percent = bus.hosted().busload();
+    const std::optional<int> percent = bus.hosted().status().busload;
     return {{QStringLiteral("percent"), percent ? QJsonValue(*percent) : QJsonValue()}};
 }
 } // namespace

@@ -187,7 +187,7 @@ void CShareService::tellStatus()
 {
     for (const auto& shared : m_owned) {
         CSharedBus& bus = *shared->bus;
-        const std::optional<int> load = bus.hosted().busload();
+        const std::optional<int> load = bus.hosted().status().busload;
         const int clients = (m_socketcand ? m_socketcand->clientCount(bus) : 0) +
                             (shared->gateway ? shared->gateway->tcpHostCount() : 0);
         const QString text = QStringLiteral("%1, load %2, %3 clients, received %4, sent %5, lost by slow hosts %6")

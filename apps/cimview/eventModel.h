@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/cimview/mailbox.h"
 #include "apps/cimview/sourceNames.h"
+#include "apps/host/mailbox.h"
 
 #include <QAbstractTableModel>
 #include <QString>

@@ -26,29 +26,11 @@ QString addressText(const Cim::CCommonInfo& info)
     return info.isIpPort() && info.ipAddress(address, port, protocol) ? info.port().section(QLatin1Char('='), 1)
                                                                       : info.port();
 }
-
-QString stateText(EInterfaceState state)
-{
-    switch (state) {
-    case EInterfaceState::eClosed:
-        return CInterfaceList::tr("closed");
-    case EInterfaceState::eOpening:
-        return CInterfaceList::tr("opening ...");
-    case EInterfaceState::eSilent:
-        return CInterfaceList::tr("no answer yet");
-    case EInterfaceState::eConnected:
-        return CInterfaceList::tr("connected");
-    case EInterfaceState::eWaiting:
-        return CInterfaceList::tr("gateway away");
-    case EInterfaceState::eClosing:
-        return CInterfaceList::tr("closing ...");
-    }
-    return {};
-}
 } // namespace
 
-CInterfaceList::CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names, CMailbox& mailbox)
-    : m_plugins(plugins), m_names(names), m_mailbox(mailbox)
+CInterfaceList::CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names,
+                               std::shared_ptr<CMailbox> mailbox)
+    : m_plugins(plugins), m_names(names), m_mailbox(std::move(mailbox))
 {
 }
 
@@ -144,8 +126,6 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
     connect(one, &CManagedInterface::stateChanged, this, &CInterfaceList::statesChanged);
     connect(one, &CManagedInterface::told, this,
             [this, one](EEvent kind, int code, const QString& text) { tell(one->name(), kind, code, text); });
-    connect(one, &CManagedInterface::busloadRead, this,
-            [this, one](std::optional<int> percent) { Q_EMIT busloadRead(one->name(), percent); });
     beginInsertRows({}, rowCount(), rowCount());
     m_rows.push_back(std::move(made));
     endInsertRows();
@@ -154,7 +134,7 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
 
 void CInterfaceList::remove(int row)
 {
-    if (at(row).state() != EInterfaceState::eClosed || !at(row).removeFromStore()) {
+    if (!at(row).isClosed() || !at(row).removeFromStore()) {
         return;
     }
     beginRemoveRows({}, row, row);
@@ -175,16 +155,16 @@ void CInterfaceList::tell(const QString& name, EEvent kind, int code, const QStr
     Q_EMIT eventHappened({microsecondsNow(), kind, name, code, 1, text});
 }
 
-CSession* CInterfaceList::session(const QString& name) const
+CInterfaceInUse* CInterfaceList::sender(const QString& name) const
 {
     const int row = rowOf(name);
-    return row >= 0 ? at(row).session() : nullptr;
+    return row >= 0 ? at(row).sender() : nullptr;
 }
 
 int CInterfaceList::activeCount() const
 {
-    return static_cast<int>(std::count_if(m_rows.begin(), m_rows.end(),
-                                          [](const auto& one) { return one->state() != EInterfaceState::eClosed; }));
+    return static_cast<int>(
+        std::count_if(m_rows.begin(), m_rows.end(), [](const auto& one) { return !one->isClosed(); }));
 }
 
 SEvent CInterfaceList::eventOf(const SErrorRecord& error) const
@@ -193,6 +173,21 @@ SEvent CInterfaceList::eventOf(const SErrorRecord& error) const
     const int row = rowOf(event.source);
     event.text = row < 0 ? QString() : at(row).settings().interfaceErrorToString(error.error).trimmed();
     return event;
+}
+
+SEvent CInterfaceList::eventOf(const SBusRecord& refused) const
+{
+    SEvent event{refused.microseconds, EEvent::eResult, m_names.name(refused.source), refused.code, 1, {}};
+    const int row = rowOf(event.source);
+    event.text = row < 0 ? QString() : at(row).settings().errorCodeToString(refused.code);
+    return event;
+}
+
+void CInterfaceList::refreshStates()
+{
+    if (!m_rows.empty()) {
+        Q_EMIT dataChanged(index(0, eState), index(rowCount() - 1, eState));
+    }
 }
 
 // ---- The table ----
@@ -222,7 +217,9 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     const CManagedInterface& shown = at(index.row());
     const Cim::CCommonInfo& info = shown.info();
     if (role == Qt::ToolTipRole) {
-        return QStringList{info.description(), info.port(), info.interfaceId()}.join(QLatin1Char('\n')).trimmed();
+        return QStringList{info.description(), info.port(), info.interfaceId(), shown.status().reason}
+            .join(QLatin1Char('\n'))
+            .trimmed();
     }
     if (role != Qt::DisplayRole) {
         return {};
@@ -237,9 +234,9 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     case eFirmware:
         return info.firmwareVersion();
     case eState:
-        return stateText(shown.state());
+        return connectionText(shown.status());
     case eBusload:
-        return shown.busload() ? tr("%1 %").arg(*shown.busload()) : QString();
+        return shown.status().busload ? tr("%1 %").arg(*shown.status().busload) : QString();
     case eBaudrate:
         return shown.settings().baudrate() == 0 ? tr("the gateway's")
                                                 : tr("%1 kbit/s").arg(shown.settings().baudrate());

@@ -22,7 +22,7 @@ public:
     enum EColumn { eName, eState, eBusload, eAddress, eBaudrate, eType, eFirmware, eStored, eColumnCount };
 
     /// All must outlive the list; `plugins` must not be empty.
-    CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names, CMailbox& mailbox);
+    CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names, std::shared_ptr<CMailbox> mailbox);
     ~CInterfaceList() override;
 
     /// Adds what is in the settings store; what cannot be loaded is told of by an event.
@@ -37,12 +37,16 @@ public:
 
     CManagedInterface& at(int row) const { return *m_rows[static_cast<std::size_t>(row)]; }
     int rowOf(const QString& name) const; ///< -1: there is none
-    /// The session of an open interface; null otherwise.
-    CSession* session(const QString& name) const;
+    /// To send with on an open interface; null for any other.
+    CInterfaceInUse* sender(const QString& name) const;
     /// Interfaces that are not closed.
     int activeCount() const;
     /// What the event log says of an error.
     SEvent eventOf(const SErrorRecord& error) const;
+    /// The same of a message that was not sent.
+    SEvent eventOf(const SBusRecord& refused) const;
+    /// Shows the states anew, which have times in them.
+    void refreshStates();
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -53,8 +57,6 @@ public:
 
 Q_SIGNALS:
     void eventHappened(const vexmor::Apps::Cimview::SEvent& event);
-    /// An interface told its bus load; nothing while it is not known.
-    void busloadRead(const QString& name, std::optional<int> percent);
     /// The state of an interface changed, or a row came or went.
     void statesChanged();
 
@@ -66,7 +68,7 @@ private:
 
     const std::vector<SPlugin>& m_plugins;
     CSourceNames& m_names;
-    CMailbox& m_mailbox;
+    const std::shared_ptr<CMailbox> m_mailbox;
     std::vector<std::unique_ptr<CManagedInterface>> m_rows;
 };
 

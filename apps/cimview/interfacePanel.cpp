@@ -57,7 +57,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
     layOut();
-    setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("gateway away"),
+    setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet"),
                                QStringLiteral("100 %"), QStringLiteral("192.168.1.70:30000:TCP"),
                                QStringLiteral("1000 kbit/s"), QStringLiteral("T93"), QStringLiteral("02.03")});
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::showState);
@@ -186,7 +186,7 @@ void CInterfacePanel::configure()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     const QList<int> rows = chosenRows();
-    if (rows.size() != 1 || interfaces.at(rows.first()).state() != EInterfaceState::eClosed) {
+    if (rows.size() != 1 || !interfaces.at(rows.first()).isClosed()) {
         return;
     }
     const QString name = interfaces.at(rows.first()).name();
@@ -246,14 +246,13 @@ void CInterfacePanel::showState()
     const CInterfaceList& interfaces = m_workbench.interfaces();
     const QList<int> rows = chosenRows();
     const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
-    const auto isClosed = [&](int row) { return interfaces.at(row).state() == EInterfaceState::eClosed; };
+    const auto isClosed = [&](int row) { return interfaces.at(row).isClosed(); };
     const bool anyClosed = any(isClosed);
     const bool oneClosed = rows.size() == 1 && anyClosed;
     m_hint->setVisible(interfaces.rowCount() == 0);
     m_simulate->setEnabled(m_workbench.sim().gateway().port() == 0); // one is enough
     m_open->setEnabled(anyClosed);
-    m_close->setEnabled(
-        any([&](int row) { return !isClosed(row) && interfaces.at(row).state() != EInterfaceState::eClosing; }));
+    m_close->setEnabled(any([&](int row) { return !isClosed(row); }));
     m_configure->setEnabled(oneClosed);
     m_remove->setEnabled(anyClosed);
     m_store->setEnabled(any([&](int row) { return !interfaces.at(row).isStored(); }));

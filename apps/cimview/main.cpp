@@ -114,6 +114,7 @@ int run(char** argv, const SOptions& options)
         return eRefused;
     }
     const int exitCode = runWindow(options, search.plugins);
+    CInterfaceInUse::endAll();
     // Ends a scan that still runs, while there is an application for it to run in.
     for (const SPlugin& plugin : search.plugins) {
         plugin.loader->unload();

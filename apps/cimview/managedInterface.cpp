@@ -1,7 +1,6 @@
 #include "apps/cimview/managedInterface.h"
 
 #include "apps/host/interfaceStore.h"
-#include "cim/resultCodes.h"
 
 #include <utility>
 
@@ -9,56 +8,56 @@ namespace vexmor::Apps::Cimview
 {
 
 CManagedInterface::CManagedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored,
-                                     CSourceNames& names, CMailbox& mailbox)
-    : m_canInterface(std::move(canInterface)), m_names(names), m_mailbox(mailbox), m_isStored(isStored)
+                                     CSourceNames& names, std::shared_ptr<CMailbox> mailbox)
+    : m_canInterface(std::move(canInterface)), m_names(names), m_mailbox(std::move(mailbox)), m_isStored(isStored)
 {
 }
 
-bool CManagedInterface::isOpen() const
+const SInterfaceStatus& CManagedInterface::status() const
 {
-    return state() != EInterfaceState::eClosed && state() != EInterfaceState::eOpening &&
-           state() != EInterfaceState::eClosing;
+    static const SInterfaceStatus CLOSED;
+    return m_inUse ? m_inUse->status() : CLOSED;
 }
 
-std::optional<int> CManagedInterface::busload() const
+CInterfaceInUse* CManagedInterface::sender() const
 {
-    return state() == EInterfaceState::eConnected ? m_session->status().busload : std::nullopt;
+    return isClosed() || status().connection == EConnection::eConnecting ? nullptr : m_inUse.get();
 }
 
 void CManagedInterface::open()
 {
-    if (m_session) {
+    if (m_inUse) {
         return;
     }
     std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
-    m_session = std::make_unique<CSession>(std::move(clone), m_names.numberOf(name()), m_mailbox);
-    connect(m_session.get(), &CSession::changed, this, &CManagedInterface::onSessionChanged);
-    connect(m_session.get(), &CSession::refused, this, [this](int code) {
-        tell({m_canInterface->errorCodeToString(code), code});
-    });
-    connect(m_session.get(), &CSession::finished, this, &CManagedInterface::onFinished);
-    onSessionChanged();
+    m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, m_names.numberOf(name()),
+                                                CInterfaceInUse::EOpening::eOnce);
+    connect(m_inUse.get(), &CInterfaceInUse::statusChanged, this, &CManagedInterface::onStatusChanged);
+    onStatusChanged();
 }
 
 void CManagedInterface::close()
 {
-    if (m_session) {
-        m_session->close();
+    if (m_inUse) {
+        m_inUse->close();
+        m_inUse.reset();
     }
 }
 
-void CManagedInterface::onSessionChanged()
+void CManagedInterface::onStatusChanged()
 {
-    if (isOpen()) {
+    const SInterfaceStatus current = status();
+    if (current.hasLink()) {
         Cim::CCommonInfo info = m_canInterface->commonInfo();
-        info.setFirmwareVersion(m_session->status().info.firmwareVersion());
-        info.setInterfaceId(m_session->status().info.interfaceId());
-        if (info != m_canInterface->commonInfo()) {
-            m_canInterface->setCommonInfo(info);
-        }
+        info.setFirmwareVersion(current.firmwareVersion);
+        info.setInterfaceId(current.interfaceId);
+        m_canInterface->setCommonInfo(info);
     }
-    Q_EMIT busloadRead(busload());
-    const EInterfaceState before = std::exchange(m_shown, state());
+    const EConnection before = std::exchange(m_shown, current.connection);
+    if (current.code != 0) { // it was not opened
+        report({current.reason, current.code});
+        m_inUse.release()->deleteLater(); // it is the caller
+    }
     Q_EMIT changed();
     if (m_shown == before) {
         return;
@@ -66,27 +65,21 @@ void CManagedInterface::onSessionChanged()
     QString note;
     if (isOpen() && !m_wasOpen) {
         note = tr("Opened.");
-    } else if (m_wasOpen && m_shown == EInterfaceState::eClosed) {
+    } else if (m_wasOpen && isClosed()) {
         note = tr("Closed.");
-    } else if (isOpen() && before == EInterfaceState::eWaiting) {
+    } else if (current.hasLink() && before == EConnection::eLost) {
         note = tr("The gateway is back.");
     }
-    m_wasOpen = m_shown != EInterfaceState::eClosed && (m_wasOpen || isOpen());
+    m_wasOpen = isOpen();
     if (!note.isEmpty()) {
         Q_EMIT told(EEvent::eNote, 0, note);
     }
     Q_EMIT stateChanged();
 }
 
-void CManagedInterface::onFinished()
-{
-    m_session.release()->deleteLater(); // it is what calls
-    onSessionChanged();
-}
-
 bool CManagedInterface::setBitRate(const QString& rate)
 {
-    if (state() != EInterfaceState::eClosed || applySettings(*m_canInterface, {{StoreKey::BAUDRATE, rate}})) {
+    if (!isClosed() || applySettings(*m_canInterface, {{StoreKey::BAUDRATE, rate}})) {
         return false;
     }
     settingsChanged();
@@ -104,7 +97,7 @@ void CManagedInterface::settingsChanged()
 void CManagedInterface::store()
 {
     if (const Failure failure = CInterfaceStore().save(*m_canInterface, name())) {
-        tell(*failure);
+        report(*failure);
     } else {
         m_isStored = true;
     }
@@ -116,12 +109,12 @@ bool CManagedInterface::removeFromStore()
 {
     const Failure failure = m_isStored ? CInterfaceStore().remove(name()) : Failure();
     if (failure) {
-        tell(*failure);
+        report(*failure);
     }
     return !failure;
 }
 
-void CManagedInterface::tell(const SProblem& problem)
+void CManagedInterface::report(const SProblem& problem)
 {
     Q_EMIT told(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
 }

@@ -328,11 +328,11 @@ void CMessagePanel::replay(bool start)
         return;
     }
     m_replayer.start(shownRecords(), [&interfaces, name](const Cim::CCanMessage& message) {
-        CSession* const session = interfaces.session(name);
-        if (session != nullptr) {
-            session->send(message);
+        CInterfaceInUse* const sender = interfaces.sender(name);
+        if (sender != nullptr) {
+            sender->send(message);
         }
-        return session != nullptr;
+        return sender != nullptr;
     });
 }
 

@@ -134,7 +134,7 @@ void CSendPanel::showInterfaces()
     m_interface->setEnabled(canSend);
     m_send->setEnabled(canSend);
     m_sendChosen->setEnabled(canSend);
-    if (interfaces.session(m_cyclicInterface) == nullptr) { // its interface is closed: nothing is sent any more
+    if (interfaces.sender(m_cyclicInterface) == nullptr) { // its interface is closed: nothing is sent any more
         m_workbench.sendList().stopAll();
     }
 }
@@ -150,9 +150,9 @@ bool CSendPanel::typedMessage(Cim::CCanMessage& message)
 void CSendPanel::sendTyped()
 {
     Cim::CCanMessage message;
-    CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
-    if (typedMessage(message) && session != nullptr) {
-        session->send(message);
+    CInterfaceInUse* const sender = m_workbench.interfaces().sender(m_interface->currentText());
+    if (typedMessage(message) && sender != nullptr) {
+        sender->send(message);
     }
 }
 
@@ -167,11 +167,11 @@ void CSendPanel::addTyped()
 
 void CSendPanel::sendChosen()
 {
-    CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
+    CInterfaceInUse* const sender = m_workbench.interfaces().sender(m_interface->currentText());
     const QModelIndexList rows = m_table->selectionModel()->selectedRows();
     for (const QModelIndex& row : rows) {
-        if (session != nullptr) {
-            session->send(m_workbench.sendList().item(row.row()).message);
+        if (sender != nullptr) {
+            sender->send(m_workbench.sendList().item(row.row()).message);
         }
     }
 }
@@ -189,12 +189,12 @@ void CSendPanel::setCyclic(int key, const Cim::CCanMessage& message, int millise
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     // All of the list goes to one interface at a time: the one chosen when the first was started.
-    if (interfaces.session(m_cyclicInterface) == nullptr) {
+    if (interfaces.sender(m_cyclicInterface) == nullptr) {
         m_cyclicInterface = m_interface->currentText();
     }
-    CSession* const session = interfaces.session(m_cyclicInterface);
-    if (session != nullptr) {
-        session->setCyclic(key, message, milliseconds);
+    CInterfaceInUse* const sender = interfaces.sender(m_cyclicInterface);
+    if (sender != nullptr) {
+        sender->setCyclic(key, message, milliseconds);
         showProblem(QString());
     } else if (milliseconds > 0) {
         showProblem(tr("Open an interface first: there is none to send on."));

@@ -1,20 +1,11 @@
 #pragma once
 
-#include "cim/canMessage.h"
-
-#include <cstdint>
+#include "apps/host/mailbox.h"
 
 namespace vexmor::Apps::Cimview
 {
 
 /// One message on its way to the models, and as they keep it by the hundred thousand.
-struct STraceRecord {
-    std::int64_t microseconds = 0; ///< since the epoch
-    Cim::CCanMessage message;
-    std::uint16_t source = 0; ///< number of its interface, see CSourceNames
-    bool sent = false;        ///< false: received
-};
-
-static_assert(sizeof(STraceRecord) <= 24, "a full trace must stay small");
+using STraceRecord = SBusRecord;
 
 } // namespace vexmor::Apps::Cimview

@@ -2,12 +2,15 @@
 
 #include "apps/host/clock.h"
 
+#include <algorithm>
+
 namespace vexmor::Apps::Cimview
 {
 namespace
 {
 /// Fast enough for the eye, and rare enough that a batch of a busy bus is worth its repaint.
 constexpr int FETCH_INTERVAL_MS = 40;
+constexpr int SAMPLE_INTERVAL_MS = 250;
 } // namespace
 
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
@@ -16,9 +19,7 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
       m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventHappened, &m_events, &CEventModel::add);
-    connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, std::optional<int> percent) {
-        m_busloads.add(name, {microsecondsNow(), percent});
-    });
+    connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);
     connect(&m_scan, &CNetworkScan::finished, this,
             [this](int found) { note(tr("Scan finished, interfaces found: %1").arg(found)); });
     connect(&m_recorder, &CLogRecorder::started, this,
@@ -26,8 +27,10 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     connect(&m_recorder, &CLogRecorder::ended, this, [this](const QString& problem) {
         problem.isEmpty() ? note(tr("Recording ended, messages: %1").arg(m_recorder.count())) : warn(problem);
     });
-    connect(&m_timer, &QTimer::timeout, this, &CWorkbench::fetch);
-    m_timer.start(FETCH_INTERVAL_MS);
+    connect(&m_fetchTimer, &QTimer::timeout, this, &CWorkbench::fetch);
+    connect(&m_sampleTimer, &QTimer::timeout, this, &CWorkbench::sampleStates);
+    m_fetchTimer.start(FETCH_INTERVAL_MS);
+    m_sampleTimer.start(SAMPLE_INTERVAL_MS);
 }
 
 Failure CWorkbench::simulate(const QString& logFile)
@@ -69,7 +72,8 @@ void CWorkbench::warn(const QString& text)
 
 void CWorkbench::fetch()
 {
-    m_mailbox.take(m_delivery);
+    m_mailbox->take(m_delivery);
+    reportRefused();
     m_fetched += m_delivery.records.size();
     m_feed.feed(m_delivery.records);
     m_recorder.record(m_delivery.records);
@@ -80,6 +84,28 @@ void CWorkbench::fetch()
         m_lost += m_delivery.lost;
         warn(tr("The window was busy for too long: %1 messages were lost.").arg(m_delivery.lost));
     }
+}
+
+/// Messages that were not sent are events; they are not shown among those that were.
+void CWorkbench::reportRefused()
+{
+    auto& records = m_delivery.records;
+    for (const STraceRecord& record : records) {
+        if (record.code != 0) {
+            m_events.add(m_interfaces.eventOf(record));
+        }
+    }
+    const auto isRefused = [](const STraceRecord& record) { return record.code != 0; };
+    records.erase(std::remove_if(records.begin(), records.end(), isRefused), records.end());
+}
+
+void CWorkbench::sampleStates()
+{
+    for (int row = 0; row < m_interfaces.rowCount(); ++row) {
+        const CManagedInterface& one = m_interfaces.at(row);
+        m_busloads.add(one.name(), {microsecondsNow(), one.status().busload});
+    }
+    m_interfaces.refreshStates();
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -4,12 +4,12 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/logRecorder.h"
-#include "apps/cimview/mailbox.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/networkScan.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
 #include "apps/host/embeddedSim.h"
+#include "apps/host/mailbox.h"
 
 #include <QObject>
 #include <QTimer>
@@ -54,10 +54,12 @@ public:
 
 private:
     void fetch();
+    void reportRefused();
+    void sampleStates();
 
     CEmbeddedSim m_sim; ///< outlives the interfaces that use it
     CSourceNames m_names;
-    CMailbox m_mailbox;
+    const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     CLogRecorder m_recorder{m_names};
     CInterfaceList m_interfaces;
     CNetworkScan m_scan;
@@ -65,7 +67,8 @@ private:
     CEventModel m_events;
     CSendList m_sendList;
     CBusloadHistory m_busloads;
-    QTimer m_timer;
+    QTimer m_fetchTimer;
+    QTimer m_sampleTimer;
     SDelivery m_delivery;
     std::uint64_t m_fetched = 0;
     std::uint64_t m_lost = 0;

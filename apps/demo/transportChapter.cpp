@@ -195,7 +195,7 @@ void CTransportChapter::measureLoad()
     waitFor(LOAD_MEASURE_MS);
     const double bits = static_cast<double>(m_stage.bus().bitCount() - bitsBefore);
     const double truth = bits * 100 / static_cast<double>(clock.elapsed()) / m_stage.bus().baudrate();
-    const int told = m_stage.hosted().busload().value_or(0);
+    const int told = m_stage.hosted().status().busload.value_or(0);
     m_stage.generator().stop();
 
     const auto bar = [](double percent) {

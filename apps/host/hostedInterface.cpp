@@ -2,6 +2,8 @@
 
 #include "cim/resultCodes.h"
 
+#include <QVariant>
+
 namespace vexmor::Apps
 {
 
@@ -32,19 +34,32 @@ int CHostedInterface::send(const Cim::CCanMessage& message)
     return code;
 }
 
-bool CHostedInterface::hasAnswered()
+QString CHostedInterface::errorTitle(int error)
 {
-    const Cim::CCommonInfo& info = m_canInterface->commonInfo();
-    return m_arrived > 0 || !info.interfaceId().isEmpty() || !info.firmwareVersion().isEmpty();
+    return m_canInterface->interfaceErrorToString(error).trimmed().section(QLatin1Char('\n'), 0, 0);
 }
 
-std::optional<int> CHostedInterface::busload()
+SInterfaceStatus CHostedInterface::status()
 {
+    const Cim::CCommonInfo& info = m_canInterface->commonInfo();
+    const SEvidence evidence{m_canInterface->isOpened(), info.connectionState() == Cim::CCommonInfo::eConnected,
+                             m_canInterface->property("MillisecondsSinceFrame").toLongLong(),
+                             m_canInterface->property("BusloadPollTime").toLongLong()};
+    SInterfaceStatus status;
+    status.connection = connectionOf(evidence);
+    status.interfaceId = info.interfaceId();
+    status.firmwareVersion = info.firmwareVersion();
+    if (evidence.sinceFrameMs >= 0) {
+        status.lastFrame = SInterfaceStatus::Clock::now() - std::chrono::milliseconds(evidence.sinceFrameMs);
+    }
+    if (status.connection == EConnection::eLost) {
+        status.reason = errorTitle(Cim::IE_TCP_CONNECTION_LOST);
+    }
     int percent = 0;
-    const bool isKnown = hasAnswered() && m_canInterface->baudrate() != 0 &&
-                         m_canInterface->commonInfo().connectionState() == Cim::CCommonInfo::eConnected &&
-                         m_canInterface->busload(percent) == Cim::RC_OK;
-    return isKnown ? std::optional(percent) : std::nullopt;
+    if (status.isConnected() && m_canInterface->baudrate() != 0 && m_canInterface->busload(percent) == Cim::RC_OK) {
+        status.busload = percent;
+    }
+    return status;
 }
 
 int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message)

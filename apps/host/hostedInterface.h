@@ -1,12 +1,12 @@
 #pragma once
 
+#include "apps/host/interfaceStatus.h"
 #include "cim/canInterface.h"
 
 #include <QObject>
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 namespace vexmor::Apps
 {
@@ -30,11 +30,10 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message; gives the code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// True once the gateway has sent anything since the interface was opened. Until then a connection, and a UDP
-    /// socket all the more, says little: nobody may be there, or somebody else.
-    bool hasAnswered();
-    /// Bus load in percent; nothing while the gateway is away or silent, and when its bit rate is not known.
-    std::optional<int> busload();
+    /// The first line of the interface's text for one of its errors: what happened; the others say what to do.
+    QString errorTitle(int error);
+    /// What is known of the connection now.
+    SInterfaceStatus status();
     /// Messages that the interface received, and of these those that were taken from it: the rest was refused by a full
     /// queue and is lost.
     std::uint64_t arrivedCount() const { return m_arrived; }

@@ -19,6 +19,8 @@ using Device = QCanBusDevice;
 constexpr int SEND_LIMIT = 9'000;
 constexpr unsigned int MAX_ID = 0x7FF;
 constexpr unsigned long END_WAIT_MS = 100;
+/// Received frames that may wait for this thread, which stops to take them long before.
+constexpr std::size_t MAILBOX_LIMIT = 100'000;
 
 /// What an interface error is to users of QCanBus.
 struct SMeaning {
@@ -40,6 +42,15 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
+QCanBusFrame frameOf(const Apps::SBusRecord& record)
+{
+    const auto* const data = reinterpret_cast<const char*>(record.message.data());
+    QCanBusFrame frame(record.message.id().value(), QByteArray(data, static_cast<int>(record.message.length())));
+    frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(record.microseconds));
+    frame.setLocalEcho(record.sent);
+    return frame;
+}
+
 bool matches(const Device::Filter& filter, unsigned int id)
 {
     return (filter.type == QCanBusFrame::InvalidFrame || filter.type == QCanBusFrame::DataFrame) &&
@@ -54,7 +65,7 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_mode
     if (m_model->baudrate() != 0) { // else the gateway keeps its own
         QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
-    setResetControllerFunction([this] { m_worker ? m_worker->reset() : void(); });
+    setResetControllerFunction([this] { m_interface ? m_interface->reset() : void(); });
     setCanBusStatusGetter([this] { return m_busStatus; });
 }
 
@@ -83,7 +94,8 @@ void CT93CanDevice::setConfigurationParameter(int key, const QVariant& value)
 
 bool CT93CanDevice::open()
 {
-    if (state() != ConnectingState || m_worker) { // disconnected in a slot on that change of state, or connected again
+    if (state() != ConnectingState ||
+        m_interface) { // disconnected in a slot on that change of state, or connected again
         return state() == ConnectingState;
     }
     while (hasOutgoingFrames()) {
@@ -92,15 +104,15 @@ bool CT93CanDevice::open()
     m_isLost = false;
     std::unique_ptr<Cim::CCanInterface> canInterface(m_model->clone());
     canInterface->setProperty("CanBaudrate", configurationParameter(BitRateKey).toInt() / 1000);
-    m_worker = CBusWorker::start(std::move(canInterface));
-    m_front = new QObject(this);
-    const CBusWorker* const worker = m_worker.get();
-    connect(worker, &CBusWorker::openFailed, m_front, [this](int code) { onOpenFailed(code); });
-    connect(worker, &CBusWorker::connected, m_front, [this] { onConnected(); });
-    connect(worker, &CBusWorker::errorRaised, m_front, [this](int error) { onError(error); });
-    connect(worker, &CBusWorker::sent, m_front, [this](int code) { onSent(code); });
-    connect(worker, &CBusWorker::framesWaiting, m_front, [this] { onFrames(); });
-    m_worker->open();
+    m_mailbox = std::make_shared<Apps::CMailbox>(MAILBOX_LIMIT);
+    m_interface = std::make_unique<Apps::CInterfaceInUse>(std::move(canInterface), m_mailbox, std::uint16_t(0),
+                                                          Apps::CInterfaceInUse::EOpening::eOnce);
+    m_opening = new QObject(this);
+    connect(m_interface.get(), &Apps::CInterfaceInUse::statusChanged, m_opening, [this] { onStatus(); });
+    connect(m_interface.get(), &Apps::CInterfaceInUse::wasReset, m_opening,
+            [this] { m_busStatus = CanBusStatus::Good; });
+    connect(
+        m_mailbox.get(), &Apps::CMailbox::filled, m_opening, [this] { onMail(); }, Qt::QueuedConnection);
     return true;
 }
 
@@ -113,10 +125,10 @@ void CT93CanDevice::close()
 
 void CT93CanDevice::leave()
 {
-    delete m_front;
-    if (const auto worker = std::exchange(m_worker, nullptr)) {
-        worker->end();
-        worker->wait(END_WAIT_MS); // the next one can have the gateway at once, unless this was just being opened
+    delete m_opening;
+    if (const auto interface = std::exchange(m_interface, nullptr)) {
+        interface->close();
+        interface->wait(END_WAIT_MS); // the next one can have the gateway at once, unless this was just being opened
     }
 }
 
@@ -135,14 +147,14 @@ bool CT93CanDevice::writeFrame(const QCanBusFrame& frame)
     message.setData(0, static_cast<unsigned int>(data.size()),
                     reinterpret_cast<unsigned char*>(const_cast<char*>(data.constData())));
     enqueueOutgoingFrame(frame);
-    m_worker->send(message);
+    m_interface->send(message);
     return true;
 }
 
 QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
 {
-    return !m_worker  ? tr("Not sent: the device is not connected.")
-           : m_isLost ? tr("Not sent: the connection to the gateway is lost; it is being regained.")
+    return !m_interface ? tr("Not sent: the device is not connected.")
+           : m_isLost   ? tr("Not sent: the connection to the gateway is lost; it is being regained.")
            : frame.frameType() != QCanBusFrame::DataFrame ? tr("Not sent: a T93 sends data frames only.")
            : frame.hasExtendedFrameFormat() || frame.frameId() > MAX_ID
                ? tr("Not sent: a T93 sends 11-bit identifiers only.")
@@ -152,26 +164,90 @@ QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
                                            : QString();
 }
 
-// ---- What the worker tells ----
+// ---- What the interface reports ----
 
-void CT93CanDevice::onOpenFailed(int code)
+void CT93CanDevice::onStatus()
 {
-    const QPointer<QObject> front = m_front;
-    setError(m_model->errorCodeToString(code),
-             code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
-    if (front) { // else deleted, disconnected or connected anew in a slot
-        close();
+    const Apps::SInterfaceStatus& status = m_interface->status();
+    if (status.hasLink() && state() == ConnectingState) {
+        m_isLost = false;
+        m_busStatus = CanBusStatus::Good;
+        setState(ConnectedState);
+    } else if (status.connection == Apps::EConnection::eClosed) {
+        const QPointer<QObject> opening = m_opening;
+        setError(status.reason, status.code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
+        if (opening) { // else deleted, disconnected or connected anew in a slot
+            close();
+        }
     }
 }
 
-void CT93CanDevice::onConnected()
+void CT93CanDevice::onMail()
 {
-    m_isLost = false;
-    m_busStatus = CanBusStatus::Good;
-    setState(ConnectedState);
+    Apps::SDelivery delivery;
+    m_mailbox->take(delivery);
+    const QPointer<QObject> opening = m_opening;
+    for (auto record = delivery.records.begin(); opening && record != delivery.records.end(); ++record) {
+        if (record->sent) {
+            takeOutcome(*record);
+        }
+    }
+    if (opening) {
+        takeFrames(delivery);
+    }
+    for (auto error = delivery.errors.begin(); opening && error != delivery.errors.end(); ++error) {
+        takeError(error->error);
+    }
 }
 
-void CT93CanDevice::onError(int error)
+void CT93CanDevice::takeOutcome(const Apps::SBusRecord& record)
+{
+    dequeueOutgoingFrame();
+    if (record.code == Cim::RC_OK) {
+        Q_EMIT framesWritten(1);
+    } else {
+        setError(m_model->errorCodeToString(record.code), WriteError);
+    }
+}
+
+void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery)
+{
+    const QVariant loopback = configurationParameter(LoopbackKey);
+    const bool wantsOwn = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
+    const auto filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
+    const auto isWanted = [&](const Apps::SBusRecord& record) {
+        const auto passes = [&](const Filter& filter) { return matches(filter, record.message.id().value()); };
+        return (!record.sent || (wantsOwn && record.code == Cim::RC_OK)) &&
+               (filters.isEmpty() || std::any_of(filters.begin(), filters.end(), passes));
+    };
+    const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
+    qlonglong dropped = static_cast<qlonglong>(delivery.lost);
+    QVector<QCanBusFrame> frames;
+    for (const Apps::SBusRecord& record : delivery.records) {
+        if (!isWanted(record)) {
+            continue;
+        }
+        if (frames.size() < room) {
+            frames.append(frameOf(record));
+        } else {
+            ++dropped;
+        }
+    }
+    m_droppedFrames += dropped;
+    m_isFull = m_isFull && room < m_receiveLimit / 2;
+    const bool isNew = dropped > 0 && !m_isFull;
+    m_isFull = m_isFull || isNew;
+
+    const QPointer<QObject> opening = m_opening;
+    if (!frames.isEmpty()) {
+        enqueueReceivedFrames(frames);
+    }
+    if (opening && isNew) {
+        setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
+    }
+}
+
+void CT93CanDevice::takeError(int error)
 {
     const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
     const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{UnknownError};
@@ -181,47 +257,10 @@ void CT93CanDevice::onError(int error)
     } else if (meaning.busStatus != CanBusStatus::Unknown) {
         m_busStatus = meaning.busStatus;
     }
-    const QPointer<QObject> front = m_front;
+    const QPointer<QObject> opening = m_opening;
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
-    if (front && m_isLost) { // else regained in a slot that ran the event loop
+    if (opening && m_isLost) { // else regained in a slot that ran the event loop
         setState(ConnectingState);
-    }
-}
-
-void CT93CanDevice::onSent(int code)
-{
-    dequeueOutgoingFrame();
-    if (code == Cim::RC_OK) {
-        Q_EMIT framesWritten(1);
-    } else {
-        setError(m_model->errorCodeToString(code), WriteError);
-    }
-}
-
-void CT93CanDevice::onFrames()
-{
-    auto [frames, dropped] = m_worker->takeFrames();
-    const QVariant loopback = configurationParameter(LoopbackKey);
-    const bool wantsOwn = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
-    const auto filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
-    const auto isUnwanted = [&](const QCanBusFrame& frame) {
-        const auto passes = [&](const Filter& filter) { return matches(filter, frame.frameId()); };
-        return (frame.hasLocalEcho() && !wantsOwn) ||
-               (!filters.isEmpty() && std::none_of(filters.begin(), filters.end(), passes));
-    };
-    frames.erase(std::remove_if(frames.begin(), frames.end(), isUnwanted), frames.end());
-
-    const int room = std::max(0, m_receiveLimit - static_cast<int>(framesAvailable()));
-    dropped += std::max(0, frames.size() - room);
-    m_droppedFrames += dropped;
-    m_isFull = m_isFull && room < m_receiveLimit / 2;
-    const bool isNew = dropped > 0 && !m_isFull;
-    m_isFull = m_isFull || isNew;
-
-    const QPointer<QObject> front = m_front;
-    enqueueReceivedFrames(frames.mid(0, room));
-    if (front && isNew) {
-        setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "busWorker.h"
+#include "apps/host/interfaceInUse.h"
 
 #include <QCanBusDevice>
 #include <QPointer>
@@ -11,7 +11,7 @@ namespace vexmor::CanBus
 {
 
 /// A T93 gateway as a device of Qt's CAN bus API. Nothing waits for the gateway, which lives in a thread of its own:
-/// what comes of a call is told by the signals of the device, from the event loop of its thread.
+/// the results of a call are signals of the device, from the event loop of its thread.
 ///
 /// It may be disconnected, connected again and deleted in a slot on any of its signals; but not deleted on the two
 /// changes of state that Qt's own `connectDevice` and `disconnectDevice` make before they go on, to ConnectingState of
@@ -46,17 +46,18 @@ private:
     QString refusalOf(const QCanBusFrame& frame) const;
     void leave();
 
-    // What the worker tells. Each signal of these may be the last thing that this device does.
-    void onOpenFailed(int code);
-    void onConnected();
-    void onError(int error);
-    void onSent(int code);
-    void onFrames();
+    // What the interface reports. The signals of these may close, reopen or delete the device.
+    void onStatus();
+    void onMail();
+    void takeOutcome(const Apps::SBusRecord& record);
+    void takeFrames(const Apps::SDelivery& delivery);
+    void takeError(int error);
 
-    const std::unique_ptr<Cim::CCanInterface> m_model; ///< child; stays closed: each opening has a clone
-    std::shared_ptr<CBusWorker> m_worker;              ///< of this opening; null while unconnected
-    QPointer<QObject> m_front; ///< child; the worker's signals come to it, and none any more once it is gone
-    bool m_isLost = false;     ///< the link, which is being regained
+    const std::unique_ptr<Cim::CCanInterface> m_model;  ///< child; stays closed: each opening has a clone
+    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< of this opening
+    std::unique_ptr<Apps::CInterfaceInUse> m_interface; ///< null while unconnected
+    QPointer<QObject> m_opening; ///< child; receives what the interface reports, and ends with the opening
+    bool m_isLost = false;       ///< the link, which is being regained
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
     int m_receiveLimit = 100'000;
     bool m_isFull = false; ///< an error has told so

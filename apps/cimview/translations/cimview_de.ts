@@ -114,6 +114,30 @@
         <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal</source>
         <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal</translation>
     </message>
+    <message>
+        <source>closed</source>
+        <translation>geschlossen</translation>
+    </message>
+    <message>
+        <source>connecting</source>
+        <translation>wird verbunden</translation>
+    </message>
+    <message>
+        <source>open, no answer yet</source>
+        <translation>offen, noch keine Antwort</translation>
+    </message>
+    <message>
+        <source>connected</source>
+        <translation>verbunden</translation>
+    </message>
+    <message>
+        <source>silent for %1 s</source>
+        <translation>seit %1 s stumm</translation>
+    </message>
+    <message>
+        <source>lost, trying again</source>
+        <translation>verloren, neuer Versuch läuft</translation>
+    </message>
 </context>
 <context>
     <name>Table</name>
@@ -280,26 +304,6 @@
         <translation>%1 weitere wurden gefunden, zu viele, um sie aufzunehmen. Sind sie echt?</translation>
     </message>
     <message>
-        <source>closed</source>
-        <translation>geschlossen</translation>
-    </message>
-    <message>
-        <source>opening ...</source>
-        <translation>wird geöffnet …</translation>
-    </message>
-    <message>
-        <source>connected</source>
-        <translation>verbunden</translation>
-    </message>
-    <message>
-        <source>gateway away</source>
-        <translation>Gateway fehlt</translation>
-    </message>
-    <message>
-        <source>closing ...</source>
-        <translation>wird geschlossen …</translation>
-    </message>
-    <message>
         <source>%1 %</source>
         <translation>%1 %</translation>
     </message>
@@ -346,10 +350,6 @@
     <message>
         <source>Stored</source>
         <translation>Gespeichert</translation>
-    </message>
-    <message>
-        <source>no answer yet</source>
-        <translation>noch keine Antwort</translation>
     </message>
     <message>
         <source>the gateway&apos;s</source>

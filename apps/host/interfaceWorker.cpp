@@ -1,0 +1,267 @@
+#include "apps/host/interfaceWorker.h"
+
+#include "apps/host/clock.h"
+#include "cim/resultCodes.h"
+
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QVariant>
+
+#include <algorithm>
+#include <list>
+#include <utility>
+
+namespace vexmor::Apps
+{
+namespace
+{
+constexpr int LOOK_MS = 100;
+constexpr int ASK_MS = 3000;
+constexpr std::size_t MAX_BATCH = 10'000;
+
+/// Workers whose threads may run: they use the plugin, and so end before the application object.
+std::mutex s_mutex;
+std::list<std::shared_ptr<CInterfaceWorker>> s_workers;
+} // namespace
+
+std::shared_ptr<CInterfaceWorker> CInterfaceWorker::start(std::unique_ptr<Cim::CCanInterface> canInterface,
+                                                          std::shared_ptr<CMailbox> mailbox, std::uint16_t source,
+                                                          CInterfaceInUse::EOpening opening)
+{
+    const std::lock_guard<std::mutex> guard(s_mutex);
+    s_workers.remove_if([](const auto& worker) { return worker->wait(0); });
+    s_workers.emplace_back(new CInterfaceWorker(std::move(canInterface), std::move(mailbox), source, opening));
+    qRemovePostRoutine(&CInterfaceWorker::endAll); // once is enough
+    qAddPostRoutine(&CInterfaceWorker::endAll);
+    return s_workers.back();
+}
+
+void CInterfaceWorker::endAll()
+{
+    const std::lock_guard<std::mutex> guard(s_mutex);
+    for (const auto& worker : s_workers) {
+        worker->end();
+    }
+    s_workers.remove_if([](const auto& worker) { return worker->wait(); });
+}
+
+CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterface, std::shared_ptr<CMailbox> mailbox,
+                                   std::uint16_t source, CInterfaceInUse::EOpening opening)
+    : m_mailbox(std::move(mailbox)),
+      m_source(source),
+      m_opening(opening),
+      m_hosted(new CHostedInterface(std::move(canInterface), this)),
+      m_lookTimer(this),
+      m_askTimer(this)
+{
+    m_status.connection = EConnection::eConnecting;
+    connect(m_hosted, &CHostedInterface::received, this, [this](const auto& message) { store(message, false, 0); });
+    connect(m_hosted, &CHostedInterface::sent, this, [this](const auto& message) { store(message, true, 0); });
+    connect(m_hosted, &CHostedInterface::errorRaised, this, &CInterfaceWorker::onError);
+    m_lookTimer.setInterval(LOOK_MS);
+    m_askTimer.setSingleShot(true);
+    connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::look);
+    connect(&m_askTimer, &QTimer::timeout, this, &CInterfaceWorker::askAgain);
+    connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
+    moveToThread(&m_thread);
+    m_thread.start();
+    QMetaObject::invokeMethod(this, &CInterfaceWorker::open);
+}
+
+// ---- From any thread ----
+
+bool CInterfaceWorker::send(const Cim::CCanMessage& message)
+{
+    std::size_t waiting = 0;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        waiting = m_outbox.size();
+        if (waiting < CInterfaceInUse::SEND_LIMIT) {
+            m_outbox.push_back(message);
+        }
+    }
+    if (waiting == 0) {
+        enqueue([this] { sendWaiting(); });
+    }
+    return waiting < CInterfaceInUse::SEND_LIMIT;
+}
+
+void CInterfaceWorker::setCyclic(int key, const Cim::CCanMessage& message, int milliseconds)
+{
+    enqueue([=] {
+        m_cyclic.erase(key);
+        if (milliseconds > 0) {
+            auto timer = std::make_unique<QTimer>();
+            timer->setTimerType(Qt::PreciseTimer);
+            connect(timer.get(), &QTimer::timeout, this, [this, message] { sendNow(message); });
+            timer->start(milliseconds);
+            m_cyclic.emplace(key, std::move(timer));
+            sendNow(message);
+        }
+    });
+}
+
+void CInterfaceWorker::reset()
+{
+    enqueue([this] {
+        constexpr int CHECK_CONNECTION = 1;
+        if (can().resetCommunication(CHECK_CONNECTION) == Cim::RC_OK) {
+            Q_EMIT wasReset();
+        }
+    });
+}
+
+void CInterfaceWorker::end()
+{
+    enqueue([this] {
+        m_hasEnded = true;
+        m_hosted->disconnect(this); // a late error must not start anything again
+        m_cyclic.clear();
+        m_lookTimer.stop();
+        m_askTimer.stop();
+        handOver();
+        can().closeCommunication();
+        m_thread.quit();
+    });
+}
+
+SInterfaceStatus CInterfaceWorker::takeStatus()
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_isStatusWaiting = false;
+    return m_status;
+}
+
+/// Has a command executed in the thread of the interface, in order, but not while the interface is being opened.
+void CInterfaceWorker::enqueue(const std::function<void()>& command)
+{
+    QMetaObject::invokeMethod(this, [=] {
+        if (m_isOpening) {
+            m_commands.push_back(command);
+        } else if (!m_hasEnded) {
+            command();
+        }
+    });
+}
+
+// ---- Opening, and what is known of the connection ----
+
+void CInterfaceWorker::open()
+{
+    m_isOpening = true;
+    const int code = can().openCommunication(); // processes events
+    m_isOpening = false;
+    onOpened(code);
+    for (const auto& command : std::exchange(m_commands, {})) {
+        if (!m_hasEnded) {
+            command();
+        }
+    }
+}
+
+void CInterfaceWorker::onOpened(int code)
+{
+    if (code == Cim::RC_OK) {
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+                &CInterfaceWorker::handOver); // when all that came in a turn of the event loop was read
+        m_lookTimer.start();
+        look();
+        return;
+    }
+    const bool triesAgain = m_opening == CInterfaceInUse::EOpening::eUntilOpen;
+    SInterfaceStatus status = m_status;
+    status.connection = triesAgain ? EConnection::eLost : EConnection::eClosed;
+    status.code = code;
+    status.reason = can().errorCodeToString(code);
+    publish(status);
+    if (triesAgain) {
+        m_askTimer.start(ASK_MS);
+    }
+}
+
+/// Over UDP, requests and answers can be lost: the interface sends those again that follow a connection.
+void CInterfaceWorker::askAgain()
+{
+    if (can().isOpened()) {
+        QMetaObject::invokeMethod(&can(), "onSocketConnected");
+        look();
+    } else {
+        open();
+    }
+}
+
+void CInterfaceWorker::look()
+{
+    const SInterfaceStatus status = m_hosted->status();
+    publish(status);
+    const bool isUnheard = status.connection == EConnection::eOpen || status.connection == EConnection::eSilent;
+    if (!isUnheard || can().property("Protocol").toString() != QLatin1String("UDP")) {
+        m_askTimer.stop();
+    } else if (!m_askTimer.isActive()) {
+        m_askTimer.start(ASK_MS);
+    }
+}
+
+void CInterfaceWorker::publish(const SInterfaceStatus& status)
+{
+    bool isNews = false;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        const bool isChanged = !(status == m_status);
+        m_status = status;
+        isNews = isChanged && !std::exchange(m_isStatusWaiting, m_isStatusWaiting || isChanged);
+    }
+    if (isNews) {
+        Q_EMIT statusWaits();
+    }
+}
+
+void CInterfaceWorker::onError(int error)
+{
+    handOver(); // what was received before
+    m_mailbox->postError({microsecondsNow(), m_source, error});
+    look();
+}
+
+// ---- Messages ----
+
+void CInterfaceWorker::sendWaiting()
+{
+    std::vector<Cim::CCanMessage> messages;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        messages.swap(m_outbox);
+    }
+    for (const Cim::CCanMessage& message : messages) {
+        sendNow(message);
+    }
+}
+
+void CInterfaceWorker::sendNow(const Cim::CCanMessage& message)
+{
+    if (const int code = m_hosted->send(message); code != Cim::RC_OK) {
+        store(message, true, code);
+    }
+}
+
+void CInterfaceWorker::store(const Cim::CCanMessage& message, bool sent, int code)
+{
+    m_lastTime = std::max(microsecondsNow(), m_lastTime + 1);
+    m_batch.push_back({m_lastTime, message, m_source, sent, static_cast<std::uint8_t>(code)});
+    if (m_batch.size() >= MAX_BATCH) {
+        handOver();
+    }
+}
+
+void CInterfaceWorker::handOver()
+{
+    if (!m_batch.empty()) {
+        if (!m_status.hasLink()) {
+            look(); // the owner learns of a regained link before its messages
+        }
+        m_mailbox->post(m_batch);
+        m_batch.clear();
+    }
+}
+
+} // namespace vexmor::Apps

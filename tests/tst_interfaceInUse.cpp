@@ -1,0 +1,229 @@
+#include "apps/host/interfaceInUse.h"
+#include "deafPort.h"
+#include "t93Fixture.h"
+
+using namespace vexmor;
+using namespace vexmor::Apps;
+using namespace vexmor::Test;
+
+Q_DECLARE_METATYPE(EConnection)
+
+namespace
+{
+/// A short poll: silence after 300 ms.
+constexpr int POLL_MS = 100;
+
+/// An interface in use, and the gateway it is opened for.
+struct SUse {
+    explicit SUse(CInterfaceInUse::EOpening opening = CInterfaceInUse::EOpening::eOnce) : m_opening(opening)
+    {
+        listenOn(gateway);
+    }
+    void open(std::uint16_t port, Protocol protocol = rowProtocol())
+    {
+        auto can = makeInterface(port, protocol);
+        can->setProperty("Port", port); // and with it the description's port text
+        can->setProperty("BusloadPollTime", POLL_MS);
+        interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), m_opening);
+        QObject::connect(interface.get(), &CInterfaceInUse::statusChanged, [this] {
+            const QString text = connectionText(interface->status()).section(" for"_s, 0, 0);
+            if (texts.isEmpty() || texts.last() != text) {
+                texts.append(text);
+            }
+        });
+    }
+    EConnection connection() const { return interface->status().connection; }
+    /// Takes what came; sent messages as "ID sent" or "ID CODE".
+    QStringList fetch()
+    {
+        SDelivery delivery;
+        mailbox->take(delivery);
+        for (const SBusRecord& one : delivery.records) {
+            const QString outcome = one.code == 0 ? "sent"_s : QString::number(one.code);
+            seen += QString::number(one.message.id().value(), 16) + (one.sent ? " "_s + outcome : QString());
+            isInOrder = isInOrder && one.microseconds > std::exchange(lastTime, one.microseconds) && one.source == 7;
+        }
+        for (const SErrorRecord& one : delivery.errors) {
+            seen += "error %1 x%2"_s.arg(one.error).arg(one.count);
+        }
+        return seen;
+    }
+
+    CSimBus bus;
+    CSimGateway gateway{bus};
+    std::shared_ptr<CMailbox> mailbox = std::make_shared<CMailbox>();
+    std::unique_ptr<CInterfaceInUse> interface;
+    QStringList texts; ///< of the states, in order
+    QStringList seen;
+    std::int64_t lastTime = 0;
+    bool isInOrder = true;
+
+private:
+    const CInterfaceInUse::EOpening m_opening;
+};
+} // namespace
+
+/// What every host application here does with an interface.
+class InterfaceInUseTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void connectionFollowsTheEvidence_data()
+    {
+        const auto row = columns<bool, bool, int, int, EConnection>("open", "link", "since", "poll", "connection");
+        row("closed", false, true, 0, 800, EConnection::eClosed);
+        row("no link", true, false, 0, 800, EConnection::eLost);
+        row("never heard", true, true, -1, 800, EConnection::eOpen);
+        row("heard now", true, true, 0, 800, EConnection::eConnected);
+        row("three polls ago", true, true, 2400, 800, EConnection::eConnected);
+        row("longer ago", true, true, 2401, 800, EConnection::eSilent);
+        row("no poll time", true, true, 301, 0, EConnection::eSilent);
+    }
+    void connectionFollowsTheEvidence()
+    {
+        const SEvidence evidence{cell<bool>("open"), cell<bool>("link"), cell<int>("since"), cell<int>("poll")};
+        QTEST(connectionOf(evidence), "connection");
+    }
+
+    void mailboxIsBounded()
+    {
+        CMailbox mailbox(10);
+        int wakeUps = 0;
+        connect(&mailbox, &CMailbox::filled, this, [&] { ++wakeUps; });
+        for (int i = 0; i < 15; ++i) {
+            mailbox.post({{i, message(1), 0, false, 0}});
+            mailbox.post({{i, message(1), 0, true, 0}, {i, message(1), 0, true, 0}});
+            mailbox.postError({i, 0, i % 2, 1});
+        }
+        SDelivery delivery;
+        mailbox.take(delivery);
+        QCOMPARE(delivery.records.size(), std::size_t(20));
+        QCOMPARE(delivery.lost, std::uint64_t(25));
+        QCOMPARE(delivery.errors.size(), std::size_t(2));
+        QCOMPARE(delivery.errors.front().count, std::uint64_t(8));
+        QCOMPARE(wakeUps, 1);
+        mailbox.take(delivery);
+        QVERIFY(delivery.isEmpty());
+        mailbox.postError({});
+        QCOMPARE(wakeUps, 2);
+    }
+
+    void gatewayGoesSilentAndIsHeardAgain_data() { rows({"TCP", "UDP"}); }
+    void gatewayGoesSilentAndIsHeardAgain()
+    {
+        SUse use;
+        use.open(use.gateway.port());
+        QTRY_COMPARE(use.connection(), EConnection::eConnected);
+        QTRY_VERIFY(use.interface->status().isIdentified());
+        QTRY_VERIFY(use.interface->status().busload);
+        SSimFaults faults;
+        faults.mute = true; // over UDP as good as switched off
+        use.gateway.setFaults(faults);
+        QTRY_COMPARE(use.connection(), EConnection::eSilent);
+        QVERIFY(!use.interface->status().busload);
+        QVERIFY(use.interface->status().hasLink());
+        use.gateway.setFaults({});
+        if (rowProtocol() == Protocol::eProtocolTcp) { // where no request was lost, none is repeated
+            use.bus.send(message(1));
+        }
+        QTRY_COMPARE(use.connection(), EConnection::eConnected); // asked again over UDP
+        QCOMPARE(use.texts.mid(use.texts.indexOf("connected"_s)), list("connected,silent,connected"_s, ','));
+    }
+
+    void nobodyAnswersOverUdp()
+    {
+        SUse use;
+        SSimFaults faults;
+        faults.mute = true;
+        use.gateway.setFaults(faults);
+        use.open(use.gateway.port(), Protocol::eProtocolUdp);
+        QTRY_COMPARE(use.connection(), EConnection::eOpen);
+        QCOMPARE(connectionText(use.interface->status()), "open, no answer yet"_s);
+        QVERIFY(use.interface->send(message(1))); // nothing says that it did not arrive
+        QTRY_COMPARE(use.fetch(), QStringList{"1 sent"_s});
+        use.gateway.setFaults({});
+        QTRY_COMPARE(use.connection(), EConnection::eConnected);
+    }
+
+    void lossAndReturnAreReportedOnce()
+    {
+        SUse use;
+        use.open(use.gateway.port());
+        QTRY_COMPARE(use.connection(), EConnection::eConnected);
+        QVERIFY(use.interface->send(message(0x100)));
+        QTRY_COMPARE(use.fetch(), QStringList{"100 sent"_s});
+        SSimFaults faults;
+        faults.refuse = true;
+        use.gateway.setFaults(faults);
+        for (std::uint16_t id = 1; id <= 3; ++id) {
+            use.bus.send(message(id));
+        }
+        use.gateway.sendStatus(0x01);
+        use.gateway.sendStatus(0x01);
+        QTRY_COMPARE(use.fetch(), list("100 sent,1,2,3,error 5 x2"_s, ','));
+        use.gateway.dropLinks();
+        QTRY_COMPARE(use.connection(), EConnection::eLost);
+        QCOMPARE(connectionTextWithReason(use.interface->status()), "lost, trying again (TCP connection lost.)"_s);
+        QTRY_COMPARE(use.fetch().last(), "error 0 x1"_s);
+        QVERIFY(use.interface->send(message(0x101)));
+        QTRY_COMPARE(use.fetch().last(), "101 109"_s);
+        use.gateway.setFaults({});
+        QTRY_COMPARE(use.connection(), EConnection::eConnected);
+        QVERIFY(use.isInOrder);
+        QVERIFY(!use.seen.contains("101 sent"_s));
+    }
+
+    void triesUntilOpenWhereAsked_data() { rows({"once", "until open"}); }
+    void triesUntilOpenWhereAsked()
+    {
+        const bool isOnce = rowName() == "once";
+        SUse use(isOnce ? CInterfaceInUse::EOpening::eOnce : CInterfaceInUse::EOpening::eUntilOpen);
+        SSimFaults faults;
+        faults.refuse = true;
+        use.gateway.setFaults(faults);
+        use.open(use.gateway.port());
+        QCOMPARE(use.connection(), EConnection::eConnecting);
+        QTRY_COMPARE(use.connection(), isOnce ? EConnection::eClosed : EConnection::eLost);
+        QCOMPARE(use.interface->status().code, int(RC_TCP_CONNECT_FAILED));
+        QVERIFY(!use.interface->status().reason.isEmpty());
+        use.gateway.setFaults({});
+        if (isOnce) {
+            QVERIFY(!use.interface->send(message(1)));
+        } else {
+            QTRY_COMPARE(use.connection(), EConnection::eConnected);
+            QCOMPARE(use.interface->status().code, 0);
+        }
+    }
+
+    void sendingIsBoundedWhileItConnects()
+    {
+        const CDeafPort deaf;
+        SUse use;
+        use.open(deaf.serverPort());
+        std::size_t accepted = 0;
+        while (use.interface->send(message(1)) && accepted <= CInterfaceInUse::SEND_LIMIT) {
+            ++accepted;
+        }
+        QCOMPARE(accepted, CInterfaceInUse::SEND_LIMIT);
+        QTRY_COMPARE(use.connection(), EConnection::eClosed);
+        QTRY_COMPARE(use.fetch().size(), int(CInterfaceInUse::SEND_LIMIT));
+        QCOMPARE(use.seen.count("1 2"_s), int(CInterfaceInUse::SEND_LIMIT)); // refused: not opened
+    }
+
+    void nothingWaitsForAGatewayThatDoesNotAnswer()
+    {
+        const CDeafPort deaf;
+        SUse use;
+        QElapsedTimer clock;
+        clock.start();
+        use.open(deaf.serverPort());
+        use.interface.reset();
+        QVERIFY2(clock.elapsed() < 300, qPrintable(QString::number(clock.elapsed())));
+        CInterfaceInUse::endAll();
+        QVERIFY2(clock.elapsed() > 500, "the thread was still opening it");
+    }
+};
+
+QTEST_GUILESS_MAIN(InterfaceInUseTest)
+#include "tst_interfaceInUse.moc"
