@@ -1,3 +1,4 @@
+#include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
@@ -287,10 +288,10 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.hall));
         run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
-        run.window->messagePanel().loadLog(writeFile(m_folder, "no log"));
+        run.window->logs().load(writeFile(m_folder, "no log"));
         QTRY_COMPARE(run.workbench.events().unread(), 1); // told, and nothing is lost by it
         QCOMPARE(run.trace().rowCount(), 1);
-        run.window->messagePanel().loadLog(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
+        run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);
         run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));

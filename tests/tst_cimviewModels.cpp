@@ -378,7 +378,7 @@ private Q_SLOTS:
         list.sort(CInterfaceList::eAddress, Qt::DescendingOrder);
         QCOMPARE(list.at(0).name(), "10.0.0.7:30000:TCP"_s);
 
-        const QSignalSpy told(&list, &CInterfaceList::eventHappened);
+        const QSignalSpy told(&list, &CInterfaceList::eventRaised);
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }

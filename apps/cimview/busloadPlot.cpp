@@ -1,6 +1,7 @@
 #include "apps/cimview/busloadPlot.h"
 
 #include "apps/cimview/busloadHistory.h"
+#include "apps/cimview/colours.h"
 #include "apps/host/clock.h"
 
 #include <QEvent>
@@ -23,10 +24,6 @@ constexpr double MICROSECONDS_PER_SECOND = 1e6;
 constexpr double MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-/// Told apart also by people who see few colours; the first set on a light ground, the second on a dark one.
-constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
-                                      {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
-constexpr int MIDDLE_LIGHTNESS = 128;
 constexpr int LABEL_WIDTH = 60;
 
 /// A curve with gaps: a point whose value is no number ends a line.
@@ -110,10 +107,10 @@ void CBusloadPlot::applyPalette()
     QColor line = palette().color(QPalette::Text);
     line.setAlpha(GRID_ALPHA);
     m_grid->setPen(line, 0, Qt::DotLine);
-    const auto& colours = CURVE_COLOURS[ground.lightness() < MIDDLE_LIGHTNESS ? 1 : 0];
+    const auto& colours = curveColours(ground);
     std::size_t index = 0;
     for (const auto& [name, curve] : m_curves) {
-        curve->setPen(QColor(colours[index++ % std::size(colours)]), CURVE_WIDTH);
+        curve->setPen(QColor(colours[index++ % colours.size()]), CURVE_WIDTH);
     }
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-#include "apps/cimview/mailbox.h"
-#include "apps/cimview/sourceNames.h"
+#include "apps/cimview/tableModel.h"
 
-#include <QAbstractTableModel>
 #include <QString>
 
 #include <deque>
@@ -11,9 +9,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// What a row of the event log tells of.
+/// What a row of the event log is about.
 enum class EEvent {
-    eInterfaceError, ///< trouble that arose on its own
+    eInterfaceError, ///< an error that an interface raised
     eResult,         ///< an operation was refused with a code
     eWarning,        ///< something was lost or did not work, without a number
     eNote            ///< for the user to know
@@ -28,9 +26,12 @@ struct SEvent {
     QString text;            ///< all of it
 };
 
+/// An event that happens now.
+SEvent eventNow(EEvent kind, const QString& text, const QString& source = {}, int number = 0);
+
 /// The event log, oldest first: the last 10,000 events. Events of one kind that follow each other within a second share
 /// a row, so that a flood pushes out nothing else. Counts what the user has not seen yet.
-class CEventModel : public QAbstractTableModel
+class CEventModel : public CTableModel
 {
     Q_OBJECT
 
@@ -38,7 +39,7 @@ public:
     enum EColumn { eTime, eSource, eNumber, eCount, eText, eColumnCount };
     static constexpr std::size_t CAPACITY = 10000;
 
-    using QAbstractTableModel::QAbstractTableModel;
+    CEventModel();
 
     void add(const SEvent& event);
     void clear();
@@ -47,10 +48,7 @@ public:
     int unread() const { return m_unread; }
     void markRead();
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 Q_SIGNALS:
     void unreadChanged(int unread);
@@ -61,6 +59,7 @@ private:
         std::int64_t lastMicroseconds = 0;
     };
 
+    std::size_t shownRows() const override { return m_rows.size(); }
     bool joinLast(const SEvent& event);
     void setUnread(int unread);
 

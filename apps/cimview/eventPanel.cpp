@@ -1,7 +1,7 @@
 #include "apps/cimview/eventPanel.h"
 
 #include "apps/cimview/eventModel.h"
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
@@ -39,7 +39,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     layout->addLayout(buttons);
 
     connect(&events, &CEventModel::unreadChanged, this, [this](int unread) {
-        if (unread > 0 && m_isInView) { // it is looked at as it comes
+        if (unread > 0 && m_isInView) {
             m_events.markRead();
         }
     });
@@ -49,7 +49,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     connect(m_table->selectionModel(), &QItemSelectionModel::currentChanged, this, &CEventPanel::showText);
 }
 
-void CEventPanel::choose(int row)
+void CEventPanel::selectRow(int row)
 {
     m_table->selectRow(row);
 }

@@ -11,7 +11,7 @@ namespace
 constexpr std::size_t PIECE = 5000;
 } // namespace
 
-CLogLoader::CLogLoader(CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+CLogLoader::CLogLoader(CSourceNames& names) : m_names(names)
 {
     connect(&m_timer, &QTimer::timeout, this, &CLogLoader::loadPiece);
 }
@@ -63,7 +63,7 @@ void CLogLoader::finish(const QString& problem)
     Q_EMIT finished(m_count, problem);
 }
 
-CLogSaver::CLogSaver(const CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+CLogSaver::CLogSaver(const CSourceNames& names) : m_names(names)
 {
     connect(&m_timer, &QTimer::timeout, this, &CLogSaver::savePiece);
 }

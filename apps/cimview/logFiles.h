@@ -22,7 +22,7 @@ class CLogLoader : public QObject
 
 public:
     /// `names` must outlive the loader.
-    explicit CLogLoader(CSourceNames& names, QObject* parent = nullptr);
+    explicit CLogLoader(CSourceNames& names);
 
     /// Starts to read; ends with `finished`.
     void load(const QString& path);
@@ -54,7 +54,7 @@ class CLogSaver : public QObject
     Q_OBJECT
 
 public:
-    explicit CLogSaver(const CSourceNames& names, QObject* parent = nullptr);
+    explicit CLogSaver(const CSourceNames& names);
 
     /// Starts to write; ends with `finished`.
     void save(const QString& path, std::vector<STraceRecord> records);

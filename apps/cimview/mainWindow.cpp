@@ -1,10 +1,12 @@
 #include "apps/cimview/mainWindow.h"
 
 #include "apps/cimview/busloadPlot.h"
+#include "apps/cimview/colours.h"
 #include "apps/cimview/eventPanel.h"
 #include "apps/cimview/interfacePanel.h"
+#include "apps/cimview/logActions.h"
 #include "apps/cimview/messagePanel.h"
-#include "apps/cimview/palettes.h"
+#include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 
@@ -39,10 +41,10 @@ QIcon icon()
     picture.fill(Qt::transparent);
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(0, 114, 178), 6));
+    painter.setPen(QPen(QColor(CURVES_ON_LIGHT[0]), 6));
     painter.drawLine(4, 38, 60, 38);
     painter.drawLine(4, 52, 60, 52);
-    painter.setBrush(QColor(213, 94, 0));
+    painter.setBrush(QColor(CURVES_ON_LIGHT[1]));
     for (const int x : {10, 38}) {
         painter.drawLine(x + 8, 26, x + 8, 38);
         painter.drawRoundedRect(x, 8, 16, 16, 4, 4);
@@ -56,6 +58,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_interfaces(new CInterfacePanel(workbench)),
       m_messages(new CMessagePanel(workbench)),
       m_events(new CEventPanel(workbench.events())),
+      m_logs(new CLogActions(workbench, this)),
       m_rate(new QLabel),
       m_unread(new QLabel),
       m_dark(new QAction(tr("D&ark"), this))
@@ -104,25 +107,18 @@ QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QW
 void CMainWindow::makeMenus()
 {
     QMenu* const file = menuBar()->addMenu(tr("&File"));
-    file->addAction(&m_messages->loadAction());
-    file->addAction(&m_messages->saveAction());
-    file->addAction(&m_messages->recordAction());
-    file->addAction(&m_messages->replayAction());
+    file->addActions(m_logs->actions());
     file->addSeparator();
-    QAction* const quit = file->addAction(tr("&Quit"), this, [this] {
-        if (m_messages->mayDropTrace()) {
+    file->addAction(makeAction(this, tr("&Quit"), QKeySequence(QStringLiteral("Ctrl+Q")), [this] {
+        if (m_logs->mayDiscardTrace()) {
             close();
         }
-    });
-    quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
+    }));
 
     menuBar()->addMenu(tr("&Interface"))->addActions(m_interfaces->interfaceActions());
 
     QMenu* const messages = menuBar()->addMenu(tr("&Messages"));
-    messages->addAction(&m_messages->pauseAction());
-    messages->addAction(&m_messages->followAction());
-    messages->addAction(&m_messages->clearAction());
-    messages->addAction(&m_messages->findAction());
+    messages->addActions(m_messages->messageActions());
     messages->addSeparator();
     messages->addActions(m_messages->timeActions());
 
@@ -210,14 +206,14 @@ void CMainWindow::dragEnterEvent(QDragEnterEvent* event)
 
 void CMainWindow::dropEvent(QDropEvent* event)
 {
-    if (m_messages->mayDropTrace()) {
-        m_messages->loadLog(event->mimeData()->urls().value(0).toLocalFile());
+    if (m_logs->mayDiscardTrace()) {
+        m_logs->load(event->mimeData()->urls().value(0).toLocalFile());
     }
 }
 
 void CMainWindow::closeEvent(QCloseEvent* event)
 {
-    if (event->spontaneous() && !m_messages->mayDropTrace()) { // by the user; a signal to the program asks nobody
+    if (event->spontaneous() && !m_logs->mayDiscardTrace()) { // by the user; a signal to the program needs no answer
         event->ignore();
         return;
     }

@@ -16,17 +16,6 @@ namespace
 {
 constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
 
-void appendHex(QString& text, unsigned char byte)
-{
-    text += QLatin1Char(HEX_DIGITS[byte >> 4]);
-    text += QLatin1Char(HEX_DIGITS[byte & 0xF]);
-}
-
-char asciiOf(unsigned char byte)
-{
-    return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
-}
-
 /// What the text filter looks at, in upper case: direction, identifier, data with blanks and without, ASCII. Made for
 /// every message of a busy bus: without an allocation.
 class CSearchLine
@@ -43,7 +32,7 @@ public:
         appendData(record.message, false);
         append(' ');
         for (unsigned int i = 0; i < record.message.length(); ++i) {
-            const char letter = asciiOf(record.message.data()[i]);
+            const char letter = CanLog::asciiOf(record.message.data()[i]);
             append(letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter);
         }
     }
@@ -96,14 +85,8 @@ QString idText(const Cim::CCanMessage& message)
 
 QString dataText(const Cim::CCanMessage& message)
 {
-    QString text;
-    for (unsigned int i = 0; i < message.length(); ++i) {
-        if (i > 0) {
-            text += QLatin1Char(' ');
-        }
-        appendHex(text, message.data()[i]);
-    }
-    return text;
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return QString::fromLatin1(data.toHex(' ').toUpper());
 }
 
 QString asciiText(const Cim::CCanMessage& message)
@@ -116,7 +99,7 @@ QString adminText(const Cim::CCanMessage& message)
     if (message.length() == 0) {
         return {};
     }
-    Cim::CCanMessage copy = message; // it is asked by functions that are not const
+    Cim::CCanMessage copy = message; // the functions that read it are not const
     QString text = QStringLiteral("type %1").arg(static_cast<int>(copy.messageType()));
     if (const int error = copy.errorNumber()) {
         text += QStringLiteral(", error %1").arg(error);

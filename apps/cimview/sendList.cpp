@@ -22,6 +22,8 @@ bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& mess
     return CanLog::parseFrame(frame.toLatin1(), message, error);
 }
 
+CSendList::CSendList() : CTableModel({tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")}) {}
+
 void CSendList::add(const SSendItem& item)
 {
     beginInsertRows({}, rowCount(), rowCount());
@@ -83,16 +85,6 @@ void CSendList::save(QSettings& settings) const
         settings.setValue(COMMENT, item(i).comment);
     }
     settings.endArray();
-}
-
-int CSendList::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : static_cast<int>(m_items.size());
-}
-
-int CSendList::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
 }
 
 Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
@@ -166,15 +158,6 @@ bool CSendList::edit(SSendItem& item, int column, const QString& text)
         Q_EMIT refused(error);
     }
     return ok;
-}
-
-QVariant CSendList::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const QString titles[eColumnCount] = {tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")};
-    return titles[section];
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "apps/cimview/tableModel.h"
 #include "cim/canMessage.h"
 
-#include <QAbstractTableModel>
 #include <QString>
 
 #include <vector>
@@ -26,7 +26,7 @@ struct SSendItem {
 
 /// The messages that the user keeps at hand, to send one by one or again and again. Edited in place: what makes no
 /// message is refused. Sends nothing itself.
-class CSendList : public QAbstractTableModel
+class CSendList : public CTableModel
 {
     Q_OBJECT
 
@@ -35,7 +35,7 @@ public:
     static constexpr int MAX_INTERVAL_MS = 3600000;
     static constexpr int DEFAULT_INTERVAL_MS = 100;
 
-    using QAbstractTableModel::QAbstractTableModel;
+    CSendList();
 
     void add(const SSendItem& item);
     void remove(int row);
@@ -47,12 +47,9 @@ public:
     void load(QSettings& settings);
     void save(QSettings& settings) const;
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 Q_SIGNALS:
     /// From now on the message is to be sent every so many milliseconds; 0: no longer.
@@ -61,6 +58,7 @@ Q_SIGNALS:
     void refused(const QString& text);
 
 private:
+    std::size_t shownRows() const override { return m_items.size(); }
     bool edit(SSendItem& item, int column, const QString& text);
     void setRunning(int row, bool running);
 

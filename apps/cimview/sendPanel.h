@@ -29,14 +29,14 @@ public:
 
 private:
     void makeWidgets();
-    void layOut();
+    void makeLayout();
     void connectWidgets();
     void showInterfaces();
     bool typedMessage(Cim::CCanMessage& message);
     void sendTyped();
     void addTyped();
-    void sendChosen();
-    void removeChosen();
+    void sendSelected();
+    void removeSelected();
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
     void showProblem(const QString& text);
 
@@ -47,7 +47,7 @@ private:
     QSpinBox* m_interval;
     QPushButton* m_send;
     QPushButton* m_add;
-    QPushButton* m_sendChosen;
+    QPushButton* m_sendSelected;
     QPushButton* m_stop;
     QPushButton* m_remove;
     QTableView* m_table;

@@ -15,7 +15,7 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
       m_scan(plugins, [this](auto found) { m_interfaces.addFound(std::move(found)); }),
       m_feed(m_names)
 {
-    connect(&m_interfaces, &CInterfaceList::eventHappened, &m_events, &CEventModel::add);
+    connect(&m_interfaces, &CInterfaceList::eventRaised, &m_events, &CEventModel::add);
     connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, std::optional<int> percent) {
         m_busloads.add(name, {microsecondsNow(), percent});
     });
@@ -59,12 +59,12 @@ void CWorkbench::startScan()
 
 void CWorkbench::note(const QString& text)
 {
-    m_events.add({microsecondsNow(), EEvent::eNote, QString(), 0, 1, text});
+    m_events.add(eventNow(EEvent::eNote, text));
 }
 
 void CWorkbench::warn(const QString& text)
 {
-    m_events.add({microsecondsNow(), EEvent::eWarning, QString(), 0, 1, text});
+    m_events.add(eventNow(EEvent::eWarning, text));
 }
 
 void CWorkbench::fetch()

@@ -1,9 +1,9 @@
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
+#include <QLabel>
 #include <QMenu>
 #include <QTableView>
 #include <QToolBar>
@@ -15,8 +15,8 @@ namespace vexmor::Apps::Cimview
 
 namespace
 {
-/// The chosen rows as lines, cells with tabs between, in the order in which they are seen.
-QString chosenText(const QTableView& table)
+/// The selected rows as lines, with tabs between the cells, in the order in which they are shown.
+QString selectedText(const QTableView& table)
 {
     QModelIndexList rows = table.selectionModel()->selectedRows();
     std::sort(rows.begin(), rows.end());
@@ -63,11 +63,9 @@ void setUpTable(QTableView& table)
     table.horizontalHeader()->setFont(QApplication::font());
     table.horizontalHeader()->setStretchLastSection(true);
     table.horizontalHeader()->setHighlightSections(false);
-    auto* const copy = new QAction(QCoreApplication::translate("Table", "Copy rows"), &table);
-    copy->setShortcut(QKeySequence::Copy);
+    QAction* const copy = makeAction(&table, QCoreApplication::translate("Table", "Copy rows"), QKeySequence::Copy,
+                                     [&table] { QApplication::clipboard()->setText(selectedText(table)); });
     copy->setShortcutContext(Qt::WidgetShortcut);
-    QObject::connect(copy, &QAction::triggered, &table,
-                     [&table] { QApplication::clipboard()->setText(chosenText(table)); });
     table.addAction(copy);
     table.setContextMenuPolicy(Qt::ActionsContextMenu);
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
@@ -84,6 +82,7 @@ void setColumnWidths(QTableView& table, const QStringList& samples)
         table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
     }
 }
+
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
 {
     auto* const bar = new QToolBar(parent);
@@ -93,6 +92,13 @@ QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
         bar->widgetForAction(action)->setFocusPolicy(Qt::StrongFocus);
     }
     return bar;
+}
+
+QLabel* makeLabel(const QString& text, QWidget* field)
+{
+    auto* const label = new QLabel(text, field->parentWidget());
+    label->setBuddy(field);
+    return label;
 }
 
 } // namespace vexmor::Apps::Cimview
