@@ -114,9 +114,12 @@ private Q_SLOTS:
         QFETCH(QByteArray, error);
         const auto [exitCode, report, said] = run(QStringLiteral(CIM_CIMVIEW " ") + QLatin1String(rowName()));
         QTEST(exitCode, "exitCode");
-        QVERIFY2(error.isEmpty() || (said.startsWith("error: ") && said.contains(error) && said.count('\n') == 1),
-                 said.constData());
-        QVERIFY2(error.isEmpty() ? !report.startsWith("received 0,") : report.isEmpty(), report.constData());
+        if (!error.isEmpty()) {
+            QVERIFY2(said.startsWith("error: "), said.constData());
+            QVERIFY2(said.contains(error), said.constData());
+            QCOMPARE(said.count('\n'), 1);
+            QCOMPARE(report, QByteArray());
+        }
     }
 
     void severalAtOnce()
@@ -124,7 +127,8 @@ private Q_SLOTS:
         SWindow run;
         CSimGateway stage(run.bus);
         listenOn(stage);
-        QVERIFY(run.openAndWait(HALL, run.hall) && run.openAndWait(STAGE, stage));
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        QVERIFY(run.openAndWait(STAGE, stage));
         run.bus.send(message(0x100, hex("AA")));
         run.list().session(HALL)->send(message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
@@ -152,8 +156,8 @@ private Q_SLOTS:
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
-        QVERIFY(lost.text.startsWith(QLatin1String("TCP connection lost.")) &&
-                lost.text.contains(QLatin1String("- network cable")));
+        QVERIFY(lost.text.startsWith("TCP connection lost."_s));
+        QVERIFY(lost.text.contains("- network cable"_s));
         run.list().session(HALL)->send(message(0x100)); // refused with a code, counted in one row
         run.list().session(HALL)->send(message(0x100));
         QTRY_COMPARE(events.unread(), 5);
@@ -197,7 +201,8 @@ private Q_SLOTS:
         listenOn(*goes);
         const CDeafPort deaf;
         auto run = std::make_unique<SWindow>();
-        QVERIFY(run->openAndWait(HALL, stays) && run->openAndWait(STAGE, *goes));
+        QVERIFY(run->openAndWait(HALL, stays));
+        QVERIFY(run->openAndWait(STAGE, *goes));
         if (situation == "flood") {
             stays.flood(20000);
             QTRY_VERIFY(run->trace().rowCount() > 0);
@@ -325,7 +330,8 @@ private Q_SLOTS:
         QScrollBar* const bar = run.window->messagePanel().traceView().verticalScrollBar();
         const std::vector<STraceRecord> many(1000);
         run.workbench.feed().show(many);
-        QTRY_VERIFY(bar->maximum() > 900 && bar->value() == bar->maximum());
+        QTRY_VERIFY(bar->maximum() > 900);
+        QTRY_COMPARE(bar->value(), bar->maximum());
         run.window->resize(run.window->width(), run.window->height() + 100);
         run.window->resize(run.window->width(), run.window->height() - 200);
         QTRY_COMPARE(bar->value(), bar->maximum());
