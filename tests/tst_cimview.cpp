@@ -294,7 +294,7 @@ private Q_SLOTS:
         run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
         run.window->logs().load(writeFile(m_folder, "no log"));
-        QTRY_COMPARE(run.workbench.events().unread(), 1); // told, and nothing is lost by it
+        QTRY_COMPARE(run.workbench.events().unread(), 1); // reported, and the trace stays
         QCOMPARE(run.trace().rowCount(), 1);
         run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);

@@ -281,7 +281,7 @@ private Q_SLOTS:
                            }));
     }
 
-    void logProblemsAreTold()
+    void logProblemsAreReported()
     {
         std::vector<STraceRecord> loaded;
         const QVariant error = load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"), loaded);
@@ -383,13 +383,13 @@ private Q_SLOTS:
         list.sort(CInterfaceList::eAddress, Qt::DescendingOrder);
         QCOMPARE(list.at(0).name(), "10.0.0.7:30000:TCP"_s);
 
-        const QSignalSpy told(&list, &CInterfaceList::eventRaised);
+        const QSignalSpy events(&list, &CInterfaceList::eventRaised);
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
         list.addFound(std::move(found));
         QCOMPARE(list.at(list.rowCount() - 1).name(), "hall (1002)"_s);
-        QCOMPARE(told.size(), 1);
+        QCOMPARE(events.size(), 1);
     }
 
 private:

@@ -14,7 +14,7 @@ enum class EEvent {
     eInterfaceError, ///< an error that an interface raised
     eResult,         ///< an operation was refused with a code
     eWarning,        ///< something was lost or did not work, without a number
-    eNote            ///< for the user to know
+    eNote            ///< a notice
 };
 
 struct SEvent {
@@ -22,15 +22,15 @@ struct SEvent {
     EEvent kind = EEvent::eNote;
     QString source;          ///< name of the interface; empty: the program
     int number = 0;          ///< of the error, or the code
-    std::uint64_t count = 1; ///< how often, one after the other
-    QString text;            ///< all of it
+    std::uint64_t count = 1; ///< how often it happened in a row
+    QString text;            ///< the whole text
 };
 
 /// An event that happens now.
 SEvent eventNow(EEvent kind, const QString& text, const QString& source = {}, int number = 0);
 
 /// The event log, oldest first: the last 10,000 events. Events of one kind that follow each other within a second share
-/// a row, so that a flood pushes out nothing else. Counts what the user has not seen yet.
+/// a row, so that a flood removes no others. Counts the events that the user has not seen yet.
 class CEventModel : public CTableModel
 {
     Q_OBJECT
@@ -44,7 +44,7 @@ public:
     void add(const SEvent& event);
     void clear();
     const SEvent& eventAt(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
-    /// Errors and refusals since the user looked.
+    /// Number of events but notes since the last call of `markRead`.
     int unread() const { return m_unread; }
     void markRead();
 

@@ -15,8 +15,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// One row for each identifier, direction and interface, in this order: how many messages, how often, the last data,
-/// and which of its bytes changed within the last second.
+/// One row per identifier, interface and direction, sorted in this order: count, rate, periods and last data of its
+/// messages, and which bytes changed within the last second.
 class CIdentifierModel : public CTableModel
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ public:
     };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
-    /// Role of what rows are sorted by: numbers as numbers.
+    /// Role by which rows are sorted: numbers as numbers.
     static constexpr int SORT_ROLE = Qt::UserRole + 1;
     /// Time for which a change is marked.
     static constexpr std::int64_t MARK_MICROSECONDS = 1000000;
@@ -69,7 +69,7 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const STraceRecord& record);
-    /// The number that a column shows; nothing where it shows none.
+    /// The number in a column; nothing where the cell is empty.
     static std::optional<double> numberIn(const SRow& row, int column);
     SRow& rowFor(const STraceRecord& record);
     int changedBytes(const SRow& row) const;

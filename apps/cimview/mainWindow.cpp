@@ -89,7 +89,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
     resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
-    send->raise(); // unless the state says otherwise
+    send->raise(); // until the saved state is loaded
     loadState();
 }
 
@@ -98,7 +98,7 @@ CMainWindow::~CMainWindow() = default;
 QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
 {
     auto* const dock = new QDockWidget(title, this);
-    dock->setObjectName(name); // saveState tells the docks apart by it
+    dock->setObjectName(name); // the key of the dock in the saved state
     dock->setWidget(panel);
     addDockWidget(area, dock);
     return dock;
@@ -122,6 +122,17 @@ void CMainWindow::makeMenus()
     messages->addSeparator();
     messages->addActions(m_messages->timeActions());
 
+    makeViewMenu();
+    menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
+        QMessageBox::about(this, windowTitle(),
+                           tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
+                              "Its guide is docs/cimview.md of the source.")
+                               .arg(QStringLiteral(CIM_VERSION)));
+    });
+}
+
+void CMainWindow::makeViewMenu()
+{
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     const QList<QDockWidget*> docks = findChildren<QDockWidget*>();
     int number = 1;
@@ -139,13 +150,6 @@ void CMainWindow::makeMenus()
     m_dark->setCheckable(true);
     connect(m_dark, &QAction::toggled, this, &setDark);
     view->addAction(m_dark);
-
-    menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
-        QMessageBox::about(this, windowTitle(),
-                           tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
-                              "Its guide is docs/cimview.md of the source.")
-                               .arg(QStringLiteral(CIM_VERSION)));
-    });
 }
 
 void CMainWindow::showUnread(int unread)

@@ -45,6 +45,7 @@ protected:
 private:
     QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
     void makeMenus();
+    void makeViewMenu();
     void showUnread(int unread);
     void showRate();
     void loadState();

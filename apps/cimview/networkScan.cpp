@@ -17,7 +17,7 @@ bool CNetworkScan::start()
     }
     for (const SPlugin& plugin : m_plugins) {
         auto scan = std::make_unique<CInterfaceScan>(plugin);
-        if (scan->start({})) { // this one does not scan now, others may
+        if (scan->start({})) { // the other plugins may still scan
             continue;
         }
         connect(scan.get(), &CInterfaceScan::finished, this, &CNetworkScan::onFinished);
@@ -35,7 +35,7 @@ void CNetworkScan::onFinished()
     for (auto& scan : m_scans) {
         found += static_cast<int>(scan->found().size());
         m_take(std::move(scan->found()));
-        scan.release()->deleteLater(); // one of them is what calls
+        scan.release()->deleteLater(); // one of them emitted the signal
     }
     m_scans.clear();
     Q_EMIT finished(found);

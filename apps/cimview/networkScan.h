@@ -17,15 +17,15 @@ class CNetworkScan : public QObject
 public:
     using Interfaces = std::vector<std::unique_ptr<CCanInterface>>;
 
-    /// `plugins` must outlive the scan. `take` gets what each of them has found.
+    /// `plugins` must outlive the scan. `take` receives the interfaces that each of them has found.
     CNetworkScan(const std::vector<SPlugin>& plugins, std::function<void(Interfaces)> take);
 
-    /// False when no plugin starts to scan; true as well when a scan runs already.
+    /// Returns false when no plugin can start; true also when a scan runs already.
     bool start();
     bool isRunning() const { return !m_scans.empty(); }
 
 Q_SIGNALS:
-    /// Every plugin has handed over what it found: so many interfaces.
+    /// Every plugin has delivered its interfaces; their number.
     void finished(int found);
 
 private:
@@ -33,7 +33,7 @@ private:
 
     const std::vector<SPlugin>& m_plugins;
     const std::function<void(Interfaces)> m_take;
-    std::vector<std::unique_ptr<CInterfaceScan>> m_scans; ///< those that run, one a plugin
+    std::vector<std::unique_ptr<CInterfaceScan>> m_scans; ///< that run, one per plugin
 };
 
 } // namespace vexmor::Apps::Cimview

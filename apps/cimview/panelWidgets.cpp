@@ -55,7 +55,7 @@ void setUpTable(QTableView& table)
     table.setShowGrid(false);
     table.setWordWrap(false);
     table.setTabKeyNavigation(false);
-    // All rows of one known height: the view never asks a row for its own, however many there are.
+    // All rows of one known height, so that the view measures none of them.
     table.verticalHeader()->hide();
     table.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table.verticalHeader()->setMinimumSectionSize(1);

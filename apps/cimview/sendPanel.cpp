@@ -127,29 +127,26 @@ void CSendPanel::showInterfaces()
     }
 }
 
-bool CSendPanel::typedMessage(Cim::CCanMessage& message)
+std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 {
-    QString error;
-    const bool ok = parseMessage(m_id->text(), m_data->text(), message, error);
-    showProblem(ok ? QString() : error);
-    return ok;
+    Result<Cim::CCanMessage> message = readMessage(m_id->text(), m_data->text());
+    showProblem(message ? QString() : message.problem().text);
+    return message ? std::optional(*message) : std::nullopt;
 }
 
 void CSendPanel::sendTyped()
 {
-    Cim::CCanMessage message;
+    const auto message = typedMessage();
     CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
-    if (typedMessage(message) && session != nullptr) {
-        session->send(message);
+    if (message && session != nullptr) {
+        session->send(*message);
     }
 }
 
 void CSendPanel::addTyped()
 {
-    SSendItem item;
-    if (typedMessage(item.message)) {
-        item.milliseconds = m_interval->value();
-        m_workbench.sendList().add(item);
+    if (const auto message = typedMessage()) {
+        m_workbench.sendList().add({*message, m_interval->value(), {}});
     }
 }
 

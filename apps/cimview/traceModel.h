@@ -13,8 +13,8 @@ namespace vexmor::Apps::Cimview
 
 /// The last messages, oldest first, those that the matcher lets through as rows.
 ///
-/// Bounded: when it is full, the oldest tenth goes at once, so that a view has the cost of removed rows rarely. Rows
-/// only come at the end and only go at the beginning; another matcher resets the model.
+/// Bounded: a full trace drops its oldest tenth at once, so that views pay for removed rows rarely. Rows are only added
+/// at the end and only removed at the beginning; another matcher resets the model.
 class CTraceModel : public CTableModel
 {
     Q_OBJECT
@@ -31,7 +31,7 @@ public:
     /// `names` must outlive the model.
     explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY);
 
-    /// Takes messages in one go; of more than fit, the last.
+    /// Adds messages; of more than fit, the last.
     void append(const std::vector<STraceRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);

@@ -7,7 +7,7 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// One message on its way to the models, and as they keep it by the hundred thousand.
+/// A message as the models keep it, by the hundred thousand.
 struct STraceRecord {
     std::int64_t microseconds = 0; ///< since the epoch
     Cim::CCanMessage message;
