@@ -1,10 +1,6 @@
 #pragma once
 
-#include "apps/host/interfaceStore.h"
-
 #include <QDialog>
-
-#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -14,6 +10,8 @@ class QLineEdit;
 namespace vexmor::Apps::Cimview
 {
 
+class CInterfaceList;
+
 /// The dialog for a new interface: name, address and bit rate; the plugin's own dialog has the rest. Stays open until
 /// the interface is accepted or the user cancels.
 class CAddDialog : public QDialog
@@ -21,15 +19,12 @@ class CAddDialog : public QDialog
     Q_OBJECT
 
 public:
-    /// Adds the interface; returns what is wrong with it.
-    using Accept = std::function<Failure(const QString& name, const Settings& settings, bool keep)>;
-
-    CAddDialog(Accept accept, QWidget* parent);
+    CAddDialog(CInterfaceList& interfaces, QWidget* parent);
 
     void accept() override;
 
 private:
-    const Accept m_accept;
+    CInterfaceList& m_interfaces;
     QLineEdit* m_name;
     QLineEdit* m_address;
     QComboBox* m_baudrate;

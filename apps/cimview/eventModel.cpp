@@ -60,11 +60,6 @@ void CEventModel::clear()
     markRead();
 }
 
-void CEventModel::markRead()
-{
-    setUnread(0);
-}
-
 void CEventModel::setUnread(int unread)
 {
     if (unread != m_unread) {

@@ -46,7 +46,7 @@ public:
     const SEvent& eventAt(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
     /// Number of events but notes since the last call of `markRead`.
     int unread() const { return m_unread; }
-    void markRead();
+    void markRead() { setUnread(0); }
 
     QVariant data(const QModelIndex& index, int role) const override;
 

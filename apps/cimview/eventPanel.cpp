@@ -15,11 +15,10 @@ namespace vexmor::Apps::Cimview
 CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     : QWidget(parent), m_events(events), m_table(new QTableView(this)), m_text(new QPlainTextEdit(this))
 {
-    m_table->setModel(&events);
-    setUpTable(*m_table);
+    setUpTable(*m_table, events,
+               {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"), QStringLiteral("error 100"),
+                QStringLiteral("1000")});
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
-    setColumnWidths(*m_table, {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"),
-                               QStringLiteral("error 100"), QStringLiteral("1000")});
     setFocusProxy(m_table);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);

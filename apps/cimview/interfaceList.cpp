@@ -19,11 +19,7 @@ constexpr int MAX_ADDED = 1000; ///< by one scan
 /// Address, port and protocol as the user types them.
 QString addressText(const Cim::CCommonInfo& info)
 {
-    QString address;
-    QString port;
-    Cim::CCommonInfo::EProtocolType protocol = Cim::CCommonInfo::eProtocolInvalid;
-    return info.isIpPort() && info.ipAddress(address, port, protocol) ? info.port().section(QLatin1Char('='), 1)
-                                                                      : info.port();
+    return info.isIpPort() ? info.port().section(QLatin1Char('='), 1) : info.port();
 }
 
 QString stateText(EInterfaceState state)
@@ -191,6 +187,15 @@ QStringList CInterfaceList::openNames() const
         }
     }
     return names;
+}
+
+bool CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
+{
+    CSession* const open = session(name);
+    if (open != nullptr) {
+        open->send(message);
+    }
+    return open != nullptr;
 }
 
 int CInterfaceList::activeCount() const

@@ -40,6 +40,8 @@ public:
     CSession* session(const QString& name) const;
     /// Names of the interfaces that messages can be sent on, in the order of the rows.
     QStringList openNames() const;
+    /// Sends a message; returns false when the interface is not open. A refusal by the interface is an event.
+    bool send(const QString& name, const Cim::CCanMessage& message) const;
     /// Number of interfaces that are not closed.
     int activeCount() const;
     /// The row of the event log for an error of an interface.

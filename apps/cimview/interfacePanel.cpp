@@ -5,15 +5,14 @@
 #include "apps/cimview/workbench.h"
 
 #include <QComboBox>
-#include <QGridLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
-#include <QSettings>
 #include <QTableView>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 #include <algorithm>
 
@@ -21,7 +20,6 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-const QString COLUMNS = QStringLiteral("InterfaceColumns");
 /// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
 constexpr int USUAL_SCAN_MS = 4500;
 constexpr int SCAN_STEP_MS = 100;
@@ -37,8 +35,11 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
       m_hint(new QLabel(this))
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    m_table->setModel(&interfaces);
-    setUpTable(*m_table);
+    m_table->setObjectName(QStringLiteral("InterfaceColumns"));
+    setUpTable(*m_table, interfaces,
+               {QStringLiteral("Some interface 1"), QStringLiteral("gateway away"), QStringLiteral("100 %"),
+                QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
+                QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
     m_table->setSortingEnabled(true);
     m_progress->setRange(0, USUAL_SCAN_MS);
@@ -48,9 +49,6 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
     makeLayout();
-    setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("gateway away"),
-                               QStringLiteral("100 %"), QStringLiteral("192.168.1.70:30000:TCP"),
-                               QStringLiteral("1000 kbit/s"), QStringLiteral("T93"), QStringLiteral("02.03")});
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::updateActions);
     connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::updateActions);
     connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
@@ -146,9 +144,7 @@ void CInterfacePanel::removeSelected()
 void CInterfacePanel::addInterface()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    CAddDialog dialog([&interfaces](const QString& name, const Settings& settings,
-                                    bool keep) { return interfaces.add(name, settings, keep); },
-                      this);
+    CAddDialog dialog(interfaces, this);
     if (dialog.exec() == QDialog::Accepted) {
         selectRow(interfaces.rowCount() - 1);
     }
@@ -231,16 +227,6 @@ void CInterfacePanel::updateActions()
     m_baudrate->setEnabled(anyClosed);
     const int rate = rows.isEmpty() ? 0 : interfaces.at(rows.first()).settings().baudrate();
     m_baudrate->setCurrentIndex(m_baudrate->findData(QString::number(rate)));
-}
-
-void CInterfacePanel::loadState(QSettings& settings)
-{
-    m_table->horizontalHeader()->restoreState(settings.value(COLUMNS).toByteArray());
-}
-
-void CInterfacePanel::saveState(QSettings& settings) const
-{
-    settings.setValue(COLUMNS, m_table->horizontalHeader()->saveState());
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -8,7 +8,6 @@
 class QComboBox;
 class QLabel;
 class QProgressBar;
-class QSettings;
 class QTableView;
 
 namespace vexmor::Apps::Cimview
@@ -31,9 +30,6 @@ public:
     void configure();
     /// Starts a scan and shows its progress.
     void startScan();
-
-    void loadState(QSettings& settings);
-    void saveState(QSettings& settings) const;
 
 private:
     void makeActions();

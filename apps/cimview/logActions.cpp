@@ -98,20 +98,15 @@ void CLogActions::chooseRecord(bool start)
 
 void CLogActions::chooseReplay(bool start)
 {
-    CInterfaceList& interfaces = m_workbench.interfaces();
+    const CInterfaceList& interfaces = m_workbench.interfaces();
     const QStringList open = interfaces.openNames();
     bool chosen = start && !open.isEmpty();
     const QString name =
         chosen ? QInputDialog::getItem(m_window, tr("Replay"), tr("Send what is shown on:"), open, 0, false, &chosen)
                : QString();
     if (chosen) {
-        m_player.start(m_workbench.feed().trace().records(), [&interfaces, name](const Cim::CCanMessage& message) {
-            CSession* const session = interfaces.session(name);
-            if (session != nullptr) {
-                session->send(message);
-            }
-            return session != nullptr;
-        });
+        m_player.start(m_workbench.feed().trace().records(),
+                       [&interfaces, name](const auto& message) { return interfaces.send(name, message); });
         return;
     }
     m_replay->setChecked(false);

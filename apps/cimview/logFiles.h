@@ -48,6 +48,9 @@ private:
 /// A message as a line of a log, without a line end, under the name of its interface.
 QByteArray logLine(const STraceRecord& record, const CSourceNames& names);
 
+/// A text for the user: why a file cannot be written.
+QString writeProblem(const QFileDevice& file);
+
 /// Writes messages as a log in candump's format, one piece per turn of the event loop. The file appears when it is
 /// whole.
 class CLogSaver : public QObject

@@ -13,6 +13,7 @@
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QFileInfo>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -21,6 +22,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
+#include <QTableView>
 
 namespace vexmor::Apps::Cimview
 {
@@ -30,6 +32,9 @@ const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
 const QString DARK = QStringLiteral("Dark");
+/// Names of the tables whose columns are kept, and the keys of these.
+const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("TraceColumns"),
+                           QStringLiteral("IdentifierColumns")};
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
@@ -185,7 +190,9 @@ void CMainWindow::loadState()
     restoreState(settings.value(STATE).toByteArray());
     m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
     m_messages->loadState(settings);
-    m_interfaces->loadState(settings);
+    for (const QString& key : COLUMNS) {
+        findChild<QTableView*>(key)->horizontalHeader()->restoreState(settings.value(key).toByteArray());
+    }
     m_workbench.sendList().load(settings);
 }
 
@@ -197,7 +204,9 @@ void CMainWindow::saveState()
     settings.setValue(STATE, QMainWindow::saveState());
     settings.setValue(DARK, m_dark->isChecked());
     m_messages->saveState(settings);
-    m_interfaces->saveState(settings);
+    for (const QString& key : COLUMNS) {
+        settings.setValue(key, findChild<QTableView*>(key)->horizontalHeader()->saveState());
+    }
     m_workbench.sendList().save(settings);
 }
 

@@ -8,7 +8,6 @@
 #include <QActionGroup>
 #include <QFontDatabase>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QScrollBar>
@@ -24,8 +23,6 @@ namespace
 const QString ID_FILTER = QStringLiteral("IdFilter");
 const QString TEXT_FILTER = QStringLiteral("TextFilter");
 const QString TAB = QStringLiteral("MessageTab");
-const QString TRACE_COLUMNS = QStringLiteral("TraceColumns");
-const QString IDENTIFIER_COLUMNS = QStringLiteral("IdentifierColumns");
 /// A filter is applied when the user stops typing: it goes over the whole trace.
 constexpr int FILTER_DELAY_MS = 250;
 constexpr int COUNT_INTERVAL_MS = 500;
@@ -116,19 +113,18 @@ void CMessagePanel::makeTables()
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     const QString data = QStringLiteral("00 11 22 33 44 55 66 77  ");
     m_traceView->setFont(fixed);
-    m_traceView->setModel(&m_feed.trace());
-    setUpTable(*m_traceView);
-    setColumnWidths(*m_traceView, {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"),
-                                   QStringLiteral("RX  "), QStringLiteral("7FF  "), QStringLiteral("8"), data});
+    m_traceView->setObjectName(QStringLiteral("TraceColumns"));
+    setUpTable(*m_traceView, m_feed.trace(),
+               {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
+                QStringLiteral("7FF  "), QStringLiteral("8"), data});
     m_traceView->setColumnHidden(CTraceModel::eAdmin, true); // for those who know these messages
     m_identifierView->setFont(fixed);
-    m_identifierView->setModel(&m_identifiers);
+    m_identifierView->setObjectName(QStringLiteral("IdentifierColumns"));
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
-    setUpTable(*m_identifierView);
-    setColumnWidths(*m_identifierView,
-                    {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
-                     QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
-                     QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
+    setUpTable(*m_identifierView, m_identifiers,
+               {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
+                QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
+                QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
     m_identifierView->setSortingEnabled(true);
     m_identifierView->sortByColumn(CIdentifierModel::eId, Qt::AscendingOrder);
     addRowActions(*m_traceView, [this](int row) { return m_feed.trace().record(row); });
@@ -226,8 +222,6 @@ void CMessagePanel::loadState(QSettings& settings)
     m_idEdit->setText(settings.value(ID_FILTER).toString());
     m_textEdit->setText(settings.value(TEXT_FILTER).toString());
     setTab(settings.value(TAB).toInt());
-    m_traceView->horizontalHeader()->restoreState(settings.value(TRACE_COLUMNS).toByteArray());
-    m_identifierView->horizontalHeader()->restoreState(settings.value(IDENTIFIER_COLUMNS).toByteArray());
     applyFilter();
 }
 
@@ -236,8 +230,6 @@ void CMessagePanel::saveState(QSettings& settings) const
     settings.setValue(ID_FILTER, m_idEdit->text());
     settings.setValue(TEXT_FILTER, m_textEdit->text());
     settings.setValue(TAB, m_tabs->currentIndex());
-    settings.setValue(TRACE_COLUMNS, m_traceView->horizontalHeader()->saveState());
-    settings.setValue(IDENTIFIER_COLUMNS, m_identifierView->horizontalHeader()->saveState());
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -39,6 +39,7 @@ public:
     void setTab(int tab);
     QTableView& traceView() { return *m_traceView; }
 
+    /// Filters and tab, in the group that is open on `settings`.
     void loadState(QSettings& settings);
     void saveState(QSettings& settings) const;
 

@@ -6,6 +6,7 @@
 #include <QLocale>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <string_view>
@@ -14,27 +15,27 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
-
-/// What the text filter looks at, in upper case: direction, identifier, data with blanks and without, ASCII. Made for
-/// every message of a busy bus: without an allocation.
+/// The text that the text filter searches, in upper case: direction, identifier, data with blanks and without, ASCII.
+/// Made for every message of a busy bus: without an allocation.
 class CSearchLine
 {
 public:
     explicit CSearchLine(const STraceRecord& record)
     {
-        const unsigned int id = record.message.id().value();
-        append(record.sent ? "TX " : "RX ");
-        for (int shift = 8; shift >= 0; shift -= 4) {
-            append(HEX_DIGITS[(id >> shift) & 0xF]);
-        }
-        appendData(record.message, true);
-        appendData(record.message, false);
+        const unsigned char* const begin = record.message.data();
+        const unsigned char* const end = begin + record.message.length();
+        append(record.sent ? 'T' : 'R');
+        append('X');
         append(' ');
-        for (unsigned int i = 0; i < record.message.length(); ++i) {
-            const char letter = CanLog::asciiOf(record.message.data()[i]);
-            append(letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter);
+        appendHex(record.message.id().value(), 3);
+        for (const unsigned char* byte = begin; byte != end; ++byte) {
+            append(' ');
+            appendHex(*byte, 2);
         }
+        append(' ');
+        std::for_each(begin, end, [this](unsigned char byte) { appendHex(byte, 2); });
+        append(' ');
+        std::for_each(begin, end, [this](unsigned char byte) { append(upper(CanLog::asciiOf(byte))); });
     }
     bool contains(const std::string& text) const
     {
@@ -42,26 +43,19 @@ public:
     }
 
 private:
-    void append(char letter) { m_text[m_size++] = letter; }
-    void append(const char* text)
+    static char upper(char letter)
     {
-        while (*text != '\0') {
-            append(*text++);
-        }
+        return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
     }
-    void appendData(const Cim::CCanMessage& message, bool blanks)
+    void append(char letter) { m_text[m_size++] = letter; }
+    void appendHex(unsigned int number, int digits)
     {
-        append(' ');
-        for (unsigned int i = 0; i < message.length(); ++i) {
-            if (blanks && i > 0) {
-                append(' ');
-            }
-            append(HEX_DIGITS[message.data()[i] >> 4]);
-            append(HEX_DIGITS[message.data()[i] & 0xF]);
+        while (--digits >= 0) {
+            append("0123456789ABCDEF"[(number >> (4 * digits)) & 0xF]);
         }
     }
 
-    std::array<char, 64> m_text{}; ///< 3 + 3 + 1 + 23 + 1 + 16 + 1 + 8 at most
+    std::array<char, 64> m_text{}; ///< 3 + 3 + 24 + 1 + 16 + 1 + 8 at most
     std::size_t m_size = 0;
 };
 } // namespace

@@ -1,12 +1,14 @@
 #include "apps/cimview/networkScan.h"
 
+#include "apps/cimview/interfaceList.h"
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
 {
 
-CNetworkScan::CNetworkScan(const std::vector<SPlugin>& plugins, std::function<void(Interfaces)> take)
-    : m_plugins(plugins), m_take(std::move(take))
+CNetworkScan::CNetworkScan(const std::vector<SPlugin>& plugins, CInterfaceList& interfaces)
+    : m_plugins(plugins), m_interfaces(interfaces)
 {
 }
 
@@ -34,7 +36,7 @@ void CNetworkScan::onFinished()
     int found = 0;
     for (auto& scan : m_scans) {
         found += static_cast<int>(scan->found().size());
-        m_take(std::move(scan->found()));
+        m_interfaces.addFound(std::move(scan->found()));
         scan.release()->deleteLater(); // one of them emitted the signal
     }
     m_scans.clear();

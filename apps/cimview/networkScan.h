@@ -2,12 +2,13 @@
 
 #include "apps/host/interfaceScan.h"
 
-#include <functional>
 #include <memory>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
 {
+
+class CInterfaceList;
 
 /// A scan of the network by every plugin at once, as often as the user likes. Lives in the thread of the plugins.
 class CNetworkScan : public QObject
@@ -15,10 +16,8 @@ class CNetworkScan : public QObject
     Q_OBJECT
 
 public:
-    using Interfaces = std::vector<std::unique_ptr<CCanInterface>>;
-
-    /// `plugins` must outlive the scan. `take` receives the interfaces that each of them has found.
-    CNetworkScan(const std::vector<SPlugin>& plugins, std::function<void(Interfaces)> take);
+    /// Adds the interfaces that are found to a list. Both must outlive the scan.
+    CNetworkScan(const std::vector<SPlugin>& plugins, CInterfaceList& interfaces);
 
     /// Returns false when no plugin can start; true also when a scan runs already.
     bool start();
@@ -32,7 +31,7 @@ private:
     void onFinished();
 
     const std::vector<SPlugin>& m_plugins;
-    const std::function<void(Interfaces)> m_take;
+    CInterfaceList& m_interfaces;
     std::vector<std::unique_ptr<CInterfaceScan>> m_scans; ///< that run, one per plugin
 };
 

@@ -48,8 +48,9 @@ void chooseColumns(QTableView& table, const QPoint& place)
 }
 } // namespace
 
-void setUpTable(QTableView& table)
+void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples)
 {
+    table.setModel(&model);
     table.setSelectionBehavior(QAbstractItemView::SelectRows);
     table.setAlternatingRowColors(true);
     table.setShowGrid(false);
@@ -72,10 +73,6 @@ void setUpTable(QTableView& table)
     table.horizontalHeader()->setContextMenuPolicy(Qt::CustomContextMenu);
     QObject::connect(table.horizontalHeader(), &QWidget::customContextMenuRequested, &table,
                      [&table](const QPoint& place) { chooseColumns(table, place); });
-}
-
-void setColumnWidths(QTableView& table, const QStringList& samples)
-{
     const QFontMetrics metrics(table.font());
     for (int column = 0; column < samples.size(); ++column) {
         const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("M"));

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+class QAbstractItemModel;
 class QLabel;
 class QTableView;
 class QToolBar;
@@ -14,12 +15,10 @@ class QToolBar;
 namespace vexmor::Apps::Cimview
 {
 
-/// Compact rows of one height, chosen as a whole; Tab leaves the table. Ctrl+C and the context menu copy the chosen
-/// rows.
-void setUpTable(QTableView& table);
-
-/// Makes the first columns wide enough for these texts, and for their titles.
-void setColumnWidths(QTableView& table, const QStringList& samples);
+/// Makes a table of compact rows of one height, selected as a whole; Tab leaves it, Ctrl+C and the context menu copy
+/// the selected rows. The first columns are wide enough for these samples and for their titles. Uses the font of the
+/// table.
+void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples);
 
 /// Buttons for actions, with their texts, that Tab reaches; a menu has those that do not fit.
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);

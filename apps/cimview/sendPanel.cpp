@@ -6,8 +6,7 @@
 
 #include <QComboBox>
 #include <QFontDatabase>
-#include <QGridLayout>
-#include <QHeaderView>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -19,6 +18,7 @@
 
 namespace vexmor::Apps::Cimview
 {
+
 CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
       m_workbench(workbench),
@@ -59,11 +59,10 @@ void CSendPanel::makeWidgets()
     m_interval->setValue(CSendList::DEFAULT_INTERVAL_MS);
     m_interval->setSuffix(tr(" ms"));
     m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
-    m_table->setModel(&m_workbench.sendList());
-    setUpTable(*m_table);
     m_table->setFont(fixed);
-    setColumnWidths(*m_table, {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"),
-                               QStringLiteral("3600000")});
+    setUpTable(
+        *m_table, m_workbench.sendList(),
+        {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
     m_problem->setWordWrap(true);
 }
 
@@ -136,10 +135,8 @@ std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 
 void CSendPanel::sendTyped()
 {
-    const auto message = typedMessage();
-    CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
-    if (message && session != nullptr) {
-        session->send(*message);
+    if (const auto message = typedMessage()) {
+        m_workbench.interfaces().send(m_interface->currentText(), *message);
     }
 }
 
@@ -152,12 +149,8 @@ void CSendPanel::addTyped()
 
 void CSendPanel::sendSelected()
 {
-    CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
-    const QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    for (const QModelIndex& row : rows) {
-        if (session != nullptr) {
-            session->send(m_workbench.sendList().item(row.row()).message);
-        }
+    for (const QModelIndex& row : m_table->selectionModel()->selectedRows()) {
+        m_workbench.interfaces().send(m_interface->currentText(), m_workbench.sendList().item(row.row()).message);
     }
 }
 

@@ -11,9 +11,7 @@ constexpr int FETCH_INTERVAL_MS = 40;
 } // namespace
 
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
-    : m_interfaces(plugins, m_names, m_mailbox),
-      m_scan(plugins, [this](auto found) { m_interfaces.addFound(std::move(found)); }),
-      m_feed(m_names)
+    : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins, m_interfaces), m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventRaised, &m_events, &CEventModel::add);
     connect(&m_interfaces, &CInterfaceList::busloadRead, this, [this](const QString& name, std::optional<int> percent) {

@@ -495,10 +495,6 @@
         <source>Recording ended: the disk of %1 is nearly full.</source>
         <translation>Aufnahme beendet: Der Datenträger von %1 ist fast voll.</translation>
     </message>
-    <message>
-        <source>%1 cannot be written: %2</source>
-        <translation>%1 kann nicht geschrieben werden: %2</translation>
-    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogSaver</name>
