@@ -8,6 +8,7 @@
 #include "t93Fixture.h"
 
 #include <QClipboard>
+#include <QDialog>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
@@ -303,6 +304,40 @@ private Q_SLOTS:
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
+    }
+
+    void shownMessagesAreSavedAndReplayed()
+    {
+        SWindow run;
+        QList<CCanMessage> sent;
+        connect(&run.hall, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        run.workbench.feed().feed({{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
+        QAction* const replay = run.find<QAction>("Re&play what is shown ...");
+        replay->trigger();
+        QCOMPARE(run.workbench.events().unread(), 1); // nowhere to send it
+        QVERIFY(!replay->isChecked());
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        const auto accept = [](const char* name, const QString& text) { // in the dialog that comes
+            QTimer::singleShot(0, [=] {
+                auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+                auto* const field = dialog->findChild<QLineEdit*>(QLatin1String(name));
+                field != nullptr ? field->setText(text) : void();
+                dialog->accept();
+            });
+        };
+        accept("", {});
+        replay->trigger();
+        QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x123, hex("11")), message(0x7FF)}));
+        QTRY_VERIFY(!replay->isChecked());
+        const QString path = m_folder.filePath("saved.log"_s);
+        QVERIFY(run.workbench.feed().isUnsaved());
+        QTRY_COMPARE(run.trace().rowCount(), 4); // with those that were sent
+        accept("fileNameEdit", path);
+        run.find<QAction>("&Save log ...")->trigger();
+        QTRY_VERIFY(!run.workbench.feed().isUnsaved());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.readAll().contains("(1.000000) hall 123#11 R\n"));
     }
 
     void stateIsKept()
