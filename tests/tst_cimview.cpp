@@ -300,7 +300,7 @@ private Q_SLOTS:
         run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);
         run.bus.send(message(0x100, hex("AA")));
-        QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
+        QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
@@ -311,7 +311,8 @@ private Q_SLOTS:
         SWindow run;
         QList<CCanMessage> sent;
         connect(&run.hall, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
-        run.workbench.feed().feed({{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
+        run.workbench.feed().addLive(
+            {{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
         QAction* const replay = run.find<QAction>("Re&play what is shown ...");
         replay->trigger();
         QCOMPARE(run.workbench.events().unread(), 1); // nowhere to send it

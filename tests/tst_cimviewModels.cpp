@@ -111,14 +111,14 @@ private Q_SLOTS:
         CMessageFeed feed(m_names, 100);
         feed.setPaused(true);
         for (int i = 0; i < 3; ++i) {
-            feed.feed(numbered(i * 50, 50));
+            feed.addLive(numbered(i * 50, 50));
         }
         QCOMPARE(feed.trace().rowCount(), 0);
-        QVERIFY(feed.heldBack() <= 100);
+        QVERIFY(feed.waitingCount() <= 100);
         feed.setPaused(false);
         QCOMPARE(cell(feed.trace(), feed.trace().rowCount() - 1, CTraceModel::eId), "095"_s);
         QVERIFY(feed.trace().rowCount() >= 90);
-        QCOMPARE(feed.heldBack(), std::size_t(0));
+        QCOMPARE(feed.waitingCount(), std::size_t(0));
         feed.trace().setTime(CTraceModel::ETime::eSinceBefore);
         QCOMPARE(cell(feed.trace(), 1, CTraceModel::eTime), "0.000000"_s);
     }

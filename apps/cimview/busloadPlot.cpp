@@ -69,7 +69,7 @@ CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
     insertLegend(new QwtLegend, QwtPlot::TopLegend);
     m_grid->attach(this);
     applyPalette();
-    connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::update);
+    connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::showSamples);
     m_timer.setInterval(UPDATE_INTERVAL_MS);
 }
 
@@ -85,7 +85,7 @@ void CBusloadPlot::showEvent(QShowEvent* event)
 {
     QwtPlot::showEvent(event);
     m_timer.start();
-    update();
+    showSamples();
 }
 
 void CBusloadPlot::resizeEvent(QResizeEvent* event)
@@ -114,7 +114,7 @@ void CBusloadPlot::applyPalette()
     }
 }
 
-void CBusloadPlot::update()
+void CBusloadPlot::showSamples()
 {
     const std::int64_t now = microsecondsNow();
     const auto& samples = m_history.samples();

@@ -33,7 +33,7 @@ protected:
 
 private:
     void applyPalette();
-    void update();
+    void showSamples();
 
     const CBusloadHistory& m_history;
     QwtPlotGrid* m_grid;                       ///< belongs to the plot, as do the curves

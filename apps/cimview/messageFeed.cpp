@@ -10,7 +10,7 @@ CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
 {
 }
 
-void CMessageFeed::feed(const std::vector<STraceRecord>& records)
+void CMessageFeed::addLive(const std::vector<STraceRecord>& records)
 {
     m_unsaved = m_unsaved || !records.empty();
     if (!m_paused) {

@@ -22,15 +22,15 @@ public:
     CTraceModel& trace() { return m_trace; }
     CIdentifierModel& identifiers() { return m_identifiers; }
 
-    /// Live messages, in order.
-    void feed(const std::vector<STraceRecord>& records);
-    /// Messages of a log: shown at once.
+    /// Adds live messages, or holds them back in a pause.
+    void addLive(const std::vector<STraceRecord>& records);
+    /// Adds messages of a log, in a pause as well.
     void show(const std::vector<STraceRecord>& records);
     /// Holds live messages back, or shows those that were held back.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
-    /// Messages that are held back.
-    std::size_t heldBack() const { return m_waiting.size(); }
+    /// Number of messages that are held back.
+    std::size_t waitingCount() const { return m_waiting.size(); }
     /// Removes all messages, those that are held back as well.
     void clear();
     /// True when live messages were added after the last call of `clear` or `markSaved`.

@@ -206,7 +206,7 @@ void CMessagePanel::showCounts()
     if (!m_filterProblem.isEmpty()) {
         m_counts->setText(tr("wrong filter"));
     } else if (m_feed.isPaused()) {
-        m_counts->setText(tr("%L1 waiting").arg(m_feed.heldBack()));
+        m_counts->setText(tr("%L1 waiting").arg(m_feed.waitingCount()));
     } else {
         m_counts->setText(tr("%L1 of %L2").arg(m_feed.trace().rowCount()).arg(m_feed.trace().size()));
     }

@@ -69,7 +69,7 @@ void CWorkbench::fetch()
 {
     m_mailbox.take(m_delivery);
     m_fetched += m_delivery.records.size();
-    m_feed.feed(m_delivery.records);
+    m_feed.addLive(m_delivery.records);
     m_recorder.record(m_delivery.records);
     for (const SErrorRecord& error : m_delivery.errors) {
         m_events.add(m_interfaces.eventOf(error));
