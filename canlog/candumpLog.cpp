@@ -18,7 +18,6 @@ struct Words {
 };
 
 constexpr int ID_DIGITS = 3;
-constexpr int MAX_BYTES = 8;
 constexpr int MAX_LINE = 4096;
 constexpr std::int64_t MICROSECONDS = 1000000;
 
@@ -86,7 +85,7 @@ bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& erro
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
         return fail(error, text, Words::tr("the data must be pairs of hexadecimal digits"));
     }
-    if (data.size() > 2 * MAX_BYTES) {
+    if (data.size() > 2 * MAX_DATA_LENGTH) {
         return fail(error, text, Words::tr("more than 8 data bytes"));
     }
     QByteArray bytes = QByteArray::fromHex(data);
@@ -144,8 +143,7 @@ QByteArray formatAscii(const Cim::CCanMessage& message)
 {
     QByteArray text;
     for (unsigned int i = 0; i < message.length(); ++i) {
-        const unsigned char byte = message.data()[i];
-        text.append(byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.');
+        text.append(asciiOf(message.data()[i]));
     }
     return text;
 }

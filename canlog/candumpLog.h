@@ -16,6 +16,8 @@ namespace vexmor::CanLog
 
 /// The greatest standard identifier.
 constexpr unsigned int MAX_ID = 0x7FF;
+/// The most data bytes that a message holds.
+constexpr int MAX_DATA_LENGTH = 8;
 
 /// One line of a log: when, on which interface, what.
 struct SLogEntry {
@@ -47,7 +49,13 @@ QByteArray formatLogLine(const SLogEntry& entry);
 /// The layout in which candump prints on a terminal: interface, identifier, [length], bytes.
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message);
 
-/// The data as characters, a dot for each byte that is none.
+/// The character of a data byte, a dot for a byte that is none.
+constexpr char asciiOf(unsigned char byte)
+{
+    return byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
+}
+
+/// The data as such characters.
 QByteArray formatAscii(const Cim::CCanMessage& message);
 
 /// Reads a log from a file, entry by entry, in constant memory.

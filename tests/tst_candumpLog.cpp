@@ -31,7 +31,8 @@ private Q_SLOTS:
         QString error;
         QCOMPARE(parseFrame(text, message, error), !formatted.isEmpty());
         if (formatted.isEmpty()) {
-            QVERIFY(error.contains(QString::fromLatin1(text)) && message == CCanMessage());
+            QVERIFY(error.contains(QString::fromLatin1(text)));
+            QVERIFY(message == CCanMessage());
         } else {
             QCOMPARE(formatFrame(message), formatted);
         }
@@ -72,7 +73,8 @@ private Q_SLOTS:
         CLogReader reader;
         SLogEntry entry;
         QString error;
-        QVERIFY(!reader.open(folder.filePath("none"_s), error) && !error.isEmpty());
+        QVERIFY(!reader.open(folder.filePath("none"_s), error));
+        QVERIFY(!error.isEmpty());
         QVERIFY(reader.open(log, error));
         QVERIFY(reader.next(entry, error));
         QCOMPARE(entry.microseconds, std::int64_t(1500000));

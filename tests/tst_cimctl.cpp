@@ -201,6 +201,10 @@ private Q_SLOTS:
         QCOMPARE(cimctl("dump hall/1 --baudrate 50"_s).exitCode, 2);
         QCOMPARE(cimctl("remove hall/1"_s).exitCode, 0);
         QCOMPARE(cimctl("list"_s).out, QByteArray("other  T93  IP=127.0.0.1:1:TCP  the gateway's bit rate\n"));
+        QSettings(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat).setValue("CanInterfaces/other"_s, 1);
+        QCOMPARE(cimctl("remove other"_s).exitCode, 0); // but not the key beside it
+        const QSettings store(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat);
+        QCOMPARE(store.allKeys(), QStringList{"CanInterfaces/other"_s});
         stop(gateway);
     }
 

@@ -1,3 +1,4 @@
+#include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
@@ -7,6 +8,7 @@
 #include "t93Fixture.h"
 
 #include <QClipboard>
+#include <QDialog>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
@@ -113,9 +115,12 @@ private Q_SLOTS:
         QFETCH(QByteArray, error);
         const auto [exitCode, report, said] = run(QStringLiteral(CIM_CIMVIEW " ") + QLatin1String(rowName()));
         QTEST(exitCode, "exitCode");
-        QVERIFY2(error.isEmpty() || (said.startsWith("error: ") && said.contains(error) && said.count('\n') == 1),
-                 said.constData());
-        QVERIFY2(error.isEmpty() ? !report.startsWith("received 0,") : report.isEmpty(), report.constData());
+        if (!error.isEmpty()) {
+            QVERIFY2(said.startsWith("error: "), said.constData());
+            QVERIFY2(said.contains(error), said.constData());
+            QCOMPARE(said.count('\n'), 1);
+            QCOMPARE(report, QByteArray());
+        }
     }
 
     void severalAtOnce()
@@ -123,9 +128,10 @@ private Q_SLOTS:
         SWindow run;
         CSimGateway stage(run.bus);
         listenOn(stage);
-        QVERIFY(run.openAndWait(HALL, run.hall) && run.openAndWait(STAGE, stage));
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        QVERIFY(run.openAndWait(STAGE, stage));
         run.bus.send(message(0x100, hex("AA")));
-        run.list().sender(HALL)->send(message(0x101, hex("BB")));
+        run.list().send(HALL, message(0x101, hex("BB")));
         QTRY_COMPARE(run.lines(),
                      (QStringList{"hall RX 100 AA"_s, "hall TX 101 BB"_s, "stage RX 100 AA"_s, "stage RX 101 BB"_s}));
         run.list().at(run.list().rowOf(HALL)).close();
@@ -151,10 +157,10 @@ private Q_SLOTS:
         const SEvent& lost = events.eventAt(events.rowCount() - 1);
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
-        QVERIFY(lost.text.startsWith(QLatin1String("TCP connection lost.")) &&
-                lost.text.contains(QLatin1String("- network cable")));
-        run.list().sender(HALL)->send(message(0x100)); // refused with a code, counted in one row
-        run.list().sender(HALL)->send(message(0x100));
+        QVERIFY(lost.text.startsWith("TCP connection lost."_s));
+        QVERIFY(lost.text.contains("- network cable"_s));
+        run.list().send(HALL, message(0x100)); // refused with a code, counted in one row
+        run.list().send(HALL, message(0x100));
         QTRY_COMPARE(events.unread(), 5);
         QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
@@ -196,7 +202,8 @@ private Q_SLOTS:
         listenOn(*goes);
         const CDeafPort deaf;
         auto run = std::make_unique<SWindow>();
-        QVERIFY(run->openAndWait(HALL, stays) && run->openAndWait(STAGE, *goes));
+        QVERIFY(run->openAndWait(HALL, stays));
+        QVERIFY(run->openAndWait(STAGE, *goes));
         if (situation == "flood") {
             stays.flood(20000);
             QTRY_VERIFY(run->trace().rowCount() > 0);
@@ -287,16 +294,51 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.hall));
         run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
-        run.window->messagePanel().loadLog(writeFile(m_folder, "no log"));
-        QTRY_COMPARE(run.workbench.events().unread(), 1); // told, and nothing is lost by it
+        run.window->logs().load(writeFile(m_folder, "no log"));
+        QTRY_COMPARE(run.workbench.events().unread(), 1); // reported, and the trace stays
         QCOMPARE(run.trace().rowCount(), 1);
-        run.window->messagePanel().loadLog(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
+        run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);
         run.bus.send(message(0x100, hex("AA")));
-        QTRY_COMPARE(run.workbench.feed().heldBack(), std::size_t(1));
+        QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         run.window->messagePanel().pauseAction().trigger();
         QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
+    }
+
+    void shownMessagesAreSavedAndReplayed()
+    {
+        SWindow run;
+        QList<CCanMessage> sent;
+        connect(&run.hall, &CSimGateway::messageReceived, this, [&sent](const auto& one) { sent.append(one); });
+        run.workbench.feed().addLive(
+            {{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
+        QAction* const replay = run.find<QAction>("Re&play what is shown ...");
+        replay->trigger();
+        QCOMPARE(run.workbench.events().unread(), 1); // nowhere to send it
+        QVERIFY(!replay->isChecked());
+        QVERIFY(run.openAndWait(HALL, run.hall));
+        const auto accept = [](const char* name, const QString& text) { // in the dialog that comes
+            QTimer::singleShot(0, [=] {
+                auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+                auto* const field = dialog->findChild<QLineEdit*>(QLatin1String(name));
+                field != nullptr ? field->setText(text) : void();
+                dialog->accept();
+            });
+        };
+        accept("", {});
+        replay->trigger();
+        QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x123, hex("11")), message(0x7FF)}));
+        QTRY_VERIFY(!replay->isChecked());
+        const QString path = m_folder.filePath("saved.log"_s);
+        QVERIFY(run.workbench.feed().isUnsaved());
+        QTRY_COMPARE(run.trace().rowCount(), 4); // with those that were sent
+        accept("fileNameEdit", path);
+        run.find<QAction>("&Save log ...")->trigger();
+        QTRY_VERIFY(!run.workbench.feed().isUnsaved());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.readAll().contains("(1.000000) hall 123#11 R\n"));
     }
 
     void stateIsKept()
@@ -324,7 +366,8 @@ private Q_SLOTS:
         QScrollBar* const bar = run.window->messagePanel().traceView().verticalScrollBar();
         const std::vector<STraceRecord> many(1000);
         run.workbench.feed().show(many);
-        QTRY_VERIFY(bar->maximum() > 900 && bar->value() == bar->maximum());
+        QTRY_VERIFY(bar->maximum() > 900);
+        QTRY_COMPARE(bar->value(), bar->maximum());
         run.window->resize(run.window->width(), run.window->height() + 100);
         run.window->resize(run.window->width(), run.window->height() - 200);
         QTRY_COMPARE(bar->value(), bar->maximum());

@@ -86,11 +86,13 @@ private Q_SLOTS:
         } else if (info.ipAddress(address, port, protocol)) {
             found = "ip %1 %2 %3"_s.arg(address, port).arg(int(protocol));
         } else { // outputs untouched
-            QVERIFY(com == OTHER && address == OTHER && port == OTHER && protocol == Protocol(9));
+            QCOMPARE((QStringList{com, address, port}), (QStringList{OTHER, OTHER, OTHER}));
+            QCOMPARE(protocol, Protocol(9));
         }
         QCOMPARE(found, parts);
         QCOMPARE(info.ipAddress(address2, port2), parts.startsWith("ip"_s));
-        QVERIFY(address2 == address && port2 == port);
+        QCOMPARE(address2, address);
+        QCOMPARE(port2, port);
     }
 
     void settingsGroups_data()
@@ -133,10 +135,13 @@ private Q_SLOTS:
         plain.setScanable(true);
         CCommonInfo changed = plain;
         cell<Change>("change")(changed);
-        QVERIFY(changed != plain && !(changed == plain));
+        QVERIFY(changed != plain);
+        QVERIFY(!(changed == plain));
         CCommonInfo assigned;
         assigned = changed;
-        QVERIFY(CCommonInfo(changed) == changed && assigned == changed && !(assigned != changed));
+        QVERIFY(CCommonInfo(changed) == changed);
+        QVERIFY(assigned == changed);
+        QVERIFY(!(assigned != changed));
 
         const CPrivateStore folder;
         QSettings store;

@@ -160,7 +160,8 @@ private Q_SLOTS:
             QCOMPARE(user.dialog.windowTitle(), "T93 configuration dialog"_s);
             for (int row = 0; row < ROWS; ++row) {
                 QCOMPARE(qobject_cast<QLabel*>(user.at(row, 0))->text(), labels[row]);
-                QVERIFY(user.at(row)->isEnabled() && user.at(row)->isVisible());
+                QVERIFY(user.at(row)->isEnabled());
+                QVERIFY(user.at(row)->isVisible());
                 QVERIFY(user.at(row)->toolTip().contains(toolTips[row].trimmed()));
             }
             QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second one
@@ -222,7 +223,8 @@ private Q_SLOTS:
                 QCOMPARE(user.dialog.isVisible(), !warning.isEmpty());
                 QCOMPARE(user.shown(), before);
                 leave(user);
-                QVERIFY(!user.dialog.isVisible() && QApplication::activeModalWidget() == nullptr);
+                QVERIFY(!user.dialog.isVisible());
+                QCOMPARE(QApplication::activeModalWidget(), nullptr);
             });
         }
         QTEST(settingsOf(*can), "returned");

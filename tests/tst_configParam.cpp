@@ -82,7 +82,8 @@ private Q_SLOTS:
         QVERIFY(m_info == infoNamed("a"_s));
         QCOMPARE(loaded.saveSettings("Again"_s, m_info), 0);
         QCOMPARE(storedUnder("Again/a"_s), FILLED);
-        QVERIFY(loaded.ipPortString() == "IP=10.0.0.5:31000:UDP"_s && loaded.udpBindAnyIp());
+        QCOMPARE(loaded.ipPortString(), "IP=10.0.0.5:31000:UDP"_s);
+        QVERIFY(loaded.udpBindAnyIp());
     }
 
     void storedValues_data()

@@ -75,9 +75,11 @@ private Q_SLOTS:
         QObject* const object = loader.instance();
         QCOMPARE(loader.instance(), object);
         void* const part = object->qt_metacast("quinmark.CCanInterfacePlugin/1.1");
-        QVERIFY(part != nullptr && part != object);
+        QVERIFY(part != nullptr);
+        QVERIFY(part != object);
         QCOMPARE(object->qt_metacast("CCanInterfacePlugin"), part);
-        QVERIFY(plugin().pluginName() == "InterfaceT93Plugin"_s && plugin().interfaceType() == "T93"_s);
+        QCOMPARE(plugin().pluginName(), "InterfaceT93Plugin"_s);
+        QCOMPARE(plugin().interfaceType(), "T93"_s);
         QCOMPARE(plugin().pluginId(), 1);
         QCOMPARE(QByteArray(canInterfaceLibIdent()), QByteArray("vex CAN Interface Library for T93"));
     }
@@ -87,7 +89,8 @@ private Q_SLOTS:
         const QString address = "10.0.0.9"_s;
         QVERIFY(!plugin().removeScanAddress(address));
         QVERIFY(!plugin().addScanAddress("gateway"_s));
-        QVERIFY(plugin().addScanAddress(address) && plugin().addScanAddress(address));
+        QVERIFY(plugin().addScanAddress(address));
+        QVERIFY(plugin().addScanAddress(address));
         QCOMPARE(plugin().scanAddresses(), QStringList(address));
         QVERIFY(!plugin().removeScanAddress("10.0.0.8"_s));
         QVERIFY(plugin().removeScanAddress(address));
@@ -102,7 +105,8 @@ private Q_SLOTS:
         const CCommonInfo info = can->commonInfo();
         QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type()}),
                  list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93"_s, '|'));
-        QVERIFY(can->commonInfo().isScanable() && !can->isOpened());
+        QVERIFY(can->commonInfo().isScanable());
+        QVERIFY(!can->isOpened());
         QCOMPARE(can->baudrate(), 100);
         CCanMessage untouched = message(0x55);
         int percent = 7;
@@ -110,10 +114,13 @@ private Q_SLOTS:
         const QList<int> codes{can->readMessage(untouched), can->writeMessage(untouched), can->busload(percent),
                                can->resetCommunication(0), can->closeCommunication()};
         QCOMPARE(codes, (QList<int>{2, 2, 2, 2, 0}));
-        QVERIFY(QMetaObject::invokeMethod(can.get(), "onSocketConnected") && !isConnected(*can));
+        QVERIFY(QMetaObject::invokeMethod(can.get(), "onSocketConnected"));
+        QVERIFY(!isConnected(*can));
         QTest::ignoreMessage(QtWarningMsg, "vexmor::Cim::CInterfaceT93::configure: no dialog without a QApplication.");
         QCOMPARE(can->configure(nullptr, Qt::Dialog), 0);
-        QVERIFY(s_spied.isEmpty() && untouched == message(0x55) && percent == 7);
+        QVERIFY(s_spied.isEmpty());
+        QVERIFY(untouched == message(0x55));
+        QCOMPARE(percent, 7);
     }
 
     void texts()
@@ -148,8 +155,10 @@ private Q_SLOTS:
         QTRY_COMPARE(host.atGateway.size(), sent.size());
         QVERIFY(host.atGateway == sent);
         QCOMPARE(s_spied.size(), 2 * sent.size());
-        QVERIFY(s_spied.at(0).sending && s_spied.at(0).message == sent.at(0));
-        QVERIFY(!s_spied.last().sending && s_spied.last().message == sent.last());
+        QVERIFY(s_spied.at(0).sending);
+        QVERIFY(s_spied.at(0).message == sent.at(0));
+        QVERIFY(!s_spied.last().sending);
+        QVERIFY(s_spied.last().message == sent.last());
         CCanMessage next;
         QCOMPARE(host.can->readMessage(next), 4);
         QVERIFY(host.errorNumbers().isEmpty());
@@ -373,7 +382,8 @@ private Q_SLOTS:
             QSettings().setValue("CanInterfaces/stage left/"_s + key, 1);
         }
         QCOMPARE(can->loadSettings({}), 8);
-        QVERIFY(can->commonInfo() == info && driver(*can).configParam().ipPortString() == info.port());
+        QVERIFY(can->commonInfo() == info);
+        QCOMPARE(driver(*can).configParam().ipPortString(), info.port());
     }
 };
 

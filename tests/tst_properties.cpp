@@ -49,7 +49,8 @@ private Q_SLOTS:
         SOpenInterface host; // one that is open, beside one that is closed
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         const QVariant before = can->property(property);
-        QVERIFY(before.isValid() && before != value);
+        QVERIFY(before.isValid());
+        QVERIFY(before != value);
         if (taken.isEmpty()) {
             QTest::ignoreMessage(QtWarningMsg,
                                  QRegularExpression("^vexmor::Cim::CInterfaceT93: \\w+ .*: must be .*\\.$"_s));

@@ -192,7 +192,8 @@ private Q_SLOTS:
         CSimDetection detection;
         gateway.setIdentity(identity);
         QString error;
-        QVERIFY(gateway.listen(QHostAddress(FIRST), 30000, error) && detection.listen(DDT_PORT, error));
+        QVERIFY(gateway.listen(QHostAddress(FIRST), 30000, error));
+        QVERIFY(detection.listen(DDT_PORT, error));
         detection.addGateway(gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
         QElapsedTimer clock;
@@ -217,9 +218,13 @@ private Q_SLOTS:
             const QStringList texts{info.pluginName(), info.description(), info.type(), info.interfaceId(),
                                     param.hostname()};
             QCOMPARE(texts, list("InterfaceT93Plugin|T93 Ethernet Interface|T93|00:1a:2b:3c:4d:5e|t93sim"_s, '|'));
-            QVERIFY(info.port().startsWith("IP=10.9.0.1:30000:"_s) && info.port() == param.ipPortString());
-            QVERIFY(info.isScanable() && info.firmwareVersion().isEmpty() && can->baudrate() == 100);
-            QVERIFY(info.connectionState() == CCommonInfo::eConnected && !can->isOpened());
+            QVERIFY(info.port().startsWith("IP=10.9.0.1:30000:"_s));
+            QCOMPARE(info.port(), param.ipPortString());
+            QVERIFY(info.isScanable());
+            QVERIFY(info.firmwareVersion().isEmpty());
+            QCOMPARE(can->baudrate(), 100);
+            QCOMPARE(info.connectionState(), CCommonInfo::eConnected);
+            QVERIFY(!can->isOpened());
         }
         QTRY_COMPARE_WITH_TIMEOUT(result.returned.size(), 2, 10000);
         QCOMPARE(result.interfaces.size(), 6 + 12); // the second scan asked by the address, too

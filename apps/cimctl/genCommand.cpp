@@ -3,6 +3,7 @@
 #include "apps/cimctl/gatewayRun.h"
 #include "apps/cimctl/messagePrinter.h"
 #include "apps/cimctl/sender.h"
+#include "canlog/candumpLog.h"
 
 #include <climits>
 #include <random>
@@ -11,8 +12,6 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-constexpr int MAX_LENGTH = 8;
-
 struct SGenOptions {
     STargetOptions target;
     SShowOptions show;
@@ -32,11 +31,11 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
             return false;
         }
         const auto any = [&random](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
-        unsigned char data[MAX_LENGTH];
+        unsigned char data[CanLog::MAX_DATA_LENGTH];
         for (unsigned char& byte : data) {
             byte = static_cast<unsigned char>(any(0, UCHAR_MAX));
         }
-        const int length = options.length < 0 ? any(0, MAX_LENGTH) : options.length;
+        const int length = options.length < 0 ? any(0, CanLog::MAX_DATA_LENGTH) : options.length;
         const auto id = static_cast<std::uint16_t>(any(ids.low, ids.high));
         entry.message = Cim::CCanMessage(Cim::CCanId::fromValue(id), static_cast<unsigned char>(length), data);
         entry.microseconds = static_cast<std::int64_t>(index * options.gap * 1000);
@@ -64,7 +63,8 @@ void addGen(CLI::App& app, Action& chosen)
     options->target.addTo(command);
     addNumber(command, "-g,--gap", options->gap, 0, 1e6, "Milliseconds from one message to the next (200)", "MS");
     addText(command, "-I,--id", options->ids, "Identifier, or the least and the greatest (0-7FF)", "IDS");
-    addWhole(command, "-L,--length", options->length, 0, MAX_LENGTH, "Data bytes in each message (any)", "N");
+    addWhole(command, "-L,--length", options->length, 0, CanLog::MAX_DATA_LENGTH, "Data bytes in each message (any)",
+             "N");
     addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
     addWhole(command, "--seed", options->seed, 0, INT_MAX, "The same number makes the same messages (0)");
     addFlag(command, "--sent", options->show.sent, "Show what is sent");

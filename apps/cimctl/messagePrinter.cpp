@@ -11,7 +11,7 @@ namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
 constexpr std::int64_t MICROSECONDS = 1000000;
-constexpr int DATA_COLUMNS = 3 * 8; ///< a blank and two digits for each byte
+constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH; ///< a blank and two digits for each byte
 
 QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
 {

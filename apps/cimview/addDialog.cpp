@@ -1,5 +1,6 @@
 #include "apps/cimview/addDialog.h"
 
+#include "apps/cimview/interfaceList.h"
 #include "apps/host/bitRates.h"
 #include "apps/host/gatewayAddress.h"
 
@@ -23,9 +24,9 @@ void fillWithBitRates(QComboBox& box)
     box.setMinimumContentsLength(9);
 }
 
-CAddDialog::CAddDialog(Accept accept, QWidget* parent)
+CAddDialog::CAddDialog(CInterfaceList& interfaces, QWidget* parent)
     : QDialog(parent),
-      m_accept(std::move(accept)),
+      m_interfaces(interfaces),
       m_name(new QLineEdit(this)),
       m_address(new QLineEdit(this)),
       m_baudrate(new QComboBox(this)),
@@ -60,7 +61,7 @@ void CAddDialog::accept()
     Result<Settings> settings =
         readAddress(m_address->text().trimmed(), {{StoreKey::BAUDRATE, m_baudrate->currentData().toString()}});
     const Failure failure =
-        settings ? m_accept(m_name->text().trimmed(), *settings, m_keep->isChecked()) : settings.problem();
+        settings ? m_interfaces.add(m_name->text().trimmed(), *settings, m_keep->isChecked()) : settings.problem();
     if (failure) {
         m_problem->setText(failure->text);
         m_problem->show();

@@ -1,10 +1,6 @@
 #pragma once
 
-#include "apps/host/interfaceStore.h"
-
 #include <QDialog>
-
-#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -14,22 +10,21 @@ class QLineEdit;
 namespace vexmor::Apps::Cimview
 {
 
-/// Asks for a new interface: name, address and bit rate; the rest is set in the plugin's own dialog. Stays until the
-/// interface is accepted or the user cancels.
+class CInterfaceList;
+
+/// The dialog for a new interface: name, address and bit rate; the plugin's own dialog has the rest. Stays open until
+/// the interface is accepted or the user cancels.
 class CAddDialog : public QDialog
 {
     Q_OBJECT
 
 public:
-    /// Takes what was typed; gives what is wrong with it.
-    using Accept = std::function<Failure(const QString& name, const Settings& settings, bool keep)>;
-
-    CAddDialog(Accept accept, QWidget* parent);
+    CAddDialog(CInterfaceList& interfaces, QWidget* parent);
 
     void accept() override;
 
 private:
-    const Accept m_accept;
+    CInterfaceList& m_interfaces;
     QLineEdit* m_name;
     QLineEdit* m_address;
     QComboBox* m_baudrate;
@@ -37,7 +32,8 @@ private:
     QLabel* m_problem;
 };
 
-/// Offers the bit rates of a CAN bus, each with its value in the store as data; the gateway's own comes first.
+/// Fills a box with the bit rates of a CAN bus, each with its value in the store as data; the gateway's own is the
+/// first.
 void fillWithBitRates(QComboBox& box);
 
 } // namespace vexmor::Apps::Cimview

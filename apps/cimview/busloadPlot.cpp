@@ -1,6 +1,7 @@
 #include "apps/cimview/busloadPlot.h"
 
 #include "apps/cimview/busloadHistory.h"
+#include "apps/cimview/colours.h"
 #include "apps/host/clock.h"
 
 #include <QEvent>
@@ -23,10 +24,6 @@ constexpr double MICROSECONDS_PER_SECOND = 1e6;
 constexpr double MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-/// Told apart also by people who see few colours; the first set on a light ground, the second on a dark one.
-constexpr QRgb CURVE_COLOURS[2][6] = {{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444},
-                                      {0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC}};
-constexpr int MIDDLE_LIGHTNESS = 128;
 constexpr int LABEL_WIDTH = 60;
 
 /// A curve with gaps: a point whose value is no number ends a line.
@@ -72,7 +69,7 @@ CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
     insertLegend(new QwtLegend, QwtPlot::TopLegend);
     m_grid->attach(this);
     applyPalette();
-    connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::update);
+    connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::showSamples);
     m_timer.setInterval(UPDATE_INTERVAL_MS);
 }
 
@@ -88,7 +85,7 @@ void CBusloadPlot::showEvent(QShowEvent* event)
 {
     QwtPlot::showEvent(event);
     m_timer.start();
-    update();
+    showSamples();
 }
 
 void CBusloadPlot::resizeEvent(QResizeEvent* event)
@@ -110,14 +107,14 @@ void CBusloadPlot::applyPalette()
     QColor line = palette().color(QPalette::Text);
     line.setAlpha(GRID_ALPHA);
     m_grid->setPen(line, 0, Qt::DotLine);
-    const auto& colours = CURVE_COLOURS[ground.lightness() < MIDDLE_LIGHTNESS ? 1 : 0];
+    const auto& colours = curveColours(ground);
     std::size_t index = 0;
     for (const auto& [name, curve] : m_curves) {
-        curve->setPen(QColor(colours[index++ % std::size(colours)]), CURVE_WIDTH);
+        curve->setPen(QColor(colours[index++ % colours.size()]), CURVE_WIDTH);
     }
 }
 
-void CBusloadPlot::update()
+void CBusloadPlot::showSamples()
 {
     const std::int64_t now = microsecondsNow();
     const auto& samples = m_history.samples();

@@ -13,8 +13,7 @@ namespace vexmor::Apps::Cimview
 
 class CBusloadHistory;
 
-/// The bus load of each interface over the last two minutes. Takes its colours from the palette, the curves theirs from
-/// one of two sets, for light and for dark.
+/// The bus load of each interface over the last two minutes, in colours that fit the palette.
 class CBusloadPlot : public QwtPlot
 {
     Q_OBJECT
@@ -34,7 +33,7 @@ protected:
 
 private:
     void applyPalette();
-    void update();
+    void showSamples();
 
     const CBusloadHistory& m_history;
     QwtPlotGrid* m_grid;                       ///< belongs to the plot, as do the curves

@@ -1,6 +1,7 @@
 #include "apps/cimview/eventModel.h"
 
 #include "apps/cimview/messageText.h"
+#include "apps/host/clock.h"
 
 namespace vexmor::Apps::Cimview
 {
@@ -8,6 +9,13 @@ namespace
 {
 constexpr std::int64_t JOIN_MICROSECONDS = 1000000;
 }
+
+SEvent eventNow(EEvent kind, const QString& text, const QString& source, int number)
+{
+    return {microsecondsNow(), kind, source, number, 1, text};
+}
+
+CEventModel::CEventModel() : CTableModel({tr("Time"), tr("Interface"), tr("Number"), tr("Times"), tr("Event")}) {}
 
 void CEventModel::add(const SEvent& event)
 {
@@ -52,27 +60,12 @@ void CEventModel::clear()
     markRead();
 }
 
-void CEventModel::markRead()
-{
-    setUnread(0);
-}
-
 void CEventModel::setUnread(int unread)
 {
     if (unread != m_unread) {
         m_unread = unread;
         Q_EMIT unreadChanged(unread);
     }
-}
-
-int CEventModel::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
-}
-
-int CEventModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
 }
 
 QVariant CEventModel::data(const QModelIndex& index, int role) const
@@ -108,15 +101,6 @@ QVariant CEventModel::data(const QModelIndex& index, int role) const
     default:
         return {};
     }
-}
-
-QVariant CEventModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const QString titles[eColumnCount] = {tr("Time"), tr("Interface"), tr("Number"), tr("Times"), tr("Event")};
-    return titles[section];
 }
 
 } // namespace vexmor::Apps::Cimview

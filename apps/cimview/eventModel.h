@@ -1,9 +1,9 @@
 #pragma once
 
 #include "apps/cimview/sourceNames.h"
+#include "apps/cimview/tableModel.h"
 #include "apps/host/mailbox.h"
 
-#include <QAbstractTableModel>
 #include <QString>
 
 #include <deque>
@@ -11,12 +11,12 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// What a row of the event log tells of.
+/// What a row of the event log is about.
 enum class EEvent {
-    eInterfaceError, ///< trouble that arose on its own
+    eInterfaceError, ///< an error that an interface raised
     eResult,         ///< an operation was refused with a code
     eWarning,        ///< something was lost or did not work, without a number
-    eNote            ///< for the user to know
+    eNote            ///< a notice
 };
 
 struct SEvent {
@@ -24,13 +24,16 @@ struct SEvent {
     EEvent kind = EEvent::eNote;
     QString source;          ///< name of the interface; empty: the program
     int number = 0;          ///< of the error, or the code
-    std::uint64_t count = 1; ///< how often, one after the other
-    QString text;            ///< all of it
+    std::uint64_t count = 1; ///< how often it happened in a row
+    QString text;            ///< the whole text
 };
 
+/// An event that happens now.
+SEvent eventNow(EEvent kind, const QString& text, const QString& source = {}, int number = 0);
+
 /// The event log, oldest first: the last 10,000 events. Events of one kind that follow each other within a second share
-/// a row, so that a flood pushes out nothing else. Counts what the user has not seen yet.
-class CEventModel : public QAbstractTableModel
+/// a row, so that a flood removes no others. Counts the events that the user has not seen yet.
+class CEventModel : public CTableModel
 {
     Q_OBJECT
 
@@ -38,19 +41,16 @@ public:
     enum EColumn { eTime, eSource, eNumber, eCount, eText, eColumnCount };
     static constexpr std::size_t CAPACITY = 10000;
 
-    using QAbstractTableModel::QAbstractTableModel;
+    CEventModel();
 
     void add(const SEvent& event);
     void clear();
     const SEvent& eventAt(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
-    /// Errors and refusals since the user looked.
+    /// Number of events but notes since the last call of `markRead`.
     int unread() const { return m_unread; }
-    void markRead();
+    void markRead() { setUnread(0); }
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 Q_SIGNALS:
     void unreadChanged(int unread);
@@ -61,6 +61,7 @@ private:
         std::int64_t lastMicroseconds = 0;
     };
 
+    std::size_t shownRows() const override { return m_rows.size(); }
     bool joinLast(const SEvent& event);
     void setUnread(int unread);
 

@@ -1,7 +1,7 @@
 #include "apps/cimview/eventPanel.h"
 
 #include "apps/cimview/eventModel.h"
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
@@ -15,11 +15,10 @@ namespace vexmor::Apps::Cimview
 CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     : QWidget(parent), m_events(events), m_table(new QTableView(this)), m_text(new QPlainTextEdit(this))
 {
-    m_table->setModel(&events);
-    setUpTable(*m_table);
+    setUpTable(*m_table, events,
+               {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"), QStringLiteral("error 100"),
+                QStringLiteral("1000")});
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
-    setColumnWidths(*m_table, {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"),
-                               QStringLiteral("error 100"), QStringLiteral("1000")});
     setFocusProxy(m_table);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);
@@ -39,7 +38,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     layout->addLayout(buttons);
 
     connect(&events, &CEventModel::unreadChanged, this, [this](int unread) {
-        if (unread > 0 && m_isInView) { // it is looked at as it comes
+        if (unread > 0 && m_isInView) {
             m_events.markRead();
         }
     });
@@ -49,7 +48,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     connect(m_table->selectionModel(), &QItemSelectionModel::currentChanged, this, &CEventPanel::showText);
 }
 
-void CEventPanel::choose(int row)
+void CEventPanel::selectRow(int row)
 {
     m_table->selectRow(row);
 }

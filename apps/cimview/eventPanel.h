@@ -10,8 +10,8 @@ namespace vexmor::Apps::Cimview
 
 class CEventModel;
 
-/// The event log: a line for each event, and the whole text of the chosen one. What is in it counts as read when the
-/// user comes to it.
+/// The event log: a line for each event, and the whole text of the selected one. Events count as read when the user can
+/// see the panel.
 class CEventPanel : public QWidget
 {
     Q_OBJECT
@@ -20,7 +20,7 @@ public:
     explicit CEventPanel(CEventModel& events, QWidget* parent = nullptr);
 
     /// Shows the text of a row.
-    void choose(int row);
+    void selectRow(int row);
     /// Whether the user can see the panel: then events are read as they come.
     void setInView(bool inView);
 

@@ -11,8 +11,10 @@ constexpr double NEWEST_WEIGHT = 0.125;
 constexpr double MICROSECONDS_PER_MS = 1000;
 } // namespace
 
-CIdentifierModel::CIdentifierModel(const CSourceNames& names, QObject* parent)
-    : QAbstractTableModel(parent), m_names(names)
+CIdentifierModel::CIdentifierModel(const CSourceNames& names)
+    : CTableModel({tr("ID"), tr("Interface"), tr("Dir"), tr("Count"), tr("Rate [1/s]"), tr("Period [ms]"), tr("Least"),
+                   tr("Greatest"), tr("Length"), tr("Data"), tr("ASCII")}),
+      m_names(names)
 {
 }
 
@@ -120,27 +122,18 @@ void CIdentifierModel::rowsChanged()
     }
 }
 
-int CIdentifierModel::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
-}
-
-int CIdentifierModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
-}
-
 QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
 {
     const SRow& row = m_rows[static_cast<std::size_t>(index.row())];
     if (role == CHANGED_BYTES_ROLE) {
         return changedBytes(row);
     }
+    const bool isNumber = index.column() >= eCount && index.column() <= eGreatest;
     const std::optional<double> number = numberIn(row, index.column());
-    if (role == SORT_ROLE && index.column() >= eCount && index.column() <= eGreatest) {
+    if (role == SORT_ROLE && isNumber) {
         return number.value_or(-1);
     }
-    if (role == Qt::TextAlignmentRole && index.column() >= eCount && index.column() <= eGreatest) {
+    if (role == Qt::TextAlignmentRole && isNumber) {
         return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
     }
     if (role != Qt::DisplayRole && role != SORT_ROLE) {
@@ -171,19 +164,8 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     }
 }
 
-QVariant CIdentifierModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const QString titles[eColumnCount] = {tr("ID"),         tr("Interface"),   tr("Dir"),   tr("Count"),
-                                          tr("Rate [1/s]"), tr("Period [ms]"), tr("Least"), tr("Greatest"),
-                                          tr("Length"),     tr("Data"),        tr("ASCII")};
-    return titles[section];
-}
-
-CIdentifierFilter::CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names, QObject* parent)
-    : QSortFilterProxyModel(parent), m_model(model), m_names(names)
+CIdentifierFilter::CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names)
+    : m_model(model), m_names(names)
 {
     setSourceModel(&model);
     setSortRole(CIdentifierModel::SORT_ROLE);

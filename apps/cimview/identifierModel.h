@@ -2,8 +2,9 @@
 
 #include "apps/cimview/messageText.h"
 #include "apps/cimview/sourceNames.h"
+#include "apps/cimview/tableModel.h"
+#include "canlog/candumpLog.h"
 
-#include <QAbstractTableModel>
 #include <QSortFilterProxyModel>
 
 #include <array>
@@ -14,9 +15,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// One row for each identifier, direction and interface, in this order: how many messages, how often, the last data,
-/// and which of its bytes changed within the last second.
-class CIdentifierModel : public QAbstractTableModel
+/// One row per identifier, interface and direction, sorted in this order: count, rate, periods and last data of its
+/// messages, and which bytes changed within the last second.
+class CIdentifierModel : public CTableModel
 {
     Q_OBJECT
 
@@ -37,26 +38,23 @@ public:
     };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
-    /// Role of what rows are sorted by: numbers as numbers.
+    /// Role by which rows are sorted: numbers as numbers.
     static constexpr int SORT_ROLE = Qt::UserRole + 1;
     /// Time for which a change is marked.
     static constexpr std::int64_t MARK_MICROSECONDS = 1000000;
 
     /// `names` must outlive the model.
-    explicit CIdentifierModel(const CSourceNames& names, QObject* parent = nullptr);
+    explicit CIdentifierModel(const CSourceNames& names);
 
     void append(const std::vector<STraceRecord>& records);
-    /// Tells what time it is, for the marks to end.
+    /// Sets the time, at which old marks end.
     void setNow(std::int64_t microseconds);
     void clear();
 
     /// The last message of a row.
     const STraceRecord& record(int row) const { return m_rows[static_cast<std::size_t>(row)].last; }
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
     struct SRow {
@@ -65,12 +63,13 @@ private:
         double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the second message
         double leastMicroseconds = 0;
         double greatestMicroseconds = 0;
-        std::array<std::int64_t, 8> changedAt{};
+        std::array<std::int64_t, CanLog::MAX_DATA_LENGTH> changedAt{};
     };
     using Key = std::tuple<std::uint16_t, std::uint16_t, bool>;
 
+    std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const STraceRecord& record);
-    /// The number that a column shows; nothing where it shows none.
+    /// The number in a column; nothing where the cell is empty.
     static std::optional<double> numberIn(const SRow& row, int column);
     SRow& rowFor(const STraceRecord& record);
     int changedBytes(const SRow& row) const;
@@ -89,7 +88,7 @@ class CIdentifierFilter : public QSortFilterProxyModel
 
 public:
     /// Both must outlive the filter.
-    CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names, QObject* parent = nullptr);
+    CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names);
     void setMatcher(const CMessageMatcher& matcher);
 
 protected:

@@ -1,7 +1,6 @@
 #include "apps/cimview/interfaceList.h"
 
-#include "apps/cimview/freeNames.h"
-#include "apps/host/clock.h"
+#include "apps/cimview/uniqueNames.h"
 #include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -20,17 +19,17 @@ constexpr int MAX_ADDED = 1000; ///< by one scan
 /// Address, port and protocol as the user types them.
 QString addressText(const Cim::CCommonInfo& info)
 {
-    QString address;
-    QString port;
-    Cim::CCommonInfo::EProtocolType protocol = Cim::CCommonInfo::eProtocolInvalid;
-    return info.isIpPort() && info.ipAddress(address, port, protocol) ? info.port().section(QLatin1Char('='), 1)
-                                                                      : info.port();
+    return info.isIpPort() ? info.port().section(QLatin1Char('='), 1) : info.port();
 }
 } // namespace
 
 CInterfaceList::CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names,
                                std::shared_ptr<CMailbox> mailbox)
-    : m_plugins(plugins), m_names(names), m_mailbox(std::move(mailbox))
+    : CTableModel({tr("Name"), tr("State"), tr("Bus load"), tr("Address"), tr("Baud rate"), tr("Type"), tr("Firmware"),
+                   tr("Stored")}),
+      m_plugins(plugins),
+      m_names(names),
+      m_mailbox(std::move(mailbox))
 {
 }
 
@@ -48,13 +47,13 @@ void CInterfaceList::loadStored()
 {
     CInterfaceStore store;
     if (const Failure failure = store.failure()) {
-        tell(QString(), EEvent::eWarning, 0, failure->text);
+        Q_EMIT eventRaised(eventNow(EEvent::eWarning, failure->text));
     }
     for (const QString& name : store.names()) {
         auto canInterface = create(store.settings(name).value(StoreKey::PLUGIN_NAME));
         const Failure failure = canInterface ? CInterfaceStore::load(**canInterface, name) : canInterface.problem();
         if (failure) {
-            tell(name, EEvent::eResult, failure->code, failure->text);
+            Q_EMIT eventRaised(eventNow(EEvent::eResult, failure->text, name, failure->code));
         } else {
             insert(std::move(*canInterface), true);
         }
@@ -92,11 +91,11 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
 
 void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
-    CFreeNames names;
+    CUniqueNames names;
     // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
     QSet<QString> ports;
     for (const auto& one : m_rows) {
-        names.take(one->info().uniqueName());
+        names.add(one->info().uniqueName());
         ports.insert(one->info().port());
     }
     int count = 0;
@@ -107,14 +106,14 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
         }
         ports.insert(info.port());
         if (++count <= MAX_ADDED) {
-            info.setUniqueName(names.takeLike(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
+            info.setUniqueName(names.addLike(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
             canInterface->setCommonInfo(info);
             insert(std::move(canInterface), false);
         }
     }
     if (count > MAX_ADDED) {
         const QString text = tr("%1 more were found, too many to be added. Are they real?").arg(count - MAX_ADDED);
-        tell(QString(), EEvent::eWarning, 0, text);
+        Q_EMIT eventRaised(eventNow(EEvent::eWarning, text));
     }
 }
 
@@ -122,10 +121,14 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
 {
     auto made = std::make_unique<CManagedInterface>(std::move(canInterface), isStored, m_names, m_mailbox);
     CManagedInterface* const one = made.get();
-    connect(one, &CManagedInterface::changed, this, [this, one] { showRow(*one); });
+    connect(one, &CManagedInterface::changed, this, [this, one] {
+        const int row = rowOf(*one);
+        Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
+    });
     connect(one, &CManagedInterface::stateChanged, this, &CInterfaceList::statesChanged);
-    connect(one, &CManagedInterface::told, this,
-            [this, one](EEvent kind, int code, const QString& text) { tell(one->name(), kind, code, text); });
+    connect(one, &CManagedInterface::eventRaised, this, [this, one](EEvent kind, int code, const QString& text) {
+        Q_EMIT eventRaised(eventNow(kind, text, one->name(), code));
+    });
     beginInsertRows({}, rowCount(), rowCount());
     m_rows.push_back(std::move(made));
     endInsertRows();
@@ -143,22 +146,36 @@ void CInterfaceList::remove(int row)
     Q_EMIT statesChanged();
 }
 
-void CInterfaceList::showRow(const CManagedInterface& shown)
+int CInterfaceList::rowOf(const CManagedInterface& wanted) const
 {
-    const auto isShown = [&shown](const auto& one) { return one.get() == &shown; };
-    const int row = static_cast<int>(std::find_if(m_rows.begin(), m_rows.end(), isShown) - m_rows.begin());
-    Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
-}
-
-void CInterfaceList::tell(const QString& name, EEvent kind, int code, const QString& text)
-{
-    Q_EMIT eventHappened({microsecondsNow(), kind, name, code, 1, text});
+    const auto isWanted = [&wanted](const auto& one) { return one.get() == &wanted; };
+    return static_cast<int>(std::find_if(m_rows.begin(), m_rows.end(), isWanted) - m_rows.begin());
 }
 
 CInterfaceInUse* CInterfaceList::sender(const QString& name) const
 {
     const int row = rowOf(name);
     return row >= 0 ? at(row).sender() : nullptr;
+}
+
+QStringList CInterfaceList::openNames() const
+{
+    QStringList names;
+    for (const auto& one : m_rows) {
+        if (one->isOpen()) {
+            names.append(one->name());
+        }
+    }
+    return names;
+}
+
+bool CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
+{
+    CInterfaceInUse* const open = sender(name);
+    if (open != nullptr) {
+        open->send(message);
+    }
+    return open != nullptr;
 }
 
 int CInterfaceList::activeCount() const
@@ -202,29 +219,10 @@ int CInterfaceList::rowOf(const QString& name) const
     return -1;
 }
 
-int CInterfaceList::rowCount(const QModelIndex& parent) const
+QString CInterfaceList::cellText(const CManagedInterface& shown, int column)
 {
-    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
-}
-
-int CInterfaceList::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
-}
-
-QVariant CInterfaceList::data(const QModelIndex& index, int role) const
-{
-    const CManagedInterface& shown = at(index.row());
     const Cim::CCommonInfo& info = shown.info();
-    if (role == Qt::ToolTipRole) {
-        return QStringList{info.description(), info.port(), info.interfaceId(), shown.status().reason}
-            .join(QLatin1Char('\n'))
-            .trimmed();
-    }
-    if (role != Qt::DisplayRole) {
-        return {};
-    }
-    switch (index.column()) {
+    switch (column) {
     case eName:
         return info.uniqueName();
     case eType:
@@ -247,43 +245,39 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     }
 }
 
+QVariant CInterfaceList::data(const QModelIndex& index, int role) const
+{
+    const CManagedInterface& shown = at(index.row());
+    if (role == Qt::ToolTipRole) {
+        const Cim::CCommonInfo& info = shown.info();
+        return QStringList{info.description(), info.port(), info.interfaceId(), shown.status().reason}
+            .join(QLatin1Char('\n'))
+            .trimmed();
+    }
+    return role == Qt::DisplayRole ? cellText(shown, index.column()) : QVariant();
+}
+
 void CInterfaceList::sort(int column, Qt::SortOrder order)
 {
     if (column < 0) {
         return;
     }
+    Q_EMIT layoutAboutToBeChanged();
+    const QModelIndexList before = persistentIndexList();
+    std::vector<const CManagedInterface*> shown;
+    for (const QModelIndex& index : before) {
+        shown.push_back(&at(index.row()));
+    }
     QCollator natural; // gateway 10 behind gateway 9
     natural.setNumericMode(true);
-    std::vector<std::pair<QString, std::size_t>> keys;
-    for (std::size_t row = 0; row < m_rows.size(); ++row) {
-        keys.emplace_back(data(index(static_cast<int>(row), column), Qt::DisplayRole).toString(), row);
-    }
-    std::stable_sort(keys.begin(), keys.end(), [&](const auto& one, const auto& other) {
-        const int comparison = natural.compare(one.first, other.first);
+    std::stable_sort(m_rows.begin(), m_rows.end(), [&](const auto& one, const auto& other) {
+        const int comparison = natural.compare(cellText(*one, column), cellText(*other, column));
         return order == Qt::AscendingOrder ? comparison < 0 : comparison > 0;
     });
-    Q_EMIT layoutAboutToBeChanged();
-    std::vector<std::unique_ptr<CManagedInterface>> sorted;
-    std::vector<int> places(m_rows.size());
-    for (const auto& key : keys) {
-        places[key.second] = static_cast<int>(sorted.size());
-        sorted.push_back(std::move(m_rows[key.second]));
-    }
-    m_rows.swap(sorted);
-    for (const QModelIndex& old : persistentIndexList()) {
-        changePersistentIndex(old, index(places[static_cast<std::size_t>(old.row())], old.column()));
+    for (int i = 0; i < before.size(); ++i) {
+        changePersistentIndex(before.at(i), index(rowOf(*shown[static_cast<std::size_t>(i)]), before.at(i).column()));
     }
     Q_EMIT layoutChanged();
-}
-
-QVariant CInterfaceList::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const QString titles[eColumnCount] = {tr("Name"),      tr("State"), tr("Bus load"), tr("Address"),
-                                          tr("Baud rate"), tr("Type"),  tr("Firmware"), tr("Stored")};
-    return titles[section];
 }
 
 } // namespace vexmor::Apps::Cimview

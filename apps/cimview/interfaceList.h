@@ -2,9 +2,8 @@
 
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/managedInterface.h"
+#include "apps/cimview/tableModel.h"
 #include "apps/host/pluginFolder.h"
-
-#include <QAbstractTableModel>
 
 #include <memory>
 #include <vector>
@@ -12,9 +11,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The interfaces that the user works with, one a row: those of the settings store, those that a scan found, and any
-/// other that was added. Owns them.
-class CInterfaceList : public QAbstractTableModel
+/// The interfaces that the user works with, one per row: those of the settings store, those that a scan found, and
+/// those that the user added. Owns them.
+class CInterfaceList : public CTableModel
 {
     Q_OBJECT
 
@@ -25,12 +24,12 @@ public:
     CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names, std::shared_ptr<CMailbox> mailbox);
     ~CInterfaceList() override;
 
-    /// Adds what is in the settings store; what cannot be loaded is told of by an event.
+    /// Adds the interfaces of the settings store; an event reports each that cannot be loaded.
     void loadStored();
     /// Adds an interface with these settings, and stores it when `keep` is true.
     Failure add(const QString& name, const Settings& settings, bool keep);
-    /// Adds what a scan found, but for interfaces that are in the list already; 1000 at most, since strangers answer,
-    /// and tells of the rest by an event.
+    /// Adds the interfaces that a scan found, without those that are in the list already. A name that is in use gets a
+    /// number. Adds 1000 at most, since anything may answer a scan; an event reports how many were left out.
     void addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
     /// Removes an interface, from the store as well. Only a closed one.
     void remove(int row);
@@ -39,32 +38,34 @@ public:
     int rowOf(const QString& name) const; ///< -1: there is none
     /// To send with on an open interface; null for any other.
     CInterfaceInUse* sender(const QString& name) const;
-    /// Interfaces that are not closed.
+    /// Names of the interfaces that messages can be sent on, in the order of the rows.
+    QStringList openNames() const;
+    /// Sends a message; returns false when the interface is not open. A refusal by the interface is an event.
+    bool send(const QString& name, const Cim::CCanMessage& message) const;
+    /// Number of interfaces that are not closed.
     int activeCount() const;
-    /// What the event log says of an error.
+    /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
     /// The same of a message that was not sent.
     SEvent eventOf(const SBusRecord& refused) const;
     /// Shows the states anew, which have times in them.
     void refreshStates();
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
-    /// Puts the rows there are into this order; those that come later stand behind them.
+    /// Sorts the present rows; rows that are added later follow behind them.
     void sort(int column, Qt::SortOrder order) override;
 
 Q_SIGNALS:
-    void eventHappened(const vexmor::Apps::Cimview::SEvent& event);
-    /// The state of an interface changed, or a row came or went.
+    void eventRaised(const vexmor::Apps::Cimview::SEvent& event);
+    /// The state of an interface changed, or a row was added or removed.
     void statesChanged();
 
 private:
+    std::size_t shownRows() const override { return m_rows.size(); }
     Result<std::unique_ptr<Cim::CCanInterface>> create(const QString& pluginName) const;
     void insert(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored);
-    void showRow(const CManagedInterface& shown);
-    void tell(const QString& name, EEvent kind, int code, const QString& text);
+    int rowOf(const CManagedInterface& wanted) const;
+    static QString cellText(const CManagedInterface& shown, int column);
 
     const std::vector<SPlugin>& m_plugins;
     CSourceNames& m_names;

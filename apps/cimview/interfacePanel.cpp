@@ -1,20 +1,18 @@
 #include "apps/cimview/interfacePanel.h"
 
 #include "apps/cimview/addDialog.h"
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
-#include "apps/host/clock.h"
 
 #include <QComboBox>
-#include <QGridLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
-#include <QSettings>
 #include <QTableView>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 #include <algorithm>
 
@@ -22,7 +20,6 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-const QString COLUMNS = QStringLiteral("InterfaceColumns");
 /// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
 constexpr int USUAL_SCAN_MS = 4500;
 constexpr int SCAN_STEP_MS = 100;
@@ -35,19 +32,14 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
       m_table(new QTableView(this)),
       m_baudrate(new QComboBox(this)),
       m_progress(new QProgressBar(this)),
-      m_hint(new QLabel(this)),
-      m_open(new QAction(tr("&Open"), this)),
-      m_close(new QAction(tr("&Close"), this)),
-      m_add(new QAction(tr("&Add ..."), this)),
-      m_configure(new QAction(tr("Con&figure ..."), this)),
-      m_store(new QAction(tr("&Store"), this)),
-      m_remove(new QAction(tr("Re&move"), this)),
-      m_scan(new QAction(tr("Scan &network"), this)),
-      m_simulate(new QAction(tr("Try a simu&lated gateway"), this))
+      m_hint(new QLabel(this))
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    m_table->setModel(&interfaces);
-    setUpTable(*m_table);
+    m_table->setObjectName(QStringLiteral("InterfaceColumns"));
+    setUpTable(*m_table, interfaces,
+               {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet"), QStringLiteral("100 %"),
+                QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
+                QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
     m_table->setSortingEnabled(true);
     m_progress->setRange(0, USUAL_SCAN_MS);
@@ -56,41 +48,40 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     fillWithBitRates(*m_baudrate);
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
-    layOut();
-    setColumnWidths(*m_table, {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet"),
-                               QStringLiteral("100 %"), QStringLiteral("192.168.1.70:30000:TCP"),
-                               QStringLiteral("1000 kbit/s"), QStringLiteral("T93"), QStringLiteral("02.03")});
-    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::showState);
-    connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::showState);
-    connect(m_table, &QTableView::doubleClicked, this, [this] { m_open->isEnabled() ? openChosen() : closeChosen(); });
+    makeLayout();
+    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::updateActions);
+    connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::updateActions);
+    connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentData().toString()); });
-    connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScan);
-    connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScan);
+    connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScanProgress);
+    connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScanProgress);
     m_table->selectRow(0);
     setFocusProxy(m_table);
-    showState();
+    updateActions();
 }
 
 void CInterfacePanel::makeActions()
 {
-    m_open->setShortcut(QKeySequence(Qt::Key_F2));
-    m_close->setShortcut(QKeySequence(Qt::Key_F3));
-    m_add->setShortcut(QKeySequence::New);
-    m_configure->setShortcut(QKeySequence(Qt::Key_F4));
-    m_scan->setShortcut(QKeySequence(Qt::Key_F5));
+    const auto forSelected = [this](void (CManagedInterface::*act)()) {
+        return [this, act] {
+            for (const int row : selectedRows()) {
+                (m_workbench.interfaces().at(row).*act)();
+            }
+        };
+    };
+    m_open = makeAction(this, tr("&Open"), Qt::Key_F2, forSelected(&CManagedInterface::open));
+    m_close = makeAction(this, tr("&Close"), Qt::Key_F3, forSelected(&CManagedInterface::close));
+    m_add = makeAction(this, tr("&Add ..."), QKeySequence::New, &CInterfacePanel::addInterface);
+    m_configure = makeAction(this, tr("Con&figure ..."), Qt::Key_F4, &CInterfacePanel::configure);
+    m_store = makeAction(this, tr("&Store"), {}, forSelected(&CManagedInterface::store));
     m_store->setToolTip(tr("Keeps an interface that was found for the next time"));
-    connect(m_open, &QAction::triggered, this, &CInterfacePanel::openChosen);
-    connect(m_close, &QAction::triggered, this, &CInterfacePanel::closeChosen);
-    connect(m_add, &QAction::triggered, this, &CInterfacePanel::addInterface);
-    connect(m_configure, &QAction::triggered, this, &CInterfacePanel::configure);
-    connect(m_store, &QAction::triggered, this, &CInterfacePanel::storeChosen);
-    connect(m_remove, &QAction::triggered, this, &CInterfacePanel::removeChosen);
-    connect(m_scan, &QAction::triggered, this, &CInterfacePanel::startScan);
-    connect(m_simulate, &QAction::triggered, this, &CInterfacePanel::simulate);
+    m_remove = makeAction(this, tr("Re&move"), {}, &CInterfacePanel::removeSelected);
+    m_scan = makeAction(this, tr("Scan &network"), Qt::Key_F5, &CInterfacePanel::startScan);
+    m_simulate = makeAction(this, tr("Try a simu&lated gateway"), {}, &CInterfacePanel::simulate);
 }
 
-void CInterfacePanel::layOut()
+void CInterfacePanel::makeLayout()
 {
     auto* const layout = new QVBoxLayout(this);
     QToolBar* const bar = makeToolBar({m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan}, this);
@@ -113,12 +104,12 @@ QList<QAction*> CInterfacePanel::interfaceActions() const
     return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan, m_simulate};
 }
 
-void CInterfacePanel::choose(int row)
+void CInterfacePanel::selectRow(int row)
 {
     m_table->selectRow(row);
 }
 
-QList<int> CInterfacePanel::chosenRows() const
+QList<int> CInterfacePanel::selectedRows() const
 {
     QList<int> rows;
     for (const QModelIndex& index : m_table->selectionModel()->selectedRows()) {
@@ -128,23 +119,9 @@ QList<int> CInterfacePanel::chosenRows() const
     return rows;
 }
 
-void CInterfacePanel::openChosen()
+void CInterfacePanel::removeSelected()
 {
-    for (const int row : chosenRows()) {
-        m_workbench.interfaces().at(row).open();
-    }
-}
-
-void CInterfacePanel::closeChosen()
-{
-    for (const int row : chosenRows()) {
-        m_workbench.interfaces().at(row).close();
-    }
-}
-
-void CInterfacePanel::removeChosen()
-{
-    const QList<int> rows = chosenRows();
+    const QList<int> rows = selectedRows();
     const CInterfaceList& interfaces = m_workbench.interfaces();
     QStringList names;
     bool anyStored = false;
@@ -164,28 +141,19 @@ void CInterfacePanel::removeChosen()
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.interfaces().remove(row); });
 }
 
-void CInterfacePanel::storeChosen()
-{
-    for (const int row : chosenRows()) {
-        m_workbench.interfaces().at(row).store();
-    }
-}
-
 void CInterfacePanel::addInterface()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    CAddDialog dialog([&interfaces](const QString& name, const Settings& settings,
-                                    bool keep) { return interfaces.add(name, settings, keep); },
-                      this);
+    CAddDialog dialog(interfaces, this);
     if (dialog.exec() == QDialog::Accepted) {
-        choose(interfaces.rowCount() - 1);
+        selectRow(interfaces.rowCount() - 1);
     }
 }
 
 void CInterfacePanel::configure()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = chosenRows();
+    const QList<int> rows = selectedRows();
     if (rows.size() != 1 || !interfaces.at(rows.first()).isClosed()) {
         return;
     }
@@ -193,16 +161,15 @@ void CInterfacePanel::configure()
     const QPointer<CInterfacePanel> self(this);
     Cim::CCanInterface& canInterface = interfaces.at(rows.first()).settings();
     const int code = canInterface.configure(this, Qt::WindowFlags());
-    // While the dialog was there, a scan may have brought rows, and the program may have been told to end.
+    // While the dialog was open, a scan may have added rows, and a signal may have ended the program.
     if (!self || interfaces.rowOf(name) < 0) {
         return;
     }
     if (code != 0) {
-        m_workbench.events().add(
-            {microsecondsNow(), EEvent::eResult, name, code, 1, canInterface.errorCodeToString(code)});
+        m_workbench.events().add(eventNow(EEvent::eResult, canInterface.errorCodeToString(code), name, code));
     }
     interfaces.at(interfaces.rowOf(name)).settingsChanged();
-    showState();
+    updateActions();
 }
 
 void CInterfacePanel::startScan()
@@ -210,7 +177,7 @@ void CInterfacePanel::startScan()
     m_workbench.startScan();
     m_scanClock.start();
     m_scanTimer.start(SCAN_STEP_MS);
-    showScan();
+    showScanProgress();
 }
 
 void CInterfacePanel::simulate()
@@ -220,7 +187,7 @@ void CInterfacePanel::simulate()
     }
 }
 
-void CInterfacePanel::showScan()
+void CInterfacePanel::showScanProgress()
 {
     const bool running = m_workbench.scan().isRunning();
     m_scan->setEnabled(!running);
@@ -233,7 +200,7 @@ void CInterfacePanel::showScan()
 
 void CInterfacePanel::setBaudrate(const QString& rate)
 {
-    for (const int row : chosenRows()) {
+    for (const int row : selectedRows()) {
         CManagedInterface& one = m_workbench.interfaces().at(row);
         if (!one.setBitRate(rate)) {
             m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
@@ -241,10 +208,10 @@ void CInterfacePanel::setBaudrate(const QString& rate)
     }
 }
 
-void CInterfacePanel::showState()
+void CInterfacePanel::updateActions()
 {
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = chosenRows();
+    const QList<int> rows = selectedRows();
     const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
     const auto isClosed = [&](int row) { return interfaces.at(row).isClosed(); };
     const bool anyClosed = any(isClosed);
@@ -259,16 +226,6 @@ void CInterfacePanel::showState()
     m_baudrate->setEnabled(anyClosed);
     const int rate = rows.isEmpty() ? 0 : interfaces.at(rows.first()).settings().baudrate();
     m_baudrate->setCurrentIndex(m_baudrate->findData(QString::number(rate)));
-}
-
-void CInterfacePanel::loadState(QSettings& settings)
-{
-    m_table->horizontalHeader()->restoreState(settings.value(COLUMNS).toByteArray());
-}
-
-void CInterfacePanel::saveState(QSettings& settings) const
-{
-    settings.setValue(COLUMNS, m_table->horizontalHeader()->saveState());
 }
 
 } // namespace vexmor::Apps::Cimview

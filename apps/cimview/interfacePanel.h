@@ -8,7 +8,6 @@
 class QComboBox;
 class QLabel;
 class QProgressBar;
-class QSettings;
 class QTableView;
 
 namespace vexmor::Apps::Cimview
@@ -16,7 +15,7 @@ namespace vexmor::Apps::Cimview
 
 class CWorkbench;
 
-/// The list of interfaces, and what can be done with the chosen ones.
+/// The list of interfaces, and the actions on the selected ones.
 class CInterfacePanel : public QWidget
 {
     Q_OBJECT
@@ -24,30 +23,24 @@ class CInterfacePanel : public QWidget
 public:
     explicit CInterfacePanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
-    /// For a menu; they go with the panel.
+    /// For a menu; the panel owns them.
     QList<QAction*> interfaceActions() const;
-    void choose(int row);
-    /// Runs the plugin's dialog for the chosen interface.
+    void selectRow(int row);
+    /// Runs the plugin's dialog for the selected interface.
     void configure();
-    /// Shows the progress of a scan that it starts.
+    /// Starts a scan and shows its progress.
     void startScan();
-
-    void loadState(QSettings& settings);
-    void saveState(QSettings& settings) const;
 
 private:
     void makeActions();
-    void layOut();
-    QList<int> chosenRows() const;
-    void openChosen();
-    void closeChosen();
-    void removeChosen();
-    void storeChosen();
+    void makeLayout();
+    QList<int> selectedRows() const;
+    void removeSelected();
     void addInterface();
     void simulate();
-    void showScan();
+    void showScanProgress();
     void setBaudrate(const QString& rate);
-    void showState();
+    void updateActions();
 
     CWorkbench& m_workbench;
     QTableView* m_table;

@@ -11,7 +11,7 @@ namespace
 constexpr std::size_t PIECE = 5000;
 } // namespace
 
-CLogLoader::CLogLoader(CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+CLogLoader::CLogLoader(CSourceNames& names) : m_names(names)
 {
     connect(&m_timer, &QTimer::timeout, this, &CLogLoader::loadPiece);
 }
@@ -63,7 +63,7 @@ void CLogLoader::finish(const QString& problem)
     Q_EMIT finished(m_count, problem);
 }
 
-CLogSaver::CLogSaver(const CSourceNames& names, QObject* parent) : QObject(parent), m_names(names), m_timer(this)
+CLogSaver::CLogSaver(const CSourceNames& names) : m_names(names)
 {
     connect(&m_timer, &QTimer::timeout, this, &CLogSaver::savePiece);
 }
@@ -74,7 +74,7 @@ void CLogSaver::save(const QString& path, std::vector<STraceRecord> records)
     m_records = std::move(records);
     m_written = 0;
     if (!m_file.open(QIODevice::WriteOnly)) {
-        Q_EMIT finished(0, tr("%1 cannot be written: %2").arg(path, m_file.errorString()));
+        Q_EMIT finished(0, writeProblem(m_file));
         return;
     }
     m_timer.start(0);
@@ -91,8 +91,12 @@ void CLogSaver::savePiece()
     }
     m_timer.stop();
     const bool ok = m_file.commit();
-    Q_EMIT finished(ok ? m_written : 0,
-                    ok ? QString() : tr("%1 cannot be written: %2").arg(m_file.fileName(), m_file.errorString()));
+    Q_EMIT finished(ok ? m_written : 0, ok ? QString() : writeProblem(m_file));
+}
+
+QString writeProblem(const QFileDevice& file)
+{
+    return CLogSaver::tr("%1 cannot be written: %2").arg(file.fileName(), file.errorString());
 }
 
 QByteArray logLine(const STraceRecord& record, const CSourceNames& names)

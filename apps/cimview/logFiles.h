@@ -14,23 +14,23 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Reads a log in candump's format, a piece each turn of the event loop: a long one does not stop the window. Of more
-/// messages than a trace holds, the last.
+/// Reads a log in candump's format, one piece per turn of the event loop, so that a long log does not block the window.
+/// Of more messages than a trace holds it delivers the last.
 class CLogLoader : public QObject
 {
     Q_OBJECT
 
 public:
     /// `names` must outlive the loader.
-    explicit CLogLoader(CSourceNames& names, QObject* parent = nullptr);
+    explicit CLogLoader(CSourceNames& names);
 
     /// Starts to read; ends with `finished`.
     void load(const QString& path);
 
 Q_SIGNALS:
-    /// All that was read, unless it was nothing.
+    /// The messages, unless the log has none.
     void loaded(const std::vector<vexmor::Apps::Cimview::STraceRecord>& records);
-    /// So many messages were read; `problem` is a text for the user when something of the file could not be.
+    /// Number of messages read. `problem` is a text for the user when a part of the file could not be read.
     void finished(quint64 count, const QString& problem);
 
 private:
@@ -48,18 +48,23 @@ private:
 /// A message as a line of a log, without a line end, under the name of its interface.
 QByteArray logLine(const STraceRecord& record, const CSourceNames& names);
 
-/// Writes messages as a log in candump's format, in the same way. The file stands there whole or not at all.
+/// A text for the user: why a file cannot be written.
+QString writeProblem(const QFileDevice& file);
+
+/// Writes messages as a log in candump's format, one piece per turn of the event loop. The file appears when it is
+/// whole.
 class CLogSaver : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit CLogSaver(const CSourceNames& names, QObject* parent = nullptr);
+    explicit CLogSaver(const CSourceNames& names);
 
     /// Starts to write; ends with `finished`.
     void save(const QString& path, std::vector<STraceRecord> records);
 
 Q_SIGNALS:
+    /// Number of messages written. `problem` is a text for the user when the file could not be written.
     void finished(quint64 count, const QString& problem);
 
 private:

@@ -46,7 +46,7 @@ void CLogRecorder::openNext()
     m_file.setFileName(path);
     m_day = now.date();
     if (!m_file.open(QIODevice::WriteOnly)) {
-        end(tr("%1 cannot be written: %2").arg(path, m_file.errorString()));
+        end(writeProblem(m_file));
     }
 }
 
@@ -66,7 +66,7 @@ void CLogRecorder::record(const std::vector<STraceRecord>& records)
     }
     m_count += records.size();
     if (!m_file.flush()) {
-        end(tr("%1 cannot be written: %2").arg(m_file.fileName(), m_file.errorString()));
+        end(writeProblem(m_file));
     }
 }
 

@@ -13,25 +13,26 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Writes live messages to files in candump's format, one behind the other: a new one, named by date and time, each day
-/// and when one has become large. Ends by itself before the disk is full. Window thread only.
+/// Writes live messages to files in candump's format. Begins a new file, named by date and time, each day and when the
+/// present one is large. Ends by itself before the disk is full. Window thread only.
 class CLogRecorder : public QObject
 {
     Q_OBJECT
 
 public:
     static constexpr qint64 FILE_LIMIT = 64LL * 1024 * 1024;
-    static constexpr qint64 DISK_RESERVE = 256LL * 1024 * 1024; ///< is left free
+    static constexpr qint64 DISK_RESERVE = 256LL * 1024 * 1024; ///< bytes of the disk that stay free
 
     /// `names` must outlive the recorder.
     explicit CLogRecorder(const CSourceNames& names, qint64 fileLimit = FILE_LIMIT);
 
-    /// Starts in a folder; what prevents it is told by `ended`.
+    /// Starts in a folder; `ended` reports what prevents it.
     void start(const QString& folder);
     void stop();
     bool isRunning() const { return m_file.isOpen(); }
-    /// The file that is being written, and how many messages so far in all.
+    /// The file that is being written.
     QString fileName() const { return m_file.fileName(); }
+    /// Messages recorded since the start, in all files.
     quint64 count() const { return m_count; }
 
     void record(const std::vector<STraceRecord>& records);

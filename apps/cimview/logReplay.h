@@ -12,14 +12,14 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Hands messages on at the pace at which they once came. Window thread only: some milliseconds late while that is
+/// Sends messages at the pace at which they were received. Window thread only: some milliseconds late while that is
 /// busy.
 class CLogReplay : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `send` gives false when there is nobody to send to any more: then the replay ends.
+    /// Returns false when the message cannot be sent any more: then the replay ends.
     using Send = std::function<bool(const Cim::CCanMessage& message)>;
 
     CLogReplay();
@@ -27,7 +27,7 @@ public:
     void stop();
 
 Q_SIGNALS:
-    /// So many were handed on.
+    /// Number of messages sent.
     void finished(quint64 count);
 
 private:

@@ -1,16 +1,19 @@
 #include "apps/cimview/mainWindow.h"
 
 #include "apps/cimview/busloadPlot.h"
+#include "apps/cimview/colours.h"
 #include "apps/cimview/eventPanel.h"
 #include "apps/cimview/interfacePanel.h"
+#include "apps/cimview/logActions.h"
 #include "apps/cimview/messagePanel.h"
-#include "apps/cimview/palettes.h"
+#include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QFileInfo>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -19,6 +22,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
+#include <QTableView>
 
 namespace vexmor::Apps::Cimview
 {
@@ -28,6 +32,9 @@ const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
 const QString DARK = QStringLiteral("Dark");
+/// Names of the tables whose columns are kept, and the keys of these.
+const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("TraceColumns"),
+                           QStringLiteral("IdentifierColumns")};
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr QSize INITIAL_SIZE(1200, 820);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
@@ -39,10 +46,10 @@ QIcon icon()
     picture.fill(Qt::transparent);
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(0, 114, 178), 6));
+    painter.setPen(QPen(QColor(CURVES_ON_LIGHT[0]), 6));
     painter.drawLine(4, 38, 60, 38);
     painter.drawLine(4, 52, 60, 52);
-    painter.setBrush(QColor(213, 94, 0));
+    painter.setBrush(QColor(CURVES_ON_LIGHT[1]));
     for (const int x : {10, 38}) {
         painter.drawLine(x + 8, 26, x + 8, 38);
         painter.drawRoundedRect(x, 8, 16, 16, 4, 4);
@@ -56,6 +63,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_interfaces(new CInterfacePanel(workbench)),
       m_messages(new CMessagePanel(workbench)),
       m_events(new CEventPanel(workbench.events())),
+      m_logs(new CLogActions(workbench, this)),
       m_rate(new QLabel),
       m_unread(new QLabel),
       m_dark(new QAction(tr("D&ark"), this))
@@ -86,7 +94,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
     resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
-    send->raise(); // unless the state says otherwise
+    send->raise(); // until the saved state is loaded
     loadState();
 }
 
@@ -95,7 +103,7 @@ CMainWindow::~CMainWindow() = default;
 QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
 {
     auto* const dock = new QDockWidget(title, this);
-    dock->setObjectName(name); // saveState tells the docks apart by it
+    dock->setObjectName(name); // the key of the dock in the saved state
     dock->setWidget(panel);
     addDockWidget(area, dock);
     return dock;
@@ -104,28 +112,32 @@ QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QW
 void CMainWindow::makeMenus()
 {
     QMenu* const file = menuBar()->addMenu(tr("&File"));
-    file->addAction(&m_messages->loadAction());
-    file->addAction(&m_messages->saveAction());
-    file->addAction(&m_messages->recordAction());
-    file->addAction(&m_messages->replayAction());
+    file->addActions(m_logs->actions());
     file->addSeparator();
-    QAction* const quit = file->addAction(tr("&Quit"), this, [this] {
-        if (m_messages->mayDropTrace()) {
+    file->addAction(makeAction(this, tr("&Quit"), QKeySequence(QStringLiteral("Ctrl+Q")), [this] {
+        if (m_logs->mayDiscardTrace()) {
             close();
         }
-    });
-    quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
+    }));
 
     menuBar()->addMenu(tr("&Interface"))->addActions(m_interfaces->interfaceActions());
 
     QMenu* const messages = menuBar()->addMenu(tr("&Messages"));
-    messages->addAction(&m_messages->pauseAction());
-    messages->addAction(&m_messages->followAction());
-    messages->addAction(&m_messages->clearAction());
-    messages->addAction(&m_messages->findAction());
+    messages->addActions(m_messages->messageActions());
     messages->addSeparator();
     messages->addActions(m_messages->timeActions());
 
+    makeViewMenu();
+    menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
+        QMessageBox::about(this, windowTitle(),
+                           tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
+                              "Its guide is docs/cimview.md of the source.")
+                               .arg(QStringLiteral(CIM_VERSION)));
+    });
+}
+
+void CMainWindow::makeViewMenu()
+{
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     const QList<QDockWidget*> docks = findChildren<QDockWidget*>();
     int number = 1;
@@ -143,13 +155,6 @@ void CMainWindow::makeMenus()
     m_dark->setCheckable(true);
     connect(m_dark, &QAction::toggled, this, &setDark);
     view->addAction(m_dark);
-
-    menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
-        QMessageBox::about(this, windowTitle(),
-                           tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
-                              "Its guide is docs/cimview.md of the source.")
-                               .arg(QStringLiteral(CIM_VERSION)));
-    });
 }
 
 void CMainWindow::showUnread(int unread)
@@ -185,7 +190,9 @@ void CMainWindow::loadState()
     restoreState(settings.value(STATE).toByteArray());
     m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
     m_messages->loadState(settings);
-    m_interfaces->loadState(settings);
+    for (const QString& key : COLUMNS) {
+        findChild<QTableView*>(key)->horizontalHeader()->restoreState(settings.value(key).toByteArray());
+    }
     m_workbench.sendList().load(settings);
 }
 
@@ -197,7 +204,9 @@ void CMainWindow::saveState()
     settings.setValue(STATE, QMainWindow::saveState());
     settings.setValue(DARK, m_dark->isChecked());
     m_messages->saveState(settings);
-    m_interfaces->saveState(settings);
+    for (const QString& key : COLUMNS) {
+        settings.setValue(key, findChild<QTableView*>(key)->horizontalHeader()->saveState());
+    }
     m_workbench.sendList().save(settings);
 }
 
@@ -210,14 +219,14 @@ void CMainWindow::dragEnterEvent(QDragEnterEvent* event)
 
 void CMainWindow::dropEvent(QDropEvent* event)
 {
-    if (m_messages->mayDropTrace()) {
-        m_messages->loadLog(event->mimeData()->urls().value(0).toLocalFile());
+    if (m_logs->mayDiscardTrace()) {
+        m_logs->load(event->mimeData()->urls().value(0).toLocalFile());
     }
 }
 
 void CMainWindow::closeEvent(QCloseEvent* event)
 {
-    if (event->spontaneous() && !m_messages->mayDropTrace()) { // by the user; a signal to the program asks nobody
+    if (event->spontaneous() && !m_logs->mayDiscardTrace()) { // by the user; a signal to the program needs no answer
         event->ignore();
         return;
     }

@@ -13,6 +13,7 @@ namespace vexmor::Apps::Cimview
 class CBusloadPlot;
 class CEventPanel;
 class CInterfacePanel;
+class CLogActions;
 class CMessagePanel;
 class CSendPanel;
 class CWorkbench;
@@ -31,6 +32,7 @@ public:
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
     CEventPanel& eventPanel() { return *m_events; }
+    CLogActions& logs() { return *m_logs; }
     QAction& darkAction() { return *m_dark; }
     /// Brings a panel to the front: "Interfaces", "Busload", "Send" or "Events".
     void showPanel(const QString& name);
@@ -43,6 +45,7 @@ protected:
 private:
     QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
     void makeMenus();
+    void makeViewMenu();
     void showUnread(int unread);
     void showRate();
     void loadState();
@@ -52,6 +55,7 @@ private:
     CInterfacePanel* m_interfaces;
     CMessagePanel* m_messages;
     CEventPanel* m_events;
+    CLogActions* m_logs;
     QDockWidget* m_eventDock;
     QLabel* m_rate;
     QLabel* m_unread;

@@ -72,7 +72,7 @@ void CManagedInterface::onStatusChanged()
     }
     m_wasOpen = isOpen();
     if (!note.isEmpty()) {
-        Q_EMIT told(EEvent::eNote, 0, note);
+        Q_EMIT eventRaised(EEvent::eNote, 0, note);
     }
     Q_EMIT stateChanged();
 }
@@ -116,7 +116,7 @@ bool CManagedInterface::removeFromStore()
 
 void CManagedInterface::report(const SProblem& problem)
 {
-    Q_EMIT told(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
+    Q_EMIT eventRaised(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
 }
 
 } // namespace vexmor::Apps::Cimview

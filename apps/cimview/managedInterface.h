@@ -45,7 +45,7 @@ public:
     bool setBitRate(const QString& rate);
     /// After a change through `settings`: shows it, and stores it when the interface is stored.
     void settingsChanged();
-    /// Stores the interface under its name, and removes it from the store. What prevents it is told.
+    /// Stores the interface under its name, and removes it from the store. An event reports what prevents it.
     void store();
     bool removeFromStore();
 
@@ -55,7 +55,7 @@ Q_SIGNALS:
     /// Its state, too.
     void stateChanged();
     /// Something for the event log; `code` is a result code or 0.
-    void told(vexmor::Apps::Cimview::EEvent kind, int code, const QString& text);
+    void eventRaised(vexmor::Apps::Cimview::EEvent kind, int code, const QString& text);
 
 private:
     void onStatusChanged();

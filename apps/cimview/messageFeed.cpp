@@ -10,7 +10,7 @@ CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
 {
 }
 
-void CMessageFeed::feed(const std::vector<STraceRecord>& records)
+void CMessageFeed::addLive(const std::vector<STraceRecord>& records)
 {
     m_unsaved = m_unsaved || !records.empty();
     if (!m_paused) {
@@ -35,11 +35,15 @@ void CMessageFeed::show(const std::vector<STraceRecord>& records)
 
 void CMessageFeed::setPaused(bool paused)
 {
+    if (paused == m_paused) {
+        return;
+    }
     m_paused = paused;
     if (!paused) {
         show(m_waiting);
         m_waiting = {}; // gives the memory back
     }
+    Q_EMIT pausedChanged(paused);
 }
 
 void CMessageFeed::clear()

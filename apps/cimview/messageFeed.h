@@ -10,8 +10,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Feeds the messages to both models, and holds them back while the user has paused the display: they are shown
-/// afterwards, as many of them as a trace holds.
+/// Adds messages to both models. While the display is paused it holds live ones back, the last that a trace has room
+/// for, and shows them when the pause ends.
 class CMessageFeed : public QObject
 {
     Q_OBJECT
@@ -22,19 +22,23 @@ public:
     CTraceModel& trace() { return m_trace; }
     CIdentifierModel& identifiers() { return m_identifiers; }
 
-    /// Live messages, in order.
-    void feed(const std::vector<STraceRecord>& records);
-    /// Messages of a log: shown at once.
+    /// Adds live messages, or holds them back in a pause.
+    void addLive(const std::vector<STraceRecord>& records);
+    /// Adds messages of a log, in a pause as well.
     void show(const std::vector<STraceRecord>& records);
+    /// Holds live messages back, or shows those that were held back.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
-    /// Messages that are held back.
-    std::size_t heldBack() const { return m_waiting.size(); }
-    /// Forgets everything, what is held back as well.
+    /// Number of messages that are held back.
+    std::size_t waitingCount() const { return m_waiting.size(); }
+    /// Removes all messages, those that are held back as well.
     void clear();
-    /// True when live messages came since it was cleared, or `markSaved` was called.
+    /// True when live messages were added after the last call of `clear` or `markSaved`.
     bool isUnsaved() const { return m_unsaved; }
     void markSaved() { m_unsaved = false; }
+
+Q_SIGNALS:
+    void pausedChanged(bool paused);
 
 private:
     const std::size_t m_capacity;

@@ -6,6 +6,7 @@
 #include <QLocale>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <string_view>
@@ -14,38 +15,27 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
-
-void appendHex(QString& text, unsigned char byte)
-{
-    text += QLatin1Char(HEX_DIGITS[byte >> 4]);
-    text += QLatin1Char(HEX_DIGITS[byte & 0xF]);
-}
-
-char asciiOf(unsigned char byte)
-{
-    return byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
-}
-
-/// What the text filter looks at, in upper case: direction, identifier, data with blanks and without, ASCII. Made for
-/// every message of a busy bus: without an allocation.
+/// The text that the text filter searches, in upper case: direction, identifier, data with blanks and without, ASCII.
+/// Made for every message of a busy bus: without an allocation.
 class CSearchLine
 {
 public:
     explicit CSearchLine(const STraceRecord& record)
     {
-        const unsigned int id = record.message.id().value();
-        append(record.sent ? "TX " : "RX ");
-        for (int shift = 8; shift >= 0; shift -= 4) {
-            append(HEX_DIGITS[(id >> shift) & 0xF]);
-        }
-        appendData(record.message, true);
-        appendData(record.message, false);
+        const unsigned char* const begin = record.message.data();
+        const unsigned char* const end = begin + record.message.length();
+        append(record.sent ? 'T' : 'R');
+        append('X');
         append(' ');
-        for (unsigned int i = 0; i < record.message.length(); ++i) {
-            const char letter = asciiOf(record.message.data()[i]);
-            append(letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter);
+        appendHex(record.message.id().value(), 3);
+        for (const unsigned char* byte = begin; byte != end; ++byte) {
+            append(' ');
+            appendHex(*byte, 2);
         }
+        append(' ');
+        std::for_each(begin, end, [this](unsigned char byte) { appendHex(byte, 2); });
+        append(' ');
+        std::for_each(begin, end, [this](unsigned char byte) { append(upper(CanLog::asciiOf(byte))); });
     }
     bool contains(const std::string& text) const
     {
@@ -53,26 +43,19 @@ public:
     }
 
 private:
-    void append(char letter) { m_text[m_size++] = letter; }
-    void append(const char* text)
+    static char upper(char letter)
     {
-        while (*text != '\0') {
-            append(*text++);
-        }
+        return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
     }
-    void appendData(const Cim::CCanMessage& message, bool blanks)
+    void append(char letter) { m_text[m_size++] = letter; }
+    void appendHex(unsigned int number, int digits)
     {
-        append(' ');
-        for (unsigned int i = 0; i < message.length(); ++i) {
-            if (blanks && i > 0) {
-                append(' ');
-            }
-            append(HEX_DIGITS[message.data()[i] >> 4]);
-            append(HEX_DIGITS[message.data()[i] & 0xF]);
+        while (--digits >= 0) {
+            append("0123456789ABCDEF"[(number >> (4 * digits)) & 0xF]);
         }
     }
 
-    std::array<char, 64> m_text{}; ///< 3 + 3 + 1 + 23 + 1 + 16 + 1 + 8 at most
+    std::array<char, 64> m_text{}; ///< 3 + 3 + 24 + 1 + 16 + 1 + 8 at most
     std::size_t m_size = 0;
 };
 } // namespace
@@ -96,14 +79,8 @@ QString idText(const Cim::CCanMessage& message)
 
 QString dataText(const Cim::CCanMessage& message)
 {
-    QString text;
-    for (unsigned int i = 0; i < message.length(); ++i) {
-        if (i > 0) {
-            text += QLatin1Char(' ');
-        }
-        appendHex(text, message.data()[i]);
-    }
-    return text;
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
+    return QString::fromLatin1(data.toHex(' ').toUpper());
 }
 
 QString asciiText(const Cim::CCanMessage& message)
@@ -116,7 +93,7 @@ QString adminText(const Cim::CCanMessage& message)
     if (message.length() == 0) {
         return {};
     }
-    Cim::CCanMessage copy = message; // it is asked by functions that are not const
+    Cim::CCanMessage copy = message; // the functions that read it are not const
     QString text = QStringLiteral("type %1").arg(static_cast<int>(copy.messageType()));
     if (const int error = copy.errorNumber()) {
         text += QStringLiteral(", error %1").arg(error);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// How messages read, and which of them are looked for.
+/// Texts of messages for the user, and the search in them.
 namespace vexmor::Apps::Cimview
 {
 
@@ -20,19 +20,19 @@ QString dateText(std::int64_t microseconds);
 QString idText(const Cim::CCanMessage& message);
 /// Two hexadecimal digits for each byte, with blanks between.
 QString dataText(const Cim::CCanMessage& message);
-/// A character for each byte, a dot for what is none.
+/// A character for each byte, a dot for a byte that is none.
 QString asciiText(const Cim::CCanMessage& message);
-/// What the first byte says by the rules of administration messages: type, error with number, device checksum.
+/// The meaning of the first byte by the rules of administration messages: type, error with number, device checksum.
 QString adminText(const Cim::CCanMessage& message);
 /// "TX" or "RX".
 QString directionText(bool sent);
 
-/// What the user wants to see: messages that one of the filters lets through and that contain a text.
+/// Selects the messages that one of the filters lets through and that contain a text.
 class CMessageMatcher
 {
 public:
-    /// `text` is looked for in the interface's name, and in direction, identifier, data (with blanks and without) and
-    /// ASCII as they stand side by side; in upper or lower case. Empty: nothing is looked for.
+    /// `text` is searched in the interface's name, and in direction, identifier, data (with blanks and without) and
+    /// ASCII side by side, in upper or lower case. An empty text matches.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
     bool matches(const STraceRecord& record, const QString& sourceName) const;
@@ -43,7 +43,7 @@ private:
     std::string m_searched; ///< the same in upper case
 };
 
-/// Reads what the user typed: filters as readFilter takes them, with blanks or commas between.
+/// Reads filters as readFilter does, with blanks or commas between them.
 Result<std::vector<SFilter>> readFilters(const QString& text);
 
 } // namespace vexmor::Apps::Cimview

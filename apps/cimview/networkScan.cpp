@@ -1,12 +1,14 @@
 #include "apps/cimview/networkScan.h"
 
+#include "apps/cimview/interfaceList.h"
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
 {
 
-CNetworkScan::CNetworkScan(const std::vector<SPlugin>& plugins, std::function<void(Interfaces)> take)
-    : m_plugins(plugins), m_take(std::move(take))
+CNetworkScan::CNetworkScan(const std::vector<SPlugin>& plugins, CInterfaceList& interfaces)
+    : m_plugins(plugins), m_interfaces(interfaces)
 {
 }
 
@@ -17,7 +19,7 @@ bool CNetworkScan::start()
     }
     for (const SPlugin& plugin : m_plugins) {
         auto scan = std::make_unique<CInterfaceScan>(plugin);
-        if (scan->start({})) { // this one does not scan now, others may
+        if (scan->start({})) { // the other plugins may still scan
             continue;
         }
         connect(scan.get(), &CInterfaceScan::finished, this, &CNetworkScan::onFinished);
@@ -34,8 +36,8 @@ void CNetworkScan::onFinished()
     int found = 0;
     for (auto& scan : m_scans) {
         found += static_cast<int>(scan->found().size());
-        m_take(std::move(scan->found()));
-        scan.release()->deleteLater(); // one of them is what calls
+        m_interfaces.addFound(std::move(scan->found()));
+        scan.release()->deleteLater(); // one of them emitted the signal
     }
     m_scans.clear();
     Q_EMIT finished(found);

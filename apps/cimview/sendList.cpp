@@ -15,12 +15,19 @@ const QString INTERVAL = QStringLiteral("Interval");
 const QString COMMENT = QStringLiteral("Comment");
 } // namespace
 
-bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& message, QString& error)
+Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data)
 {
     const QString frame =
         id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
-    return CanLog::parseFrame(frame.toLatin1(), message, error);
+    Cim::CCanMessage message;
+    QString error;
+    if (!CanLog::parseFrame(frame.toLatin1(), message, error)) {
+        return wrongUsage(error);
+    }
+    return message;
 }
+
+CSendList::CSendList() : CTableModel({tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")}) {}
 
 void CSendList::add(const SSendItem& item)
 {
@@ -85,16 +92,6 @@ void CSendList::save(QSettings& settings) const
     settings.endArray();
 }
 
-int CSendList::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : static_cast<int>(m_items.size());
-}
-
-int CSendList::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
-}
-
 Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
 {
     if (!index.isValid()) {
@@ -133,8 +130,12 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
         setRunning(index.row(), value.toInt() == Qt::Checked);
         return true;
     }
+    if (role != Qt::EditRole) {
+        return false;
+    }
     SSendItem& changed = m_items[static_cast<std::size_t>(index.row())];
-    if (role != Qt::EditRole || !edit(changed, index.column(), value.toString())) {
+    if (const Failure failure = edit(changed, index.column(), value.toString())) {
+        Q_EMIT refused(failure->text);
         return false;
     }
     Q_EMIT dataChanged(index, index);
@@ -144,37 +145,27 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
     return true;
 }
 
-bool CSendList::edit(SSendItem& item, int column, const QString& text)
+Failure CSendList::edit(SSendItem& item, int column, const QString& text)
 {
-    QString error;
-    bool ok = true;
     if (column == eComment) {
         item.comment = text;
-    } else if (column == eInterval) {
-        const int milliseconds = text.toInt(&ok);
-        ok = ok && milliseconds >= 1 && milliseconds <= MAX_INTERVAL_MS;
-        if (ok) {
-            item.milliseconds = milliseconds;
-        } else {
-            error = tr("interval %1: must be 1 to %2 ms").arg(text).arg(MAX_INTERVAL_MS);
-        }
-    } else {
-        const QString id = column == eId ? text : idText(item.message);
-        ok = parseMessage(id, column == eData ? text : dataText(item.message), item.message, error);
-    }
-    if (!ok) {
-        Q_EMIT refused(error);
-    }
-    return ok;
-}
-
-QVariant CSendList::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
         return {};
     }
-    const QString titles[eColumnCount] = {tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")};
-    return titles[section];
+    if (column == eInterval) {
+        const int milliseconds = text.toInt(); // 0 where it is no number
+        if (milliseconds < 1 || milliseconds > MAX_INTERVAL_MS) {
+            return wrongUsage(tr("interval %1: must be 1 to %2 ms").arg(text).arg(MAX_INTERVAL_MS));
+        }
+        item.milliseconds = milliseconds;
+        return {};
+    }
+    Result<Cim::CCanMessage> message =
+        readMessage(column == eId ? text : idText(item.message), column == eData ? text : dataText(item.message));
+    if (!message) {
+        return message.problem();
+    }
+    item.message = *message;
+    return {};
 }
 
 } // namespace vexmor::Apps::Cimview

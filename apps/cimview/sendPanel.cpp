@@ -1,12 +1,12 @@
 #include "apps/cimview/sendPanel.h"
 
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
+#include "canlog/candumpLog.h"
 
 #include <QComboBox>
 #include <QFontDatabase>
-#include <QGridLayout>
-#include <QHeaderView>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -18,9 +18,6 @@
 
 namespace vexmor::Apps::Cimview
 {
-namespace
-{
-}
 
 CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
@@ -31,14 +28,14 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
       m_interval(new QSpinBox(this)),
       m_send(new QPushButton(tr("&Send"), this)),
       m_add(new QPushButton(tr("Add to &list"), this)),
-      m_sendChosen(new QPushButton(tr("Send c&hosen"), this)),
+      m_sendSelected(new QPushButton(tr("Send c&hosen"), this)),
       m_stop(new QPushButton(tr("S&top all"), this)),
       m_remove(new QPushButton(tr("Remove"), this)),
       m_table(new QTableView(this)),
       m_problem(new QLabel(this))
 {
     makeWidgets();
-    layOut();
+    makeLayout();
     connectWidgets();
     showInterfaces();
     setFocusProxy(m_id);
@@ -47,7 +44,7 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
 void CSendPanel::makeWidgets()
 {
     static const QRegularExpression ID(QStringLiteral("[0-7]?[0-9A-Fa-f]{1,2}"));
-    static const QRegularExpression DATA(QStringLiteral("([0-9A-Fa-f]{2} ?){0,8}"));
+    static const QRegularExpression DATA(QStringLiteral("([0-9A-Fa-f]{2} ?){0,%1}").arg(CanLog::MAX_DATA_LENGTH));
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     m_id->setValidator(new QRegularExpressionValidator(ID, this));
     m_id->setPlaceholderText(QStringLiteral("123"));
@@ -62,21 +59,15 @@ void CSendPanel::makeWidgets()
     m_interval->setValue(CSendList::DEFAULT_INTERVAL_MS);
     m_interval->setSuffix(tr(" ms"));
     m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
-    m_table->setModel(&m_workbench.sendList());
-    setUpTable(*m_table);
     m_table->setFont(fixed);
-    setColumnWidths(*m_table, {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"),
-                               QStringLiteral("3600000")});
+    setUpTable(
+        *m_table, m_workbench.sendList(),
+        {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
     m_problem->setWordWrap(true);
 }
 
-void CSendPanel::layOut()
+void CSendPanel::makeLayout()
 {
-    const auto makeLabel = [this](const QString& text, QWidget* buddy) {
-        auto* const label = new QLabel(text, this);
-        label->setBuddy(buddy);
-        return label;
-    };
     auto* const typed = new QHBoxLayout;
     typed->addWidget(makeLabel(tr("&On:"), m_interface));
     typed->addWidget(m_interface, 1);
@@ -90,7 +81,7 @@ void CSendPanel::layOut()
     list->addWidget(m_interval);
     list->addWidget(m_add);
     list->addStretch(1);
-    for (QPushButton* const button : {m_sendChosen, m_stop, m_remove}) {
+    for (QPushButton* const button : {m_sendSelected, m_stop, m_remove}) {
         list->addWidget(button);
     }
     auto* const layout = new QVBoxLayout(this);
@@ -111,8 +102,8 @@ void CSendPanel::connectWidgets()
     connect(m_id, &QLineEdit::returnPressed, this, &CSendPanel::sendTyped);
     connect(m_data, &QLineEdit::returnPressed, this, &CSendPanel::sendTyped);
     connect(m_add, &QPushButton::clicked, this, &CSendPanel::addTyped);
-    connect(m_sendChosen, &QPushButton::clicked, this, &CSendPanel::sendChosen);
-    connect(m_remove, &QPushButton::clicked, this, &CSendPanel::removeChosen);
+    connect(m_sendSelected, &QPushButton::clicked, this, &CSendPanel::sendSelected);
+    connect(m_remove, &QPushButton::clicked, this, &CSendPanel::removeSelected);
     connect(m_stop, &QPushButton::clicked, &list, &CSendList::stopAll);
     connect(&list, &CSendList::cyclicChanged, this, &CSendPanel::setCyclic);
     connect(&list, &CSendList::refused, this, &CSendPanel::showProblem);
@@ -122,65 +113,53 @@ void CSendPanel::connectWidgets()
 void CSendPanel::showInterfaces()
 {
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const QString chosen = m_interface->currentText();
+    const QString selected = m_interface->currentText();
     m_interface->clear();
-    for (int row = 0; row < interfaces.rowCount(); ++row) {
-        if (interfaces.at(row).isOpen()) {
-            m_interface->addItem(interfaces.at(row).name());
-        }
-    }
-    m_interface->setCurrentIndex(std::max(0, m_interface->findText(chosen)));
+    m_interface->addItems(interfaces.openNames());
+    m_interface->setCurrentIndex(std::max(0, m_interface->findText(selected)));
     const bool canSend = m_interface->count() > 0;
     m_interface->setEnabled(canSend);
     m_send->setEnabled(canSend);
-    m_sendChosen->setEnabled(canSend);
-    if (interfaces.sender(m_cyclicInterface) == nullptr) { // its interface is closed: nothing is sent any more
+    m_sendSelected->setEnabled(canSend);
+    if (interfaces.sender(m_cyclicInterface) == nullptr) { // its interface was closed
         m_workbench.sendList().stopAll();
     }
 }
 
-bool CSendPanel::typedMessage(Cim::CCanMessage& message)
+std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 {
-    QString error;
-    const bool ok = parseMessage(m_id->text(), m_data->text(), message, error);
-    showProblem(ok ? QString() : error);
-    return ok;
+    Result<Cim::CCanMessage> message = readMessage(m_id->text(), m_data->text());
+    showProblem(message ? QString() : message.problem().text);
+    return message ? std::optional(*message) : std::nullopt;
 }
 
 void CSendPanel::sendTyped()
 {
-    Cim::CCanMessage message;
-    CInterfaceInUse* const sender = m_workbench.interfaces().sender(m_interface->currentText());
-    if (typedMessage(message) && sender != nullptr) {
-        sender->send(message);
+    if (const auto message = typedMessage()) {
+        m_workbench.interfaces().send(m_interface->currentText(), *message);
     }
 }
 
 void CSendPanel::addTyped()
 {
-    SSendItem item;
-    if (typedMessage(item.message)) {
-        item.milliseconds = m_interval->value();
-        m_workbench.sendList().add(item);
+    if (const auto message = typedMessage()) {
+        m_workbench.sendList().add({*message, m_interval->value(), {}});
     }
 }
 
-void CSendPanel::sendChosen()
+void CSendPanel::sendSelected()
 {
-    CInterfaceInUse* const sender = m_workbench.interfaces().sender(m_interface->currentText());
-    const QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    for (const QModelIndex& row : rows) {
-        if (sender != nullptr) {
-            sender->send(m_workbench.sendList().item(row.row()).message);
-        }
+    for (const QModelIndex& row : m_table->selectionModel()->selectedRows()) {
+        m_workbench.interfaces().send(m_interface->currentText(), m_workbench.sendList().item(row.row()).message);
     }
 }
 
-void CSendPanel::removeChosen()
+void CSendPanel::removeSelected()
 {
     QModelIndexList rows = m_table->selectionModel()->selectedRows();
     std::sort(rows.begin(), rows.end(), [](const auto& one, const auto& other) { return other.row() < one.row(); });
-    for (const QModelIndex& row : std::as_const(rows)) { // from the last, so that the others keep their numbers
+    for (const QModelIndex& row :
+         std::as_const(rows)) { // from the last row, so that the rows before keep their numbers
         m_workbench.sendList().remove(row.row());
     }
 }
@@ -198,7 +177,7 @@ void CSendPanel::setCyclic(int key, const Cim::CCanMessage& message, int millise
         showProblem(QString());
     } else if (milliseconds > 0) {
         showProblem(tr("Open an interface first: there is none to send on."));
-        // When the view is done with the click that began this.
+        // After the view has handled the click that led here.
         QMetaObject::invokeMethod(&m_workbench.sendList(), &CSendList::stopAll, Qt::QueuedConnection);
     }
 }

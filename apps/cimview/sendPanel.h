@@ -1,6 +1,10 @@
 #pragma once
 
+#include "cim/canMessage.h"
+
 #include <QWidget>
+
+#include <optional>
 
 class QComboBox;
 class QLabel;
@@ -9,17 +13,12 @@ class QPushButton;
 class QSpinBox;
 class QTableView;
 
-namespace vexmor::Cim
-{
-class CCanMessage;
-}
-
 namespace vexmor::Apps::Cimview
 {
 
 class CWorkbench;
 
-/// Sends messages on an interface that is open: one that is typed, or those of the list, single or again and again.
+/// Sends messages on an interface that is open: one that is typed, or those of the list, once or cyclically.
 class CSendPanel : public QWidget
 {
     Q_OBJECT
@@ -29,14 +28,15 @@ public:
 
 private:
     void makeWidgets();
-    void layOut();
+    void makeLayout();
     void connectWidgets();
     void showInterfaces();
-    bool typedMessage(Cim::CCanMessage& message);
+    /// The message in the fields; nothing, with the problem shown, when it is none.
+    std::optional<Cim::CCanMessage> typedMessage();
     void sendTyped();
     void addTyped();
-    void sendChosen();
-    void removeChosen();
+    void sendSelected();
+    void removeSelected();
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
     void showProblem(const QString& text);
 
@@ -47,12 +47,12 @@ private:
     QSpinBox* m_interval;
     QPushButton* m_send;
     QPushButton* m_add;
-    QPushButton* m_sendChosen;
+    QPushButton* m_sendSelected;
     QPushButton* m_stop;
     QPushButton* m_remove;
     QTableView* m_table;
     QLabel* m_problem;
-    QString m_cyclicInterface; ///< where the list is being sent again and again
+    QString m_cyclicInterface; ///< the interface on which the list is sent cyclically
 };
 
 } // namespace vexmor::Apps::Cimview

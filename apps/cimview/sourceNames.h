@@ -9,8 +9,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The names of interfaces by number, so that a record needs two bytes for its own. A name keeps its number to the end
-/// of the program, also when its interface is gone. Window thread only.
+/// The names of interfaces by number, so that a record needs two bytes for the name. A name keeps its number until the
+/// program ends, also after its interface was removed. Window thread only.
 class CSourceNames
 {
 public:

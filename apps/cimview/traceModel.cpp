@@ -5,8 +5,11 @@
 namespace vexmor::Apps::Cimview
 {
 
-CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity, QObject* parent)
-    : QAbstractTableModel(parent), m_names(names), m_capacity(capacity)
+CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity)
+    : CTableModel({tr("Time"), tr("Interface"), tr("Dir"), tr("ID"), tr("Length"), tr("Data"), tr("ASCII"),
+                   tr("Administration")}),
+      m_names(names),
+      m_capacity(capacity)
 {
 }
 
@@ -102,14 +105,14 @@ const STraceRecord& CTraceModel::record(int row) const
     return m_records[m_rows[static_cast<std::size_t>(row)] - m_first];
 }
 
-int CTraceModel::rowCount(const QModelIndex& parent) const
+std::vector<STraceRecord> CTraceModel::records() const
 {
-    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
-}
-
-int CTraceModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : eColumnCount;
+    std::vector<STraceRecord> records;
+    records.reserve(m_rows.size());
+    for (const Serial serial : m_rows) {
+        records.push_back(m_records[serial - m_first]);
+    }
+    return records;
 }
 
 QVariant CTraceModel::data(const QModelIndex& index, int role) const
@@ -141,16 +144,6 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     default:
         return {};
     }
-}
-
-QVariant CTraceModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const QString titles[eColumnCount] = {tr("Time"),   tr("Interface"), tr("Dir"),   tr("ID"),
-                                          tr("Length"), tr("Data"),      tr("ASCII"), tr("Administration")};
-    return titles[section];
 }
 
 } // namespace vexmor::Apps::Cimview

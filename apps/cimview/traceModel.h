@@ -2,8 +2,7 @@
 
 #include "apps/cimview/messageText.h"
 #include "apps/cimview/sourceNames.h"
-
-#include <QAbstractTableModel>
+#include "apps/cimview/tableModel.h"
 
 #include <cstddef>
 #include <deque>
@@ -14,9 +13,9 @@ namespace vexmor::Apps::Cimview
 
 /// The last messages, oldest first, those that the matcher lets through as rows.
 ///
-/// Bounded: when it is full, the oldest tenth goes at once, so that a view has the cost of removed rows rarely. Rows
-/// only come at the end and only go at the beginning; another matcher resets the model.
-class CTraceModel : public QAbstractTableModel
+/// Bounded: a full trace drops its oldest tenth at once, so that views pay for removed rows rarely. Rows are only added
+/// at the end and only removed at the beginning; another matcher resets the model.
+class CTraceModel : public CTableModel
 {
     Q_OBJECT
 
@@ -30,9 +29,9 @@ public:
     };
 
     /// `names` must outlive the model.
-    explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY, QObject* parent = nullptr);
+    explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY);
 
-    /// Takes messages in one go; of more than fit, the last.
+    /// Adds messages; of more than fit, the last.
     void append(const std::vector<STraceRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);
@@ -43,15 +42,15 @@ public:
     std::size_t size() const { return m_records.size(); }
     /// The message of a row.
     const STraceRecord& record(int row) const;
+    /// The messages of all rows.
+    std::vector<STraceRecord> records() const;
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
     using Serial = std::uint64_t; ///< number of a message since the model was made
 
+    std::size_t shownRows() const override { return m_rows.size(); }
     void makeRoom(std::size_t count);
     bool matches(const STraceRecord& record) const;
     QString shownTime(int row) const;

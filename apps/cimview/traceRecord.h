@@ -5,7 +5,7 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// One message on its way to the models, and as they keep it by the hundred thousand.
+/// A message as the models keep it, by the hundred thousand.
 using STraceRecord = SBusRecord;
 
 } // namespace vexmor::Apps::Cimview

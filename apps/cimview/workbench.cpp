@@ -14,11 +14,9 @@ constexpr int SAMPLE_INTERVAL_MS = 250;
 } // namespace
 
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
-    : m_interfaces(plugins, m_names, m_mailbox),
-      m_scan(plugins, [this](auto found) { m_interfaces.addFound(std::move(found)); }),
-      m_feed(m_names)
+    : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins, m_interfaces), m_feed(m_names)
 {
-    connect(&m_interfaces, &CInterfaceList::eventHappened, &m_events, &CEventModel::add);
+    connect(&m_interfaces, &CInterfaceList::eventRaised, &m_events, &CEventModel::add);
     connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);
     connect(&m_scan, &CNetworkScan::finished, this,
             [this](int found) { note(tr("Scan finished, interfaces found: %1").arg(found)); });
@@ -62,12 +60,12 @@ void CWorkbench::startScan()
 
 void CWorkbench::note(const QString& text)
 {
-    m_events.add({microsecondsNow(), EEvent::eNote, QString(), 0, 1, text});
+    m_events.add(eventNow(EEvent::eNote, text));
 }
 
 void CWorkbench::warn(const QString& text)
 {
-    m_events.add({microsecondsNow(), EEvent::eWarning, QString(), 0, 1, text});
+    m_events.add(eventNow(EEvent::eWarning, text));
 }
 
 void CWorkbench::fetch()
@@ -75,7 +73,7 @@ void CWorkbench::fetch()
     m_mailbox->take(m_delivery);
     reportRefused();
     m_fetched += m_delivery.records.size();
-    m_feed.feed(m_delivery.records);
+    m_feed.addLive(m_delivery.records);
     m_recorder.record(m_delivery.records);
     for (const SErrorRecord& error : m_delivery.errors) {
         m_events.add(m_interfaces.eventOf(error));

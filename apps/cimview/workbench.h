@@ -19,8 +19,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// All that the window shows and works with, and what moves between its parts; knows no widgets. Lives in the window's
-/// thread and fetches what the interfaces' threads have left in the mailbox 25 times a second.
+/// Everything that the window shows, without widgets, and the flow of data between the parts: 25 times a second, it
+/// takes the messages and errors out of the mailbox of the interfaces' threads and adds them to the models. Window
+/// thread only.
 class CWorkbench : public QObject
 {
     Q_OBJECT
@@ -37,7 +38,7 @@ public:
     CSendList& sendList() { return m_sendList; }
     CLogRecorder& recorder() { return m_recorder; }
     const CBusloadHistory& busloads() const { return m_busloads; }
-    /// Messages fetched so far, and those that were lost because the window did not fetch for too long.
+    /// Number of messages fetched so far, and of those that were lost because the window did not fetch for too long.
     std::uint64_t fetched() const { return m_fetched; }
     std::uint64_t lost() const { return m_lost; }
 
@@ -45,11 +46,11 @@ public:
     /// first. An empty `logFile` stands for generated traffic. Once.
     Failure simulate(const QString& logFile);
     CEmbeddedSim& sim() { return m_sim; }
-    /// Starts a scan of the network; what prevents it is told of by an event.
+    /// Starts a scan of the network; an event reports what prevents it.
     void startScan();
-    /// Tells the user something by way of the event log.
+    /// Adds a text to the event log.
     void note(const QString& text);
-    /// The same of something that was lost or did not work: counted as unread.
+    /// The same about something that was lost or did not work: counted as unread.
     void warn(const QString& text);
 
 private:

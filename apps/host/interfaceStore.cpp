@@ -17,14 +17,15 @@ QString groupOf(const QString& name)
     return GROUP + QLatin1Char('/') + info.settingsGroup();
 }
 
-/// An interface without a name has its keys beside the groups: one that is named like this group stays.
+/// Removes the keys of a group one by one: removing the group would also remove a key of the same name beside it, which
+/// belongs to an interface without a name.
 void removeGroup(QSettings& settings, const QString& group)
 {
-    const QVariant namesake = settings.value(group);
-    settings.remove(group);
-    if (namesake.isValid()) {
-        settings.setValue(group, namesake);
+    settings.beginGroup(group);
+    for (const QString& key : settings.allKeys()) {
+        settings.remove(key);
     }
+    settings.endGroup();
 }
 
 Failure failureOf(Cim::CCanInterface& canInterface, int code)

@@ -1,6 +1,7 @@
 #include "t93CanDevice.h"
 
 #include "apps/host/bitRates.h"
+#include "canlog/candumpLog.h"
 #include "cim/resultCodes.h"
 
 #include <QVariant>
@@ -17,7 +18,6 @@ using Device = QCanBusDevice;
 
 /// May wait to be sent: a second of a full bus.
 constexpr int SEND_LIMIT = 9'000;
-constexpr unsigned int MAX_ID = 0x7FF;
 constexpr unsigned long END_WAIT_MS = 100;
 /// Received frames that may wait for this thread, which stops to take them long before.
 constexpr std::size_t MAILBOX_LIMIT = 100'000;
@@ -156,9 +156,9 @@ QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
     return !m_interface ? tr("Not sent: the device is not connected.")
            : m_isLost   ? tr("Not sent: the connection to the gateway is lost; it is being regained.")
            : frame.frameType() != QCanBusFrame::DataFrame ? tr("Not sent: a T93 sends data frames only.")
-           : frame.hasExtendedFrameFormat() || frame.frameId() > MAX_ID
+           : frame.hasExtendedFrameFormat() || frame.frameId() > CanLog::MAX_ID
                ? tr("Not sent: a T93 sends 11-bit identifiers only.")
-           : frame.hasFlexibleDataRateFormat() || frame.payload().size() > 8
+           : frame.hasFlexibleDataRateFormat() || frame.payload().size() > CanLog::MAX_DATA_LENGTH
                ? tr("Not sent: a T93 has no CAN FD, and no more than 8 data bytes.")
            : framesToWrite() >= SEND_LIMIT ? tr("Not sent: %1 frames wait already.").arg(SEND_LIMIT)
                                            : QString();

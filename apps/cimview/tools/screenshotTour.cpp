@@ -53,12 +53,12 @@ std::vector<CScreenshotTour::SStep> CScreenshotTour::steps()
         {hasErrors,
          [this] {
              m_window.showPanel(QStringLiteral("Events"));
-             m_window.eventPanel().choose(m_workbench.events().rowCount() - 1);
+             m_window.eventPanel().selectRow(m_workbench.events().rowCount() - 1);
          }},
         {always,
          [this] {
              save(m_window.eventPanel(), QStringLiteral("events"));
-             m_window.interfacePanel().choose(0);
+             m_window.interfacePanel().selectRow(0);
              for (int row = 0; row < m_workbench.interfaces().rowCount(); ++row) {
                  m_workbench.interfaces().at(row).close();
              }

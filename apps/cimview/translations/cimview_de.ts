@@ -416,6 +416,73 @@
     </message>
 </context>
 <context>
+    <name>vexmor::Apps::Cimview::CLogActions</name>
+    <message>
+        <source>candump logs (*.log);;All files (*)</source>
+        <translation>candump-Logs (*.log);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>&amp;Load log ...</source>
+        <translation>Log &amp;laden …</translation>
+    </message>
+    <message>
+        <source>&amp;Save log ...</source>
+        <translation>L&amp;og speichern …</translation>
+    </message>
+    <message>
+        <source>&amp;Record to files ...</source>
+        <translation>In Dateien auf&amp;nehmen ...</translation>
+    </message>
+    <message>
+        <source>Re&amp;play what is shown ...</source>
+        <translation>Gezeigtes ab&amp;spielen ...</translation>
+    </message>
+    <message>
+        <source>%1 messages loaded; live messages wait until the pause ends.</source>
+        <translation>%1 Nachrichten geladen; neue Nachrichten warten bis zum Ende der Pause.</translation>
+    </message>
+    <message>
+        <source>%1 messages saved.</source>
+        <translation>%1 Nachrichten gespeichert.</translation>
+    </message>
+    <message>
+        <source>Replay ended, messages sent: %1</source>
+        <translation>Abspielen beendet, gesendete Nachrichten: %1</translation>
+    </message>
+    <message>
+        <source>Trace</source>
+        <translation>Aufzeichnung</translation>
+    </message>
+    <message>
+        <source>The messages of the trace are not saved. Drop them?</source>
+        <translation>Die Nachrichten der Aufzeichnung sind nicht gespeichert. Verwerfen?</translation>
+    </message>
+    <message>
+        <source>Load log</source>
+        <translation>Log laden</translation>
+    </message>
+    <message>
+        <source>Save log</source>
+        <translation>Log speichern</translation>
+    </message>
+    <message>
+        <source>Folder of the recordings</source>
+        <translation>Ordner der Aufnahmen</translation>
+    </message>
+    <message>
+        <source>Replay</source>
+        <translation>Abspielen</translation>
+    </message>
+    <message>
+        <source>Send what is shown on:</source>
+        <translation>Gezeigtes senden auf:</translation>
+    </message>
+    <message>
+        <source>Open an interface first: there is none to send on.</source>
+        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+    </message>
+</context>
+<context>
     <name>vexmor::Apps::Cimview::CLogLoader</name>
     <message>
         <source>%1: lines skipped (29-bit, remote, error or CAN FD frames): %2</source>
@@ -427,10 +494,6 @@
     <message>
         <source>Recording ended: the disk of %1 is nearly full.</source>
         <translation>Aufnahme beendet: Der Datenträger von %1 ist fast voll.</translation>
-    </message>
-    <message>
-        <source>%1 cannot be written: %2</source>
-        <translation>%1 kann nicht geschrieben werden: %2</translation>
     </message>
 </context>
 <context>
@@ -555,14 +618,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Lö&amp;schen</translation>
     </message>
     <message>
-        <source>&amp;Load log ...</source>
-        <translation>Log &amp;laden …</translation>
-    </message>
-    <message>
-        <source>&amp;Save log ...</source>
-        <translation>L&amp;og speichern …</translation>
-    </message>
-    <message>
         <source>&amp;Find text</source>
         <translation>Text &amp;suchen</translation>
     </message>
@@ -587,26 +642,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Te&amp;xt:</translation>
     </message>
     <message>
-        <source>candump logs (*.log);;All files (*)</source>
-        <translation>candump-Logs (*.log);;Alle Dateien (*)</translation>
-    </message>
-    <message>
-        <source>Save log</source>
-        <translation>Log speichern</translation>
-    </message>
-    <message>
-        <source>Load log</source>
-        <translation>Log laden</translation>
-    </message>
-    <message>
-        <source>%1 messages loaded; live messages wait until the pause ends.</source>
-        <translation>%1 Nachrichten geladen; neue Nachrichten warten bis zum Ende der Pause.</translation>
-    </message>
-    <message>
-        <source>%1 messages saved.</source>
-        <translation>%1 Nachrichten gespeichert.</translation>
-    </message>
-    <message>
         <source>%L1 waiting</source>
         <translation>%L1 warten</translation>
     </message>
@@ -629,14 +664,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     <message>
         <source>Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again.</source>
         <translation>Hält die neueste Nachricht im Blick. Hochrollen beendet es, zum Ende rollen beginnt es wieder.</translation>
-    </message>
-    <message>
-        <source>Trace</source>
-        <translation>Aufzeichnung</translation>
-    </message>
-    <message>
-        <source>The messages of the trace are not saved. Drop them?</source>
-        <translation>Die Nachrichten der Aufzeichnung sind nicht gespeichert. Verwerfen?</translation>
     </message>
     <message>
         <source>Show only this identifier</source>
@@ -667,34 +694,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>wrong filter</source>
         <translation>falscher Filter</translation>
-    </message>
-    <message>
-        <source>&amp;Record to files ...</source>
-        <translation>In Dateien auf&amp;nehmen ...</translation>
-    </message>
-    <message>
-        <source>Re&amp;play what is shown ...</source>
-        <translation>Gezeigtes ab&amp;spielen ...</translation>
-    </message>
-    <message>
-        <source>Replay ended, messages sent: %1</source>
-        <translation>Abspielen beendet, gesendete Nachrichten: %1</translation>
-    </message>
-    <message>
-        <source>Folder of the recordings</source>
-        <translation>Ordner der Aufnahmen</translation>
-    </message>
-    <message>
-        <source>Replay</source>
-        <translation>Abspielen</translation>
-    </message>
-    <message>
-        <source>Send what is shown on:</source>
-        <translation>Gezeigtes senden auf:</translation>
-    </message>
-    <message>
-        <source>Open an interface first: there is none to send on.</source>
-        <translation>Erst eine Schnittstelle öffnen: Es ist keine zum Senden da.</translation>
     </message>
 </context>
 <context>

@@ -4,20 +4,39 @@
 #include <QPalette>
 #include <QStyle>
 
+#include <array>
+
+/// All colours of the window that are not the style's own.
 namespace vexmor::Apps::Cimview
 {
 
-/// A dark palette, for those whose desktop offers none.
+/// Text that makes no sense; readable on a light ground and on a dark one.
+constexpr QColor WRONG_TEXT(220, 50, 50);
+
+/// Colours of curves, which people who see few colours can tell apart as well: for a light ground.
+constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
+/// The same for a dark ground.
+constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
+
+/// The colours of curves that can be seen on a ground.
+inline const std::array<QRgb, 6>& curveColours(const QColor& ground)
+{
+    constexpr int MIDDLE_LIGHTNESS = 128;
+    return ground.lightness() < MIDDLE_LIGHTNESS ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+}
+
+/// A dark palette, for desktops that offer none.
 inline QPalette darkPalette()
 {
+    const QColor raised(60, 60, 64);
     QPalette palette(QColor(62, 62, 66), QColor(42, 42, 45));
     // Lighter than the lines that the style draws around check boxes: they would not be seen on it.
     palette.setColor(QPalette::Base, QColor(54, 54, 58));
-    palette.setColor(QPalette::AlternateBase, QColor(60, 60, 64));
+    palette.setColor(QPalette::AlternateBase, raised);
     palette.setColor(QPalette::Highlight, QColor(61, 133, 198));
     palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, QColor(110, 170, 230));
-    palette.setColor(QPalette::ToolTipBase, QColor(60, 60, 64));
+    palette.setColor(QPalette::ToolTipBase, raised);
     palette.setColor(QPalette::ToolTipText, Qt::white);
     palette.setColor(QPalette::PlaceholderText, QColor(150, 150, 150));
     for (const auto role : {QPalette::Text, QPalette::ButtonText, QPalette::WindowText}) {
@@ -27,7 +46,7 @@ inline QPalette darkPalette()
     return palette;
 }
 
-/// Gives the whole application this palette, or back that of its style.
+/// Gives the whole application the dark palette, or the palette of its style.
 inline void setDark(bool dark)
 {
     if (dark) {

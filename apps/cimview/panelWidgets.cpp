@@ -1,9 +1,9 @@
-#include "apps/cimview/tableSetup.h"
+#include "apps/cimview/panelWidgets.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
+#include <QLabel>
 #include <QMenu>
 #include <QTableView>
 #include <QToolBar>
@@ -15,8 +15,8 @@ namespace vexmor::Apps::Cimview
 
 namespace
 {
-/// The chosen rows as lines, cells with tabs between, in the order in which they are seen.
-QString chosenText(const QTableView& table)
+/// The selected rows as lines, with tabs between the cells, in the order in which they are shown.
+QString selectedText(const QTableView& table)
 {
     QModelIndexList rows = table.selectionModel()->selectedRows();
     std::sort(rows.begin(), rows.end());
@@ -48,14 +48,15 @@ void chooseColumns(QTableView& table, const QPoint& place)
 }
 } // namespace
 
-void setUpTable(QTableView& table)
+void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples)
 {
+    table.setModel(&model);
     table.setSelectionBehavior(QAbstractItemView::SelectRows);
     table.setAlternatingRowColors(true);
     table.setShowGrid(false);
     table.setWordWrap(false);
     table.setTabKeyNavigation(false);
-    // All rows of one known height: the view never asks a row for its own, however many there are.
+    // All rows of one known height, so that the view measures none of them.
     table.verticalHeader()->hide();
     table.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table.verticalHeader()->setMinimumSectionSize(1);
@@ -63,27 +64,22 @@ void setUpTable(QTableView& table)
     table.horizontalHeader()->setFont(QApplication::font());
     table.horizontalHeader()->setStretchLastSection(true);
     table.horizontalHeader()->setHighlightSections(false);
-    auto* const copy = new QAction(QCoreApplication::translate("Table", "Copy rows"), &table);
-    copy->setShortcut(QKeySequence::Copy);
+    QAction* const copy = makeAction(&table, QCoreApplication::translate("Table", "Copy rows"), QKeySequence::Copy,
+                                     [&table] { QApplication::clipboard()->setText(selectedText(table)); });
     copy->setShortcutContext(Qt::WidgetShortcut);
-    QObject::connect(copy, &QAction::triggered, &table,
-                     [&table] { QApplication::clipboard()->setText(chosenText(table)); });
     table.addAction(copy);
     table.setContextMenuPolicy(Qt::ActionsContextMenu);
     table.horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     table.horizontalHeader()->setContextMenuPolicy(Qt::CustomContextMenu);
     QObject::connect(table.horizontalHeader(), &QWidget::customContextMenuRequested, &table,
                      [&table](const QPoint& place) { chooseColumns(table, place); });
-}
-
-void setColumnWidths(QTableView& table, const QStringList& samples)
-{
     const QFontMetrics metrics(table.font());
     for (int column = 0; column < samples.size(); ++column) {
         const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("M"));
         table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
     }
 }
+
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
 {
     auto* const bar = new QToolBar(parent);
@@ -93,6 +89,13 @@ QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
         bar->widgetForAction(action)->setFocusPolicy(Qt::StrongFocus);
     }
     return bar;
+}
+
+QLabel* makeLabel(const QString& text, QWidget* field)
+{
+    auto* const label = new QLabel(text, field->parentWidget());
+    label->setBuddy(field);
+    return label;
 }
 
 } // namespace vexmor::Apps::Cimview

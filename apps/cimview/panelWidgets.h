@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QAction>
+#include <QKeySequence>
+#include <QStringList>
+
+#include <utility>
+
+class QAbstractItemModel;
+class QLabel;
+class QTableView;
+class QToolBar;
+
+/// Parts that several panels are made of.
+namespace vexmor::Apps::Cimview
+{
+
+/// Makes a table of compact rows of one height, selected as a whole; Tab leaves it, Ctrl+C and the context menu copy
+/// the selected rows. The first columns are wide enough for these samples and for their titles. Uses the font of the
+/// table.
+void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples);
+
+/// Buttons for actions, with their texts, that Tab reaches; a menu has those that do not fit.
+QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
+
+/// The label of a field; the letter behind & sets the focus to the field.
+QLabel* makeLabel(const QString& text, QWidget* field);
+
+/// An action that belongs to `owner` and calls `act` when the user triggers it.
+template <typename Owner, typename Act>
+QAction* makeAction(Owner* owner, const QString& text, const QKeySequence& shortcut, Act&& act)
+{
+    auto* const action = new QAction(text, owner);
+    action->setShortcut(shortcut);
+    QObject::connect(action, &QAction::triggered, owner, std::forward<Act>(act));
+    return action;
+}
+
+} // namespace vexmor::Apps::Cimview

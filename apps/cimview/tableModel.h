@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QStringList>
+
+namespace vexmor::Apps::Cimview
+{
+
+/// What the table models of this window have in common: a number of rows, none of which has children, and titles of
+/// columns that never change.
+class CTableModel : public QAbstractTableModel
+{
+public:
+    int rowCount(const QModelIndex& parent = {}) const final
+    {
+        return parent.isValid() ? 0 : static_cast<int>(shownRows());
+    }
+    int columnCount(const QModelIndex& parent = {}) const final
+    {
+        return parent.isValid() ? 0 : static_cast<int>(m_titles.size());
+    }
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const final
+    {
+        return orientation == Qt::Horizontal && role == Qt::DisplayRole ? m_titles.value(section) : QVariant();
+    }
+
+protected:
+    explicit CTableModel(QStringList titles) : m_titles(std::move(titles)) {}
+
+private:
+    virtual std::size_t shownRows() const = 0;
+
+    const QStringList m_titles;
+};
+
+} // namespace vexmor::Apps::Cimview
