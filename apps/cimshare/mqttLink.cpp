@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstring>
 #include <mosquitto.h>
-#include <mqtt_protocol.h>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -23,7 +22,6 @@ constexpr int END_MS = 1000;
 /// Messages that may wait for the broker: some megabytes, or ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
-constexpr int REFUSED_VERSION_3 = 1; // CONNACK of MQTT 3.1.1
 
 QString textOf(int code)
 {
@@ -180,9 +178,6 @@ void CMqttLink::run()
 void CMqttLink::runOnce()
 {
     m_problem.clear();
-    m_isNotUnderstood = false;
-    mosquitto_int_option(m_client.get(), MOSQ_OPT_PROTOCOL_VERSION,
-                         m_usesVersion5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
     int code = mosquitto_connect_async(m_client.get(), m_broker.host.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
     QElapsedTimer sinceEnding;
     while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
@@ -193,9 +188,6 @@ void CMqttLink::runOnce()
         }
     }
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
-    if (m_isNotUnderstood || (!m_wasConnected && (code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_PROTOCOL))) {
-        m_usesVersion5 = !m_usesVersion5;
-    }
     decltype(m_waiting) neverLeft;
     {
         const std::lock_guard<std::mutex> guard(m_lock);
@@ -221,8 +213,7 @@ bool CMqttLink::waitBeforeNext(int seconds)
 void CMqttLink::onConnect(int code)
 {
     if (code != 0) {
-        m_problem = QString::fromUtf8(m_usesVersion5 ? mosquitto_reason_string(code) : mosquitto_connack_string(code));
-        m_isNotUnderstood = code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION || code == REFUSED_VERSION_3;
+        m_problem = QString::fromUtf8(mosquitto_connack_string(code));
         return;
     }
     for (const QString& topic : std::as_const(m_subscriptions)) {

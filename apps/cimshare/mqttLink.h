@@ -32,8 +32,8 @@ struct SBroker {
     Failure setAddress(const QString& text);
 };
 
-/// A connection to a broker, MQTT 5 or, where the broker knows no 5, 3.1.1; kept by a thread of its own, which alone
-/// waits for the network. When it is lost it is tried again and again, with growing pauses.
+/// A connection to a broker (MQTT 3.1.1), kept by a thread of its own, the only one that waits for the network. A lost
+/// connection is tried again and again, with growing pauses.
 class CMqttLink : public QObject
 {
     Q_OBJECT
@@ -91,8 +91,6 @@ private:
     int m_waitingMessages = 0;
 
     QString m_problem; ///< of the thread: why the broker refused
-    bool m_usesVersion5 = true;
-    bool m_isNotUnderstood = false; ///< the broker does not know the version
     bool m_wasConnected = false;
     std::thread m_thread;
 };
