@@ -1,8 +1,6 @@
 #include "requireTool.h"
 #include "shareFixture.h"
 
-#include <QtEndian>
-
 #include <csignal>
 
 using namespace vexmor::Test;
@@ -134,24 +132,6 @@ private Q_SLOTS:
         QVERIFY(all.hears("/refused {\"line\":\"126#\",\"reason\":\"retained\"}"));
         QCOMPARE(share.sent.size(), 2);
         QVERIFY(listening.sent.isEmpty());
-    }
-
-    void aPublicationForEachMessage()
-    {
-        const SBroker broker;
-        SShare share(broker.options("--mqtt-per-message --allow-send"_s));
-        SSubscriber each(broker, share.name + "/+"_s, "%t %x"_s);
-        QVERIFY(share.happened("broker"_s));
-        broker.publish(share.name + "/s/291"_s, hex("000000000000000000aabb"));
-        QTRY_COMPARE(share.sent, QStringList{"123#AABB"_s});
-        const auto sendUntilHeard = [&] { // the subscriber may be late
-            share.put("124#11");
-            return each.heard.contains("/292 ");
-        };
-        QTRY_VERIFY(sendUntilHeard());
-        const QByteArray payload = hex(each.heard.mid(each.heard.indexOf("/292 ") + 5, 20).constData());
-        const auto age = QDateTime::currentMSecsSinceEpoch() * 1000 - qFromLittleEndian<qint64>(payload.constData());
-        QVERIFY2(payload.endsWith(hex("0011")) && age > -2000 && age < 10'000'000, payload.toHex());
     }
 
     /// What could not be published is told as a gap of that length; who serves others is not held up.

@@ -56,8 +56,8 @@ QJsonObject loadOf(CSharedBus& bus)
 }
 } // namespace
 
-CMqttShare::CMqttShare(const std::vector<CSharedBus*>& buses, const SMqttForm& form, CEventLog& log)
-    : m_form(form), m_log(log), m_shared(buses.size()), m_link(form.topic + STATE, online(false))
+CMqttShare::CMqttShare(const std::vector<CSharedBus*>& buses, const QString& topic, CEventLog& log)
+    : m_topic(topic), m_log(log), m_shared(buses.size()), m_link(topic + STATE, online(false))
 {
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttShare::flush);
@@ -97,7 +97,7 @@ void CMqttShare::connectBus(SShared& shared)
                       false);
     });
     if (bus->allowsSending()) {
-        m_link.subscribe(m_form.isMessageEach ? shared.name + QStringLiteral("/s/+") : topicOf(shared, SEND));
+        m_link.subscribe(topicOf(shared, SEND));
     }
 }
 
@@ -116,22 +116,16 @@ Failure CMqttShare::start(const SBroker& broker)
 
 QString CMqttShare::topicOf(const SShared& shared, const char* last) const
 {
-    return m_form.topic + QLatin1Char('/') + shared.name + QLatin1Char('/') + QLatin1String(last);
+    return m_topic + QLatin1Char('/') + shared.name + QLatin1Char('/') + QLatin1String(last);
 }
 
 // ---- To the broker ----
 
 void CMqttShare::onMessage(SShared& shared, const Cim::CCanMessage& message, bool isSent)
 {
-    const std::int64_t now = microsecondsNow();
-    if (m_form.isMessageEach) {
-        publish(shared, shared.name + QLatin1Char('/') + QString::number(message.id().value()),
-                singlePayload(message, now), 1);
-        return;
-    }
     SBatch& batch = isSent ? shared.sent : shared.received;
     batch.lines += batch.lines.isEmpty() ? "" : "\n";
-    batch.lines += CanLog::formatLogLine({now, shared.name.toUtf8(), message, isSent ? 'T' : 'R'});
+    batch.lines += CanLog::formatLogLine({microsecondsNow(), shared.name.toUtf8(), message, isSent ? 'T' : 'R'});
     if (++batch.messages >= BATCH_MESSAGES) {
         publishBatch(shared, isSent ? SENT : RECEIVED, batch);
     } else if (!m_batchTimer.isActive()) {
@@ -139,20 +133,13 @@ void CMqttShare::onMessage(SShared& shared, const Cim::CCanMessage& message, boo
     }
 }
 
-void CMqttShare::publish(SShared& shared, const QString& topic, const QByteArray& payload, int messages)
-{
-    const auto owner = static_cast<std::size_t>(&shared - m_shared.data());
-    if (!m_link.publish(topic, payload, false, owner, messages)) {
-        countLost(shared, messages);
-    }
-}
-
 void CMqttShare::publishBatch(SShared& shared, const char* last, SBatch& batch)
 {
-    if (batch.messages > 0) {
-        publish(shared, topicOf(shared, last), batch.lines, batch.messages);
-        batch = {};
+    const auto owner = static_cast<std::size_t>(&shared - m_shared.data());
+    if (batch.messages > 0 && !m_link.publish(topicOf(shared, last), batch.lines, false, owner, batch.messages)) {
+        countLost(shared, batch.messages);
     }
+    batch = {};
 }
 
 void CMqttShare::flush()
@@ -179,7 +166,7 @@ bool CMqttShare::publishObject(const SShared& shared, const char* last, const QJ
 
 void CMqttShare::publishOnline(bool isOnline)
 {
-    m_link.publish(m_form.topic + STATE, online(isOnline), true);
+    m_link.publish(m_topic + STATE, online(isOnline), true);
 }
 
 /// State and load that are others than was told, and a gap that is over.
@@ -205,7 +192,7 @@ void CMqttShare::publishChanges(SShared& shared)
 void CMqttShare::onConnected()
 {
     m_isLossTold = false;
-    m_log.tell("broker", QStringLiteral("mqtt"), QStringLiteral("connected, topics below %1").arg(m_form.topic));
+    m_log.tell("broker", QStringLiteral("mqtt"), QStringLiteral("connected, topics below %1").arg(m_topic));
     publishOnline(true);
     for (SShared& shared : m_shared) {
         shared.state = {};
@@ -218,10 +205,7 @@ void CMqttShare::onConnected()
 
 void CMqttShare::onReceived(const QString& topic, const QByteArray& payload, const QString& problem)
 {
-    const auto isMeant = [&](const SShared& shared) {
-        return m_form.isMessageEach ? topic.startsWith(shared.name + QStringLiteral("/s/"))
-                                    : topic == topicOf(shared, SEND);
-    };
+    const auto isMeant = [&](const SShared& shared) { return topic == topicOf(shared, SEND); };
     const auto shared = std::find_if(m_shared.begin(), m_shared.end(), isMeant);
     if (shared == m_shared.end()) {
         return;
@@ -229,8 +213,6 @@ void CMqttShare::onReceived(const QString& topic, const QByteArray& payload, con
     std::vector<SMqttSend> messages;
     if (!problem.isEmpty()) {
         messages.push_back({payload, {}, problem});
-    } else if (m_form.isMessageEach) {
-        messages.push_back(readSingle(topic.section(QLatin1Char('/'), -1), payload));
     } else {
         messages = readMqttLines(payload);
     }

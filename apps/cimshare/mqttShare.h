@@ -14,12 +14,6 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// How buses appear at a broker.
-struct SMqttForm {
-    QString topic;              ///< above all
-    bool isMessageEach = false; ///< each message a publication of its own, below the name of the bus alone
-};
-
 /// Publishes what is on the buses at a broker, and puts on them what is published for them there. Nothing waits for the
 /// broker: what it cannot take is lost, counted, and told as a gap.
 class CMqttShare : public QObject
@@ -27,8 +21,8 @@ class CMqttShare : public QObject
     Q_OBJECT
 
 public:
-    /// What is handed over outlives this.
-    CMqttShare(const std::vector<CSharedBus*>& buses, const SMqttForm& form, CEventLog& log);
+    /// All topics begin with `topic`. What is handed over outlives this.
+    CMqttShare(const std::vector<CSharedBus*>& buses, const QString& topic, CEventLog& log);
     ~CMqttShare() override;
 
     Failure start(const SBroker& broker);
@@ -55,7 +49,6 @@ private:
     void connectBus(SShared& shared);
     QString topicOf(const SShared& shared, const char* last) const;
     void onMessage(SShared& shared, const Cim::CCanMessage& message, bool isSent);
-    void publish(SShared& shared, const QString& topic, const QByteArray& payload, int messages);
     void publishBatch(SShared& shared, const char* last, SBatch& batch);
     void flush();
     void countLost(SShared& shared, int messages);
@@ -65,7 +58,7 @@ private:
     void onConnected();
     void onReceived(const QString& topic, const QByteArray& payload, const QString& problem);
 
-    const SMqttForm m_form;
+    const QString m_topic;
     CEventLog& m_log;
     std::vector<SShared> m_shared;
     QTimer m_batchTimer;

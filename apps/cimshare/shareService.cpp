@@ -51,7 +51,7 @@ Failure CShareService::start()
         }
     }
     if (!m_options.broker.host.isEmpty()) {
-        m_mqtt = std::make_unique<CMqttShare>(m_buses, m_options.mqtt, m_log);
+        m_mqtt = std::make_unique<CMqttShare>(m_buses, m_options.mqttTopic, m_log);
         if (Failure failure = m_mqtt->start(m_options.broker)) {
             return failure;
         }

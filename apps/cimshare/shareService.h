@@ -26,8 +26,8 @@ struct SShareOptions {
     std::optional<SListenAddress> socketcand;
     bool beacon = false;
     std::optional<SListenAddress> t93;
-    SBroker broker; ///< without a host: none
-    SMqttForm mqtt;
+    SBroker broker;        ///< without a host: none
+    QString mqttTopic;     ///< above all topics
     int statusSeconds = 0; ///< between two status lines; 0: none
     bool json = false;
     SPluginPlace plugins;
