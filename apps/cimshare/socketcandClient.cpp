@@ -22,15 +22,6 @@ int roundedMs(std::int64_t microseconds)
 {
     return static_cast<int>((microseconds + MICROSECONDS_A_MS - 1) / MICROSECONDS_A_MS);
 }
-
-bool differ(const Cim::CCanMessage& one, const Cim::CCanMessage& other, const Cim::CCanMessage& mask)
-{
-    bool result = one.length() != other.length();
-    for (unsigned int i = 0; i < mask.length(); ++i) {
-        result = result || ((one.data()[i] ^ other.data()[i]) & mask.data()[i]) != 0;
-    }
-    return result;
-}
 } // namespace
 
 CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses)
@@ -58,20 +49,13 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
     } else if (m_mode == EMode::eBroadcastManager) {
         const auto found = m_subscriptions.find(message.id().value());
         if (found != m_subscriptions.end()) {
-            tellSubscribed(*found->second, message, element);
+            deliverSubscribed(*found->second, element);
         }
     }
 }
 
-void CSocketcandClient::tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message,
-                                       const QByteArray& element)
+void CSocketcandClient::deliverSubscribed(SSubscription& subscription, const QByteArray& element)
 {
-    const bool isTold =
-        subscription.mask.length() == 0 || !subscription.last || differ(message, *subscription.last, subscription.mask);
-    subscription.last = message;
-    if (!isTold) {
-        return;
-    }
     if (subscription.timer.isActive()) {
         subscription.pending = element;
         return;
@@ -202,7 +186,6 @@ void CSocketcandClient::manage(const SCommand& command)
     const std::uint16_t id = command.message.id().value();
     switch (command.verb) {
     case EVerb::eSubscribe:
-    case EVerb::eFilter:
         subscribe(command);
         break;
     case EVerb::eUnsubscribe:
@@ -210,13 +193,6 @@ void CSocketcandClient::manage(const SCommand& command)
         break;
     case EVerb::eAdd:
         addCyclic(command);
-        break;
-    case EVerb::eUpdate:
-        if (const auto found = m_cyclic.find(id); found != m_cyclic.end()) {
-            found->second->message = command.message;
-        } else {
-            tellError(QStringLiteral("nothing is sent with this identifier"));
-        }
         break;
     default: // eDelete, the last one
         m_cyclic.erase(id);
@@ -265,12 +241,11 @@ void CSocketcandClient::subscribe(const SCommand& command)
     auto& subscription = m_subscriptions[command.message.id().value()];
     subscription = std::make_unique<SSubscription>();
     subscription->interval = command.microseconds;
-    subscription->mask = command.message;
     subscription->timer.setSingleShot(true);
-    connect(&subscription->timer, &QTimer::timeout, this, [this, told = subscription.get()] {
-        if (!told->pending.isEmpty()) {
-            write(std::exchange(told->pending, {}));
-            told->timer.start();
+    connect(&subscription->timer, &QTimer::timeout, this, [this, subscribed = subscription.get()] {
+        if (!subscribed->pending.isEmpty()) {
+            write(std::exchange(subscribed->pending, {}));
+            subscribed->timer.start();
         }
     });
 }

@@ -10,7 +10,6 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace vexmor::Apps::Cimshare
@@ -41,11 +40,9 @@ private:
     enum class EMode { eNoBus, eBroadcastManager, eRaw, eControl };
     /// Frames of one identifier in broadcast manager mode.
     struct SSubscription {
-        std::int64_t interval = 0; ///< microseconds between two at least
-        Cim::CCanMessage mask;     ///< of a filter: told is a frame with other bits under it; length 0: every frame
-        std::optional<Cim::CCanMessage> last;
-        QByteArray pending; ///< came too early, the newest
-        QTimer timer;       ///< runs until the next one may be told
+        std::int64_t interval = 0; ///< Shortest time between two frames, in microseconds.
+        QByteArray pending;        ///< The newest frame that came too early.
+        QTimer timer;              ///< Runs until the next frame may be delivered.
     };
 
     void onReadyRead();
@@ -57,7 +54,7 @@ private:
     void end();
     void manage(const SCommand& command);
     void subscribe(const SCommand& command);
-    void tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message, const QByteArray& element);
+    void deliverSubscribed(SSubscription& subscription, const QByteArray& element);
     void addCyclic(const SCommand& command);
     void send(const Cim::CCanMessage& message);
     void tellStatistics();

@@ -34,9 +34,7 @@ constexpr SSyntax SYNTAX[] = {
     {"statistics", EVerb::eStatistics, "m"},
     {"subscribe", EVerb::eSubscribe, "ti"},
     {"unsubscribe", EVerb::eUnsubscribe, "i"},
-    {"filter", EVerb::eFilter, "tid"},
     {"add", EVerb::eAdd, "tid"},
-    {"update", EVerb::eUpdate, "id"},
     {"delete", EVerb::eDelete, "i"},
 };
 

@@ -23,9 +23,7 @@ enum class EVerb {
     eStatistics,
     eSubscribe,
     eUnsubscribe,
-    eFilter,
     eAdd,
-    eUpdate,
     eDelete
 };
 
