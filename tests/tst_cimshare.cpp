@@ -168,15 +168,16 @@ private Q_SLOTS:
     void sendsWithPermissionOnly()
     {
         SShare share("--socketcand 0 --t93 0"_s);
-        SClient client(share);
+        SClient client(share, "bcmmode");
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QVERIFY(client.isOpen && host->openCommunication() == RC_OK);
+        QVERIFY(client.isOpen);
+        QCOMPARE(host->openCommunication(), int(RC_OK));
         QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
-        QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
-        QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >") &&
-                client.asks("< bcmmode >", "< ok >"));
         QVERIFY(client.asks("< add 0 1000 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
+        QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >"));
         QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
         QVERIFY(share.sent.isEmpty());

@@ -96,7 +96,7 @@ void CMqttShare::connectBus(SShared& shared)
                        {QStringLiteral("time"), secondsOf(microsecondsNow())}},
                       false);
     });
-    if (bus->allowsSending()) {
+    if (!bus->permission()) {
         m_link.subscribe(topicOf(shared, SEND));
     }
 }
@@ -218,11 +218,12 @@ void CMqttShare::onReceived(const QString& topic, const QByteArray& payload, con
     }
     std::size_t refusals = 0;
     for (const SMqttSend& send : messages) {
-        const bool isTaken = send.problem.isEmpty() && shared->bus->send(send.message, this);
-        if (!isTaken && ++refusals <= MAX_REFUSALS) {
+        const Failure failure =
+            send.problem.isEmpty() ? shared->bus->transmit(send.message, *this) : SProblem{send.problem};
+        if (failure && ++refusals <= MAX_REFUSALS) {
             publishObject(*shared, "refused",
                           {{QStringLiteral("line"), QString::fromUtf8(send.line.left(100))},
-                           {QStringLiteral("reason"), send.problem.isEmpty() ? shared->bus->refusal() : send.problem}},
+                           {QStringLiteral("reason"), failure->text}},
                           false);
         }
     }

@@ -252,27 +252,30 @@ void CSocketcandClient::subscribe(const SCommand& command)
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    if (!m_bus->allowsSending() || m_cyclic.size() >= MAX_CYCLIC) {
-        tellError(m_bus->allowsSending() ? QStringLiteral("too many are sent already") : m_bus->refusal());
+    const std::uint16_t id = command.message.id().value();
+    if (const Failure failure = m_bus->permission()) {
+        tellError(failure->text);
         return;
     }
-    auto& cyclic = m_cyclic[command.message.id().value()];
+    if (m_cyclic.size() >= MAX_CYCLIC && m_cyclic.count(id) == 0) {
+        tellError(QStringLiteral("too many messages are sent cyclically"));
+        return;
+    }
+    auto& cyclic = m_cyclic[id];
     cyclic = std::make_unique<SCyclic>();
     cyclic->message = command.message;
     cyclic->timer.setTimerType(Qt::PreciseTimer);
-    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] {
-        const bool wasRefused = std::exchange(sent->isRefused, !m_bus->send(sent->message, this));
-        if (sent->isRefused && !wasRefused) {
-            tellError(m_bus->refusal());
-        }
-    });
+    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] { send(sent->message, sent); });
     cyclic->timer.start(roundedMs(command.microseconds));
 }
 
-void CSocketcandClient::send(const Cim::CCanMessage& message)
+/// Sends a message, or writes why it was refused: of a cyclic message only the first time in a row.
+void CSocketcandClient::send(const Cim::CCanMessage& message, SCyclic* cyclic)
 {
-    if (!m_bus->send(message, this)) {
-        tellError(m_bus->refusal());
+    const Failure failure = m_bus->transmit(message, *this);
+    const bool isKnown = cyclic != nullptr && std::exchange(cyclic->isRefused, failure.has_value());
+    if (failure && !isKnown) {
+        tellError(failure->text);
     }
 }
 

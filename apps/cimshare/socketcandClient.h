@@ -45,6 +45,13 @@ private:
         QTimer timer;              ///< Runs until the next frame may be delivered.
     };
 
+    /// A message that is sent again and again.
+    struct SCyclic {
+        Cim::CCanMessage message;
+        QTimer timer;
+        bool isRefused = false; ///< The last time; the client knows.
+    };
+
     void onReadyRead();
     bool execute(const QByteArray& element);
     bool isIn(std::initializer_list<EMode> modes);
@@ -56,17 +63,10 @@ private:
     void subscribe(const SCommand& command);
     void deliverSubscribed(SSubscription& subscription, const QByteArray& element);
     void addCyclic(const SCommand& command);
-    void send(const Cim::CCanMessage& message);
+    void send(const Cim::CCanMessage& message, SCyclic* cyclic = nullptr);
     void tellStatistics();
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
-
-    /// Sent again and again.
-    struct SCyclic {
-        Cim::CCanMessage message;
-        QTimer timer;
-        bool isRefused = false; ///< which was told
-    };
 
     const std::unique_ptr<QTcpSocket> m_socket;
     const std::vector<CSharedBus*>& m_buses;
