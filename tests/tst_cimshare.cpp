@@ -388,17 +388,17 @@ for each in (one, other, lazy, few): each.shutdown()
     {
         const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
         row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
-        row("nobody to share with", "sim"_s, 2, "nobody to share with"_s);
-        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would be one name to clients"_s);
+        row("nothing to serve", "sim"_s, 2, "nothing to serve"_s);
+        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would have the same name for clients"_s);
         row("no such target", "nobody --t93 0"_s, 2, "target 'nobody'"_s);
-        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is no [ADDRESS:]PORT"_s);
-        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
+        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is not an [ADDRESS:]PORT"_s);
+        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is not a network"_s);
         row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
         row("more ports than there are", "sim 127.0.0.1 --t93 65535"_s, 2, "not so many ports"_s);
         row("beacon for nothing", "sim --t93 0 --beacon"_s, 2, "--beacon requires --socketcand"_s);
-        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is no topic"_s);
+        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is not a topic"_s);
         row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
-        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is no HOST[:PORT]"_s);
+        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is not a HOST[:PORT]"_s);
         row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
         row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
         row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);

@@ -46,12 +46,12 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
     options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const COption host =
+    const COption mqtt =
         addValue(app, "--mqtt", "HOST[:PORT]", "Publish at this broker", [&broker](const QString& text) {
             return broker.setAddress(text);
         }).group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
-        addText(app, name, value, help, type).group(GROUP).needs(host);
+        addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };
     add("--mqtt-topic", options.mqttTopic, "Above all topics (can/ and the name of this PC)", "TOPIC");
     add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
@@ -109,7 +109,7 @@ int cimshare(int argc, char** argv)
         return *exitCode;
     }
     for (const QString& network : std::as_const(networks)) {
-        if (const Failure failure = options.access.addNetwork(network)) {
+        if (const Failure failure = options.allowed.add(network)) {
             tell(failure->text);
             return eWrongUsage;
         }

@@ -19,7 +19,7 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
-/// Messages that may wait for the broker: some megabytes, or ten seconds of a full bus.
+/// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
 
@@ -50,9 +50,9 @@ Failure SBroker::setAddress(const QString& text)
     const QStringList parts = text.split(QLatin1Char(':'));
     bool isPort = true;
     port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
-    host = parts.at(0);
-    const bool isAddress = !host.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
-    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is no HOST[:PORT]").arg(text));
+    hostName = parts.at(0);
+    const bool isAddress = !hostName.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
+    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
 void CMqttLink::SDeleter::operator()(mosquitto* client) const
@@ -78,7 +78,7 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : 
             self->m_waiting.pop_front();
         }
     });
-    // Which says more than the code of a failed handshake.
+    // The log line says more than the code of a failed handshake.
     mosquitto_log_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int level, const char* text) {
         auto* const self = static_cast<CMqttLink*>(link);
         if (level == MOSQ_LOG_ERR && self->m_problem.isEmpty()) {
@@ -92,7 +92,7 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : 
             QString problem;
             if (message->payloadlen > MAX_PAYLOAD) {
                 problem = QStringLiteral("more than 64 KiB");
-            } else if (message->retain) { // would be sent at every connection
+            } else if (message->retain) { // the broker would deliver it at every connection
                 problem = QStringLiteral("retained");
             }
             Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload, problem);
@@ -120,10 +120,10 @@ Failure CMqttLink::start(const SBroker& broker)
     };
     if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
         (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
-        return wrongUsage(QStringLiteral("a certificate needs its key, and the authority of the broker's"));
+        return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
-        return wrongUsage(QStringLiteral("'%1' is no topic").arg(QString::fromUtf8(m_willTopic)));
+        return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
     }
     if (!broker.credentialsFile.isEmpty()) {
         QFile file(broker.credentialsFile);
@@ -151,7 +151,7 @@ Failure CMqttLink::start(const SBroker& broker)
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner,
                         int messages)
 {
-    const std::lock_guard<std::mutex> guard(m_lock); // the thread hears that it left behind this only
+    const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
     if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
         mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
                           isRetained) != MOSQ_ERR_SUCCESS) {
@@ -178,7 +178,8 @@ void CMqttLink::run()
 void CMqttLink::runOnce()
 {
     m_problem.clear();
-    int code = mosquitto_connect_async(m_client.get(), m_broker.host.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
+    int code =
+        mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
     QElapsedTimer sinceEnding;
     while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
@@ -203,7 +204,7 @@ void CMqttLink::runOnce()
     Q_EMIT disconnected(why);
 }
 
-/// False when the link ends.
+/// Returns false when the link ends.
 bool CMqttLink::waitBeforeNext(int seconds)
 {
     std::unique_lock<std::mutex> guard(m_lock);

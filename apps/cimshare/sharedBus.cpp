@@ -100,14 +100,14 @@ QString CSharedBus::plainName() const
     return result;
 }
 
-Failure CSharedBus::permission() const
+Failure CSharedBus::sendingProblem() const
 {
     return m_allowSend ? Failure() : SProblem{QStringLiteral("clients may listen only (--allow-send)")};
 }
 
 Failure CSharedBus::transmit(const Cim::CCanMessage& message, const QObject& client)
 {
-    if (Failure failure = permission()) {
+    if (Failure failure = sendingProblem()) {
         return failure;
     }
     if (const int code = m_hosted.send(message); code != Cim::RC_OK) {

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -42,7 +43,7 @@ public:
     /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
     QString plainName() const;
     /// Empty when clients may send.
-    Failure permission() const;
+    Failure sendingProblem() const;
     /// Whether the gateway has said who it is, ever.
     bool isIdentified() const { return !m_identity.isEmpty(); }
     /// The interface's text for one of its errors: the first line, which says what; the others say what to do.
@@ -76,5 +77,7 @@ private:
     SCount m_received;
     SCount m_sent;
 };
+
+using CSharedBuses = std::vector<std::unique_ptr<CSharedBus>>;
 
 } // namespace vexmor::Apps::Cimshare

@@ -7,13 +7,13 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// To choose a bus, and to read what is said at the end.
+/// Time to choose a bus, and time to read the last answers before the connection ends.
 constexpr int TIME_LIMIT_MS = 10'000;
-/// Clients take what they read behind a command for the answer: the first frame must not come along with it.
+/// Pause between an answer and the first frame: clients take what they read after a command for the answer.
 constexpr int QUIET_MS = 50;
-/// May wait for a client that does not read: about two seconds of a full bus.
+/// Bytes that wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
-/// And of what it sent and nobody has looked at yet.
+/// Bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 64LL * 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 constexpr std::int64_t MICROSECONDS_A_MS = 1000;
@@ -24,8 +24,7 @@ int roundedMs(std::int64_t microseconds)
 }
 } // namespace
 
-CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses)
-    : m_socket(socket), m_buses(buses)
+CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses) : m_socket(socket), m_buses(buses)
 {
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
@@ -35,7 +34,7 @@ CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CShar
     connect(m_socket.get(), &QTcpSocket::disconnected, this, &CSocketcandClient::disconnected, Qt::QueuedConnection);
     connect(&m_limitTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
     connect(&m_quietTimer, &QTimer::timeout, this, [this] { m_socket->write(std::exchange(m_waiting, {})); });
-    connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::tellStatistics);
+    connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::writeStatistics);
     m_limitTimer.start(TIME_LIMIT_MS);
     answer("< hi >");
 }
@@ -66,12 +65,12 @@ void CSocketcandClient::deliverSubscribed(SSubscription& subscription, const QBy
     }
 }
 
-void CSocketcandClient::tellError(const QString& text)
+void CSocketcandClient::writeError(const QString& text)
 {
     write(errorElement(text));
 }
 
-void CSocketcandClient::tellStatistics()
+void CSocketcandClient::writeStatistics()
 {
     const CSharedBus::SCount& received = m_bus->received();
     const CSharedBus::SCount& sent = m_bus->sent();
@@ -83,8 +82,8 @@ void CSocketcandClient::tellStatistics()
               .toLatin1());
 }
 
-/// Answers are a segment each, without a line end: clients compare them as they come. Who asks on and on and reads
-/// nothing is no client.
+/// Writes an answer: a segment of its own, without a line end, because clients compare what one read returns. A client
+/// that sends commands and does not read the answers is disconnected.
 void CSocketcandClient::answer(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() > SEND_LIMIT) {
@@ -99,7 +98,7 @@ void CSocketcandClient::write(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
         m_hasLost = true;
-        Q_EMIT frameLost();
+        Q_EMIT frameLost(!std::exchange(m_hasEverLost, true));
         return;
     }
     const QByteArray bytes =
@@ -120,7 +119,7 @@ void CSocketcandClient::onReadyRead()
     }
 }
 
-/// Lets what it was told go out, for a while.
+/// Ends the connection when the client has read the last answer, or after a time.
 void CSocketcandClient::end()
 {
     disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
@@ -130,12 +129,12 @@ void CSocketcandClient::end()
     m_limitTimer.start(TIME_LIMIT_MS);
 }
 
-/// False when the connection ends with it.
+/// Returns false when the connection ends with this command.
 bool CSocketcandClient::execute(const QByteArray& element)
 {
     auto command = readCommand(element);
     if (!command) {
-        tellError(command.problem().text);
+        writeError(command.problem().text);
         return true;
     }
     switch (command->verb) {
@@ -175,12 +174,12 @@ bool CSocketcandClient::isIn(std::initializer_list<EMode> modes)
 {
     const bool result = std::find(modes.begin(), modes.end(), m_mode) != modes.end();
     if (!result) {
-        tellError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
+        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
     }
     return result;
 }
 
-/// What broadcast manager mode has of its own.
+/// Executes the commands of broadcast manager mode.
 void CSocketcandClient::manage(const SCommand& command)
 {
     const std::uint16_t id = command.message.id().value();
@@ -201,17 +200,17 @@ void CSocketcandClient::manage(const SCommand& command)
 
 bool CSocketcandClient::open(const QByteArray& name)
 {
-    const auto isNamed = [&name](const CSharedBus* bus) { return bus->plainName().toUtf8() == name; };
+    const auto isNamed = [&name](const auto& bus) { return bus->plainName().toUtf8() == name; };
     const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
     if (found == m_buses.end()) {
-        tellError(QStringLiteral("no such bus"));
+        writeError(QStringLiteral("no such bus"));
         return false;
     }
     m_limitTimer.stop();
-    m_bus = *found;
+    m_bus = found->get();
     setMode(EMode::eBroadcastManager);
     if (!m_bus->isConnected()) {
-        tellError(QStringLiteral("the gateway is away"));
+        writeError(QStringLiteral("the gateway is away"));
     }
     return m_socket->isOpen();
 }
@@ -219,7 +218,7 @@ bool CSocketcandClient::open(const QByteArray& name)
 void CSocketcandClient::setMode(EMode mode)
 {
     if (m_bus == nullptr) {
-        tellError(QStringLiteral("no bus is open"));
+        writeError(QStringLiteral("no bus is open"));
         return;
     }
     forget(mode);
@@ -227,7 +226,7 @@ void CSocketcandClient::setMode(EMode mode)
     m_quietTimer.start(QUIET_MS);
 }
 
-/// What belongs to the mode before ends.
+/// Changes the mode, and ends what belongs to the previous one.
 void CSocketcandClient::forget(EMode mode)
 {
     m_mode = mode;
@@ -253,12 +252,12 @@ void CSocketcandClient::subscribe(const SCommand& command)
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
     const std::uint16_t id = command.message.id().value();
-    if (const Failure failure = m_bus->permission()) {
-        tellError(failure->text);
+    if (const Failure failure = m_bus->sendingProblem()) {
+        writeError(failure->text);
         return;
     }
     if (m_cyclic.size() >= MAX_CYCLIC && m_cyclic.count(id) == 0) {
-        tellError(QStringLiteral("too many messages are sent cyclically"));
+        writeError(QStringLiteral("too many messages are sent cyclically"));
         return;
     }
     auto& cyclic = m_cyclic[id];
@@ -275,7 +274,7 @@ void CSocketcandClient::send(const Cim::CCanMessage& message, SCyclic* cyclic)
     const Failure failure = m_bus->transmit(message, *this);
     const bool isKnown = cyclic != nullptr && std::exchange(cyclic->isRefused, failure.has_value());
     if (failure && !isKnown) {
-        tellError(failure->text);
+        writeError(failure->text);
     }
 }
 
