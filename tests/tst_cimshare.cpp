@@ -1,7 +1,12 @@
 #include "apps/cimshare/mqttText.h"
+#include "apps/cimshare/socketcandClient.h"
 #include "apps/cimshare/socketcandText.h"
 #include "requireTool.h"
 #include "shareFixture.h"
+
+#include <QNetworkDatagram>
+#include <QUdpSocket>
+#include <QXmlStreamReader>
 
 using namespace vexmor::Test;
 using namespace vexmor::Apps::Cimshare;
@@ -17,7 +22,155 @@ bool isWhole(const QStringList& frames)
     }
     return true;
 }
+
+// ---- Promised limits: what a client can reach, as a number ----
+
+using Measure = std::function<qint64()>;
+
+/// For nsenter: runs a command at the far end of the cable.
+QStringList atFarEnd(const QStringList& command)
+{
+    return list("-t %1 -n"_s.arg(QString::fromLocal8Bit(qgetenv("CIM_FAR")))) + command;
+}
+
+/// Time until a client is disconnected, in milliseconds.
+qint64 msUntilDisconnected(SShare& share)
+{
+    QElapsedTimer clock;
+    clock.start();
+    return share.happened("disconnected"_s, 1, 60000) ? clock.elapsed() : -1;
+}
+
+/// Frames, until the client loses some that it does not read.
+bool fill(SShare& share, SClient& client)
+{
+    client.stopReading();
+    share.gateway.flood(200'000);
+    return share.happened("slowClient"_s);
+}
+
+qint64 cyclicMessages()
+{
+    SShare share("--socketcand 0 --allow-send"_s);
+    SClient client(share, "bcmmode");
+    (void)client.asks("< add >", "< error "); // errors do not wait any more
+    for (int id = 0; id < 100; ++id) {
+        client.write("< add 3600 0 " + QByteArray::number(id, 16) + " 0 >");
+    }
+    return client.asks("< echo >", "< echo >") ? 100 - client.heard.count("< error too many ") : -1;
+}
+
+qint64 linesOfClients()
+{
+    SShare share("--socketcand 0 --allow 127.0.1.1"_s);
+    const auto connectUntilLeftOut = [&] { // in bursts that fit into the queue of a listening socket
+        std::vector<std::unique_ptr<SClient>> strangers;
+        std::generate_n(std::back_inserter(strangers), 40, [&] { return std::make_unique<SClient>(share, ""); });
+        const auto isTurnedAway = [](const auto& one) { return one->state() == QAbstractSocket::UnconnectedState; };
+        (void)QTest::qWaitFor([&] { return std::all_of(strangers.begin(), strangers.end(), isTurnedAway); });
+        return share.count("leftOut"_s) > 0;
+    };
+    (void)QTest::qWaitFor(connectUntilLeftOut);
+    qint64 lines = 0;
+    for (const QJsonObject& event : share.events) {
+        if (event.value("event"_s) == "leftOut"_s) {
+            return lines;
+        }
+        lines += event.value("event"_s) == "notAllowed"_s ? 1 : 0;
+    }
+    return -1;
+}
+
+qint64 bytesReadAtOnce()
+{
+    QTcpServer server;
+    server.listen(QHostAddress(QHostAddress::LocalHost));
+    QTcpSocket peer;
+    peer.connectToHost(server.serverAddress(), server.serverPort());
+    (void)server.waitForNewConnection(5000);
+    QTcpSocket* const socket = server.nextPendingConnection();
+    socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1024 * 1024);
+    qint64 most = 0, all = 0;
+    QObject::connect(socket, &QTcpSocket::readyRead, [&] {
+        most = std::max(most, socket->bytesAvailable());
+        all += socket->bytesAvailable();
+    });
+    const CSharedBuses none;
+    const CSocketcandClient client(socket, none);
+    peer.write(QByteArray(200'000, 'x'));
+    (void)peer.waitForBytesWritten(5000); // all of it arrives before the client reads
+    return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
+}
+
+qint64 bytesThatWait()
+{
+    SShare share("--socketcand 0"_s);
+    SClient slow(share), quick(share);
+    if (!fill(share, slow) || !QTest::qWaitFor([&] { return quick.heard.count('>') > 200'000; }, 30000)) {
+        return -1;
+    }
+    slow.readAgain();
+    const auto putUntilReported = [&] { // until there is room
+        share.put("7F0#");
+        return slow.heard.contains("< error frames were lost >");
+    };
+    return QTest::qWaitFor(putUntilReported) ? slow.heard.indexOf("< error frames were lost >") : -1;
+}
+
+qint64 bytesOfUnreadAnswers()
+{
+    SShare share("--socketcand 0"_s);
+    SClient deaf(share, "controlmode");
+    deaf.stopReading();
+    const QByteArray requests = QByteArray("< echo >").repeated(8192);
+    qint64 written = 0;
+    while (share.count("disconnected"_s) == 0 && written < 32 * 1024 * 1024) {
+        written += deaf.write(requests);
+        (void)QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0 || share.count("disconnected"_s) > 0; });
+    }
+    return written;
+}
+
+qint64 msToChooseABus()
+{
+    SShare share("--socketcand 0"_s);
+    const SClient client(share, "");
+    return share.happened("connected"_s) ? msUntilDisconnected(share) : -1;
+}
+
+qint64 msToReadTheLastAnswer()
+{
+    SShare share("--socketcand 0"_s);
+    SClient client(share);
+    if (!fill(share, client)) {
+        return -1;
+    }
+    client.write("< open nobody >");
+    return msUntilDisconnected(share);
+}
+
+qint64 msWithoutReading()
+{
+    SShare share("--socketcand 0"_s);
+    SClient client(share);
+    return fill(share, client) ? msUntilDisconnected(share) : -1;
+}
+
+qint64 msAfterThePcVanished()
+{
+    SShare share("--socketcand 10.9.0.1:0"_s);
+    SProgram client;
+    client.start("nsenter"_s,
+                 atFarEnd({"bash"_s, "-c"_s,
+                           "exec 3<>/dev/tcp/10.9.0.1/$0; echo \"< open $1 >\" >&3; head -c 12 <&3; exec sleep 90"_s,
+                           QString::number(share.port("socketcand"_s)), share.name}));
+    QByteArray heard;
+    const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
+    const bool isPulled = QProcess::execute("nsenter"_s, atFarEnd(list("ip link set far down"_s))) == 0;
+    return isOpen && isPulled ? msUntilDisconnected(share) : -1;
+}
 } // namespace
+Q_DECLARE_METATYPE(Measure)
 
 /// The service that shares a bus: what it reads, and the program with clients of every kind.
 class CimshareTest : public QObject
@@ -243,8 +396,7 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --status 1"_s);
         SClient slow(share), quick(share);
         QTcpSocket slowHost;
-        slow.disconnect();
-        slow.setReadBufferSize(1);
+        slow.stopReading();
         slowHost.setReadBufferSize(1);
         slowHost.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
         QVERIFY(slow.isOpen && quick.isOpen && share.happened("connected"_s, 3));
@@ -253,12 +405,10 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(quick.heard.count('>') >= MESSAGES, 30000);
         QVERIFY(quick.frames().size() == MESSAGES && isWhole(quick.frames()));
         QVERIFY(share.happened("slowClient"_s) && share.happened("lost"_s));
-        connect(&slow, &QTcpSocket::readyRead, [&] { slow.heard += slow.readAll(); });
-        slow.setReadBufferSize(0);
+        slow.readAgain();
         slowHost.setReadBufferSize(0);
         QByteArray atHost;
         connect(&slowHost, &QTcpSocket::readyRead, [&] { atHost += slowHost.readAll(); });
-        slow.heard += slow.readAll();
         atHost += slowHost.readAll();
         const auto sendNow = [&] { // until there is room
             share.put("7F0#");
@@ -305,8 +455,7 @@ private Q_SLOTS:
         SShare share("--socketcand 0"_s);
         SClient deaf(share, "controlmode");
         QVERIFY(deaf.isOpen);
-        deaf.disconnect();
-        deaf.setReadBufferSize(1);
+        deaf.stopReading();
         deaf.write("< statistics 1 >" + QByteArray("< echo >").repeated(60'000) + "< open nobody >");
         QVERIFY(share.happened("connected"_s));
         SClient good(share);
@@ -315,6 +464,79 @@ private Q_SLOTS:
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
         QCOMPARE(share.end(), 0);
+    }
+
+    void promisedLimits_data()
+    {
+        const auto row = columns<Measure, qint64, qint64>("measure", "least", "most");
+        row("cyclic messages of a client", cyclicMessages, 64, 64);
+        row("lines of clients in a second", linesOfClients, 300, 300);
+        row("bytes read from a client at once", bytesReadAtOnce, 0x10000, 0x10000);
+        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000);   // with those in the kernel
+        row("bytes of unread answers", bytesOfUnreadAnswers, 0x100000, 0x800000); // with those of the client's kernel
+        row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
+        row("ms to read the last answer", msToReadTheLastAnswer, 9'000, 15'000);
+        row("ms without reading", msWithoutReading, 25'000, 40'000);
+        row("ms after the PC vanished", msAfterThePcVanished, 25'000, 40'000);
+    }
+    void promisedLimits()
+    {
+        if (rowName().startsWith("ms ") && !qEnvironmentVariableIsSet("CIM_FAR")) {
+            QSKIP("takes long: run by inNamespace, beside the other tests");
+        }
+        const qint64 measured = cell<Measure>("measure")();
+        QVERIFY2(measured >= cell<qint64>("least"), QByteArray::number(measured));
+        QVERIFY2(measured <= cell<qint64>("most"), QByteArray::number(measured));
+    }
+
+    void beacon()
+    {
+        if (!qEnvironmentVariableIsSet("CIM_FAR")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
+        QUdpSocket network;
+        QVERIFY(network.bind(QHostAddress(QHostAddress::AnyIPv4), 42000));
+        const QTemporaryDir folder;
+        QVERIFY(QFile::rename(writeFile(folder, "(1.0) x 123#\n"), folder.filePath("a&\"'b"_s)));
+        SShare share("sim:%1/a&\"'b --socketcand 10.9.1.1:0 --beacon"_s.arg(folder.path()));
+        QTRY_VERIFY(network.hasPendingDatagrams());
+        QElapsedTimer clock;
+        clock.start();
+        QXmlStreamReader xml(network.receiveDatagram().data());
+        QStringList read;
+        while (!xml.atEnd()) {
+            const auto token = xml.readNext();
+            if (token == QXmlStreamReader::StartElement) {
+                read += xml.name().toString();
+                for (const QXmlStreamAttribute& attribute : xml.attributes()) {
+                    read += attribute.name() + QLatin1Char('=') + attribute.value();
+                }
+            } else if (token == QXmlStreamReader::Characters) {
+                read += xml.text().toString();
+            }
+        }
+        QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
+        const QString simulated = "sim:"_s + folder.path().replace(QLatin1Char('/'), QLatin1Char('_')) + "_a&\"'b"_s;
+        QCOMPARE(read,
+                 (QStringList{"CANBeacon"_s, "name="_s + QSysInfo::machineHostName(), "type=adapter"_s,
+                              "description=cimshare"_s, "URL"_s, "can://10.9.1.1:%1"_s.arg(share.port("socketcand"_s)),
+                              "Bus"_s, "name="_s + share.name, "Bus"_s, "name="_s + simulated}));
+        QTRY_VERIFY(network.hasPendingDatagrams());
+        QVERIFY2(clock.elapsed() > 1500, QByteArray::number(clock.elapsed()));
+        QVERIFY2(clock.elapsed() < 4000, QByteArray::number(clock.elapsed()));
+    }
+
+    void gatewayTextStaysInItsLine()
+    {
+        SShare share("--socketcand 0"_s, true);
+        SSimIdentity identity;
+        identity.firmwareMajor = 2;
+        identity.firmwareMinor = 3;
+        identity.deviceText = "T93 SIM SW5\n\x1b[31m\x9bx";
+        share.gateway.setIdentity(identity);
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("identified"_s));
+        QCOMPARE(share.said("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x"_s);
     }
 
     void hostileLines_data()

@@ -7,15 +7,6 @@ using namespace vexmor::Test;
 
 namespace
 {
-struct SProgram : QProcess {
-    ~SProgram() override { stop(); }
-    void stop()
-    {
-        kill();
-        waitForFinished();
-    }
-};
-
 /// A broker as Debian has it, on a port of its own.
 struct SBroker {
     explicit SBroker(const QByteArray& rules = "allow_anonymous true\n")

@@ -8,7 +8,7 @@ namespace vexmor::Apps::Cimshare
 {
 
 /// Prints events on stdout, one line per event, without a time: a journal has its own. Texts from the network cannot
-/// begin a line of their own: control characters become "?", and a line is short. Clients cannot hide the lines of the
+/// begin a line of their own: control characters become "?". Clients cannot hide the lines of the
 /// service: when they cause too many lines within a second, one line with a count replaces the rest.
 class CEventLog
 {
