@@ -88,14 +88,16 @@ private Q_SLOTS:
         const QList<QByteArray> lines = received.heard.split('\n');
         for (int i = 0; i < 5000; ++i) {
             const QString end = " "_s + share.name + " "_s + floodText(i) + " R"_s;
-            QVERIFY2(lines.at(i).startsWith('(') && lines.at(i).endsWith(end.toLatin1()), lines.at(i));
+            QVERIFY2(lines.at(i).startsWith('('), lines.at(i));
+            QVERIFY2(lines.at(i).endsWith(end.toLatin1()), lines.at(i));
         }
         QVERIFY(all.heard.count("/rx (") < 1000); // batches
         share.gateway.sendStatus(0x08);
         QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error.\",\"time\":"));
         SClient client(share);
         client.write("< send 123 1 11 >");
-        QVERIFY(all.hears(topic + "/tx (") && all.hears(" 123#11 T"));
+        QVERIFY(all.hears(topic + "/tx ("));
+        QVERIFY(all.hears(" 123#11 T"));
         QCOMPARE(share.end(), 0);
         QVERIFY(all.hears("site/state {\"online\":false,"));
     }
@@ -105,12 +107,14 @@ private Q_SLOTS:
         const SBroker broker;
         SSubscriber all(broker);
         SShare share(broker.options("--allow-send"_s)), listening(broker.options("--allow 127.0.0.1"_s));
-        QVERIFY(share.happened("broker"_s) && listening.happened("broker"_s));
+        QVERIFY(share.happened("broker"_s));
+        QVERIFY(listening.happened("broker"_s));
         broker.publish("site/"_s + listening.name + "/send"_s, "123#");
         broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n(1.0) x 124#R\n7FF#");
         QTRY_COMPARE(share.sent, (QStringList{"123#1122"_s, "7FF#"_s}));
         QVERIFY(all.hears("/refused {\"line\":\"(1.0) x 124#R\",\"reason\":\"no frame that a T93 can send\"}"));
-        QVERIFY(all.hears(" 123#1122 T") && all.hears(" 7FF# T"));
+        QVERIFY(all.hears(" 123#1122 T"));
+        QVERIFY(all.hears(" 7FF# T"));
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("124#\n").repeated(14'000));
         QVERIFY(all.hears("\"reason\":\"more than 64 KiB\"}"));
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("x\n").repeated(100));
@@ -133,7 +137,8 @@ private Q_SLOTS:
         const bool isKilled = rowName() == "killed";
         SShare share(broker.options("--socketcand 0"_s));
         SClient client(share);
-        QVERIFY(share.happened("broker"_s) && client.isOpen);
+        QVERIFY(share.happened("broker"_s));
+        QVERIFY(client.isOpen);
         isKilled ? broker.program.stop() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGSTOP));
         QVERIFY(!isKilled || share.happened("brokerAway"_s));
         const int messages = isKilled ? 1000 : 200'000; // more than may wait
