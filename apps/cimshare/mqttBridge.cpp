@@ -19,7 +19,9 @@ constexpr int CHANGE_MS = 1000;
 constexpr char RECEIVED[] = "rx";
 constexpr char SENT[] = "tx";
 constexpr char SEND[] = "send";
-const QString STATE = QStringLiteral("/state");
+constexpr char STATE[] = "state";
+constexpr char LOAD[] = "load";
+const QString ONLINE = QStringLiteral("/state");
 
 /// Refused lines of one publication that are reported one by one.
 constexpr std::size_t MAX_REFUSALS = 10;
@@ -59,7 +61,7 @@ QJsonObject loadOf(CSharedBus& bus)
 } // namespace
 
 CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
-    : m_broker(broker), m_topic(topic), m_log(log), m_published(buses.size()), m_link(topic + STATE, online(false))
+    : m_broker(broker), m_topic(topic), m_log(log), m_published(buses.size()), m_link(topic + ONLINE, online(false))
 {
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
@@ -174,20 +176,23 @@ bool CMqttBridge::publishObject(const SPublishedBus& published, const char* last
 
 void CMqttBridge::publishOnline(bool isOnline)
 {
-    m_link.publish(m_topic + STATE, online(isOnline), true);
+    m_link.publish(m_topic + ONLINE, online(isOnline), true);
+}
+
+/// Publishes a retained object that is not what the broker has.
+void CMqttBridge::publishChange(SPublishedBus& published, const char* last, const QJsonObject& object)
+{
+    QJsonObject& before = published.retained[last];
+    if (object != before && publishObject(published, last, object, true)) {
+        before = object;
+    }
 }
 
 /// Publishes a state or load that has changed, and a gap that is over.
 void CMqttBridge::publishChanges(SPublishedBus& published)
 {
-    if (const QJsonObject state = stateOf(*published.bus);
-        state != published.state && publishObject(published, "state", state, true)) {
-        published.state = state;
-    }
-    if (const QJsonObject load = loadOf(*published.bus);
-        load != published.load && publishObject(published, "load", load, true)) {
-        published.load = load;
-    }
+    publishChange(published, STATE, stateOf(*published.bus));
+    publishChange(published, LOAD, loadOf(*published.bus));
     const QJsonObject gap{{QStringLiteral("messages"), published.lost},
                           {QStringLiteral("from"), secondsOf(published.lostSince)},
                           {QStringLiteral("to"), secondsOf(microsecondsNow())}};
@@ -203,8 +208,7 @@ void CMqttBridge::onConnected()
     m_log.tell("broker", name(), QStringLiteral("connected, topics below %1").arg(m_topic));
     publishOnline(true);
     for (SPublishedBus& published : m_published) {
-        published.state = {};
-        published.load = {};
+        published.retained.clear();
         publishChanges(published);
     }
 }

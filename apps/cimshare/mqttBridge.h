@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QTimer>
 
+#include <map>
 #include <vector>
 
 namespace vexmor::Apps::Cimshare
@@ -42,8 +43,7 @@ private:
         int lost = 0;               ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0; ///< Time of the first of them, in microseconds.
         quint64 lostEver = 0;
-        QJsonObject state; ///< The last state published.
-        QJsonObject load;  ///< The last load published.
+        std::map<const char*, QJsonObject> retained; ///< The last object published, by topic.
     };
 
     void connectBus(SPublishedBus& published);
@@ -55,6 +55,7 @@ private:
     bool publishObject(const SPublishedBus& published, const char* last, const QJsonObject& object,
                        bool isRetained = false);
     void publishOnline(bool isOnline);
+    void publishChange(SPublishedBus& published, const char* last, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
     void onConnected();
     void onReceived(const QString& topic, const QByteArray& payload, const QString& problem);

@@ -33,16 +33,6 @@ const char* orNull(const QByteArray& text)
 {
     return text.isEmpty() ? nullptr : text.constData();
 }
-
-void initialiseLibrary()
-{
-    static const struct SLibrary {
-        SLibrary() { mosquitto_lib_init(); }
-        ~SLibrary() { mosquitto_lib_cleanup(); }
-        SLibrary(const SLibrary&) = delete;
-        SLibrary& operator=(const SLibrary&) = delete;
-    } LIBRARY;
-}
 } // namespace
 
 Failure SBroker::setAddress(const QString& text)
@@ -55,14 +45,10 @@ Failure SBroker::setAddress(const QString& text)
     return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
-void CMqttLink::SDeleter::operator()(mosquitto* client) const
+CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
+    : m_client(nullptr, mosquitto_destroy), m_willTopic(willTopic.toUtf8())
 {
-    mosquitto_destroy(client);
-}
-
-CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : m_willTopic(willTopic.toUtf8())
-{
-    initialiseLibrary();
+    mosquitto_lib_init();
     m_client.reset(mosquitto_new(nullptr, true, this));
     mosquitto_threaded_set(m_client.get(), true);
     mosquitto_int_option(m_client.get(), MOSQ_OPT_TCP_NODELAY, 1);
@@ -110,14 +96,13 @@ CMqttLink::~CMqttLink()
     if (m_thread.joinable()) {
         m_thread.join();
     }
+    m_client.reset();
+    mosquitto_lib_cleanup();
 }
 
 Failure CMqttLink::start(const SBroker& broker)
 {
     m_broker = broker;
-    const auto failed = [](int code, const QString& what) {
-        return wrongUsage(QStringLiteral("%1: %2").arg(what, textOf(code)));
-    };
     if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
         (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
         return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
@@ -138,7 +123,7 @@ Failure CMqttLink::start(const SBroker& broker)
                                            orNull(QFile::encodeName(broker.certificateFile)),
                                            orNull(QFile::encodeName(broker.keyFile)), nullptr);
         if (code != MOSQ_ERR_SUCCESS) {
-            return failed(code, QStringLiteral("certificates"));
+            return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
         }
     }
     if (m_broker.port == 0) {

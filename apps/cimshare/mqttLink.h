@@ -69,10 +69,7 @@ private:
     bool waitBeforeNext(int seconds);
     void onConnect(int code);
 
-    struct SDeleter {
-        void operator()(mosquitto* client) const;
-    };
-    std::unique_ptr<mosquitto, SDeleter> m_client;
+    std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
     const QByteArray m_willTopic;
     SBroker m_broker;
     QStringList m_subscriptions;

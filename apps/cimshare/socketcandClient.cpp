@@ -43,9 +43,9 @@ CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const CSharedBuses& bus
 
 void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArray& element)
 {
-    if (m_mode == EMode::eRaw) {
+    if (m_mode == eRaw) {
         write(element);
-    } else if (m_mode == EMode::eBroadcastManager) {
+    } else if (m_mode == eBroadcastManager) {
         const auto found = m_subscriptions.find(message.id().value());
         if (found != m_subscriptions.end()) {
             deliverSubscribed(*found->second, element);
@@ -123,7 +123,7 @@ void CSocketcandClient::onReadyRead()
 void CSocketcandClient::end()
 {
     disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
-    forget(EMode::eNoBus);
+    forget(eNoBus);
     m_socket->flush();
     m_socket->disconnectFromHost();
     m_limitTimer.start(TIME_LIMIT_MS);
@@ -137,65 +137,45 @@ bool CSocketcandClient::execute(const QByteArray& element)
         writeError(command.problem().text);
         return true;
     }
+    if ((command->modes & m_mode) == 0) {
+        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
+        return true;
+    }
     switch (command->verb) {
     case EVerb::eEcho:
         answer("< echo >");
-        return m_socket->isOpen();
+        break;
     case EVerb::eOpen:
         return open(command->busName);
     case EVerb::eRawMode:
-        setMode(EMode::eRaw);
+        setMode(eRaw);
         break;
     case EVerb::eBcmMode:
-        setMode(EMode::eBroadcastManager);
+        setMode(eBroadcastManager);
         break;
     case EVerb::eControlMode:
-        setMode(EMode::eControl);
+        setMode(eControl);
         break;
     case EVerb::eSend:
-        if (isIn({EMode::eRaw, EMode::eBroadcastManager})) {
-            send(command->message);
-        }
+        send(command->message);
         break;
     case EVerb::eStatistics:
-        if (isIn({EMode::eControl})) {
-            command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
-        }
+        command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
         break;
-    default:
-        if (isIn({EMode::eBroadcastManager})) {
-            manage(*command);
-        }
-    }
-    return m_socket->isOpen();
-}
-
-bool CSocketcandClient::isIn(std::initializer_list<EMode> modes)
-{
-    const bool result = std::find(modes.begin(), modes.end(), m_mode) != modes.end();
-    if (!result) {
-        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
-    }
-    return result;
-}
-
-/// Executes the commands of broadcast manager mode.
-void CSocketcandClient::manage(const SCommand& command)
-{
-    const std::uint16_t id = command.message.id().value();
-    switch (command.verb) {
     case EVerb::eSubscribe:
-        subscribe(command);
+        subscribe(*command);
         break;
     case EVerb::eUnsubscribe:
-        m_subscriptions.erase(id);
+        m_subscriptions.erase(command->message.id().value());
         break;
     case EVerb::eAdd:
-        addCyclic(command);
+        addCyclic(*command);
         break;
-    default: // eDelete, the last one
-        m_cyclic.erase(id);
+    case EVerb::eDelete:
+        m_cyclic.erase(command->message.id().value());
+        break;
     }
+    return m_socket->isOpen();
 }
 
 bool CSocketcandClient::open(const QByteArray& name)
@@ -208,7 +188,7 @@ bool CSocketcandClient::open(const QByteArray& name)
     }
     m_limitTimer.stop();
     m_bus = found->get();
-    setMode(EMode::eBroadcastManager);
+    setMode(eBroadcastManager);
     if (!m_bus->isConnected()) {
         writeError(QStringLiteral("the gateway is away"));
     }
@@ -217,10 +197,6 @@ bool CSocketcandClient::open(const QByteArray& name)
 
 void CSocketcandClient::setMode(EMode mode)
 {
-    if (m_bus == nullptr) {
-        writeError(QStringLiteral("no bus is open"));
-        return;
-    }
     forget(mode);
     answer("< ok >");
     m_quietTimer.start(QUIET_MS);

@@ -7,7 +7,6 @@
 #include <QTcpSocket>
 #include <QTimer>
 
-#include <initializer_list>
 #include <map>
 #include <memory>
 
@@ -36,7 +35,6 @@ Q_SIGNALS:
     void frameLost(bool isFirst);
 
 private:
-    enum class EMode { eNoBus, eBroadcastManager, eRaw, eControl };
     /// Frames of one identifier in broadcast manager mode.
     struct SSubscription {
         std::int64_t interval = 0; ///< Shortest time between two frames, in microseconds.
@@ -53,12 +51,10 @@ private:
 
     void onReadyRead();
     bool execute(const QByteArray& element);
-    bool isIn(std::initializer_list<EMode> modes);
     bool open(const QByteArray& name);
     void setMode(EMode mode);
     void forget(EMode mode);
     void end();
-    void manage(const SCommand& command);
     void subscribe(const SCommand& command);
     void deliverSubscribed(SSubscription& subscription, const QByteArray& element);
     void addCyclic(const SCommand& command);
@@ -70,7 +66,7 @@ private:
     const std::unique_ptr<QTcpSocket> m_socket;
     const CSharedBuses& m_buses;
     CSharedBus* m_bus = nullptr;
-    EMode m_mode = EMode::eNoBus;
+    EMode m_mode = eNoBus;
     CElementReader m_reader;
     QTimer
         m_limitTimer; ///< Ends the connection of a client that chooses no bus, or that does not read its last answer.
