@@ -24,22 +24,22 @@ constexpr unsigned ANY = eNoBus | OPEN;
 /// Operands of a verb: n name, m milliseconds, t seconds and microseconds, i identifier, d length and data bytes.
 struct SSyntax {
     const char* word;
-    EVerb verb;
     const char* operands;
+    EVerb verb;
     unsigned modes;
 };
 constexpr SSyntax SYNTAX[] = {
-    {"open", EVerb::eOpen, "n", ANY},
-    {"rawmode", EVerb::eRawMode, "", OPEN},
-    {"bcmmode", EVerb::eBcmMode, "", OPEN},
-    {"controlmode", EVerb::eControlMode, "", OPEN},
-    {"echo", EVerb::eEcho, "", ANY},
-    {"send", EVerb::eSend, "id", eBroadcastManager | eRaw},
-    {"statistics", EVerb::eStatistics, "m", eControl},
-    {"subscribe", EVerb::eSubscribe, "ti", eBroadcastManager},
-    {"unsubscribe", EVerb::eUnsubscribe, "i", eBroadcastManager},
-    {"add", EVerb::eAdd, "tid", eBroadcastManager},
-    {"delete", EVerb::eDelete, "i", eBroadcastManager},
+    {"open", "n", EVerb::eOpen, ANY},
+    {"rawmode", "", EVerb::eRawMode, OPEN},
+    {"bcmmode", "", EVerb::eBcmMode, OPEN},
+    {"controlmode", "", EVerb::eControlMode, OPEN},
+    {"echo", "", EVerb::eEcho, ANY},
+    {"send", "id", EVerb::eSend, eBroadcastManager | eRaw},
+    {"statistics", "m", EVerb::eStatistics, eControl},
+    {"subscribe", "ti", EVerb::eSubscribe, eBroadcastManager},
+    {"unsubscribe", "i", EVerb::eUnsubscribe, eBroadcastManager},
+    {"add", "tid", EVerb::eAdd, eBroadcastManager},
+    {"delete", "i", EVerb::eDelete, eBroadcastManager},
 };
 
 /// Verbs of what a T93 cannot do.
