@@ -61,17 +61,21 @@ QJsonObject loadOf(CSharedBus& bus)
 } // namespace
 
 CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
-    : m_broker(broker), m_topic(topic), m_log(log), m_published(buses.size()), m_link(topic + ONLINE, online(false))
+    : CProtocol(QStringLiteral("mqtt"), buses, log),
+      m_broker(broker),
+      m_topic(topic),
+      m_published(buses.size()),
+      m_link(topic + ONLINE, online(false))
 {
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::received, this, &CMqttBridge::onReceived, Qt::QueuedConnection);
-    const auto onLost = [this](std::size_t owner, int messages) { countLost(m_published[owner], messages); };
+    const auto onLost = [this](std::size_t owner, int messages) { addToGap(m_published[owner], messages); };
     connect(&m_link, &CMqttLink::lost, this, onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossLogged, true)) {
-            m_log.tell("brokerAway", name(), QStringLiteral("no broker: %1").arg(why));
+            m_log.tell("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
@@ -108,19 +112,13 @@ void CMqttBridge::connectBus(SPublishedBus& published)
 CMqttBridge::~CMqttBridge()
 {
     flush();
-    publishOnline(false);
+    m_link.publish(m_topic + ONLINE, online(false), true);
 }
 
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
     return m_link.start(m_broker);
-}
-
-quint64 CMqttBridge::lostCount(const CSharedBus& bus) const
-{
-    const auto isBus = [&bus](const SPublishedBus& published) { return published.bus == &bus; };
-    return std::find_if(m_published.begin(), m_published.end(), isBus)->lostEver;
 }
 
 QString CMqttBridge::topicOf(const SPublishedBus& published, const char* last) const
@@ -146,7 +144,7 @@ void CMqttBridge::publishBatch(SPublishedBus& published, const char* last, SBatc
 {
     const auto owner = static_cast<std::size_t>(&published - m_published.data());
     if (batch.messages > 0 && !m_link.publish(topicOf(published, last), batch.lines, false, owner, batch.messages)) {
-        countLost(published, batch.messages);
+        addToGap(published, batch.messages);
     }
     batch = {};
 }
@@ -159,24 +157,19 @@ void CMqttBridge::flush()
     }
 }
 
-void CMqttBridge::countLost(SPublishedBus& published, int messages)
+void CMqttBridge::addToGap(SPublishedBus& published, int messages)
 {
     if (published.lost == 0) {
         published.lostSince = microsecondsNow();
     }
     published.lost += messages;
-    published.lostEver += static_cast<quint64>(messages);
+    countLost(published.bus, messages);
 }
 
 bool CMqttBridge::publishObject(const SPublishedBus& published, const char* last, const QJsonObject& object,
                                 bool isRetained)
 {
     return m_link.publish(topicOf(published, last), jsonOf(object), isRetained);
-}
-
-void CMqttBridge::publishOnline(bool isOnline)
-{
-    m_link.publish(m_topic + ONLINE, online(isOnline), true);
 }
 
 /// Publishes a retained object that is not what the broker has.
@@ -205,8 +198,8 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 void CMqttBridge::onConnected()
 {
     m_isLossLogged = false;
-    m_log.tell("broker", name(), QStringLiteral("connected, topics below %1").arg(m_topic));
-    publishOnline(true);
+    m_log.tell("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic));
+    m_link.publish(m_topic + ONLINE, online(true), true);
     for (SPublishedBus& published : m_published) {
         published.retained.clear();
         publishChanges(published);

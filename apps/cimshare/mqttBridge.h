@@ -1,6 +1,5 @@
 #pragma once
 
-#include "apps/cimshare/eventLog.h"
 #include "apps/cimshare/mqttLink.h"
 #include "apps/cimshare/protocol.h"
 
@@ -25,8 +24,6 @@ public:
     ~CMqttBridge() override;
 
     Failure start() override;
-    QString name() const override { return QStringLiteral("mqtt"); }
-    quint64 lostCount(const CSharedBus& bus) const override;
 
 private:
     /// Lines that are published together.
@@ -40,9 +37,8 @@ private:
         QString name; ///< In topics and lines.
         SBatch received;
         SBatch sent;
-        int lost = 0;               ///< Messages lost since the last gap was published.
-        std::int64_t lostSince = 0; ///< Time of the first of them, in microseconds.
-        quint64 lostEver = 0;
+        int lost = 0;                                ///< Messages lost since the last gap was published.
+        std::int64_t lostSince = 0;                  ///< Time of the first of them, in microseconds.
         std::map<const char*, QJsonObject> retained; ///< The last object published, by topic.
     };
 
@@ -51,10 +47,9 @@ private:
     void onMessage(SPublishedBus& published, const Cim::CCanMessage& message, bool isSent);
     void publishBatch(SPublishedBus& published, const char* last, SBatch& batch);
     void flush();
-    void countLost(SPublishedBus& published, int messages);
+    void addToGap(SPublishedBus& published, int messages);
     bool publishObject(const SPublishedBus& published, const char* last, const QJsonObject& object,
                        bool isRetained = false);
-    void publishOnline(bool isOnline);
     void publishChange(SPublishedBus& published, const char* last, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
     void onConnected();
@@ -63,7 +58,6 @@ private:
 
     const SBroker m_broker;
     const QString m_topic;
-    CEventLog& m_log;
     std::vector<SPublishedBus> m_published;
     QTimer m_batchTimer;
     QTimer m_changeTimer;

@@ -152,11 +152,13 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
 void CMqttLink::run()
 {
     int pause = FIRST_PAUSE_S;
-    do {
+    for (bool isEnding = false; !isEnding;) {
         m_wasConnected = false;
         runOnce();
         pause = m_wasConnected ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
-    } while (waitBeforeNext(pause));
+        std::unique_lock<std::mutex> guard(m_lock);
+        isEnding = m_wakeUp.wait_for(guard, std::chrono::seconds(pause), [this] { return m_isEnding; });
+    }
 }
 
 /// One connection, from the first attempt to its end.
@@ -187,13 +189,6 @@ void CMqttLink::runOnce()
         }
     }
     Q_EMIT disconnected(why);
-}
-
-/// Returns false when the link ends.
-bool CMqttLink::waitBeforeNext(int seconds)
-{
-    std::unique_lock<std::mutex> guard(m_lock);
-    return !m_wakeUp.wait_for(guard, std::chrono::seconds(seconds), [this] { return m_isEnding; });
 }
 
 void CMqttLink::onConnect(int code)

@@ -66,7 +66,6 @@ Q_SIGNALS:
 private:
     void run();
     void runOnce();
-    bool waitBeforeNext(int seconds);
     void onConnect(int code);
 
     std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;

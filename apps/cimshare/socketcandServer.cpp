@@ -19,7 +19,10 @@ constexpr quint16 BEACON_PORT = 42000;
 
 CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                                      const SAllowedNetworks& allowed, CEventLog& log)
-    : m_buses(buses), m_address(address), m_hasBeacon(hasBeacon), m_allowed(allowed), m_log(log)
+    : CProtocol(QStringLiteral("socketcand"), buses, log),
+      m_address(address),
+      m_hasBeacon(hasBeacon),
+      m_allowed(allowed)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
@@ -52,7 +55,7 @@ Failure CSocketcandServer::start()
                             .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.tell("listening", name(), QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
+    m_log.tell("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
                {{QStringLiteral("port"), m_server.serverPort()}});
     if (m_hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
@@ -66,19 +69,13 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
                                           [&bus](const auto& client) { return client->bus() == &bus; }));
 }
 
-quint64 CSocketcandServer::lostCount(const CSharedBus& bus) const
-{
-    const auto found = m_lost.find(&bus);
-    return found == m_lost.end() ? 0 : found->second;
-}
-
 void CSocketcandServer::onNewConnection()
 {
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
         const QString peer = peerOf(*socket);
         if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
-            m_log.tellOfClient("full", name(), QStringLiteral("%1 turned away: too many clients").arg(peer));
-        } else if (m_allowed.admits(*socket, name(), m_log)) {
+            m_log.tellOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
+        } else if (m_allowed.admits(*socket, m_name, m_log)) {
             addClient(socket, peer);
             continue;
         }
@@ -92,13 +89,13 @@ void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
     m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
     CSocketcandClient* const client = m_clients.back().get();
     connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
-        ++m_lost[client->bus()];
+        countLost(client->bus(), 1);
         if (isFirst) {
-            m_log.tellOfClient("slowClient", name(), QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+            m_log.tellOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-        m_log.tellOfClient("disconnected", name(), QStringLiteral("%1 disconnected").arg(peer));
+        m_log.tellOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
         m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
                                      [client](const auto& candidate) { return candidate.get() == client; }));
     });

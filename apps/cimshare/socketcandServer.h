@@ -7,7 +7,6 @@
 #include <QTimer>
 #include <QUdpSocket>
 
-#include <map>
 #include <memory>
 #include <vector>
 
@@ -27,9 +26,7 @@ public:
     ~CSocketcandServer() override;
 
     Failure start() override;
-    QString name() const override { return QStringLiteral("socketcand"); }
     int clientCount(const CSharedBus& bus) const override;
-    quint64 lostCount(const CSharedBus& bus) const override;
 
 private:
     void connectBus(CSharedBus& bus);
@@ -40,16 +37,13 @@ private:
     void sendBeacon();
     QByteArray beacon(const QHostAddress& address) const;
 
-    const CSharedBuses& m_buses;
     const SListenAddress m_address;
     const bool m_hasBeacon;
     const SAllowedNetworks& m_allowed;
-    CEventLog& m_log;
     QTcpServer m_server;
     QUdpSocket m_beaconSocket;
     QTimer m_beaconTimer;
     std::vector<std::unique_ptr<CSocketcandClient>> m_clients;
-    std::map<const CSharedBus*, quint64> m_lost; ///< Frames that clients lost, by bus.
 };
 
 } // namespace vexmor::Apps::Cimshare
