@@ -25,6 +25,16 @@ inline QString floodText(int i)
     return "%1#%2"_s.arg(i % 0x800, 3, 16, QLatin1Char('0')).arg(i, 16, 16, QLatin1Char('0')).toUpper();
 }
 
+/// Ends with its scope.
+struct SProgram : QProcess {
+    ~SProgram() override { stop(); }
+    void stop()
+    {
+        kill();
+        waitForFinished();
+    }
+};
+
 /// The program, which shares a gateway of the test as "127.0.0.1:PORT"; it has ended well when this ends.
 struct SShare : SGateway {
     /// Gateway and bus of the test, and what the program is told besides; the gateway may be away at first.
@@ -88,9 +98,9 @@ struct SShare : SGateway {
         }
         return text;
     }
-    bool happened(const QString& event, int times = 1)
+    bool happened(const QString& event, int times = 1, int timeoutMs = 10000)
     {
-        return QTest::qWaitFor([&] { return count(event) >= times; }, 10000);
+        return QTest::qWaitFor([&] { return count(event) >= times; }, timeoutMs);
     }
     /// Where it listens.
     quint16 port(const QString& protocol)
@@ -147,6 +157,19 @@ struct SClient : QTcpSocket {
             result.append(one.captured(1) + QLatin1Char('#') + one.captured(2));
         }
         return result;
+    }
+
+    /// Reads nothing from now on.
+    void stopReading()
+    {
+        disconnect();
+        setReadBufferSize(1);
+    }
+    void readAgain()
+    {
+        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
+        setReadBufferSize(0);
+        heard += readAll();
     }
 
     QString seen() const { return frames().join(QLatin1Char(' ')); }

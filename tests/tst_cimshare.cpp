@@ -1,7 +1,11 @@
 #include "apps/cimshare/mqttText.h"
+#include "apps/cimshare/socketcandClient.h"
 #include "apps/cimshare/socketcandText.h"
 #include "requireTool.h"
 #include "shareFixture.h"
+
+#include <QNetworkDatagram>
+#include <QUdpSocket>
 
 using namespace vexmor::Test;
 using namespace vexmor::Apps::Cimshare;
@@ -17,7 +21,155 @@ bool isWhole(const QStringList& frames)
     }
     return true;
 }
+
+// ---- Promised limits: what a client can reach, as a number ----
+
+using Measure = std::function<qint64()>;
+
+/// For nsenter: runs a command at the far end of the cable.
+QStringList atFarEnd(const QStringList& command)
+{
+    return list("-t %1 -n"_s.arg(QString::fromLocal8Bit(qgetenv("CIM_FAR")))) + command;
+}
+
+/// Time until a client is disconnected, in milliseconds.
+qint64 msUntilDisconnected(SShare& share)
+{
+    QElapsedTimer clock;
+    clock.start();
+    return share.happened("disconnected"_s, 1, 60000) ? clock.elapsed() : -1;
+}
+
+/// Frames, until the client loses some that it does not read.
+bool fill(SShare& share, SClient& client)
+{
+    client.stopReading();
+    share.gateway.flood(200'000);
+    return share.happened("slowClient"_s);
+}
+
+qint64 cyclicMessages()
+{
+    SShare share("--socketcand 0 --allow-send"_s);
+    SClient client(share, "bcmmode");
+    (void)client.asks("< add >", "< error "); // errors do not wait any more
+    for (int id = 0; id < 100; ++id) {
+        client.write("< add 3600 0 " + QByteArray::number(id, 16) + " 0 >");
+    }
+    return client.asks("< echo >", "< echo >") ? 100 - client.heard.count("< error too many ") : -1;
+}
+
+qint64 linesOfClients()
+{
+    SShare share("--socketcand 0 --allow 127.0.1.1"_s);
+    const auto connectUntilLeftOut = [&] { // in bursts that fit into the queue of a listening socket
+        std::vector<std::unique_ptr<SClient>> strangers;
+        std::generate_n(std::back_inserter(strangers), 40, [&] { return std::make_unique<SClient>(share, ""); });
+        const auto isTurnedAway = [](const auto& one) { return one->state() == QAbstractSocket::UnconnectedState; };
+        (void)QTest::qWaitFor([&] { return std::all_of(strangers.begin(), strangers.end(), isTurnedAway); });
+        return share.count("leftOut"_s) > 0;
+    };
+    (void)QTest::qWaitFor(connectUntilLeftOut);
+    qint64 lines = 0;
+    for (const QJsonObject& event : share.events) {
+        if (event.value("event"_s) == "leftOut"_s) {
+            return lines;
+        }
+        lines += event.value("event"_s) == "notAllowed"_s ? 1 : 0;
+    }
+    return -1;
+}
+
+qint64 bytesReadAtOnce()
+{
+    QTcpServer server;
+    server.listen(QHostAddress(QHostAddress::LocalHost));
+    QTcpSocket peer;
+    peer.connectToHost(server.serverAddress(), server.serverPort());
+    (void)server.waitForNewConnection(5000);
+    QTcpSocket* const socket = server.nextPendingConnection();
+    socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1024 * 1024);
+    qint64 most = 0, all = 0;
+    QObject::connect(socket, &QTcpSocket::readyRead, [&] {
+        most = std::max(most, socket->bytesAvailable());
+        all += socket->bytesAvailable();
+    });
+    const CSharedBuses none;
+    const CSocketcandClient client(socket, none);
+    peer.write(QByteArray(200'000, 'x'));
+    (void)peer.waitForBytesWritten(5000); // all of it arrives before the client reads
+    return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
+}
+
+qint64 bytesThatWait()
+{
+    SShare share("--socketcand 0"_s);
+    SClient slow(share), quick(share);
+    if (!fill(share, slow) || !QTest::qWaitFor([&] { return quick.heard.count('>') > 200'000; }, 30000)) {
+        return -1;
+    }
+    slow.readAgain();
+    const auto putUntilReported = [&] { // until there is room
+        share.put("7F0#");
+        return slow.heard.contains("< error frames were lost >");
+    };
+    return QTest::qWaitFor(putUntilReported) ? slow.heard.indexOf("< error frames were lost >") : -1;
+}
+
+qint64 bytesOfUnreadAnswers()
+{
+    SShare share("--socketcand 0"_s);
+    SClient deaf(share, "controlmode");
+    deaf.stopReading();
+    const QByteArray requests = QByteArray("< echo >").repeated(8192);
+    qint64 written = 0;
+    while (share.count("disconnected"_s) == 0 && written < 32 * 1024 * 1024) {
+        written += deaf.write(requests);
+        (void)QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0 || share.count("disconnected"_s) > 0; });
+    }
+    return written;
+}
+
+qint64 msToChooseABus()
+{
+    SShare share("--socketcand 0"_s);
+    const SClient client(share, "");
+    return share.happened("connected"_s) ? msUntilDisconnected(share) : -1;
+}
+
+qint64 msToReadTheLastAnswer()
+{
+    SShare share("--socketcand 0"_s);
+    SClient client(share);
+    if (!fill(share, client)) {
+        return -1;
+    }
+    client.write("< open nobody >");
+    return msUntilDisconnected(share);
+}
+
+qint64 msWithoutReading()
+{
+    SShare share("--socketcand 0"_s);
+    SClient client(share);
+    return fill(share, client) ? msUntilDisconnected(share) : -1;
+}
+
+qint64 msAfterThePcVanished()
+{
+    SShare share("--socketcand 10.9.0.1:0"_s);
+    SProgram client;
+    client.start("nsenter"_s,
+                 atFarEnd({"bash"_s, "-c"_s,
+                           "exec 3<>/dev/tcp/10.9.0.1/$0; echo \"< open $1 >\" >&3; head -c 12 <&3; exec sleep 90"_s,
+                           QString::number(share.port("socketcand"_s)), share.name}));
+    QByteArray heard;
+    const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
+    const bool isPulled = QProcess::execute("nsenter"_s, atFarEnd(list("ip link set far down"_s))) == 0;
+    return isOpen && isPulled ? msUntilDisconnected(share) : -1;
+}
 } // namespace
+Q_DECLARE_METATYPE(Measure)
 
 /// The service that shares a bus: what it reads, and the program with clients of every kind.
 class CimshareTest : public QObject
@@ -48,12 +200,13 @@ private Q_SLOTS:
         row("statistics", "statistics 1000", "6 1000 ms"_s);
         row("statistics of days", "statistics 3600001", "the interval is no number of milliseconds"_s);
         row("subscribe", "subscribe 1 500000 123", "7 1500000 us 123#"_s);
-        row("add", "add 0 1000 123 1 ff", "10 1000 us 123#FF"_s);
+        row("add", "add 0 1000 123 1 ff", "9 1000 us 123#FF"_s);
         row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
         row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("add for ever", "add 9999999999 0 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("nothing", "", "unknown command"_s);
         row("another", "exit", "unknown command"_s);
+        row("filter", "filter 0 0 123 1 ff", "unknown command"_s);
     }
     void readsCommands()
     {
@@ -82,7 +235,8 @@ private Q_SLOTS:
                 elements.append(element);
                 return true;
             };
-            QVERIFY(reader.feed(stream.left(cut), take) && reader.feed(stream.mid(cut), take));
+            QVERIFY(reader.feed(stream.left(cut), take));
+            QVERIFY(reader.feed(stream.mid(cut), take));
             QCOMPARE(elements, (QList<QByteArray>{" echo ", " send 1 0 ", "", " a< b "}));
         }
         const auto refuse = [](const QByteArray& /*element*/) { return true; };
@@ -100,13 +254,6 @@ private Q_SLOTS:
             read += send.problem.isEmpty() ? textOf(send.message) : "!"_s + QString::fromLatin1(send.line);
         }
         QCOMPARE(read.join(QLatin1Char('|')), "123#1122|7FF#00|!(1.5) hall 123#R|!hello|!800#"_s);
-        QCOMPARE(singlePayload(message(0x123, hex("aabb")), 0x0102030405060708), hex("080706050403020100aabb"));
-        QCOMPARE(textOf(readSingle("291"_s, hex("000000000000000000aabb")).message), "123#AABB"_s);
-        for (const char* bad : {"291 0000000000000000", "291 000000000000000001", "2048 000000000000000000",
-                                "x 000000000000000000", "291 000000000000000000112233445566778899"}) {
-            const QList<QByteArray> parts = QByteArray(bad).split(' ');
-            QVERIFY2(!readSingle(QString::fromLatin1(parts[0]), hex(parts[1])).problem.isEmpty(), bad);
-        }
     }
 
     /// What one sends all others get, over whatever they came.
@@ -115,8 +262,11 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --allow-send"_s);
         SClient one(share), other(share);
         const auto host = makeInterface(share.port("t93"_s)), second = makeInterface(share.port("t93"_s));
-        QVERIFY(share.isUp && one.isOpen && other.isOpen);
-        QVERIFY(host->openCommunication() == RC_OK && second->openCommunication() == RC_OK);
+        QVERIFY(share.isUp);
+        QVERIFY(one.isOpen);
+        QVERIFY(other.isOpen);
+        QCOMPARE(host->openCommunication(), int(RC_OK));
+        QCOMPARE(second->openCommunication(), int(RC_OK));
         const auto& info = host->commonInfo();
         QTRY_COMPARE(info.interfaceId() + QLatin1Char(' ') + info.firmwareVersion(), "02:00:00:54:39:33 1.05"_s);
 
@@ -140,7 +290,8 @@ private Q_SLOTS:
 
         const auto rate = share.bus.baudrate();
         host->setBaudrate(125);
-        QVERIFY(host->resetCommunication(1) == RC_OK && share.happened("ignored"_s, 3)); // bit rates at the start
+        QCOMPARE(host->resetCommunication(1), int(RC_OK));
+        QVERIFY(share.happened("ignored"_s, 3)); // bit rates at the start
         QVERIFY(share.bus.baudrate() == rate);
         share.gateway.sendStatus(0x08);
         QVERIFY(one.hears("< error T93 CAN bus off error. >"));
@@ -154,7 +305,8 @@ private Q_SLOTS:
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
         SClient client(share, "bcmmode");
-        QVERIFY(client.isOpen && client.asks("< rawmode >", "< ok >"));
+        QVERIFY(client.isOpen);
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
     }
@@ -174,16 +326,16 @@ private Q_SLOTS:
     void sendsWithPermissionOnly()
     {
         SShare share("--socketcand 0 --t93 0"_s);
-        SClient client(share);
+        SClient client(share, "bcmmode");
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QVERIFY(client.isOpen && host->openCommunication() == RC_OK);
+        QVERIFY(client.isOpen);
+        QCOMPARE(host->openCommunication(), int(RC_OK));
         QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
-        QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
-        QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >") &&
-                client.asks("< bcmmode >", "< ok >"));
         QVERIFY(client.asks("< add 0 1000 123 0 >", "\n< error clients may listen only (--allow-send) >"));
-        QVERIFY(client.asks("< update 123 0 >", "< error nothing is sent with this identifier >"));
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
+        QVERIFY(client.asks("< send 123 0 >", "\n< error clients may listen only (--allow-send) >"));
+        QVERIFY(client.asks("< subscribe 0 0 1 >", "< error not in this mode >"));
         QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
         QVERIFY(share.sent.isEmpty());
@@ -194,14 +346,17 @@ private Q_SLOTS:
     {
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         SClient client(share);
-        QVERIFY(share.happened("away"_s) && client.hears("< error the gateway is away >"));
+        QVERIFY(share.happened("away"_s));
+        QVERIFY(client.hears("< error the gateway is away >"));
         QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
         share.gateway.setFaults({});
-        QVERIFY(share.happened("identified"_s) && share.count("away"_s) == 1);
+        QVERIFY(share.happened("identified"_s));
+        QCOMPARE(share.count("away"_s), 1);
 
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QVERIFY(client.asks("< rawmode >", "< ok >") && host->openCommunication() == RC_OK);
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
+        QCOMPARE(host->openCommunication(), int(RC_OK));
         share.leave();
         QVERIFY(client.hears("< error the gateway is away >"));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});
@@ -218,20 +373,20 @@ private Q_SLOTS:
     {
         SShare share("--socketcand 0 --allow-send"_s);
         SClient client(share, "bcmmode"), watcher(share);
-        QVERIFY(client.isOpen && watcher.isOpen);
-        client.write("< subscribe 0 0 100 >< subscribe 60 0 200 >< filter 0 0 300 2 0F 00 >< subscribe 0 0 400 >"
-                     "< unsubscribe 400 >");
+        QVERIFY(client.isOpen);
+        QVERIFY(watcher.isOpen);
+        client.write("< subscribe 0 0 100 >< subscribe 60 0 200 >< subscribe 0 0 400 >< unsubscribe 400 >");
         QVERIFY(client.asks("< echo >", "< echo >"));
-        share.put("100#01 100#02 200#01 200#02 300#0100 300#f1ff 300#02ff 300#02 400# 500# 100#03");
+        share.put("100#01 100#02 200#01 200#02 400# 500# 100#03");
         QVERIFY(client.hears(" 03 >"));
-        QCOMPARE(client.seen(), "100#01 100#02 200#01 300#0100 300#02FF 300#02 100#03"_s);
+        QCOMPARE(client.seen(), "100#01 100#02 200#01 100#03"_s);
 
         client.write("< subscribe 0 50000 200 >< add 0 5000 123 1 11 >");
         QTRY_VERIFY(share.sent.size() > 2);
         QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#11 123#11"_s);
-        client.write("< update 123 1 22 >");
+        client.write("< add 0 5000 123 1 22 >"); // instead of the one before
         QTRY_COMPARE(share.sent.last(), "123#22"_s);
-        QVERIFY(client.asks("< delete 123 >< update 123 0 >", "< error nothing is sent with this identifier >"));
+        QVERIFY(client.asks("< delete 123 >< echo >", "< echo >"));
         QTRY_COMPARE(watcher.heard.count("< frame 123 "), share.sent.size()); // what was under way has come
         share.sent.clear();
         share.put("200#01 200#02 200#03");
@@ -239,9 +394,11 @@ private Q_SLOTS:
         QVERIFY(share.sent.isEmpty());
         client.write("< add 0 2000 124 0 >");
         QTRY_VERIFY(!share.sent.isEmpty());
-        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
+        QVERIFY(client.asks("< controlmode >", "< ok >"));
+        QVERIFY(client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
         QTRY_COMPARE(share.sent.last(), "7F0#"_s); // ends with its mode
-        QVERIFY(client.asks("< controlmode >", "< ok >") && client.asks("< statistics 20 >", "< stat "));
+        QVERIFY(client.asks("< controlmode >", "< ok >"));
+        QVERIFY(client.asks("< statistics 20 >", "< stat "));
         QCOMPARE(share.sent.last(), "7F0#"_s);
     }
 
@@ -250,22 +407,23 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --status 1"_s);
         SClient slow(share), quick(share);
         QTcpSocket slowHost;
-        slow.disconnect();
-        slow.setReadBufferSize(1);
+        slow.stopReading();
         slowHost.setReadBufferSize(1);
         slowHost.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
-        QVERIFY(slow.isOpen && quick.isOpen && share.happened("connected"_s, 3));
+        QVERIFY(slow.isOpen);
+        QVERIFY(quick.isOpen);
+        QVERIFY(share.happened("connected"_s, 3));
         constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
         share.gateway.flood(MESSAGES);
         QTRY_VERIFY_WITH_TIMEOUT(quick.heard.count('>') >= MESSAGES, 30000);
-        QVERIFY(quick.frames().size() == MESSAGES && isWhole(quick.frames()));
-        QVERIFY(share.happened("slowClient"_s) && share.happened("lost"_s));
-        connect(&slow, &QTcpSocket::readyRead, [&] { slow.heard += slow.readAll(); });
-        slow.setReadBufferSize(0);
+        QCOMPARE(quick.frames().size(), MESSAGES);
+        QVERIFY(isWhole(quick.frames()));
+        QVERIFY(share.happened("slowClient"_s));
+        QVERIFY(share.happened("lost"_s));
+        slow.readAgain();
         slowHost.setReadBufferSize(0);
         QByteArray atHost;
         connect(&slowHost, &QTcpSocket::readyRead, [&] { atHost += slowHost.readAll(); });
-        slow.heard += slow.readAll();
         atHost += slowHost.readAll();
         const auto sendNow = [&] { // until there is room
             share.put("7F0#");
@@ -274,7 +432,8 @@ private Q_SLOTS:
         };
         QTRY_VERIFY(sendNow());
         const QStringList frames = slow.frames();
-        QVERIFY(isWhole(frames.mid(0, frames.indexOf("7F0#"_s))) && frames.size() < MESSAGES);
+        QVERIFY(isWhole(frames.mid(0, frames.indexOf("7F0#"_s))));
+        QVERIFY(frames.size() < MESSAGES);
     }
 
     void clientsBeyondTheLimit()
@@ -312,8 +471,7 @@ private Q_SLOTS:
         SShare share("--socketcand 0"_s);
         SClient deaf(share, "controlmode");
         QVERIFY(deaf.isOpen);
-        deaf.disconnect();
-        deaf.setReadBufferSize(1);
+        deaf.stopReading();
         deaf.write("< statistics 1 >" + QByteArray("< echo >").repeated(60'000) + "< open nobody >");
         QVERIFY(share.happened("connected"_s));
         SClient good(share);
@@ -322,6 +480,66 @@ private Q_SLOTS:
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
         QCOMPARE(share.end(), 0);
+    }
+
+    void promisedLimits_data()
+    {
+        const auto row = columns<Measure, qint64, qint64>("measure", "least", "most");
+        row("cyclic messages of a client", cyclicMessages, 64, 64);
+        row("lines of clients in a second", linesOfClients, 300, 300);
+        row("bytes read from a client at once", bytesReadAtOnce, 0x10000, 0x10000);
+        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000);   // with those in the kernel
+        row("bytes of unread answers", bytesOfUnreadAnswers, 0x100000, 0x800000); // with those of the client's kernel
+        row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
+        row("ms to read the last answer", msToReadTheLastAnswer, 9'000, 15'000);
+        row("ms without reading", msWithoutReading, 25'000, 40'000);
+        row("ms after the PC vanished", msAfterThePcVanished, 25'000, 40'000);
+    }
+    void promisedLimits()
+    {
+        if (rowName().startsWith("ms ") && !qEnvironmentVariableIsSet("CIM_FAR")) {
+            QSKIP("takes long: run by inNamespace, beside the other tests");
+        }
+        const qint64 measured = cell<Measure>("measure")();
+        QVERIFY2(measured >= cell<qint64>("least"), QByteArray::number(measured));
+        QVERIFY2(measured <= cell<qint64>("most"), QByteArray::number(measured));
+    }
+
+    void beacon()
+    {
+        if (!qEnvironmentVariableIsSet("CIM_FAR")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
+        QUdpSocket network;
+        QVERIFY(network.bind(QHostAddress(QHostAddress::AnyIPv4), 42000));
+        const QTemporaryDir folder;
+        QVERIFY(QFile::rename(writeFile(folder, "(1.0) x 123#\n"), folder.filePath("a&\"b"_s)));
+        SShare share("sim:%1/a&\"b --socketcand 10.9.1.1:0 --beacon"_s.arg(folder.path()));
+        QTRY_VERIFY(network.hasPendingDatagrams());
+        QElapsedTimer clock;
+        clock.start();
+        const QString simulated = "sim:"_s + folder.path().replace(QLatin1Char('/'), QLatin1Char('_'));
+        QCOMPARE(QString::fromUtf8(network.receiveDatagram().data()),
+                 "<CANBeacon name=\"%1\" type=\"adapter\" description=\"cimshare\"><URL>can://10.9.1.1:%2</URL>"
+                 "<Bus name=\"%3\"/><Bus name=\"%4_a&amp;&quot;b\"/></CANBeacon>"_s.arg(QSysInfo::machineHostName())
+                     .arg(share.port("socketcand"_s))
+                     .arg(share.name, simulated));
+        QTRY_VERIFY(network.hasPendingDatagrams());
+        QVERIFY2(clock.elapsed() > 1500, QByteArray::number(clock.elapsed()));
+        QVERIFY2(clock.elapsed() < 4000, QByteArray::number(clock.elapsed()));
+    }
+
+    void gatewayTextStaysInItsLine()
+    {
+        SShare share("--socketcand 0"_s, true);
+        SSimIdentity identity;
+        identity.firmwareMajor = 2;
+        identity.firmwareMinor = 3;
+        identity.deviceText = "T93 SIM SW5\n\x1b[31m\x9bx";
+        share.gateway.setIdentity(identity);
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("identified"_s));
+        QCOMPARE(share.said("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x"_s);
     }
 
     void hostileLines_data()
@@ -387,7 +605,8 @@ for each in (one, other, lazy, few): each.shutdown()
         QVERIFY(share.happened("connected"_s, 4));
         share.gateway.flood(5000);
         QTRY_VERIFY2(python.state() == QProcess::NotRunning, said + python.readAllStandardError());
-        QVERIFY2(python.exitCode() == 0 && said.endsWith("done\n"), said + python.readAllStandardError());
+        QVERIFY2(python.exitCode() == 0, said + python.readAllStandardError());
+        QVERIFY2(said.endsWith("done\n"), said + python.readAllStandardError());
         QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#0180FF 124#"_s);
     }
 
@@ -395,17 +614,17 @@ for each in (one, other, lazy, few): each.shutdown()
     {
         const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
         row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
-        row("nobody to share with", "sim"_s, 2, "nobody to share with"_s);
-        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would be one name to clients"_s);
+        row("nothing to serve", "sim"_s, 2, "nothing to serve"_s);
+        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would have the same name for clients"_s);
         row("no such target", "nobody --t93 0"_s, 2, "target 'nobody'"_s);
-        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is no [ADDRESS:]PORT"_s);
-        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is no network"_s);
+        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is not an [ADDRESS:]PORT"_s);
+        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is not a network"_s);
         row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
         row("more ports than there are", "sim 127.0.0.1 --t93 65535"_s, 2, "not so many ports"_s);
         row("beacon for nothing", "sim --t93 0 --beacon"_s, 2, "--beacon requires --socketcand"_s);
-        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is no topic"_s);
+        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is not a topic"_s);
         row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
-        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is no HOST[:PORT]"_s);
+        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is not a HOST[:PORT]"_s);
         row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
         row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
         row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);

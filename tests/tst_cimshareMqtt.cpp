@@ -1,23 +1,12 @@
 #include "requireTool.h"
 #include "shareFixture.h"
 
-#include <QtEndian>
-
 #include <csignal>
 
 using namespace vexmor::Test;
 
 namespace
 {
-struct SProgram : QProcess {
-    ~SProgram() override { stop(); }
-    void stop()
-    {
-        kill();
-        waitForFinished();
-    }
-};
-
 /// A broker as Debian has it, on a port of its own.
 struct SBroker {
     explicit SBroker(const QByteArray& rules = "allow_anonymous true\n")
@@ -99,14 +88,16 @@ private Q_SLOTS:
         const QList<QByteArray> lines = received.heard.split('\n');
         for (int i = 0; i < 5000; ++i) {
             const QString end = " "_s + share.name + " "_s + floodText(i) + " R"_s;
-            QVERIFY2(lines.at(i).startsWith('(') && lines.at(i).endsWith(end.toLatin1()), lines.at(i));
+            QVERIFY2(lines.at(i).startsWith('('), lines.at(i));
+            QVERIFY2(lines.at(i).endsWith(end.toLatin1()), lines.at(i));
         }
         QVERIFY(all.heard.count("/rx (") < 1000); // batches
         share.gateway.sendStatus(0x08);
         QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error.\",\"time\":"));
         SClient client(share);
         client.write("< send 123 1 11 >");
-        QVERIFY(all.hears(topic + "/tx (") && all.hears(" 123#11 T"));
+        QVERIFY(all.hears(topic + "/tx ("));
+        QVERIFY(all.hears(" 123#11 T"));
         QCOMPARE(share.end(), 0);
         QVERIFY(all.hears("site/state {\"online\":false,"));
     }
@@ -116,12 +107,14 @@ private Q_SLOTS:
         const SBroker broker;
         SSubscriber all(broker);
         SShare share(broker.options("--allow-send"_s)), listening(broker.options("--allow 127.0.0.1"_s));
-        QVERIFY(share.happened("broker"_s) && listening.happened("broker"_s));
+        QVERIFY(share.happened("broker"_s));
+        QVERIFY(listening.happened("broker"_s));
         broker.publish("site/"_s + listening.name + "/send"_s, "123#");
         broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n(1.0) x 124#R\n7FF#");
         QTRY_COMPARE(share.sent, (QStringList{"123#1122"_s, "7FF#"_s}));
         QVERIFY(all.hears("/refused {\"line\":\"(1.0) x 124#R\",\"reason\":\"no frame that a T93 can send\"}"));
-        QVERIFY(all.hears(" 123#1122 T") && all.hears(" 7FF# T"));
+        QVERIFY(all.hears(" 123#1122 T"));
+        QVERIFY(all.hears(" 7FF# T"));
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("124#\n").repeated(14'000));
         QVERIFY(all.hears("\"reason\":\"more than 64 KiB\"}"));
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("x\n").repeated(100));
@@ -136,24 +129,6 @@ private Q_SLOTS:
         QVERIFY(listening.sent.isEmpty());
     }
 
-    void aPublicationForEachMessage()
-    {
-        const SBroker broker;
-        SShare share(broker.options("--mqtt-per-message --allow-send"_s));
-        SSubscriber each(broker, share.name + "/+"_s, "%t %x"_s);
-        QVERIFY(share.happened("broker"_s));
-        broker.publish(share.name + "/s/291"_s, hex("000000000000000000aabb"));
-        QTRY_COMPARE(share.sent, QStringList{"123#AABB"_s});
-        const auto sendUntilHeard = [&] { // the subscriber may be late
-            share.put("124#11");
-            return each.heard.contains("/292 ");
-        };
-        QTRY_VERIFY(sendUntilHeard());
-        const QByteArray payload = hex(each.heard.mid(each.heard.indexOf("/292 ") + 5, 20).constData());
-        const auto age = QDateTime::currentMSecsSinceEpoch() * 1000 - qFromLittleEndian<qint64>(payload.constData());
-        QVERIFY2(payload.endsWith(hex("0011")) && age > -2000 && age < 10'000'000, payload.toHex());
-    }
-
     /// What could not be published is told as a gap of that length; who serves others is not held up.
     void brokerGoesAndComes_data() { rows({"killed", "stuck"}); }
     void brokerGoesAndComes()
@@ -162,7 +137,8 @@ private Q_SLOTS:
         const bool isKilled = rowName() == "killed";
         SShare share(broker.options("--socketcand 0"_s));
         SClient client(share);
-        QVERIFY(share.happened("broker"_s) && client.isOpen);
+        QVERIFY(share.happened("broker"_s));
+        QVERIFY(client.isOpen);
         isKilled ? broker.program.stop() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGSTOP));
         QVERIFY(!isKilled || share.happened("brokerAway"_s));
         const int messages = isKilled ? 1000 : 200'000; // more than may wait
@@ -180,26 +156,25 @@ private Q_SLOTS:
         QTRY_VERIFY(sendUntilHeard());
     }
 
-    void anOlderBroker()
+    void brokerThatDoesNotClose()
     {
-        QTcpServer old; // that of a specification: refuses a version that it does not know
-        QList<int> versions;
-        old.listen(QHostAddress(QHostAddress::LocalHost));
-        connect(&old, &QTcpServer::newConnection, [&] {
-            QTcpSocket* const socket = old.nextPendingConnection();
+        QTcpServer broker;
+        QByteArray begin;
+        broker.listen(QHostAddress(QHostAddress::LocalHost));
+        connect(&broker, &QTcpServer::newConnection, [&] {
+            QTcpSocket* const socket = broker.nextPendingConnection();
             connect(socket, &QTcpSocket::readyRead, [&, socket] {
                 const QByteArray bytes = socket->readAll();
-                const int at = bytes.indexOf("MQTT");
-                if (bytes.startsWith('\x10') && at > 0) {
-                    versions.append(bytes.at(at + 4));
-                    socket->write(versions.last() == 4 ? hex("20020000") : hex("20020001"));
+                if (bytes.startsWith('\x10')) {
+                    begin = bytes.mid(2, 7);
+                    socket->write(hex("20020000"));
                 }
             });
         });
-        SShare share("--mqtt 127.0.0.1:%1"_s.arg(old.serverPort()));
+        SShare share("--mqtt 127.0.0.1:%1"_s.arg(broker.serverPort()));
         QVERIFY(share.happened("broker"_s));
-        QCOMPARE(versions, (QList<int>{5, 4}));
-        QCOMPARE(share.end(), 0); // though this one does not close
+        QCOMPARE(begin, QByteArray("\0\x04MQTT\x04", 7)); // MQTT 3.1.1
+        QCOMPARE(share.end(), 0);
     }
 
     void whoMayConnect_data()
@@ -208,8 +183,8 @@ private Q_SLOTS:
         const QString key = " --mqtt-cert F/client.pem --mqtt-key F/client.key"_s;
         const QString name = " --mqtt-credentials F/right"_s;
         row("everything right", "--mqtt-ca F/ca.pem"_s + key + name, {});
-        row("wrong password", "--mqtt-ca F/ca.pem --mqtt-credentials F/wrong"_s + key, "Not authorized"_s);
-        row("nobody", "--mqtt-ca F/ca.pem"_s + key, "Not authorized"_s);
+        row("wrong password", "--mqtt-ca F/ca.pem --mqtt-credentials F/wrong"_s + key, "not authorised"_s);
+        row("nobody", "--mqtt-ca F/ca.pem"_s + key, "not authorised"_s);
         row("no certificate", "--mqtt-ca F/ca.pem"_s + name, "certificate required|lost"_s);
         row("broker of another authority", "--mqtt-ca F/other.pem"_s + key + name, "certificate verify failed"_s);
         row("no TLS", name.trimmed(), "lost"_s);

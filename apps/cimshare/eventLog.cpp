@@ -10,15 +10,13 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr int CLIENT_LINES_A_SECOND = 300;
-constexpr int MAX_LENGTH = 300;
 constexpr qint64 SECOND_MS = 1000;
 
-QString plain(const QString& text)
+QString plain(QString text)
 {
-    QString result = text.left(MAX_LENGTH);
     std::replace_if(
-        result.begin(), result.end(), [](QChar one) { return !one.isPrint(); }, QLatin1Char('?'));
-    return result;
+        text.begin(), text.end(), [](QChar one) { return !one.isPrint(); }, QLatin1Char('?'));
+    return text;
 }
 } // namespace
 

@@ -45,19 +45,15 @@ void addMqtt(CLI::App& app, SShareOptions& options)
 {
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
-    options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const COption host =
+    options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
+    const COption mqtt =
         addValue(app, "--mqtt", "HOST[:PORT]", "Publish at this broker", [&broker](const QString& text) {
             return broker.setAddress(text);
         }).group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
-        addText(app, name, value, help, type).group(GROUP).needs(host);
+        addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };
-    add("--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this computer)", "TOPIC");
-    addFlag(app, "--mqtt-per-message", options.mqtt.isMessageEach,
-            "A publication for each message, as NAME/IDENTIFIER, instead of log lines")
-        .group(GROUP)
-        .needs(host);
+    add("--mqtt-topic", options.mqttTopic, "Above all topics (can/ and the name of this PC)", "TOPIC");
     add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
     add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
     add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");
@@ -113,7 +109,7 @@ int cimshare(int argc, char** argv)
         return *exitCode;
     }
     for (const QString& network : std::as_const(networks)) {
-        if (const Failure failure = options.access.addNetwork(network)) {
+        if (const Failure failure = options.allowed.add(network)) {
             tell(failure->text);
             return eWrongUsage;
         }

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstring>
 #include <mosquitto.h>
-#include <mqtt_protocol.h>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -20,10 +19,9 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
-/// Messages that may wait for the broker: some megabytes, or ten seconds of a full bus.
+/// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
-constexpr int REFUSED_VERSION_3 = 1; // CONNACK of MQTT 3.1.1
 
 QString textOf(int code)
 {
@@ -35,16 +33,6 @@ const char* orNull(const QByteArray& text)
 {
     return text.isEmpty() ? nullptr : text.constData();
 }
-
-void initialiseLibrary()
-{
-    static const struct SLibrary {
-        SLibrary() { mosquitto_lib_init(); }
-        ~SLibrary() { mosquitto_lib_cleanup(); }
-        SLibrary(const SLibrary&) = delete;
-        SLibrary& operator=(const SLibrary&) = delete;
-    } LIBRARY;
-}
 } // namespace
 
 Failure SBroker::setAddress(const QString& text)
@@ -52,19 +40,15 @@ Failure SBroker::setAddress(const QString& text)
     const QStringList parts = text.split(QLatin1Char(':'));
     bool isPort = true;
     port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
-    host = parts.at(0);
-    const bool isAddress = !host.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
-    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is no HOST[:PORT]").arg(text));
+    hostName = parts.at(0);
+    const bool isAddress = !hostName.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
+    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
-void CMqttLink::SDeleter::operator()(mosquitto* client) const
+CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
+    : m_client(nullptr, mosquitto_destroy), m_willTopic(willTopic.toUtf8())
 {
-    mosquitto_destroy(client);
-}
-
-CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : m_willTopic(willTopic.toUtf8())
-{
-    initialiseLibrary();
+    mosquitto_lib_init();
     m_client.reset(mosquitto_new(nullptr, true, this));
     mosquitto_threaded_set(m_client.get(), true);
     mosquitto_int_option(m_client.get(), MOSQ_OPT_TCP_NODELAY, 1);
@@ -80,7 +64,7 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : 
             self->m_waiting.pop_front();
         }
     });
-    // Which says more than the code of a failed handshake.
+    // The log line says more than the code of a failed handshake.
     mosquitto_log_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int level, const char* text) {
         auto* const self = static_cast<CMqttLink*>(link);
         if (level == MOSQ_LOG_ERR && self->m_problem.isEmpty()) {
@@ -94,7 +78,7 @@ CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload) : 
             QString problem;
             if (message->payloadlen > MAX_PAYLOAD) {
                 problem = QStringLiteral("more than 64 KiB");
-            } else if (message->retain) { // would be sent at every connection
+            } else if (message->retain) { // the broker would deliver it at every connection
                 problem = QStringLiteral("retained");
             }
             Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload, problem);
@@ -112,20 +96,19 @@ CMqttLink::~CMqttLink()
     if (m_thread.joinable()) {
         m_thread.join();
     }
+    m_client.reset();
+    mosquitto_lib_cleanup();
 }
 
 Failure CMqttLink::start(const SBroker& broker)
 {
     m_broker = broker;
-    const auto failed = [](int code, const QString& what) {
-        return wrongUsage(QStringLiteral("%1: %2").arg(what, textOf(code)));
-    };
     if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
         (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
-        return wrongUsage(QStringLiteral("a certificate needs its key, and the authority of the broker's"));
+        return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
-        return wrongUsage(QStringLiteral("'%1' is no topic").arg(QString::fromUtf8(m_willTopic)));
+        return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
     }
     if (!broker.credentialsFile.isEmpty()) {
         QFile file(broker.credentialsFile);
@@ -140,7 +123,7 @@ Failure CMqttLink::start(const SBroker& broker)
                                            orNull(QFile::encodeName(broker.certificateFile)),
                                            orNull(QFile::encodeName(broker.keyFile)), nullptr);
         if (code != MOSQ_ERR_SUCCESS) {
-            return failed(code, QStringLiteral("certificates"));
+            return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
         }
     }
     if (m_broker.port == 0) {
@@ -153,7 +136,7 @@ Failure CMqttLink::start(const SBroker& broker)
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner,
                         int messages)
 {
-    const std::lock_guard<std::mutex> guard(m_lock); // the thread hears that it left behind this only
+    const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
     if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
         mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
                           isRetained) != MOSQ_ERR_SUCCESS) {
@@ -169,21 +152,21 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
 void CMqttLink::run()
 {
     int pause = FIRST_PAUSE_S;
-    do {
+    for (bool isEnding = false; !isEnding;) {
         m_wasConnected = false;
         runOnce();
         pause = m_wasConnected ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
-    } while (waitBeforeNext(pause));
+        std::unique_lock<std::mutex> guard(m_lock);
+        isEnding = m_wakeUp.wait_for(guard, std::chrono::seconds(pause), [this] { return m_isEnding; });
+    }
 }
 
 /// One connection, from the first attempt to its end.
 void CMqttLink::runOnce()
 {
     m_problem.clear();
-    m_isNotUnderstood = false;
-    mosquitto_int_option(m_client.get(), MOSQ_OPT_PROTOCOL_VERSION,
-                         m_usesVersion5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
-    int code = mosquitto_connect_async(m_client.get(), m_broker.host.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
+    int code =
+        mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
     QElapsedTimer sinceEnding;
     while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
@@ -193,9 +176,6 @@ void CMqttLink::runOnce()
         }
     }
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
-    if (m_isNotUnderstood || (!m_wasConnected && (code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_PROTOCOL))) {
-        m_usesVersion5 = !m_usesVersion5;
-    }
     decltype(m_waiting) neverLeft;
     {
         const std::lock_guard<std::mutex> guard(m_lock);
@@ -211,18 +191,10 @@ void CMqttLink::runOnce()
     Q_EMIT disconnected(why);
 }
 
-/// False when the link ends.
-bool CMqttLink::waitBeforeNext(int seconds)
-{
-    std::unique_lock<std::mutex> guard(m_lock);
-    return !m_wakeUp.wait_for(guard, std::chrono::seconds(seconds), [this] { return m_isEnding; });
-}
-
 void CMqttLink::onConnect(int code)
 {
     if (code != 0) {
-        m_problem = QString::fromUtf8(m_usesVersion5 ? mosquitto_reason_string(code) : mosquitto_connack_string(code));
-        m_isNotUnderstood = code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION || code == REFUSED_VERSION_3;
+        m_problem = QString::fromUtf8(mosquitto_connack_string(code));
         return;
     }
     for (const QString& topic : std::as_const(m_subscriptions)) {

@@ -5,8 +5,6 @@
 #include <QByteArray>
 #include <QString>
 
-#include <cstdint>
-#include <optional>
 #include <vector>
 
 /// What goes over MQTT, as values.
@@ -22,10 +20,5 @@ struct SMqttSend {
 
 /// Reads log lines, or frames alone like 123#1122, a line each; empty lines and comments are left out.
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload);
-
-/// A message in a publication of its own: 8 bytes of microseconds since the epoch, low byte first, a byte of flags, the
-/// data. Its identifier is the last level of the topic, a decimal number.
-QByteArray singlePayload(const Cim::CCanMessage& message, std::int64_t microseconds);
-SMqttSend readSingle(const QString& topicLevel, const QByteArray& payload);
 
 } // namespace vexmor::Apps::Cimshare

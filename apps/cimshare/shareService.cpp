@@ -1,5 +1,7 @@
 #include "apps/cimshare/shareService.h"
 
+#include "apps/cimshare/mqttBridge.h"
+#include "apps/cimshare/socketcandServer.h"
 #include "apps/host/interfaceStore.h"
 #include "cim/resultCodes.h"
 
@@ -17,52 +19,46 @@ constexpr int HIGHEST_PORT = 65535;
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
 {
-    connect(&m_statusTimer, &QTimer::timeout, this, &CShareService::tellStatus);
+    connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
 }
 
 CShareService::~CShareService() = default;
 
 Failure CShareService::start()
 {
-    if (!m_options.socketcand && !m_options.t93 && m_options.broker.host.isEmpty()) {
-        return wrongUsage(QStringLiteral("nobody to share with: give --socketcand, --t93 or --mqtt"));
+    if (!m_options.socketcand && !m_options.t93 && m_options.broker.hostName.isEmpty()) {
+        return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
         return failure;
     }
-    if (m_options.socketcand) {
-        m_socketcand = std::make_unique<CSocketcandServer>(m_buses, m_options.access, m_log);
-        if (Failure failure = m_socketcand->listen(*m_options.socketcand)) {
-            return failure;
-        }
-        if (m_options.beacon) {
-            m_socketcand->startBeacon();
-        }
-    }
-    if (SListenAddress place = m_options.t93.value_or(SListenAddress()); m_options.t93) {
-        if (place.port + static_cast<int>(m_owned.size()) - 1 > HIGHEST_PORT) {
-            return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(place.port));
-        }
-        for (const auto& shared : m_owned) {
-            if (Failure failure = shareAsT93(*shared, place)) {
-                return failure;
-            }
-            place.port = static_cast<quint16>(place.port == 0 ? 0 : place.port + 1);
-        }
-    }
-    if (!m_options.broker.host.isEmpty()) {
-        m_mqtt = std::make_unique<CMqttShare>(m_buses, m_options.mqtt, m_log);
-        if (Failure failure = m_mqtt->start(m_options.broker)) {
+    addProtocols();
+    for (const auto& protocol : m_protocols) {
+        if (Failure failure = protocol->start()) {
             return failure;
         }
     }
-    for (CSharedBus* const bus : m_buses) {
+    if (Failure failure = startT93()) {
+        return failure;
+    }
+    for (const auto& bus : m_buses) {
         bus->start();
     }
     if (m_options.statusSeconds > 0) {
         m_statusTimer.start(m_options.statusSeconds * 1000);
     }
     return {};
+}
+
+void CShareService::addProtocols()
+{
+    if (m_options.socketcand) {
+        m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, *m_options.socketcand, m_options.beacon,
+                                                                  m_options.allowed, m_log));
+    }
+    if (!m_options.broker.hostName.isEmpty()) {
+        m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
+    }
 }
 
 Failure CShareService::addBuses()
@@ -93,20 +89,18 @@ Failure CShareService::addBuses()
         }
         auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.allowSend);
         const auto same = std::find_if(m_buses.begin(), m_buses.end(),
-                                       [&bus](const CSharedBus* one) { return one->plainName() == bus->plainName(); });
+                                       [&bus](const auto& one) { return one->plainName() == bus->plainName(); });
         if (same != m_buses.end()) {
             return wrongUsage(
-                QStringLiteral("'%1' and '%2' would be one name to clients").arg((*same)->name(), bus->name()));
+                QStringLiteral("'%1' and '%2' would have the same name for clients").arg((*same)->name(), bus->name()));
         }
         watch(*bus);
-        m_buses.push_back(bus.get());
-        m_owned.push_back(std::make_unique<SBus>());
-        m_owned.back()->bus = std::move(bus);
+        m_buses.push_back(std::move(bus));
     }
     return {};
 }
 
-/// Tells what happens at a bus.
+/// Prints the events of a bus.
 void CShareService::watch(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus](bool isConnected, const QString& why) {
@@ -127,6 +121,23 @@ void CShareService::watch(CSharedBus& bus)
 
 // ---- As a T93 ----
 
+Failure CShareService::startT93()
+{
+    SListenAddress place = m_options.t93.value_or(SListenAddress());
+    if (place.port + static_cast<int>(m_buses.size()) - 1 > HIGHEST_PORT) {
+        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(place.port));
+    }
+    for (std::size_t i = 0; m_options.t93 && i < m_buses.size(); ++i) {
+        m_gateways.push_back(std::make_unique<SBus>());
+        m_gateways.back()->bus = m_buses[i].get();
+        if (Failure failure = shareAsT93(*m_gateways.back(), place)) {
+            return failure;
+        }
+        place.port = static_cast<quint16>(place.port == 0 ? 0 : place.port + 1);
+    }
+    return {};
+}
+
 /// A gateway for other hosts, which it turns away until the real one has said who it is.
 Failure CShareService::shareAsT93(SBus& shared, const SListenAddress& place)
 {
@@ -134,9 +145,9 @@ Failure CShareService::shareAsT93(SBus& shared, const SListenAddress& place)
     shared.gateway = std::make_unique<Sim::CSimGateway>(bus);
     Sim::CSimGateway& gateway = *shared.gateway;
     const QString subject = QStringLiteral("t93 %1").arg(bus.name());
-    gateway.setMaxClients(SAccess::MAX_CLIENTS);
+    gateway.setMaxClients(SAllowedNetworks::MAX_CLIENTS);
     gateway.share([this, &bus, subject](QTcpSocket& socket) {
-        return bus.isIdentified() && m_options.access.admits(socket, subject, m_log);
+        return bus.isIdentified() && m_options.allowed.admits(socket, subject, m_log);
     });
     connect(&gateway, &Sim::CSimGateway::hostDisconnected, this,
             [this, subject] { m_log.tellOfClient("disconnected", subject, QStringLiteral("a host disconnected")); });
@@ -183,36 +194,51 @@ void CShareService::identify(CSharedBus& bus, Sim::CSimGateway& gateway)
     gateway.setIdentity(identity);
 }
 
-void CShareService::tellStatus()
+// ---- Status ----
+
+void CShareService::printStatus()
 {
-    for (const auto& shared : m_owned) {
-        CSharedBus& bus = *shared->bus;
-        const std::optional<int> load = bus.hosted().status().busload;
-        const int clients = (m_socketcand ? m_socketcand->clientCount(bus) : 0) +
-                            (shared->gateway ? shared->gateway->tcpHostCount() : 0);
-        const QString text = QStringLiteral("%1, load %2, %3 clients, received %4, sent %5, lost by slow hosts %6")
-                                 .arg(bus.isConnected() ? QStringLiteral("open") : QStringLiteral("away"),
-                                      load ? QStringLiteral("%1 %").arg(*load) : QStringLiteral("unknown"))
-                                 .arg(clients)
-                                 .arg(bus.received().messages)
-                                 .arg(bus.sent().messages)
-                                 .arg(shared->lostFrames);
-        m_log.tell("status", bus.name(), text,
-                   {{QStringLiteral("connected"), bus.isConnected()},
-                    {QStringLiteral("load"), load ? QJsonValue(*load) : QJsonValue()},
-                    {QStringLiteral("clients"), clients},
-                    {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
-                    {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
-                    {QStringLiteral("lost"), static_cast<qint64>(shared->lostFrames)}});
+    for (const auto& bus : m_buses) {
+        printStatus(*bus);
     }
-    if (m_socketcand && m_socketcand->lostFrames() > 0) {
-        m_log.tell("lost", QStringLiteral("socketcand"),
-                   QStringLiteral("slow clients lost %1 frames").arg(m_socketcand->lostFrames()));
+    for (const auto& protocol : m_protocols) {
+        quint64 lost = 0;
+        for (const auto& bus : m_buses) {
+            lost += protocol->lostCount(*bus);
+        }
+        if (lost > 0) {
+            m_log.tell("lost", protocol->name(), QStringLiteral("%1 messages were lost").arg(lost));
+        }
     }
-    if (m_mqtt && m_mqtt->lostMessages() > 0) {
-        m_log.tell("lost", QStringLiteral("mqtt"),
-                   QStringLiteral("%1 messages were not published").arg(m_mqtt->lostMessages()));
+}
+
+void CShareService::printStatus(CSharedBus& bus)
+{
+    int clients = 0;
+    quint64 lost = 0;
+    for (const auto& protocol : m_protocols) {
+        clients += protocol->clientCount(bus);
+        lost += protocol->lostCount(bus);
     }
+    for (const auto& shared : m_gateways) {
+        clients += shared->bus == &bus ? shared->gateway->tcpHostCount() : 0;
+        lost += shared->bus == &bus ? shared->lostFrames : 0;
+    }
+    const std::optional<int> load = bus.hosted().status().busload;
+    const QString text = QStringLiteral("%1, load %2, %3 clients, received %4, sent %5, lost %6")
+                             .arg(bus.isConnected() ? QStringLiteral("open") : QStringLiteral("away"),
+                                  load ? QStringLiteral("%1 %").arg(*load) : QStringLiteral("unknown"))
+                             .arg(clients)
+                             .arg(bus.received().messages)
+                             .arg(bus.sent().messages)
+                             .arg(lost);
+    m_log.tell("status", bus.name(), text,
+               {{QStringLiteral("connected"), bus.isConnected()},
+                {QStringLiteral("load"), load ? QJsonValue(*load) : QJsonValue()},
+                {QStringLiteral("clients"), clients},
+                {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
+                {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
+                {QStringLiteral("lost"), static_cast<qint64>(lost)}});
 }
 
 } // namespace vexmor::Apps::Cimshare

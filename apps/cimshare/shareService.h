@@ -1,10 +1,9 @@
 #pragma once
 
-#include "apps/cimshare/access.h"
+#include "apps/cimshare/addresses.h"
 #include "apps/cimshare/eventLog.h"
-#include "apps/cimshare/mqttShare.h"
-#include "apps/cimshare/sharedBus.h"
-#include "apps/cimshare/socketcandServer.h"
+#include "apps/cimshare/mqttLink.h"
+#include "apps/cimshare/protocol.h"
 #include "apps/cli/targetOptions.h"
 #include "sim/simGateway.h"
 
@@ -17,23 +16,23 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// What was asked for.
+/// The choices of the user.
 struct SShareOptions {
     STargetOptions targets;
     bool allStored = false;
-    SAccess access;
-    bool allowSend = false; ///< else clients listen only
+    SAllowedNetworks allowed;
+    bool allowSend = false; ///< Otherwise clients may listen only.
     std::optional<SListenAddress> socketcand;
     bool beacon = false;
     std::optional<SListenAddress> t93;
-    SBroker broker; ///< without a host: none
-    SMqttForm mqtt;
-    int statusSeconds = 0; ///< between two status lines; 0: none
+    SBroker broker;
+    QString mqttTopic;     ///< The beginning of all topics.
+    int statusSeconds = 0; ///< Between two status lines; 0: none.
     bool json = false;
     SPluginPlace plugins;
 };
 
-/// The service: interfaces, and the ways in which they are shared. Lives in the main thread.
+/// The service: the buses, and the protocols that share them. Lives in the main thread.
 class CShareService : public QObject
 {
     Q_OBJECT
@@ -42,29 +41,31 @@ public:
     explicit CShareService(SShareOptions options);
     ~CShareService() override;
 
-    /// Listens, and begins to open the interfaces. Fails when something of what was asked for cannot be.
+    /// Starts the protocols and begins to open the interfaces. Fails when an option cannot be satisfied.
     Failure start();
 
 private:
-    /// A bus, and the gateway that it is to other hosts, if it is.
+    /// A bus, and the gateway that T93 clients find in its place.
     struct SBus {
-        std::unique_ptr<CSharedBus> bus;
+        CSharedBus* bus = nullptr;
         quint64 lostFrames = 0;
         std::unique_ptr<Sim::CSimGateway> gateway;
     };
 
     Failure addBuses();
+    void addProtocols();
+    Failure startT93();
     void watch(CSharedBus& bus);
     Failure shareAsT93(SBus& shared, const SListenAddress& place);
     void identify(CSharedBus& bus, Sim::CSimGateway& gateway);
-    void tellStatus();
+    void printStatus();
+    void printStatus(CSharedBus& bus);
 
     SShareOptions m_options;
     CEventLog m_log;
-    std::vector<std::unique_ptr<SBus>> m_owned;
-    std::vector<CSharedBus*> m_buses; ///< the same, as the protocols see them
-    std::unique_ptr<CSocketcandServer> m_socketcand;
-    std::unique_ptr<CMqttShare> m_mqtt;
+    CSharedBuses m_buses;
+    std::vector<std::unique_ptr<CProtocol>> m_protocols;
+    std::vector<std::unique_ptr<SBus>> m_gateways;
     QTimer m_statusTimer;
 };
 

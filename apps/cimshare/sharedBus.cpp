@@ -100,18 +100,22 @@ QString CSharedBus::plainName() const
     return result;
 }
 
-bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
+Failure CSharedBus::sendingProblem() const
 {
-    if (!m_allowSend) {
-        m_refusal = QStringLiteral("clients may listen only (--allow-send)");
-        return false;
+    return m_allowSend ? Failure() : SProblem{QStringLiteral("clients may listen only (--allow-send)")};
+}
+
+Failure CSharedBus::transmit(const Cim::CCanMessage& message, const QObject& client)
+{
+    if (Failure failure = sendingProblem()) {
+        return failure;
     }
     if (const int code = m_hosted.send(message); code != Cim::RC_OK) {
-        m_refusal = m_hosted.canInterface().errorCodeToString(code);
-        return false;
+        return SProblem{m_hosted.canInterface().errorCodeToString(code), code};
     }
     count(m_sent, message);
-    return CSimBus::send(message, sender);
+    CSimBus::send(message, &client);
+    return {};
 }
 
 QString CSharedBus::textOfError(int error)

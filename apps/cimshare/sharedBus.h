@@ -2,12 +2,14 @@
 
 #include "apps/host/hostedInterface.h"
 #include "apps/host/target.h"
+#include "canlog/problem.h"
 #include "sim/simBus.h"
 
 #include <QTcpSocket>
 #include <QTimer>
 
 #include <memory>
+#include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -32,14 +34,16 @@ public:
 
     /// Begins to open the interface.
     void start();
-    /// Hands a message to the gateway. False when that does not take it: it will never be sent, and `refusal` says why.
-    bool send(const Cim::CCanMessage& message, const QObject* sender) override;
-    const QString& refusal() const { return m_refusal; }
+    /// Hands a message of a client to the gateway. A failure gives the reason why the message will never be sent.
+    Failure transmit(const Cim::CCanMessage& message, const QObject& client);
+    /// The same for a client whose protocol has no reasons.
+    bool send(const Cim::CCanMessage& message, const QObject* client) override { return !transmit(message, *client); }
 
     QString name() const { return m_target.name(); }
     /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
     QString plainName() const;
-    bool allowsSending() const { return m_allowSend; }
+    /// Empty when clients may send.
+    Failure sendingProblem() const;
     /// Whether the gateway has said who it is, ever.
     bool isIdentified() const { return !m_identity.isEmpty(); }
     /// The interface's text for one of its errors: the first line, which says what; the others say what to do.
@@ -68,11 +72,12 @@ private:
     QTcpSocket m_probe;
     bool m_isFailureTold = false;
     const bool m_allowSend;
-    QString m_refusal;
     bool m_isConnected = false;
     QString m_identity;
     SCount m_received;
     SCount m_sent;
 };
+
+using CSharedBuses = std::vector<std::unique_ptr<CSharedBus>>;
 
 } // namespace vexmor::Apps::Cimshare

@@ -7,13 +7,13 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// To choose a bus, and to read what is said at the end.
+/// Time to choose a bus, and time to read the last answers before the connection ends.
 constexpr int TIME_LIMIT_MS = 10'000;
-/// Clients take what they read behind a command for the answer: the first frame must not come along with it.
+/// Pause between an answer and the first frame: clients take what they read after a command for the answer.
 constexpr int QUIET_MS = 50;
-/// May wait for a client that does not read: about two seconds of a full bus.
+/// Bytes that wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
-/// And of what it sent and nobody has looked at yet.
+/// Bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 64LL * 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 constexpr std::int64_t MICROSECONDS_A_MS = 1000;
@@ -22,19 +22,9 @@ int roundedMs(std::int64_t microseconds)
 {
     return static_cast<int>((microseconds + MICROSECONDS_A_MS - 1) / MICROSECONDS_A_MS);
 }
-
-bool differ(const Cim::CCanMessage& one, const Cim::CCanMessage& other, const Cim::CCanMessage& mask)
-{
-    bool result = one.length() != other.length();
-    for (unsigned int i = 0; i < mask.length(); ++i) {
-        result = result || ((one.data()[i] ^ other.data()[i]) & mask.data()[i]) != 0;
-    }
-    return result;
-}
 } // namespace
 
-CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CSharedBus*>& buses)
-    : m_socket(socket), m_buses(buses)
+CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses) : m_socket(socket), m_buses(buses)
 {
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
@@ -44,7 +34,7 @@ CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CShar
     connect(m_socket.get(), &QTcpSocket::disconnected, this, &CSocketcandClient::disconnected, Qt::QueuedConnection);
     connect(&m_limitTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
     connect(&m_quietTimer, &QTimer::timeout, this, [this] { m_socket->write(std::exchange(m_waiting, {})); });
-    connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::tellStatistics);
+    connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::writeStatistics);
     m_limitTimer.start(TIME_LIMIT_MS);
     answer("< hi >");
 }
@@ -53,25 +43,18 @@ CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const std::vector<CShar
 
 void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArray& element)
 {
-    if (m_mode == EMode::eRaw) {
+    if (m_mode == eRaw) {
         write(element);
-    } else if (m_mode == EMode::eBroadcastManager) {
+    } else if (m_mode == eBroadcastManager) {
         const auto found = m_subscriptions.find(message.id().value());
         if (found != m_subscriptions.end()) {
-            tellSubscribed(*found->second, message, element);
+            deliverSubscribed(*found->second, element);
         }
     }
 }
 
-void CSocketcandClient::tellSubscribed(SSubscription& subscription, const Cim::CCanMessage& message,
-                                       const QByteArray& element)
+void CSocketcandClient::deliverSubscribed(SSubscription& subscription, const QByteArray& element)
 {
-    const bool isTold =
-        subscription.mask.length() == 0 || !subscription.last || differ(message, *subscription.last, subscription.mask);
-    subscription.last = message;
-    if (!isTold) {
-        return;
-    }
     if (subscription.timer.isActive()) {
         subscription.pending = element;
         return;
@@ -82,12 +65,12 @@ void CSocketcandClient::tellSubscribed(SSubscription& subscription, const Cim::C
     }
 }
 
-void CSocketcandClient::tellError(const QString& text)
+void CSocketcandClient::writeError(const QString& text)
 {
     write(errorElement(text));
 }
 
-void CSocketcandClient::tellStatistics()
+void CSocketcandClient::writeStatistics()
 {
     const CSharedBus::SCount& received = m_bus->received();
     const CSharedBus::SCount& sent = m_bus->sent();
@@ -99,8 +82,8 @@ void CSocketcandClient::tellStatistics()
               .toLatin1());
 }
 
-/// Answers are a segment each, without a line end: clients compare them as they come. Who asks on and on and reads
-/// nothing is no client.
+/// Writes an answer: a segment of its own, without a line end, because clients compare what one read returns. A client
+/// that sends commands and does not read the answers is disconnected.
 void CSocketcandClient::answer(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() > SEND_LIMIT) {
@@ -115,7 +98,7 @@ void CSocketcandClient::write(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
         m_hasLost = true;
-        Q_EMIT frameLost();
+        Q_EMIT frameLost(!std::exchange(m_hasEverLost, true));
         return;
     }
     const QByteArray bytes =
@@ -136,122 +119,90 @@ void CSocketcandClient::onReadyRead()
     }
 }
 
-/// Lets what it was told go out, for a while.
+/// Ends the connection when the client has read the last answer, or after a time.
 void CSocketcandClient::end()
 {
     disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
-    forget(EMode::eNoBus);
+    forget(eNoBus);
     m_socket->flush();
     m_socket->disconnectFromHost();
     m_limitTimer.start(TIME_LIMIT_MS);
 }
 
-/// False when the connection ends with it.
+/// Returns false when the connection ends with this command.
 bool CSocketcandClient::execute(const QByteArray& element)
 {
     auto command = readCommand(element);
     if (!command) {
-        tellError(command.problem().text);
+        writeError(command.problem().text);
+        return true;
+    }
+    if ((command->modes & m_mode) == 0) {
+        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
         return true;
     }
     switch (command->verb) {
     case EVerb::eEcho:
         answer("< echo >");
-        return m_socket->isOpen();
+        break;
     case EVerb::eOpen:
         return open(command->busName);
     case EVerb::eRawMode:
-        setMode(EMode::eRaw);
+        setMode(eRaw);
         break;
     case EVerb::eBcmMode:
-        setMode(EMode::eBroadcastManager);
+        setMode(eBroadcastManager);
         break;
     case EVerb::eControlMode:
-        setMode(EMode::eControl);
+        setMode(eControl);
         break;
     case EVerb::eSend:
-        if (isIn({EMode::eRaw, EMode::eBroadcastManager})) {
-            send(command->message);
-        }
+        send(command->message);
         break;
     case EVerb::eStatistics:
-        if (isIn({EMode::eControl})) {
-            command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
-        }
+        command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
         break;
-    default:
-        if (isIn({EMode::eBroadcastManager})) {
-            manage(*command);
-        }
+    case EVerb::eSubscribe:
+        subscribe(*command);
+        break;
+    case EVerb::eUnsubscribe:
+        m_subscriptions.erase(command->message.id().value());
+        break;
+    case EVerb::eAdd:
+        addCyclic(*command);
+        break;
+    case EVerb::eDelete:
+        m_cyclic.erase(command->message.id().value());
+        break;
     }
     return m_socket->isOpen();
 }
 
-bool CSocketcandClient::isIn(std::initializer_list<EMode> modes)
-{
-    const bool result = std::find(modes.begin(), modes.end(), m_mode) != modes.end();
-    if (!result) {
-        tellError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
-    }
-    return result;
-}
-
-/// What broadcast manager mode has of its own.
-void CSocketcandClient::manage(const SCommand& command)
-{
-    const std::uint16_t id = command.message.id().value();
-    switch (command.verb) {
-    case EVerb::eSubscribe:
-    case EVerb::eFilter:
-        subscribe(command);
-        break;
-    case EVerb::eUnsubscribe:
-        m_subscriptions.erase(id);
-        break;
-    case EVerb::eAdd:
-        addCyclic(command);
-        break;
-    case EVerb::eUpdate:
-        if (const auto found = m_cyclic.find(id); found != m_cyclic.end()) {
-            found->second->message = command.message;
-        } else {
-            tellError(QStringLiteral("nothing is sent with this identifier"));
-        }
-        break;
-    default: // eDelete, the last one
-        m_cyclic.erase(id);
-    }
-}
-
 bool CSocketcandClient::open(const QByteArray& name)
 {
-    const auto isNamed = [&name](const CSharedBus* bus) { return bus->plainName().toUtf8() == name; };
+    const auto isNamed = [&name](const auto& bus) { return bus->plainName().toUtf8() == name; };
     const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
     if (found == m_buses.end()) {
-        tellError(QStringLiteral("no such bus"));
+        writeError(QStringLiteral("no such bus"));
         return false;
     }
     m_limitTimer.stop();
-    m_bus = *found;
-    setMode(EMode::eBroadcastManager);
+    m_bus = found->get();
+    setMode(eBroadcastManager);
     if (!m_bus->isConnected()) {
-        tellError(QStringLiteral("the gateway is away"));
+        writeError(QStringLiteral("the gateway is away"));
     }
     return m_socket->isOpen();
 }
 
 void CSocketcandClient::setMode(EMode mode)
 {
-    if (m_bus == nullptr) {
-        tellError(QStringLiteral("no bus is open"));
-        return;
-    }
     forget(mode);
     answer("< ok >");
     m_quietTimer.start(QUIET_MS);
 }
 
-/// What belongs to the mode before ends.
+/// Changes the mode, and ends what belongs to the previous one.
 void CSocketcandClient::forget(EMode mode)
 {
     m_mode = mode;
@@ -265,39 +216,41 @@ void CSocketcandClient::subscribe(const SCommand& command)
     auto& subscription = m_subscriptions[command.message.id().value()];
     subscription = std::make_unique<SSubscription>();
     subscription->interval = command.microseconds;
-    subscription->mask = command.message;
     subscription->timer.setSingleShot(true);
-    connect(&subscription->timer, &QTimer::timeout, this, [this, told = subscription.get()] {
-        if (!told->pending.isEmpty()) {
-            write(std::exchange(told->pending, {}));
-            told->timer.start();
+    connect(&subscription->timer, &QTimer::timeout, this, [this, subscribed = subscription.get()] {
+        if (!subscribed->pending.isEmpty()) {
+            write(std::exchange(subscribed->pending, {}));
+            subscribed->timer.start();
         }
     });
 }
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    if (!m_bus->allowsSending() || m_cyclic.size() >= MAX_CYCLIC) {
-        tellError(m_bus->allowsSending() ? QStringLiteral("too many are sent already") : m_bus->refusal());
+    const std::uint16_t id = command.message.id().value();
+    if (const Failure failure = m_bus->sendingProblem()) {
+        writeError(failure->text);
         return;
     }
-    auto& cyclic = m_cyclic[command.message.id().value()];
+    if (m_cyclic.size() >= MAX_CYCLIC && m_cyclic.count(id) == 0) {
+        writeError(QStringLiteral("too many messages are sent cyclically"));
+        return;
+    }
+    auto& cyclic = m_cyclic[id];
     cyclic = std::make_unique<SCyclic>();
     cyclic->message = command.message;
     cyclic->timer.setTimerType(Qt::PreciseTimer);
-    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] {
-        const bool wasRefused = std::exchange(sent->isRefused, !m_bus->send(sent->message, this));
-        if (sent->isRefused && !wasRefused) {
-            tellError(m_bus->refusal());
-        }
-    });
+    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] { send(sent->message, sent); });
     cyclic->timer.start(roundedMs(command.microseconds));
 }
 
-void CSocketcandClient::send(const Cim::CCanMessage& message)
+/// Sends a message, or writes why it was refused: of a cyclic message only the first time in a row.
+void CSocketcandClient::send(const Cim::CCanMessage& message, SCyclic* cyclic)
 {
-    if (!m_bus->send(message, this)) {
-        tellError(m_bus->refusal());
+    const Failure failure = m_bus->transmit(message, *this);
+    const bool isKnown = cyclic != nullptr && std::exchange(cyclic->isRefused, failure.has_value());
+    if (failure && !isKnown) {
+        writeError(failure->text);
     }
 }
 

@@ -5,7 +5,7 @@
 
 #include <QHostInfo>
 #include <QNetworkInterface>
-#include <QUdpSocket>
+#include <QXmlStreamWriter>
 
 #include <algorithm>
 
@@ -15,40 +15,51 @@ namespace
 {
 constexpr int BEACON_MS = 2000;
 constexpr quint16 BEACON_PORT = 42000;
-const QString SUBJECT = QStringLiteral("socketcand");
 } // namespace
 
-CSocketcandServer::CSocketcandServer(const std::vector<CSharedBus*>& buses, const SAccess& access, CEventLog& log)
-    : m_buses(buses), m_access(access), m_log(log)
+CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
+                                     const SAllowedNetworks& allowed, CEventLog& log)
+    : CProtocol(QStringLiteral("socketcand"), buses, log),
+      m_address(address),
+      m_hasBeacon(hasBeacon),
+      m_allowed(allowed)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
-    for (CSharedBus* const bus : m_buses) {
-        connect(
-            bus, &CSharedBus::messageSent, this,
-            [this, bus](const Cim::CCanMessage& message, const QObject* sender) { onMessage(*bus, message, sender); });
-        connect(bus, &CSharedBus::connectionChanged, this, [this, bus](bool isConnected) {
-            if (!isConnected) {
-                tellError(*bus, QStringLiteral("the gateway is away"));
-            }
-        });
-        connect(&bus->hosted(), &CHostedInterface::errorRaised, this,
-                [this, bus](int error) { tellError(*bus, bus->textOfError(error)); });
+    connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
+    for (const auto& bus : m_buses) {
+        connectBus(*bus);
     }
 }
 
 CSocketcandServer::~CSocketcandServer() = default;
 
-Failure CSocketcandServer::listen(const SListenAddress& address)
+void CSocketcandServer::connectBus(CSharedBus& bus)
 {
-    const QString place = address.address.toString();
-    if (!m_server.listen(address.address, address.port)) {
+    connect(&bus, &CSharedBus::messageSent, this,
+            [this, &bus](const Cim::CCanMessage& message, const QObject* sender) { onMessage(bus, message, sender); });
+    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus](bool isConnected) {
+        if (!isConnected) {
+            writeError(bus, QStringLiteral("the gateway is away"));
+        }
+    });
+    connect(&bus.hosted(), &CHostedInterface::errorRaised, this,
+            [this, &bus](int error) { writeError(bus, bus.textOfError(error)); });
+}
+
+Failure CSocketcandServer::start()
+{
+    const QString place = m_address.address.toString();
+    if (!m_server.listen(m_address.address, m_address.port)) {
         return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
                             .arg(place)
-                            .arg(address.port)
+                            .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.tell("listening", SUBJECT, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
+    m_log.tell("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
                {{QStringLiteral("port"), m_server.serverPort()}});
+    if (m_hasBeacon) {
+        m_beaconTimer.start(BEACON_MS);
+    }
     return {};
 }
 
@@ -62,9 +73,9 @@ void CSocketcandServer::onNewConnection()
 {
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
         const QString peer = peerOf(*socket);
-        if (m_clients.size() >= SAccess::MAX_CLIENTS) {
-            m_log.tellOfClient("full", SUBJECT, QStringLiteral("%1 turned away: too many are there").arg(peer));
-        } else if (m_access.admits(*socket, SUBJECT, m_log)) {
+        if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
+            m_log.tellOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
+        } else if (m_allowed.admits(*socket, m_name, m_log)) {
             addClient(socket, peer);
             continue;
         }
@@ -77,25 +88,24 @@ void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
 {
     m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
     CSocketcandClient* const client = m_clients.back().get();
-    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer] {
-        ++m_lostFrames;
-        if (m_slowClients.insert(client).second) {
-            m_log.tellOfClient("slowClient", SUBJECT, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
+        countLost(client->bus(), 1);
+        if (isFirst) {
+            m_log.tellOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-        m_log.tellOfClient("disconnected", SUBJECT, QStringLiteral("%1 disconnected").arg(peer));
-        m_slowClients.erase(client);
+        m_log.tellOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
         m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
                                      [client](const auto& candidate) { return candidate.get() == client; }));
     });
 }
 
-void CSocketcandServer::tellError(const CSharedBus& bus, const QString& text)
+void CSocketcandServer::writeError(const CSharedBus& bus, const QString& text)
 {
     for (const auto& client : m_clients) {
         if (client->bus() == &bus) {
-            client->tellError(text);
+            client->writeError(text);
         }
     }
 }
@@ -114,36 +124,35 @@ void CSocketcandServer::onMessage(const CSharedBus& bus, const Cim::CCanMessage&
     }
 }
 
-void CSocketcandServer::startBeacon()
-{
-    auto* const socket = new QUdpSocket(this);
-    auto* const timer = new QTimer(this);
-    connect(timer, &QTimer::timeout, this, [this, socket] { sendBeacon(*socket); });
-    timer->start(BEACON_MS);
-}
-
-void CSocketcandServer::sendBeacon(QUdpSocket& socket)
+void CSocketcandServer::sendBeacon()
 {
     const QHostAddress own = m_server.serverAddress();
-    QString buses;
-    for (const CSharedBus* const bus : m_buses) {
-        buses += QStringLiteral("<Bus name=\"%1\"/>").arg(bus->plainName().toHtmlEscaped());
-    }
     for (const QNetworkInterface& network : QNetworkInterface::allInterfaces()) {
         for (const QNetworkAddressEntry& entry : network.addressEntries()) {
-            if (entry.broadcast().isNull() || (own != QHostAddress::AnyIPv4 && own != entry.ip())) {
-                continue;
+            if (!entry.broadcast().isNull() && (own == QHostAddress::AnyIPv4 || own == entry.ip())) {
+                m_beaconSocket.writeDatagram(beacon(entry.ip()), entry.broadcast(), BEACON_PORT);
             }
-            const QString beacon =
-                QStringLiteral(
-                    "<CANBeacon name=\"%1\" type=\"adapter\" description=\"cimshare\"><URL>can://%2:%3</URL>%4"
-                    "</CANBeacon>")
-                    .arg(QHostInfo::localHostName().toHtmlEscaped(), entry.ip().toString())
-                    .arg(m_server.serverPort())
-                    .arg(buses);
-            socket.writeDatagram(beacon.toUtf8(), entry.broadcast(), BEACON_PORT);
         }
     }
+}
+
+/// The announcement for a network in which this service has `address`.
+QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
+{
+    QByteArray result;
+    QXmlStreamWriter xml(&result);
+    xml.writeStartElement(QStringLiteral("CANBeacon"));
+    xml.writeAttribute(QStringLiteral("name"), QHostInfo::localHostName());
+    xml.writeAttribute(QStringLiteral("type"), QStringLiteral("adapter"));
+    xml.writeAttribute(QStringLiteral("description"), QStringLiteral("cimshare"));
+    xml.writeTextElement(QStringLiteral("URL"),
+                         QStringLiteral("can://%1:%2").arg(address.toString()).arg(m_server.serverPort()));
+    for (const auto& bus : m_buses) {
+        xml.writeEmptyElement(QStringLiteral("Bus"));
+        xml.writeAttribute(QStringLiteral("name"), bus->plainName());
+    }
+    xml.writeEndElement();
+    return result;
 }
 
 } // namespace vexmor::Apps::Cimshare

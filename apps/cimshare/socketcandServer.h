@@ -1,52 +1,49 @@
 #pragma once
 
-#include "apps/cimshare/access.h"
-#include "apps/cimshare/sharedBus.h"
+#include "apps/cimshare/addresses.h"
+#include "apps/cimshare/protocol.h"
 
-#include <QObject>
 #include <QTcpServer>
+#include <QTimer>
+#include <QUdpSocket>
 
 #include <memory>
-#include <set>
 #include <vector>
-
-class QUdpSocket;
 
 namespace vexmor::Apps::Cimshare
 {
 class CSocketcandClient;
 
-/// Offers buses by their names on one TCP port, to clients that speak socketcand.
-class CSocketcandServer : public QObject
+/// Serves clients that speak socketcand: all buses on one TCP port, by their names.
+class CSocketcandServer : public CProtocol
 {
     Q_OBJECT
 
 public:
-    /// What is handed over outlives the server.
-    CSocketcandServer(const std::vector<CSharedBus*>& buses, const SAccess& access, CEventLog& log);
+    /// With `hasBeacon` it announces itself by broadcast every 2 s, in each network that its address belongs to.
+    CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
+                      const SAllowedNetworks& allowed, CEventLog& log);
     ~CSocketcandServer() override;
 
-    Failure listen(const SListenAddress& address);
-    /// Tells of itself by broadcast every 2 s, in each network that its address belongs to.
-    void startBeacon();
-
-    int clientCount(const CSharedBus& bus) const;
-    quint64 lostFrames() const { return m_lostFrames; }
+    Failure start() override;
+    int clientCount(const CSharedBus& bus) const override;
 
 private:
+    void connectBus(CSharedBus& bus);
     void onNewConnection();
     void addClient(QTcpSocket* socket, const QString& peer);
-    void tellError(const CSharedBus& bus, const QString& text);
+    void writeError(const CSharedBus& bus, const QString& text);
     void onMessage(const CSharedBus& bus, const Cim::CCanMessage& message, const QObject* sender);
-    void sendBeacon(QUdpSocket& socket);
+    void sendBeacon();
+    QByteArray beacon(const QHostAddress& address) const;
 
-    const std::vector<CSharedBus*>& m_buses;
-    const SAccess& m_access;
-    CEventLog& m_log;
+    const SListenAddress m_address;
+    const bool m_hasBeacon;
+    const SAllowedNetworks& m_allowed;
     QTcpServer m_server;
+    QUdpSocket m_beaconSocket;
+    QTimer m_beaconTimer;
     std::vector<std::unique_ptr<CSocketcandClient>> m_clients;
-    std::set<const CSocketcandClient*> m_slowClients; ///< of which was told
-    quint64 m_lostFrames = 0;
 };
 
 } // namespace vexmor::Apps::Cimshare

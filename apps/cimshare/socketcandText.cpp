@@ -18,56 +18,50 @@ constexpr int MAX_MILLISECONDS = 3'600'000;
 constexpr std::int64_t MIN_INTERVAL = 1000;
 constexpr std::int64_t MAX_INTERVAL = 3600 * MICROSECONDS;
 
-/// What follows a verb: n name, m milliseconds, t seconds and microseconds, i identifier, d length and data bytes.
+constexpr unsigned OPEN = eBroadcastManager | eRaw | eControl;
+constexpr unsigned ANY = eNoBus | OPEN;
+
+/// Operands of a verb: n name, m milliseconds, t seconds and microseconds, i identifier, d length and data bytes.
 struct SSyntax {
     const char* word;
-    EVerb verb;
     const char* operands;
+    EVerb verb;
+    unsigned modes;
 };
 constexpr SSyntax SYNTAX[] = {
-    {"open", EVerb::eOpen, "n"},
-    {"rawmode", EVerb::eRawMode, ""},
-    {"bcmmode", EVerb::eBcmMode, ""},
-    {"controlmode", EVerb::eControlMode, ""},
-    {"echo", EVerb::eEcho, ""},
-    {"send", EVerb::eSend, "id"},
-    {"statistics", EVerb::eStatistics, "m"},
-    {"subscribe", EVerb::eSubscribe, "ti"},
-    {"unsubscribe", EVerb::eUnsubscribe, "i"},
-    {"filter", EVerb::eFilter, "tid"},
-    {"add", EVerb::eAdd, "tid"},
-    {"update", EVerb::eUpdate, "id"},
-    {"delete", EVerb::eDelete, "i"},
+    {"open", "n", EVerb::eOpen, ANY},
+    {"rawmode", "", EVerb::eRawMode, OPEN},
+    {"bcmmode", "", EVerb::eBcmMode, OPEN},
+    {"controlmode", "", EVerb::eControlMode, OPEN},
+    {"echo", "", EVerb::eEcho, ANY},
+    {"send", "id", EVerb::eSend, eBroadcastManager | eRaw},
+    {"statistics", "m", EVerb::eStatistics, eControl},
+    {"subscribe", "ti", EVerb::eSubscribe, eBroadcastManager},
+    {"unsubscribe", "i", EVerb::eUnsubscribe, eBroadcastManager},
+    {"add", "tid", EVerb::eAdd, eBroadcastManager},
+    {"delete", "i", EVerb::eDelete, eBroadcastManager},
 };
 
-/// What a T93 cannot do.
-struct SImpossible {
-    const char* word;
-    const char* what;
-};
-constexpr SImpossible IMPOSSIBLE[] = {
+/// Verbs of what a T93 cannot do.
+constexpr const char* IMPOSSIBLE[][2] = {
     {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
     {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
 };
 
-/// The words behind a verb, taken one after the other.
-class CWords
+/// The words after a verb, taken one after the other.
+using CWords = QList<QByteArray>;
+
+QByteArray next(CWords& words)
 {
-public:
-    explicit CWords(QList<QByteArray> words) : m_words(std::move(words)) {}
+    return words.isEmpty() ? QByteArray() : words.takeFirst();
+}
 
-    bool isEmpty() const { return m_words.isEmpty(); }
-    QByteArray next() { return m_words.isEmpty() ? QByteArray() : m_words.takeFirst(); }
-    std::optional<quint64> number(int base, quint64 highest)
-    {
-        bool isNumber = false;
-        const quint64 value = next().toULongLong(&isNumber, base);
-        return isNumber && value <= highest ? std::optional(value) : std::nullopt;
-    }
-
-private:
-    QList<QByteArray> m_words;
-};
+std::optional<quint64> nextNumber(CWords& words, int base, quint64 highest)
+{
+    bool isNumber = false;
+    const quint64 value = next(words).toULongLong(&isNumber, base);
+    return isNumber && value <= highest ? std::optional(value) : std::nullopt;
+}
 
 Failure wrong(const char* text)
 {
@@ -76,8 +70,8 @@ Failure wrong(const char* text)
 
 Failure readInterval(CWords& words, SCommand& command)
 {
-    const auto seconds = words.number(10, MAX_INTERVAL / MICROSECONDS);
-    const auto microseconds = words.number(10, MAX_INTERVAL);
+    const auto seconds = nextNumber(words, 10, MAX_INTERVAL / MICROSECONDS);
+    const auto microseconds = nextNumber(words, 10, MAX_INTERVAL);
     if (!seconds || !microseconds) {
         return wrong("the interval is no SECONDS MICROSECONDS");
     }
@@ -89,7 +83,7 @@ Failure readInterval(CWords& words, SCommand& command)
 
 Failure readId(CWords& words, SCommand& command)
 {
-    const QByteArray word = words.next();
+    const QByteArray word = next(words);
     bool isNumber = false;
     const uint id = word.toUInt(&isNumber, 16);
     if (!isNumber) {
@@ -104,13 +98,13 @@ Failure readId(CWords& words, SCommand& command)
 
 Failure readData(CWords& words, SCommand& command)
 {
-    const auto length = words.number(10, 8);
+    const auto length = nextNumber(words, 10, 8);
     if (!length) {
         return wrong("the length is not 0 to 8");
     }
     unsigned char data[8] = {};
     for (unsigned int i = 0; i < *length; ++i) {
-        const auto byte = words.number(16, UINT64_MAX); // a negative char, printed by a client, has 16 digits
+        const auto byte = nextNumber(words, 16, UINT64_MAX); // a negative char, printed by a client, has 16 digits
         if (!byte) {
             return wrong("not as many hexadecimal bytes as the length says");
         }
@@ -125,10 +119,10 @@ Failure readOperand(char kind, CWords& words, SCommand& command)
 {
     switch (kind) {
     case 'n':
-        command.busName = words.next();
+        command.busName = next(words);
         return command.busName.isEmpty() ? wrong("a bus has a name") : Failure();
     case 'm': {
-        const auto milliseconds = words.number(10, MAX_MILLISECONDS);
+        const auto milliseconds = nextNumber(words, 10, MAX_MILLISECONDS);
         command.milliseconds = static_cast<int>(milliseconds.value_or(0));
         return milliseconds ? Failure() : wrong("the interval is no number of milliseconds");
     }
@@ -144,12 +138,11 @@ Failure readOperand(char kind, CWords& words, SCommand& command)
 
 Result<SCommand> readCommand(const QByteArray& element)
 {
-    QList<QByteArray> list = element.simplified().split(' ');
-    const QByteArray verb = list.takeFirst();
-    CWords words(std::move(list));
-    for (const SImpossible& impossible : IMPOSSIBLE) {
-        if (verb == impossible.word) {
-            return wrongUsage(QStringLiteral("a T93 has no %1").arg(QLatin1String(impossible.what)));
+    CWords words = element.simplified().split(' ');
+    const QByteArray verb = next(words);
+    for (const auto& [word, feature] : IMPOSSIBLE) {
+        if (verb == word) {
+            return wrongUsage(QStringLiteral("a T93 has no %1").arg(QLatin1String(feature)));
         }
     }
     const auto* const syntax = std::find_if(std::begin(SYNTAX), std::end(SYNTAX),
@@ -159,6 +152,7 @@ Result<SCommand> readCommand(const QByteArray& element)
     }
     SCommand command;
     command.verb = syntax->verb;
+    command.modes = syntax->modes;
     for (const char* kind = syntax->operands; *kind != '\0'; ++kind) {
         if (Failure failure = readOperand(*kind, words, command)) {
             return *failure;
@@ -194,10 +188,10 @@ QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microsecon
 
 QByteArray errorElement(const QString& text)
 {
-    QByteArray told = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
+    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
     std::replace_if(
-        told.begin(), told.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
-    return "\n< error " + told + " >";
+        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
+    return "\n< error " + line + " >";
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <functional>
 
-/// The text protocol of socketcand, as values: what clients send, and what they are sent. Elements stand in angle
-/// brackets, with a blank behind the first and before the last.
+/// The text protocol of socketcand, as values. Elements stand in angle brackets, with a blank after the first and
+/// before the last.
 namespace vexmor::Apps::Cimshare
 {
 
@@ -23,43 +23,45 @@ enum class EVerb {
     eStatistics,
     eSubscribe,
     eUnsubscribe,
-    eFilter,
     eAdd,
-    eUpdate,
     eDelete
 };
 
-/// What a client asks for; what its verb does not have is at its default.
+/// The state of a client. As bits: the states in which a command is allowed.
+enum EMode : unsigned { eNoBus = 1, eBroadcastManager = 2, eRaw = 4, eControl = 8 };
+
+/// A command of a client. What its verb does not have is at its default.
 struct SCommand {
     EVerb verb = EVerb::eEcho;
+    unsigned modes = 0; ///< Bits of EMode.
     QByteArray busName;
-    std::int64_t microseconds = 0; ///< an interval
+    std::int64_t microseconds = 0; ///< An interval.
     int milliseconds = 0;
-    Cim::CCanMessage message; ///< its identifier alone, or with data
+    Cim::CCanMessage message; ///< The identifier, and the data where the verb has data.
 };
 
 /// Reads an element, without the brackets. A failure's text is for the client.
 Result<SCommand> readCommand(const QByteArray& element);
 
-/// Cuts what a client sends into elements; one may come in pieces, and several at once. What stands between them is
-/// left out.
+/// Cuts the bytes of a client into elements. An element may arrive in pieces, and several at once; bytes between
+/// elements are skipped.
 class CElementReader
 {
 public:
     static constexpr int MAX_ELEMENT = 256;
 
-    /// Calls `onElement` with each element that is complete, until it gives false. False then, and when an element is
-    /// too long: the stream is of no use any more.
+    /// Calls `onElement` with each complete element. Returns false when `onElement` does, and when an element is too
+    /// long: then the stream cannot be used any more.
     bool feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement);
 
 private:
-    QByteArray m_rest; ///< begins with an opening bracket, or is empty
+    QByteArray m_rest; ///< Begins with an opening bracket, or is empty.
 };
 
-// What comes unasked begins with a line end: one widespread client needs a character between two elements, and no other
-// minds.
+// Elements that are not answers begin with a line end: one widespread client needs a character between two elements,
+// and the other clients skip it.
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds);
-/// Angle brackets in the text become round ones, and what is not ASCII "?": clients know nothing else.
+/// Angle brackets in the text become round ones, and characters that are not ASCII "?".
 QByteArray errorElement(const QString& text);
 
 } // namespace vexmor::Apps::Cimshare

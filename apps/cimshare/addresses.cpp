@@ -1,4 +1,4 @@
-#include "apps/cimshare/access.h"
+#include "apps/cimshare/addresses.h"
 
 #include "apps/host/gatewayAddress.h"
 
@@ -16,11 +16,11 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr int IPV4_BITS = 32;
-/// What the kernel keeps for a client that does not read. It would let that grow to megabytes.
+/// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 
-/// A client whose computer vanished, or that takes nothing any more, is gone after about 30 s.
-void noticeItsLoss(QTcpSocket& socket)
+/// Ends the connection to a PC that vanished, or to a client that reads nothing any more, after about 30 s.
+void limitSilence(QTcpSocket& socket)
 {
     socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
 #ifdef __linux__
@@ -35,19 +35,19 @@ void noticeItsLoss(QTcpSocket& socket)
 }
 } // namespace
 
-Failure SAccess::addNetwork(const QString& text)
+Failure SAllowedNetworks::add(const QString& text)
 {
     const QString address = plainAddress(text.section(QLatin1Char('/'), 0, 0));
     bool isPrefix = true;
     const int prefix = text.contains(QLatin1Char('/')) ? text.section(QLatin1Char('/'), 1).toInt(&isPrefix) : IPV4_BITS;
     if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
-        return wrongUsage(QStringLiteral("'%1' is no network like 192.168.1.0/24").arg(text));
+        return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
     }
     networks.append({QHostAddress(address), prefix});
     return {};
 }
 
-bool SAccess::admits(QTcpSocket& socket, const QString& port, CEventLog& log) const
+bool SAllowedNetworks::admits(QTcpSocket& socket, const QString& port, CEventLog& log) const
 {
     const QHostAddress peer(socket.peerAddress().toIPv4Address());
     const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
@@ -56,7 +56,7 @@ bool SAccess::admits(QTcpSocket& socket, const QString& port, CEventLog& log) co
         log.tellOfClient("notAllowed", port, QStringLiteral("%1 may not connect (--allow)").arg(peerOf(socket)));
         return false;
     }
-    noticeItsLoss(socket);
+    limitSilence(socket);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
     log.tellOfClient("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
@@ -70,7 +70,7 @@ Result<SListenAddress> SListenAddress::read(const QString& text)
     bool isPort = false;
     const ushort port = text.mid(colon + 1).toUShort(&isPort);
     if (address.isEmpty() || !isPort) {
-        return wrongUsage(QStringLiteral("'%1' is no [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
+        return wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
     }
     return SListenAddress{QHostAddress(address), port};
 }

@@ -12,30 +12,30 @@ class QTcpSocket;
 namespace vexmor::Apps::Cimshare
 {
 
-/// Who may use what is shared.
-struct SAccess {
-    /// Clients of a port; further ones are turned away.
+/// The networks that clients may connect from.
+struct SAllowedNetworks {
+    /// Clients of one port; the service turns away further ones.
     static constexpr int MAX_CLIENTS = 256;
 
-    QList<QPair<QHostAddress, int>> networks; ///< that clients come from; none: from anywhere
+    QList<QPair<QHostAddress, int>> networks; ///< None: clients may connect from anywhere.
 
     /// Adds ADDRESS or ADDRESS/PREFIX.
-    Failure addNetwork(const QString& text);
-    /// Looks at a new connection, tells of it, and makes that a client that vanished is noticed. False: the caller
-    /// closes it.
+    Failure add(const QString& text);
+    /// Checks and logs a new connection of a port, and sets the options of its socket: low delay, a bounded buffer, and
+    /// an end for a client that vanished. Returns false when the caller must close it.
     bool admits(QTcpSocket& socket, const QString& port, CEventLog& log) const;
 };
 
-/// Where to listen.
+/// An address to listen on.
 struct SListenAddress {
     QHostAddress address{QHostAddress::LocalHost};
     quint16 port = 0;
 
-    /// [ADDRESS:]PORT
+    /// Reads [ADDRESS:]PORT.
     static Result<SListenAddress> read(const QString& text);
 };
 
-/// ADDRESS:PORT of the other side.
+/// ADDRESS:PORT of the client.
 QString peerOf(const QTcpSocket& socket);
 
 } // namespace vexmor::Apps::Cimshare
