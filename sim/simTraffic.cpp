@@ -16,33 +16,30 @@ CSimReplay::CSimReplay(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(b
     connect(&m_timer, &QTimer::timeout, this, &CSimReplay::onTimeout);
 }
 
-bool CSimReplay::open(const QString& path, double speed, bool loop, QString& error)
+Failure CSimReplay::open(const QString& path, double speed, bool loop)
 {
-    stop();
+    m_timer.stop();
     m_speed = speed;
     m_loop = loop;
-    if (!m_reader.open(path, error)) {
-        return false;
+    if (Failure failure = m_reader.open(path)) {
+        return failure;
     }
-    if (!m_reader.next(m_next, error)) {
-        if (error.isEmpty()) {
-            error = QStringLiteral("%1: holds no frame").arg(path);
-        }
-        return false;
+    auto first = m_reader.next();
+    if (!first) {
+        return first.problem();
     }
+    if (!*first) {
+        return wrongUsage(QStringLiteral("%1: holds no frame").arg(path));
+    }
+    m_next = **first;
     m_firstMicroseconds = m_next.microseconds;
-    return true;
+    return {};
 }
 
 void CSimReplay::start()
 {
     m_clock.start();
     m_timer.start(TICK_MS);
-}
-
-void CSimReplay::stop()
-{
-    m_timer.stop();
 }
 
 void CSimReplay::onTimeout()
@@ -61,21 +58,23 @@ void CSimReplay::onTimeout()
 
 bool CSimReplay::advance()
 {
-    QString error;
-    if (m_reader.next(m_next, error)) {
-        return true;
+    auto next = m_reader.next();
+    const bool isNewRound = next && !*next && m_loop && m_reader.rewind();
+    if (isNewRound) {
+        next = m_reader.next();
+        m_clock.restart(); // the new round has a time of its own
     }
-    if (error.isEmpty() && m_loop && m_reader.rewind() && m_reader.next(m_next, error)) {
-        m_clock.restart();
-        return false; // the new round has a time of its own
+    if (!next || !*next) {
+        m_timer.stop();
+        if (next) {
+            Q_EMIT finished();
+        } else {
+            Q_EMIT failed(next.problem().text);
+        }
+        return false;
     }
-    m_timer.stop();
-    if (error.isEmpty()) {
-        Q_EMIT finished();
-    } else {
-        Q_EMIT failed(error);
-    }
-    return false;
+    m_next = **next;
+    return !isNewRound;
 }
 
 CSimGenerator::CSimGenerator(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
@@ -94,11 +93,6 @@ void CSimGenerator::start(int rate)
     } else {
         m_timer.stop();
     }
-}
-
-void CSimGenerator::stop()
-{
-    m_timer.stop();
 }
 
 void CSimGenerator::onTimeout()

@@ -105,16 +105,15 @@ inline bool isConnected(CCanInterface& can)
 
 inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAddress(QHostAddress::LocalHost))
 {
-    QString error;
-    if (!gateway.listen(address, 0, error)) {
-        qFatal("%s", qPrintable(error));
+    if (const auto failure = gateway.listen(address, 0)) {
+        qFatal("%s", qPrintable(failure->text));
     }
 }
 
 /// A gateway that by itself says nothing of bus load.
-inline SSimIdentity withoutBusload()
+inline SGatewayIdentity withoutBusload()
 {
-    SSimIdentity identity;
+    SGatewayIdentity identity;
     identity.measuresBusload = false;
     return identity;
 }
@@ -127,7 +126,7 @@ struct SGateway {
 
 /// An open interface to a simulated gateway, with a record of its errors.
 struct SOpenInterface : SGateway {
-    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
+    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SGatewayIdentity& identity = {})
     {
         gateway.setIdentity(identity);
         QObject::connect(&gateway, &CSimGateway::messageReceived,

@@ -185,14 +185,14 @@ private Q_SLOTS:
 
     void pluginFindsGateways()
     {
-        SSimIdentity identity;
+        SGatewayIdentity identity;
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         CSimBus bus;
         CSimGateway gateway(bus);
         CSimDetection detection;
         gateway.setIdentity(identity);
-        QString error;
-        QVERIFY(gateway.listen(QHostAddress(FIRST), 30000, error) && detection.listen(DDT_PORT, error));
+        QVERIFY(!gateway.listen(QHostAddress(FIRST), 30000));
+        QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
         QElapsedTimer clock;

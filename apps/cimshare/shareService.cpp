@@ -8,13 +8,6 @@
 
 namespace vexmor::Apps::Cimshare
 {
-namespace
-{
-constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
-constexpr int HIGHEST_PORT = 65535;
-
-} // namespace
-
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
 {
     connect(&m_statusTimer, &QTimer::timeout, this, &CShareService::tellStatus);
@@ -39,15 +32,10 @@ Failure CShareService::start()
             m_socketcand->startBeacon();
         }
     }
-    if (SListenAddress place = m_options.t93.value_or(SListenAddress()); m_options.t93) {
-        if (place.port + static_cast<int>(m_owned.size()) - 1 > HIGHEST_PORT) {
-            return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(place.port));
-        }
-        for (const auto& shared : m_owned) {
-            if (Failure failure = shareAsT93(*shared, place)) {
-                return failure;
-            }
-            place.port = static_cast<quint16>(place.port == 0 ? 0 : place.port + 1);
+    if (m_options.t93) {
+        m_t93 = std::make_unique<CT93Share>(m_buses, m_options.access, m_log);
+        if (Failure failure = m_t93->listen(*m_options.t93)) {
+            return failure;
         }
     }
     if (!m_options.broker.host.isEmpty()) {
@@ -100,8 +88,7 @@ Failure CShareService::addBuses()
         }
         watch(*bus);
         m_buses.push_back(bus.get());
-        m_owned.push_back(std::make_unique<SBus>());
-        m_owned.back()->bus = std::move(bus);
+        m_owned.push_back(std::move(bus));
     }
     return {};
 }
@@ -125,85 +112,27 @@ void CShareService::watch(CSharedBus& bus)
     });
 }
 
-// ---- As a T93 ----
-
-/// A gateway for other hosts, which it turns away until the real one has said who it is.
-Failure CShareService::shareAsT93(SBus& shared, const SListenAddress& place)
-{
-    CSharedBus& bus = *shared.bus;
-    shared.gateway = std::make_unique<Sim::CSimGateway>(bus);
-    Sim::CSimGateway& gateway = *shared.gateway;
-    const QString subject = QStringLiteral("t93 %1").arg(bus.name());
-    gateway.setMaxClients(SAccess::MAX_CLIENTS);
-    gateway.share([this, &bus, subject](QTcpSocket& socket) {
-        return bus.isIdentified() && m_options.access.admits(socket, subject, m_log);
-    });
-    connect(&gateway, &Sim::CSimGateway::hostDisconnected, this,
-            [this, subject] { m_log.tellOfClient("disconnected", subject, QStringLiteral("a host disconnected")); });
-    connect(&gateway, &Sim::CSimGateway::changeIgnored, this, [this, subject](const QString& what) {
-        m_log.tellOfClient("ignored", subject, QStringLiteral("a host asked for %1: ignored").arg(what));
-    });
-    connect(&gateway, &Sim::CSimGateway::framesLost, this,
-            [&shared](int count) { shared.lostFrames += static_cast<quint64>(count); });
-    connect(&bus, &CSharedBus::connectionChanged, &gateway, [&gateway](bool isConnected) {
-        if (!isConnected) {
-            gateway.sendStatus(STATUS_BUS_OFF);
-        }
-    });
-    connect(&bus.hosted(), &CHostedInterface::errorRaised, &gateway, [&gateway](int error) {
-        if (error >= Cim::IE_STATUS_FIRST) {
-            gateway.sendStatus(static_cast<std::uint8_t>(1U << (error - Cim::IE_STATUS_FIRST)));
-        }
-    });
-    connect(&bus, &CSharedBus::identified, this, [this, &bus, &gateway] { identify(bus, gateway); });
-
-    QString error;
-    if (!gateway.listen(place.address, place.port, error)) {
-        return SProblem{error};
-    }
-    m_log.tell("listening", subject, QStringLiteral("on %1:%2").arg(gateway.address().toString()).arg(gateway.port()),
-               {{QStringLiteral("port"), gateway.port()}});
-    return {};
-}
-
-/// It answers as the real one.
-void CShareService::identify(CSharedBus& bus, Sim::CSimGateway& gateway)
-{
-    const Cim::CCommonInfo& info = bus.hosted().canInterface().commonInfo();
-    Sim::SSimIdentity identity;
-    const QByteArray mac = QByteArray::fromHex(info.interfaceId().toLatin1());
-    for (std::size_t i = 0; i < identity.macAddress.size(); ++i) {
-        identity.macAddress[i] =
-            static_cast<std::uint8_t>(static_cast<int>(i) < mac.size() ? mac.at(static_cast<int>(i)) : 0);
-    }
-    // A host asks one that says 2.3 for this text; any version can stand there.
-    identity.firmwareMajor = 2;
-    identity.firmwareMinor = 3;
-    identity.deviceText = "T93 SHARED SW" + info.firmwareVersion().toLatin1();
-    gateway.setIdentity(identity);
-}
-
 void CShareService::tellStatus()
 {
-    for (const auto& shared : m_owned) {
-        CSharedBus& bus = *shared->bus;
+    for (const auto& owned : m_owned) {
+        CSharedBus& bus = *owned;
         const std::optional<int> load = bus.hosted().busload();
-        const int clients = (m_socketcand ? m_socketcand->clientCount(bus) : 0) +
-                            (shared->gateway ? shared->gateway->tcpHostCount() : 0);
+        const int clients = (m_socketcand ? m_socketcand->clientCount(bus) : 0) + (m_t93 ? m_t93->clientCount(bus) : 0);
+        const quint64 lost = m_t93 ? m_t93->lostFrames(bus) : 0;
         const QString text = QStringLiteral("%1, load %2, %3 clients, received %4, sent %5, lost by slow hosts %6")
                                  .arg(bus.isConnected() ? QStringLiteral("open") : QStringLiteral("away"),
                                       load ? QStringLiteral("%1 %").arg(*load) : QStringLiteral("unknown"))
                                  .arg(clients)
                                  .arg(bus.received().messages)
                                  .arg(bus.sent().messages)
-                                 .arg(shared->lostFrames);
+                                 .arg(lost);
         m_log.tell("status", bus.name(), text,
                    {{QStringLiteral("connected"), bus.isConnected()},
                     {QStringLiteral("load"), load ? QJsonValue(*load) : QJsonValue()},
                     {QStringLiteral("clients"), clients},
                     {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
                     {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
-                    {QStringLiteral("lost"), static_cast<qint64>(shared->lostFrames)}});
+                    {QStringLiteral("lost"), static_cast<qint64>(lost)}});
     }
     if (m_socketcand && m_socketcand->lostFrames() > 0) {
         m_log.tell("lost", QStringLiteral("socketcand"),

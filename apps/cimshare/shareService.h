@@ -5,8 +5,8 @@
 #include "apps/cimshare/mqttShare.h"
 #include "apps/cimshare/sharedBus.h"
 #include "apps/cimshare/socketcandServer.h"
+#include "apps/cimshare/t93Share.h"
 #include "apps/cli/targetOptions.h"
-#include "sim/simGateway.h"
 
 #include <QTimer>
 
@@ -46,24 +46,16 @@ public:
     Failure start();
 
 private:
-    /// A bus, and the gateway that it is to other hosts, if it is.
-    struct SBus {
-        std::unique_ptr<CSharedBus> bus;
-        quint64 lostFrames = 0;
-        std::unique_ptr<Sim::CSimGateway> gateway;
-    };
-
     Failure addBuses();
     void watch(CSharedBus& bus);
-    Failure shareAsT93(SBus& shared, const SListenAddress& place);
-    void identify(CSharedBus& bus, Sim::CSimGateway& gateway);
     void tellStatus();
 
     SShareOptions m_options;
     CEventLog m_log;
-    std::vector<std::unique_ptr<SBus>> m_owned;
+    std::vector<std::unique_ptr<CSharedBus>> m_owned;
     std::vector<CSharedBus*> m_buses; ///< the same, as the protocols see them
     std::unique_ptr<CSocketcandServer> m_socketcand;
+    std::unique_ptr<CT93Share> m_t93;
     std::unique_ptr<CMqttShare> m_mqtt;
     QTimer m_statusTimer;
 };

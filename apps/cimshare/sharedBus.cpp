@@ -42,7 +42,7 @@ CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canIn
     connect(&m_hosted, &CHostedInterface::errorRaised, this, &CSharedBus::lookAtLink);
     connect(&m_hosted, &CHostedInterface::received, this, [this](const Cim::CCanMessage& message) {
         count(m_received, message);
-        CSimBus::send(message, nullptr);
+        Q_EMIT messageSent(message, nullptr);
     });
 }
 
@@ -111,7 +111,8 @@ bool CSharedBus::send(const Cim::CCanMessage& message, const QObject* sender)
         return false;
     }
     count(m_sent, message);
-    return CSimBus::send(message, sender);
+    Q_EMIT messageSent(message, sender);
+    return true;
 }
 
 QString CSharedBus::textOfError(int error)

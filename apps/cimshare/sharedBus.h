@@ -2,8 +2,8 @@
 
 #include "apps/host/hostedInterface.h"
 #include "apps/host/target.h"
-#include "sim/simBus.h"
 
+#include <QObject>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -16,7 +16,7 @@ namespace vexmor::Apps::Cimshare
 /// receives, all get. Keeps the interface open: tries until the gateway is there, and again when it was lost.
 ///
 /// Everything that is on the bus is told by `messageSent`; `sender` is the client, null for the gateway.
-class CSharedBus : public Sim::CSimBus
+class CSharedBus : public QObject
 {
     Q_OBJECT
 
@@ -33,7 +33,7 @@ public:
     /// Begins to open the interface.
     void start();
     /// Hands a message to the gateway. False when that does not take it: it will never be sent, and `refusal` says why.
-    bool send(const Cim::CCanMessage& message, const QObject* sender) override;
+    bool send(const Cim::CCanMessage& message, const QObject* sender);
     const QString& refusal() const { return m_refusal; }
 
     QString name() const { return m_target.name(); }
@@ -50,6 +50,8 @@ public:
     const SCount& sent() const { return m_sent; }
 
 Q_SIGNALS:
+    /// A message was on the bus.
+    void messageSent(const vexmor::Cim::CCanMessage& message, const QObject* sender);
     /// The gateway is there, or gone, or could not be opened; then `text` says why.
     void connectionChanged(bool isConnected, const QString& text);
     /// The gateway has said who it is, or something else than before.

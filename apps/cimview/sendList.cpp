@@ -15,11 +15,11 @@ const QString INTERVAL = QStringLiteral("Interval");
 const QString COMMENT = QStringLiteral("Comment");
 } // namespace
 
-bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& message, QString& error)
+Result<Cim::CCanMessage> parseMessage(const QString& id, const QString& data)
 {
     const QString frame =
         id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
-    return CanLog::parseFrame(frame.toLatin1(), message, error);
+    return CanLog::parseFrame(frame.toLatin1());
 }
 
 void CSendList::add(const SSendItem& item)
@@ -61,9 +61,9 @@ void CSendList::load(QSettings& settings)
     const int count = settings.beginReadArray(ARRAY);
     for (int i = 0; i < count; ++i) {
         settings.setArrayIndex(i);
-        SSendItem item;
-        QString error;
-        if (CanLog::parseFrame(settings.value(FRAME).toByteArray(), item.message, error)) {
+        if (auto message = CanLog::parseFrame(settings.value(FRAME).toByteArray())) {
+            SSendItem item;
+            item.message = *message;
             item.milliseconds = qBound(1, settings.value(INTERVAL, DEFAULT_INTERVAL_MS).toInt(), MAX_INTERVAL_MS);
             item.comment = settings.value(COMMENT).toString();
             add(item);
@@ -160,7 +160,13 @@ bool CSendList::edit(SSendItem& item, int column, const QString& text)
         }
     } else {
         const QString id = column == eId ? text : idText(item.message);
-        ok = parseMessage(id, column == eData ? text : dataText(item.message), item.message, error);
+        auto message = parseMessage(id, column == eData ? text : dataText(item.message));
+        ok = static_cast<bool>(message);
+        if (ok) {
+            item.message = *message;
+        } else {
+            error = message.problem().text;
+        }
     }
     if (!ok) {
         Q_EMIT refused(error);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "canlog/problem.h"
 #include "cim/canMessage.h"
 
 #include <QAbstractTableModel>
@@ -12,9 +13,8 @@ class QSettings;
 namespace vexmor::Apps::Cimview
 {
 
-/// Reads identifier and data as the user types them, in hexadecimal, data with or without blanks. False, with a text
-/// for the user, when they make no message.
-bool parseMessage(const QString& id, const QString& data, Cim::CCanMessage& message, QString& error);
+/// Reads identifier and data as the user types them, in hexadecimal, data with or without blanks.
+Result<Cim::CCanMessage> parseMessage(const QString& id, const QString& data);
 
 struct SSendItem {
     Cim::CCanMessage message;

@@ -139,27 +139,27 @@ void CSendPanel::showInterfaces()
     }
 }
 
-bool CSendPanel::typedMessage(Cim::CCanMessage& message)
+/// The message that was typed; none, and its problem is shown, when it makes no sense.
+std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 {
-    QString error;
-    const bool ok = parseMessage(m_id->text(), m_data->text(), message, error);
-    showProblem(ok ? QString() : error);
-    return ok;
+    auto message = parseMessage(m_id->text(), m_data->text());
+    showProblem(message ? QString() : message.problem().text);
+    return message ? std::optional(*message) : std::nullopt;
 }
 
 void CSendPanel::sendTyped()
 {
-    Cim::CCanMessage message;
     CSession* const session = m_workbench.interfaces().session(m_interface->currentText());
-    if (typedMessage(message) && session != nullptr) {
-        session->send(message);
+    if (const auto message = typedMessage(); message && session != nullptr) {
+        session->send(*message);
     }
 }
 
 void CSendPanel::addTyped()
 {
-    SSendItem item;
-    if (typedMessage(item.message)) {
+    if (const auto message = typedMessage()) {
+        SSendItem item;
+        item.message = *message;
         item.milliseconds = m_interval->value();
         m_workbench.sendList().add(item);
     }

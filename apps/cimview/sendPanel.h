@@ -1,6 +1,10 @@
 #pragma once
 
+#include "cim/canMessage.h"
+
 #include <QWidget>
+
+#include <optional>
 
 class QComboBox;
 class QLabel;
@@ -8,11 +12,6 @@ class QLineEdit;
 class QPushButton;
 class QSpinBox;
 class QTableView;
-
-namespace vexmor::Cim
-{
-class CCanMessage;
-}
 
 namespace vexmor::Apps::Cimview
 {
@@ -32,7 +31,7 @@ private:
     void layOut();
     void connectWidgets();
     void showInterfaces();
-    bool typedMessage(Cim::CCanMessage& message);
+    std::optional<Cim::CCanMessage> typedMessage();
     void sendTyped();
     void addTyped();
     void sendChosen();
