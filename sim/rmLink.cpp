@@ -24,11 +24,6 @@ QByteArray rmFrame(const Cim::CCanMessage& message)
                        .append(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length())));
 }
 
-QByteArray rmStatusFrame(std::uint8_t flags)
-{
-    return rmFrame(Cim::RM_CMD_STATUS, QByteArray(1, static_cast<char>(flags)));
-}
-
 CRmLink::CRmLink(SRmPeer peer) : m_peer(std::move(peer))
 {
     if (isTcp()) {
@@ -43,7 +38,7 @@ void CRmLink::send(const QByteArray& frame)
     if (m_peer.udp != nullptr) {
         m_peer.udp->writeDatagram(frame, m_peer.address, m_peer.port);
     } else if (isTcp() && m_peer.tcp->isOpen()) { // closed: `disconnected` is on its way
-        if (waiting() >= SEND_LIMIT) {
+        if (waiting() >= SEND_LIMIT && !m_hasLost) {
             flush();
         }
         if (waiting() >= SEND_LIMIT) {
@@ -52,7 +47,7 @@ void CRmLink::send(const QByteArray& frame)
             return;
         }
         if (std::exchange(m_hasLost, false)) {
-            m_peer.tcp->write(rmStatusFrame(STATUS_BUFFER_OVERFLOW));
+            m_peer.tcp->write(rmFrame(Cim::RM_CMD_STATUS, STATUS_BUFFER_OVERFLOW));
         }
         m_peer.tcp->write(frame);
     }

@@ -18,18 +18,16 @@ namespace vexmor::Sim
 QByteArray rmFrame(std::uint8_t command, const QByteArray& payload);
 /// The frame that brings a CAN message to a host.
 QByteArray rmFrame(const Cim::CCanMessage& message);
-/// The frame of a status report.
-QByteArray rmStatusFrame(std::uint8_t flags);
 
-/// Flags of the status reports that a gateway sends by itself.
-constexpr std::uint8_t STATUS_BUFFER_OVERFLOW = 0x01;
-constexpr std::uint8_t STATUS_TRANSMIT_TIMEOUT = 0x02;
+/// Payloads of the status reports that a gateway sends by itself: a byte of flags.
+constexpr char STATUS_BUFFER_OVERFLOW[] = "\x01";
+constexpr char STATUS_TRANSMIT_TIMEOUT[] = "\x02";
 
 /// How a host is reached: over its TCP connection, or at the address that its datagrams come from.
 struct SRmPeer {
     std::unique_ptr<QTcpSocket> tcp; ///< null: UDP
     QUdpSocket* udp = nullptr;       ///< the server's socket, which outlives the link; null: TCP
-    QHostAddress address;
+    QHostAddress address;            ///< of a UDP host
     std::uint16_t port = 0;
 };
 

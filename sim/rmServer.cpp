@@ -75,10 +75,8 @@ void CRmServer::onNewConnection()
 {
     while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
         socket->setParent(nullptr);
-        const QHostAddress address = socket->peerAddress();
-        const quint16 port = socket->peerPort();
         if (count(true) < m_maxClients) {
-            addLink({std::move(socket), nullptr, address, port});
+            addLink({std::move(socket), nullptr, {}, 0});
         }
     }
     updateListening();
@@ -172,7 +170,7 @@ void CRmServer::handle(CRmLink& link, const Cim::SRmFrame& frame)
     if (frame.command == Cim::RM_CMD_TX11BIT_MSG || frame.command == Cim::RM_CMD_TX11BIT_MSG_ALT) {
         const QPointer<CRmLink> alive(&link);
         if (!putOnBus(Cim::canMessageOfFrame(frame), link) && alive) {
-            link.send(rmStatusFrame(STATUS_TRANSMIT_TIMEOUT));
+            link.send(rmFrame(Cim::RM_CMD_STATUS, STATUS_TRANSMIT_TIMEOUT));
         }
     } else if (const auto payload = answerTo(frame)) {
         reply(link, rmFrame(frame.command, *payload));

@@ -17,10 +17,10 @@ namespace vexmor::Sim
 
 /// Who a gateway says it is.
 struct SGatewayIdentity {
-    std::array<std::uint8_t, 6> macAddress{0x02, 0x00, 0x00, 0x54, 0x39, 0x33};
-    std::uint8_t firmwareMajor = 1;
-    std::uint8_t firmwareMinor = 5;
-    QByteArray deviceText = "T93 SIM SW02.03"; ///< device identification; hosts request it when the firmware is 2.3
+    std::array<std::uint8_t, 6> macAddress{};
+    std::uint8_t firmwareMajor = 0;
+    std::uint8_t firmwareMinor = 0;
+    QByteArray deviceText; ///< device identification; hosts request it when the firmware is 2.3
     std::uint16_t deviceNumber = 1;
     bool measuresBusload = true; ///< false: an older gateway, which leaves bus load requests unanswered
 };
@@ -57,9 +57,10 @@ public:
     /// Returns the number of frames that hosts missed because they read too slowly.
     std::uint64_t lostFrames() const { return m_lostFrames; }
 
-    /// Send a frame of any command, and a status report, to all hosts.
+    /// Sends a frame of any command to all hosts.
     void sendFrame(std::uint8_t command, const QByteArray& payload) { sendToAll(rmFrame(command, payload)); }
-    void sendStatus(std::uint8_t flags) { sendToAll(rmStatusFrame(flags)); }
+    /// Sends a status report to all hosts.
+    void sendStatus(std::uint8_t flags) { sendFrame(Cim::RM_CMD_STATUS, QByteArray(1, static_cast<char>(flags))); }
     /// Drops all TCP connections (a reset: what was not delivered is lost) and forgets the UDP hosts.
     void dropLinks();
 

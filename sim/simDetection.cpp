@@ -65,11 +65,7 @@ void CSimDetection::answer(const SAnswerer& answerer, const QHostAddress& host, 
             socket->writeDatagram(reply, host, port);
         }
     };
-    if (m_faults.delayMs > 0) {
-        QTimer::singleShot(m_faults.delayMs, answerer.socket.get(), send);
-    } else {
-        send();
-    }
+    QTimer::singleShot(m_faults.delayMs, answerer.socket.get(), send);
 }
 
 QByteArray CSimDetection::replyOf(const SAnswerer& answerer) const

@@ -3,6 +3,7 @@
 #include "sim/simBus.h"
 
 #include <QPointer>
+#include <QtEndian>
 
 #include <algorithm>
 #include <utility>
@@ -18,6 +19,7 @@ constexpr std::uint16_t STANDARD_IDS = 0x800;
 
 CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : CRmServer(ETransports::eTcpAndUdp, parent), m_bus(bus)
 {
+    setIdentity(SSimIdentity());
     connect(&m_floodTimer, &QTimer::timeout, this, &CSimGateway::floodOn);
     connect(&bus, &CSimBus::messageSent, this, &CSimGateway::onBusMessage);
 }
@@ -120,9 +122,7 @@ void CSimGateway::floodOn()
             return; // goes on when the host has read
         }
         unsigned char data[8] = {};
-        for (int byte = 0; byte < 4; ++byte) {
-            data[4 + byte] = static_cast<unsigned char>(static_cast<unsigned int>(m_floodSent) >> (24 - 8 * byte));
-        }
+        qToBigEndian(m_floodSent, data + 4);
         sendToAll(rmFrame(Cim::CCanMessage(Cim::CCanId::fromValue(m_floodSent % STANDARD_IDS), sizeof data, data)));
         ++m_floodSent;
         --m_floodLeft;

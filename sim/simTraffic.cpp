@@ -1,5 +1,7 @@
 #include "sim/simTraffic.h"
 
+#include <QtEndian>
+
 namespace vexmor::Sim
 {
 namespace
@@ -101,11 +103,9 @@ void CSimGenerator::onTimeout()
     while (m_sentThisRun < due) {
         // Each device reports its own number and how often it has reported.
         const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
-        const std::uint64_t count = m_sent / DEVICE_COUNT;
+        const auto count = static_cast<std::uint32_t>(m_sent / DEVICE_COUNT);
         unsigned char data[8] = {0x10, device};
-        for (int i = 0; i < 4; ++i) {
-            data[4 + i] = static_cast<unsigned char>(count >> (24 - 8 * i));
-        }
+        qToBigEndian(count, data + 4);
         m_bus.send(Cim::CCanMessage(Cim::CCanId::fromValue(FIRST_DEVICE_ID + device), sizeof data, data));
         ++m_sent;
         ++m_sentThisRun;

@@ -111,9 +111,9 @@ inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAd
 }
 
 /// A gateway that by itself says nothing of bus load.
-inline SGatewayIdentity withoutBusload()
+inline SSimIdentity withoutBusload()
 {
-    SGatewayIdentity identity;
+    SSimIdentity identity;
     identity.measuresBusload = false;
     return identity;
 }
@@ -126,7 +126,7 @@ struct SGateway {
 
 /// An open interface to a simulated gateway, with a record of its errors.
 struct SOpenInterface : SGateway {
-    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SGatewayIdentity& identity = {})
+    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
     {
         gateway.setIdentity(identity);
         QObject::connect(&gateway, &CSimGateway::messageReceived,

@@ -176,7 +176,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, version);
         QFETCH(QByteArray, identification);
-        SGatewayIdentity identity = withoutBusload(); // no request besides those that the version causes
+        SSimIdentity identity = withoutBusload(); // no request besides those that the version causes
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         identity.firmwareMajor = identity.firmwareMinor = 9;
         identity.deviceText = identification;

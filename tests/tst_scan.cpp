@@ -185,7 +185,7 @@ private Q_SLOTS:
 
     void pluginFindsGateways()
     {
-        SGatewayIdentity identity;
+        SSimIdentity identity;
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         CSimBus bus;
         CSimGateway gateway(bus);

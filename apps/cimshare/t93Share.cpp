@@ -13,6 +13,12 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr int MEASURING_MS = 1000;
 constexpr int HIGHEST_PORT = 65535;
+
+/// The gateway's name in the log.
+QString subjectOf(const CSharedBus& bus)
+{
+    return QStringLiteral("t93 ") + bus.name();
+}
 } // namespace
 
 /// A shared bus as a T93 gateway. Each host hears what the other clients send, and no host changes anything for them:
@@ -22,9 +28,6 @@ class CSharedGateway : public Sim::CRmServer
 {
 public:
     CSharedGateway(CSharedBus& bus, const SAccess& access, CEventLog& log);
-
-    Failure listen(const SListenAddress& address);
-    const CSharedBus& bus() const { return m_bus; }
 
 protected:
     bool putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override { return m_bus.send(message, &from); }
@@ -37,20 +40,15 @@ private:
     CSharedBus& m_bus;
     const SAccess& m_access;
     CEventLog& m_log;
-    const QString m_subject; ///< its name in the log
 };
 
 CSharedGateway::CSharedGateway(CSharedBus& bus, const SAccess& access, CEventLog& log)
-    : CRmServer(ETransports::eTcp),
-      m_bus(bus),
-      m_access(access),
-      m_log(log),
-      m_subject(QStringLiteral("t93 %1").arg(bus.name()))
+    : CRmServer(ETransports::eTcp), m_bus(bus), m_access(access), m_log(log)
 {
     setMaxClients(SAccess::MAX_CLIENTS);
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.tellOfClient("disconnected", m_subject, QStringLiteral("a host disconnected")); });
+            [this] { m_log.tellOfClient("disconnected", subjectOf(m_bus), QStringLiteral("a host disconnected")); });
     connect(&bus, &CSharedBus::messageSent, this, &CSharedGateway::onBusMessage);
     connect(&bus, &CSharedBus::identified, this, &CSharedGateway::identify);
     connect(&bus, &CSharedBus::connectionChanged, this, [this](bool isConnected) {
@@ -65,16 +63,6 @@ CSharedGateway::CSharedGateway(CSharedBus& bus, const SAccess& access, CEventLog
     });
 }
 
-Failure CSharedGateway::listen(const SListenAddress& address)
-{
-    Failure failure = CRmServer::listen(address.address, address.port);
-    if (!failure) {
-        m_log.tell("listening", m_subject, QStringLiteral("on %1:%2").arg(address.address.toString()).arg(port()),
-                   {{QStringLiteral("port"), port()}});
-    }
-    return failure;
-}
-
 void CSharedGateway::change(const Cim::SRmFrame& request)
 {
     if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
@@ -83,12 +71,12 @@ void CSharedGateway::change(const Cim::SRmFrame& request)
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")
                              : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.tellOfClient("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
+    m_log.tellOfClient("ignored", subjectOf(m_bus), QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
 std::unique_ptr<Sim::CRmLink> CSharedGateway::makeLink(Sim::SRmPeer peer)
 {
-    const bool isAdmitted = m_bus.isIdentified() && m_access.admits(*peer.tcp, m_subject, m_log);
+    const bool isAdmitted = m_bus.isIdentified() && m_access.admits(*peer.tcp, subjectOf(m_bus), m_log);
     return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
 }
 
@@ -107,9 +95,10 @@ void CSharedGateway::identify()
 }
 
 CT93Share::CT93Share(const std::vector<CSharedBus*>& buses, const SAccess& access, CEventLog& log)
+    : m_buses(buses), m_log(log)
 {
     for (CSharedBus* const bus : buses) {
-        m_gateways.push_back(std::make_unique<CSharedGateway>(*bus, access, log));
+        m_gateways.emplace(bus, std::make_unique<CSharedGateway>(*bus, access, log));
     }
 }
 
@@ -117,13 +106,17 @@ CT93Share::~CT93Share() = default;
 
 Failure CT93Share::listen(SListenAddress address)
 {
-    if (address.port + static_cast<int>(m_gateways.size()) - 1 > HIGHEST_PORT) {
+    if (address.port + static_cast<int>(m_buses.size()) - 1 > HIGHEST_PORT) {
         return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(address.port));
     }
-    for (const auto& gateway : m_gateways) {
-        if (Failure failure = gateway->listen(address)) {
+    for (const CSharedBus* const bus : m_buses) {
+        CSharedGateway& gateway = *m_gateways.at(bus);
+        if (Failure failure = gateway.listen(address.address, address.port)) {
             return failure;
         }
+        m_log.tell("listening", subjectOf(*bus),
+                   QStringLiteral("on %1:%2").arg(gateway.address().toString()).arg(gateway.port()),
+                   {{QStringLiteral("port"), gateway.port()}});
         address.port = static_cast<quint16>(address.port == 0 ? 0 : address.port + 1);
     }
     return {};
@@ -131,18 +124,12 @@ Failure CT93Share::listen(SListenAddress address)
 
 int CT93Share::clientCount(const CSharedBus& bus) const
 {
-    return gatewayOf(bus).tcpHostCount();
+    return m_gateways.at(&bus)->tcpHostCount();
 }
 
 quint64 CT93Share::lostFrames(const CSharedBus& bus) const
 {
-    return gatewayOf(bus).lostFrames();
-}
-
-const CSharedGateway& CT93Share::gatewayOf(const CSharedBus& bus) const
-{
-    return **std::find_if(m_gateways.begin(), m_gateways.end(),
-                          [&bus](const auto& gateway) { return &gateway->bus() == &bus; });
+    return m_gateways.at(&bus)->lostFrames();
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -5,6 +5,7 @@
 
 #include <QObject>
 
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -29,9 +30,9 @@ public:
     quint64 lostFrames(const CSharedBus& bus) const;
 
 private:
-    const CSharedGateway& gatewayOf(const CSharedBus& bus) const;
-
-    std::vector<std::unique_ptr<CSharedGateway>> m_gateways;
+    const std::vector<CSharedBus*>& m_buses;
+    CEventLog& m_log;
+    std::map<const CSharedBus*, std::unique_ptr<CSharedGateway>> m_gateways;
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -23,9 +23,9 @@ QByteArray hexBytes(const std::string& text)
     return QByteArray::fromHex(QByteArray::fromStdString(text).replace(":", ""));
 }
 
-SGatewayIdentity identityOf(const SSimOptions& options, int number)
+SSimIdentity identityOf(const SSimOptions& options, int number)
 {
-    SGatewayIdentity identity;
+    SSimIdentity identity;
     const QByteArray mac = hexBytes(options.mac);
     std::copy(mac.begin(), mac.end(), identity.macAddress.begin());
     identity.macAddress.back() = static_cast<std::uint8_t>(identity.macAddress.back() + number);

@@ -42,7 +42,7 @@ public:
             }
             m_port.emplace("gateway", lastMacByte, "10.9.0.2", announce);
             CCountingGateway one(rate, before);
-            Sim::SGatewayIdentity identity;
+            Sim::SSimIdentity identity;
             identity.macAddress.back() = lastMacByte;
             one.gateway.setIdentity(identity);
             if (one.gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT)) { // the failure: the caller gives up
