@@ -10,7 +10,13 @@ class CSimBus;
 
 /// Who a simulated gateway says it is, unless something else is set.
 struct SSimIdentity : SGatewayIdentity {
-    SSimIdentity() : SGatewayIdentity{{0x02, 0x00, 0x00, 0x54, 0x39, 0x33}, 1, 5, "T93 SIM SW02.03"} {}
+    SSimIdentity()
+    {
+        macAddress = {0x02, 0x00, 0x00, 0x54, 0x39, 0x33};
+        firmwareMajor = 1;
+        firmwareMinor = 5;
+        deviceText = "T93 SIM SW02.03";
+    }
 };
 
 /// A simulated T93 gateway: serves TCP and UDP on one port and carries messages between its hosts and a simulated bus.

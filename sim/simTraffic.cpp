@@ -2,6 +2,8 @@
 
 #include <QtEndian>
 
+#include <utility>
+
 namespace vexmor::Sim
 {
 namespace
@@ -60,10 +62,10 @@ void CSimReplay::onTimeout()
 
 bool CSimReplay::advance()
 {
-    auto next = m_reader.next();
-    const bool isNewRound = next && !*next && m_loop && m_reader.rewind();
+    auto read = m_reader.next();
+    const bool isNewRound = read && !*read && m_loop && m_reader.rewind();
+    auto next = isNewRound ? m_reader.next() : std::move(read);
     if (isNewRound) {
-        next = m_reader.next();
         m_clock.restart(); // the new round has a time of its own
     }
     if (!next || !*next) {

@@ -7,6 +7,7 @@
 #include "cim/resultCodes.h"
 
 #include <climits>
+#include <utility>
 #include <vector>
 
 namespace vexmor::Apps::Cimctl
@@ -70,11 +71,9 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
 {
     constexpr std::int64_t PAUSE_BETWEEN_ROUNDS_US = 1000;
     return [&log, loop, offset = std::int64_t(0), last = std::int64_t(0)](CanLog::SLogEntry& entry) mutable {
-        auto next = log.next();
-        const bool isNewRound = next && !*next && loop && log.rewind();
-        if (isNewRound) {
-            next = log.next();
-        }
+        auto read = log.next();
+        const bool isNewRound = read && !*read && loop && log.rewind();
+        auto next = isNewRound ? log.next() : std::move(read);
         if (!next || !*next) {
             return false;
         }
