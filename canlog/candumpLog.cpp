@@ -31,10 +31,9 @@ bool isHex(const QByteArray& text)
     return !text.isEmpty();
 }
 
-bool fail(QString& error, const QByteArray& text, const QString& reason)
+SProblem noFrame(const QByteArray& text, const QString& reason)
 {
-    error = Words::tr("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), reason);
-    return false;
+    return wrongUsage(Words::tr("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), reason));
 }
 
 /// Frames that the tools of can-utils write and that a standard CAN message cannot hold.
@@ -45,10 +44,10 @@ bool isForeignFrame(const QByteArray& frame)
 }
 
 /// (seconds.fraction), the fraction in six digits or fewer.
-bool parseTime(const QByteArray& text, std::int64_t& microseconds)
+std::optional<std::int64_t> parseTime(const QByteArray& text)
 {
     if (!text.startsWith('(') || !text.endsWith(')')) {
-        return false;
+        return std::nullopt;
     }
     const QList<QByteArray> parts = text.mid(1, text.size() - 2).split('.');
     bool wholeOk = false;
@@ -60,38 +59,36 @@ bool parseTime(const QByteArray& text, std::int64_t& microseconds)
     }
     if (!wholeOk || !fractionOk || parts.size() > 2 || whole < 0 || whole > INT64_MAX / MICROSECONDS - 1 ||
         fraction < 0) {
-        return false;
+        return std::nullopt;
     }
-    microseconds = whole * MICROSECONDS + fraction;
-    return true;
+    return whole * MICROSECONDS + fraction;
 }
 } // namespace
 
-bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& error)
+Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
 {
     const int mark = text.indexOf('#');
     if (mark < 0) {
-        return fail(error, text, Words::tr("no # between identifier and data, as in 123#1122"));
+        return noFrame(text, Words::tr("no # between identifier and data, as in 123#1122"));
     }
     const QByteArray id = text.left(mark);
     const QByteArray data = text.mid(mark + 1).replace(".", "");
     const std::uint16_t value = id.toUShort(nullptr, 16);
     if (!isHex(id) || id.size() > ID_DIGITS || value > MAX_ID) {
-        return fail(error, text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
+        return noFrame(text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
     if (data.startsWith('R') || data.startsWith('r')) {
-        return fail(error, text, Words::tr("there are no remote frames"));
+        return noFrame(text, Words::tr("there are no remote frames"));
     }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
-        return fail(error, text, Words::tr("the data must be pairs of hexadecimal digits"));
+        return noFrame(text, Words::tr("the data must be pairs of hexadecimal digits"));
     }
     if (data.size() > 2 * MAX_DATA_LENGTH) {
-        return fail(error, text, Words::tr("more than 8 data bytes"));
+        return noFrame(text, Words::tr("more than 8 data bytes"));
     }
     QByteArray bytes = QByteArray::fromHex(data);
-    message = Cim::CCanMessage();
-    message.setId(Cim::CCanId::fromValue(value));
-    return message.setData(0, static_cast<unsigned int>(bytes.size()), reinterpret_cast<unsigned char*>(bytes.data()));
+    return Cim::CCanMessage(Cim::CCanId::fromValue(value), static_cast<unsigned int>(bytes.size()),
+                            reinterpret_cast<unsigned char*>(bytes.data()));
 }
 
 QByteArray formatFrame(const Cim::CCanMessage& message)
@@ -101,25 +98,26 @@ QByteArray formatFrame(const Cim::CCanMessage& message)
            data.toHex().toUpper();
 }
 
-ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error)
+Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line)
 {
     const QList<QByteArray> words = line.simplified().split(' ');
     if (words.first().isEmpty() || words.first().startsWith('#')) {
-        return ELine::eSkipped;
+        return std::optional<SLogEntry>();
     }
-    SLogEntry parsed;
-    if (words.size() < 3 || words.size() > 4 || !parseTime(words.at(0), parsed.microseconds)) {
-        error = Words::tr("not of the form (seconds) interface ID#DATA");
-        return ELine::eMalformed;
+    const auto microseconds = parseTime(words.at(0));
+    if (words.size() < 3 || words.size() > 4 || !microseconds) {
+        return wrongUsage(Words::tr("not of the form (seconds) interface ID#DATA"));
     }
-    parsed.interfaceName = words.at(1);
-    if (!parseFrame(words.at(2), parsed.message, error)) {
-        return isForeignFrame(words.at(2)) ? ELine::eSkipped : ELine::eMalformed;
+    auto message = parseFrame(words.at(2));
+    if (!message && isForeignFrame(words.at(2))) {
+        return std::optional<SLogEntry>();
+    }
+    if (!message) {
+        return message.problem();
     }
     const QByteArray direction = words.value(3);
-    parsed.direction = direction == "R" || direction == "T" ? direction.front() : '\0';
-    entry = parsed;
-    return ELine::eFrame;
+    const char mark = direction == "R" || direction == "T" ? direction.front() : '\0';
+    return std::optional(SLogEntry{*microseconds, words.at(1), *message, mark});
 }
 
 QByteArray formatLogLine(const SLogEntry& entry)
@@ -153,13 +151,12 @@ CLogReader::~CLogReader() = default;
 CLogReader::CLogReader(CLogReader&&) noexcept = default;
 CLogReader& CLogReader::operator=(CLogReader&&) noexcept = default;
 
-bool CLogReader::open(const QString& path, QString& error)
+Failure CLogReader::open(const QString& path)
 {
     auto file = std::make_unique<QFile>(path);
     const bool isInput = path == QLatin1String("-");
     if (!(isInput ? file->open(stdin, QIODevice::ReadOnly) : file->open(QIODevice::ReadOnly))) {
-        error = QStringLiteral("%1: %2").arg(path, file->errorString());
-        return false;
+        return wrongUsage(QStringLiteral("%1: %2").arg(path, file->errorString()));
     }
     m_path = isInput ? Words::tr("standard input") : path;
     m_device = std::move(file);
@@ -171,28 +168,24 @@ bool CLogReader::open(const QString& path, QString& error)
     }
     m_line = 0;
     m_skipped = 0;
-    return true;
+    return {};
 }
 
-bool CLogReader::next(SLogEntry& entry, QString& error)
+Result<std::optional<SLogEntry>> CLogReader::next()
 {
-    error.clear();
     while (m_device && !m_device->atEnd()) {
         ++m_line;
         const QByteArray line = m_device->readLine(MAX_LINE);
-        switch (parseLogLine(line, entry, error)) {
-        case ELine::eFrame:
-            return true;
-        case ELine::eSkipped:
-            error.clear();
-            m_skipped += line.trimmed().isEmpty() || line.startsWith('#') ? 0 : 1;
-            break;
-        case ELine::eMalformed:
-            error = Words::tr("%1, line %2: %3").arg(m_path).arg(m_line).arg(error);
-            return false;
+        auto entry = parseLogLine(line);
+        if (!entry) {
+            return wrongUsage(Words::tr("%1, line %2: %3").arg(m_path).arg(m_line).arg(entry.problem().text));
         }
+        if (*entry) {
+            return entry;
+        }
+        m_skipped += line.trimmed().isEmpty() || line.startsWith('#') ? 0 : 1;
     }
-    return false;
+    return std::optional<SLogEntry>();
 }
 
 bool CLogReader::rewind()

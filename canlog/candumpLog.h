@@ -1,5 +1,6 @@
 #pragma once
 
+#include "canlog/problem.h"
 #include "cim/canMessage.h"
 
 #include <QByteArray>
@@ -7,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 class QIODevice;
 
@@ -27,21 +29,16 @@ struct SLogEntry {
     char direction = 0; ///< 'R' received, 'T' sent, 0 not told
 };
 
-enum class ELine {
-    eFrame,
-    eSkipped,  ///< empty, a comment (#), or a frame that does not fit (29-bit, remote, error, CAN FD)
-    eMalformed ///< neither; see the error text
-};
-
-/// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). False, with a text
-/// for the user that says what is wrong, for anything else: identifiers above 7FF, odd digits, more than 8 bytes.
-bool parseFrame(const QByteArray& text, Cim::CCanMessage& message, QString& error);
+/// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). The problem of any
+/// other text says what is wrong: identifiers above 7FF, odd digits, more than 8 bytes.
+Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
 /// 123#1122AABB: three upper-case hexadecimal digits, "#", two for each byte.
 QByteArray formatFrame(const Cim::CCanMessage& message);
 
-/// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end.
-ELine parseLogLine(const QByteArray& line, SLogEntry& entry, QString& error);
+/// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end. Returns no entry for a line to
+/// be skipped: empty, a comment (#), or a frame that does not fit (29-bit, remote, error, CAN FD).
+Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line);
 
 /// The same line, without a line end; the direction behind it as candump writes it, where it is told.
 QByteArray formatLogLine(const SLogEntry& entry);
@@ -67,12 +64,11 @@ public:
     CLogReader(CLogReader&&) noexcept;
     CLogReader& operator=(CLogReader&&) noexcept;
 
-    /// False, with a text for the user, when the file cannot be read. "-" stands for the standard input; that and any
-    /// pipe is read to its end at once.
-    bool open(const QString& path, QString& error);
-    /// The next frame; false at the end, and at a malformed line, which `error` then names by its number (it is empty
-    /// at the end).
-    bool next(SLogEntry& entry, QString& error);
+    /// Fails when the file cannot be read. "-" stands for the standard input; that and any pipe is read to its end at
+    /// once.
+    Failure open(const QString& path);
+    /// Returns the next entry, no entry at the end, and at a malformed line a problem that names the line's number.
+    Result<std::optional<SLogEntry>> next();
     /// Back to the first entry.
     bool rewind();
     /// Lines that were skipped so far because their frames do not fit.

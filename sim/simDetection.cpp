@@ -17,22 +17,22 @@ CSimDetection::CSimDetection(QObject* parent) : QObject(parent)
     connect(&m_socket, &QUdpSocket::readyRead, this, &CSimDetection::onDatagrams);
 }
 
-bool CSimDetection::listen(std::uint16_t port, QString& error)
+Failure CSimDetection::listen(std::uint16_t port)
 {
     m_socket.close();
     if (!m_socket.bind(QHostAddress(QHostAddress::AnyIPv4), port,
                        QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint)) {
-        error = QStringLiteral("cannot listen for ident requests on port %1: %2").arg(port).arg(m_socket.errorString());
-        return false;
+        return SProblem{
+            QStringLiteral("cannot listen for ident requests on port %1: %2").arg(port).arg(m_socket.errorString())};
     }
-    return true;
+    return {};
 }
 
-void CSimDetection::addGateway(const CSimGateway& gateway)
+void CSimDetection::addGateway(const CSimGateway& gateway, const SSimAnnouncement& announcement)
 {
     auto socket = std::make_unique<QUdpSocket>();
     socket->bind(gateway.address());
-    m_answerers.push_back({&gateway, std::move(socket)});
+    m_answerers.push_back({&gateway, announcement, std::move(socket)});
 }
 
 void CSimDetection::onDatagrams()
@@ -59,32 +59,28 @@ void CSimDetection::onDatagrams()
 
 void CSimDetection::answer(const SAnswerer& answerer, const QHostAddress& host, std::uint16_t port)
 {
-    const auto send = [socket = answerer.socket.get(), reply = replyOf(*answerer.gateway), host, port,
+    const auto send = [socket = answerer.socket.get(), reply = replyOf(answerer), host, port,
                        repeat = m_faults.repeat] {
         for (int i = 0; i < repeat; ++i) {
             socket->writeDatagram(reply, host, port);
         }
     };
-    if (m_faults.delayMs > 0) {
-        QTimer::singleShot(m_faults.delayMs, answerer.socket.get(), send);
-    } else {
-        send();
-    }
+    QTimer::singleShot(m_faults.delayMs, answerer.socket.get(), send);
 }
 
-QByteArray CSimDetection::replyOf(const CSimGateway& gateway) const
+QByteArray CSimDetection::replyOf(const SAnswerer& answerer) const
 {
-    const SSimIdentity& identity = gateway.identity();
+    const CSimGateway& gateway = *answerer.gateway;
     Cim::SDdtEntry entry;
     entry.ipAddress = gateway.address().toIPv4Address();
-    entry.macAddress = identity.macAddress;
+    entry.macAddress = gateway.identity().macAddress;
     entry.typeText = "T93 ";
-    entry.hostName = (m_faults.nameNoUtf8 ? QByteArray("\xFF\xC0") : QByteArray()) + identity.hostName;
+    entry.hostName = (m_faults.nameNoUtf8 ? QByteArray("\xFF\xC0") : QByteArray()) + answerer.announcement.hostName;
     if (m_faults.nameWithoutEnd) {
         entry.hostName = entry.hostName.leftJustified(Cim::DDT_HOST_NAME_SIZE, 'x');
     }
     std::vector<Cim::SDdtEntry> entries;
-    for (const SSimEndpoint& endpoint : identity.endpoints) {
+    for (const SSimEndpoint& endpoint : answerer.announcement.endpoints) {
         entry.service = endpoint.service;
         entry.protocol = endpoint.protocol;
         entry.port = endpoint.port != 0 ? endpoint.port : gateway.port();

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "InterfaceT93/detectionDatagrams.h"
+#include "canlog/problem.h"
 
 #include <QObject>
-#include <QString>
 #include <QUdpSocket>
 
 #include <cstdint>
@@ -14,6 +14,20 @@ namespace vexmor::Sim
 {
 
 class CSimGateway;
+
+/// How a host can reach a gateway, as the gateway reports it to hosts that scan the network. Values that no gateway has
+/// are reported just as well.
+struct SSimEndpoint {
+    std::uint8_t service = Cim::DDT_SERVICE_SERVER;
+    std::uint8_t protocol = Cim::DDT_PROTOCOL_TCP;
+    std::uint16_t port = 0; ///< 0: the port that the gateway serves
+};
+
+/// What a gateway reports to hosts that scan the network, beside its MAC address and its address.
+struct SSimAnnouncement {
+    QByteArray hostName = "t93sim";
+    std::vector<SSimEndpoint> endpoints{{}, {Cim::DDT_SERVICE_SERVER, Cim::DDT_PROTOCOL_UDP, 0}};
+};
 
 /// How the replies to ident requests misbehave, from now on. Each is independent of the others; the default is to
 /// behave.
@@ -30,7 +44,7 @@ struct SSimDetectionFaults {
 /// them, to a request for one address those that serve there. A gateway that leaves requests unanswered leaves these,
 /// too. Lives in the thread of its gateways.
 ///
-/// It listens on all addresses of this computer, for which reason it is there only when somebody asks for it.
+/// It listens on all addresses of this computer; a program creates it only on request.
 class CSimDetection : public QObject
 {
     Q_OBJECT
@@ -38,12 +52,11 @@ class CSimDetection : public QObject
 public:
     explicit CSimDetection(QObject* parent = nullptr);
 
-    /// False, with a text for the user, when the port cannot be had. Several programs may share it: a broadcast reaches
-    /// them all, a request for one address only the last.
-    bool listen(std::uint16_t port, QString& error);
-    /// A gateway that serves already; it must outlive this object. It answers from its own address, with the host name,
-    /// MAC address and endpoints of its identity.
-    void addGateway(const CSimGateway& gateway);
+    /// Starts to answer. Several programs may share the port: a broadcast reaches them all, a request for one address
+    /// only the last.
+    Failure listen(std::uint16_t port);
+    /// Adds a gateway that serves already; it must outlive this object. The reply comes from the gateway's own address.
+    void addGateway(const CSimGateway& gateway, const SSimAnnouncement& announcement = {});
     void setFaults(const SSimDetectionFaults& faults) { m_faults = faults; }
 
 Q_SIGNALS:
@@ -53,12 +66,13 @@ Q_SIGNALS:
 private:
     struct SAnswerer {
         const CSimGateway* gateway;
+        SSimAnnouncement announcement;
         std::unique_ptr<QUdpSocket> socket; ///< bound to the gateway's address
     };
 
     void onDatagrams();
     void answer(const SAnswerer& answerer, const QHostAddress& host, std::uint16_t port);
-    QByteArray replyOf(const CSimGateway& gateway) const;
+    QByteArray replyOf(const SAnswerer& answerer) const;
 
     QUdpSocket m_socket;
     std::vector<SAnswerer> m_answerers;

@@ -1,5 +1,9 @@
 #include "sim/simTraffic.h"
 
+#include <QtEndian>
+
+#include <utility>
+
 namespace vexmor::Sim
 {
 namespace
@@ -16,33 +20,30 @@ CSimReplay::CSimReplay(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(b
     connect(&m_timer, &QTimer::timeout, this, &CSimReplay::onTimeout);
 }
 
-bool CSimReplay::open(const QString& path, double speed, bool loop, QString& error)
+Failure CSimReplay::open(const QString& path, double speed, bool loop)
 {
-    stop();
+    m_timer.stop();
     m_speed = speed;
     m_loop = loop;
-    if (!m_reader.open(path, error)) {
-        return false;
+    if (Failure failure = m_reader.open(path)) {
+        return failure;
     }
-    if (!m_reader.next(m_next, error)) {
-        if (error.isEmpty()) {
-            error = QStringLiteral("%1: holds no frame").arg(path);
-        }
-        return false;
+    auto first = m_reader.next();
+    if (!first) {
+        return first.problem();
     }
+    if (!*first) {
+        return wrongUsage(QStringLiteral("%1: holds no frame").arg(path));
+    }
+    m_next = **first;
     m_firstMicroseconds = m_next.microseconds;
-    return true;
+    return {};
 }
 
 void CSimReplay::start()
 {
     m_clock.start();
     m_timer.start(TICK_MS);
-}
-
-void CSimReplay::stop()
-{
-    m_timer.stop();
 }
 
 void CSimReplay::onTimeout()
@@ -61,21 +62,23 @@ void CSimReplay::onTimeout()
 
 bool CSimReplay::advance()
 {
-    QString error;
-    if (m_reader.next(m_next, error)) {
-        return true;
+    auto read = m_reader.next();
+    const bool isNewRound = read && !*read && m_loop && m_reader.rewind();
+    auto next = isNewRound ? m_reader.next() : std::move(read);
+    if (isNewRound) {
+        m_clock.restart(); // the new round has a time of its own
     }
-    if (error.isEmpty() && m_loop && m_reader.rewind() && m_reader.next(m_next, error)) {
-        m_clock.restart();
-        return false; // the new round has a time of its own
+    if (!next || !*next) {
+        m_timer.stop();
+        if (next) {
+            Q_EMIT finished();
+        } else {
+            Q_EMIT failed(next.problem().text);
+        }
+        return false;
     }
-    m_timer.stop();
-    if (error.isEmpty()) {
-        Q_EMIT finished();
-    } else {
-        Q_EMIT failed(error);
-    }
-    return false;
+    m_next = **next;
+    return !isNewRound;
 }
 
 CSimGenerator::CSimGenerator(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
@@ -96,22 +99,15 @@ void CSimGenerator::start(int rate)
     }
 }
 
-void CSimGenerator::stop()
-{
-    m_timer.stop();
-}
-
 void CSimGenerator::onTimeout()
 {
     const auto due = static_cast<std::uint64_t>(m_clock.elapsed()) * static_cast<std::uint64_t>(m_rate) / 1000;
     while (m_sentThisRun < due) {
         // Each device reports its own number and how often it has reported.
         const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
-        const std::uint64_t count = m_sent / DEVICE_COUNT;
+        const auto count = static_cast<std::uint32_t>(m_sent / DEVICE_COUNT);
         unsigned char data[8] = {0x10, device};
-        for (int i = 0; i < 4; ++i) {
-            data[4 + i] = static_cast<unsigned char>(count >> (24 - 8 * i));
-        }
+        qToBigEndian(count, data + 4);
         m_bus.send(Cim::CCanMessage(Cim::CCanId::fromValue(FIRST_DEVICE_ID + device), sizeof data, data));
         ++m_sent;
         ++m_sentThisRun;

@@ -21,17 +21,15 @@ class CSimReplay : public QObject
 public:
     explicit CSimReplay(CSimBus& bus, QObject* parent = nullptr);
 
-    /// `speed` 2 plays twice as fast; `loop` starts again at the end, without one `finished` is emitted. False, with a
-    /// text for the user, when the file cannot be read or holds no frame. Starts with `start`.
-    bool open(const QString& path, double speed, bool loop, QString& error);
+    /// `speed` 2 plays twice as fast; `loop` starts again at the end, without it `finished` is emitted there. Fails
+    /// when the file cannot be read or holds no frame. Starts with `start`.
+    Failure open(const QString& path, double speed, bool loop);
     void start();
-    void stop();
-    bool isRunning() const { return m_timer.isActive(); }
     std::uint64_t sent() const { return m_sent; }
 
 Q_SIGNALS:
     void finished();
-    /// A line that is no frame: the replay ended there.
+    /// A line is not a frame: the replay ended there.
     void failed(const QString& error);
 
 private:
@@ -57,9 +55,8 @@ class CSimGenerator : public QObject
 public:
     explicit CSimGenerator(CSimBus& bus, QObject* parent = nullptr);
 
-    /// Messages a second; 0 stops.
+    /// Starts with so many messages per second; 0 stops.
     void start(int rate);
-    void stop();
     std::uint64_t sent() const { return m_sent; }
 
 private:

@@ -65,10 +65,9 @@ struct SShare : SGateway {
     /// Puts frames on the bus.
     void put(const char* frames)
     {
-        QString error;
         for (const QByteArray& frame : QByteArray(frames).split(' ')) {
-            CCanMessage message;
-            CanLog::parseFrame(frame, message, error) ? void(bus.send(message)) : qFatal("no frame");
+            auto message = CanLog::parseFrame(frame);
+            message ? bus.send(*message) : qFatal("no frame");
         }
     }
     void start()

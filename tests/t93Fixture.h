@@ -105,9 +105,8 @@ inline bool isConnected(CCanInterface& can)
 
 inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAddress(QHostAddress::LocalHost))
 {
-    QString error;
-    if (!gateway.listen(address, 0, error)) {
-        qFatal("%s", qPrintable(error));
+    if (const auto failure = gateway.listen(address, 0)) {
+        qFatal("%s", qPrintable(failure->text));
     }
 }
 

@@ -27,38 +27,36 @@ private Q_SLOTS:
     {
         const QByteArray text = rowName();
         QFETCH(QByteArray, formatted);
-        CCanMessage message;
-        QString error;
-        QCOMPARE(parseFrame(text, message, error), !formatted.isEmpty());
-        if (formatted.isEmpty()) {
-            QVERIFY(error.contains(QString::fromLatin1(text)));
-            QVERIFY(message == CCanMessage());
+        auto message = parseFrame(text);
+        QCOMPARE(bool(message), !formatted.isEmpty());
+        if (message) {
+            QCOMPARE(formatFrame(*message), formatted);
         } else {
-            QCOMPARE(formatFrame(message), formatted);
+            QVERIFY(message.problem().text.contains(QString::fromLatin1(text)));
+            QVERIFY(message.problem().isUsage);
         }
     }
 
     void lines_data()
     {
-        const auto row = columns<int>("result");
-        row("(1398128223.803317) can0 166#D0320009\n", int(ELine::eFrame));
-        row("(1398128223.803317) can0 166#D0320009 R", int(ELine::eFrame));
+        const auto row = columns<QString>("result");
+        row("(1398128223.803317) can0 166#D0320009\n", "entry"_s);
+        row("(1398128223.803317) can0 166#D0320009 R", "entry"_s);
         for (const char* skipped :
              {" \r\n", "# by hand", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
-            row(skipped, int(ELine::eSkipped));
+            row(skipped, "skipped"_s);
         }
         for (const char* malformed : {"can0 166#D0", "1.000000 can0 166#D0", "(99999999999999999999.0) can0 166#D0",
                                       "(-1.000000) can0 166#D0", "(1.000000) can0 166#D"}) {
-            row(malformed, int(ELine::eMalformed));
+            row(malformed, "malformed"_s);
         }
     }
     void lines()
     {
-        SLogEntry entry;
-        QString error;
-        const ELine result = parseLogLine(rowName(), entry, error);
-        QTEST(int(result), "result");
-        if (result == ELine::eFrame) {
+        auto read = parseLogLine(rowName());
+        QTEST(!read ? "malformed"_s : *read ? "entry"_s : "skipped"_s, "result");
+        if (read && *read) {
+            const SLogEntry& entry = **read;
             QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));
             QCOMPARE(formatLogLine(entry), rowName().trimmed()); // with its direction, where it has one
             QCOMPARE(formatDump(entry.interfaceName, entry.message), QByteArray("  can0  166   [4]  D0 32 00 09"));
@@ -71,18 +69,24 @@ private Q_SLOTS:
         const QString log =
             writeFile(folder, "(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
         CLogReader reader;
-        SLogEntry entry;
-        QString error;
-        QVERIFY(!reader.open(folder.filePath("none"_s), error));
-        QVERIFY(!error.isEmpty());
-        QVERIFY(reader.open(log, error));
-        QVERIFY(reader.next(entry, error));
-        QCOMPARE(entry.microseconds, std::int64_t(1500000));
-        QVERIFY(reader.next(entry, error));
-        QCOMPARE(formatLogLine(entry), QByteArray("(3.000001) can0 002#"));
+        const auto failure = reader.open(folder.filePath("none"_s));
+        QVERIFY(failure);
+        QVERIFY(failure->text.contains(folder.filePath("none"_s)));
+        QVERIFY(!reader.open(log));
+        auto entry = reader.next();
+        QVERIFY(entry);
+        QVERIFY(*entry);
+        QCOMPARE((*entry)->microseconds, std::int64_t(1500000));
+        entry = reader.next();
+        QVERIFY(entry);
+        QVERIFY(*entry);
+        QCOMPARE(formatLogLine(**entry), QByteArray("(3.000001) can0 002#"));
         QCOMPARE(reader.skipped(), 1);
-        QVERIFY(!reader.next(entry, error));
-        QVERIFY2(error.contains("line 5"_s), qPrintable(error));
+        entry = reader.next();
+        QVERIFY(!entry);
+        QVERIFY2(entry.problem().text.contains("line 5"_s), qPrintable(entry.problem().text));
+        entry = reader.next();
+        QVERIFY(entry && !*entry); // the end
     }
 };
 

@@ -347,7 +347,7 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         SClient client(share);
         QVERIFY(share.happened("away"_s));
-        QVERIFY(client.hears("< error the gateway is away >"));
+        QVERIFY(client.hears("< error gateway: lost, trying again >"));
         QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s));
@@ -358,7 +358,7 @@ private Q_SLOTS:
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(host->openCommunication(), int(RC_OK));
         share.leave();
-        QVERIFY(client.hears("< error the gateway is away >"));
+        QVERIFY(client.hears("< error gateway: lost, trying again >"));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});
         QVERIFY(client.asks("< send 1 0 >", "< error "));
         QCOMPARE(host->writeMessage(message(2)), int(RC_OK));

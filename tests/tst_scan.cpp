@@ -191,9 +191,8 @@ private Q_SLOTS:
         CSimGateway gateway(bus);
         CSimDetection detection;
         gateway.setIdentity(identity);
-        QString error;
-        QVERIFY(gateway.listen(QHostAddress(FIRST), 30000, error));
-        QVERIFY(detection.listen(DDT_PORT, error));
+        QVERIFY(!gateway.listen(QHostAddress(FIRST), 30000));
+        QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
         QElapsedTimer clock;

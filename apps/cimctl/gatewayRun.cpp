@@ -99,7 +99,7 @@ void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObje
 void CGatewayRun::reportError(SGateway& gateway, int error)
 {
     const QString text = gateway.hosted.canInterface().interfaceErrorToString(error).trimmed();
-    const QString shown = m_context.diagnostics.isVerbose() ? text : gateway.hosted.errorTitle(error);
+    const QString shown = m_context.diagnostics.isVerbose() ? text : titleOf(text);
     report(gateway, QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
            {{QStringLiteral("event"), QStringLiteral("interfaceError")},
             {QStringLiteral("error"), error},

@@ -7,6 +7,7 @@
 #include "cim/resultCodes.h"
 
 #include <climits>
+#include <utility>
 #include <vector>
 
 namespace vexmor::Apps::Cimctl
@@ -42,12 +43,7 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
 {
     std::vector<Cim::CCanMessage> messages;
     for (const QString& text : texts) {
-        Cim::CCanMessage message;
-        QString error;
-        if (!CanLog::parseFrame(text.toLocal8Bit(), message, error)) {
-            failUsage(error);
-        }
-        messages.push_back(message);
+        messages.push_back(valueOf(CanLog::parseFrame(text.toLocal8Bit())));
     }
     return messages;
 }
@@ -55,14 +51,12 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
-    CanLog::SLogEntry entry;
-    QString error;
     std::uint64_t count = 0;
-    while (log.next(entry, error)) {
+    while (valueOf(log.next())) {
         ++count;
     }
-    if (!error.isEmpty() || count == 0) {
-        failUsage(error.isEmpty() ? QStringLiteral("%1: holds no frame").arg(file) : error);
+    if (count == 0) {
+        failUsage(QStringLiteral("%1: holds no frame").arg(file));
     }
     if (log.skipped() > 0) {
         diagnostics.warn(QStringLiteral("%1: %2 lines are skipped (29-bit, remote, error or CAN FD frames)")
@@ -77,11 +71,14 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
 {
     constexpr std::int64_t PAUSE_BETWEEN_ROUNDS_US = 1000;
     return [&log, loop, offset = std::int64_t(0), last = std::int64_t(0)](CanLog::SLogEntry& entry) mutable {
-        QString error;
-        if (!log.next(entry, error)) {
-            if (!loop || !error.isEmpty() || !log.rewind() || !log.next(entry, error)) {
-                return false;
-            }
+        auto read = log.next();
+        const bool isNewRound = read && !*read && loop && log.rewind();
+        auto next = isNewRound ? log.next() : std::move(read);
+        if (!next || !*next) {
+            return false;
+        }
+        entry = **next;
+        if (isNewRound) {
             offset = last + PAUSE_BETWEEN_ROUNDS_US - entry.microseconds;
         }
         entry.microseconds += offset;
@@ -138,10 +135,7 @@ EExitCode send(SContext& context, const SSendOptions& options)
 EExitCode replay(SContext& context, const SReplayOptions& options)
 {
     CanLog::CLogReader log;
-    QString error;
-    if (!log.open(options.file, error)) {
-        failUsage(error);
-    }
+    require(log.open(options.file));
     checkLog(context.diagnostics, log, options.file);
     return sendAll(context, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
 }

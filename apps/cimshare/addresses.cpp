@@ -53,13 +53,13 @@ bool SAllowedNetworks::admits(QTcpSocket& socket, const QString& port, CEventLog
     const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
     const bool isAdmitted = networks.isEmpty() || std::any_of(networks.begin(), networks.end(), holds);
     if (!isAdmitted) {
-        log.tellOfClient("notAllowed", port, QStringLiteral("%1 may not connect (--allow)").arg(peerOf(socket)));
+        log.printOfClient("notAllowed", port, QStringLiteral("%1 may not connect (--allow)").arg(peerOf(socket)));
         return false;
     }
     limitSilence(socket);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
-    log.tellOfClient("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
+    log.printOfClient("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
     return true;
 }
 

@@ -20,7 +20,7 @@ QString plain(QString text)
 }
 } // namespace
 
-void CEventLog::tell(const char* event, const QString& subject, const QString& text, QJsonObject fields)
+void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
 {
     QByteArray line = (plain(subject) + QStringLiteral(": ") + plain(text)).toUtf8();
     if (m_json) {
@@ -33,18 +33,18 @@ void CEventLog::tell(const char* event, const QString& subject, const QString& t
     std::fflush(stdout);
 }
 
-void CEventLog::tellOfClient(const char* event, const QString& subject, const QString& text)
+void CEventLog::printOfClient(const char* event, const QString& subject, const QString& text)
 {
     if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
         if (m_clientLines > CLIENT_LINES_A_SECOND) {
-            tell("leftOut", QStringLiteral("clients"),
-                 QStringLiteral("%1 lines left out").arg(m_clientLines - CLIENT_LINES_A_SECOND));
+            print("leftOut", QStringLiteral("clients"),
+                  QStringLiteral("%1 lines left out").arg(m_clientLines - CLIENT_LINES_A_SECOND));
         }
         m_clientLines = 0;
         m_second.start();
     }
     if (++m_clientLines <= CLIENT_LINES_A_SECOND) {
-        tell(event, subject, text);
+        print(event, subject, text);
     }
 }
 

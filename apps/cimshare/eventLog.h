@@ -17,9 +17,9 @@ public:
     explicit CEventLog(bool json) : m_json(json) {}
 
     /// Prints "SUBJECT: TEXT".
-    void tell(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
+    void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
     /// The same for an event that a client caused.
-    void tellOfClient(const char* event, const QString& subject, const QString& text);
+    void printOfClient(const char* event, const QString& subject, const QString& text);
 
 private:
     const bool m_json;

@@ -23,8 +23,8 @@ constexpr char STATE[] = "state";
 constexpr char LOAD[] = "load";
 const QString ONLINE = QStringLiteral("/state");
 
-/// Refused lines of one publication that are reported one by one.
-constexpr std::size_t MAX_REFUSALS = 10;
+/// Refused lines of one publication, or of one second, that are published one by one.
+constexpr int MAX_REFUSALS = 10;
 /// Bytes of a refused line that are reported.
 constexpr int MAX_LINE = 100;
 
@@ -43,19 +43,19 @@ double secondsOf(std::int64_t microseconds)
     return static_cast<double>(microseconds) / 1e6;
 }
 
-QJsonObject stateOf(CSharedBus& bus)
+QJsonObject stateOf(const CSharedBus& bus)
 {
-    Cim::CCanInterface& canInterface = bus.hosted().canInterface();
-    const Cim::CCommonInfo& info = canInterface.commonInfo();
-    return {{QStringLiteral("connected"), bus.isConnected()},
-            {QStringLiteral("mac"), info.interfaceId()},
-            {QStringLiteral("firmware"), info.firmwareVersion()},
-            {QStringLiteral("bitRate"), static_cast<int>(canInterface.baudrate())}};
+    const SInterfaceStatus& status = bus.status();
+    return {{QStringLiteral("connected"), status.isConnected()},
+            {QStringLiteral("connection"), QLatin1String(connectionName(status.connection))},
+            {QStringLiteral("mac"), status.interfaceId},
+            {QStringLiteral("firmware"), status.firmwareVersion},
+            {QStringLiteral("bitRate"), bus.bitRate()}};
 }
 
-QJsonObject loadOf(CSharedBus& bus)
+QJsonObject loadOf(const CSharedBus& bus)
 {
-    const std::optional<int> percent = bus.hosted().status().busload;
+    const std::optional<int> percent = bus.status().busload;
     return {{QStringLiteral("percent"), percent ? QJsonValue(*percent) : QJsonValue()}};
 }
 } // namespace
@@ -75,7 +75,7 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
     connect(&m_link, &CMqttLink::lost, this, onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossLogged, true)) {
-            m_log.tell("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
+            m_log.print("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
@@ -90,17 +90,21 @@ void CMqttBridge::connectBus(SPublishedBus& published)
 {
     CSharedBus* const bus = published.bus;
     connect(bus, &CSharedBus::messageSent, this,
-            [this, &published](const Cim::CCanMessage& message, const QObject* sender) {
-                onMessage(published, message, sender != nullptr);
+            [this, &published](const SBusRecord& record) { onMessage(published, record); });
+    connect(bus, &CSharedBus::messageRefused, this,
+            [this, &published](const Cim::CCanMessage& message, const QObject* client, const QString& reason) {
+                if (client == this) {
+                    publishRefusal(published, CanLog::formatFrame(message), reason);
+                }
             });
     const auto publishItsChanges = [this, &published] { publishChanges(published); };
     connect(bus, &CSharedBus::connectionChanged, this, publishItsChanges);
     connect(bus, &CSharedBus::identified, this, publishItsChanges);
     connect(&m_changeTimer, &QTimer::timeout, this, publishItsChanges);
-    connect(&bus->hosted(), &CHostedInterface::errorRaised, this, [this, &published](int error) {
+    connect(bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
         publishObject(published, "error",
                       {{QStringLiteral("number"), error},
-                       {QStringLiteral("text"), published.bus->textOfError(error)},
+                       {QStringLiteral("text"), published.bus->errorTitle(error)},
                        {QStringLiteral("time"), secondsOf(microsecondsNow())}});
     });
     if (!bus->sendingProblem()) {
@@ -128,13 +132,14 @@ QString CMqttBridge::topicOf(const SPublishedBus& published, const char* last) c
 
 // ---- To the broker ----
 
-void CMqttBridge::onMessage(SPublishedBus& published, const Cim::CCanMessage& message, bool isSent)
+void CMqttBridge::onMessage(SPublishedBus& published, const SBusRecord& record)
 {
-    SBatch& batch = isSent ? published.sent : published.received;
+    SBatch& batch = record.sent ? published.sent : published.received;
     batch.lines += batch.lines.isEmpty() ? "" : "\n";
-    batch.lines += CanLog::formatLogLine({microsecondsNow(), published.name.toUtf8(), message, isSent ? 'T' : 'R'});
+    batch.lines +=
+        CanLog::formatLogLine({record.microseconds, published.name.toUtf8(), record.message, record.sent ? 'T' : 'R'});
     if (++batch.messages >= BATCH_MESSAGES) {
-        publishBatch(published, isSent ? SENT : RECEIVED, batch);
+        publishBatch(published, record.sent ? SENT : RECEIVED, batch);
     } else if (!m_batchTimer.isActive()) {
         m_batchTimer.start(BATCH_MS);
     }
@@ -184,13 +189,14 @@ void CMqttBridge::publishChange(SPublishedBus& published, const char* last, cons
 /// Publishes a state or load that has changed, and a gap that is over.
 void CMqttBridge::publishChanges(SPublishedBus& published)
 {
+    endRefusals(published);
     publishChange(published, STATE, stateOf(*published.bus));
     publishChange(published, LOAD, loadOf(*published.bus));
     const QJsonObject gap{{QStringLiteral("messages"), published.lost},
                           {QStringLiteral("from"), secondsOf(published.lostSince)},
                           {QStringLiteral("to"), secondsOf(microsecondsNow())}};
     if (published.lost > 0 && publishObject(published, "gap", gap, true)) {
-        m_log.tell("gap", published.bus->name(), QStringLiteral("%1 messages were not published").arg(published.lost));
+        m_log.print("gap", published.bus->name(), QStringLiteral("%1 messages were not published").arg(published.lost));
         published.lost = 0;
     }
 }
@@ -198,7 +204,7 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 void CMqttBridge::onConnected()
 {
     m_isLossLogged = false;
-    m_log.tell("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic));
+    m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic));
     m_link.publish(m_topic + ONLINE, online(true), true);
     for (SPublishedBus& published : m_published) {
         published.retained.clear();
@@ -217,24 +223,31 @@ void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, co
     }
     const std::vector<SMqttSend> lines =
         problem.isEmpty() ? readMqttLines(payload) : std::vector<SMqttSend>{{payload, {}, problem}};
-    std::size_t refusals = 0;
     for (const SMqttSend& line : lines) {
-        const Failure failure =
-            line.problem.isEmpty() ? published->bus->transmit(line.message, *this) : SProblem{line.problem};
-        if (failure && ++refusals <= MAX_REFUSALS) {
-            publishRefusal(*published, line.line, failure->text);
+        if (line.problem.isEmpty()) {
+            published->bus->send(line.message, *this);
+        } else {
+            publishRefusal(*published, line.line, line.problem);
         }
     }
-    if (refusals > MAX_REFUSALS) {
-        publishObject(*published, "refused", {{QStringLiteral("further"), static_cast<int>(refusals - MAX_REFUSALS)}});
+    endRefusals(*published);
+}
+
+void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason)
+{
+    if (++published.refusals <= MAX_REFUSALS) {
+        publishObject(
+            published, "refused",
+            {{QStringLiteral("line"), QString::fromUtf8(line.left(MAX_LINE))}, {QStringLiteral("reason"), reason}});
     }
 }
 
-void CMqttBridge::publishRefusal(const SPublishedBus& published, const QByteArray& line, const QString& reason)
+/// Publishes the number of refused lines that were not published one by one.
+void CMqttBridge::endRefusals(SPublishedBus& published)
 {
-    publishObject(
-        published, "refused",
-        {{QStringLiteral("line"), QString::fromUtf8(line.left(MAX_LINE))}, {QStringLiteral("reason"), reason}});
+    if (const int refusals = std::exchange(published.refusals, 0); refusals > MAX_REFUSALS) {
+        publishObject(published, "refused", {{QStringLiteral("further"), refusals - MAX_REFUSALS}});
+    }
 }
 
 } // namespace vexmor::Apps::Cimshare

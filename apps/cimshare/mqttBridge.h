@@ -37,6 +37,7 @@ private:
         QString name; ///< In topics and lines.
         SBatch received;
         SBatch sent;
+        int refusals = 0;                            ///< Refused lines since `endRefusals`.
         int lost = 0;                                ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0;                  ///< Time of the first of them, in microseconds.
         std::map<const char*, QJsonObject> retained; ///< The last object published, by topic.
@@ -44,7 +45,7 @@ private:
 
     void connectBus(SPublishedBus& published);
     QString topicOf(const SPublishedBus& published, const char* last) const;
-    void onMessage(SPublishedBus& published, const Cim::CCanMessage& message, bool isSent);
+    void onMessage(SPublishedBus& published, const SBusRecord& record);
     void publishBatch(SPublishedBus& published, const char* last, SBatch& batch);
     void flush();
     void addToGap(SPublishedBus& published, int messages);
@@ -54,7 +55,8 @@ private:
     void publishChanges(SPublishedBus& published);
     void onConnected();
     void onReceived(const QString& topic, const QByteArray& payload, const QString& problem);
-    void publishRefusal(const SPublishedBus& published, const QByteArray& line, const QString& reason);
+    void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);
+    void endRefusals(SPublishedBus& published);
 
     const SBroker m_broker;
     const QString m_topic;

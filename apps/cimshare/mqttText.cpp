@@ -6,28 +6,37 @@
 
 namespace vexmor::Apps::Cimshare
 {
+namespace
+{
+/// A log line, or a frame alone.
+Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
+{
+    if (!line.startsWith('(')) {
+        return CanLog::parseFrame(line);
+    }
+    auto entry = CanLog::parseLogLine(line);
+    if (!entry) {
+        return entry.problem();
+    }
+    if (!*entry) {
+        return SProblem{QStringLiteral("no frame that a T93 can send")};
+    }
+    return (*entry)->message;
+}
+} // namespace
+
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
 {
     std::vector<SMqttSend> result;
     for (const QByteArray& whole : payload.split('\n')) {
         SMqttSend send{whole.trimmed(), {}, {}};
-        CanLog::SLogEntry entry;
-        if (CanLog::parseFrame(send.line, send.message, send.problem)) {
-            send.problem.clear();
-        } else if (send.line.startsWith('(')) {
-            send.problem.clear();
-            switch (CanLog::parseLogLine(send.line, entry, send.problem)) {
-            case CanLog::ELine::eFrame:
-                send.message = entry.message;
-                break;
-            case CanLog::ELine::eSkipped:
-                send.problem = QStringLiteral("no frame that a T93 can send");
-                break;
-            case CanLog::ELine::eMalformed:
-                break;
-            }
-        } else if (send.line.isEmpty() || send.line.startsWith('#')) {
+        if (send.line.isEmpty() || send.line.startsWith('#')) {
             continue;
+        }
+        if (auto message = readMqttLine(send.line)) {
+            send.message = *message;
+        } else {
+            send.problem = message.problem().text;
         }
         result.push_back(send);
     }

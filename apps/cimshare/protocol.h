@@ -25,7 +25,7 @@ public:
     /// Clients that are connected to a bus.
     virtual int clientCount(const CSharedBus& /*bus*/) const { return 0; }
     /// Messages of a bus that did not reach a client or the broker, since the start.
-    quint64 lostCount(const CSharedBus& bus) const { return m_lost.count(&bus) == 0 ? 0 : m_lost.at(&bus); }
+    virtual quint64 lostCount(const CSharedBus& bus) const { return m_lost.count(&bus) == 0 ? 0 : m_lost.at(&bus); }
 
 protected:
     /// Counts lost messages; a client that has not chosen a bus has none.

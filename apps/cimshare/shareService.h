@@ -5,7 +5,6 @@
 #include "apps/cimshare/mqttLink.h"
 #include "apps/cimshare/protocol.h"
 #include "apps/cli/targetOptions.h"
-#include "sim/simGateway.h"
 
 #include <QTimer>
 
@@ -45,19 +44,9 @@ public:
     Failure start();
 
 private:
-    /// A bus, and the gateway that T93 clients find in its place.
-    struct SBus {
-        CSharedBus* bus = nullptr;
-        quint64 lostFrames = 0;
-        std::unique_ptr<Sim::CSimGateway> gateway;
-    };
-
     Failure addBuses();
     void addProtocols();
-    Failure startT93();
     void watch(CSharedBus& bus);
-    Failure shareAsT93(SBus& shared, const SListenAddress& place);
-    void identify(CSharedBus& bus, Sim::CSimGateway& gateway);
     void printStatus();
     void printStatus(CSharedBus& bus);
 
@@ -65,7 +54,6 @@ private:
     CEventLog m_log;
     CSharedBuses m_buses;
     std::vector<std::unique_ptr<CProtocol>> m_protocols;
-    std::vector<std::unique_ptr<SBus>> m_gateways;
     QTimer m_statusTimer;
 };
 

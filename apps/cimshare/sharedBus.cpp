@@ -1,10 +1,7 @@
 #include "apps/cimshare/sharedBus.h"
 
 #include "apps/host/embeddedSim.h"
-#include "cim/resultCodes.h"
-
-#include <QHostAddress>
-#include <QNetworkProxy>
+#include "apps/host/hostedInterface.h"
 
 #include <algorithm>
 #include <utility>
@@ -13,11 +10,6 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int LOOK_AT_LINK_MS = 100;
-constexpr int RETRY_MS = 3000;
-/// A gateway that was just asked whether it is there gives its only connection away again.
-constexpr int AFTER_PROBE_MS = 100;
-
 void count(CSharedBus::SCount& total, const Cim::CCanMessage& message)
 {
     ++total.messages;
@@ -26,67 +18,19 @@ void count(CSharedBus::SCount& total, const Cim::CCanMessage& message)
 } // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
-    : m_target(std::move(target)), m_hosted(std::move(canInterface)), m_allowSend(allowSend)
+    : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
 {
-    m_probe.setProxy(QNetworkProxy::NoProxy);
-    m_linkTimer.setInterval(LOOK_AT_LINK_MS);
-    m_retryTimer.setInterval(RETRY_MS);
-    connect(&m_linkTimer, &QTimer::timeout, this, &CSharedBus::lookAtLink);
-    connect(&m_retryTimer, &QTimer::timeout, this, &CSharedBus::probe);
-    connect(&m_probe, &QTcpSocket::connected, this, [this] {
-        m_retryTimer.stop();
-        m_probe.abort();
-        QTimer::singleShot(AFTER_PROBE_MS, this, &CSharedBus::open);
-    });
-    connect(&m_probe, &QTcpSocket::errorOccurred, this, [this] { onNotOpened(m_probe.errorString()); });
-    connect(&m_hosted, &CHostedInterface::errorRaised, this, &CSharedBus::lookAtLink);
-    connect(&m_hosted, &CHostedInterface::received, this, [this](const Cim::CCanMessage& message) {
-        count(m_received, message);
-        CSimBus::send(message, nullptr);
-    });
+    connect(m_mailbox.get(), &CMailbox::filled, this, &CSharedBus::onMail, Qt::QueuedConnection);
 }
 
 void CSharedBus::start()
 {
-    m_retryTimer.start();
-    probe();
-}
-
-/// Asks whether anybody is there without waiting for it: to open an interface that nobody answers for would stop all
-/// buses for a second.
-void CSharedBus::probe()
-{
-    const Cim::CCanInterface& canInterface = m_hosted.canInterface();
-    m_probe.abort();
-    if (canInterface.property("Protocol").toString() == QLatin1String("UDP")) { // nobody is waited for
-        open();
-        return;
-    }
-    m_probe.connectToHost(QHostAddress(canInterface.property("IPAddress").toString()),
-                          static_cast<quint16>(canInterface.property("Port").toUInt()));
-}
-
-void CSharedBus::open()
-{
-    Cim::CCanInterface& canInterface = m_hosted.canInterface();
-    const int code = canInterface.openCommunication();
-    if (code != Cim::RC_OK) {
-        onNotOpened(canInterface.errorCodeToString(code));
-        m_retryTimer.start();
-        return;
-    }
-    m_retryTimer.stop();
-    m_linkTimer.start();
-    lookAtLink();
+    std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
+    m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, std::uint16_t(0),
+                                                CInterfaceInUse::EOpening::eUntilOpen);
+    connect(m_inUse.get(), &CInterfaceInUse::statusChanged, this, &CSharedBus::onStatus);
     if (m_target.sim() != nullptr) {
         m_target.sim()->startTraffic();
-    }
-}
-
-void CSharedBus::onNotOpened(const QString& why)
-{
-    if (!std::exchange(m_isFailureTold, true)) {
-        Q_EMIT connectionChanged(false, why);
     }
 }
 
@@ -105,35 +49,80 @@ Failure CSharedBus::sendingProblem() const
     return m_allowSend ? Failure() : SProblem{QStringLiteral("clients may listen only (--allow-send)")};
 }
 
-Failure CSharedBus::transmit(const Cim::CCanMessage& message, const QObject& client)
+const SInterfaceStatus& CSharedBus::status() const
 {
-    if (Failure failure = sendingProblem()) {
-        return failure;
-    }
-    if (const int code = m_hosted.send(message); code != Cim::RC_OK) {
-        return SProblem{m_hosted.canInterface().errorCodeToString(code), code};
-    }
-    count(m_sent, message);
-    CSimBus::send(message, &client);
-    return {};
+    static const SInterfaceStatus CLOSED;
+    return m_inUse ? m_inUse->status() : CLOSED;
 }
 
-QString CSharedBus::textOfError(int error)
+QString CSharedBus::connectionNotice() const
 {
-    return m_hosted.canInterface().interfaceErrorToString(error).trimmed().section(QLatin1Char('\n'), 0, 0);
+    return QStringLiteral("gateway: ") + connectionText(status());
 }
 
-void CSharedBus::lookAtLink()
+QString CSharedBus::errorTitle(int error) const
 {
-    const Cim::CCommonInfo& info = m_hosted.canInterface().commonInfo();
-    const bool isConnected = info.connectionState() == Cim::CCommonInfo::eConnected;
-    if (isConnected != m_isConnected) {
-        m_isConnected = isConnected;
-        Q_EMIT connectionChanged(isConnected, {});
+    return titleOf(m_canInterface->interfaceErrorToString(error));
+}
+
+// ---- Sending ----
+
+void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, bool isCyclic)
+{
+    Failure failure = sendingProblem();
+    if (!failure &&
+        !status().hasLink()) { // the interface may be busy with connecting: it must not send this afterwards
+        failure = SProblem{connectionNotice()};
+    } else if (!failure && !m_inUse->send(message)) {
+        failure = SProblem{QStringLiteral("too many messages wait to be sent")};
     }
-    const QString identity = info.interfaceId() + info.firmwareVersion();
-    if (identity != m_identity && !info.interfaceId().isEmpty() && !info.firmwareVersion().isEmpty()) {
-        m_identity = identity;
+    if (failure) {
+        Q_EMIT messageRefused(message, &client, failure->text, isCyclic);
+    } else {
+        m_pending.push_back({&client, isCyclic});
+    }
+}
+
+void CSharedBus::takeOutcome(const SBusRecord& record)
+{
+    const SPending pending = m_pending.front();
+    m_pending.pop_front();
+    // A client that has disconnected meanwhile is represented by this bus: the message is no received one.
+    const QObject* const client = pending.client ? pending.client.data() : this;
+    if (record.code == 0) {
+        count(m_sent, record.message);
+        Q_EMIT messageSent(record, client);
+    } else {
+        Q_EMIT messageRefused(record.message, client, m_canInterface->errorCodeToString(record.code), pending.isCyclic);
+    }
+}
+
+// ---- What the interface reports ----
+
+void CSharedBus::onMail()
+{
+    m_mailbox->take(m_delivery);
+    for (const SBusRecord& record : m_delivery.records) {
+        if (record.sent) {
+            takeOutcome(record);
+        } else {
+            count(m_received, record.message);
+            Q_EMIT messageSent(record, nullptr);
+        }
+    }
+    for (const SErrorRecord& error : m_delivery.errors) {
+        Q_EMIT errorRaised(error.error, error.count);
+    }
+    m_lost += m_delivery.lost;
+}
+
+void CSharedBus::onStatus()
+{
+    if (std::exchange(m_connection, status().connection) != status().connection) {
+        Q_EMIT connectionChanged();
+    }
+    const QString identity = status().interfaceId + status().firmwareVersion;
+    if (status().isIdentified() && std::exchange(m_identity, identity) != identity) {
         Q_EMIT identified();
     }
 }

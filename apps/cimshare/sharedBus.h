@@ -1,24 +1,23 @@
 #pragma once
 
-#include "apps/host/hostedInterface.h"
+#include "apps/host/interfaceInUse.h"
 #include "apps/host/target.h"
 #include "canlog/problem.h"
-#include "sim/simBus.h"
 
-#include <QTcpSocket>
-#include <QTimer>
+#include <QObject>
+#include <QPointer>
 
+#include <deque>
 #include <memory>
 #include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
 
-/// The CAN bus behind a gateway, for many clients: what one sends, the gateway and all others get; what the gateway
-/// receives, all get. Keeps the interface open: tries until the gateway is there, and again when it was lost.
-///
-/// Everything that is on the bus is told by `messageSent`; `sender` is the client, null for the gateway.
-class CSharedBus : public Sim::CSimBus
+/// The CAN bus behind a gateway, for many clients: what one client sends reaches the gateway and all other clients;
+/// what the gateway receives reaches all clients. Keeps the interface open: tries until that succeeds, and again when
+/// the link was lost.
+class CSharedBus : public QObject
 {
     Q_OBJECT
 
@@ -29,53 +28,71 @@ public:
         quint64 bytes = 0;
     };
 
-    /// With `allowSend` clients may send.
+    /// Takes over a closed interface. With `allowSend` clients may send.
     CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend);
 
     /// Begins to open the interface.
     void start();
-    /// Hands a message of a client to the gateway. A failure gives the reason why the message will never be sent.
-    Failure transmit(const Cim::CCanMessage& message, const QObject& client);
-    /// The same for a client whose protocol has no reasons.
-    bool send(const Cim::CCanMessage& message, const QObject* client) override { return !transmit(message, *client); }
+    /// Hands a message of a client to the gateway. The outcome is a signal, `messageSent` or `messageRefused`: that one
+    /// perhaps at once. `isCyclic` comes back with it.
+    void send(const Cim::CCanMessage& message, QObject& client, bool isCyclic = false);
 
     QString name() const { return m_target.name(); }
     /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
     QString plainName() const;
     /// Empty when clients may send.
     Failure sendingProblem() const;
-    /// Whether the gateway has said who it is, ever.
+    /// What is known of the connection to the gateway.
+    const SInterfaceStatus& status() const;
+    /// The same as a line for clients.
+    QString connectionNotice() const;
+    /// Whether the gateway has sent its identity since the start.
     bool isIdentified() const { return !m_identity.isEmpty(); }
-    /// The interface's text for one of its errors: the first line, which says what; the others say what to do.
-    QString textOfError(int error);
-    CHostedInterface& hosted() { return m_hosted; }
-    bool isConnected() const { return m_isConnected; }
+    /// In kbit/s; 0: as the gateway has it.
+    int bitRate() const { return m_canInterface->baudrate(); }
+    /// The first line of the interface's text for one of its errors: what happened; the others say what to do.
+    QString errorTitle(int error) const;
     const SCount& received() const { return m_received; }
     const SCount& sent() const { return m_sent; }
+    /// Received messages that were lost because this program was busy for too long.
+    quint64 lost() const { return m_lost; }
 
 Q_SIGNALS:
-    /// The gateway is there, or gone, or could not be opened; then `text` says why.
-    void connectionChanged(bool isConnected, const QString& text);
-    /// The gateway has said who it is, or something else than before.
+    /// A message was on the bus; `client` sent it, null: the gateway received it.
+    void messageSent(const vexmor::Apps::SBusRecord& record, const QObject* client);
+    /// A message of a client will never be sent.
+    void messageRefused(const vexmor::Cim::CCanMessage& message, const QObject* client, const QString& reason,
+                        bool isCyclic);
+    /// The interface raised an error so many times.
+    void errorRaised(int error, quint64 count);
+    /// The state of the connection is another one.
+    void connectionChanged();
+    /// The gateway has sent its identity, or another one than before.
     void identified();
 
 private:
-    void probe();
-    void open();
-    void onNotOpened(const QString& why);
-    void lookAtLink();
+    /// A message whose outcome has not come yet.
+    struct SPending {
+        QPointer<QObject> client;
+        bool isCyclic = false;
+    };
+
+    void onMail();
+    void takeOutcome(const SBusRecord& record);
+    void onStatus();
 
     const CTarget m_target;
-    CHostedInterface m_hosted;
-    QTimer m_linkTimer;  ///< nothing tells that a link was regained, or who the gateway is
-    QTimer m_retryTimer; ///< until the interface is open
-    QTcpSocket m_probe;
-    bool m_isFailureTold = false;
+    const std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< stays closed: a clone is used
     const bool m_allowSend;
-    bool m_isConnected = false;
+    const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
+    SDelivery m_delivery;
+    std::deque<SPending> m_pending; ///< in the order of sending, which is that of the outcomes
+    EConnection m_connection = EConnection::eClosed;
     QString m_identity;
     SCount m_received;
     SCount m_sent;
+    quint64 m_lost = 0;
 };
 
 using CSharedBuses = std::vector<std::unique_ptr<CSharedBus>>;

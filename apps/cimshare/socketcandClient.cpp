@@ -65,6 +65,23 @@ void CSocketcandClient::deliverSubscribed(SSubscription& subscription, const QBy
     }
 }
 
+void CSocketcandClient::noteSent(const Cim::CCanMessage& message)
+{
+    if (const auto cyclic = m_cyclic.find(message.id().value()); cyclic != m_cyclic.end()) {
+        cyclic->second->isRefused = false;
+    }
+}
+
+void CSocketcandClient::writeRefusal(const Cim::CCanMessage& message, const QString& reason, bool isCyclic)
+{
+    const auto cyclic = m_cyclic.find(message.id().value());
+    const bool isKnown =
+        isCyclic && (cyclic == m_cyclic.end() || std::exchange(cyclic->second->isRefused, true)); // deleted meanwhile
+    if (!isKnown) {
+        writeError(reason);
+    }
+}
+
 void CSocketcandClient::writeError(const QString& text)
 {
     write(errorElement(text));
@@ -157,7 +174,7 @@ bool CSocketcandClient::execute(const QByteArray& element)
         setMode(eControl);
         break;
     case EVerb::eSend:
-        send(command->message);
+        m_bus->send(command->message, *this);
         break;
     case EVerb::eStatistics:
         command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
@@ -189,8 +206,8 @@ bool CSocketcandClient::open(const QByteArray& name)
     m_limitTimer.stop();
     m_bus = found->get();
     setMode(eBroadcastManager);
-    if (!m_bus->isConnected()) {
-        writeError(QStringLiteral("the gateway is away"));
+    if (!m_bus->status().isConnected()) {
+        writeError(m_bus->connectionNotice());
     }
     return m_socket->isOpen();
 }
@@ -240,18 +257,9 @@ void CSocketcandClient::addCyclic(const SCommand& command)
     cyclic = std::make_unique<SCyclic>();
     cyclic->message = command.message;
     cyclic->timer.setTimerType(Qt::PreciseTimer);
-    connect(&cyclic->timer, &QTimer::timeout, this, [this, sent = cyclic.get()] { send(sent->message, sent); });
+    connect(&cyclic->timer, &QTimer::timeout, this,
+            [this, sent = cyclic.get()] { m_bus->send(sent->message, *this, true); });
     cyclic->timer.start(roundedMs(command.microseconds));
-}
-
-/// Sends a message, or writes why it was refused: of a cyclic message only the first time in a row.
-void CSocketcandClient::send(const Cim::CCanMessage& message, SCyclic* cyclic)
-{
-    const Failure failure = m_bus->transmit(message, *this);
-    const bool isKnown = cyclic != nullptr && std::exchange(cyclic->isRefused, failure.has_value());
-    if (failure && !isKnown) {
-        writeError(failure->text);
-    }
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -26,6 +26,10 @@ public:
     const CSharedBus* bus() const { return m_bus; }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
+    /// A message of this client was sent.
+    void noteSent(const Cim::CCanMessage& message);
+    /// A message of this client will not be sent. Of a cyclic one the first refusal in a row is written.
+    void writeRefusal(const Cim::CCanMessage& message, const QString& reason, bool isCyclic);
     /// Writes an error text.
     void writeError(const QString& text);
 
@@ -58,7 +62,6 @@ private:
     void subscribe(const SCommand& command);
     void deliverSubscribed(SSubscription& subscription, const QByteArray& element);
     void addCyclic(const SCommand& command);
-    void send(const Cim::CCanMessage& message, SCyclic* cyclic = nullptr);
     void writeStatistics();
     void answer(const QByteArray& element);
     void write(const QByteArray& element);

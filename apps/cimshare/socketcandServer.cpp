@@ -1,7 +1,6 @@
 #include "apps/cimshare/socketcandServer.h"
 
 #include "apps/cimshare/socketcandClient.h"
-#include "apps/host/clock.h"
 
 #include <QHostInfo>
 #include <QNetworkInterface>
@@ -36,14 +35,14 @@ CSocketcandServer::~CSocketcandServer() = default;
 void CSocketcandServer::connectBus(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::messageSent, this,
-            [this, &bus](const Cim::CCanMessage& message, const QObject* sender) { onMessage(bus, message, sender); });
-    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus](bool isConnected) {
-        if (!isConnected) {
-            writeError(bus, QStringLiteral("the gateway is away"));
+            [this, &bus](const SBusRecord& record, const QObject* sender) { onMessage(bus, record, sender); });
+    connect(&bus, &CSharedBus::messageRefused, this, &CSocketcandServer::onRefused);
+    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
+        if (bus.status().connection == EConnection::eLost) {
+            writeError(bus, bus.connectionNotice());
         }
     });
-    connect(&bus.hosted(), &CHostedInterface::errorRaised, this,
-            [this, &bus](int error) { writeError(bus, bus.textOfError(error)); });
+    connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error) { writeError(bus, bus.errorTitle(error)); });
 }
 
 Failure CSocketcandServer::start()
@@ -55,8 +54,8 @@ Failure CSocketcandServer::start()
                             .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.tell("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
-               {{QStringLiteral("port"), m_server.serverPort()}});
+    m_log.print("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
+                {{QStringLiteral("port"), m_server.serverPort()}});
     if (m_hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
     }
@@ -74,7 +73,7 @@ void CSocketcandServer::onNewConnection()
     while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
         const QString peer = peerOf(*socket);
         if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
-            m_log.tellOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
+            m_log.printOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
         } else if (m_allowed.admits(*socket, m_name, m_log)) {
             addClient(socket, peer);
             continue;
@@ -91,11 +90,11 @@ void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
     connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
         countLost(client->bus(), 1);
         if (isFirst) {
-            m_log.tellOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+            m_log.printOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-        m_log.tellOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
+        m_log.printOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
         m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
                                      [client](const auto& candidate) { return candidate.get() == client; }));
     });
@@ -110,17 +109,28 @@ void CSocketcandServer::writeError(const CSharedBus& bus, const QString& text)
     }
 }
 
-void CSocketcandServer::onMessage(const CSharedBus& bus, const Cim::CCanMessage& message, const QObject* sender)
+void CSocketcandServer::onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender)
 {
     QByteArray element;
     for (const auto& client : m_clients) {
-        if (client->bus() != &bus || client.get() == sender) {
-            continue;
+        if (client.get() == sender) {
+            client->noteSent(record.message);
+        } else if (client->bus() == &bus) {
+            if (element.isEmpty()) { // the same for all
+                element = frameElement(record.message, record.microseconds);
+            }
+            client->deliver(record.message, element);
         }
-        if (element.isEmpty()) { // the same for all
-            element = frameElement(message, microsecondsNow());
+    }
+}
+
+void CSocketcandServer::onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason,
+                                  bool isCyclic)
+{
+    for (const auto& client : m_clients) {
+        if (client.get() == sender) {
+            client->writeRefusal(message, reason, isCyclic);
         }
-        client->deliver(message, element);
     }
 }
 

@@ -33,7 +33,8 @@ private:
     void onNewConnection();
     void addClient(QTcpSocket* socket, const QString& peer);
     void writeError(const CSharedBus& bus, const QString& text);
-    void onMessage(const CSharedBus& bus, const Cim::CCanMessage& message, const QObject* sender);
+    void onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
+    void onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason, bool isCyclic);
     void sendBeacon();
     QByteArray beacon(const QHostAddress& address) const;
 

@@ -21,10 +21,9 @@ void CLogLoader::load(const QString& path)
     m_path = path;
     m_records.clear(); // of one that was being read
     m_count = 0;
-    QString error;
     m_reader = CanLog::CLogReader();
-    if (!m_reader.open(path, error)) {
-        finish(error);
+    if (const Failure failure = m_reader.open(path)) {
+        finish(failure->text);
         return;
     }
     m_timer.start(0);
@@ -32,25 +31,29 @@ void CLogLoader::load(const QString& path)
 
 void CLogLoader::loadPiece()
 {
-    CanLog::SLogEntry entry;
-    QString error;
-    bool more = true;
-    for (std::size_t i = 0; i < PIECE && (more = m_reader.next(entry, error)); ++i) {
-        const std::uint16_t source = m_names.numberOf(QString::fromUtf8(entry.interfaceName));
-        m_records.push_back({entry.microseconds, entry.message, source, entry.direction == 'T'});
+    for (std::size_t i = 0; i < PIECE; ++i) {
+        auto entry = m_reader.next();
+        if (!entry || !*entry) {
+            finish(entry ? skippedText() : entry.problem().text);
+            return;
+        }
+        const CanLog::SLogEntry& read = **entry;
+        const std::uint16_t source = m_names.numberOf(QString::fromUtf8(read.interfaceName));
+        m_records.push_back({read.microseconds, read.message, source, read.direction == 'T'});
         ++m_count;
     }
     if (m_records.size() > 2 * CTraceModel::CAPACITY) {
         m_records.erase(m_records.begin(), m_records.end() - CTraceModel::CAPACITY);
     }
-    if (!more) {
-        const QString skipped = m_reader.skipped() == 0
-                                    ? QString()
-                                    : tr("%1: lines skipped (29-bit, remote, error or CAN FD frames): %2")
-                                          .arg(m_path)
-                                          .arg(m_reader.skipped());
-        finish(error.isEmpty() ? skipped : error);
-    }
+}
+
+/// The text on lines that were skipped, where some were.
+QString CLogLoader::skippedText() const
+{
+    return m_reader.skipped() == 0 ? QString()
+                                   : tr("%1: lines skipped (29-bit, remote, error or CAN FD frames): %2")
+                                         .arg(m_path)
+                                         .arg(m_reader.skipped());
 }
 
 void CLogLoader::finish(const QString& problem)

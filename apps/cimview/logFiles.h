@@ -35,6 +35,7 @@ Q_SIGNALS:
 
 private:
     void loadPiece();
+    QString skippedText() const;
     void finish(const QString& problem);
 
     CSourceNames& m_names;

@@ -19,12 +19,7 @@ Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data)
 {
     const QString frame =
         id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
-    Cim::CCanMessage message;
-    QString error;
-    if (!CanLog::parseFrame(frame.toLatin1(), message, error)) {
-        return wrongUsage(error);
-    }
-    return message;
+    return CanLog::parseFrame(frame.toLatin1());
 }
 
 CSendList::CSendList() : CTableModel({tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")}) {}
@@ -68,9 +63,9 @@ void CSendList::load(QSettings& settings)
     const int count = settings.beginReadArray(ARRAY);
     for (int i = 0; i < count; ++i) {
         settings.setArrayIndex(i);
-        SSendItem item;
-        QString error;
-        if (CanLog::parseFrame(settings.value(FRAME).toByteArray(), item.message, error)) {
+        if (auto message = CanLog::parseFrame(settings.value(FRAME).toByteArray())) {
+            SSendItem item;
+            item.message = *message;
             item.milliseconds = qBound(1, settings.value(INTERVAL, DEFAULT_INTERVAL_MS).toInt(), MAX_INTERVAL_MS);
             item.comment = settings.value(COMMENT).toString();
             add(item);

@@ -31,14 +31,14 @@ void requirePrivateNetwork(const QHostAddress& address)
 struct SFindableGateway {
     explicit SFindableGateway(const QHostAddress& address)
     {
-        Sim::SSimIdentity identity;
-        identity.hostName = "hall-gw";
-        gateway.setIdentity(identity);
-        QString error;
-        if (!gateway.listen(address, 0, error) || !detection.listen(Cim::DDT_PORT, error)) {
-            throw SProblem{error};
+        for (const Failure& failure : {gateway.listen(address, 0), detection.listen(Cim::DDT_PORT)}) {
+            if (failure) {
+                throw *failure;
+            }
         }
-        detection.addGateway(gateway);
+        Sim::SSimAnnouncement announcement;
+        announcement.hostName = "hall-gw";
+        detection.addGateway(gateway, announcement);
     }
 
     Sim::CSimBus bus;

@@ -15,9 +15,8 @@ constexpr std::size_t ID_COUNT = 0x800;
 
 CStage::CStage() : m_gateway(m_bus), m_generator(m_bus), m_idsOnBus(ID_COUNT)
 {
-    QString error;
-    if (!m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
-        throw SProblem{error};
+    if (const Failure failure = m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0)) {
+        throw *failure;
     }
     connect(&m_bus, &Sim::CSimBus::messageSent, this, &CStage::onBusMessage);
 }

@@ -92,7 +92,7 @@ void CTransportChapter::identify()
                     QStringLiteral("The gateway's answers fill the description of the interface."));
     const auto& info = canInterface().commonInfo();
     waitUntil(ANSWER_LIMIT_MS, [&info] { return !info.interfaceId().isEmpty() && !info.firmwareVersion().isEmpty(); });
-    const Sim::SSimIdentity& truth = m_stage.gateway().identity();
+    const Sim::SGatewayIdentity& truth = m_stage.gateway().identity();
     const QByteArray address(reinterpret_cast<const char*>(truth.macAddress.data()),
                              static_cast<int>(truth.macAddress.size()));
     const bool isTruth =
@@ -137,18 +137,22 @@ void CTransportChapter::playTraffic()
     if (m_logFile.isEmpty()) {
         m_stage.generator().start(CALM_RATE);
         waitFor(RECEIVE_MS);
-        m_stage.generator().stop();
+        m_stage.generator().start(0);
         return;
     }
     Sim::CSimReplay replay(m_stage.bus());
-    QString error;
-    if (!replay.open(m_logFile, 1, false, error)) {
-        throw wrongUsage(error);
+    if (const Failure failure = replay.open(m_logFile, 1, false)) {
+        throw *failure;
     }
-    QObject::connect(&replay, &Sim::CSimReplay::failed, [&error](const QString& text) { error = text; });
+    QString error;
+    bool isDone = false;
+    QObject::connect(&replay, &Sim::CSimReplay::finished, [&isDone] { isDone = true; });
+    QObject::connect(&replay, &Sim::CSimReplay::failed, [&error, &isDone](const QString& text) {
+        error = text;
+        isDone = true;
+    });
     replay.start();
-    waitUntil(LOG_LIMIT_MS, [&replay] { return !replay.isRunning(); });
-    replay.stop();
+    waitUntil(LOG_LIMIT_MS, [&isDone] { return isDone; });
     if (!error.isEmpty()) {
         throw wrongUsage(error);
     }
@@ -189,14 +193,16 @@ void CTransportChapter::measureLoad()
                                                     .arg(BUSY_RATE));
     m_stage.generator().start(BUSY_RATE);
     waitFor(LOAD_SETTLE_MS);
-    const std::uint64_t bitsBefore = m_stage.bus().bitCount();
+    double bits = 0;
+    QObject counter;
+    QObject::connect(&m_stage.bus(), &Sim::CSimBus::messageSent, &counter,
+                     [&bits](const Cim::CCanMessage& message) { bits += 46.0 + 8.0 * message.length(); });
     QElapsedTimer clock;
     clock.start();
     waitFor(LOAD_MEASURE_MS);
-    const double bits = static_cast<double>(m_stage.bus().bitCount() - bitsBefore);
     const double truth = bits * 100 / static_cast<double>(clock.elapsed()) / m_stage.bus().baudrate();
     const int told = m_stage.hosted().status().busload.value_or(0);
-    m_stage.generator().stop();
+    m_stage.generator().start(0);
 
     const auto bar = [](double percent) {
         const int filled = qBound(0, static_cast<int>(percent / 2), 50);
@@ -246,7 +252,7 @@ void CTransportChapter::regainLink()
     m_stage.forget();
     m_stage.generator().start(CALM_RATE);
     const bool flows = waitUntil(ANSWER_LIMIT_MS, [this] { return m_stage.received().size() >= 10; });
-    m_stage.generator().stop();
+    m_stage.generator().start(0);
     m_narrator.check(flows, QStringLiteral("messages arrive again"));
     m_narrator.check(!m_stage.wasOnBus(OUTAGE_ID),
                      QStringLiteral("what was refused during the outage was not sent after it: no command fires late"));

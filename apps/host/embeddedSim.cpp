@@ -23,11 +23,12 @@ CEmbeddedSim::CEmbeddedSim() : m_gateway(m_bus), m_generator(m_bus), m_replay(m_
 Failure CEmbeddedSim::start(const QString& logFile, bool loop)
 {
     m_playsLog = !logFile.isEmpty();
-    QString error;
-    if (m_playsLog && !m_replay.open(logFile, 1, loop, error)) {
-        return wrongUsage(error);
+    if (m_playsLog) {
+        if (Failure failure = m_replay.open(logFile, 1, loop)) {
+            return failure;
+        }
     }
-    return m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error) ? Failure() : SProblem{error};
+    return m_gateway.listen(QHostAddress(QHostAddress::LocalHost), 0);
 }
 
 void CEmbeddedSim::startTraffic()

@@ -34,9 +34,9 @@ int CHostedInterface::send(const Cim::CCanMessage& message)
     return code;
 }
 
-QString CHostedInterface::errorTitle(int error)
+QString titleOf(const QString& errorText)
 {
-    return m_canInterface->interfaceErrorToString(error).trimmed().section(QLatin1Char('\n'), 0, 0);
+    return errorText.trimmed().section(QLatin1Char('\n'), 0, 0);
 }
 
 SInterfaceStatus CHostedInterface::status()
@@ -53,7 +53,7 @@ SInterfaceStatus CHostedInterface::status()
         status.lastFrame = SInterfaceStatus::Clock::now() - std::chrono::milliseconds(evidence.sinceFrameMs);
     }
     if (status.connection == EConnection::eLost) {
-        status.reason = errorTitle(Cim::IE_TCP_CONNECTION_LOST);
+        status.reason = titleOf(m_canInterface->interfaceErrorToString(Cim::IE_TCP_CONNECTION_LOST));
     }
     int percent = 0;
     if (status.isConnected() && m_canInterface->baudrate() != 0 && m_canInterface->busload(percent) == Cim::RC_OK) {

@@ -11,6 +11,9 @@
 namespace vexmor::Apps
 {
 
+/// The first line of an interface's text for one of its errors: what happened; the others say what to do.
+QString titleOf(const QString& errorText);
+
 /// An interface as a program uses it: what arrives and what goes wrong comes as signals.
 ///
 /// Every message is handed on in the moment it is received: the spy handler empties the queue of the interface, so that
@@ -30,8 +33,6 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message; gives the code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// The first line of the interface's text for one of its errors: what happened; the others say what to do.
-    QString errorTitle(int error);
     /// What is known of the connection now.
     SInterfaceStatus status();
     /// Messages that the interface received, and of these those that were taken from it: the rest was refused by a full

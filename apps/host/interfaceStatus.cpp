@@ -43,6 +43,12 @@ bool operator==(const SInterfaceStatus& one, const SInterfaceStatus& other)
     return shown(one) == shown(other);
 }
 
+const char* connectionName(EConnection connection)
+{
+    static const char* const NAMES[] = {"closed", "connecting", "open", "connected", "silent", "lost"};
+    return NAMES[static_cast<int>(connection)];
+}
+
 QString connectionText(const SInterfaceStatus& status)
 {
     switch (status.connection) {

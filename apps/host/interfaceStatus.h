@@ -53,6 +53,8 @@ struct SInterfaceStatus {
 /// Compares all but the time of the last frame: a later one alone is no news.
 bool operator==(const SInterfaceStatus& one, const SInterfaceStatus& other);
 
+/// The connection as one English word for programs to read: closed, connecting, open, connected, silent, lost.
+const char* connectionName(EConnection connection);
 /// The connection in words, for example "connected" or "silent for 12 s"; without the reason.
 QString connectionText(const SInterfaceStatus& status);
 /// The same, with the reason in parentheses where there is one.

@@ -33,15 +33,21 @@ SSimIdentity identityOf(const SSimOptions& options, int number)
     identity.deviceText = QByteArray::fromStdString(options.deviceText);
     identity.deviceNumber = static_cast<std::uint16_t>(number + 1);
     identity.measuresBusload = !options.noBusload;
-    identity.hostName = QByteArray::fromStdString(options.hostName);
-    if (number > 0) {
-        identity.hostName += '-' + QByteArray::number(number + 1);
-    }
-    identity.endpoints.clear();
-    for (const std::string& text : options.endpoints) {
-        identity.endpoints.push_back(*SSimOptions::readEndpoint(text));
-    }
     return identity;
+}
+
+SSimAnnouncement announcementOf(const SSimOptions& options, int number)
+{
+    SSimAnnouncement announcement;
+    announcement.hostName = QByteArray::fromStdString(options.hostName);
+    if (number > 0) {
+        announcement.hostName += '-' + QByteArray::number(number + 1);
+    }
+    announcement.endpoints.clear();
+    for (const std::string& text : options.endpoints) {
+        announcement.endpoints.push_back(*SSimOptions::readEndpoint(text));
+    }
+    return announcement;
 }
 
 /// The number that a name stands for, or that is written out.
@@ -106,10 +112,11 @@ CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
 Failure CSimProgram::start()
 {
     m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
-    QString error;
-    if (!m_options.replay.empty() &&
-        !m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop, error)) {
-        return wrongUsage(error);
+    if (!m_options.replay.empty()) {
+        if (Failure failure =
+                m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop)) {
+            return failure;
+        }
     }
     connect(&m_replay, &CSimReplay::failed, this, [this](const QString& text) {
         std::fprintf(stderr, "t93sim: %s\n", qPrintable(text));
@@ -141,10 +148,9 @@ Failure CSimProgram::startGateways()
     for (int number = 0; number < m_options.gateways; ++number) {
         auto gateway = makeGateway(number);
         const int port = m_options.port == 0 ? 0 : m_options.port + number;
-        QString error;
-        if (!gateway->listen(QHostAddress(QString::fromStdString(m_options.address)), static_cast<std::uint16_t>(port),
-                             error)) {
-            return SProblem{error};
+        if (Failure failure = gateway->listen(QHostAddress(QString::fromStdString(m_options.address)),
+                                              static_cast<std::uint16_t>(port))) {
+            return failure;
         }
         const auto& mac = gateway->identity().macAddress;
         print("gateway " + QByteArray::number(number + 1) + ": " + gateway->address().toString().toLatin1() + ':' +
@@ -157,13 +163,12 @@ Failure CSimProgram::startGateways()
 
 Failure CSimProgram::startDetection()
 {
-    QString error;
-    if (!m_detection.listen(static_cast<std::uint16_t>(m_options.detectPort), error)) {
-        return SProblem{error};
+    if (Failure failure = m_detection.listen(static_cast<std::uint16_t>(m_options.detectPort))) {
+        return failure;
     }
     m_detection.setFaults(m_options.detectionFaults);
-    for (const auto& gateway : m_gateways) {
-        m_detection.addGateway(*gateway);
+    for (int number = 0; number < m_options.gateways; ++number) {
+        m_detection.addGateway(*m_gateways[static_cast<std::size_t>(number)], announcementOf(m_options, number));
     }
     print("ident requests are answered on port " + QByteArray::number(m_options.detectPort));
     if (m_options.verbose) {

@@ -83,8 +83,7 @@ bool CGatewayRole::run(int argc, char** argv)
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     QCoreApplication application(argc, argv);
     CCountingGateway one(std::atoi(argv[2]));
-    QString error;
-    if (!one.gateway.listen(QHostAddress(QHostAddress::LocalHost), 0, error)) {
+    if (one.gateway.listen(QHostAddress(QHostAddress::LocalHost), 0)) {
         return true;
     }
     QTimer dropTimer;

@@ -17,15 +17,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
         std::abort();
     }
     CLogReader reader;
-    QString error;
-    if (!reader.open(QStringLiteral("/proc/self/fd/%1").arg(file), error)) {
+    if (reader.open(QStringLiteral("/proc/self/fd/%1").arg(file))) {
         std::abort();
     }
-    for (SLogEntry entry; reader.next(entry, error);) {
-        SLogEntry again;
+    for (auto next = reader.next(); next && *next; next = reader.next()) {
+        const SLogEntry& entry = **next;
         const QByteArray line = formatLogLine(entry);
-        if (parseLogLine(line, again, error) != ELine::eFrame || formatLogLine(again) != line ||
-            again.microseconds != entry.microseconds || !(again.message == entry.message)) {
+        auto again = parseLogLine(line);
+        if (!again || !*again || formatLogLine(**again) != line || (*again)->microseconds != entry.microseconds ||
+            !((*again)->message == entry.message)) {
             std::abort();
         }
         formatDump(entry.interfaceName, entry.message);

@@ -1,0 +1,79 @@
+#include "sim/simFaults.h"
+
+#include <utility>
+
+namespace vexmor::Sim
+{
+namespace
+{
+constexpr char NOT_AN_END_MARKER = 0x0A;
+
+bool isNth(int count, int every)
+{
+    return every > 0 && count % every == 0;
+}
+} // namespace
+
+CFaultyLink::CFaultyLink(SRmPeer peer, const SSimFaults& faults) : CRmLink(std::move(peer)), m_faults(faults)
+{
+    m_pause.setSingleShot(true);
+    connect(&m_pause, &QTimer::timeout, this, &CFaultyLink::writeNext);
+    applyFaults();
+}
+
+void CFaultyLink::send(const QByteArray& frame)
+{
+    m_merged += m_faults.garbage + spoiled(frame);
+    if (++m_mergedCount < m_faults.mergeCount) {
+        return;
+    }
+    const bool isAlone = std::exchange(m_mergedCount, 0) > 1 || !m_writes.empty();
+    const QByteArray bytes = std::exchange(m_merged, {});
+    if (m_faults.cutAt > 0 && m_faults.cutAt < bytes.size()) {
+        sendRaw(bytes.left(m_faults.cutAt));
+        sendRaw(bytes.mid(m_faults.cutAt));
+    } else if (isAlone) {
+        sendRaw(bytes);
+    } else if (!m_faults.blackHole) {
+        CRmLink::send(bytes);
+    }
+}
+
+/// A frame with the faults that it is the turn of.
+QByteArray CFaultyLink::spoiled(QByteArray frame)
+{
+    const int size = static_cast<int>(frame.size());
+    ++m_frameCount;
+    if (isNth(m_frameCount, m_faults.wrongChecksumEvery)) {
+        frame[size - 2] = static_cast<char>(~frame.at(size - 2));
+    }
+    if (isNth(m_frameCount, m_faults.missingEndEvery)) {
+        frame[size - 1] = NOT_AN_END_MARKER;
+    }
+    return frame;
+}
+
+void CFaultyLink::sendRaw(const QByteArray& bytes)
+{
+    if (!m_faults.blackHole) {
+        m_writes.push_back(bytes);
+    }
+    if (!m_pause.isActive()) {
+        writeNext();
+    }
+}
+
+void CFaultyLink::writeNext()
+{
+    flush(); // what was sent before
+    while (!m_writes.empty() && !m_pause.isActive()) {
+        CRmLink::send(m_writes.front());
+        flush();
+        m_writes.pop_front();
+        if (m_faults.cutAt > 0) {
+            m_pause.start(m_faults.cutDelayMs);
+        }
+    }
+}
+
+} // namespace vexmor::Sim
