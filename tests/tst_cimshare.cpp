@@ -189,12 +189,31 @@ private Q_SLOTS:
         QVERIFY(share.sent.isEmpty());
     }
 
+    void answersTheLoadOfTheBus()
+    {
+        SShare share("--t93 0"_s);
+        QTcpSocket host;
+        host.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QByteArray heard;
+        connect(&host, &QTcpSocket::readyRead, [&] { heard += host.readAll(); });
+        const auto isMeasured = [&] {
+            share.put("123#");
+            host.write(frame(RM_CMD_BUSLOAD));
+            const int reply = heard.lastIndexOf(hex("430347"));
+            return reply >= 0 && heard.size() > reply + 4 && heard.mid(reply + 3, 2) != hex("0000");
+        };
+        QTRY_VERIFY(isMeasured());
+    }
+
     /// Nothing that was sent while the gateway was away comes when it is back.
     void gatewayGoesAndComes()
     {
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         SClient client(share);
         QVERIFY(share.happened("away"_s) && client.hears("< error the gateway is away >"));
+        QTcpSocket early; // the identity of the gateway is not known yet
+        early.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QTRY_COMPARE(early.state(), QAbstractSocket::UnconnectedState);
         QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s) && share.count("away"_s) == 1);
