@@ -341,6 +341,22 @@ private Q_SLOTS:
         QVERIFY(share.sent.isEmpty());
     }
 
+    void answersTheLoadOfTheBus()
+    {
+        SShare share("--t93 0"_s);
+        QTcpSocket host;
+        host.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QByteArray heard;
+        connect(&host, &QTcpSocket::readyRead, [&] { heard += host.readAll(); });
+        const auto isMeasured = [&] {
+            share.put("123#");
+            host.write(frame(RM_CMD_BUSLOAD));
+            const int reply = heard.lastIndexOf(hex("430347"));
+            return reply >= 0 && heard.size() > reply + 4 && heard.mid(reply + 3, 2) != hex("0000");
+        };
+        QTRY_VERIFY(isMeasured());
+    }
+
     /// Nothing that was sent while the gateway was away comes when it is back.
     void gatewayGoesAndComes()
     {
@@ -348,6 +364,9 @@ private Q_SLOTS:
         SClient client(share);
         QVERIFY(share.happened("away"_s));
         QVERIFY(client.hears("< error gateway: lost, trying again >"));
+        QTcpSocket early; // the identity of the gateway is not known yet
+        early.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QTRY_COMPARE(early.state(), QAbstractSocket::UnconnectedState);
         QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s));

@@ -86,7 +86,6 @@ private Q_SLOTS:
         row("every second end marker", size, GOOD + wrongEnd, [](auto& faults) { faults.missingEndEvery = 2; });
         row("garbage", size + 2, after + after, [](auto& faults) { faults.garbage = hex("0043"); });
         row("cut", 3, GOOD + GOOD, [](auto& faults) { faults.cutAt = 3; });
-        row("merge", 0, GOOD + GOOD, [](auto& faults) { faults.mergeCount = 2; });
         row("black hole", 0, {}, [](auto& faults) { faults.blackHole = true; });
     }
     void misbehaves()
@@ -102,6 +101,40 @@ private Q_SLOTS:
         QTRY_COMPARE(host.socket.bytesAvailable(), qint64(cell<int>("first")));
         one.bus.send(message(0x123, hex("4455")));
         QCOMPARE(host.read(qMax(bytes.size(), 1)).toHex(), bytes.toHex());
+    }
+
+    void mergedFramesWaitForEachOther()
+    {
+        SSimFaults faults;
+        faults.mergeCount = 2;
+        SGateway one;
+        one.gateway.setFaults(faults);
+        SPlainHost host(one.gateway.port());
+        QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
+        one.bus.send(message(0x123, hex("4455")));
+        one.gateway.sendRaw("raw"); // passes the frame that waits
+        one.bus.send(message(0x123, hex("4455")));
+        const QByteArray expected = "raw" + GOOD + GOOD;
+        QCOMPARE(host.read(expected.size()).toHex(), expected.toHex());
+    }
+
+    void measuresTheLoadOfItsBus()
+    {
+        SGateway one;
+        SPlainHost host(one.gateway.port());
+        const QByteArray request = frame(RM_CMD_BUSLOAD), idle = frame(RM_CMD_BUSLOAD, hex("0000"));
+        const QByteArray interval = frame(RM_CMD_BUSLOAD_INTERVAL, hex("0064"));
+        host.socket.write(interval);
+        QCOMPARE(host.read(interval.size()), interval);
+        const auto isMeasured = [&] {
+            one.bus.send(message(0x123, QByteArray(8, 'x')), &one.gateway); // not delivered to this host
+            host.socket.write(request);
+            const QByteArray reply = host.read(idle.size());
+            return reply.size() == idle.size() && reply != idle;
+        };
+        QTRY_VERIFY(isMeasured());
+        host.socket.write(frame(RM_CMD_RESET) + request);
+        QCOMPARE(host.read(idle.size()).toHex(), idle.toHex());
     }
 
     void everyRoundOfALoopTakesItsTime()
