@@ -72,6 +72,80 @@ private Q_SLOTS:
         other->loadSettings("g"_s);
         QCOMPARE(other->property(property), can->property(property));
     }
+
+    void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }
+    void millisecondsSinceFrame()
+    {
+        constexpr int SILENT_MS = 50;
+        SGateway one;
+        SSimFaults mute;
+        mute.mute = true;
+        one.gateway.setFaults(mute);
+        const auto can = makeInterface(one.gateway.port(), rowProtocol());
+        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
+        const auto countsAgain = [&](const QByteArray& bytes) { // from a moment after this call
+            QElapsedTimer sinceCall;
+            sinceCall.start();
+            one.gateway.sendRaw(bytes);
+            return QTest::qWaitFor([&] { return silence() <= sinceCall.elapsed(); });
+        };
+        QByteArray wrongChecksum = frame(0x00, hex("0123"));
+        wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
+
+        QCOMPARE(silence(), -1);
+        for (int opening = 1; opening <= 2; ++opening) {
+            QCOMPARE(can->openCommunication(), 0);
+            QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
+            one.gateway.sendRaw("noise" + wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening - 1);
+            QCOMPARE(silence(), -1);
+
+            one.gateway.sendRaw(frame(0x99)); // of any command
+            QTRY_VERIFY(silence() >= 0);
+            for (const QByteArray& bytes : {frame(0x00, hex("0123")), frame(0x42, hex("00"))}) {
+                QTRY_VERIFY(silence() >= SILENT_MS);
+                QVERIFY(countsAgain(bytes));
+            }
+            QTRY_VERIFY(silence() >= SILENT_MS);
+            one.gateway.sendRaw(wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening);
+            QVERIFY(silence() >= SILENT_MS);
+
+            can->closeCommunication();
+            QCOMPARE(silence(), -1);
+            one.gateway.dropLinks();
+        }
+    }
+
+    void millisecondsSinceFrameGoOnAfterALoss()
+    {
+        constexpr int SILENT_MS = 50;
+        SOpenInterface host;
+        QVERIFY(host.settled);
+        host.misbehave([](SSimFaults& faults) { faults.mute = true; });
+        const auto silence = [&] { return host.can->property("MillisecondsSinceFrame").toLongLong(); };
+        QTRY_VERIFY(silence() >= SILENT_MS);
+        const QSignalSpy regained(&host.gateway, &CSimGateway::hostConnected);
+        host.gateway.dropLinks();
+        QTRY_VERIFY(!regained.isEmpty() && isConnected(*host.can));
+        QVERIFY(silence() >= SILENT_MS);
+    }
+
+    void gatewayThatMeasuresIsHeardWithEachPoll_data() { rows({"TCP", "UDP"}); }
+    void gatewayThatMeasuresIsHeardWithEachPoll()
+    {
+        SGateway one;
+        const auto can = makeInterface(one.gateway.port(), rowProtocol());
+        constexpr int POLL_MS = 100;
+        const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
+        can->setProperty("BusloadPollTime", POLL_MS);
+        QCOMPARE(can->openCommunication(), 0);
+        for (int poll = 0; poll < 3; ++poll) { // the bus is idle
+            QTRY_VERIFY(silence() >= POLL_MS / 2);
+            QTRY_VERIFY(silence() < POLL_MS / 2);
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(PropertiesTest)

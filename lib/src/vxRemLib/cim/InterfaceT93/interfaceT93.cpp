@@ -148,6 +148,7 @@ void CInterfaceT93::dropLink()
 void CInterfaceT93::teardown()
 {
     m_busloadPollTimer.stop();
+    m_sinceFrame.invalidate();
     if (m_link) {
         dropLink();
         m_commonInfo.setConnectionState(CCommonInfo::eNotConnected);

@@ -8,6 +8,7 @@
 #include "cim/canInterface.h"
 
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QTimer>
 
@@ -47,6 +48,7 @@ class CInterfaceT93 : public CCanInterface
     Q_PROPERTY(
         qlonglong BusloadMeasureInterval READ busloadMeasureIntervalProperty WRITE setBusloadMeasureIntervalProperty)
     Q_PROPERTY(qlonglong CanBaudrate READ canBaudrateProperty WRITE setCanBaudrateProperty)
+    Q_PROPERTY(qlonglong MillisecondsSinceFrame READ millisecondsSinceFrameProperty)
 
 public:
     CInterfaceT93();
@@ -155,6 +157,7 @@ private:
     qlonglong busloadPollTimeProperty() const { return m_configParam.busloadPollTime(); }
     qlonglong busloadMeasureIntervalProperty() const { return m_configParam.busloadMeasureInterval(); }
     qlonglong canBaudrateProperty() const { return m_configParam.canBaudrate(); }
+    qlonglong millisecondsSinceFrameProperty() const { return m_sinceFrame.isValid() ? m_sinceFrame.elapsed() : -1; }
     void setHostnameProperty(const QString& hostname);
     void setIpAddressProperty(const QString& address);
     void setPortProperty(qlonglong port);
@@ -176,6 +179,7 @@ private:
     std::uint32_t m_openings = 0;         ///< so far; tells a reopened interface from one whose link was lost
     QTimer m_connectSvTimer;              ///< supervises attempts to reconnect
     QDeadlineTimer m_nextReconnection;    ///< not before
+    QElapsedTimer m_sinceFrame;           ///< since the last valid frame of this opening; invalid before the first
     CCanMsgQueue m_canMsgQueue;
     QTimer m_busloadPollTimer;
     CBusloadMeter m_busload;

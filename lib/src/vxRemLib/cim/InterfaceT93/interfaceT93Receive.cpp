@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace vexmor::Cim
 {
@@ -51,7 +52,11 @@ void CInterfaceT93::onReadyRead()
 
 bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 count)
 {
-    const auto onFrame = [this, &call](const SRmFrame& frame) {
+    bool isFirst = true;
+    const auto onFrame = [this, &call, &isFirst](const SRmFrame& frame) {
+        if (std::exchange(isFirst, false)) { // the clock is read once per piece, not per frame
+            m_sinceFrame.start();
+        }
         const bool callsHost = m_spyHandler != nullptr;
         RM_ParseRxMsg(frame);
         return !callsHost || call.isCurrent();

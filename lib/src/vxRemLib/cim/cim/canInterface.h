@@ -59,6 +59,18 @@ namespace vexmor::Cim
 /// says why, and changes nothing: read the property back to see. (A stored DHCP flag is kept, but is no property:
 /// nothing acts on it.)
 ///
+/// One more property can only be read:
+///
+///     MillisecondsSinceFrame  qlonglong  ms since the last valid frame of the gateway, or -1 when none has come since
+///                                        the interface was opened, and while it is closed
+///
+/// Every frame with a right checksum counts, whatever it carries; a loss of the link does not restart the count. Over
+/// UDP this is the only evidence that a gateway exists: `openCommunication` gives 0 and the connection state says
+/// connected as soon as the local socket is bound. The interface requests the bus load every BusloadPollTime from a
+/// gateway that measures it, and therefore hears from such a gateway at least that often; three polls without a frame
+/// mean that it does not answer any more. A gateway that does not measure is not polled, and is silent whenever its
+/// bus is.
+///
 /// Settings are stored under the organisation and application name that the host gave QCoreApplication. A host that
 /// gave none stores in the name of "Unknown Organization", where it may find the settings of others who forgot.
 ///
