@@ -98,6 +98,22 @@ private Q_SLOTS:
         }));
     }
 
+    void spyHandlerReadsTheMessage()
+    {
+        SOpenInterface host;
+        host.can->setSpyHandler(spy);
+        QList<QList<CCanMessage>> read;
+        std::function<void()> go = [&] {
+            read.append(unread(*host.can));
+            s_act = go;
+        };
+        s_act = go;
+        host.gateway.sendRaw(frame(0x00, hex("0101")) + frame(0x00, hex("0102"))); // in one piece
+        QTRY_COMPARE(read.size(), 2);
+        s_act = nullptr;
+        QVERIFY(read == (QList<QList<CCanMessage>>{{message(0x101)}, {message(0x102)}}));
+    }
+
     void spyHandlerProcessesEvents()
     {
         // Frames cut over datagrams; with each few of them another datagram comes, until a turn ends by their number.

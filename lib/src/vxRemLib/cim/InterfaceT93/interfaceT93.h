@@ -132,8 +132,9 @@ private:
 
     // Receiving
     bool RxRmTcp(const CHostCall& call, const char* bytes, qint64 count);
-    void RM_ParseRxMsg(const SRmFrame& frame);
-    void receiveCanMessage(const SRmFrame& frame);
+    bool callSpyHandler(const CHostCall& call, CCanMessage message); // a copy: the handler may free the queue
+    const CCanMessage* RM_ParseRxMsg(const SRmFrame& frame);         // the CAN message in the frame, or null
+    const CCanMessage* receiveCanMessage(const SRmFrame& frame);
     void receiveFirmwareVersion(const SRmFrame& frame);
     void receiveDeviceId(const SRmFrame& frame);
     void receiveMacAddress(const SRmFrame& frame);
