@@ -144,22 +144,49 @@ private Q_SLOTS:
         QCOMPARE(host.receive(1).size(), 1);
     }
 
-    void linkIsRegainedInTheSpyHandler()
+    void linkIsLostInTheSpyHandler_data()
     {
+        const auto row = columns<int>("messages");
+        row("a few pieces of the stream", 300);
+        row("more pieces than one turn of the event loop takes", 27500);
+    }
+    void linkIsLostInTheSpyHandler() // while it runs the event loop
+    {
+        QFETCH(int, messages);
         CRawGateway gateway;
         const auto can = makeInterface(gateway.port());
+        QList<CCanMessage> read;
+        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         can->setSpyHandler(spy);
         QCOMPARE(can->openCommunication(), 0);
         QVERIFY(!gateway.waitFor(1).isEmpty());
-        s_act = [&] {
-            gateway.received.clear();
-            gateway.link->abort();
-            QVERIFY(!gateway.waitFor(1).isEmpty()); // over the new link
+        const auto isLost = [&] { return errorNumbers(errors).contains(0); };
+        std::function<void()> go = [&] { // with each message and each error, up to error 0
+            read += unread(*can);
+            QCoreApplication::processEvents();
+            s_act = isLost() ? nullptr : go;
         };
-        gateway.link->write(frame(0x00, hex("0111")) + hex("430b00")); // half a frame of the old one
-        QTRY_VERIFY(!s_act && isConnected(*can));
+        s_act = go;
+        connect(can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+        QByteArray stream;
+        QList<CCanMessage> sent;
+        for (int number = 0; number < messages; ++number) {
+            const QByteArray data = QByteArray::number(number).rightJustified(8, '0');
+            sent.append(message(0x111, data));
+            stream += frame(0x00, hex("0111") + data);
+        }
+        gateway.received.clear();
+        gateway.link->write(stream + frame(0x42, hex("01")) + hex("430b00")); // and half a frame
+        gateway.link->disconnectFromHost();
+        QTRY_VERIFY(isLost());
+        QVERIFY(read == sent);
+        QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
+
+        // The link that follows begins anew.
+        QVERIFY(!gateway.waitFor(1).isEmpty());
         gateway.link->write(frame(0x44, hex("001a2b3c4d5e")) + frame(0x00, hex("0222")));
         QTRY_COMPARE(can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
+        QVERIFY(isConnected(*can));
     }
 
     void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }

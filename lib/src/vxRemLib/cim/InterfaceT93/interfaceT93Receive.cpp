@@ -40,12 +40,16 @@ void CInterfaceT93::onReadyRead()
     switch (call.link()->read([&](const char* bytes, qint64 count) { return RxRmTcp(call, bytes, count); })) {
     case CGatewayLink::EReadEnd::eFailed:
         Q_EMIT queuedInterfaceError(IE_READ_FAILED);
+        giveUpLostLink();
         break;
     case CGatewayLink::EReadEnd::eMoreWaits:
         QMetaObject::invokeMethod(this, &CInterfaceT93::onReadyRead, Qt::QueuedConnection);
         break;
     case CGatewayLink::EReadEnd::eDrained:
-    case CGatewayLink::EReadEnd::eStopped: // this interface may be gone
+        giveUpLostLink();
+        break;
+    case CGatewayLink::EReadEnd::eUnderWay:
+    case CGatewayLink::EReadEnd::eStopped: // the host may have deleted this interface
         break;
     }
 }
@@ -66,7 +70,7 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
     };
     call.link()->deframer().feed(reinterpret_cast<const std::uint8_t*>(bytes), static_cast<std::size_t>(count), onFrame,
                                  onWrongChecksum);
-    if (!call.isCurrent()) {
+    if (!call.isSameOpening()) {
         return false;
     }
     m_canMsgQueue.publish();
@@ -77,7 +81,7 @@ bool CInterfaceT93::callSpyHandler(const CHostCall& call, CCanMessage message)
 {
     m_canMsgQueue.publish(); // the handler may read the message
     m_spyHandler(*this, false, message);
-    return call.isCurrent();
+    return call.isSameOpening();
 }
 
 const CCanMessage* CInterfaceT93::RM_ParseRxMsg(const SRmFrame& frame)
