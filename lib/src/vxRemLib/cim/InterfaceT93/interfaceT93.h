@@ -134,8 +134,8 @@ private:
 
     // Receiving
     bool RxRmTcp(const CHostCall& call, const char* bytes, qint64 count);
-    bool callSpyHandler(const CHostCall& call, CCanMessage message); // a copy: the handler may free the queue
-    const CCanMessage* RM_ParseRxMsg(const SRmFrame& frame);         // the CAN message in the frame, or null
+    bool callSpyHandler(const CHostCall& call, const CCanMessage* received);
+    const CCanMessage* RM_ParseRxMsg(const SRmFrame& frame); // the CAN message in the frame, or null
     const CCanMessage* receiveCanMessage(const SRmFrame& frame);
     void receiveFirmwareVersion(const SRmFrame& frame);
     void receiveDeviceId(const SRmFrame& frame);

@@ -62,7 +62,7 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
             m_sinceFrame.start();
         }
         const CCanMessage* const message = RM_ParseRxMsg(frame);
-        return message == nullptr || m_spyHandler == nullptr || callSpyHandler(call, *message);
+        return message == nullptr || m_spyHandler == nullptr || callSpyHandler(call, message);
     };
     const auto onWrongChecksum = [this] {
         Q_EMIT queuedInterfaceError(IE_WRONG_CHECKSUM);
@@ -77,9 +77,10 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
     return true;
 }
 
-bool CInterfaceT93::callSpyHandler(const CHostCall& call, CCanMessage message)
+bool CInterfaceT93::callSpyHandler(const CHostCall& call, const CCanMessage* received)
 {
-    m_canMsgQueue.publish(); // the handler may read the message
+    m_canMsgQueue.publish();               // the handler may read the message
+    const CCanMessage message = *received; // and may free the queue that holds it
     m_spyHandler(*this, false, message);
     return call.isSameOpening();
 }
