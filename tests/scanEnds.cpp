@@ -14,8 +14,12 @@
 #include <QThread>
 #include <QTimer>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cctype>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,7 +35,8 @@ constexpr int OWN_THREADS = 2; // the sanitizer has one
 constexpr int OWN_THREADS = 1;
 #endif
 constexpr int END_LIMIT_MS = 5000; // a scan that is not cut short takes longer
-constexpr int BEGINNINGS = 30;     // programs that end at another moment of the scan's beginning each
+constexpr int DELAY_MS = 1500;
+constexpr int BEGINNINGS = 30; // programs that end at another moment of the scan's beginning each
 constexpr int BEGINNING_STEP_US = 30;
 constexpr int ENDED_AS_TOLD = 7;
 
@@ -39,6 +44,7 @@ QPluginLoader* s_loader = nullptr;
 QByteArray s_way;
 int s_broadcastsLeft = 0; ///< until the scan is where it is to end
 std::atomic<bool> s_isThere{false};
+std::atomic<bool> s_isDelayed{false};
 QSemaphore s_goOn; ///< until then the log handler holds the scan thread up, if that is the way
 
 void check(bool ok, const char* fact)
@@ -77,10 +83,31 @@ const struct SEndOfProgram {
     ~SEndOfProgram() { requireNoScanThread(); }
 } s_endOfProgram;
 
+/// The scan thread gets no processor for a while, wherever it is: it sleeps in the handler of a signal.
+void delayScanThread()
+{
+    std::signal(SIGUSR1, [](int) {
+        s_isDelayed = true;
+        ::usleep(DELAY_MS * 1000);
+    });
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (task.toInt() != ::getpid()) {
+            check(::syscall(SYS_tgkill, ::getpid(), task.toInt(), SIGUSR1) == 0, "the scan thread takes a signal");
+        }
+    }
+    while (!s_isDelayed) {
+        QThread::msleep(1);
+    }
+}
+
 void endScan()
 {
     QElapsedTimer clock;
     clock.start();
+    if (s_way == "delayed") {
+        delayScanThread();
+        std::exit(0);
+    }
     if (s_way == "exit") {
         std::exit(0);
     }

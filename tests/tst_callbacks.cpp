@@ -98,6 +98,22 @@ private Q_SLOTS:
         }));
     }
 
+    void spyHandlerReadsTheMessage()
+    {
+        SOpenInterface host;
+        host.can->setSpyHandler(spy);
+        QList<QList<CCanMessage>> read;
+        std::function<void()> go = [&] {
+            read.append(unread(*host.can));
+            s_act = go;
+        };
+        s_act = go;
+        host.gateway.sendRaw(frame(0x00, hex("0101")) + frame(0x00, hex("0102"))); // in one piece
+        QTRY_COMPARE(read.size(), 2);
+        s_act = nullptr;
+        QVERIFY(read == (QList<QList<CCanMessage>>{{message(0x101)}, {message(0x102)}}));
+    }
+
     void spyHandlerProcessesEvents()
     {
         // Frames cut over datagrams; with each few of them another datagram comes, until a turn ends by their number.
@@ -128,23 +144,49 @@ private Q_SLOTS:
         QCOMPARE(host.receive(1).size(), 1);
     }
 
-    void linkIsRegainedInTheSpyHandler()
+    void linkIsLostInTheSpyHandler_data()
     {
+        const auto row = columns<int>("messages");
+        row("a few pieces of the stream", 300);
+        row("more pieces than one turn of the event loop takes", 27500);
+    }
+    void linkIsLostInTheSpyHandler() // while it runs the event loop
+    {
+        QFETCH(int, messages);
         CRawGateway gateway;
         const auto can = makeInterface(gateway.port());
+        QList<CCanMessage> read;
+        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         can->setSpyHandler(spy);
         QCOMPARE(can->openCommunication(), 0);
         QVERIFY(!gateway.waitFor(1).isEmpty());
-        s_act = [&] {
-            gateway.received.clear();
-            gateway.link->abort();
-            QVERIFY(!gateway.waitFor(1).isEmpty()); // over the new link
+        const auto isLost = [&] { return errorNumbers(errors).contains(0); };
+        std::function<void()> go = [&] { // with each message and each error, up to error 0
+            read += unread(*can);
+            QCoreApplication::processEvents();
+            s_act = isLost() ? nullptr : go;
         };
-        gateway.link->write(frame(0x00, hex("0111")) + hex("430b00")); // half a frame of the old one
-        QTRY_VERIFY(!s_act);
-        QTRY_VERIFY(isConnected(*can));
+        s_act = go;
+        connect(can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+        QByteArray stream;
+        QList<CCanMessage> sent;
+        for (int number = 0; number < messages; ++number) {
+            const QByteArray data = QByteArray::number(number).rightJustified(8, '0');
+            sent.append(message(0x111, data));
+            stream += frame(0x00, hex("0111") + data);
+        }
+        gateway.received.clear();
+        gateway.link->write(stream + frame(0x42, hex("01")) + hex("430b00")); // and half a frame
+        gateway.link->disconnectFromHost();
+        QTRY_VERIFY(isLost());
+        QVERIFY(read == sent);
+        QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
+
+        // The link that follows begins anew.
+        QVERIFY(!gateway.waitFor(1).isEmpty());
         gateway.link->write(frame(0x44, hex("001a2b3c4d5e")) + frame(0x00, hex("0222")));
         QTRY_COMPARE(can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
+        QVERIFY(isConnected(*can));
     }
 
     void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }

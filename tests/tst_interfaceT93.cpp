@@ -260,6 +260,25 @@ private Q_SLOTS:
         }
     }
 
+    void fullQueueWithoutSpyHandler() // messages are handed to the readers together, a piece of the stream at a time
+    {
+        constexpr int CAPACITY = 10000;
+        constexpr int TAKEN = 10;
+        SOpenInterface host;
+        host.gateway.flood(CAPACITY + 1);
+        QTRY_VERIFY(host.errorNumbers() == QList<int>{2});
+        QVERIFY(host.isAllHeard());
+        QList<CCanMessage> messages = unread(*host.can, TAKEN);
+        host.gateway.flood(TAKEN + 1); // begins at identifier 0
+        QTRY_COMPARE(host.errorNumbers(), (QList<int>{2, 5, 2}));
+        QVERIFY(host.isAllHeard());
+        messages += unread(*host.can);
+        QCOMPARE(messages.size(), CAPACITY + TAKEN);
+        for (int i = 0; i < messages.size(); ++i) {
+            QCOMPARE(int(messages.at(i).id().value()), (i < CAPACITY ? i : i - CAPACITY) % 0x800);
+        }
+    }
+
     void localBusload()
     {
         SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QLabel>
 #include <QTimer>
 #include <QTranslator>
 
@@ -33,6 +34,29 @@ private Q_SLOTS:
                                        "T93 TCP buffer overflow."_s, "T93 configuration dialog"_s}));
         QCoreApplication::installTranslator(&german);
         QCOMPARE(texts(), inGerman);
+    }
+
+    void openDialogFollowsTheHostsLanguage()
+    {
+        QTranslator german;
+        QVERIFY(german.load("interfaceT93_de"_s, QStringLiteral(CIM_TRANSLATION_DIR)));
+        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
+        bool hasFollowed = false;
+        QTimer::singleShot(0, [&] {
+            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            const QLabel* const label = dialog->findChild<QLabel*>();
+            const auto shows = [&](const QString& title, const QString& text) {
+                return QTest::qWaitFor([&] { return dialog->windowTitle() == title && label->text() == text; });
+            };
+            hasFollowed = shows("T93 configuration dialog"_s, "Host Name"_s);
+            QCoreApplication::installTranslator(&german);
+            hasFollowed = hasFollowed && shows("T93-Konfiguration"_s, "Hostname"_s);
+            QCoreApplication::removeTranslator(&german);
+            hasFollowed = hasFollowed && shows("T93 configuration dialog"_s, "Host Name"_s);
+            dialog->reject();
+        });
+        can->configure(nullptr, {});
+        QVERIFY(hasFollowed);
     }
 
     void cimctlSpeaksTheUsersLanguage_data()

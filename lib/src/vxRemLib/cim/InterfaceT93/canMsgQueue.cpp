@@ -1,54 +1,35 @@
 #include "InterfaceT93/canMsgQueue.h"
 
+#include <utility>
+
 namespace vexmor::Cim
 {
 
-bool CCanMsgRing::store(const CCanMessage& message)
-{
-    if (m_count == CAPACITY) {
-        return false;
-    }
-    m_slots[m_writeIndex] = message;
-    m_writeIndex = next(m_writeIndex);
-    ++m_count;
-    return true;
-}
-
-bool CCanMsgRing::take(CCanMessage& message)
-{
-    if (m_count == 0) {
-        return false;
-    }
-    message = m_slots[m_readIndex];
-    m_readIndex = next(m_readIndex);
-    --m_count;
-    return true;
-}
-
 void CCanMsgQueue::create()
 {
-    auto ring = std::make_unique<CCanMsgRing>();
+    auto ring = std::make_unique<SRing>();
+    m_writeSlot = &ring->slots.front();
+    m_unpublished = 0;
+    m_room = CAPACITY;
     const std::lock_guard lock(m_lock);
     m_ring.swap(ring);
 }
 
 void CCanMsgQueue::destroy()
 {
-    std::unique_ptr<CCanMsgRing> ring;
+    std::unique_ptr<SRing> ring;
+    m_writeSlot = nullptr;
     const std::lock_guard lock(m_lock);
     m_ring.swap(ring);
 }
 
-CCanMsgQueue::EStore CCanMsgQueue::store(const CCanMessage& message)
+void CCanMsgQueue::publish()
 {
     const std::lock_guard lock(m_lock);
-    if (!m_ring) {
-        return EStore::eNoQueue;
+    if (m_ring) {
+        m_ring->count += std::exchange(m_unpublished, 0);
+        m_room = CAPACITY - m_ring->count;
     }
-    if (!m_ring->store(message)) {
-        return EStore::eRefused;
-    }
-    return m_ring->count() == CCanMsgRing::CAPACITY ? EStore::eBecameFull : EStore::eStored;
 }
 
 CCanMsgQueue::ETake CCanMsgQueue::take(CCanMessage& message)
@@ -57,7 +38,13 @@ CCanMsgQueue::ETake CCanMsgQueue::take(CCanMessage& message)
     if (!m_ring) {
         return ETake::eNoQueue;
     }
-    return m_ring->take(message) ? ETake::eTaken : ETake::eEmpty;
+    if (m_ring->count == 0) {
+        return ETake::eEmpty;
+    }
+    message = *m_ring->readSlot;
+    m_ring->readSlot = m_ring->next(m_ring->readSlot);
+    --m_ring->count;
+    return ETake::eTaken;
 }
 
 } // namespace vexmor::Cim

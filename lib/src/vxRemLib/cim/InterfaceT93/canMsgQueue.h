@@ -10,40 +10,22 @@
 namespace vexmor::Cim
 {
 
-/// The ring of received messages that were not read yet: a plain value without a lock.
+/// The received messages of an interface that were not read yet: a ring that exists from open to close.
 ///
-/// A full ring refuses new messages: what was stored stays, in order, until it is read.
-class CCanMsgRing
+/// A full queue refuses new messages: what was stored stays, in order, until it is read. Messages are written and
+/// stored without the lock, and handed to the readers together by `publish`, which takes it once. So the lock is held
+/// for a few instructions only, never while a function of the host runs, and nothing is allocated meanwhile.
+///
+/// Any thread may call `take`. All else belongs to the driver's thread.
+class CCanMsgQueue
 {
 public:
     static constexpr std::uint32_t CAPACITY = 10000;
 
-    /// False, and nothing changed, when the ring is full.
-    bool store(const CCanMessage& message);
-    /// Takes the oldest message; false, and `message` untouched, when the ring is empty.
-    bool take(CCanMessage& message);
-    /// Messages stored and not yet taken.
-    std::uint32_t count() const { return m_count; }
-
-private:
-    static std::uint32_t next(std::uint32_t index) { return index + 1 == CAPACITY ? 0 : index + 1; }
-
-    std::uint32_t m_count = 0;
-    std::uint32_t m_writeIndex = 0; ///< slot that the next stored message goes to
-    std::uint32_t m_readIndex = 0;  ///< slot that the next message is taken from
-    std::array<CCanMessage, CAPACITY> m_slots;
-};
-
-/// The receive queue of an interface, which exists from open to close. Any thread may call any operation; a recursive
-/// lock is held for the length of one store or one take, and nothing is allocated meanwhile.
-class CCanMsgQueue
-{
-public:
     enum class EStore {
         eStored,
         eBecameFull, ///< stored, and it took the last free slot
-        eRefused,    ///< the queue was full
-        eNoQueue
+        eRefused     ///< the queue was full
     };
     enum class ETake { eTaken, eEmpty, eNoQueue };
 
@@ -52,17 +34,53 @@ public:
     /// Frees the queue and the messages in it.
     void destroy();
 
-    EStore store(const CCanMessage& message);
-    /// `message` is untouched unless one was taken.
+    /// The place of the next message, which still holds an older one; null while there is no queue.
+    CCanMessage* slot() const { return m_writeSlot; }
+    /// Stores the message that was written to `slot`. Readers get it after the next `publish`.
+    EStore store();
+    /// Lets readers have all messages that were stored.
+    void publish();
+
+    /// Takes the oldest message; `message` is untouched unless one was taken.
     ETake take(CCanMessage& message);
 
 private:
-    /// Guards the pointer and the ring behind it; recursive, so that whoever holds it may use the queue. The C
-    /// library's mutex rather than Qt's, or one of our own: it is taken twice for each message, needs no locked
-    /// instruction while the process has one thread, and 20 ns a message in one with several, 0.02 % of a core for a
-    /// full bus.
-    std::recursive_mutex m_lock;
-    std::unique_ptr<CCanMsgRing> m_ring;
+    /// One slot more than there may be messages, so that the writer always has one of its own.
+    static constexpr std::uint32_t SLOT_COUNT = CAPACITY + 1;
+
+    struct SRing {
+        /// The slot behind another one, which has the first behind the last.
+        CCanMessage* next(CCanMessage* slot) { return slot == &slots.back() ? &slots.front() : slot + 1; }
+
+        std::array<CCanMessage, SLOT_COUNT> slots;
+        CCanMessage* readSlot = &slots.front(); ///< that the next message is taken from
+        std::uint32_t count = 0;                ///< messages published and not yet taken
+    };
+
+    std::mutex m_lock; ///< guards the pointer, and of the ring all but the slots that were not published
+    std::unique_ptr<SRing> m_ring;
+
+    // Of the driver's thread:
+    CCanMessage* m_writeSlot = nullptr; ///< that the next message is written to; null while there is no queue
+    std::uint32_t m_unpublished = 0;    ///< messages stored since the last `publish`
+    std::uint32_t m_room = 0; ///< messages that fit in any case: readers may have made room since the last `publish`
 };
+
+inline CCanMsgQueue::EStore CCanMsgQueue::store()
+{
+    if (m_room == 0) {
+        publish();
+        if (m_room == 0) {
+            return EStore::eRefused;
+        }
+    }
+    m_writeSlot = m_ring->next(m_writeSlot);
+    ++m_unpublished;
+    if (--m_room > 0) {
+        return EStore::eStored;
+    }
+    publish();
+    return m_room == 0 ? EStore::eBecameFull : EStore::eStored;
+}
 
 } // namespace vexmor::Cim

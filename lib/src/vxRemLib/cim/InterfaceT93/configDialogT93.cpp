@@ -227,6 +227,14 @@ void CConfigDialogT93::retranslateUi()
            "'Auto IP update' is set then the new IP address after a restart will be automatically taken over."));
 }
 
+void CConfigDialogT93::changeEvent(QEvent* event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        retranslateUi();
+    }
+    QDialog::changeEvent(event);
+}
+
 void CConfigDialogT93::accepted()
 {
     if (checkValues()) {

@@ -24,7 +24,8 @@ namespace vexmor::Cim
 /// message box, a line for each field, and the dialog stays open with what the user typed. Nothing else is checked: any
 /// integer is taken as a baud rate. Cancel, Escape and the close button discard everything without a question.
 ///
-/// Every field can be edited at all times. DHCP flag and MAC address are not shown; the result has them reset.
+/// Its texts follow the language of the application while it is open. Every field can be edited at all times. DHCP flag
+/// and MAC address are not shown; the result has them reset.
 class CConfigDialogT93 : public QDialog
 {
     Q_OBJECT
@@ -45,6 +46,9 @@ public Q_SLOTS:
     void accepted();
     /// Closes with `QDialog::Rejected`.
     void rejected();
+
+protected:
+    void changeEvent(QEvent* event) override;
 
 private:
     void setupUi();

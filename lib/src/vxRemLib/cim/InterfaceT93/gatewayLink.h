@@ -24,6 +24,7 @@ class CGatewayLink : public QObject
 public:
     /// How a read ended.
     enum class EReadEnd {
+        eUnderWay, ///< another read takes the bytes: this one was called from within it
         eDrained,  ///< nothing waits any more
         eFailed,   ///< a read from the socket failed
         eStopped,  ///< whoever takes the bytes wants no more
@@ -92,7 +93,7 @@ template <typename Take>
 CGatewayLink::EReadEnd CGatewayLink::read(Take&& take)
 {
     if (m_isReading) {
-        return EReadEnd::eDrained;
+        return EReadEnd::eUnderWay;
     }
     const QScopedValueRollback<bool> reading(m_isReading, true);
     char bytes[RM_BUFFER_SIZE];

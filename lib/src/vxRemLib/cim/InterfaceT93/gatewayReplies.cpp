@@ -21,20 +21,22 @@ constexpr std::size_t FIRMWARE_MINOR = 3;
 constexpr int DEVICE_NUMBER_SIZE = 2; // behind the identification text
 } // namespace
 
-CCanMessage canMessageOfFrame(const SRmFrame& frame)
+void readCanMessage(const SRmFrame& frame, CCanMessage& message)
 {
     const int timeStampSize = frame.command == RM_CMD_RX11BIT_TIME_MSG ? TIME_STAMP_SIZE : 0;
     const auto dataLength = static_cast<unsigned int>(frame.payloadLength - CAN_ID_SIZE - timeStampSize);
-
-    CCanMessage message;
-    message.setId(CCanId(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0));
     auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
-    if (dataLength == MAX_DATA_LENGTH) {
-        message.setData(0, MAX_DATA_LENGTH, data); // the usual: a fixed size needs no loop
-    } else if (message.setLength(dataLength)) {    // else it has said so
-        message.setData(0, dataLength, data);
+    const CCanId id(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0);
+
+    if (dataLength == MAX_DATA_LENGTH) { // the usual: nothing is left of the message before, and no loop is needed
+        message.setData(0, MAX_DATA_LENGTH, data);
+    } else {
+        message = CCanMessage();
+        if (message.setLength(dataLength)) { // else it has logged why
+            message.setData(0, dataLength, data);
+        }
     }
-    return message;
+    message.setId(id);
 }
 
 EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version)

@@ -9,10 +9,17 @@
 namespace vexmor::Cim
 {
 
-/// The CAN message in a frame of command RM_CMD_RX11BIT_MSG or RM_CMD_RX11BIT_TIME_MSG: an 11-bit identifier and 0 to 8
-/// data bytes, without the time stamp. A frame that announces fewer or more data bytes gives a message with its
-/// identifier, length 0 and no data, and a debug message: the reader sees that something came, and nothing stale.
-CCanMessage canMessageOfFrame(const SRmFrame& frame);
+/// Replaces `message` by the CAN message in a frame of command RM_CMD_RX11BIT_MSG or RM_CMD_RX11BIT_TIME_MSG: an 11-bit
+/// identifier and 0 to 8 data bytes, without the time stamp. A frame that announces fewer or more data bytes gives a
+/// message with its identifier, length 0 and no data, and a debug message: the reader sees that something came, and
+/// nothing stale.
+void readCanMessage(const SRmFrame& frame, CCanMessage& message);
+inline CCanMessage canMessageOfFrame(const SRmFrame& frame)
+{
+    CCanMessage message;
+    readCanMessage(frame, message);
+    return message;
+}
 
 enum class EFirmwareReply {
     eTooShort,

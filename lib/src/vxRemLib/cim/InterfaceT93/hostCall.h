@@ -20,8 +20,6 @@ public:
     bool isOwnerAlive() const { return !m_owner.isNull(); }
     /// False once the host has deleted, closed or reopened the interface. A link that was lost meanwhile is no reason.
     bool isSameOpening() const { return isOwnerAlive() && m_owner->m_link && m_owner->m_openings == m_openings; }
-    /// False once the link is no longer the interface's: it was deleted, closed or reopened, or has got another link.
-    bool isCurrent() const { return m_link && isOwnerAlive() && m_owner->m_link == m_link; }
 
 private:
     const QPointer<CInterfaceT93> m_owner;

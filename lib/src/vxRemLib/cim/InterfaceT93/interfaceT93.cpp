@@ -171,7 +171,13 @@ void CInterfaceT93::onSocketConnected()
 void CInterfaceT93::onSocketDisconnected()
 {
     VX_LOG(20, LOG_SOURCE, "disconnected from socket received");
-    if (!m_link || m_link->isUp()) {
+    // What came before the loss is handed over first, and from the event loop: a send may have found the link broken.
+    QMetaObject::invokeMethod(this, &CInterfaceT93::onReadyRead, Qt::QueuedConnection);
+}
+
+void CInterfaceT93::giveUpLostLink()
+{
+    if (m_link->isUp() || m_commonInfo.connectionState() != CCommonInfo::eConnected) {
         return;
     }
     m_commonInfo.setConnectionState(CCommonInfo::eNotConnected);

@@ -28,8 +28,9 @@ namespace vexmor::Cim
 /// While open it regains a lost TCP connection: at once, but once in 3 s at most, and without limit. What was accepted
 /// for sending before a loss is never sent after it.
 ///
-/// The connection state in the description is what is known: connected from the moment the TCP connection stands (or
-/// the UDP socket is bound), not connected after a loss and after closing.
+/// The connection state in the description is connected from the moment the TCP connection stands (or the UDP socket is
+/// bound). It is not connected after closing, and after a loss: a lost link is given up when all that came over it has
+/// been handed over, from the event loop.
 ///
 /// The spy handler and every slot that the host connects may close, reopen or delete the interface.
 class CInterfaceT93 : public CCanInterface
@@ -122,6 +123,7 @@ private:
     void useLink(const std::shared_ptr<CGatewayLink>& link);
     void dropLink();
     void teardown();
+    void giveUpLostLink();
     void reconnect();
     void requestStartup(bool reset);
     void sendBaudrate();
@@ -132,8 +134,9 @@ private:
 
     // Receiving
     bool RxRmTcp(const CHostCall& call, const char* bytes, qint64 count);
-    void RM_ParseRxMsg(const SRmFrame& frame);
-    void receiveCanMessage(const SRmFrame& frame);
+    bool callSpyHandler(const CHostCall& call, const CCanMessage* received);
+    const CCanMessage* RM_ParseRxMsg(const SRmFrame& frame); // the CAN message in the frame, or null
+    const CCanMessage* receiveCanMessage(const SRmFrame& frame);
     void receiveFirmwareVersion(const SRmFrame& frame);
     void receiveDeviceId(const SRmFrame& frame);
     void receiveMacAddress(const SRmFrame& frame);

@@ -6,6 +6,7 @@
 #include "InterfaceT93/t93DeviceDetection.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEvent>
 #include <QMetaMethod>
 #include <QNetworkInterface>
@@ -20,6 +21,9 @@ namespace
 constexpr bool SKIP_LOOPBACK = true;
 constexpr int WAIT_FOR_REPLIES_MS = 4000;
 constexpr unsigned long CANCEL_LIMIT_MS = 100;
+// At the end of the program, which takes away what the scan thread uses:
+constexpr int END_LIMIT_MS = 5000;         // the thread has no more to do than to end, but the computer may be busy
+constexpr int END_LIMIT_LOGGING_MS = 1000; // a log handler may wait for the thread that waits here
 
 CInterfaceT93Plugin* s_scanning = nullptr; ///< the object whose scan runs
 
@@ -47,7 +51,7 @@ CInterfaceT93Plugin::CInterfaceT93Plugin()
 
 CInterfaceT93Plugin::~CInterfaceT93Plugin()
 {
-    cancelScan();
+    cancelScan(false);
 }
 
 bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
@@ -159,19 +163,33 @@ void CInterfaceT93Plugin::deviceDetectionThreadFinished()
     }
 }
 
-void CInterfaceT93Plugin::cancelScan()
+void CInterfaceT93Plugin::cancelScan(bool atEndOfProgram)
 {
     if (!m_detectionThread) {
         return;
     }
     m_detectionThread->disconnect(this);
     m_detectionThread->stop();
-    if (!m_detectionThread->wait(CANCEL_LIMIT_MS)) { // held up by the host's log handler
+    const bool hasEnded = atEndOfProgram ? waitAtEndOfProgram() : m_detectionThread->wait(CANCEL_LIMIT_MS);
+    if (!hasEnded) {
         keepLibraryLoaded();
         QThread* const thread = m_detectionThread.release();
         connect(thread, &QThread::finished, thread, &QObject::deleteLater);
     }
     setIdle();
+}
+
+bool CInterfaceT93Plugin::waitAtEndOfProgram()
+{
+    QElapsedTimer clock;
+    clock.start();
+    const auto limit = [this] { return m_detectionThread->isLogging() ? END_LIMIT_LOGGING_MS : END_LIMIT_MS; };
+    while (clock.elapsed() < limit()) {
+        if (m_detectionThread->wait(CANCEL_LIMIT_MS)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void CInterfaceT93Plugin::setIdle()
@@ -187,7 +205,7 @@ void CInterfaceT93Plugin::setIdle()
 void CInterfaceT93Plugin::cancelScanAtEndOfProgram()
 {
     if (s_scanning != nullptr) {
-        s_scanning->cancelScan();
+        s_scanning->cancelScan(true);
     }
 }
 

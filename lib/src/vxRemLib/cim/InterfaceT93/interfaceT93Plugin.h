@@ -22,7 +22,8 @@ class CT93DeviceDetectionThread;
 /// deleted, the library unloaded or the program ended meanwhile, the scan is cut short without a result: its pauses and
 /// its wait end at once, and the scan thread is waited for, for at most 100 ms. One that takes longer (a host's log
 /// handler may hold it up) ends by itself later, and this library stays in memory even when it is unloaded, so that it
-/// can.
+/// can. At the end of the program, which takes away what the thread uses, it is waited for longer: for at most 5 s when
+/// the computer is busy, and for 1 s while a log handler has it.
 class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
 {
     Q_OBJECT
@@ -59,7 +60,8 @@ public Q_SLOTS:
 
 private:
     /// Back to idle, without a result.
-    void cancelScan();
+    void cancelScan(bool atEndOfProgram);
+    bool waitAtEndOfProgram();
     void setIdle();
     static void cancelScanWhenProgramEnds();
     /// Cancels the scan of whichever plugin object scans.

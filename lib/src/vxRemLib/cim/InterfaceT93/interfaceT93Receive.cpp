@@ -40,12 +40,16 @@ void CInterfaceT93::onReadyRead()
     switch (call.link()->read([&](const char* bytes, qint64 count) { return RxRmTcp(call, bytes, count); })) {
     case CGatewayLink::EReadEnd::eFailed:
         Q_EMIT queuedInterfaceError(IE_READ_FAILED);
+        giveUpLostLink();
         break;
     case CGatewayLink::EReadEnd::eMoreWaits:
         QMetaObject::invokeMethod(this, &CInterfaceT93::onReadyRead, Qt::QueuedConnection);
         break;
     case CGatewayLink::EReadEnd::eDrained:
-    case CGatewayLink::EReadEnd::eStopped: // this interface may be gone
+        giveUpLostLink();
+        break;
+    case CGatewayLink::EReadEnd::eUnderWay:
+    case CGatewayLink::EReadEnd::eStopped: // the host may have deleted this interface
         break;
     }
 }
@@ -53,13 +57,12 @@ void CInterfaceT93::onReadyRead()
 bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 count)
 {
     bool isFirst = true;
-    const auto onFrame = [this, &call, &isFirst](const SRmFrame& frame) {
+    const auto onFrame = [&](const SRmFrame& frame) {
         if (std::exchange(isFirst, false)) { // the clock is read once per piece, not per frame
             m_sinceFrame.start();
         }
-        const bool callsHost = m_spyHandler != nullptr;
-        RM_ParseRxMsg(frame);
-        return !callsHost || call.isCurrent();
+        const CCanMessage* const message = RM_ParseRxMsg(frame);
+        return message == nullptr || m_spyHandler == nullptr || callSpyHandler(call, message);
     };
     const auto onWrongChecksum = [this] {
         Q_EMIT queuedInterfaceError(IE_WRONG_CHECKSUM);
@@ -67,57 +70,65 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
     };
     call.link()->deframer().feed(reinterpret_cast<const std::uint8_t*>(bytes), static_cast<std::size_t>(count), onFrame,
                                  onWrongChecksum);
-    return call.isCurrent();
+    if (!call.isSameOpening()) {
+        return false;
+    }
+    m_canMsgQueue.publish();
+    return true;
 }
 
-void CInterfaceT93::RM_ParseRxMsg(const SRmFrame& frame)
+bool CInterfaceT93::callSpyHandler(const CHostCall& call, const CCanMessage* received)
+{
+    m_canMsgQueue.publish();               // the handler may read the message
+    const CCanMessage message = *received; // and may free the queue that holds it
+    m_spyHandler(*this, false, message);
+    return call.isSameOpening();
+}
+
+const CCanMessage* CInterfaceT93::RM_ParseRxMsg(const SRmFrame& frame)
 {
     switch (frame.command) {
     case RM_CMD_RX11BIT_MSG:
     case RM_CMD_RX11BIT_TIME_MSG:
-        receiveCanMessage(frame); // calls the host, which may delete this interface
-        return;
+        return receiveCanMessage(frame);
     case RM_CMD_DEVICE_ID:
         receiveDeviceId(frame);
-        return;
+        break;
     case RM_CMD_FIRMWARE_VERSION:
         receiveFirmwareVersion(frame);
-        return;
+        break;
     case RM_CMD_STATUS:
     case RM_CMD_STATUS_ALT:
         receiveStatus(frame[0]);
-        return;
+        break;
     case RM_CMD_MAC_ADDRESS:
         receiveMacAddress(frame);
-        return;
+        break;
     case RM_CMD_BUSLOAD:
         receiveBusload(frame);
-        return;
+        break;
     case RM_CMD_BUSLOAD_INTERVAL:
         receiveBusloadConfirmation();
-        return;
-    default: // 29-bit messages, reports that nobody asked for, unknown commands
-        return;
+        break;
+    default: // 29-bit messages, reports that were not requested, unknown commands
+        break;
     }
+    return nullptr;
 }
 
-void CInterfaceT93::receiveCanMessage(const SRmFrame& frame)
+const CCanMessage* CInterfaceT93::receiveCanMessage(const SRmFrame& frame)
 {
-    const CCanMessage message = canMessageOfFrame(frame);
-    switch (m_canMsgQueue.store(message)) {
-    case CCanMsgQueue::EStore::eNoQueue:
-        return;
-    case CCanMsgQueue::EStore::eBecameFull:
+    CCanMessage* const message = m_canMsgQueue.slot();
+    if (message == nullptr) {
+        return nullptr;
+    }
+    readCanMessage(frame, *message);
+    m_busload.countMessage(message->length());
+    // A message that does not fit was on the bus all the same: it is counted, and shown to the spy handler.
+    if (m_canMsgQueue.store() == CCanMsgQueue::EStore::eBecameFull) {
         Q_EMIT queuedInterfaceError(IE_RX_QUEUE_FULL);
-        break;
-    case CCanMsgQueue::EStore::eStored:
-    case CCanMsgQueue::EStore::eRefused: // it was on the bus all the same: counted and shown
-        break;
     }
-    m_busload.countMessage(message.length());
-    if (m_spyHandler != nullptr) {
-        m_spyHandler(*this, false, message);
-    }
+    return message;
 }
 
 void CInterfaceT93::receiveFirmwareVersion(const SRmFrame& frame)

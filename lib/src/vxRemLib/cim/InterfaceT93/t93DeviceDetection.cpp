@@ -57,6 +57,9 @@ CT93DeviceDetection::~CT93DeviceDetection()
 
 void CT93DeviceDetection::collectNetworkInterfaces()
 {
+    if (m_stop.isRequested()) {
+        return;
+    }
     m_allInterfaces = QNetworkInterface::allInterfaces();
     m_interfaces.clear();
     for (const QNetworkInterface& networkInterface : std::as_const(m_allInterfaces)) {
@@ -70,6 +73,9 @@ void CT93DeviceDetection::bindSockets()
 {
     for (const QNetworkInterface& networkInterface : std::as_const(m_interfaces)) {
         for (const QNetworkAddressEntry& entry : networkInterface.addressEntries()) {
+            if (m_stop.isRequested()) {
+                return;
+            }
             auto socket = std::make_unique<QUdpSocket>();
             socket->setProxy(QNetworkProxy::NoProxy); // a gateway is never behind the host's web proxy
             if (!socket->bind(entry.ip(), 0, QAbstractSocket::DefaultForPlatform)) {
@@ -103,10 +109,16 @@ bool CT93DeviceDetection::broadcastIdentRequest(const CScanSocket& scanSocket)
 {
     const QHostAddress everybody(QHostAddress::Broadcast);
     const auto text = [](const QHostAddress& address) { return address.toString().toLocal8Bit(); };
-    VX_LOG(20, LOG_SOURCE, "broadcast DDT message for T93 device scan:");
-    VX_LOG(20, LOG_SOURCE, "IP Address:               %s", text(scanSocket.addressEntry.ip()).constData());
-    VX_LOG(20, LOG_SOURCE, "Subnet-Broadcast Address: %s", text(scanSocket.addressEntry.broadcast()).constData());
-    VX_LOG(20, LOG_SOURCE, "Using Broadcast Address:  %s", text(everybody).constData());
+    {
+        const CScanStop::CLogging logging(m_stop);
+        VX_LOG(20, LOG_SOURCE, "broadcast DDT message for T93 device scan:");
+        VX_LOG(20, LOG_SOURCE, "IP Address:               %s", text(scanSocket.addressEntry.ip()).constData());
+        VX_LOG(20, LOG_SOURCE, "Subnet-Broadcast Address: %s", text(scanSocket.addressEntry.broadcast()).constData());
+        VX_LOG(20, LOG_SOURCE, "Using Broadcast Address:  %s", text(everybody).constData());
+    }
+    if (m_stop.isRequested()) {
+        return false;
+    }
 
     const qint64 sent = scanSocket.socket->writeDatagram(m_identRequest, everybody, m_scanPort);
     if (sent != m_identRequest.size()) {
@@ -178,6 +190,7 @@ void CT93DeviceDetection::addDetectedInterface(const CConfigParamT93& param)
     info.setUniqueName(buildUniqueName(param));
     m_detectedInterfaces.append({info, param});
 
+    const CScanStop::CLogging logging(m_stop);
     VX_LOG(20, LOG_SOURCE, "------- T93 interface found ---------------------------");
     VX_LOG(20, LOG_SOURCE, "hostname '%s' found.", param.hostname().toLocal8Bit().constData());
     VX_LOG(20, LOG_SOURCE, "MAC address %s found.", param.macAddressString(QLatin1Char(':')).toLocal8Bit().constData());
@@ -237,23 +250,28 @@ void CT93DeviceDetectionThread::run()
     m_detection->collectNetworkInterfaces();
     m_detection->bindSockets();
     m_detection->sendIdentRequests();
+    if (!m_stop.isRequested()) {
+        waitForReplies();
+        m_detection->closeSockets();
+        m_detection->evaluateDatagrams();
+    }
+    const QList<CDetectedInterface> detected = m_detection->detectedInterfaces();
+    m_detection.reset();
+    const std::lock_guard<std::mutex> lock(m_resultMutex);
+    if (!m_stop.isRequested()) {
+        m_detectedInterfaces = detected;
+    }
+}
 
+void CT93DeviceDetectionThread::waitForReplies()
+{
     m_waitTimer = std::make_unique<QTimer>();
     m_waitTimer->setSingleShot(true);
     m_waitTimer->setTimerType(Qt::PreciseTimer);
     connect(m_waitTimer.get(), &QTimer::timeout, this, &CT93DeviceDetectionThread::timeoutWaitForDatagrams);
     m_waitTimer->start(m_waitTimeMs);
     exec(); // returns at once after stop()
-
-    m_detection->closeSockets();
-    m_detection->evaluateDatagrams();
-    const QList<CDetectedInterface> detected = m_detection->detectedInterfaces();
-    m_detection.reset();
     m_waitTimer.reset();
-    const std::lock_guard<std::mutex> lock(m_resultMutex);
-    if (!m_stop.isRequested()) {
-        m_detectedInterfaces = detected;
-    }
 }
 
 void CT93DeviceDetectionThread::timeoutWaitForDatagrams()

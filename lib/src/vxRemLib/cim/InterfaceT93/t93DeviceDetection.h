@@ -12,6 +12,7 @@
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -39,16 +40,32 @@ struct CReceivedDatagram {
     QByteArray data;
 };
 
-/// Tells a scan to end early, from any thread.
+/// Tells a scan to end early, and what delays it then. From any thread.
 class CScanStop
 {
 public:
+    /// Exists in the scan thread while it writes log lines.
+    class CLogging
+    {
+    public:
+        explicit CLogging(const CScanStop& stop) : m_isLogging(stop.m_isLogging) { m_isLogging = true; }
+        ~CLogging() { m_isLogging = false; }
+        CLogging(const CLogging&) = delete;
+        CLogging& operator=(const CLogging&) = delete;
+
+    private:
+        std::atomic<bool>& m_isLogging;
+    };
+
     void request();
     bool isRequested() const;
     /// Pauses the calling thread; a request ends the pause. False when a stop was requested, now or before.
     bool pause(int milliseconds) const;
+    /// The host's log handler has the scan thread, and may hold it up for as long as it likes.
+    bool isLogging() const { return m_isLogging; }
 
 private:
+    mutable std::atomic<bool> m_isLogging{false};
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_requestedCondition;
     bool m_requested = false;
@@ -74,6 +91,7 @@ public:
                         const CScanStop& stop);
     ~CT93DeviceDetection() override;
 
+    // The steps of a scan, in this order. Each ends early once a stop is requested.
     void collectNetworkInterfaces();
     void bindSockets();
     /// Turns the received datagrams into `detectedInterfaces`, in the order of arrival.
@@ -130,6 +148,8 @@ public:
     QList<CDetectedInterface> detectedInterfaces() const;
     /// Ends the scan as soon as possible, whatever it is doing, with an empty result. From any thread; does not wait.
     void stop();
+    /// The host's log handler holds the scan up.
+    bool isLogging() const { return m_stop.isLogging(); }
 
 public Q_SLOTS:
     void timeoutWaitForDatagrams();
@@ -138,6 +158,8 @@ protected:
     void run() override;
 
 private:
+    void waitForReplies();
+
     const QList<QHostAddress> m_scanAddresses;
     const bool m_skipLoopback;
     const int m_waitTimeMs;

@@ -25,6 +25,9 @@ class CCanInterface;
 /// another thread Qt queues the call, and drops it unless the host has called
 /// `qRegisterMetaType<QList<CCanInterface*>>("QList<CCanInterface*>")` before it connects.
 ///
+/// The plugin of the T93 is the file libInterfaceT93.so, in the folder that the CMake package names
+/// `VexmorCim_PLUGIN_DIR` and pkg-config `plugindir`; hosts load it by QPluginLoader.
+///
 /// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
 /// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
 /// library must have been loaded in the application's thread. Other threads may read texts at any time. Descriptions of
@@ -57,6 +60,10 @@ public:
     /// Starts a scan, whose result comes with `interfaceScanFinished`; the event loop must run for that. The interfaces
     /// that were found are deleted when nobody is connected to the signal at that time. 0 when started, -1 when none
     /// was started (one is running already).
+    ///
+    /// Unique names are made of host name, protocol, socket mode and port: two gateways with equal host names get the
+    /// same, and so does one gateway that answered twice. Their interface identifiers, the MAC addresses, tell them
+    /// apart. A host that stores both gives one of them another name first, or the second replaces the first.
     virtual int scanInterfaces() = 0;
 };
 

@@ -40,6 +40,9 @@ public:
     /// the organisation and application that the host named to QCoreApplication ("Unknown Organization" if it did not).
     QString uniqueName() const;
     void setUniqueName(const QString& name);
+    /// Of an open interface: whether its link stands, over UDP from the successful open to the close. In the result of
+    /// a scan it says connected, for the gateway answered, and a clone has that of its original: both are closed, and
+    /// the state becomes true with the first open.
     EInterfaceConnectionState connectionState() const;
     void setConnectionState(EInterfaceConnectionState state);
     /// Identifier of the device; for a gateway its MAC address, like 00:1a:2b:3c:4d:5e.
