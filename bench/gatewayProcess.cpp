@@ -11,7 +11,7 @@ namespace vexmor::Bench
 {
 namespace
 {
-/// What a client's messages ask for, answered over the same socket.
+/// Answers the messages of a client over the socket that they came from.
 class CAnswering
 {
 public:
@@ -20,13 +20,10 @@ public:
     {
     }
 
-    /// Until the client goes; UDP clients never go.
+    /// Returns when the client has closed the connection; over UDP never.
     void run()
     {
         const OnMessage onMessage = [this](const SMessage& message) { answer(message); };
-        if (*m_language.greeting != '\0') {
-            ::send(m_socket, m_language.greeting, std::strlen(m_language.greeting), MSG_NOSIGNAL);
-        }
         for (;;) {
             m_clientSize = sizeof m_client;
             const ssize_t got = recvfrom(m_socket, m_buffer.data() + m_kept, m_buffer.size() - m_kept, 0,
@@ -36,7 +33,7 @@ public:
             }
             const std::size_t count = m_kept + static_cast<std::size_t>(got);
             m_answer.clear();
-            const std::size_t used = m_language.parse(m_buffer.data(), count, onMessage, m_answer);
+            const std::size_t used = m_language.parse(m_buffer.data(), count, onMessage);
             send(m_answer);
             m_kept = count - used;
             std::memmove(m_buffer.data(), m_buffer.data() + used, m_kept);
@@ -56,7 +53,7 @@ private:
         }
     }
 
-    /// Over TCP all at once, over UDP a datagram for each frame.
+    /// Over TCP in one piece, over UDP one datagram per frame.
     void send(const std::vector<std::uint8_t>& bytes)
     {
         const bool udp = m_protocol == EProtocol::eUdp;
@@ -72,7 +69,7 @@ private:
     const SLanguage& m_language;
     std::vector<std::uint8_t> m_buffer;
     std::size_t m_kept = 0;
-    std::vector<std::uint8_t> m_answer; ///< to what one read brought
+    std::vector<std::uint8_t> m_answer; ///< Bytes to be sent after the current read.
     sockaddr_in m_client{};
     socklen_t m_clientSize = 0;
 };
@@ -98,14 +95,13 @@ void appendFrame(const SMessage& message, std::vector<std::uint8_t>& bytes)
     writeFrame(message, &bytes[bytes.size() - FRAME_SIZE]);
 }
 
-std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
-                  std::vector<std::uint8_t>& /*reply*/)
+std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage)
 {
     return parseFrames(bytes, count, onMessage);
 }
 } // namespace
 
-const SLanguage RM_LANGUAGE{"", appendFrame, parse};
+const SLanguage RM_LANGUAGE{appendFrame, parse};
 
 CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
 {

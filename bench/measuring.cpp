@@ -13,13 +13,6 @@
 
 namespace vexmor::Bench
 {
-namespace
-{
-constexpr double LOWER_QUARTER = 0.25;
-constexpr double UPPER_QUARTER = 0.75;
-int s_missed = 0;
-} // namespace
-
 double nanoseconds(clockid_t clock)
 {
     timespec time{};
@@ -72,34 +65,8 @@ std::string spread(const Values& values)
 {
     const std::string middle = values.empty() ? "" : figure(median(values));
     return values.size() < 2 ? middle
-                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, LOWER_QUARTER)).c_str(),
-                                    figure(quantile(values, UPPER_QUARTER)).c_str());
-}
-
-std::string verdict(const SAim& aim, const Values& values)
-{
-    if (aim.kind == SAim::eNone) {
-        return "";
-    }
-    const bool isAtMost = aim.kind == SAim::eAtMost;
-    const std::string limit = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
-    const double low = quantile(values, LOWER_QUARTER);
-    const double high = quantile(values, UPPER_QUARTER);
-    if (low <= aim.limit && aim.limit < high) {
-        return limit + ", in between";
-    }
-    return verdict(limit, isAtMost == (high <= aim.limit));
-}
-
-std::string verdict(const std::string& aim, bool met)
-{
-    s_missed += met ? 0 : 1;
-    return aim + (met ? ", met" : ", NOT MET");
-}
-
-void tellAimsMissed()
-{
-    std::printf("\n%d aims not met.\n", s_missed);
+                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, 0.25)).c_str(),
+                                    figure(quantile(values, 0.75)).c_str());
 }
 
 int exitCodeOf(const char* program, const std::function<bool()>& task)
@@ -110,13 +77,6 @@ int exitCodeOf(const char* program, const std::function<bool()>& task)
         std::fprintf(stderr, "%s: %s\n", program, error.what());
         return 1;
     }
-}
-
-std::string loadAverage()
-{
-    double load = 0;
-    std::ifstream("/proc/loadavg") >> load;
-    return figure(load);
 }
 
 SResources resources()

@@ -1,5 +1,6 @@
 // What a host does to itself: hostFaults [CYCLES, 10000]. A reader that stops, many openings and closings, 200
 // interfaces in one process. Prints a row of a Markdown table for each.
+#include "bench/gatewayProcess.h"
 #include "bench/measuring.h"
 #include "tests/endurance/countedTraffic.h"
 
@@ -35,7 +36,7 @@ double seconds(const QElapsedTimer& clock)
 /// The reader, or the whole thread of the host, stands still for 10 s while 5,000 messages a second come.
 SOutcome stopReading(bool wholeThread)
 {
-    CGatewayRole gateway(5000);
+    CGatewayThread gateway(5000);
     CCountingHost host(EProtocol::eTcp, gateway.port());
     open(host.canInterface());
     runFor(500);
@@ -68,7 +69,7 @@ SOutcome stopReading(bool wholeThread)
 
 SOutcome openAndClose(EProtocol protocol, int cycles)
 {
-    CGatewayRole gateway(0);
+    const CGatewayProcess gateway(protocol, 0); // whose descriptors are not counted here
     CCountingHost host(protocol, gateway.port());
     SResources first;
     QElapsedTimer clock;
@@ -91,7 +92,7 @@ SOutcome openAndClose(EProtocol protocol, int cycles)
 SOutcome hostMany(int count)
 {
     constexpr int RATE = 100; // each is sent every message
-    CGatewayRole gateway(RATE);
+    CGatewayThread gateway(RATE);
     const SResources before = resources();
     QElapsedTimer clock;
     clock.start();
@@ -137,9 +138,6 @@ bool run(int cycles)
 
 int main(int argc, char** argv)
 {
-    if (CGatewayRole::run(argc, argv)) {
-        return 0;
-    }
     const QCoreApplication application(argc, argv);
     return exitCodeOf("hostFaults", [&] { return run(argc > 1 ? std::max(std::atoi(argv[1]), 10) : 10000); });
 }
