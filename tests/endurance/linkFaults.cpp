@@ -27,37 +27,6 @@ constexpr int BEFORE_MS = 1500; ///< of a good link
 constexpr int BACK_LIMIT_MS = 90000;
 constexpr int SETTLE_MS = 1500;
 
-/// A gateway with a network of its own: switched on as long as the object exists. When it is switched off its network
-/// is destroyed with it, so no connection is closed in an orderly way.
-class CGatewayNode
-{
-public:
-    CGatewayNode(std::uint8_t lastMacByte, bool announce, int rate, const STotals& before)
-        : thread(
-              rate,
-              [=](Sim::CSimGateway& gateway) {
-                  if (!enterPrivateNetwork(false)) {
-                      return false;
-                  }
-                  m_port.emplace("gateway", lastMacByte, "10.9.0.2", announce);
-                  Sim::SSimIdentity identity;
-                  identity.macAddress.back() = lastMacByte;
-                  gateway.setIdentity(identity);
-                  QString error;
-                  return gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT, error);
-              },
-              before)
-    {
-    }
-    int descriptor() const { return m_port->descriptor(); }
-
-private:
-    std::optional<CVirtualPort> m_port;
-
-public:
-    CGatewayThread thread; ///< To be switched off only while no cable is plugged in.
-};
-
 /// The two ends, the cable between them, and the events at the host.
 class CScene
 {
@@ -83,17 +52,29 @@ public:
 
     CVirtualCable& cable() { return m_cable; }
     const CVirtualPort& nearPort() const { return m_near; }
-    CGatewayThread& gateway() { return m_gateway->thread; }
+    CGatewayThread& gateway() { return *m_gateway; }
     void stopGateway()
     {
         m_cable.plug(-1, -1);
-        m_before = m_gateway->thread.switchOff();
-        m_gateway.reset();
+        m_before = m_gateway->switchOff();
+        m_far.reset();
     }
+    /// The gateway has a network of its own, which goes with it: no connection is closed in an orderly way.
     void startGateway(std::uint8_t lastMacByte, bool announce = false)
     {
-        m_gateway = std::make_unique<CGatewayNode>(lastMacByte, announce, m_rate, m_before);
-        m_cable.plug(m_near.descriptor(), m_gateway->descriptor());
+        const auto listen = [=](Sim::CSimGateway& gateway) {
+            if (!enterPrivateNetwork(false)) {
+                return false;
+            }
+            m_far.emplace("gateway", lastMacByte, "10.9.0.2", announce);
+            Sim::SSimIdentity identity;
+            identity.macAddress.back() = lastMacByte;
+            gateway.setIdentity(identity);
+            QString error;
+            return gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT, error);
+        };
+        m_gateway = std::make_unique<CGatewayThread>(m_rate, listen, m_before);
+        m_cable.plug(m_near.descriptor(), m_far->descriptor());
     }
 
     /// Until messages pass both ways again; gives the milliseconds, or -1.
@@ -118,7 +99,7 @@ public:
     {
         runFor(BEFORE_MS);
         m_host.send(0);
-        m_gateway->thread.ask([](SCountingGateway& gateway) { gateway.pacer.start(0); });
+        m_gateway->ask([](SCountingGateway& gateway) { gateway.pacer.start(0); });
         runFor(SETTLE_MS);
         if (m_host.canInterface().commonInfo().interfaceId() != m_identity) {
             m_events += m_events.empty() ? "interface id is another" : ", interface id is another";
@@ -141,15 +122,16 @@ private:
     std::uint64_t arrived()
     {
         std::uint64_t count = 0;
-        m_gateway->thread.ask([&count](SCountingGateway& gateway) { count = gateway.totals.fromHost.received; });
+        m_gateway->ask([&count](SCountingGateway& gateway) { count = gateway.totals.fromHost.received; });
         return count;
     }
 
     const int m_rate;
     const CVirtualPort m_near{"host", 1, "10.9.0.1"};
     CVirtualCable m_cable;
-    STotals m_before; ///< what gateways counted that are switched off
-    std::unique_ptr<CGatewayNode> m_gateway;
+    STotals m_before;                  ///< what gateways counted that are switched off
+    std::optional<CVirtualPort> m_far; ///< the gateway's
+    std::unique_ptr<CGatewayThread> m_gateway;
     CCountingHost m_host;
     QElapsedTimer m_clock; ///< since the fault began
     QString m_identity;    ///< of the gateway, before the fault
