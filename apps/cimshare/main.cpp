@@ -67,7 +67,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
             "DIR");
 }
 
-/// What the library warns of, besides a bit rate that is meant to stay as the gateway has it.
+/// Prints warnings of the library, except that about a bit rate which is meant to stay as the gateway has it.
 void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
     if (text != QLatin1String("Setting baudrate to 0 failed.")) {

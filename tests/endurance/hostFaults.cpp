@@ -127,7 +127,7 @@ bool run(int cycles)
         table.add({what, outcome.figures, outcome.asPromised ? "yes" : "NO"});
         ok &= outcome.asPromised;
     };
-    row("nobody reads for 10 s", stopReading(false));
+    row("the host does not read for 10 s", stopReading(false));
     row("the host's thread stands still for 10 s", stopReading(true));
     row("opened and closed over UDP", openAndClose(EProtocol::eUdp, cycles));
     row("interfaces in one process", hostMany(200));

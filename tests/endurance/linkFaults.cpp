@@ -148,7 +148,7 @@ struct SFault {
     Act end;
     bool mayLose; ///< messages that were accepted
     int rate = RATE;
-    bool isSilent = false; ///< the host asks and sends nothing of its own
+    bool isSilent = false; ///< The host sends neither requests nor messages.
 };
 
 Act cable(bool pulled, double loss, std::chrono::milliseconds delay)
