@@ -13,6 +13,12 @@
 
 namespace vexmor::Bench
 {
+namespace
+{
+constexpr int FIRST_WIDTH = 64; ///< Keeps columns aligned where their cells are not wider.
+constexpr int WIDTH = 16;
+} // namespace
+
 double nanoseconds(clockid_t clock)
 {
     timespec time{};
@@ -97,24 +103,20 @@ std::string textOf(const SResources& resources)
                 resources.descriptors);
 }
 
-CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)
+void printHead(const std::vector<std::string>& cells)
 {
-    for (const std::string& title : head) {
-        m_widths.push_back(std::max(title.size(), m_widths.empty() ? firstWidth : 0));
-    }
     std::printf("\n");
-    add(head);
-    for (std::size_t column = 0; column < m_widths.size(); ++column) {
-        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(m_widths[column], '-').c_str());
+    printRow(cells);
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        std::printf(column == 0 ? "|---|" : "---:|");
     }
     std::printf("\n");
 }
 
-void CTable::add(const std::vector<std::string>& cells) const
+void printRow(const std::vector<std::string>& cells)
 {
-    for (std::size_t column = 0; column < m_widths.size(); ++column) {
-        const char* const cell = column < cells.size() ? cells[column].c_str() : "";
-        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), cell);
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        std::printf(column == 0 ? "| %-*s |" : " %*s |", column == 0 ? FIRST_WIDTH : WIDTH, cells[column].c_str());
     }
     std::printf("\n");
     std::fflush(stdout);

@@ -72,18 +72,8 @@ SResources resources();
 /// "memory 1 KiB, heap 2 KiB, descriptors 3"
 std::string textOf(const SResources& resources);
 
-/// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
-class CTable
-{
-public:
-    /// `firstWidth` keeps the columns aligned where the first holds longer texts than its title.
-    explicit CTable(const std::vector<std::string>& head, std::size_t firstWidth = 0);
-
-    /// As many cells as the head has, or fewer: the rest stays empty.
-    void add(const std::vector<std::string>& cells) const;
-
-private:
-    std::vector<std::size_t> m_widths;
-};
+// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
+void printHead(const std::vector<std::string>& cells);
+void printRow(const std::vector<std::string>& cells);
 
 } // namespace vexmor::Bench

@@ -188,7 +188,7 @@ SReceived receive(int gateways, int framesPerSegment)
 }
 
 /// Prints the row of one number of gateways. The sides take turns, so that other load on the machine meets both.
-void compare(const CTable& table, int gateways, int framesPerSegment, int turns)
+void compare(int gateways, int framesPerSegment, int turns)
 {
     Values qTcpSocket, plugin, delivered, heapKib;
     std::uint64_t lost = 0;
@@ -201,9 +201,9 @@ void compare(const CTable& table, int gateways, int framesPerSegment, int turns)
         lost += received.lost;
     });
     const bool inPace = median(delivered) >= IN_PACE;
-    table.add({std::to_string(gateways), figure(median(qTcpSocket)), figure(median(plugin)),
-               spread(ratios(plugin, qTcpSocket)), figure(median(delivered) * 100), std::to_string(lost),
-               figure(median(heapKib)), inPace ? figure(1e9 / (median(plugin) * FRAMES_PER_SECOND)) : ""});
+    printRow({std::to_string(gateways), figure(median(qTcpSocket)), figure(median(plugin)),
+              spread(ratios(plugin, qTcpSocket)), figure(median(delivered) * 100), std::to_string(lost),
+              figure(median(heapKib)), inPace ? figure(1e9 / (median(plugin) * FRAMES_PER_SECOND)) : ""});
 }
 
 void run(int turns, int maxGateways)
@@ -213,11 +213,11 @@ void run(int turns, int maxGateways)
     plugin();                  // loaded before memory is looked at
     for (const int framesPerSegment : {MAX_SEGMENT, 1}) {
         std::printf("\nFrames per segment: %d\n", framesPerSegment);
-        const CTable table({"gateways", "QTcpSocket, ns per frame", "plugin", "plugin / QTcpSocket", "delivered, %",
-                            "lost", "heap per interface, KiB", "full buses per processor"});
+        printHead({"gateways", "QTcpSocket, ns per frame", "plugin", "plugin / QTcpSocket", "delivered, %", "lost",
+                   "heap per interface, KiB", "full buses per processor"});
         for (const int gateways : GATEWAYS) {
             if (gateways <= maxGateways) {
-                compare(table, gateways, framesPerSegment, turns);
+                compare(gateways, framesPerSegment, turns);
             }
         }
     }

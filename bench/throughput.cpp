@@ -134,7 +134,7 @@ private:
     std::vector<std::unique_ptr<CLink>> m_links;
 };
 
-void addRow(const CTable& table, const std::string& name, Figures figures)
+void addRow(const std::string& name, Figures figures)
 {
     figures.resize(ALL_SIDES);
     std::vector<std::string> cells{name};
@@ -144,10 +144,10 @@ void addRow(const CTable& table, const std::string& name, Figures figures)
     for (const auto& [of, to] : {std::pair{PLUGIN, RAW}, std::pair{PLUGIN, QT_SOCKET}, std::pair{VIRTUALCAN, PLUGIN}}) {
         cells.push_back(spread(ratios(figures[of], figures[to])));
     }
-    table.add(cells);
+    printRow(cells);
 }
 
-void compareSending(const CTable& table, const CSides& sides, const std::string& protocol)
+void compareSending(const CSides& sides, const std::string& protocol)
 {
     const auto sendBare = [](CLink& link) { repeat(SEND_BATCH, [&] { link.send(SWALLOWED); }); };
     const auto sendInTurns = [](CLink& link) {
@@ -164,14 +164,14 @@ void compareSending(const CTable& table, const CSides& sides, const std::string&
         return sides.measure([=](CLink& link) { return roundTrip(link, share, messagesBefore); });
     };
     // Without an event loop virtualcan sends nothing.
-    addRow(table, "sent over " + protocol + ", nothing but the call, CPU, ns", sent(sendBare, SOCKETS_AND_PLUGIN));
-    addRow(table, "sent over " + protocol + ", one per turn of the event loop, CPU, ns", sent(sendInTurns));
+    addRow("sent over " + protocol + ", nothing but the call, CPU, ns", sent(sendBare, SOCKETS_AND_PLUGIN));
+    addRow("sent over " + protocol + ", one per turn of the event loop, CPU, ns", sent(sendInTurns));
     if (protocol == "TCP") {
-        addRow(table, "sent over TCP, 100 joined where the side can join, CPU, ns", sent(sendJoined));
+        addRow("sent over TCP, 100 joined where the side can join, CPU, ns", sent(sendJoined));
     }
-    addRow(table, "round trip over " + protocol + ", p50, us", trips(0.5, 0));
-    addRow(table, "round trip over " + protocol + ", p99, us", trips(0.99, 0));
-    addRow(table, "the same right behind another message, p50, us", trips(0.5, 1));
+    addRow("round trip over " + protocol + ", p50, us", trips(0.5, 0));
+    addRow("round trip over " + protocol + ", p99, us", trips(0.99, 0));
+    addRow("the same right behind another message, p50, us", trips(0.5, 1));
 }
 
 void run(int rounds)
@@ -181,24 +181,23 @@ void run(int rounds)
     const Figures singleThreaded =
         CSides(EProtocol::eTcp, OTHER_PROCESSOR, rounds).measure(receive, SOCKETS_AND_PLUGIN);
     std::thread([] {}).join();
-    const CTable table({"frames of 8 data bytes; process with threads", "raw", "Qt socket", "plugin", "virtualcan",
-                        "plugin / raw", "plugin / Qt socket", "virtualcan / plugin"},
-                       64);
+    printHead({"frames of 8 data bytes; process with threads", "raw", "Qt socket", "plugin", "virtualcan",
+               "plugin / raw", "plugin / Qt socket", "virtualcan / plugin"});
     {
         const CSides tcp(EProtocol::eTcp, OTHER_PROCESSOR, rounds);
-        addRow(table, "received over TCP, bursts of 8000, CPU, ns", tcp.measure(receive));
-        addRow(table, "received over TCP, bursts of 8000, 1000 frames/s",
+        addRow("received over TCP, bursts of 8000, CPU, ns", tcp.measure(receive));
+        addRow("received over TCP, bursts of 8000, 1000 frames/s",
                tcp.measure([](CLink& link) { return 1e6 / receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST).wall; }));
         const CSides udp(EProtocol::eUdp, OTHER_PROCESSOR, rounds);
-        addRow(table, "received over UDP, bursts of 200 datagrams, CPU, ns",
+        addRow("received over UDP, bursts of 200 datagrams, CPU, ns",
                udp.measure([](CLink& link) { return receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST).cpu; }));
-        addRow(table, "received over UDP, bursts of 200 datagrams, 1000 frames/s", udp.measure([](CLink& link) {
+        addRow("received over UDP, bursts of 200 datagrams, 1000 frames/s", udp.measure([](CLink& link) {
             return 1e6 / receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST).wall;
         }));
     }
-    compareSending(table, CSides(EProtocol::eTcp, HOST_PROCESSOR, rounds), "TCP");
-    compareSending(table, CSides(EProtocol::eUdp, HOST_PROCESSOR, rounds), "UDP");
-    addRow(table, "received over TCP, process that never had two threads, CPU, ns", singleThreaded);
+    compareSending(CSides(EProtocol::eTcp, HOST_PROCESSOR, rounds), "TCP");
+    compareSending(CSides(EProtocol::eUdp, HOST_PROCESSOR, rounds), "UDP");
+    addRow("received over TCP, process that never had two threads, CPU, ns", singleThreaded);
 }
 } // namespace
 

@@ -59,11 +59,10 @@ SOutcome stopReading(bool wholeThread)
     host.readAlways(); // and it goes on
     runFor(1000);
     const bool others = host.errors.size() > 1;
-    return {text("error 2: %llu times, others: %s; kept: the oldest %d, in order; refused meanwhile: %llu; then %llu "
+    return {text("error 2: %lu times, others: %s; kept: the oldest %d, in order; refused meanwhile: %lu; then %lu "
                  "more, none missing",
-                 static_cast<unsigned long long>(full), others ? "SOME" : "0", kept ? QUEUE_SIZE : 0,
-                 static_cast<unsigned long long>(check.missing),
-                 static_cast<unsigned long long>(check.received - before.received - QUEUE_SIZE)),
+                 full, others ? "SOME" : "0", kept ? QUEUE_SIZE : 0, check.missing,
+                 check.received - before.received - QUEUE_SIZE),
             kept && full == 1 && !others && check.gaps == 1 && check.disordered == 0};
 }
 
@@ -114,17 +113,17 @@ SOutcome hostMany(int count)
         // It came when the first messages had been sent; from there on nothing is missing.
         whole = whole && check.gaps <= 1 && check.disordered == 0 && check.nextNumber == totals.generated;
     }
-    return {text("%d, opened in %.1f s; %llu messages, %s missing on any; %.0f KiB each", count, opened,
-                 static_cast<unsigned long long>(read), whole ? "nothing" : "SOME", kib),
+    return {text("%d, opened in %.1f s; %lu messages, %s missing on any; %.0f KiB each", count, opened, read,
+                 whole ? "nothing" : "SOME", kib),
             whole};
 }
 
 bool run(int cycles)
 {
-    const CTable table({"what the host does", "figures", "as promised"});
+    printHead({"what the host does", "figures", "as promised"});
     bool ok = true;
     const auto row = [&](const char* what, const SOutcome& outcome) {
-        table.add({what, outcome.figures, outcome.asPromised ? "yes" : "NO"});
+        printRow({what, outcome.figures, outcome.asPromised ? "yes" : "NO"});
         ok &= outcome.asPromised;
     };
     row("the host does not read for 10 s", stopReading(false));

@@ -220,7 +220,7 @@ const SFault FAULTS[] = {
 };
 
 /// True when it works again and nothing is as it must not be.
-bool run(const SFault& fault, const CTable& table)
+bool run(const SFault& fault)
 {
     CScene scene(fault.protocol, fault.rate, fault.isSilent);
     fault.begin(scene);
@@ -229,7 +229,7 @@ bool run(const SFault& fault, const CTable& table)
     const int backMs = scene.waitUntilBack(fault.isSilent);
     std::vector<std::string> cells{fault.name, fault.protocol == TCP ? "TCP" : "UDP"};
     const bool ok = scene.finish(backMs, fault.mayLose, cells);
-    table.add(cells);
+    printRow(cells);
     return backMs >= 0 && ok;
 }
 } // namespace
@@ -243,12 +243,12 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     const char* const only = argc > 1 ? argv[1] : "";
     return exitCodeOf("linkFaults", [&] {
-        const CTable table({"fault", "", "events at the host", "works again after", "lost, host to gateway",
-                            "lost, gateway to host", "twice or out of order"});
+        printHead({"fault", "", "events at the host", "works again after", "lost, host to gateway",
+                   "lost, gateway to host", "twice or out of order"});
         int failed = 0;
         for (const SFault& fault : FAULTS) {
             if (std::strncmp(fault.name, only, std::strlen(only)) == 0) {
-                failed += run(fault, table) ? 0 : 1;
+                failed += run(fault) ? 0 : 1;
             }
         }
         std::printf("\n%d not as promised\n", failed);

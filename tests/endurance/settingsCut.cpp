@@ -5,6 +5,7 @@
 // settingsCut [KILLS, 1000]
 #include "bench/measuring.h"
 #include "bench/pluginInterface.h"
+#include "bench/processes.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -12,13 +13,11 @@
 #include <QTemporaryDir>
 
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <random>
@@ -63,7 +62,6 @@ std::unique_ptr<CCanInterface> interfaceOf(int number, int version)
 
 [[noreturn]] void saveForEver(SProgress& progress)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
     progress.started = true;
     for (int version = progress.saved[0] + 1; version < VERSIONS; ++version) {
         for (int number = 0; number < INTERFACES; ++number) {
@@ -90,23 +88,17 @@ int storedVersion(int number)
     return whole ? version : -1;
 }
 
-/// Starts an action in a process of its own, whose Qt has seen nothing of the store yet.
+/// Runs an action in a process of its own, whose Qt has seen nothing of the store yet.
 template <typename Action>
-pid_t start(Action&& action)
+void runInChild(Action&& action)
 {
     const pid_t child = fork();
     if (child == 0) {
         action();
         _exit(0);
     }
-    return child;
-}
-
-template <typename Action>
-void runInChild(Action&& action)
-{
     int status = 0;
-    waitpid(start(action), &status, 0);
+    waitpid(child, &status, 0);
     if (status != 0) {
         throw std::runtime_error("a process of this program failed");
     }
@@ -127,13 +119,13 @@ void cut(SProgress& progress, int kills)
     std::mt19937 random(std::random_device{}());
     for (int kill = 0; kill < kills; ++kill) {
         progress.started = false;
-        const pid_t saver = start([&] { saveForEver(progress); });
-        while (!progress.started) {
-            usleep(100);
-        }
-        usleep(random() % MAX_DELAY_US);
-        ::kill(saver, SIGKILL);
-        waitpid(saver, nullptr, 0);
+        {
+            const CChildProcess saver(0, [&] { saveForEver(progress); });
+            while (!progress.started) {
+                usleep(100);
+            }
+            usleep(random() % MAX_DELAY_US);
+        } // killed
         runInChild([&] { look(progress); });
     }
 }
@@ -160,11 +152,11 @@ bool run(int kills)
     cut(progress, kills);
     const QDir store(folder.filePath(QStringLiteral("endurance")));
     const int leftOver = store.entryList(QDir::Files | QDir::Hidden).size() - 1;
-    const CTable table({"", "interfaces half old, half new", "saves lost that had returned",
-                        "other values of the host lost", "files left over"});
-    table.add({text("%d kills in %d saves", kills, INTERFACES * progress.saved[0].load()),
-               std::to_string(progress.halves), std::to_string(progress.lost), std::to_string(progress.hostKeyMissing),
-               std::to_string(leftOver)});
+    printHead({"", "interfaces half old, half new", "saves lost that had returned", "other values of the host lost",
+               "files left over"});
+    printRow({text("%d kills in %d saves", kills, INTERFACES * progress.saved[0].load()),
+              std::to_string(progress.halves), std::to_string(progress.lost), std::to_string(progress.hostKeyMissing),
+              std::to_string(leftOver)});
     return progress.halves + progress.lost + progress.hostKeyMissing == 0;
 }
 } // namespace

@@ -35,18 +35,18 @@ bool holds(const char* what, bool isTrue)
 
 void printTraffic(const CCountingHost& host, const STotals& gateway)
 {
-    const CTable table({"", "accepted", "refused or without a link", "arrived", "lost with a link",
-                        "per loss, on average", "twice or out of order"});
+    printHead({"", "accepted", "refused or without a link", "arrived", "lost with a link", "per loss, on average",
+               "twice or out of order"});
     const auto row = [&](const char* way, std::uint64_t accepted, std::uint64_t noLink, const SSequence& seen,
                          std::uint64_t lost) {
         const double drops = static_cast<double>(std::max<std::uint64_t>(gateway.drops, 1));
-        table.add({way, std::to_string(accepted), std::to_string(noLink), std::to_string(seen.received),
-                   std::to_string(lost), figure(static_cast<double>(lost) / drops), std::to_string(seen.disordered)});
+        printRow({way, std::to_string(accepted), std::to_string(noLink), std::to_string(seen.received),
+                  std::to_string(lost), figure(static_cast<double>(lost) / drops), std::to_string(seen.disordered)});
     };
     row("host to gateway", host.accepted, host.refusedSends, gateway.fromHost, gateway.fromHost.missing);
     row("gateway to host", gateway.generated - gateway.offline, gateway.offline, host.fromGateway,
         host.fromGateway.missing - gateway.offline);
-    std::printf("\n%llu links lost, and one more at the end\n\n", static_cast<unsigned long long>(gateway.drops));
+    std::printf("\n%lu links lost, and one more at the end\n\n", gateway.drops);
 }
 
 bool reckon(const CCountingHost& host, const STotals& gateway)
@@ -67,7 +67,7 @@ bool reckon(const CCountingHost& host, const STotals& gateway)
 /// A row for every tenth of the time; true when none shows more than the first.
 bool watchResources(double minutes)
 {
-    const CTable table({"minutes", "resident memory, KiB", "in use on the heap, KiB", "file descriptors"});
+    printHead({"minutes", "resident memory, KiB", "in use on the heap, KiB", "file descriptors"});
     SResources first;
     bool isFlat = true;
     for (int row = 1; row <= ROWS; ++row) {
@@ -76,8 +76,8 @@ bool watchResources(double minutes)
         first = row == 1 ? now : first;
         isFlat &= now.residentKib - first.residentKib <= MEMORY_LIMIT_KIB;
         isFlat &= row < ROWS || now.descriptors <= first.descriptors; // one more while a link comes back
-        table.add({text("%.1f", minutes * row / ROWS), text("%.0f", now.residentKib), text("%.0f", now.heapKib),
-                   std::to_string(now.descriptors)});
+        printRow({text("%.1f", minutes * row / ROWS), text("%.0f", now.residentKib), text("%.0f", now.heapKib),
+                  std::to_string(now.descriptors)});
     }
     return isFlat;
 }
