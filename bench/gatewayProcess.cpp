@@ -11,83 +11,60 @@ namespace vexmor::Bench
 {
 namespace
 {
-/// What a client's messages ask for, answered over the same socket.
-class CAnswering
+/// Sends over TCP in one piece, over UDP one datagram per frame.
+void sendTo(int socket, const std::vector<std::uint8_t>& bytes, const sockaddr_in* udpClient)
 {
-public:
-    CAnswering(EProtocol protocol, int socket, const SLanguage& language)
-        : m_protocol(protocol), m_socket(socket), m_language(language), m_buffer(READ_SIZE)
-    {
+    const std::size_t step = udpClient != nullptr ? FRAME_SIZE : bytes.size();
+    for (std::size_t offset = 0; offset < bytes.size(); offset += step) {
+        sendto(socket, bytes.data() + offset, step, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(udpClient),
+               udpClient != nullptr ? sizeof *udpClient : 0);
     }
+}
 
-    /// Until the client goes; UDP clients never go.
-    void run()
-    {
-        const OnMessage onMessage = [this](const SMessage& message) { answer(message); };
-        if (*m_language.greeting != '\0') {
-            ::send(m_socket, m_language.greeting, std::strlen(m_language.greeting), MSG_NOSIGNAL);
-        }
-        for (;;) {
-            m_clientSize = sizeof m_client;
-            const ssize_t got = recvfrom(m_socket, m_buffer.data() + m_kept, m_buffer.size() - m_kept, 0,
-                                         reinterpret_cast<sockaddr*>(&m_client), &m_clientSize);
-            if (got <= 0) {
-                return;
-            }
-            const std::size_t count = m_kept + static_cast<std::size_t>(got);
-            m_answer.clear();
-            const std::size_t used = m_language.parse(m_buffer.data(), count, onMessage, m_answer);
-            send(m_answer);
-            m_kept = count - used;
-            std::memmove(m_buffer.data(), m_buffer.data() + used, m_kept);
-        }
-    }
-
-private:
-    void answer(const SMessage& message)
-    {
+/// Answers the messages of a client over the socket that they came from. Returns when the client has closed the
+/// connection; over UDP never.
+void serveClient(EProtocol protocol, int socket, const SLanguage& language)
+{
+    std::vector<std::uint8_t> buffer(READ_SIZE);
+    std::vector<std::uint8_t> answer;
+    const OnMessage onMessage = [&](const SMessage& message) {
         if (message.id == ID_ECHO) {
-            m_language.append(message, m_answer);
+            language.append(message, answer);
         } else if (message.id == ID_BURST) {
             const int count = message.data[0] << 8 | message.data[1];
             for (int i = 0; i < count; ++i) {
-                m_language.append(burstMessage(i), m_answer);
+                language.append(burstMessage(i), answer);
             }
         }
-    }
-
-    /// Over TCP all at once, over UDP a datagram for each frame.
-    void send(const std::vector<std::uint8_t>& bytes)
-    {
-        const bool udp = m_protocol == EProtocol::eUdp;
-        const std::size_t step = udp ? FRAME_SIZE : bytes.size();
-        for (std::size_t offset = 0; offset < bytes.size(); offset += step) {
-            sendto(m_socket, bytes.data() + offset, step, MSG_NOSIGNAL,
-                   udp ? reinterpret_cast<const sockaddr*>(&m_client) : nullptr, udp ? m_clientSize : 0);
+    };
+    sockaddr_in client{};
+    socklen_t clientSize = sizeof client;
+    for (std::size_t kept = 0;;) {
+        const ssize_t got = recvfrom(socket, buffer.data() + kept, buffer.size() - kept, 0,
+                                     reinterpret_cast<sockaddr*>(&client), &clientSize);
+        if (got <= 0) {
+            return;
         }
+        const std::size_t count = kept + static_cast<std::size_t>(got);
+        answer.clear();
+        const std::size_t used = language.parse(buffer.data(), count, onMessage);
+        sendTo(socket, answer, protocol == EProtocol::eUdp ? &client : nullptr);
+        kept = count - used;
+        std::memmove(buffer.data(), buffer.data() + used, kept);
     }
-
-    const EProtocol m_protocol;
-    const int m_socket;
-    const SLanguage& m_language;
-    std::vector<std::uint8_t> m_buffer;
-    std::size_t m_kept = 0;
-    std::vector<std::uint8_t> m_answer; ///< to what one read brought
-    sockaddr_in m_client{};
-    socklen_t m_clientSize = 0;
-};
+}
 
 void serve(EProtocol protocol, int socket, const SLanguage& language)
 {
     if (protocol == EProtocol::eUdp) {
-        CAnswering(protocol, socket, language).run();
+        serveClient(protocol, socket, language);
         return;
     }
     for (;;) {
         const int client = accept(socket, nullptr, nullptr);
         check(client >= 0, "accept");
         setNoDelay(client);
-        CAnswering(protocol, client, language).run();
+        serveClient(protocol, client, language);
         ::close(client);
     }
 }
@@ -98,14 +75,13 @@ void appendFrame(const SMessage& message, std::vector<std::uint8_t>& bytes)
     writeFrame(message, &bytes[bytes.size() - FRAME_SIZE]);
 }
 
-std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage,
-                  std::vector<std::uint8_t>& /*reply*/)
+std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage)
 {
     return parseFrames(bytes, count, onMessage);
 }
 } // namespace
 
-const SLanguage RM_LANGUAGE{"", appendFrame, parse};
+const SLanguage RM_LANGUAGE{appendFrame, parse};
 
 CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
 {

@@ -13,6 +13,7 @@
 
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace vexmor::Bench
 {
@@ -27,6 +28,16 @@ void waitUntil(const std::function<bool()>& condition)
         }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
+}
+
+std::uint64_t CEventLoopLink::receive(int count)
+{
+    waitUntil([this, count] {
+        take();
+        return m_received >= count;
+    });
+    m_received -= count;
+    return std::exchange(m_sum, 0);
 }
 
 namespace
@@ -83,7 +94,7 @@ private:
     CFrameReader m_reader;
 };
 
-class CQtLink : public CLink
+class CQtLink : public CEventLoopLink
 {
 public:
     CQtLink(EProtocol protocol, std::uint16_t port) : m_port(port)
@@ -112,12 +123,6 @@ public:
             write(message);
         }
         QCoreApplication::processEvents();
-    }
-    std::uint64_t receive(int count) override
-    {
-        waitUntil([this, count] { return m_received >= count; });
-        m_received -= count;
-        return std::exchange(m_sum, 0);
     }
 
 private:
@@ -153,8 +158,6 @@ private:
     std::unique_ptr<QAbstractSocket> m_socket;
     QUdpSocket* m_udp = nullptr; ///< the same, when it is one
     CFrameReader m_reader;
-    int m_received = 0; ///< messages not yet asked for, and their sum
-    std::uint64_t m_sum = 0;
 };
 
 class CPluginLink : public CLink

@@ -30,6 +30,19 @@ public:
     virtual std::uint64_t receive(int count) = 0;
 };
 
+/// A side that takes its messages from Qt's event loop.
+class CEventLoopLink : public CLink
+{
+public:
+    std::uint64_t receive(int count) final;
+
+protected:
+    /// Counts what has arrived, where no signal of the event loop has done so.
+    virtual void take() {}
+    int m_received = 0; ///< Messages not yet taken by `receive`, and their sum.
+    std::uint64_t m_sum = 0;
+};
+
 /// A connected, blocking socket and nothing else: the limit that the others are measured against. TCP frames leave at
 /// once; a burst leaves in a single call of the kernel.
 std::unique_ptr<CLink> makeRawLink(EProtocol protocol, std::uint16_t port);

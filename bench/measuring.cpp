@@ -15,9 +15,8 @@ namespace vexmor::Bench
 {
 namespace
 {
-constexpr double LOWER_QUARTER = 0.25;
-constexpr double UPPER_QUARTER = 0.75;
-int s_missed = 0;
+constexpr int FIRST_WIDTH = 64; ///< Keeps columns aligned where their cells are not wider.
+constexpr int WIDTH = 16;
 } // namespace
 
 double nanoseconds(clockid_t clock)
@@ -72,34 +71,8 @@ std::string spread(const Values& values)
 {
     const std::string middle = values.empty() ? "" : figure(median(values));
     return values.size() < 2 ? middle
-                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, LOWER_QUARTER)).c_str(),
-                                    figure(quantile(values, UPPER_QUARTER)).c_str());
-}
-
-std::string verdict(const SAim& aim, const Values& values)
-{
-    if (aim.kind == SAim::eNone) {
-        return "";
-    }
-    const bool isAtMost = aim.kind == SAim::eAtMost;
-    const std::string limit = (isAtMost ? "<= " : ">= ") + figure(aim.limit);
-    const double low = quantile(values, LOWER_QUARTER);
-    const double high = quantile(values, UPPER_QUARTER);
-    if (low <= aim.limit && aim.limit < high) {
-        return limit + ", in between";
-    }
-    return verdict(limit, isAtMost == (high <= aim.limit));
-}
-
-std::string verdict(const std::string& aim, bool met)
-{
-    s_missed += met ? 0 : 1;
-    return aim + (met ? ", met" : ", NOT MET");
-}
-
-void tellAimsMissed()
-{
-    std::printf("\n%d aims not met.\n", s_missed);
+                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, 0.25)).c_str(),
+                                    figure(quantile(values, 0.75)).c_str());
 }
 
 int exitCodeOf(const char* program, const std::function<bool()>& task)
@@ -110,13 +83,6 @@ int exitCodeOf(const char* program, const std::function<bool()>& task)
         std::fprintf(stderr, "%s: %s\n", program, error.what());
         return 1;
     }
-}
-
-std::string loadAverage()
-{
-    double load = 0;
-    std::ifstream("/proc/loadavg") >> load;
-    return figure(load);
 }
 
 SResources resources()
@@ -137,24 +103,20 @@ std::string textOf(const SResources& resources)
                 resources.descriptors);
 }
 
-CTable::CTable(const std::vector<std::string>& head, std::size_t firstWidth)
+void printHead(const std::vector<std::string>& cells)
 {
-    for (const std::string& title : head) {
-        m_widths.push_back(std::max(title.size(), m_widths.empty() ? firstWidth : 0));
-    }
     std::printf("\n");
-    add(head);
-    for (std::size_t column = 0; column < m_widths.size(); ++column) {
-        std::printf(column == 0 ? "|-%s-|" : "-%s:|", std::string(m_widths[column], '-').c_str());
+    printRow(cells);
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        std::printf(column == 0 ? "|---|" : "---:|");
     }
     std::printf("\n");
 }
 
-void CTable::add(const std::vector<std::string>& cells) const
+void printRow(const std::vector<std::string>& cells)
 {
-    for (std::size_t column = 0; column < m_widths.size(); ++column) {
-        const char* const cell = column < cells.size() ? cells[column].c_str() : "";
-        std::printf(column == 0 ? "| %-*s |" : " %*s |", static_cast<int>(m_widths[column]), cell);
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        std::printf(column == 0 ? "| %-*s |" : " %*s |", column == 0 ? FIRST_WIDTH : WIDTH, cells[column].c_str());
     }
     std::printf("\n");
     std::fflush(stdout);

@@ -18,12 +18,6 @@ struct SCost {
     double wall = 0;
 
     SCost operator/(double parts) const { return {cpu / parts, wall / parts}; }
-    SCost& operator+=(const SCost& other)
-    {
-        cpu += other.cpu;
-        wall += other.wall;
-        return *this;
-    }
 };
 
 template <typename Action>
@@ -44,7 +38,7 @@ void repeat(int times, Action&& action)
     }
 }
 
-/// What was measured of one thing, a value a round.
+/// What was measured of one thing, one value per round.
 using Values = std::vector<double>;
 
 /// The value below which `share` (0 to 1) of the values lie, between two of them if need be; 0 when there are none.
@@ -60,25 +54,8 @@ std::string figure(double value);
 /// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
 std::string spread(const Values& values);
 
-/// A limit for a ratio.
-struct SAim {
-    enum EKind { eNone, eAtMost, eAtLeast };
-    EKind kind = eNone;
-    double limit = 0;
-};
-/// "<= 3.2, met" or "NOT MET" when the middle half of the values lies on one side of the limit, "in between" when the
-/// limit lies among them.
-std::string verdict(const SAim& aim, const Values& values);
-/// "nothing lost, met" or "nothing lost, NOT MET".
-std::string verdict(const std::string& aim, bool met);
-/// Prints how many verdicts were "NOT MET".
-void tellAimsMissed();
-
-/// What a program's main gives: 0 when its task gives true; what the task throws is told.
+/// Returns the exit code of a program: 0 when its task returns true. Prints what the task throws.
 int exitCodeOf(const char* program, const std::function<bool()>& task);
-
-/// Processes that wanted to run, on average over the last minute.
-std::string loadAverage();
 
 /// What this process holds now.
 struct SResources {
@@ -95,18 +72,8 @@ SResources resources();
 /// "memory 1 KiB, heap 2 KiB, descriptors 3"
 std::string textOf(const SResources& resources);
 
-/// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
-class CTable
-{
-public:
-    /// `firstWidth` keeps the columns aligned where the first holds longer texts than its title.
-    explicit CTable(const std::vector<std::string>& head, std::size_t firstWidth = 0);
-
-    /// As many cells as the head has, or fewer: the rest stays empty.
-    void add(const std::vector<std::string>& cells) const;
-
-private:
-    std::vector<std::size_t> m_widths;
-};
+// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
+void printHead(const std::vector<std::string>& cells);
+void printRow(const std::vector<std::string>& cells);
 
 } // namespace vexmor::Bench

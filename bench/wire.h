@@ -39,7 +39,7 @@ inline SMessage burstMessage(int number)
 }
 
 /// What every host does with a message that it receives: it looks at identifier, length and bytes. The sum over all
-/// tells whether it got what was sent.
+/// shows whether it received what was sent.
 inline std::uint64_t lookAt(std::uint16_t id, std::size_t length, const std::uint8_t* data)
 {
     if (length != DATA_SIZE) {

@@ -267,13 +267,6 @@ private Q_SLOTS:
         QVERIFY(program.readAllStandardError().contains(counted + ", "));
         QVERIFY(!command.startsWith("dump"_s) || framesOf(contentOf(log)) == frames);
     }
-
-    void demonstrationPasses()
-    {
-        const SOutcome outcome = run(QStringLiteral(CIM_DEMO));
-        QVERIFY2(outcome.exitCode == 0, outcome.out + outcome.err);
-        QVERIFY(outcome.out.count("    ok  ") >= 15 && !outcome.out.contains("FAILED"));
-    }
 };
 
 QTEST_GUILESS_MAIN(CimctlTest)

@@ -81,7 +81,10 @@ private Q_SLOTS:
         SShare share(broker.options("--socketcand 0 --allow-send"_s));
         const QByteArray topic = "site/" + share.name.toLatin1();
         QVERIFY(all.hears("site/state {\"online\":true,"));
-        QVERIFY(all.hears(topic + "/state {\"bitRate\":0,\"connected\":true,\"connection\":\"connected\",\"firmware\":\"1.05\",\"mac\":\"02:"));
+        QVERIFY(all.hears(
+            topic +
+            "/state "
+            "{\"bitRate\":0,\"connected\":true,\"connection\":\"connected\",\"firmware\":\"1.05\",\"mac\":\"02:"));
         QVERIFY(all.hears(topic + "/load {\"percent\":null}"));
         share.gateway.flood(5000);
         QTRY_COMPARE(received.heard.count('\n'), 5000);

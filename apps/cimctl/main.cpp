@@ -3,10 +3,7 @@
 #include "apps/cli/program.h"
 #include "apps/host/translations.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
-
-#include <algorithm>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -23,8 +20,6 @@ struct SOptions {
 
 void addOptions(CLI::App& app, SOptions& options)
 {
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "cimctl " CIM_VERSION);
     addFlag(app, "--json", options.json, "Every line a JSON object, on stdout and on stderr");
     addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
@@ -32,7 +27,7 @@ void addOptions(CLI::App& app, SOptions& options)
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");
-    app.footer(R"(Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,
+    setFooter(app, R"(Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,
 130 interrupted (Ctrl-C) before everything was sent or found.
 With nothing at hand: cimctl dump sim --seconds 3)");
 
@@ -58,7 +53,7 @@ EExitCode runCommand(const SOptions& options)
     } catch (const SProblem& problem) {
         diagnostics.drop();
         output.reportProblem(problem);
-        return problem.isUsage ? eWrongUsage : eRefused;
+        return exitCodeOf(problem);
     }
 }
 
@@ -69,14 +64,14 @@ int cimctl(int argc, char** argv)
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     installTranslations(application, {QStringLiteral("interfaceT93")});
 
-    CLI::App app("Works with CAN interfaces: receives and sends messages through a T93 gateway.", "cimctl");
+    CCommandLine app("cimctl", "Works with CAN interfaces: receives and sends messages through a T93 gateway.");
     SOptions options;
     addOptions(app, options);
-    const auto tell = [&](const QString& problem) {
-        // Read apart: the line was given up in the middle.
-        COutput(std::find(argv, argv + argc, std::string("--json")) != argv + argc).reportProblem({problem});
-    };
-    const auto exitCode = parseCommandLine(app, argc, argv, tell);
+    const auto exitCode = app.parse(argc, argv, [&](const SProblem& problem) {
+        // Read apart: the parser gave up in the middle of the line.
+        COutput(QCoreApplication::arguments().contains(QStringLiteral("--json"))).reportProblem({problem.text});
+        return exitCodeOf(problem);
+    });
     return exitCode ? *exitCode : runCommand(options);
 }
 } // namespace

@@ -5,7 +5,6 @@
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QHostInfo>
 
@@ -16,29 +15,15 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// Text that becomes a value, or is refused in words of its own.
-template <typename Take>
-COption addValue(CLI::App& app, const std::string& name, const std::string& type, const std::string& help, Take take)
-{
-    const auto check = [take](const QString& text) {
-        if (const Failure failure = take(text)) {
-            throw CLI::ValidationError(failure->text.toStdString());
-        }
-    };
-    return addText(app, name, check, help, type);
-}
-
 COption addListening(CLI::App& app, const std::string& name, std::optional<SListenAddress>& address,
                      const std::string& help)
 {
-    return addValue(app, name, "[ADDRESS:]PORT", help, [&address](const QString& text) -> Failure {
-        auto read = SListenAddress::read(text);
-        if (!read) {
-            return read.problem();
-        }
-        address = *read;
-        return {};
-    });
+    const auto read = [&address](const QString& text) -> Failure {
+        auto result = SListenAddress::read(text);
+        address = result ? std::optional(*result) : std::nullopt;
+        return result ? Failure() : result.problem();
+    };
+    return addValue(app, name, read, help, "[ADDRESS:]PORT");
 }
 
 void addMqtt(CLI::App& app, SShareOptions& options)
@@ -46,10 +31,8 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
     options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const COption mqtt =
-        addValue(app, "--mqtt", "HOST[:PORT]", "Publish at this broker", [&broker](const QString& text) {
-            return broker.setAddress(text);
-        }).group(GROUP);
+    const auto setAddress = [&broker](const QString& text) { return broker.setAddress(text); };
+    const COption mqtt = addValue(app, "--mqtt", setAddress, "Publish at this broker", "HOST[:PORT]").group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
         addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };
@@ -60,11 +43,9 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     add("--mqtt-key", broker.keyFile, "Its key", "FILE");
 }
 
-void addOptions(CLI::App& app, SShareOptions& options, QStringList& networks)
+void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks)
 {
-    app.set_version_flag("--version", "cimshare " CIM_VERSION);
-    app.set_config("--config", "", "Read options from a file: name=value, a line each")->type_name("FILE");
-    app.allow_config_extras(CLI::config_extras_mode::error);
+    app.addConfigFile("--config", "Read options from a file: name=value, a line each", "FILE");
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
     const COption socketcand = addListening(app, "--socketcand", options.socketcand,
@@ -82,7 +63,7 @@ void addOptions(CLI::App& app, SShareOptions& options, QStringList& networks)
             "DIR");
 }
 
-/// What the library warns of, besides a bit rate that is meant to stay as the gateway has it.
+/// Prints warnings of the library, except that about a bit rate which is meant to stay as the gateway has it.
 void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
     if (text != QLatin1String("Setting baudrate to 0 failed.")) {
@@ -97,29 +78,27 @@ int cimshare(int argc, char** argv)
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
 
-    const auto tell = [](const QString& problem) { std::fprintf(stderr, "cimshare: %s\n", qPrintable(problem)); };
-    CLI::App app(
+    const auto fail = [](const SProblem& problem) { return Apps::fail("cimshare", problem); };
+    CCommandLine app(
+        "cimshare",
         "Shares CAN buses behind T93 gateways with many programs: as socketcand, as a T93 gateway, over MQTT.\n"
-        "Listens on 127.0.0.1 unless an address is given.",
-        "cimshare");
+        "Listens on 127.0.0.1 unless an address is given.");
     SShareOptions options;
     QStringList networks;
     addOptions(app, options, networks);
-    if (const auto exitCode = parseCommandLine(app, argc, argv, tell)) {
+    if (const auto exitCode = app.parse(argc, argv, fail)) {
         return *exitCode;
     }
     for (const QString& network : std::as_const(networks)) {
         if (const Failure failure = options.allowed.add(network)) {
-            tell(failure->text);
-            return eWrongUsage;
+            return fail(*failure);
         }
     }
     CInterruption interruption;
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);
     CShareService service(std::move(options));
     if (const Failure failure = service.start()) {
-        tell(failure->text);
-        return failure->isUsage ? eWrongUsage : eRefused;
+        return fail(*failure);
     }
     return QCoreApplication::exec();
 }

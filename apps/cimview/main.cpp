@@ -10,13 +10,9 @@
 #include "apps/host/pluginFolder.h"
 #include "apps/host/translations.h"
 
-#include <CLI/CLI.hpp>
 #include <QApplication>
 #include <QPluginLoader>
 
-#include <cstdio>
-#include <memory>
-#include <string>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
@@ -36,16 +32,13 @@ struct SOptions {
 
 void addOptions(CLI::App& app, SOptions& options)
 {
-    app.set_version_flag("--version", "cimview " CIM_VERSION);
-    const auto takeSim = [&options](const std::vector<std::string>& files) {
+    const auto takeSim = [&options](const QString& file) {
         options.sim = true;
-        options.simLog = files.empty() ? QString() : textOf(files.front());
+        options.simLog = file;
     };
-    app.add_option_function<std::vector<std::string>>(
-           "--sim", takeSim,
-           "Start with a simulated gateway in this program; FILE: a log of candump is played on its bus")
-        ->expected(0, 1)
-        ->type_name("[FILE]");
+    addText(app, "--sim", takeSim,
+            "Start with a simulated gateway in this program; FILE: a log of candump is played on its bus", "[FILE]")
+        .optionalValue();
     addTexts(app, "TARGETS", options.targets,
              "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
         .several();
@@ -53,18 +46,15 @@ void addOptions(CLI::App& app, SOptions& options)
             "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)",
             "KBIT")
         .bitRate();
-    app.add_flag("--scan", options.scan, "Scan the network for gateways at once");
-    app.add_flag("--dark", options.dark, "Use a dark palette (from then on)");
+    addFlag(app, "--scan", options.scan, "Scan the network for gateways at once");
+    addFlag(app, "--dark", options.dark, "Use a dark palette (from then on)");
     addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
             "DIR");
-    app.footer("Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
+    setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
 
-void tell(const QString& problem)
-{
-    std::fprintf(stderr, "error: %s\n", qPrintable(problem));
-}
+constexpr char PREFIX[] = "error";
 
 /// Fills the list of interfaces as the user asked for it.
 Failure openAll(CWorkbench& workbench, const SOptions& options)
@@ -83,8 +73,7 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 {
     CWorkbench workbench(plugins);
     if (const Failure failure = openAll(workbench, options)) {
-        tell(failure->text);
-        return failure->isUsage ? eWrongUsage : eRefused;
+        return fail(PREFIX, *failure);
     }
     CMainWindow window(workbench);
     if (options.dark) {
@@ -110,8 +99,7 @@ int run(char** argv, const SOptions& options)
                         {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
     const SPluginSearch search = searchPlugins(options.place);
     if (const Failure failure = search.failure()) {
-        tell(failure->text);
-        return eRefused;
+        return fail(PREFIX, *failure);
     }
     const int exitCode = runWindow(options, search.plugins);
     CInterfaceInUse::endAll();
@@ -125,10 +113,10 @@ int run(char** argv, const SOptions& options)
 int cimview(int argc, char** argv)
 {
     prepareApplication();
-    CLI::App app("Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.", "cimview");
+    CCommandLine app("cimview", "Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.");
     SOptions options;
     addOptions(app, options);
-    const auto exitCode = parseCommandLine(app, argc, argv, tell);
+    const auto exitCode = app.parse(argc, argv, [](const SProblem& problem) { return fail(PREFIX, problem); });
     return exitCode ? *exitCode : run(argv, options);
 }
 } // namespace

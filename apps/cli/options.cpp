@@ -6,88 +6,124 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <utility>
 
 namespace vexmor::Apps
 {
-
-std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv,
-                                    const std::function<void(const QString&)>& tell)
+namespace
 {
-    if (argc == 1 && app.get_require_subcommand_min() > 0) {
-        std::fputs(app.help().c_str(), stderr);
-        return eWrongUsage;
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& wanted) { // --help, --version
-        app.exit(wanted);
-        return eDone;
-    } catch (const CLI::Error& error) {
-        const std::vector<std::string> unknown = app.remaining();
-        const bool isCommand =
-            app.get_require_subcommand_min() > 0 && app.get_subcommands().empty() && !unknown.empty();
-        const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
-        tell(QStringLiteral("%1 (%2 --help tells what can be typed)").arg(textOf(text), textOf(app.get_name())));
-        return eWrongUsage;
-    }
-    return std::nullopt;
-}
-
+/// Text as it was typed; bytes that are none in the user's locale are kept as they can be.
 QString textOf(const std::string& typed)
 {
     return QString::fromLocal8Bit(typed.c_str());
 }
+} // namespace
 
-COption& COption::required()
+CCommandLine::CCommandLine(const std::string& program, const std::string& help)
+    : m_app(std::make_unique<CLI::App>(help, program))
 {
-    m_option->required();
-    return *this;
+    m_app->set_version_flag("--version", program + " " CIM_VERSION);
 }
 
-COption& COption::group(const char* title)
+CCommandLine::~CCommandLine() = default;
+
+void CCommandLine::addConfigFile(const std::string& names, const std::string& help, const std::string& type)
 {
-    m_option->group(title);
-    return *this;
+    m_app->set_config(names, "", help)->type_name(type);
+    m_app->allow_config_extras(CLI::config_extras_mode::error);
 }
 
-COption& COption::needs(const COption& other)
+std::optional<int> CCommandLine::parse(int argc, char** argv, const std::function<int(const SProblem&)>& fail)
 {
-    m_option->needs(other.m_option);
-    return *this;
+    const bool needsCommand = m_app->get_require_subcommand_min() > 0;
+    if (argc == 1 && needsCommand) {
+        std::fputs(m_app->help().c_str(), stderr);
+        return eWrongUsage;
+    }
+    try {
+        m_app->parse(argc, argv);
+    } catch (const CLI::Success& wanted) { // --help, --version
+        m_app->exit(wanted);
+        return eDone;
+    } catch (const CLI::Error& error) {
+        const std::vector<std::string> unknown = m_app->remaining();
+        const bool isCommand = needsCommand && m_app->get_subcommands().empty() && !unknown.empty();
+        const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
+        return fail(wrongUsage(
+            QStringLiteral("%1 (%2 --help tells what can be typed)").arg(textOf(text), textOf(m_app->get_name()))));
+    }
+    return std::nullopt;
 }
 
-COption& COption::several()
+COption COption::required() const
 {
-    m_option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
-    return *this;
+    return m_option->required();
 }
 
-COption& COption::address()
+COption COption::group(const char* title) const
 {
-    m_option->transform(typedAddress());
-    return *this;
+    return m_option->group(title);
 }
 
-COption& COption::bitRate()
+COption COption::needs(const COption& other) const
 {
-    m_option->check(Apps::bitRate());
-    return *this;
+    return m_option->needs(other.m_option);
 }
 
-COption& COption::whole(int lowest, int highest)
+COption COption::several() const
 {
-    m_option->check(CLI::Range(lowest, highest).description(""));
-    return *this;
+    return m_option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
 }
 
-COption& COption::oneOf(const std::vector<std::string>& choices)
+COption COption::optionalValue() const
 {
-    m_option->transform(CLI::IsMember(choices, CLI::ignore_case).description(""));
-    return *this;
+    return m_option->expected(0, 1);
+}
+
+COption COption::showDefault() const
+{
+    return m_option->capture_default_str();
+}
+
+COption COption::check(const std::function<Failure(const QString&)>& read, const std::string& name) const
+{
+    const auto fault = [read](const std::string& text) {
+        const Failure failure = read(textOf(text));
+        return failure ? failure->text.toStdString() : std::string();
+    };
+    return m_option->transform(CLI::Validator(fault, name)); // comes before those that were added earlier
+}
+
+COption COption::address() const
+{
+    const auto read = [](std::string& text) {
+        const std::string typed = std::exchange(text, plainAddress(textOf(text)).toStdString());
+        return text.empty() ? "'" + typed + "' is no address like 192.168.1.70" : std::string();
+    };
+    return m_option->transform(CLI::Validator(read, ""));
+}
+
+COption COption::bitRate() const
+{
+    return check([](const QString& text) {
+        const QString fault = QStringLiteral("must be one of %1 kbit/s").arg(bitRates().join(QLatin1String(", ")));
+        return bitRates().contains(text) ? Failure() : wrongUsage(fault);
+    });
+}
+
+COption COption::whole(int lowest, int highest) const
+{
+    return m_option->check(CLI::Range(lowest, highest).description(""));
+}
+
+COption COption::oneOf(const std::vector<std::string>& choices) const
+{
+    return m_option->transform(CLI::IsMember(choices, CLI::ignore_case).description(""));
 }
 
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen)
 {
+    app.require_subcommand(1);
     CLI::App& command = *app.add_subcommand(name, help);
     command.fallthrough();
     command.callback(std::move(chosen));
@@ -118,7 +154,13 @@ COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest
 COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
                   const std::string& help, const std::string& type)
 {
-    return app.add_option(names, value, help)->type_name(type)->check(numberFrom(lowest, highest));
+    const auto check = [=](const QString& text) { // CLI::Range would let "nan" through
+        bool ok = false;
+        const double number = text.toDouble(&ok);
+        const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);
+        return ok && number >= lowest && number <= highest ? Failure() : wrongUsage(fault);
+    };
+    return COption(app.add_option(names, value, help)->type_name(type)).check(check);
 }
 
 COption addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
@@ -126,6 +168,22 @@ COption addText(CLI::App& app, const std::string& names, QString& value, const s
 {
     return addText(
         app, names, [&value](const QString& text) { value = text; }, help, type);
+}
+
+COption addText(CLI::App& app, const std::string& names, std::string& value, const std::string& help)
+{
+    return app.add_option(names, value, help);
+}
+
+COption addValue(CLI::App& app, const std::string& names, const std::function<Failure(const QString&)>& read,
+                 const std::string& help, const std::string& type)
+{
+    const auto take = [read](const QString& text) {
+        if (const Failure failure = read(text)) {
+            throw CLI::ValidationError(failure->text.toStdString());
+        }
+    };
+    return addText(app, names, take, help, type);
 }
 
 COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
@@ -150,38 +208,9 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
         ->type_name(type);
 }
 
-CLI::Validator typedAddress()
+COption addList(CLI::App& app, const std::string& names, std::vector<std::string>& values, const std::string& help)
 {
-    const auto read = [](std::string& text) {
-        const std::string address = plainAddress(textOf(text)).toStdString();
-        if (address.empty()) {
-            return "'" + text + "' is no address like 192.168.1.70";
-        }
-        text = address;
-        return std::string();
-    };
-    return CLI::Validator(read, "");
-}
-
-CLI::Validator numberFrom(double lowest, double highest)
-{
-    const auto check = [lowest, highest](const std::string& text) {
-        bool ok = false;
-        const double value = textOf(text).toDouble(&ok);
-        const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);
-        return ok && value >= lowest && value <= highest ? std::string() : fault.toStdString();
-    };
-    return CLI::Validator(check, "");
-}
-
-CLI::Validator bitRate()
-{
-    const auto check = [](const std::string& text) {
-        return bitRates().contains(textOf(text))
-                   ? std::string()
-                   : "must be one of " + bitRates().join(QLatin1String(", ")).toStdString() + " kbit/s";
-    };
-    return CLI::Validator(check, "");
+    return app.add_option(names, values, help)->delimiter(',')->capture_default_str();
 }
 
 } // namespace vexmor::Apps

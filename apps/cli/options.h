@@ -1,53 +1,71 @@
 #pragma once
 
+#include "canlog/problem.h"
+
 #include <QString>
 #include <QStringList>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-// Not <CLI/CLI.hpp>, which takes longer to compile than all the rest: who needs more than stands here includes it.
+// Not <CLI/CLI.hpp>, which takes longer to compile than all the rest: options.cpp alone includes it.
 namespace CLI
 {
 class App;
 class Option;
-class Validator;
 } // namespace CLI
 
 /// How the programs read what is typed.
 namespace vexmor::Apps
 {
 
-/// Reads the command line. Gives the exit code when that was all (--help, --version, wrong usage, which `tell` gets a
-/// line about).
-std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv,
-                                    const std::function<void(const QString&)>& tell);
+/// The command line of a program: --help, --version and what is added to it by the functions below.
+class CCommandLine
+{
+public:
+    CCommandLine(const std::string& program, const std::string& help);
+    ~CCommandLine();
+    operator CLI::App&() { return *m_app; }
 
-/// Text as it was typed; bytes that are none in the user's locale are kept as they can be.
-QString textOf(const std::string& typed);
+    /// Adds an option that names a file of options, "name=value", one per line. Unknown names are wrong usage.
+    void addConfigFile(const std::string& names, const std::string& help, const std::string& type);
+    /// Returns the exit code when nothing is left to do: after --help and --version, and that of `fail` after wrong
+    /// usage.
+    std::optional<int> parse(int argc, char** argv, const std::function<int(const SProblem&)>& fail);
 
-/// An option that was added to a parser, to say more of it.
+private:
+    std::unique_ptr<CLI::App> m_app;
+};
+
+/// An option that was added to a command line, with what else is to be said of it.
 class COption
 {
 public:
     COption(CLI::Option* option) : m_option(option) {}
-    COption& required();
-    COption& group(const char* title);
-    COption& needs(const COption& other);
+    COption required() const;
+    COption group(const char* title) const;
+    COption needs(const COption& other) const;
     /// Takes several values at a time.
-    COption& several();
-    // What it may be; the help does not repeat it.
-    COption& address(); ///< IPv4, which becomes one without leading zeros
-    COption& bitRate(); ///< of the CAN bus, kbit/s
-    COption& whole(int lowest, int highest);
-    COption& oneOf(const std::vector<std::string>& choices); ///< becomes one of these, whatever its case
+    COption several() const;
+    /// May be given without a value, which is then empty.
+    COption optionalValue() const;
+    /// The help shows the value that it has without the option.
+    COption showDefault() const;
+    // What it may be; the help does not repeat it, but for the name of `check`.
+    COption address() const; ///< IPv4, which becomes one without leading zeros
+    COption bitRate() const; ///< of the CAN bus, kbit/s
+    COption whole(int lowest, int highest) const;
+    COption oneOf(const std::vector<std::string>& choices) const; ///< becomes one of these, whatever its case
+    COption check(const std::function<Failure(const QString&)>& read, const std::string& name = {}) const;
 
 private:
     CLI::Option* m_option;
 };
 
+/// Adds a command, one of which is to be typed.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
 void setFooter(CLI::App& app, const std::string& text);
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
@@ -58,17 +76,16 @@ COption addNumber(CLI::App& app, const std::string& names, double& value, double
                   const std::string& help, const std::string& type);
 COption addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
                 const std::string& type = {});
+COption addText(CLI::App& app, const std::string& names, std::string& value, const std::string& help);
 COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
                 const std::string& help, const std::string& type);
+/// Reads the text; a problem is wrong usage, and printed as it is.
+COption addValue(CLI::App& app, const std::string& names, const std::function<Failure(const QString&)>& read,
+                 const std::string& help, const std::string& type);
 /// One value each time it is given.
 COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
                  const std::string& type = {});
-
-/// For `transform`: an IPv4 address, which becomes one without leading zeros.
-CLI::Validator typedAddress();
-/// A number from `lowest` to `highest`. CLI::Range would let "nan" through.
-CLI::Validator numberFrom(double lowest, double highest);
-/// A bit rate of the CAN bus in kbit/s.
-CLI::Validator bitRate();
+/// Values in one, with commas between them. The help shows those that it has without the option.
+COption addList(CLI::App& app, const std::string& names, std::vector<std::string>& values, const std::string& help);
 
 } // namespace vexmor::Apps

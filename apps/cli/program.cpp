@@ -36,6 +36,12 @@ int runProgram(const char* prefix, const std::function<int()>& program)
     return eRefused;
 }
 
+int fail(const char* prefix, const SProblem& problem)
+{
+    std::fprintf(stderr, "%s: %s\n", prefix, qPrintable(problem.text));
+    return exitCodeOf(problem);
+}
+
 bool flushOutput()
 {
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;

@@ -10,7 +10,7 @@
 namespace vexmor::Apps
 {
 
-/// What the user typed to say which gateway.
+/// The gateways that the user named.
 struct STargetOptions {
     QStringList texts; ///< TARGET, one at least
     Settings settings; ///< of the options beside it; not for a stored name
@@ -23,7 +23,7 @@ struct STargetOptions {
 /// Adds an option for a parameter of an interface.
 COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
                    const std::string& type, const std::string& help);
-/// Adds the options for all that an interface can be told besides its address.
+/// Adds the options for all parameters of an interface but its address.
 void addInterfaceSettings(CLI::App& command, Settings& settings);
 
 } // namespace vexmor::Apps

@@ -5,7 +5,6 @@
 #include "apps/cli/program.h"
 #include "apps/t93sim/simProgram.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 
 #include <climits>
@@ -22,22 +21,20 @@ class COptionGroup
 public:
     COptionGroup(CLI::App& cli, const char* title) : m_cli(cli), m_title(title) {}
 
-    CLI::Option* flag(const char* name, bool& value, const char* help)
+    COption flag(const char* name, bool& value, const char* help)
     {
-        return m_cli.add_flag(name, value, help)->group(m_title);
+        return addFlag(m_cli, name, value, help).group(m_title);
     }
-    CLI::Option* number(const char* name, int& value, int lowest, int highest, const char* help)
+    COption number(const char* name, int& value, int lowest, int highest, const char* help)
     {
-        CLI::Option* const option = m_cli.add_option(name, value, help)->group(m_title);
-        if (value > 0) {
-            option->capture_default_str();
-        }
-        return option->check(CLI::Range(lowest, highest));
+        const std::string range = "INT:INT in [" + std::to_string(lowest) + " - " + std::to_string(highest) + "]";
+        COption option = addWhole(m_cli, name, value, lowest, highest, help, range).group(m_title);
+        return value > 0 ? option.showDefault() : option;
     }
-    CLI::Option* text(const char* name, std::string& value, const char* help)
+    COption text(const char* name, std::string& value, const char* help)
     {
-        CLI::Option* const option = m_cli.add_option(name, value, help)->group(m_title);
-        return value.empty() ? option : option->capture_default_str();
+        COption option = addText(m_cli, name, value, help).group(m_title);
+        return value.empty() ? option : option.showDefault();
     }
 
 private:
@@ -46,91 +43,86 @@ private:
 };
 
 /// Bytes in hexadecimal, so many or, for 0, any number.
-CLI::Validator hexBytes(int count)
+std::function<Failure(const QString&)> hexBytes(int count)
 {
-    return CLI::Validator(
-        [count](std::string& text) -> std::string {
-            const QByteArray digits = QByteArray::fromStdString(text).replace(":", "");
-            const QByteArray bytes = QByteArray::fromHex(digits);
-            if (digits.isEmpty() || bytes.toHex() != digits.toLower() || (count > 0 && bytes.size() != count)) {
-                return count > 0 ? "must be " + std::to_string(count) + " bytes in hexadecimal"
-                                 : "must be hexadecimal bytes";
-            }
-            return {};
-        },
-        "HEX");
+    return [count](const QString& text) {
+        const QByteArray digits = text.toLocal8Bit().replace(":", "");
+        const QByteArray bytes = QByteArray::fromHex(digits);
+        const bool ok = bytes.toHex() == digits.toLower() && (count == 0 ? !bytes.isEmpty() : bytes.size() == count);
+        const QString number =
+            count > 0 ? QStringLiteral("%1 bytes in hexadecimal").arg(count) : QStringLiteral("hexadecimal bytes");
+        return ok ? Failure() : wrongUsage(QStringLiteral("must be ") + number);
+    };
 }
 
 /// Text that `read` takes apart.
 template <typename Value>
-CLI::Validator readableBy(std::optional<Value> (*read)(const std::string&), const char* fault, const char* type)
+std::function<Failure(const QString&)> readableBy(std::optional<Value> (*read)(const std::string&), const char* fault)
 {
-    return CLI::Validator([=](std::string& text) { return read(text) ? std::string() : fault; }, type);
+    return [=](const QString& text) {
+        return read(text.toStdString()) ? Failure() : wrongUsage(QString::fromLatin1(fault));
+    };
 }
 
 void addGatewayOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup network(cli, "Network");
-    network.text("--address", options.address, "Address to serve on")->transform(typedAddress());
+    network.text("--address", options.address, "Address to serve on").address();
     network.number("--port", options.port, 0, 65535, "Port of the first gateway, TCP and UDP; 0: the system picks");
     network.number("--gateways", options.gateways, 1, 200, "Gateways on one bus, on ports that count up");
     network.number("--clients", options.clients, 1, 1000, "Hosts that a gateway serves at a time");
 
     COptionGroup identity(cli, "Identity");
-    identity.text("--mac", options.mac, "MAC address of the first gateway")->check(hexBytes(6));
+    identity.text("--mac", options.mac, "MAC address of the first gateway").check(hexBytes(6), "HEX");
     identity
         .text("--firmware", options.firmware, "Firmware version MAJOR.MINOR; 2.3 makes hosts ask for the device text")
-        ->check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255", "VERSION"));
+        .check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255"), "VERSION");
     identity.text("--device-text", options.deviceText, "Device identification");
-    cli.add_option("--baud", options.baud, "CAN bit rate at start, kbit/s")
-        ->capture_default_str()
-        ->group("Identity")
-        ->check(bitRate());
+    addWhole(cli, "--baud", options.baud, 1, INT_MAX, "CAN bit rate at start, kbit/s", "INT")
+        .showDefault()
+        .group("Identity")
+        .bitRate();
     identity.flag("--no-busload", options.noBusload, "An older gateway, which does not measure bus load");
 }
 
 void addDetectionOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup detection(cli, "Detection (hosts that scan the network)");
-    CLI::Option* const detect =
+    const COption detect =
         detection.flag("--detect", options.detect, "Answers ident requests, on all addresses of this computer");
-    detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests")->needs(detect);
+    detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests").needs(detect);
     detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered")
-        ->needs(detect);
-    cli.add_option("--endpoint", options.endpoints,
-                   "tcp or udp, client or server, and a port if it is another, like udp-server:30001; numbers, like "
-                   "7-2, for what no gateway has")
-        ->capture_default_str()
-        ->delimiter(',')
-        ->group("Detection (hosts that scan the network)")
-        ->needs(detect)
-        ->check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]", "ENDPOINT"));
+        .needs(detect);
+    addList(cli, "--endpoint", options.endpoints,
+            "tcp or udp, client or server, and a port if it is another, like udp-server:30001; numbers, like "
+            "7-2, for what no gateway has")
+        .group("Detection (hosts that scan the network)")
+        .needs(detect)
+        .check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]"), "ENDPOINT");
 
     COptionGroup faults(cli, "Faults of detection");
     Sim::SSimDetectionFaults& wrong = options.detectionFaults;
-    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end behind their Nth byte")->needs(detect);
+    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end behind their Nth byte").needs(detect);
     faults
         .number("--ident-count", wrong.entryCount, 0, Cim::DDT_MAX_ENTRIES,
                 "Replies announce so many entries, whatever they hold")
-        ->needs(detect);
+        .needs(detect);
     faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end")
-        ->needs(detect);
-    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8")->needs(detect);
-    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply so often")->needs(detect);
-    faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply")->needs(detect);
+        .needs(detect);
+    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8").needs(detect);
+    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply so often").needs(detect);
+    faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply").needs(detect);
 }
 
 void addTrafficOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup traffic(cli, "Traffic (starts when the first host is there)");
-    CLI::Option* const replay =
-        traffic.text("--replay", options.replay, "Plays a log in candump's format; -: of stdin");
-    cli.add_option("--speed", options.speed, "Speed of the replay")
-        ->capture_default_str()
-        ->group("Traffic (starts when the first host is there)")
-        ->needs(replay)
-        ->check(numberFrom(0.01, 10000));
-    traffic.flag("--loop", options.loop, "Starts the replay again at its end")->needs(replay);
+    const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: of stdin");
+    addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed of the replay", "FLOAT")
+        .showDefault()
+        .group("Traffic (starts when the first host is there)")
+        .needs(replay);
+    traffic.flag("--loop", options.loop, "Starts the replay again at its end").needs(replay);
     traffic.number("--generate", options.generate, 1, 200000, "Generated messages a second");
     traffic.flag("--echo", options.echo, "Puts every message of a host on the bus again");
     traffic.flag("--start-now", options.startNow, "Starts the traffic without waiting for a host");
@@ -142,7 +134,7 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
     Sim::SSimFaults& wrong = options.faults;
     faults.number("--wrong-checksum", wrong.wrongChecksumEvery, 1, 1000000, "Every Nth frame has a wrong checksum");
     faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Every Nth frame has no end marker");
-    faults.text("--garbage", options.garbage, "Bytes before every frame")->check(hexBytes(0));
+    faults.text("--garbage", options.garbage, "Bytes before every frame").check(hexBytes(0), "HEX");
     faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame behind its Nth byte");
     faults.number("--merge", wrong.mergeCount, 2, 1000, "Joins N frames into one write");
     faults.number("--delay", wrong.replyDelayMs, 1, 60000, "Milliseconds before each reply");
@@ -151,40 +143,34 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
     faults.flag("--refuse", wrong.refuse, "Refuses connections");
     faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
                   "Drops the links so many milliseconds after each connection");
-    CLI::Option* const status =
+    const COption status =
         faults.number("--status", options.status, 0, 255, "Reports this status byte again and again");
     faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
-        ->needs(status);
+        .needs(status);
     faults.number("--flood", options.flood, 1, 100000000,
                   "Messages sent as fast as they go when the first host is there");
-}
-
-void tell(const QString& problem)
-{
-    std::fprintf(stderr, "t93sim: %s\n", qPrintable(problem));
 }
 
 int t93sim(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     SSimOptions options;
-    CLI::App cli("A T93 gateway in software: answers hosts over TCP and UDP, with a simulated CAN bus behind it.",
-                 "t93sim");
-    cli.set_version_flag("--version", "t93sim " CIM_VERSION);
+    CCommandLine cli("t93sim",
+                     "A T93 gateway in software: answers hosts over TCP and UDP, with a simulated CAN bus behind it.");
     addGatewayOptions(cli, options);
     addTrafficOptions(cli, options);
     addFaultOptions(cli, options);
     addDetectionOptions(cli, options);
-    cli.add_option("--seconds", options.seconds, "Ends by itself after so long")->check(numberFrom(0.001, 1e6));
-    cli.add_flag("--verbose", options.verbose, "Prints every request and message");
-    cli.footer("Exit codes: 0 ended by --seconds, Ctrl-C or another signal, 1 the system refused, 2 wrong usage.");
-    if (const auto exitCode = parseCommandLine(cli, argc, argv, tell)) {
+    addNumber(cli, "--seconds", options.seconds, 0.001, 1e6, "Ends by itself after so long", "FLOAT");
+    addFlag(cli, "--verbose", options.verbose, "Prints every request and message");
+    setFooter(cli, "Exit codes: 0 ended by --seconds, Ctrl-C or another signal, 1 the system refused, 2 wrong usage.");
+    const auto fail = [](const SProblem& problem) { return Apps::fail("t93sim", problem); };
+    if (const auto exitCode = cli.parse(argc, argv, fail)) {
         return *exitCode;
     }
     CSimProgram program(options);
     if (const Failure failure = program.start()) {
-        tell(failure->text);
-        return failure->isUsage ? eWrongUsage : eRefused;
+        return fail(*failure);
     }
     return QCoreApplication::exec();
 }

@@ -1,23 +1,18 @@
 #include "tests/endurance/countedTraffic.h"
 
-#include <QCoreApplication>
 #include <QEventLoop>
-#include <QSocketNotifier>
 
-#include <sys/prctl.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
+#include <algorithm>
+#include <cstring>
 #include <stdexcept>
 
 namespace vexmor::Endurance
 {
 namespace
 {
-constexpr char ROLE[] = "--gateway";
-constexpr int SETTLE_MS = 1000; ///< what is under way when the traffic stops has come by then
-constexpr int PATIENCE_MS = 10000;
+constexpr int SETTLE_MS = 1000;  ///< What is under way when the traffic stops has arrived by then.
+constexpr int CATCH_UP = 100;    ///< Calls at once at most: buffers would overflow after a pause of the process.
+constexpr int MAX_CLIENTS = 256; ///< A host that was cut off may connect again before the gateway notices.
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
@@ -37,11 +32,43 @@ void runFor(int milliseconds)
     loop.exec();
 }
 
+CPacer::CPacer(std::function<void()> action) : m_action(std::move(action))
+{
+    m_timer.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&m_timer, &QTimer::timeout, [this] {
+        const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
+        for (const std::int64_t end = std::min(due, m_done + CATCH_UP); m_done < end; ++m_done) {
+            m_action();
+        }
+    });
+}
+
+void CPacer::start(int rate)
+{
+    m_rate = rate;
+    m_done = 0;
+    m_clock.start();
+    rate > 0 ? m_timer.start(1) : m_timer.stop();
+}
+
 CCountingHost::CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address)
     : m_interface(makeInterface(protocol, port, address))
 {
     connect(m_interface.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
     connect(&m_reader, &QTimer::timeout, this, &CCountingHost::read);
+}
+
+void CCountingHost::read()
+{
+    for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
+        fromGateway.take(numberOf(next.data()));
+    }
+}
+
+void CCountingHost::onInterfaceError(int error)
+{
+    ++errors[error];
+    onEvent(text("error %d", error));
 }
 
 void CCountingHost::sendNext()
@@ -53,96 +80,83 @@ void CCountingHost::sendNext()
     }
     ++refused[code];
     if (refusedSends++ == 0) {
-        onTold(text("sends give %d", code));
+        onEvent(text("sends give %d", code));
     }
 }
 
-CCountingGateway::CCountingGateway(int rate, const STotals& before) : totals(before), m_rate(rate)
+SCountingGateway::SCountingGateway(int rate, const STotals& before)
+    : totals(before), pacer([this] {
+          totals.offline += gateway.tcpHostCount() + gateway.udpHostCount() == 0 ? 1 : 0;
+          bus.send(numberedMessage(totals.generated++));
+      })
 {
-    gateway.setMaxClients(256); // a host that was cut off may come again before that is known here
+    gateway.setMaxClients(MAX_CLIENTS);
     QObject::connect(&gateway, &Sim::CSimGateway::messageReceived,
                      [this](const Cim::CCanMessage& message) { totals.fromHost.take(numberOf(message.data())); });
-    QObject::connect(&gateway, &Sim::CSimGateway::requestReceived, [this] {
-        if (m_rate > 0) {
-            m_pacer.start(std::exchange(m_rate, 0));
+    QObject::connect(&gateway, &Sim::CSimGateway::requestReceived, [this, rate]() mutable {
+        if (rate > 0) {
+            pacer.start(std::exchange(rate, 0));
         }
     });
-}
-
-void CCountingGateway::send()
-{
-    totals.offline += gateway.tcpHostCount() + gateway.udpHostCount() == 0 ? 1 : 0;
-    bus.send(numberedMessage(totals.generated++));
-}
-
-bool CGatewayRole::run(int argc, char** argv)
-{
-    if (argc != 4 || std::strcmp(argv[1], ROLE) != 0) {
-        return false;
-    }
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    QCoreApplication application(argc, argv);
-    CCountingGateway one(std::atoi(argv[2]));
-    if (one.gateway.listen(QHostAddress(QHostAddress::LocalHost), 0)) {
-        return true;
-    }
-    QTimer dropTimer;
-    QObject::connect(&dropTimer, &QTimer::timeout, [&one] {
-        one.gateway.dropLinks();
-        ++one.totals.drops;
+    QObject::connect(&dropTimer, &QTimer::timeout, [this] {
+        gateway.dropLinks();
+        ++totals.drops;
     });
-    if (std::atoi(argv[3]) > 0) {
-        dropTimer.start(std::atoi(argv[3]));
-    }
-    std::printf("%d\n", one.gateway.port());
-    std::fflush(stdout);
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    QObject::connect(&input, &QSocketNotifier::activated, &application, [&] { // closed by the host
-        input.setEnabled(false);
-        one.stop();
-        dropTimer.stop();
-        // Or the host would connect once more while this process ends, and be told of that loss, too.
-        Sim::SSimFaults closed;
-        closed.refuse = true;
-        one.gateway.setFaults(closed);
-        QTimer::singleShot(SETTLE_MS, &application, &QCoreApplication::quit);
-    });
-    QCoreApplication::exec();
-    std::fwrite(&one.totals, sizeof one.totals, 1, stdout);
-    std::fflush(stdout);
-    return true;
 }
 
-CGatewayRole::CGatewayRole(int rate, int dropEveryMs)
+bool CGatewayThread::listenOnLoopback(Sim::CSimGateway& gateway)
 {
-    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(QCoreApplication::applicationFilePath(),
-                    {QString::fromLatin1(ROLE), QString::number(rate), QString::number(dropEveryMs)});
-    if (!m_process.waitForReadyRead(PATIENCE_MS)) {
+    return !gateway.listen(QHostAddress(QHostAddress::LocalHost), 0);
+}
+
+CGatewayThread::CGatewayThread(int rate, Listen listen, const STotals& before)
+{
+    m_thread.reset(QThread::create([this, rate, before, listen = std::move(listen)] {
+        SCountingGateway gateway(rate, before);
+        const bool listens = listen(gateway.gateway);
+        m_gateway = listens ? &gateway : nullptr;
+        m_started.release();
+        if (listens) {
+            QEventLoop().exec();
+            m_totals = gateway.totals;
+        }
+    }));
+    m_thread->start();
+    m_started.acquire();
+    if (m_gateway == nullptr) {
+        m_thread->wait();
         throw std::runtime_error("the gateway does not start");
     }
-    m_port = static_cast<std::uint16_t>(m_process.readLine().trimmed().toUInt());
 }
 
-CGatewayRole::~CGatewayRole()
+std::uint16_t CGatewayThread::port()
 {
-    m_process.kill();
-    m_process.waitForFinished();
+    std::uint16_t port = 0;
+    ask([&port](SCountingGateway& gateway) { port = gateway.gateway.port(); });
+    return port;
 }
 
-STotals CGatewayRole::finish()
+void CGatewayThread::ask(const std::function<void(SCountingGateway&)>& action)
 {
-    QEventLoop loop;
-    QObject::connect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), &loop,
-                     &QEventLoop::quit);
-    QTimer::singleShot(PATIENCE_MS, &loop, &QEventLoop::quit);
-    m_process.closeWriteChannel();
-    loop.exec();
-    STotals totals;
-    if (m_process.read(reinterpret_cast<char*>(&totals), sizeof totals) != sizeof totals) {
-        throw std::runtime_error("the gateway told no totals");
-    }
-    return totals;
+    QMetaObject::invokeMethod(
+        &m_gateway->gateway, [&] { action(*m_gateway); }, Qt::BlockingQueuedConnection);
+}
+
+STotals CGatewayThread::finish()
+{
+    ask([](SCountingGateway& one) {
+        one.pacer.start(0);
+        one.dropTimer.stop();
+    });
+    runFor(SETTLE_MS);
+    return switchOff();
+}
+
+STotals CGatewayThread::switchOff()
+{
+    m_thread->quit();
+    m_thread->wait();
+    return m_totals;
 }
 
 } // namespace vexmor::Endurance

@@ -6,15 +6,16 @@
 #include "sim/simGateway.h"
 
 #include <QElapsedTimer>
-#include <QProcess>
+#include <QSemaphore>
+#include <QThread>
 #include <QTimer>
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 
-/// A host and a gateway that send each other numbered messages and watch what comes.
+/// A host and a gateway that send each other numbered messages and count what arrives.
 namespace vexmor::Endurance
 {
 
@@ -27,25 +28,9 @@ void runFor(int milliseconds);
 class CPacer
 {
 public:
-    explicit CPacer(std::function<void()> action) : m_action(std::move(action))
-    {
-        m_timer.setTimerType(Qt::PreciseTimer);
-        QObject::connect(&m_timer, &QTimer::timeout, [this] {
-            const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
-            // When the process stood still, not all that is due goes out at once: buffers would run over.
-            for (const std::int64_t end = std::min(due, m_done + 100); m_done < end; ++m_done) {
-                m_action();
-            }
-        });
-    }
-    /// Calls a second; 0 stops.
-    void start(int rate)
-    {
-        m_rate = rate;
-        m_done = 0;
-        m_clock.start();
-        rate > 0 ? m_timer.start(1) : m_timer.stop();
-    }
+    explicit CPacer(std::function<void()> action);
+    /// Calls per second; 0 stops.
+    void start(int rate);
 
 private:
     const std::function<void()> m_action;
@@ -55,42 +40,33 @@ private:
     int m_rate = 0;
 };
 
-/// An interface whose host sends numbered messages and counts what it is told.
+/// An interface whose host sends numbered messages and counts what the interface delivers.
 class CCountingHost : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Closed.
+    /// The interface is closed at first.
     CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address = QStringLiteral("127.0.0.1"));
 
     Cim::CCanInterface& canInterface() { return *m_interface; }
-    /// Messages a second; 0: none any more.
+    /// Messages per second; 0 stops.
     void send(int rate) { m_pacer.start(rate); }
-    /// Takes the messages that are there.
-    void read()
-    {
-        for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
-            fromGateway.take(numberOf(next.data()));
-        }
-    }
-    /// From now on every millisecond.
+    /// Reads the messages that wait.
+    void read();
+    /// From now on reads every millisecond.
     void readAlways() { m_reader.start(1); }
 
     std::uint64_t accepted = 0;
     std::uint64_t refusedSends = 0;
-    std::map<int, std::uint64_t> refused; ///< by code
-    std::map<int, std::uint64_t> errors;  ///< by interface error
+    std::map<int, std::uint64_t> refused; ///< Refused sends by code.
+    std::map<int, std::uint64_t> errors;  ///< Interface errors by number.
     SSequence fromGateway;
     /// Called with each interface error, and with the code of the first refused send: "error 0", "sends give 108".
-    std::function<void(const std::string&)> onTold = [](const std::string&) {};
+    std::function<void(const std::string&)> onEvent = [](const std::string&) {};
 
 private Q_SLOTS:
-    void onInterfaceError(int error)
-    {
-        ++errors[error];
-        onTold(text("error %d", error));
-    }
+    void onInterfaceError(int error);
 
 private:
     void sendNext();
@@ -103,49 +79,47 @@ private:
 /// What a gateway has counted.
 struct STotals {
     std::uint64_t generated = 0;
-    std::uint64_t offline = 0; ///< of these, while no host was connected
-    std::uint64_t drops = 0;   ///< links reset
+    std::uint64_t offline = 0; ///< Messages among these that were sent while no host was connected.
+    std::uint64_t drops = 0;   ///< Times that the links were reset.
     SSequence fromHost;
 };
 
 /// A simulated gateway that sends numbered messages to its host and watches those of the host.
-class CCountingGateway
-{
-public:
-    /// Sends so many messages a second from when the first request of a host came in.
-    explicit CCountingGateway(int rate, const STotals& before = {});
-    /// Sends no more.
-    void stop() { m_pacer.start(0); }
+struct SCountingGateway {
+    /// Sends so many messages per second from the first request of a host on.
+    SCountingGateway(int rate, const STotals& before);
 
     Sim::CSimBus bus;
     Sim::CSimGateway gateway{bus};
-    STotals totals; ///< with those of the gateway before this one
-
-private:
-    void send();
-
-    CPacer m_pacer{[this] { send(); }};
-    int m_rate;
+    STotals totals; ///< Includes those of the gateway before this one.
+    CPacer pacer;
+    QTimer dropTimer; ///< Resets the TCP links whenever it expires; stopped at first.
 };
 
-/// A CCountingGateway in a process of its own, at 127.0.0.1: this program once more, in another role.
-class CGatewayRole
+/// An SCountingGateway in a thread of its own; switched on as long as the object exists.
+class CGatewayThread
 {
 public:
-    /// The role itself, to be asked for first in main: true when this process has it, and has ended.
-    static bool run(int argc, char** argv);
+    /// Prepares a gateway in its thread and makes it listen; returns false when that is not possible.
+    using Listen = std::function<bool(Sim::CSimGateway&)>;
+    static bool listenOnLoopback(Sim::CSimGateway& gateway);
 
-    /// Resets the TCP links so often; 0: never. Throws std::runtime_error when it does not start.
-    explicit CGatewayRole(int rate, int dropEveryMs = 0);
-    ~CGatewayRole();
+    /// Continues to count from `before`. Throws std::runtime_error when the gateway does not start.
+    explicit CGatewayThread(int rate, Listen listen = listenOnLoopback, const STotals& before = {});
+    ~CGatewayThread() { switchOff(); }
 
-    std::uint16_t port() const { return m_port; }
-    /// Lets it send no more, and a moment later end and tell what it counted. The event loop runs meanwhile.
+    std::uint16_t port();
+    /// Runs an action in the gateway's thread while the caller waits.
+    void ask(const std::function<void(SCountingGateway&)>& action);
+    /// Stops the traffic, lets messages under way arrive, then switches off. The event loop runs meanwhile.
     STotals finish();
+    STotals switchOff();
 
 private:
-    QProcess m_process;
-    std::uint16_t m_port = 0;
+    SCountingGateway* m_gateway = nullptr; ///< Lives in the thread, which also deletes it.
+    STotals m_totals;                      ///< Once switched off.
+    QSemaphore m_started;
+    std::unique_ptr<QThread> m_thread;
 };
 
 } // namespace vexmor::Endurance

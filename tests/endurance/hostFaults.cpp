@@ -1,5 +1,6 @@
 // What a host does to itself: hostFaults [CYCLES, 10000]. A reader that stops, many openings and closings, 200
 // interfaces in one process. Prints a row of a Markdown table for each.
+#include "bench/gatewayProcess.h"
 #include "bench/measuring.h"
 #include "tests/endurance/countedTraffic.h"
 
@@ -35,7 +36,7 @@ double seconds(const QElapsedTimer& clock)
 /// The reader, or the whole thread of the host, stands still for 10 s while 5,000 messages a second come.
 SOutcome stopReading(bool wholeThread)
 {
-    CGatewayRole gateway(5000);
+    CGatewayThread gateway(5000);
     CCountingHost host(EProtocol::eTcp, gateway.port());
     open(host.canInterface());
     runFor(500);
@@ -58,17 +59,16 @@ SOutcome stopReading(bool wholeThread)
     host.readAlways(); // and it goes on
     runFor(1000);
     const bool others = host.errors.size() > 1;
-    return {text("error 2: %llu times, others: %s; kept: the oldest %d, in order; refused meanwhile: %llu; then %llu "
+    return {text("error 2: %lu times, others: %s; kept: the oldest %d, in order; refused meanwhile: %lu; then %lu "
                  "more, none missing",
-                 static_cast<unsigned long long>(full), others ? "SOME" : "0", kept ? QUEUE_SIZE : 0,
-                 static_cast<unsigned long long>(check.missing),
-                 static_cast<unsigned long long>(check.received - before.received - QUEUE_SIZE)),
+                 full, others ? "SOME" : "0", kept ? QUEUE_SIZE : 0, check.missing,
+                 check.received - before.received - QUEUE_SIZE),
             kept && full == 1 && !others && check.gaps == 1 && check.disordered == 0};
 }
 
 SOutcome openAndClose(EProtocol protocol, int cycles)
 {
-    CGatewayRole gateway(0);
+    const CGatewayProcess gateway(protocol, 0); // whose descriptors are not counted here
     CCountingHost host(protocol, gateway.port());
     SResources first;
     QElapsedTimer clock;
@@ -91,7 +91,7 @@ SOutcome openAndClose(EProtocol protocol, int cycles)
 SOutcome hostMany(int count)
 {
     constexpr int RATE = 100; // each is sent every message
-    CGatewayRole gateway(RATE);
+    CGatewayThread gateway(RATE);
     const SResources before = resources();
     QElapsedTimer clock;
     clock.start();
@@ -113,20 +113,20 @@ SOutcome hostMany(int count)
         // It came when the first messages had been sent; from there on nothing is missing.
         whole = whole && check.gaps <= 1 && check.disordered == 0 && check.nextNumber == totals.generated;
     }
-    return {text("%d, opened in %.1f s; %llu messages, %s missing on any; %.0f KiB each", count, opened,
-                 static_cast<unsigned long long>(read), whole ? "nothing" : "SOME", kib),
+    return {text("%d, opened in %.1f s; %lu messages, %s missing on any; %.0f KiB each", count, opened, read,
+                 whole ? "nothing" : "SOME", kib),
             whole};
 }
 
 bool run(int cycles)
 {
-    const CTable table({"what the host does", "figures", "as promised"});
+    printHead({"what the host does", "figures", "as promised"});
     bool ok = true;
     const auto row = [&](const char* what, const SOutcome& outcome) {
-        table.add({what, outcome.figures, outcome.asPromised ? "yes" : "NO"});
+        printRow({what, outcome.figures, outcome.asPromised ? "yes" : "NO"});
         ok &= outcome.asPromised;
     };
-    row("nobody reads for 10 s", stopReading(false));
+    row("the host does not read for 10 s", stopReading(false));
     row("the host's thread stands still for 10 s", stopReading(true));
     row("opened and closed over UDP", openAndClose(EProtocol::eUdp, cycles));
     row("interfaces in one process", hostMany(200));
@@ -137,9 +137,6 @@ bool run(int cycles)
 
 int main(int argc, char** argv)
 {
-    if (CGatewayRole::run(argc, argv)) {
-        return 0;
-    }
     const QCoreApplication application(argc, argv);
     return exitCodeOf("hostFaults", [&] { return run(argc > 1 ? std::max(std::atoi(argv[1]), 10) : 10000); });
 }

@@ -6,7 +6,6 @@
 #include "tests/endurance/virtualCable.h"
 
 #include <QCoreApplication>
-#include <QThread>
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,77 +27,16 @@ constexpr int BEFORE_MS = 1500; ///< of a good link
 constexpr int BACK_LIMIT_MS = 90000;
 constexpr int SETTLE_MS = 1500;
 
-/// A gateway with a network of its own: switched on as long as the object exists. What it had told its host's network
-/// before it is switched off is forgotten with it: nobody says goodbye.
-class CGatewayNode
-{
-public:
-    /// Goes on counting where another one stopped.
-    CGatewayNode(std::uint8_t lastMacByte, bool announce, int rate, const STotals& before)
-    {
-        m_thread.reset(QThread::create([=] {
-            if (!enterPrivateNetwork(false)) {
-                return;
-            }
-            m_port.emplace("gateway", lastMacByte, "10.9.0.2", announce);
-            CCountingGateway one(rate, before);
-            Sim::SSimIdentity identity;
-            identity.macAddress.back() = lastMacByte;
-            one.gateway.setIdentity(identity);
-            if (one.gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT)) { // the failure: the caller gives up
-                return;
-            }
-            QEventLoop loop;
-            m_gateway = &one;
-            m_loop = &loop;
-            loop.exec();
-            m_totals = one.totals;
-        }));
-        m_thread->start();
-        while (m_loop == nullptr && m_thread->isRunning()) {
-            QThread::msleep(1);
-        }
-        if (m_loop == nullptr) {
-            throw std::runtime_error("the gateway does not start");
-        }
-    }
-    ~CGatewayNode() { switchOff(); }
-
-    int descriptor() const { return m_port->descriptor(); }
-    /// In its own thread, while the caller waits.
-    void ask(const std::function<void(CCountingGateway&)>& action)
-    {
-        QMetaObject::invokeMethod(
-            m_loop.load(), [&] { action(*m_gateway.load()); }, Qt::BlockingQueuedConnection);
-    }
-    /// Its port must not be plugged into a cable any more.
-    STotals switchOff()
-    {
-        if (m_thread->isRunning()) {
-            QMetaObject::invokeMethod(m_loop.load(), &QEventLoop::quit, Qt::QueuedConnection);
-            m_thread->wait();
-        }
-        return m_totals;
-    }
-
-private:
-    std::optional<CVirtualPort> m_port;
-    std::atomic<CCountingGateway*> m_gateway{nullptr};
-    std::atomic<QEventLoop*> m_loop{nullptr};
-    STotals m_totals;
-    std::unique_ptr<QThread> m_thread;
-};
-
-/// The two ends, the cable, and what the host is told.
+/// The two ends, the cable between them, and the events at the host.
 class CScene
 {
 public:
     CScene(EProtocol protocol, int rate, bool isSilent) : m_rate(rate), m_host(protocol, PORT, GATEWAY_ADDRESS)
     {
         startGateway(2);
-        m_host.onTold = [this](const std::string& what) {
-            m_told += text("%s%s after %.1f s", m_told.empty() ? "" : ", ", what.c_str(),
-                           static_cast<double>(m_clock.elapsed()) / 1000);
+        m_host.onEvent = [this](const std::string& what) {
+            m_events += text("%s%s after %.1f s", m_events.empty() ? "" : ", ", what.c_str(),
+                             static_cast<double>(m_clock.elapsed()) / 1000);
         };
         if (isSilent) {
             m_host.canInterface().setProperty("BusloadPollTime", 600000);
@@ -114,17 +52,28 @@ public:
 
     CVirtualCable& cable() { return m_cable; }
     const CVirtualPort& nearPort() const { return m_near; }
-    CGatewayNode& gateway() { return *m_gateway; }
+    CGatewayThread& gateway() { return *m_gateway; }
     void stopGateway()
     {
         m_cable.plug(-1, -1);
         m_before = m_gateway->switchOff();
-        m_gateway.reset();
+        m_far.reset();
     }
+    /// The gateway has a network of its own, which goes with it: no connection is closed in an orderly way.
     void startGateway(std::uint8_t lastMacByte, bool announce = false)
     {
-        m_gateway = std::make_unique<CGatewayNode>(lastMacByte, announce, m_rate, m_before);
-        m_cable.plug(m_near.descriptor(), m_gateway->descriptor());
+        const auto listen = [=](Sim::CSimGateway& gateway) {
+            if (!enterPrivateNetwork(false)) {
+                return false;
+            }
+            m_far.emplace("gateway", lastMacByte, "10.9.0.2", announce);
+            Sim::SSimIdentity identity;
+            identity.macAddress.back() = lastMacByte;
+            gateway.setIdentity(identity);
+            return !gateway.listen(QHostAddress(GATEWAY_ADDRESS), PORT);
+        };
+        m_gateway = std::make_unique<CGatewayThread>(m_rate, listen, m_before);
+        m_cable.plug(m_near.descriptor(), m_far->descriptor());
     }
 
     /// Until messages pass both ways again; gives the milliseconds, or -1.
@@ -149,17 +98,17 @@ public:
     {
         runFor(BEFORE_MS);
         m_host.send(0);
-        m_gateway->ask([](CCountingGateway& gateway) { gateway.stop(); });
+        m_gateway->ask([](SCountingGateway& gateway) { gateway.pacer.start(0); });
         runFor(SETTLE_MS);
         if (m_host.canInterface().commonInfo().interfaceId() != m_identity) {
-            m_told += m_told.empty() ? "interface id is another" : ", interface id is another";
+            m_events += m_events.empty() ? "interface id is another" : ", interface id is another";
         }
         stopGateway();
         const SSequence& up = m_before.fromHost;
         const std::uint64_t lostUp = m_host.accepted - up.received;
         const std::uint64_t lostDown = m_before.generated - m_host.fromGateway.received;
         const std::uint64_t disordered = up.disordered + m_host.fromGateway.disordered;
-        cells.insert(cells.end(), {m_told.empty() ? "nothing" : m_told, text("%.1f s", backMs / 1000.0),
+        cells.insert(cells.end(), {m_events.empty() ? "nothing" : m_events, text("%.1f s", backMs / 1000.0),
                                    std::to_string(lostUp) + " of " + std::to_string(m_host.accepted) + " (" +
                                        std::to_string(m_host.refusedSends) + " more refused)",
                                    std::to_string(lostDown) + " of " + std::to_string(m_before.generated) + " (" +
@@ -172,19 +121,20 @@ private:
     std::uint64_t arrived()
     {
         std::uint64_t count = 0;
-        m_gateway->ask([&count](CCountingGateway& gateway) { count = gateway.totals.fromHost.received; });
+        m_gateway->ask([&count](SCountingGateway& gateway) { count = gateway.totals.fromHost.received; });
         return count;
     }
 
     const int m_rate;
     const CVirtualPort m_near{"host", 1, "10.9.0.1"};
     CVirtualCable m_cable;
-    STotals m_before; ///< what gateways counted that are switched off
-    std::unique_ptr<CGatewayNode> m_gateway;
+    STotals m_before;                  ///< what gateways counted that are switched off
+    std::optional<CVirtualPort> m_far; ///< the gateway's
+    std::unique_ptr<CGatewayThread> m_gateway;
     CCountingHost m_host;
     QElapsedTimer m_clock; ///< since the fault began
     QString m_identity;    ///< of the gateway, before the fault
-    std::string m_told;
+    std::string m_events;
 };
 
 using Act = std::function<void(CScene&)>;
@@ -197,7 +147,7 @@ struct SFault {
     Act end;
     bool mayLose; ///< messages that were accepted
     int rate = RATE;
-    bool isSilent = false; ///< the host asks and sends nothing of its own
+    bool isSilent = false; ///< The host sends neither requests nor messages.
 };
 
 Act cable(bool pulled, double loss, std::chrono::milliseconds delay)
@@ -215,7 +165,7 @@ Act interfaceOfThePc(bool up)
 Act gatewayThat(bool isMute, bool isBlackHole)
 {
     return [=](CScene& scene) {
-        scene.gateway().ask([=](CCountingGateway& gateway) {
+        scene.gateway().ask([=](SCountingGateway& gateway) {
             Sim::SSimFaults faults;
             faults.mute = isMute;
             faults.blackHole = isBlackHole;
@@ -234,8 +184,8 @@ Act anotherGateway(std::uint8_t lastMacByte, bool announce)
 }
 void switchOffInTheMiddleOfAFrame(CScene& scene)
 {
-    scene.gateway().ask([](CCountingGateway& gateway) {
-        gateway.stop();
+    scene.gateway().ask([](SCountingGateway& gateway) {
+        gateway.pacer.start(0);
         gateway.gateway.sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
     });
     runFor(50);
@@ -269,7 +219,7 @@ const SFault FAULTS[] = {
 };
 
 /// True when it works again and nothing is as it must not be.
-bool run(const SFault& fault, const CTable& table)
+bool run(const SFault& fault)
 {
     CScene scene(fault.protocol, fault.rate, fault.isSilent);
     fault.begin(scene);
@@ -278,7 +228,7 @@ bool run(const SFault& fault, const CTable& table)
     const int backMs = scene.waitUntilBack(fault.isSilent);
     std::vector<std::string> cells{fault.name, fault.protocol == TCP ? "TCP" : "UDP"};
     const bool ok = scene.finish(backMs, fault.mayLose, cells);
-    table.add(cells);
+    printRow(cells);
     return backMs >= 0 && ok;
 }
 } // namespace
@@ -292,12 +242,12 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     const char* const only = argc > 1 ? argv[1] : "";
     return exitCodeOf("linkFaults", [&] {
-        const CTable table({"fault", "", "the host is told", "works again after", "lost, host to gateway",
-                            "lost, gateway to host", "twice or out of order"});
+        printHead({"fault", "", "events at the host", "works again after", "lost, host to gateway",
+                   "lost, gateway to host", "twice or out of order"});
         int failed = 0;
         for (const SFault& fault : FAULTS) {
             if (std::strncmp(fault.name, only, std::strlen(only)) == 0) {
-                failed += run(fault, table) ? 0 : 1;
+                failed += run(fault) ? 0 : 1;
             }
         }
         std::printf("\n%d not as promised\n", failed);

@@ -25,7 +25,7 @@ bool isMapped()
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
 }
 
-bool cycles(const CTable& table, int count, QLibrary::LoadHints hints, const char* name)
+bool cycles(int count, QLibrary::LoadHints hints, const char* name)
 {
     SResources first;
     int failed = 0;
@@ -57,10 +57,10 @@ bool cycles(const CTable& table, int count, QLibrary::LoadHints hints, const cha
     }
     const SResources grown = resources() - first;
     const bool ok = failed == 0 && grown.residentKib < MEMORY_LIMIT_KIB && grown.descriptors <= 0;
-    table.add({text("loads and unloads the library, %s", name),
-               text("%d times; failed: %d; still mapped afterwards: %d times; %s more than after the first tenth",
-                    count, failed, stillMapped, textOf(grown).c_str()),
-               ok ? "yes" : "NO"});
+    printRow({text("loads and unloads the library, %s", name),
+              text("%d times; failed: %d; still mapped afterwards: %d times; %s more than after the first tenth", count,
+                   failed, stillMapped, textOf(grown).c_str()),
+              ok ? "yes" : "NO"});
     return ok;
 }
 } // namespace
@@ -69,8 +69,8 @@ int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     const int count = argc > 1 ? std::max(std::atoi(argv[1]), 10) : 1000;
-    const CTable table({"what the host does", "figures", "as promised"});
-    const bool unloaded = cycles(table, count, {}, "no load hints");
-    const bool kept = cycles(table, count, QLibrary::PreventUnloadHint, "PreventUnloadHint (Qt's default)");
+    printHead({"what the host does", "figures", "as promised"});
+    const bool unloaded = cycles(count, {}, "no load hints");
+    const bool kept = cycles(count, QLibrary::PreventUnloadHint, "PreventUnloadHint (Qt's default)");
     return unloaded && kept ? 0 : 1;
 }

@@ -2,10 +2,10 @@
 // again is killed at a random moment, and another one looks at the store. Each interface must be wholly as one save
 // left it, no save that had returned may be missing, and what else the host stored must be there.
 //
-// settingsCut [KILLS, 1000] [--busy-host]       --busy-host: another thread of the host stores values of its own
-// meanwhile
+// settingsCut [KILLS, 1000]
 #include "bench/measuring.h"
 #include "bench/pluginInterface.h"
+#include "bench/processes.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -13,15 +13,14 @@
 #include <QTemporaryDir>
 
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <random>
-#include <thread>
 #include <vector>
 
 using namespace vexmor::Bench;
@@ -61,18 +60,8 @@ std::unique_ptr<CCanInterface> interfaceOf(int number, int version)
     return can;
 }
 
-[[noreturn]] void saveForEver(SProgress& progress, bool busyHost)
+[[noreturn]] void saveForEver(SProgress& progress)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (busyHost) {
-        std::thread([] {
-            for (int value = 0;; ++value) {
-                QSettings settings;
-                settings.setValue(QStringLiteral("Host/Counter"), value);
-                settings.sync();
-            }
-        }).detach();
-    }
     progress.started = true;
     for (int version = progress.saved[0] + 1; version < VERSIONS; ++version) {
         for (int number = 0; number < INTERFACES; ++number) {
@@ -99,22 +88,20 @@ int storedVersion(int number)
     return whole ? version : -1;
 }
 
-/// Starts an action in a process of its own, whose Qt has seen nothing of the store yet.
+/// Runs an action in a process of its own, whose Qt has seen nothing of the store yet.
 template <typename Action>
-pid_t start(Action&& action)
+void runInChild(Action&& action)
 {
     const pid_t child = fork();
     if (child == 0) {
         action();
         _exit(0);
     }
-    return child;
-}
-
-template <typename Action>
-void runInChild(Action&& action)
-{
-    waitpid(start(action), nullptr, 0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (status != 0) {
+        throw std::runtime_error("a process of this program failed");
+    }
 }
 
 void look(SProgress& progress)
@@ -127,23 +114,23 @@ void look(SProgress& progress)
     }
 }
 
-void cut(SProgress& progress, int kills, bool busyHost)
+void cut(SProgress& progress, int kills)
 {
     std::mt19937 random(std::random_device{}());
     for (int kill = 0; kill < kills; ++kill) {
         progress.started = false;
-        const pid_t saver = start([&] { saveForEver(progress, busyHost); });
-        while (!progress.started) {
-            usleep(100);
-        }
-        usleep(random() % MAX_DELAY_US);
-        ::kill(saver, SIGKILL);
-        waitpid(saver, nullptr, 0);
+        {
+            const CChildProcess saver(0, [&] { saveForEver(progress); });
+            while (!progress.started) {
+                usleep(100);
+            }
+            usleep(random() % MAX_DELAY_US);
+        } // killed
         runInChild([&] { look(progress); });
     }
 }
 
-bool run(int kills, bool busyHost)
+bool run(int kills)
 {
     const QTemporaryDir folder;
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
@@ -162,23 +149,21 @@ bool run(int kills, bool busyHost)
             progress.saved[number] = 1;
         }
     });
-    cut(progress, kills, busyHost);
+    cut(progress, kills);
     const QDir store(folder.filePath(QStringLiteral("endurance")));
     const int leftOver = store.entryList(QDir::Files | QDir::Hidden).size() - 1;
-    const CTable table({"", "interfaces half old, half new", "saves lost that had returned",
-                        "other values of the host lost", "files left over"});
-    table.add({text("%d kills in %d saves%s", kills, INTERFACES * progress.saved[0].load(),
-                    busyHost ? ", the host storing in another thread without a pause" : ""),
-               std::to_string(progress.halves), std::to_string(progress.lost), std::to_string(progress.hostKeyMissing),
-               std::to_string(leftOver)});
-    return progress.halves + progress.lost + progress.hostKeyMissing == 0 || busyHost;
+    printHead({"", "interfaces half old, half new", "saves lost that had returned", "other values of the host lost",
+               "files left over"});
+    printRow({text("%d kills in %d saves", kills, INTERFACES * progress.saved[0].load()),
+              std::to_string(progress.halves), std::to_string(progress.lost), std::to_string(progress.hostKeyMissing),
+              std::to_string(leftOver)});
+    return progress.halves + progress.lost + progress.hostKeyMissing == 0;
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    const int kills = arguments.isEmpty() || arguments.first().toInt() <= 0 ? 1000 : arguments.first().toInt();
-    return exitCodeOf("settingsCut", [&] { return run(kills, arguments.contains(QStringLiteral("--busy-host"))); });
+    const int kills = argc > 1 ? std::max(std::atoi(argv[1]), 1) : 1000;
+    return exitCodeOf("settingsCut", [&] { return run(kills); });
 }

@@ -43,8 +43,8 @@ inline bool enterPrivateNetwork(bool firstThread)
 class CVirtualPort
 {
 public:
-    /// `lastByte` (1 to 9) ends its MAC address, `address` is of a network of 24 bits; with `announce` everybody on the
-    /// network is told that this MAC address has it now. Throws std::runtime_error.
+    /// `lastByte` (1 to 9) ends its MAC address, `address` is of a network of 24 bits; with `announce` it is announced
+    /// to the network that this MAC address has it now. Throws std::runtime_error.
     CVirtualPort(const std::string& name, int lastByte, const std::string& address, bool announce = false)
         : m_name(name), m_descriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC))
     {
