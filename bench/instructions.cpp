@@ -47,13 +47,12 @@ void count(int framesATurn, Prepare&& prepare, Counted&& counted)
 {
     for (int turn = -WARM_UP_TURNS; turn < FRAMES / framesATurn; ++turn) {
         prepare();
-        if (turn >= 0) {
-            CALLGRIND_TOGGLE_COLLECT;
+        if (turn == 0) {
+            CALLGRIND_ZERO_STATS;
         }
+        CALLGRIND_TOGGLE_COLLECT;
         counted();
-        if (turn >= 0) {
-            CALLGRIND_TOGGLE_COLLECT;
-        }
+        CALLGRIND_TOGGLE_COLLECT;
     }
 }
 
@@ -69,7 +68,7 @@ bool run(const std::string& what)
     if (what == "send") {
         const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
         count(
-            BATCH, [&] { swallow(gateway); }, [&] { link->sendBurst(message, BATCH); });
+            BATCH, [&] { swallow(gateway); }, [&] { repeat(BATCH, [&] { link->send(message); }); });
     } else {
         count(
             framesATurn, [&] { deliver(gateway, framesATurn); }, [&] { link->receive(framesATurn); });

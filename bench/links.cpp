@@ -45,7 +45,7 @@ namespace
 class CRawLink : public CLink
 {
 public:
-    CRawLink(EProtocol protocol, std::uint16_t port) : m_protocol(protocol), m_socket(connectToLoopback(protocol, port))
+    CRawLink(EProtocol protocol, std::uint16_t port) : m_socket(connectToLoopback(protocol, port))
     {
         const timeval patience{PATIENCE_S, 0};
         check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
@@ -56,19 +56,7 @@ public:
     {
         std::uint8_t frame[FRAME_SIZE];
         writeFrame(message, frame);
-        sendBytes(frame, sizeof frame);
-    }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        if (m_protocol == EProtocol::eUdp) {
-            CLink::sendBurst(message, count);
-            return;
-        }
-        std::uint8_t frames[READ_SIZE];
-        for (int i = 0; i < count; ++i) {
-            writeFrame(message, frames + static_cast<std::size_t>(i) * FRAME_SIZE);
-        }
-        sendBytes(frames, static_cast<std::size_t>(count) * FRAME_SIZE);
+        check(::send(m_socket, frame, sizeof frame, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof frame), "send");
     }
     std::uint64_t receive(int count) override
     {
@@ -85,11 +73,6 @@ public:
     }
 
 private:
-    void sendBytes(const std::uint8_t* bytes, std::size_t count)
-    {
-        check(::send(m_socket, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count), "send");
-    }
-    const EProtocol m_protocol;
     const int m_socket;
     CFrameReader m_reader;
 };
@@ -114,20 +97,6 @@ public:
 
     void send(const SMessage& message) override
     {
-        write(message);
-        m_socket->flush();
-    }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        for (int i = 0; i < count; ++i) {
-            write(message);
-        }
-        QCoreApplication::processEvents();
-    }
-
-private:
-    void write(const SMessage& message)
-    {
         std::uint8_t frame[FRAME_SIZE];
         writeFrame(message, frame);
         const auto* const bytes = reinterpret_cast<const char*>(frame);
@@ -136,7 +105,10 @@ private:
         if (sent != static_cast<qint64>(FRAME_SIZE)) {
             throw std::runtime_error(m_socket->errorString().toStdString());
         }
+        m_socket->flush();
     }
+
+private:
     void onReadyRead()
     {
         while (m_udp != nullptr ? m_udp->hasPendingDatagrams() : m_socket->bytesAvailable() > 0) {

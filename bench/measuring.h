@@ -41,18 +41,16 @@ void repeat(int times, Action&& action)
 /// What was measured of one thing, one value per round.
 using Values = std::vector<double>;
 
-/// The value below which `share` (0 to 1) of the values lie, between two of them if need be; 0 when there are none.
-double quantile(Values values, double share);
+/// 0 when there are no values.
 double median(const Values& values);
-/// Round by round, since what else the machine does meets both sides of a round alike.
-Values ratios(const Values& of, const Values& to);
 
 /// As printf.
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// A figure with about three digits that count.
 std::string figure(double value);
-/// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
-std::string spread(const Values& values);
+/// The ratios round by round, since what else the machine does meets both sides of a round alike: the median and where
+/// the middle half lies, "1.40 (1.36-1.44)". Empty when a side was not measured.
+std::string ratio(const Values& of, const Values& to);
 
 /// Returns the exit code of a program: 0 when its task returns true. Prints what the task throws.
 int exitCodeOf(const char* program, const std::function<bool()>& task);

@@ -1,7 +1,9 @@
 #include "bench/pluginInterface.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QPluginLoader>
+#include <QTimer>
 
 #include <stdexcept>
 
@@ -40,6 +42,13 @@ void close(Cim::CCanInterface& canInterface)
 {
     canInterface.closeCommunication();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+}
+
+void runFor(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 } // namespace vexmor::Bench

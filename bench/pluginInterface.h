@@ -22,4 +22,7 @@ void open(Cim::CCanInterface& canInterface);
 /// Closes it, and frees what Qt would keep until the event loop turns.
 void close(Cim::CCanInterface& canInterface);
 
+/// Runs the event loop for so long.
+void runFor(int milliseconds);
+
 } // namespace vexmor::Bench

@@ -12,7 +12,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace vexmor::Bench
 {
@@ -95,6 +97,7 @@ CChildProcess::CChildProcess(int processor, const std::function<void()>& run)
     try {
         stayOn(processor);
         run();
+        _exit(0);
     } catch (const std::exception& error) { // the other side notices that nothing comes
         std::fprintf(stderr, "%s\n", error.what());
     }
@@ -103,8 +106,19 @@ CChildProcess::CChildProcess(int processor, const std::function<void()>& run)
 
 CChildProcess::~CChildProcess()
 {
-    kill(m_process, SIGKILL);
-    waitpid(m_process, nullptr, 0);
+    if (m_process > 0) {
+        kill(m_process, SIGKILL);
+        waitpid(m_process, nullptr, 0);
+    }
+}
+
+void CChildProcess::finish()
+{
+    int status = -1;
+    waitpid(std::exchange(m_process, -1), &status, 0);
+    if (status != 0) {
+        throw std::runtime_error("a process of this program failed");
+    }
 }
 
 } // namespace vexmor::Bench

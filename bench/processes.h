@@ -28,14 +28,16 @@ int connectToLoopback(EProtocol protocol, std::uint16_t port);
 /// Small frames leave a TCP socket at once.
 void setNoDelay(int socket);
 
-/// A process that runs a function on one processor and ends with it, with this object, or with the process that made
-/// it.
+/// A process that runs a function on one processor. It ends with the function, with this object, or with the process
+/// that made it.
 class CChildProcess
 {
 public:
-    /// Throws std::system_error when there is no process to be had.
+    /// Throws std::system_error when no process can be made.
     CChildProcess(int processor, const std::function<void()>& run);
     ~CChildProcess();
+    /// Waits until the function has returned. Throws std::runtime_error when it threw.
+    void finish();
     CChildProcess(const CChildProcess&) = delete;
     CChildProcess& operator=(const CChildProcess&) = delete;
 

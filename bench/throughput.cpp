@@ -3,9 +3,6 @@
 #include "bench/gatewayProcess.h"
 #include "bench/links.h"
 #include "bench/measuring.h"
-#ifdef CIM_HAS_SERIALBUS
-#include "bench/virtualcan.h"
-#endif
 
 #include <QCoreApplication>
 
@@ -23,10 +20,6 @@ constexpr int DEFAULT_ROUNDS = 25; ///< Measured rounds, after one that warms up
 constexpr int HOST_PROCESSOR = 0;
 constexpr int OTHER_PROCESSOR = 1;
 // The work of one round.
-constexpr int RECEIVE_BURST = 8000;
-constexpr int RECEIVE_BURSTS = 10;
-constexpr int DATAGRAM_BURST = 200; ///< Fits into a socket's receive buffer in any case.
-constexpr int DATAGRAM_BURSTS = 40;
 constexpr int SEND_BATCH = 100; ///< Messages between two waits for the gateway.
 constexpr int SEND_BATCHES = 20;
 constexpr int ROUND_TRIPS = 200;
@@ -54,39 +47,33 @@ SCost receiveBursts(CLink& link, int bursts, int frames)
     return costOf([&] { repeat(bursts, [&] { exchange(link, request, frames, sum); }); }) / (bursts * frames);
 }
 
-/// The CPU time in ns per message, without the time in which the gateway catches up.
-double sendBatches(CLink& link, const std::function<void(CLink&)>& sendBatch)
+/// The CPU time in ns per message, each sent in a turn of the event loop, without the time in which the gateway catches
+/// up.
+double send(CLink& link)
 {
     double cpu = 0;
     repeat(SEND_BATCHES, [&] {
         exchange(link, ECHOED, 1, lookAt(ECHOED)); // until the gateway has read everything
-        cpu += costOf([&] { sendBatch(link); }).cpu;
+        cpu += costOf([&] {
+                   repeat(SEND_BATCH, [&] {
+                       link.send(SWALLOWED);
+                       QCoreApplication::processEvents(); // on all sides, whether they need it or not
+                   });
+               }).cpu;
     });
     return cpu / (SEND_BATCHES * SEND_BATCH);
 }
 
-/// The time in us within which the given share of the round trips end, each behind so many unanswered messages.
-double roundTrip(CLink& link, double share, int messagesBefore)
+/// The median time of a round trip in us.
+double roundTrip(CLink& link)
 {
     Values times;
-    repeat(ROUND_TRIPS, [&] {
-        const SCost cost = costOf([&] {
-            repeat(messagesBefore, [&] { link.send(SWALLOWED); });
-            exchange(link, ECHOED, 1, lookAt(ECHOED));
-        });
-        times.push_back(cost.wall / 1000);
-    });
-    return quantile(times, share);
-}
-
-double receive(CLink& link)
-{
-    return receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST).cpu;
+    repeat(ROUND_TRIPS,
+           [&] { times.push_back(costOf([&] { exchange(link, ECHOED, 1, lookAt(ECHOED)); }).wall / 1000); });
+    return median(times);
 }
 
 enum ESide : std::size_t { RAW, QT_SOCKET, PLUGIN, VIRTUALCAN, ALL_SIDES };
-constexpr std::size_t SOCKETS_AND_PLUGIN = VIRTUALCAN;
-using Figures = std::vector<Values>; ///< One figure for each side and round.
 
 /// Sides that take turns, each with a gateway process of its own on the same processor.
 class CSides
@@ -104,19 +91,26 @@ public:
         }
 #endif
     }
-    /// Measures the first so many sides in all rounds, after one that warms up.
-    Figures measure(const std::function<double(CLink&)>& round, std::size_t sides = ALL_SIDES) const
+    /// Measures all rounds and prints the row.
+    void compare(const std::string& name, const std::function<double(CLink&)>& round) const
     {
-        Figures figures(std::min(sides, m_links.size()));
+        Values figures[ALL_SIDES];
         for (int number = 0; number <= m_rounds; ++number) {
-            for (std::size_t side = 0; side < figures.size(); ++side) {
+            for (std::size_t side = 0; side < m_links.size(); ++side) {
                 const double value = round(*m_links[side]);
                 if (number > 0) {
                     figures[side].push_back(value);
                 }
             }
         }
-        return figures;
+        std::vector<std::string> cells{name + (m_protocol == EProtocol::eTcp ? ", TCP" : ", UDP")};
+        for (const Values& side : figures) {
+            cells.push_back(side.empty() ? "" : figure(median(side)));
+        }
+        cells.push_back(ratio(figures[PLUGIN], figures[RAW]));
+        cells.push_back(ratio(figures[PLUGIN], figures[QT_SOCKET]));
+        cells.push_back(ratio(figures[VIRTUALCAN], figures[PLUGIN]));
+        printRow(cells);
     }
 
 private:
@@ -134,70 +128,26 @@ private:
     std::vector<std::unique_ptr<CLink>> m_links;
 };
 
-void addRow(const std::string& name, Figures figures)
+void compareReceiving(const CSides& sides, int bursts, int frames)
 {
-    figures.resize(ALL_SIDES);
-    std::vector<std::string> cells{name};
-    for (const Values& side : figures) {
-        cells.push_back(side.empty() ? "" : figure(median(side)));
-    }
-    for (const auto& [of, to] : {std::pair{PLUGIN, RAW}, std::pair{PLUGIN, QT_SOCKET}, std::pair{VIRTUALCAN, PLUGIN}}) {
-        cells.push_back(spread(ratios(figures[of], figures[to])));
-    }
-    printRow(cells);
-}
-
-void compareSending(const CSides& sides, const std::string& protocol)
-{
-    const auto sendBare = [](CLink& link) { repeat(SEND_BATCH, [&] { link.send(SWALLOWED); }); };
-    const auto sendInTurns = [](CLink& link) {
-        repeat(SEND_BATCH, [&] {
-            link.send(SWALLOWED);
-            QCoreApplication::processEvents(); // on all sides, whether they need it or not
-        });
-    };
-    const auto sendJoined = [](CLink& link) { link.sendBurst(SWALLOWED, SEND_BATCH); };
-    const auto sent = [&](auto sendBatch, std::size_t count = ALL_SIDES) {
-        return sides.measure([=](CLink& link) { return sendBatches(link, sendBatch); }, count);
-    };
-    const auto trips = [&](double share, int messagesBefore) {
-        return sides.measure([=](CLink& link) { return roundTrip(link, share, messagesBefore); });
-    };
-    // Without an event loop virtualcan sends nothing.
-    addRow("sent over " + protocol + ", nothing but the call, CPU, ns", sent(sendBare, SOCKETS_AND_PLUGIN));
-    addRow("sent over " + protocol + ", one per turn of the event loop, CPU, ns", sent(sendInTurns));
-    if (protocol == "TCP") {
-        addRow("sent over TCP, 100 joined where the side can join, CPU, ns", sent(sendJoined));
-    }
-    addRow("round trip over " + protocol + ", p50, us", trips(0.5, 0));
-    addRow("round trip over " + protocol + ", p99, us", trips(0.99, 0));
-    addRow("the same right behind another message, p50, us", trips(0.5, 1));
+    const std::string name = text("received in bursts of %d, ", frames);
+    sides.compare(name + "CPU, ns", [=](CLink& link) { return receiveBursts(link, bursts, frames).cpu; });
+    sides.compare(name + "1000 frames/s", [=](CLink& link) { return 1e6 / receiveBursts(link, bursts, frames).wall; });
 }
 
 void run(int rounds)
 {
     stayOn(HOST_PROCESSOR);
-    // First: once there were two threads the locks cost what they cost.
-    const Figures singleThreaded =
-        CSides(EProtocol::eTcp, OTHER_PROCESSOR, rounds).measure(receive, SOCKETS_AND_PLUGIN);
-    std::thread([] {}).join();
-    printHead({"frames of 8 data bytes; process with threads", "raw", "Qt socket", "plugin", "virtualcan",
-               "plugin / raw", "plugin / Qt socket", "virtualcan / plugin"});
-    {
-        const CSides tcp(EProtocol::eTcp, OTHER_PROCESSOR, rounds);
-        addRow("received over TCP, bursts of 8000, CPU, ns", tcp.measure(receive));
-        addRow("received over TCP, bursts of 8000, 1000 frames/s",
-               tcp.measure([](CLink& link) { return 1e6 / receiveBursts(link, RECEIVE_BURSTS, RECEIVE_BURST).wall; }));
-        const CSides udp(EProtocol::eUdp, OTHER_PROCESSOR, rounds);
-        addRow("received over UDP, bursts of 200 datagrams, CPU, ns",
-               udp.measure([](CLink& link) { return receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST).cpu; }));
-        addRow("received over UDP, bursts of 200 datagrams, 1000 frames/s", udp.measure([](CLink& link) {
-            return 1e6 / receiveBursts(link, DATAGRAM_BURSTS, DATAGRAM_BURST).wall;
-        }));
+    std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
+    printHead({"frames of 8 data bytes", "raw", "Qt socket", "plugin", "virtualcan", "plugin / raw",
+               "plugin / Qt socket", "virtualcan / plugin"});
+    compareReceiving(CSides(EProtocol::eTcp, OTHER_PROCESSOR, rounds), 10, 8000);
+    compareReceiving(CSides(EProtocol::eUdp, OTHER_PROCESSOR, rounds), 40, 200); // fits into any receive buffer
+    for (const EProtocol protocol : {EProtocol::eTcp, EProtocol::eUdp}) {
+        const CSides sides(protocol, HOST_PROCESSOR, rounds);
+        sides.compare("sent, one per turn of the event loop, CPU, ns", send);
+        sides.compare("round trip, us", roundTrip);
     }
-    compareSending(CSides(EProtocol::eTcp, HOST_PROCESSOR, rounds), "TCP");
-    compareSending(CSides(EProtocol::eUdp, HOST_PROCESSOR, rounds), "UDP");
-    addRow("received over TCP, process that never had two threads, CPU, ns", singleThreaded);
 }
 } // namespace
 

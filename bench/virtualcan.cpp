@@ -1,9 +1,7 @@
-#include "bench/virtualcan.h"
-
+#include "bench/links.h"
 #include "bench/measuring.h"
 
 #include <QCanBus>
-#include <QCoreApplication>
 
 #include <algorithm>
 #include <cstdio>
@@ -62,11 +60,6 @@ public:
         if (!m_device->writeFrame(QCanBusFrame(message.id, data))) {
             throw std::runtime_error(m_device->errorString().toStdString());
         }
-    }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        CLink::sendBurst(message, count);
-        QCoreApplication::processEvents();
     }
 
 private:
