@@ -1,35 +1,19 @@
 #include "bench/links.h"
 
 #include "bench/pluginInterface.h"
-#include "bench/processes.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QTcpSocket>
 #include <QUdpSocket>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
 namespace vexmor::Bench
 {
-void waitUntil(const std::function<bool()>& condition)
-{
-    std::optional<QDeadlineTimer> patience;
-    for (bool first = true; !condition(); first = false) {
-        if (!first && !patience) {
-            patience.emplace(PATIENCE_S * 1000);
-        } else if (patience && patience->hasExpired()) {
-            throw std::runtime_error("messages missing");
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-}
-
 std::uint64_t CEventLoopLink::receive(int count)
 {
     waitUntil([this, count] {

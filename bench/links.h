@@ -1,8 +1,7 @@
 #pragma once
 
-#include "bench/gatewayProcess.h"
+#include "bench/processes.h"
 
-#include <functional>
 #include <memory>
 
 /// The sides of a comparison: each is the host of a gateway process at 127.0.0.1 in its own way. They need the
@@ -53,9 +52,5 @@ extern const SLanguage VIRTUALCAN_LANGUAGE;
 std::unique_ptr<CLink> makeVirtualcanLink(EProtocol protocol, std::uint16_t port);
 /// Returns whether the backend is installed (Debian package libqt5serialbus5-plugins).
 bool hasVirtualcan();
-
-/// Runs the event loop until the condition holds; throws when it does not within PATIENCE_S from the first turn that
-/// changed nothing. The clock is not read before.
-void waitUntil(const std::function<bool()>& condition);
 
 } // namespace vexmor::Bench

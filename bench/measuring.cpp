@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 
@@ -71,14 +70,12 @@ std::string ratio(const Values& of, const Values& to)
     return figure(median(ratios)) + " (" + figure(quantile(ratios, 0.25)) + "-" + figure(quantile(ratios, 0.75)) + ")";
 }
 
-int exitCodeOf(const char* program, const std::function<bool()>& task)
+bool holds(const char* promise, bool isTrue)
 {
-    try {
-        return task() ? 0 : 1;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", program, error.what());
-        return 1;
+    if (!isTrue) {
+        std::printf("NO: %s\n", promise);
     }
+    return isTrue;
 }
 
 SResources resources()
@@ -91,12 +88,6 @@ SResources resources()
     result.heapKib = static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;
     result.descriptors = static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
     return result;
-}
-
-std::string textOf(const SResources& resources)
-{
-    return text("memory %.0f KiB, heap %.0f KiB, descriptors %d", resources.residentKib, resources.heapKib,
-                resources.descriptors);
 }
 
 void printHead(const std::vector<std::string>& cells)

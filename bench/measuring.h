@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -52,8 +51,8 @@ std::string figure(double value);
 /// the middle half lies, "1.40 (1.36-1.44)". Empty when a side was not measured.
 std::string ratio(const Values& of, const Values& to);
 
-/// Returns the exit code of a program: 0 when its task returns true. Prints what the task throws.
-int exitCodeOf(const char* program, const std::function<bool()>& task);
+/// Prints a promise that does not hold; returns whether it holds.
+bool holds(const char* promise, bool isTrue);
 
 /// What this process holds now.
 struct SResources {
@@ -67,8 +66,6 @@ struct SResources {
     }
 };
 SResources resources();
-/// "memory 1 KiB, heap 2 KiB, descriptors 3"
-std::string textOf(const SResources& resources);
 
 // A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
 void printHead(const std::vector<std::string>& cells);

@@ -1,6 +1,7 @@
 #include "bench/pluginInterface.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QPluginLoader>
 #include <QTimer>
@@ -49,6 +50,16 @@ void runFor(int milliseconds)
     QEventLoop loop;
     QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
     loop.exec();
+}
+
+void waitUntil(const std::function<bool()>& condition)
+{
+    for (const QDeadlineTimer patience(PATIENCE_S * 1000); !condition();) {
+        if (patience.hasExpired()) {
+            throw std::runtime_error("messages missing");
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
 }
 
 } // namespace vexmor::Bench

@@ -1,6 +1,5 @@
 // What the plugin costs a host from end to end, beside a plain socket, a bare Qt socket and, where it is installed, Qt
 // SerialBus's virtualcan in the same run. Prints a table in Markdown. See docs/performance.md.
-#include "bench/gatewayProcess.h"
 #include "bench/links.h"
 #include "bench/measuring.h"
 
@@ -8,7 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
+#include <deque>
 #include <stdexcept>
 #include <thread>
 
@@ -74,36 +73,41 @@ double roundTrip(CLink& link)
 }
 
 enum ESide : std::size_t { RAW, QT_SOCKET, PLUGIN, VIRTUALCAN, ALL_SIDES };
+struct SSide {
+    std::unique_ptr<CLink> (*makeLink)(EProtocol protocol, std::uint16_t port);
+    const SLanguage& language;
+};
+struct SRow {
+    std::string name;
+    std::function<double(CLink&)> round;
+};
 
-/// Sides that take turns, each with a gateway process of its own on the same processor.
-class CSides
+/// Prints the rows of a protocol. The sides take turns, each with a gateway process of its own on the same processor.
+void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::vector<SRow>& rows)
 {
-public:
-    CSides(EProtocol protocol, int gatewayProcessor, int rounds)
-        : m_protocol(protocol), m_gatewayProcessor(gatewayProcessor), m_rounds(rounds)
-    {
-        for (const MakeLink makeLink : {makeRawLink, makeQtLink, makePluginLink}) {
-            add(makeLink, RM_LANGUAGE);
-        }
+    std::vector<SSide> sides{{makeRawLink, RM_LANGUAGE}, {makeQtLink, RM_LANGUAGE}, {makePluginLink, RM_LANGUAGE}};
 #ifdef CIM_HAS_SERIALBUS
-        if (protocol == EProtocol::eTcp && hasVirtualcan()) {
-            add(makeVirtualcanLink, VIRTUALCAN_LANGUAGE);
-        }
-#endif
+    if (protocol == EProtocol::eTcp && hasVirtualcan()) {
+        sides.push_back({makeVirtualcanLink, VIRTUALCAN_LANGUAGE});
     }
-    /// Measures all rounds and prints the row.
-    void compare(const std::string& name, const std::function<double(CLink&)>& round) const
-    {
+#endif
+    std::deque<CGatewayProcess> gateways;
+    std::vector<std::unique_ptr<CLink>> links;
+    for (const SSide& side : sides) {
+        gateways.emplace_back(protocol, gatewayProcessor, side.language);
+        links.push_back(side.makeLink(protocol, gateways.back().port()));
+    }
+    for (const SRow& row : rows) {
         Values figures[ALL_SIDES];
-        for (int number = 0; number <= m_rounds; ++number) {
-            for (std::size_t side = 0; side < m_links.size(); ++side) {
-                const double value = round(*m_links[side]);
+        for (int number = 0; number <= rounds; ++number) {
+            for (std::size_t side = 0; side < links.size(); ++side) {
+                const double value = row.round(*links[side]);
                 if (number > 0) {
                     figures[side].push_back(value);
                 }
             }
         }
-        std::vector<std::string> cells{name + (m_protocol == EProtocol::eTcp ? ", TCP" : ", UDP")};
+        std::vector<std::string> cells{(protocol == EProtocol::eTcp ? "TCP: " : "UDP: ") + row.name};
         for (const Values& side : figures) {
             cells.push_back(side.empty() ? "" : figure(median(side)));
         }
@@ -112,42 +116,13 @@ public:
         cells.push_back(ratio(figures[VIRTUALCAN], figures[PLUGIN]));
         printRow(cells);
     }
-
-private:
-    using MakeLink = std::unique_ptr<CLink> (*)(EProtocol protocol, std::uint16_t port);
-    void add(MakeLink makeLink, const SLanguage& language)
-    {
-        m_gateways.push_back(std::make_unique<CGatewayProcess>(m_protocol, m_gatewayProcessor, language));
-        m_links.push_back(makeLink(m_protocol, m_gateways.back()->port()));
-    }
-
-    const EProtocol m_protocol;
-    const int m_gatewayProcessor;
-    const int m_rounds;
-    std::vector<std::unique_ptr<CGatewayProcess>> m_gateways;
-    std::vector<std::unique_ptr<CLink>> m_links;
-};
-
-void compareReceiving(const CSides& sides, int bursts, int frames)
-{
-    const std::string name = text("received in bursts of %d, ", frames);
-    sides.compare(name + "CPU, ns", [=](CLink& link) { return receiveBursts(link, bursts, frames).cpu; });
-    sides.compare(name + "1000 frames/s", [=](CLink& link) { return 1e6 / receiveBursts(link, bursts, frames).wall; });
 }
 
-void run(int rounds)
+std::vector<SRow> receiving(int bursts, int frames)
 {
-    stayOn(HOST_PROCESSOR);
-    std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
-    printHead({"frames of 8 data bytes", "raw", "Qt socket", "plugin", "virtualcan", "plugin / raw",
-               "plugin / Qt socket", "virtualcan / plugin"});
-    compareReceiving(CSides(EProtocol::eTcp, OTHER_PROCESSOR, rounds), 10, 8000);
-    compareReceiving(CSides(EProtocol::eUdp, OTHER_PROCESSOR, rounds), 40, 200); // fits into any receive buffer
-    for (const EProtocol protocol : {EProtocol::eTcp, EProtocol::eUdp}) {
-        const CSides sides(protocol, HOST_PROCESSOR, rounds);
-        sides.compare("sent, one per turn of the event loop, CPU, ns", send);
-        sides.compare("round trip, us", roundTrip);
-    }
+    const std::string name = text("received in bursts of %d, ", frames);
+    return {{name + "CPU, ns", [=](CLink& link) { return receiveBursts(link, bursts, frames).cpu; }},
+            {name + "1000 frames/s", [=](CLink& link) { return 1e6 / receiveBursts(link, bursts, frames).wall; }}};
 }
 } // namespace
 
@@ -159,8 +134,16 @@ int main(int argc, char** argv)
     setenv("TZ", "UTC", 0);
     setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // virtualcan logs that it is no server
     const QCoreApplication application(argc, argv);
-    return exitCodeOf("throughput", [&] {
-        run(argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS);
-        return true;
-    });
+    const int rounds = argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS;
+    stayOn(HOST_PROCESSOR);
+    std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
+    printHead({"frames of 8 data bytes", "raw", "Qt socket", "plugin", "virtualcan", "plugin / raw",
+               "plugin / Qt socket", "virtualcan / plugin"});
+    compare(EProtocol::eTcp, OTHER_PROCESSOR, rounds, receiving(10, 8000));
+    compare(EProtocol::eUdp, OTHER_PROCESSOR, rounds, receiving(40, 200)); // fits into any receive buffer
+    for (const EProtocol protocol : {EProtocol::eTcp, EProtocol::eUdp}) {
+        compare(protocol, HOST_PROCESSOR, rounds,
+                {{"sent, one per turn of the event loop, CPU, ns", send}, {"round trip, us", roundTrip}});
+    }
+    return 0;
 }

@@ -1,5 +1,6 @@
 #include "bench/links.h"
 #include "bench/measuring.h"
+#include "bench/pluginInterface.h"
 
 #include <QCanBus>
 
@@ -15,11 +16,9 @@ const QString BACKEND = QStringLiteral("virtualcan");
 
 void append(const SMessage& message, std::vector<std::uint8_t>& bytes)
 {
-    std::string line = text("%d##", message.id);
-    for (const std::uint8_t byte : message.data) {
-        line += text("%02x", byte);
-    }
-    line += '\n';
+    const auto& d = message.data;
+    const std::string line =
+        text("%d##%02x%02x%02x%02x%02x%02x%02x%02x\n", message.id, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
     bytes.insert(bytes.end(), line.begin(), line.end());
 }
 
