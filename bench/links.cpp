@@ -9,18 +9,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <stdexcept>
 #include <utility>
 
 namespace vexmor::Bench
 {
 std::uint64_t CEventLoopLink::receive(int count)
 {
-    waitUntil([this, count] {
+    m_missing += count;
+    waitUntil([this] {
         take();
-        return m_received >= count;
+        return m_missing <= 0;
     });
-    m_received -= count;
     return std::exchange(m_sum, 0);
 }
 
@@ -102,10 +101,7 @@ private:
                     const auto room = static_cast<qint64>(size);
                     return m_udp != nullptr ? m_udp->readDatagram(data, room) : m_socket->read(data, room);
                 },
-                [this](const SMessage& message) {
-                    m_sum += lookAt(message);
-                    ++m_received;
-                });
+                [this](const SMessage& message) { look(message.id, DATA_SIZE, message.data.data()); });
         }
     }
 
@@ -116,7 +112,7 @@ private:
     CFrameReader m_reader;
 };
 
-class CPluginLink : public CLink
+class CPluginLink : public CEventLoopLink
 {
 public:
     CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(makeInterface(protocol, port))
@@ -134,21 +130,14 @@ public:
             throw std::runtime_error(m_interface->errorCodeToString(code).toStdString());
         }
     }
-    std::uint64_t receive(int count) override
-    {
-        std::uint64_t sum = 0;
-        Cim::CCanMessage message;
-        waitUntil([&] {
-            while (count > 0 && m_interface->readMessage(message) == 0) {
-                sum += lookAt(message.id().value(), message.length(), message.data());
-                --count;
-            }
-            return count == 0;
-        });
-        return sum;
-    }
 
 private:
+    void take() override
+    {
+        for (Cim::CCanMessage message; m_missing > 0 && m_interface->readMessage(message) == 0;) {
+            look(message.id().value(), message.length(), message.data());
+        }
+    }
     const std::unique_ptr<Cim::CCanInterface> m_interface;
 };
 } // namespace

@@ -29,9 +29,14 @@ public:
     std::uint64_t receive(int count) final;
 
 protected:
-    /// Counts what has arrived, where no signal of the event loop has done so.
+    /// Looks at what has arrived, up to m_missing messages, where no signal of the event loop has done so.
     virtual void take() {}
-    int m_received = 0; ///< Messages not yet taken by `receive`, and their sum.
+    void look(std::uint16_t id, std::size_t length, const std::uint8_t* data)
+    {
+        m_sum += lookAt(id, length, data);
+        --m_missing;
+    }
+    int m_missing = 0; ///< Messages that `receive` waits for.
     std::uint64_t m_sum = 0;
 };
 

@@ -12,11 +12,6 @@
 
 namespace vexmor::Bench
 {
-namespace
-{
-constexpr int FIRST_WIDTH = 64; ///< Keeps columns aligned where their cells are not wider.
-constexpr int WIDTH = 16;
-} // namespace
 
 double nanoseconds(clockid_t clock)
 {
@@ -73,7 +68,7 @@ std::string ratio(const Values& of, const Values& to)
 bool holds(const char* promise, bool isTrue)
 {
     if (!isTrue) {
-        std::printf("NO: %s\n", promise);
+        std::fprintf(stderr, "NO: %s\n", promise);
     }
     return isTrue;
 }
@@ -90,21 +85,30 @@ SResources resources()
     return result;
 }
 
+std::string textOf(const SResources& resources)
+{
+    return text("memory %.0f KiB, heap %.0f KiB, descriptors %d", resources.residentKib, resources.heapKib,
+                resources.descriptors);
+}
+
+bool isFlat(const SResources& grown, double memoryLimitKib)
+{
+    return holds("memory and descriptors do not grow", grown.residentKib < memoryLimitKib && grown.descriptors <= 0);
+}
+
 void printHead(const std::vector<std::string>& cells)
 {
+    std::vector<std::string> rule(cells.size(), "---:");
+    rule[0] = "---";
     std::printf("\n");
     printRow(cells);
-    for (std::size_t column = 0; column < cells.size(); ++column) {
-        std::printf(column == 0 ? "|---|" : "---:|");
-    }
-    std::printf("\n");
+    printRow(rule);
 }
 
 void printRow(const std::vector<std::string>& cells)
 {
-    for (std::size_t column = 0; column < cells.size(); ++column) {
-        std::printf(column == 0 ? "| %-*s |" : " %*s |", column == 0 ? FIRST_WIDTH : WIDTH, cells[column].c_str());
-    }
+    std::printf("| %-50s |", cells[0].c_str());
+    std::for_each(cells.begin() + 1, cells.end(), [](const auto& cell) { std::printf(" %16s |", cell.c_str()); });
     std::printf("\n");
     std::fflush(stdout);
 }

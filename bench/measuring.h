@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -15,8 +14,6 @@ double nanoseconds(clockid_t clock);
 struct SCost {
     double cpu = 0;
     double wall = 0;
-
-    SCost operator/(double parts) const { return {cpu / parts, wall / parts}; }
 };
 
 template <typename Action>
@@ -66,6 +63,10 @@ struct SResources {
     }
 };
 SResources resources();
+/// "memory 1 KiB, heap 2 KiB, descriptors 3"
+std::string textOf(const SResources& resources);
+/// Returns whether a process that has grown by so much is flat; prints when it is not.
+bool isFlat(const SResources& grown, double memoryLimitKib);
 
 // A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
 void printHead(const std::vector<std::string>& cells);

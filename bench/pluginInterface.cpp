@@ -6,8 +6,6 @@
 #include <QPluginLoader>
 #include <QTimer>
 
-#include <stdexcept>
-
 namespace vexmor::Bench
 {
 
@@ -54,7 +52,11 @@ void runFor(int milliseconds)
 
 void waitUntil(const std::function<bool()>& condition)
 {
-    for (const QDeadlineTimer patience(PATIENCE_S * 1000); !condition();) {
+    QDeadlineTimer patience(QDeadlineTimer::Forever);
+    for (int turn = 0; !condition(); ++turn) {
+        if (turn == 1) { // the clock is not read where the first turn is enough
+            patience.setRemainingTime(PATIENCE_S * 1000);
+        }
         if (patience.hasExpired()) {
             throw std::runtime_error("messages missing");
         }

@@ -94,11 +94,6 @@ void appendFrame(const SMessage& message, std::vector<std::uint8_t>& bytes)
     bytes.resize(bytes.size() + FRAME_SIZE);
     writeFrame(message, &bytes[bytes.size() - FRAME_SIZE]);
 }
-
-std::size_t parse(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage)
-{
-    return parseFrames(bytes, count, onMessage);
-}
 } // namespace
 
 void check(bool ok, const char* what)
@@ -190,7 +185,7 @@ void CChildProcess::finish()
     }
 }
 
-const SLanguage RM_LANGUAGE{appendFrame, parse};
+const SLanguage RM_LANGUAGE{appendFrame, parseFrames<const OnMessage&>};
 
 CGatewayProcess::CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language)
     : m_socket(protocol), m_process(processor, [&] { serve(protocol, m_socket, language); })

@@ -77,7 +77,7 @@ struct SBus {
     {
         const std::uint64_t before = sequence.received;
         for (Cim::CCanMessage message; canInterface->readMessage(message) == 0;) {
-            sequence.take(numberOf(message.data()));
+            sequence.take(message.data());
         }
         return sequence.received - before;
     }

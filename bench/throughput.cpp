@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <deque>
-#include <stdexcept>
 #include <thread>
 
 using namespace vexmor::Bench;
@@ -35,15 +34,15 @@ void exchange(CLink& link, const SMessage& request, int answers, std::uint64_t s
     }
 }
 
-/// The cost per frame of bursts that the gateway sends on request.
-SCost receiveBursts(CLink& link, int bursts, int frames)
+/// The CPU time in ns per frame of bursts that the gateway sends on request.
+double receiveBursts(CLink& link, int bursts, int frames)
 {
     const SMessage request{ID_BURST, {static_cast<std::uint8_t>(frames >> 8), static_cast<std::uint8_t>(frames)}};
     std::uint64_t sum = 0;
     for (int number = 0; number < frames; ++number) {
         sum += lookAt(burstMessage(number));
     }
-    return costOf([&] { repeat(bursts, [&] { exchange(link, request, frames, sum); }); }) / (bursts * frames);
+    return costOf([&] { repeat(bursts, [&] { exchange(link, request, frames, sum); }); }).cpu / (bursts * frames);
 }
 
 /// The CPU time in ns per message, each sent in a turn of the event loop, without the time in which the gateway catches
@@ -77,13 +76,10 @@ struct SSide {
     std::unique_ptr<CLink> (*makeLink)(EProtocol protocol, std::uint16_t port);
     const SLanguage& language;
 };
-struct SRow {
-    std::string name;
-    std::function<double(CLink&)> round;
-};
+using Row = std::pair<std::string, std::function<double(CLink&)>>; ///< Its name, and what a round measures.
 
 /// Prints the rows of a protocol. The sides take turns, each with a gateway process of its own on the same processor.
-void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::vector<SRow>& rows)
+void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::vector<Row>& rows)
 {
     std::vector<SSide> sides{{makeRawLink, RM_LANGUAGE}, {makeQtLink, RM_LANGUAGE}, {makePluginLink, RM_LANGUAGE}};
 #ifdef CIM_HAS_SERIALBUS
@@ -97,17 +93,17 @@ void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::ve
         gateways.emplace_back(protocol, gatewayProcessor, side.language);
         links.push_back(side.makeLink(protocol, gateways.back().port()));
     }
-    for (const SRow& row : rows) {
+    for (const auto& [name, round] : rows) {
         Values figures[ALL_SIDES];
         for (int number = 0; number <= rounds; ++number) {
             for (std::size_t side = 0; side < links.size(); ++side) {
-                const double value = row.round(*links[side]);
+                const double value = round(*links[side]);
                 if (number > 0) {
                     figures[side].push_back(value);
                 }
             }
         }
-        std::vector<std::string> cells{(protocol == EProtocol::eTcp ? "TCP: " : "UDP: ") + row.name};
+        std::vector<std::string> cells{(protocol == EProtocol::eTcp ? "TCP: " : "UDP: ") + name};
         for (const Values& side : figures) {
             cells.push_back(side.empty() ? "" : figure(median(side)));
         }
@@ -118,12 +114,6 @@ void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::ve
     }
 }
 
-std::vector<SRow> receiving(int bursts, int frames)
-{
-    const std::string name = text("received in bursts of %d, ", frames);
-    return {{name + "CPU, ns", [=](CLink& link) { return receiveBursts(link, bursts, frames).cpu; }},
-            {name + "1000 frames/s", [=](CLink& link) { return 1e6 / receiveBursts(link, bursts, frames).wall; }}};
-}
 } // namespace
 
 /// throughput [ROUNDS]: fewer than 25 show that it works, not what it costs.
@@ -139,8 +129,10 @@ int main(int argc, char** argv)
     std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
     printHead({"frames of 8 data bytes", "raw", "Qt socket", "plugin", "virtualcan", "plugin / raw",
                "plugin / Qt socket", "virtualcan / plugin"});
-    compare(EProtocol::eTcp, OTHER_PROCESSOR, rounds, receiving(10, 8000));
-    compare(EProtocol::eUdp, OTHER_PROCESSOR, rounds, receiving(40, 200)); // fits into any receive buffer
+    compare(EProtocol::eTcp, OTHER_PROCESSOR, rounds,
+            {{"received in bursts of 8000, CPU, ns", [](CLink& link) { return receiveBursts(link, 10, 8000); }}});
+    compare(EProtocol::eUdp, OTHER_PROCESSOR, rounds, // 200 fit into any receive buffer
+            {{"received in bursts of 200, CPU, ns", [](CLink& link) { return receiveBursts(link, 40, 200); }}});
     for (const EProtocol protocol : {EProtocol::eTcp, EProtocol::eUdp}) {
         compare(protocol, HOST_PROCESSOR, rounds,
                 {{"sent, one per turn of the event loop, CPU, ns", send}, {"round trip, us", roundTrip}});

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <stdexcept>
 
 namespace vexmor::Bench
 {
@@ -67,10 +66,9 @@ private:
         const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the cheapest way
         for (const QCanBusFrame& frame : frames) {
             const QByteArray data = frame.payload();
-            m_sum += lookAt(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
-                            reinterpret_cast<const std::uint8_t*>(data.constData()));
+            look(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
+                 reinterpret_cast<const std::uint8_t*>(data.constData()));
         }
-        m_received += frames.size();
     }
     std::unique_ptr<QCanBusDevice> m_device;
 };

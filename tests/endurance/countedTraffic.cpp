@@ -1,7 +1,6 @@
 #include "tests/endurance/countedTraffic.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace vexmor::Endurance
 {
@@ -13,8 +12,7 @@ constexpr int MAX_CLIENTS = 256; ///< A host that was cut off may connect again 
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {
-    std::uint32_t numbers[] = {static_cast<std::uint32_t>(count), ~static_cast<std::uint32_t>(count)};
-    return {Cim::CCanId::fromValue(count & 0x7FF), sizeof numbers, reinterpret_cast<unsigned char*>(numbers)};
+    return {Cim::CCanId::fromValue(count & 0x7FF), sizeof count, reinterpret_cast<unsigned char*>(&count)};
 }
 } // namespace
 
@@ -34,7 +32,7 @@ void CCountedTraffic::switchOn(std::uint8_t lastMacByte)
     m_gateway->setIdentity(identity);
     m_gateway->setMaxClients(MAX_CLIENTS);
     connect(&*m_gateway, &Sim::CSimGateway::messageReceived,
-            [this](const Cim::CCanMessage& message) { up.arrived.take(numberOf(message.data())); });
+            [this](const Cim::CCanMessage& message) { up.arrived.take(message.data()); });
     if (m_gateway->listen(QHostAddress(m_address), m_port)) {
         throw std::runtime_error("the gateway does not start");
     }
@@ -83,7 +81,7 @@ void CCountedTraffic::sendDue()
 void CCountedTraffic::read()
 {
     for (Cim::CCanMessage next; m_host->readMessage(next) == 0;) {
-        down.arrived.take(numberOf(next.data()));
+        down.arrived.take(next.data());
     }
 }
 
@@ -106,18 +104,9 @@ void CCountedTraffic::finish()
     runFor(SETTLE_MS);
 }
 
-void CCountedTraffic::printHead(std::vector<std::string> cells)
+std::string CCountedTraffic::lost() const
 {
-    cells.insert(cells.end(), {"lost, host to gateway", "lost, gateway to host", "twice or out of order"});
-    Bench::printHead(cells);
-}
-
-void CCountedTraffic::printRow(std::vector<std::string> cells) const
-{
-    cells.insert(cells.end(), {text("%lu of %lu (%lu more refused)", up.lost(), up.sent, m_refused),
-                               text("%lu of %lu", down.lost(), down.sent),
-                               std::to_string(up.arrived.disordered + down.arrived.disordered)});
-    Bench::printRow(cells);
+    return text("%lu of %lu (%lu more refused); %lu of %lu", up.lost(), up.sent, m_refused, down.lost(), down.sent);
 }
 
 bool CCountedTraffic::isAsPromised(std::uint64_t losses) const

@@ -8,9 +8,7 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-#include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 
 namespace vexmor::Endurance
@@ -26,6 +24,8 @@ struct SWay {
     std::uint64_t lost() const { return sent - arrived.received; }
 };
 
+constexpr auto LOST_HEAD = "lost, host to gateway; gateway to host";
+
 /// A host and a simulated gateway in one thread, which send each other numbered messages and count what arrives.
 class CCountedTraffic : public QObject
 {
@@ -35,7 +35,6 @@ public:
     /// The gateway's address and port (0: any); it is switched off at first.
     CCountedTraffic(EProtocol protocol, const QString& address, std::uint16_t port);
 
-    Cim::CCanInterface& host() { return *m_host; }
     Sim::CSimGateway& gateway() { return *m_gateway; }
     bool hasClient() const { return m_gateway && m_gateway->tcpHostCount() + m_gateway->udpHostCount() > 0; }
 
@@ -52,9 +51,8 @@ public:
     /// Stops the traffic, and returns when what is under way has arrived.
     void finish();
 
-    // A table that begins with the given cells and ends with what became of the messages.
-    static void printHead(std::vector<std::string> cells);
-    void printRow(std::vector<std::string> cells) const;
+    /// Messages lost, as a cell under LOST_HEAD.
+    std::string lost() const;
     /// Returns whether the link was lost so many times and everything else is as promised; prints what is not.
     bool isAsPromised(std::uint64_t losses) const;
 

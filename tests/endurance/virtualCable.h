@@ -11,16 +11,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <deque>
 #include <fstream>
 #include <mutex>
 #include <random>
-#include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
-/// Network interfaces in private namespaces, and the cable between two of them, which can lose packets and delay them.
+/// Network interfaces in private namespaces, and the cable between two of them, which can lose packets.
 /// It needs no more of the kernel than namespaces and TAP interfaces.
 namespace vexmor::Endurance
 {
@@ -75,56 +71,35 @@ public:
     void plug(int near, int far)
     {
         const std::lock_guard lock(m_mutex);
-        m_directions[0] = {{}, near, far};
-        m_directions[1] = {{}, far, near};
+        m_near = near;
+        m_far = far;
     }
-    /// Loses a share of the packets, each way, and delays the others.
-    void setQuality(double loss, std::chrono::milliseconds delay)
-    {
-        const std::lock_guard lock(m_mutex);
-        m_loss = loss;
-        m_delay = delay;
-    }
+    /// Loses a share of the packets, each way.
+    void setLoss(double loss) { m_loss = loss; }
 
 private:
-    using Clock = std::chrono::steady_clock;
-    struct SPacket {
-        Clock::time_point due;
-        std::vector<char> bytes;
-    };
-    struct SDirection {
-        std::deque<SPacket> packets;
-        int from = -1;
-        int to = -1;
-    };
-
     void run()
     {
         for (; !m_stop; std::this_thread::sleep_for(std::chrono::microseconds(200))) { // without the lock
             const std::lock_guard lock(m_mutex);
-            carry(m_directions[0]);
-            carry(m_directions[1]);
+            carry(m_near, m_far);
+            carry(m_far, m_near);
         }
     }
-    void carry(SDirection& direction)
+    void carry(int from, int to)
     {
         char bytes[2048];
-        for (ssize_t size = 0; (size = read(direction.from, bytes, sizeof bytes)) > 0;) {
+        for (ssize_t size = 0; (size = read(from, bytes, sizeof bytes)) > 0;) {
             if (std::uniform_real_distribution<>(0, 1)(m_random) >= m_loss) {
-                direction.packets.push_back({Clock::now() + m_delay, {bytes, bytes + size}});
+                Bench::check(write(to, bytes, static_cast<std::size_t>(size)) == size, "write");
             }
-        }
-        for (; !direction.packets.empty() && direction.packets.front().due <= Clock::now();
-             direction.packets.pop_front()) {
-            const std::vector<char>& packet = direction.packets.front().bytes;
-            [[maybe_unused]] const ssize_t written = write(direction.to, packet.data(), packet.size());
         }
     }
 
-    std::mutex m_mutex; ///< of all but the flag
-    SDirection m_directions[2];
-    double m_loss = 0;
-    std::chrono::milliseconds m_delay{0};
+    std::mutex m_mutex; ///< Of the ports.
+    int m_near = -1;
+    int m_far = -1;
+    std::atomic<double> m_loss{0};
     std::mt19937 m_random{1};
     std::atomic<bool> m_stop{false};
     std::thread m_thread{[this] { run(); }};
