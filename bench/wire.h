@@ -129,7 +129,8 @@ private:
 struct SSequence {
     std::uint64_t received = 0;
     std::uint64_t missing = 0;    ///< numbers that were left out so far
-    std::uint64_t gaps = 0;       ///< how often some were
+    std::uint64_t gaps = 0;       ///< how often some were left out, except where that was permitted
+    bool mayMiss = false;         ///< some may be left out before the next message
     std::uint64_t disordered = 0; ///< came twice, or late
     std::uint32_t nextNumber = 0; ///< one above the highest so far
 
@@ -143,7 +144,8 @@ struct SSequence {
             ++disordered;
             return;
         }
-        gaps += number > nextNumber ? 1 : 0;
+        gaps += number > nextNumber && !mayMiss ? 1 : 0;
+        mayMiss = false;
         missing += number - nextNumber;
         nextNumber = number + 1;
     }

@@ -29,6 +29,7 @@ int main(int argc, char** argv)
     const SResources first = resources();
     runFor(9 * tenth);
     timer.stop();
+    runFor(5000); // the last link lost has come back
     traffic.finish();
     const SResources grown = resources() - first;
     printHead({"", "links lost", LOST_HEAD, "growth after the first tenth"});
