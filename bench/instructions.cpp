@@ -2,7 +2,6 @@
 // same every time. Run by script/instructions. Only what lies between the toggles is counted.
 #include "bench/links.h"
 #include "bench/measuring.h"
-#include "bench/processes.h"
 
 #include <QCoreApplication>
 
@@ -10,17 +9,16 @@
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
-#include <string>
 #include <thread>
-#include <vector>
 
 using namespace vexmor::Bench;
 
 namespace
 {
 constexpr int FRAMES = 20000;
-constexpr int BATCH = 100; ///< frames that one socket read brings
+constexpr int BATCH = 100; ///< Frames that one socket read brings.
 constexpr int WARM_UP_TURNS = 20;
+const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
 
 /// Puts frames into the plugin's socket, where they lie when this returns.
 void deliver(int gateway, int count)
@@ -39,44 +37,6 @@ void swallow(int gateway)
     while (::recv(gateway, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
     }
 }
-
-/// Counts an action in FRAMES / framesATurn turns, when those before it have warmed up heap, caches and the dynamic
-/// linker.
-template <typename Prepare, typename Counted>
-void count(int framesATurn, Prepare&& prepare, Counted&& counted)
-{
-    for (int turn = -WARM_UP_TURNS; turn < FRAMES / framesATurn; ++turn) {
-        prepare();
-        if (turn >= 0) {
-            CALLGRIND_TOGGLE_COLLECT;
-        }
-        counted();
-        if (turn >= 0) {
-            CALLGRIND_TOGGLE_COLLECT;
-        }
-    }
-}
-
-/// The plugin is connected to a socket of this process that stands for the gateway.
-bool run(const std::string& what)
-{
-    const SLoopbackSocket listener = bindToLoopback(EProtocol::eTcp);
-    const auto link = makePluginLink(EProtocol::eTcp, listener.port);
-    const int gateway = accept(listener.socket, nullptr, nullptr);
-    check(gateway >= 0, "accept");
-    setNoDelay(gateway);
-    const int framesATurn = what == "receive-single" ? 1 : BATCH;
-    if (what == "send") {
-        const SMessage message{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
-        count(
-            BATCH, [&] { swallow(gateway); }, [&] { link->sendBurst(message, BATCH); });
-    } else {
-        count(
-            framesATurn, [&] { deliver(gateway, framesATurn); }, [&] { link->receive(framesATurn); });
-    }
-    std::printf("%d\n", FRAMES);
-    return true;
-}
 } // namespace
 
 /// instructions receive | receive-single | send
@@ -84,5 +44,26 @@ int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     std::thread([] {}).join(); // as most hosts, a process with threads
-    return exitCodeOf("instructions", [&] { return argc == 2 && run(argv[1]); });
+    const std::string what = argc == 2 ? argv[1] : "";
+    const int framesPerTurn = what == "receive-single" ? 1 : BATCH;
+    const CLoopbackSocket listener(EProtocol::eTcp); // stands for the gateway
+    const auto link = makePluginLink(EProtocol::eTcp, listener.port());
+    const int gateway = listener.acceptClient();
+    // The turns below 0 warm up heap, caches and the dynamic linker.
+    for (int turn = -WARM_UP_TURNS; turn < FRAMES / framesPerTurn; ++turn) {
+        what == "send" ? swallow(gateway) : deliver(gateway, framesPerTurn);
+        if (turn >= 0) {
+            CALLGRIND_TOGGLE_COLLECT;
+        }
+        if (what == "send") {
+            repeat(BATCH, [&] { link->send(SWALLOWED); });
+        } else {
+            link->receive(framesPerTurn);
+        }
+        if (turn >= 0) {
+            CALLGRIND_TOGGLE_COLLECT;
+        }
+    }
+    std::printf("%d\n", FRAMES);
+    return 0;
 }

@@ -1,42 +1,25 @@
 #include "bench/links.h"
 
 #include "bench/pluginInterface.h"
-#include "bench/processes.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QTcpSocket>
 #include <QUdpSocket>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <optional>
-#include <stdexcept>
 #include <utility>
 
 namespace vexmor::Bench
 {
-void waitUntil(const std::function<bool()>& condition)
-{
-    std::optional<QDeadlineTimer> patience;
-    for (bool first = true; !condition(); first = false) {
-        if (!first && !patience) {
-            patience.emplace(PATIENCE_S * 1000);
-        } else if (patience && patience->hasExpired()) {
-            throw std::runtime_error("messages missing");
-        }
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-}
-
 std::uint64_t CEventLoopLink::receive(int count)
 {
-    waitUntil([this, count] {
+    m_missing += count;
+    waitUntil([this] {
         take();
-        return m_received >= count;
+        return m_missing <= 0;
     });
-    m_received -= count;
     return std::exchange(m_sum, 0);
 }
 
@@ -45,7 +28,7 @@ namespace
 class CRawLink : public CLink
 {
 public:
-    CRawLink(EProtocol protocol, std::uint16_t port) : m_protocol(protocol), m_socket(connectToLoopback(protocol, port))
+    CRawLink(EProtocol protocol, std::uint16_t port) : m_socket(connectToLoopback(protocol, port))
     {
         const timeval patience{PATIENCE_S, 0};
         check(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0, "SO_RCVTIMEO");
@@ -56,19 +39,7 @@ public:
     {
         std::uint8_t frame[FRAME_SIZE];
         writeFrame(message, frame);
-        sendBytes(frame, sizeof frame);
-    }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        if (m_protocol == EProtocol::eUdp) {
-            CLink::sendBurst(message, count);
-            return;
-        }
-        std::uint8_t frames[READ_SIZE];
-        for (int i = 0; i < count; ++i) {
-            writeFrame(message, frames + static_cast<std::size_t>(i) * FRAME_SIZE);
-        }
-        sendBytes(frames, static_cast<std::size_t>(count) * FRAME_SIZE);
+        check(::send(m_socket, frame, sizeof frame, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof frame), "send");
     }
     std::uint64_t receive(int count) override
     {
@@ -85,11 +56,6 @@ public:
     }
 
 private:
-    void sendBytes(const std::uint8_t* bytes, std::size_t count)
-    {
-        check(::send(m_socket, bytes, count, MSG_NOSIGNAL) == static_cast<ssize_t>(count), "send");
-    }
-    const EProtocol m_protocol;
     const int m_socket;
     CFrameReader m_reader;
 };
@@ -114,20 +80,6 @@ public:
 
     void send(const SMessage& message) override
     {
-        write(message);
-        m_socket->flush();
-    }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        for (int i = 0; i < count; ++i) {
-            write(message);
-        }
-        QCoreApplication::processEvents();
-    }
-
-private:
-    void write(const SMessage& message)
-    {
         std::uint8_t frame[FRAME_SIZE];
         writeFrame(message, frame);
         const auto* const bytes = reinterpret_cast<const char*>(frame);
@@ -136,7 +88,10 @@ private:
         if (sent != static_cast<qint64>(FRAME_SIZE)) {
             throw std::runtime_error(m_socket->errorString().toStdString());
         }
+        m_socket->flush();
     }
+
+private:
     void onReadyRead()
     {
         while (m_udp != nullptr ? m_udp->hasPendingDatagrams() : m_socket->bytesAvailable() > 0) {
@@ -146,10 +101,7 @@ private:
                     const auto room = static_cast<qint64>(size);
                     return m_udp != nullptr ? m_udp->readDatagram(data, room) : m_socket->read(data, room);
                 },
-                [this](const SMessage& message) {
-                    m_sum += lookAt(message);
-                    ++m_received;
-                });
+                [this](const SMessage& message) { look(message.id, DATA_SIZE, message.data.data()); });
         }
     }
 
@@ -160,7 +112,7 @@ private:
     CFrameReader m_reader;
 };
 
-class CPluginLink : public CLink
+class CPluginLink : public CEventLoopLink
 {
 public:
     CPluginLink(EProtocol protocol, std::uint16_t port) : m_interface(makeInterface(protocol, port))
@@ -178,21 +130,14 @@ public:
             throw std::runtime_error(m_interface->errorCodeToString(code).toStdString());
         }
     }
-    std::uint64_t receive(int count) override
-    {
-        std::uint64_t sum = 0;
-        Cim::CCanMessage message;
-        waitUntil([&] {
-            while (count > 0 && m_interface->readMessage(message) == 0) {
-                sum += lookAt(message.id().value(), message.length(), message.data());
-                --count;
-            }
-            return count == 0;
-        });
-        return sum;
-    }
 
 private:
+    void take() override
+    {
+        for (Cim::CCanMessage message; m_missing > 0 && m_interface->readMessage(message) == 0;) {
+            look(message.id().value(), message.length(), message.data());
+        }
+    }
     const std::unique_ptr<Cim::CCanInterface> m_interface;
 };
 } // namespace

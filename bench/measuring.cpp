@@ -7,17 +7,11 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 
 namespace vexmor::Bench
 {
-namespace
-{
-constexpr int FIRST_WIDTH = 64; ///< Keeps columns aligned where their cells are not wider.
-constexpr int WIDTH = 16;
-} // namespace
 
 double nanoseconds(clockid_t clock)
 {
@@ -26,11 +20,11 @@ double nanoseconds(clockid_t clock)
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
+namespace
+{
+/// Returns the value below which `share` (0 to 1) of the values lie, between two of them if need be.
 double quantile(Values values, double share)
 {
-    if (values.empty()) {
-        return 0;
-    }
     std::sort(values.begin(), values.end());
     const double at = share * static_cast<double>(values.size() - 1);
     const auto below = static_cast<std::size_t>(at);
@@ -38,17 +32,11 @@ double quantile(Values values, double share)
     return values[below] + (at - static_cast<double>(below)) * (values[above] - values[below]);
 }
 
+} // namespace
+
 double median(const Values& values)
 {
-    return quantile(values, 0.5);
-}
-
-Values ratios(const Values& of, const Values& to)
-{
-    Values result(std::min(of.size(), to.size()));
-    std::transform(of.begin(), of.begin() + static_cast<std::ptrdiff_t>(result.size()), to.begin(), result.begin(),
-                   std::divides<>());
-    return result;
+    return values.empty() ? 0 : quantile(values, 0.5);
 }
 
 std::string text(const char* format, ...)
@@ -67,22 +55,22 @@ std::string figure(double value)
     return text("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
 }
 
-std::string spread(const Values& values)
+std::string ratio(const Values& of, const Values& to)
 {
-    const std::string middle = values.empty() ? "" : figure(median(values));
-    return values.size() < 2 ? middle
-                             : text("%s (%s-%s)", middle.c_str(), figure(quantile(values, 0.25)).c_str(),
-                                    figure(quantile(values, 0.75)).c_str());
+    if (of.empty() || to.empty()) {
+        return "";
+    }
+    Values ratios(of.size());
+    std::transform(of.begin(), of.end(), to.begin(), ratios.begin(), std::divides<>());
+    return figure(median(ratios)) + " (" + figure(quantile(ratios, 0.25)) + "-" + figure(quantile(ratios, 0.75)) + ")";
 }
 
-int exitCodeOf(const char* program, const std::function<bool()>& task)
+bool holds(const char* promise, bool isTrue)
 {
-    try {
-        return task() ? 0 : 1;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", program, error.what());
-        return 1;
+    if (!isTrue) {
+        std::fprintf(stderr, "NO: %s\n", promise);
     }
+    return isTrue;
 }
 
 SResources resources()
@@ -103,21 +91,24 @@ std::string textOf(const SResources& resources)
                 resources.descriptors);
 }
 
+bool isFlat(const SResources& grown, double memoryLimitKib)
+{
+    return holds("memory and descriptors do not grow", grown.residentKib < memoryLimitKib && grown.descriptors <= 0);
+}
+
 void printHead(const std::vector<std::string>& cells)
 {
+    std::vector<std::string> rule(cells.size(), "---:");
+    rule[0] = "---";
     std::printf("\n");
     printRow(cells);
-    for (std::size_t column = 0; column < cells.size(); ++column) {
-        std::printf(column == 0 ? "|---|" : "---:|");
-    }
-    std::printf("\n");
+    printRow(rule);
 }
 
 void printRow(const std::vector<std::string>& cells)
 {
-    for (std::size_t column = 0; column < cells.size(); ++column) {
-        std::printf(column == 0 ? "| %-*s |" : " %*s |", column == 0 ? FIRST_WIDTH : WIDTH, cells[column].c_str());
-    }
+    std::printf("| %-50s |", cells[0].c_str());
+    std::for_each(cells.begin() + 1, cells.end(), [](const auto& cell) { std::printf(" %16s |", cell.c_str()); });
     std::printf("\n");
     std::fflush(stdout);
 }

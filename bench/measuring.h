@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,8 +14,6 @@ double nanoseconds(clockid_t clock);
 struct SCost {
     double cpu = 0;
     double wall = 0;
-
-    SCost operator/(double parts) const { return {cpu / parts, wall / parts}; }
 };
 
 template <typename Action>
@@ -41,21 +37,19 @@ void repeat(int times, Action&& action)
 /// What was measured of one thing, one value per round.
 using Values = std::vector<double>;
 
-/// The value below which `share` (0 to 1) of the values lie, between two of them if need be; 0 when there are none.
-double quantile(Values values, double share);
+/// 0 when there are no values.
 double median(const Values& values);
-/// Round by round, since what else the machine does meets both sides of a round alike.
-Values ratios(const Values& of, const Values& to);
 
 /// As printf.
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// A figure with about three digits that count.
 std::string figure(double value);
-/// A median and where the middle half of the values lies: "1.40 (1.36-1.44)". Empty when there are no values.
-std::string spread(const Values& values);
+/// The ratios round by round, since what else the machine does meets both sides of a round alike: the median and where
+/// the middle half lies, "1.40 (1.36-1.44)". Empty when a side was not measured.
+std::string ratio(const Values& of, const Values& to);
 
-/// Returns the exit code of a program: 0 when its task returns true. Prints what the task throws.
-int exitCodeOf(const char* program, const std::function<bool()>& task);
+/// Prints a promise that does not hold; returns whether it holds.
+bool holds(const char* promise, bool isTrue);
 
 /// What this process holds now.
 struct SResources {
@@ -71,6 +65,8 @@ struct SResources {
 SResources resources();
 /// "memory 1 KiB, heap 2 KiB, descriptors 3"
 std::string textOf(const SResources& resources);
+/// Returns whether a process that has grown by so much is flat; prints when it is not.
+bool isFlat(const SResources& grown, double memoryLimitKib);
 
 // A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
 void printHead(const std::vector<std::string>& cells);

@@ -1,9 +1,10 @@
 #include "bench/pluginInterface.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QPluginLoader>
-
-#include <stdexcept>
+#include <QTimer>
 
 namespace vexmor::Bench
 {
@@ -40,6 +41,27 @@ void close(Cim::CCanInterface& canInterface)
 {
     canInterface.closeCommunication();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+}
+
+void runFor(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+void waitUntil(const std::function<bool()>& condition)
+{
+    QDeadlineTimer patience(QDeadlineTimer::Forever);
+    for (int turn = 0; !condition(); ++turn) {
+        if (turn == 1) { // the clock is not read where the first turn is enough
+            patience.setRemainingTime(PATIENCE_S * 1000);
+        }
+        if (patience.hasExpired()) {
+            throw std::runtime_error("messages missing");
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
 }
 
 } // namespace vexmor::Bench

@@ -4,6 +4,7 @@
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
+#include <functional>
 #include <memory>
 
 /// What a host has of the plugin: everything by way of the contract.
@@ -21,5 +22,11 @@ std::unique_ptr<Cim::CCanInterface> makeInterface(EProtocol protocol, std::uint1
 void open(Cim::CCanInterface& canInterface);
 /// Closes it, and frees what Qt would keep until the event loop turns.
 void close(Cim::CCanInterface& canInterface);
+
+/// Runs the event loop for so long.
+void runFor(int milliseconds);
+/// Runs the event loop until the condition holds; throws std::runtime_error when an event after PATIENCE_S changes
+/// nothing.
+void waitUntil(const std::function<bool()>& condition);
 
 } // namespace vexmor::Bench

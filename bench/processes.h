@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <vector>
 
 /// Processes of their own on processors of their own, and the sockets between them.
 namespace vexmor::Bench
@@ -16,31 +17,66 @@ void check(bool ok, const char* what);
 /// Keeps the calling process on one processor. Throws std::system_error when it may not run there.
 void stayOn(int processor);
 
-struct SLoopbackSocket {
-    int socket = -1; ///< belongs to the caller
-    std::uint16_t port = 0;
-};
 /// A socket bound to 127.0.0.1 and a free port, for TCP listening. Throws std::system_error.
-SLoopbackSocket bindToLoopback(EProtocol protocol);
+class CLoopbackSocket
+{
+public:
+    explicit CLoopbackSocket(EProtocol protocol);
+    ~CLoopbackSocket();
+    CLoopbackSocket(const CLoopbackSocket&) = delete;
+    CLoopbackSocket& operator=(const CLoopbackSocket&) = delete;
+
+    std::uint16_t port() const;
+    int descriptor() const { return m_socket; }
+    /// Waits for a TCP client, to which small frames leave at once; the socket belongs to the caller.
+    int acceptClient() const;
+
+private:
+    const int m_socket;
+};
 /// A socket that is connected to a port of 127.0.0.1, over TCP without delay; it belongs to the caller. Throws
 /// std::system_error.
 int connectToLoopback(EProtocol protocol, std::uint16_t port);
-/// Small frames leave a TCP socket at once.
-void setNoDelay(int socket);
 
-/// A process that runs a function on one processor and ends with it, with this object, or with the process that made
-/// it.
+/// A process that runs a function on one processor. It ends with the function, with this object, or with the process
+/// that made it.
 class CChildProcess
 {
 public:
-    /// Throws std::system_error when there is no process to be had.
+    /// Throws std::system_error when no process can be made.
     CChildProcess(int processor, const std::function<void()>& run);
     ~CChildProcess();
     CChildProcess(const CChildProcess&) = delete;
     CChildProcess& operator=(const CChildProcess&) = delete;
+    /// Waits until the function has returned. Throws std::runtime_error when it threw.
+    void finish();
 
 private:
-    pid_t m_process = -1;
+    pid_t m_process;
+};
+
+using OnMessage = std::function<void(const SMessage&)>;
+
+/// How messages are written on the wire.
+struct SLanguage {
+    /// Appends a message to what is sent to a client.
+    void (*append)(const SMessage& message, std::vector<std::uint8_t>& bytes);
+    /// Takes whole messages out of what a client sent and returns the number of bytes used up.
+    std::size_t (*parse)(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage);
+};
+extern const SLanguage RM_LANGUAGE; ///< The RM frames of a T93.
+
+/// The least that can stand for a gateway: a process with a plain socket on 127.0.0.1, which handles a CAN message as
+/// the message's identifier says (wire.h) and answers nothing else. It serves one client at a time.
+class CGatewayProcess
+{
+public:
+    CGatewayProcess(EProtocol protocol, int processor, const SLanguage& language = RM_LANGUAGE);
+    std::uint16_t port() const { return m_socket.port(); }
+
+private:
+    const CLoopbackSocket m_socket;
+    const CChildProcess m_process;
 };
 
 } // namespace vexmor::Bench

@@ -1,13 +1,11 @@
-#include "bench/virtualcan.h"
-
+#include "bench/links.h"
 #include "bench/measuring.h"
+#include "bench/pluginInterface.h"
 
 #include <QCanBus>
-#include <QCoreApplication>
 
 #include <algorithm>
 #include <cstdio>
-#include <stdexcept>
 
 namespace vexmor::Bench
 {
@@ -17,11 +15,9 @@ const QString BACKEND = QStringLiteral("virtualcan");
 
 void append(const SMessage& message, std::vector<std::uint8_t>& bytes)
 {
-    std::string line = text("%d##", message.id);
-    for (const std::uint8_t byte : message.data) {
-        line += text("%02x", byte);
-    }
-    line += '\n';
+    const auto& d = message.data;
+    const std::string line =
+        text("%d##%02x%02x%02x%02x%02x%02x%02x%02x\n", message.id, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
     bytes.insert(bytes.end(), line.begin(), line.end());
 }
 
@@ -63,11 +59,6 @@ public:
             throw std::runtime_error(m_device->errorString().toStdString());
         }
     }
-    void sendBurst(const SMessage& message, int count) override
-    {
-        CLink::sendBurst(message, count);
-        QCoreApplication::processEvents();
-    }
 
 private:
     void take() override
@@ -75,10 +66,9 @@ private:
         const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the cheapest way
         for (const QCanBusFrame& frame : frames) {
             const QByteArray data = frame.payload();
-            m_sum += lookAt(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
-                            reinterpret_cast<const std::uint8_t*>(data.constData()));
+            look(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),
+                 reinterpret_cast<const std::uint8_t*>(data.constData()));
         }
-        m_received += frames.size();
     }
     std::unique_ptr<QCanBusDevice> m_device;
 };

@@ -124,30 +124,28 @@ private:
     std::size_t m_cutSize = 0;
 };
 
-/// The number that a message carries in its first four data bytes.
-inline std::uint32_t numberOf(const std::uint8_t* data)
-{
-    std::uint32_t number = 0;
-    std::memcpy(&number, data, sizeof number);
-    return number;
-}
-
-/// Watches numbered messages come in: each number may come once, and only higher than the ones before.
+/// Watches messages come in that carry a number in their first four data bytes: each may come once, and only higher
+/// than the ones before.
 struct SSequence {
     std::uint64_t received = 0;
     std::uint64_t missing = 0;    ///< numbers that were left out so far
-    std::uint64_t gaps = 0;       ///< how often some were
+    std::uint64_t gaps = 0;       ///< how often some were left out, except where that was permitted
+    bool mayMiss = false;         ///< some may be left out before the next message
     std::uint64_t disordered = 0; ///< came twice, or late
     std::uint32_t nextNumber = 0; ///< one above the highest so far
 
-    void take(std::uint32_t number)
+    /// Of a message with these data bytes.
+    void take(const std::uint8_t* data)
     {
+        std::uint32_t number = 0;
+        std::memcpy(&number, data, sizeof number);
         ++received;
         if (number < nextNumber) {
             ++disordered;
             return;
         }
-        gaps += number > nextNumber ? 1 : 0;
+        gaps += number > nextNumber && !mayMiss ? 1 : 0;
+        mayMiss = false;
         missing += number - nextNumber;
         nextNumber = number + 1;
     }

@@ -1,162 +1,129 @@
 #include "tests/endurance/countedTraffic.h"
 
-#include <QEventLoop>
-
 #include <algorithm>
-#include <cstring>
-#include <stdexcept>
 
 namespace vexmor::Endurance
 {
 namespace
 {
-constexpr int SETTLE_MS = 1000;  ///< What is under way when the traffic stops has arrived by then.
-constexpr int CATCH_UP = 100;    ///< Calls at once at most: buffers would overflow after a pause of the process.
+constexpr int SETTLE_MS = 1500;  ///< What is under way when the traffic stops has arrived by then.
+constexpr int CATCH_UP = 100;    ///< Messages at once at most: buffers would overflow after a pause of the process.
 constexpr int MAX_CLIENTS = 256; ///< A host that was cut off may connect again before the gateway notices.
-constexpr std::uint16_t STANDARD_IDS = 0x800;
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {
-    const std::uint32_t numbers[] = {static_cast<std::uint32_t>(count), ~static_cast<std::uint32_t>(count)};
-    unsigned char data[sizeof numbers];
-    std::memcpy(data, numbers, sizeof numbers);
-    return Cim::CCanMessage(Cim::CCanId::fromValue(static_cast<std::uint16_t>(count % STANDARD_IDS)), sizeof data,
-                            data);
+    return {Cim::CCanId::fromValue(count & 0x7FF), sizeof count, reinterpret_cast<unsigned char*>(&count)};
 }
 } // namespace
 
-void runFor(int milliseconds)
+CCountedTraffic::CCountedTraffic(EProtocol protocol, const QString& address, std::uint16_t port)
+    : m_protocol(protocol), m_address(address), m_port(port)
 {
-    QEventLoop loop;
-    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &loop, &QEventLoop::quit);
-    loop.exec();
+    m_pacer.setTimerType(Qt::PreciseTimer);
+    connect(&m_pacer, &QTimer::timeout, this, &CCountedTraffic::sendDue);
+    connect(&m_reader, &QTimer::timeout, this, &CCountedTraffic::read);
 }
 
-CPacer::CPacer(std::function<void()> action) : m_action(std::move(action))
+void CCountedTraffic::switchOn(std::uint8_t lastMacByte)
 {
-    m_timer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&m_timer, &QTimer::timeout, [this] {
-        const std::int64_t due = m_clock.nsecsElapsed() * m_rate / 1000000000;
-        for (const std::int64_t end = std::min(due, m_done + CATCH_UP); m_done < end; ++m_done) {
-            m_action();
-        }
-    });
-}
-
-void CPacer::start(int rate)
-{
-    m_rate = rate;
-    m_done = 0;
-    m_clock.start();
-    rate > 0 ? m_timer.start(1) : m_timer.stop();
-}
-
-CCountingHost::CCountingHost(EProtocol protocol, std::uint16_t port, const QString& address)
-    : m_interface(makeInterface(protocol, port, address))
-{
-    connect(m_interface.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-    connect(&m_reader, &QTimer::timeout, this, &CCountingHost::read);
-}
-
-void CCountingHost::read()
-{
-    for (Cim::CCanMessage next; m_interface->readMessage(next) == 0;) {
-        fromGateway.take(numberOf(next.data()));
-    }
-}
-
-void CCountingHost::onInterfaceError(int error)
-{
-    ++errors[error];
-    onEvent(text("error %d", error));
-}
-
-void CCountingHost::sendNext()
-{
-    const int code = m_interface->writeMessage(numberedMessage(accepted));
-    if (code == 0) {
-        ++accepted;
-        return;
-    }
-    ++refused[code];
-    if (refusedSends++ == 0) {
-        onEvent(text("sends give %d", code));
-    }
-}
-
-SCountingGateway::SCountingGateway(int rate, const STotals& before)
-    : totals(before), pacer([this] {
-          totals.offline += gateway.tcpHostCount() + gateway.udpHostCount() == 0 ? 1 : 0;
-          bus.send(numberedMessage(totals.generated++));
-      })
-{
-    gateway.setMaxClients(MAX_CLIENTS);
-    QObject::connect(&gateway, &Sim::CSimGateway::messageReceived,
-                     [this](const Cim::CCanMessage& message) { totals.fromHost.take(numberOf(message.data())); });
-    QObject::connect(&gateway, &Sim::CSimGateway::requestReceived, [this, rate]() mutable {
-        if (rate > 0) {
-            pacer.start(std::exchange(rate, 0));
-        }
-    });
-    QObject::connect(&dropTimer, &QTimer::timeout, [this] {
-        gateway.dropLinks();
-        ++totals.drops;
-    });
-}
-
-bool CGatewayThread::listenOnLoopback(Sim::CSimGateway& gateway)
-{
-    return !gateway.listen(QHostAddress(QHostAddress::LocalHost), 0);
-}
-
-CGatewayThread::CGatewayThread(int rate, Listen listen, const STotals& before)
-{
-    m_thread.reset(QThread::create([this, rate, before, listen = std::move(listen)] {
-        SCountingGateway gateway(rate, before);
-        const bool listens = listen(gateway.gateway);
-        m_gateway = listens ? &gateway : nullptr;
-        m_started.release();
-        if (listens) {
-            QEventLoop().exec();
-            m_totals = gateway.totals;
-        }
-    }));
-    m_thread->start();
-    m_started.acquire();
-    if (m_gateway == nullptr) {
-        m_thread->wait();
+    Sim::SSimIdentity identity;
+    identity.macAddress.back() = lastMacByte;
+    m_gateway.emplace(m_bus);
+    m_gateway->setIdentity(identity);
+    m_gateway->setMaxClients(MAX_CLIENTS);
+    connect(&*m_gateway, &Sim::CSimGateway::messageReceived,
+            [this](const Cim::CCanMessage& message) { up.arrived.take(message.data()); });
+    connect(&*m_gateway, &Sim::CSimGateway::hostConnected, [this] { up.arrived.mayMiss = true; });
+    if (m_gateway->listen(QHostAddress(m_address), m_port)) {
         throw std::runtime_error("the gateway does not start");
     }
 }
 
-std::uint16_t CGatewayThread::port()
+void CCountedTraffic::open(bool isHostSilent)
 {
-    std::uint16_t port = 0;
-    ask([&port](SCountingGateway& gateway) { port = gateway.gateway.port(); });
-    return port;
+    m_isHostSilent = isHostSilent;
+    m_host = makeInterface(m_protocol, m_gateway->port(), m_address);
+    if (isHostSilent) {
+        m_host->setProperty("BusloadPollTime", 600000);
+    }
+    connect(m_host.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+    Bench::open(*m_host);
+    m_reader.start(1);
+    waitUntil([this] { return hasClient(); });
 }
 
-void CGatewayThread::ask(const std::function<void(SCountingGateway&)>& action)
+void CCountedTraffic::send(int rate)
 {
-    QMetaObject::invokeMethod(
-        &m_gateway->gateway, [&] { action(*m_gateway); }, Qt::BlockingQueuedConnection);
+    m_rate = rate;
+    m_done = 0;
+    m_sending.start();
+    m_pacer.start(1);
 }
 
-STotals CGatewayThread::finish()
+void CCountedTraffic::sendDue()
 {
-    ask([](SCountingGateway& one) {
-        one.pacer.start(0);
-        one.dropTimer.stop();
-    });
+    const std::int64_t due = m_sending.nsecsElapsed() * m_rate / 1000000000;
+    for (const std::int64_t end = std::min(due, m_done + CATCH_UP); m_done < end; ++m_done) {
+        if (hasClient()) {
+            m_bus.send(numberedMessage(down.sent++));
+        }
+        if (m_isHostSilent) {
+            continue;
+        }
+        const int code = m_host->writeMessage(numberedMessage(up.sent));
+        if (code == 0) {
+            ++up.sent;
+        } else if (m_refused++ == 0) {
+            addEvent(text("sends give %d", code));
+        }
+    }
+}
+
+void CCountedTraffic::read()
+{
+    for (Cim::CCanMessage next; m_host->readMessage(next) == 0;) {
+        down.arrived.take(next.data());
+    }
+}
+
+void CCountedTraffic::onInterfaceError(int error)
+{
+    ++m_errors[error];
+    if (error == 0) {
+        read(); // what came before the loss
+        down.arrived.mayMiss = true;
+    }
+    addEvent(text("error %d", error));
+}
+
+void CCountedTraffic::addEvent(const std::string& what)
+{
+    if (m_clock.isValid()) {
+        events += text("%s%s after %.1f s", events.empty() ? "" : ", ", what.c_str(), m_clock.elapsed() / 1000.0);
+    }
+}
+
+void CCountedTraffic::finish()
+{
+    send(0);
     runFor(SETTLE_MS);
-    return switchOff();
 }
 
-STotals CGatewayThread::switchOff()
+std::string CCountedTraffic::lost() const
 {
-    m_thread->quit();
-    m_thread->wait();
-    return m_totals;
+    return text("%lu of %lu (%lu more refused); %lu of %lu", up.lost(), up.sent, m_refused, down.lost(), down.sent);
+}
+
+bool CCountedTraffic::isAsPromised(std::uint64_t losses) const
+{
+    const SSequence& atGateway = up.arrived;
+    const SSequence& atHost = down.arrived;
+    bool ok = holds("error 0 is reported once per lost link, and no other error",
+                    m_errors == (losses > 0 ? Errors{{0, losses}} : Errors{}));
+    ok &= holds("no message comes twice or out of order", atGateway.disordered + atHost.disordered == 0);
+    ok &= holds("the last messages arrive", atGateway.nextNumber == up.sent && atHost.nextNumber == down.sent);
+    return ok & holds("messages are missing only where a link was lost",
+                      m_protocol == EProtocol::eUdp || atGateway.gaps + atHost.gaps == 0);
 }
 
 } // namespace vexmor::Endurance
