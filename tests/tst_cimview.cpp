@@ -243,7 +243,7 @@ private Q_SLOTS:
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(hall);
         SWindow run;
-        QSignalSpy finished(&run.workbench.scan(), &CNetworkScan::finished);
+        QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
         for (int round = 1; round <= 2; ++round) { // the second finds nothing new
             run.workbench.startScan();
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
@@ -363,7 +363,7 @@ private Q_SLOTS:
         SWindow run;
         QVERIFY(QTest::qWaitForWindowExposed(run.window.get()));
         QScrollBar* const bar = run.window->messagePanel().traceView().verticalScrollBar();
-        const std::vector<STraceRecord> many(1000);
+        const std::vector<SBusRecord> many(1000);
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 900);
         QTRY_COMPARE(bar->value(), bar->maximum());

@@ -90,7 +90,7 @@ bool waitForScan(COutput& output, CInterfaceScan& scan)
     progress.start(PROGRESS_MS);
     showProgress(output, 0);
     loop.exec();
-    return scan.isFinished();
+    return !scan.isRunning();
 }
 
 void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
@@ -201,8 +201,8 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, c
 /// for a stored one stays.
 EExitCode scan(SContext& context, const SScanOptions& options)
 {
-    const std::vector<SPlugin> found = plugins(context);
-    CInterfaceScan scan(found.front());
+    const std::vector<SPlugin> used{plugins(context).front()};
+    CInterfaceScan scan(used);
     require(scan.start(options.addresses));
     context.diagnostics.release();
     if (!waitForScan(context.output, scan)) {

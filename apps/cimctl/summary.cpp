@@ -41,7 +41,7 @@ CSummary::SReport CSummary::finish()
     m_busloadTimer.stop();
     sampleBusload(); // a short session ends before the timer could see its only value
     const std::uint64_t received = m_interface.receivedCount();
-    const std::uint64_t lost = m_interface.arrivedCount() - received;
+    const std::uint64_t lost = m_interface.lostCount();
     QString load = QStringLiteral("not measured");
     QJsonObject object{{QStringLiteral("event"), QStringLiteral("summary")},
                        {QStringLiteral("received"), static_cast<qint64>(received)},

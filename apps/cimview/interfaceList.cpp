@@ -1,10 +1,10 @@
 #include "apps/cimview/interfaceList.h"
 
-#include "apps/cimview/uniqueNames.h"
 #include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCollator>
+#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -20,6 +20,18 @@ constexpr int MAX_ADDED = 1000; ///< by one scan
 QString addressText(const Cim::CCommonInfo& info)
 {
     return info.isIpPort() ? info.port().section(QLatin1Char('='), 1) : info.port();
+}
+
+/// Returns the wanted name, and where that is in use, with the first free number from 2 on behind it: "hall (2)".
+/// `names` holds the names in use, each with the number that its last namesake got, so that no number is tried twice.
+QString freeName(QHash<QString, int>& names, const QString& wanted)
+{
+    QString name = wanted;
+    while (names.contains(name)) {
+        name = QStringLiteral("%1 (%2)").arg(wanted, QString::number(++names[wanted]));
+    }
+    names.insert(name, 1);
+    return name;
 }
 } // namespace
 
@@ -91,11 +103,11 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
 
 void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
-    CUniqueNames names;
+    QHash<QString, int> names;
     // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
     QSet<QString> ports;
     for (const auto& one : m_rows) {
-        names.add(one->info().uniqueName());
+        names.insert(one->info().uniqueName(), 1);
         ports.insert(one->info().port());
     }
     int count = 0;
@@ -106,7 +118,7 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
         }
         ports.insert(info.port());
         if (++count <= MAX_ADDED) {
-            info.setUniqueName(names.addLike(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
+            info.setUniqueName(freeName(names, info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
             canInterface->setCommonInfo(info);
             insert(std::move(canInterface), false);
         }

@@ -54,7 +54,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentData().toString()); });
-    connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScanProgress);
+    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScanProgress);
     connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScanProgress);
     m_table->selectRow(0);
     setFocusProxy(m_table);

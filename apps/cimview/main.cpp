@@ -1,12 +1,12 @@
 // cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
-#include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
 #include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
+#include "apps/host/gatewayAddress.h"
 #include "apps/host/pluginFolder.h"
 #include "apps/host/translations.h"
 
@@ -56,7 +56,25 @@ void addOptions(CLI::App& app, SOptions& options)
 
 constexpr char PREFIX[] = "error";
 
-/// Fills the list of interfaces as the user asked for it.
+/// Opens a stored interface by its name, or adds and opens an address, with a bus of this bit rate.
+Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate)
+{
+    if (interfaces.rowOf(target) < 0) {
+        if (!isAddress(target)) {
+            return wrongUsage(
+                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target));
+        }
+        Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
+        const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
+        if (failure) {
+            return failure;
+        }
+    }
+    interfaces.at(interfaces.rowOf(target)).open();
+    return {};
+}
+
+/// Fills the list of interfaces as the command line has it.
 Failure openAll(CWorkbench& workbench, const SOptions& options)
 {
     CInterfaceList& interfaces = workbench.interfaces();
@@ -112,7 +130,7 @@ int run(char** argv, const SOptions& options)
 
 int cimview(int argc, char** argv)
 {
-    prepareApplication();
+    CMainWindow::prepareApplication();
     CCommandLine app("cimview", "Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.");
     SOptions options;
     addOptions(app, options);

@@ -100,6 +100,14 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
 
 CMainWindow::~CMainWindow() = default;
 
+void CMainWindow::prepareApplication()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+}
+
 QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
 {
     auto* const dock = new QDockWidget(title, this);

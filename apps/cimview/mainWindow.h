@@ -29,6 +29,10 @@ public:
     explicit CMainWindow(CWorkbench& workbench);
     ~CMainWindow() override;
 
+    /// Before the application object is made: sets the names of organisation and application, and full resolution on
+    /// dense screens.
+    static void prepareApplication();
+
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
     CEventPanel& eventPanel() { return *m_events; }

@@ -38,10 +38,8 @@ void CManagedInterface::open()
 
 void CManagedInterface::close()
 {
-    if (m_inUse) {
-        m_inUse->close();
-        m_inUse.reset();
-    }
+    m_inUse.reset();
+    onStatusChanged();
 }
 
 void CManagedInterface::onStatusChanged()
@@ -56,7 +54,7 @@ void CManagedInterface::onStatusChanged()
     const EConnection before = std::exchange(m_shown, current.connection);
     if (current.code != 0) { // it was not opened
         report({current.reason, current.code});
-        m_inUse.release()->deleteLater(); // it is the caller
+        m_inUse.reset();
     }
     Q_EMIT changed();
     if (m_shown == before) {

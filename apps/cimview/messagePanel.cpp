@@ -134,9 +134,9 @@ void CMessagePanel::makeTables()
     followEnd();
 }
 
-void CMessagePanel::addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf)
+void CMessagePanel::addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf)
 {
-    const auto add = [&view, recordOf](const QString& text, const std::function<void(const STraceRecord&)>& act) {
+    const auto add = [&view, recordOf](const QString& text, const std::function<void(const SBusRecord&)>& act) {
         view.addAction(makeAction(&view, text, {}, [&view, recordOf, act] {
             if (view.currentIndex().isValid()) {
                 act(recordOf(view.currentIndex().row()));

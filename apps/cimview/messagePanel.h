@@ -47,7 +47,7 @@ private:
     void makeActions();
     QWidget* makeFilterBar();
     void makeTables();
-    void addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf);
+    void addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf);
     void followEnd();
     void applyFilter();
     void showCounts();

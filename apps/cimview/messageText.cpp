@@ -20,7 +20,7 @@ namespace
 class CSearchLine
 {
 public:
-    explicit CSearchLine(const STraceRecord& record)
+    explicit CSearchLine(const SBusRecord& record)
     {
         const unsigned char* const begin = record.message.data();
         const unsigned char* const end = begin + record.message.length();
@@ -114,7 +114,7 @@ CMessageMatcher::CMessageMatcher(std::vector<SFilter> filters, const QString& te
 {
 }
 
-bool CMessageMatcher::matches(const STraceRecord& record, const QString& sourceName) const
+bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceName) const
 {
     if (!passesFilters(m_filters, record.message)) {
         return false;
