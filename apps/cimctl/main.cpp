@@ -33,10 +33,7 @@ With nothing at hand: cimctl dump sim --seconds 3)");
 
     addInfo(app, options.action);
     addScan(app, options.action);
-    addDump(app, options.action);
-    addSend(app, options.action);
-    addReplay(app, options.action);
-    addGen(app, options.action);
+    addTrafficCommands(app, options.action);
     addLoad(app, options.action);
     addStoreCommands(app, options.action);
 }
