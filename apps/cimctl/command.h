@@ -27,7 +27,11 @@ struct SContext {
 using Action = std::function<EExitCode(SContext&)>;
 
 /// Adds a command to the parser, which sets `chosen` when it is typed.
-CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help, Action action);
+inline CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help,
+                            Action action)
+{
+    return addSubcommand(app, name, help, [&chosen, action = std::move(action)] { chosen = action; });
+}
 
 /// The same with options, which the caller adds to the parser; both belong to the parser.
 template <typename Options>
@@ -66,7 +70,12 @@ T valueOf(Result<T> result)
     throw wrongUsage(text);
 }
 
-/// The plugins that can be used, one at least.
-std::vector<SPlugin> plugins(const SContext& context);
+/// Returns the plugins that can be used, one at least.
+inline std::vector<SPlugin> plugins(const SContext& context)
+{
+    SPluginSearch search = searchPlugins(context.place);
+    require(search.failure());
+    return std::move(search.plugins);
+}
 
 } // namespace vexmor::Apps::Cimctl

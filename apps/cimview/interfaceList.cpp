@@ -138,9 +138,7 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
         Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
     });
     connect(one, &CManagedInterface::stateChanged, this, &CInterfaceList::statesChanged);
-    connect(one, &CManagedInterface::eventRaised, this, [this, one](EEvent kind, int code, const QString& text) {
-        Q_EMIT eventRaised(eventNow(kind, text, one->name(), code));
-    });
+    connect(one, &CManagedInterface::eventRaised, this, &CInterfaceList::eventRaised);
     beginInsertRows({}, rowCount(), rowCount());
     m_rows.push_back(std::move(made));
     endInsertRows();
@@ -190,26 +188,20 @@ bool CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) 
     return open != nullptr;
 }
 
-int CInterfaceList::activeCount() const
-{
-    return static_cast<int>(
-        std::count_if(m_rows.begin(), m_rows.end(), [](const auto& one) { return !one->isClosed(); }));
-}
-
 SEvent CInterfaceList::eventOf(const SErrorRecord& error) const
 {
-    SEvent event{error.microseconds, EEvent::eInterfaceError, m_names.name(error.source), error.error, error.count, {}};
-    const int row = rowOf(event.source);
-    event.text = row < 0 ? QString() : at(row).settings().interfaceErrorToString(error.error).trimmed();
-    return event;
+    const QString name = m_names.name(error.source);
+    const int row = rowOf(name);
+    const QString text = row < 0 ? QString() : at(row).settings().interfaceErrorToString(error.error).trimmed();
+    return {error.microseconds, EEvent::eInterfaceError, name, error.error, error.count, text};
 }
 
 SEvent CInterfaceList::eventOf(const SBusRecord& refused) const
 {
-    SEvent event{refused.microseconds, EEvent::eResult, m_names.name(refused.source), refused.code, 1, {}};
-    const int row = rowOf(event.source);
-    event.text = row < 0 ? QString() : at(row).settings().errorCodeToString(refused.code);
-    return event;
+    const QString name = m_names.name(refused.source);
+    const int row = rowOf(name);
+    const QString text = row < 0 ? QString() : at(row).settings().errorCodeToString(refused.code);
+    return {refused.microseconds, EEvent::eResult, name, refused.code, 1, text};
 }
 
 void CInterfaceList::refreshStates()

@@ -144,8 +144,7 @@ void CInterfacePanel::removeSelected()
 void CInterfacePanel::addInterface()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    CAddDialog dialog(interfaces, this);
-    if (dialog.exec() == QDialog::Accepted) {
+    if (runAddDialog(interfaces, this)) {
         selectRow(interfaces.rowCount() - 1);
     }
 }

@@ -2,12 +2,11 @@
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/workbench.h"
-#include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
+#include "apps/cli/targetOptions.h"
 #include "apps/host/gatewayAddress.h"
-#include "apps/host/pluginFolder.h"
 #include "apps/host/translations.h"
 
 #include <QApplication>
@@ -48,9 +47,7 @@ void addOptions(CLI::App& app, SOptions& options)
         .bitRate();
     addFlag(app, "--scan", options.scan, "Scan the network for gateways at once");
     addFlag(app, "--dark", options.dark, "Use a dark palette (from then on)");
-    addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
-    addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
-            "DIR");
+    addPluginPlace(app, options.place);
     setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
 

@@ -70,7 +70,7 @@ void CManagedInterface::onStatusChanged()
     }
     m_wasOpen = isOpen();
     if (!note.isEmpty()) {
-        Q_EMIT eventRaised(EEvent::eNote, 0, note);
+        Q_EMIT eventRaised(eventNow(EEvent::eNote, note, name()));
     }
     Q_EMIT stateChanged();
 }
@@ -114,7 +114,8 @@ bool CManagedInterface::removeFromStore()
 
 void CManagedInterface::report(const SProblem& problem)
 {
-    Q_EMIT eventRaised(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
+    const EEvent kind = problem.code == 0 ? EEvent::eWarning : EEvent::eResult;
+    Q_EMIT eventRaised(eventNow(kind, problem.text, name(), problem.code));
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <string_view>
 
 namespace vexmor::Apps::Cimview
