@@ -9,6 +9,7 @@
 
 #include <QClipboard>
 #include <QDialog>
+#include <QDockWidget>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
@@ -164,7 +165,7 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 5);
         QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->showPanel("Events"_s);
+        run.window->findChild<QDockWidget*>("Events"_s)->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
         run.hall.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);

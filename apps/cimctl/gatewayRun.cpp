@@ -79,8 +79,8 @@ EExitCode CGatewayRun::waitForEnd()
         m_loop.exec();
     }
     for (const auto& gateway : m_gateways) {
-        const CSummary::SReport summary = gateway->summary.finish();
-        report(*gateway, summary.text, summary.object, EColor::eBold);
+        const auto [text, object] = gateway->summary.finish();
+        report(*gateway, text, object, EColor::eBold);
     }
     return *m_exitCode;
 }

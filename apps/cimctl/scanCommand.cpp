@@ -169,13 +169,13 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, c
     QMap<QString, Settings> interfaces;
     std::vector<const SEndpoint*> accepted;
     for (const SEndpoint& endpoint : endpoints) {
-        Result<Settings> settings = settingsToStore(store, endpoint, bitRate);
-        if (!interfaces.contains(endpoint.name()) && !settings) {
-            output.reportProblem(settings.problem());
-            exitCode = eRefused;
-            continue;
-        }
         if (!interfaces.contains(endpoint.name())) {
+            Result<Settings> settings = settingsToStore(store, endpoint, bitRate);
+            if (!settings) {
+                output.reportProblem(settings.problem());
+                exitCode = eRefused;
+                continue;
+            }
             interfaces.insert(endpoint.name(), *settings);
         }
         accepted.push_back(&endpoint);

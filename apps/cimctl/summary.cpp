@@ -36,7 +36,7 @@ void CSummary::sampleBusload()
     m_busloadPeak = std::max(m_busloadPeak, *percent);
 }
 
-CSummary::SReport CSummary::finish()
+std::pair<QString, QJsonObject> CSummary::finish()
 {
     m_busloadTimer.stop();
     sampleBusload(); // a short session ends before the timer could see its only value

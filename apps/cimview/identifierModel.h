@@ -22,20 +22,7 @@ class CIdentifierModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn {
-        eId,
-        eInterface,
-        eDirection,
-        eCount,
-        eRate,
-        ePeriod,
-        eLeast,
-        eGreatest,
-        eLength,
-        eData,
-        eAscii,
-        eColumnCount
-    };
+    enum EColumn { eId, eInterface, eDirection, eCount, eRate, ePeriod, eLeast, eGreatest, eLength, eData, eAscii };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
     /// Role by which rows are sorted: numbers as numbers.

@@ -20,9 +20,9 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
+/// How long a scan usually takes; the bar waits just before its end for a scan that takes longer.
 constexpr int USUAL_SCAN_MS = 4500;
-constexpr int SCAN_STEP_MS = 100;
+constexpr int LAST_STEP_MS = 100;
 constexpr int MOST_NAMED = 10; ///< in a question
 } // namespace
 
@@ -32,7 +32,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
       m_table(new QTableView(this)),
       m_baudrate(new QComboBox(this)),
       m_progress(new QProgressBar(this)),
-      m_hint(new QLabel(this))
+      m_hint(new QLabel(this)),
+      m_scanProgress(m_progress, "value")
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setObjectName(QStringLiteral("InterfaceColumns"));
@@ -45,6 +46,9 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_progress->setRange(0, USUAL_SCAN_MS);
     m_progress->setTextVisible(false);
     m_progress->hide();
+    m_scanProgress.setDuration(USUAL_SCAN_MS - LAST_STEP_MS);
+    m_scanProgress.setStartValue(0);
+    m_scanProgress.setEndValue(USUAL_SCAN_MS - LAST_STEP_MS);
     fillWithBitRates(*m_baudrate);
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
@@ -54,8 +58,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentData().toString()); });
-    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScanProgress);
-    connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScanProgress);
+    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
     m_table->selectRow(0);
     setFocusProxy(m_table);
     updateActions();
@@ -65,7 +68,7 @@ void CInterfacePanel::makeActions()
 {
     const auto forSelected = [this](void (CManagedInterface::*act)()) {
         return [this, act] {
-            for (const int row : selectedRows()) {
+            for (const int row : selectedRows(*m_table)) {
                 (m_workbench.interfaces().at(row).*act)();
             }
         };
@@ -104,24 +107,9 @@ QList<QAction*> CInterfacePanel::interfaceActions() const
     return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan, m_simulate};
 }
 
-void CInterfacePanel::selectRow(int row)
-{
-    m_table->selectRow(row);
-}
-
-QList<int> CInterfacePanel::selectedRows() const
-{
-    QList<int> rows;
-    for (const QModelIndex& index : m_table->selectionModel()->selectedRows()) {
-        rows.append(index.row());
-    }
-    std::sort(rows.begin(), rows.end());
-    return rows;
-}
-
 void CInterfacePanel::removeSelected()
 {
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     const CInterfaceList& interfaces = m_workbench.interfaces();
     QStringList names;
     bool anyStored = false;
@@ -145,14 +133,14 @@ void CInterfacePanel::addInterface()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     if (runAddDialog(interfaces, this)) {
-        selectRow(interfaces.rowCount() - 1);
+        m_table->selectRow(interfaces.rowCount() - 1);
     }
 }
 
 void CInterfacePanel::configure()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     if (rows.size() != 1 || !interfaces.at(rows.first()).isClosed()) {
         return;
     }
@@ -174,9 +162,7 @@ void CInterfacePanel::configure()
 void CInterfacePanel::startScan()
 {
     m_workbench.startScan();
-    m_scanClock.start();
-    m_scanTimer.start(SCAN_STEP_MS);
-    showScanProgress();
+    showScan();
 }
 
 void CInterfacePanel::simulate()
@@ -186,20 +172,17 @@ void CInterfacePanel::simulate()
     }
 }
 
-void CInterfacePanel::showScanProgress()
+void CInterfacePanel::showScan()
 {
     const bool running = m_workbench.scan().isRunning();
     m_scan->setEnabled(!running);
     m_progress->setVisible(running);
-    m_progress->setValue(static_cast<int>(std::min<qint64>(m_scanClock.elapsed(), USUAL_SCAN_MS - SCAN_STEP_MS)));
-    if (!running) {
-        m_scanTimer.stop();
-    }
+    running ? m_scanProgress.start() : m_scanProgress.stop();
 }
 
 void CInterfacePanel::setBaudrate(const QString& rate)
 {
-    for (const int row : selectedRows()) {
+    for (const int row : selectedRows(*m_table)) {
         CManagedInterface& one = m_workbench.interfaces().at(row);
         if (!one.setBitRate(rate)) {
             m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
@@ -210,7 +193,7 @@ void CInterfacePanel::setBaudrate(const QString& rate)
 void CInterfacePanel::updateActions()
 {
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
     const auto isClosed = [&](int row) { return interfaces.at(row).isClosed(); };
     const bool anyClosed = any(isClosed);

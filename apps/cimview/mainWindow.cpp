@@ -182,14 +182,6 @@ void CMainWindow::showRate()
     m_fetched = fetched;
 }
 
-void CMainWindow::showPanel(const QString& name)
-{
-    if (auto* const dock = findChild<QDockWidget*>(name)) {
-        dock->show();
-        dock->raise();
-    }
-}
-
 void CMainWindow::loadState()
 {
     QSettings settings;

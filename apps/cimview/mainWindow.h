@@ -35,11 +35,8 @@ public:
 
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
-    CEventPanel& eventPanel() { return *m_events; }
     CLogActions& logs() { return *m_logs; }
     QAction& darkAction() { return *m_dark; }
-    /// Brings a panel to the front: "Interfaces", "Busload", "Send" or "Events".
-    void showPanel(const QString& name);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -212,16 +212,11 @@ void CMessagePanel::showCounts()
     }
 }
 
-void CMessagePanel::setTab(int tab)
-{
-    m_tabs->setCurrentIndex(tab);
-}
-
 void CMessagePanel::loadState(QSettings& settings)
 {
     m_idEdit->setText(settings.value(ID_FILTER).toString());
     m_textEdit->setText(settings.value(TEXT_FILTER).toString());
-    setTab(settings.value(TAB).toInt());
+    m_tabs->setCurrentIndex(settings.value(TAB).toInt());
     applyFilter();
 }
 

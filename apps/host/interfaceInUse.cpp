@@ -52,8 +52,10 @@ void CInterfaceInUse::endAll()
 
 void CInterfaceInUse::onStatus()
 {
-    m_status = m_worker->takeStatus();
-    Q_EMIT statusChanged();
+    const SInterfaceStatus before = std::exchange(m_status, m_worker->takeStatus());
+    if (!(m_status == before)) {
+        Q_EMIT statusChanged();
+    }
 }
 
 } // namespace vexmor::Apps

@@ -60,7 +60,6 @@ public:
     static void endAll();
 
 Q_SIGNALS:
-    /// `status` may have changed.
     void statusChanged();
     void wasReset();
 

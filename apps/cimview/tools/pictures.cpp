@@ -1,6 +1,5 @@
 // cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway; LOG, a log of candump, is
 // the traffic.
-#include "apps/cimview/eventPanel.h"
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
@@ -12,6 +11,9 @@
 #include <QDeadlineTimer>
 #include <QDialog>
 #include <QDir>
+#include <QDockWidget>
+#include <QTabWidget>
+#include <QTableView>
 
 #include <cstdio>
 #include <functional>
@@ -66,7 +68,7 @@ void showTraffic(CWorkbench& workbench, CMainWindow& window, const QString& fold
 {
     CSendList& list = workbench.sendList();
     fillSendList(list);
-    window.showPanel(QStringLiteral("Send"));
+    window.findChild<QDockWidget*>(QStringLiteral("Send"))->raise();
     workbench.interfaces().at(0).open();
     workbench.interfaces().at(1).open();
     waitUntil("both interfaces are open", [&] { return workbench.interfaces().openNames().size() == 2; });
@@ -77,7 +79,7 @@ void showTraffic(CWorkbench& workbench, CMainWindow& window, const QString& fold
                busloads.begin()->second.size() >= ENOUGH_BUSLOADS;
     });
     save(window, folder, "main");
-    window.messagePanel().setTab(1);
+    window.findChild<QTabWidget*>()->setCurrentIndex(1);
     save(window.messagePanel(), folder, "identifiers");
 }
 
@@ -88,15 +90,16 @@ void showErrors(CWorkbench& workbench, CMainWindow& window, const QString& folde
     waitUntil("errors by status", [&] { return workbench.events().unread() >= ERRORS_OF_STATUS; });
     workbench.sim().gateway().dropLinks();
     waitUntil("a lost link", [&] { return workbench.events().unread() > ERRORS_OF_STATUS; });
-    window.showPanel(QStringLiteral("Events"));
-    window.eventPanel().selectRow(workbench.events().rowCount() - 1);
-    save(window.eventPanel(), folder, "events");
+    auto* const dock = window.findChild<QDockWidget*>(QStringLiteral("Events"));
+    dock->raise();
+    dock->findChild<QTableView*>()->selectRow(workbench.events().rowCount() - 1);
+    save(*dock->widget(), folder, "events");
 }
 
 void showDialog(CWorkbench& workbench, CMainWindow& window, const QString& folder)
 {
     workbench.interfaces().at(0).close();
-    window.interfacePanel().selectRow(0);
+    window.interfacePanel().findChild<QTableView*>()->selectRow(0);
     QPixmap picture;
     QTimer::singleShot(0, &window, [&picture] {
         if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
