@@ -24,25 +24,19 @@ struct SDumpOptions {
     double seconds = 0;  ///< ends so long after the interface is open; 0: no limit
 };
 
-struct SSendOptions {
-    STargetOptions target;
-    SShowOptions show;
+struct SSendOptions : SSending {
     QStringList frames;
     int repeat = 1;
     double interval = 0; ///< ms from one message to the next
 };
 
-struct SReplayOptions {
-    STargetOptions target;
-    SShowOptions show;
+struct SReplayOptions : SSending {
     QString file;
     double speed = 1;
     bool loop = false;
 };
 
-struct SGenOptions {
-    STargetOptions target;
-    SShowOptions show;
+struct SGenOptions : SSending {
     QString ids = QStringLiteral("0-7FF"); ///< ID or LOW-HIGH
     int length = -1;                       ///< -1: any
     int count = 0;                         ///< 0: no end
@@ -140,7 +134,7 @@ EExitCode send(SContext& context, const SSendOptions& options)
         ++index;
         return true;
     };
-    return sendAll(context, options.target, options.show, source, 1);
+    return sendAll(context, options, source, 1);
 }
 
 /// Sends a log at its own timing. Nothing is sent when one of its lines makes no sense.
@@ -149,7 +143,7 @@ EExitCode replay(SContext& context, const SReplayOptions& options)
     CanLog::CLogReader log;
     require(log.open(options.file));
     checkLog(context.diagnostics, log, options.file);
-    return sendAll(context, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
+    return sendAll(context, options, sourceOfLog(log, options.loop), options.speed);
 }
 
 /// Messages of any content, the same for the same seed.
@@ -181,7 +175,7 @@ EExitCode gen(SContext& context, const SGenOptions& options)
     if (ids.inverse || ids.mask != SFilter().mask || ids.high > CanLog::MAX_ID) {
         failUsage(QStringLiteral("identifiers %1: must be ID or LOW-HIGH, hexadecimal, at most 7FF").arg(options.ids));
     }
-    return sendAll(context, options.target, options.show, randomMessages(options, ids), 1);
+    return sendAll(context, options, randomMessages(options, ids), 1);
 }
 void addDump(CLI::App& app, Action& chosen)
 {

@@ -24,6 +24,17 @@ namespace
 constexpr int USUAL_SCAN_MS = 4500;
 constexpr int LAST_STEP_MS = 100;
 constexpr int MOST_NAMED = 10; ///< in a question
+
+/// Returns the longest text of a state, which depends on the language.
+QString longestState()
+{
+    SInterfaceStatus open;
+    open.connection = EConnection::eOpen;
+    SInterfaceStatus lost;
+    lost.connection = EConnection::eLost;
+    const QString texts[] = {connectionText(open), connectionText(lost)};
+    return texts[0].size() > texts[1].size() ? texts[0] : texts[1];
+}
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -38,7 +49,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setObjectName(QStringLiteral("InterfaceColumns"));
     setUpTable(*m_table, interfaces,
-               {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet"), QStringLiteral("100 %"),
+               {QStringLiteral("Some interface 1"), longestState(), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses

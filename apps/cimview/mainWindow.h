@@ -10,12 +10,10 @@ class QLabel;
 namespace vexmor::Apps::Cimview
 {
 
-class CBusloadPlot;
 class CEventPanel;
 class CInterfacePanel;
 class CLogActions;
 class CMessagePanel;
-class CSendPanel;
 class CWorkbench;
 
 /// The window: the messages in the middle, the other panels around them, to be moved or hidden. Keeps its state in the
