@@ -16,8 +16,6 @@ class CSimBus : public QObject
     Q_OBJECT
 
 public:
-    explicit CSimBus(QObject* parent = nullptr) : QObject(parent) {}
-
     /// Bit rate in kbit/s, 500 at first; the gateways set it when a host requests another.
     std::uint32_t baudrate() const { return m_baudrate; }
     void setBaudrate(std::uint32_t kbitPerSecond) { m_baudrate = kbitPerSecond; }

@@ -14,7 +14,7 @@ constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;
 constexpr double MICROSECONDS_PER_MS = 1000.0;
 } // namespace
 
-CSimReplay::CSimReplay(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
+CSimReplay::CSimReplay(CSimBus& bus) : m_bus(bus)
 {
     m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &CSimReplay::onTimeout);
@@ -70,18 +70,14 @@ bool CSimReplay::advance()
     }
     if (!next || !*next) {
         m_timer.stop();
-        if (next) {
-            Q_EMIT finished();
-        } else {
-            Q_EMIT failed(next.problem().text);
-        }
+        Q_EMIT ended(next ? QString() : next.problem().text);
         return false;
     }
     m_next = **next;
     return !isNewRound;
 }
 
-CSimGenerator::CSimGenerator(CSimBus& bus, QObject* parent) : QObject(parent), m_bus(bus)
+CSimGenerator::CSimGenerator(CSimBus& bus) : m_bus(bus)
 {
     m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &CSimGenerator::onTimeout);
@@ -90,19 +86,16 @@ CSimGenerator::CSimGenerator(CSimBus& bus, QObject* parent) : QObject(parent), m
 void CSimGenerator::start(int rate)
 {
     m_rate = rate;
-    m_sentThisRun = 0;
     m_clock.start();
     if (rate > 0) {
         m_timer.start(TICK_MS);
-    } else {
-        m_timer.stop();
     }
 }
 
 void CSimGenerator::onTimeout()
 {
     const auto due = static_cast<std::uint64_t>(m_clock.elapsed()) * static_cast<std::uint64_t>(m_rate) / 1000;
-    while (m_sentThisRun < due) {
+    while (m_sent < due) {
         // Each device reports its own number and how often it has reported.
         const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
         const auto count = static_cast<std::uint32_t>(m_sent / DEVICE_COUNT);
@@ -110,7 +103,6 @@ void CSimGenerator::onTimeout()
         qToBigEndian(count, data + 4);
         m_bus.send(Cim::CCanMessage(Cim::CCanId::fromValue(FIRST_DEVICE_ID + device), sizeof data, data));
         ++m_sent;
-        ++m_sentThisRun;
     }
 }
 

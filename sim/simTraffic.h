@@ -19,18 +19,17 @@ class CSimReplay : public QObject
     Q_OBJECT
 
 public:
-    explicit CSimReplay(CSimBus& bus, QObject* parent = nullptr);
+    explicit CSimReplay(CSimBus& bus);
 
-    /// `speed` 2 plays twice as fast; `loop` starts again at the end, without it `finished` is emitted there. Fails
-    /// when the file cannot be read or holds no frame. Starts with `start`.
+    /// Opens a log for `start`. `speed` 2 plays it twice as fast; `loop` starts it again at its end. Fails when the
+    /// file cannot be read or holds no frame.
     Failure open(const QString& path, double speed, bool loop);
     void start();
     std::uint64_t sent() const { return m_sent; }
 
 Q_SIGNALS:
-    void finished();
-    /// A line is not a frame: the replay ended there.
-    void failed(const QString& error);
+    /// The log was played to its end, or to a line that is no frame: then `error` names the line.
+    void ended(const QString& error);
 
 private:
     void onTimeout();
@@ -53,9 +52,9 @@ class CSimGenerator : public QObject
     Q_OBJECT
 
 public:
-    explicit CSimGenerator(CSimBus& bus, QObject* parent = nullptr);
+    explicit CSimGenerator(CSimBus& bus);
 
-    /// Starts with so many messages per second; 0 stops.
+    /// Starts with so many messages per second, 0: none. Once.
     void start(int rate);
     std::uint64_t sent() const { return m_sent; }
 
@@ -66,7 +65,6 @@ private:
     QTimer m_timer;
     QElapsedTimer m_clock;
     int m_rate = 0;
-    std::uint64_t m_sentThisRun = 0;
     std::uint64_t m_sent = 0;
 };
 

@@ -9,6 +9,7 @@
 
 #include <QClipboard>
 #include <QDialog>
+#include <QDockWidget>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QPushButton>
@@ -164,7 +165,7 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 5);
         QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->showPanel("Events"_s);
+        run.window->findChild<QDockWidget*>("Events"_s)->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
         run.hall.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
@@ -243,7 +244,7 @@ private Q_SLOTS:
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(hall);
         SWindow run;
-        QSignalSpy finished(&run.workbench.scan(), &CNetworkScan::finished);
+        QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
         for (int round = 1; round <= 2; ++round) { // the second finds nothing new
             run.workbench.startScan();
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
@@ -363,7 +364,7 @@ private Q_SLOTS:
         SWindow run;
         QVERIFY(QTest::qWaitForWindowExposed(run.window.get()));
         QScrollBar* const bar = run.window->messagePanel().traceView().verticalScrollBar();
-        const std::vector<STraceRecord> many(1000);
+        const std::vector<SBusRecord> many(1000);
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 900);
         QTRY_COMPARE(bar->value(), bar->maximum());

@@ -21,15 +21,15 @@ namespace
 {
 constexpr auto FATAL = QAbstractItemModelTester::FailureReportingMode::Fatal;
 
-STraceRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t microseconds = 0,
-                    std::uint16_t source = 0)
+SBusRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t microseconds = 0,
+                  std::uint16_t source = 0)
 {
     return {microseconds, message(id, data), source, false};
 }
 
-std::vector<STraceRecord> numbered(int first, int count)
+std::vector<SBusRecord> numbered(int first, int count)
 {
-    std::vector<STraceRecord> records;
+    std::vector<SBusRecord> records;
     for (int id = first; id < first + count; ++id) {
         records.push_back(record(static_cast<std::uint16_t>(id)));
     }
@@ -68,7 +68,7 @@ private Q_SLOTS:
     {
         auto filters = readFilters(cell<QString>("filters"));
         QVERIFY(filters);
-        const STraceRecord received = record(0x123, hex("41620FF0"));
+        const SBusRecord received = record(0x123, hex("41620FF0"));
         QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, "hall A"_s), "matches");
     }
 
@@ -244,7 +244,7 @@ private Q_SLOTS:
     void logsComeBackAsTheyWere()
     {
         const QString path = m_folder.filePath("a.log"_s);
-        std::vector<STraceRecord> records;
+        std::vector<SBusRecord> records;
         for (int i = 0; i < 12000; ++i) { // more than one piece
             const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? "hall"_s : "stage"_s);
             records.push_back(record(static_cast<std::uint16_t>(i % 0x800), hex("0102"), 1398128223803317 + i, source));
@@ -253,10 +253,10 @@ private Q_SLOTS:
         QSignalSpy saved(&saver, &CLogSaver::finished);
         saver.save(path, records);
         QVERIFY(saved.wait());
-        std::vector<STraceRecord> loaded;
+        std::vector<SBusRecord> loaded;
         QCOMPARE(load(path, loaded), QVariant(QString()));
         QVERIFY(std::equal(loaded.begin(), loaded.end(), records.begin(), records.end(),
-                           [](const STraceRecord& a, const STraceRecord& b) {
+                           [](const SBusRecord& a, const SBusRecord& b) {
                                return std::tie(a.microseconds, a.source) == std::tie(b.microseconds, b.source) &&
                                       a.message == b.message;
                            }));
@@ -264,7 +264,7 @@ private Q_SLOTS:
 
     void logProblemsAreReported()
     {
-        std::vector<STraceRecord> loaded;
+        std::vector<SBusRecord> loaded;
         const QVariant error = load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"), loaded);
         QCOMPARE(loaded.size(), std::size_t(1)); // what stands before it is shown
         QVERIFY2(error.toString().contains("2"_s), "the line is named");
@@ -375,7 +375,7 @@ private Q_SLOTS:
 
 private:
     /// Loads a log; gives the error.
-    QVariant load(const QString& path, std::vector<STraceRecord>& loaded)
+    QVariant load(const QString& path, std::vector<SBusRecord>& loaded)
     {
         CLogLoader loader(m_names);
         connect(&loader, &CLogLoader::loaded, this,

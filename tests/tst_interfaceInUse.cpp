@@ -184,6 +184,8 @@ private Q_SLOTS:
         use.gateway.setFaults(faults);
         use.open(use.gateway.port());
         QCOMPARE(use.connection(), EConnection::eConnecting);
+        QVERIFY(use.interface->send(message(5)));
+        QTRY_COMPARE(use.fetch(), QStringList{"5 2"_s}); // refused: not opened
         QTRY_COMPARE(use.connection(), isOnce ? EConnection::eClosed : EConnection::eLost);
         QCOMPARE(use.interface->status().code, int(RC_TCP_CONNECT_FAILED));
         QVERIFY(!use.interface->status().reason.isEmpty());

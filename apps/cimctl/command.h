@@ -8,10 +8,11 @@
 #include "canlog/problem.h"
 
 #include <functional>
+#include <memory>
 #include <utility>
 
-/// What the commands are made of. Each is a function `addX` in a file of its own or beside its like, which says what
-/// can be typed for it and what is then done.
+/// What the commands are made of. A function `addX` adds a command, or several that are alike: what can be typed for it
+/// and what is then done.
 namespace vexmor::Apps::Cimctl
 {
 
@@ -25,16 +26,26 @@ struct SContext {
 /// Does what was typed. Throws an SProblem when it cannot go on, but only before its event loop runs.
 using Action = std::function<EExitCode(SContext&)>;
 
-/// Adds a command to the parser, which sets `chosen` when it is typed. `action` shares the command's options with what
-/// the caller binds.
-CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help, Action action);
+/// Adds a command to the parser, which sets `chosen` when it is typed.
+inline CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help,
+                            Action action)
+{
+    return addSubcommand(app, name, help, [&chosen, action = std::move(action)] { chosen = action; });
+}
+
+/// The same with options, which the caller adds to the parser; both belong to the parser.
+template <typename Options>
+std::pair<CLI::App&, Options&> addCommand(CLI::App& app, Action& chosen, const std::string& name,
+                                          const std::string& help, EExitCode (*act)(SContext&, const Options&))
+{
+    const auto options = std::make_shared<Options>();
+    const auto action = [options, act](SContext& context) { return act(context, *options); };
+    return {addCommand(app, chosen, name, help, Action(action)), *options};
+}
 
 void addInfo(CLI::App& app, Action& chosen);
 void addScan(CLI::App& app, Action& chosen);
-void addDump(CLI::App& app, Action& chosen);
-void addSend(CLI::App& app, Action& chosen);
-void addReplay(CLI::App& app, Action& chosen);
-void addGen(CLI::App& app, Action& chosen);
+void addTrafficCommands(CLI::App& app, Action& chosen);
 void addLoad(CLI::App& app, Action& chosen);
 void addStoreCommands(CLI::App& app, Action& chosen);
 
@@ -59,7 +70,12 @@ T valueOf(Result<T> result)
     throw wrongUsage(text);
 }
 
-/// The plugins that can be used, one at least.
-std::vector<SPlugin> plugins(const SContext& context);
+/// Returns the plugins that can be used, one at least.
+inline std::vector<SPlugin> plugins(const SContext& context)
+{
+    SPluginSearch search = searchPlugins(context.place);
+    require(search.failure());
+    return std::move(search.plugins);
+}
 
 } // namespace vexmor::Apps::Cimctl

@@ -3,7 +3,6 @@
 #include "vxCore/logging.h"
 
 #include <QCoreApplication>
-#include <QThread>
 
 #include <cstdarg>
 #include <mutex>
@@ -20,15 +19,8 @@ template <typename Act>
 void inMainThread(Act act)
 {
     const std::lock_guard<std::recursive_mutex> lock(s_mutex);
-    if (s_diagnostics == nullptr) {
-        return;
-    }
-    CDiagnostics* const self = s_diagnostics;
-    if (QThread::currentThread() == self->thread()) {
-        act(*self);
-    } else {
-        QMetaObject::invokeMethod(
-            self, [self, act] { act(*self); }, Qt::QueuedConnection);
+    if (s_diagnostics != nullptr) {
+        QMetaObject::invokeMethod(s_diagnostics, [self = s_diagnostics, act] { act(*self); });
     }
 }
 

@@ -3,7 +3,6 @@
 #include "apps/host/embeddedSim.h"
 #include "cim/resultCodes.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace vexmor::Apps::Cimctl
@@ -68,8 +67,7 @@ void CGatewayRun::open(double seconds)
 
 void CGatewayRun::end(EExitCode exitCode)
 {
-    if (!m_ended) {
-        m_ended = true;
+    if (!m_exitCode) {
         m_exitCode = exitCode;
         m_loop.quit();
     }
@@ -77,14 +75,14 @@ void CGatewayRun::end(EExitCode exitCode)
 
 EExitCode CGatewayRun::waitForEnd()
 {
-    if (!m_ended) { // it may have ended while the interfaces opened
+    if (!m_exitCode) { // it may have ended while the interfaces opened
         m_loop.exec();
     }
     for (const auto& gateway : m_gateways) {
-        const CSummary::SReport summary = gateway->summary.finish();
-        report(*gateway, summary.text, summary.object, EColor::eBold);
+        const auto [text, object] = gateway->summary.finish();
+        report(*gateway, text, object, EColor::eBold);
     }
-    return m_exitCode;
+    return *m_exitCode;
 }
 
 void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color)
@@ -110,7 +108,7 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
 void CGatewayRun::reportSilence()
 {
     for (const auto& gateway : m_gateways) {
-        if (!m_ended && !gateway->hosted.status().lastFrame) {
+        if (!m_exitCode && !gateway->hosted.status().lastFrame) {
             report(*gateway,
                    QStringLiteral("open, no answer yet: is %1 a T93 gateway?")
                        .arg(gateway->hosted.canInterface().commonInfo().port()),

@@ -12,6 +12,7 @@
 #include <QObject>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vexmor::Apps::Cimctl
@@ -66,8 +67,7 @@ private:
     std::vector<std::unique_ptr<SGateway>> m_gateways;
     QElapsedTimer m_sinceOpen;
     QEventLoop m_loop;
-    bool m_ended = false;
-    EExitCode m_exitCode = eDone;
+    std::optional<EExitCode> m_exitCode; ///< nothing: the run has not ended
 };
 
 } // namespace vexmor::Apps::Cimctl

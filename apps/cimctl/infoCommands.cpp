@@ -18,6 +18,11 @@ constexpr int BAR_WIDTH = 50; ///< characters for 100 percent
 constexpr int BUSY_PERCENT = 50;
 constexpr int CROWDED_PERCENT = 80;
 
+struct SLoadOptions {
+    STargetOptions target;
+    double seconds = 0; ///< 0: no limit
+};
+
 QString qtVersionOf(const QJsonObject& metaData)
 {
     const int version = metaData.value(QLatin1String("version")).toInt();
@@ -94,9 +99,9 @@ EExitCode info(SContext& context)
     return search.problems.isEmpty() ? eDone : eRefused;
 }
 
-EExitCode load(SContext& context, const STargetOptions& target, double seconds)
+EExitCode load(SContext& context, const SLoadOptions& options)
 {
-    CGatewayRun run(context, target, eDone);
+    CGatewayRun run(context, options.target, eDone);
     if (run.gateway().hosted.canInterface().baudrate() == 0) {
         failUsage(
             QStringLiteral("a gateway counts bits, not percent: load needs the bit rate of the bus (--baudrate)"));
@@ -106,8 +111,8 @@ EExitCode load(SContext& context, const STargetOptions& target, double seconds)
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
         showLoad(run.output(), run.gateway().hosted.status().busload);
-        const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= seconds * 1000;
-        if (seconds > 0 && isLast) {
+        const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= options.seconds * 1000;
+        if (options.seconds > 0 && isLast) {
             run.end(eDone);
         }
     });
@@ -123,17 +128,9 @@ void addInfo(CLI::App& app, Action& chosen)
 
 void addLoad(CLI::App& app, Action& chosen)
 {
-    struct SOptions {
-        STargetOptions target;
-        double seconds = 0; ///< 0: no limit
-    };
-    const auto options = std::make_shared<SOptions>();
-    CLI::App& command =
-        addCommand(app, chosen, "load", "Show the bus load once a second",
-                   [options](SContext& context) { return load(context, options->target, options->seconds); });
-    options->target.addTo(command);
-    addNumber(command, "-s,--seconds", options->seconds, 1, 1e6, "End so many seconds after the interface is open",
-              "S");
+    const auto [command, options] = addCommand(app, chosen, "load", "Show the bus load once a second", load);
+    options.target.addTo(command);
+    addNumber(command, "-s,--seconds", options.seconds, 1, 1e6, "End so many seconds after the interface is open", "S");
 }
 
 } // namespace vexmor::Apps::Cimctl

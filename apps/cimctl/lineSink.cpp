@@ -1,7 +1,5 @@
 #include "apps/cimctl/lineSink.h"
 
-#include <cstdio>
-
 namespace vexmor::Apps::Cimctl
 {
 namespace
@@ -14,44 +12,23 @@ CLineSink::CLineSink()
     m_timer.setSingleShot(true);
     m_timer.setInterval(FLUSH_DELAY_MS);
     connect(&m_timer, &QTimer::timeout, this, [this] {
-        if (!flush()) {
+        if (!handOver()) {
             Q_EMIT failed();
         }
     });
 }
 
-CLineSink::~CLineSink()
+void CLineSink::writeLine(const QByteArray& line)
 {
-    flush();
-}
-
-bool CLineSink::openFile(const QString& path)
-{
-    m_file.setFileName(path);
-    return m_file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-}
-
-bool CLineSink::openStdout()
-{
-    return m_file.open(fileno(stdout), QIODevice::WriteOnly);
-}
-
-void CLineSink::write(const QByteArray& bytes)
-{
-    m_file.write(bytes);
+    write(line);
     if (!m_timer.isActive()) {
         m_timer.start();
     }
 }
 
-bool CLineSink::flush()
+bool CLineSink::handOver()
 {
-    return !m_file.isOpen() || (m_file.flush() && m_file.error() == QFileDevice::NoError);
-}
-
-QString CLineSink::problem() const
-{
-    return m_file.errorString();
+    return !isOpen() || (flush() && error() == NoError);
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -1,6 +1,7 @@
 // cimctl: works with CAN interfaces from the command line. Here stands what can be typed for all commands.
 #include "apps/cimctl/command.h"
 #include "apps/cli/program.h"
+#include "apps/cli/targetOptions.h"
 #include "apps/host/translations.h"
 
 #include <QCoreApplication>
@@ -24,19 +25,14 @@ void addOptions(CLI::App& app, SOptions& options)
     addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
              "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
-    addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
-    addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
-            "DIR");
+    addPluginPlace(app, options.place);
     setFooter(app, R"(Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,
 130 interrupted (Ctrl-C) before everything was sent or found.
 With nothing at hand: cimctl dump sim --seconds 3)");
 
     addInfo(app, options.action);
     addScan(app, options.action);
-    addDump(app, options.action);
-    addSend(app, options.action);
-    addReplay(app, options.action);
-    addGen(app, options.action);
+    addTrafficCommands(app, options.action);
     addLoad(app, options.action);
     addStoreCommands(app, options.action);
 }

@@ -3,8 +3,6 @@
 #include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
-#include <algorithm>
-
 namespace vexmor::Apps::Cimctl
 {
 namespace
@@ -34,7 +32,8 @@ QByteArray nameOf(const CGatewayRun& run, const SGateway& gateway)
 CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
     : m_output(run.output()), m_options(options), m_logsToOutput(options.logFile == QLatin1String("-"))
 {
-    if (!options.logFile.isEmpty() && !m_logsToOutput && !m_log.openFile(options.logFile)) {
+    m_log.setFileName(options.logFile);
+    if (!options.logFile.isEmpty() && !m_logsToOutput && !m_log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         throw logProblem();
     }
     connect(&m_log, &CLineSink::failed, &run, [&run] { run.end(eRefused); });
@@ -53,7 +52,7 @@ CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
 
 EExitCode CMessagePrinter::finish(EExitCode exitCode)
 {
-    if (m_log.flush()) {
+    if (m_log.handOver()) {
         return exitCode;
     }
     m_output.reportProblem(logProblem());
@@ -62,7 +61,7 @@ EExitCode CMessagePrinter::finish(EExitCode exitCode)
 
 SProblem CMessagePrinter::logProblem() const
 {
-    return {QStringLiteral("%1 cannot be written: %2").arg(m_options.logFile, m_log.problem())};
+    return {QStringLiteral("%1 cannot be written: %2").arg(m_options.logFile, m_log.errorString())};
 }
 
 void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, bool sending)
@@ -75,7 +74,7 @@ void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, boo
     const char direction = m_options.sent ? (sending ? 'T' : 'R') : '\0';
     if (!m_options.logFile.isEmpty()) {
         const QByteArray line = CanLog::formatLogLine({now, source.name, message, direction});
-        m_logsToOutput ? m_output.print(line) : m_log.write(line + '\n');
+        m_logsToOutput ? m_output.print(line) : m_log.writeLine(line + '\n');
     }
     if (!m_logsToOutput) {
         m_output.isJson() ? m_output.print(jsonOf(source.name, message, sending, now))

@@ -10,7 +10,6 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -19,7 +18,7 @@ namespace vexmor::Apps::Cimctl
 
 /// Which messages are shown, and how.
 struct SShowOptions {
-    bool received = true;
+    bool received = false;
     bool sent = false;
     char time = 0;                ///< each line begins with the time: a absolute, d since the line before, z the first
     bool ascii = false;           ///< each line ends with the data as characters

@@ -46,14 +46,14 @@ COutput::COutput(bool json)
       m_color(mayColor(STDOUT_FILENO, json)),
       m_errorColor(mayColor(STDERR_FILENO, json))
 {
-    m_data.openStdout();
+    m_data.open(STDOUT_FILENO, QIODevice::WriteOnly);
     connect(&m_data, &CLineSink::failed, this, &COutput::failed);
 }
 
 void COutput::print(const QByteArray& line)
 {
     endOpenLine();
-    m_data.write(line + '\n');
+    m_data.writeLine(line + '\n');
 }
 
 void COutput::print(const QJsonObject& object)
@@ -63,14 +63,14 @@ void COutput::print(const QJsonObject& object)
 
 void COutput::printOver(const QByteArray& line)
 {
-    m_data.write('\r' + line + "\033[K");
+    m_data.writeLine('\r' + line + "\033[K");
     m_lineOpen = true;
 }
 
 void COutput::endOpenLine()
 {
     if (m_lineOpen) {
-        m_data.write("\n");
+        m_data.writeLine("\n");
         m_lineOpen = false;
     }
 }
@@ -78,7 +78,7 @@ void COutput::endOpenLine()
 EExitCode COutput::finish(EExitCode exitCode)
 {
     endOpenLine();
-    if (m_data.flush()) {
+    if (m_data.handOver()) {
         return exitCode;
     }
     reportProblem({QStringLiteral("the output cannot be written")});
@@ -88,7 +88,7 @@ EExitCode COutput::finish(EExitCode exitCode)
 void COutput::report(const QString& text, const QJsonObject& object, EColor color)
 {
     endOpenLine();
-    m_data.flush(); // what happened before comes first
+    m_data.handOver(); // what happened before comes first
     if (m_json) {
         std::fprintf(stderr, "%s\n", jsonLine(object).constData());
         return;

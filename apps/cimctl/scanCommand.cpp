@@ -23,8 +23,11 @@ const char* const NOTHING_FOUND = R"(no gateway answered. Look at these in turn:
   - Has this computer an address in the gateway's subnet (ip -4 address)?
   - Does a firewall drop UDP datagrams from port 33333?
   - Behind a router: ask it directly, cimctl scan --address 192.168.1.70)";
-constexpr std::size_t COLUMN_COUNT = 7;
-using Row = std::array<QString, COLUMN_COUNT>;
+/// What is shown of an endpoint: the title of its column, and its key in JSON.
+enum EColumn { eName, eAddress, ePort, eProtocol, eRole, eMac, ePcAddress, eColumnCount };
+const std::pair<const char*, const char*> COLUMNS[] = {
+    {"NAME", "name"}, {"ADDRESS", "address"}, {"PORT", "port"},           {"PROTOCOL", "protocol"},
+    {"ROLE", "role"}, {"MAC", "mac"},         {"PC ADDRESS", "pcAddress"}};
 
 struct SScanOptions {
     QStringList addresses; ///< asked directly, besides the broadcast
@@ -42,24 +45,23 @@ const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_
 struct SEndpoint {
     Cim::CCanInterface* canInterface = nullptr;
     Settings settings;
-    QString name;
-    QString address;
-    QString port;
-    QString protocol;
+    std::array<QString, eColumnCount> cells;
 
-    explicit SEndpoint(Cim::CCanInterface& found)
-        : canInterface(&found), settings(settingsOf(found)), name(found.commonInfo().uniqueName())
+    explicit SEndpoint(Cim::CCanInterface& found) : canInterface(&found), settings(settingsOf(found))
     {
         const Cim::CCommonInfo& info = found.commonInfo();
-        info.ipAddress(address, port);
-        protocol = info.port().section(QLatin1Char(':'), 2);
+        cells[eName] = info.uniqueName();
+        info.ipAddress(cells[eAddress], cells[ePort]);
+        cells[eProtocol] = info.port().section(QLatin1Char(':'), 2);
+        cells[eRole] = settings.value(StoreKey::SERVICE);
+        cells[eMac] = info.interfaceId();
+        cells[ePcAddress] = settings.value(StoreKey::LOCAL_ADDRESS);
     }
-    QString role() const { return settings.value(StoreKey::SERVICE); }
-    QString mac() const { return canInterface->commonInfo().interfaceId(); }
-    QString pcAddress() const { return settings.value(StoreKey::LOCAL_ADDRESS); }
+    const QString& name() const { return cells[eName]; }
     QString place() const
     {
-        return QStringLiteral("%1:%2, MAC %3, PC address %4").arg(address, port, mac(), pcAddress());
+        return QStringLiteral("%1:%2, MAC %3, PC address %4")
+            .arg(cells[eAddress], cells[ePort], cells[eMac], cells[ePcAddress]);
     }
 };
 
@@ -90,44 +92,38 @@ bool waitForScan(COutput& output, CInterfaceScan& scan)
     progress.start(PROGRESS_MS);
     showProgress(output, 0);
     loop.exec();
-    return scan.isFinished();
+    return !scan.isRunning();
 }
 
 void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
 {
-    std::vector<Row> rows{{QStringLiteral("NAME"), QStringLiteral("ADDRESS"), QStringLiteral("PORT"),
-                           QStringLiteral("PROTOCOL"), QStringLiteral("ROLE"), QStringLiteral("MAC"),
-                           QStringLiteral("PC ADDRESS")}};
-    std::array<int, COLUMN_COUNT> widths{};
-    for (const SEndpoint& endpoint : endpoints) {
-        rows.push_back({endpoint.name, endpoint.address, endpoint.port, endpoint.protocol, endpoint.role(),
-                        endpoint.mac(), endpoint.pcAddress()});
-    }
-    for (const Row& row : rows) {
-        for (std::size_t i = 0; i < COLUMN_COUNT; ++i) {
-            widths[i] = std::max(widths[i], static_cast<int>(row[i].size()));
+    QString title;
+    std::vector<QString> lines(endpoints.size());
+    for (int column = 0; column < eColumnCount; ++column) {
+        const QString head = QString::fromLatin1(COLUMNS[column].first);
+        int width = static_cast<int>(head.size());
+        for (const SEndpoint& endpoint : endpoints) {
+            width = std::max(width, static_cast<int>(endpoint.cells[column].size()));
+        }
+        title += head.leftJustified(width + 2);
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            lines[i] += endpoints[i].cells[column].leftJustified(width + 2);
         }
     }
-    for (const Row& row : rows) {
-        QString line;
-        for (std::size_t i = 0; i < COLUMN_COUNT; ++i) {
-            line += row[i].leftJustified(widths[i] + 2);
-        }
-        const QByteArray text = printable(line).trimmed();
-        output.print(&row == &rows.front() ? output.paint(EColor::eBold, text) : text);
+    output.print(output.paint(EColor::eBold, printable(title).trimmed()));
+    for (const QString& line : lines) {
+        output.print(printable(line).trimmed());
     }
 }
 
 void printJson(COutput& output, const SEndpoint& endpoint)
 {
-    output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("found")},
-                             {QStringLiteral("name"), endpoint.name},
-                             {QStringLiteral("address"), endpoint.address},
-                             {QStringLiteral("port"), endpoint.port.toInt()},
-                             {QStringLiteral("protocol"), endpoint.protocol},
-                             {QStringLiteral("role"), endpoint.role()},
-                             {QStringLiteral("mac"), endpoint.mac()},
-                             {QStringLiteral("pcAddress"), endpoint.pcAddress()}});
+    QJsonObject object{{QStringLiteral("event"), QStringLiteral("found")}};
+    for (int column = 0; column < eColumnCount; ++column) {
+        object.insert(QLatin1String(COLUMNS[column].second), endpoint.cells[column]);
+    }
+    object.insert(QStringLiteral("port"), endpoint.cells[ePort].toInt());
+    output.print(object);
 }
 
 void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
@@ -146,12 +142,12 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
 /// What is to be stored for an endpoint. Fails when it has a protocol that no host could load again.
 Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoint, const QString& bitRate)
 {
-    if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name.isEmpty()) {
+    if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name().isEmpty()) {
         const int code = Cim::RC_ENUM_TO_STRING;
-        return SProblem{QStringLiteral("%1: %2").arg(endpoint.name, endpoint.canInterface->errorCodeToString(code)),
+        return SProblem{QStringLiteral("%1: %2").arg(endpoint.name(), endpoint.canInterface->errorCodeToString(code)),
                         code};
     }
-    Settings settings = store.settings(endpoint.name);
+    Settings settings = store.settings(endpoint.name());
     if (settings.isEmpty()) {
         settings = endpoint.settings;
         settings.insert(StoreKey::BAUDRATE, bitRate);
@@ -173,25 +169,25 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, c
     QMap<QString, Settings> interfaces;
     std::vector<const SEndpoint*> accepted;
     for (const SEndpoint& endpoint : endpoints) {
-        Result<Settings> settings = settingsToStore(store, endpoint, bitRate);
-        if (!interfaces.contains(endpoint.name) && !settings) {
-            output.reportProblem(settings.problem());
-            exitCode = eRefused;
-            continue;
-        }
-        if (!interfaces.contains(endpoint.name)) {
-            interfaces.insert(endpoint.name, *settings);
+        if (!interfaces.contains(endpoint.name())) {
+            Result<Settings> settings = settingsToStore(store, endpoint, bitRate);
+            if (!settings) {
+                output.reportProblem(settings.problem());
+                exitCode = eRefused;
+                continue;
+            }
+            interfaces.insert(endpoint.name(), *settings);
         }
         accepted.push_back(&endpoint);
     }
     require(store.put(interfaces));
     for (const SEndpoint* const endpoint : accepted) {
-        const bool isFirst = interfaces.remove(endpoint->name) > 0;
-        const QString done = known.contains(endpoint->name) ? QStringLiteral("updated") : QStringLiteral("stored");
+        const bool isFirst = interfaces.remove(endpoint->name()) > 0;
+        const QString done = known.contains(endpoint->name()) ? QStringLiteral("updated") : QStringLiteral("stored");
         const QString text = isFirst ? done : QStringLiteral("not stored, the name is taken:");
-        output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint->name, endpoint->place()),
+        output.report(QStringLiteral("%1 %2 (%3)").arg(text, endpoint->name(), endpoint->place()),
                       {{QStringLiteral("event"), isFirst ? done : QStringLiteral("notStored")},
-                       {QStringLiteral("name"), endpoint->name},
+                       {QStringLiteral("name"), endpoint->name()},
                        {QStringLiteral("place"), endpoint->place()}});
     }
     return exitCode;
@@ -201,8 +197,8 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, c
 /// for a stored one stays.
 EExitCode scan(SContext& context, const SScanOptions& options)
 {
-    const std::vector<SPlugin> found = plugins(context);
-    CInterfaceScan scan(found.front());
+    const std::vector<SPlugin> used{plugins(context).front()};
+    CInterfaceScan scan(used);
     require(scan.start(options.addresses));
     context.diagnostics.release();
     if (!waitForScan(context.output, scan)) {
@@ -219,14 +215,12 @@ EExitCode scan(SContext& context, const SScanOptions& options)
 
 void addScan(CLI::App& app, Action& chosen)
 {
-    const auto options = std::make_shared<SScanOptions>();
-    CLI::App& command = addCommand(app, chosen, "scan", "Find the gateways on the network",
-                                   [options](SContext& context) { return scan(context, *options); });
-    addTexts(command, "-a,--address", options->addresses, "Ask this address directly, too (for one behind a router)",
+    const auto [command, options] = addCommand(app, chosen, "scan", "Find the gateways on the network", scan);
+    addTexts(command, "-a,--address", options.addresses, "Ask this address directly, too (for one behind a router)",
              "ADDRESS");
     const COption save =
-        addFlag(command, "--save", options->save, "Store what was found, under the names shown; each is a TARGET then");
-    addText(command, "--baudrate", options->bitRate,
+        addFlag(command, "--save", options.save, "Store what was found, under the names shown; each is a TARGET then");
+    addText(command, "--baudrate", options.bitRate,
             "Bit rate to store for new ones: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)", "KBIT")
         .bitRate()
         .needs(save);

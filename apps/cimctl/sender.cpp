@@ -113,11 +113,10 @@ void CSender::finish()
     QTimer::singleShot(static_cast<int>(wait), this, &CSender::finished);
 }
 
-EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
-                  double speed)
+EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed)
 {
-    CGatewayRun run(context, target, eInterrupted);
-    CMessagePrinter printer(run, show);
+    CGatewayRun run(context, options.target, eInterrupted);
+    CMessagePrinter printer(run, options.show);
     run.open(0);
     CSender sender(run, std::move(source), speed);
     QObject::connect(&sender, &CSender::finished, &run,

@@ -63,8 +63,13 @@ private:
     double m_busFreeAt = 0; ///< ms on the clock when the bus can have carried what was sent
 };
 
-/// Sends everything that a source gives to the target's gateway, showing it as wanted; the command ends with it.
-EExitCode sendAll(SContext& context, const STargetOptions& target, const SShowOptions& show, CSender::Source source,
-                  double speed);
+/// What all commands that send have in common: where to, and what is shown of it.
+struct SSending {
+    STargetOptions target;
+    SShowOptions show;
+};
+
+/// Sends all messages of a source; the command ends with it.
+EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed);
 
 } // namespace vexmor::Apps::Cimctl

@@ -83,7 +83,7 @@ EExitCode show(SContext& context, const QString& name)
     return eDone;
 }
 
-EExitCode remove(const QString& name)
+EExitCode remove(SContext& /*context*/, const QString& name)
 {
     CInterfaceStore store;
     require(store.failure());
@@ -129,27 +129,21 @@ void addStoreCommands(CLI::App& app, Action& chosen)
 {
     addCommand(app, chosen, "list", "List the stored interfaces", list);
 
-    const auto options = std::make_shared<SAddOptions>();
-    CLI::App& command = addCommand(app, chosen, "add", "Store an interface under a name",
-                                   [options](SContext& context) { return add(context, *options); });
-    addText(command, "NAME", options->name, "Its name, from then on a TARGET").required();
-    addText(command, "ADDRESS", options->address, "ADDRESS[:PORT][:TCP|:UDP] of the gateway, or a port text (IP=...)")
+    const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
+    addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();
+    addText(command, "ADDRESS", options.address, "ADDRESS[:PORT][:TCP|:UDP] of the gateway, or a port text (IP=...)")
         .required();
-    addInterfaceSettings(command, options->settings);
-    addSetting(command, "--hostname", options->settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
-    addSetting(command, "--description", options->settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
-    addFlag(command, "--replace", options->replace, "Replace what is stored under the name");
+    addInterfaceSettings(command, options.settings);
+    addSetting(command, "--hostname", options.settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
+    addSetting(command, "--description", options.settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
+    addFlag(command, "--replace", options.replace, "Replace what is stored under the name");
 
-    const auto name = std::make_shared<QString>();
-    const char* const nameHelp = "A stored interface";
-    addText(addCommand(app, chosen, "show", "Show a stored interface",
-                       [name](SContext& context) { return show(context, *name); }),
-            "NAME", *name, nameHelp)
-        .required();
-    addText(addCommand(app, chosen, "remove", "Remove a stored interface",
-                       [name](SContext& /*context*/) { return remove(*name); }),
-            "NAME", *name, nameHelp)
-        .required();
+    const auto addForOne = [&](const char* name, const char* help, EExitCode (*act)(SContext&, const QString&)) {
+        const auto [command, stored] = addCommand(app, chosen, name, help, act);
+        addText(command, "NAME", stored, "A stored interface").required();
+    };
+    addForOne("show", "Show a stored interface", show);
+    addForOne("remove", "Remove a stored interface", remove);
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -36,12 +36,12 @@ void CSummary::sampleBusload()
     m_busloadPeak = std::max(m_busloadPeak, *percent);
 }
 
-CSummary::SReport CSummary::finish()
+std::pair<QString, QJsonObject> CSummary::finish()
 {
     m_busloadTimer.stop();
     sampleBusload(); // a short session ends before the timer could see its only value
     const std::uint64_t received = m_interface.receivedCount();
-    const std::uint64_t lost = m_interface.arrivedCount() - received;
+    const std::uint64_t lost = m_interface.lostCount();
     QString load = QStringLiteral("not measured");
     QJsonObject object{{QStringLiteral("event"), QStringLiteral("summary")},
                        {QStringLiteral("received"), static_cast<qint64>(received)},

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <utility>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -24,12 +25,9 @@ public:
     void start();
     /// A message that the interface refused was given up.
     void countRefused() { ++m_refused; }
-    struct SReport {
-        QString text;
-        QJsonObject object;
-    };
-    /// The last line: received, sent, refused, lost, errors, mean and peak bus load.
-    SReport finish();
+    /// Returns the last line, as a text and for machines: received, sent, refused, lost, errors, mean and peak bus
+    /// load.
+    std::pair<QString, QJsonObject> finish();
 
 private:
     void sampleBusload();

@@ -1,4 +1,4 @@
-// The commands that receive and send messages: dump, send, replay.
+// The commands that receive and send messages: dump, send, replay, gen.
 #include "apps/cimctl/command.h"
 #include "apps/cimctl/gatewayRun.h"
 #include "apps/cimctl/messagePrinter.h"
@@ -7,6 +7,7 @@
 #include "cim/resultCodes.h"
 
 #include <climits>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -23,20 +24,24 @@ struct SDumpOptions {
     double seconds = 0;  ///< ends so long after the interface is open; 0: no limit
 };
 
-struct SSendOptions {
-    STargetOptions target;
-    SShowOptions show;
+struct SSendOptions : SSending {
     QStringList frames;
     int repeat = 1;
     double interval = 0; ///< ms from one message to the next
 };
 
-struct SReplayOptions {
-    STargetOptions target;
-    SShowOptions show;
+struct SReplayOptions : SSending {
     QString file;
     double speed = 1;
     bool loop = false;
+};
+
+struct SGenOptions : SSending {
+    QString ids = QStringLiteral("0-7FF"); ///< ID or LOW-HIGH
+    int length = -1;                       ///< -1: any
+    int count = 0;                         ///< 0: no end
+    double gap = 200;                      ///< ms
+    int seed = 0;
 };
 
 std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
@@ -92,6 +97,7 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
 {
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     SShowOptions show = options.show;
+    show.received = true;
     for (const QString& filter : options.filters) {
         show.filters.push_back(valueOf(readFilter(filter)));
     }
@@ -128,7 +134,7 @@ EExitCode send(SContext& context, const SSendOptions& options)
         ++index;
         return true;
     };
-    return sendAll(context, options.target, options.show, source, 1);
+    return sendAll(context, options, source, 1);
 }
 
 /// Sends a log at its own timing. Nothing is sent when one of its lines makes no sense.
@@ -137,59 +143,105 @@ EExitCode replay(SContext& context, const SReplayOptions& options)
     CanLog::CLogReader log;
     require(log.open(options.file));
     checkLog(context.diagnostics, log, options.file);
-    return sendAll(context, options.target, options.show, sourceOfLog(log, options.loop), options.speed);
+    return sendAll(context, options, sourceOfLog(log, options.loop), options.speed);
 }
-} // namespace
 
+/// Messages of any content, the same for the same seed.
+CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
+{
+    return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
+            index = 0](CanLog::SLogEntry& entry) mutable {
+        if (options.count > 0 && index == options.count) {
+            return false;
+        }
+        const auto any = [&random](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
+        unsigned char data[CanLog::MAX_DATA_LENGTH];
+        for (unsigned char& byte : data) {
+            byte = static_cast<unsigned char>(any(0, UCHAR_MAX));
+        }
+        const int length = options.length < 0 ? any(0, CanLog::MAX_DATA_LENGTH) : options.length;
+        const auto id = static_cast<std::uint16_t>(any(ids.low, ids.high));
+        entry.message = Cim::CCanMessage(Cim::CCanId::fromValue(id), static_cast<unsigned char>(length), data);
+        entry.microseconds = static_cast<std::int64_t>(index * options.gap * 1000);
+        ++index;
+        return true;
+    };
+}
+
+/// Sends messages that are made up.
+EExitCode gen(SContext& context, const SGenOptions& options)
+{
+    const SFilter ids = valueOf(readFilter(options.ids));
+    if (ids.inverse || ids.mask != SFilter().mask || ids.high > CanLog::MAX_ID) {
+        failUsage(QStringLiteral("identifiers %1: must be ID or LOW-HIGH, hexadecimal, at most 7FF").arg(options.ids));
+    }
+    return sendAll(context, options, randomMessages(options, ids), 1);
+}
 void addDump(CLI::App& app, Action& chosen)
 {
-    const auto options = std::make_shared<SDumpOptions>();
-    CLI::App& command = addCommand(app, chosen, "dump", "Print messages as they come",
-                                   [options](SContext& context) { return dump(context, *options); });
-    options->target.addTo(command, STargetOptions::ENumber::eSeveral);
-    addWhole(command, "-n,--count", options->count, 1, INT_MAX, "End after so many messages", "N");
-    addNumber(command, "-s,--seconds", options->seconds, 0.001, 1e6, "End so many seconds after the interface is open",
+    const auto [command, options] = addCommand(app, chosen, "dump", "Print messages as they come", dump);
+    options.target.addTo(command, STargetOptions::ENumber::eSeveral);
+    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
+    addNumber(command, "-s,--seconds", options.seconds, 0.001, 1e6, "End so many seconds after the interface is open",
               "S");
-    addFlag(command, "--sent", options->show.sent, "Show sent messages too, and the direction of each");
-    const auto takeTime = [options](const QString& text) { options->show.time = text.at(0).toLatin1(); };
+    addFlag(command, "--sent", options.show.sent, "Show sent messages too, and the direction of each");
+    const auto takeTime = [&show = options.show](const QString& text) { show.time = text.at(0).toLatin1(); };
     addText(command, "-t,--time", takeTime,
             "Begin each line with the time: a absolute, d since the line before, z since the first", "a|d|z")
         .oneOf({"a", "d", "z"});
-    addFlag(command, "-a,--ascii", options->show.ascii, "End each line with the data as characters");
-    addText(command, "-l,--log", options->show.logFile,
+    addFlag(command, "-a,--ascii", options.show.ascii, "End each line with the data as characters");
+    addText(command, "-l,--log", options.show.logFile,
             "Write the messages to a file too, in candump's log format; -: to stdout, and nothing else", "FILE");
-    addTexts(command, "-f,--filter", options->filters,
+    addTexts(command, "-f,--filter", options.filters,
              "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
-    addTexts(command, "--send", options->frames, "Send this when the interface is open (the first)", "ID#DATA");
+    addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");
 }
 
 void addSend(CLI::App& app, Action& chosen)
 {
-    const auto options = std::make_shared<SSendOptions>();
-    options->show.received = false;
-    CLI::App& command = addCommand(app, chosen, "send", "Send messages",
-                                   [options](SContext& context) { return send(context, *options); });
-    options->target.addTo(command);
-    addTexts(command, "FRAMES", options->frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
+    const auto [command, options] = addCommand(app, chosen, "send", "Send messages", send);
+    options.target.addTo(command);
+    addTexts(command, "FRAMES", options.frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
         .several()
         .required();
-    addWhole(command, "--repeat", options->repeat, 1, INT_MAX, "Send all of them so often", "N");
-    addNumber(command, "--interval", options->interval, 0, 1e6,
+    addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Send all of them so often", "N");
+    addNumber(command, "--interval", options.interval, 0, 1e6,
               "Milliseconds from one message to the next (0: as fast as the gateway takes them)", "MS");
-    addFlag(command, "--sent", options->show.sent, "Show what is sent");
+    addFlag(command, "--sent", options.show.sent, "Show what is sent");
 }
 
 void addReplay(CLI::App& app, Action& chosen)
 {
-    const auto options = std::make_shared<SReplayOptions>();
-    options->show.received = false;
-    CLI::App& command = addCommand(app, chosen, "replay", "Send a log of candump at its own timing",
-                                   [options](SContext& context) { return replay(context, *options); });
-    options->target.addTo(command);
-    addText(command, "FILE", options->file, "The log: lines like (1398128223.803317) can0 166#D0320009").required();
-    addNumber(command, "--speed", options->speed, 0.001, 1e6, "So many times as fast", "N");
-    addFlag(command, "--loop", options->loop, "Begin again at the end, until Ctrl-C");
-    addFlag(command, "--sent", options->show.sent, "Show what is sent");
+    const auto [command, options] =
+        addCommand(app, chosen, "replay", "Send a log of candump at its own timing", replay);
+    options.target.addTo(command);
+    addText(command, "FILE", options.file, "The log: lines like (1398128223.803317) can0 166#D0320009").required();
+    addNumber(command, "--speed", options.speed, 0.001, 1e6, "So many times as fast", "N");
+    addFlag(command, "--loop", options.loop, "Begin again at the end, until Ctrl-C");
+    addFlag(command, "--sent", options.show.sent, "Show what is sent");
+}
+
+void addGen(CLI::App& app, Action& chosen)
+{
+    const auto [command, options] = addCommand(app, chosen, "gen", "Send messages that are made up", gen);
+    options.target.addTo(command);
+    addNumber(command, "-g,--gap", options.gap, 0, 1e6, "Milliseconds from one message to the next (200)", "MS");
+    addText(command, "-I,--id", options.ids, "Identifier, or the least and the greatest (0-7FF)", "IDS");
+    addWhole(command, "-L,--length", options.length, 0, CanLog::MAX_DATA_LENGTH, "Data bytes in each message (any)",
+             "N");
+    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
+    addWhole(command, "--seed", options.seed, 0, INT_MAX, "The same number makes the same messages (0)");
+    addFlag(command, "--sent", options.show.sent, "Show what is sent");
+}
+
+} // namespace
+
+void addTrafficCommands(CLI::App& app, Action& chosen)
+{
+    addDump(app, chosen);
+    addSend(app, chosen);
+    addReplay(app, chosen);
+    addGen(app, chosen);
 }
 
 } // namespace vexmor::Apps::Cimctl

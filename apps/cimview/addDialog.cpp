@@ -6,6 +6,8 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCoreApplication>
+#include <QDialog>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLabel>
@@ -13,61 +15,65 @@
 
 namespace vexmor::Apps::Cimview
 {
+namespace
+{
+/// The context of the texts in the catalogs.
+struct AddDialog {
+    Q_DECLARE_TR_FUNCTIONS(AddDialog)
+};
+} // namespace
 
 void fillWithBitRates(QComboBox& box)
 {
-    box.addItem(CAddDialog::tr("as the gateway has it"), GATEWAYS_BIT_RATE);
+    box.addItem(AddDialog::tr("as the gateway has it"), GATEWAYS_BIT_RATE);
     for (const QString& rate : bitRates()) {
-        box.addItem(CAddDialog::tr("%1 kbit/s").arg(rate), rate);
+        box.addItem(AddDialog::tr("%1 kbit/s").arg(rate), rate);
     }
     box.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     box.setMinimumContentsLength(9);
 }
 
-CAddDialog::CAddDialog(CInterfaceList& interfaces, QWidget* parent)
-    : QDialog(parent),
-      m_interfaces(interfaces),
-      m_name(new QLineEdit(this)),
-      m_address(new QLineEdit(this)),
-      m_baudrate(new QComboBox(this)),
-      m_keep(new QCheckBox(tr("&Store it for the next time"), this)),
-      m_problem(new QLabel(this))
+bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
 {
-    setWindowTitle(tr("Add interface"));
-    m_address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
-    m_address->setToolTip(tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
-    fillWithBitRates(*m_baudrate);
-    m_keep->setChecked(true);
-    m_problem->setWordWrap(true);
-    m_problem->hide();
+    QDialog dialog(parent);
+    auto* const name = new QLineEdit;
+    auto* const address = new QLineEdit;
+    auto* const baudrate = new QComboBox;
+    auto* const keep = new QCheckBox(AddDialog::tr("&Store it for the next time"));
+    auto* const problem = new QLabel;
+    auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    dialog.setWindowTitle(AddDialog::tr("Add interface"));
+    address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
+    address->setToolTip(AddDialog::tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
+    fillWithBitRates(*baudrate);
+    keep->setChecked(true);
+    problem->setWordWrap(true);
+    problem->hide();
 
+    auto* const layout = new QVBoxLayout(&dialog);
     auto* const form = new QFormLayout;
-    form->addRow(tr("&Name:"), m_name);
-    form->addRow(tr("&Address:"), m_address);
-    form->addRow(tr("&Baud rate:"), m_baudrate);
-    form->addRow(QString(), m_keep);
-    auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    auto* const layout = new QVBoxLayout(this);
+    form->addRow(AddDialog::tr("&Name:"), name);
+    form->addRow(AddDialog::tr("&Address:"), address);
+    form->addRow(AddDialog::tr("&Baud rate:"), baudrate);
+    form->addRow(QString(), keep);
     layout->addLayout(form);
-    layout->addWidget(m_problem);
+    layout->addWidget(problem);
     layout->addStretch(1);
     layout->addWidget(buttons);
-}
-
-void CAddDialog::accept()
-{
-    Result<Settings> settings =
-        readAddress(m_address->text().trimmed(), {{StoreKey::BAUDRATE, m_baudrate->currentData().toString()}});
-    const Failure failure =
-        settings ? m_interfaces.add(m_name->text().trimmed(), *settings, m_keep->isChecked()) : settings.problem();
-    if (failure) {
-        m_problem->setText(failure->text);
-        m_problem->show();
-    } else {
-        QDialog::accept();
-    }
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
+        Result<Settings> settings =
+            readAddress(address->text().trimmed(), {{StoreKey::BAUDRATE, baudrate->currentData().toString()}});
+        const Failure failure =
+            settings ? interfaces.add(name->text().trimmed(), *settings, keep->isChecked()) : settings.problem();
+        if (failure) { // the dialog stays open
+            problem->setText(failure->text);
+            problem->show();
+        } else {
+            dialog.accept();
+        }
+    });
+    return dialog.exec() == QDialog::Accepted;
 }
 
 } // namespace vexmor::Apps::Cimview

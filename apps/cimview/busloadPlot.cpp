@@ -70,7 +70,7 @@ CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
     m_grid->attach(this);
     applyPalette();
     connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::showSamples);
-    m_timer.setInterval(UPDATE_INTERVAL_MS);
+    m_timer.start(UPDATE_INTERVAL_MS);
 }
 
 void CBusloadPlot::changeEvent(QEvent* event)
@@ -84,7 +84,6 @@ void CBusloadPlot::changeEvent(QEvent* event)
 void CBusloadPlot::showEvent(QShowEvent* event)
 {
     QwtPlot::showEvent(event);
-    m_timer.start();
     showSamples();
 }
 
@@ -92,12 +91,6 @@ void CBusloadPlot::resizeEvent(QResizeEvent* event)
 {
     QwtPlot::resizeEvent(event);
     setAxisMaxMajor(xBottom, std::max(1, width() / LABEL_WIDTH)); // labels would overlap
-}
-
-void CBusloadPlot::hideEvent(QHideEvent* event)
-{
-    QwtPlot::hideEvent(event);
-    m_timer.stop();
 }
 
 void CBusloadPlot::applyPalette()
@@ -116,6 +109,9 @@ void CBusloadPlot::applyPalette()
 
 void CBusloadPlot::showSamples()
 {
+    if (!isVisible()) {
+        return;
+    }
     const std::int64_t now = microsecondsNow();
     const auto& samples = m_history.samples();
     bool isNew = false;

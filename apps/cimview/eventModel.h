@@ -38,7 +38,7 @@ class CEventModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eTime, eSource, eNumber, eCount, eText, eColumnCount };
+    enum EColumn { eTime, eSource, eNumber, eCount, eText };
     static constexpr std::size_t CAPACITY = 10000;
 
     CEventModel();

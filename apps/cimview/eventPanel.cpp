@@ -48,11 +48,6 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     connect(m_table->selectionModel(), &QItemSelectionModel::currentChanged, this, &CEventPanel::showText);
 }
 
-void CEventPanel::selectRow(int row)
-{
-    m_table->selectRow(row);
-}
-
 void CEventPanel::setInView(bool inView)
 {
     m_isInView = inView;

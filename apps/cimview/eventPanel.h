@@ -19,8 +19,6 @@ class CEventPanel : public QWidget
 public:
     explicit CEventPanel(CEventModel& events, QWidget* parent = nullptr);
 
-    /// Shows the text of a row.
-    void selectRow(int row);
     /// Whether the user can see the panel: then events are read as they come.
     void setInView(bool inView);
 

@@ -18,9 +18,9 @@ CIdentifierModel::CIdentifierModel(const CSourceNames& names)
 {
 }
 
-void CIdentifierModel::append(const std::vector<STraceRecord>& records)
+void CIdentifierModel::append(const std::vector<SBusRecord>& records)
 {
-    for (const STraceRecord& record : records) {
+    for (const SBusRecord& record : records) {
         SRow& row = rowFor(record);
         if (row.count > 0) {
             const auto distance = static_cast<double>(record.microseconds - row.last.microseconds);
@@ -61,12 +61,12 @@ void CIdentifierModel::clear()
     endResetModel();
 }
 
-CIdentifierModel::Key CIdentifierModel::keyOf(const STraceRecord& record)
+CIdentifierModel::Key CIdentifierModel::keyOf(const SBusRecord& record)
 {
     return {record.message.id().value(), record.source, record.sent};
 }
 
-CIdentifierModel::SRow& CIdentifierModel::rowFor(const STraceRecord& record)
+CIdentifierModel::SRow& CIdentifierModel::rowFor(const SBusRecord& record)
 {
     const Key key = keyOf(record);
     const auto isBefore = [](const SRow& row, const Key& other) { return keyOf(row.last) < other; };
@@ -179,7 +179,7 @@ void CIdentifierFilter::setMatcher(const CMessageMatcher& matcher)
 
 bool CIdentifierFilter::filterAcceptsRow(int row, const QModelIndex& /*parent*/) const
 {
-    const STraceRecord& record = m_model.record(row);
+    const SBusRecord& record = m_model.record(row);
     return m_matcher.matches(record, m_names.name(record.source));
 }
 

@@ -22,20 +22,7 @@ class CIdentifierModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn {
-        eId,
-        eInterface,
-        eDirection,
-        eCount,
-        eRate,
-        ePeriod,
-        eLeast,
-        eGreatest,
-        eLength,
-        eData,
-        eAscii,
-        eColumnCount
-    };
+    enum EColumn { eId, eInterface, eDirection, eCount, eRate, ePeriod, eLeast, eGreatest, eLength, eData, eAscii };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
     /// Role by which rows are sorted: numbers as numbers.
@@ -46,19 +33,19 @@ public:
     /// `names` must outlive the model.
     explicit CIdentifierModel(const CSourceNames& names);
 
-    void append(const std::vector<STraceRecord>& records);
+    void append(const std::vector<SBusRecord>& records);
     /// Sets the time, at which old marks end.
     void setNow(std::int64_t microseconds);
     void clear();
 
     /// The last message of a row.
-    const STraceRecord& record(int row) const { return m_rows[static_cast<std::size_t>(row)].last; }
+    const SBusRecord& record(int row) const { return m_rows[static_cast<std::size_t>(row)].last; }
 
     QVariant data(const QModelIndex& index, int role) const override;
 
 private:
     struct SRow {
-        STraceRecord last;
+        SBusRecord last;
         std::uint64_t count = 0;
         double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the second message
         double leastMicroseconds = 0;
@@ -68,10 +55,10 @@ private:
     using Key = std::tuple<std::uint16_t, std::uint16_t, bool>;
 
     std::size_t shownRows() const override { return m_rows.size(); }
-    static Key keyOf(const STraceRecord& record);
+    static Key keyOf(const SBusRecord& record);
     /// The number in a column; nothing where the cell is empty.
     static std::optional<double> numberIn(const SRow& row, int column);
-    SRow& rowFor(const STraceRecord& record);
+    SRow& rowFor(const SBusRecord& record);
     int changedBytes(const SRow& row) const;
     void rowsChanged();
 

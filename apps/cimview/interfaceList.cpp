@@ -1,10 +1,10 @@
 #include "apps/cimview/interfaceList.h"
 
-#include "apps/cimview/uniqueNames.h"
 #include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
 #include <QCollator>
+#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -20,6 +20,18 @@ constexpr int MAX_ADDED = 1000; ///< by one scan
 QString addressText(const Cim::CCommonInfo& info)
 {
     return info.isIpPort() ? info.port().section(QLatin1Char('='), 1) : info.port();
+}
+
+/// Returns the wanted name, and where that is in use, with the first free number from 2 on behind it: "hall (2)".
+/// `names` holds the names in use, each with the number that its last namesake got, so that no number is tried twice.
+QString freeName(QHash<QString, int>& names, const QString& wanted)
+{
+    QString name = wanted;
+    while (names.contains(name)) {
+        name = QStringLiteral("%1 (%2)").arg(wanted, QString::number(++names[wanted]));
+    }
+    names.insert(name, 1);
+    return name;
 }
 } // namespace
 
@@ -91,11 +103,11 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
 
 void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
-    CUniqueNames names;
+    QHash<QString, int> names;
     // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
     QSet<QString> ports;
     for (const auto& one : m_rows) {
-        names.add(one->info().uniqueName());
+        names.insert(one->info().uniqueName(), 1);
         ports.insert(one->info().port());
     }
     int count = 0;
@@ -106,7 +118,7 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
         }
         ports.insert(info.port());
         if (++count <= MAX_ADDED) {
-            info.setUniqueName(names.addLike(info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
+            info.setUniqueName(freeName(names, info.uniqueName().isEmpty() ? addressText(info) : info.uniqueName()));
             canInterface->setCommonInfo(info);
             insert(std::move(canInterface), false);
         }
@@ -126,9 +138,7 @@ void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bo
         Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
     });
     connect(one, &CManagedInterface::stateChanged, this, &CInterfaceList::statesChanged);
-    connect(one, &CManagedInterface::eventRaised, this, [this, one](EEvent kind, int code, const QString& text) {
-        Q_EMIT eventRaised(eventNow(kind, text, one->name(), code));
-    });
+    connect(one, &CManagedInterface::eventRaised, this, &CInterfaceList::eventRaised);
     beginInsertRows({}, rowCount(), rowCount());
     m_rows.push_back(std::move(made));
     endInsertRows();
@@ -178,26 +188,20 @@ bool CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) 
     return open != nullptr;
 }
 
-int CInterfaceList::activeCount() const
-{
-    return static_cast<int>(
-        std::count_if(m_rows.begin(), m_rows.end(), [](const auto& one) { return !one->isClosed(); }));
-}
-
 SEvent CInterfaceList::eventOf(const SErrorRecord& error) const
 {
-    SEvent event{error.microseconds, EEvent::eInterfaceError, m_names.name(error.source), error.error, error.count, {}};
-    const int row = rowOf(event.source);
-    event.text = row < 0 ? QString() : at(row).settings().interfaceErrorToString(error.error).trimmed();
-    return event;
+    const QString name = m_names.name(error.source);
+    const int row = rowOf(name);
+    const QString text = row < 0 ? QString() : at(row).settings().interfaceErrorToString(error.error).trimmed();
+    return {error.microseconds, EEvent::eInterfaceError, name, error.error, error.count, text};
 }
 
 SEvent CInterfaceList::eventOf(const SBusRecord& refused) const
 {
-    SEvent event{refused.microseconds, EEvent::eResult, m_names.name(refused.source), refused.code, 1, {}};
-    const int row = rowOf(event.source);
-    event.text = row < 0 ? QString() : at(row).settings().errorCodeToString(refused.code);
-    return event;
+    const QString name = m_names.name(refused.source);
+    const int row = rowOf(name);
+    const QString text = row < 0 ? QString() : at(row).settings().errorCodeToString(refused.code);
+    return {refused.microseconds, EEvent::eResult, name, refused.code, 1, text};
 }
 
 void CInterfaceList::refreshStates()

@@ -42,8 +42,6 @@ public:
     QStringList openNames() const;
     /// Sends a message; returns false when the interface is not open. A refusal by the interface is an event.
     bool send(const QString& name, const Cim::CCanMessage& message) const;
-    /// Number of interfaces that are not closed.
-    int activeCount() const;
     /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
     /// The same of a message that was not sent.

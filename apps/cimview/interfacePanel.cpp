@@ -20,10 +20,21 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// How long a scan takes as a rule; the bar waits just before its end for one that takes longer.
+/// How long a scan usually takes; the bar waits just before its end for a scan that takes longer.
 constexpr int USUAL_SCAN_MS = 4500;
-constexpr int SCAN_STEP_MS = 100;
+constexpr int LAST_STEP_MS = 100;
 constexpr int MOST_NAMED = 10; ///< in a question
+
+/// Returns the longest text of a state, which depends on the language.
+QString longestState()
+{
+    SInterfaceStatus open;
+    open.connection = EConnection::eOpen;
+    SInterfaceStatus lost;
+    lost.connection = EConnection::eLost;
+    const QString texts[] = {connectionText(open), connectionText(lost)};
+    return texts[0].size() > texts[1].size() ? texts[0] : texts[1];
+}
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -32,12 +43,13 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
       m_table(new QTableView(this)),
       m_baudrate(new QComboBox(this)),
       m_progress(new QProgressBar(this)),
-      m_hint(new QLabel(this))
+      m_hint(new QLabel(this)),
+      m_scanProgress(m_progress, "value")
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setObjectName(QStringLiteral("InterfaceColumns"));
     setUpTable(*m_table, interfaces,
-               {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet"), QStringLiteral("100 %"),
+               {QStringLiteral("Some interface 1"), longestState(), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
@@ -45,6 +57,9 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     m_progress->setRange(0, USUAL_SCAN_MS);
     m_progress->setTextVisible(false);
     m_progress->hide();
+    m_scanProgress.setDuration(USUAL_SCAN_MS - LAST_STEP_MS);
+    m_scanProgress.setStartValue(0);
+    m_scanProgress.setEndValue(USUAL_SCAN_MS - LAST_STEP_MS);
     fillWithBitRates(*m_baudrate);
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
@@ -54,8 +69,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
     connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
             [this] { setBaudrate(m_baudrate->currentData().toString()); });
-    connect(&m_workbench.scan(), &CNetworkScan::finished, this, &CInterfacePanel::showScanProgress);
-    connect(&m_scanTimer, &QTimer::timeout, this, &CInterfacePanel::showScanProgress);
+    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
     m_table->selectRow(0);
     setFocusProxy(m_table);
     updateActions();
@@ -65,7 +79,7 @@ void CInterfacePanel::makeActions()
 {
     const auto forSelected = [this](void (CManagedInterface::*act)()) {
         return [this, act] {
-            for (const int row : selectedRows()) {
+            for (const int row : selectedRows(*m_table)) {
                 (m_workbench.interfaces().at(row).*act)();
             }
         };
@@ -104,24 +118,9 @@ QList<QAction*> CInterfacePanel::interfaceActions() const
     return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan, m_simulate};
 }
 
-void CInterfacePanel::selectRow(int row)
-{
-    m_table->selectRow(row);
-}
-
-QList<int> CInterfacePanel::selectedRows() const
-{
-    QList<int> rows;
-    for (const QModelIndex& index : m_table->selectionModel()->selectedRows()) {
-        rows.append(index.row());
-    }
-    std::sort(rows.begin(), rows.end());
-    return rows;
-}
-
 void CInterfacePanel::removeSelected()
 {
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     const CInterfaceList& interfaces = m_workbench.interfaces();
     QStringList names;
     bool anyStored = false;
@@ -144,16 +143,15 @@ void CInterfacePanel::removeSelected()
 void CInterfacePanel::addInterface()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    CAddDialog dialog(interfaces, this);
-    if (dialog.exec() == QDialog::Accepted) {
-        selectRow(interfaces.rowCount() - 1);
+    if (runAddDialog(interfaces, this)) {
+        m_table->selectRow(interfaces.rowCount() - 1);
     }
 }
 
 void CInterfacePanel::configure()
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     if (rows.size() != 1 || !interfaces.at(rows.first()).isClosed()) {
         return;
     }
@@ -175,9 +173,7 @@ void CInterfacePanel::configure()
 void CInterfacePanel::startScan()
 {
     m_workbench.startScan();
-    m_scanClock.start();
-    m_scanTimer.start(SCAN_STEP_MS);
-    showScanProgress();
+    showScan();
 }
 
 void CInterfacePanel::simulate()
@@ -187,20 +183,17 @@ void CInterfacePanel::simulate()
     }
 }
 
-void CInterfacePanel::showScanProgress()
+void CInterfacePanel::showScan()
 {
     const bool running = m_workbench.scan().isRunning();
     m_scan->setEnabled(!running);
     m_progress->setVisible(running);
-    m_progress->setValue(static_cast<int>(std::min<qint64>(m_scanClock.elapsed(), USUAL_SCAN_MS - SCAN_STEP_MS)));
-    if (!running) {
-        m_scanTimer.stop();
-    }
+    running ? m_scanProgress.start() : m_scanProgress.stop();
 }
 
 void CInterfacePanel::setBaudrate(const QString& rate)
 {
-    for (const int row : selectedRows()) {
+    for (const int row : selectedRows(*m_table)) {
         CManagedInterface& one = m_workbench.interfaces().at(row);
         if (!one.setBitRate(rate)) {
             m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
@@ -211,7 +204,7 @@ void CInterfacePanel::setBaudrate(const QString& rate)
 void CInterfacePanel::updateActions()
 {
     const CInterfaceList& interfaces = m_workbench.interfaces();
-    const QList<int> rows = selectedRows();
+    const QList<int> rows = selectedRows(*m_table);
     const auto any = [&](auto test) { return std::any_of(rows.begin(), rows.end(), test); };
     const auto isClosed = [&](int row) { return interfaces.at(row).isClosed(); };
     const bool anyClosed = any(isClosed);

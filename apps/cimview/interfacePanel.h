@@ -1,8 +1,7 @@
 #pragma once
 
 #include <QAction>
-#include <QElapsedTimer>
-#include <QTimer>
+#include <QPropertyAnimation>
 #include <QWidget>
 
 class QComboBox;
@@ -25,7 +24,6 @@ public:
 
     /// For a menu; the panel owns them.
     QList<QAction*> interfaceActions() const;
-    void selectRow(int row);
     /// Runs the plugin's dialog for the selected interface.
     void configure();
     /// Starts a scan and shows its progress.
@@ -34,11 +32,10 @@ public:
 private:
     void makeActions();
     void makeLayout();
-    QList<int> selectedRows() const;
     void removeSelected();
     void addInterface();
     void simulate();
-    void showScanProgress();
+    void showScan();
     void setBaudrate(const QString& rate);
     void updateActions();
 
@@ -55,8 +52,7 @@ private:
     QAction* m_remove;
     QAction* m_scan;
     QAction* m_simulate;
-    QTimer m_scanTimer;
-    QElapsedTimer m_scanClock;
+    QPropertyAnimation m_scanProgress; ///< of the bar, while a scan takes as long as usual
 };
 
 } // namespace vexmor::Apps::Cimview

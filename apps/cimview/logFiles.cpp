@@ -59,7 +59,7 @@ QString CLogLoader::skippedText() const
 void CLogLoader::finish(const QString& problem)
 {
     m_timer.stop();
-    const std::vector<STraceRecord> records = std::exchange(m_records, {});
+    const std::vector<SBusRecord> records = std::exchange(m_records, {});
     if (!records.empty()) {
         Q_EMIT loaded(records);
     }
@@ -71,7 +71,7 @@ CLogSaver::CLogSaver(const CSourceNames& names) : m_names(names)
     connect(&m_timer, &QTimer::timeout, this, &CLogSaver::savePiece);
 }
 
-void CLogSaver::save(const QString& path, std::vector<STraceRecord> records)
+void CLogSaver::save(const QString& path, std::vector<SBusRecord> records)
 {
     m_file.setFileName(path);
     m_records = std::move(records);
@@ -102,7 +102,7 @@ QString writeProblem(const QFileDevice& file)
     return CLogSaver::tr("%1 cannot be written: %2").arg(file.fileName(), file.errorString());
 }
 
-QByteArray logLine(const STraceRecord& record, const CSourceNames& names)
+QByteArray logLine(const SBusRecord& record, const CSourceNames& names)
 {
     // A field of the line: no blanks in it.
     const QByteArray name = names.name(record.source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();

@@ -29,7 +29,7 @@ public:
 
 Q_SIGNALS:
     /// The messages, unless the log has none.
-    void loaded(const std::vector<vexmor::Apps::Cimview::STraceRecord>& records);
+    void loaded(const std::vector<vexmor::Apps::SBusRecord>& records);
     /// Number of messages read. `problem` is a text for the user when a part of the file could not be read.
     void finished(quint64 count, const QString& problem);
 
@@ -42,12 +42,12 @@ private:
     QTimer m_timer;
     CanLog::CLogReader m_reader;
     QString m_path;
-    std::vector<STraceRecord> m_records;
+    std::vector<SBusRecord> m_records;
     quint64 m_count = 0;
 };
 
 /// A message as a line of a log, without a line end, under the name of its interface.
-QByteArray logLine(const STraceRecord& record, const CSourceNames& names);
+QByteArray logLine(const SBusRecord& record, const CSourceNames& names);
 
 /// A text for the user: why a file cannot be written.
 QString writeProblem(const QFileDevice& file);
@@ -62,7 +62,7 @@ public:
     explicit CLogSaver(const CSourceNames& names);
 
     /// Starts to write; ends with `finished`.
-    void save(const QString& path, std::vector<STraceRecord> records);
+    void save(const QString& path, std::vector<SBusRecord> records);
 
 Q_SIGNALS:
     /// Number of messages written. `problem` is a text for the user when the file could not be written.
@@ -74,7 +74,7 @@ private:
     const CSourceNames& m_names;
     QTimer m_timer;
     QSaveFile m_file;
-    std::vector<STraceRecord> m_records;
+    std::vector<SBusRecord> m_records;
     std::size_t m_written = 0;
 };
 

@@ -50,7 +50,7 @@ void CLogRecorder::openNext()
     }
 }
 
-void CLogRecorder::record(const std::vector<STraceRecord>& records)
+void CLogRecorder::record(const std::vector<SBusRecord>& records)
 {
     if (!isRunning() || records.empty()) {
         return;
@@ -61,7 +61,7 @@ void CLogRecorder::record(const std::vector<STraceRecord>& records)
     if (!isRunning()) {
         return;
     }
-    for (const STraceRecord& one : records) {
+    for (const SBusRecord& one : records) {
         m_file.write(logLine(one, m_names) + '\n');
     }
     m_count += records.size();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/cimview/sourceNames.h"
-#include "apps/cimview/traceRecord.h"
+#include "apps/host/mailbox.h"
 
 #include <QDate>
 #include <QFile>
@@ -35,7 +35,7 @@ public:
     /// Messages recorded since the start, in all files.
     quint64 count() const { return m_count; }
 
-    void record(const std::vector<STraceRecord>& records);
+    void record(const std::vector<SBusRecord>& records);
 
 Q_SIGNALS:
     void started();

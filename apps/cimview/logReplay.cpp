@@ -14,7 +14,7 @@ CLogReplay::CLogReplay()
     connect(&m_timer, &QTimer::timeout, this, &CLogReplay::sendDue);
 }
 
-void CLogReplay::start(std::vector<STraceRecord> records, Send send)
+void CLogReplay::start(std::vector<SBusRecord> records, Send send)
 {
     m_records = std::move(records);
     m_send = std::move(send);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/cimview/traceRecord.h"
+#include "apps/host/mailbox.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -23,7 +23,7 @@ public:
     using Send = std::function<bool(const Cim::CCanMessage& message)>;
 
     CLogReplay();
-    void start(std::vector<STraceRecord> records, Send send);
+    void start(std::vector<SBusRecord> records, Send send);
     void stop();
 
 Q_SIGNALS:
@@ -33,7 +33,7 @@ Q_SIGNALS:
 private:
     void sendDue();
 
-    std::vector<STraceRecord> m_records;
+    std::vector<SBusRecord> m_records;
     Send m_send;
     std::size_t m_next = 0;
     QElapsedTimer m_clock;

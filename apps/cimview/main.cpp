@@ -1,13 +1,12 @@
 // cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
-#include "apps/cimview/startup.h"
 #include "apps/cimview/workbench.h"
-#include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
-#include "apps/host/pluginFolder.h"
+#include "apps/cli/targetOptions.h"
+#include "apps/host/gatewayAddress.h"
 #include "apps/host/translations.h"
 
 #include <QApplication>
@@ -48,15 +47,31 @@ void addOptions(CLI::App& app, SOptions& options)
         .bitRate();
     addFlag(app, "--scan", options.scan, "Scan the network for gateways at once");
     addFlag(app, "--dark", options.dark, "Use a dark palette (from then on)");
-    addText(app, "--plugin", options.place.file, "The plugin library to use", "FILE");
-    addText(app, "--plugin-dir", options.place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
-            "DIR");
+    addPluginPlace(app, options.place);
     setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
 
 constexpr char PREFIX[] = "error";
 
-/// Fills the list of interfaces as the user asked for it.
+/// Opens a stored interface by its name, or adds and opens an address, with a bus of this bit rate.
+Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate)
+{
+    if (interfaces.rowOf(target) < 0) {
+        if (!isAddress(target)) {
+            return wrongUsage(
+                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target));
+        }
+        Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
+        const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
+        if (failure) {
+            return failure;
+        }
+    }
+    interfaces.at(interfaces.rowOf(target)).open();
+    return {};
+}
+
+/// Fills the list of interfaces as the command line has it.
 Failure openAll(CWorkbench& workbench, const SOptions& options)
 {
     CInterfaceList& interfaces = workbench.interfaces();
@@ -112,7 +127,7 @@ int run(char** argv, const SOptions& options)
 
 int cimview(int argc, char** argv)
 {
-    prepareApplication();
+    CMainWindow::prepareApplication();
     CCommandLine app("cimview", "Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.");
     SOptions options;
     addOptions(app, options);

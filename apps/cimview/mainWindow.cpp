@@ -100,6 +100,14 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
 
 CMainWindow::~CMainWindow() = default;
 
+void CMainWindow::prepareApplication()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+}
+
 QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
 {
     auto* const dock = new QDockWidget(title, this);
@@ -172,14 +180,6 @@ void CMainWindow::showRate()
         recorder.isRunning() ? tr(", recording to %1").arg(QFileInfo(recorder.fileName()).fileName()) : QString();
     m_rate->setText(tr("%L1 messages/s, %L2 in all").arg(rate).arg(fetched) + recording);
     m_fetched = fetched;
-}
-
-void CMainWindow::showPanel(const QString& name)
-{
-    if (auto* const dock = findChild<QDockWidget*>(name)) {
-        dock->show();
-        dock->raise();
-    }
 }
 
 void CMainWindow::loadState()

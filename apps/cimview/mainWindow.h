@@ -10,12 +10,10 @@ class QLabel;
 namespace vexmor::Apps::Cimview
 {
 
-class CBusloadPlot;
 class CEventPanel;
 class CInterfacePanel;
 class CLogActions;
 class CMessagePanel;
-class CSendPanel;
 class CWorkbench;
 
 /// The window: the messages in the middle, the other panels around them, to be moved or hidden. Keeps its state in the
@@ -29,13 +27,14 @@ public:
     explicit CMainWindow(CWorkbench& workbench);
     ~CMainWindow() override;
 
+    /// Before the application object is made: sets the names of organisation and application, and full resolution on
+    /// dense screens.
+    static void prepareApplication();
+
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
     CMessagePanel& messagePanel() { return *m_messages; }
-    CEventPanel& eventPanel() { return *m_events; }
     CLogActions& logs() { return *m_logs; }
     QAction& darkAction() { return *m_dark; }
-    /// Brings a panel to the front: "Interfaces", "Busload", "Send" or "Events".
-    void showPanel(const QString& name);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

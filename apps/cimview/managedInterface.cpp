@@ -38,10 +38,8 @@ void CManagedInterface::open()
 
 void CManagedInterface::close()
 {
-    if (m_inUse) {
-        m_inUse->close();
-        m_inUse.reset();
-    }
+    m_inUse.reset();
+    onStatusChanged();
 }
 
 void CManagedInterface::onStatusChanged()
@@ -56,7 +54,7 @@ void CManagedInterface::onStatusChanged()
     const EConnection before = std::exchange(m_shown, current.connection);
     if (current.code != 0) { // it was not opened
         report({current.reason, current.code});
-        m_inUse.release()->deleteLater(); // it is the caller
+        m_inUse.reset();
     }
     Q_EMIT changed();
     if (m_shown == before) {
@@ -72,7 +70,7 @@ void CManagedInterface::onStatusChanged()
     }
     m_wasOpen = isOpen();
     if (!note.isEmpty()) {
-        Q_EMIT eventRaised(EEvent::eNote, 0, note);
+        Q_EMIT eventRaised(eventNow(EEvent::eNote, note, name()));
     }
     Q_EMIT stateChanged();
 }
@@ -116,7 +114,8 @@ bool CManagedInterface::removeFromStore()
 
 void CManagedInterface::report(const SProblem& problem)
 {
-    Q_EMIT eventRaised(problem.code == 0 ? EEvent::eWarning : EEvent::eResult, problem.code, problem.text);
+    const EEvent kind = problem.code == 0 ? EEvent::eWarning : EEvent::eResult;
+    Q_EMIT eventRaised(eventNow(kind, problem.text, name(), problem.code));
 }
 
 } // namespace vexmor::Apps::Cimview

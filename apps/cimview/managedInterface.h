@@ -8,7 +8,6 @@
 #include <QObject>
 
 #include <memory>
-#include <optional>
 
 namespace vexmor::Apps::Cimview
 {
@@ -54,8 +53,8 @@ Q_SIGNALS:
     void changed();
     /// Its state, too.
     void stateChanged();
-    /// Something for the event log; `code` is a result code or 0.
-    void eventRaised(vexmor::Apps::Cimview::EEvent kind, int code, const QString& text);
+    /// Something for the event log.
+    void eventRaised(const vexmor::Apps::Cimview::SEvent& event);
 
 private:
     void onStatusChanged();

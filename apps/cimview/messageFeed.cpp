@@ -10,7 +10,7 @@ CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
 {
 }
 
-void CMessageFeed::addLive(const std::vector<STraceRecord>& records)
+void CMessageFeed::addLive(const std::vector<SBusRecord>& records)
 {
     m_unsaved = m_unsaved || !records.empty();
     if (!m_paused) {
@@ -25,7 +25,7 @@ void CMessageFeed::addLive(const std::vector<STraceRecord>& records)
     }
 }
 
-void CMessageFeed::show(const std::vector<STraceRecord>& records)
+void CMessageFeed::show(const std::vector<SBusRecord>& records)
 {
     if (!records.empty()) {
         m_trace.append(records);

@@ -23,9 +23,9 @@ public:
     CIdentifierModel& identifiers() { return m_identifiers; }
 
     /// Adds live messages, or holds them back in a pause.
-    void addLive(const std::vector<STraceRecord>& records);
+    void addLive(const std::vector<SBusRecord>& records);
     /// Adds messages of a log, in a pause as well.
-    void show(const std::vector<STraceRecord>& records);
+    void show(const std::vector<SBusRecord>& records);
     /// Holds live messages back, or shows those that were held back.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
@@ -46,7 +46,7 @@ private:
     CIdentifierModel m_identifiers;
     bool m_paused = false;
     bool m_unsaved = false;
-    std::vector<STraceRecord> m_waiting;
+    std::vector<SBusRecord> m_waiting;
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -134,9 +134,9 @@ void CMessagePanel::makeTables()
     followEnd();
 }
 
-void CMessagePanel::addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf)
+void CMessagePanel::addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf)
 {
-    const auto add = [&view, recordOf](const QString& text, const std::function<void(const STraceRecord&)>& act) {
+    const auto add = [&view, recordOf](const QString& text, const std::function<void(const SBusRecord&)>& act) {
         view.addAction(makeAction(&view, text, {}, [&view, recordOf, act] {
             if (view.currentIndex().isValid()) {
                 act(recordOf(view.currentIndex().row()));
@@ -212,16 +212,11 @@ void CMessagePanel::showCounts()
     }
 }
 
-void CMessagePanel::setTab(int tab)
-{
-    m_tabs->setCurrentIndex(tab);
-}
-
 void CMessagePanel::loadState(QSettings& settings)
 {
     m_idEdit->setText(settings.value(ID_FILTER).toString());
     m_textEdit->setText(settings.value(TEXT_FILTER).toString());
-    setTab(settings.value(TAB).toInt());
+    m_tabs->setCurrentIndex(settings.value(TAB).toInt());
     applyFilter();
 }
 

@@ -35,8 +35,6 @@ public:
     QList<QAction*> timeActions() const { return m_times; }
     QAction& pauseAction() { return *m_pause; }
     QAction& followAction() { return *m_follow; }
-    /// Shows the trace (0) or the view by identifier (1).
-    void setTab(int tab);
     QTableView& traceView() { return *m_traceView; }
 
     /// Filters and tab, in the group that is open on `settings`.
@@ -47,7 +45,7 @@ private:
     void makeActions();
     QWidget* makeFilterBar();
     void makeTables();
-    void addRowActions(QTableView& view, const std::function<STraceRecord(int)>& recordOf);
+    void addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf);
     void followEnd();
     void applyFilter();
     void showCounts();

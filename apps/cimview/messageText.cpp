@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <string_view>
 
 namespace vexmor::Apps::Cimview
@@ -20,7 +19,7 @@ namespace
 class CSearchLine
 {
 public:
-    explicit CSearchLine(const STraceRecord& record)
+    explicit CSearchLine(const SBusRecord& record)
     {
         const unsigned char* const begin = record.message.data();
         const unsigned char* const end = begin + record.message.length();
@@ -114,7 +113,7 @@ CMessageMatcher::CMessageMatcher(std::vector<SFilter> filters, const QString& te
 {
 }
 
-bool CMessageMatcher::matches(const STraceRecord& record, const QString& sourceName) const
+bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceName) const
 {
     if (!passesFilters(m_filters, record.message)) {
         return false;

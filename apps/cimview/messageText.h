@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/cimview/traceRecord.h"
+#include "apps/host/mailbox.h"
 #include "apps/host/messageFilter.h"
 
 #include <QString>
@@ -35,7 +35,7 @@ public:
     /// ASCII side by side, in upper or lower case. An empty text matches.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
-    bool matches(const STraceRecord& record, const QString& sourceName) const;
+    bool matches(const SBusRecord& record, const QString& sourceName) const;
 
 private:
     std::vector<SFilter> m_filters;

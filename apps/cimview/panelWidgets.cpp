@@ -18,14 +18,12 @@ namespace
 /// The selected rows as lines, with tabs between the cells, in the order in which they are shown.
 QString selectedText(const QTableView& table)
 {
-    QModelIndexList rows = table.selectionModel()->selectedRows();
-    std::sort(rows.begin(), rows.end());
     QString text;
-    for (const QModelIndex& row : std::as_const(rows)) {
+    for (const int row : selectedRows(table)) {
         QStringList cells;
         for (int column = 0; column < table.model()->columnCount(); ++column) {
             if (!table.isColumnHidden(column)) {
-                cells.append(row.siblingAtColumn(column).data().toString());
+                cells.append(table.model()->index(row, column).data().toString());
             }
         }
         text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
@@ -78,6 +76,16 @@ void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList&
         const int width = metrics.horizontalAdvance(samples.at(column) + QStringLiteral("M"));
         table.setColumnWidth(column, qMax(width, table.horizontalHeader()->sectionSizeHint(column)));
     }
+}
+
+QList<int> selectedRows(const QTableView& table)
+{
+    QList<int> rows;
+    for (const QModelIndex& index : table.selectionModel()->selectedRows()) {
+        rows.append(index.row());
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
 }
 
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)

@@ -20,6 +20,9 @@ namespace vexmor::Apps::Cimview
 /// table.
 void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples);
 
+/// Returns the selected rows from top to bottom.
+QList<int> selectedRows(const QTableView& table);
+
 /// Buttons for actions, with their texts, that Tab reaches; a menu has those that do not fit.
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 

@@ -156,12 +156,9 @@ void CSendPanel::sendSelected()
 
 void CSendPanel::removeSelected()
 {
-    QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    std::sort(rows.begin(), rows.end(), [](const auto& one, const auto& other) { return other.row() < one.row(); });
-    for (const QModelIndex& row :
-         std::as_const(rows)) { // from the last row, so that the rows before keep their numbers
-        m_workbench.sendList().remove(row.row());
-    }
+    const QList<int> rows = selectedRows(*m_table);
+    // From the last row, so that the rows before keep their numbers.
+    std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.sendList().remove(row); });
 }
 
 void CSendPanel::setCyclic(int key, const Cim::CCanMessage& message, int milliseconds)

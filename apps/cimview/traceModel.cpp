@@ -13,7 +13,7 @@ CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity)
 {
 }
 
-void CTraceModel::append(const std::vector<STraceRecord>& records)
+void CTraceModel::append(const std::vector<SBusRecord>& records)
 {
     if (m_records.empty() && !records.empty()) {
         m_start = records.front().microseconds;
@@ -95,19 +95,19 @@ QString CTraceModel::shownTime(int row) const
     return QString::number(static_cast<double>(microseconds - start) / 1e6, 'f', 6);
 }
 
-bool CTraceModel::matches(const STraceRecord& record) const
+bool CTraceModel::matches(const SBusRecord& record) const
 {
     return m_matcher.matches(record, m_names.name(record.source));
 }
 
-const STraceRecord& CTraceModel::record(int row) const
+const SBusRecord& CTraceModel::record(int row) const
 {
     return m_records[m_rows[static_cast<std::size_t>(row)] - m_first];
 }
 
-std::vector<STraceRecord> CTraceModel::records() const
+std::vector<SBusRecord> CTraceModel::records() const
 {
-    std::vector<STraceRecord> records;
+    std::vector<SBusRecord> records;
     records.reserve(m_rows.size());
     for (const Serial serial : m_rows) {
         records.push_back(m_records[serial - m_first]);
@@ -117,7 +117,7 @@ std::vector<STraceRecord> CTraceModel::records() const
 
 QVariant CTraceModel::data(const QModelIndex& index, int role) const
 {
-    const STraceRecord& shown = record(index.row());
+    const SBusRecord& shown = record(index.row());
     if (role == Qt::ToolTipRole && index.column() == eTime) {
         return dateText(shown.microseconds);
     }

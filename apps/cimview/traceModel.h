@@ -20,7 +20,7 @@ class CTraceModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eAdmin, eColumnCount };
+    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eAdmin };
     static constexpr std::size_t CAPACITY = 500000;
     enum class ETime {
         eOfDay,
@@ -32,7 +32,7 @@ public:
     explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY);
 
     /// Adds messages; of more than fit, the last.
-    void append(const std::vector<STraceRecord>& records);
+    void append(const std::vector<SBusRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);
     /// Which time the first column shows.
@@ -41,9 +41,9 @@ public:
     /// Messages kept, shown or not.
     std::size_t size() const { return m_records.size(); }
     /// The message of a row.
-    const STraceRecord& record(int row) const;
+    const SBusRecord& record(int row) const;
     /// The messages of all rows.
-    std::vector<STraceRecord> records() const;
+    std::vector<SBusRecord> records() const;
 
     QVariant data(const QModelIndex& index, int role) const override;
 
@@ -52,13 +52,13 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     void makeRoom(std::size_t count);
-    bool matches(const STraceRecord& record) const;
+    bool matches(const SBusRecord& record) const;
     QString shownTime(int row) const;
 
     const CSourceNames& m_names;
     const std::size_t m_capacity;
     CMessageMatcher m_matcher;
-    std::deque<STraceRecord> m_records;
+    std::deque<SBusRecord> m_records;
     Serial m_first = 0;         ///< serial of the oldest message kept
     std::vector<Serial> m_rows; ///< those that are shown
     ETime m_time = ETime::eOfDay;

@@ -14,12 +14,11 @@ constexpr int SAMPLE_INTERVAL_MS = 250;
 } // namespace
 
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
-    : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins, m_interfaces), m_feed(m_names)
+    : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins), m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventRaised, &m_events, &CEventModel::add);
     connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);
-    connect(&m_scan, &CNetworkScan::finished, this,
-            [this](int found) { note(tr("Scan finished, interfaces found: %1").arg(found)); });
+    connect(&m_scan, &CInterfaceScan::finished, this, &CWorkbench::addFound);
     connect(&m_recorder, &CLogRecorder::started, this,
             [this] { note(tr("Recording to %1").arg(m_recorder.fileName())); });
     connect(&m_recorder, &CLogRecorder::ended, this, [this](const QString& problem) {
@@ -53,9 +52,16 @@ Failure CWorkbench::simulate(const QString& logFile)
 
 void CWorkbench::startScan()
 {
-    if (!m_scan.start()) {
+    if (!m_scan.isRunning() && m_scan.start()) {
         warn(tr("No scan could be started."));
     }
+}
+
+void CWorkbench::addFound()
+{
+    const auto count = m_scan.found().size();
+    m_interfaces.addFound(std::move(m_scan.found()));
+    note(tr("Scan finished, interfaces found: %1").arg(count));
 }
 
 void CWorkbench::note(const QString& text)
@@ -79,7 +85,6 @@ void CWorkbench::fetch()
         m_events.add(m_interfaces.eventOf(error));
     }
     if (m_delivery.lost > 0) {
-        m_lost += m_delivery.lost;
         warn(tr("The window was busy for too long: %1 messages were lost.").arg(m_delivery.lost));
     }
 }
@@ -88,12 +93,12 @@ void CWorkbench::fetch()
 void CWorkbench::reportRefused()
 {
     auto& records = m_delivery.records;
-    for (const STraceRecord& record : records) {
+    for (const SBusRecord& record : records) {
         if (record.code != 0) {
             m_events.add(m_interfaces.eventOf(record));
         }
     }
-    const auto isRefused = [](const STraceRecord& record) { return record.code != 0; };
+    const auto isRefused = [](const SBusRecord& record) { return record.code != 0; };
     records.erase(std::remove_if(records.begin(), records.end(), isRefused), records.end());
 }
 

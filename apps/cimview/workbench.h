@@ -5,10 +5,10 @@
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/logRecorder.h"
 #include "apps/cimview/messageFeed.h"
-#include "apps/cimview/networkScan.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
 #include "apps/host/embeddedSim.h"
+#include "apps/host/interfaceScan.h"
 #include "apps/host/mailbox.h"
 
 #include <QObject>
@@ -32,21 +32,20 @@ public:
 
     CSourceNames& names() { return m_names; }
     CInterfaceList& interfaces() { return m_interfaces; }
-    CNetworkScan& scan() { return m_scan; }
+    const CInterfaceScan& scan() const { return m_scan; }
     CMessageFeed& feed() { return m_feed; }
     CEventModel& events() { return m_events; }
     CSendList& sendList() { return m_sendList; }
     CLogRecorder& recorder() { return m_recorder; }
     const CBusloadHistory& busloads() const { return m_busloads; }
-    /// Number of messages fetched so far, and of those that were lost because the window did not fetch for too long.
+    /// Number of messages fetched so far.
     std::uint64_t fetched() const { return m_fetched; }
-    std::uint64_t lost() const { return m_lost; }
 
     /// Starts a simulated gateway in this program, puts it into the list over both of its transports, and opens the
     /// first. An empty `logFile` stands for generated traffic. Once.
     Failure simulate(const QString& logFile);
     CEmbeddedSim& sim() { return m_sim; }
-    /// Starts a scan of the network; an event reports what prevents it.
+    /// Starts a scan of the network, unless one is running; an event reports what prevents it.
     void startScan();
     /// Adds a text to the event log.
     void note(const QString& text);
@@ -54,6 +53,7 @@ public:
     void warn(const QString& text);
 
 private:
+    void addFound();
     void fetch();
     void reportRefused();
     void sampleStates();
@@ -63,7 +63,7 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     CLogRecorder m_recorder{m_names};
     CInterfaceList m_interfaces;
-    CNetworkScan m_scan;
+    CInterfaceScan m_scan;
     CMessageFeed m_feed;
     CEventModel m_events;
     CSendList m_sendList;
@@ -72,7 +72,6 @@ private:
     QTimer m_sampleTimer;
     SDelivery m_delivery;
     std::uint64_t m_fetched = 0;
-    std::uint64_t m_lost = 0;
 };
 
 } // namespace vexmor::Apps::Cimview

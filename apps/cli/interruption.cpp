@@ -1,5 +1,7 @@
 #include "apps/cli/interruption.h"
 
+#include <QSocketNotifier>
+
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -35,8 +37,8 @@ CInterruption::CInterruption(QObject* parent) : QObject(parent)
     }
     m_readEnd = ends[0];
     s_writeEnd = ends[1];
-    m_notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, &CInterruption::onWakeUp);
+    auto* const notifier = new QSocketNotifier(m_readEnd, QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, &CInterruption::onWakeUp);
 
     handleSignals(&CInterruption::onSignal);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QObject>
-#include <QSocketNotifier>
 
 namespace vexmor::Apps
 {
@@ -27,7 +26,6 @@ private:
     static int s_writeEnd; ///< a signal handler may do little more than write a byte
 
     int m_readEnd = -1;
-    QSocketNotifier* m_notifier = nullptr; ///< child
 };
 
 } // namespace vexmor::Apps

@@ -80,9 +80,9 @@ COption COption::optionalValue() const
     return m_option->expected(0, 1);
 }
 
-COption COption::showDefault() const
+COption COption::showDefault(const QString& text) const
 {
-    return m_option->capture_default_str();
+    return m_option->default_str(text.toStdString());
 }
 
 COption COption::check(const std::function<Failure(const QString&)>& read, const std::string& name) const
@@ -170,11 +170,6 @@ COption addText(CLI::App& app, const std::string& names, QString& value, const s
         app, names, [&value](const QString& text) { value = text; }, help, type);
 }
 
-COption addText(CLI::App& app, const std::string& names, std::string& value, const std::string& help)
-{
-    return app.add_option(names, value, help);
-}
-
 COption addValue(CLI::App& app, const std::string& names, const std::function<Failure(const QString&)>& read,
                  const std::string& help, const std::string& type)
 {
@@ -199,6 +194,7 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
                  const std::string& type)
 {
     const auto take = [&values](const std::vector<std::string>& texts) {
+        values.clear();
         for (const std::string& text : texts) {
             values.append(textOf(text));
         }
@@ -208,9 +204,11 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
         ->type_name(type);
 }
 
-COption addList(CLI::App& app, const std::string& names, std::vector<std::string>& values, const std::string& help)
+COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help)
 {
-    return app.add_option(names, values, help)->delimiter(',')->capture_default_str();
+    const COption list = addTexts(app, names, values, help, "TEXT").several();
+    app.get_option(names)->delimiter(',');
+    return list.showDefault(QLatin1Char('[') + values.join(QLatin1Char(',')) + QLatin1Char(']'));
 }
 
 } // namespace vexmor::Apps

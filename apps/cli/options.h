@@ -53,7 +53,7 @@ public:
     /// May be given without a value, which is then empty.
     COption optionalValue() const;
     /// The help shows the value that it has without the option.
-    COption showDefault() const;
+    COption showDefault(const QString& text) const;
     // What it may be; the help does not repeat it, but for the name of `check`.
     COption address() const; ///< IPv4, which becomes one without leading zeros
     COption bitRate() const; ///< of the CAN bus, kbit/s
@@ -76,7 +76,6 @@ COption addNumber(CLI::App& app, const std::string& names, double& value, double
                   const std::string& help, const std::string& type);
 COption addText(CLI::App& app, const std::string& names, QString& value, const std::string& help,
                 const std::string& type = {});
-COption addText(CLI::App& app, const std::string& names, std::string& value, const std::string& help);
 COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
                 const std::string& help, const std::string& type);
 /// Reads the text; a problem is wrong usage, and printed as it is.
@@ -86,6 +85,6 @@ COption addValue(CLI::App& app, const std::string& names, const std::function<Fa
 COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
                  const std::string& type = {});
 /// Values in one, with commas between them. The help shows those that it has without the option.
-COption addList(CLI::App& app, const std::string& names, std::vector<std::string>& values, const std::string& help);
+COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help);
 
 } // namespace vexmor::Apps

@@ -26,6 +26,12 @@ void STargetOptions::addTo(CLI::App& command, ENumber number)
     setFooter(command, TARGET_HELP);
 }
 
+void addPluginPlace(CLI::App& app, SPluginPlace& place)
+{
+    addText(app, "--plugin", place.file, "The plugin library to use", "FILE");
+    addText(app, "--plugin-dir", place.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)", "DIR");
+}
+
 COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
                    const std::string& type, const std::string& help)
 {

@@ -2,6 +2,7 @@
 
 #include "apps/cli/options.h"
 #include "apps/host/interfaceSettings.h"
+#include "apps/host/pluginFolder.h"
 
 #include <QStringList>
 
@@ -20,6 +21,8 @@ struct STargetOptions {
     void addTo(CLI::App& command, ENumber number = ENumber::eOne);
 };
 
+/// Adds the options that say where the plugins are.
+void addPluginPlace(CLI::App& app, SPluginPlace& place);
 /// Adds an option for a parameter of an interface.
 COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,
                    const std::string& type, const std::string& help);

@@ -16,8 +16,7 @@ CEmbeddedSim::CEmbeddedSim() : m_gateway(m_bus), m_generator(m_bus), m_replay(m_
             [this](const Cim::CCanMessage& /*message*/, const QObject* sender) {
                 m_messagesToHost += sender != &m_gateway ? 1 : 0;
             });
-    connect(&m_replay, &Sim::CSimReplay::finished, this, [this] { Q_EMIT logEnded(QString()); });
-    connect(&m_replay, &Sim::CSimReplay::failed, this, &CEmbeddedSim::logEnded);
+    connect(&m_replay, &Sim::CSimReplay::ended, this, &CEmbeddedSim::logEnded);
 }
 
 Failure CEmbeddedSim::start(const QString& logFile, bool loop)

@@ -29,7 +29,7 @@ int CHostedInterface::send(const Cim::CCanMessage& message)
 {
     const int code = m_canInterface->writeMessage(message);
     if (code == Cim::RC_OK) {
-        Q_EMIT sent(m_spied);
+        Q_EMIT sent(message);
     }
     return code;
 }
@@ -62,14 +62,12 @@ SInterfaceStatus CHostedInterface::status()
     return status;
 }
 
-int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message)
+int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& /*message*/)
 {
-    auto* const host = static_cast<CHostedInterface*>(canInterface.parent());
-    if (sending) { // not known yet whether the interface takes it
-        host->m_spied = message;
-    } else {
-        ++host->m_arrived;
-        host->takeMessages();
+    if (!sending) { // whether a message is sent is known when `writeMessage` returns
+        auto* const self = static_cast<CHostedInterface*>(canInterface.parent());
+        ++self->m_arrived;
+        self->takeMessages();
     }
     return 0;
 }

@@ -11,49 +11,47 @@
 namespace vexmor::Apps
 {
 
-/// The first line of an interface's text for one of its errors: what happened; the others say what to do.
+/// Returns the first line of an interface's text for an error: what happened. The other lines say what to do.
 QString titleOf(const QString& errorText);
 
-/// An interface as a program uses it: what arrives and what goes wrong comes as signals.
+/// An interface whose messages and errors are signals.
 ///
-/// Every message is handed on in the moment it is received: the spy handler empties the queue of the interface, so that
-/// it never fills, and sent and received messages keep their order. Lives in the thread of its interface, which must
-/// run an event loop; both move to another thread together, by `moveToThread` of this object. A slot deletes it by
-/// `deleteLater` only.
+/// The spy handler empties the queue of the interface at each received message, so that the queue never fills, and sent
+/// and received messages keep their order. Lives in the thread of its interface, which must run an event loop; both
+/// move to another thread together, by `moveToThread` of this object. A slot deletes it by `deleteLater` only.
 class CHostedInterface : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Takes over a closed interface; who the gateway is, it forgets until the gateway says so.
+    /// Takes over a closed interface and clears its MAC address and firmware version: the gateway sends them anew.
     explicit CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, QObject* parent = nullptr);
     /// Closes the interface and deletes it.
     ~CHostedInterface() override;
 
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
-    /// Sends a message; gives the code of the interface.
+    /// Sends a message and returns the result code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// What is known of the connection now.
+    /// Returns what is known of the connection now.
     SInterfaceStatus status();
-    /// Messages that the interface received, and of these those that were taken from it: the rest was refused by a full
-    /// queue and is lost.
-    std::uint64_t arrivedCount() const { return m_arrived; }
+    /// Returns the number of messages that `received` reported.
     std::uint64_t receivedCount() const { return m_received; }
+    /// Returns the number of messages that a full queue of the interface refused.
+    std::uint64_t lostCount() const { return m_arrived - m_received; }
 
 Q_SIGNALS:
     void received(const vexmor::Cim::CCanMessage& message);
-    /// The interface took a message to send: as it goes out.
+    /// The interface accepted a message.
     void sent(const vexmor::Cim::CCanMessage& message);
-    /// The interface reports trouble; it goes on.
+    /// The interface raised an error; it stays open.
     void errorRaised(int error);
 
 private:
     static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
     void takeMessages();
 
-    std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< child: the spy handler, a plain function, finds its host
-    Cim::CCanMessage m_spied;                           ///< the last message that was seen being sent
-    std::uint64_t m_arrived = 0;
+    std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< child: so the spy handler, a plain function, finds this
+    std::uint64_t m_arrived = 0;                        ///< messages that the spy handler saw
     std::uint64_t m_received = 0;
 };
 

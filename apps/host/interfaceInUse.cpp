@@ -14,7 +14,8 @@ CInterfaceInUse::CInterfaceInUse(std::unique_ptr<Cim::CCanInterface> canInterfac
     m_status.connection = EConnection::eConnecting;
     connect(m_worker.get(), &CInterfaceWorker::statusWaits, this, &CInterfaceInUse::onStatus, Qt::QueuedConnection);
     connect(m_worker.get(), &CInterfaceWorker::wasReset, this, &CInterfaceInUse::wasReset, Qt::QueuedConnection);
-    onStatus(); // may have changed before it was connected
+    // The attempt may have ended before the signal was connected; the owner has connected its slots by then.
+    QMetaObject::invokeMethod(this, &CInterfaceInUse::onStatus, Qt::QueuedConnection);
 }
 
 CInterfaceInUse::~CInterfaceInUse()
@@ -37,19 +38,11 @@ void CInterfaceInUse::reset()
     m_worker->reset();
 }
 
-void CInterfaceInUse::close()
+void CInterfaceInUse::close(std::unique_ptr<CInterfaceInUse> interface, unsigned long milliseconds)
 {
-    m_worker->disconnect(this);
-    m_worker->end();
-    if (m_status.connection != EConnection::eClosed) {
-        m_status = {};
-        Q_EMIT statusChanged();
-    }
-}
-
-bool CInterfaceInUse::wait(unsigned long milliseconds)
-{
-    return m_worker->wait(milliseconds);
+    const std::shared_ptr<CInterfaceWorker> worker = interface->m_worker;
+    interface.reset();
+    worker->wait(milliseconds);
 }
 
 void CInterfaceInUse::endAll()
@@ -59,8 +52,10 @@ void CInterfaceInUse::endAll()
 
 void CInterfaceInUse::onStatus()
 {
-    m_status = m_worker->takeStatus();
-    Q_EMIT statusChanged();
+    const SInterfaceStatus before = std::exchange(m_status, m_worker->takeStatus());
+    if (!(m_status == before)) {
+        Q_EMIT statusChanged();
+    }
 }
 
 } // namespace vexmor::Apps

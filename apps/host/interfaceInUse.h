@@ -12,54 +12,51 @@ namespace vexmor::Apps
 {
 class CInterfaceWorker;
 
-/// An interface in use: the interface itself lives in a thread of its own, this object in the thread of its owner. No
-/// operation waits for the gateway.
+/// An interface in use: the interface itself lives in a thread of its own, this object in the thread of its owner,
+/// which runs an event loop. No operation but `close` waits for the gateway. Any slot on the signals may delete the
+/// object; that closes the interface without waiting.
 ///
-/// Messages and errors come through the mailbox, whose signal `filled` wakes the owner; where several interfaces share
-/// one, `source` tells them apart. `status` says what is known of the connection, and `statusChanged` when that
-/// changed.
+/// Messages and errors arrive in the mailbox, whose signal `filled` wakes the owner. Interfaces that share a mailbox
+/// mark their records with different numbers, `source`. `status` has what is known of the connection.
 ///
-/// A lost TCP link is regained by the interface itself. Over UDP, where requests and answers can be lost, a gateway
-/// that has not been heard is asked for its identity and load again every 3 s.
+/// The interface regains a lost TCP link by itself. Over UDP, where requests and answers can be lost, the requests for
+/// identity and load are repeated every 3 s while the gateway does not answer.
 class CInterfaceInUse : public QObject
 {
     Q_OBJECT
 
 public:
     enum class EOpening {
-        eOnce,     ///< closes when the first attempt fails; `status` has the code and the reason
-        eUntilOpen ///< tries again every 3 s
+        eOnce,     ///< one attempt; when it fails, the state is closed, and `status` has the code and the reason
+        eUntilOpen ///< an attempt every 3 s until one succeeds
     };
-    /// Messages of `send` that may wait for the thread of the interface: a second of a full bus.
+    /// Messages of `send` that may wait for the thread of the interface: one second of a full bus.
     static constexpr std::size_t SEND_LIMIT = 10'000;
 
-    /// Takes over a closed interface of the calling thread, and begins to open it.
+    /// Takes over a closed interface of the calling thread and begins to open it. `statusChanged` reports the outcome
+    /// from the event loop, never before.
     CInterfaceInUse(std::unique_ptr<Cim::CCanInterface> canInterface, std::shared_ptr<CMailbox> mailbox,
                     std::uint16_t source, EOpening opening);
-    /// Closes the interface without waiting for it.
     ~CInterfaceInUse() override;
 
     const SInterfaceStatus& status() const { return m_status; }
 
     /// Hands over a message to be sent. Each accepted message yields a record in the mailbox, in the order of the
-    /// calls: sent, or refused with a code. With `eOnce`, messages wait until the first attempt to open has ended.
-    /// False when SEND_LIMIT messages wait, or the interface is closed: no record follows.
+    /// calls: sent, or refused with a code. While an attempt to open is under way, messages wait for its end. Returns
+    /// false, and no record follows, when SEND_LIMIT messages wait or the interface is closed.
     bool send(const Cim::CCanMessage& message);
-    /// Sends a message now and then every `milliseconds`, until they are 0 for the same `key`; with records as for
-    /// `send`.
+    /// Sends a message at once and then every `milliseconds`, with records as for `send`. A later call with the same
+    /// `key` replaces the message; 0 milliseconds end it.
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
-    /// Brings the gateway back to a known state. Emits `wasReset` when the gateway was asked to; without a link, the
-    /// interface raises its own error.
+    /// Brings the gateway back to a known state. Emits `wasReset` when the requests were sent; without a link, the
+    /// interface raises an error.
     void reset();
-    /// Closes the interface: at once as far as this object is concerned, and in its thread as soon as that is not busy
-    /// with opening it. Nothing comes to the mailbox or by signals afterwards, but what is under way already.
-    void close();
-    /// Waits until the thread has ended after `close`; false when it still runs after that time. The gateway is then
-    /// still connected, or being connected.
-    bool wait(unsigned long milliseconds);
 
-    /// Closes all interfaces of this program and waits for their threads, up to a second where one is being opened. For
-    /// programs that unload plugins; otherwise done when the application object ends.
+    /// Closes and deletes an interface, and waits at most so long until the gateway is free for the next connection. An
+    /// interface that is being opened needs up to a second more. Records may still arrive in the mailbox meanwhile.
+    static void close(std::unique_ptr<CInterfaceInUse> interface, unsigned long milliseconds);
+    /// Closes all interfaces of this program and waits for their threads, up to a second where one is being opened.
+    /// Called when the application object ends; a program that unloads plugins calls it before.
     static void endAll();
 
 Q_SIGNALS:

@@ -9,20 +9,26 @@
 namespace vexmor::Apps
 {
 
-CInterfaceScan::CInterfaceScan(const SPlugin& plugin) : m_plugin(*plugin.object)
+CInterfaceScan::CInterfaceScan(const std::vector<SPlugin>& plugins) : m_plugins(plugins)
 {
-    connect(plugin.loader->instance(), SIGNAL(interfaceScanFinished(int, QList<CCanInterface*>)), this,
-            SLOT(onScanFinished(int, QList<CCanInterface*>)));
+    for (const SPlugin& plugin : plugins) {
+        connect(plugin.loader->instance(), SIGNAL(interfaceScanFinished(int, QList<CCanInterface*>)), this,
+                SLOT(onScanFinished(int, QList<CCanInterface*>)));
+    }
 }
 
 Failure CInterfaceScan::start(const QStringList& addresses)
 {
-    for (const QString& address : addresses) {
-        if (!m_plugin.addScanAddress(plainAddress(address))) {
-            return wrongUsage(Words::tr("'%1' is no address like 192.168.1.70").arg(address));
+    m_found.clear();
+    for (const SPlugin& plugin : m_plugins) {
+        for (const QString& address : addresses) {
+            if (!plugin.object->addScanAddress(plainAddress(address))) {
+                return wrongUsage(Words::tr("'%1' is no address like 192.168.1.70").arg(address));
+            }
         }
+        m_running += plugin.object->scanInterfaces() == 0 ? 1 : 0;
     }
-    return m_plugin.scanInterfaces() == 0 ? Failure() : SProblem{Words::tr("the plugin scans already")};
+    return isRunning() ? Failure() : SProblem{Words::tr("the plugin scans already")};
 }
 
 void CInterfaceScan::onScanFinished(int /*pluginId*/, const QList<CCanInterface*>& interfaceList)
@@ -30,8 +36,9 @@ void CInterfaceScan::onScanFinished(int /*pluginId*/, const QList<CCanInterface*
     for (CCanInterface* const canInterface : interfaceList) {
         m_found.emplace_back(canInterface);
     }
-    m_finished = true;
-    Q_EMIT finished();
+    if (--m_running == 0) {
+        Q_EMIT finished();
+    }
 }
 
 } // namespace vexmor::Apps

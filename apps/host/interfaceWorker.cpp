@@ -16,10 +16,11 @@ namespace vexmor::Apps
 namespace
 {
 constexpr int LOOK_MS = 100;
-constexpr int ASK_MS = 3000;
+/// From an attempt to open the interface, or to have a silent gateway answer over UDP, to the next attempt.
+constexpr int RETRY_MS = 3000;
 constexpr std::size_t MAX_BATCH = 10'000;
 
-/// Workers whose threads may run: they use the plugin, and so end before the application object.
+/// Workers whose threads may run. The threads run code of the plugin, so they end before the application object.
 std::mutex s_mutex;
 std::list<std::shared_ptr<CInterfaceWorker>> s_workers;
 } // namespace
@@ -52,20 +53,25 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
       m_opening(opening),
       m_hosted(new CHostedInterface(std::move(canInterface), this)),
       m_lookTimer(this),
-      m_askTimer(this)
+      m_retryTimer(this)
 {
     m_status.connection = EConnection::eConnecting;
     connect(m_hosted, &CHostedInterface::received, this, [this](const auto& message) { store(message, false, 0); });
     connect(m_hosted, &CHostedInterface::sent, this, [this](const auto& message) { store(message, true, 0); });
     connect(m_hosted, &CHostedInterface::errorRaised, this, &CInterfaceWorker::onError);
     m_lookTimer.setInterval(LOOK_MS);
-    m_askTimer.setSingleShot(true);
+    m_retryTimer.setSingleShot(true);
     connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::look);
-    connect(&m_askTimer, &QTimer::timeout, this, &CInterfaceWorker::askAgain);
+    connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::retry);
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
-    QMetaObject::invokeMethod(this, &CInterfaceWorker::open);
+    QMetaObject::invokeMethod(this, [this] {
+        // When everything that came in one turn of the event loop has been read.
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+                &CInterfaceWorker::handOver);
+        open();
+    });
 }
 
 // ---- From any thread ----
@@ -118,7 +124,7 @@ void CInterfaceWorker::end()
         m_hosted->disconnect(this); // a late error must not start anything again
         m_cyclic.clear();
         m_lookTimer.stop();
-        m_askTimer.stop();
+        m_retryTimer.stop();
         handOver();
         can().closeCommunication();
         m_thread.quit();
@@ -132,7 +138,8 @@ SInterfaceStatus CInterfaceWorker::takeStatus()
     return m_status;
 }
 
-/// Has a command executed in the thread of the interface, in order, but not while the interface is being opened.
+/// Executes a command in the thread of the interface, after the commands before it and not while the interface is being
+/// opened.
 void CInterfaceWorker::enqueue(const std::function<void()>& command)
 {
     QMetaObject::invokeMethod(this, [=] {
@@ -146,6 +153,7 @@ void CInterfaceWorker::enqueue(const std::function<void()>& command)
 
 // ---- Opening, and what is known of the connection ----
 
+/// Makes one attempt.
 void CInterfaceWorker::open()
 {
     m_isOpening = true;
@@ -162,8 +170,6 @@ void CInterfaceWorker::open()
 void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
-        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
-                &CInterfaceWorker::handOver); // when all that came in a turn of the event loop was read
         m_lookTimer.start();
         look();
         return;
@@ -175,14 +181,13 @@ void CInterfaceWorker::onOpened(int code)
     status.reason = can().errorCodeToString(code);
     publish(status);
     if (triesAgain) {
-        m_askTimer.start(ASK_MS);
+        m_retryTimer.start(RETRY_MS);
     }
 }
 
-/// Over UDP, requests and answers can be lost: the interface sends those again that follow a connection.
-void CInterfaceWorker::askAgain()
+void CInterfaceWorker::retry()
 {
-    if (can().isOpened()) {
+    if (can().isOpened()) { // over UDP: repeats the requests that follow a connection, which may have been lost
         QMetaObject::invokeMethod(&can(), "onSocketConnected");
         look();
     } else {
@@ -193,15 +198,19 @@ void CInterfaceWorker::askAgain()
 void CInterfaceWorker::look()
 {
     const SInterfaceStatus status = m_hosted->status();
+    if (!status.hasLink() && (m_isOpening || !can().isOpened())) {
+        return; // the end of the attempt to open decides, in `onOpened`
+    }
     publish(status);
     const bool isUnheard = status.connection == EConnection::eOpen || status.connection == EConnection::eSilent;
     if (!isUnheard || can().property("Protocol").toString() != QLatin1String("UDP")) {
-        m_askTimer.stop();
-    } else if (!m_askTimer.isActive()) {
-        m_askTimer.start(ASK_MS);
+        m_retryTimer.stop();
+    } else if (!m_retryTimer.isActive()) {
+        m_retryTimer.start(RETRY_MS);
     }
 }
 
+/// Makes a status the newest. The owner is notified once until it takes a status, however many follow each other.
 void CInterfaceWorker::publish(const SInterfaceStatus& status)
 {
     bool isNews = false;
@@ -209,7 +218,7 @@ void CInterfaceWorker::publish(const SInterfaceStatus& status)
         const std::lock_guard<std::mutex> guard(m_mutex);
         const bool isChanged = !(status == m_status);
         m_status = status;
-        isNews = isChanged && !std::exchange(m_isStatusWaiting, m_isStatusWaiting || isChanged);
+        isNews = isChanged && !std::exchange(m_isStatusWaiting, true);
     }
     if (isNews) {
         Q_EMIT statusWaits();
@@ -218,7 +227,7 @@ void CInterfaceWorker::publish(const SInterfaceStatus& status)
 
 void CInterfaceWorker::onError(int error)
 {
-    handOver(); // what was received before
+    handOver(); // messages received before the error
     m_mailbox->postError({microsecondsNow(), m_source, error});
     look();
 }

@@ -16,16 +16,16 @@
 namespace vexmor::Apps
 {
 
-/// The side of CInterfaceInUse that lives in the thread of the interface: from one opening to its closing.
+/// The part of CInterfaceInUse that lives in the thread of the interface.
 ///
-/// It keeps itself until its thread has ended, for which the program waits when the application object ends: the thread
-/// runs code of the plugin. The last thing to ask for is `end`.
+/// A list of all workers keeps each until its thread has ended; when the application object ends, the program ends them
+/// and waits. `end` is the last operation.
 class CInterfaceWorker : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Starts the thread, which opens the interface. Takes over a closed interface of the calling thread.
+    /// Takes over a closed interface of the calling thread and starts the thread that opens it.
     static std::shared_ptr<CInterfaceWorker> start(std::unique_ptr<Cim::CCanInterface> canInterface,
                                                    std::shared_ptr<CMailbox> mailbox, std::uint16_t source,
                                                    CInterfaceInUse::EOpening opening);
@@ -37,11 +37,11 @@ public:
     void reset();
     void end();
     bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
-    /// The newest status.
+    /// Returns the newest status; from now on, `statusWaits` reports a change again.
     SInterfaceStatus takeStatus();
 
 Q_SIGNALS:
-    /// The status changed; once, until it was taken.
+    /// The status changed after the last `takeStatus`. Emitted once, in the thread of the interface.
     void statusWaits();
     void wasReset();
 
@@ -54,7 +54,7 @@ private:
     // In the thread of the interface.
     void open();
     void onOpened(int code);
-    void askAgain();
+    void retry();
     void look();
     void publish(const SInterfaceStatus& status);
     void onError(int error);
@@ -66,22 +66,22 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox;
     const std::uint16_t m_source;
     const CInterfaceInUse::EOpening m_opening;
-    CHostedInterface* const m_hosted; ///< child; ends with the thread
-    bool m_isOpening = false;         ///< events are processed meanwhile
+    CHostedInterface* const m_hosted; ///< child; deleted when the thread ends
+    bool m_isOpening = false;         ///< while `openCommunication` runs, which processes events
     bool m_hasEnded = false;
-    std::vector<std::function<void()>> m_commands; ///< wait until the attempt to open has ended
-    QTimer m_lookTimer; ///< no signal reports that a link was regained, that the gateway was heard, or its load
-    QTimer m_askTimer;  ///< until the next attempt to open, or to have a silent gateway answer over UDP
-    std::map<int, std::unique_ptr<QTimer>> m_cyclic;
-    std::vector<SBusRecord> m_batch; ///< of this turn of the event loop
-    std::int64_t m_lastTime = 0;     ///< of a record
+    std::vector<std::function<void()>> m_commands; ///< executed when the attempt to open has ended
+    QTimer m_lookTimer;  ///< polls the status: no signal reports a regained link, an answer, or a new load
+    QTimer m_retryTimer; ///< until the next attempt to open, or to have a silent gateway answer over UDP
+    std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< by the owner's key
+    std::vector<SBusRecord> m_batch;                 ///< records of this turn of the event loop
+    std::int64_t m_lastTime = 0;                     ///< time of the last record
 
-    std::mutex m_mutex; ///< guards what both threads use:
+    std::mutex m_mutex; ///< guards the members below, which both threads use
     std::vector<Cim::CCanMessage> m_outbox;
     SInterfaceStatus m_status;
     bool m_isStatusWaiting = false;
 
-    QThread m_thread; ///< first to go
+    QThread m_thread; ///< destroyed first
 };
 
 } // namespace vexmor::Apps

@@ -6,12 +6,24 @@
 namespace vexmor::Apps
 {
 
-void CMailbox::post(const std::vector<SBusRecord>& records)
+template <typename Change>
+void CMailbox::change(const Change& change)
 {
-    bool wasEmpty = false;
+    bool isFilled = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        wasEmpty = m_content.isEmpty();
+        const bool wasEmpty = m_content.isEmpty();
+        change();
+        isFilled = wasEmpty && !m_content.isEmpty();
+    }
+    if (isFilled) {
+        Q_EMIT filled();
+    }
+}
+
+void CMailbox::post(const std::vector<SBusRecord>& records)
+{
+    change([&] {
         for (const SBusRecord& record : records) {
             if (m_content.records.size() < (record.sent ? 2 * m_capacity : m_capacity)) {
                 m_content.records.push_back(record);
@@ -19,18 +31,12 @@ void CMailbox::post(const std::vector<SBusRecord>& records)
                 ++m_content.lost;
             }
         }
-    }
-    if (wasEmpty && !records.empty()) {
-        Q_EMIT filled();
-    }
+    });
 }
 
 void CMailbox::postError(const SErrorRecord& error)
 {
-    bool wasEmpty = false;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        wasEmpty = m_content.isEmpty();
+    change([&] {
         const auto isSameKind = [&error](const SErrorRecord& other) {
             return other.source == error.source && other.error == error.error;
         };
@@ -40,10 +46,7 @@ void CMailbox::postError(const SErrorRecord& error)
         } else {
             same->count += error.count;
         }
-    }
-    if (wasEmpty) {
-        Q_EMIT filled();
-    }
+    });
 }
 
 void CMailbox::take(SDelivery& delivery)

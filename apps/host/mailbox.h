@@ -16,22 +16,22 @@ namespace vexmor::Apps
 struct SBusRecord {
     std::int64_t microseconds = 0; ///< since the epoch; grows from each record of an interface to the next
     Cim::CCanMessage message;
-    std::uint16_t source = 0; ///< number of its interface, as the owner chose it
+    std::uint16_t source = 0; ///< number of its interface, which the owner chose
     bool sent = false;        ///< false: received
-    std::uint8_t code = 0;    ///< of a message that was not sent, the result code that says why; else 0
+    std::uint8_t code = 0;    ///< result code of a message that was refused; else 0
 };
 
 static_assert(sizeof(SBusRecord) <= 24, "hundreds of thousands of them are kept");
 
-/// Interface errors of one kind, as many as came since the mailbox was emptied.
+/// The errors of one kind that an interface raised since the mailbox was emptied.
 struct SErrorRecord {
-    std::int64_t microseconds = 0; ///< of the first, since the epoch
+    std::int64_t microseconds = 0; ///< time of the first error, since the epoch
     std::uint16_t source = 0;
     int error = 0;
     std::uint64_t count = 1;
 };
 
-/// The content of a mailbox. What was received before an error stands in `records`.
+/// The content of a mailbox. Messages that were received before an error are among `records`.
 struct SDelivery {
     std::vector<SBusRecord> records;
     std::vector<SErrorRecord> errors;
@@ -40,11 +40,11 @@ struct SDelivery {
     bool isEmpty() const { return records.empty() && errors.empty() && lost == 0; }
 };
 
-/// Where the threads of interfaces leave what their owner fetches. Any thread may use it.
+/// Takes messages and errors from the threads of interfaces and keeps them until the owner fetches them. Any thread may
+/// use it.
 ///
-/// An owner that fetches nothing for a while costs bounded memory: received messages that do not fit are counted as
-/// lost, and errors of a kind are counted together. Records of sent messages have as much room again, so that a flood
-/// of received ones displaces none of them.
+/// Its memory is bounded: received messages that do not fit are counted as lost, and errors of one kind are counted
+/// together. Records of sent messages have as much room again, so that a flood of received messages displaces none.
 class CMailbox : public QObject
 {
     Q_OBJECT
@@ -57,14 +57,17 @@ public:
 
     void post(const std::vector<SBusRecord>& records);
     void postError(const SErrorRecord& error);
-    /// Moves everything to `delivery`, whose memory is used for what comes next.
+    /// Replaces the content of `delivery` by everything that was posted. The memory of `delivery` is used again.
     void take(SDelivery& delivery);
 
 Q_SIGNALS:
-    /// Something came into the empty mailbox. Emitted by the thread that left it: once, until the owner has fetched it.
+    /// The mailbox was empty and is no longer. Emitted in the thread that posted; the next time after `take`.
     void filled();
 
 private:
+    template <typename Change>
+    void change(const Change& change);
+
     const std::size_t m_capacity;
     std::mutex m_mutex;
     SDelivery m_content;

@@ -9,7 +9,6 @@
 #include <QPluginLoader>
 
 #include <algorithm>
-#include <optional>
 
 namespace vexmor::Apps
 {
@@ -28,21 +27,19 @@ QString folderOf(const SPluginPlace& place)
                            QStringLiteral(CIM_PLUGIN_DIR_FROM_PROGRAM));
 }
 
-std::optional<SPlugin> loadPlugin(const QString& file, QString& problem)
+Result<SPlugin> loadPlugin(const QString& file)
 {
     SPlugin plugin;
     plugin.file = file;
     plugin.loader = std::make_shared<QPluginLoader>(file);
     QObject* const instance = plugin.loader->instance();
     if (instance == nullptr) {
-        problem = Words::tr("%1 cannot be loaded: %2").arg(file, plugin.loader->errorString());
-        return std::nullopt;
+        return SProblem{Words::tr("%1 cannot be loaded: %2").arg(file, plugin.loader->errorString())};
     }
     plugin.object = qobject_cast<Cim::CCanInterfacePlugin*>(instance);
     if (plugin.object == nullptr) {
-        problem = Words::tr("%1 is a plugin of another kind: it does not offer %2")
-                      .arg(file, QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>()));
-        return std::nullopt;
+        return SProblem{Words::tr("%1 is a plugin of another kind: it does not offer %2")
+                            .arg(file, QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>()))};
     }
     plugin.metaData = plugin.loader->metaData();
     using Ident = const char* (*)();
@@ -71,11 +68,10 @@ SPluginSearch searchPlugins(const SPluginPlace& place)
         }
     }
     for (const QString& file : std::as_const(files)) {
-        QString problem;
-        if (const auto plugin = loadPlugin(file, problem)) {
+        if (auto plugin = loadPlugin(file)) {
             search.plugins.push_back(*plugin);
         } else {
-            search.problems.append(problem);
+            search.problems.append(plugin.problem().text);
         }
     }
     return search;

@@ -41,10 +41,6 @@ Result<QString> resolved(const QString& text)
 
 CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
 
-CTarget::CTarget(CTarget&&) noexcept = default;
-
-CTarget::~CTarget() = default;
-
 Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
 {
     CTarget target(std::move(plugins), text);
@@ -61,7 +57,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
         }
         target.m_settings = store.settings(text);
     } else if (isSimTarget(text)) {
-        target.m_sim = std::make_unique<CEmbeddedSim>();
+        target.m_sim = std::make_shared<CEmbeddedSim>();
         if (Failure failure = target.m_sim->start(text.mid(SIM_LOG.size()))) {
             return *failure;
         }

@@ -26,8 +26,6 @@ class CTarget
 public:
     /// Fails when the text is none of these, and when a simulated gateway cannot start.
     static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
-    CTarget(CTarget&&) noexcept;
-    ~CTarget();
 
     /// A new, closed interface for the gateway. Fails when the plugin refuses the settings.
     Result<std::unique_ptr<Cim::CCanInterface>> makeInterface() const;
@@ -43,7 +41,7 @@ private:
     QString m_name;
     bool m_isStored = false;
     Settings m_settings;
-    std::unique_ptr<CEmbeddedSim> m_sim;
+    std::shared_ptr<CEmbeddedSim> m_sim; ///< null for a real gateway
 };
 
 /// True for a target text that stands for a simulated gateway.

@@ -1,6 +1,5 @@
 // t93sim: a T93 gateway in software, on the command line. Here stands what can be typed.
 
-#include "apps/cli/exitCodes.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
 #include "apps/t93sim/simProgram.h"
@@ -8,7 +7,6 @@
 #include <QCoreApplication>
 
 #include <climits>
-#include <cstdio>
 
 using namespace vexmor;
 using namespace vexmor::Apps;
@@ -29,12 +27,12 @@ public:
     {
         const std::string range = "INT:INT in [" + std::to_string(lowest) + " - " + std::to_string(highest) + "]";
         COption option = addWhole(m_cli, name, value, lowest, highest, help, range).group(m_title);
-        return value > 0 ? option.showDefault() : option;
+        return value > 0 ? option.showDefault(QString::number(value)) : option;
     }
-    COption text(const char* name, std::string& value, const char* help)
+    COption text(const char* name, QString& value, const char* help)
     {
-        COption option = addText(m_cli, name, value, help).group(m_title);
-        return value.empty() ? option : option.showDefault();
+        COption option = addText(m_cli, name, value, help, "TEXT").group(m_title);
+        return value.isEmpty() ? option : option.showDefault(value);
     }
 
 private:
@@ -57,11 +55,9 @@ std::function<Failure(const QString&)> hexBytes(int count)
 
 /// Text that `read` takes apart.
 template <typename Value>
-std::function<Failure(const QString&)> readableBy(std::optional<Value> (*read)(const std::string&), const char* fault)
+std::function<Failure(const QString&)> readableBy(std::optional<Value> (*read)(const QString&), const char* fault)
 {
-    return [=](const QString& text) {
-        return read(text.toStdString()) ? Failure() : wrongUsage(QString::fromLatin1(fault));
-    };
+    return [=](const QString& text) { return read(text) ? Failure() : wrongUsage(QString::fromLatin1(fault)); };
 }
 
 void addGatewayOptions(CLI::App& cli, SSimOptions& options)
@@ -79,7 +75,7 @@ void addGatewayOptions(CLI::App& cli, SSimOptions& options)
         .check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255"), "VERSION");
     identity.text("--device-text", options.deviceText, "Device identification");
     addWhole(cli, "--baud", options.baud, 1, INT_MAX, "CAN bit rate at start, kbit/s", "INT")
-        .showDefault()
+        .showDefault(QString::number(options.baud))
         .group("Identity")
         .bitRate();
     identity.flag("--no-busload", options.noBusload, "An older gateway, which does not measure bus load");
@@ -119,7 +115,7 @@ void addTrafficOptions(CLI::App& cli, SSimOptions& options)
     COptionGroup traffic(cli, "Traffic (starts when the first host is there)");
     const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: of stdin");
     addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed of the replay", "FLOAT")
-        .showDefault()
+        .showDefault(QString::number(options.speed))
         .group("Traffic (starts when the first host is there)")
         .needs(replay);
     traffic.flag("--loop", options.loop, "Starts the replay again at its end").needs(replay);

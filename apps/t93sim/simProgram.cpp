@@ -5,7 +5,6 @@
 
 #include <QCoreApplication>
 #include <QMap>
-#include <QStringList>
 #include <QTimer>
 
 #include <algorithm>
@@ -18,9 +17,9 @@ using namespace Sim;
 
 namespace
 {
-QByteArray hexBytes(const std::string& text)
+QByteArray hexBytes(const QString& text)
 {
-    return QByteArray::fromHex(QByteArray::fromStdString(text).replace(":", ""));
+    return QByteArray::fromHex(text.toLatin1().replace(":", ""));
 }
 
 SSimIdentity identityOf(const SSimOptions& options, int number)
@@ -30,7 +29,7 @@ SSimIdentity identityOf(const SSimOptions& options, int number)
     std::copy(mac.begin(), mac.end(), identity.macAddress.begin());
     identity.macAddress.back() = static_cast<std::uint8_t>(identity.macAddress.back() + number);
     std::tie(identity.firmwareMajor, identity.firmwareMinor) = *SSimOptions::readFirmware(options.firmware);
-    identity.deviceText = QByteArray::fromStdString(options.deviceText);
+    identity.deviceText = options.deviceText.toLocal8Bit();
     identity.deviceNumber = static_cast<std::uint16_t>(number + 1);
     identity.measuresBusload = !options.noBusload;
     return identity;
@@ -39,12 +38,12 @@ SSimIdentity identityOf(const SSimOptions& options, int number)
 SSimAnnouncement announcementOf(const SSimOptions& options, int number)
 {
     SSimAnnouncement announcement;
-    announcement.hostName = QByteArray::fromStdString(options.hostName);
+    announcement.hostName = options.hostName.toLocal8Bit();
     if (number > 0) {
         announcement.hostName += '-' + QByteArray::number(number + 1);
     }
     announcement.endpoints.clear();
-    for (const std::string& text : options.endpoints) {
+    for (const QString& text : options.endpoints) {
         announcement.endpoints.push_back(*SSimOptions::readEndpoint(text));
     }
     return announcement;
@@ -60,18 +59,18 @@ std::optional<unsigned int> readNumber(const QString& text, const QMap<QString, 
 }
 
 /// One line at once, also into a pipe: scripts wait for it. The program ends when nobody takes it.
-void print(const QByteArray& line)
+void print(const QString& line)
 {
-    std::printf("%s\n", line.constData());
+    std::printf("%s\n", qPrintable(line));
     if (!flushOutput()) {
         QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit); // it may not run yet
     }
 }
 } // namespace
 
-std::optional<std::pair<std::uint8_t, std::uint8_t>> SSimOptions::readFirmware(const std::string& text)
+std::optional<std::pair<std::uint8_t, std::uint8_t>> SSimOptions::readFirmware(const QString& text)
 {
-    const QStringList parts = QString::fromStdString(text).split(QLatin1Char('.'));
+    const QStringList parts = text.split(QLatin1Char('.'));
     if (parts.size() != 2) {
         return std::nullopt;
     }
@@ -83,13 +82,13 @@ std::optional<std::pair<std::uint8_t, std::uint8_t>> SSimOptions::readFirmware(c
     return std::pair(static_cast<std::uint8_t>(*major), static_cast<std::uint8_t>(*minor));
 }
 
-std::optional<SSimEndpoint> SSimOptions::readEndpoint(const std::string& text)
+std::optional<SSimEndpoint> SSimOptions::readEndpoint(const QString& text)
 {
     static const QMap<QString, unsigned int> PROTOCOLS{{QStringLiteral("tcp"), Cim::DDT_PROTOCOL_TCP},
                                                        {QStringLiteral("udp"), Cim::DDT_PROTOCOL_UDP}};
     static const QMap<QString, unsigned int> SERVICES{{QStringLiteral("client"), Cim::DDT_SERVICE_CLIENT},
                                                       {QStringLiteral("server"), Cim::DDT_SERVICE_SERVER}};
-    const QStringList parts = QString::fromStdString(text).split(QLatin1Char(':'));
+    const QStringList parts = text.split(QLatin1Char(':'));
     const QStringList kinds = parts.at(0).split(QLatin1Char('-'));
     if (parts.size() > 2 || kinds.size() != 2) {
         return std::nullopt;
@@ -112,15 +111,15 @@ CSimProgram::CSimProgram(SSimOptions options) : m_options(std::move(options)) {}
 Failure CSimProgram::start()
 {
     m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
-    if (!m_options.replay.empty()) {
-        if (Failure failure =
-                m_replay.open(QString::fromStdString(m_options.replay), m_options.speed, m_options.loop)) {
+    if (!m_options.replay.isEmpty()) {
+        if (Failure failure = m_replay.open(m_options.replay, m_options.speed, m_options.loop)) {
             return failure;
         }
     }
-    connect(&m_replay, &CSimReplay::failed, this, [this](const QString& text) {
-        std::fprintf(stderr, "t93sim: %s\n", qPrintable(text));
-        finish(eWrongUsage);
+    connect(&m_replay, &CSimReplay::ended, this, [this](const QString& error) {
+        if (!error.isEmpty()) {
+            finish(static_cast<EExitCode>(fail("t93sim", wrongUsage(error))));
+        }
     });
     Failure failure = startGateways();
     if (!failure && m_options.detect) {
@@ -148,14 +147,16 @@ Failure CSimProgram::startGateways()
     for (int number = 0; number < m_options.gateways; ++number) {
         auto gateway = makeGateway(number);
         const int port = m_options.port == 0 ? 0 : m_options.port + number;
-        if (Failure failure = gateway->listen(QHostAddress(QString::fromStdString(m_options.address)),
-                                              static_cast<std::uint16_t>(port))) {
+        if (Failure failure = gateway->listen(QHostAddress(m_options.address), static_cast<std::uint16_t>(port))) {
             return failure;
         }
         const auto& mac = gateway->identity().macAddress;
-        print("gateway " + QByteArray::number(number + 1) + ": " + gateway->address().toString().toLatin1() + ':' +
-              QByteArray::number(gateway->port()) + " (TCP and UDP), MAC " +
-              QByteArray(reinterpret_cast<const char*>(mac.data()), static_cast<int>(mac.size())).toHex(':'));
+        const QByteArray bytes(reinterpret_cast<const char*>(mac.data()), static_cast<int>(mac.size()));
+        print(QStringLiteral("gateway %1: %2:%3 (TCP and UDP), MAC %4")
+                  .arg(number + 1)
+                  .arg(gateway->address().toString())
+                  .arg(gateway->port())
+                  .arg(QString::fromLatin1(bytes.toHex(':'))));
         m_gateways.push_back(std::move(gateway));
     }
     return {};
@@ -170,10 +171,10 @@ Failure CSimProgram::startDetection()
     for (int number = 0; number < m_options.gateways; ++number) {
         m_detection.addGateway(*m_gateways[static_cast<std::size_t>(number)], announcementOf(m_options, number));
     }
-    print("ident requests are answered on port " + QByteArray::number(m_options.detectPort));
+    print(QStringLiteral("ident requests are answered on port %1").arg(m_options.detectPort));
     if (m_options.verbose) {
         connect(&m_detection, &CSimDetection::asked, this, [](const QHostAddress& host, std::uint16_t port) {
-            print("ident request from " + host.toString().toLatin1() + ':' + QByteArray::number(port));
+            print(QStringLiteral("ident request from %1:%2").arg(host.toString()).arg(port));
         });
     }
     return {};
@@ -190,7 +191,7 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     gateway->setMaxClients(m_options.clients);
     gateway->setEcho(m_options.echo);
 
-    const QByteArray name = "gateway " + QByteArray::number(number + 1);
+    const QString name = QStringLiteral("gateway %1: ").arg(number + 1);
     if (m_options.dropAfterMs > 0) {
         connect(gateway, &CSimGateway::hostConnected, this,
                 [this, gateway] { QTimer::singleShot(m_options.dropAfterMs, gateway, &CSimGateway::dropLinks); });
@@ -199,13 +200,13 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
         startTraffic(); // the first request: a host is there and listens
         if (m_options.verbose) {
-            print(name + ": command " + QByteArray::number(command, 16).rightJustified(2, '0') + ' ' +
-                  payload.toHex(' '));
+            const QString bytes = QString::fromLatin1(payload.toHex(' '));
+            print(name + QStringLiteral("command %1 %2").arg(command, 2, 16, QLatin1Char('0')).arg(bytes));
         }
     });
     if (m_options.verbose) {
-        connect(gateway, &CSimGateway::hostConnected, this, [name] { print(name + ": host connected"); });
-        connect(gateway, &CSimGateway::hostDisconnected, this, [name] { print(name + ": host gone"); });
+        connect(gateway, &CSimGateway::hostConnected, this, [name] { print(name + QStringLiteral("host connected")); });
+        connect(gateway, &CSimGateway::hostDisconnected, this, [name] { print(name + QStringLiteral("host gone")); });
     }
     if (m_options.status >= 0) {
         auto* const timer = new QTimer(gateway);
@@ -222,7 +223,7 @@ void CSimProgram::startTraffic()
         return;
     }
     m_trafficStarted = true;
-    if (!m_options.replay.empty()) {
+    if (!m_options.replay.isEmpty()) {
         m_replay.start();
     }
     m_generator.start(m_options.generate);
@@ -235,9 +236,10 @@ void CSimProgram::startTraffic()
 
 void CSimProgram::finish(EExitCode exitCode)
 {
-    print("messages: " + QByteArray::number(static_cast<qulonglong>(m_fromHosts)) + " from hosts, " +
-          QByteArray::number(static_cast<qulonglong>(m_replay.sent())) + " replayed, " +
-          QByteArray::number(static_cast<qulonglong>(m_generator.sent())) + " generated");
+    print(QStringLiteral("messages: %1 from hosts, %2 replayed, %3 generated")
+              .arg(m_fromHosts)
+              .arg(m_replay.sent())
+              .arg(m_generator.sent()));
     QCoreApplication::exit(exitCode);
 }
 

@@ -8,11 +8,10 @@
 #include "sim/simTraffic.h"
 
 #include <QObject>
-#include <QString>
+#include <QStringList>
 
 #include <memory>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,28 +20,28 @@ namespace vexmor::Apps
 
 /// What the user asks of t93sim, already checked by the parser of the command line.
 struct SSimOptions {
-    std::string address = "127.0.0.1";
+    QString address = QStringLiteral("127.0.0.1");
     int port = 30000;
     int gateways = 1;
     int clients = 1;
-    std::string mac = "02:00:00:54:39:33";
-    std::string firmware = "1.5";
-    std::string deviceText = "T93 SIM SW02.03";
+    QString mac = QStringLiteral("02:00:00:54:39:33");
+    QString firmware = QStringLiteral("1.5");
+    QString deviceText = QStringLiteral("T93 SIM SW02.03");
     int baud = 500;
     bool noBusload = false;
     bool detect = false;
     int detectPort = Cim::DDT_PORT;
-    std::string hostName = "t93sim";
-    std::vector<std::string> endpoints{"tcp-server", "udp-server"};
+    QString hostName = QStringLiteral("t93sim");
+    QStringList endpoints{QStringLiteral("tcp-server"), QStringLiteral("udp-server")};
     Sim::SSimDetectionFaults detectionFaults;
-    std::string replay;
+    QString replay;
     double speed = 1;
     bool loop = false;
     int generate = 0;
     bool echo = false;
     bool startNow = false;
     Sim::SSimFaults faults;
-    std::string garbage;
+    QString garbage;
     int dropAfterMs = 0;
     int status = -1; ///< -1: none
     int statusEveryMs = 1000;
@@ -51,9 +50,9 @@ struct SSimOptions {
     bool verbose = false;
 
     /// Takes "1.05" apart, into major and minor version.
-    static std::optional<std::pair<std::uint8_t, std::uint8_t>> readFirmware(const std::string& text);
+    static std::optional<std::pair<std::uint8_t, std::uint8_t>> readFirmware(const QString& text);
     /// Takes "udp-client:30001" or, with numbers for protocol and service, "7-2" apart.
-    static std::optional<Sim::SSimEndpoint> readEndpoint(const std::string& text);
+    static std::optional<Sim::SSimEndpoint> readEndpoint(const QString& text);
 };
 
 /// The gateways of one run of t93sim, their bus and its traffic. Ends the application with a summary: when it is told

@@ -126,9 +126,8 @@ void CT93CanDevice::close()
 void CT93CanDevice::leave()
 {
     delete m_opening;
-    if (const auto interface = std::exchange(m_interface, nullptr)) {
-        interface->close();
-        interface->wait(END_WAIT_MS); // the next one can have the gateway at once, unless this was just being opened
+    if (m_interface) { // then the next connection finds the gateway free
+        Apps::CInterfaceInUse::close(std::exchange(m_interface, nullptr), END_WAIT_MS);
     }
 }
 

@@ -2,6 +2,41 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE" sourcelanguage="en">
 <context>
+    <name>AddDialog</name>
+    <message>
+        <source>&amp;Store it for the next time</source>
+        <translation>Für das nächste Mal &amp;speichern</translation>
+    </message>
+    <message>
+        <source>Add interface</source>
+        <translation>Schnittstelle hinzufügen</translation>
+    </message>
+    <message>
+        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway</source>
+        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways</translation>
+    </message>
+    <message>
+        <source>&amp;Name:</source>
+        <translation>&amp;Name:</translation>
+    </message>
+    <message>
+        <source>&amp;Address:</source>
+        <translation>&amp;Adresse:</translation>
+    </message>
+    <message>
+        <source>as the gateway has it</source>
+        <translation>wie im Gateway</translation>
+    </message>
+    <message>
+        <source>%1 kbit/s</source>
+        <translation>%1 kbit/s</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate:</source>
+        <translation>&amp;Baudrate:</translation>
+    </message>
+</context>
+<context>
     <name>CanLog</name>
     <message>
         <source>frame &quot;%1&quot;: %2</source>
@@ -144,41 +179,6 @@
     <message>
         <source>Copy rows</source>
         <translation>Zeilen kopieren</translation>
-    </message>
-</context>
-<context>
-    <name>vexmor::Apps::Cimview::CAddDialog</name>
-    <message>
-        <source>&amp;Store it for the next time</source>
-        <translation>Für das nächste Mal &amp;speichern</translation>
-    </message>
-    <message>
-        <source>Add interface</source>
-        <translation>Schnittstelle hinzufügen</translation>
-    </message>
-    <message>
-        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway</source>
-        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways</translation>
-    </message>
-    <message>
-        <source>&amp;Name:</source>
-        <translation>&amp;Name:</translation>
-    </message>
-    <message>
-        <source>&amp;Address:</source>
-        <translation>&amp;Adresse:</translation>
-    </message>
-    <message>
-        <source>as the gateway has it</source>
-        <translation>wie im Gateway</translation>
-    </message>
-    <message>
-        <source>%1 kbit/s</source>
-        <translation>%1 kbit/s</translation>
-    </message>
-    <message>
-        <source>&amp;Baud rate:</source>
-        <translation>&amp;Baudrate:</translation>
     </message>
 </context>
 <context>
@@ -697,17 +697,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     </message>
 </context>
 <context>
-    <name>vexmor::Apps::Cimview::CScreenshotTour</name>
-    <message>
-        <source>mute</source>
-        <translation>Stumm</translation>
-    </message>
-    <message>
-        <source>level</source>
-        <translation>Pegel</translation>
-    </message>
-</context>
-<context>
     <name>vexmor::Apps::Cimview::CSendList</name>
     <message>
         <source>interval %1: must be 1 to %2 ms</source>
@@ -732,6 +721,14 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>Comment</source>
         <translation>Kommentar</translation>
+    </message>
+    <message>
+        <source>mute</source>
+        <translation>Stumm</translation>
+    </message>
+    <message>
+        <source>level</source>
+        <translation>Pegel</translation>
     </message>
 </context>
 <context>
