@@ -4,25 +4,12 @@
 #include "cim/canInterfacePlugin.h"
 #include "vxCore/logging.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QPluginLoader>
-#include <QProcess>
-#include <QSemaphore>
-#include <QThread>
-#include <QTimer>
+#include <QtCore>
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cctype>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 using namespace vexmor;
 
@@ -128,7 +115,7 @@ void endScan()
 
 void onLogLine(int, const char*, int, const char* format, ...)
 {
-    if (std::strncmp(format, "broadcast", 9) != 0 || --s_broadcastsLeft != 0) {
+    if (qstrncmp(format, "broadcast", 9) != 0 || --s_broadcastsLeft != 0) {
         return;
     }
     s_isThere = true;
@@ -152,10 +139,10 @@ int run(int argc, char** argv)
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
     s_way = argv[1];
-    if (std::strcmp(argv[2], "beginning") == 0) {
+    if (qstrcmp(argv[2], "beginning") == 0) {
         return endAtTheBeginning(app.applicationFilePath());
     }
-    const bool whileSending = std::strcmp(argv[2], "sending") == 0;
+    const bool whileSending = qstrcmp(argv[2], "sending") == 0;
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
     loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
     s_loader = &loader;

@@ -5,14 +5,7 @@
 #include "cim/canMessage.h"
 #include "vxCore/logging.h"
 
-#include <QByteArray>
-#include <QCoreApplication>
-#include <QFile>
-#include <QList>
-#include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <cstdarg>
 #include <cstdio>
@@ -85,6 +78,12 @@ inline QString writeFile(const QTemporaryDir& folder, const QByteArray& content)
         qFatal("no file");
     }
     return file.fileName();
+}
+
+inline QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 struct SOutcome {

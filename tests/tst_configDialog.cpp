@@ -1,16 +1,6 @@
 #include "t93Fixture.h"
 
-#include <QApplication>
-#include <QDialog>
-#include <QDialogButtonBox>
-#include <QGridLayout>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QMetaProperty>
-#include <QPushButton>
-
-#include <array>
+#include <QtWidgets>
 
 using namespace vexmor::Test;
 

@@ -1,12 +1,11 @@
-#include "InterfaceT93/configParamT93.h"
-#include "testData.h"
+#include "t93Fixture.h"
 
-using namespace vexmor::Cim;
 using namespace vexmor::Test;
 
 namespace
 {
 const QString GROUP = "CanInterfaces"_s;
+constexpr int SILENT_MS = 50;
 const QByteArray UNIT = "InterfaceT93/configParamT93: ";
 
 CCommonInfo infoNamed(const QString& name)
@@ -166,6 +165,120 @@ private Q_SLOTS:
         CConfigParamT93 loaded;
         QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
         QCOMPARE(loaded.hostname(), "hall"_s);
+    }
+
+    // ---- As Qt properties, by which hosts set an interface up without a store ----
+
+    void properties_data()
+    {
+        const auto row = columns<QVariant, QString, QString>("value", "taken", "port"); // empty: refused
+        const QString before = "192.168.1.70:30000:TCP"_s;
+        row("Hostname", "hall"_s, "hall"_s, before);
+        row("IPAddress", "10.0.0.5"_s, "10.0.0.5"_s, "10.0.0.5:30000:TCP"_s);
+        for (const char* text : {"010.0.0.5", "10.5", "gateway", "", "::1", "10.0.0.256"}) {
+            row(QByteArray("IPAddress ") + text, QString::fromLatin1(text), {}, before);
+        }
+        row("Port", 65535, "65535"_s, "192.168.1.70:65535:TCP"_s);
+        row("Port as text", "31000"_s, "31000"_s, "192.168.1.70:31000:TCP"_s);
+        row("Port 70000", 70000, {}, before);
+        row("Port -1", -1, {}, before);
+        row("Port that wraps to 80", (qlonglong(1) << 32) + 80, {}, before);
+        row("Protocol", "UDP"_s, "UDP"_s, "192.168.1.70:30000:UDP"_s);
+        row("Protocol udp", "udp"_s, {}, before);
+        row("Protocol NA", "NA"_s, {}, before);
+        row("Service", "CLIENT"_s, "CLIENT"_s, before);
+        row("Service Invalid", "Invalid"_s, {}, before);
+        row("LocalIPAddress", "10.9.0.1"_s, "10.9.0.1"_s, before);
+        row("LocalIPAddress x", "x"_s, {}, before);
+        row("UdpBindAnyIp", true, "true"_s, before);
+        row("AutoIpUpdate", true, "true"_s, before);
+        row("BusloadPollTime", 4294967295LL, "4294967295"_s, before);
+        row("BusloadPollTime too long", 4294967296LL, {}, before);
+        row("BusloadMeasureInterval", 65535, "65535"_s, before);
+        row("BusloadMeasureInterval 65536", 65536, {}, before);
+        row("CanBaudrate", 1000, "1000"_s, before);
+        row("CanBaudrate 0", 0, "0"_s, before);
+        row("CanBaudrate 33", 33, {}, before);
+    }
+    void properties()
+    {
+        QFETCH(QVariant, value);
+        QFETCH(QString, taken);
+        const QByteArray property = QByteArray(QTest::currentDataTag()).split(' ').first();
+        SOpenInterface host; // one that is open, beside one that is closed
+        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
+        const QVariant before = can->property(property);
+        QVERIFY(before.isValid());
+        QVERIFY(before != value);
+        if (taken.isEmpty()) {
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression("^vexmor::Cim::CInterfaceT93: \\w+ .*: must be .*\\.$"_s));
+        }
+        QVERIFY(can->setProperty(property, value));
+        QCOMPARE(can->property(property).toString(), taken.isEmpty() ? before.toString() : taken);
+        QFETCH(QString, port);
+        QCOMPARE(can->commonInfo().port(), "IP="_s + port);
+
+        const QVariant kept = host.can->property(property);
+        const CCommonInfo info = host.can->commonInfo();
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(": not while the interface is open\\.$"_s));
+        QVERIFY(host.can->setProperty(property, value));
+        QCOMPARE(host.can->property(property), kept);
+        QVERIFY(host.can->commonInfo() == info);
+
+        // The property is the parameter that the store has under the same name, whatever is written there.
+        const std::unique_ptr<CCanInterface> other(plugin().createInterface());
+        can->saveSettings("g"_s);
+        other->loadSettings("g"_s);
+        QCOMPARE(other->property(property), can->property(property));
+    }
+
+    void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }
+    void millisecondsSinceFrame()
+    {
+        SGateway one;
+        one.gateway.setFaults(faulty(&SSimFaults::mute));
+        const auto can = makeInterface(one.gateway.port(), rowProtocol());
+        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
+        const auto countsAgain = [&](const QByteArray& bytes) { // from a moment after this call
+            QElapsedTimer sinceCall;
+            sinceCall.start();
+            one.gateway.sendRaw(bytes);
+            return QTest::qWaitFor([&] { return silence() <= sinceCall.elapsed(); });
+        };
+        QByteArray wrongChecksum = frame(message(0x123));
+        wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
+
+        QCOMPARE(silence(), -1);
+        for (int opening = 1; opening <= 2; ++opening) {
+            QCOMPARE(can->openCommunication(), 0);
+            QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
+            one.gateway.sendRaw("noise" + wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening - 1);
+            QCOMPARE(silence(), -1);
+
+            one.gateway.sendRaw(frame(0x99)); // of any command
+            QTRY_VERIFY(silence() >= 0);
+            for (const QByteArray& bytes : {frame(message(0x123)), frame(0x42, hex("00"))}) {
+                QTRY_VERIFY(silence() >= SILENT_MS);
+                QVERIFY(countsAgain(bytes));
+            }
+            QTRY_VERIFY(silence() >= SILENT_MS);
+            one.gateway.sendRaw(wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening);
+            if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss is no frame
+                const QSignalSpy regained(&one.gateway, &CSimGateway::hostConnected);
+                one.gateway.dropLinks();
+                QTRY_VERIFY(!regained.isEmpty());
+                QTRY_VERIFY(isConnected(*can));
+            }
+            QVERIFY(silence() >= SILENT_MS);
+
+            can->closeCommunication();
+            QCOMPARE(silence(), -1);
+            one.gateway.dropLinks();
+        }
     }
 
 private:

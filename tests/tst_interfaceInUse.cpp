@@ -1,5 +1,4 @@
 #include "apps/host/interfaceInUse.h"
-#include "deafPort.h"
 #include "t93Fixture.h"
 
 using namespace vexmor;
@@ -14,17 +13,14 @@ namespace
 constexpr int POLL_MS = 100;
 
 /// An interface in use, and the gateway it is opened for.
-struct SUse {
-    explicit SUse(CInterfaceInUse::EOpening opening = CInterfaceInUse::EOpening::eOnce) : m_opening(opening)
+struct SUse : SGateway {
+    using EOpening = CInterfaceInUse::EOpening;
+    void open(std::uint16_t port, EOpening opening = EOpening::eOnce)
     {
-        listenOn(gateway);
-    }
-    void open(std::uint16_t port, Protocol protocol = rowProtocol())
-    {
-        auto can = makeInterface(port, protocol);
+        auto can = makeInterface(port, rowProtocol());
         can->setProperty("Port", port); // and with it the description's port text
         can->setProperty("BusloadPollTime", POLL_MS);
-        interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), m_opening);
+        interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), opening);
         QObject::connect(interface.get(), &CInterfaceInUse::statusChanged, [this] {
             const QString text = connectionText(interface->status()).section(" for"_s, 0, 0);
             if (texts.isEmpty() || texts.last() != text) {
@@ -49,17 +45,12 @@ struct SUse {
         return seen;
     }
 
-    CSimBus bus;
-    CSimGateway gateway{bus};
     std::shared_ptr<CMailbox> mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> interface;
     QStringList texts; ///< of the states, in order
     QStringList seen;
     std::int64_t lastTime = 0;
     bool isInOrder = true;
-
-private:
-    const CInterfaceInUse::EOpening m_opening;
 };
 } // namespace
 
@@ -117,9 +108,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.connection(), EConnection::eConnected);
         QTRY_VERIFY(use.interface->status().isIdentified());
         QTRY_VERIFY(use.interface->status().busload);
-        SSimFaults faults;
-        faults.mute = true; // over UDP as good as switched off
-        use.gateway.setFaults(faults);
+        use.gateway.setFaults(faulty(&SSimFaults::mute)); // over UDP as good as switched off
         QTRY_COMPARE(use.connection(), EConnection::eSilent);
         QVERIFY(!use.interface->status().busload);
         QVERIFY(use.interface->status().hasLink());
@@ -131,13 +120,12 @@ private Q_SLOTS:
         QCOMPARE(use.texts.mid(use.texts.indexOf("connected"_s)), list("connected,silent,connected"_s, ','));
     }
 
-    void nobodyAnswersOverUdp()
+    void nothingAnswersAtFirst_data() { rows({"UDP"}); }
+    void nothingAnswersAtFirst()
     {
         SUse use;
-        SSimFaults faults;
-        faults.mute = true;
-        use.gateway.setFaults(faults);
-        use.open(use.gateway.port(), Protocol::eProtocolUdp);
+        use.gateway.setFaults(faulty(&SSimFaults::mute));
+        use.open(use.gateway.port());
         QTRY_COMPARE(use.connection(), EConnection::eOpen);
         QCOMPARE(connectionText(use.interface->status()), "open, no answer yet"_s);
         QVERIFY(use.interface->send(message(1))); // nothing says that it did not arrive
@@ -153,9 +141,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.connection(), EConnection::eConnected);
         QVERIFY(use.interface->send(message(0x100)));
         QTRY_COMPARE(use.fetch(), QStringList{"100 sent"_s});
-        SSimFaults faults;
-        faults.refuse = true;
-        use.gateway.setFaults(faults);
+        use.gateway.setFaults(faulty(&SSimFaults::refuse));
         for (std::uint16_t id = 1; id <= 3; ++id) {
             use.bus.send(message(id));
         }
@@ -178,11 +164,9 @@ private Q_SLOTS:
     void triesUntilOpenWhereAsked()
     {
         const bool isOnce = rowName() == "once";
-        SUse use(isOnce ? CInterfaceInUse::EOpening::eOnce : CInterfaceInUse::EOpening::eUntilOpen);
-        SSimFaults faults;
-        faults.refuse = true;
-        use.gateway.setFaults(faults);
-        use.open(use.gateway.port());
+        SUse use;
+        use.gateway.setFaults(faulty(&SSimFaults::refuse));
+        use.open(use.gateway.port(), isOnce ? SUse::EOpening::eOnce : SUse::EOpening::eUntilOpen);
         QCOMPARE(use.connection(), EConnection::eConnecting);
         QTRY_COMPARE(use.connection(), isOnce ? EConnection::eClosed : EConnection::eLost);
         QCOMPARE(use.interface->status().code, int(RC_TCP_CONNECT_FAILED));
@@ -198,17 +182,16 @@ private Q_SLOTS:
 
     void sendingIsBoundedWhileItConnects()
     {
+        constexpr int LIMIT = CInterfaceInUse::SEND_LIMIT;
         const CDeafPort deaf;
         SUse use;
         use.open(deaf.serverPort());
-        std::size_t accepted = 0;
-        while (use.interface->send(message(1)) && accepted <= CInterfaceInUse::SEND_LIMIT) {
-            ++accepted;
+        for (int i = 0; i <= LIMIT; ++i) {
+            QCOMPARE(use.interface->send(message(1)), i < LIMIT);
         }
-        QCOMPARE(accepted, CInterfaceInUse::SEND_LIMIT);
         QTRY_COMPARE(use.connection(), EConnection::eClosed);
-        QTRY_COMPARE(use.fetch().size(), int(CInterfaceInUse::SEND_LIMIT));
-        QCOMPARE(use.seen.count("1 2"_s), int(CInterfaceInUse::SEND_LIMIT)); // refused: not opened
+        QTRY_COMPARE(use.fetch().size(), LIMIT);
+        QCOMPARE(use.seen.count("1 2"_s), LIMIT); // refused: not opened
     }
 
     void nothingWaitsForAGatewayThatDoesNotAnswer()

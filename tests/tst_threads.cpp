@@ -1,14 +1,35 @@
 #include "t93Fixture.h"
 
-#include <QTranslator>
-
-#include <atomic>
 #include <thread>
 
 using namespace vexmor::Test;
 
 namespace
 {
+/// Acts over and over in another thread while it exists.
+class COtherThread
+{
+public:
+    template <typename Act>
+    explicit COtherThread(Act act)
+        : m_thread([this, act]() mutable {
+              while (!m_isEnding) {
+                  act();
+              }
+          })
+    {
+    }
+    ~COtherThread()
+    {
+        m_isEnding = true;
+        m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_isEnding{false};
+    std::thread m_thread;
+};
+
 /// A language in which everything is shouted.
 struct SShout : QTranslator {
     bool isEmpty() const override { return false; }
@@ -30,35 +51,27 @@ private Q_SLOTS:
         constexpr int ROUNDS = 20;
         SOpenInterface host;
         QVERIFY(host.settled);
-        std::atomic<bool> stop{false};
         std::atomic<int> taken{0};
         std::atomic<int> wrong{0};
-        std::thread reader([&, can = host.can.get()] {
-            int last = -1; // flood counts up; a reopening starts again at 0
-            for (CCanMessage next; !stop;) {
-                if (can->readMessage(next) != RC_OK) {
-                    std::this_thread::yield();
-                    continue;
-                }
-                const int number = next.id().value();
-                wrong += next.length() == 8 && (number == last + 1 || number == 0) ? 0 : 1;
-                last = number;
-                ++taken;
+        const COtherThread reader([&, can = host.can.get(), last = -1]() mutable {
+            CCanMessage next;
+            if (can->readMessage(next) != RC_OK) {
+                std::this_thread::yield();
+                return;
             }
+            const int number = next.id().value(); // flood counts up; a reopening starts again at 0
+            wrong += next.length() == 8 && (number == last + 1 || number == 0) ? 0 : 1;
+            last = number;
+            ++taken;
         });
-        bool ok = true;
-        for (int round = 0; ok && round < ROUNDS; ++round) {
-            const int before = taken;
+        for (int round = 1; round <= ROUNDS; ++round) {
             host.gateway.flood(500);
-            ok = QTest::qWaitFor([&] { return taken >= before + 500; });
+            QTRY_COMPARE(taken.load(), round * 500);
             host.can->closeCommunication();
-            ok = ok && QTest::qWaitFor([&] { return host.gateway.tcpHostCount() == 0; }) &&
-                 host.can->openCommunication() == RC_OK &&
-                 QTest::qWaitFor([&] { return host.gateway.tcpHostCount() == 1; });
+            QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
+            QCOMPARE(host.can->openCommunication(), RC_OK);
+            QTRY_COMPARE(host.gateway.tcpHostCount(), 1);
         }
-        stop = true;
-        reader.join();
-        QVERIFY(ok);
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(taken.load(), ROUNDS * 500);
     }
@@ -71,22 +84,18 @@ private Q_SLOTS:
             return QStringList{can->errorCodeToString(4), can->errorCodeToString(103), can->interfaceErrorToString(0)};
         };
         const QStringList quiet = texts();
-        std::atomic<bool> stop{false};
         std::atomic<int> wrong{0};
-        std::thread asker([&] {
-            while (!stop) {
-                const QStringList now = texts();
-                for (int i = 0; i < quiet.size(); ++i) {
-                    wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
-                }
+        auto asker = std::make_unique<COtherThread>([&] {
+            const QStringList now = texts();
+            for (int i = 0; i < quiet.size(); ++i) {
+                wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
             }
         });
         SShout shout;
         for (int i = 0; i < CHANGES; ++i) {
             i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
         }
-        stop = true;
-        asker.join();
+        asker.reset();
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(texts(), quiet);
     }

@@ -1,8 +1,8 @@
 // Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them.
 #include "InterfaceT93/rmFrame.h"
+#include "fuzz/require.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 using namespace vexmor::Cim;
@@ -41,15 +41,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
     stream.insert(stream.end(), good.begin(), good.end());
     int wrongWhole = 0;
     const Bytes frames = framesOf(stream, RM_BUFFER_SIZE, wrongWhole);
-    if (frames.size() < good.size() || !std::equal(good.rbegin(), good.rend(), frames.rbegin())) {
-        std::abort();
-    }
+    require(frames.size() >= good.size());
+    require(std::equal(good.rbegin(), good.rend(), frames.rbegin()));
     for (const std::size_t step : {1, 2, 3, 7, 16}) {
         int wrong = 0;
-        int none = 0; // frames that are framed again are frames
-        if (framesOf(stream, step, wrong) != frames || wrong != wrongWhole || framesOf(frames, step, none) != frames) {
-            std::abort();
-        }
+        int none = 0;
+        require(framesOf(stream, step, wrong) == frames);
+        require(wrong == wrongWhole);
+        require(framesOf(frames, step, none) == frames); // frames that are framed again are frames
     }
     return 0;
 }
