@@ -48,16 +48,16 @@ bool isLibraryMapped()
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
 }
 
-int threadCount()
+QStringList threads()
 {
-    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
 }
 
 void requireNoScanThread(int limitMs = 500)
 {
     QElapsedTimer clock;
     clock.start();
-    while (threadCount() > OWN_THREADS) { // QThread may be done with it, and the system not yet
+    while (threads().size() > OWN_THREADS) { // QThread may be done with it, and the system not yet
         check(clock.elapsed() < limitMs, "no thread outlives what it uses");
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();
@@ -77,9 +77,9 @@ void delayScanThread()
         s_isDelayed = true;
         ::usleep(DELAY_MS * 1000);
     });
-    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        if (task.toInt() != ::getpid()) {
-            check(::syscall(SYS_tgkill, ::getpid(), task.toInt(), SIGUSR1) == 0, "the scan thread takes a signal");
+    for (const QString& thread : threads()) {
+        if (thread.toInt() != ::getpid()) {
+            check(::syscall(SYS_tgkill, ::getpid(), thread.toInt(), SIGUSR1) == 0, "the scan thread takes a signal");
         }
     }
     while (!s_isDelayed) {

@@ -151,10 +151,11 @@ struct SOpenInterface : SGateway {
     {
         errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
         // The last of the start-up replies: from here on the gateway knows this host.
-        settled =
+        const bool isSettled =
             can->openCommunication() == RC_OK && QTest::qWaitFor([this] {
                 return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
             });
+        (void)QTest::qVerify(isSettled, "settled", "the interface is open and knows its gateway", __FILE__, __LINE__);
     }
 
     /// Takes messages until there are `count`, or for 5 s.
@@ -182,42 +183,36 @@ struct SOpenInterface : SGateway {
 
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;
-    bool settled = false;
 };
 
 /// A port where connections are neither accepted nor refused: its queue is full.
-class CDeafPort : public QTcpServer
-{
-public:
-    CDeafPort()
+struct SDeafPort : QTcpServer {
+    SDeafPort()
     {
         listen(QHostAddress(QHostAddress::LocalHost));
         ::listen(static_cast<int>(socketDescriptor()), 0);
         pauseAccepting();
-        for (QTcpSocket& filler : m_fillers) {
+        for (QTcpSocket& filler : fillers) {
             filler.connectToHost(serverAddress(), serverPort());
             (void)filler.waitForConnected(50);
         }
     }
 
-private:
-    QTcpSocket m_fillers[2];
+    QTcpSocket fillers[2];
 };
 
 /// A gateway that only listens: records what the host sends and says what the test says.
-class CRawGateway
-{
-public:
-    CRawGateway()
+struct SRawGateway {
+    SRawGateway()
     {
-        m_server.listen(QHostAddress(QHostAddress::LocalHost));
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
-            link.reset(m_server.nextPendingConnection());
+        server.listen(QHostAddress(QHostAddress::LocalHost));
+        QObject::connect(&server, &QTcpServer::newConnection, [this] {
+            link.reset(server.nextPendingConnection());
             received.clear();
             QObject::connect(link.get(), &QTcpSocket::readyRead, [this] { received += link->readAll(); });
         });
     }
-    std::uint16_t port() const { return m_server.serverPort(); }
+    std::uint16_t port() const { return server.serverPort(); }
     /// Waits until so many bytes came over the link that stands now; gives what came.
     QByteArray waitFor(int count)
     {
@@ -225,10 +220,7 @@ public:
         return received;
     }
 
-private:
-    QTcpServer m_server;
-
-public:
+    QTcpServer server;
     std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
 };

@@ -18,11 +18,16 @@ inline QString operator""_s(const char* text, std::size_t size)
     return QString::fromUtf8(text, static_cast<int>(size));
 }
 
-/// Words of a list, which reads better in a table.
-inline QStringList list(const QString& text, char separator = ' ')
+/// The parts of a text between its bars or, where it has none, its blanks: reads better in a table.
+inline QStringList list(const QString& text)
 {
-    return text.split(QLatin1Char(separator));
+    return text.split(QLatin1Char(text.contains(QLatin1Char('|')) ? '|' : ' '));
 }
+
+/// A clock that has been started.
+struct SClock : QElapsedTimer {
+    SClock() { start(); }
+};
 
 inline QByteArray hex(const char* digits)
 {

@@ -28,7 +28,7 @@ private Q_SLOTS:
     void noneForAMessage_data() { rows({"TCP", "UDP", "UDP, bound to any address"}); }
     void noneForAMessage()
     {
-        CRawGateway tcp;
+        SRawGateway tcp;
         QUdpSocket udp;
         udp.bind(QHostAddress(QHostAddress::LocalHost));
         const bool isTcp = rowProtocol() == CCommonInfo::eProtocolTcp;

@@ -42,7 +42,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, act);
         const bool isUdp = rowProtocol() == CCommonInfo::eProtocolUdp;
         SOpenInterface host(rowProtocol());
-        QVERIFY(host.settled);
         host.gateway.setMaxClients(2); // a reopening host may come before the old link is gone
         s_act = [&] {
             if (act == "reset") {
@@ -129,7 +128,7 @@ private Q_SLOTS:
     }
     void linkIsLostInTheSpyHandler() // while it runs the event loop
     {
-        CRawGateway gateway;
+        SRawGateway gateway;
         const auto can = makeInterface(gateway.port());
         QList<CCanMessage> read;
         const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
@@ -152,25 +151,19 @@ private Q_SLOTS:
             sent.append(message(0x111, QByteArray::number(number)));
             stream += frame(sent.last());
         }
-        gateway.received.clear();
-        gateway.link->write(stream + frame(0x42, hex("01")) + hex("430b00")); // and half a frame
+        gateway.link->write(stream + frame(0x42, hex("01")));
         gateway.link->disconnectFromHost();
         QTRY_VERIFY(isLost());
         QVERIFY(read == sent);
         QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
-
-        // The link that follows begins anew.
-        QVERIFY(!gateway.waitFor(1).isEmpty());
-        gateway.link->write(frame(0x44, hex("001a2b3c4d5e")) + frame(0x00, hex("0222")));
-        QTRY_COMPARE(can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
-        QVERIFY(isConnected(*can));
+        QTRY_VERIFY(isConnected(*can)); // again
     }
 
     void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }
     void hostActsWhileItOpens()
     {
         const bool reopens = rowName() == "reopen";
-        CRawGateway gateway;
+        SRawGateway gateway;
         auto can = makeInterface(gateway.port());
         QTimer::singleShot(0, this, [&] { // pending when the open processes events
             rowName() == "delete" ? can.reset() : void(can->closeCommunication());

@@ -172,7 +172,8 @@ private Q_SLOTS:
         QSettings settings(QSettings::IniFormat, QSettings::UserScope, "Vexmor"_s, "Cim"_s);
         for (const QString& entry : {"IP-Address=127.0.0.1"_s, "Port=%1"_s.arg(host.gateway.port()),
                                      "CanBaudrate=125"_s, "InterfaceId=00:11"_s}) {
-            settings.setValue("CanInterfaces/hall/"_s + list(entry, '=').first(), list(entry, '=').last());
+            settings.setValue("CanInterfaces/hall/"_s + entry.section(QLatin1Char('='), 0, 0),
+                              entry.section(QLatin1Char('='), 1));
         }
         settings.sync();
         const auto listed = QCanBus::instance()->availableDevices("t93canbus"_s);
@@ -199,9 +200,8 @@ private Q_SLOTS:
 
     void leavesAGatewayThatDoesNotAnswer()
     {
-        const CDeafPort deaf;
-        QElapsedTimer clock;
-        clock.start();
+        const SDeafPort deaf;
+        const SClock clock;
         std::unique_ptr<Device> device;
         for (int round = 0; round < 2; ++round) {
             device = makeDevice(at(deaf.serverPort())); // deletes one that is still connecting
@@ -273,7 +273,7 @@ private Q_SLOTS:
             QSKIP("a program without a sanitizer loads no library with one");
         }
         SDevice host;
-        const CDeafPort deaf; // where it is still connecting when the program ends
+        const SDeafPort deaf; // where it is still connecting when the program ends
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
         for (const quint16 port : {host.gateway.port(), deaf.serverPort()}) {
             QProcess util;

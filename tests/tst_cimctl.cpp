@@ -234,6 +234,26 @@ private Q_SLOTS:
         QCOMPARE(said.captured(1).toInt() + said.captured(2).toInt(), 60000);
     }
 
+    void speaksTheUsersLanguage_data()
+    {
+        const auto row = columns<bool>("isGerman");
+        for (const char* environment : {"LANG=de_DE.UTF-8", "LANG=de_AT", "LANG=en_US.UTF-8 LC_MESSAGES=de_CH.UTF-8",
+                                        "LANG=fr_FR.UTF-8 LANGUAGE=fr:de", "LC_ALL=C.UTF-8 LANGUAGE=de"}) {
+            row(environment, true);
+        }
+        for (const char* environment : {"LANG=de_DE.UTF-8 LANGUAGE=en_GB:de", "LANG=de_DE.UTF-8 LC_ALL=C",
+                                        "LC_ALL=C LANGUAGE=de", "LANG=C.UTF-8", "LANG=fr_FR.UTF-8"}) {
+            row(environment, false);
+        }
+    }
+    void speaksTheUsersLanguage()
+    {
+        const QByteArray said = run("env -i %1 " CIM_CIMCTL " dump 127.0.0.1:1"_s.arg(QLatin1String(rowName()))).err;
+        const QByteArray refused =
+            cell<bool>("isGerman") ? "error 103: Die TCP-Verbindung konnte" : "error 103: TCP connect failed.";
+        QCOMPARE(said.left(refused.size()), refused);
+    }
+
     void interruptionEndsInOrder_data()
     {
         const auto row = columns<QString, int, int>("command", "signal", "exitCode");

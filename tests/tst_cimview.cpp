@@ -139,7 +139,7 @@ private Q_SLOTS:
     {
         SWindow run;
         CEventModel& events = run.workbench.events();
-        const CDeafPort deaf;
+        const SDeafPort deaf;
         run.open(STAGE, deaf.serverPort());
         QCOMPARE(run.state(STAGE), EConnection::eConnecting);
         QTRY_COMPARE(events.unread(), 1);
@@ -174,7 +174,7 @@ private Q_SLOTS:
     {
         const QByteArray situation = rowName();
         SGateway stays;
-        const CDeafPort deaf;
+        const SDeafPort deaf;
         auto run = std::make_unique<SWindow>();
         QVERIFY(run->openAndWait(HALL, stays.gateway));
         QVERIFY(run->openAndWait(STAGE, run->gateway));
@@ -192,8 +192,7 @@ private Q_SLOTS:
         }
         run->window->close();
         run->window.reset();
-        QElapsedTimer clock;
-        clock.start();
+        const SClock clock;
         run.reset();
         QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
         QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);

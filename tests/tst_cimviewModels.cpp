@@ -24,12 +24,10 @@ STraceRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t 
     return {microseconds, message(id, data), source, false};
 }
 
-std::vector<STraceRecord> numbered(int first, int count)
+std::vector<STraceRecord> numbered(std::uint16_t first, int count)
 {
     std::vector<STraceRecord> records;
-    for (int id = first; id < first + count; ++id) {
-        records.push_back(record(static_cast<std::uint16_t>(id)));
-    }
+    std::generate_n(std::back_inserter(records), count, [&first] { return record(first++); });
     return records;
 }
 
@@ -131,7 +129,7 @@ private Q_SLOTS:
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
         QCOMPARE((QStringList{cell(model, 1, CIdentifierModel::eCount), cell(model, 1, CIdentifierModel::ePeriod),
                               cell(model, 1, CIdentifierModel::eRate), cell(model, 1, CIdentifierModel::eData)}),
-                 list("3|10.0|100.0|01 03 04"_s, '|'));
+                 list("3|10.0|100.0|01 03 04"_s));
         const auto marks = [&model] {
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
         };
@@ -159,8 +157,8 @@ private Q_SLOTS:
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
         SEvent event{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
-        for (int i = 0; i < 50000; ++i) { // a flood of one kind is one row
-            event.microseconds = i * SECOND / 10;
+        for (; event.microseconds < 5000 * SECOND;
+             event.microseconds += SECOND / 10) { // a flood of one kind is one row
             events.add(event);
         }
         QCOMPARE(events.rowCount(), 1);
@@ -177,8 +175,7 @@ private Q_SLOTS:
         events.markRead();
         QCOMPARE(events.unread(), 0);
         tester.reset(); // it looks at every row each time
-        for (int i = 0; i < static_cast<int>(CEventModel::CAPACITY); ++i) {
-            event.number = i;
+        for (event.number = 3; event.number < 4 + static_cast<int>(CEventModel::CAPACITY); ++event.number) {
             events.add(event);
         }
         QCOMPARE(events.rowCount(), static_cast<int>(CEventModel::CAPACITY));

@@ -19,31 +19,23 @@ QByteArray framed(const SRmRequest& request, const CCanMessage* message)
 
 /// What a deframer hands on, as text: each frame as command:payload, "checksum" for each
 /// wrong one.
-class CListener
-{
-public:
+struct SListener {
     void feed(const QByteArray& bytes)
     {
         // On the heap and of exact size, so that a read behind its end is seen.
         const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
-        m_deframer.feed(
+        deframer.feed(
             copy.data(), copy.size(),
             [this](const SRmFrame& frame) {
                 const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
                 const bool endsInZeros = frame[frame.payloadLength] == 0 && frame[RM_BUFFER_SIZE] == 0;
-                heard.append(QByteArray::number(frame.command, 16) + ':' + payload.toHex() +
-                             (endsInZeros ? "" : " dirty"));
+                heard += QByteArray::number(frame.command, 16) + ':' + payload.toHex() + (endsInZeros ? "" : " dirty");
                 return true;
             },
-            [this] {
-                heard.append("checksum");
-                return true;
-            });
+            [this] { return heard.append("checksum"), true; });
     }
     QByteArrayList heard;
-
-private:
-    CRmDeframer m_deframer;
+    CRmDeframer deframer;
 };
 } // namespace
 
@@ -114,7 +106,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, stream);
         QFETCH(QByteArray, heard);
         for (int cut = 0; cut <= stream.size(); ++cut) {
-            CListener listener;
+            SListener listener;
             listener.feed(stream.left(cut));
             listener.feed(stream.mid(cut));
             QCOMPARE(listener.heard.join(' '), heard);

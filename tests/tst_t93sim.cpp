@@ -127,8 +127,7 @@ private Q_SLOTS:
         CSimBus bus;
         CSimReplay replay(bus);
         QVERIFY(!replay.open(log, 1, true));
-        QElapsedTimer clock;
-        clock.start();
+        const SClock clock;
         replay.start();
         QTRY_VERIFY(replay.sent() >= 6); // three rounds of 50 ms
         QVERIFY2(clock.elapsed() >= 150, qPrintable(QString::number(clock.elapsed())));

@@ -7,27 +7,19 @@ using namespace vexmor::Test;
 namespace
 {
 /// Acts over and over in another thread while it exists.
-class COtherThread
-{
-public:
-    template <typename Act>
-    explicit COtherThread(Act act)
-        : m_thread([this, act]() mutable {
-              while (!m_isEnding) {
-                  act();
-              }
-          })
+struct SOtherThread {
+    ~SOtherThread()
     {
+        isEnding = true;
+        thread.join();
     }
-    ~COtherThread()
-    {
-        m_isEnding = true;
-        m_thread.join();
-    }
-
-private:
-    std::atomic<bool> m_isEnding{false};
-    std::thread m_thread;
+    const std::function<void()> act;
+    std::atomic<bool> isEnding{false};
+    std::thread thread{[this] {
+        while (!isEnding) {
+            act();
+        }
+    }};
 };
 
 /// A language in which everything is shouted.
@@ -50,10 +42,9 @@ private Q_SLOTS:
     {
         constexpr int ROUNDS = 20;
         SOpenInterface host;
-        QVERIFY(host.settled);
         std::atomic<int> taken{0};
         std::atomic<int> wrong{0};
-        const COtherThread reader([&, can = host.can.get(), last = -1]() mutable {
+        const SOtherThread reader{[&, can = host.can.get(), last = -1]() mutable {
             CCanMessage next;
             if (can->readMessage(next) != RC_OK) {
                 std::this_thread::yield();
@@ -63,7 +54,7 @@ private Q_SLOTS:
             wrong += next.length() == 8 && (number == last + 1 || number == 0) ? 0 : 1;
             last = number;
             ++taken;
-        });
+        }};
         for (int round = 1; round <= ROUNDS; ++round) {
             host.gateway.flood(500);
             QTRY_COMPARE(taken.load(), round * 500);
@@ -85,17 +76,18 @@ private Q_SLOTS:
         };
         const QStringList quiet = texts();
         std::atomic<int> wrong{0};
-        auto asker = std::make_unique<COtherThread>([&] {
-            const QStringList now = texts();
-            for (int i = 0; i < quiet.size(); ++i) {
-                wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
-            }
-        });
         SShout shout;
-        for (int i = 0; i < CHANGES; ++i) {
-            i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
+        {
+            const SOtherThread asker{[&] {
+                const QStringList now = texts();
+                for (int i = 0; i < quiet.size(); ++i) {
+                    wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
+                }
+            }};
+            for (int i = 0; i < CHANGES; ++i) {
+                i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
+            }
         }
-        asker.reset();
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(texts(), quiet);
     }

@@ -86,6 +86,7 @@ public:
         const std::lock_guard lock(m_life);
         int code = m_can ? RC_OK : RC_NOT_OPENED;
         for (CCanMessage next; code == RC_OK && (code = m_can->readMessage(next)) == RC_OK; ++m_taken) {
+            expect("a message", next.length() <= 8 ? next.id().value() >> 11 : -1, {0});
         }
         expect("read", code, {2, 4});
     }
