@@ -42,12 +42,6 @@ void check(bool ok, const char* fact)
     }
 }
 
-bool isLibraryMapped()
-{
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
-}
-
 QStringList threads()
 {
     return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
@@ -102,7 +96,10 @@ void endScan()
         delete s_loader->instance();
     } else if (s_way == "unload" || s_way == "hold") {
         check(s_loader->unload(), "the library lets itself be unloaded");
-        check(isLibraryMapped() == (s_way == "hold"), "its code stays exactly while the scan needs it");
+        QFile maps(QStringLiteral("/proc/self/maps"));
+        check(maps.open(QIODevice::ReadOnly), "the list of libraries can be read");
+        check(maps.readAll().contains("libInterfaceT93") == (s_way == "hold"),
+              "its code stays exactly while the scan needs it");
     }
     check(clock.elapsed() < 1000, "the scan ends at once");
     if (s_way == "hold") {
@@ -124,23 +121,18 @@ void onLogLine(int, const char*, int, const char* format, ...)
     }
 }
 
-/// Each in a program of its own: "exit" is told how long after the start of the scan.
-int endAtTheBeginning(const QString& program)
-{
-    for (int i = 0; i < BEGINNINGS; ++i) {
-        const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
-        check(QProcess::execute(program, arguments) == ENDED_AS_TOLD, "a program that ends while a scan begins");
-    }
-    return 0;
-}
-
 int run(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
     s_way = argv[1];
     if (qstrcmp(argv[2], "beginning") == 0) {
-        return endAtTheBeginning(app.applicationFilePath());
+        for (int i = 0; i < BEGINNINGS; ++i) { // each in a program of its own: how long after the start of the scan
+            const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
+            check(QProcess::execute(app.applicationFilePath(), arguments) == ENDED_AS_TOLD,
+                  "a program that ends while a scan begins");
+        }
+        return 0;
     }
     const bool whileSending = qstrcmp(argv[2], "sending") == 0;
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));

@@ -10,13 +10,6 @@ using namespace vexmor::Test;
 
 namespace
 {
-QByteArray framed(const SRmRequest& request, const CCanMessage* message)
-{
-    std::uint8_t buffer[RM_BUFFER_SIZE];
-    const int size = txRmFramer(request, message, buffer);
-    return size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<const char*>(buffer), size).toHex();
-}
-
 /// What a deframer hands on, as text: each frame as command:payload, "checksum" for each
 /// wrong one.
 struct SListener {
@@ -70,7 +63,9 @@ private Q_SLOTS:
             static_cast<std::uint8_t>(id < 0 ? payload.size() : 200); // with a message not looked at
         std::copy(payload.begin(), payload.end(), request.payload.begin());
         const CCanMessage one = message(static_cast<std::uint16_t>(id), payload);
-        QTEST(framed(request, id < 0 ? nullptr : &one), "frame");
+        std::uint8_t buffer[RM_BUFFER_SIZE];
+        const int size = txRmFramer(request, id < 0 ? nullptr : &one, buffer);
+        QTEST(size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<char*>(buffer), size).toHex(), "frame");
     }
 
     void deframer_data()

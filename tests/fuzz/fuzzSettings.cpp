@@ -21,20 +21,6 @@ QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& gro
     }
     return values;
 }
-
-void takesAllOrNothing()
-{
-    CCommonInfo info;
-    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
-    info.setUniqueName(QStringLiteral("gw"));
-    CConfigParamT93 param;
-    const QVariantMap before = stored(param, info, QStringLiteral("A"));
-    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
-    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
-    require(code == 0 || loaded == before);
-    require(param.loadSettings(QStringLiteral("B"), info) == 0);
-    require(stored(param, info, QStringLiteral("C")) == loaded);
-}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
@@ -53,7 +39,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
         store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, and any others
     }
     store.close();
-    takesAllOrNothing();
+    CCommonInfo info;
+    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
+    info.setUniqueName(QStringLiteral("gw"));
+    CConfigParamT93 param;
+    const QVariantMap before = stored(param, info, QStringLiteral("A"));
+    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
+    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
+    require(code == 0 || loaded == before);
+    require(param.loadSettings(QStringLiteral("B"), info) == 0);
+    require(stored(param, info, QStringLiteral("C")) == loaded);
     store.remove();
     return 0;
 }
