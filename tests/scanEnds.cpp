@@ -4,25 +4,12 @@
 #include "cim/canInterfacePlugin.h"
 #include "vxCore/logging.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QPluginLoader>
-#include <QProcess>
-#include <QSemaphore>
-#include <QThread>
-#include <QTimer>
+#include <QtCore>
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cctype>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 using namespace vexmor;
 
@@ -55,22 +42,16 @@ void check(bool ok, const char* fact)
     }
 }
 
-bool isLibraryMapped()
+QStringList threads()
 {
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libInterfaceT93");
-}
-
-int threadCount()
-{
-    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
 }
 
 void requireNoScanThread(int limitMs = 500)
 {
     QElapsedTimer clock;
     clock.start();
-    while (threadCount() > OWN_THREADS) { // QThread may be done with it, and the system not yet
+    while (threads().size() > OWN_THREADS) { // QThread may be done with it, and the system not yet
         check(clock.elapsed() < limitMs, "no thread outlives what it uses");
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();
@@ -90,9 +71,9 @@ void delayScanThread()
         s_isDelayed = true;
         ::usleep(DELAY_MS * 1000);
     });
-    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        if (task.toInt() != ::getpid()) {
-            check(::syscall(SYS_tgkill, ::getpid(), task.toInt(), SIGUSR1) == 0, "the scan thread takes a signal");
+    for (const QString& thread : threads()) {
+        if (thread.toInt() != ::getpid()) {
+            check(::syscall(SYS_tgkill, ::getpid(), thread.toInt(), SIGUSR1) == 0, "the scan thread takes a signal");
         }
     }
     while (!s_isDelayed) {
@@ -115,7 +96,10 @@ void endScan()
         delete s_loader->instance();
     } else if (s_way == "unload" || s_way == "hold") {
         check(s_loader->unload(), "the library lets itself be unloaded");
-        check(isLibraryMapped() == (s_way == "hold"), "its code stays exactly while the scan needs it");
+        QFile maps(QStringLiteral("/proc/self/maps"));
+        check(maps.open(QIODevice::ReadOnly), "the list of libraries can be read");
+        check(maps.readAll().contains("libInterfaceT93") == (s_way == "hold"),
+              "its code stays exactly while the scan needs it");
     }
     check(clock.elapsed() < 1000, "the scan ends at once");
     if (s_way == "hold") {
@@ -128,7 +112,7 @@ void endScan()
 
 void onLogLine(int, const char*, int, const char* format, ...)
 {
-    if (std::strncmp(format, "broadcast", 9) != 0 || --s_broadcastsLeft != 0) {
+    if (qstrncmp(format, "broadcast", 9) != 0 || --s_broadcastsLeft != 0) {
         return;
     }
     s_isThere = true;
@@ -137,25 +121,20 @@ void onLogLine(int, const char*, int, const char* format, ...)
     }
 }
 
-/// Each in a program of its own: "exit" is told how long after the start of the scan.
-int endAtTheBeginning(const QString& program)
-{
-    for (int i = 0; i < BEGINNINGS; ++i) {
-        const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
-        check(QProcess::execute(program, arguments) == ENDED_AS_TOLD, "a program that ends while a scan begins");
-    }
-    return 0;
-}
-
 int run(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
     s_way = argv[1];
-    if (std::strcmp(argv[2], "beginning") == 0) {
-        return endAtTheBeginning(app.applicationFilePath());
+    if (qstrcmp(argv[2], "beginning") == 0) {
+        for (int i = 0; i < BEGINNINGS; ++i) { // each in a program of its own: how long after the start of the scan
+            const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
+            check(QProcess::execute(app.applicationFilePath(), arguments) == ENDED_AS_TOLD,
+                  "a program that ends while a scan begins");
+        }
+        return 0;
     }
-    const bool whileSending = std::strcmp(argv[2], "sending") == 0;
+    const bool whileSending = qstrcmp(argv[2], "sending") == 0;
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
     loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
     s_loader = &loader;

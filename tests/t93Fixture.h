@@ -10,12 +10,9 @@
 #include "sim/simGateway.h"
 #include "testData.h"
 
-#include <QPluginLoader>
-#include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QtNetwork>
 
-#include <memory>
+#include <sys/socket.h>
 
 namespace vexmor::Test
 {
@@ -30,6 +27,14 @@ inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
     const auto size = rmFrameBytes(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
                                    static_cast<std::size_t>(payload.size()), buffer);
     return QByteArray(reinterpret_cast<const char*>(buffer), static_cast<int>(size));
+}
+
+/// The frame around a message.
+inline QByteArray frame(const CCanMessage& message)
+{
+    const int id = message.id().value();
+    const auto* const data = reinterpret_cast<const char*>(message.data());
+    return frame(0x00, QByteArray(1, char(id >> 8)) + char(id & 0xff) + QByteArray(data, int(message.length())));
 }
 
 inline CCanInterfacePlugin& plugin()
@@ -110,6 +115,14 @@ inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAd
     }
 }
 
+/// A gateway that misbehaves in one way.
+inline SSimFaults faulty(bool SSimFaults::*fault)
+{
+    SSimFaults faults;
+    faults.*fault = true;
+    return faults;
+}
+
 /// A gateway that by itself says nothing of bus load.
 inline SSimIdentity withoutBusload()
 {
@@ -118,8 +131,15 @@ inline SSimIdentity withoutBusload()
     return identity;
 }
 
+/// A simulated gateway, with a record of what it receives.
 struct SGateway {
-    SGateway() { listenOn(gateway); }
+    explicit SGateway(const SSimIdentity& identity = {})
+    {
+        gateway.setIdentity(identity);
+        listenOn(gateway);
+        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const auto& one) { atGateway.append(one); });
+    }
+    QList<CCanMessage> atGateway; ///< messages that the gateway received
     CSimBus bus;
     CSimGateway gateway{bus};
 };
@@ -127,17 +147,15 @@ struct SGateway {
 /// An open interface to a simulated gateway, with a record of its errors.
 struct SOpenInterface : SGateway {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
+        : SGateway(identity), can(makeInterface(gateway.port(), protocol))
     {
-        gateway.setIdentity(identity);
-        QObject::connect(&gateway, &CSimGateway::messageReceived,
-                         [this](const CCanMessage& one) { atGateway.append(one); });
-        can = makeInterface(gateway.port(), protocol);
         errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
         // The last of the start-up replies: from here on the gateway knows this host.
-        settled =
+        const bool isSettled =
             can->openCommunication() == RC_OK && QTest::qWaitFor([this] {
                 return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
             });
+        (void)QTest::qVerify(isSettled, "settled", "the interface is open and knows its gateway", __FILE__, __LINE__);
     }
 
     /// Takes messages until there are `count`, or for 5 s.
@@ -155,42 +173,46 @@ struct SOpenInterface : SGateway {
         return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
     QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
-    /// From now on the gateway has these faults.
-    template <typename Change>
-    void misbehave(Change&& change)
-    {
-        SSimFaults faults;
-        change(faults);
-        gateway.setFaults(faults);
-    }
     /// The connection is lost and cannot be had again: error 0, the first one.
     bool lose()
     {
-        misbehave([](SSimFaults& faults) { faults.refuse = true; });
+        gateway.setFaults(faulty(&SSimFaults::refuse));
         gateway.dropLinks();
         return QTest::qWaitFor([this] { return errorNumbers() == QList<int>{0}; });
     }
 
-    QList<CCanMessage> atGateway; ///< messages that the gateway received
     std::unique_ptr<CCanInterface> can;
     std::unique_ptr<QSignalSpy> errors;
-    bool settled = false;
+};
+
+/// A port where connections are neither accepted nor refused: its queue is full.
+struct SDeafPort : QTcpServer {
+    SDeafPort()
+    {
+        listen(QHostAddress(QHostAddress::LocalHost));
+        ::listen(static_cast<int>(socketDescriptor()), 0);
+        pauseAccepting();
+        for (QTcpSocket& filler : fillers) {
+            filler.connectToHost(serverAddress(), serverPort());
+            (void)filler.waitForConnected(50);
+        }
+    }
+
+    QTcpSocket fillers[2];
 };
 
 /// A gateway that only listens: records what the host sends and says what the test says.
-class CRawGateway
-{
-public:
-    CRawGateway()
+struct SRawGateway {
+    SRawGateway()
     {
-        m_server.listen(QHostAddress(QHostAddress::LocalHost));
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
-            link.reset(m_server.nextPendingConnection());
+        server.listen(QHostAddress(QHostAddress::LocalHost));
+        QObject::connect(&server, &QTcpServer::newConnection, [this] {
+            link.reset(server.nextPendingConnection());
             received.clear();
             QObject::connect(link.get(), &QTcpSocket::readyRead, [this] { received += link->readAll(); });
         });
     }
-    std::uint16_t port() const { return m_server.serverPort(); }
+    std::uint16_t port() const { return server.serverPort(); }
     /// Waits until so many bytes came over the link that stands now; gives what came.
     QByteArray waitFor(int count)
     {
@@ -198,10 +220,7 @@ public:
         return received;
     }
 
-private:
-    QTcpServer m_server;
-
-public:
+    QTcpServer server;
     std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
 };

@@ -5,14 +5,7 @@
 #include "cim/canMessage.h"
 #include "vxCore/logging.h"
 
-#include <QByteArray>
-#include <QCoreApplication>
-#include <QFile>
-#include <QList>
-#include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <cstdarg>
 #include <cstdio>
@@ -25,11 +18,16 @@ inline QString operator""_s(const char* text, std::size_t size)
     return QString::fromUtf8(text, static_cast<int>(size));
 }
 
-/// Words of a list, which reads better in a table.
-inline QStringList list(const QString& text, char separator = ' ')
+/// The parts of a text between its bars or, where it has none, its blanks: reads better in a table.
+inline QStringList list(const QString& text)
 {
-    return text.split(QLatin1Char(separator));
+    return text.split(QLatin1Char(text.contains(QLatin1Char('|')) ? '|' : ' '));
 }
+
+/// A clock that has been started.
+struct SClock : QElapsedTimer {
+    SClock() { start(); }
+};
 
 inline QByteArray hex(const char* digits)
 {
@@ -85,6 +83,12 @@ inline QString writeFile(const QTemporaryDir& folder, const QByteArray& content)
         qFatal("no file");
     }
     return file.fileName();
+}
+
+inline QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 struct SOutcome {

@@ -2,8 +2,6 @@
 // and the plugin use, too.
 #include "t93Fixture.h"
 
-#include <QUdpSocket>
-
 static int s_allocations = 0;
 
 // The C library's own stand behind these.
@@ -30,15 +28,13 @@ private Q_SLOTS:
     void noneForAMessage_data() { rows({"TCP", "UDP", "UDP, bound to any address"}); }
     void noneForAMessage()
     {
-        CRawGateway tcp;
+        SRawGateway tcp;
         QUdpSocket udp;
         udp.bind(QHostAddress(QHostAddress::LocalHost));
         const bool isTcp = rowProtocol() == CCommonInfo::eProtocolTcp;
         const auto can = makeInterface(isTcp ? tcp.port() : udp.localPort(), rowProtocol());
-        configure(*can, [](CConfigParamT93& param) {
-            param.setUdpBindAnyIp(rowName().endsWith("any address"));
-            param.setBusloadPollTime(60000);
-        });
+        can->setProperty("UdpBindAnyIp", rowName().endsWith("any address"));
+        can->setProperty("BusloadPollTime", 60000);
         QCOMPARE(can->openCommunication(), RC_OK);
         constexpr int MESSAGES = 100; // Qt's socket may take a few blocks for all of them
         const QByteArray bytes = frame(0x00, hex("0123 0102030405060708"));

@@ -1,10 +1,5 @@
 #include "testData.h"
 
-#include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-
 #include <csignal>
 
 using namespace vexmor::Test;
@@ -25,6 +20,23 @@ QStringList framesOf(const QByteArray& text)
     return frames;
 }
 
+/// t93sim with any port.
+struct SGatewayProgram : QProcess {
+    explicit SGatewayProgram(const QString& options)
+    {
+        start(QStringLiteral(CIM_T93SIM), list("--port 0 --seconds 50 "_s + options));
+        address = waitForReadyRead() ? QString::fromLatin1(readLine().split(' ').at(2)) : QString();
+    }
+    ~SGatewayProgram() override { (void)stop(); }
+    /// What it says last when it is told to end.
+    QByteArray stop()
+    {
+        terminate();
+        return waitForFinished() && exitCode() == 0 ? readAllStandardOutput() : QByteArray();
+    }
+    QString address; ///< and port
+};
+
 QJsonObject json(const QByteArray& text)
 {
     return QJsonDocument::fromJson(text).object();
@@ -37,18 +49,6 @@ class CimctlTest : public QObject
     Q_OBJECT
 
     static SOutcome cimctl(const QString& arguments) { return run(QStringLiteral(CIM_CIMCTL " ") + arguments); }
-    /// Starts t93sim and gives its ADDRESS:PORT.
-    static QString startGateway(QProcess& program, const QString& options)
-    {
-        program.start(QStringLiteral(CIM_T93SIM), list("--port 0 --seconds 50 "_s + options));
-        return program.waitForReadyRead() ? QString::fromLatin1(program.readLine().split(' ').at(2)) : QString();
-    }
-    /// What a program says last when it is told to end.
-    static QByteArray stop(QProcess& program)
-    {
-        program.terminate();
-        return program.waitForFinished() && program.exitCode() == 0 ? program.readAllStandardOutput() : QByteArray();
-    }
     QString writeLog(int count) const // three in a row have one time; one goes back in time
     {
         QByteArray lines;
@@ -58,11 +58,6 @@ class CimctlTest : public QObject
                      QByteArray::number(i % 0x800, 16).rightJustified(3, '0').toUpper() + '#' + data + '\n';
         }
         return writeFile(m_folder, lines);
-    }
-    static QByteArray contentOf(const QString& name)
-    {
-        QFile file(name);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
     QTemporaryDir m_folder;
@@ -147,9 +142,8 @@ private Q_SLOTS:
         constexpr int COUNT = 900;
         const QString log = writeLog(COUNT);
         const QString written = m_folder.filePath("written.log"_s);
-        QProcess gateway;
-        const QString target =
-            isInside ? "sim:"_s + log : startGateway(gateway, "--replay "_s + log) + QString::fromLatin1(rowName());
+        SGatewayProgram gateway("--replay "_s + log);
+        const QString target = isInside ? "sim:"_s + log : gateway.address + QString::fromLatin1(rowName());
         const SOutcome outcome = cimctl("dump %1 --count %2 --log %3"_s.arg(target).arg(COUNT).arg(written));
         QCOMPARE(outcome.exitCode, 0);
         const QStringList frames = framesOf(contentOf(log));
@@ -158,24 +152,23 @@ private Q_SLOTS:
         QCOMPARE(framesOf(contentOf(written)), frames);
         // Read by those who made the format.
         QCOMPARE(run("log2asc -I %1 t93"_s.arg(written)).out.count(" Rx "), COUNT);
-        QVERIFY(isInside || stop(gateway).contains("900 replayed"));
+        QVERIFY(isInside || gateway.stop().contains("900 replayed"));
     }
 
     void replaySendsALog()
     {
         const QString log = writeLog(300);
-        QProcess gateway;
-        const QString target = startGateway(gateway, "--verbose"_s);
-        const SOutcome outcome = cimctl("replay %1 %2 --speed 10 --sent"_s.arg(target, log));
+        SGatewayProgram gateway("--verbose"_s);
+        const SOutcome outcome = cimctl("replay %1 %2 --speed 10 --sent"_s.arg(gateway.address, log));
         QCOMPARE(outcome.exitCode, 0);
         QCOMPARE(framesOf(outcome.out), framesOf(contentOf(log)));
-        QVERIFY(stop(gateway).endsWith("messages: 300 from hosts, 0 replayed, 0 generated\n"));
+        QVERIFY(gateway.stop().endsWith("messages: 300 from hosts, 0 replayed, 0 generated\n"));
     }
 
     void interfacesAreStored()
     {
-        QProcess gateway;
-        const QString address = startGateway(gateway, "--generate 100"_s);
+        const SGatewayProgram gateway("--generate 100"_s);
+        const QString& address = gateway.address;
         const QString add = "add hall/1 %1:UDP --hostname gw1 --description stage --baudrate "_s.arg(address);
         QCOMPARE(cimctl(add + "33"_s).exitCode, 2);
         QCOMPARE(cimctl(add + "250"_s).exitCode, 0);
@@ -205,14 +198,12 @@ private Q_SLOTS:
         QCOMPARE(cimctl("remove other"_s).exitCode, 0); // but not the key beside it
         const QSettings store(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat);
         QCOMPARE(store.allKeys(), QStringList{"CanInterfaces/other"_s});
-        stop(gateway);
     }
 
     void errorsAreShownAndItGoesOn()
     {
-        QProcess gateway;
-        const QString target = startGateway(gateway, "--status 9 --status-every 50 --drop-after 300 --generate 100"_s);
-        const SOutcome outcome = cimctl("dump %1 --json --seconds 4"_s.arg(target));
+        const SGatewayProgram gateway("--status 9 --status-every 50 --drop-after 300 --generate 100"_s);
+        const SOutcome outcome = cimctl("dump %1 --json --seconds 4"_s.arg(gateway.address));
         QCOMPARE(outcome.exitCode, 0);
         QSet<int> errors;
         QJsonObject last;
@@ -228,20 +219,39 @@ private Q_SLOTS:
         const int received = outcome.out.count('\n');
         QCOMPARE(last["received"_s].toInt(), received);
         QVERIFY2(received > 35, qPrintable(QString::number(received))); // more than came before the loss
-        stop(gateway);
     }
 
     void gatewayThatTakesNothing()
     {
-        QProcess gateway;
-        const QString target = startGateway(gateway, "--black-hole"_s);
-        const SOutcome outcome = cimctl("send %1 123#1122334455667788 --repeat 60000 --baudrate 1000"_s.arg(target));
+        const SGatewayProgram gateway("--black-hole"_s);
+        const SOutcome outcome =
+            cimctl("send %1 123#1122334455667788 --repeat 60000 --baudrate 1000"_s.arg(gateway.address));
         QCOMPARE(outcome.exitCode, 1);
         const auto said =
             QRegularExpression("error 108: Transmit socket failed.\n.*sent (\\d+), refused (\\d+), lost 0"_s,
                                QRegularExpression::DotMatchesEverythingOption)
                 .match(QString::fromLatin1(outcome.err));
         QCOMPARE(said.captured(1).toInt() + said.captured(2).toInt(), 60000);
+    }
+
+    void speaksTheUsersLanguage_data()
+    {
+        const auto row = columns<bool>("isGerman");
+        for (const char* environment : {"LANG=de_DE.UTF-8", "LANG=de_AT", "LANG=en_US.UTF-8 LC_MESSAGES=de_CH.UTF-8",
+                                        "LANG=fr_FR.UTF-8 LANGUAGE=fr:de", "LC_ALL=C.UTF-8 LANGUAGE=de"}) {
+            row(environment, true);
+        }
+        for (const char* environment : {"LANG=de_DE.UTF-8 LANGUAGE=en_GB:de", "LANG=de_DE.UTF-8 LC_ALL=C",
+                                        "LC_ALL=C LANGUAGE=de", "LANG=C.UTF-8", "LANG=fr_FR.UTF-8"}) {
+            row(environment, false);
+        }
+    }
+    void speaksTheUsersLanguage()
+    {
+        const QByteArray said = run("env -i %1 " CIM_CIMCTL " dump 127.0.0.1:1"_s.arg(QLatin1String(rowName()))).err;
+        const QByteArray refused =
+            cell<bool>("isGerman") ? "error 103: Die TCP-Verbindung konnte" : "error 103: TCP connect failed.";
+        QCOMPARE(said.left(refused.size()), refused);
     }
 
     void interruptionEndsInOrder_data()

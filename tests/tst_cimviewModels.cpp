@@ -10,9 +10,6 @@
 #include "cim/canInterfacePlugin.h"
 #include "testData.h"
 
-#include <QAbstractItemModelTester>
-#include <QSignalSpy>
-
 using namespace vexmor::Apps;
 using namespace vexmor::Apps::Cimview;
 using namespace vexmor::Test;
@@ -27,12 +24,10 @@ SBusRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t mi
     return {microseconds, message(id, data), source, false};
 }
 
-std::vector<SBusRecord> numbered(int first, int count)
+std::vector<SBusRecord> numbered(std::uint16_t first, int count)
 {
     std::vector<SBusRecord> records;
-    for (int id = first; id < first + count; ++id) {
-        records.push_back(record(static_cast<std::uint16_t>(id)));
-    }
+    std::generate_n(std::back_inserter(records), count, [&first] { return record(first++); });
     return records;
 }
 
@@ -132,10 +127,9 @@ private Q_SLOTS:
         model.append({record(0x200, hex("0103"), 1 + 10 * MS), record(0x200, hex("010304"), 1 + 20 * MS)});
         QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
-        QCOMPARE(cell(model, 1, CIdentifierModel::eCount), "3"_s);
-        QCOMPARE(cell(model, 1, CIdentifierModel::ePeriod), "10.0"_s);
-        QCOMPARE(cell(model, 1, CIdentifierModel::eRate), "100.0"_s);
-        QCOMPARE(cell(model, 1, CIdentifierModel::eData), "01 03 04"_s);
+        QCOMPARE((QStringList{cell(model, 1, CIdentifierModel::eCount), cell(model, 1, CIdentifierModel::ePeriod),
+                              cell(model, 1, CIdentifierModel::eRate), cell(model, 1, CIdentifierModel::eData)}),
+                 list("3|10.0|100.0|01 03 04"_s));
         const auto marks = [&model] {
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
         };
@@ -163,8 +157,8 @@ private Q_SLOTS:
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
         SEvent event{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
-        for (int i = 0; i < 50000; ++i) { // a flood of one kind is one row
-            event.microseconds = i * SECOND / 10;
+        for (; event.microseconds < 5000 * SECOND;
+             event.microseconds += SECOND / 10) { // a flood of one kind is one row
             events.add(event);
         }
         QCOMPARE(events.rowCount(), 1);
@@ -181,8 +175,7 @@ private Q_SLOTS:
         events.markRead();
         QCOMPARE(events.unread(), 0);
         tester.reset(); // it looks at every row each time
-        for (int i = 0; i < static_cast<int>(CEventModel::CAPACITY); ++i) {
-            event.number = i;
+        for (event.number = 3; event.number < 4 + static_cast<int>(CEventModel::CAPACITY); ++event.number) {
             events.add(event);
         }
         QCOMPARE(events.rowCount(), static_cast<int>(CEventModel::CAPACITY));
@@ -204,14 +197,13 @@ private Q_SLOTS:
     void sendListRefusesWhatIsNoMessage()
     {
         QFETCH(int, column);
-        QFETCH(QString, stands);
         CSendList list;
         list.add({message(0x123, hex("1122")), 100, {}});
         const QString before = cell(list, 0, column);
         const QSignalSpy refused(&list, &CSendList::refused);
         const bool accepted = list.setData(list.index(0, column), cell<QString>("typed"), Qt::EditRole);
-        QCOMPARE(cell(list, 0, column), stands);
-        QCOMPARE(accepted, stands != before);
+        QTEST(cell(list, 0, column), "stands");
+        QCOMPARE(accepted, cell(list, 0, column) != before);
         QCOMPARE(refused.size(), accepted ? 0 : 1);
     }
 
@@ -222,8 +214,7 @@ private Q_SLOTS:
         list.add({message(0x123, hex("1122")), 50, "mute"_s});
         list.add({message(0x7FF), 1000, {}});
         QList<int> periods;
-        connect(&list, &CSendList::cyclicChanged, this,
-                [&periods](int, const auto&, int milliseconds) { periods.append(milliseconds); });
+        connect(&list, &CSendList::cyclicChanged, this, [&](int, const auto&, int period) { periods.append(period); });
         list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
         list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
         list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
@@ -245,9 +236,9 @@ private Q_SLOTS:
     {
         const QString path = m_folder.filePath("a.log"_s);
         std::vector<SBusRecord> records;
-        for (int i = 0; i < 12000; ++i) { // more than one piece
+        for (std::uint16_t i = 0; i < 12000; ++i) { // more than one piece
             const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? "hall"_s : "stage"_s);
-            records.push_back(record(static_cast<std::uint16_t>(i % 0x800), hex("0102"), 1398128223803317 + i, source));
+            records.push_back(record(i % 0x800, hex("0102"), 1398128223803317 + i, source));
         }
         CLogSaver saver(m_names);
         QSignalSpy saved(&saver, &CLogSaver::finished);
@@ -255,24 +246,20 @@ private Q_SLOTS:
         QVERIFY(saved.wait());
         std::vector<SBusRecord> loaded;
         QCOMPARE(load(path, loaded), QVariant(QString()));
-        QVERIFY(std::equal(loaded.begin(), loaded.end(), records.begin(), records.end(),
-                           [](const SBusRecord& a, const SBusRecord& b) {
-                               return std::tie(a.microseconds, a.source) == std::tie(b.microseconds, b.source) &&
-                                      a.message == b.message;
-                           }));
-    }
+        QCOMPARE(loaded.size(), records.size());
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            QCOMPARE(loaded[i].microseconds, records[i].microseconds);
+            QCOMPARE(loaded[i].source, records[i].source);
+            QVERIFY(loaded[i].message == records[i].message);
+        }
+        saver.save(m_folder.filePath("nowhere/a.log"_s), {});
+        QCOMPARE(saved.size(), 2);
+        QVERIFY(!saved.at(1).at(1).toString().isEmpty());
 
-    void logProblemsAreReported()
-    {
-        std::vector<SBusRecord> loaded;
+        loaded.clear();
         const QVariant error = load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"), loaded);
         QCOMPARE(loaded.size(), std::size_t(1)); // what stands before it is shown
         QVERIFY2(error.toString().contains("2"_s), "the line is named");
-        CLogSaver saver(m_names);
-        QSignalSpy refused(&saver, &CLogSaver::finished);
-        saver.save(m_folder.filePath("nowhere/a.log"_s), {});
-        QCOMPARE(refused.size(), 1);
-        QVERIFY(!refused.at(0).at(1).toString().isEmpty());
     }
 
     void recordingGoesOnInTheNextFile()
@@ -285,16 +272,15 @@ private Q_SLOTS:
             recorder.record(numbered(i * 10, 10));
         }
         recorder.stop();
-        QByteArray all;
-        const QStringList files = QDir(folder.path()).entryList(QDir::Files, QDir::Time | QDir::Reversed);
+        int lines = 0;
+        const QStringList files = QDir(folder.path()).entryList(QDir::Files);
         QVERIFY(files.size() >= 2);
         for (const QString& name : files) {
-            QFile file(folder.filePath(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            QVERIFY(file.size() < 2000);
-            all += file.readAll();
+            const QByteArray content = contentOf(folder.filePath(name));
+            QVERIFY(content.size() < 2000);
+            lines += content.count(" R\n");
         }
-        QCOMPARE(all.count(" R\n"), 100);
+        QCOMPARE(lines, 100);
         recorder.start(folder.filePath("nowhere"_s));
         QVERIFY(!recorder.isRunning());
         QVERIFY(!ended.last().at(0).toString().isEmpty());
@@ -308,10 +294,7 @@ private Q_SLOTS:
         QSignalSpy finished(&replay, &CLogReplay::finished);
         clock.start();
         replay.start({record(1, {}, 5000000), record(2, {}, 5000000), record(3, {}, 5100000)},
-                     [&](const auto& message) {
-                         sent.append(message.id().value());
-                         return true;
-                     });
+                     [&](const auto& message) { return sent.append(message.id().value()), true; });
         QVERIFY(finished.wait());
         QCOMPARE(sent, (QList<int>{1, 2, 3}));
         QVERIFY(clock.elapsed() >= 100);
@@ -346,7 +329,7 @@ private Q_SLOTS:
         CInterfaceList list(m_plugins, m_names, m_mailbox);
         list.add("hall"_s, {{StoreKey::ADDRESS, "10.0.0.5"_s}}, false);
         std::vector<std::unique_ptr<vexmor::Cim::CCanInterface>> found;
-        const auto answer = [this, &found](const QString& place, const QString& name) {
+        const auto answer = [this, &found](const QString& place, const QString& name = {}) {
             found.emplace_back(m_plugins.front().object->createInterface());
             auto info = found.back()->commonInfo();
             info.setPort("IP=%1:TCP"_s.arg(place));
@@ -355,7 +338,7 @@ private Q_SLOTS:
         };
         answer("10.0.0.5:30000"_s, "again"_s);
         answer("10.0.0.6:30000"_s, "hall"_s);
-        answer("10.0.0.7:30000"_s, QString());
+        answer("10.0.0.7:30000"_s);
         answer("10.0.0.6:30000"_s, "twice"_s);
         list.addFound(std::move(found));
         QCOMPARE(list.rowCount(), 3);

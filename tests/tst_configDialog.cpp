@@ -1,16 +1,6 @@
 #include "t93Fixture.h"
 
-#include <QApplication>
-#include <QDialog>
-#include <QDialogButtonBox>
-#include <QGridLayout>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QMetaProperty>
-#include <QPushButton>
-
-#include <array>
+#include <QtWidgets>
 
 using namespace vexmor::Test;
 
@@ -20,8 +10,7 @@ enum ERow { HOST, MODE, PROTOCOL, ADDRESS, AUTO_IP, PORT, LOCAL_ADDRESS, ANY_ADD
 
 /// The stored settings by row, and behind them one without a row. As all such lists joined by "|", which reads well.
 const QStringList KEYS = list("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
-                              "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp"_s,
-                              '|');
+                              "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp"_s);
 const QString DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0"_s;
 const QString GROUP = "Group"_s;
 
@@ -34,18 +23,6 @@ QString settingsOf(CCanInterface& can)
     }
     return values.join(QLatin1Char('|'));
 }
-
-/// Acts once in the event loop of the modal window that comes up while it exists.
-class CInModalLoop : QTimer
-{
-public:
-    explicit CInModalLoop(const std::function<void(QWidget*)>& act)
-    {
-        setSingleShot(true);
-        callOnTimeout([act] { act(QApplication::activeModalWidget()); });
-        start(0);
-    }
-};
 
 /// The dialog on the screen as a user meets it: by rows and buttons.
 struct SDialog {
@@ -77,8 +54,9 @@ struct SDialog {
     QString pressOk(const std::function<void(QMessageBox&)>& act = [](QMessageBox& box) { box.accept(); }) const
     {
         QString text;
-        const CInModalLoop loop([&](QWidget* window) {
-            if (auto* const box = qobject_cast<QMessageBox*>(window)) {
+        const QObject whilePressed;
+        QTimer::singleShot(0, &whilePressed, [&] {
+            if (auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
                 const bool isAsSaid = box->icon() == QMessageBox::Warning && box->windowTitle().isEmpty() &&
                                       box->standardButtons() == QMessageBox::Ok && box->parent() == nullptr;
                 text = isAsSaid ? box->text() : "another kind of box"_s;
@@ -94,8 +72,9 @@ struct SDialog {
 /// Lets a user act in the dialog of an interface, and cancels it if it is still there then. It must end with the code.
 void runDialog(CCanInterface& can, int code, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
 {
-    const CInModalLoop loop([&user](QWidget* window) {
-        const QPointer<QDialog> dialog = qobject_cast<QDialog*>(window);
+    const QObject whileItRuns;
+    QTimer::singleShot(0, &whileItRuns, [&user] {
+        const QPointer<QDialog> dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
         if (dialog && QTest::qWaitForWindowActive(dialog)) {
             user(SDialog{*dialog});
         }
@@ -132,7 +111,7 @@ private Q_SLOTS:
     }
     void showsAndReturns()
     {
-        const QStringList values = list(cell<QString>("given"), '|');
+        const QStringList values = list(cell<QString>("given"));
         for (int index = 0; index < values.size(); ++index) {
             QSettings().setValue(GROUP + QLatin1Char('/') + KEYS[index], values[index]);
         }
@@ -152,10 +131,9 @@ private Q_SLOTS:
     {
         const QStringList labels = list(
             "Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|Port Number|Local IP Address|"
-            "UDP receive any IP Address|CAN Baudrate [kbit/s]|Busload poll time [ms]|Busload measure interval [ms]"_s,
-            '|');
+            "UDP receive any IP Address|CAN Baudrate [kbit/s]|Busload poll time [ms]|Busload measure interval [ms]"_s);
         const QStringList toolTips =
-            list("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any T93\nbecause||| "_s, '|');
+            list("||||'Auto IP update' is set then||attached.\nUsed for UDP mode.|from any T93\nbecause||| "_s);
         runDialog(*can, 0, [&](const SDialog& user) {
             QCOMPARE(user.dialog.windowTitle(), "T93 configuration dialog"_s);
             for (int row = 0; row < ROWS; ++row) {
@@ -169,11 +147,26 @@ private Q_SLOTS:
         });
     }
 
+    void followsTheHostsLanguage()
+    {
+        QTranslator german;
+        QVERIFY(german.load("interfaceT93_de"_s, QStringLiteral(CIM_TRANSLATION_DIR)));
+        QCoreApplication::installTranslator(&german);
+        runDialog(*can, 0, [&](const SDialog& user) {
+            const auto texts = [&user] { return user.dialog.windowTitle() + user.dialog.findChild<QLabel*>()->text(); };
+            QCOMPARE(texts(), "T93-KonfigurationHostname"_s);
+            QCoreApplication::removeTranslator(&german);
+            QTRY_COMPARE(texts(), "T93 configuration dialogHost Name"_s);
+            QCoreApplication::installTranslator(&german);
+            QTRY_COMPARE(texts(), "T93-KonfigurationHostname"_s);
+        });
+    }
+
     void keyboardAlone()
     {
         const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
         runDialog(*can, 0, [&](const SDialog&) {
-            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|10.9.0.1| |25|150|250"_s, '|')) {
+            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|10.9.0.1| |25|150|250"_s)) {
                 QCoreApplication::processEvents();
                 if (typed == "UP"_s || typed == "DOWN"_s) {
                     press(typed == "UP"_s ? Qt::Key_Up : Qt::Key_Down);
@@ -207,7 +200,7 @@ private Q_SLOTS:
     }
     void checksWhatIsTyped()
     {
-        const QStringList typed = list(QString::fromLatin1(rowName()), '|');
+        const QStringList typed = list(QString::fromLatin1(rowName()));
         QFETCH(QString, warning);
         const std::function<void(const SDialog&)> waysOut[] = {
             [](const SDialog& user) { user.press(QDialogButtonBox::Cancel); },

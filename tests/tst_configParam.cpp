@@ -1,12 +1,11 @@
-#include "InterfaceT93/configParamT93.h"
-#include "testData.h"
+#include "t93Fixture.h"
 
-using namespace vexmor::Cim;
 using namespace vexmor::Test;
 
 namespace
 {
 const QString GROUP = "CanInterfaces"_s;
+constexpr int SILENT_MS = 50;
 const QByteArray UNIT = "InterfaceT93/configParamT93: ";
 
 CCommonInfo infoNamed(const QString& name)
@@ -90,13 +89,12 @@ private Q_SLOTS:
     {
         // Stored besides STORED: what is loaded for it, or nothing where nothing at all is taken.
         const auto row = columns<QString, int, QList<QByteArray>>("loaded", "code", "log");
-        row("Service=CLIENT", "Service=CLIENT"_s, 0, {});
-        row("Service=Invalid", "Service=Invalid"_s, 0, {});
-        row("Protocol=NA", "Protocol=NA"_s, 0, {});
+        for (const char* same : {"Service=CLIENT", "Service=Invalid", "Protocol=NA", "Dhcp=0"}) {
+            row(same, QString::fromLatin1(same), 0, {});
+        }
         row("Port=70000", "Port=4464"_s, 0, {});
         row("Port=http", "Port=0"_s, 0, {});
         row("BusloadMeasureInterval=65537", "BusloadMeasureInterval=1"_s, 0, {});
-        row("Dhcp=0", "Dhcp=0"_s, 0, {});
         row("Service=client", {}, 8,
             {"30 " + UNIT + "Conversion of service 'client' to EServiceType failed!",
              "50 " + UNIT + "could not convert 'client' to a service type."});
@@ -113,6 +111,7 @@ private Q_SLOTS:
         store("CanInterfaces/a/"_s, STORED + QStringList(QString::fromLatin1(rowName())));
         const CLogRecorder recorder;
         QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
+        QCOMPARE(m_info == infoNamed("a"_s), code != 0); // what is stored describes another
         QTEST(recorder.lines(), "log");
         store("Expected/"_s, code == 0 ? STORED + QStringList(cell<QString>("loaded")) : FILLED);
         QCOMPARE(m_param.saveSettings({}, m_info), 0);
@@ -166,6 +165,113 @@ private Q_SLOTS:
         CConfigParamT93 loaded;
         QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
         QCOMPARE(loaded.hostname(), "hall"_s);
+    }
+
+    // ---- As Qt properties, by which hosts set an interface up without a store ----
+
+    void properties_data()
+    {
+        const auto row = columns<QVariant, QString, QString>("value", "taken", "port"); // empty: refused
+        const QString before = "192.168.1.70:30000:TCP"_s;
+        row("Hostname", "hall"_s, "hall"_s, before);
+        row("IPAddress", "10.0.0.5"_s, "10.0.0.5"_s, "10.0.0.5:30000:TCP"_s);
+        row("Port", 65535, "65535"_s, "192.168.1.70:65535:TCP"_s);
+        row("Port as text", "31000"_s, "31000"_s, "192.168.1.70:31000:TCP"_s);
+        row("Port 70000", 70000, {}, before);
+        row("Port -1", -1, {}, before);
+        row("Port that wraps to 80", (qlonglong(1) << 32) + 80, {}, before);
+        row("Protocol", "UDP"_s, "UDP"_s, "192.168.1.70:30000:UDP"_s);
+        row("Service", "CLIENT"_s, "CLIENT"_s, before);
+        row("LocalIPAddress", "10.9.0.1"_s, "10.9.0.1"_s, before);
+        row("UdpBindAnyIp", true, "true"_s, before);
+        row("AutoIpUpdate", true, "true"_s, before);
+        row("BusloadPollTime", 4294967295LL, "4294967295"_s, before);
+        row("BusloadPollTime too long", 4294967296LL, {}, before);
+        row("BusloadMeasureInterval", 65535, "65535"_s, before);
+        row("BusloadMeasureInterval 65536", 65536, {}, before);
+        row("CanBaudrate", 1000, "1000"_s, before);
+        row("CanBaudrate 0", 0, "0"_s, before);
+        row("CanBaudrate 33", 33, {}, before);
+        for (const char* text :
+             {"IPAddress 010.0.0.5", "IPAddress 10.5", "IPAddress gateway", "IPAddress ", "IPAddress ::1",
+              "IPAddress 10.0.0.256", "Protocol udp", "Protocol NA", "Service Invalid", "LocalIPAddress x"}) {
+            row(text, QString::fromLatin1(text).section(QLatin1Char(' '), 1), {}, before);
+        }
+    }
+    void properties()
+    {
+        QFETCH(QVariant, value);
+        QFETCH(QString, taken);
+        const QByteArray property = QByteArray(QTest::currentDataTag()).split(' ').first();
+        SOpenInterface host; // one that is open, beside one that is closed
+        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
+        const QVariant before = can->property(property);
+        QVERIFY(before.isValid());
+        QVERIFY(before != value);
+        if (taken.isEmpty()) {
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression("^vexmor::Cim::CInterfaceT93: \\w+ .*: must be .*\\.$"_s));
+        }
+        QVERIFY(can->setProperty(property, value));
+        QCOMPARE(can->property(property).toString(), taken.isEmpty() ? before.toString() : taken);
+        QFETCH(QString, port);
+        QCOMPARE(can->commonInfo().port(), "IP="_s + port);
+
+        const QVariant kept = host.can->property(property);
+        const CCommonInfo info = host.can->commonInfo();
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(": not while the interface is open\\.$"_s));
+        QVERIFY(host.can->setProperty(property, value));
+        QCOMPARE(host.can->property(property), kept);
+        QVERIFY(host.can->commonInfo() == info);
+
+        // The property is the parameter that the store has under the same name, whatever is written there.
+        const std::unique_ptr<CCanInterface> other(plugin().createInterface());
+        can->saveSettings("g"_s);
+        other->loadSettings("g"_s);
+        QCOMPARE(other->property(property), can->property(property));
+    }
+
+    void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }
+    void millisecondsSinceFrame()
+    {
+        SGateway one;
+        one.gateway.setFaults(faulty(&SSimFaults::mute));
+        const auto can = makeInterface(one.gateway.port(), rowProtocol());
+        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
+        QByteArray wrongChecksum = frame(message(0x123));
+        wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
+
+        QCOMPARE(silence(), -1);
+        for (int opening = 1; opening <= 2; ++opening) {
+            QCOMPARE(can->openCommunication(), 0);
+            QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
+            one.gateway.sendRaw("noise" + wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening - 1);
+            QCOMPARE(silence(), -1);
+
+            one.gateway.sendRaw(frame(0x99)); // of any command
+            QTRY_VERIFY(silence() >= 0);
+            for (const QByteArray& bytes : {frame(message(0x123)), frame(0x42, hex("00"))}) {
+                QTRY_VERIFY(silence() >= SILENT_MS);
+                one.gateway.sendRaw(bytes);
+                QVERIFY(QTest::qWaitFor([&] { return silence() < SILENT_MS; }));
+            }
+            QTRY_VERIFY(silence() >= SILENT_MS);
+            one.gateway.sendRaw(wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening);
+            if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss is no frame
+                const QSignalSpy regained(&one.gateway, &CSimGateway::hostConnected);
+                one.gateway.dropLinks();
+                QTRY_VERIFY(!regained.isEmpty());
+                QTRY_VERIFY(isConnected(*can));
+            }
+            QVERIFY(silence() >= SILENT_MS);
+
+            can->closeCommunication();
+            QCOMPARE(silence(), -1);
+            one.gateway.dropLinks();
+        }
     }
 
 private:

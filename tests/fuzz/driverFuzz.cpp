@@ -6,13 +6,6 @@
 // The same seed takes the same steps; --reader: another thread takes the messages, for the thread sanitizer.
 #include "t93Fixture.h"
 
-#include <QCommandLineParser>
-#include <QSettings>
-#include <QTemporaryDir>
-
-#include <atomic>
-#include <functional>
-#include <mutex>
 #include <random>
 #include <thread>
 
@@ -79,10 +72,9 @@ public:
         drop();
         QSignalSpy atGateway(&m_gateway, &CSimGateway::messageReceived);
         return QTest::qWaitFor([this] { return m_can->openCommunication() <= RC_ALREADY_OPENED; }) &&
-               QTest::qWaitFor([this] {
+               QTest::qWaitFor([this, before = m_taken.load()] {
                    m_bus.send(message(0x321));
                    QTest::qWait(10);
-                   const int before = m_taken;
                    read();
                    return m_taken > before;
                }) &&
@@ -94,6 +86,7 @@ public:
         const std::lock_guard lock(m_life);
         int code = m_can ? RC_OK : RC_NOT_OPENED;
         for (CCanMessage next; code == RC_OK && (code = m_can->readMessage(next)) == RC_OK; ++m_taken) {
+            expect("a message", next.length() <= 8 ? next.id().value() >> 11 : -1, {0});
         }
         expect("read", code, {2, 4});
     }
@@ -172,9 +165,9 @@ private:
     void garbage()
     {
         static constexpr std::uint8_t COMMANDS[] = {0x00, 0x01, 0x02, 0x40, 0x41, 0x42, 0x44, 0x47, 0xA4, 0xC0};
-        QByteArray payload(pick(40), 0);
-        std::generate(payload.begin(), payload.end(), [this] { return char(pick(256)); });
-        QByteArray bytes = frame(COMMANDS[pick(10)], payload);
+        QByteArray bytes(pick(40), 0);
+        std::generate(bytes.begin(), bytes.end(), [this] { return char(pick(256)); });
+        bytes = frame(COMMANDS[pick(10)], bytes);
         bytes[pick(bytes.size())] = pick(2) == 0 ? char(pick(256)) : char(RM_START_OF_FRAME);
         m_gateway.sendRaw(bytes.left(1 + pick(2 * bytes.size())));
     }

@@ -1,8 +1,9 @@
-// Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them.
-#include "InterfaceT93/rmFrame.h"
+// Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them; whatever a
+// frame holds, what the driver makes of it is a message that a bus can carry.
+#include "InterfaceT93/gatewayReplies.h"
+#include "fuzz/require.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 using namespace vexmor::Cim;
@@ -10,6 +11,17 @@ using namespace vexmor::Cim;
 namespace
 {
 using Bytes = std::vector<std::uint8_t>;
+
+void decode(const SRmFrame& frame)
+{
+    CCanMessage message;
+    readCanMessage(frame, message);
+    require(message.length() <= 8);
+    require(message.id().value() <= 0x7FF);
+    QString version;
+    firmwareVersionOfReply(frame, version);
+    firmwareVersionOfIdentification(frame, version);
+}
 
 /// The frames in a stream that comes in pieces of `step` bytes, framed anew one behind the other.
 Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
@@ -22,6 +34,7 @@ Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
         deframer.feed(
             piece.data(), piece.size(),
             [&](const SRmFrame& frame) {
+                decode(frame);
                 std::uint8_t buffer[RM_BUFFER_SIZE];
                 frames.insert(frames.end(), buffer,
                               buffer + rmFrameBytes(frame.command, frame.payload, frame.payloadLength, buffer));
@@ -41,15 +54,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
     stream.insert(stream.end(), good.begin(), good.end());
     int wrongWhole = 0;
     const Bytes frames = framesOf(stream, RM_BUFFER_SIZE, wrongWhole);
-    if (frames.size() < good.size() || !std::equal(good.rbegin(), good.rend(), frames.rbegin())) {
-        std::abort();
-    }
+    require(frames.size() >= good.size());
+    require(std::equal(good.rbegin(), good.rend(), frames.rbegin()));
     for (const std::size_t step : {1, 2, 3, 7, 16}) {
         int wrong = 0;
-        int none = 0; // frames that are framed again are frames
-        if (framesOf(stream, step, wrong) != frames || wrong != wrongWhole || framesOf(frames, step, none) != frames) {
-            std::abort();
-        }
+        int none = 0;
+        require(framesOf(stream, step, wrong) == frames);
+        require(wrong == wrongWhole);
+        require(framesOf(frames, step, none) == frames); // frames that are framed again are frames
     }
     return 0;
 }

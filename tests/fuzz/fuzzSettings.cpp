@@ -1,13 +1,9 @@
 // Any file may stand where the settings are: loading takes all of it or nothing, and what it took is what is saved
 // again.
 #include "InterfaceT93/configParamT93.h"
+#include "fuzz/require.h"
 
-#include <QCoreApplication>
-#include <QFile>
-#include <QSettings>
-#include <QTemporaryDir>
-
-#include <cstdlib>
+#include <QtCore>
 
 using namespace vexmor::Cim;
 
@@ -17,30 +13,13 @@ namespace
 QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& group)
 {
     QVariantMap values;
-    if (param.saveSettings(group, info) != 0) {
-        std::abort();
-    }
+    require(param.saveSettings(group, info) == 0);
     QSettings settings;
     settings.beginGroup(group + QStringLiteral("/gw"));
     for (const QString& key : settings.allKeys()) {
         values.insert(key, settings.value(key));
     }
     return values;
-}
-
-void takesAllOrNothing()
-{
-    CCommonInfo info;
-    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
-    info.setUniqueName(QStringLiteral("gw"));
-    CConfigParamT93 param;
-    const QVariantMap before = stored(param, info, QStringLiteral("A"));
-    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
-    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
-    if ((code != 0 && loaded != before) || param.loadSettings(QStringLiteral("B"), info) != 0 ||
-        stored(param, info, QStringLiteral("C")) != loaded) {
-        std::abort();
-    }
 }
 } // namespace
 
@@ -54,15 +33,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
     QCoreApplication::setOrganizationName(QStringLiteral("."));
     QCoreApplication::setApplicationName(QString::number(++inputs));
     QFile store(QSettings().fileName());
-    if (!store.open(QIODevice::WriteOnly)) {
-        std::abort();
-    }
+    require(store.open(QIODevice::WriteOnly));
     store.write("[CanInterfaces]\n");
     for (const QByteArray& line : QByteArray(reinterpret_cast<const char*>(bytes), int(count)).split('\n')) {
         store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, and any others
     }
     store.close();
-    takesAllOrNothing();
+    CCommonInfo info;
+    info.setPluginName(QStringLiteral("InterfaceT93Plugin"));
+    info.setUniqueName(QStringLiteral("gw"));
+    CConfigParamT93 param;
+    const QVariantMap before = stored(param, info, QStringLiteral("A"));
+    const int code = param.loadSettings(QStringLiteral("CanInterfaces"), info);
+    const QVariantMap loaded = stored(param, info, QStringLiteral("B"));
+    require(code == 0 || loaded == before);
+    require(param.loadSettings(QStringLiteral("B"), info) == 0);
+    require(stored(param, info, QStringLiteral("C")) == loaded);
     store.remove();
     return 0;
 }

@@ -1,20 +1,12 @@
 // What clients of a shared bus send is read to its end, and gives messages that a bus can carry.
 #include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/socketcandText.h"
-
-#include <cstdlib>
+#include "fuzz/require.h"
 
 using namespace vexmor::Apps::Cimshare;
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds) {
-        std::abort();
-    }
-}
-
 void requireCarried(const vexmor::Cim::CCanMessage& message)
 {
     require(message.id().value() <= 0x7FF && message.length() <= 8);

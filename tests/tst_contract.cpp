@@ -1,0 +1,304 @@
+#include "cim/canInterface.h"
+#include "cim/canInterfacePlugin.h"
+#include "testData.h"
+
+using namespace vexmor::Cim;
+using namespace vexmor::Test;
+
+using Protocol = CCommonInfo::EProtocolType;
+using Change = void (*)(CCommonInfo&);
+using MessageChange = bool (*)(CCanMessage&);
+Q_DECLARE_METATYPE(Change)
+Q_DECLARE_METATYPE(MessageChange)
+
+namespace
+{
+const QString OTHER = "other"_s;
+
+/// Whether virtual operations stand one behind the other in the table of their class.
+template <typename... Operations>
+bool standInARow(std::size_t first, Operations... operations)
+{
+    const auto placeOf = [](auto operation) {
+        std::size_t bytes = 0;
+        memcpy(&bytes, &operation, sizeof bytes);
+        return bytes / sizeof(void*);
+    };
+    return ((placeOf(operations) == first++) && ...);
+}
+template <typename... Data>
+constexpr bool TAKES = std::is_constructible_v<CCanMessage, CCanId, unsigned char, Data...>;
+static_assert(TAKES<> && TAKES<int, int> && TAKES<unsigned char*> && TAKES<std::nullptr_t>);
+static_assert(!TAKES<const unsigned char*> && !TAKES<char*> && !TAKES<const char*>);
+
+unsigned char s_bytes[] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8};
+
+/// Identifier, length and all eight data bytes.
+QByteArray textOf(const CCanMessage& message)
+{
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), 8);
+    return QByteArray::number(message.id().value(), 16) + ' ' + QByteArray::number(message.length()) + ' ' +
+           data.toHex();
+}
+} // namespace
+
+/// What the contract has without a plugin: the order of the operations, the description of an interface (port texts,
+/// what is compared, what is stored), and the value that carries every frame between host and plugin.
+class ContractTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void operationsKeepTheirPlaces() // by which host and plugin, built apart, call each other
+    {
+        using I = CCanInterface;
+        using P = CCanInterfacePlugin;
+        QVERIFY(standInARow(12, &I::clone, &I::resetCommunication, &I::openCommunication, &I::closeCommunication,
+                            &I::readMessage, &I::writeMessage, &I::busload, &I::errorCodeToString,
+                            &I::interfaceErrorToString, &I::isOpened, &I::baudrate, &I::setBaudrate, &I::loadSettings,
+                            &I::saveSettings, &I::configure, &I::interfaceType, &I::setSpyHandler, &I::commonInfo,
+                            &I::setCommonInfo, &I::commonErrorCodeToString)); // behind those of QObject
+        QVERIFY(standInARow(2, &P::pluginName, &P::pluginId, &P::interfaceType, &P::createInterface, &P::addScanAddress,
+                            &P::removeScanAddress, &P::scanAddresses, &P::scanInterfaces)); // behind the destructor
+    }
+
+    void portTextsAreBuilt()
+    {
+        QCOMPARE(CCommonInfo::buildComPortStr("3"_s), "COM=3"_s);
+        QCOMPARE(CCommonInfo::buildIpPortStr("10.0.0.5"_s, 30000, CCommonInfo::eProtocolUdp),
+                 "IP=10.0.0.5:30000:UDP"_s);
+        QCOMPARE(CCommonInfo::buildIpPortStr("10.0.0.5"_s, 65535, Protocol(-1)), "IP=10.0.0.5:65535:Invalid"_s);
+    }
+
+    void portTextsAreTakenApart_data()
+    {
+        const auto row = columns<QString>("parts"); // as found, joined by spaces
+        row("COM=3", "com 3"_s);
+        row("com=3", ""_s);
+        row("IP=10.0.0.5:30000:TCP", "ip 10.0.0.5 30000 0"_s);
+        row("IP=10.0.0.5:30000:NA", "ip 10.0.0.5 30000 2"_s);
+        row("IP=10.0.0.5:30000:tcp", "ip 10.0.0.5 30000 3"_s);
+        row("IP=10.0.0.5:30000:Invalid", "ip 10.0.0.5 30000 3"_s);
+        row("IP=::", "ip   3"_s);
+        row("IP=10.0.0.5:30000", ""_s);
+        row("IP=a:b:c:d", ""_s);
+        row("ip=10.0.0.5:30000:TCP", ""_s);
+    }
+    void portTextsAreTakenApart()
+    {
+        QFETCH(QString, parts);
+        const QString text = QString::fromLatin1(rowName());
+        CCommonInfo info;
+        info.setPort(text);
+        QCOMPARE(info.isComPort(), text.startsWith("COM="_s));
+        QCOMPARE(info.isIpPort(), text.startsWith("IP="_s));
+        QString com = OTHER, address = OTHER, port = OTHER, address2 = OTHER, port2 = OTHER;
+        auto protocol = Protocol(9);
+        QString found;
+        if (info.comPort(com)) {
+            found = "com "_s + com;
+        } else if (info.ipAddress(address, port, protocol)) {
+            found = "ip %1 %2 %3"_s.arg(address, port).arg(int(protocol));
+        } else { // outputs untouched
+            QCOMPARE((QStringList{com, address, port}), (QStringList{OTHER, OTHER, OTHER}));
+            QCOMPARE(protocol, Protocol(9));
+        }
+        QCOMPARE(found, parts);
+        QCOMPARE(info.ipAddress(address2, port2), parts.startsWith("ip"_s));
+        QCOMPARE(address2, address);
+        QCOMPARE(port2, port);
+    }
+
+    void settingsGroups_data()
+    {
+        const auto row = columns<QString, QString>("name", "group");
+        for (const char* same : {"Rig 50%", "100%", "%", "%g0", "%0", "größe", "a\nb\x01\x7f", "[x]=\";", ""}) {
+            row(same, QString::fromUtf8(same), QString::fromUtf8(same));
+        }
+        row("slashes", "a/b\\c"_s, "a%2Fb%5Cc"_s);
+        row("looks encoded", "%2F%5c"_s, "%252F%255c"_s);
+        row("two digits behind", "50%25"_s, "50%2525"_s);
+        row("percent twice", "%%41"_s, "%%2541"_s);
+    }
+    void settingsGroups() // no name reaches into another group, and no two share one
+    {
+        QFETCH(QString, name);
+        CCommonInfo info;
+        info.setUniqueName(name);
+        QTEST(info.settingsGroup(), "group");
+        QCOMPARE(CCommonInfo::uniqueNameOfSettingsGroup(info.settingsGroup()), name);
+    }
+
+    void fields_data()
+    {
+        // The key, empty if it is not stored, and whether it is loaded again.
+        const auto row = columns<QString, bool, Change>("key", "loaded", "change");
+        row("plugin", "PluginName"_s, false, [](CCommonInfo& info) { info.setPluginName(OTHER); });
+        row("description", "Description"_s, true, [](CCommonInfo& info) { info.setDescription(OTHER); });
+        row("unique name", ""_s, false, [](CCommonInfo& info) { info.setUniqueName(OTHER); });
+        row("state", ""_s, false, [](CCommonInfo& info) { info.setConnectionState(CCommonInfo::eConnected); });
+        row("id", "InterfaceId"_s, true, [](CCommonInfo& info) { info.setInterfaceId(OTHER); });
+        row("firmware", "FirmwareVersion"_s, true, [](CCommonInfo& info) { info.setFirmwareVersion(OTHER); });
+        row("port", "PortId"_s, true, [](CCommonInfo& info) { info.setPort(OTHER); });
+        row("type", "InterfaceType"_s, true, [](CCommonInfo& info) { info.setType(OTHER); });
+        row("scanable", "Scanable"_s, true, [](CCommonInfo& info) { info.setScanable(false); });
+    }
+    void fields() // each one is compared, copied, stored and loaded, or not
+    {
+        CCommonInfo plain;
+        plain.setScanable(true);
+        CCommonInfo changed = plain;
+        cell<Change>("change")(changed);
+        QVERIFY(changed != plain);
+        QVERIFY(!(changed == plain));
+        CCommonInfo assigned;
+        assigned = changed;
+        QVERIFY(CCommonInfo(changed) == changed);
+        QVERIFY(assigned == changed);
+        QVERIFY(!(assigned != changed));
+
+        const CPrivateStore folder;
+        QSettings store;
+        CCommonInfo info = changed;
+        QCOMPARE(info.loadSettings(store), 0); // nothing there: nothing changes
+        QVERIFY(info == changed);
+        QCOMPARE(changed.saveSettings(store), 0);
+        QCOMPARE(store.allKeys(),
+                 list("Description FirmwareVersion InterfaceId InterfaceType PluginName PortId Scanable"_s));
+        for (const QString& stored : store.allKeys()) {
+            const QString value = store.value(stored).toString();
+            QCOMPARE(value == OTHER || value == "false"_s, stored == cell<QString>("key"));
+        }
+        info = plain;
+        QCOMPARE(info.loadSettings(store), 0);
+        QVERIFY(info == (cell<bool>("loaded") ? changed : plain));
+    }
+
+    void newMessageIsEmptyAndRegistered()
+    {
+        QCOMPARE(textOf(CCanMessage()), QByteArray("0 0 0000000000000000"));
+#if QT_VERSION_MAJOR >= 6
+        const QMetaType type = QMetaType::fromName("CCanMessage");
+        QVERIFY(type.isValid());
+#else
+        const int type = QMetaType::type("CCanMessage");
+        QVERIFY(type != QMetaType::UnknownType);
+        QVERIFY(QMetaType::typeFlags(type).testFlag(QMetaType::NeedsConstruction));
+#endif
+        const CCanMessage other = ::message(0x123, hex("01"));
+        const QVariant variant(type, &other);
+        QVERIFY(*static_cast<const CCanMessage*>(variant.constData()) == other);
+    }
+
+    void layoutIsSharedWithHosts() // identifier in the byte order of the machine, length, data
+    {
+        const CCanMessage message(CCanId(0x01, 0x23, 0), 2, 0xAA, 0xBB);
+        const std::uint16_t id = 0x0123;
+        char bytes[sizeof message];
+        memcpy(bytes, static_cast<const void*>(&message), sizeof bytes);
+        QCOMPARE(memcmp(bytes, &id, sizeof id), 0);
+        QCOMPARE(QByteArray(bytes + 2, 9).toHex(), QByteArray("02aabb000000000000"));
+    }
+
+    void constructors()
+    {
+        const CCanId id(0x07, 0xFF, 0);
+        QCOMPARE(textOf(CCanMessage(id, 8, s_bytes)), QByteArray("7ff 8 a0a1a2a3a4a5a6a7"));
+        QCOMPARE(textOf(CCanMessage(id, 9, s_bytes)), QByteArray("7ff 0 0000000000000000"));
+        QCOMPARE(textOf(CCanMessage(id, 1, 0)), QByteArray("7ff 0 0000000000000000")); // a null pointer, too
+        CCanMessage cut(id, 12, 1, 2, 3, 4, 0x105, -1, 7, 8, 9, 10, 11, 12);
+        QCOMPARE(textOf(cut), QByteArray("7ff 8 0102030405ff0708"));
+        cut.setLength(2); // bytes behind the length are copied, too
+        CCanMessage assigned;
+        assigned = cut;
+        QCOMPARE(textOf(CCanMessage(cut)), QByteArray("7ff 2 0102030405ff0708"));
+        QCOMPARE(textOf(assigned), QByteArray("7ff 2 0102030405ff0708"));
+    }
+
+    void changes_data()
+    {
+        const auto row =
+            columns<QByteArray, MessageChange>("after", "change"); // length and all data bytes; empty: refused
+        row("length 8", "8 1011121314151617", [](CCanMessage& m) { return m.setLength(8); });
+        row("byte 7", "2 10111213141516a0", [](CCanMessage& m) { return m.setDataAt(7, 0xA0); });
+        row("byte 8", "", [](CCanMessage& m) { return m.setDataAt(8, 0xA0); });
+        row("data to the end", "8 10111213a0a1a2a3", [](CCanMessage& m) { return m.setData(4, 4, s_bytes); });
+        row("no data", "0 1011121314151617", [](CCanMessage& m) { return m.setData(0, 0, s_bytes); });
+        row("data behind the end", "", [](CCanMessage& m) { return m.setData(5, 4, s_bytes); });
+        row("no data behind the end", "", [](CCanMessage& m) { return m.setData(9, 0, s_bytes); });
+        row("offset that wraps to 1", "", [](CCanMessage& m) { return m.setData(0xFFFFFFFF, 2, s_bytes); });
+        row("count that wraps to 0", "", [](CCanMessage& m) { return m.setData(4, 0xFFFFFFFC, s_bytes); });
+        row("null", "", [](CCanMessage& m) { return m.setData(0, 1, nullptr); });
+        row("own bytes, moved by one", "8 1010111213141516",
+            [](CCanMessage& m) { return m.setData(1, 7, const_cast<unsigned char*>(m.data())); });
+    }
+    void changes()
+    {
+        QFETCH(QByteArray, after);
+        CCanMessage message = ::message(0x123, hex("1011121314151617"));
+        message.setLength(2);
+        QCOMPARE(cell<MessageChange>("change")(message), !after.isEmpty());
+        QCOMPARE(textOf(message), "123 " + (after.isEmpty() ? "2 1011121314151617" : after));
+    }
+
+    void boundsAreToldToDevelopers()
+    {
+        CCanMessage message = ::message(0, hex("1011121314151617"));
+        for (const unsigned int length : {9U, 264U}) { // 8 in the low byte
+            QTest::ignoreMessage(QtDebugMsg,
+                                 "CCanMessage::setLength illegal param length: " + QByteArray::number(length) + '\n');
+            QVERIFY(!message.setLength(length));
+            QCOMPARE(message.length(), 8U);
+        }
+        message.setLength(0); // bytes are read behind the length
+        unsigned char value = 0;
+        QVERIFY(message.dataAt(7, value));
+        QTest::ignoreMessage(QtDebugMsg, "CCanMessage::dataAt illegal param index: 8\n");
+        QVERIFY(!message.dataAt(8, value));
+        QCOMPARE(int(value), 0x17);
+    }
+
+    void administrationByte_data()
+    {
+        const auto row =
+            columns<QByteArray, unsigned int, int, int, int>("data", "length", "type", "error", "checkSum");
+        row("error", hex("850102"), 3, 0, 258, 0);
+        row("error too short", hex("850102"), 2, 0, 0, 0);
+        row("no error bit", hex("050102"), 3, 0, 0, 0);
+        row("negative error", hex("f5fffe"), 3, 7, -2, 0);
+        row("checksum", hex("908000fffe"), 5, 1, -32768, -2);
+        row("checksum too short", hex("900000fffe"), 4, 1, 0, 0);
+        row("another administration byte", hex("910000fffe"), 5, 1, 0, 0);
+        row("empty", hex("f5"), 0, 7, 0, 0);
+    }
+    void administrationByte()
+    {
+        QFETCH(QByteArray, data);
+        QFETCH(unsigned int, length);
+        CCanMessage message = ::message(0, '\0' + data.mid(1));
+        message.setLength(length);
+        message.setAdministrationByte(AdminByte{static_cast<unsigned char>(data.at(0))});
+        QTEST(message.length(), "length");
+        QTEST(int(message.messageType()), "type");
+        QTEST(int(message.administrationByte().bits.messageType), "type");
+        QTEST(int(message.errorNumber()), "error");
+        QTEST(int(message.deviceCheckSum()), "checkSum");
+        message.setAdministrationByte(StreamAdminByte{0x10});
+        QCOMPARE(int(message.messageType()), 1);
+        QCOMPARE(int(message.streamAdministrationByte().value), 0x10);
+    }
+
+    void equality()
+    {
+        const CCanMessage message = ::message(0x123, hex("0102"));
+        CCanMessage behind = message;
+        behind.setDataAt(2, 0xFF);
+        QVERIFY(behind == message);
+        QVERIFY(!(::message(0x123, hex("010200")) == message)); // the shorter one is a prefix
+        QVERIFY(!(::message(0x123, hex("0103")) == message));
+        QVERIFY(!(::message(0x923, hex("0102")) == message)); // all 16 bits count
+    }
+};
+
+QTEST_APPLESS_MAIN(ContractTest)
+#include "tst_contract.moc"

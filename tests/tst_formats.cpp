@@ -1,0 +1,226 @@
+#include "InterfaceT93/detectionDatagrams.h"
+#include "InterfaceT93/rmFrame.h"
+#include "InterfaceT93/t93DeviceDetection.h"
+#include "canlog/candumpLog.h"
+#include "scanData.h"
+
+using namespace vexmor::CanLog;
+using namespace vexmor::Cim;
+using namespace vexmor::Test;
+
+namespace
+{
+/// What a deframer hands on, as text: each frame as command:payload, "checksum" for each
+/// wrong one.
+struct SListener {
+    void feed(const QByteArray& bytes)
+    {
+        // On the heap and of exact size, so that a read behind its end is seen.
+        const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
+        deframer.feed(
+            copy.data(), copy.size(),
+            [this](const SRmFrame& frame) {
+                const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
+                const bool endsInZeros = frame[frame.payloadLength] == 0 && frame[RM_BUFFER_SIZE] == 0;
+                heard += QByteArray::number(frame.command, 16) + ':' + payload.toHex() + (endsInZeros ? "" : " dirty");
+                return true;
+            },
+            [this] { return heard.append("checksum"), true; });
+    }
+    QByteArrayList heard;
+    CRmDeframer deframer;
+};
+} // namespace
+
+/// The formats, to the byte: frames both ways, and what becomes of broken ones; what a scan requests, and what replies
+/// mean; logs, what is refused of them and why, and that what is written can be read again.
+class FormatsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void framer_data()
+    {
+        const auto row = columns<int, QByteArray, int, QByteArray>("command", "payload", "id", "frame");
+        row("0xA1", 0xA1, {}, -1, "4301a1e30d");
+        row("longest payload", 0x58, QByteArray(255, 0), -1, "430058" + QByteArray(510, '0') + "1b0d");
+        row("message of two bytes", 0x00, hex("1122"), 0x123, "43050001231122570d");
+        row("message without data", 0x00, {}, 0x7FF, "43030007ffb80d");
+        row("message, the other command", 0x04, hex("0d43000000000001"), 1, "430b0400010d43000000000001020d");
+        row("identifier as stored", 0x00, {}, 0xF123, "430300f123920d");
+        row("29-bit command", 0x02, {}, 0x123, "refused");
+        for (const int command : {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x42, 0x50, 0x56, 0xA0, 0xFF}) {
+            row("without a message: " + QByteArray::number(command), command, {}, -1, "refused");
+        }
+    }
+    void framer()
+    {
+        QFETCH(QByteArray, payload);
+        QFETCH(int, id); // of a message with this payload; below 0: of no message
+        SRmRequest request;
+        request.rmCommand = static_cast<std::uint8_t>(cell<int>("command"));
+        request.payloadLength =
+            static_cast<std::uint8_t>(id < 0 ? payload.size() : 200); // with a message not looked at
+        std::copy(payload.begin(), payload.end(), request.payload.begin());
+        const CCanMessage one = message(static_cast<std::uint16_t>(id), payload);
+        std::uint8_t buffer[RM_BUFFER_SIZE];
+        const int size = txRmFramer(request, id < 0 ? nullptr : &one, buffer);
+        QTEST(size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<char*>(buffer), size).toHex(), "frame");
+    }
+
+    void deframer_data()
+    {
+        const auto addRow = columns<QByteArray, QByteArray>("stream", "heard");
+        const auto row = [&](const char* name, const char* stream, const char* heard) {
+            addRow(name, hex(stream), heard);
+        };
+        row("one frame", "43 02 42 09 0a 0d", "42:09");
+        row("no payload", "43 01 41 03 0d", "41:");
+        row("two back to back", "43 02 42 09 0a 0d 43 01 41 03 0d", "42:09 41:");
+        row("garbage before the start", "00 ff 0d 43 02 42 09 0a 0d", "42:09");
+        row("a second start marker restarts", "43 43 02 42 09 0a 0d", "42:09");
+        row("start and end markers inside", "43 05 43 43 0d 0d 43 05 0d", "43:430d0d43");
+        row("wrong checksum, then a good one", "43 02 42 09 0b 0d 43 01 41 03 0d", "checksum 41:");
+        row("no end marker", "43 02 42 09 0a 0a 43 01 41 03 0d", "41:");
+        row("a start marker in the place of the end", "43 02 42 09 0a 43 43 01 41 03 0d", "41:");
+        row("length 0: 255 payload bytes", "43 00 43 01 41 03 0d", "41:");
+        row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
+        QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
+        addRow("34 payload bytes", longest, "42:" + QByteArray(68, '1'));
+        for (const int size : {1, 7, 8, 15, 16, 17, 33}) { // nothing of what follows may stand behind it
+            QByteArray frame = hex("43") + char(size + 1) + hex("42") + QByteArray(size, 0x11);
+            frame += char(0x43 ^ (size + 1) ^ 0x42 ^ (size % 2 == 0 ? 0 : 0x11));
+            addRow("before 34 payload bytes: " + QByteArray::number(size), frame + hex("0d") + longest,
+                   "42:" + QByteArray(2 * size, '1') + " 42:" + QByteArray(68, '1'));
+        }
+        longest.insert(3, 0x11)[1] = 0x24;
+        addRow("35 payload bytes", longest + hex("430141030d"), "41:");
+    }
+    void deframer() // whole, and in two pieces cut at every place
+    {
+        QFETCH(QByteArray, stream);
+        QFETCH(QByteArray, heard);
+        for (int cut = 0; cut <= stream.size(); ++cut) {
+            SListener listener;
+            listener.feed(stream.left(cut));
+            listener.feed(stream.mid(cut));
+            QCOMPARE(listener.heard.join(' '), heard);
+        }
+    }
+
+    void scanRequest()
+    {
+        QByteArray request = ddtIdentRequest();
+        QCOMPARE(request.toHex(), requestBytes(0).toHex());
+        setDdtSequence(request, 0x0102);
+        QCOMPARE(request.toHex(), requestBytes(0x0102).toHex());
+    }
+
+    void scanReplies_data()
+    {
+        const auto row = columns<QByteArray, QStringList>("reply", "found");
+        const QString gw1 = "gw1-TCP-SERVER-30000"_s;
+        const QByteArray server = entry(2, 0);
+        row("one endpoint", reply(1, server), {gw1});
+        row("no entry", reply(0, {}), {});
+        row("the same entry twice", reply(2, server + server), {gw1});
+        row("another address does not make another endpoint", reply(2, server + entry(2, 0, "gw2")), {gw1});
+        row("two protocols", reply(2, server + entry(2, 1)), {gw1, "gw1-UDP-SERVER-30000"_s});
+        row("TCP client", reply(1, entry(1, 0)), {});
+        row("UDP client", reply(1, entry(1, 1, "gw1", 65535)), {"gw1-UDP-CLIENT-65535"_s});
+        row("protocol 7", reply(1, entry(2, 7, "hall-gw")), {"hall-gw-Invalid-SERVER-30000"_s});
+        row("protocols 2 and 255", reply(2, entry(2, 2) + entry(2, 255)), {});
+        row("services 0 and 3, then a good one", reply(3, entry(0, 0) + entry(3, 0) + server), {gw1});
+        row("255 entries announced, one and a half there", reply(255, server + entry(2, 1).left(63)), {gw1});
+        row("fewer announced than there", reply(1, server + entry(2, 1)), {gw1});
+        row("name without end", reply(1, entry(2, 0, QByteArray(28, 'n'))),
+            {QString(28, QLatin1Char('n')) + "-TCP-SERVER-30000"_s});
+        row("name in UTF-8", reply(1, entry(2, 0, "größe")), {"größe-TCP-SERVER-30000"_s});
+        row("name that is no UTF-8", reply(1, entry(2, 0, "a\xff")), {"a\uFFFD-TCP-SERVER-30000"_s});
+        row("name that looks like a place to fill in", reply(1, entry(2, 0, "%1%2")), {"%1%2-TCP-SERVER-30000"_s});
+    }
+    void scanReplies()
+    {
+        QStringList found;
+        for (const SDdtEntry& one : usableDdtEntries(cell<QByteArray>("reply"))) {
+            const CConfigParamT93 param = configParamOfDdtEntry(one);
+            found.append(CT93DeviceDetection::buildUniqueName(param));
+            QCOMPARE(param.ipAddress().toString(), "192.168.1.70"_s);
+            QCOMPARE(param.macAddressString(QLatin1Char(':')), "00:1a:2b:3c:4d:5e"_s);
+            QCOMPARE(param.canBaudrate(), 100U);
+        }
+        QTEST(found, "found");
+    }
+
+    void logFrames_data()
+    {
+        const auto row = columns<QByteArray>("formatted"); // empty: refused
+        row("123#1122", "123#1122");
+        row("1#", "001#");
+        row("7ff#aa.bb.cc", "7FF#AABBCC");
+        row("000#0001020304050607", "000#0001020304050607");
+        for (const char* text : {"", "123", "#11", "800#", "0123#", "12G#", "-12#", "123#1", "123#1G",
+                                 "123#000102030405060708", "123# 11", "00000123#11", "123##011", "123#R"}) {
+            row(text, {});
+        }
+    }
+    void logFrames()
+    {
+        QFETCH(QByteArray, formatted);
+        auto message = parseFrame(rowName());
+        QCOMPARE(bool(message), !formatted.isEmpty());
+        if (message) {
+            QCOMPARE(formatFrame(*message), formatted);
+        } else {
+            QVERIFY(message.problem().text.contains(QString::fromLatin1(rowName())));
+            QVERIFY(message.problem().isUsage);
+        }
+    }
+
+    void logLines_data()
+    {
+        const auto row = columns<QString>("result");
+        row("(1398128223.803317) can0 166#D0320009\n", "entry"_s);
+        row("(1398128223.803317) can0 166#D0320009 R", "entry"_s);
+        for (const char* skipped :
+             {" \r\n", "# by hand", "(1.0) can0 00000166#D0", "(1.0) can0 166#R", "(1.0) can0 166##1D0"}) {
+            row(skipped, "skipped"_s);
+        }
+        for (const char* malformed : {"can0 166#D0", "1.000000 can0 166#D0", "(99999999999999999999.0) can0 166#D0",
+                                      "(-1.000000) can0 166#D0", "(1.000000) can0 166#D"}) {
+            row(malformed, "malformed"_s);
+        }
+    }
+    void logLines()
+    {
+        auto read = parseLogLine(rowName());
+        QTEST(!read ? "malformed"_s : *read ? "entry"_s : "skipped"_s, "result");
+        if (read && *read) {
+            const SLogEntry& entry = **read;
+            QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));
+            QCOMPARE(formatLogLine(entry), rowName().trimmed()); // with its direction, where it has one
+            QCOMPARE(formatDump(entry.interfaceName, entry.message), QByteArray("  can0  166   [4]  D0 32 00 09"));
+        }
+    }
+
+    void readerNamesTheLineThatIsWrong()
+    {
+        const QTemporaryDir folder;
+        const QString log =
+            writeFile(folder, "(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
+        CLogReader reader;
+        const auto failure = reader.open(folder.filePath("none"_s));
+        QVERIFY(failure);
+        QVERIFY(failure->text.contains(folder.filePath("none"_s)));
+        QVERIFY(!reader.open(log));
+        for (const QByteArray expected : {"(1.500000) can0 001#01", "(3.000001) can0 002#", "line 5", "end"}) {
+            auto entry = reader.next();
+            const QByteArray read = !entry ? entry.problem().text.toUtf8() : *entry ? formatLogLine(**entry) : "end";
+            QVERIFY2(read == expected || (!entry && read.contains(expected)), read);
+        }
+        QCOMPARE(reader.skipped(), 1);
+    }
+};
+
+QTEST_APPLESS_MAIN(FormatsTest)
+#include "tst_formats.moc"
