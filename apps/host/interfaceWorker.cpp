@@ -171,6 +171,7 @@ void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
         m_lookTimer.start();
+        m_retryTimer.start(RETRY_MS); // the opening has sent requests
         look();
         return;
     }
@@ -187,12 +188,7 @@ void CInterfaceWorker::onOpened(int code)
 
 void CInterfaceWorker::retry()
 {
-    if (can().isOpened()) { // over UDP: repeats the requests that follow a connection, which may have been lost
-        QMetaObject::invokeMethod(&can(), "onSocketConnected");
-        look();
-    } else {
-        open();
-    }
+    can().isOpened() ? look() : open();
 }
 
 void CInterfaceWorker::look()
@@ -201,13 +197,15 @@ void CInterfaceWorker::look()
     if (!status.hasLink() && (m_isOpening || !can().isOpened())) {
         return; // the end of the attempt to open decides, in `onOpened`
     }
-    publish(status);
     const bool isUnheard = status.connection == EConnection::eOpen || status.connection == EConnection::eSilent;
     if (!isUnheard || can().property("Protocol").toString() != QLatin1String("UDP")) {
         m_retryTimer.stop();
     } else if (!m_retryTimer.isActive()) {
         m_retryTimer.start(RETRY_MS);
+        QMetaObject::invokeMethod(&can(), "onSocketConnected"); // repeats the requests that follow a connection
+        return; // the next look publishes silence, unless an answer has come
     }
+    publish(status);
 }
 
 /// Makes a status the newest. The owner is notified once until it takes a status, however many follow each other.
