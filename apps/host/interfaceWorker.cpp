@@ -18,6 +18,8 @@ namespace
 constexpr int LOOK_MS = 100;
 /// From an attempt to open the interface, or to have a silent gateway answer over UDP, to the next attempt.
 constexpr int RETRY_MS = 3000;
+/// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
+constexpr int ANSWER_MS = 1000;
 constexpr std::size_t MAX_BATCH = 10'000;
 
 /// Workers whose threads may run. The threads run code of the plugin, so they end before the application object.
@@ -203,9 +205,11 @@ void CInterfaceWorker::look()
     } else if (!m_retryTimer.isActive()) {
         m_retryTimer.start(RETRY_MS);
         QMetaObject::invokeMethod(&can(), "onSocketConnected"); // repeats the requests that follow a connection
-        return; // the next look publishes silence, unless an answer has come
     }
-    publish(status);
+    const bool mayAnswer = m_retryTimer.remainingTime() > RETRY_MS - ANSWER_MS;
+    if (status.connection != EConnection::eSilent || !mayAnswer) {
+        publish(status);
+    }
 }
 
 /// Makes a status the newest. The owner is notified once until it takes a status, however many follow each other.
