@@ -127,6 +127,20 @@ private Q_SLOTS:
         QCOMPARE(use.texts.mid(use.texts.indexOf("connected"_s)), list("connected silent connected"_s));
     }
 
+    /// A gateway that is not polled answers when it is asked, and so does not alternate between two states.
+    void silenceOverUdpIsAnUnansweredRequest_data() { rows({"UDP"}); }
+    void silenceOverUdpIsAnUnansweredRequest()
+    {
+        SUse use;
+        use.gateway.setIdentity(withoutBusload());
+        int requests = 0;
+        connect(&use.gateway, &CSimGateway::requestReceived, this,
+                [&](int command) { requests += command == RM_CMD_MAC_ADDRESS ? 1 : 0; });
+        use.open(use.gateway.port());
+        QTRY_VERIFY(requests >= 4);
+        QCOMPARE(use.texts, list("open, no answer yet|connected"_s));
+    }
+
     void lossAndReturnAreReportedOnce()
     {
         SUse use;

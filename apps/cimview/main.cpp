@@ -62,7 +62,7 @@ Failure openTarget(CInterfaceList& interfaces, const QString& target, const QStr
                 CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target));
         }
         Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
-        const Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
+        Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
         if (failure) {
             return failure;
         }

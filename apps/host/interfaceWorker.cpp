@@ -18,6 +18,8 @@ namespace
 constexpr int LOOK_MS = 100;
 /// From an attempt to open the interface, or to have a silent gateway answer over UDP, to the next attempt.
 constexpr int RETRY_MS = 3000;
+/// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
+constexpr int ANSWER_MS = 1000;
 constexpr std::size_t MAX_BATCH = 10'000;
 
 /// Workers whose threads may run. The threads run code of the plugin, so they end before the application object.
@@ -171,6 +173,7 @@ void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
         m_lookTimer.start();
+        m_retryTimer.start(RETRY_MS); // the opening has sent requests
         look();
         return;
     }
@@ -187,12 +190,7 @@ void CInterfaceWorker::onOpened(int code)
 
 void CInterfaceWorker::retry()
 {
-    if (can().isOpened()) { // over UDP: repeats the requests that follow a connection, which may have been lost
-        QMetaObject::invokeMethod(&can(), "onSocketConnected");
-        look();
-    } else {
-        open();
-    }
+    can().isOpened() ? look() : open();
 }
 
 void CInterfaceWorker::look()
@@ -201,12 +199,16 @@ void CInterfaceWorker::look()
     if (!status.hasLink() && (m_isOpening || !can().isOpened())) {
         return; // the end of the attempt to open decides, in `onOpened`
     }
-    publish(status);
     const bool isUnheard = status.connection == EConnection::eOpen || status.connection == EConnection::eSilent;
     if (!isUnheard || can().property("Protocol").toString() != QLatin1String("UDP")) {
         m_retryTimer.stop();
     } else if (!m_retryTimer.isActive()) {
         m_retryTimer.start(RETRY_MS);
+        QMetaObject::invokeMethod(&can(), "onSocketConnected"); // repeats the requests that follow a connection
+    }
+    const bool mayAnswer = m_retryTimer.remainingTime() > RETRY_MS - ANSWER_MS;
+    if (status.connection != EConnection::eSilent || !mayAnswer) {
+        publish(status);
     }
 }
 
