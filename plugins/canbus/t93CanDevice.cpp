@@ -192,10 +192,10 @@ void CT93CanDevice::onMail()
         }
     }
     if (opening) {
-        takeFrames(delivery);
+        takeFrames(delivery, opening);
     }
     for (auto error = delivery.errors.begin(); opening && error != delivery.errors.end(); ++error) {
-        takeError(error->error);
+        takeError(error->error, opening);
     }
 }
 
@@ -209,7 +209,7 @@ void CT93CanDevice::takeOutcome(const Apps::SBusRecord& record)
     }
 }
 
-void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery)
+void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery, const QPointer<QObject>& opening)
 {
     const QVariant loopback = configurationParameter(LoopbackKey);
     const bool wantsOwn = configurationParameter(ReceiveOwnKey).toBool() && (!loopback.isValid() || loopback.toBool());
@@ -237,7 +237,6 @@ void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery)
     const bool isNew = dropped > 0 && !m_isFull;
     m_isFull = m_isFull || isNew;
 
-    const QPointer<QObject> opening = m_opening;
     if (!frames.isEmpty()) {
         enqueueReceivedFrames(frames);
     }
@@ -246,7 +245,7 @@ void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery)
     }
 }
 
-void CT93CanDevice::takeError(int error)
+void CT93CanDevice::takeError(int error, const QPointer<QObject>& opening)
 {
     const bool isKnown = error >= 0 && error < static_cast<int>(std::size(MEANINGS));
     const SMeaning meaning = isKnown ? MEANINGS[error] : SMeaning{UnknownError};
@@ -256,7 +255,6 @@ void CT93CanDevice::takeError(int error)
     } else if (meaning.busStatus != CanBusStatus::Unknown) {
         m_busStatus = meaning.busStatus;
     }
-    const QPointer<QObject> opening = m_opening;
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
     if (opening && m_isLost) { // else regained in a slot that ran the event loop
         setState(ConnectingState);

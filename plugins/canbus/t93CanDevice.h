@@ -46,12 +46,13 @@ private:
     QString refusalOf(const QCanBusFrame& frame) const;
     void leave();
 
-    // What the interface reports. The signals of these may close, reopen or delete the device.
+    // What the interface reports. The signals of these may close, reopen or delete the device: then `opening`, a copy
+    // of `m_opening` on the stack, is null.
     void onStatus();
     void onMail();
     void takeOutcome(const Apps::SBusRecord& record);
-    void takeFrames(const Apps::SDelivery& delivery);
-    void takeError(int error);
+    void takeFrames(const Apps::SDelivery& delivery, const QPointer<QObject>& opening);
+    void takeError(int error, const QPointer<QObject>& opening);
 
     const std::unique_ptr<Cim::CCanInterface> m_model;  ///< child; stays closed: each opening has a clone
     std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< of this opening
