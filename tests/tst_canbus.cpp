@@ -223,13 +223,19 @@ private Q_SLOTS:
         bool isReset = false;
         connect(&host.gateway, &CSimGateway::requestReceived, [&](int request) { isReset |= request == RM_CMD_RESET; });
         QVERIFY(host.connect());
-        QCOMPARE(host.device->busStatus(), Status::Good);
+        QTRY_COMPARE(host.device->busStatus(), Status::Good); // the gateway has answered
         host.gateway.sendStatus(0x08);
         QTRY_COMPARE(host.told, list("ConnectingState ConnectedState UnknownError"_s));
         QVERIFY(host.device->errorString().startsWith("T93 CAN bus off error."_s));
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
         QTRY_VERIFY(isReset && host.device->busStatus() == Status::Good);
+        SSimFaults faults;
+        faults.mute = true;
+        host.gateway.setFaults(faults);
+        QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
+        QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
+        QCOMPARE(host.device->state(), Device::ConnectedState);
     }
 
     void anythingInASlot_data()

@@ -66,7 +66,7 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_mode
         QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
     setResetControllerFunction([this] { m_interface ? m_interface->reset() : void(); });
-    setCanBusStatusGetter([this] { return m_busStatus; });
+    setCanBusStatusGetter([this] { return status().isConnected() ? m_busStatus : CanBusStatus::Unknown; });
 }
 
 // ---- Configuration ----

@@ -24,6 +24,10 @@ class CT93CanDevice : public QCanBusDevice
     Q_PROPERTY(int receiveLimit MEMBER m_receiveLimit)
     /// Frames dropped for want of room since the device was made.
     Q_PROPERTY(qlonglong droppedFrames READ droppedFrames)
+    /// What is known of the connection to the gateway, in words: "open, no answer yet", "connected", "silent for 12 s".
+    /// ConnectedState alone says that the link stands; over UDP, that is the socket. The bus status is known while the
+    /// gateway is connected.
+    Q_PROPERTY(QString connection READ connection)
 
 public:
     /// For a closed interface of this thread. A bit rate that it has becomes BitRateKey.
@@ -37,12 +41,14 @@ public:
     QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 gives none
 
     qlonglong droppedFrames() const { return m_droppedFrames; }
+    QString connection() const { return Apps::connectionTextWithReason(status()); }
 
 protected:
     bool open() override;
     void close() override;
 
 private:
+    Apps::SInterfaceStatus status() const { return m_interface ? m_interface->status() : Apps::SInterfaceStatus(); }
     QString refusalOf(const QCanBusFrame& frame) const;
     void leave();
 
