@@ -28,11 +28,11 @@ struct SAllowedNetworks {
 
 /// An address to listen on.
 struct SListenAddress {
-    QHostAddress address{QHostAddress::LocalHost};
+    QHostAddress address; ///< Null: none was given.
     quint16 port = 0;
 
     /// Reads [ADDRESS:]PORT.
-    static Result<SListenAddress> read(const QString& text);
+    Failure set(const QString& text);
 };
 
 /// ADDRESS:PORT of the client.

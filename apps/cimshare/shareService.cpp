@@ -12,20 +12,8 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// The name of the event that a connection has this state now.
-const char* eventOf(EConnection connection)
-{
-    switch (connection) {
-    case EConnection::eOpen:
-        return "noAnswer";
-    case EConnection::eConnected:
-        return "open";
-    case EConnection::eLost:
-        return "away";
-    default:
-        return connectionName(connection);
-    }
-}
+/// The names of the events that a connection has another state, in the order of EConnection.
+constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
@@ -37,7 +25,8 @@ CShareService::~CShareService() = default;
 
 Failure CShareService::start()
 {
-    if (!m_options.socketcand && !m_options.t93 && m_options.broker.hostName.isEmpty()) {
+    if (m_options.socketcand.address.isNull() && m_options.t93.address.isNull() &&
+        m_options.broker.hostName.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
@@ -60,12 +49,12 @@ Failure CShareService::start()
 
 void CShareService::addProtocols()
 {
-    if (m_options.socketcand) {
-        m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, *m_options.socketcand, m_options.beacon,
+    if (!m_options.socketcand.address.isNull()) {
+        m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, m_options.socketcand, m_options.beacon,
                                                                   m_options.allowed, m_log));
     }
-    if (m_options.t93) {
-        m_protocols.push_back(std::make_unique<CT93Share>(m_buses, *m_options.t93, m_options.allowed, m_log));
+    if (!m_options.t93.address.isNull()) {
+        m_protocols.push_back(std::make_unique<CT93Share>(m_buses, m_options.t93, m_options.allowed, m_log));
     }
     if (!m_options.broker.hostName.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
@@ -116,7 +105,8 @@ void CShareService::watch(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print(eventOf(status.connection), bus.name(), connectionTextWithReason(status));
+        m_log.print(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
+                    connectionTextWithReason(status));
     });
     connect(&bus, &CSharedBus::identified, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
@@ -138,12 +128,8 @@ void CShareService::printStatus()
         printStatus(*bus);
     }
     for (const auto& protocol : m_protocols) {
-        quint64 lost = 0;
-        for (const auto& bus : m_buses) {
-            lost += protocol->lostCount(*bus);
-        }
-        if (lost > 0) {
-            m_log.print("lost", protocol->name(), QStringLiteral("%1 messages were lost").arg(lost));
+        if (protocol->lost() > 0) {
+            m_log.print("lost", protocol->name(), QStringLiteral("%1 messages were lost").arg(protocol->lost()));
         }
     }
 }
@@ -151,10 +137,8 @@ void CShareService::printStatus()
 void CShareService::printStatus(CSharedBus& bus)
 {
     int clients = 0;
-    quint64 lost = bus.lost();
     for (const auto& protocol : m_protocols) {
         clients += protocol->clientCount(bus);
-        lost += protocol->lostCount(bus);
     }
     const std::optional<int> load = bus.status().busload;
     const QString text =
@@ -163,7 +147,7 @@ void CShareService::printStatus(CSharedBus& bus)
             .arg(clients)
             .arg(bus.received().messages)
             .arg(bus.sent().messages)
-            .arg(lost);
+            .arg(bus.lost());
     m_log.print("status", bus.name(), text,
                 {{QStringLiteral("connected"), bus.status().isConnected()},
                  {QStringLiteral("connection"), QLatin1String(connectionName(bus.status().connection))},
@@ -171,7 +155,7 @@ void CShareService::printStatus(CSharedBus& bus)
                  {QStringLiteral("clients"), clients},
                  {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
                  {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
-                 {QStringLiteral("lost"), static_cast<qint64>(lost)}});
+                 {QStringLiteral("lost"), static_cast<qint64>(bus.lost())}});
 }
 
 } // namespace vexmor::Apps::Cimshare

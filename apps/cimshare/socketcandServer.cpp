@@ -4,7 +4,6 @@
 
 #include <QHostInfo>
 #include <QNetworkInterface>
-#include <QXmlStreamWriter>
 
 #include <algorithm>
 
@@ -26,36 +25,23 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
     for (const auto& bus : m_buses) {
-        connectBus(*bus);
+        connect(
+            bus.get(), &CSharedBus::messageSent, this,
+            [this, from = bus.get()](const auto& record, const QObject* client) { deliver(*from, record, client); });
     }
 }
 
 CSocketcandServer::~CSocketcandServer() = default;
 
-void CSocketcandServer::connectBus(CSharedBus& bus)
-{
-    connect(&bus, &CSharedBus::messageSent, this,
-            [this, &bus](const SBusRecord& record, const QObject* sender) { onMessage(bus, record, sender); });
-    connect(&bus, &CSharedBus::messageRefused, this, &CSocketcandServer::onRefused);
-    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
-        if (bus.status().connection == EConnection::eLost) {
-            writeError(bus, bus.connectionNotice());
-        }
-    });
-    connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error) { writeError(bus, bus.errorTitle(error)); });
-}
-
 Failure CSocketcandServer::start()
 {
-    const QString place = m_address.address.toString();
     if (!m_server.listen(m_address.address, m_address.port)) {
         return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
-                            .arg(place)
+                            .arg(m_address.address.toString())
                             .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.print("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
-                {{QStringLiteral("port"), m_server.serverPort()}});
+    m_log.printListening(m_name, m_server.serverAddress(), m_server.serverPort());
     if (m_hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
     }
@@ -88,48 +74,28 @@ void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
     m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
     CSocketcandClient* const client = m_clients.back().get();
     connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
-        countLost(client->bus(), 1);
+        if (client->bus() != nullptr) {
+            countLost(*client->bus(), 1);
+        }
         if (isFirst) {
             m_log.printOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
         m_log.printOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
-        m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
-                                     [client](const auto& candidate) { return candidate.get() == client; }));
+        m_clients.remove_if([client](const auto& candidate) { return candidate.get() == client; });
     });
 }
 
-void CSocketcandServer::writeError(const CSharedBus& bus, const QString& text)
-{
-    for (const auto& client : m_clients) {
-        if (client->bus() == &bus) {
-            client->writeError(text);
-        }
-    }
-}
-
-void CSocketcandServer::onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender)
+void CSocketcandServer::deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender)
 {
     QByteArray element;
     for (const auto& client : m_clients) {
-        if (client.get() == sender) {
-            client->noteSent(record.message);
-        } else if (client->bus() == &bus) {
+        if (client->bus() == &bus && client.get() != sender) {
             if (element.isEmpty()) { // the same for all
                 element = frameElement(record.message, record.microseconds);
             }
             client->deliver(record.message, element);
-        }
-    }
-}
-
-void CSocketcandServer::onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason,
-                                  bool isCyclic)
-{
-    for (const auto& client : m_clients) {
-        if (client.get() == sender) {
-            client->writeRefusal(message, reason, isCyclic);
         }
     }
 }
@@ -149,20 +115,15 @@ void CSocketcandServer::sendBeacon()
 /// The announcement for a network in which this service has `address`.
 QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
 {
-    QByteArray result;
-    QXmlStreamWriter xml(&result);
-    xml.writeStartElement(QStringLiteral("CANBeacon"));
-    xml.writeAttribute(QStringLiteral("name"), QHostInfo::localHostName());
-    xml.writeAttribute(QStringLiteral("type"), QStringLiteral("adapter"));
-    xml.writeAttribute(QStringLiteral("description"), QStringLiteral("cimshare"));
-    xml.writeTextElement(QStringLiteral("URL"),
-                         QStringLiteral("can://%1:%2").arg(address.toString()).arg(m_server.serverPort()));
+    QString buses;
     for (const auto& bus : m_buses) {
-        xml.writeEmptyElement(QStringLiteral("Bus"));
-        xml.writeAttribute(QStringLiteral("name"), bus->plainName());
+        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(bus->plainName().toHtmlEscaped());
     }
-    xml.writeEndElement();
-    return result;
+    return QStringLiteral(
+               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2:%3</URL>%4</CANBeacon>)")
+        .arg(QHostInfo::localHostName().toHtmlEscaped(), address.toString(), QString::number(m_server.serverPort()),
+             buses)
+        .toUtf8();
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -7,8 +7,8 @@
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <list>
 #include <memory>
-#include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -29,12 +29,9 @@ public:
     int clientCount(const CSharedBus& bus) const override;
 
 private:
-    void connectBus(CSharedBus& bus);
     void onNewConnection();
     void addClient(QTcpSocket* socket, const QString& peer);
-    void writeError(const CSharedBus& bus, const QString& text);
-    void onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
-    void onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason, bool isCyclic);
+    void deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
     void sendBeacon();
     QByteArray beacon(const QHostAddress& address) const;
 
@@ -44,7 +41,7 @@ private:
     QTcpServer m_server;
     QUdpSocket m_beaconSocket;
     QTimer m_beaconTimer;
-    std::vector<std::unique_ptr<CSocketcandClient>> m_clients;
+    std::list<std::unique_ptr<CSocketcandClient>> m_clients;
 };
 
 } // namespace vexmor::Apps::Cimshare

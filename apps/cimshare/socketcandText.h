@@ -13,30 +13,15 @@
 namespace vexmor::Apps::Cimshare
 {
 
-enum class EVerb {
-    eOpen,
-    eRawMode,
-    eBcmMode,
-    eControlMode,
-    eEcho,
-    eSend,
-    eStatistics,
-    eSubscribe,
-    eUnsubscribe,
-    eAdd,
-    eDelete
-};
-
 /// The state of a client. As bits: the states in which a command is allowed.
-enum EMode : unsigned { eNoBus = 1, eBroadcastManager = 2, eRaw = 4, eControl = 8 };
+enum EMode : unsigned { eEnded = 0, eNoBus = 1, eBroadcastManager = 2, eRaw = 4, eControl = 8 };
 
 /// A command of a client. What its verb does not have is at its default.
 struct SCommand {
-    EVerb verb = EVerb::eEcho;
+    QByteArray verb;    ///< One that a T93 can serve.
     unsigned modes = 0; ///< Bits of EMode.
     QByteArray busName;
-    std::int64_t microseconds = 0; ///< An interval.
-    int milliseconds = 0;
+    int milliseconds = 0;     ///< An interval, rounded up.
     Cim::CCanMessage message; ///< The identifier, and the data where the verb has data.
 };
 

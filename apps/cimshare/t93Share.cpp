@@ -13,12 +13,6 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr int MEASURING_MS = 1000;
 constexpr int HIGHEST_PORT = 65535;
-
-/// The gateway's name in the log.
-QString subjectOf(const CSharedBus& bus)
-{
-    return QStringLiteral("t93 ") + bus.name();
-}
 } // namespace
 
 /// A shared bus as a T93 gateway. Each host hears what the other clients send, and no host changes anything for them:
@@ -29,12 +23,11 @@ class CSharedGateway : public Sim::CRmServer
 public:
     CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed, CEventLog& log);
 
+    /// The gateway's name in the log.
+    QString subject() const { return QStringLiteral("t93 ") + m_bus.name(); }
+
 protected:
-    bool putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override
-    {
-        m_bus.send(message, from);
-        return true; // a refusal comes by a signal
-    }
+    void putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override;
     void change(const Cim::SRmFrame& request) override;
     std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
 
@@ -52,11 +45,9 @@ CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed,
     setMaxClients(SAllowedNetworks::MAX_CLIENTS);
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.printOfClient("disconnected", subjectOf(m_bus), QStringLiteral("a host disconnected")); });
+            [this] { m_log.printOfClient("disconnected", subject(), QStringLiteral("a host disconnected")); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
-    connect(&bus, &CSharedBus::messageRefused, this,
-            [this](const Cim::CCanMessage& /*message*/, const QObject* sender) { refuse(sender); });
     connect(&bus, &CSharedBus::identified, this, &CSharedGateway::identify);
     connect(&bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus.status().connection == EConnection::eLost) {
@@ -70,24 +61,7 @@ CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed,
     });
 }
 
-void CSharedGateway::change(const Cim::SRmFrame& request)
-{
-    if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
-        return; // each host sends one: not worth a line
-    }
-    const QString what = request.command == Cim::RM_CMD_RESET
-                             ? QStringLiteral("a reset")
-                             : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.printOfClient("ignored", subjectOf(m_bus), QStringLiteral("a host asked for %1: ignored").arg(what));
-}
-
-std::unique_ptr<Sim::CRmLink> CSharedGateway::makeLink(Sim::SRmPeer peer)
-{
-    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, subjectOf(m_bus), m_log);
-    return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
-}
-
-/// It answers as the real one.
+/// Answers as the real gateway from now on.
 void CSharedGateway::identify()
 {
     const SInterfaceStatus& status = m_bus.status();
@@ -101,12 +75,39 @@ void CSharedGateway::identify()
     setIdentity(identity);
 }
 
+void CSharedGateway::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
+{
+    m_bus.send(message, from, [&from](const Failure& failure) {
+        if (failure) {
+            from.send(Sim::rmFrame(Cim::RM_CMD_STATUS, Sim::STATUS_TRANSMIT_TIMEOUT));
+        }
+    });
+}
+
+void CSharedGateway::change(const Cim::SRmFrame& request)
+{
+    if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
+        return; // each host sends one: not worth a line
+    }
+    const QString what = request.command == Cim::RM_CMD_RESET
+                             ? QStringLiteral("a reset")
+                             : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
+    m_log.printOfClient("ignored", subject(), QStringLiteral("a host asked for %1: ignored").arg(what));
+}
+
+std::unique_ptr<Sim::CRmLink> CSharedGateway::makeLink(Sim::SRmPeer peer)
+{
+    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, subject(), m_log);
+    return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
+}
+
 CT93Share::CT93Share(const CSharedBuses& buses, const SListenAddress& address, const SAllowedNetworks& allowed,
                      CEventLog& log)
     : CProtocol(QStringLiteral("t93"), buses, log), m_address(address)
 {
     for (const auto& bus : m_buses) {
-        m_gateways.emplace(bus.get(), std::make_unique<CSharedGateway>(*bus, allowed, log));
+        auto& gateway = m_gateways[bus.get()] = std::make_unique<CSharedGateway>(*bus, allowed, log);
+        connect(gateway.get(), &Sim::CRmServer::frameLost, this, [this, lossy = bus.get()] { countLost(*lossy, 1); });
     }
 }
 
@@ -122,9 +123,7 @@ Failure CT93Share::start()
         if (Failure failure = gateway.listen(m_address.address, m_address.port)) {
             return failure;
         }
-        m_log.print("listening", subjectOf(*bus),
-                    QStringLiteral("on %1:%2").arg(gateway.address().toString()).arg(gateway.port()),
-                    {{QStringLiteral("port"), gateway.port()}});
+        m_log.printListening(gateway.subject(), gateway.address(), gateway.port());
         m_address.port = static_cast<quint16>(m_address.port == 0 ? 0 : m_address.port + 1);
     }
     return {};
@@ -133,11 +132,6 @@ Failure CT93Share::start()
 int CT93Share::clientCount(const CSharedBus& bus) const
 {
     return m_gateways.at(&bus)->tcpHostCount();
-}
-
-quint64 CT93Share::lostCount(const CSharedBus& bus) const
-{
-    return m_gateways.at(&bus)->lostFrames();
 }
 
 } // namespace vexmor::Apps::Cimshare

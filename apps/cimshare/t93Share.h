@@ -21,7 +21,6 @@ public:
 
     Failure start() override;
     int clientCount(const CSharedBus& bus) const override;
-    quint64 lostCount(const CSharedBus& bus) const override;
 
 private:
     SListenAddress m_address;
