@@ -69,7 +69,7 @@ Failure SListenAddress::set(const QString& text)
     bool isPort = false;
     port = text.mid(colon + 1).toUShort(&isPort);
     address = QHostAddress(colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon)));
-    return isPort && !address.isNull()
+    return isPort && isGiven()
                ? Failure()
                : wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
 }

@@ -31,6 +31,7 @@ struct SListenAddress {
     QHostAddress address; ///< Null: none was given.
     quint16 port = 0;
 
+    bool isGiven() const { return !address.isNull(); }
     /// Reads [ADDRESS:]PORT.
     Failure set(const QString& text);
 };

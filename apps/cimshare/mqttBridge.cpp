@@ -35,11 +35,6 @@ QByteArray online(bool isOnline)
     return jsonOf({{QStringLiteral("online"), isOnline}, {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
 }
 
-double secondsOf(std::int64_t microseconds)
-{
-    return static_cast<double>(microseconds) / 1e6;
-}
-
 QJsonObject stateOf(const CSharedBus& bus)
 {
     const SInterfaceStatus& status = bus.status();
@@ -52,11 +47,10 @@ QJsonObject stateOf(const CSharedBus& bus)
 } // namespace
 
 CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
-    : CProtocol(QStringLiteral("mqtt"), buses, log),
-      m_broker(broker),
+    : CProtocol(QStringLiteral("mqtt"), log),
       m_topic(topic + QLatin1Char('/')),
       m_published(buses.size()),
-      m_link(m_topic + STATE, online(false))
+      m_link(broker, m_topic + STATE, online(false))
 {
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
@@ -90,7 +84,7 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
     connect(&bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
         const QJsonObject object{{QStringLiteral("number"), error},
                                  {QStringLiteral("text"), published.bus->errorTitle(error)},
-                                 {QStringLiteral("time"), secondsOf(microsecondsNow())}};
+                                 {QStringLiteral("time"), microsecondsNow() / 1e6}};
         m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
     });
     if (!bus.sendingProblem()) {
@@ -108,7 +102,7 @@ CMqttBridge::~CMqttBridge()
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
-    return m_link.start(m_broker);
+    return m_link.start();
 }
 
 /// The bus that a topic belongs to, or null.
@@ -178,8 +172,8 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
     publishChange(published, QStringLiteral("load"),
                   {{QStringLiteral("percent"), load ? QJsonValue(*load) : QJsonValue()}});
     const QJsonObject gap{{QStringLiteral("messages"), published.lost},
-                          {QStringLiteral("from"), secondsOf(published.lostSince)},
-                          {QStringLiteral("to"), secondsOf(microsecondsNow())}};
+                          {QStringLiteral("from"), published.lostSince / 1e6},
+                          {QStringLiteral("to"), microsecondsNow() / 1e6}};
     if (published.lost > 0 && m_link.publish(published.topic + QStringLiteral("gap"), jsonOf(gap), true)) {
         m_log.print("gap", published.bus->name(), QStringLiteral("%1 messages were not published").arg(published.lost));
         published.lost = 0;

@@ -14,7 +14,7 @@ namespace vexmor::Apps::Cimshare
 
 /// Publishes the messages of the buses at a broker, and sends what is published there for them. Nothing waits for the
 /// broker: messages that it cannot take are lost, counted, and reported as a gap.
-class CMqttBridge : public CProtocol
+class CMqttBridge : public QObject, public CProtocol
 {
     Q_OBJECT
 
@@ -58,7 +58,6 @@ private:
     void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);
     void endRefusals(SPublishedBus& published);
 
-    const SBroker m_broker;
     const QString m_topic;
     std::vector<SPublishedBus> m_published;
     QTimer m_batchTimer;

@@ -1,12 +1,9 @@
 #include "apps/cimshare/mqttLink.h"
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QFile>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <mosquitto.h>
 #include <utility>
 
@@ -25,8 +22,7 @@ constexpr int MAX_PAYLOAD = 64 * 1024;
 
 QString textOf(int code)
 {
-    const QString text = QString::fromUtf8(mosquitto_strerror(code));
-    return code == MOSQ_ERR_ERRNO ? QString::fromLocal8Bit(std::strerror(errno)) : text;
+    return QString::fromLocal8Bit(mosquitto_strerror(code)); // of a system error: its text
 }
 
 /// The object that a callback of the library is for.
@@ -51,8 +47,8 @@ Failure SBroker::setAddress(const QString& text)
     return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
-CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
-    : m_client(nullptr, mosquitto_destroy), m_willTopic(willTopic.toUtf8())
+CMqttLink::CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload)
+    : m_client(nullptr, mosquitto_destroy), m_broker(broker), m_willTopic(willTopic.toUtf8())
 {
     mosquitto_lib_init();
     m_client.reset(mosquitto_new(nullptr, true, this));
@@ -82,34 +78,30 @@ CMqttLink::~CMqttLink()
     mosquitto_lib_cleanup();
 }
 
-Failure CMqttLink::start(const SBroker& broker)
+Failure CMqttLink::start()
 {
-    m_broker = broker;
-    if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
-        (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
+    if (m_broker.certificateFile.isEmpty() != m_broker.keyFile.isEmpty() ||
+        (m_broker.caFile.isEmpty() && !m_broker.keyFile.isEmpty())) {
         return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
         return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
     }
-    if (!broker.credentialsFile.isEmpty()) {
-        QFile file(broker.credentialsFile);
+    if (!m_broker.credentialsFile.isEmpty()) {
+        QFile file(m_broker.credentialsFile);
         if (!file.open(QIODevice::ReadOnly)) {
-            return wrongUsage(QStringLiteral("%1: %2").arg(broker.credentialsFile, file.errorString()));
+            return wrongUsage(QStringLiteral("%1: %2").arg(m_broker.credentialsFile, file.errorString()));
         }
         const QByteArray user = file.readLine().trimmed();
         mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());
     }
-    if (!broker.caFile.isEmpty()) {
-        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(broker.caFile).constData(), nullptr,
-                                           orNull(QFile::encodeName(broker.certificateFile)),
-                                           orNull(QFile::encodeName(broker.keyFile)), nullptr);
+    if (!m_broker.caFile.isEmpty()) {
+        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(m_broker.caFile).constData(), nullptr,
+                                           orNull(QFile::encodeName(m_broker.certificateFile)),
+                                           orNull(QFile::encodeName(m_broker.keyFile)), nullptr);
         if (code != MOSQ_ERR_SUCCESS) {
             return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
         }
-    }
-    if (m_broker.port == 0) {
-        m_broker.port = broker.caFile.isEmpty() ? 1883 : 8883;
     }
     m_thread = std::thread([this] { run(); });
     return {};
@@ -142,24 +134,22 @@ void CMqttLink::run()
 bool CMqttLink::runOnce()
 {
     m_problem.clear();
-    int code =
-        mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
-    QElapsedTimer sinceEnding;
-    while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
+    const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
+    int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
+                                       m_broker.port == 0 ? port : m_broker.port, KEEPALIVE_S);
+    QDeadlineTimer end(QDeadlineTimer::Forever);
+    while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
-        if (m_ending.available() > 0 && !sinceEnding.isValid()) {
-            sinceEnding.start();
+        if (m_ending.available() > 0 && end.isForever()) {
+            end.setRemainingTime(END_MS);
         }
     }
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
-    decltype(m_waiting) neverLeft;
-    bool wasConnected = false;
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        wasConnected = std::exchange(m_isConnected, false);
-        neverLeft.swap(m_waiting);
-        m_waitingMessages = 0;
-    }
+    std::unique_lock<std::mutex> guard(m_lock);
+    const bool wasConnected = std::exchange(m_isConnected, false);
+    const auto neverLeft = std::exchange(m_waiting, {});
+    m_waitingMessages = 0;
+    guard.unlock();
     for (const SWaiting& publication : neverLeft) {
         Q_EMIT lost(publication.topic, publication.messages);
     }
@@ -176,10 +166,9 @@ void CMqttLink::onConnect(int code)
     for (const QString& topic : std::as_const(m_subscriptions)) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.toUtf8().constData(), 0);
     }
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        m_isConnected = true;
-    }
+    std::unique_lock<std::mutex> guard(m_lock);
+    m_isConnected = true;
+    guard.unlock();
     Q_EMIT connected();
 }
 

@@ -40,12 +40,12 @@ class CMqttLink : public QObject
 
 public:
     /// The broker publishes `willPayload`, retained, when this program vanishes.
-    CMqttLink(const QString& willTopic, const QByteArray& willPayload);
+    CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload);
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
     /// Begins to connect. Fails when a file cannot be used.
-    Failure start(const SBroker& broker);
+    Failure start();
     /// Subscribes a topic at each connection; to be called before `start`.
     void subscribe(const QString& topic) { m_subscriptions.append(topic); }
     /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
@@ -76,8 +76,8 @@ private:
     void onPublished();
 
     std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
+    const SBroker m_broker;
     const QByteArray m_willTopic;
-    SBroker m_broker;
     QStringList m_subscriptions;
     QString m_problem; ///< Used by the thread: why the broker refused.
 

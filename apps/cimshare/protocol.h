@@ -8,15 +8,13 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A way in which the buses are shared: all that the service knows of it.
-class CProtocol : public QObject
+/// A way in which buses are shared: all that the service knows of it.
+class CProtocol
 {
 public:
-    /// `name` stands in the event log. What is handed over outlives the protocol.
-    CProtocol(QString name, const CSharedBuses& buses, CEventLog& log)
-        : m_name(std::move(name)), m_buses(buses), m_log(log)
-    {
-    }
+    /// `name` stands in the event log, which outlives the protocol.
+    CProtocol(QString name, CEventLog& log) : m_name(std::move(name)), m_log(log) {}
+    virtual ~CProtocol() = default;
 
     /// Begins to serve clients, or to connect to a broker.
     virtual Failure start() = 0;
@@ -34,7 +32,6 @@ protected:
     }
 
     const QString m_name;
-    const CSharedBuses& m_buses;
     CEventLog& m_log;
 
 private:

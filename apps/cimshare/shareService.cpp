@@ -6,12 +6,14 @@
 #include "apps/host/interfaceStore.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
 namespace
 {
+constexpr std::size_t HIGHEST_PORT = 65535;
 /// The names of the events that a connection has another state, in the order of EConnection.
 constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
@@ -21,18 +23,17 @@ CShareService::CShareService(SShareOptions options) : m_options(std::move(option
     connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
 }
 
-CShareService::~CShareService() = default;
-
 Failure CShareService::start()
 {
-    if (m_options.socketcand.address.isNull() && m_options.t93.address.isNull() &&
-        m_options.broker.hostName.isEmpty()) {
+    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.hostName.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
         return failure;
     }
-    addProtocols();
+    if (Failure failure = addProtocols()) {
+        return failure;
+    }
     for (const auto& protocol : m_protocols) {
         if (Failure failure = protocol->start()) {
             return failure;
@@ -47,18 +48,26 @@ Failure CShareService::start()
     return {};
 }
 
-void CShareService::addProtocols()
+Failure CShareService::addProtocols()
 {
-    if (!m_options.socketcand.address.isNull()) {
+    if (m_options.socketcand.isGiven()) {
         m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, m_options.socketcand, m_options.beacon,
                                                                   m_options.allowed, m_log));
     }
-    if (!m_options.t93.address.isNull()) {
-        m_protocols.push_back(std::make_unique<CT93Share>(m_buses, m_options.t93, m_options.allowed, m_log));
+    SListenAddress t93 = m_options.t93;
+    if (t93.port + m_buses.size() > HIGHEST_PORT + 1) {
+        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(t93.port));
+    }
+    for (const auto& bus : m_buses) {
+        if (t93.isGiven()) {
+            m_protocols.push_back(std::make_unique<CT93Share>(*bus, t93, m_options.allowed, m_log));
+            t93.port = static_cast<quint16>(t93.port == 0 ? 0 : t93.port + 1);
+        }
     }
     if (!m_options.broker.hostName.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
     }
+    return {};
 }
 
 Failure CShareService::addBuses()
@@ -127,9 +136,13 @@ void CShareService::printStatus()
     for (const auto& bus : m_buses) {
         printStatus(*bus);
     }
+    std::map<QString, quint64> lost;
     for (const auto& protocol : m_protocols) {
-        if (protocol->lost() > 0) {
-            m_log.print("lost", protocol->name(), QStringLiteral("%1 messages were lost").arg(protocol->lost()));
+        lost[protocol->name()] += protocol->lost();
+    }
+    for (const auto& [name, messages] : lost) {
+        if (messages > 0) {
+            m_log.print("lost", name, QStringLiteral("%1 messages were lost").arg(messages));
         }
     }
 }

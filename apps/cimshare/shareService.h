@@ -37,14 +37,13 @@ class CShareService : public QObject
 
 public:
     explicit CShareService(SShareOptions options);
-    ~CShareService() override;
 
     /// Starts the protocols and begins to open the interfaces. Fails when an option cannot be satisfied.
     Failure start();
 
 private:
     Failure addBuses();
-    void addProtocols();
+    Failure addProtocols();
     void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);

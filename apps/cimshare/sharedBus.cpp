@@ -8,14 +8,6 @@
 
 namespace vexmor::Apps::Cimshare
 {
-namespace
-{
-void count(CSharedBus::SCount& total, const Cim::CCanMessage& message)
-{
-    ++total.messages;
-    total.bytes += message.length();
-}
-} // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
     : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
@@ -83,7 +75,6 @@ void CSharedBus::takeOutcome(const SBusRecord& record)
     m_pending.pop_front();
     Failure failure;
     if (record.code == 0) {
-        count(m_sent, record.message);
         Q_EMIT messageSent(record, pending.client ? pending.client.data() : this);
     } else {
         failure = SProblem{m_canInterface->errorCodeToString(record.code), record.code};
@@ -99,10 +90,14 @@ void CSharedBus::onMail()
 {
     m_mailbox->take(m_delivery);
     for (const SBusRecord& record : m_delivery.records) {
+        if (record.code == 0) {
+            SCount& total = record.sent ? m_sent : m_received;
+            ++total.messages;
+            total.bytes += record.message.length();
+        }
         if (record.sent) {
             takeOutcome(record);
         } else {
-            count(m_received, record.message);
             Q_EMIT messageSent(record, nullptr);
         }
     }

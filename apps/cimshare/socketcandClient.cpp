@@ -23,7 +23,8 @@ std::uint16_t idOf(const SCommand& command)
 }
 } // namespace
 
-CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses) : m_socket(socket), m_buses(buses)
+CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses)
+    : m_socket(std::move(socket)), m_buses(buses)
 {
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
@@ -68,13 +69,11 @@ void CSocketcandClient::writeError(const QString& text)
 
 void CSocketcandClient::writeStatistics()
 {
-    const CSharedBus::SCount& received = m_bus->received();
-    const CSharedBus::SCount& sent = m_bus->sent();
     write(QStringLiteral("\n< stat %1 %2 %3 %4 >")
-              .arg(received.bytes)
-              .arg(received.messages)
-              .arg(sent.bytes)
-              .arg(sent.messages)
+              .arg(m_bus->received().bytes)
+              .arg(m_bus->received().messages)
+              .arg(m_bus->sent().bytes)
+              .arg(m_bus->sent().messages)
               .toLatin1());
 }
 
@@ -95,7 +94,7 @@ void CSocketcandClient::write(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
         m_hasLost = true;
-        Q_EMIT frameLost(!std::exchange(m_hasEverLost, true));
+        Q_EMIT frameLost();
         return;
     }
     const QByteArray bytes =
@@ -115,7 +114,8 @@ void CSocketcandClient::onReadyRead()
         execute(element);
         return m_mode != eEnded;
     };
-    if (!m_reader.feed(m_socket->readAll(), onElement)) {
+    m_stream += m_socket->readAll();
+    if (!takeElements(m_stream, onElement)) {
         end();
     }
 }
@@ -228,13 +228,10 @@ void CSocketcandClient::send(const SCommand& command)
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    if (const Failure failure = m_bus->sendingProblem()) {
-        writeError(failure->text);
-        return;
-    }
+    const Failure failure = m_bus->sendingProblem();
     m_cyclic.erase(idOf(command));
-    if (m_cyclic.size() >= MAX_CYCLIC) {
-        writeError(QStringLiteral("too many messages are sent cyclically"));
+    if (failure || m_cyclic.size() >= MAX_CYCLIC) {
+        writeError(failure ? failure->text : QStringLiteral("too many messages are sent cyclically"));
         return;
     }
     QTimer& timer = m_cyclic[idOf(command)].timer;

@@ -21,7 +21,7 @@ class CSocketcandClient : public QObject
 
 public:
     /// Takes the connection over. The buses outlive the client.
-    CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses);
+    CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses);
 
     CSharedBus* bus() const { return m_bus; }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
@@ -30,7 +30,7 @@ public:
 Q_SIGNALS:
     void disconnected();
     /// The client reads too slowly and missed one more frame.
-    void frameLost(bool isFirst);
+    void frameLost();
 
 private:
     /// Frames of one identifier in broadcast manager mode.
@@ -65,14 +65,13 @@ private:
     const CSharedBuses& m_buses;
     CSharedBus* m_bus = nullptr;
     EMode m_mode = eNoBus;
-    CElementReader m_reader;
+    QByteArray m_stream; ///< From the client: the beginning of an element.
     QTimer
         m_limitTimer; ///< Ends the connection of a client that chooses no bus, or that does not read its last answer.
     QTimer m_quietTimer;  ///< Frames wait while it runs.
     QByteArray m_waiting; ///< Frames that wait for `m_quietTimer`.
     QTimer m_statisticsTimer;
-    bool m_hasLost = false; ///< Frames were lost since the last frame written.
-    bool m_hasEverLost = false;
+    bool m_hasLost = false;                                 ///< Frames were lost since the last frame written.
     std::map<std::uint16_t, SSubscription> m_subscriptions; ///< By identifier.
     std::map<std::uint16_t, SCyclic> m_cyclic;              ///< By identifier.
 };

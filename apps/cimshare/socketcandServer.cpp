@@ -1,11 +1,10 @@
 #include "apps/cimshare/socketcandServer.h"
 
-#include "apps/cimshare/socketcandClient.h"
-
 #include <QHostInfo>
 #include <QNetworkInterface>
 
 #include <algorithm>
+#include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -17,21 +16,19 @@ constexpr quint16 BEACON_PORT = 42000;
 
 CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                                      const SAllowedNetworks& allowed, CEventLog& log)
-    : CProtocol(QStringLiteral("socketcand"), buses, log),
-      m_address(address),
-      m_hasBeacon(hasBeacon),
-      m_allowed(allowed)
+    : CProtocol(QStringLiteral("socketcand"), log), m_buses(buses), m_address(address), m_allowed(allowed)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
+    if (hasBeacon) {
+        m_beaconTimer.start(BEACON_MS);
+    }
     for (const auto& bus : m_buses) {
         connect(
             bus.get(), &CSharedBus::messageSent, this,
             [this, from = bus.get()](const auto& record, const QObject* client) { deliver(*from, record, client); });
     }
 }
-
-CSocketcandServer::~CSocketcandServer() = default;
 
 Failure CSocketcandServer::start()
 {
@@ -42,9 +39,6 @@ Failure CSocketcandServer::start()
                             .arg(m_server.errorString())};
     }
     m_log.printListening(m_name, m_server.serverAddress(), m_server.serverPort());
-    if (m_hasBeacon) {
-        m_beaconTimer.start(BEACON_MS);
-    }
     return {};
 }
 
@@ -56,28 +50,26 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
 
 void CSocketcandServer::onNewConnection()
 {
-    while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
-        const QString peer = peerOf(*socket);
+    while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
         if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
-            m_log.printOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
+            m_log.printOfClient("full", m_name,
+                                QStringLiteral("%1 turned away: too many clients").arg(peerOf(*socket)));
         } else if (m_allowed.admits(*socket, m_name, m_log)) {
-            addClient(socket, peer);
-            continue;
+            addClient(std::move(socket));
         }
-        socket->abort();
-        socket->deleteLater();
     }
 }
 
-void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
+void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
 {
-    m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
+    const QString peer = peerOf(*socket);
+    m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_buses));
     CSocketcandClient* const client = m_clients.back().get();
-    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
+    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer, isFirst = true]() mutable {
         if (client->bus() != nullptr) {
             countLost(*client->bus(), 1);
         }
-        if (isFirst) {
+        if (std::exchange(isFirst, false)) {
             m_log.printOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });

@@ -152,18 +152,17 @@ Result<SCommand> readCommand(const QByteArray& element)
     return words.isEmpty() ? Result<SCommand>(command) : wrong("too many words");
 }
 
-bool CElementReader::feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement)
+bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement)
 {
-    m_rest += bytes;
-    int begin = m_rest.indexOf('<');
-    for (int end = 0; begin >= 0 && (end = m_rest.indexOf('>', begin)) >= 0; begin = m_rest.indexOf('<', end)) {
-        const QByteArray element = m_rest.mid(begin + 1, end - begin - 1);
+    int begin = stream.indexOf('<');
+    for (int end = 0; begin >= 0 && (end = stream.indexOf('>', begin)) >= 0; begin = stream.indexOf('<', end)) {
+        const QByteArray element = stream.mid(begin + 1, end - begin - 1);
         if (element.size() > MAX_ELEMENT || !onElement(element)) {
             return false;
         }
     }
-    m_rest = begin < 0 ? QByteArray() : m_rest.mid(begin);
-    return m_rest.size() <= MAX_ELEMENT;
+    stream = begin < 0 ? QByteArray() : stream.mid(begin);
+    return stream.size() <= MAX_ELEMENT;
 }
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)

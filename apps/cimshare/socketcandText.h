@@ -28,20 +28,12 @@ struct SCommand {
 /// Reads an element, without the brackets. A failure's text is for the client.
 Result<SCommand> readCommand(const QByteArray& element);
 
-/// Cuts the bytes of a client into elements. An element may arrive in pieces, and several at once; bytes between
-/// elements are skipped.
-class CElementReader
-{
-public:
-    static constexpr int MAX_ELEMENT = 256;
+constexpr int MAX_ELEMENT = 256; ///< Characters between the brackets.
 
-    /// Calls `onElement` with each complete element. Returns false when `onElement` does, and when an element is too
-    /// long: then the stream cannot be used any more.
-    bool feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement);
-
-private:
-    QByteArray m_rest; ///< Begins with an opening bracket, or is empty.
-};
+/// Calls `onElement` with each complete element at the beginning of a client's stream, and keeps the rest: an element
+/// may arrive in pieces; bytes between elements are skipped. Returns false when `onElement` does, and when an element
+/// is too long: then the stream cannot be used any more.
+bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement);
 
 // Elements that are not answers begin with a line end: one widespread client needs a character between two elements,
 // and the other clients skip it.

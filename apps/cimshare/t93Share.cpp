@@ -1,7 +1,6 @@
 #include "apps/cimshare/t93Share.h"
 
 #include "cim/resultCodes.h"
-#include "sim/rmServer.h"
 
 #include <algorithm>
 #include <utility>
@@ -12,43 +11,24 @@ namespace
 {
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr int MEASURING_MS = 1000;
-constexpr int HIGHEST_PORT = 65535;
 } // namespace
 
-/// A shared bus as a T93 gateway. Each host hears what the other clients send, and no host changes anything for them:
-/// bit rates, resets and measuring intervals are answered and ignored. Turns hosts away until the real gateway has
-/// reported its identity.
-class CSharedGateway : public Sim::CRmServer
-{
-public:
-    CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed, CEventLog& log);
-
-    /// The gateway's name in the log.
-    QString subject() const { return QStringLiteral("t93 ") + m_bus.name(); }
-
-protected:
-    void putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override;
-    void change(const Cim::SRmFrame& request) override;
-    std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
-
-private:
-    void identify();
-
-    CSharedBus& m_bus;
-    const SAllowedNetworks& m_allowed;
-    CEventLog& m_log;
-};
-
-CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed, CEventLog& log)
-    : CRmServer(ETransports::eTcp), m_bus(bus), m_allowed(allowed), m_log(log)
+CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
+    : CRmServer(ETransports::eTcp),
+      CProtocol(QStringLiteral("t93"), log),
+      m_bus(bus),
+      m_subject(QStringLiteral("t93 ") + bus.name()),
+      m_place(place),
+      m_allowed(allowed)
 {
     setMaxClients(SAllowedNetworks::MAX_CLIENTS);
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.printOfClient("disconnected", subject(), QStringLiteral("a host disconnected")); });
+            [this] { m_log.printOfClient("disconnected", m_subject, QStringLiteral("a host disconnected")); });
+    connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
-    connect(&bus, &CSharedBus::identified, this, &CSharedGateway::identify);
+    connect(&bus, &CSharedBus::identified, this, &CT93Share::identify);
     connect(&bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus.status().connection == EConnection::eLost) {
             sendStatus(STATUS_BUS_OFF);
@@ -61,8 +41,17 @@ CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed,
     });
 }
 
+Failure CT93Share::start()
+{
+    Failure failure = listen(m_place.address, m_place.port);
+    if (!failure) {
+        m_log.printListening(m_subject, address(), port());
+    }
+    return failure;
+}
+
 /// Answers as the real gateway from now on.
-void CSharedGateway::identify()
+void CT93Share::identify()
 {
     const SInterfaceStatus& status = m_bus.status();
     Sim::SGatewayIdentity identity;
@@ -75,7 +64,7 @@ void CSharedGateway::identify()
     setIdentity(identity);
 }
 
-void CSharedGateway::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
+void CT93Share::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
 {
     m_bus.send(message, from, [&from](const Failure& failure) {
         if (failure) {
@@ -84,7 +73,7 @@ void CSharedGateway::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& fro
     });
 }
 
-void CSharedGateway::change(const Cim::SRmFrame& request)
+void CT93Share::change(const Cim::SRmFrame& request)
 {
     if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
         return; // each host sends one: not worth a line
@@ -92,46 +81,13 @@ void CSharedGateway::change(const Cim::SRmFrame& request)
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")
                              : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.printOfClient("ignored", subject(), QStringLiteral("a host asked for %1: ignored").arg(what));
+    m_log.printOfClient("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
-std::unique_ptr<Sim::CRmLink> CSharedGateway::makeLink(Sim::SRmPeer peer)
+std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
-    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, subject(), m_log);
+    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, m_subject, m_log);
     return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
-}
-
-CT93Share::CT93Share(const CSharedBuses& buses, const SListenAddress& address, const SAllowedNetworks& allowed,
-                     CEventLog& log)
-    : CProtocol(QStringLiteral("t93"), buses, log), m_address(address)
-{
-    for (const auto& bus : m_buses) {
-        auto& gateway = m_gateways[bus.get()] = std::make_unique<CSharedGateway>(*bus, allowed, log);
-        connect(gateway.get(), &Sim::CRmServer::frameLost, this, [this, lossy = bus.get()] { countLost(*lossy, 1); });
-    }
-}
-
-CT93Share::~CT93Share() = default;
-
-Failure CT93Share::start()
-{
-    if (m_address.port + static_cast<int>(m_buses.size()) - 1 > HIGHEST_PORT) {
-        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(m_address.port));
-    }
-    for (const auto& bus : m_buses) {
-        CSharedGateway& gateway = *m_gateways.at(bus.get());
-        if (Failure failure = gateway.listen(m_address.address, m_address.port)) {
-            return failure;
-        }
-        m_log.printListening(gateway.subject(), gateway.address(), gateway.port());
-        m_address.port = static_cast<quint16>(m_address.port == 0 ? 0 : m_address.port + 1);
-    }
-    return {};
-}
-
-int CT93Share::clientCount(const CSharedBus& bus) const
-{
-    return m_gateways.at(&bus)->tcpHostCount();
 }
 
 } // namespace vexmor::Apps::Cimshare
