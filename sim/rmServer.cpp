@@ -3,8 +3,6 @@
 #include "InterfaceT93/busloadMeter.h"
 #include "InterfaceT93/gatewayReplies.h"
 
-#include <QPointer>
-
 #include <algorithm>
 #include <utility>
 
@@ -121,7 +119,7 @@ CRmLink* CRmServer::addLink(SRmPeer peer)
         m_links.push_back(std::move(made));
         connect(link, &CRmLink::frameReceived, this,
                 [this, link](const Cim::SRmFrame& frame) { handle(*link, frame); });
-        connect(link, &CRmLink::frameLost, this, [this] { ++m_lostFrames; });
+        connect(link, &CRmLink::frameLost, this, &CRmServer::frameLost);
         connect(link, &CRmLink::disconnected, this, [this, link] { removeLink(link); });
         Q_EMIT hostConnected();
     }
@@ -168,9 +166,7 @@ void CRmServer::setMaxClients(int count)
 void CRmServer::handle(CRmLink& link, const Cim::SRmFrame& frame)
 {
     if (frame.command == Cim::RM_CMD_TX11BIT_MSG || frame.command == Cim::RM_CMD_TX11BIT_MSG_ALT) {
-        if (!putOnBus(Cim::canMessageOfFrame(frame), link)) {
-            refuse(&link);
-        }
+        putOnBus(Cim::canMessageOfFrame(frame), link);
     } else if (const auto payload = answerTo(frame)) {
         reply(link, rmFrame(frame.command, *payload));
     }
@@ -199,7 +195,7 @@ std::optional<QByteArray> CRmServer::answerTo(const Cim::SRmFrame& request)
         return QByteArray(reinterpret_cast<const char*>(request.payload), request.payloadLength);
     case Cim::RM_CMD_RESET:
         change(request);
-        return std::nullopt;
+        [[fallthrough]];
     default:
         return std::nullopt;
     }
@@ -210,15 +206,6 @@ void CRmServer::onBusMessage(const Cim::CCanMessage& message, const QObject* sen
     m_bits += Cim::canMessageBits(message.length());
     if (sender != this) {
         sendToAll(rmFrame(message), sender);
-    }
-}
-
-void CRmServer::refuse(const QObject* link)
-{
-    for (const auto& one : m_links) {
-        if (one.get() == link) {
-            one->send(rmFrame(Cim::RM_CMD_STATUS, STATUS_TRANSMIT_TIMEOUT));
-        }
     }
 }
 

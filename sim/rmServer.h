@@ -54,8 +54,6 @@ public:
     /// Return the number of hosts that are connected over TCP, and known over UDP.
     int tcpHostCount() const { return count(true); }
     int udpHostCount() const { return count(false); }
-    /// Returns the number of frames that hosts missed because they read too slowly.
-    std::uint64_t lostFrames() const { return m_lostFrames; }
 
     /// Sends a frame of any command to all hosts.
     void sendFrame(std::uint8_t command, const QByteArray& payload) { sendToAll(rmFrame(command, payload)); }
@@ -67,12 +65,14 @@ public:
 Q_SIGNALS:
     void hostConnected();
     void hostDisconnected();
+    /// A host reads too slowly and missed one more frame.
+    void frameLost();
 
 protected:
     // What differs from one gateway to another.
 
-    /// Puts a message of a host on the bus. Returns false when the bus refuses it.
-    virtual bool putOnBus(const Cim::CCanMessage& message, CRmLink& from) = 0;
+    /// Puts a message of a host on the bus.
+    virtual void putOnBus(const Cim::CCanMessage& message, CRmLink& from) = 0;
     /// Follows a request that changes the gateway (bit rate, measuring interval, reset), or ignores it: the answer is
     /// the same.
     virtual void change(const Cim::SRmFrame& request) = 0;
@@ -91,8 +91,6 @@ protected:
     /// load. A message whose sender is the gateway itself is delivered to no host.
     void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);
     void sendToAll(const QByteArray& frame, const QObject* except = nullptr);
-    /// Sends a host the status report of a message that was not put on the bus; none when its link has ended.
-    void refuse(const QObject* link);
     /// Measures the load of the bus from now on, over one interval after the other.
     void startMeasuring(int intervalMs);
     void stopMeasuring();
@@ -120,7 +118,6 @@ private:
     std::uint16_t m_port = 0;
     int m_maxClients = 1;
     std::vector<std::unique_ptr<CRmLink>> m_links; ///< oldest first
-    std::uint64_t m_lostFrames = 0;
     QTimer m_measureTimer;
     QElapsedTimer m_measureClock;
     std::uint64_t m_bits = 0;          ///< on the bus in this interval

@@ -95,14 +95,13 @@ void CSimGateway::change(const Cim::SRmFrame& request)
     }
 }
 
-bool CSimGateway::putOnBus(const Cim::CCanMessage& message, CRmLink& /*from*/)
+void CSimGateway::putOnBus(const Cim::CCanMessage& message, CRmLink& /*from*/)
 {
     Q_EMIT messageReceived(message);
     m_bus.send(message, this);
     if (m_echo) {
         m_bus.send(message);
     }
-    return true;
 }
 
 // ---- A flood ----

@@ -48,7 +48,7 @@ Q_SIGNALS:
     void messageReceived(const vexmor::Cim::CCanMessage& message);
 
 protected:
-    bool putOnBus(const Cim::CCanMessage& message, CRmLink& from) override;
+    void putOnBus(const Cim::CCanMessage& message, CRmLink& from) override;
     void change(const Cim::SRmFrame& request) override;
     std::unique_ptr<CRmLink> makeLink(SRmPeer peer) override;
     bool isReachable(bool overTcp) const override;

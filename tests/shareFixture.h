@@ -1,6 +1,6 @@
 #pragma once
 
-// The program cimshare at a simulated gateway, and who speaks with it.
+// The program cimshare at a simulated gateway, and clients of it.
 
 #include "canlog/candumpLog.h"
 #include "t93Fixture.h"
@@ -25,6 +25,12 @@ inline QString floodText(int i)
     return "%1#%2"_s.arg(i % 0x800, 3, 16, QLatin1Char('0')).arg(i, 16, 16, QLatin1Char('0')).toUpper();
 }
 
+/// Fails the test, and goes on.
+inline void require(bool holds, const QString& what)
+{
+    QTest::qVerify(holds, qPrintable(what), "", __FILE__, __LINE__);
+}
+
 /// Ends with its scope.
 struct SProgram : QProcess {
     ~SProgram() override { stop(); }
@@ -35,9 +41,9 @@ struct SProgram : QProcess {
     }
 };
 
-/// The program, which shares a gateway of the test as "127.0.0.1:PORT"; it has ended well when this ends.
+/// The program, which shares a gateway of the test as "127.0.0.1:PORT". The test fails unless it starts and ends well.
 struct SShare : SGateway {
-    /// Gateway and bus of the test, and what the program is told besides; the gateway may be away at first.
+    /// `options` follow the gateway, which may be out of reach at first.
     explicit SShare(const QString& options, bool isAway = false)
     {
         isAway ? leave() : void();
@@ -52,14 +58,18 @@ struct SShare : SGateway {
         name = "127.0.0.1:%1"_s.arg(gateway.port());
         arguments = list(name + " --json "_s + options);
         start();
-        isUp = isAway || happened("identified"_s);
+        require(isAway || happened("identified"_s), "the gateway is identified"_s);
     }
     ~SShare() { end(); }
+    void misbehave(bool SSimFaults::*fault)
+    {
+        SSimFaults faults;
+        faults.*fault = true;
+        gateway.setFaults(faults);
+    }
     void leave()
     {
-        SSimFaults away;
-        away.refuse = true;
-        gateway.setFaults(away);
+        misbehave(&SSimFaults::refuse);
         gateway.dropLinks();
     }
     /// Puts frames on the bus.
@@ -75,28 +85,23 @@ struct SShare : SGateway {
         events.clear();
         program.start(QStringLiteral(CIM_CIMSHARE), arguments);
     }
-    /// Ends it as a service manager does; gives its exit code.
-    int end()
+    /// Ends it as a service manager does.
+    void end()
     {
         program.terminate();
         (void)QTest::qWaitFor([this] { return program.state() == QProcess::NotRunning; });
-        return program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1;
+        require(program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0, "cimshare ends well"_s);
     }
-    int count(const QString& event) const
+    QList<QJsonObject> named(const QString& event) const
     {
-        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const QJsonObject& one) {
-            return one.value("event"_s).toString() == event;
-        }));
+        QList<QJsonObject> result;
+        std::copy_if(events.begin(), events.end(), std::back_inserter(result),
+                     [&](const QJsonObject& one) { return one.value("event"_s) == event; });
+        return result;
     }
-    /// What was said of it, the last time.
-    QString said(const QString& event) const
-    {
-        QString text;
-        for (const QJsonObject& one : events) {
-            text = one.value("event"_s).toString() == event ? one.value("text"_s).toString() : text;
-        }
-        return text;
-    }
+    int count(const QString& event) const { return static_cast<int>(named(event).size()); }
+    /// The text of the newest event of that name.
+    QString text(const QString& event) const { return named(event).last().value("text"_s).toString(); }
     bool happened(const QString& event, int times = 1, int timeoutMs = 10000)
     {
         return QTest::qWaitFor([&] { return count(event) >= times; }, timeoutMs);
@@ -106,9 +111,8 @@ struct SShare : SGateway {
     {
         int result = 0;
         (void)QTest::qWaitFor([&] {
-            for (const QJsonObject& one : events) {
-                const bool isMeant = one.value("subject"_s).toString().startsWith(protocol);
-                result = isMeant && one.contains("port"_s) ? one.value("port"_s).toInt() : result;
+            for (const QJsonObject& one : named("listening"_s)) {
+                result = one.value("subject"_s).toString().startsWith(protocol) ? one.value("port"_s).toInt() : result;
             }
             return result != 0;
         });
@@ -120,21 +124,22 @@ struct SShare : SGateway {
     QProcess program;
     QList<QJsonObject> events;
     QStringList sent; ///< to the gateway
-    bool isUp = false;
 };
 
 /// A client of the socketcand protocol, by hand.
 struct SClient : QTcpSocket {
+    /// In a mode, or without a bus.
     explicit SClient(SShare& share, const QByteArray& mode = "rawmode")
     {
-        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
+        readAgain();
         connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
         if (!mode.isEmpty()) {
-            isOpen = hears("< hi >") && asks("< open " + share.name.toLatin1() + " >", "< ok >") &&
-                     (mode == "bcmmode" || asks("< " + mode + " >", "< ok >"));
+            require(hears("< hi >") && asks("< open " + share.name.toLatin1() + " >", "< ok >") &&
+                        (mode == "bcmmode" || asks("< " + mode + " >", "< ok >")),
+                    "a client opens the bus"_s);
         }
     }
-    /// Says something and waits for what it is answered; what was heard before is forgotten.
+    /// Writes a request and waits for its answer; what was heard before is forgotten.
     bool asks(const QByteArray& request, const QByteArray& answer)
     {
         heard.clear();
@@ -157,8 +162,7 @@ struct SClient : QTcpSocket {
         }
         return result;
     }
-
-    /// Reads nothing from now on.
+    QString seen() const { return frames().join(QLatin1Char(' ')); }
     void stopReading()
     {
         disconnect();
@@ -168,13 +172,10 @@ struct SClient : QTcpSocket {
     {
         connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
         setReadBufferSize(0);
-        heard += readAll();
+        heard += bytesAvailable() > 0 ? readAll() : QByteArray();
     }
 
-    QString seen() const { return frames().join(QLatin1Char(' ')); }
-
     QByteArray heard;
-    bool isOpen = false;
 };
 
 } // namespace vexmor::Test

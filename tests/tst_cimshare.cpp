@@ -1,4 +1,3 @@
-#include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/socketcandClient.h"
 #include "apps/cimshare/socketcandText.h"
 #include "requireTool.h"
@@ -14,23 +13,24 @@ namespace
 {
 bool isWhole(const QStringList& frames)
 {
-    for (int i = 0; i < frames.size(); ++i) {
-        if (frames.at(i) != floodText(i)) {
-            return false;
-        }
-    }
-    return true;
+    int i = 0;
+    return std::all_of(frames.begin(), frames.end(), [&](const QString& frame) { return frame == floodText(i++); });
 }
+
+/// Raw bytes from a T93 client to the service and back.
+struct SRawHost : QTcpSocket {
+    explicit SRawHost(SShare& share, const char* from = "127.0.0.1")
+    {
+        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
+        bind(QHostAddress(QString::fromLatin1(from)));
+        connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+    }
+    QByteArray heard;
+};
 
 // ---- Promised limits: what a client can reach, as a number ----
 
 using Measure = std::function<qint64()>;
-
-/// For nsenter: runs a command at the far end of the cable.
-QStringList atFarEnd(const QStringList& command)
-{
-    return list("-t %1 -n"_s.arg(QString::fromLocal8Bit(qgetenv("CIM_FAR")))) + command;
-}
 
 /// Time until a client is disconnected, in milliseconds.
 qint64 msUntilDisconnected(SShare& share)
@@ -62,22 +62,16 @@ qint64 cyclicMessages()
 qint64 linesOfClients()
 {
     SShare share("--socketcand 0 --allow 127.0.1.1"_s);
-    const auto connectUntilLeftOut = [&] { // in bursts that fit into the queue of a listening socket
-        std::vector<std::unique_ptr<SClient>> strangers;
-        std::generate_n(std::back_inserter(strangers), 40, [&] { return std::make_unique<SClient>(share, ""); });
-        const auto isTurnedAway = [](const auto& one) { return one->state() == QAbstractSocket::UnconnectedState; };
-        (void)QTest::qWaitFor([&] { return std::all_of(strangers.begin(), strangers.end(), isTurnedAway); });
-        return share.count("leftOut"_s) > 0;
-    };
-    (void)QTest::qWaitFor(connectUntilLeftOut);
-    qint64 lines = 0;
-    for (const QJsonObject& event : share.events) {
-        if (event.value("event"_s) == "leftOut"_s) {
-            return lines;
+    const auto isTurnedAway = [](const SClient& one) { return one.state() == QAbstractSocket::UnconnectedState; };
+    while (share.count("leftOut"_s) == 0 && share.count("notAllowed"_s) < 2000) {
+        std::list<SClient> strangers; // as many as fit into the queue of a listening socket
+        while (strangers.size() < 40) {
+            strangers.emplace_back(share, "");
         }
-        lines += event.value("event"_s) == "notAllowed"_s ? 1 : 0;
+        (void)QTest::qWaitFor([&] { return std::all_of(strangers.begin(), strangers.end(), isTurnedAway); });
     }
-    return -1;
+    share.events = share.events.mid(0, share.events.indexOf(share.named("leftOut"_s).value(0)));
+    return share.count("notAllowed"_s);
 }
 
 qint64 bytesReadAtOnce()
@@ -87,20 +81,21 @@ qint64 bytesReadAtOnce()
     QTcpSocket peer;
     peer.connectToHost(server.serverAddress(), server.serverPort());
     (void)server.waitForNewConnection(5000);
-    QTcpSocket* const socket = server.nextPendingConnection();
+    std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
     socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1024 * 1024);
     qint64 most = 0, all = 0;
-    QObject::connect(socket, &QTcpSocket::readyRead, [&] {
-        most = std::max(most, socket->bytesAvailable());
-        all += socket->bytesAvailable();
+    QObject::connect(socket.get(), &QTcpSocket::readyRead, [&, bytes = socket.get()] {
+        most = std::max(most, bytes->bytesAvailable());
+        all += bytes->bytesAvailable();
     });
     const CSharedBuses none;
-    const CSocketcandClient client(socket, none);
+    const CSocketcandClient client(std::move(socket), none);
     peer.write(QByteArray(200'000, 'x'));
     (void)peer.waitForBytesWritten(5000); // all of it arrives before the client reads
     return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
 }
 
+/// What a client that read nothing for a while gets before it is told; nothing is missing in there.
 qint64 bytesThatWait()
 {
     SShare share("--socketcand 0"_s);
@@ -113,21 +108,24 @@ qint64 bytesThatWait()
         share.put("7F0#");
         return slow.heard.contains("< error frames were lost >");
     };
-    return QTest::qWaitFor(putUntilReported) ? slow.heard.indexOf("< error frames were lost >") : -1;
+    require(QTest::qWaitFor(putUntilReported), "the loss is reported"_s);
+    slow.heard.truncate(slow.heard.indexOf("< error frames were lost >"));
+    return isWhole(slow.frames()) ? slow.heard.size() : -1;
 }
 
+/// Ends with a client that still works; the other one had a timer.
 qint64 bytesOfUnreadAnswers()
 {
     SShare share("--socketcand 0"_s);
-    SClient deaf(share, "controlmode");
+    SClient deaf(share, "controlmode"), good(share);
     deaf.stopReading();
-    const QByteArray requests = QByteArray("< echo >").repeated(8192);
+    deaf.write("< statistics 1 >");
     qint64 written = 0;
     while (share.count("disconnected"_s) == 0 && written < 32 * 1024 * 1024) {
-        written += deaf.write(requests);
+        written += deaf.write(QByteArray("< echo >").repeated(8192));
         (void)QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0 || share.count("disconnected"_s) > 0; });
     }
-    return written;
+    return good.asks("< echo >", "< echo >") ? written : -1;
 }
 
 qint64 msToChooseABus()
@@ -137,35 +135,27 @@ qint64 msToChooseABus()
     return share.happened("connected"_s) ? msUntilDisconnected(share) : -1;
 }
 
-qint64 msToReadTheLastAnswer()
+/// For a client that sends the last bytes, and reads nothing any more.
+qint64 msWithoutReading(const QByteArray& last)
 {
     SShare share("--socketcand 0"_s);
     SClient client(share);
-    if (!fill(share, client)) {
-        return -1;
-    }
-    client.write("< open nobody >");
-    return msUntilDisconnected(share);
-}
-
-qint64 msWithoutReading()
-{
-    SShare share("--socketcand 0"_s);
-    SClient client(share);
-    return fill(share, client) ? msUntilDisconnected(share) : -1;
+    const bool isFull = fill(share, client);
+    client.write(last);
+    return isFull ? msUntilDisconnected(share) : -1;
 }
 
 qint64 msAfterThePcVanished()
 {
     SShare share("--socketcand 10.9.0.1:0"_s);
     SProgram client;
-    client.start("nsenter"_s,
-                 atFarEnd({"bash"_s, "-c"_s,
-                           "exec 3<>/dev/tcp/10.9.0.1/$0; echo \"< open $1 >\" >&3; head -c 12 <&3; exec sleep 90"_s,
-                           QString::number(share.port("socketcand"_s)), share.name}));
+    client.start("bash"_s, {"-c"_s, QString::fromLatin1(R"(exec nsenter -t $CIM_FAR -n bash -c '
+        exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >" >&3; head -c 12 <&3; exec sleep 90')")
+                                        .arg(share.port("socketcand"_s))
+                                        .arg(share.name)});
     QByteArray heard;
     const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
-    const bool isPulled = QProcess::execute("nsenter"_s, atFarEnd(list("ip link set far down"_s))) == 0;
+    const bool isPulled = run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0;
     return isOpen && isPulled ? msUntilDisconnected(share) : -1;
 }
 } // namespace
@@ -180,15 +170,14 @@ private Q_SLOTS:
     void readsCommands_data()
     {
         const auto row = columns<QByteArray, QString>("element", "read");
-        row("open", " open hall ", "0 hall"_s);
+        row("open", " open hall ", "open hall"_s);
         row("open nothing", "open", "a bus has a name"_s);
-        row("raw mode", " rawmode ", "1"_s);
-        row("raw mode and more", "rawmode x", "too many words"_s);
-        row("send", " send 7FF 2 11 22 ", "5 7FF#1122"_s);
-        row("send nothing", "send 0 0", "5 000#"_s);
-        row("short bytes", "send 123 3 1 a ff", "5 123#010AFF"_s);
-        row("negative bytes", "send 1 1 ffffffffffffff80", "5 001#80"_s);
-        row("eight bytes", "send 1 8 1 2 3 4 5 6 7 8", "5 001#0102030405060708"_s);
+        row("raw mode", " rawmode ", "rawmode"_s);
+        row("send", " send 7FF 2 11 22 ", "send 7FF#1122"_s);
+        row("send nothing", "send 0 0", "send 000#"_s);
+        row("short bytes", "send 123 3 1 a ff", "send 123#010AFF"_s);
+        row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80"_s);
+        row("eight bytes", "send 1 8 1 2 3 4 5 6 7 8", "send 001#0102030405060708"_s);
         row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length is not 0 to 8"_s);
         row("a byte too few", "send 1 2 11", "not as many hexadecimal bytes as the length says"_s);
         row("a byte too many", "send 1 1 11 22", "too many words"_s);
@@ -197,74 +186,51 @@ private Q_SLOTS:
         row("no identifier", "send xyz 0", "the identifier is no hexadecimal number"_s);
         row("remote", "sendrtr 123 0", "a T93 has no remote frames"_s);
         row("ISO-TP", "isotpmode", "a T93 has no ISO-TP"_s);
-        row("statistics", "statistics 1000", "6 1000 ms"_s);
+        row("statistics", "statistics 1000", "statistics 1000 ms"_s);
         row("statistics of days", "statistics 3600001", "the interval is no number of milliseconds"_s);
-        row("subscribe", "subscribe 1 500000 123", "7 1500000 us 123#"_s);
-        row("add", "add 0 1000 123 1 ff", "9 1000 us 123#FF"_s);
+        row("subscribe", "subscribe 1 500001 123", "subscribe 1501 ms 123#"_s);
+        row("add", "add 0 1000 123 1 ff", "add 1 ms 123#FF"_s);
         row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
         row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("add for ever", "add 9999999999 0 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("nothing", "", "unknown command"_s);
         row("another", "exit", "unknown command"_s);
-        row("filter", "filter 0 0 123 1 ff", "unknown command"_s);
     }
     void readsCommands()
     {
         auto command = readCommand(cell<QByteArray>("element"));
-        if (!command) {
-            QCOMPARE(command.problem().text, cell<QString>("read"));
-            return;
-        }
-        QStringList read{QString::number(static_cast<int>(command->verb)), QString::fromLatin1(command->busName)};
-        read += command->milliseconds == 0 ? QString() : "%1 ms"_s.arg(command->milliseconds);
-        read += command->microseconds == 0 ? QString() : "%1 us"_s.arg(command->microseconds);
-        const bool hasMessage =
-            QString::fromLatin1(cell<QByteArray>("element")).contains(QRegularExpression("^ *(send|sub|add)"_s));
-        read += hasMessage ? textOf(command->message) : QString();
-        read.removeAll(QString());
-        QCOMPARE(read.join(QLatin1Char(' ')), cell<QString>("read"));
+        QString read = command ? QString::fromLatin1(command->verb + ' ' + command->busName) : command.problem().text;
+        read += command && command->milliseconds != 0 ? " %1 ms"_s.arg(command->milliseconds) : QString();
+        const bool hasMessage = command && QByteArray("send subscribe add").contains(command->verb);
+        read += hasMessage ? QLatin1Char(' ') + textOf(command->message) : QString();
+        QCOMPARE(read.simplified(), cell<QString>("read"));
     }
 
     void cutsElementsAnywhere()
     {
         const QByteArray stream = "\nx< echo >< send 1 0 ><>garbage< a< b >";
-        for (int cut = 0; cut < stream.size(); ++cut) {
-            CElementReader reader;
-            QList<QByteArray> elements;
-            const auto take = [&](const QByteArray& element) {
-                elements.append(element);
-                return true;
-            };
-            QVERIFY(reader.feed(stream.left(cut), take));
-            QVERIFY(reader.feed(stream.mid(cut), take));
-            QCOMPARE(elements, (QList<QByteArray>{" echo ", " send 1 0 ", "", " a< b "}));
+        const auto take = [](QByteArray& begun, QByteArray& all) {
+            return takeElements(begun, [&](const QByteArray& one) { return !(all += one + '|').isEmpty(); });
+        };
+        QByteArray all;
+        for (int cut = 0; cut < stream.size(); ++cut, all.clear()) {
+            QByteArray begun = stream.left(cut);
+            QVERIFY(take(begun, all));
+            QVERIFY(take(begun += stream.mid(cut), all));
+            QCOMPARE(all, QByteArray(" echo | send 1 0 || a< b |"));
         }
-        const auto refuse = [](const QByteArray& /*element*/) { return true; };
-        QVERIFY(CElementReader().feed('<' + QByteArray(255, 'x'), refuse));
-        QVERIFY(!CElementReader().feed('<' + QByteArray(256, 'x'), refuse));
-        QVERIFY(!CElementReader().feed('<' + QByteArray(257, 'x') + '>', refuse));
+        QByteArray longest = '<' + QByteArray(255, 'x'), tooLong = longest + 'x', ended = tooLong + "x>";
+        QVERIFY(take(longest, all));
+        QVERIFY(!take(tooLong, all));
+        QVERIFY(!take(ended, all));
     }
 
-    void readsPublications()
-    {
-        QStringList read;
-        for (const SMqttSend& send :
-             readMqttLines("123#1122\n# comment\n\n(1.5) hall 7ff#00 R\r\n(1.5) hall 123#R\nhello\n"
-                           "800#")) {
-            read += send.problem.isEmpty() ? textOf(send.message) : "!"_s + QString::fromLatin1(send.line);
-        }
-        QCOMPARE(read.join(QLatin1Char('|')), "123#1122|7FF#00|!(1.5) hall 123#R|!hello|!800#"_s);
-    }
-
-    /// What one sends all others get, over whatever they came.
+    /// What one client sends, all others receive, over each protocol.
     void allSeeTheSame()
     {
         SShare share("--socketcand 0 --t93 0 --allow-send"_s);
         SClient one(share), other(share);
         const auto host = makeInterface(share.port("t93"_s)), second = makeInterface(share.port("t93"_s));
-        QVERIFY(share.isUp);
-        QVERIFY(one.isOpen);
-        QVERIFY(other.isOpen);
         QCOMPARE(host->openCommunication(), int(RC_OK));
         QCOMPARE(second->openCommunication(), int(RC_OK));
         const auto& info = host->commonInfo();
@@ -277,17 +243,24 @@ private Q_SLOTS:
         share.put("125#");
         QTRY_COMPARE(other.seen(), "123#11 124# 125#"_s);
         QTRY_COMPARE(one.seen(), "124# 125#"_s);
-        const auto read = [](CCanInterface& can) {
-            QString texts;
+        QStringList atHost, atSecond;
+        const auto read = [](CCanInterface& can, QStringList& all) {
             for (const CCanMessage& one : unread(can)) {
-                texts += textOf(one) + QLatin1Char(' ');
+                all += textOf(one);
             }
-            return texts;
+            return all.join(QLatin1Char(' '));
         };
-        QString atHost, atSecond;
-        QTRY_COMPARE((atHost += read(*host)).simplified(), "123#11 125#"_s);
-        QTRY_COMPARE((atSecond += read(*second)).simplified(), "123#11 124# 125#"_s);
+        QTRY_COMPARE(read(*host, atHost), "123#11 125#"_s);
+        QTRY_COMPARE(read(*second, atSecond), "123#11 124# 125#"_s);
 
+        SRawHost raw(share);
+        const auto isLoadMeasured = [&] {
+            share.put("123#");
+            raw.write(frame(RM_CMD_BUSLOAD));
+            const QByteArray load = raw.heard.mid(raw.heard.lastIndexOf(hex("430347")) + 3, 2);
+            return raw.heard.contains(hex("430347")) && load.size() == 2 && load != hex("0000");
+        };
+        QTRY_VERIFY(isLoadMeasured());
         const auto rate = share.bus.baudrate();
         host->setBaudrate(125);
         QCOMPARE(host->resetCommunication(1), int(RC_OK));
@@ -295,32 +268,22 @@ private Q_SLOTS:
         QVERIFY(share.bus.baudrate() == rate);
         share.gateway.sendStatus(0x08);
         QVERIFY(one.hears("< error T93 CAN bus off error. >"));
-        QCOMPARE(share.end(), 0);
     }
 
     void answersStandAlone() // clients compare them with what they read
     {
-        SShare share("--socketcand 0 --protocol UDP"_s);
+        const QTemporaryDir folder;
+        const QString log = writeFile(folder, "(1.0) x 123#\n");
+        SShare share("sim:%1 --socketcand 0"_s.arg(log));
         QTimer traffic;
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
         SClient client(share, "bcmmode");
-        QVERIFY(client.isOpen);
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
-    }
-
-    void namesOnTheWire()
-    {
-        const QTemporaryDir folder;
-        const QString log = writeFile(folder, "(1.0) x 123#\n");
-        SShare share("sim:%1 --socketcand 0"_s.arg(log));
-        SClient client(share, "");
-        QVERIFY(client.hears("< hi >"));
-        QVERIFY(client.asks("< open " + QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_')).toLatin1() +
-                                " >",
-                            "< ok >"));
+        share.name = QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_'));
+        const SClient named(share);
     }
 
     void sendsWithPermissionOnly()
@@ -329,7 +292,6 @@ private Q_SLOTS:
         SClient client(share, "bcmmode");
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QVERIFY(client.isOpen);
         QCOMPARE(host->openCommunication(), int(RC_OK));
         QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
         QVERIFY(client.asks("< add 0 1000 123 0 >", "\n< error clients may listen only (--allow-send) >"));
@@ -341,47 +303,68 @@ private Q_SLOTS:
         QVERIFY(share.sent.isEmpty());
     }
 
-    void answersTheLoadOfTheBus()
+    /// Over UDP, where no connection is refused or lost.
+    void gatewayOverUdp()
     {
-        SShare share("--t93 0"_s);
-        QTcpSocket host;
-        host.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
-        QByteArray heard;
-        connect(&host, &QTcpSocket::readyRead, [&] { heard += host.readAll(); });
-        const auto isMeasured = [&] {
-            share.put("123#");
-            host.write(frame(RM_CMD_BUSLOAD));
-            const int reply = heard.lastIndexOf(hex("430347"));
-            return reply >= 0 && heard.size() > reply + 4 && heard.mid(reply + 3, 2) != hex("0000");
+        SShare share("--socketcand 0 --protocol UDP --status 1"_s, true);
+        const auto status = [&] {
+            const QJsonObject newest = share.named("status"_s).last();
+            const bool isConnected = newest.value("connected"_s).toBool();
+            return newest.value("connection"_s).toString() + (isConnected ? ", connected: "_s : ": "_s) +
+                   newest.value("text"_s).toString();
         };
-        QTRY_VERIFY(isMeasured());
+        QVERIFY(share.happened("status"_s, 2));
+        QVERIFY(status().startsWith("open: open, no answer yet, load unknown, "_s));
+        QCOMPARE(share.text("noAnswer"_s), "open, no answer yet"_s);
+        QCOMPARE(share.count("open"_s), 0);
+        SClient client(share);
+        QVERIFY(client.heard.contains("< error gateway: open, no answer yet >") || client.hears("answer yet >"));
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("open"_s));
+        QTRY_VERIFY(status().startsWith("connected, connected: connected, load "_s));
+        share.misbehave(&SSimFaults::mute);
+        QVERIFY(share.happened("silent"_s));
+        const QRegularExpression silence("^silent: silent for [3-9] s, load unknown, 1 clients, "_s);
+        QTRY_VERIFY2(silence.match(status()).hasMatch(), qPrintable(status()));
+        share.gateway.setFaults({});
+        QVERIFY(share.happened("open"_s, 2));
     }
 
-    /// Nothing that was sent while the gateway was away comes when it is back.
+    /// Messages that were refused while the gateway did not answer are not sent later.
     void gatewayGoesAndComes()
     {
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
-        SClient client(share);
+        SClient client(share, "bcmmode");
         QVERIFY(share.happened("away"_s));
         QVERIFY(client.hears("< error gateway: lost, trying again >"));
-        QTcpSocket early; // the identity of the gateway is not known yet
-        early.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
+        QVERIFY(client.asks("< add 0 1000 124 0 >", "< error gateway: lost, trying again >"));
+        SRawHost early(share); // the identity of the gateway is not known yet
         QTRY_COMPARE(early.state(), QAbstractSocket::UnconnectedState);
-        QVERIFY(share.happened("status"_s, 4)); // it was tried again by then, and told once
+        QVERIFY(share.happened("status"_s, 4)); // it was tried again by then
+        QCOMPARE(client.heard, QByteArray("\n< error gateway: lost, trying again >"));
+        SSimIdentity identity;
+        identity.firmwareMajor = 2;
+        identity.firmwareMinor = 3;
+        identity.deviceText = "T93 SIM SW5\n\x1b[31m\x9bx";
+        share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s));
+        QCOMPARE(share.text("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x"_s);
         QCOMPARE(share.count("away"_s), 1);
+        QTRY_VERIFY(share.sent.contains("124#"_s));
 
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(host->openCommunication(), int(RC_OK));
+        client.heard.clear();
         share.leave();
-        QVERIFY(client.hears("< error gateway: lost, trying again >"));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});
+        QTRY_COMPARE(client.heard.count("< error "), 3); // of the link, of the state, of the first message
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
         QVERIFY(client.asks("< send 1 0 >", "< error "));
         QCOMPARE(host->writeMessage(message(2)), int(RC_OK));
         QTRY_COMPARE(errors.last().first().toInt(), int(IE_CAN_TRANSMIT_TIMEOUT));
+        share.sent.clear();
         share.gateway.setFaults({});
         QVERIFY(share.happened("open"_s, 2));
         client.write("< send 3 0 >");
@@ -392,8 +375,6 @@ private Q_SLOTS:
     {
         SShare share("--socketcand 0 --allow-send"_s);
         SClient client(share, "bcmmode"), watcher(share);
-        QVERIFY(client.isOpen);
-        QVERIFY(watcher.isOpen);
         client.write("< subscribe 0 0 100 >< subscribe 60 0 200 >< subscribe 0 0 400 >< unsubscribe 400 >");
         QVERIFY(client.asks("< echo >", "< echo >"));
         share.put("100#01 100#02 200#01 200#02 400# 500# 100#03");
@@ -421,60 +402,44 @@ private Q_SLOTS:
         QCOMPARE(share.sent.last(), "7F0#"_s);
     }
 
-    void slowClientLosesItsOwn()
+    void slowHostLosesItsOwn()
     {
         SShare share("--socketcand 0 --t93 0 --status 1"_s);
-        SClient slow(share), quick(share);
-        QTcpSocket slowHost;
-        slow.stopReading();
-        slowHost.setReadBufferSize(1);
-        slowHost.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
-        QVERIFY(slow.isOpen);
-        QVERIFY(quick.isOpen);
-        QVERIFY(share.happened("connected"_s, 3));
+        SClient quick(share);
+        SRawHost slow(share);
+        slow.disconnect();
+        slow.setReadBufferSize(1);
+        QVERIFY(share.happened("connected"_s, 2));
         constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
         share.gateway.flood(MESSAGES);
         QTRY_VERIFY_WITH_TIMEOUT(quick.heard.count('>') >= MESSAGES, 30000);
         QCOMPARE(quick.frames().size(), MESSAGES);
         QVERIFY(isWhole(quick.frames()));
-        QVERIFY(share.happened("slowClient"_s));
         QVERIFY(share.happened("lost"_s));
-        slow.readAgain();
-        slowHost.setReadBufferSize(0);
-        QByteArray atHost;
-        connect(&slowHost, &QTcpSocket::readyRead, [&] { atHost += slowHost.readAll(); });
-        atHost += slowHost.readAll();
-        const auto sendNow = [&] { // until there is room
+        slow.setReadBufferSize(0);
+        QByteArray heard;
+        const auto putUntilReported = [&] { // until there is room
             share.put("7F0#");
-            return slow.heard.contains("< error frames were lost >") &&
-                   atHost.contains(frame(RM_CMD_STATUS, hex("01")));
+            heard += slow.readAll();
+            return heard.contains(frame(RM_CMD_STATUS, hex("01")));
         };
-        QTRY_VERIFY(sendNow());
-        const QStringList frames = slow.frames();
-        QVERIFY(isWhole(frames.mid(0, frames.indexOf("7F0#"_s))));
-        QVERIFY(frames.size() < MESSAGES);
+        QTRY_VERIFY(putUntilReported());
     }
 
     void clientsBeyondTheLimit()
     {
         SShare share("--socketcand 0 --t93 0 --allow 127.0.0.1 --allow 127.0.1.0/24"_s);
-        QTcpSocket stranger, neighbour;
-        for (const auto& [socket, address] : {std::pair(&stranger, "127.0.2.1"), std::pair(&neighbour, "127.0.1.9")}) {
-            QVERIFY(socket->bind(QHostAddress(QString::fromLatin1(address))));
-            socket->connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
-        }
+        SRawHost stranger(share, "127.0.2.1"), neighbour(share, "127.0.1.9");
         QVERIFY(share.happened("notAllowed"_s));
         QTRY_COMPARE(stranger.state(), QAbstractSocket::UnconnectedState);
         QVERIFY(share.happened("connected"_s));
-        std::vector<std::unique_ptr<SClient>> clients;
+        std::list<SClient> clients;
         for (int i = 0; i < 256; ++i) {
-            clients.push_back(std::make_unique<SClient>(share, ""));
-            clients.back()->write("< open " + share.name.toLatin1() + " >< rawmode >");
+            clients.emplace_back(share, "").write("< open " + share.name.toLatin1() + " >< rawmode >");
         }
         const auto hearThat = [&](const QByteArray& end) {
-            return QTest::qWaitFor([&] {
-                return std::all_of(clients.begin(), clients.end(), [&](auto& one) { return one->heard.endsWith(end); });
-            });
+            const auto hears = [&](const SClient& client) { return client.heard.endsWith(end); };
+            return QTest::qWaitFor([&] { return std::all_of(clients.begin(), clients.end(), hears); });
         };
         QVERIFY(hearThat("< ok >< ok >"));
         share.put("123#");
@@ -482,23 +447,7 @@ private Q_SLOTS:
         SClient oneMore(share, "");
         QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
         clients.clear();
-        QTRY_VERIFY(SClient(share).isOpen);
-    }
-
-    void endsWhoDoesNotRead() // with its timers
-    {
-        SShare share("--socketcand 0"_s);
-        SClient deaf(share, "controlmode");
-        QVERIFY(deaf.isOpen);
-        deaf.stopReading();
-        deaf.write("< statistics 1 >" + QByteArray("< echo >").repeated(60'000) + "< open nobody >");
-        QVERIFY(share.happened("connected"_s));
-        SClient good(share);
-        QTRY_VERIFY(deaf.bytesToWrite() == 0 || deaf.state() == QAbstractSocket::UnconnectedState);
-        QTRY_VERIFY(share.count("disconnected"_s) == 1 || good.asks("< echo >", "< echo >"));
-        share.put("123#");
-        QVERIFY(good.hears("< frame 123 "));
-        QCOMPARE(share.end(), 0);
+        QTRY_VERIFY(SClient(share, "").hears("< hi >"));
     }
 
     void promisedLimits_data()
@@ -510,8 +459,10 @@ private Q_SLOTS:
         row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000);   // with those in the kernel
         row("bytes of unread answers", bytesOfUnreadAnswers, 0x100000, 0x800000); // with those of the client's kernel
         row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
-        row("ms to read the last answer", msToReadTheLastAnswer, 9'000, 15'000);
-        row("ms without reading", msWithoutReading, 25'000, 40'000);
+        row(
+            "ms to read the last answer", [] { return msWithoutReading("< open nobody >"); }, 9'000, 15'000);
+        row(
+            "ms without reading", [] { return msWithoutReading(""); }, 25'000, 40'000);
         row("ms after the PC vanished", msAfterThePcVanished, 25'000, 40'000);
     }
     void promisedLimits()
@@ -548,19 +499,6 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() < 4000, QByteArray::number(clock.elapsed()));
     }
 
-    void gatewayTextStaysInItsLine()
-    {
-        SShare share("--socketcand 0"_s, true);
-        SSimIdentity identity;
-        identity.firmwareMajor = 2;
-        identity.firmwareMinor = 3;
-        identity.deviceText = "T93 SIM SW5\n\x1b[31m\x9bx";
-        share.gateway.setIdentity(identity);
-        share.gateway.setFaults({});
-        QVERIFY(share.happened("identified"_s));
-        QCOMPARE(share.said("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x"_s);
-    }
-
     void hostileLines_data()
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
@@ -585,47 +523,41 @@ private Q_SLOTS:
         }
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
-        QCOMPARE(share.end(), 0);
     }
 
-    /// python-can as Debian ships it: 5000 messages in order by two of three clients, one of which does not read; a
-    /// filter; a message and a periodic one of its own.
+    /// python-can as Debian ships it: 5000 messages in order, a message and a periodic one of its own.
     void pythonCan()
     {
         REQUIRE_TOOL("mosquitto"); // which comes with it
         SShare share("--socketcand 0 --allow-send"_s);
         QProcess python;
+        python.setProcessChannelMode(QProcess::MergedChannels);
         python.start("/usr/bin/python3"_s, {"-c"_s, QString::fromLatin1(R"(
 import can, sys
-def bus(**more):
-    return can.Bus(interface="socketcand", host="127.0.0.1", port=int(sys.argv[1]), channel=sys.argv[2], **more)
-one, other, lazy, few = bus(), bus(), bus(), bus(can_filters=[{"can_id": 0x7F0, "can_mask": 0x7FF}])
+def bus(): return can.Bus(interface="socketcand", host="127.0.0.1", port=int(sys.argv[1]), channel=sys.argv[2])
+one, other = bus(), bus()
 print("ready", flush=True)
 for reader in (one, other):
     for i in range(5000):
         message = reader.recv(5)
         while message is None: message = reader.recv(5)
         assert (message.arbitration_id, message.data) == (i % 0x800, i.to_bytes(8, "big")), (i, message)
-few_message = few.recv(5)
-while few_message is None: few_message = few.recv(5)
-assert few_message.arbitration_id == 0x7F0
 one.send(can.Message(arbitration_id=0x123, data=[1, 128, 255], is_extended_id=False))
 message = other.recv(5)
 assert (message.arbitration_id, bytes(message.data)) == (0x123, bytes([1, 128, 255])), message
 one.send_periodic(can.Message(arbitration_id=0x124, is_extended_id=False), 0.01)
 for i in range(5): assert other.recv(5).arbitration_id == 0x124
 print("done", flush=True)
-for each in (one, other, lazy, few): each.shutdown()
+for each in (one, other): each.shutdown()
 )"),
                                             QString::number(share.port("socketcand"_s)), share.name});
         QByteArray said;
         connect(&python, &QProcess::readyRead, [&] { said += python.readAll(); });
         QTRY_COMPARE(said.trimmed(), QByteArray("ready"));
-        QVERIFY(share.happened("connected"_s, 4));
         share.gateway.flood(5000);
-        QTRY_VERIFY2(python.state() == QProcess::NotRunning, said + python.readAllStandardError());
-        QVERIFY2(python.exitCode() == 0, said + python.readAllStandardError());
-        QVERIFY2(said.endsWith("done\n"), said + python.readAllStandardError());
+        QTRY_VERIFY2(python.state() == QProcess::NotRunning, said);
+        QVERIFY2(said.endsWith("done\n"), said);
+        QCOMPARE(python.exitCode(), 0);
         QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#0180FF 124#"_s);
     }
 

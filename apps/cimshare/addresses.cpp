@@ -63,16 +63,15 @@ bool SAllowedNetworks::admits(QTcpSocket& socket, const QString& port, CEventLog
     return true;
 }
 
-Result<SListenAddress> SListenAddress::read(const QString& text)
+Failure SListenAddress::set(const QString& text)
 {
     const int colon = text.lastIndexOf(QLatin1Char(':'));
-    const QString address = colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon));
     bool isPort = false;
-    const ushort port = text.mid(colon + 1).toUShort(&isPort);
-    if (address.isEmpty() || !isPort) {
-        return wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
-    }
-    return SListenAddress{QHostAddress(address), port};
+    port = text.mid(colon + 1).toUShort(&isPort);
+    address = QHostAddress(colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon)));
+    return isPort && isGiven()
+               ? Failure()
+               : wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
 }
 
 QString peerOf(const QTcpSocket& socket)

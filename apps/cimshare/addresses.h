@@ -28,11 +28,12 @@ struct SAllowedNetworks {
 
 /// An address to listen on.
 struct SListenAddress {
-    QHostAddress address{QHostAddress::LocalHost};
+    QHostAddress address; ///< Null: none was given.
     quint16 port = 0;
 
+    bool isGiven() const { return !address.isNull(); }
     /// Reads [ADDRESS:]PORT.
-    static Result<SListenAddress> read(const QString& text);
+    Failure set(const QString& text);
 };
 
 /// ADDRESS:PORT of the client.

@@ -33,6 +33,12 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
     std::fflush(stdout);
 }
 
+void CEventLog::printListening(const QString& subject, const QHostAddress& address, quint16 port)
+{
+    print("listening", subject, QStringLiteral("on %1:%2").arg(address.toString()).arg(port),
+          {{QStringLiteral("port"), port}});
+}
+
 void CEventLog::printOfClient(const char* event, const QString& subject, const QString& text)
 {
     if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QElapsedTimer>
+#include <QHostAddress>
 #include <QJsonObject>
 #include <QString>
 
@@ -8,8 +9,8 @@ namespace vexmor::Apps::Cimshare
 {
 
 /// Prints events on stdout, one line per event, without a time: a journal has its own. Texts from the network cannot
-/// begin a line of their own: control characters become "?". Clients cannot hide the lines of the
-/// service: when they cause too many lines within a second, one line with a count replaces the rest.
+/// begin a line of their own: control characters become "?". Clients cannot hide the lines of the service: when they
+/// cause too many lines within a second, one line with a count replaces the rest.
 class CEventLog
 {
 public:
@@ -18,7 +19,9 @@ public:
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
-    /// The same for an event that a client caused.
+    /// Prints the place where a protocol can be reached.
+    void printListening(const QString& subject, const QHostAddress& address, quint16 port);
+    /// Prints an event that a client caused.
     void printOfClient(const char* event, const QString& subject, const QString& text);
 
 private:

@@ -15,15 +15,10 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-COption addListening(CLI::App& app, const std::string& name, std::optional<SListenAddress>& address,
-                     const std::string& help)
+COption addListening(CLI::App& app, const std::string& name, SListenAddress& address, const std::string& help)
 {
-    const auto read = [&address](const QString& text) -> Failure {
-        auto result = SListenAddress::read(text);
-        address = result ? std::optional(*result) : std::nullopt;
-        return result ? Failure() : result.problem();
-    };
-    return addValue(app, name, read, help, "[ADDRESS:]PORT");
+    const auto set = [&address](const QString& text) { return address.set(text); };
+    return addValue(app, name, set, help, "[ADDRESS:]PORT");
 }
 
 void addMqtt(CLI::App& app, SShareOptions& options)

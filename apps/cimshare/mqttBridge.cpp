@@ -16,12 +16,9 @@ namespace
 constexpr int BATCH_MS = 20;
 constexpr int BATCH_MESSAGES = 200;
 constexpr int CHANGE_MS = 1000;
-constexpr char RECEIVED[] = "rx";
-constexpr char SENT[] = "tx";
-constexpr char SEND[] = "send";
-constexpr char STATE[] = "state";
-constexpr char LOAD[] = "load";
-const QString ONLINE = QStringLiteral("/state");
+const QString STATE = QStringLiteral("state"); // of the service, and of a bus
+const QString SEND = QStringLiteral("send");
+const QString REFUSED = QStringLiteral("refused");
 
 /// Refused lines of one publication, or of one second, that are published one by one.
 constexpr int MAX_REFUSALS = 10;
@@ -38,11 +35,6 @@ QByteArray online(bool isOnline)
     return jsonOf({{QStringLiteral("online"), isOnline}, {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
 }
 
-double secondsOf(std::int64_t microseconds)
-{
-    return static_cast<double>(microseconds) / 1e6;
-}
-
 QJsonObject stateOf(const CSharedBus& bus)
 {
     const SInterfaceStatus& status = bus.status();
@@ -52,27 +44,19 @@ QJsonObject stateOf(const CSharedBus& bus)
             {QStringLiteral("firmware"), status.firmwareVersion},
             {QStringLiteral("bitRate"), bus.bitRate()}};
 }
-
-QJsonObject loadOf(const CSharedBus& bus)
-{
-    const std::optional<int> percent = bus.status().busload;
-    return {{QStringLiteral("percent"), percent ? QJsonValue(*percent) : QJsonValue()}};
-}
 } // namespace
 
 CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
-    : CProtocol(QStringLiteral("mqtt"), buses, log),
-      m_broker(broker),
-      m_topic(topic),
+    : CProtocol(QStringLiteral("mqtt"), log),
+      m_topic(topic + QLatin1Char('/')),
       m_published(buses.size()),
-      m_link(topic + ONLINE, online(false))
+      m_link(broker, m_topic + STATE, online(false))
 {
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::received, this, &CMqttBridge::onReceived, Qt::QueuedConnection);
-    const auto onLost = [this](std::size_t owner, int messages) { addToGap(m_published[owner], messages); };
-    connect(&m_link, &CMqttLink::lost, this, onLost, Qt::QueuedConnection);
+    connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossLogged, true)) {
             m_log.print("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
@@ -80,35 +64,31 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
     for (std::size_t i = 0; i < buses.size(); ++i) {
-        m_published[i].bus = buses[i].get();
-        m_published[i].name = buses[i]->plainName();
-        connectBus(m_published[i]);
+        connectBus(m_published[i], *buses[i]);
     }
 }
 
-void CMqttBridge::connectBus(SPublishedBus& published)
+void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
 {
-    CSharedBus* const bus = published.bus;
-    connect(bus, &CSharedBus::messageSent, this,
+    published.bus = &bus;
+    published.name = bus.plainName().toUtf8();
+    published.topic = m_topic + bus.plainName() + QLatin1Char('/');
+    published.received.topic = published.topic + QStringLiteral("rx");
+    published.sent.topic = published.topic + QStringLiteral("tx");
+    connect(&bus, &CSharedBus::messageSent, this,
             [this, &published](const SBusRecord& record) { onMessage(published, record); });
-    connect(bus, &CSharedBus::messageRefused, this,
-            [this, &published](const Cim::CCanMessage& message, const QObject* client, const QString& reason) {
-                if (client == this) {
-                    publishRefusal(published, CanLog::formatFrame(message), reason);
-                }
-            });
     const auto publishItsChanges = [this, &published] { publishChanges(published); };
-    connect(bus, &CSharedBus::connectionChanged, this, publishItsChanges);
-    connect(bus, &CSharedBus::identified, this, publishItsChanges);
+    connect(&bus, &CSharedBus::connectionChanged, this, publishItsChanges);
+    connect(&bus, &CSharedBus::identified, this, publishItsChanges);
     connect(&m_changeTimer, &QTimer::timeout, this, publishItsChanges);
-    connect(bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
-        publishObject(published, "error",
-                      {{QStringLiteral("number"), error},
-                       {QStringLiteral("text"), published.bus->errorTitle(error)},
-                       {QStringLiteral("time"), secondsOf(microsecondsNow())}});
+    connect(&bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
+        const QJsonObject object{{QStringLiteral("number"), error},
+                                 {QStringLiteral("text"), published.bus->errorTitle(error)},
+                                 {QStringLiteral("time"), microsecondsNow() / 1e6}};
+        m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
     });
-    if (!bus->sendingProblem()) {
-        m_link.subscribe(topicOf(published, SEND));
+    if (!bus.sendingProblem()) {
+        m_link.subscribe(published.topic + SEND);
     }
 }
 
@@ -116,18 +96,21 @@ void CMqttBridge::connectBus(SPublishedBus& published)
 CMqttBridge::~CMqttBridge()
 {
     flush();
-    m_link.publish(m_topic + ONLINE, online(false), true);
+    m_link.publish(m_topic + STATE, online(false), true);
 }
 
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
-    return m_link.start(m_broker);
+    return m_link.start();
 }
 
-QString CMqttBridge::topicOf(const SPublishedBus& published, const char* last) const
+/// The bus that a topic belongs to, or null.
+CMqttBridge::SPublishedBus* CMqttBridge::busOf(const QString& topic)
 {
-    return m_topic + QLatin1Char('/') + published.name + QLatin1Char('/') + QLatin1String(last);
+    const auto found = std::find_if(m_published.begin(), m_published.end(),
+                                    [&](const SPublishedBus& one) { return topic.startsWith(one.topic); });
+    return found == m_published.end() ? nullptr : &*found;
 }
 
 // ---- To the broker ----
@@ -137,51 +120,45 @@ void CMqttBridge::onMessage(SPublishedBus& published, const SBusRecord& record)
     SBatch& batch = record.sent ? published.sent : published.received;
     batch.lines += batch.lines.isEmpty() ? "" : "\n";
     batch.lines +=
-        CanLog::formatLogLine({record.microseconds, published.name.toUtf8(), record.message, record.sent ? 'T' : 'R'});
+        CanLog::formatLogLine({record.microseconds, published.name, record.message, record.sent ? 'T' : 'R'});
     if (++batch.messages >= BATCH_MESSAGES) {
-        publishBatch(published, record.sent ? SENT : RECEIVED, batch);
+        publishBatch(batch);
     } else if (!m_batchTimer.isActive()) {
         m_batchTimer.start(BATCH_MS);
     }
 }
 
-void CMqttBridge::publishBatch(SPublishedBus& published, const char* last, SBatch& batch)
+void CMqttBridge::publishBatch(SBatch& batch)
 {
-    const auto owner = static_cast<std::size_t>(&published - m_published.data());
-    if (batch.messages > 0 && !m_link.publish(topicOf(published, last), batch.lines, false, owner, batch.messages)) {
-        addToGap(published, batch.messages);
+    const QByteArray lines = std::exchange(batch.lines, {});
+    const int messages = std::exchange(batch.messages, 0);
+    if (messages > 0 && !m_link.publish(batch.topic, lines, false, messages)) {
+        onLost(batch.topic, messages);
     }
-    batch = {};
 }
 
 void CMqttBridge::flush()
 {
     for (SPublishedBus& published : m_published) {
-        publishBatch(published, RECEIVED, published.received);
-        publishBatch(published, SENT, published.sent);
+        publishBatch(published.received);
+        publishBatch(published.sent);
     }
 }
 
-void CMqttBridge::addToGap(SPublishedBus& published, int messages)
+void CMqttBridge::onLost(const QString& topic, int messages)
 {
-    if (published.lost == 0) {
-        published.lostSince = microsecondsNow();
+    if (SPublishedBus* const published = busOf(topic); published != nullptr && messages > 0) {
+        published->lostSince = published->lost == 0 ? microsecondsNow() : published->lostSince;
+        published->lost += messages;
+        countLost(*published->bus, messages);
     }
-    published.lost += messages;
-    countLost(published.bus, messages);
-}
-
-bool CMqttBridge::publishObject(const SPublishedBus& published, const char* last, const QJsonObject& object,
-                                bool isRetained)
-{
-    return m_link.publish(topicOf(published, last), jsonOf(object), isRetained);
 }
 
 /// Publishes a retained object that is not what the broker has.
-void CMqttBridge::publishChange(SPublishedBus& published, const char* last, const QJsonObject& object)
+void CMqttBridge::publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object)
 {
     QJsonObject& before = published.retained[last];
-    if (object != before && publishObject(published, last, object, true)) {
+    if (object != before && m_link.publish(published.topic + last, jsonOf(object), true)) {
         before = object;
     }
 }
@@ -191,11 +168,13 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 {
     endRefusals(published);
     publishChange(published, STATE, stateOf(*published.bus));
-    publishChange(published, LOAD, loadOf(*published.bus));
+    const std::optional<int> load = published.bus->status().busload;
+    publishChange(published, QStringLiteral("load"),
+                  {{QStringLiteral("percent"), load ? QJsonValue(*load) : QJsonValue()}});
     const QJsonObject gap{{QStringLiteral("messages"), published.lost},
-                          {QStringLiteral("from"), secondsOf(published.lostSince)},
-                          {QStringLiteral("to"), secondsOf(microsecondsNow())}};
-    if (published.lost > 0 && publishObject(published, "gap", gap, true)) {
+                          {QStringLiteral("from"), published.lostSince / 1e6},
+                          {QStringLiteral("to"), microsecondsNow() / 1e6}};
+    if (published.lost > 0 && m_link.publish(published.topic + QStringLiteral("gap"), jsonOf(gap), true)) {
         m_log.print("gap", published.bus->name(), QStringLiteral("%1 messages were not published").arg(published.lost));
         published.lost = 0;
     }
@@ -204,8 +183,8 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 void CMqttBridge::onConnected()
 {
     m_isLossLogged = false;
-    m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic));
-    m_link.publish(m_topic + ONLINE, online(true), true);
+    m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic.chopped(1)));
+    m_link.publish(m_topic + STATE, online(true), true);
     for (SPublishedBus& published : m_published) {
         published.retained.clear();
         publishChanges(published);
@@ -216,19 +195,21 @@ void CMqttBridge::onConnected()
 
 void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, const QString& problem)
 {
-    const auto isMeant = [&](const SPublishedBus& published) { return topic == topicOf(published, SEND); };
-    const auto published = std::find_if(m_published.begin(), m_published.end(), isMeant);
-    if (published == m_published.end()) {
+    SPublishedBus* const published = busOf(topic);
+    if (published == nullptr) {
         return;
     }
-    const std::vector<SMqttSend> lines =
-        problem.isEmpty() ? readMqttLines(payload) : std::vector<SMqttSend>{{payload, {}, problem}};
-    for (const SMqttSend& line : lines) {
-        if (line.problem.isEmpty()) {
-            published->bus->send(line.message, *this);
-        } else {
-            publishRefusal(*published, line.line, line.problem);
+    auto lines = problem.isEmpty() ? readMqttLines(payload) : std::vector{SMqttSend{payload, SProblem{problem}}};
+    for (SMqttSend& send : lines) {
+        if (!send.message) {
+            publishRefusal(*published, send.line, send.message.problem().text);
+            continue;
         }
+        published->bus->send(*send.message, *this, [this, published, message = *send.message](const Failure& failure) {
+            if (failure) {
+                publishRefusal(*published, CanLog::formatFrame(message), failure->text);
+            }
+        });
     }
     endRefusals(*published);
 }
@@ -236,17 +217,17 @@ void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, co
 void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason)
 {
     if (++published.refusals <= MAX_REFUSALS) {
-        publishObject(
-            published, "refused",
-            {{QStringLiteral("line"), QString::fromUtf8(line.left(MAX_LINE))}, {QStringLiteral("reason"), reason}});
+        const QJsonObject object{{QStringLiteral("line"), QString::fromUtf8(line.left(MAX_LINE))},
+                                 {QStringLiteral("reason"), reason}};
+        m_link.publish(published.topic + REFUSED, jsonOf(object));
     }
 }
 
 /// Publishes the number of refused lines that were not published one by one.
 void CMqttBridge::endRefusals(SPublishedBus& published)
 {
-    if (const int refusals = std::exchange(published.refusals, 0); refusals > MAX_REFUSALS) {
-        publishObject(published, "refused", {{QStringLiteral("further"), refusals - MAX_REFUSALS}});
+    if (const int further = std::exchange(published.refusals, 0) - MAX_REFUSALS; further > 0) {
+        m_link.publish(published.topic + REFUSED, jsonOf({{QStringLiteral("further"), further}}));
     }
 }
 

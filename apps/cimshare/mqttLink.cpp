@@ -1,12 +1,9 @@
 #include "apps/cimshare/mqttLink.h"
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QFile>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <mosquitto.h>
 #include <utility>
 
@@ -25,8 +22,13 @@ constexpr int MAX_PAYLOAD = 64 * 1024;
 
 QString textOf(int code)
 {
-    const QString text = QString::fromUtf8(mosquitto_strerror(code));
-    return code == MOSQ_ERR_ERRNO ? QString::fromLocal8Bit(std::strerror(errno)) : text;
+    return QString::fromLocal8Bit(mosquitto_strerror(code)); // of a system error: its text
+}
+
+/// The object that a callback of the library is for.
+CMqttLink& of(void* link)
+{
+    return *static_cast<CMqttLink*>(link);
 }
 
 const char* orNull(const QByteArray& text)
@@ -45,53 +47,29 @@ Failure SBroker::setAddress(const QString& text)
     return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
-CMqttLink::CMqttLink(const QString& willTopic, const QByteArray& willPayload)
-    : m_client(nullptr, mosquitto_destroy), m_willTopic(willTopic.toUtf8())
+CMqttLink::CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload)
+    : m_client(nullptr, mosquitto_destroy), m_broker(broker), m_willTopic(willTopic.toUtf8())
 {
     mosquitto_lib_init();
     m_client.reset(mosquitto_new(nullptr, true, this));
-    mosquitto_threaded_set(m_client.get(), true);
-    mosquitto_int_option(m_client.get(), MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_will_set(m_client.get(), m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
-    mosquitto_connect_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int code) {
-        static_cast<CMqttLink*>(link)->onConnect(code);
-    });
-    mosquitto_publish_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int /*id*/) {
-        auto* const self = static_cast<CMqttLink*>(link);
-        const std::lock_guard<std::mutex> guard(self->m_lock);
-        if (!self->m_waiting.empty()) {
-            self->m_waitingMessages -= self->m_waiting.front().messages;
-            self->m_waiting.pop_front();
-        }
-    });
+    mosquitto* const client = m_client.get();
+    mosquitto_threaded_set(client, true);
+    mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
+    mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
+    mosquitto_publish_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onPublished(); });
+    mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
     // The log line says more than the code of a failed handshake.
-    mosquitto_log_callback_set(m_client.get(), [](mosquitto* /*client*/, void* link, int level, const char* text) {
-        auto* const self = static_cast<CMqttLink*>(link);
-        if (level == MOSQ_LOG_ERR && self->m_problem.isEmpty()) {
-            self->m_problem = QString::fromUtf8(text);
+    mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
+        if (QString& problem = of(link).m_problem; level == MOSQ_LOG_ERR && problem.isEmpty()) {
+            problem = QString::fromUtf8(text);
         }
     });
-    mosquitto_message_callback_set(
-        m_client.get(), [](mosquitto* /*client*/, void* link, const mosquitto_message* message) {
-            const QByteArray payload(static_cast<const char*>(message->payload),
-                                     std::min(message->payloadlen, MAX_PAYLOAD));
-            QString problem;
-            if (message->payloadlen > MAX_PAYLOAD) {
-                problem = QStringLiteral("more than 64 KiB");
-            } else if (message->retain) { // the broker would deliver it at every connection
-                problem = QStringLiteral("retained");
-            }
-            Q_EMIT static_cast<CMqttLink*>(link)->received(QString::fromUtf8(message->topic), payload, problem);
-        });
 }
 
 CMqttLink::~CMqttLink()
 {
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        m_isEnding = true;
-    }
-    m_wakeUp.notify_all();
+    m_ending.release();
     mosquitto_disconnect(m_client.get());
     if (m_thread.joinable()) {
         m_thread.join();
@@ -100,41 +78,36 @@ CMqttLink::~CMqttLink()
     mosquitto_lib_cleanup();
 }
 
-Failure CMqttLink::start(const SBroker& broker)
+Failure CMqttLink::start()
 {
-    m_broker = broker;
-    if (broker.certificateFile.isEmpty() != broker.keyFile.isEmpty() ||
-        (broker.caFile.isEmpty() && !broker.keyFile.isEmpty())) {
+    if (m_broker.certificateFile.isEmpty() != m_broker.keyFile.isEmpty() ||
+        (m_broker.caFile.isEmpty() && !m_broker.keyFile.isEmpty())) {
         return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
         return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
     }
-    if (!broker.credentialsFile.isEmpty()) {
-        QFile file(broker.credentialsFile);
+    if (!m_broker.credentialsFile.isEmpty()) {
+        QFile file(m_broker.credentialsFile);
         if (!file.open(QIODevice::ReadOnly)) {
-            return wrongUsage(QStringLiteral("%1: %2").arg(broker.credentialsFile, file.errorString()));
+            return wrongUsage(QStringLiteral("%1: %2").arg(m_broker.credentialsFile, file.errorString()));
         }
         const QByteArray user = file.readLine().trimmed();
         mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());
     }
-    if (!broker.caFile.isEmpty()) {
-        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(broker.caFile).constData(), nullptr,
-                                           orNull(QFile::encodeName(broker.certificateFile)),
-                                           orNull(QFile::encodeName(broker.keyFile)), nullptr);
+    if (!m_broker.caFile.isEmpty()) {
+        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(m_broker.caFile).constData(), nullptr,
+                                           orNull(QFile::encodeName(m_broker.certificateFile)),
+                                           orNull(QFile::encodeName(m_broker.keyFile)), nullptr);
         if (code != MOSQ_ERR_SUCCESS) {
             return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
         }
-    }
-    if (m_broker.port == 0) {
-        m_broker.port = broker.caFile.isEmpty() ? 1883 : 8883;
     }
     m_thread = std::thread([this] { run(); });
     return {};
 }
 
-bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner,
-                        int messages)
+bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
     const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
     if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
@@ -142,7 +115,7 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
                           isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    m_waiting.push_back({owner, messages});
+    m_waiting.push_back({topic, messages});
     m_waitingMessages += messages;
     return true;
 }
@@ -152,43 +125,36 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
 void CMqttLink::run()
 {
     int pause = FIRST_PAUSE_S;
-    for (bool isEnding = false; !isEnding;) {
-        m_wasConnected = false;
-        runOnce();
-        pause = m_wasConnected ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
-        std::unique_lock<std::mutex> guard(m_lock);
-        isEnding = m_wakeUp.wait_for(guard, std::chrono::seconds(pause), [this] { return m_isEnding; });
-    }
+    do {
+        pause = runOnce() ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
+    } while (!m_ending.tryAcquire(1, pause * 1000));
 }
 
-/// One connection, from the first attempt to its end.
-void CMqttLink::runOnce()
+/// One connection, from the first attempt to its end. Returns whether the broker accepted it.
+bool CMqttLink::runOnce()
 {
     m_problem.clear();
-    int code =
-        mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(), m_broker.port, KEEPALIVE_S);
-    QElapsedTimer sinceEnding;
-    while (code == MOSQ_ERR_SUCCESS && !(sinceEnding.isValid() && sinceEnding.hasExpired(END_MS))) {
+    const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
+    int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
+                                       m_broker.port == 0 ? port : m_broker.port, KEEPALIVE_S);
+    QDeadlineTimer end(QDeadlineTimer::Forever);
+    while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
-        const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_isEnding && !sinceEnding.isValid()) {
-            sinceEnding.start();
+        if (m_ending.available() > 0 && end.isForever()) {
+            end.setRemainingTime(END_MS);
         }
     }
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
-    decltype(m_waiting) neverLeft;
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        m_isConnected = false;
-        neverLeft.swap(m_waiting);
-        m_waitingMessages = 0;
-    }
-    for (const SStake& stake : neverLeft) {
-        if (stake.messages > 0) {
-            Q_EMIT lost(stake.owner, stake.messages);
-        }
+    std::unique_lock<std::mutex> guard(m_lock);
+    const bool wasConnected = std::exchange(m_isConnected, false);
+    const auto neverLeft = std::exchange(m_waiting, {});
+    m_waitingMessages = 0;
+    guard.unlock();
+    for (const SWaiting& publication : neverLeft) {
+        Q_EMIT lost(publication.topic, publication.messages);
     }
     Q_EMIT disconnected(why);
+    return wasConnected;
 }
 
 void CMqttLink::onConnect(int code)
@@ -200,12 +166,28 @@ void CMqttLink::onConnect(int code)
     for (const QString& topic : std::as_const(m_subscriptions)) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.toUtf8().constData(), 0);
     }
-    m_wasConnected = true;
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        m_isConnected = true;
-    }
+    std::unique_lock<std::mutex> guard(m_lock);
+    m_isConnected = true;
+    guard.unlock();
     Q_EMIT connected();
+}
+
+void CMqttLink::onPublished()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (!m_waiting.empty()) {
+        m_waitingMessages -= m_waiting.front().messages;
+        m_waiting.pop_front();
+    }
+}
+
+void CMqttLink::onMessage(const mosquitto_message& message)
+{
+    const bool isLong = message.payloadlen > MAX_PAYLOAD;
+    const QByteArray payload(static_cast<const char*>(message.payload), isLong ? MAX_PAYLOAD : message.payloadlen);
+    // The broker would deliver a retained one at every connection.
+    const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
+    Q_EMIT received(QString::fromUtf8(message.topic), payload, QLatin1String(problem));
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -4,17 +4,17 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QSemaphore>
 #include <QString>
 #include <QStringList>
 
-#include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 struct mosquitto;
+struct mosquitto_message;
 
 namespace vexmor::Apps::Cimshare
 {
@@ -40,53 +40,53 @@ class CMqttLink : public QObject
 
 public:
     /// The broker publishes `willPayload`, retained, when this program vanishes.
-    CMqttLink(const QString& willTopic, const QByteArray& willPayload);
+    CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload);
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
     /// Begins to connect. Fails when a file cannot be used.
-    Failure start(const SBroker& broker);
+    Failure start();
     /// Subscribes a topic at each connection; to be called before `start`.
     void subscribe(const QString& topic) { m_subscriptions.append(topic); }
     /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
-    /// messages wait; a publication without messages has no such limit. `owner` comes back in `lost`.
-    bool publish(const QString& topic, const QByteArray& payload, bool isRetained, std::size_t owner = 0,
-                 int messages = 0);
+    /// messages wait; a publication without messages has no such limit.
+    bool publish(const QString& topic, const QByteArray& payload, bool isRetained = false, int messages = 0);
 
 Q_SIGNALS:
     // Emitted by the thread of the connection: connect to them queued.
     void connected();
     /// A publication that `publish` accepted did not reach the broker.
-    void lost(std::size_t owner, int messages);
+    void lost(const QString& topic, int messages);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
     /// A publication arrived; `problem` is empty or the reason why it must not be used.
     void received(const QString& topic, const QByteArray& payload, const QString& problem);
 
 private:
-    void run();
-    void runOnce();
-    void onConnect(int code);
-
-    std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
-    const QByteArray m_willTopic;
-    SBroker m_broker;
-    QStringList m_subscriptions;
-
-    std::mutex m_lock; ///< Guards the members up to `m_waitingMessages`.
-    std::condition_variable m_wakeUp;
-    bool m_isEnding = false;
-    bool m_isConnected = false;
     /// A publication that waits for the broker.
-    struct SStake {
-        std::size_t owner;
+    struct SWaiting {
+        QString topic;
         int messages;
     };
-    std::deque<SStake> m_waiting; ///< In the order in which they are sent.
+
+    void run();
+    bool runOnce();
+    void onConnect(int code);
+    void onMessage(const mosquitto_message& message);
+    void onPublished();
+
+    std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
+    const SBroker m_broker;
+    const QByteArray m_willTopic;
+    QStringList m_subscriptions;
+    QString m_problem; ///< Used by the thread: why the broker refused.
+
+    std::mutex m_lock; ///< Guards the next three members.
+    bool m_isConnected = false;
+    std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
     int m_waitingMessages = 0;
 
-    QString m_problem; ///< Used by the thread: why the broker refused.
-    bool m_wasConnected = false;
+    QSemaphore m_ending; ///< Available when the thread is to end.
     std::thread m_thread;
 };
 

@@ -29,16 +29,10 @@ std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
 {
     std::vector<SMqttSend> result;
     for (const QByteArray& whole : payload.split('\n')) {
-        SMqttSend send{whole.trimmed(), {}, {}};
-        if (send.line.isEmpty() || send.line.startsWith('#')) {
-            continue;
+        const QByteArray line = whole.trimmed();
+        if (!line.isEmpty() && !line.startsWith('#')) {
+            result.push_back({line, readMqttLine(line)});
         }
-        if (auto message = readMqttLine(send.line)) {
-            send.message = *message;
-        } else {
-            send.problem = message.problem().text;
-        }
-        result.push_back(send);
     }
     return result;
 }

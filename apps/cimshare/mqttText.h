@@ -1,9 +1,9 @@
 #pragma once
 
+#include "canlog/problem.h"
 #include "cim/canMessage.h"
 
 #include <QByteArray>
-#include <QString>
 
 #include <vector>
 
@@ -14,8 +14,7 @@ namespace vexmor::Apps::Cimshare
 /// One line of what was sent to be put on a bus: a message, or what is wrong with it.
 struct SMqttSend {
     QByteArray line;
-    Cim::CCanMessage message;
-    QString problem; ///< empty: none
+    Result<Cim::CCanMessage> message;
 };
 
 /// Reads log lines, or frames alone like 123#1122, a line each; empty lines and comments are left out.

@@ -6,26 +6,16 @@
 #include "apps/host/interfaceStore.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// The name of the event that a connection has this state now.
-const char* eventOf(EConnection connection)
-{
-    switch (connection) {
-    case EConnection::eOpen:
-        return "noAnswer";
-    case EConnection::eConnected:
-        return "open";
-    case EConnection::eLost:
-        return "away";
-    default:
-        return connectionName(connection);
-    }
-}
+constexpr std::size_t HIGHEST_PORT = 65535;
+/// The names of the events that a connection has another state, in the order of EConnection.
+constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
@@ -33,17 +23,17 @@ CShareService::CShareService(SShareOptions options) : m_options(std::move(option
     connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
 }
 
-CShareService::~CShareService() = default;
-
 Failure CShareService::start()
 {
-    if (!m_options.socketcand && !m_options.t93 && m_options.broker.hostName.isEmpty()) {
+    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.hostName.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
         return failure;
     }
-    addProtocols();
+    if (Failure failure = addProtocols()) {
+        return failure;
+    }
     for (const auto& protocol : m_protocols) {
         if (Failure failure = protocol->start()) {
             return failure;
@@ -58,18 +48,26 @@ Failure CShareService::start()
     return {};
 }
 
-void CShareService::addProtocols()
+Failure CShareService::addProtocols()
 {
-    if (m_options.socketcand) {
-        m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, *m_options.socketcand, m_options.beacon,
+    if (m_options.socketcand.isGiven()) {
+        m_protocols.push_back(std::make_unique<CSocketcandServer>(m_buses, m_options.socketcand, m_options.beacon,
                                                                   m_options.allowed, m_log));
     }
-    if (m_options.t93) {
-        m_protocols.push_back(std::make_unique<CT93Share>(m_buses, *m_options.t93, m_options.allowed, m_log));
+    SListenAddress t93 = m_options.t93;
+    if (t93.port + m_buses.size() > HIGHEST_PORT + 1) {
+        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(t93.port));
+    }
+    for (const auto& bus : m_buses) {
+        if (t93.isGiven()) {
+            m_protocols.push_back(std::make_unique<CT93Share>(*bus, t93, m_options.allowed, m_log));
+            t93.port = static_cast<quint16>(t93.port == 0 ? 0 : t93.port + 1);
+        }
     }
     if (!m_options.broker.hostName.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
     }
+    return {};
 }
 
 Failure CShareService::addBuses()
@@ -116,7 +114,8 @@ void CShareService::watch(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print(eventOf(status.connection), bus.name(), connectionTextWithReason(status));
+        m_log.print(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
+                    connectionTextWithReason(status));
     });
     connect(&bus, &CSharedBus::identified, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
@@ -137,13 +136,13 @@ void CShareService::printStatus()
     for (const auto& bus : m_buses) {
         printStatus(*bus);
     }
+    std::map<QString, quint64> lost;
     for (const auto& protocol : m_protocols) {
-        quint64 lost = 0;
-        for (const auto& bus : m_buses) {
-            lost += protocol->lostCount(*bus);
-        }
-        if (lost > 0) {
-            m_log.print("lost", protocol->name(), QStringLiteral("%1 messages were lost").arg(lost));
+        lost[protocol->name()] += protocol->lost();
+    }
+    for (const auto& [name, messages] : lost) {
+        if (messages > 0) {
+            m_log.print("lost", name, QStringLiteral("%1 messages were lost").arg(messages));
         }
     }
 }
@@ -151,10 +150,8 @@ void CShareService::printStatus()
 void CShareService::printStatus(CSharedBus& bus)
 {
     int clients = 0;
-    quint64 lost = bus.lost();
     for (const auto& protocol : m_protocols) {
         clients += protocol->clientCount(bus);
-        lost += protocol->lostCount(bus);
     }
     const std::optional<int> load = bus.status().busload;
     const QString text =
@@ -163,7 +160,7 @@ void CShareService::printStatus(CSharedBus& bus)
             .arg(clients)
             .arg(bus.received().messages)
             .arg(bus.sent().messages)
-            .arg(lost);
+            .arg(bus.lost());
     m_log.print("status", bus.name(), text,
                 {{QStringLiteral("connected"), bus.status().isConnected()},
                  {QStringLiteral("connection"), QLatin1String(connectionName(bus.status().connection))},
@@ -171,7 +168,7 @@ void CShareService::printStatus(CSharedBus& bus)
                  {QStringLiteral("clients"), clients},
                  {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
                  {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
-                 {QStringLiteral("lost"), static_cast<qint64>(lost)}});
+                 {QStringLiteral("lost"), static_cast<qint64>(bus.lost())}});
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -9,7 +9,6 @@
 #include <QTimer>
 
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace vexmor::Apps::Cimshare
@@ -21,9 +20,9 @@ struct SShareOptions {
     bool allStored = false;
     SAllowedNetworks allowed;
     bool allowSend = false; ///< Otherwise clients may listen only.
-    std::optional<SListenAddress> socketcand;
+    SListenAddress socketcand;
     bool beacon = false;
-    std::optional<SListenAddress> t93;
+    SListenAddress t93;
     SBroker broker;
     QString mqttTopic;     ///< The beginning of all topics.
     int statusSeconds = 0; ///< Between two status lines; 0: none.
@@ -38,14 +37,13 @@ class CShareService : public QObject
 
 public:
     explicit CShareService(SShareOptions options);
-    ~CShareService() override;
 
     /// Starts the protocols and begins to open the interfaces. Fails when an option cannot be satisfied.
     Failure start();
 
 private:
     Failure addBuses();
-    void addProtocols();
+    Failure addProtocols();
     void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);

@@ -8,14 +8,6 @@
 
 namespace vexmor::Apps::Cimshare
 {
-namespace
-{
-void count(CSharedBus::SCount& total, const Cim::CCanMessage& message)
-{
-    ++total.messages;
-    total.bytes += message.length();
-}
-} // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
     : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
@@ -28,6 +20,7 @@ void CSharedBus::start()
     std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
     m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, std::uint16_t(0),
                                                 CInterfaceInUse::EOpening::eUntilOpen);
+    m_status = m_inUse->status();
     connect(m_inUse.get(), &CInterfaceInUse::statusChanged, this, &CSharedBus::onStatus);
     if (m_target.sim() != nullptr) {
         m_target.sim()->startTraffic();
@@ -49,12 +42,6 @@ Failure CSharedBus::sendingProblem() const
     return m_allowSend ? Failure() : SProblem{QStringLiteral("clients may listen only (--allow-send)")};
 }
 
-const SInterfaceStatus& CSharedBus::status() const
-{
-    static const SInterfaceStatus CLOSED;
-    return m_inUse ? m_inUse->status() : CLOSED;
-}
-
 QString CSharedBus::connectionNotice() const
 {
     return QStringLiteral("gateway: ") + connectionText(status());
@@ -67,33 +54,33 @@ QString CSharedBus::errorTitle(int error) const
 
 // ---- Sending ----
 
-void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, bool isCyclic)
+void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const Outcome& onOutcome)
 {
     Failure failure = sendingProblem();
-    if (!failure &&
-        !status().hasLink()) { // the interface may be busy with connecting: it must not send this afterwards
+    if (!failure && !status().hasLink()) { // the interface may be connecting: it must not send this afterwards
         failure = SProblem{connectionNotice()};
     } else if (!failure && !m_inUse->send(message)) {
         failure = SProblem{QStringLiteral("too many messages wait to be sent")};
     }
     if (failure) {
-        Q_EMIT messageRefused(message, &client, failure->text, isCyclic);
+        onOutcome(failure);
     } else {
-        m_pending.push_back({&client, isCyclic});
+        m_pending.push_back({&client, onOutcome});
     }
 }
 
 void CSharedBus::takeOutcome(const SBusRecord& record)
 {
-    const SPending pending = m_pending.front();
+    const SPending pending = std::move(m_pending.front());
     m_pending.pop_front();
-    // A client that has disconnected meanwhile is represented by this bus: the message is no received one.
-    const QObject* const client = pending.client ? pending.client.data() : this;
+    Failure failure;
     if (record.code == 0) {
-        count(m_sent, record.message);
-        Q_EMIT messageSent(record, client);
+        Q_EMIT messageSent(record, pending.client ? pending.client.data() : this);
     } else {
-        Q_EMIT messageRefused(record.message, client, m_canInterface->errorCodeToString(record.code), pending.isCyclic);
+        failure = SProblem{m_canInterface->errorCodeToString(record.code), record.code};
+    }
+    if (pending.client) {
+        pending.onOutcome(failure);
     }
 }
 
@@ -103,10 +90,14 @@ void CSharedBus::onMail()
 {
     m_mailbox->take(m_delivery);
     for (const SBusRecord& record : m_delivery.records) {
+        if (record.code == 0) {
+            SCount& total = record.sent ? m_sent : m_received;
+            ++total.messages;
+            total.bytes += record.message.length();
+        }
         if (record.sent) {
             takeOutcome(record);
         } else {
-            count(m_received, record.message);
             Q_EMIT messageSent(record, nullptr);
         }
     }
@@ -118,11 +109,12 @@ void CSharedBus::onMail()
 
 void CSharedBus::onStatus()
 {
-    if (std::exchange(m_connection, status().connection) != status().connection) {
+    const SInterfaceStatus before = std::exchange(m_status, m_inUse->status());
+    if (m_status.connection != before.connection) {
         Q_EMIT connectionChanged();
     }
-    const QString identity = status().interfaceId + status().firmwareVersion;
-    if (status().isIdentified() && std::exchange(m_identity, identity) != identity) {
+    const QString identity = m_status.interfaceId + m_status.firmwareVersion;
+    if (m_status.isIdentified() && std::exchange(m_identity, identity) != identity) {
         Q_EMIT identified();
     }
 }

@@ -8,6 +8,7 @@
 #include <QPointer>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -28,14 +29,17 @@ public:
         quint64 bytes = 0;
     };
 
+    using Outcome = std::function<void(const Failure& failure)>;
+
     /// Takes over a closed interface. With `allowSend` clients may send.
     CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend);
 
     /// Begins to open the interface.
     void start();
-    /// Hands a message of a client to the gateway. The outcome is a signal, `messageSent` or `messageRefused`: that one
-    /// perhaps at once. `isCyclic` comes back with it.
-    void send(const Cim::CCanMessage& message, QObject& client, bool isCyclic = false);
+    /// Hands a message of a client to the gateway. `onOutcome` is called once, perhaps at once: with no failure when
+    /// the message was sent, otherwise with the reason why it never will be. It is not called after the end of the
+    /// client.
+    void send(const Cim::CCanMessage& message, QObject& client, const Outcome& onOutcome);
 
     QString name() const { return m_target.name(); }
     /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
@@ -43,7 +47,7 @@ public:
     /// Empty when clients may send.
     Failure sendingProblem() const;
     /// What is known of the connection to the gateway.
-    const SInterfaceStatus& status() const;
+    const SInterfaceStatus& status() const { return m_status; }
     /// The same as a line for clients.
     QString connectionNotice() const;
     /// Whether the gateway has sent its identity since the start.
@@ -54,15 +58,15 @@ public:
     QString errorTitle(int error) const;
     const SCount& received() const { return m_received; }
     const SCount& sent() const { return m_sent; }
-    /// Received messages that were lost because this program was busy for too long.
+    /// Counts messages that did not reach a client or the broker.
+    void countLost(int messages) { m_lost += static_cast<quint64>(messages); }
+    /// Returns the number of these, and of received messages that were lost because this program was busy for too long.
     quint64 lost() const { return m_lost; }
 
 Q_SIGNALS:
-    /// A message was on the bus; `client` sent it, null: the gateway received it.
+    /// A message was on the bus. `client` sent it, or this object for a client that has ended; null: the gateway
+    /// received it.
     void messageSent(const vexmor::Apps::SBusRecord& record, const QObject* client);
-    /// A message of a client will never be sent.
-    void messageRefused(const vexmor::Cim::CCanMessage& message, const QObject* client, const QString& reason,
-                        bool isCyclic);
     /// The interface raised an error so many times.
     void errorRaised(int error, quint64 count);
     /// The state of the connection is another one.
@@ -74,7 +78,7 @@ private:
     /// A message whose outcome has not come yet.
     struct SPending {
         QPointer<QObject> client;
-        bool isCyclic = false;
+        Outcome onOutcome;
     };
 
     void onMail();
@@ -88,7 +92,7 @@ private:
     std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
     SDelivery m_delivery;
     std::deque<SPending> m_pending; ///< in the order of sending, which is that of the outcomes
-    EConnection m_connection = EConnection::eClosed;
+    SInterfaceStatus m_status;
     QString m_identity;
     SCount m_received;
     SCount m_sent;

@@ -16,15 +16,15 @@ constexpr qint64 SEND_LIMIT = 1024LL * 1024;
 /// Bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 64LL * 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
-constexpr std::int64_t MICROSECONDS_A_MS = 1000;
 
-int roundedMs(std::int64_t microseconds)
+std::uint16_t idOf(const SCommand& command)
 {
-    return static_cast<int>((microseconds + MICROSECONDS_A_MS - 1) / MICROSECONDS_A_MS);
+    return command.message.id().value();
 }
 } // namespace
 
-CSocketcandClient::CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses) : m_socket(socket), m_buses(buses)
+CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses)
+    : m_socket(std::move(socket)), m_buses(buses)
 {
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
@@ -45,40 +45,20 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
 {
     if (m_mode == eRaw) {
         write(element);
-    } else if (m_mode == eBroadcastManager) {
-        const auto found = m_subscriptions.find(message.id().value());
-        if (found != m_subscriptions.end()) {
-            deliverSubscribed(*found->second, element);
-        }
+        return;
     }
-}
-
-void CSocketcandClient::deliverSubscribed(SSubscription& subscription, const QByteArray& element)
-{
+    const auto found = m_subscriptions.find(message.id().value()); // none but in broadcast manager mode
+    if (found == m_subscriptions.end()) {
+        return;
+    }
+    SSubscription& subscription = found->second;
     if (subscription.timer.isActive()) {
         subscription.pending = element;
         return;
     }
     write(element);
-    if (subscription.interval > 0) {
-        subscription.timer.start(roundedMs(subscription.interval));
-    }
-}
-
-void CSocketcandClient::noteSent(const Cim::CCanMessage& message)
-{
-    if (const auto cyclic = m_cyclic.find(message.id().value()); cyclic != m_cyclic.end()) {
-        cyclic->second->isRefused = false;
-    }
-}
-
-void CSocketcandClient::writeRefusal(const Cim::CCanMessage& message, const QString& reason, bool isCyclic)
-{
-    const auto cyclic = m_cyclic.find(message.id().value());
-    const bool isKnown =
-        isCyclic && (cyclic == m_cyclic.end() || std::exchange(cyclic->second->isRefused, true)); // deleted meanwhile
-    if (!isKnown) {
-        writeError(reason);
+    if (subscription.timer.interval() > 0) {
+        subscription.timer.start();
     }
 }
 
@@ -89,13 +69,11 @@ void CSocketcandClient::writeError(const QString& text)
 
 void CSocketcandClient::writeStatistics()
 {
-    const CSharedBus::SCount& received = m_bus->received();
-    const CSharedBus::SCount& sent = m_bus->sent();
     write(QStringLiteral("\n< stat %1 %2 %3 %4 >")
-              .arg(received.bytes)
-              .arg(received.messages)
-              .arg(sent.bytes)
-              .arg(sent.messages)
+              .arg(m_bus->received().bytes)
+              .arg(m_bus->received().messages)
+              .arg(m_bus->sent().bytes)
+              .arg(m_bus->sent().messages)
               .toLatin1());
 }
 
@@ -104,6 +82,7 @@ void CSocketcandClient::writeStatistics()
 void CSocketcandClient::answer(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() > SEND_LIMIT) {
+        forget(eEnded);
         m_socket->abort();
         return;
     }
@@ -115,7 +94,7 @@ void CSocketcandClient::write(const QByteArray& element)
 {
     if (m_socket->bytesToWrite() + m_waiting.size() > SEND_LIMIT) {
         m_hasLost = true;
-        Q_EMIT frameLost(!std::exchange(m_hasEverLost, true));
+        Q_EMIT frameLost();
         return;
     }
     const QByteArray bytes =
@@ -131,7 +110,12 @@ void CSocketcandClient::write(const QByteArray& element)
 
 void CSocketcandClient::onReadyRead()
 {
-    if (!m_reader.feed(m_socket->readAll(), [this](const QByteArray& element) { return execute(element); })) {
+    const auto onElement = [this](const QByteArray& element) {
+        execute(element);
+        return m_mode != eEnded;
+    };
+    m_stream += m_socket->readAll();
+    if (!takeElements(m_stream, onElement)) {
         end();
     }
 }
@@ -140,76 +124,62 @@ void CSocketcandClient::onReadyRead()
 void CSocketcandClient::end()
 {
     disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
-    forget(eNoBus);
+    forget(eEnded);
     m_socket->flush();
     m_socket->disconnectFromHost();
     m_limitTimer.start(TIME_LIMIT_MS);
 }
 
-/// Returns false when the connection ends with this command.
-bool CSocketcandClient::execute(const QByteArray& element)
+void CSocketcandClient::execute(const QByteArray& element)
 {
+    using CClient = CSocketcandClient;
+    static const std::map<QByteArray, std::function<void(CClient&, const SCommand&)>> ACTIONS = {
+        {"open", &CClient::open},
+        {"rawmode", [](CClient& client, auto& /*command*/) { client.setMode(eRaw); }},
+        {"bcmmode", [](CClient& client, auto& /*command*/) { client.setMode(eBroadcastManager); }},
+        {"controlmode", [](CClient& client, auto& /*command*/) { client.setMode(eControl); }},
+        {"echo", [](CClient& client, auto& /*command*/) { client.answer("< echo >"); }},
+        {"send", &CClient::send},
+        {"statistics", &CClient::repeatStatistics},
+        {"subscribe", &CClient::subscribe},
+        {"unsubscribe", [](CClient& client, auto& command) { client.m_subscriptions.erase(idOf(command)); }},
+        {"add", &CClient::addCyclic},
+        {"delete", [](CClient& client, auto& command) { client.m_cyclic.erase(idOf(command)); }},
+    };
     auto command = readCommand(element);
     if (!command) {
         writeError(command.problem().text);
-        return true;
-    }
-    if ((command->modes & m_mode) == 0) {
+    } else if ((command->modes & m_mode) == 0) {
         writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
-        return true;
+    } else {
+        ACTIONS.at(command->verb)(*this, *command);
     }
-    switch (command->verb) {
-    case EVerb::eEcho:
-        answer("< echo >");
-        break;
-    case EVerb::eOpen:
-        return open(command->busName);
-    case EVerb::eRawMode:
-        setMode(eRaw);
-        break;
-    case EVerb::eBcmMode:
-        setMode(eBroadcastManager);
-        break;
-    case EVerb::eControlMode:
-        setMode(eControl);
-        break;
-    case EVerb::eSend:
-        m_bus->send(command->message, *this);
-        break;
-    case EVerb::eStatistics:
-        command->milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command->milliseconds);
-        break;
-    case EVerb::eSubscribe:
-        subscribe(*command);
-        break;
-    case EVerb::eUnsubscribe:
-        m_subscriptions.erase(command->message.id().value());
-        break;
-    case EVerb::eAdd:
-        addCyclic(*command);
-        break;
-    case EVerb::eDelete:
-        m_cyclic.erase(command->message.id().value());
-        break;
-    }
-    return m_socket->isOpen();
 }
 
-bool CSocketcandClient::open(const QByteArray& name)
+void CSocketcandClient::open(const SCommand& command)
 {
-    const auto isNamed = [&name](const auto& bus) { return bus->plainName().toUtf8() == name; };
+    const auto isNamed = [&](const auto& bus) { return bus->plainName().toUtf8() == command.busName; };
     const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
     if (found == m_buses.end()) {
         writeError(QStringLiteral("no such bus"));
-        return false;
+        end();
+        return;
     }
     m_limitTimer.stop();
+    if (m_bus != nullptr) {
+        m_bus->disconnect(this);
+    }
     m_bus = found->get();
+    connect(m_bus, &CSharedBus::errorRaised, this, [this](int error) { writeError(m_bus->errorTitle(error)); });
+    connect(m_bus, &CSharedBus::connectionChanged, this, [this] {
+        if (m_bus->status().connection == EConnection::eLost) {
+            writeError(m_bus->connectionNotice());
+        }
+    });
     setMode(eBroadcastManager);
     if (!m_bus->status().isConnected()) {
         writeError(m_bus->connectionNotice());
     }
-    return m_socket->isOpen();
 }
 
 void CSocketcandClient::setMode(EMode mode)
@@ -228,38 +198,57 @@ void CSocketcandClient::forget(EMode mode)
     m_cyclic.clear();
 }
 
+void CSocketcandClient::repeatStatistics(const SCommand& command)
+{
+    command.milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command.milliseconds);
+}
+
 void CSocketcandClient::subscribe(const SCommand& command)
 {
-    auto& subscription = m_subscriptions[command.message.id().value()];
-    subscription = std::make_unique<SSubscription>();
-    subscription->interval = command.microseconds;
-    subscription->timer.setSingleShot(true);
-    connect(&subscription->timer, &QTimer::timeout, this, [this, subscribed = subscription.get()] {
-        if (!subscribed->pending.isEmpty()) {
-            write(std::exchange(subscribed->pending, {}));
-            subscribed->timer.start();
+    m_subscriptions.erase(idOf(command));
+    SSubscription& subscription = m_subscriptions[idOf(command)];
+    subscription.timer.setInterval(command.milliseconds);
+    subscription.timer.setSingleShot(true);
+    connect(&subscription.timer, &QTimer::timeout, this, [this, &subscription] {
+        if (!subscription.pending.isEmpty()) {
+            write(std::exchange(subscription.pending, {}));
+            subscription.timer.start();
+        }
+    });
+}
+
+void CSocketcandClient::send(const SCommand& command)
+{
+    m_bus->send(command.message, *this, [this](const Failure& failure) {
+        if (failure) {
+            writeError(failure->text);
         }
     });
 }
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    const std::uint16_t id = command.message.id().value();
-    if (const Failure failure = m_bus->sendingProblem()) {
-        writeError(failure->text);
+    const Failure failure = m_bus->sendingProblem();
+    m_cyclic.erase(idOf(command));
+    if (failure || m_cyclic.size() >= MAX_CYCLIC) {
+        writeError(failure ? failure->text : QStringLiteral("too many messages are sent cyclically"));
         return;
     }
-    if (m_cyclic.size() >= MAX_CYCLIC && m_cyclic.count(id) == 0) {
-        writeError(QStringLiteral("too many messages are sent cyclically"));
-        return;
-    }
-    auto& cyclic = m_cyclic[id];
-    cyclic = std::make_unique<SCyclic>();
-    cyclic->message = command.message;
-    cyclic->timer.setTimerType(Qt::PreciseTimer);
-    connect(&cyclic->timer, &QTimer::timeout, this,
-            [this, sent = cyclic.get()] { m_bus->send(sent->message, *this, true); });
-    cyclic->timer.start(roundedMs(command.microseconds));
+    QTimer& timer = m_cyclic[idOf(command)].timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    connect(&timer, &QTimer::timeout, this, [this, message = command.message] { sendCyclic(message); });
+    timer.start(command.milliseconds);
+}
+
+/// Of the refusals of a cyclic message, the client receives the first in a row.
+void CSocketcandClient::sendCyclic(const Cim::CCanMessage& message)
+{
+    m_bus->send(message, *this, [this, id = message.id().value()](const Failure& failure) {
+        const auto cyclic = m_cyclic.find(id); // it may have been deleted meanwhile
+        if (cyclic != m_cyclic.end() && !std::exchange(cyclic->second.isRefused, failure.has_value()) && failure) {
+            writeError(failure->text);
+        }
+    });
 }
 
 } // namespace vexmor::Apps::Cimshare

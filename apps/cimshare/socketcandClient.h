@@ -21,48 +21,43 @@ class CSocketcandClient : public QObject
 
 public:
     /// Takes the connection over. The buses outlive the client.
-    CSocketcandClient(QTcpSocket* socket, const CSharedBuses& buses);
+    CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses);
 
-    const CSharedBus* bus() const { return m_bus; }
+    CSharedBus* bus() const { return m_bus; }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
-    /// A message of this client was sent.
-    void noteSent(const Cim::CCanMessage& message);
-    /// A message of this client will not be sent. Of a cyclic one the first refusal in a row is written.
-    void writeRefusal(const Cim::CCanMessage& message, const QString& reason, bool isCyclic);
-    /// Writes an error text.
-    void writeError(const QString& text);
 
 Q_SIGNALS:
     void disconnected();
     /// The client reads too slowly and missed one more frame.
-    void frameLost(bool isFirst);
+    void frameLost();
 
 private:
     /// Frames of one identifier in broadcast manager mode.
     struct SSubscription {
-        std::int64_t interval = 0; ///< Shortest time between two frames, in microseconds.
-        QByteArray pending;        ///< The newest frame that came too early.
-        QTimer timer;              ///< Runs until the next frame may be delivered.
+        QByteArray pending; ///< The newest frame that came too early.
+        QTimer timer;       ///< Runs until the next frame may be delivered.
     };
 
     /// A message that is sent again and again.
     struct SCyclic {
-        Cim::CCanMessage message;
         QTimer timer;
         bool isRefused = false; ///< The last time; the client knows.
     };
 
     void onReadyRead();
-    bool execute(const QByteArray& element);
-    bool open(const QByteArray& name);
+    void execute(const QByteArray& element);
+    void open(const SCommand& command);
     void setMode(EMode mode);
     void forget(EMode mode);
     void end();
     void subscribe(const SCommand& command);
-    void deliverSubscribed(SSubscription& subscription, const QByteArray& element);
     void addCyclic(const SCommand& command);
+    void send(const SCommand& command);
+    void sendCyclic(const Cim::CCanMessage& message);
+    void repeatStatistics(const SCommand& command);
     void writeStatistics();
+    void writeError(const QString& text);
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
 
@@ -70,16 +65,15 @@ private:
     const CSharedBuses& m_buses;
     CSharedBus* m_bus = nullptr;
     EMode m_mode = eNoBus;
-    CElementReader m_reader;
+    QByteArray m_stream; ///< From the client: the beginning of an element.
     QTimer
         m_limitTimer; ///< Ends the connection of a client that chooses no bus, or that does not read its last answer.
     QTimer m_quietTimer;  ///< Frames wait while it runs.
     QByteArray m_waiting; ///< Frames that wait for `m_quietTimer`.
     QTimer m_statisticsTimer;
-    bool m_hasLost = false; ///< Frames were lost since the last frame written.
-    bool m_hasEverLost = false;
-    std::map<std::uint16_t, std::unique_ptr<SSubscription>> m_subscriptions; ///< By identifier.
-    std::map<std::uint16_t, std::unique_ptr<SCyclic>> m_cyclic;              ///< By identifier.
+    bool m_hasLost = false;                                 ///< Frames were lost since the last frame written.
+    std::map<std::uint16_t, SSubscription> m_subscriptions; ///< By identifier.
+    std::map<std::uint16_t, SCyclic> m_cyclic;              ///< By identifier.
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -1,12 +1,10 @@
 #include "apps/cimshare/socketcandServer.h"
 
-#include "apps/cimshare/socketcandClient.h"
-
 #include <QHostInfo>
 #include <QNetworkInterface>
-#include <QXmlStreamWriter>
 
 #include <algorithm>
+#include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -18,47 +16,29 @@ constexpr quint16 BEACON_PORT = 42000;
 
 CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                                      const SAllowedNetworks& allowed, CEventLog& log)
-    : CProtocol(QStringLiteral("socketcand"), buses, log),
-      m_address(address),
-      m_hasBeacon(hasBeacon),
-      m_allowed(allowed)
+    : CProtocol(QStringLiteral("socketcand"), log), m_buses(buses), m_address(address), m_allowed(allowed)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
-    for (const auto& bus : m_buses) {
-        connectBus(*bus);
+    if (hasBeacon) {
+        m_beaconTimer.start(BEACON_MS);
     }
-}
-
-CSocketcandServer::~CSocketcandServer() = default;
-
-void CSocketcandServer::connectBus(CSharedBus& bus)
-{
-    connect(&bus, &CSharedBus::messageSent, this,
-            [this, &bus](const SBusRecord& record, const QObject* sender) { onMessage(bus, record, sender); });
-    connect(&bus, &CSharedBus::messageRefused, this, &CSocketcandServer::onRefused);
-    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
-        if (bus.status().connection == EConnection::eLost) {
-            writeError(bus, bus.connectionNotice());
-        }
-    });
-    connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error) { writeError(bus, bus.errorTitle(error)); });
+    for (const auto& bus : m_buses) {
+        connect(
+            bus.get(), &CSharedBus::messageSent, this,
+            [this, from = bus.get()](const auto& record, const QObject* client) { deliver(*from, record, client); });
+    }
 }
 
 Failure CSocketcandServer::start()
 {
-    const QString place = m_address.address.toString();
     if (!m_server.listen(m_address.address, m_address.port)) {
         return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
-                            .arg(place)
+                            .arg(m_address.address.toString())
                             .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.print("listening", m_name, QStringLiteral("on %1:%2").arg(place).arg(m_server.serverPort()),
-                {{QStringLiteral("port"), m_server.serverPort()}});
-    if (m_hasBeacon) {
-        m_beaconTimer.start(BEACON_MS);
-    }
+    m_log.printListening(m_name, m_server.serverAddress(), m_server.serverPort());
     return {};
 }
 
@@ -70,66 +50,44 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
 
 void CSocketcandServer::onNewConnection()
 {
-    while (QTcpSocket* const socket = m_server.nextPendingConnection()) {
-        const QString peer = peerOf(*socket);
+    while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
         if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
-            m_log.printOfClient("full", m_name, QStringLiteral("%1 turned away: too many clients").arg(peer));
+            m_log.printOfClient("full", m_name,
+                                QStringLiteral("%1 turned away: too many clients").arg(peerOf(*socket)));
         } else if (m_allowed.admits(*socket, m_name, m_log)) {
-            addClient(socket, peer);
-            continue;
+            addClient(std::move(socket));
         }
-        socket->abort();
-        socket->deleteLater();
     }
 }
 
-void CSocketcandServer::addClient(QTcpSocket* socket, const QString& peer)
+void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
 {
-    m_clients.push_back(std::make_unique<CSocketcandClient>(socket, m_buses));
+    const QString peer = peerOf(*socket);
+    m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_buses));
     CSocketcandClient* const client = m_clients.back().get();
-    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer](bool isFirst) {
-        countLost(client->bus(), 1);
-        if (isFirst) {
+    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer, isFirst = true]() mutable {
+        if (client->bus() != nullptr) {
+            countLost(*client->bus(), 1);
+        }
+        if (std::exchange(isFirst, false)) {
             m_log.printOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
         m_log.printOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
-        m_clients.erase(std::find_if(m_clients.begin(), m_clients.end(),
-                                     [client](const auto& candidate) { return candidate.get() == client; }));
+        m_clients.remove_if([client](const auto& candidate) { return candidate.get() == client; });
     });
 }
 
-void CSocketcandServer::writeError(const CSharedBus& bus, const QString& text)
-{
-    for (const auto& client : m_clients) {
-        if (client->bus() == &bus) {
-            client->writeError(text);
-        }
-    }
-}
-
-void CSocketcandServer::onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender)
+void CSocketcandServer::deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender)
 {
     QByteArray element;
     for (const auto& client : m_clients) {
-        if (client.get() == sender) {
-            client->noteSent(record.message);
-        } else if (client->bus() == &bus) {
+        if (client->bus() == &bus && client.get() != sender) {
             if (element.isEmpty()) { // the same for all
                 element = frameElement(record.message, record.microseconds);
             }
             client->deliver(record.message, element);
-        }
-    }
-}
-
-void CSocketcandServer::onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason,
-                                  bool isCyclic)
-{
-    for (const auto& client : m_clients) {
-        if (client.get() == sender) {
-            client->writeRefusal(message, reason, isCyclic);
         }
     }
 }
@@ -149,20 +107,15 @@ void CSocketcandServer::sendBeacon()
 /// The announcement for a network in which this service has `address`.
 QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
 {
-    QByteArray result;
-    QXmlStreamWriter xml(&result);
-    xml.writeStartElement(QStringLiteral("CANBeacon"));
-    xml.writeAttribute(QStringLiteral("name"), QHostInfo::localHostName());
-    xml.writeAttribute(QStringLiteral("type"), QStringLiteral("adapter"));
-    xml.writeAttribute(QStringLiteral("description"), QStringLiteral("cimshare"));
-    xml.writeTextElement(QStringLiteral("URL"),
-                         QStringLiteral("can://%1:%2").arg(address.toString()).arg(m_server.serverPort()));
+    QString buses;
     for (const auto& bus : m_buses) {
-        xml.writeEmptyElement(QStringLiteral("Bus"));
-        xml.writeAttribute(QStringLiteral("name"), bus->plainName());
+        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(bus->plainName().toHtmlEscaped());
     }
-    xml.writeEndElement();
-    return result;
+    return QStringLiteral(
+               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2:%3</URL>%4</CANBeacon>)")
+        .arg(QHostInfo::localHostName().toHtmlEscaped(), address.toString(), QString::number(m_server.serverPort()),
+             buses)
+        .toUtf8();
 }
 
 } // namespace vexmor::Apps::Cimshare

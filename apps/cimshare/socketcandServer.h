@@ -2,20 +2,20 @@
 
 #include "apps/cimshare/addresses.h"
 #include "apps/cimshare/protocol.h"
+#include "apps/cimshare/socketcandClient.h"
 
 #include <QTcpServer>
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <list>
 #include <memory>
-#include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
-class CSocketcandClient;
 
 /// Serves clients that speak socketcand: all buses on one TCP port, by their names.
-class CSocketcandServer : public CProtocol
+class CSocketcandServer : public QObject, public CProtocol
 {
     Q_OBJECT
 
@@ -23,28 +23,24 @@ public:
     /// With `hasBeacon` it announces itself by broadcast every 2 s, in each network that its address belongs to.
     CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                       const SAllowedNetworks& allowed, CEventLog& log);
-    ~CSocketcandServer() override;
 
     Failure start() override;
     int clientCount(const CSharedBus& bus) const override;
 
 private:
-    void connectBus(CSharedBus& bus);
     void onNewConnection();
-    void addClient(QTcpSocket* socket, const QString& peer);
-    void writeError(const CSharedBus& bus, const QString& text);
-    void onMessage(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
-    void onRefused(const Cim::CCanMessage& message, const QObject* sender, const QString& reason, bool isCyclic);
+    void addClient(std::unique_ptr<QTcpSocket> socket);
+    void deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
     void sendBeacon();
     QByteArray beacon(const QHostAddress& address) const;
 
+    const CSharedBuses& m_buses;
     const SListenAddress m_address;
-    const bool m_hasBeacon;
     const SAllowedNetworks& m_allowed;
     QTcpServer m_server;
     QUdpSocket m_beaconSocket;
     QTimer m_beaconTimer;
-    std::vector<std::unique_ptr<CSocketcandClient>> m_clients;
+    std::list<std::unique_ptr<CSocketcandClient>> m_clients;
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -12,41 +12,11 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr std::int64_t MICROSECONDS = 1'000'000;
+constexpr int MICROSECONDS = 1'000'000;
 constexpr int EXTENDED_ID_DIGITS = 8;
 constexpr int MAX_MILLISECONDS = 3'600'000;
-constexpr std::int64_t MIN_INTERVAL = 1000;
-constexpr std::int64_t MAX_INTERVAL = 3600 * MICROSECONDS;
-
-constexpr unsigned OPEN = eBroadcastManager | eRaw | eControl;
-constexpr unsigned ANY = eNoBus | OPEN;
-
-/// Operands of a verb: n name, m milliseconds, t seconds and microseconds, i identifier, d length and data bytes.
-struct SSyntax {
-    const char* word;
-    const char* operands;
-    EVerb verb;
-    unsigned modes;
-};
-constexpr SSyntax SYNTAX[] = {
-    {"open", "n", EVerb::eOpen, ANY},
-    {"rawmode", "", EVerb::eRawMode, OPEN},
-    {"bcmmode", "", EVerb::eBcmMode, OPEN},
-    {"controlmode", "", EVerb::eControlMode, OPEN},
-    {"echo", "", EVerb::eEcho, ANY},
-    {"send", "id", EVerb::eSend, eBroadcastManager | eRaw},
-    {"statistics", "m", EVerb::eStatistics, eControl},
-    {"subscribe", "ti", EVerb::eSubscribe, eBroadcastManager},
-    {"unsubscribe", "i", EVerb::eUnsubscribe, eBroadcastManager},
-    {"add", "tid", EVerb::eAdd, eBroadcastManager},
-    {"delete", "i", EVerb::eDelete, eBroadcastManager},
-};
-
-/// Verbs of what a T93 cannot do.
-constexpr const char* IMPOSSIBLE[][2] = {
-    {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
-    {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
-};
+constexpr quint64 MIN_CYCLE = 1000;
+constexpr quint64 MAX_INTERVAL = 3600ULL * MICROSECONDS;
 
 /// The words after a verb, taken one after the other.
 using CWords = QList<QByteArray>;
@@ -63,9 +33,24 @@ std::optional<quint64> nextNumber(CWords& words, int base, quint64 highest)
     return isNumber && value <= highest ? std::optional(value) : std::nullopt;
 }
 
-Failure wrong(const char* text)
+SProblem wrong(const char* text)
 {
     return wrongUsage(QString::fromLatin1(text));
+}
+
+// Readers of the operands of verbs.
+
+Failure readName(CWords& words, SCommand& command)
+{
+    command.busName = next(words);
+    return command.busName.isEmpty() ? wrong("a bus has a name") : Failure();
+}
+
+Failure readMilliseconds(CWords& words, SCommand& command)
+{
+    const auto milliseconds = nextNumber(words, 10, MAX_MILLISECONDS);
+    command.milliseconds = static_cast<int>(milliseconds.value_or(0));
+    return milliseconds ? Failure() : wrong("the interval is no number of milliseconds");
 }
 
 Failure readInterval(CWords& words, SCommand& command)
@@ -75,10 +60,9 @@ Failure readInterval(CWords& words, SCommand& command)
     if (!seconds || !microseconds) {
         return wrong("the interval is no SECONDS MICROSECONDS");
     }
-    command.microseconds =
-        static_cast<std::int64_t>(*seconds) * MICROSECONDS + static_cast<std::int64_t>(*microseconds);
-    const bool isCyclic = command.verb == EVerb::eAdd;
-    return isCyclic && command.microseconds < MIN_INTERVAL ? wrong("the interval is below 1 ms") : Failure();
+    const quint64 interval = *seconds * MICROSECONDS + *microseconds;
+    command.milliseconds = static_cast<int>((interval + 999) / 1000);
+    return command.verb == "add" && interval < MIN_CYCLE ? wrong("the interval is below 1 ms") : Failure();
 }
 
 Failure readId(CWords& words, SCommand& command)
@@ -115,64 +99,70 @@ Failure readData(CWords& words, SCommand& command)
     return {};
 }
 
-Failure readOperand(char kind, CWords& words, SCommand& command)
-{
-    switch (kind) {
-    case 'n':
-        command.busName = next(words);
-        return command.busName.isEmpty() ? wrong("a bus has a name") : Failure();
-    case 'm': {
-        const auto milliseconds = nextNumber(words, 10, MAX_MILLISECONDS);
-        command.milliseconds = static_cast<int>(milliseconds.value_or(0));
-        return milliseconds ? Failure() : wrong("the interval is no number of milliseconds");
-    }
-    case 't':
-        return readInterval(words, command);
-    case 'i':
-        return readId(words, command);
-    default:
-        return readData(words, command);
-    }
-}
+constexpr unsigned OPEN = eBroadcastManager | eRaw | eControl;
+constexpr unsigned ANY = eNoBus | OPEN;
+
+struct SSyntax {
+    const char* verb;
+    unsigned modes;
+    Failure (*operands[3])(CWords& words, SCommand& command); ///< Their readers; null: none.
+};
+constexpr SSyntax SYNTAX[] = {
+    {"open", ANY, {readName}},
+    {"rawmode", OPEN, {}},
+    {"bcmmode", OPEN, {}},
+    {"controlmode", OPEN, {}},
+    {"echo", ANY, {}},
+    {"send", eBroadcastManager | eRaw, {readId, readData}},
+    {"statistics", eControl, {readMilliseconds}},
+    {"subscribe", eBroadcastManager, {readInterval, readId}},
+    {"unsubscribe", eBroadcastManager, {readId}},
+    {"add", eBroadcastManager, {readInterval, readId, readData}},
+    {"delete", eBroadcastManager, {readId}},
+};
+
+/// Verbs of what a T93 cannot do.
+constexpr const char* IMPOSSIBLE[][2] = {
+    {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
+    {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
+};
 } // namespace
 
 Result<SCommand> readCommand(const QByteArray& element)
 {
     CWords words = element.simplified().split(' ');
-    const QByteArray verb = next(words);
-    for (const auto& [word, feature] : IMPOSSIBLE) {
-        if (verb == word) {
+    SCommand command;
+    command.verb = next(words);
+    for (const auto& [verb, feature] : IMPOSSIBLE) {
+        if (command.verb == verb) {
             return wrongUsage(QStringLiteral("a T93 has no %1").arg(QLatin1String(feature)));
         }
     }
     const auto* const syntax = std::find_if(std::begin(SYNTAX), std::end(SYNTAX),
-                                            [&verb](const SSyntax& candidate) { return verb == candidate.word; });
+                                            [&](const SSyntax& candidate) { return command.verb == candidate.verb; });
     if (syntax == std::end(SYNTAX)) {
-        return wrongUsage(QStringLiteral("unknown command"));
+        return wrong("unknown command");
     }
-    SCommand command;
-    command.verb = syntax->verb;
     command.modes = syntax->modes;
-    for (const char* kind = syntax->operands; *kind != '\0'; ++kind) {
-        if (Failure failure = readOperand(*kind, words, command)) {
+    for (const auto read : syntax->operands) {
+        if (const Failure failure = read == nullptr ? Failure() : read(words, command)) {
             return *failure;
         }
     }
-    return words.isEmpty() ? Result<SCommand>(command) : wrongUsage(QStringLiteral("too many words"));
+    return words.isEmpty() ? Result<SCommand>(command) : wrong("too many words");
 }
 
-bool CElementReader::feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement)
+bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement)
 {
-    m_rest += bytes;
-    int begin = m_rest.indexOf('<');
-    for (int end = 0; begin >= 0 && (end = m_rest.indexOf('>', begin)) >= 0; begin = m_rest.indexOf('<', end)) {
-        const QByteArray element = m_rest.mid(begin + 1, end - begin - 1);
+    int begin = stream.indexOf('<');
+    for (int end = 0; begin >= 0 && (end = stream.indexOf('>', begin)) >= 0; begin = stream.indexOf('<', end)) {
+        const QByteArray element = stream.mid(begin + 1, end - begin - 1);
         if (element.size() > MAX_ELEMENT || !onElement(element)) {
             return false;
         }
     }
-    m_rest = begin < 0 ? QByteArray() : m_rest.mid(begin);
-    return m_rest.size() <= MAX_ELEMENT;
+    stream = begin < 0 ? QByteArray() : stream.mid(begin);
+    return stream.size() <= MAX_ELEMENT;
 }
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)

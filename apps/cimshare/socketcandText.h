@@ -13,50 +13,27 @@
 namespace vexmor::Apps::Cimshare
 {
 
-enum class EVerb {
-    eOpen,
-    eRawMode,
-    eBcmMode,
-    eControlMode,
-    eEcho,
-    eSend,
-    eStatistics,
-    eSubscribe,
-    eUnsubscribe,
-    eAdd,
-    eDelete
-};
-
 /// The state of a client. As bits: the states in which a command is allowed.
-enum EMode : unsigned { eNoBus = 1, eBroadcastManager = 2, eRaw = 4, eControl = 8 };
+enum EMode : unsigned { eEnded = 0, eNoBus = 1, eBroadcastManager = 2, eRaw = 4, eControl = 8 };
 
 /// A command of a client. What its verb does not have is at its default.
 struct SCommand {
-    EVerb verb = EVerb::eEcho;
+    QByteArray verb;    ///< One that a T93 can serve.
     unsigned modes = 0; ///< Bits of EMode.
     QByteArray busName;
-    std::int64_t microseconds = 0; ///< An interval.
-    int milliseconds = 0;
+    int milliseconds = 0;     ///< An interval, rounded up.
     Cim::CCanMessage message; ///< The identifier, and the data where the verb has data.
 };
 
 /// Reads an element, without the brackets. A failure's text is for the client.
 Result<SCommand> readCommand(const QByteArray& element);
 
-/// Cuts the bytes of a client into elements. An element may arrive in pieces, and several at once; bytes between
-/// elements are skipped.
-class CElementReader
-{
-public:
-    static constexpr int MAX_ELEMENT = 256;
+constexpr int MAX_ELEMENT = 256; ///< Characters between the brackets.
 
-    /// Calls `onElement` with each complete element. Returns false when `onElement` does, and when an element is too
-    /// long: then the stream cannot be used any more.
-    bool feed(const QByteArray& bytes, const std::function<bool(const QByteArray& element)>& onElement);
-
-private:
-    QByteArray m_rest; ///< Begins with an opening bracket, or is empty.
-};
+/// Calls `onElement` with each complete element at the beginning of a client's stream, and keeps the rest: an element
+/// may arrive in pieces; bytes between elements are skipped. Returns false when `onElement` does, and when an element
+/// is too long: then the stream cannot be used any more.
+bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement);
 
 // Elements that are not answers begin with a line end: one widespread client needs a character between two elements,
 // and the other clients skip it.

@@ -1,7 +1,6 @@
 #include "apps/cimshare/t93Share.h"
 
 #include "cim/resultCodes.h"
-#include "sim/rmServer.h"
 
 #include <algorithm>
 #include <utility>
@@ -12,52 +11,24 @@ namespace
 {
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr int MEASURING_MS = 1000;
-constexpr int HIGHEST_PORT = 65535;
-
-/// The gateway's name in the log.
-QString subjectOf(const CSharedBus& bus)
-{
-    return QStringLiteral("t93 ") + bus.name();
-}
 } // namespace
 
-/// A shared bus as a T93 gateway. Each host hears what the other clients send, and no host changes anything for them:
-/// bit rates, resets and measuring intervals are answered and ignored. Turns hosts away until the real gateway has
-/// reported its identity.
-class CSharedGateway : public Sim::CRmServer
-{
-public:
-    CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed, CEventLog& log);
-
-protected:
-    bool putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override
-    {
-        m_bus.send(message, from);
-        return true; // a refusal comes by a signal
-    }
-    void change(const Cim::SRmFrame& request) override;
-    std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
-
-private:
-    void identify();
-
-    CSharedBus& m_bus;
-    const SAllowedNetworks& m_allowed;
-    CEventLog& m_log;
-};
-
-CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed, CEventLog& log)
-    : CRmServer(ETransports::eTcp), m_bus(bus), m_allowed(allowed), m_log(log)
+CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
+    : CRmServer(ETransports::eTcp),
+      CProtocol(QStringLiteral("t93"), log),
+      m_bus(bus),
+      m_subject(QStringLiteral("t93 ") + bus.name()),
+      m_place(place),
+      m_allowed(allowed)
 {
     setMaxClients(SAllowedNetworks::MAX_CLIENTS);
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.printOfClient("disconnected", subjectOf(m_bus), QStringLiteral("a host disconnected")); });
+            [this] { m_log.printOfClient("disconnected", m_subject, QStringLiteral("a host disconnected")); });
+    connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
-    connect(&bus, &CSharedBus::messageRefused, this,
-            [this](const Cim::CCanMessage& /*message*/, const QObject* sender) { refuse(sender); });
-    connect(&bus, &CSharedBus::identified, this, &CSharedGateway::identify);
+    connect(&bus, &CSharedBus::identified, this, &CT93Share::identify);
     connect(&bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus.status().connection == EConnection::eLost) {
             sendStatus(STATUS_BUS_OFF);
@@ -70,25 +41,17 @@ CSharedGateway::CSharedGateway(CSharedBus& bus, const SAllowedNetworks& allowed,
     });
 }
 
-void CSharedGateway::change(const Cim::SRmFrame& request)
+Failure CT93Share::start()
 {
-    if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
-        return; // each host sends one: not worth a line
+    Failure failure = listen(m_place.address, m_place.port);
+    if (!failure) {
+        m_log.printListening(m_subject, address(), port());
     }
-    const QString what = request.command == Cim::RM_CMD_RESET
-                             ? QStringLiteral("a reset")
-                             : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.printOfClient("ignored", subjectOf(m_bus), QStringLiteral("a host asked for %1: ignored").arg(what));
+    return failure;
 }
 
-std::unique_ptr<Sim::CRmLink> CSharedGateway::makeLink(Sim::SRmPeer peer)
-{
-    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, subjectOf(m_bus), m_log);
-    return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
-}
-
-/// It answers as the real one.
-void CSharedGateway::identify()
+/// Answers as the real gateway from now on.
+void CT93Share::identify()
 {
     const SInterfaceStatus& status = m_bus.status();
     Sim::SGatewayIdentity identity;
@@ -101,43 +64,30 @@ void CSharedGateway::identify()
     setIdentity(identity);
 }
 
-CT93Share::CT93Share(const CSharedBuses& buses, const SListenAddress& address, const SAllowedNetworks& allowed,
-                     CEventLog& log)
-    : CProtocol(QStringLiteral("t93"), buses, log), m_address(address)
+void CT93Share::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
 {
-    for (const auto& bus : m_buses) {
-        m_gateways.emplace(bus.get(), std::make_unique<CSharedGateway>(*bus, allowed, log));
-    }
-}
-
-CT93Share::~CT93Share() = default;
-
-Failure CT93Share::start()
-{
-    if (m_address.port + static_cast<int>(m_buses.size()) - 1 > HIGHEST_PORT) {
-        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(m_address.port));
-    }
-    for (const auto& bus : m_buses) {
-        CSharedGateway& gateway = *m_gateways.at(bus.get());
-        if (Failure failure = gateway.listen(m_address.address, m_address.port)) {
-            return failure;
+    m_bus.send(message, from, [&from](const Failure& failure) {
+        if (failure) {
+            from.send(Sim::rmFrame(Cim::RM_CMD_STATUS, Sim::STATUS_TRANSMIT_TIMEOUT));
         }
-        m_log.print("listening", subjectOf(*bus),
-                    QStringLiteral("on %1:%2").arg(gateway.address().toString()).arg(gateway.port()),
-                    {{QStringLiteral("port"), gateway.port()}});
-        m_address.port = static_cast<quint16>(m_address.port == 0 ? 0 : m_address.port + 1);
+    });
+}
+
+void CT93Share::change(const Cim::SRmFrame& request)
+{
+    if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
+        return; // each host sends one: not worth a line
     }
-    return {};
+    const QString what = request.command == Cim::RM_CMD_RESET
+                             ? QStringLiteral("a reset")
+                             : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
+    m_log.printOfClient("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
-int CT93Share::clientCount(const CSharedBus& bus) const
+std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
-    return m_gateways.at(&bus)->tcpHostCount();
-}
-
-quint64 CT93Share::lostCount(const CSharedBus& bus) const
-{
-    return m_gateways.at(&bus)->lostFrames();
+    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, m_subject, m_log);
+    return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -2,30 +2,34 @@
 
 #include "apps/cimshare/addresses.h"
 #include "apps/cimshare/protocol.h"
-
-#include <map>
-#include <memory>
+#include "sim/rmServer.h"
 
 namespace vexmor::Apps::Cimshare
 {
-class CSharedGateway;
 
-/// Offers each bus as a T93 gateway on a TCP port of its own.
-class CT93Share : public CProtocol
+/// A shared bus as a T93 gateway, on a TCP port of its own. Each host hears what the other clients send, and no host
+/// changes anything for them: bit rates, resets and measuring intervals are answered and ignored. Turns hosts away
+/// until the real gateway has reported its identity.
+class CT93Share : public Sim::CRmServer, public CProtocol
 {
 public:
-    /// One port for each bus, counting up from that of `address`; port 0 lets the system pick them.
-    CT93Share(const CSharedBuses& buses, const SListenAddress& address, const SAllowedNetworks& allowed,
-              CEventLog& log);
-    ~CT93Share() override;
+    CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log);
 
     Failure start() override;
-    int clientCount(const CSharedBus& bus) const override;
-    quint64 lostCount(const CSharedBus& bus) const override;
+    int clientCount(const CSharedBus& bus) const override { return &bus == &m_bus ? tcpHostCount() : 0; }
+
+protected:
+    void putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override;
+    void change(const Cim::SRmFrame& request) override;
+    std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
 
 private:
-    SListenAddress m_address;
-    std::map<const CSharedBus*, std::unique_ptr<CSharedGateway>> m_gateways;
+    void identify();
+
+    CSharedBus& m_bus;
+    const QString m_subject; ///< In the event log.
+    const SListenAddress m_place;
+    const SAllowedNetworks& m_allowed;
 };
 
 } // namespace vexmor::Apps::Cimshare
