@@ -113,7 +113,6 @@ void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::ve
         printRow(cells);
     }
 }
-
 } // namespace
 
 /// throughput [ROUNDS]: fewer than 25 show that it works, not what it costs.

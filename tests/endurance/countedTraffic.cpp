@@ -122,8 +122,9 @@ bool CCountedTraffic::isAsPromised(std::uint64_t losses) const
                     m_errors == (losses > 0 ? Errors{{0, losses}} : Errors{}));
     ok &= holds("no message comes twice or out of order", atGateway.disordered + atHost.disordered == 0);
     ok &= holds("the last messages arrive", atGateway.nextNumber == up.sent && atHost.nextNumber == down.sent);
-    return ok & holds("messages are missing only where a link was lost",
-                      m_protocol == EProtocol::eUdp || atGateway.gaps + atHost.gaps == 0);
+    ok &= holds("messages are missing only where a link was lost",
+                m_protocol == EProtocol::eUdp || atGateway.gaps + atHost.gaps == 0);
+    return ok;
 }
 
 } // namespace vexmor::Endurance

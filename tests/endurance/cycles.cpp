@@ -29,7 +29,8 @@ bool cycle(const char* name, int times, double memoryLimitKib, const std::functi
     }
     const SResources grown = resources() - first;
     printRow({name, std::to_string(times), std::to_string(failed), textOf(grown)});
-    return holds("it works each time", failed == 0) & isFlat(grown, memoryLimitKib);
+    const bool worked = holds("it works each time", failed == 0);
+    return isFlat(grown, memoryLimitKib) && worked;
 }
 
 bool isMapped()

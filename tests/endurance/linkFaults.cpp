@@ -109,7 +109,7 @@ const SFault FAULTS[] = {
     {"cable pulled for 15 s", TCP, PULL, 15000, HEAL, 1},
     {"10 % of the packets lost, for 20 s", TCP, LOSE, 20000, HEAL, 0},
     {"10 % of the packets lost, for 20 s", UDP, LOSE, 20000, HEAL, 0},
-    {"gateway reboots in the middle of a frame", TCP, switchOffInTheMiddleOfAFrame, 3000, anotherGateway(2), 1},
+    {"gateway reboots in the middle of a frame, 3 s", TCP, switchOffInTheMiddleOfAFrame, 3000, anotherGateway(2), 1},
     {"half-open: gateway has forgotten the connection", TCP, anotherGateway(2), 0, HEAL, 1},
     {"half-open, host silent", TCP, anotherGateway(2), 0, HEAL, 1, true},
     {"another gateway has the address", TCP, anotherGateway(3), 0, HEAL, 1},

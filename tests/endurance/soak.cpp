@@ -35,5 +35,6 @@ int main(int argc, char** argv)
     printHead({"", "links lost", LOST_HEAD, "growth after the first tenth"});
     printRow({text("%g minutes, %d messages/s each way", minutes, rate), std::to_string(losses), traffic.lost(),
               textOf(grown)});
-    return traffic.isAsPromised(losses) & isFlat(grown, 1024) ? 0 : 1;
+    const bool isWhole = traffic.isAsPromised(losses);
+    return isFlat(grown, 1024) && isWhole ? 0 : 1;
 }
