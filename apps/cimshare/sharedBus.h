@@ -42,7 +42,7 @@ public:
     void send(const Cim::CCanMessage& message, QObject& client, const Outcome& onOutcome);
 
     QString name() const { return m_target.name(); }
-    /// The name where it stands among others in a text: without blanks, and what MQTT and socketcand set apart.
+    /// The name as it stands in topics and socketcand elements: blanks, unprintable characters and /+#$<> become "_".
     QString plainName() const;
     /// Empty when clients may send.
     Failure sendingProblem() const;

@@ -11,8 +11,9 @@ namespace vexmor::Apps
 /// The interfaces kept in the settings store, shared with every host of the organisation "Vexmor", application "Cim":
 /// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
 ///
-/// An object has read the file when it is made, and shows what others change meanwhile after its next change: make one
-/// for each operation of the user. Every change has reached the disk when the call returns, or is told as a failure.
+/// The constructor reads the file. What other programs change later is seen only after this object's own next change:
+/// make a new object for each operation of the user. Every change has reached the disk when the call returns, or is
+/// told as a failure.
 class CInterfaceStore
 {
 public:

@@ -63,8 +63,8 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
     connect(m_hosted, &CHostedInterface::errorRaised, this, &CInterfaceWorker::onError);
     m_lookTimer.setInterval(LOOK_MS);
     m_retryTimer.setSingleShot(true);
-    connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::look);
-    connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::retry);
+    connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
+    connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::onRetryTimer);
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
@@ -174,7 +174,7 @@ void CInterfaceWorker::onOpened(int code)
     if (code == Cim::RC_OK) {
         m_lookTimer.start();
         m_retryTimer.start(RETRY_MS); // the opening has sent requests
-        look();
+        updateStatus();
         return;
     }
     const bool triesAgain = m_opening == CInterfaceInUse::EOpening::eUntilOpen;
@@ -188,12 +188,14 @@ void CInterfaceWorker::onOpened(int code)
     }
 }
 
-void CInterfaceWorker::retry()
+void CInterfaceWorker::onRetryTimer()
 {
-    can().isOpened() ? look() : open();
+    can().isOpened() ? updateStatus() : open();
 }
 
-void CInterfaceWorker::look()
+/// Publishes the status. Over UDP it has the requests repeated when nothing was heard, and a gateway counts as silent
+/// only when it has not answered those for a while.
+void CInterfaceWorker::updateStatus()
 {
     const SInterfaceStatus status = m_hosted->status();
     if (!status.hasLink() && (m_isOpening || !can().isOpened())) {
@@ -206,7 +208,7 @@ void CInterfaceWorker::look()
         m_retryTimer.start(RETRY_MS);
         QMetaObject::invokeMethod(&can(), "onSocketConnected"); // repeats the requests that follow a connection
     }
-    const bool mayAnswer = m_retryTimer.remainingTime() > RETRY_MS - ANSWER_MS;
+    const bool mayAnswer = m_retryTimer.isActive() && m_retryTimer.remainingTime() > RETRY_MS - ANSWER_MS;
     if (status.connection != EConnection::eSilent || !mayAnswer) {
         publish(status);
     }
@@ -231,7 +233,7 @@ void CInterfaceWorker::onError(int error)
 {
     handOver(); // messages received before the error
     m_mailbox->postError({microsecondsNow(), m_source, error});
-    look();
+    updateStatus();
 }
 
 // ---- Messages ----
@@ -268,7 +270,7 @@ void CInterfaceWorker::handOver()
 {
     if (!m_batch.empty()) {
         if (!m_status.hasLink()) {
-            look(); // the owner learns of a regained link before its messages
+            updateStatus(); // the owner learns of a regained link before its messages
         }
         m_mailbox->post(m_batch);
         m_batch.clear();

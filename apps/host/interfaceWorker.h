@@ -54,8 +54,8 @@ private:
     // In the thread of the interface.
     void open();
     void onOpened(int code);
-    void retry();
-    void look();
+    void onRetryTimer();
+    void updateStatus();
     void publish(const SInterfaceStatus& status);
     void onError(int error);
     void sendWaiting();

@@ -11,8 +11,9 @@ namespace vexmor::Apps
 /// LANG, in the way of gettext), before the plugin is loaded. They lie in the folder of translations beside this
 /// program, or with Qt's own ("qtbase"). The application owns the translators.
 ///
-/// The first catalog decides: the language is the first of the user's that it has, so that no program speaks two.
-/// Nothing is installed when English comes before that, or the environment says C: the texts are English by themselves.
+/// All catalogs use one language: the first of the user's languages for which the first catalog in the list exists. So
+/// a program never mixes two. Nothing is installed when English comes before that, or the environment says C: the texts
+/// are English by themselves.
 void installTranslations(QCoreApplication& application, const QStringList& catalogs);
 
 } // namespace vexmor::Apps
