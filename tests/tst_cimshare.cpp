@@ -273,17 +273,25 @@ private Q_SLOTS:
     void answersStandAlone() // clients compare them with what they read
     {
         const QTemporaryDir folder;
-        const QString log = writeFile(folder, "(1.0) x 123#\n");
+        const QString log = writeFile(folder, "(1.0) x 7FF#\n");
         SShare share("sim:%1 --socketcand 0"_s.arg(log));
         QTimer traffic;
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
         SClient client(share, "bcmmode");
         QVERIFY(client.asks("< rawmode >", "< ok >"));
+        QElapsedTimer clock;
+        clock.start();
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
+        QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
         share.name = QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_'));
-        const SClient named(share);
+        SClient ofTheOther(share);
+        client.heard.clear();
+        QVERIFY(client.hears("< frame 123 "));
+        ofTheOther.write("< send 800 0 >"); // its error comes after all that waited
+        QVERIFY(ofTheOther.hears("< error a T93 has no 29-bit "));
+        QVERIFY(!ofTheOther.heard.contains("< frame 123 "));
     }
 
     void sendsWithPermissionOnly()
@@ -398,8 +406,13 @@ private Q_SLOTS:
         QVERIFY(client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
         QTRY_COMPARE(share.sent.last(), "7F0#"_s); // ends with its mode
         QVERIFY(client.asks("< controlmode >", "< ok >"));
-        QVERIFY(client.asks("< statistics 20 >", "< stat "));
+        QVERIFY(client.asks("< statistics 10 >", "< stat "));
         QCOMPARE(share.sent.last(), "7F0#"_s);
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
+        client.heard.clear();
+        share.put("100#");
+        QVERIFY(client.hears("< frame 100 ")); // after a pause
+        QVERIFY(!client.heard.contains("< stat "));
     }
 
     void slowHostLosesItsOwn()
