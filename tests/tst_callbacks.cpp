@@ -177,7 +177,7 @@ private Q_SLOTS:
         QByteArray stream;
         QList<CCanMessage> sent;
         for (int number = 0; number < cell<int>("messages"); ++number) {
-            sent.append(message(0x111, QByteArray::number(number)));
+            sent.append(message(0x111, QByteArray::number(number).rightJustified(8, '0')));
             stream += frame(sent.last());
         }
         gateway.link->write(stream + frame(0x42, hex("01")));

@@ -206,9 +206,11 @@ private Q_SLOTS:
         for (int round = 0; round < 2; ++round) {
             device = makeDevice(at(deaf.serverPort())); // deletes one that is still connecting
             QVERIFY(device->connectDevice());
+            QVERIFY(device->writeFrame(Frame(1, {})));
             device->disconnectDevice();
             QCOMPARE(device->state(), Device::UnconnectedState);
             QVERIFY(device->connectDevice());
+            QCOMPARE(device->framesToWrite(), 0);
         }
         QVERIFY(clock.elapsed() < 700);
         QTRY_COMPARE(device->state(), Device::UnconnectedState);

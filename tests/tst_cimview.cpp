@@ -145,6 +145,9 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 1);
         QCOMPARE(events.eventAt(0).number, 103);
         QCOMPARE(run.state(STAGE), EConnection::eClosed);
+        run.open(STAGE, deaf.serverPort()); // once more
+        QCOMPARE(run.state(STAGE), EConnection::eConnecting);
+        run.list().at(0).close();
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 3);

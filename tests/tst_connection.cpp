@@ -179,7 +179,8 @@ private Q_SLOTS:
         QByteArray accepted = host.received;
         int refused = 0;
         for (int number = 0; number < 60000; ++number) {
-            const CCanMessage one = message(std::uint16_t(number % 0x800), QByteArray::number(number));
+            const CCanMessage one =
+                message(std::uint16_t(number % 0x800), QByteArray::number(number).rightJustified(8, '0'));
             int code = host.can->writeMessage(one);
             for (int tries = 0; code == 108 && tries < 100; code = host.can->writeMessage(one), ++tries, ++refused) {
                 QVERIFY(number >= 9000); // a second of a full bus is not refused
