@@ -229,9 +229,7 @@ private Q_SLOTS:
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
         QTRY_VERIFY(isReset && host.device->busStatus() == Status::Good);
-        SSimFaults faults;
-        faults.mute = true;
-        host.gateway.setFaults(faults);
+        host.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
         QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
         QCOMPARE(host.device->state(), Device::ConnectedState);

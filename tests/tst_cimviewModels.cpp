@@ -45,8 +45,8 @@ class CimviewModelsTest : public QObject
 private Q_SLOTS:
     void matcher_data()
     {
-        const auto row =
-            columns<QString, QString, bool>("filters", "text", "matches"); // 123 [4] 41 62 0F F0 of "hall A", received
+        // Of 123 [4] 41 62 0F F0 of "hall A", received.
+        const auto row = columns<QString, QString, bool>("filters", "text", "matches");
         row("mask", "120:7F0"_s, {}, true);
         row("one of several, blanks and commas", " 7FF, 123 "_s, {}, true);
         row("data with blanks", {}, "62 0f"_s, true);
@@ -153,8 +153,8 @@ private Q_SLOTS:
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
         SEvent event{0, EEvent::eInterfaceError, "a"_s, 1, 1, "Wrong.\n\nReasons"_s};
-        for (; event.microseconds < 5000 * SECOND;
-             event.microseconds += SECOND / 10) { // a flood of one kind is one row
+        // A flood of one kind is one row.
+        for (; event.microseconds < 5000 * SECOND; event.microseconds += SECOND / 10) {
             events.add(event);
         }
         QCOMPARE(events.rowCount(), 1);
@@ -179,8 +179,8 @@ private Q_SLOTS:
 
     void sendListRefusesWhatIsNoMessage_data()
     {
-        const auto row =
-            columns<int, QString, QString>("column", "typed", "stands"); // afterwards; before: 123 / 11 22 / 100
+        // What stands afterwards; before: 123 / 11 22 / 100.
+        const auto row = columns<int, QString, QString>("column", "typed", "stands");
         row("identifier", int(CSendList::eId), "7ff"_s, "7FF"_s);
         row("identifier of 12 bits", int(CSendList::eId), "800"_s, "123"_s);
         row("no data", int(CSendList::eData), {}, {});
@@ -282,9 +282,8 @@ private Q_SLOTS:
     {
         CLogReplay replay;
         QList<int> sent;
-        QElapsedTimer clock;
         QSignalSpy finished(&replay, &CLogReplay::finished);
-        clock.start();
+        const SClock clock;
         replay.start({record(1, {}, 5000000), record(2, {}, 5000000), record(3, {}, 5100000)},
                      [&](const auto& message) { return sent.append(message.id().value()), true; });
         QVERIFY(finished.wait());
