@@ -31,11 +31,6 @@ struct SGatewayProgram : QProcess {
     }
     QString address; ///< and port
 };
-
-QJsonObject json(const QByteArray& text)
-{
-    return QJsonDocument::fromJson(text).object();
-}
 } // namespace
 
 /// The command-line host as people and scripts use it.
@@ -157,7 +152,7 @@ private Q_SLOTS:
         QCOMPARE(cimctl("add other 010.0.0.001"_s).exitCode, 0); // decimal, whatever the zeros
         QCOMPARE(cimctl("list"_s).out.split('\n').at(0),
                  "hall/1  T93  IP=" + address.toLatin1() + ":UDP  500 kbit/s  gw1");
-        const QJsonObject settings = json(cimctl("show hall/1 --json"_s).out)["settings"_s].toObject();
+        const auto settings = QJsonDocument::fromJson(cimctl("show hall/1 --json"_s).out)["settings"_s];
         QCOMPARE(settings["Port"_s].toString(), address.section(QLatin1Char(':'), 1));
         QCOMPARE(settings["Description"_s].toString(), "stage"_s);
 
@@ -183,7 +178,7 @@ private Q_SLOTS:
         QSet<int> errors;
         QJsonObject last;
         for (const QByteArray& line : outcome.err.trimmed().split('\n')) {
-            last = json(line);
+            last = QJsonDocument::fromJson(line).object();
             QVERIFY2(!last.isEmpty(), line.constData());
             if (last["event"_s] == "interfaceError"_s) {
                 errors.insert(last["error"_s].toInt());
