@@ -170,11 +170,10 @@ private Q_SLOTS:
         const CPrivateStore store;
         SDevice host;
         QSettings settings(QSettings::IniFormat, QSettings::UserScope, "Vexmor"_s, "Cim"_s);
-        for (const QString& entry : {"IP-Address=127.0.0.1"_s, "Port=%1"_s.arg(host.gateway.port()),
-                                     "CanBaudrate=125"_s, "InterfaceId=00:11"_s}) {
-            settings.setValue("CanInterfaces/hall/"_s + entry.section(QLatin1Char('='), 0, 0),
-                              entry.section(QLatin1Char('='), 1));
-        }
+        settings.setValue("CanInterfaces/hall/IP-Address"_s, "127.0.0.1"_s);
+        settings.setValue("CanInterfaces/hall/Port"_s, host.gateway.port());
+        settings.setValue("CanInterfaces/hall/CanBaudrate"_s, 125);
+        settings.setValue("CanInterfaces/hall/InterfaceId"_s, "00:11"_s);
         settings.sync();
         const auto listed = QCanBus::instance()->availableDevices("t93canbus"_s);
         QVERIFY(listed.size() == 1 && listed.first().name() == "hall"_s && listed.first().serialNumber() == "00:11"_s);
@@ -232,9 +231,7 @@ private Q_SLOTS:
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
         QTRY_VERIFY(isReset && host.device->busStatus() == Status::Good);
-        SSimFaults faults;
-        faults.mute = true;
-        host.gateway.setFaults(faults);
+        host.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
         QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
         QCOMPARE(host.device->state(), Device::ConnectedState);
