@@ -153,8 +153,6 @@ private Q_SLOTS:
         QCOMPARE(info.loadSettings(store), 0); // nothing there: nothing changes
         QVERIFY(info == changed);
         QCOMPARE(changed.saveSettings(store), 0);
-        QCOMPARE(store.allKeys(),
-                 list("Description FirmwareVersion InterfaceId InterfaceType PluginName PortId Scanable"_s));
         for (const QString& stored : store.allKeys()) {
             const QString value = store.value(stored).toString();
             QCOMPARE(value == OTHER || value == "false"_s, stored == cell<QString>("key"));
@@ -172,7 +170,6 @@ private Q_SLOTS:
         QVERIFY(type.isValid());
 #else
         const int type = QMetaType::type("CCanMessage");
-        QVERIFY(type != QMetaType::UnknownType);
         QVERIFY(QMetaType::typeFlags(type).testFlag(QMetaType::NeedsConstruction));
 #endif
         const CCanMessage other = ::message(0x123, hex("01"));
