@@ -156,8 +156,10 @@ private Q_SLOTS:
         QTEST(can->openCommunication(), "code");
         QVERIFY(clock.elapsed() >= (rowName() == "no answer" ? 1000 : 0));
         QVERIFY(clock.elapsed() < 2000);
+        CCanMessage none;
         QVERIFY(!can->isOpened());
         QVERIFY(!isConnected(*can));
+        QCOMPARE(can->readMessage(none), 2);
     }
 
     void datagramThatTheKernelRefuses_data() { rows({"bound to an address", "bound to any"}); }
