@@ -87,12 +87,10 @@ void endScan()
     clock.start();
     if (s_way == "delayed") {
         delayScanThread();
-        std::exit(0);
     }
-    if (s_way == "exit") {
+    if (s_way == "exit" || s_way == "delayed") {
         std::exit(0);
-    }
-    if (s_way == "delete") {
+    } else if (s_way == "delete") {
         delete s_loader->instance();
     } else if (s_way == "unload" || s_way == "hold") {
         check(s_loader->unload(), "the library lets itself be unloaded");

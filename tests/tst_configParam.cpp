@@ -68,7 +68,7 @@ private Q_SLOTS:
         QSettings().remove("Filled"_s);
     }
 
-    void whatIsSavedIsLoaded()
+    void whatIsLoadedIsSaved()
     {
         QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing there: nothing changes
         QSettings().setValue("CanInterfaces/a/OldKey"_s, 1);
@@ -76,13 +76,6 @@ private Q_SLOTS:
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         QCOMPARE(storedUnder({}).size(), FILLED.size()); // one group, without the old key
         QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
-        CConfigParamT93 loaded;
-        QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
-        QVERIFY(m_info == infoNamed("a"_s));
-        QCOMPARE(loaded.saveSettings("Again"_s, m_info), 0);
-        QCOMPARE(storedUnder("Again/a"_s), FILLED);
-        QCOMPARE(loaded.ipPortString(), "IP=10.0.0.5:31000:UDP"_s);
-        QVERIFY(loaded.udpBindAnyIp());
     }
 
     void storedValues_data()
@@ -224,11 +217,13 @@ private Q_SLOTS:
         QCOMPARE(host.can->property(property), kept);
         QVERIFY(host.can->commonInfo() == info);
 
-        // The property is the parameter that the store has under the same name, whatever is written there.
+        // The property is the parameter that the store has under the same name, in the default group.
         const std::unique_ptr<CCanInterface> other(plugin().createInterface());
-        can->saveSettings("g"_s);
-        other->loadSettings("g"_s);
+        can->saveSettings({});
+        QVERIFY(QSettings().contains("CanInterfaces/PluginName"_s));
+        other->loadSettings({});
         QCOMPARE(other->property(property), can->property(property));
+        QVERIFY(other->commonInfo() == can->commonInfo());
     }
 
     void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }
@@ -246,8 +241,6 @@ private Q_SLOTS:
         for (int opening = 1; opening <= 2; ++opening) {
             QCOMPARE(can->openCommunication(), 0);
             QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
-            one.gateway.sendRaw("noise" + wrongChecksum);
-            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening - 1);
             QCOMPARE(silence(), -1);
 
             one.gateway.sendRaw(frame(0x99)); // of any command
@@ -258,8 +251,8 @@ private Q_SLOTS:
                 QVERIFY(QTest::qWaitFor([&] { return silence() < SILENT_MS; }));
             }
             QTRY_VERIFY(silence() >= SILENT_MS);
-            one.gateway.sendRaw(wrongChecksum);
-            QTRY_COMPARE(errorNumbers(errors).count(1), 2 * opening);
+            one.gateway.sendRaw("noise" + wrongChecksum);
+            QTRY_COMPARE(errorNumbers(errors).count(1), opening);
             if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss is no frame
                 const QSignalSpy regained(&one.gateway, &CSimGateway::hostConnected);
                 one.gateway.dropLinks();

@@ -213,7 +213,6 @@ private Q_SLOTS:
         QCOMPARE(host.can->writeMessage(message(0x111)), 109);
         QCOMPARE(host.can->resetCommunication(0), 0);
         QCOMPARE(host.can->resetCommunication(1), 109);
-        QTRY_COMPARE(host.errorNumbers(), (QList<int>{0, 4}));
 
         // The first attempts are refused; the tries go on.
         (void)QTest::qWaitFor([&] { return !connections.isEmpty(); }, 3500);
@@ -225,8 +224,6 @@ private Q_SLOTS:
                                   4000);
         QVERIFY(isConnected(*host.can));
         QCOMPARE(host.can->writeMessage(message(0x222)), 0);
-        host.bus.send(message(0x333));
-        QCOMPARE(host.receive(1), QList<CCanMessage>{message(0x333)});
         QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(0x222)});
         QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
     }

@@ -72,41 +72,32 @@ private Q_SLOTS:
 
     void portTextsAreTakenApart_data()
     {
-        const auto row = columns<QString>("parts"); // as found, joined by spaces
-        row("COM=3", "com 3"_s);
-        row("com=3", ""_s);
-        row("IP=10.0.0.5:30000:TCP", "ip 10.0.0.5 30000 0"_s);
-        row("IP=10.0.0.5:30000:NA", "ip 10.0.0.5 30000 2"_s);
-        row("IP=10.0.0.5:30000:tcp", "ip 10.0.0.5 30000 3"_s);
-        row("IP=10.0.0.5:30000:Invalid", "ip 10.0.0.5 30000 3"_s);
-        row("IP=::", "ip   3"_s);
-        row("IP=10.0.0.5:30000", ""_s);
-        row("IP=a:b:c:d", ""_s);
-        row("ip=10.0.0.5:30000:TCP", ""_s);
+        const auto row = columns<QString>("parts"); // which outputs get: the number of the COM port, and those of IP
+        row("COM=3", "3|other|other|9"_s);
+        row("IP=10.0.0.5:30000:TCP", "other|10.0.0.5|30000|0"_s);
+        row("IP=10.0.0.5:30000:NA", "other|10.0.0.5|30000|2"_s);
+        row("IP=10.0.0.5:30000:tcp", "other|10.0.0.5|30000|3"_s);
+        row("IP=10.0.0.5:30000:Invalid", "other|10.0.0.5|30000|3"_s);
+        row("IP=::", "other|||3"_s);
+        for (const char* neither : {"com=3", "IP=10.0.0.5:30000", "IP=a:b:c:d", "ip=10.0.0.5:30000:TCP"}) {
+            row(neither, "other|other|other|9"_s); // untouched
+        }
     }
     void portTextsAreTakenApart()
     {
-        QFETCH(QString, parts);
-        const QString text = QString::fromLatin1(rowName());
         CCommonInfo info;
-        info.setPort(text);
-        QCOMPARE(info.isComPort(), text.startsWith("COM="_s));
-        QCOMPARE(info.isIpPort(), text.startsWith("IP="_s));
+        info.setPort(QString::fromLatin1(rowName()));
+        QCOMPARE(info.isComPort(), rowName().startsWith("COM="));
+        QCOMPARE(info.isIpPort(), rowName().startsWith("IP="));
         QString com = OTHER, address = OTHER, port = OTHER, address2 = OTHER, port2 = OTHER;
         auto protocol = Protocol(9);
-        QString found;
-        if (info.comPort(com)) {
-            found = "com "_s + com;
-        } else if (info.ipAddress(address, port, protocol)) {
-            found = "ip %1 %2 %3"_s.arg(address, port).arg(int(protocol));
-        } else { // outputs untouched
-            QCOMPARE((QStringList{com, address, port}), (QStringList{OTHER, OTHER, OTHER}));
-            QCOMPARE(protocol, Protocol(9));
-        }
-        QCOMPARE(found, parts);
-        QCOMPARE(info.ipAddress(address2, port2), parts.startsWith("ip"_s));
-        QCOMPARE(address2, address);
-        QCOMPARE(port2, port);
+        const bool isCom = info.comPort(com);
+        const bool isIp = info.ipAddress(address, port, protocol);
+        QTEST((QStringList{com, address, port, QString::number(protocol)}.join(QLatin1Char('|'))), "parts");
+        QCOMPARE(isCom, com != OTHER);
+        QCOMPARE(isIp, address != OTHER);
+        QCOMPARE(info.ipAddress(address2, port2), isIp);
+        QCOMPARE(address2 + port2, address + port);
     }
 
     void settingsGroups_data()
@@ -152,8 +143,7 @@ private Q_SLOTS:
         QVERIFY(changed != plain);
         QVERIFY(!(changed == plain));
         CCommonInfo assigned;
-        assigned = changed;
-        QVERIFY(CCommonInfo(changed) == changed);
+        assigned = CCommonInfo(changed);
         QVERIFY(assigned == changed);
         QVERIFY(!(assigned != changed));
 
@@ -163,8 +153,6 @@ private Q_SLOTS:
         QCOMPARE(info.loadSettings(store), 0); // nothing there: nothing changes
         QVERIFY(info == changed);
         QCOMPARE(changed.saveSettings(store), 0);
-        QCOMPARE(store.allKeys(),
-                 list("Description FirmwareVersion InterfaceId InterfaceType PluginName PortId Scanable"_s));
         for (const QString& stored : store.allKeys()) {
             const QString value = store.value(stored).toString();
             QCOMPARE(value == OTHER || value == "false"_s, stored == cell<QString>("key"));
@@ -182,7 +170,6 @@ private Q_SLOTS:
         QVERIFY(type.isValid());
 #else
         const int type = QMetaType::type("CCanMessage");
-        QVERIFY(type != QMetaType::UnknownType);
         QVERIFY(QMetaType::typeFlags(type).testFlag(QMetaType::NeedsConstruction));
 #endif
         const CCanMessage other = ::message(0x123, hex("01"));
@@ -194,10 +181,8 @@ private Q_SLOTS:
     {
         const CCanMessage message(CCanId(0x01, 0x23, 0), 2, 0xAA, 0xBB);
         const std::uint16_t id = 0x0123;
-        char bytes[sizeof message];
-        memcpy(bytes, static_cast<const void*>(&message), sizeof bytes);
-        QCOMPARE(memcmp(bytes, &id, sizeof id), 0);
-        QCOMPARE(QByteArray(bytes + 2, 9).toHex(), QByteArray("02aabb000000000000"));
+        const QByteArray bytes(reinterpret_cast<const char*>(&message), 11);
+        QCOMPARE(bytes, QByteArray(reinterpret_cast<const char*>(&id), 2) + hex("02aabb000000000000"));
     }
 
     void constructors()
@@ -210,8 +195,7 @@ private Q_SLOTS:
         QCOMPARE(textOf(cut), QByteArray("7ff 8 0102030405ff0708"));
         cut.setLength(2); // bytes behind the length are copied, too
         CCanMessage assigned;
-        assigned = cut;
-        QCOMPARE(textOf(CCanMessage(cut)), QByteArray("7ff 2 0102030405ff0708"));
+        assigned = CCanMessage(cut);
         QCOMPARE(textOf(assigned), QByteArray("7ff 2 0102030405ff0708"));
     }
 
@@ -219,6 +203,7 @@ private Q_SLOTS:
     {
         const auto row =
             columns<QByteArray, MessageChange>("after", "change"); // length and all data bytes; empty: refused
+        row("length 9", "", [](CCanMessage& m) { return m.setLength(9); });
         row("length 8", "8 1011121314151617", [](CCanMessage& m) { return m.setLength(8); });
         row("byte 7", "2 10111213141516a0", [](CCanMessage& m) { return m.setDataAt(7, 0xA0); });
         row("byte 8", "", [](CCanMessage& m) { return m.setDataAt(8, 0xA0); });
@@ -244,13 +229,9 @@ private Q_SLOTS:
     void boundsAreToldToDevelopers()
     {
         CCanMessage message = ::message(0, hex("1011121314151617"));
-        for (const unsigned int length : {9U, 264U}) { // 8 in the low byte
-            QTest::ignoreMessage(QtDebugMsg,
-                                 "CCanMessage::setLength illegal param length: " + QByteArray::number(length) + '\n');
-            QVERIFY(!message.setLength(length));
-            QCOMPARE(message.length(), 8U);
-        }
-        message.setLength(0); // bytes are read behind the length
+        QTest::ignoreMessage(QtDebugMsg, "CCanMessage::setLength illegal param length: 264\n");
+        QVERIFY(!message.setLength(264)); // 8 in the low byte
+        message.setLength(0);             // bytes are read behind the length
         unsigned char value = 0;
         QVERIFY(message.dataAt(7, value));
         QTest::ignoreMessage(QtDebugMsg, "CCanMessage::dataAt illegal param index: 8\n");

@@ -68,9 +68,8 @@ private Q_SLOTS:
             return QStringList{can->errorCodeToString(4), can->errorCodeToString(101),
                                can->interfaceErrorToString(11).section(QLatin1Char('\n'), 2, 2)};
         };
-        const QStringList inGerman{"Die Empfangswarteschlange ist leer."_s,
-                                   "Der UDP-Socket konnte nicht angelegt werden."_s,
-                                   "Der TCP-Puffer des T93 ist übergelaufen."_s};
+        const QStringList inGerman = list("Die Empfangswarteschlange ist leer.|Der UDP-Socket konnte nicht angelegt "
+                                          "werden.|Der TCP-Puffer des T93 ist übergelaufen."_s);
         QCOMPARE(texts(), inGerman);
         QCOMPARE(can->commonInfo().description(), "T93-Ethernet-Schnittstelle"_s);
         QCoreApplication::removeTranslator(&german);
@@ -99,7 +98,6 @@ private Q_SLOTS:
     void scanAddressesAreKeptOnce()
     {
         const QString address = "10.0.0.9"_s;
-        QVERIFY(!plugin().removeScanAddress(address));
         QVERIFY(!plugin().addScanAddress("gateway"_s));
         QVERIFY(plugin().addScanAddress(address));
         QVERIFY(plugin().addScanAddress(address));
@@ -117,9 +115,8 @@ private Q_SLOTS:
         const CCommonInfo info = can->commonInfo();
         QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type()}),
                  list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93"_s));
-        QVERIFY(can->commonInfo().isScanable());
+        QVERIFY(info.isScanable());
         QVERIFY(!can->isOpened());
-        QCOMPARE(can->baudrate(), 100);
         CCanMessage untouched = message(0x55);
         int percent = 7;
         can->setSpyHandler(spy);
@@ -130,8 +127,7 @@ private Q_SLOTS:
         QVERIFY(!isConnected(*can));
         QTest::ignoreMessage(QtWarningMsg, "vexmor::Cim::CInterfaceT93::configure: no dialog without a QApplication.");
         QCOMPARE(can->configure(nullptr, Qt::Dialog), 0);
-        QVERIFY(s_shown[0].isEmpty());
-        QVERIFY(s_shown[1].isEmpty());
+        QVERIFY((s_shown[0] + s_shown[1]).isEmpty());
         QVERIFY(untouched == message(0x55));
         QCOMPARE(percent, 7);
     }
@@ -361,7 +357,6 @@ private Q_SLOTS:
         host.can->setSpyHandler(spy);
         const CCommonInfo before = host.can->commonInfo();
         QCOMPARE(host.can->setCommonInfo({}), 6);
-        QVERIFY(host.can->commonInfo() == before);
         const std::unique_ptr<CCanInterface> copy(host.can->clone());
         QVERIFY(!copy->isOpened());
         QVERIFY(copy->commonInfo() == before);
@@ -384,22 +379,6 @@ private Q_SLOTS:
                              "vexmor::Cim::CInterfaceT93::setCommonInfo: convert IP port string to uint failed.");
         QCOMPARE(portAfter("IP=10.0.0.6:http:TCP"_s), "IP=10.0.0.6:4464:TCP"_s);
         QCOMPARE(portAfter("COM=3"_s), "IP=10.0.0.6:4464:TCP"_s);
-    }
-
-    void settingsGoToTheDefaultGroup()
-    {
-        const CPrivateStore folder;
-        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
-        CCommonInfo info = can->commonInfo();
-        info.setUniqueName("stage left"_s);
-        info.setPort("IP=10.0.0.5:31000:TCP"_s);
-        can->setCommonInfo(info);
-        QCOMPARE(can->saveSettings({}), 0);
-        QCOMPARE(QSettings().value("CanInterfaces/stage left/IP-Address"_s).toString(), "10.0.0.5"_s);
-        configure(*can, [](CConfigParamT93& param) { param.setPort(1); });
-        QCOMPARE(can->loadSettings({}), 0);
-        QVERIFY(can->commonInfo() == info);
-        QCOMPARE(driver(*can).configParam().port(), std::uint16_t(31000));
     }
 };
 

@@ -74,7 +74,6 @@ public:
         return QTest::qWaitFor([this] { return m_can->openCommunication() <= RC_ALREADY_OPENED; }) &&
                QTest::qWaitFor([this, before = m_taken.load()] {
                    m_bus.send(message(0x321));
-                   QTest::qWait(10);
                    read();
                    return m_taken > before;
                }) &&

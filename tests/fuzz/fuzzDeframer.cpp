@@ -16,8 +16,7 @@ void decode(const SRmFrame& frame)
 {
     CCanMessage message;
     readCanMessage(frame, message);
-    require(message.length() <= 8);
-    require(message.id().value() <= 0x7FF);
+    requireCarried(message);
     QString version;
     firmwareVersionOfReply(frame, version);
     firmwareVersionOfIdentification(frame, version);

@@ -5,14 +5,6 @@
 
 using namespace vexmor::Apps::Cimshare;
 
-namespace
-{
-void requireCarried(const vexmor::Cim::CCanMessage& message)
-{
-    require(message.id().value() <= 0x7FF && message.length() <= 8);
-}
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
     const QByteArray payload(reinterpret_cast<const char*>(bytes), static_cast<int>(count));

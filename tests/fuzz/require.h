@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cim/canMessage.h"
+
 #include <cstdlib>
 
 /// Ends a fuzzer, which so reports its input, unless this holds.
@@ -8,4 +10,11 @@ inline void require(bool holds)
     if (!holds) {
         std::abort();
     }
+}
+
+/// That a bus can carry this message.
+inline void requireCarried(const vexmor::Cim::CCanMessage& message)
+{
+    require(message.id().value() <= 0x7FF);
+    require(message.length() <= 8);
 }
