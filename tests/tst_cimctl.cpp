@@ -137,6 +137,7 @@ private Q_SLOTS:
         QCOMPARE(frames.size(), COUNT);
         QCOMPARE(framesOf(outcome.out), frames);
         QCOMPARE(framesOf(contentOf(written)), frames);
+        QCOMPARE(run("log2asc -I %1 t93"_s.arg(written)).out.count(" Rx "), COUNT); // other people's reader
         QVERIFY(isInside || gateway.stop().endsWith("messages: 1 from hosts, 900 replayed, 0 generated\n"));
     }
 
