@@ -394,6 +394,7 @@ private Q_SLOTS:
         QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#11 123#11"_s);
         client.write("< add 0 5000 123 1 22 >"); // instead of the one before
         QTRY_COMPARE(share.sent.last(), "123#22"_s);
+        client.heard.clear();
         client.write("< delete 123 >< send 7F1 0 >");
         QTRY_COMPARE(share.sent.last(), "7F1#"_s); // and with it everything that was under way
         QTRY_COMPARE(watcher.heard.count("< frame 123 ") + 1, share.sent.size());
