@@ -13,9 +13,9 @@ namespace vexmor::Apps::Cimview
 /// Text that makes no sense; readable on a light ground and on a dark one.
 constexpr QColor WRONG_TEXT(220, 50, 50);
 
-/// Colours of curves, which people who see few colours can tell apart as well: for a light ground.
+/// Colours of curves on a light background, distinguishable with colour blindness, too.
 constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
-/// The same for a dark ground.
+/// The same for a dark background.
 constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
 
 /// The colours of curves that can be seen on a ground.

@@ -12,8 +12,8 @@ namespace vexmor::Apps
 /// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
 ///
 /// The constructor reads the file. What other programs change later is seen only after this object's own next change:
-/// make a new object for each operation of the user. Every change has reached the disk when the call returns, or is
-/// told as a failure.
+/// make a new object for each operation of the user. A change has reached the disk when the call returns without a
+/// failure.
 class CInterfaceStore
 {
 public:

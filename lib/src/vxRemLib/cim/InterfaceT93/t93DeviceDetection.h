@@ -40,7 +40,7 @@ struct CReceivedDatagram {
     QByteArray data;
 };
 
-/// Tells a scan to end early, and what delays it then. From any thread.
+/// The request that a scan end early, and the reason why it may not end at once. Any thread may use it.
 class CScanStop
 {
 public:

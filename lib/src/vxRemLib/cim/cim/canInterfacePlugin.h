@@ -62,8 +62,9 @@ public:
     /// was started (one is running already).
     ///
     /// Unique names are made of host name, protocol, socket mode and port: two gateways with equal host names get the
-    /// same, and so does one gateway that answered twice. Their interface identifiers, the MAC addresses, tell them
-    /// apart. A host that stores both gives one of them another name first, or the second replaces the first.
+    /// same, and so does one gateway that answered twice. The interface identifiers, which are the MAC
+    /// addresses, show whether it is one gateway or two. A host that stores both gives one of them another name first,
+    /// or the second replaces the first.
     virtual int scanInterfaces() = 0;
 };
 
