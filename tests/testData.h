@@ -113,7 +113,9 @@ public:
     CPrivateStore()
     {
         QSettings::setDefaultFormat(QSettings::IniFormat);
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, m_folder.path());
+        for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat}) {
+            QSettings::setPath(format, QSettings::UserScope, m_folder.path());
+        }
         QCoreApplication::setOrganizationName("Vexmor"_s);
         QCoreApplication::setApplicationName("tests"_s);
     }

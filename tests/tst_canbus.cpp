@@ -24,7 +24,6 @@ QString at(quint16 port)
 struct SDevice : SGateway {
     SDevice()
     {
-        gateway.setMaxClients(2); // one that was closed may still be leaving when the next one comes
         bus.setBaudrate(250);
         device = makeDevice(at(gateway.port()));
         const auto tell = [this](auto value) {
@@ -167,9 +166,9 @@ private Q_SLOTS:
 
     void knowsWhatIsStored()
     {
-        const CPrivateStore store;
+        const CPrivateStore store; // makes another format the program's default one
         SDevice host;
-        QSettings settings(QSettings::IniFormat, QSettings::UserScope, "Vexmor"_s, "Cim"_s);
+        QSettings settings(QSettings::NativeFormat, QSettings::UserScope, "Vexmor"_s, "Cim"_s);
         settings.setValue("CanInterfaces/hall/IP-Address"_s, "127.0.0.1"_s);
         settings.setValue("CanInterfaces/hall/Port"_s, host.gateway.port());
         settings.setValue("CanInterfaces/hall/CanBaudrate"_s, 125);
@@ -195,6 +194,32 @@ private Q_SLOTS:
         QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(2)});
         QTRY_COMPARE(host.told, list("ConnectingState ConnectedState ConnectionError ConnectingState WriteError "
                                      "ConnectedState written"_s));
+    }
+
+    void sameGatewayAgainAtOnce_data() { rows({"notices the close late", "stays taken"}); }
+    void sameGatewayAgainAtOnce()
+    {
+        static std::atomic<int> s_refused;
+        s_refused = 0;
+        SDevice host;
+        QVERIFY(host.connect());
+        host.gateway.setFaults(faulty(&SSimFaults::refuse));
+        host.device.reset();
+        host.device = makeDevice(at(host.gateway.port()));
+        const auto handler = qInstallMessageHandler(
+            [](auto, const auto&, const QString& text) { s_refused += text.startsWith("TCP connect timeout"_s); });
+        const bool isAsked = host.device->connectDevice() && host.device->writeFrame(Frame(1, {})) &&
+                             QTest::qWaitFor([] { return s_refused > 0; });
+        qInstallMessageHandler(handler);
+        QVERIFY(isAsked);
+        if (rowName() == "stays taken") {
+            QTRY_COMPARE(host.device->error(), Device::ConnectionError);
+            QCOMPARE(host.device->state(), Device::UnconnectedState);
+            return;
+        }
+        host.gateway.setFaults({});
+        QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(1)});
+        QCOMPARE(host.device->error(), Device::NoError);
     }
 
     void leavesAGatewayThatDoesNotAnswer()
@@ -271,7 +296,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!host.device || (seen += host.seen()).contains("7f0"_s));
     }
 
-    void canbusutilSendsAndEnds()
+    void canbusutilListensSendsAndEnds()
     {
         REQUIRE_TOOL("canbusutil");
         if (*CIM_SANITIZE != '\0') {
@@ -280,6 +305,13 @@ private Q_SLOTS:
         SDevice host;
         const SDeafPort deaf; // where it is still connecting when the program ends
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
+        QProcess listener;
+        listener.start("canbusutil"_s, {"-l"_s, "t93canbus"_s, at(host.gateway.port())});
+        QTRY_VERIFY((host.bus.send(message(7)), listener.bytesAvailable() > 0));
+        listener.kill();
+        QTRY_COMPARE(listener.state(), QProcess::NotRunning);
+        QCOMPARE(listener.readAllStandardError(), QByteArray());
+        QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
         for (const quint16 port : {host.gateway.port(), deaf.serverPort()}) {
             QProcess util;
             util.start("canbusutil"_s, {"t93canbus"_s, at(port), "123#1122"_s});

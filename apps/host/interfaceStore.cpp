@@ -35,7 +35,7 @@ Failure failureOf(Cim::CCanInterface& canInterface, int code)
 } // namespace
 
 CInterfaceStore::CInterfaceStore(const QString& organization, const QString& application)
-    : m_settings(QSettings::defaultFormat(), QSettings::UserScope, organization, application)
+    : m_settings(QSettings::NativeFormat, QSettings::UserScope, organization, application)
 {
 }
 

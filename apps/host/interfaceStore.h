@@ -17,9 +17,10 @@ namespace vexmor::Apps
 class CInterfaceStore
 {
 public:
-    /// The store of this program's organisation and application.
+    /// The store of this program's organisation and application, in the program's default format: the one that
+    /// interfaces load from and store in.
     CInterfaceStore() = default;
-    /// That of another program.
+    /// The store of another program, in the platform's own format, whatever format this program prefers.
     CInterfaceStore(const QString& organization, const QString& application);
 
     /// What is wrong when the file cannot be read: then nothing seems to be stored.

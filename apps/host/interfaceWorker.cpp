@@ -8,6 +8,7 @@
 #include <QVariant>
 
 #include <algorithm>
+#include <atomic>
 #include <list>
 #include <utility>
 
@@ -21,6 +22,13 @@ constexpr int RETRY_MS = 3000;
 /// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
 constexpr int ANSWER_MS = 1000;
 constexpr std::size_t MAX_BATCH = 10'000;
+/// A gateway accepts one connection at a time, and may notice the end of the last one a moment late: for so long after
+/// a close, a refused attempt to open is repeated.
+constexpr std::chrono::seconds RELEASE_TIME{1};
+constexpr unsigned long RELEASE_LOOK_MS = 100;
+using Clock = SInterfaceStatus::Clock;
+/// When this program last closed an interface that had a link.
+std::atomic<Clock::time_point> s_lastClose{};
 
 /// Workers whose threads may run. The threads run code of the plugin, so they end before the application object.
 std::mutex s_mutex;
@@ -121,6 +129,11 @@ void CInterfaceWorker::reset()
 
 void CInterfaceWorker::end()
 {
+    m_thread.requestInterruption();
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        s_lastClose = m_status.hasLink() ? Clock::now() : s_lastClose.load();
+    }
     enqueue([this] {
         m_hasEnded = true;
         m_hosted->disconnect(this); // a late error must not start anything again
@@ -155,11 +168,16 @@ void CInterfaceWorker::enqueue(const std::function<void()>& command)
 
 // ---- Opening, and what is known of the connection ----
 
-/// Makes one attempt.
+/// Makes one attempt, or several while the gateway may still have the last connection of this program.
 void CInterfaceWorker::open()
 {
     m_isOpening = true;
-    const int code = can().openCommunication(); // processes events
+    int code = can().openCommunication(); // processes events
+    while (code == Cim::RC_TCP_CONNECT_FAILED && Clock::now() - s_lastClose.load() < RELEASE_TIME &&
+           !m_thread.isInterruptionRequested()) {
+        QThread::msleep(RELEASE_LOOK_MS);
+        code = can().openCommunication();
+    }
     m_isOpening = false;
     onOpened(code);
     for (const auto& command : std::exchange(m_commands, {})) {

@@ -42,6 +42,35 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
+/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets none.
+/// All other lines go on to the handler that the program has. Stays from the first need to the end of this library.
+class CLogFilter
+{
+public:
+    CLogFilter()
+    {
+        s_next = qInstallMessageHandler(nullptr); // first: other threads may write a line at any time
+        qInstallMessageHandler(filter);
+    }
+    ~CLogFilter()
+    {
+        const QtMessageHandler last = qInstallMessageHandler(s_next);
+        if (last != filter) { // the program's own, installed since
+            qInstallMessageHandler(last);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(CLogFilter)
+
+private:
+    static void filter(QtMsgType type, const QMessageLogContext& context, const QString& text)
+    {
+        if (text != QLatin1String("Setting baudrate to 0 failed.")) {
+            s_next(type, context, text);
+        }
+    }
+    inline static QtMessageHandler s_next = nullptr;
+};
+
 QCanBusFrame frameOf(const Apps::SBusRecord& record)
 {
     const auto* const data = reinterpret_cast<const char*>(record.message.data());
@@ -104,6 +133,9 @@ bool CT93CanDevice::open()
     m_isLost = false;
     std::unique_ptr<Cim::CCanInterface> canInterface(m_model->clone());
     canInterface->setProperty("CanBaudrate", configurationParameter(BitRateKey).toInt() / 1000);
+    if (canInterface->baudrate() == 0) {
+        static const CLogFilter filter;
+    }
     m_mailbox = std::make_shared<Apps::CMailbox>(MAILBOX_LIMIT);
     m_interface = std::make_unique<Apps::CInterfaceInUse>(std::move(canInterface), m_mailbox, std::uint16_t(0),
                                                           Apps::CInterfaceInUse::EOpening::eOnce);
