@@ -1,5 +1,7 @@
 #include "apps/cimshare/socketcandClient.h"
 
+#include "apps/host/clock.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -62,9 +64,19 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
     }
 }
 
-void CSocketcandClient::writeError(const QString& text)
+void CSocketcandClient::writeError(const QString& text, EErrorClass errorClass)
 {
-    write(errorElement(text));
+    write(errorFor(text, errorClass));
+}
+
+void CSocketcandClient::writeConnection()
+{
+    writeError(m_bus->connectionNotice(), EErrorClass::eAway);
+}
+
+QByteArray CSocketcandClient::errorFor(const QString& text, EErrorClass errorClass) const
+{
+    return m_bus == nullptr ? errorElement(text) : errorElement(errorClass, microsecondsNow(), text);
 }
 
 void CSocketcandClient::writeStatistics()
@@ -97,8 +109,9 @@ void CSocketcandClient::write(const QByteArray& element)
         Q_EMIT frameLost();
         return;
     }
-    const QByteArray bytes =
-        std::exchange(m_hasLost, false) ? errorElement(QStringLiteral("frames were lost")) + element : element;
+    const QByteArray bytes = std::exchange(m_hasLost, false)
+                                 ? errorFor(QStringLiteral("frames were lost"), EErrorClass::eLost) + element
+                                 : element;
     if (m_quietTimer.isActive()) {
         m_waiting += bytes;
     } else {
@@ -170,15 +183,16 @@ void CSocketcandClient::open(const SCommand& command)
         m_bus->disconnect(this);
     }
     m_bus = found->get();
-    connect(m_bus, &CSharedBus::errorRaised, this, [this](int error) { writeError(m_bus->errorTitle(error)); });
+    connect(m_bus, &CSharedBus::errorRaised, this,
+            [this](int error) { writeError(m_bus->errorTitle(error), classOf(error)); });
     connect(m_bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus->status().connection == EConnection::eLost) {
-            writeError(m_bus->connectionNotice());
+            writeConnection();
         }
     });
     setMode(eBroadcastManager);
     if (!m_bus->status().isConnected()) {
-        writeError(m_bus->connectionNotice());
+        writeConnection();
     }
 }
 

@@ -57,7 +57,9 @@ private:
     void sendCyclic(const Cim::CCanMessage& message);
     void repeatStatistics(const SCommand& command);
     void writeStatistics();
-    void writeError(const QString& text);
+    void writeError(const QString& text, EErrorClass errorClass = EErrorClass::eRefused);
+    void writeConnection();
+    QByteArray errorFor(const QString& text, EErrorClass errorClass) const;
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
 

@@ -1,6 +1,7 @@
 #include "apps/cimshare/socketcandText.h"
 
 #include "canlog/candumpLog.h"
+#include "cim/resultCodes.h"
 
 #include <QList>
 
@@ -126,6 +127,25 @@ constexpr const char* IMPOSSIBLE[][2] = {
     {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
     {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
 };
+
+/// The beginning of an element with a number and a time.
+QByteArray beginning(const char* verb, unsigned number, std::int64_t time)
+{
+    char text[64];
+    const int size =
+        std::snprintf(text, sizeof text, "\n< %s %03X %lld.%06lld ", verb, number,
+                      static_cast<long long>(time / MICROSECONDS), static_cast<long long>(time % MICROSECONDS));
+    return {text, size};
+}
+
+/// ASCII characters that do not end an element.
+QByteArray plain(const QString& text)
+{
+    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
+    std::replace_if(
+        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
+    return line;
+}
 } // namespace
 
 Result<SCommand> readCommand(const QByteArray& element)
@@ -165,23 +185,35 @@ bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray&
     return stream.size() <= MAX_ELEMENT;
 }
 
-QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
+EErrorClass classOf(int interfaceError)
 {
-    char head[64];
-    const int size = std::snprintf(head, sizeof head, "\n< frame %03X %lld.%06lld ", message.id().value(),
-                                   static_cast<long long>(microseconds / MICROSECONDS),
-                                   static_cast<long long>(microseconds % MICROSECONDS));
+    switch (interfaceError) {
+    case Cim::IE_TCP_CONNECTION_LOST:
+    case Cim::IE_NOT_CONNECTED:
+    case Cim::IE_CAN_BUS_OFF:
+        return EErrorClass::eAway;
+    case Cim::IE_CAN_TRANSMIT_TIMEOUT:
+        return EErrorClass::eRefused;
+    default:
+        return EErrorClass::eLost;
+    }
+}
+
+QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t time)
+{
     const auto* const data = reinterpret_cast<const char*>(message.data());
-    return QByteArray(head, size) +
+    return beginning("frame", message.id().value(), time) +
            QByteArray::fromRawData(data, static_cast<int>(message.length())).toHex().toUpper() + " >";
+}
+
+QByteArray errorElement(EErrorClass errorClass, std::int64_t time, const QString& text)
+{
+    return beginning("error", static_cast<unsigned>(errorClass), time) + plain(text) + " >";
 }
 
 QByteArray errorElement(const QString& text)
 {
-    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
-    std::replace_if(
-        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
-    return "\n< error " + line + " >";
+    return "\n< error " + plain(text) + " >";
 }
 
 } // namespace vexmor::Apps::Cimshare

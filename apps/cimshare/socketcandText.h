@@ -35,10 +35,21 @@ constexpr int MAX_ELEMENT = 256; ///< Characters between the brackets.
 /// is too long: then the stream cannot be used any more.
 bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement);
 
+/// What an error element reports, in the error classes of linux/can/error.h.
+enum class EErrorClass : unsigned {
+    eRefused = 0x001, ///< A command was refused, or a message was not sent.
+    eLost = 0x004,    ///< Frames were lost or may be lost soon.
+    eAway = 0x040,    ///< The gateway does not answer, or its bus is off.
+};
+/// The class of an error that an interface raised.
+EErrorClass classOf(int interfaceError);
+
 // Elements that are not answers begin with a line end: one widespread client needs a character between two elements,
-// and the other clients skip it.
-QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds);
+// and the other clients skip it. Times are in microseconds since the epoch.
+QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t time);
 /// Angle brackets in the text become round ones, and characters that are not ASCII "?".
+QByteArray errorElement(EErrorClass errorClass, std::int64_t time, const QString& text);
+/// The same for a client without a bus, which may have no class and time: it reads all errors as texts.
 QByteArray errorElement(const QString& text);
 
 } // namespace vexmor::Apps::Cimshare
