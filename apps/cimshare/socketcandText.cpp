@@ -1,9 +1,11 @@
 #include "apps/cimshare/socketcandText.h"
 
+#include "apps/host/gatewayAddress.h"
 #include "canlog/candumpLog.h"
 #include "cim/resultCodes.h"
 
 #include <QList>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <cstdio>
@@ -15,6 +17,7 @@ namespace
 {
 constexpr int MICROSECONDS = 1'000'000;
 constexpr int EXTENDED_ID_DIGITS = 8;
+constexpr int MAX_BUS_NAME = 16;
 constexpr int MAX_MILLISECONDS = 3'600'000;
 constexpr quint64 MIN_CYCLE = 1000;
 constexpr quint64 MAX_INTERVAL = 3600ULL * MICROSECONDS;
@@ -127,26 +130,24 @@ constexpr const char* IMPOSSIBLE[][2] = {
     {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
     {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
 };
-
-/// The beginning of an element with a number and a time.
-QByteArray beginning(const char* verb, unsigned number, std::int64_t time)
-{
-    char text[64];
-    const int size =
-        std::snprintf(text, sizeof text, "\n< %s %03X %lld.%06lld ", verb, number,
-                      static_cast<long long>(time / MICROSECONDS), static_cast<long long>(time % MICROSECONDS));
-    return {text, size};
-}
-
-/// ASCII characters that do not end an element.
-QByteArray plain(const QString& text)
-{
-    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
-    std::replace_if(
-        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
-    return line;
-}
 } // namespace
+
+QStringList busNames(const QStringList& names)
+{
+    static const QRegularExpression OTHERS(QStringLiteral("[^A-Za-z0-9]"));
+    QStringList result;
+    for (const QString& given : names) {
+        const QString letters = isAddress(given) ? QString() : QString(given).remove(OTHERS).left(MAX_BUS_NAME);
+        const QString stem = letters.isEmpty() ? QStringLiteral("bus") : letters;
+        QString name = letters.isEmpty() ? QStringLiteral("bus1") : letters;
+        for (int i = 2; result.contains(name) || (name != given && names.contains(name)); ++i) {
+            const QString number = QString::number(i);
+            name = stem.left(MAX_BUS_NAME - number.size()) + number;
+        }
+        result.append(name);
+    }
+    return result;
+}
 
 Result<SCommand> readCommand(const QByteArray& element)
 {
@@ -187,33 +188,38 @@ bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray&
 
 EErrorClass classOf(int interfaceError)
 {
-    switch (interfaceError) {
-    case Cim::IE_TCP_CONNECTION_LOST:
-    case Cim::IE_NOT_CONNECTED:
-    case Cim::IE_CAN_BUS_OFF:
+    constexpr int AWAY[] = {Cim::IE_TCP_CONNECTION_LOST, Cim::IE_NOT_CONNECTED, Cim::IE_CAN_BUS_OFF};
+    if (std::count(std::begin(AWAY), std::end(AWAY), interfaceError) > 0) {
         return EErrorClass::eAway;
-    case Cim::IE_CAN_TRANSMIT_TIMEOUT:
-        return EErrorClass::eRefused;
-    default:
-        return EErrorClass::eLost;
     }
+    return interfaceError == Cim::IE_CAN_TRANSMIT_TIMEOUT ? EErrorClass::eRefused : EErrorClass::eLost;
 }
 
-QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t time)
+QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
 {
+    char head[64];
+    const int size = std::snprintf(head, sizeof head, "\n< frame %03X %lld.%06lld ", message.id().value(),
+                                   static_cast<long long>(microseconds / MICROSECONDS),
+                                   static_cast<long long>(microseconds % MICROSECONDS));
     const auto* const data = reinterpret_cast<const char*>(message.data());
-    return beginning("frame", message.id().value(), time) +
+    return QByteArray(head, size) +
            QByteArray::fromRawData(data, static_cast<int>(message.length())).toHex().toUpper() + " >";
-}
-
-QByteArray errorElement(EErrorClass errorClass, std::int64_t time, const QString& text)
-{
-    return beginning("error", static_cast<unsigned>(errorClass), time) + plain(text) + " >";
 }
 
 QByteArray errorElement(const QString& text)
 {
-    return "\n< error " + plain(text) + " >";
+    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
+    std::replace_if(
+        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
+    return "\n< error " + line + " >";
+}
+
+QByteArray errorElement(EErrorClass errorClass, std::int64_t microseconds, const QString& text)
+{
+    return errorElement(QString::asprintf("%03X %lld.%06lld ", static_cast<unsigned>(errorClass),
+                                          static_cast<long long>(microseconds / MICROSECONDS),
+                                          static_cast<long long>(microseconds % MICROSECONDS)) +
+                        text);
 }
 
 } // namespace vexmor::Apps::Cimshare
