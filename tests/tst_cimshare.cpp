@@ -90,7 +90,7 @@ qint64 bytesReadAtOnce()
     });
     const CBusesByName none;
     const CSocketcandClient client(std::move(socket), none);
-    peer.write(QByteArray(200'000, 'x'));
+    peer.write(QByteArray(200'000, ' '));
     (void)peer.waitForBytesWritten(5000); // all of it arrives before the client reads
     return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
 }
@@ -222,7 +222,7 @@ private Q_SLOTS:
 
     void cutsElementsAnywhere()
     {
-        const QByteArray stream = "\nx< echo >< send 1 0 ><>garbage< a< b >";
+        const QByteArray stream = "\n< echo >< send 1 0 ><> \r\t< a< b >";
         const auto take = [](QByteArray& begun, QByteArray& all) {
             return takeElements(begun, [&](const QByteArray& one) { return !(all += one + '|').isEmpty(); });
         };
@@ -233,10 +233,12 @@ private Q_SLOTS:
             QVERIFY(take(begun += stream.mid(cut), all));
             QCOMPARE(all, QByteArray(" echo | send 1 0 || a< b |"));
         }
-        QByteArray longest = '<' + QByteArray(255, 'x'), tooLong = longest + 'x', ended = tooLong + "x>";
+        QByteArray longest = '<' + QByteArray(255, 'x'), tooLong = longest + 'x', ended = tooLong + "x>",
+                   outside = "<>x";
         QVERIFY(take(longest, all));
         QVERIFY(!take(tooLong, all));
         QVERIFY(!take(ended, all));
+        QVERIFY(!take(outside, all));
     }
 
     /// What one client sends, all others receive, over each protocol.
@@ -536,7 +538,10 @@ private Q_SLOTS:
     void hostileLines_data()
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
-        row("no brackets", QByteArray(100000, '\xff') + "< echo >", "< echo >");
+        row("blanks", " \r\n < echo >", "< echo >");
+        row("no brackets", QByteArray(100000, '\xff') + "< echo >", "");
+        row("a web page", "POST / HTTP/1.1\r\n\r\n< open bus1 >< rawmode >< send 001 2 DE AD >", "");
+        row("other bytes between elements", "< open bus1 >,< rawmode >< send 001 2 DE AD >", "");
         row("endless", '<' + QByteArray(100000, 'x'), "");
         row("endless number", "< open " + QByteArray(200, '9') + " >", "");
         row("zeros", QByteArray("<\0\0>< echo >", 12), "< error unknown command >");
@@ -557,6 +562,34 @@ private Q_SLOTS:
         }
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
+        QVERIFY(share.sent.isEmpty());
+    }
+
+    void hostileFrames_data()
+    {
+        const auto row = columns<QByteArray, bool>("bytes", "isRefused"); // otherwise the connection ends
+        const auto send = [](const char* payload) { return frame(RM_CMD_TX11BIT_MSG, hex(payload)); };
+        row("no identifier", send(""), true);
+        row("half an identifier", send("01"), true);
+        row("nine bytes of data", send("0123 010203040506070809"), true);
+        row("32 bytes of data", frame(RM_CMD_TX11BIT_MSG_ALT, QByteArray(34, '\1')), true);
+        row("identifier 800", send("0800"), true);
+        row("identifier FFFF", send("FFFF"), true);
+        row("a web page", "POST / HTTP/1.1\r\n\r\n" + send("0001 DEAD"), false);
+    }
+    void hostileFrames()
+    {
+        SShare share("--t93 0 --allow-send"_s);
+        SRawHost host(share);
+        host.write(cell<QByteArray>("bytes"));
+        if (cell<bool>("isRefused")) {
+            host.write(frame(RM_CMD_TX11BIT_MSG, hex("07FF")));
+            QTRY_COMPARE(share.sent, list("7FF#"_s));
+            QTRY_COMPARE(host.heard, frame(RM_CMD_STATUS, hex("20"))); // TCP format error
+        } else {
+            QTRY_COMPARE(host.state(), QAbstractSocket::UnconnectedState);
+            QVERIFY(share.sent.isEmpty());
+        }
     }
 
     /// python-can, as Debian ships it, and as it reads errors since 4.6: each client receives 4000 of 4000 frames,

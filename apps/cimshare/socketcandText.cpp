@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <optional>
 
@@ -175,15 +176,21 @@ Result<SCommand> readCommand(const QByteArray& element)
 
 bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement)
 {
-    int begin = stream.indexOf('<');
-    for (int end = 0; begin >= 0 && (end = stream.indexOf('>', begin)) >= 0; begin = stream.indexOf('<', end)) {
+    int begin = 0;
+    const auto skipBlanks = [&] {
+        while (begin < stream.size() && std::isspace(static_cast<unsigned char>(stream.at(begin))) != 0) {
+            ++begin;
+        }
+        return stream.mid(begin, 1) == "<";
+    };
+    for (int end = 0; skipBlanks() && (end = stream.indexOf('>', begin)) >= 0; begin = end + 1) {
         const QByteArray element = stream.mid(begin + 1, end - begin - 1);
         if (element.size() > MAX_ELEMENT || !onElement(element)) {
             return false;
         }
     }
-    stream = begin < 0 ? QByteArray() : stream.mid(begin);
-    return stream.size() <= MAX_ELEMENT;
+    stream.remove(0, begin);
+    return stream.isEmpty() || (stream.startsWith('<') && stream.size() <= MAX_ELEMENT);
 }
 
 EErrorClass classOf(int interfaceError)

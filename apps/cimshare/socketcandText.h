@@ -37,8 +37,9 @@ Result<SCommand> readCommand(const QByteArray& element);
 constexpr int MAX_ELEMENT = 256; ///< Characters between the brackets.
 
 /// Calls `onElement` with each complete element at the beginning of a client's stream, and keeps the rest: an element
-/// may arrive in pieces; bytes between elements are skipped. Returns false when `onElement` does, and when an element
-/// is too long: then the stream cannot be used any more.
+/// may arrive in pieces, and blanks between elements are skipped. Returns false when `onElement` does, when an element
+/// is too long, and at any other byte between elements, because a web page could write elements into its request. Then
+/// the stream cannot be used any more.
 bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement);
 
 /// What an error element reports, in the error classes of linux/can/error.h.
