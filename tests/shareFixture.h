@@ -151,6 +151,19 @@ struct SClient : QTcpSocket {
         (void)QTest::qWaitFor([&] { return heard.contains(text) || state() == UnconnectedState; });
         return heard.contains(text);
     }
+    /// The same for an error of an open bus: its class and its text.
+    bool getsError(const QByteArray& request, const QString& error)
+    {
+        heard.clear();
+        write(request);
+        return hearsError(error);
+    }
+    bool hearsError(const QString& error)
+    {
+        const QRegularExpression element("\n< error "_s + error.left(4) + "\\d{10}\\.\\d{6} "_s +
+                                         QRegularExpression::escape(error.mid(4)) + " >"_s);
+        return QTest::qWaitFor([&] { return element.match(QString::fromLatin1(heard)).hasMatch(); });
+    }
     /// Identifier and data of each frame, like 123#1122.
     QStringList frames() const
     {

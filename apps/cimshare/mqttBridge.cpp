@@ -87,9 +87,7 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                                  {QStringLiteral("time"), microsecondsNow() / 1e6}};
         m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
     });
-    if (!bus.sendingProblem()) {
-        m_link.subscribe(published.topic + SEND);
-    }
+    m_link.subscribe(published.topic + SEND); // also where clients may not send: they get an answer
 }
 
 /// Publishes the end itself: the broker drops the will of a client that disconnects.

@@ -1,5 +1,7 @@
 #include "apps/cimshare/socketcandClient.h"
 
+#include "apps/host/clock.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -11,6 +13,8 @@ namespace
 constexpr int TIME_LIMIT_MS = 10'000;
 /// Pause between an answer and the first frame: clients take what they read after a command for the answer.
 constexpr int QUIET_MS = 50;
+/// The same after a bus was opened: the client may be far away, and chooses a mode next.
+constexpr int OPENED_QUIET_MS = 500;
 /// Bytes that wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
 /// Bytes of a client that are read in one turn of the event loop.
@@ -23,7 +27,7 @@ std::uint16_t idOf(const SCommand& command)
 }
 } // namespace
 
-CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses)
+CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses)
     : m_socket(std::move(socket)), m_buses(buses)
 {
     m_socket->setParent(nullptr);
@@ -62,9 +66,9 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
     }
 }
 
-void CSocketcandClient::writeError(const QString& text)
+void CSocketcandClient::writeError(const QString& text, EErrorClass errorClass)
 {
-    write(errorElement(text));
+    write(m_bus == nullptr ? errorElement(text) : errorElement(errorClass, microsecondsNow(), text));
 }
 
 void CSocketcandClient::writeStatistics()
@@ -97,12 +101,13 @@ void CSocketcandClient::write(const QByteArray& element)
         Q_EMIT frameLost();
         return;
     }
-    const QByteArray bytes =
-        std::exchange(m_hasLost, false) ? errorElement(QStringLiteral("frames were lost")) + element : element;
+    if (std::exchange(m_hasLost, false)) {
+        writeError(QStringLiteral("frames were lost"), EErrorClass::eLost);
+    }
     if (m_quietTimer.isActive()) {
-        m_waiting += bytes;
+        m_waiting += element;
     } else {
-        m_socket->write(bytes);
+        m_socket->write(element);
     }
 }
 
@@ -158,8 +163,7 @@ void CSocketcandClient::execute(const QByteArray& element)
 
 void CSocketcandClient::open(const SCommand& command)
 {
-    const auto isNamed = [&](const auto& bus) { return bus->plainName().toUtf8() == command.busName; };
-    const auto found = std::find_if(m_buses.begin(), m_buses.end(), isNamed);
+    const auto found = m_buses.find(command.busName);
     if (found == m_buses.end()) {
         writeError(QStringLiteral("no such bus"));
         end();
@@ -169,16 +173,18 @@ void CSocketcandClient::open(const SCommand& command)
     if (m_bus != nullptr) {
         m_bus->disconnect(this);
     }
-    m_bus = found->get();
-    connect(m_bus, &CSharedBus::errorRaised, this, [this](int error) { writeError(m_bus->errorTitle(error)); });
+    m_bus = found->second;
+    connect(m_bus, &CSharedBus::errorRaised, this,
+            [this](int error) { writeError(m_bus->errorTitle(error), classOf(error)); });
     connect(m_bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus->status().connection == EConnection::eLost) {
-            writeError(m_bus->connectionNotice());
+            writeError(m_bus->connectionNotice(), EErrorClass::eAway);
         }
     });
     setMode(eBroadcastManager);
+    m_quietTimer.start(OPENED_QUIET_MS);
     if (!m_bus->status().isConnected()) {
-        writeError(m_bus->connectionNotice());
+        writeError(m_bus->connectionNotice(), EErrorClass::eAway);
     }
 }
 

@@ -13,6 +13,9 @@
 namespace vexmor::Apps::Cimshare
 {
 
+/// The buses, by each name by which a client may open them.
+using CBusesByName = std::map<QByteArray, CSharedBus*>;
+
 /// One client of the socketcand protocol. It chooses a bus and begins in broadcast manager mode, in which it receives
 /// the identifiers that it subscribed; in raw mode it receives every frame, in control mode counts. It may send frames.
 class CSocketcandClient : public QObject
@@ -21,7 +24,7 @@ class CSocketcandClient : public QObject
 
 public:
     /// Takes the connection over. The buses outlive the client.
-    CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CSharedBuses& buses);
+    CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses);
 
     CSharedBus* bus() const { return m_bus; }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
@@ -57,12 +60,12 @@ private:
     void sendCyclic(const Cim::CCanMessage& message);
     void repeatStatistics(const SCommand& command);
     void writeStatistics();
-    void writeError(const QString& text);
+    void writeError(const QString& text, EErrorClass errorClass = EErrorClass::eRefused);
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
 
     const std::unique_ptr<QTcpSocket> m_socket;
-    const CSharedBuses& m_buses;
+    const CBusesByName& m_buses;
     CSharedBus* m_bus = nullptr;
     EMode m_mode = eNoBus;
     QByteArray m_stream; ///< From the client: the beginning of an element.

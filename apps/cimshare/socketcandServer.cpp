@@ -23,10 +23,17 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
     if (hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
     }
+    QStringList plainNames;
     for (const auto& bus : m_buses) {
+        plainNames.append(bus->plainName());
+        m_byName[plainNames.last().toUtf8()] = bus.get();
         connect(
             bus.get(), &CSharedBus::messageSent, this,
             [this, from = bus.get()](const auto& record, const QObject* client) { deliver(*from, record, client); });
+    }
+    m_names = busNames(plainNames);
+    for (int i = 0; i < m_names.size(); ++i) {
+        m_byName[m_names[i].toLatin1()] = m_buses[static_cast<std::size_t>(i)].get();
     }
 }
 
@@ -39,6 +46,11 @@ Failure CSocketcandServer::start()
                             .arg(m_server.errorString())};
     }
     m_log.printListening(m_name, m_server.serverAddress(), m_server.serverPort());
+    for (int i = 0; i < m_names.size(); ++i) {
+        m_log.print("busName", m_buses[static_cast<std::size_t>(i)]->name(),
+                    QStringLiteral("socketcand clients open it as %1").arg(m_names[i]),
+                    {{QStringLiteral("busName"), m_names[i]}});
+    }
     return {};
 }
 
@@ -63,7 +75,7 @@ void CSocketcandServer::onNewConnection()
 void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
 {
     const QString peer = peerOf(*socket);
-    m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_buses));
+    m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_byName));
     CSocketcandClient* const client = m_clients.back().get();
     connect(client, &CSocketcandClient::frameLost, this, [this, client, peer, isFirst = true]() mutable {
         if (client->bus() != nullptr) {
@@ -108,8 +120,8 @@ void CSocketcandServer::sendBeacon()
 QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
 {
     QString buses;
-    for (const auto& bus : m_buses) {
-        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(bus->plainName().toHtmlEscaped());
+    for (const QString& name : m_names) {
+        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(name);
     }
     return QStringLiteral(
                R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2:%3</URL>%4</CANBeacon>)")

@@ -14,7 +14,8 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// Serves clients that speak socketcand: all buses on one TCP port, by their names.
+/// Serves clients that speak socketcand: all buses on one TCP port, by the names that `busNames` makes. A client may
+/// open a bus by its plain name, too, whatever its length.
 class CSocketcandServer : public QObject, public CProtocol
 {
     Q_OBJECT
@@ -35,6 +36,8 @@ private:
     QByteArray beacon(const QHostAddress& address) const;
 
     const CSharedBuses& m_buses;
+    QStringList m_names; ///< For clients, in the order of the buses.
+    CBusesByName m_byName;
     const SListenAddress m_address;
     const SAllowedNetworks& m_allowed;
     QTcpServer m_server;

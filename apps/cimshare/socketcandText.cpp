@@ -1,10 +1,14 @@
 #include "apps/cimshare/socketcandText.h"
 
+#include "apps/host/gatewayAddress.h"
 #include "canlog/candumpLog.h"
+#include "cim/resultCodes.h"
 
 #include <QList>
+#include <QRegularExpression>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <optional>
 
@@ -14,6 +18,7 @@ namespace
 {
 constexpr int MICROSECONDS = 1'000'000;
 constexpr int EXTENDED_ID_DIGITS = 8;
+constexpr int MAX_BUS_NAME = 16;
 constexpr int MAX_MILLISECONDS = 3'600'000;
 constexpr quint64 MIN_CYCLE = 1000;
 constexpr quint64 MAX_INTERVAL = 3600ULL * MICROSECONDS;
@@ -128,6 +133,23 @@ constexpr const char* IMPOSSIBLE[][2] = {
 };
 } // namespace
 
+QStringList busNames(const QStringList& names)
+{
+    static const QRegularExpression OTHERS(QStringLiteral("[^A-Za-z0-9]"));
+    QStringList result;
+    for (const QString& given : names) {
+        const QString letters = isAddress(given) ? QString() : QString(given).remove(OTHERS).left(MAX_BUS_NAME);
+        const QString stem = letters.isEmpty() ? QStringLiteral("bus") : letters;
+        QString name = letters.isEmpty() ? QStringLiteral("bus1") : letters;
+        for (int i = 2; result.contains(name) || (name != given && names.contains(name)); ++i) {
+            const QString number = QString::number(i);
+            name = stem.left(MAX_BUS_NAME - number.size()) + number;
+        }
+        result.append(name);
+    }
+    return result;
+}
+
 Result<SCommand> readCommand(const QByteArray& element)
 {
     CWords words = element.simplified().split(' ');
@@ -154,15 +176,30 @@ Result<SCommand> readCommand(const QByteArray& element)
 
 bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement)
 {
-    int begin = stream.indexOf('<');
-    for (int end = 0; begin >= 0 && (end = stream.indexOf('>', begin)) >= 0; begin = stream.indexOf('<', end)) {
+    int begin = 0;
+    const auto skipBlanks = [&] {
+        while (begin < stream.size() && std::isspace(static_cast<unsigned char>(stream.at(begin))) != 0) {
+            ++begin;
+        }
+        return stream.mid(begin, 1) == "<";
+    };
+    for (int end = 0; skipBlanks() && (end = stream.indexOf('>', begin)) >= 0; begin = end + 1) {
         const QByteArray element = stream.mid(begin + 1, end - begin - 1);
         if (element.size() > MAX_ELEMENT || !onElement(element)) {
             return false;
         }
     }
-    stream = begin < 0 ? QByteArray() : stream.mid(begin);
-    return stream.size() <= MAX_ELEMENT;
+    stream.remove(0, begin);
+    return stream.isEmpty() || (stream.startsWith('<') && stream.size() <= MAX_ELEMENT);
+}
+
+EErrorClass classOf(int interfaceError)
+{
+    constexpr int AWAY[] = {Cim::IE_TCP_CONNECTION_LOST, Cim::IE_NOT_CONNECTED, Cim::IE_CAN_BUS_OFF};
+    if (std::count(std::begin(AWAY), std::end(AWAY), interfaceError) > 0) {
+        return EErrorClass::eAway;
+    }
+    return interfaceError == Cim::IE_CAN_TRANSMIT_TIMEOUT ? EErrorClass::eRefused : EErrorClass::eLost;
 }
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
@@ -182,6 +219,14 @@ QByteArray errorElement(const QString& text)
     std::replace_if(
         line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
     return "\n< error " + line + " >";
+}
+
+QByteArray errorElement(EErrorClass errorClass, std::int64_t microseconds, const QString& text)
+{
+    return errorElement(QString::asprintf("%03X %lld.%06lld ", static_cast<unsigned>(errorClass),
+                                          static_cast<long long>(microseconds / MICROSECONDS),
+                                          static_cast<long long>(microseconds % MICROSECONDS)) +
+                        text);
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -1,5 +1,6 @@
 #include "apps/cimshare/t93Share.h"
 
+#include "canlog/candumpLog.h"
 #include "cim/resultCodes.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
+constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
 } // namespace
 
@@ -84,8 +86,24 @@ void CT93Share::change(const Cim::SRmFrame& request)
     m_log.printOfClient("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
+void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
+{
+    const bool isMessage = frame.command == Cim::RM_CMD_TX11BIT_MSG || frame.command == Cim::RM_CMD_TX11BIT_MSG_ALT;
+    const int dataLength = frame.payloadLength - 2;
+    if (isMessage && (dataLength < 0 || dataLength > 8 || frame[0] > CanLog::MAX_ID >> 8)) {
+        link.send(Sim::rmFrame(Cim::RM_CMD_STATUS, STATUS_FORMAT_ERROR));
+    } else {
+        CRmServer::handle(link, frame);
+    }
+}
+
 std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
+    connect(peer.tcp.get(), &QTcpSocket::readyRead, this, [socket = peer.tcp.get(), isFirst = true]() mutable {
+        if (std::exchange(isFirst, false) && !socket->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
+            socket->abort();
+        }
+    });
     const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, m_subject, m_log);
     return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
 }

@@ -8,8 +8,9 @@ namespace vexmor::Apps::Cimshare
 {
 
 /// A shared bus as a T93 gateway, on a TCP port of its own. Each host hears what the other clients send, and no host
-/// changes anything for them: bit rates, resets and measuring intervals are answered and ignored. Turns hosts away
-/// until the real gateway has reported its identity.
+/// changes anything for them: bit rates, resets and measuring intervals are answered and ignored. Messages that no CAN
+/// frame can carry are refused. Turns hosts away until the real gateway has reported its identity, and those whose
+/// first byte begins no frame: a web page could write frames into its request.
 class CT93Share : public Sim::CRmServer, public CProtocol
 {
 public:
@@ -21,6 +22,7 @@ public:
 protected:
     void putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from) override;
     void change(const Cim::SRmFrame& request) override;
+    void handle(Sim::CRmLink& link, const Cim::SRmFrame& frame) override;
     std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
 
 private:
