@@ -242,7 +242,7 @@ private Q_SLOTS:
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));
     }
 
-    void busOffUntilReset()
+    void busOffUntilResetOrSilence()
     {
         using Status = Device::CanBusStatus;
         SDevice host;
@@ -256,10 +256,14 @@ private Q_SLOTS:
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
         QTRY_VERIFY(isReset && host.device->busStatus() == Status::Good);
+        host.gateway.sendStatus(0x08);
+        QTRY_COMPARE(host.device->busStatus(), Status::BusOff);
         host.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
         QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
         QCOMPARE(host.device->state(), Device::ConnectedState);
+        host.bus.send(message(1)); // heard again: it may have been switched off meanwhile
+        QTRY_COMPARE(host.device->busStatus(), Status::Good);
     }
 
     void anythingInASlot_data()

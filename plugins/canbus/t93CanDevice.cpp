@@ -42,8 +42,9 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
-/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets none.
-/// All other lines go on to the handler that the program has. Stays from the first need to the end of this library.
+/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets
+/// none. All other lines go on to the handler that the program has. Stays from the first need to the end of this
+/// library.
 class CLogFilter
 {
 public:
@@ -204,6 +205,8 @@ void CT93CanDevice::onStatus()
         m_isLost = false;
         m_busStatus = CanBusStatus::Good;
         setState(ConnectedState);
+    } else if (status.connection == Apps::EConnection::eSilent) {
+        m_busStatus = CanBusStatus::Good; // when heard again: it may have been switched off
     } else if (status.connection == Apps::EConnection::eClosed) {
         const QPointer<QObject> opening = m_opening;
         setError(status.reason, status.code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
