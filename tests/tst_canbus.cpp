@@ -178,6 +178,9 @@ private Q_SLOTS:
         QVERIFY(listed.size() == 1 && listed.first().name() == "hall"_s && listed.first().serialNumber() == "00:11"_s);
         host.device = makeDevice("hall"_s);
         QVERIFY(host.connect());
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        QCOMPARE(host.device->deviceInfo().name(), "hall"_s);
+#endif
         QVERIFY(!makeDevice("hell"_s));
         QTRY_COMPARE(host.bus.baudrate(), 125U);
     }
@@ -196,7 +199,10 @@ private Q_SLOTS:
                                      "ConnectedState written"_s));
     }
 
-    void sameGatewayAgainAtOnce_data() { rows({"notices the close late", "stays taken"}); }
+    void sameGatewayAgainAtOnce_data()
+    {
+        rows({"notices the close late", "stays taken"});
+    }
     void sameGatewayAgainAtOnce()
     {
         static std::atomic<int> s_refused;

@@ -95,13 +95,29 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_mode
     if (m_model->baudrate() != 0) { // else the gateway keeps its own
         QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
-    setResetControllerFunction([this] { m_interface ? m_interface->reset() : void(); });
-    setCanBusStatusGetter([this] { return status().isConnected() ? m_busStatus : CanBusStatus::Unknown; });
+}
+
+QCanBusDeviceInfo CT93CanDevice::infoOf(const QString& name, const QString& interfaceId, const QString& description)
+{
+    return createDeviceInfo(QStringLiteral("t93canbus"), name, interfaceId, description, QString(), 0, false, false);
+}
+
+QCanBusDeviceInfo CT93CanDevice::deviceInfo() const
+{
+    const Cim::CCommonInfo& info = m_model->commonInfo();
+    return infoOf(info.uniqueName(), info.interfaceId(), info.description());
+}
+
+void CT93CanDevice::resetController()
+{
+    if (m_interface) {
+        m_interface->reset();
+    }
 }
 
 // ---- Configuration ----
 
-void CT93CanDevice::setConfigurationParameter(int key, const QVariant& value)
+void CT93CanDevice::setConfigurationParameter(CanBus::ConfigurationKey key, const QVariant& value)
 {
     QString refusal;
     if (key == CanFdKey && value.toBool()) {
