@@ -178,6 +178,9 @@ private Q_SLOTS:
         QVERIFY(listed.size() == 1 && listed.first().name() == "hall"_s && listed.first().serialNumber() == "00:11"_s);
         host.device = makeDevice("hall"_s);
         QVERIFY(host.connect());
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        QCOMPARE(host.device->deviceInfo().name(), "hall"_s);
+#endif
         QVERIFY(!makeDevice("hell"_s));
         QTRY_COMPARE(host.bus.baudrate(), 125U);
     }
@@ -196,7 +199,10 @@ private Q_SLOTS:
                                      "ConnectedState written"_s));
     }
 
-    void sameGatewayAgainAtOnce_data() { rows({"notices the close late", "stays taken"}); }
+    void sameGatewayAgainAtOnce_data()
+    {
+        rows({"notices the close late", "stays taken"});
+    }
     void sameGatewayAgainAtOnce()
     {
         static std::atomic<int> s_refused;
@@ -242,7 +248,7 @@ private Q_SLOTS:
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));
     }
 
-    void busOffUntilReset()
+    void busOffUntilResetOrSilence()
     {
         using Status = Device::CanBusStatus;
         SDevice host;
@@ -256,10 +262,14 @@ private Q_SLOTS:
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
         QTRY_VERIFY(isReset && host.device->busStatus() == Status::Good);
+        host.gateway.sendStatus(0x08);
+        QTRY_COMPARE(host.device->busStatus(), Status::BusOff);
         host.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
         QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
         QCOMPARE(host.device->state(), Device::ConnectedState);
+        host.bus.send(message(1)); // heard again: it may have been switched off meanwhile
+        QTRY_COMPARE(host.device->busStatus(), Status::Good);
     }
 
     void anythingInASlot_data()

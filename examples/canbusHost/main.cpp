@@ -3,6 +3,7 @@
 #include <QCanBusDevice>
 #include <QCoreApplication>
 #include <QTextStream>
+#include <QVariant>
 
 #include <memory>
 

@@ -5,7 +5,6 @@
 #include "apps/host/interfaceStore.h"
 #include "cim/canInterfacePlugin.h"
 
-#include <QCanBusFactoryV2>
 #include <QFile>
 #include <QPluginLoader>
 
@@ -59,11 +58,11 @@ Result<Interface> createInterface(const QString& name)
 }
 } // namespace
 
-class CT93CanFactory : public QObject, public QCanBusFactoryV2
+class CT93CanFactory : public QObject, public CANBUS_FACTORY
 {
     Q_OBJECT
     Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QCanBusFactory" FILE "t93canbus.json")
-    Q_INTERFACES(QCanBusFactoryV2)
+    Q_INTERFACES(CANBUS_FACTORY)
 
 public:
     QCanBusDevice* createDevice(const QString& interfaceName, QString* errorMessage) const override
@@ -82,9 +81,8 @@ public:
         SStore stored;
         for (const QString& name : stored.names()) {
             const Apps::Settings settings = stored.settings(name);
-            devices.append(CT93CanDevice::createDeviceInfo(name, settings.value(Apps::StoreKey::INTERFACE_ID),
-                                                           settings.value(Apps::StoreKey::DESCRIPTION), 0, false,
-                                                           false));
+            devices.append(CT93CanDevice::infoOf(name, settings.value(Apps::StoreKey::INTERFACE_ID),
+                                                 settings.value(Apps::StoreKey::DESCRIPTION)));
         }
         return devices;
     }

@@ -42,8 +42,9 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
-/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets none.
-/// All other lines go on to the handler that the program has. Stays from the first need to the end of this library.
+/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets
+/// none. All other lines go on to the handler that the program has. Stays from the first need to the end of this
+/// library.
 class CLogFilter
 {
 public:
@@ -94,13 +95,29 @@ CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_mode
     if (m_model->baudrate() != 0) { // else the gateway keeps its own
         QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
-    setResetControllerFunction([this] { m_interface ? m_interface->reset() : void(); });
-    setCanBusStatusGetter([this] { return status().isConnected() ? m_busStatus : CanBusStatus::Unknown; });
+}
+
+QCanBusDeviceInfo CT93CanDevice::infoOf(const QString& name, const QString& interfaceId, const QString& description)
+{
+    return createDeviceInfo(QStringLiteral("t93canbus"), name, interfaceId, description, QString(), 0, false, false);
+}
+
+QCanBusDeviceInfo CT93CanDevice::deviceInfo() const
+{
+    const Cim::CCommonInfo& info = m_model->commonInfo();
+    return infoOf(info.uniqueName(), info.interfaceId(), info.description());
+}
+
+void CT93CanDevice::resetController()
+{
+    if (m_interface) {
+        m_interface->reset();
+    }
 }
 
 // ---- Configuration ----
 
-void CT93CanDevice::setConfigurationParameter(int key, const QVariant& value)
+void CT93CanDevice::setConfigurationParameter(CanBus::ConfigurationKey key, const QVariant& value)
 {
     QString refusal;
     if (key == CanFdKey && value.toBool()) {
@@ -204,6 +221,8 @@ void CT93CanDevice::onStatus()
         m_isLost = false;
         m_busStatus = CanBusStatus::Good;
         setState(ConnectedState);
+    } else if (status.connection == Apps::EConnection::eSilent) {
+        m_busStatus = CanBusStatus::Good; // when heard again: it may have been switched off
     } else if (status.connection == Apps::EConnection::eClosed) {
         const QPointer<QObject> opening = m_opening;
         setError(status.reason, status.code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);

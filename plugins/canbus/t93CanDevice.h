@@ -1,8 +1,8 @@
 #pragma once
 
 #include "apps/host/interfaceInUse.h"
+#include "plugins/canbus/serialBus.h"
 
-#include <QCanBusDevice>
 #include <QPointer>
 
 #include <memory>
@@ -16,7 +16,7 @@ namespace vexmor::CanBus
 /// It may be disconnected, connected again and deleted in a slot on any of its signals; but not deleted on the two
 /// changes of state that Qt's own `connectDevice` and `disconnectDevice` make before they go on, to ConnectingState of
 /// one that was unconnected, and to ClosingState: there `deleteLater`.
-class CT93CanDevice : public QCanBusDevice
+class CT93CanDevice : public CSerialBusDevice
 {
     Q_OBJECT
     /// So many received frames may wait to be read; what finds no room is dropped, of which an error tells once until
@@ -34,11 +34,16 @@ public:
     explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model);
     ~CT93CanDevice() override { leave(); }
 
-    using QCanBusDevice::createDeviceInfo;
+    /// Describes a gateway.
+    static QCanBusDeviceInfo infoOf(const QString& name, const QString& interfaceId, const QString& description);
 
-    void setConfigurationParameter(int key, const QVariant& value) override;
+    void setConfigurationParameter(CanBus::ConfigurationKey key, const QVariant& value) override;
     bool writeFrame(const QCanBusFrame& frame) override;
+    void resetController() override;
+    bool hasBusStatus() const override { return true; }
+    CanBusStatus busStatus() override { return status().isConnected() ? m_busStatus : CanBusStatus::Unknown; }
     QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 gives none
+    QCanBusDeviceInfo deviceInfo() const override;
 
     qlonglong droppedFrames() const { return m_droppedFrames; }
     QString connection() const { return Apps::connectionTextWithReason(status()); }

@@ -1,0 +1,53 @@
+#pragma once
+
+// What differs between the CAN bus API of Qt 5.15 and that of Qt 6. The backend is written for Qt 6.
+
+#include <QCanBusDevice>
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+#include <QCanBusFactoryV2>
+#define CANBUS_FACTORY QCanBusFactoryV2
+#else
+#include <QCanBusFactory>
+#define CANBUS_FACTORY QCanBusFactory
+#endif
+
+namespace vexmor::CanBus
+{
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+
+using ConfigurationKey = int;
+
+/// Has the operations of Qt 6 that are functions to be set, or missing, in Qt 5.
+class CSerialBusDevice : public QCanBusDevice
+{
+public:
+    CSerialBusDevice()
+    {
+        setResetControllerFunction([this] { resetController(); });
+        setCanBusStatusGetter([this] { return busStatus(); });
+    }
+    virtual void resetController() = 0;
+    virtual bool hasBusStatus() const = 0;
+    virtual CanBusStatus busStatus() = 0;
+    virtual QCanBusDeviceInfo deviceInfo() const = 0;
+
+protected:
+    static QCanBusDeviceInfo createDeviceInfo(const QString& /*plugin*/, const QString& name,
+                                              const QString& serialNumber, const QString& description,
+                                              const QString& /*alias*/, int channel, bool isVirtual,
+                                              bool isFlexibleDataRateCapable)
+    {
+        return QCanBusDevice::createDeviceInfo(name, serialNumber, description, channel, isVirtual,
+                                               isFlexibleDataRateCapable);
+    }
+};
+
+#else
+
+using ConfigurationKey = QCanBusDevice::ConfigurationKey;
+using CSerialBusDevice = QCanBusDevice;
+
+#endif
+
+} // namespace vexmor::CanBus
