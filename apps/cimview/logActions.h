@@ -22,7 +22,9 @@ public:
     CLogActions(CWorkbench& workbench, QWidget* window);
 
     /// For a menu.
-    QList<QAction*> actions() const { return {m_load, m_save, m_record, m_replay}; }
+    QList<QAction*> actions() const { return {m_load, m_save, m_record, m_replay, m_direction}; }
+    /// Whether lines that are written name the direction, R or T; other programs may not read these.
+    QAction& directionAction() { return *m_direction; }
     /// Shows a log in place of the trace, once it is read; live messages wait then, as in a pause.
     void load(const QString& path);
     /// Asks the user whether live messages of the trace that are not saved may be discarded; true also when all are
@@ -32,6 +34,7 @@ public:
 private:
     void chooseLoad();
     void chooseSave();
+    void save(const QString& path);
     void chooseRecord(bool start);
     void chooseReplay(bool start);
     void setBusy(bool busy);
@@ -43,9 +46,12 @@ private:
     QAction* m_save;
     QAction* m_record;
     QAction* m_replay;
+    QAction* m_direction;
     CLogLoader m_loader;
     CLogSaver m_saver;
     CLogReplay m_player;
+    std::uint64_t m_settles = 0; ///< live messages that are all saved when the present saving has ended
+    QString m_savedNote;         ///< the event of its success
 };
 
 } // namespace vexmor::Apps::Cimview

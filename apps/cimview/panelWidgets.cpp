@@ -1,9 +1,12 @@
 #include "apps/cimview/panelWidgets.h"
 
+#include "apps/cimview/colours.h"
+
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QTableView>
 #include <QToolBar>
@@ -104,6 +107,15 @@ QLabel* makeLabel(const QString& text, QWidget* field)
     auto* const label = new QLabel(text, field->parentWidget());
     label->setBuddy(field);
     return label;
+}
+
+void markWrong(QLineEdit& field, bool isWrong)
+{
+    QPalette colours;
+    if (isWrong) {
+        colours.setColor(QPalette::Text, WRONG_TEXT);
+    }
+    field.setPalette(colours);
 }
 
 } // namespace vexmor::Apps::Cimview
