@@ -22,9 +22,18 @@ void CIdentifierModel::append(const std::vector<SBusRecord>& records)
 {
     for (const SBusRecord& record : records) {
         SRow& row = rowFor(record);
-        if (row.count > 0) {
-            addPeriod(row, record);
-            markChanges(row, record);
+        if (isPeriod(row, record)) {
+            const auto distance = static_cast<double>(record.microseconds - row.last.microseconds);
+            const bool isFirst = row.periodMicroseconds <= 0;
+            row.periodMicroseconds += (distance - row.periodMicroseconds) * (isFirst ? 1 : NEWEST_WEIGHT);
+            row.leastMicroseconds = isFirst ? distance : std::min(row.leastMicroseconds, distance);
+            row.greatestMicroseconds = isFirst ? distance : std::max(row.greatestMicroseconds, distance);
+        }
+        for (unsigned int i = 0; row.count > 0 && i < record.message.length(); ++i) {
+            const bool isNew = i >= row.last.message.length();
+            if (isNew || record.message.data()[i] != row.last.message.data()[i]) {
+                row.changedAt[i] = record.microseconds;
+            }
         }
         row.last = record;
         row.rate.add(record.microseconds);
@@ -37,27 +46,11 @@ void CIdentifierModel::append(const std::vector<SBusRecord>& records)
     }
 }
 
-void CIdentifierModel::addPeriod(SRow& row, const SBusRecord& next) const
+/// True when the time from the last message of a row to the next is a period: nothing came between them.
+bool CIdentifierModel::isPeriod(const SRow& row, const SBusRecord& next) const
 {
     const auto interruption = m_interruptions.find(next.source);
-    if (interruption != m_interruptions.end() && interruption->second > row.last.microseconds) {
-        return;
-    }
-    const auto distance = static_cast<double>(next.microseconds - row.last.microseconds);
-    const bool isFirst = row.periodMicroseconds <= 0;
-    row.periodMicroseconds += (distance - row.periodMicroseconds) * (isFirst ? 1 : NEWEST_WEIGHT);
-    row.leastMicroseconds = isFirst ? distance : std::min(row.leastMicroseconds, distance);
-    row.greatestMicroseconds = isFirst ? distance : std::max(row.greatestMicroseconds, distance);
-}
-
-void CIdentifierModel::markChanges(SRow& row, const SBusRecord& next) const
-{
-    for (unsigned int i = 0; i < next.message.length(); ++i) {
-        const bool isNew = i >= row.last.message.length();
-        if (isNew || next.message.data()[i] != row.last.message.data()[i]) {
-            row.changedAt[i] = next.microseconds;
-        }
-    }
+    return row.count > 0 && (interruption == m_interruptions.end() || interruption->second <= row.last.microseconds);
 }
 
 void CIdentifierModel::setNow(std::int64_t microseconds)
@@ -111,16 +104,10 @@ std::optional<double> CIdentifierModel::numberIn(const SRow& row, int column) co
     if (row.periodMicroseconds <= 0) {
         return std::nullopt;
     }
-    switch (column) {
-    case ePeriod:
-        return row.periodMicroseconds / MICROSECONDS_PER_MS;
-    case eLeast:
-        return row.leastMicroseconds / MICROSECONDS_PER_MS;
-    case eGreatest:
-        return row.greatestMicroseconds / MICROSECONDS_PER_MS;
-    default:
-        return std::nullopt;
-    }
+    const double microseconds = column == ePeriod  ? row.periodMicroseconds
+                                : column == eLeast ? row.leastMicroseconds
+                                                   : row.greatestMicroseconds;
+    return microseconds / MICROSECONDS_PER_MS;
 }
 
 int CIdentifierModel::changedBytes(const SRow& row) const
@@ -148,7 +135,7 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
         return changedBytes(row);
     }
     const bool isNumber = index.column() >= eCount && index.column() <= eGreatest;
-    const std::optional<double> number = numberIn(row, index.column());
+    const std::optional<double> number = isNumber ? numberIn(row, index.column()) : std::nullopt;
     if (role == SORT_ROLE && isNumber) {
         return number.value_or(-1);
     }
@@ -158,6 +145,9 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     if (role != Qt::DisplayRole && role != SORT_ROLE) {
         return {};
     }
+    if (isNumber) {
+        return number ? QString::number(*number, 'f', index.column() == eCount ? 0 : 1) : QString();
+    }
     switch (index.column()) {
     case eId:
         return idText(row.last.message);
@@ -165,13 +155,6 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
         return m_names.name(row.last.source);
     case eDirection:
         return directionText(row.last.sent);
-    case eCount:
-        return static_cast<qulonglong>(row.count);
-    case eRate:
-    case ePeriod:
-    case eLeast:
-    case eGreatest:
-        return number ? QString::number(*number, 'f', 1) : QString();
     case eLength:
         return row.last.message.length();
     case eData:

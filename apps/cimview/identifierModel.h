@@ -75,11 +75,10 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const SBusRecord& record);
-    /// The number in a column; nothing where the cell is empty.
+    /// The number in a column of numbers; nothing where the cell is empty.
     std::optional<double> numberIn(const SRow& row, int column) const;
     SRow& rowFor(const SBusRecord& record);
-    void addPeriod(SRow& row, const SBusRecord& next) const;
-    void markChanges(SRow& row, const SBusRecord& next) const;
+    bool isPeriod(const SRow& row, const SBusRecord& next) const;
     int changedBytes(const SRow& row) const;
     void rowsChanged();
 

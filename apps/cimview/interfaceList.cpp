@@ -181,11 +181,8 @@ Failure CInterfaceList::sendObstacle(const QString& name) const
 
 Failure CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
 {
-    Failure failure = sendObstacle(name);
-    if (!failure) {
-        at(rowOf(name)).send(message);
-    }
-    return failure;
+    const int row = rowOf(name);
+    return row < 0 ? sendObstacle(name) : at(row).send(message);
 }
 
 SEvent CInterfaceList::eventOf(const SErrorRecord& error) const

@@ -40,7 +40,7 @@ public:
     QStringList openNames() const;
     /// Why nothing can be sent on an interface; otherwise nothing.
     Failure sendObstacle(const QString& name) const;
-    /// Sends a message, unless there is an obstacle. A refusal by the interface is an event.
+    /// Sends a message, unless there is an obstacle.
     Failure send(const QString& name, const Cim::CCanMessage& message) const;
     /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;

@@ -182,10 +182,9 @@ void CInterfacePanel::configure()
 void CInterfacePanel::confirmBitRate(const QString& name, int rate)
 {
     QMessageBox box(QMessageBox::Question, tr("Baud rate"),
-                    tr("So far, %1 leaves the baud rate of the bus as the gateway has it. The dialog has no entry for "
-                       "this and made it %2 kbit/s. Setting a rate disturbs a bus that runs at another one.")
-                        .arg(name)
-                        .arg(rate),
+                    tr("%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. "
+                       "Set this rate? It disturbs a bus that runs at another one.")
+                        .arg(name, QString::number(rate)),
                     QMessageBox::NoButton, this);
     QPushButton* const leave = box.addButton(tr("&Leave the gateway's rate"), QMessageBox::RejectRole);
     const QPushButton* const set = box.addButton(tr("&Set %1 kbit/s").arg(rate), QMessageBox::AcceptRole);

@@ -42,9 +42,13 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
         const QString note = tr("%1 messages loaded; live messages wait until the pause ends.").arg(count);
         report(count > 0 ? note : QString(), problem);
     });
-    connect(&m_saver, &CLogSaver::finished, this, [this, &feed](quint64 /*count*/, const QString& problem) {
-        feed.markSaved(problem.isEmpty() ? m_settles : 0);
-        report(problem.isEmpty() ? m_savedNote : QString(), problem);
+    connect(&m_saver, &CLogSaver::finished, this, [this, &feed](quint64 count, const QString& problem) {
+        const bool isWhole = count == m_messages;
+        feed.markSaved(isWhole ? m_liveBefore : 0);
+        const QString note = isWhole
+                                 ? tr("%1 messages saved.").arg(count)
+                                 : tr("%1 of %2 messages saved: only those that are shown.").arg(count).arg(m_messages);
+        report(problem.isEmpty() ? note : QString(), problem);
     });
     connect(&m_workbench.recorder(), &CLogRecorder::ended, this, [this] { m_record->setChecked(false); });
     connect(&m_player, &CLogReplay::finished, this, [this](quint64 count) {
@@ -79,22 +83,13 @@ void CLogActions::chooseSave()
 {
     const QString path = QFileDialog::getSaveFileName(m_window, tr("Save log"), QString(), fileTypes());
     if (!path.isEmpty()) {
-        save(path);
+        CMessageFeed& feed = m_workbench.feed();
+        m_liveBefore = feed.liveCount();
+        m_messages = feed.trace().size() + feed.waitingCount();
+        setBusy(true);
+        // Without those that a filter hides or a pause holds back.
+        m_saver.save(path, feed.trace().records(), m_direction->isChecked());
     }
-}
-
-/// Saves the messages that are shown. Those that a filter hides or a pause holds back are not saved.
-void CLogActions::save(const QString& path)
-{
-    CMessageFeed& feed = m_workbench.feed();
-    std::vector<SBusRecord> records = feed.trace().records();
-    const std::size_t count = feed.trace().size() + feed.waitingCount();
-    const bool isWhole = records.size() == count;
-    m_settles = isWhole ? feed.liveCount() : 0;
-    m_savedNote = isWhole ? tr("%1 messages saved.").arg(count)
-                          : tr("%1 of %2 messages saved: only those that are shown.").arg(records.size()).arg(count);
-    setBusy(true);
-    m_saver.save(path, std::move(records), m_direction->isChecked());
 }
 
 void CLogActions::chooseRecord(bool start)

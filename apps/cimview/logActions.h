@@ -34,7 +34,6 @@ public:
 private:
     void chooseLoad();
     void chooseSave();
-    void save(const QString& path);
     void chooseRecord(bool start);
     void chooseReplay(bool start);
     void setBusy(bool busy);
@@ -50,8 +49,8 @@ private:
     CLogLoader m_loader;
     CLogSaver m_saver;
     CLogReplay m_player;
-    std::uint64_t m_settles = 0; ///< live messages that are all saved when the present saving has ended
-    QString m_savedNote;         ///< the event of its success
+    std::uint64_t m_liveBefore = 0; ///< number of live messages when the present saving began
+    std::size_t m_messages = 0;     ///< number of messages then, shown or not
 };
 
 } // namespace vexmor::Apps::Cimview

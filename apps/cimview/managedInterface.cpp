@@ -41,11 +41,13 @@ Failure CManagedInterface::sendObstacle() const
     return {};
 }
 
-void CManagedInterface::send(const Cim::CCanMessage& message)
+Failure CManagedInterface::send(const Cim::CCanMessage& message)
 {
-    if (!sendObstacle()) {
+    Failure failure = sendObstacle();
+    if (!failure) {
         m_inUse->send(message);
     }
+    return failure;
 }
 
 void CManagedInterface::setCyclic(int key, const Cim::CCanMessage& message, int milliseconds)
@@ -54,10 +56,9 @@ void CManagedInterface::setCyclic(int key, const Cim::CCanMessage& message, int 
         return;
     }
     m_inUse->setCyclic(key, message, milliseconds);
+    m_cyclic.erase(key);
     if (milliseconds > 0) {
         m_cyclic.insert(key);
-    } else {
-        m_cyclic.erase(key);
     }
 }
 
@@ -112,8 +113,8 @@ void CManagedInterface::noteConnection()
     } else if (m_shown == EConnection::eSilent && m_wasUnreachable) { // a lost link is an error of the interface
         report({tr("The gateway does not answer any more.")});
     } else if (m_wasOpen && wasUnreachable && !m_wasUnreachable) {
-        const QString sending =
-            m_cyclic.empty() ? QString() : tr(" Messages that are sent to it cyclically: %1").arg(m_cyclic.size());
+        const auto count = m_cyclic.size();
+        const QString sending = count == 0 ? QString() : tr(" Cyclic messages that are sent to it: %1").arg(count);
         Q_EMIT eventRaised(eventNow(EEvent::eNote, tr("The gateway is back.") + sending, name()));
     }
 }

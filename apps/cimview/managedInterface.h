@@ -43,8 +43,8 @@ public:
     /// Why nothing can be sent on it: it is not open, or no gateway has answered since it was opened. Otherwise
     /// nothing.
     Failure sendObstacle() const;
-    /// Hands over a message to be sent, unless there is an obstacle; it may still be refused.
-    void send(const Cim::CCanMessage& message);
+    /// Hands over a message to be sent, unless there is an obstacle; it may still be refused, which is an event.
+    Failure send(const Cim::CCanMessage& message);
     /// Sends a message every so many milliseconds, until the interface is closed; 0 ends that.
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
 

@@ -6,7 +6,6 @@
 #include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMenu>
 #include <QTableView>
 #include <QToolBar>
@@ -109,13 +108,14 @@ QLabel* makeLabel(const QString& text, QWidget* field)
     return label;
 }
 
-void markWrong(QLineEdit& field, bool isWrong)
+void markWrong(QWidget& widget, bool isWrong)
 {
     QPalette colours;
     if (isWrong) {
         colours.setColor(QPalette::Text, WRONG_TEXT);
+        colours.setColor(QPalette::WindowText, WRONG_TEXT);
     }
-    field.setPalette(colours);
+    widget.setPalette(colours);
 }
 
 } // namespace vexmor::Apps::Cimview

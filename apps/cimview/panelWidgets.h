@@ -8,9 +8,9 @@
 
 class QAbstractItemModel;
 class QLabel;
-class QLineEdit;
 class QTableView;
 class QToolBar;
+class QWidget;
 
 /// Parts that several panels are made of.
 namespace vexmor::Apps::Cimview
@@ -30,8 +30,8 @@ QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 /// The label of a field; the letter behind & sets the focus to the field.
 QLabel* makeLabel(const QString& text, QWidget* field);
 
-/// Shows the text of a field in the colour of what makes no sense, or as usual.
-void markWrong(QLineEdit& field, bool isWrong);
+/// Shows the text of a field or label in the colour of what makes no sense, or as usual.
+void markWrong(QWidget& widget, bool isWrong = true);
 
 /// An action that belongs to `owner` and calls `act` when the user triggers it.
 template <typename Owner, typename Act>

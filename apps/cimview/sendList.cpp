@@ -64,16 +64,6 @@ void CSendList::stopAllBut(const QStringList& interfaces)
     }
 }
 
-bool CSendList::start(int row)
-{
-    if (m_obstacle) {
-        Q_EMIT refused(m_obstacle->text);
-        return false;
-    }
-    setSentOn(row, m_target);
-    return true;
-}
-
 void CSendList::setSentOn(int row, const QString& interface)
 {
     SSendItem& changed = m_items[static_cast<std::size_t>(row)];
@@ -82,11 +72,8 @@ void CSendList::setSentOn(int row, const QString& interface)
         return;
     }
     Q_EMIT dataChanged(index(row, eCyclic), index(row, eSentOn));
-    if (interface.isEmpty()) {
-        Q_EMIT cyclicChanged(changed.key, before, changed.message, 0);
-    } else {
-        Q_EMIT cyclicChanged(changed.key, interface, changed.message, changed.milliseconds);
-    }
+    const bool ends = interface.isEmpty();
+    Q_EMIT cyclicChanged(changed.key, ends ? before : interface, changed.message, ends ? 0 : changed.milliseconds);
 }
 
 void CSendList::load(QSettings& settings)
@@ -124,14 +111,10 @@ Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
         return QAbstractTableModel::flags(index);
     }
     const Qt::ItemFlags common = QAbstractTableModel::flags(index);
-    switch (index.column()) {
-    case eCyclic:
-        return common | Qt::ItemIsUserCheckable;
-    case eSentOn:
+    if (index.column() == eSentOn) {
         return common;
-    default:
-        return common | Qt::ItemIsEditable;
     }
+    return common | (index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable);
 }
 
 QVariant CSendList::data(const QModelIndex& index, int role) const
@@ -162,10 +145,12 @@ QVariant CSendList::data(const QModelIndex& index, int role) const
 bool CSendList::setData(const QModelIndex& index, const QVariant& value, int role)
 {
     if (role == Qt::CheckStateRole && index.column() == eCyclic) {
-        if (value.toInt() == Qt::Checked) {
-            return start(index.row());
+        const bool starts = value.toInt() == Qt::Checked;
+        if (starts && m_obstacle) {
+            Q_EMIT refused(m_obstacle->text);
+            return false;
         }
-        setSentOn(index.row(), QString());
+        setSentOn(index.row(), starts ? m_target : QString());
         return true;
     }
     if (role != Qt::EditRole) {

@@ -65,7 +65,6 @@ private:
     std::size_t shownRows() const override { return m_items.size(); }
     Failure edit(SSendItem& item, int column, const QString& text);
     void setSentOn(int row, const QString& interface);
-    bool start(int row);
 
     std::vector<SSendItem> m_items;
     QString m_target;

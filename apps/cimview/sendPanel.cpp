@@ -57,6 +57,7 @@ void CSendPanel::makeWidgets()
     setUpTable(*m_table, m_workbench.sendList(),
                {QString(), QStringLiteral("Some interface 1"), QStringLiteral("7FF"),
                 QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
+    markWrong(*m_problem);
     m_problem->setWordWrap(true);
     m_problem->setObjectName(QStringLiteral("Problem"));
 }

@@ -427,8 +427,8 @@
         <translation>Baudrate</translation>
     </message>
     <message>
-        <source>So far, %1 leaves the baud rate of the bus as the gateway has it. The dialog has no entry for this and made it %2 kbit/s. Setting a rate disturbs a bus that runs at another one.</source>
-        <translation>Bisher lässt %1 die Baudrate des Busses, wie das Gateway sie hat. Der Dialog hat dafür keinen Eintrag und hat daraus %2 kbit/s gemacht. Eine Rate zu setzen stört einen Bus, der mit einer anderen läuft.</translation>
+        <source>%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. Set this rate? It disturbs a bus that runs at another one.</source>
+        <translation>%1 lässt die Baudrate des Busses bisher, wie das Gateway sie hat. Der Dialog hat daraus %2 kbit/s gemacht. Soll diese Rate gesetzt werden? Sie stört einen Bus, der mit einer anderen läuft.</translation>
     </message>
     <message>
         <source>&amp;Leave the gateway&apos;s rate</source>
@@ -647,8 +647,8 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Das Gateway antwortet nicht mehr.</translation>
     </message>
     <message>
-        <source> Messages that are sent to it cyclically: %1</source>
-        <translation> Nachrichten, die zyklisch an es gesendet werden: %1</translation>
+        <source> Cyclic messages that are sent to it: %1</source>
+        <translation> Zyklisch gesendete Nachrichten: %1</translation>
     </message>
 </context>
 <context>
