@@ -28,13 +28,20 @@ struct SWindow : SGateway {
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
     EConnection state(const QString& name) { return at(name).status().connection; }
+    void add(const QString& name, std::uint16_t port, const Settings& more = {{StoreKey::BAUDRATE, "500"_s}})
+    {
+        Settings settings{{StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}};
+        for (auto entry = more.begin(); entry != more.end(); ++entry) {
+            settings.insert(entry.key(), *entry);
+        }
+        (void)list().add(name, settings, false);
+    }
     void open(const QString& name, std::uint16_t port)
     {
-        const Settings settings{
-            {StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}, {StoreKey::BAUDRATE, "500"_s}};
-        (void)list().add(name, settings, false);
+        add(name, port);
         at(name).open();
     }
+    SEvent lastEvent() { return workbench.events().eventAt(workbench.events().rowCount() - 1); }
     bool openAndWait(const QString& name, const CSimGateway& peer)
     {
         open(name, peer.port());
@@ -154,11 +161,13 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 3);
+        run.bus.send(message(0x123));
+        QTRY_COMPARE(run.trace().rowCount(), 1);
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot come back
         run.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EConnection::eLost);
         QTRY_COMPARE(events.unread(), 4);
-        const SEvent& lost = events.eventAt(events.rowCount() - 1);
+        const SEvent lost = run.lastEvent();
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
         QVERIFY(lost.text.startsWith("TCP connection lost."_s));
@@ -166,13 +175,17 @@ private Q_SLOTS:
         run.list().send(HALL, message(0x100)); // refused with a code, counted in one row
         run.list().send(HALL, message(0x100));
         QTRY_COMPARE(events.unread(), 6);
-        QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
+        QCOMPARE(run.lastEvent().number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->findChild<QDockWidget*>("Events"_s)->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
         run.gateway.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
-        QCOMPARE(events.eventAt(events.rowCount() - 1).text, "The gateway is back."_s);
+        QCOMPARE(run.lastEvent().text, "The gateway is back."_s);
+        run.bus.send(message(0x123));
+        QTRY_COMPARE(run.trace().rowCount(), 2);
+        const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
+        QCOMPARE(identifiers.index(0, CIdentifierModel::eGreatest).data(), QVariant(QString())); // it was an outage
     }
 
     void endsCleanly_data() { rows({"busy", "scan"}); }
@@ -277,10 +290,7 @@ private Q_SLOTS:
         QTRY_VERIFY(sent.size() > 10);
         QCOMPARE(sent.last(), message(0x97, hex("0AFF12")));
         run.gateway.dropLinks();
-        const auto lastEvent = [&run] {
-            return run.workbench.events().eventAt(run.workbench.events().rowCount() - 1).text;
-        };
-        QTRY_COMPARE(lastEvent(), "The gateway is back. Cyclic messages that are sent to it: 1"_s);
+        QTRY_COMPARE(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s);
 
         // With another interface open, nothing goes there unasked.
         SGateway other;
@@ -303,11 +313,7 @@ private Q_SLOTS:
         SWindow run;
         QTcpServer webServer;
         webServer.listen(QHostAddress(QHostAddress::LocalHost));
-        (void)run.list().add(HALL,
-                             {{StoreKey::ADDRESS, "127.0.0.1"_s},
-                              {StoreKey::PORT, QString::number(webServer.serverPort())},
-                              {StoreKey::PROTOCOL, QString::fromLatin1(rowName())}},
-                             false);
+        run.add(HALL, webServer.serverPort(), {{StoreKey::PROTOCOL, QString::fromLatin1(rowName())}});
         run.at(HALL).open();
         QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
@@ -318,6 +324,21 @@ private Q_SLOTS:
         run.at(HALL).close();
         QTRY_COMPARE(run.state(HALL), EConnection::eClosed);
         QCOMPARE(run.trace().size(), std::size_t(0));
+    }
+
+    void silenceOverUdpIsReported()
+    {
+        SWindow run;
+        run.add(HALL, run.gateway.port(),
+                {{StoreKey::PROTOCOL, "UDP"_s}, {StoreKey::POLL_TIME, "100"_s}, {StoreKey::BAUDRATE, "500"_s}});
+        run.at(HALL).open();
+        const QModelIndex load = run.list().index(0, CInterfaceList::eBusload);
+        QTRY_COMPARE(load.data().toString(), "0 %"_s);
+        run.gateway.setFaults(faulty(&SSimFaults::mute));
+        QTRY_COMPARE(run.lastEvent().text, "The gateway does not answer any more."_s);
+        QCOMPARE(load.data().toString(), QString());
+        run.gateway.setFaults({});
+        QTRY_COMPARE(run.lastEvent().text, "The gateway is back."_s);
     }
 
     void dialogLeavesTheGatewaysBitRate_data()
@@ -334,11 +355,7 @@ private Q_SLOTS:
         connect(&run.gateway, &CSimGateway::requestReceived, this, [&set](int command, const QByteArray& payload) {
             command == RM_CMD_CAN_BAUD_RATE ? set.append(payload) : void();
         });
-        (void)run.list().add(HALL,
-                             {{StoreKey::ADDRESS, "127.0.0.1"_s},
-                              {StoreKey::PORT, QString::number(run.gateway.port())},
-                              {StoreKey::BAUDRATE, GATEWAYS_BIT_RATE}},
-                             false);
+        run.add(HALL, run.gateway.port(), {{StoreKey::BAUDRATE, GATEWAYS_BIT_RATE}});
         run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectRow(0);
         run.press(cell<std::vector<Qt::Key>>("keys"));
         run.window->interfacePanel().configure();
@@ -399,10 +416,8 @@ private Q_SLOTS:
         QTRY_VERIFY(run.workbench.feed().isUnsaved());
         run.trace().setMatcher(CMessageMatcher(*readFilters("123"_s)));
         accept("fileNameEdit", m_folder.filePath("part.log"_s));
-        const int events = run.workbench.events().rowCount();
         run.find<QAction>("&Save log ...")->trigger();
-        QTRY_COMPARE(run.workbench.events().rowCount(), events + 1);
-        QCOMPARE(run.workbench.events().eventAt(events).text, "2 of 5 messages saved: only those that are shown."_s);
+        QTRY_COMPARE(run.lastEvent().text, "2 of 5 messages saved: only those that are shown."_s);
         QVERIFY(run.workbench.feed().isUnsaved());
     }
 

@@ -114,7 +114,7 @@ void CManagedInterface::noteConnection()
         report({tr("The gateway does not answer any more.")});
     } else if (m_wasOpen && wasUnreachable && !m_wasUnreachable) {
         const auto count = m_cyclic.size();
-        const QString sending = count == 0 ? QString() : tr(" Cyclic messages that are sent to it: %1").arg(count);
+        const QString sending = count == 0 ? QString() : tr(" Sent cyclically: %1").arg(count);
         Q_EMIT eventRaised(eventNow(EEvent::eNote, tr("The gateway is back.") + sending, name()));
     }
 }

@@ -647,8 +647,8 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Das Gateway antwortet nicht mehr.</translation>
     </message>
     <message>
-        <source> Cyclic messages that are sent to it: %1</source>
-        <translation> Zyklisch gesendete Nachrichten: %1</translation>
+        <source> Sent cyclically: %1</source>
+        <translation> Zyklisch gesendet: %1</translation>
     </message>
 </context>
 <context>
