@@ -303,6 +303,7 @@ private Q_SLOTS:
         QVERIFY2(problem->text().contains(HALL), qPrintable(problem->text()));
         run.list().send(STAGE, message(0x555)); // a mark behind what must not be sent
         QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
+        QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // it accepts one connection at a time
         run.at(HALL).open();
         QTRY_COMPARE(sendCyclically(), HALL);
     }
