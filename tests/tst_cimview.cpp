@@ -1,3 +1,6 @@
+#include "InterfaceT93/rmFrame.h"
+#include "apps/cimview/colours.h"
+#include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
@@ -25,13 +28,20 @@ struct SWindow : SGateway {
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
     EConnection state(const QString& name) { return at(name).status().connection; }
+    void add(const QString& name, std::uint16_t port, const Settings& more = {{StoreKey::BAUDRATE, "500"_s}})
+    {
+        Settings settings{{StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}};
+        for (auto entry = more.begin(); entry != more.end(); ++entry) {
+            settings.insert(entry.key(), *entry);
+        }
+        (void)list().add(name, settings, false);
+    }
     void open(const QString& name, std::uint16_t port)
     {
-        const Settings settings{
-            {StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}, {StoreKey::BAUDRATE, "500"_s}};
-        (void)list().add(name, settings, false);
+        add(name, port);
         at(name).open();
     }
+    SEvent lastEvent() { return workbench.events().eventAt(workbench.events().rowCount() - 1); }
     bool openAndWait(const QString& name, const CSimGateway& peer)
     {
         open(name, peer.port());
@@ -48,6 +58,18 @@ struct SWindow : SGateway {
         }
         lines.sort();
         return lines;
+    }
+    /// Presses one key after the other in the dialogs that come.
+    void press(std::vector<Qt::Key> keys)
+    {
+        QTimer::singleShot(0, window.get(), [this, keys]() mutable {
+            if (QWidget* const dialog = QApplication::activeModalWidget(); dialog != nullptr && dialog->isVisible()) {
+                const Qt::Key key = keys.front();
+                keys.erase(keys.begin());
+                QTest::keyClick(dialog->focusWidget() != nullptr ? dialog->focusWidget() : dialog, key);
+            }
+            keys.empty() ? void() : press(keys);
+        });
     }
     template <typename Widget>
     Widget* find(const char* text, const char* property = "text")
@@ -139,11 +161,13 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 3);
+        run.bus.send(message(0x123));
+        QTRY_COMPARE(run.trace().rowCount(), 1);
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot come back
         run.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EConnection::eLost);
         QTRY_COMPARE(events.unread(), 4);
-        const SEvent& lost = events.eventAt(events.rowCount() - 1);
+        const SEvent lost = run.lastEvent();
         QCOMPARE(lost.number, 0);
         QCOMPARE(lost.source, HALL);
         QVERIFY(lost.text.startsWith("TCP connection lost."_s));
@@ -151,13 +175,17 @@ private Q_SLOTS:
         run.list().send(HALL, message(0x100)); // refused with a code, counted in one row
         run.list().send(HALL, message(0x100));
         QTRY_COMPARE(events.unread(), 6);
-        QCOMPARE(events.eventAt(events.rowCount() - 1).number, 109);
+        QCOMPARE(run.lastEvent().number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         run.window->findChild<QDockWidget*>("Events"_s)->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
         run.gateway.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
-        QCOMPARE(events.eventAt(events.rowCount() - 1).text, "The gateway is back."_s);
+        QCOMPARE(run.lastEvent().text, "The gateway is back."_s);
+        run.bus.send(message(0x123));
+        QTRY_COMPARE(run.trace().rowCount(), 2);
+        const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
+        QCOMPARE(identifiers.index(0, CIdentifierModel::eGreatest).data(), QVariant(QString())); // it was an outage
     }
 
     void endsCleanly_data() { rows({"busy", "scan"}); }
@@ -168,7 +196,7 @@ private Q_SLOTS:
         auto run = std::make_unique<SWindow>();
         QVERIFY(run->openAndWait(STAGE, run->gateway));
         QVERIFY(run->openAndWait(HALL, stays.gateway));
-        run->list().sender(HALL)->setCyclic(1, message(0x100), 1);
+        run->at(HALL).setCyclic(1, message(0x100), 1);
         QTRY_VERIFY(stays.atGateway.size() > 10);
         stays.gateway.flood(20000);
         QTRY_VERIFY(run->trace().rowCount() > 500);
@@ -204,35 +232,138 @@ private Q_SLOTS:
         QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
     }
 
+    void wrongTextsAreMarkedAndRefused_data()
+    {
+        // Marked while it is typed, refused with a word at Enter.
+        const auto row = columns<QString, QString, bool, bool>("id", "data", "idMarked", "dataMarked");
+        row("nothing", {}, {}, false, false);
+        row("above 7FF", "97F"_s, {}, true, false);
+        row("no digits", "x"_s, {}, true, false);
+        row("half a byte", "97"_s, "0a ff1"_s, false, false);
+        row("no data", "97"_s, "1g"_s, false, true);
+        row("nine bytes", "97"_s, "001122334455667788"_s, false, true);
+    }
+    void wrongTextsAreMarkedAndRefused()
+    {
+        SWindow run;
+        QVERIFY(run.openAndWait(HALL, run.gateway));
+        auto* const id = run.find<QLineEdit>("123", "placeholderText");
+        auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
+        const auto isMarked = [](const QLineEdit* field) { return field->palette().text().color() == WRONG_TEXT; };
+        QTest::keyClicks(id, cell<QString>("id"));
+        QTest::keyClicks(data, cell<QString>("data"));
+        QTEST(isMarked(id), "idMarked");
+        QTEST(isMarked(data), "dataMarked");
+        auto* const problem = run.window->findChild<QLabel*>("Problem"_s);
+        for (QLineEdit* const field : {id, data}) {
+            problem->clear();
+            QTest::keyClick(field, Qt::Key_Return);
+            QVERIFY(!problem->text().isEmpty());
+        }
+        QVERIFY(problem->isVisibleTo(run.window.get()));
+        QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
+        QCOMPARE(run.workbench.sendList().rowCount(), 0);
+        run.list().send(HALL, message(0x555)); // a mark behind what must not be sent
+        QTRY_COMPARE(run.atGateway, QList<CCanMessage>{message(0x555)});
+    }
+
     void sendsWhatIsTyped()
     {
         SWindow run;
         const QList<CCanMessage>& sent = run.atGateway;
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        auto* const id = run.find<QLineEdit>("123", "placeholderText");
+        QTest::keyClicks(run.find<QLineEdit>("123", "placeholderText"), "97"_s);
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
-        QTest::keyClicks(id, "9x7f"_s);
-        QCOMPARE(id->text(), "97"_s); // neither letters nor 97F
-        QTest::keyClicks(data, "0a ff1g2"_s);
-        QCOMPARE(data->text(), "0a ff12"_s);
-        QTest::mouseClick(run.find<QPushButton>("&Send"), Qt::LeftButton);
+        QTest::keyClicks(data, "0a ff12"_s);
+        QTest::keyClick(data, Qt::Key_Return);
         QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x97, hex("0AFF12"))}));
 
         CSendList& list = run.workbench.sendList();
-        QTest::keyClick(data, Qt::Key_Backspace); // half a byte: refused
-        QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
-        QCOMPARE(list.rowCount(), 0);
-        QTest::keyClicks(data, "3"_s);
         QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         QCOMPARE(list.rowCount(), 1);
+        const auto sendCyclically = [&list] {
+            list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+            return list.item(0).sentOn;
+        };
         list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
-        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        QCOMPARE(sendCyclically(), HALL);
         QTRY_VERIFY(sent.size() > 10);
-        QCOMPARE(sent.last(), message(0x97, hex("0AFF13")));
-        run.list().at(0).close();
-        QTRY_VERIFY(!list.item(0).running);
-        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
-        QTRY_VERIFY(!list.item(0).running); // nowhere to send it
+        QCOMPARE(sent.last(), message(0x97, hex("0AFF12")));
+        run.gateway.dropLinks();
+        QTRY_COMPARE(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s);
+
+        // With another interface open, nothing goes there unasked.
+        SGateway other;
+        QVERIFY(run.openAndWait(STAGE, other.gateway));
+        run.at(HALL).close();
+        QCOMPARE(sendCyclically(), QString());
+        auto* const problem = run.window->findChild<QLabel*>("Problem"_s);
+        problem->clear();
+        QTest::keyClick(data, Qt::Key_Return);
+        QVERIFY2(problem->text().contains(HALL), qPrintable(problem->text()));
+        run.list().send(STAGE, message(0x555)); // a mark behind what must not be sent
+        QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
+        QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // it accepts one connection at a time
+        run.at(HALL).open();
+        QTRY_COMPARE(sendCyclically(), HALL);
+    }
+
+    void nothingIsSentWhereNoGatewayAnswers_data() { rows({"TCP", "UDP"}); }
+    void nothingIsSentWhereNoGatewayAnswers()
+    {
+        SWindow run;
+        QTcpServer webServer;
+        webServer.listen(QHostAddress(QHostAddress::LocalHost));
+        run.add(HALL, webServer.serverPort(), {{StoreKey::PROTOCOL, QString::fromLatin1(rowName())}});
+        run.at(HALL).open();
+        QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
+        auto* const id = run.find<QLineEdit>("123", "placeholderText");
+        QTest::keyClicks(id, "97"_s);
+        QTest::keyClick(id, Qt::Key_Return);
+        const QString problem = run.window->findChild<QLabel*>("Problem"_s)->text();
+        QVERIFY2(problem.contains("no gateway"_s), qPrintable(problem));
+        run.at(HALL).close();
+        QTRY_COMPARE(run.state(HALL), EConnection::eClosed);
+        QCOMPARE(run.trace().size(), std::size_t(0));
+    }
+
+    void silenceOverUdpIsReported()
+    {
+        SWindow run;
+        run.add(HALL, run.gateway.port(),
+                {{StoreKey::PROTOCOL, "UDP"_s}, {StoreKey::POLL_TIME, "100"_s}, {StoreKey::BAUDRATE, "500"_s}});
+        run.at(HALL).open();
+        const QModelIndex load = run.list().index(0, CInterfaceList::eBusload);
+        QTRY_COMPARE(load.data().toString(), "0 %"_s);
+        run.gateway.setFaults(faulty(&SSimFaults::mute));
+        QTRY_COMPARE(run.lastEvent().text, "The gateway does not answer any more."_s);
+        QCOMPARE(load.data().toString(), QString());
+        run.gateway.setFaults({});
+        QTRY_COMPARE(run.lastEvent().text, "The gateway is back."_s);
+    }
+
+    void dialogLeavesTheGatewaysBitRate_data()
+    {
+        const auto row = columns<std::vector<Qt::Key>, QString, QList<QByteArray>>("keys", "rate", "set");
+        row("Enter twice", {Qt::Key_Return, Qt::Key_Return}, "the gateway's"_s, {});
+        row("Escape", {Qt::Key_Return, Qt::Key_Escape}, "the gateway's"_s, {});
+        row("the other button", {Qt::Key_Return, Qt::Key_Tab, Qt::Key_Return}, "100 kbit/s"_s, {hex("FE")});
+    }
+    void dialogLeavesTheGatewaysBitRate()
+    {
+        SWindow run;
+        QList<QByteArray> set;
+        connect(&run.gateway, &CSimGateway::requestReceived, this, [&set](int command, const QByteArray& payload) {
+            command == RM_CMD_CAN_BAUD_RATE ? set.append(payload) : void();
+        });
+        run.add(HALL, run.gateway.port(), {{StoreKey::BAUDRATE, GATEWAYS_BIT_RATE}});
+        run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectRow(0);
+        run.press(cell<std::vector<Qt::Key>>("keys"));
+        run.window->interfacePanel().configure();
+        QTEST(run.list().index(0, CInterfaceList::eBaudrate).data().toString(), "rate");
+        run.at(HALL).open();
+        QTRY_VERIFY(run.at(HALL).status().isIdentified());
+        QTEST(set, "set");
     }
 
     void logIsShownWhileLiveMessagesWait()
@@ -281,7 +412,14 @@ private Q_SLOTS:
         accept("fileNameEdit", path);
         run.find<QAction>("&Save log ...")->trigger();
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
-        QVERIFY(contentOf(path).contains("(1.000000) hall 123#11 R\n"));
+        QVERIFY(contentOf(path).startsWith("(1.000000) hall 123#11\n"));
+        run.bus.send(message(0x124));
+        QTRY_VERIFY(run.workbench.feed().isUnsaved());
+        run.trace().setMatcher(CMessageMatcher(*readFilters("123"_s)));
+        accept("fileNameEdit", m_folder.filePath("part.log"_s));
+        run.find<QAction>("&Save log ...")->trigger();
+        QTRY_COMPARE(run.lastEvent().text, "2 of 5 messages saved: only those that are shown."_s);
+        QVERIFY(run.workbench.feed().isUnsaved());
     }
 
     void stateIsKept()

@@ -16,6 +16,7 @@ using namespace vexmor::Test;
 
 namespace
 {
+const QString HALL = "hall"_s;
 constexpr auto FATAL = QAbstractItemModelTester::FailureReportingMode::Fatal;
 
 SBusRecord record(std::uint16_t id, const QByteArray& data = {}, std::int64_t microseconds = 0,
@@ -64,7 +65,7 @@ private Q_SLOTS:
         QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, "hall A"_s), "matches");
     }
 
-    void wrongFilters_data() { rows({"12g 123", "123:", ":7FF", "123:7FF:2", "123 x"}); }
+    void wrongFilters_data() { rows({"12g 123", "123:", ":7FF", "123:7FF:2", "123 x", "800", "123:FFF", "7FF-800"}); }
     void wrongFilters() { QVERIFY(!readFilters(QString::fromLatin1(rowName()))); }
 
     void fullTraceDropsTheOldest()
@@ -124,8 +125,8 @@ private Q_SLOTS:
         QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
         QCOMPARE((QStringList{cell(model, 1, CIdentifierModel::eCount), cell(model, 1, CIdentifierModel::ePeriod),
-                              cell(model, 1, CIdentifierModel::eRate), cell(model, 1, CIdentifierModel::eData)}),
-                 list("3|10.0|100.0|01 03 04"_s));
+                              cell(model, 1, CIdentifierModel::eData)}),
+                 list("3|10.0|01 03 04"_s));
         const auto marks = [&model] {
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
         };
@@ -134,6 +135,46 @@ private Q_SLOTS:
         QCOMPARE(marks(), 0b100);
         model.setNow(1 + 20 * MS + CIdentifierModel::MARK_MICROSECONDS);
         QCOMPARE(marks(), 0);
+    }
+
+    void rateIsThatOfTheLastSeconds_data()
+    {
+        // Of 50 messages every 20 ms for so many seconds, seen by the model some time after the last.
+        const auto row = columns<int, std::int64_t, QString>("pieces", "afterMs", "rate");
+        row("half a second old", 25, 100, "1250.0"_s);
+        row("a second old", 50, 100, "2500.0"_s);
+        row("ten seconds old", 500, 100, "2500.0"_s);
+        row("silent for a second", 500, 1100, "1250.0"_s);
+        row("silent", 500, 2100, "0.0"_s);
+    }
+    void rateIsThatOfTheLastSeconds()
+    {
+        constexpr std::int64_t START = 1700000000000000;
+        constexpr std::int64_t PIECE = 20000;
+        const int pieces = cell<int>("pieces");
+        CIdentifierModel model(m_names);
+        for (int i = 0; i < pieces; ++i) { // all of a piece at once, as they are read from a socket
+            std::vector<SBusRecord> piece;
+            for (int microsecond = 0; microsecond < 50; ++microsecond) {
+                piece.push_back(record(0x123, {}, START + i * PIECE + microsecond));
+            }
+            model.append(piece);
+        }
+        model.setNow(START + (pieces - 1) * PIECE + cell<std::int64_t>("afterMs") * 1000);
+        QCOMPARE(cell(model, 0, CIdentifierModel::eRate), cell<QString>("rate"));
+    }
+
+    void outageIsNoPeriod()
+    {
+        constexpr std::int64_t MS = 1000;
+        CIdentifierModel model(m_names);
+        model.append({record(1, {}, 10 * MS), record(1, {}, 20 * MS), record(2, {}, 20 * MS, 1)});
+        model.interrupt(0, 25 * MS);
+        model.append({record(1, {}, 24 * MS)}); // was on its way
+        model.append({record(1, {}, 9000 * MS), record(1, {}, 9007 * MS), record(2, {}, 9000 * MS, 1)});
+        QCOMPARE(cell(model, 0, CIdentifierModel::eLeast), "7.0"_s);
+        QCOMPARE(cell(model, 0, CIdentifierModel::eGreatest), "10.0"_s);
+        QCOMPARE(cell(model, 1, CIdentifierModel::eGreatest), "8980.0"_s); // of another interface
     }
 
     void identifierFilterFollowsTheData()
@@ -183,6 +224,7 @@ private Q_SLOTS:
         const auto row = columns<int, QString, QString>("column", "typed", "stands");
         row("identifier", int(CSendList::eId), "7ff"_s, "7FF"_s);
         row("identifier of 12 bits", int(CSendList::eId), "800"_s, "123"_s);
+        row("no identifier", int(CSendList::eId), " "_s, "123"_s);
         row("no data", int(CSendList::eData), {}, {});
         row("half a byte", int(CSendList::eData), "aab"_s, "11 22"_s);
         row("interval 0", int(CSendList::eInterval), "0"_s, "100"_s);
@@ -208,12 +250,26 @@ private Q_SLOTS:
         list.add({message(0x123, hex("1122")), 50, "mute"_s});
         list.add({message(0x7FF), 1000, {}});
         QList<int> periods;
-        connect(&list, &CSendList::cyclicChanged, this, [&](int, const auto&, int period) { periods.append(period); });
+        QStringList places;
+        connect(&list, &CSendList::cyclicChanged, this, [&](int, const QString& place, const auto&, int period) {
+            periods.append(period);
+            places.append(place);
+        });
+        const QSignalSpy refused(&list, &CSendList::refused);
+        list.setTarget("away"_s, vexmor::wrongUsage("not open"_s));
+        QVERIFY(!list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole));
+        QCOMPARE(refused.size(), 1);
+        list.setTarget(HALL, {});
         list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
         list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
         list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
+        list.setTarget("stage"_s, {}); // what runs stays where it is
+        list.setData(list.index(1, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        QCOMPARE(cell(list, 0, CSendList::eSentOn), HALL);
+        list.stopAllBut({"stage"_s});
         list.stopAll();
-        QCOMPARE(periods, (QList<int>{50, 20, 0}));
+        QCOMPARE(periods, (QList<int>{50, 20, 30, 0, 0}));
+        QCOMPARE(places, (QStringList{HALL, HALL, "stage"_s, HALL, "stage"_s}));
 
         QSettings settings;
         list.save(settings);
@@ -223,28 +279,33 @@ private Q_SLOTS:
         for (int column = CSendList::eId; column < CSendList::eColumnCount; ++column) {
             QCOMPARE(cell(loaded, 0, column), cell(list, 0, column));
         }
-        QVERIFY(!loaded.item(0).running);
+        QVERIFY(loaded.item(0).sentOn.isEmpty());
     }
 
+    void logsComeBackAsTheyWere_data() { rows({"without direction", "with direction"}); }
     void logsComeBackAsTheyWere()
     {
+        const bool withDirection = rowName() == "with direction";
         const QString path = m_folder.filePath("a.log"_s);
         std::vector<SBusRecord> records;
         for (std::uint16_t i = 0; i < 12000; ++i) { // more than one piece
             const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? "hall"_s : "stage"_s);
             records.push_back(record(i % 0x800, hex("0102"), 1398128223803317 + i, source));
+            records.back().sent = withDirection && i % 3 == 0;
         }
         CLogSaver saver(m_names);
         QSignalSpy saved(&saver, &CLogSaver::finished);
-        saver.save(path, records);
+        saver.save(path, records, withDirection);
         QVERIFY(saved.wait());
         std::vector<SBusRecord> loaded;
         QCOMPARE(load(path, loaded), QVariant(QString()));
         QVERIFY(
             std::equal(loaded.begin(), loaded.end(), records.begin(), records.end(), [](const auto& a, const auto& b) {
-                return std::tie(a.microseconds, a.source, a.message) == std::tie(b.microseconds, b.source, b.message);
+                return std::tie(a.microseconds, a.source, a.message, a.sent) ==
+                       std::tie(b.microseconds, b.source, b.message, b.sent);
             }));
-        saver.save(m_folder.filePath("nowhere/a.log"_s), {});
+        QCOMPARE(contentOf(path).count(" R\n"), withDirection ? 8000 : 0);
+        saver.save(m_folder.filePath("nowhere/a.log"_s), {}, withDirection);
         QCOMPARE(saved.size(), 2);
         QVERIFY(!saved.at(1).at(1).toString().isEmpty());
 
@@ -254,12 +315,13 @@ private Q_SLOTS:
         QVERIFY2(error.toString().contains("2"_s), "the line is named");
     }
 
+    void recordingGoesOnInTheNextFile_data() { logsComeBackAsTheyWere_data(); }
     void recordingGoesOnInTheNextFile()
     {
         const QTemporaryDir folder;
         Cimview::CLogRecorder recorder(m_names, 1000);
         const QSignalSpy ended(&recorder, &Cimview::CLogRecorder::ended);
-        recorder.start(folder.path());
+        recorder.start(folder.path(), rowName() == "with direction");
         for (int i = 0; i < 10; ++i) {
             recorder.record(numbered(i * 10, 10));
         }
@@ -270,7 +332,8 @@ private Q_SLOTS:
         for (const QString& name : files) {
             const QByteArray content = contentOf(folder.filePath(name));
             QVERIFY(content.size() < 2000);
-            lines += content.count(" R\n");
+            lines += content.count('\n');
+            QCOMPARE(content.contains(" R\n"), rowName() == "with direction");
         }
         QCOMPARE(lines, 100);
         recorder.start(folder.filePath("nowhere"_s));

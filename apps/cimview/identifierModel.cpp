@@ -13,7 +13,7 @@ constexpr double MICROSECONDS_PER_MS = 1000;
 
 CIdentifierModel::CIdentifierModel(const CSourceNames& names)
     : CTableModel({tr("ID"), tr("Interface"), tr("Dir"), tr("Count"), tr("Rate [1/s]"), tr("Period [ms]"), tr("Least"),
-                   tr("Greatest"), tr("Length"), tr("Data"), tr("ASCII")}),
+                   tr("Greatest"), tr("Length"), tr("Data"), tr("ASCII"), tr("Last seen")}),
       m_names(names)
 {
 }
@@ -22,34 +22,43 @@ void CIdentifierModel::append(const std::vector<SBusRecord>& records)
 {
     for (const SBusRecord& record : records) {
         SRow& row = rowFor(record);
-        if (row.count > 0) {
+        if (isPeriod(row, record)) {
             const auto distance = static_cast<double>(record.microseconds - row.last.microseconds);
-            row.periodMicroseconds += (distance - row.periodMicroseconds) * (row.count == 1 ? 1 : NEWEST_WEIGHT);
-            row.leastMicroseconds = row.count == 1 ? distance : std::min(row.leastMicroseconds, distance);
-            row.greatestMicroseconds = row.count == 1 ? distance : std::max(row.greatestMicroseconds, distance);
-            for (unsigned int i = 0; i < record.message.length(); ++i) {
-                const bool isNew = i >= row.last.message.length();
-                if (isNew || record.message.data()[i] != row.last.message.data()[i]) {
-                    row.changedAt[i] = record.microseconds;
-                    m_lastChange = std::max(m_lastChange, record.microseconds);
-                }
+            const bool isFirst = row.periodMicroseconds <= 0;
+            row.periodMicroseconds += (distance - row.periodMicroseconds) * (isFirst ? 1 : NEWEST_WEIGHT);
+            row.leastMicroseconds = isFirst ? distance : std::min(row.leastMicroseconds, distance);
+            row.greatestMicroseconds = isFirst ? distance : std::max(row.greatestMicroseconds, distance);
+        }
+        for (unsigned int i = 0; row.count > 0 && i < record.message.length(); ++i) {
+            const bool isNew = i >= row.last.message.length();
+            if (isNew || record.message.data()[i] != row.last.message.data()[i]) {
+                row.changedAt[i] = record.microseconds;
             }
         }
         row.last = record;
+        row.rate.add(record.microseconds);
         ++row.count;
     }
     if (!records.empty()) {
-        m_now = std::max(m_now, records.back().microseconds);
+        m_newest = std::max(m_newest, records.back().microseconds);
+        m_now = std::max(m_now, m_newest);
         rowsChanged();
     }
 }
 
+/// True when the time from the last message of a row to the next is a period: nothing came between them.
+bool CIdentifierModel::isPeriod(const SRow& row, const SBusRecord& next) const
+{
+    const auto interruption = m_interruptions.find(next.source);
+    return row.count > 0 && (interruption == m_interruptions.end() || interruption->second <= row.last.microseconds);
+}
+
 void CIdentifierModel::setNow(std::int64_t microseconds)
 {
-    const bool marksEnd = m_lastChange > 0 && microseconds - m_lastChange >= MARK_MICROSECONDS;
+    constexpr std::int64_t SLOT = CMessageRate::SLOT_MICROSECONDS;
+    const bool isNextSlot = microseconds / SLOT != m_now / SLOT;
     m_now = microseconds;
-    if (marksEnd) {
-        m_lastChange = 0;
+    if (isNextSlot && m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) { // then all rates are 0, and no marks
         rowsChanged();
     }
 }
@@ -58,6 +67,8 @@ void CIdentifierModel::clear()
 {
     beginResetModel();
     m_rows.clear();
+    m_now = 0;
+    m_newest = 0;
     endResetModel();
 }
 
@@ -82,26 +93,21 @@ CIdentifierModel::SRow& CIdentifierModel::rowFor(const SBusRecord& record)
     return *place;
 }
 
-std::optional<double> CIdentifierModel::numberIn(const SRow& row, int column)
+std::optional<double> CIdentifierModel::numberIn(const SRow& row, int column) const
 {
     if (column == eCount) {
         return static_cast<double>(row.count);
     }
-    if (row.count < 2) {
+    if (column == eRate) {
+        return row.rate.perSecond(m_now);
+    }
+    if (row.periodMicroseconds <= 0) {
         return std::nullopt;
     }
-    switch (column) {
-    case eRate:
-        return row.periodMicroseconds > 0 ? std::optional(1e6 / row.periodMicroseconds) : std::nullopt;
-    case ePeriod:
-        return row.periodMicroseconds / MICROSECONDS_PER_MS;
-    case eLeast:
-        return row.leastMicroseconds / MICROSECONDS_PER_MS;
-    case eGreatest:
-        return row.greatestMicroseconds / MICROSECONDS_PER_MS;
-    default:
-        return std::nullopt;
-    }
+    const double microseconds = column == ePeriod  ? row.periodMicroseconds
+                                : column == eLeast ? row.leastMicroseconds
+                                                   : row.greatestMicroseconds;
+    return microseconds / MICROSECONDS_PER_MS;
 }
 
 int CIdentifierModel::changedBytes(const SRow& row) const
@@ -118,7 +124,7 @@ int CIdentifierModel::changedBytes(const SRow& row) const
 void CIdentifierModel::rowsChanged()
 {
     if (!m_rows.empty()) {
-        Q_EMIT dataChanged(index(0, eCount), index(rowCount() - 1, eAscii));
+        Q_EMIT dataChanged(index(0, eCount), index(rowCount() - 1, eLastSeen));
     }
 }
 
@@ -129,7 +135,7 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
         return changedBytes(row);
     }
     const bool isNumber = index.column() >= eCount && index.column() <= eGreatest;
-    const std::optional<double> number = numberIn(row, index.column());
+    const std::optional<double> number = isNumber ? numberIn(row, index.column()) : std::nullopt;
     if (role == SORT_ROLE && isNumber) {
         return number.value_or(-1);
     }
@@ -139,6 +145,9 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     if (role != Qt::DisplayRole && role != SORT_ROLE) {
         return {};
     }
+    if (isNumber) {
+        return number ? QString::number(*number, 'f', index.column() == eCount ? 0 : 1) : QString();
+    }
     switch (index.column()) {
     case eId:
         return idText(row.last.message);
@@ -146,19 +155,14 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
         return m_names.name(row.last.source);
     case eDirection:
         return directionText(row.last.sent);
-    case eCount:
-        return static_cast<qulonglong>(row.count);
-    case eRate:
-    case ePeriod:
-    case eLeast:
-    case eGreatest:
-        return number ? QString::number(*number, 'f', 1) : QString();
     case eLength:
         return row.last.message.length();
     case eData:
         return dataText(row.last.message);
     case eAscii:
         return asciiText(row.last.message);
+    case eLastSeen:
+        return timeText(row.last.microseconds).chopped(3);
     default:
         return {};
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/cimview/messageRate.h"
 #include "apps/cimview/messageText.h"
 #include "apps/cimview/sourceNames.h"
 #include "apps/cimview/tableModel.h"
@@ -10,6 +11,7 @@
 #include <array>
 #include <optional>
 #include <tuple>
+#include <unordered_map>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
@@ -22,7 +24,20 @@ class CIdentifierModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eId, eInterface, eDirection, eCount, eRate, ePeriod, eLeast, eGreatest, eLength, eData, eAscii };
+    enum EColumn {
+        eId,
+        eInterface,
+        eDirection,
+        eCount,
+        eRate,
+        ePeriod,
+        eLeast,
+        eGreatest,
+        eLength,
+        eData,
+        eAscii,
+        eLastSeen
+    };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
     /// Role by which rows are sorted: numbers as numbers.
@@ -34,8 +49,11 @@ public:
     explicit CIdentifierModel(const CSourceNames& names);
 
     void append(const std::vector<SBusRecord>& records);
-    /// Sets the time, at which old marks end.
+    /// Sets the time, at which old marks end and rates fall.
     void setNow(std::int64_t microseconds);
+    /// Nothing could be received from this interface at this time: the distance between its messages before and behind
+    /// it is no period.
+    void interrupt(std::uint16_t source, std::int64_t microseconds) { m_interruptions[source] = microseconds; }
     void clear();
 
     /// The last message of a row.
@@ -47,7 +65,8 @@ private:
     struct SRow {
         SBusRecord last;
         std::uint64_t count = 0;
-        double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the second message
+        CMessageRate rate;
+        double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the first period
         double leastMicroseconds = 0;
         double greatestMicroseconds = 0;
         std::array<std::int64_t, CanLog::MAX_DATA_LENGTH> changedAt{};
@@ -56,16 +75,18 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const SBusRecord& record);
-    /// The number in a column; nothing where the cell is empty.
-    static std::optional<double> numberIn(const SRow& row, int column);
+    /// The number in a column of numbers; nothing where the cell is empty.
+    std::optional<double> numberIn(const SRow& row, int column) const;
     SRow& rowFor(const SBusRecord& record);
+    bool isPeriod(const SRow& row, const SBusRecord& next) const;
     int changedBytes(const SRow& row) const;
     void rowsChanged();
 
     const CSourceNames& m_names;
-    std::vector<SRow> m_rows; ///< sorted by key
+    std::vector<SRow> m_rows;                                        ///< sorted by key
+    std::unordered_map<std::uint16_t, std::int64_t> m_interruptions; ///< the last of each interface
     std::int64_t m_now = 0;
-    std::int64_t m_lastChange = 0;
+    std::int64_t m_newest = 0; ///< time of the newest message
 };
 
 /// Shows those rows of a CIdentifierModel whose last message matches, in the order that the user chooses.

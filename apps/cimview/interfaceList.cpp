@@ -162,12 +162,6 @@ int CInterfaceList::rowOf(const CManagedInterface& wanted) const
     return static_cast<int>(std::find_if(m_rows.begin(), m_rows.end(), isWanted) - m_rows.begin());
 }
 
-CInterfaceInUse* CInterfaceList::sender(const QString& name) const
-{
-    const int row = rowOf(name);
-    return row >= 0 ? at(row).sender() : nullptr;
-}
-
 QStringList CInterfaceList::openNames() const
 {
     QStringList names;
@@ -179,13 +173,16 @@ QStringList CInterfaceList::openNames() const
     return names;
 }
 
-bool CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
+Failure CInterfaceList::sendObstacle(const QString& name) const
 {
-    CInterfaceInUse* const open = sender(name);
-    if (open != nullptr) {
-        open->send(message);
-    }
-    return open != nullptr;
+    const int row = rowOf(name);
+    return row < 0 ? wrongUsage(tr("Open an interface first: there is none to send on.")) : at(row).sendObstacle();
+}
+
+Failure CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
+{
+    const int row = rowOf(name);
+    return row < 0 ? sendObstacle(name) : at(row).send(message);
 }
 
 SEvent CInterfaceList::eventOf(const SErrorRecord& error) const

@@ -36,12 +36,12 @@ public:
 
     CManagedInterface& at(int row) const { return *m_rows[static_cast<std::size_t>(row)]; }
     int rowOf(const QString& name) const; ///< -1: there is none
-    /// To send with on an open interface; null for any other.
-    CInterfaceInUse* sender(const QString& name) const;
-    /// Names of the interfaces that messages can be sent on, in the order of the rows.
+    /// Names of the open interfaces, in the order of the rows.
     QStringList openNames() const;
-    /// Sends a message; returns false when the interface is not open. A refusal by the interface is an event.
-    bool send(const QString& name, const Cim::CCanMessage& message) const;
+    /// Why nothing can be sent on an interface; otherwise nothing.
+    Failure sendObstacle(const QString& name) const;
+    /// Sends a message, unless there is an obstacle.
+    Failure send(const QString& name, const Cim::CCanMessage& message) const;
     /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
     /// The same of a message that was not sent.

@@ -10,6 +10,7 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QTableView>
 #include <QToolBar>
 #include <QVBoxLayout>
@@ -158,6 +159,7 @@ void CInterfacePanel::configure()
     const QString name = interfaces.at(rows.first()).name();
     const QPointer<CInterfacePanel> self(this);
     Cim::CCanInterface& canInterface = interfaces.at(rows.first()).settings();
+    const int rateBefore = canInterface.baudrate();
     const int code = canInterface.configure(this, Qt::WindowFlags());
     // While the dialog was open, a scan may have added rows, and a signal may have ended the program.
     if (!self || interfaces.rowOf(name) < 0) {
@@ -166,8 +168,32 @@ void CInterfacePanel::configure()
     if (code != 0) {
         m_workbench.events().add(eventNow(EEvent::eResult, canInterface.errorCodeToString(code), name, code));
     }
-    interfaces.at(interfaces.rowOf(name)).settingsChanged();
+    CManagedInterface& configured = interfaces.at(interfaces.rowOf(name));
+    if (const int rate = canInterface.baudrate(); rateBefore == 0 && rate != 0) {
+        configured.setBitRate(GATEWAYS_BIT_RATE); // until the user has answered
+        confirmBitRate(name, rate);
+    } else {
+        configured.settingsChanged();
+    }
     updateActions();
+}
+
+/// The dialog has no entry for the gateway's own rate: it makes a rate of it, also when the user changes nothing.
+void CInterfacePanel::confirmBitRate(const QString& name, int rate)
+{
+    QMessageBox box(QMessageBox::Question, tr("Baud rate"),
+                    tr("%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. "
+                       "Set this rate? It disturbs a bus that runs at another one.")
+                        .arg(name, QString::number(rate)),
+                    QMessageBox::NoButton, this);
+    QPushButton* const leave = box.addButton(tr("&Leave the gateway's rate"), QMessageBox::RejectRole);
+    const QPushButton* const set = box.addButton(tr("&Set %1 kbit/s").arg(rate), QMessageBox::AcceptRole);
+    box.setDefaultButton(leave);
+    box.exec();
+    CInterfaceList& interfaces = m_workbench.interfaces();
+    if (box.clickedButton() == set && interfaces.rowOf(name) >= 0) {
+        interfaces.at(interfaces.rowOf(name)).setBitRate(QString::number(rate));
+    }
 }
 
 void CInterfacePanel::startScan()

@@ -32,6 +32,7 @@ public:
 private:
     void makeActions();
     void makeLayout();
+    void confirmBitRate(const QString& name, int rate);
     void removeSelected();
     void addInterface();
     void simulate();

@@ -25,11 +25,13 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
       m_save(makeAction(this, tr("&Save log ..."), QKeySequence::Save, [this] { chooseSave(); })),
       m_record(makeAction(this, tr("&Record to files ..."), {}, [this](bool start) { chooseRecord(start); })),
       m_replay(makeAction(this, tr("Re&play what is shown ..."), {}, [this](bool start) { chooseReplay(start); })),
+      m_direction(new QAction(tr("Write the &direction into logs (R, T)"), this)),
       m_loader(workbench.names()),
       m_saver(workbench.names())
 {
     m_record->setCheckable(true);
     m_replay->setCheckable(true);
+    m_direction->setCheckable(true);
     CMessageFeed& feed = m_workbench.feed();
     connect(&m_loader, &CLogLoader::loaded, this, [&feed](const auto& records) {
         feed.clear();
@@ -41,10 +43,12 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
         report(count > 0 ? note : QString(), problem);
     });
     connect(&m_saver, &CLogSaver::finished, this, [this, &feed](quint64 count, const QString& problem) {
-        if (problem.isEmpty()) {
-            feed.markSaved();
-        }
-        report(problem.isEmpty() ? tr("%1 messages saved.").arg(count) : QString(), problem);
+        const bool isWhole = count == m_messages;
+        feed.markSaved(isWhole ? m_liveBefore : 0);
+        const QString note = isWhole
+                                 ? tr("%1 messages saved.").arg(count)
+                                 : tr("%1 of %2 messages saved: only those that are shown.").arg(count).arg(m_messages);
+        report(problem.isEmpty() ? note : QString(), problem);
     });
     connect(&m_workbench.recorder(), &CLogRecorder::ended, this, [this] { m_record->setChecked(false); });
     connect(&m_player, &CLogReplay::finished, this, [this](quint64 count) {
@@ -56,7 +60,7 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
 bool CLogActions::mayDiscardTrace()
 {
     return !m_workbench.feed().isUnsaved() ||
-           QMessageBox::warning(m_window, tr("Trace"), tr("The messages of the trace are not saved. Drop them?"),
+           QMessageBox::warning(m_window, tr("Trace"), tr("There are messages that are not saved. Drop them?"),
                                 QMessageBox::Discard | QMessageBox::Cancel,
                                 QMessageBox::Cancel) == QMessageBox::Discard;
 }
@@ -79,8 +83,12 @@ void CLogActions::chooseSave()
 {
     const QString path = QFileDialog::getSaveFileName(m_window, tr("Save log"), QString(), fileTypes());
     if (!path.isEmpty()) {
+        CMessageFeed& feed = m_workbench.feed();
+        m_liveBefore = feed.liveCount();
+        m_messages = feed.trace().size() + feed.waitingCount();
         setBusy(true);
-        m_saver.save(path, m_workbench.feed().trace().records());
+        // Without those that a filter hides or a pause holds back.
+        m_saver.save(path, feed.trace().records(), m_direction->isChecked());
     }
 }
 
@@ -92,7 +100,7 @@ void CLogActions::chooseRecord(bool start)
         m_record->setChecked(false);
         m_workbench.recorder().stop();
     } else {
-        m_workbench.recorder().start(folder);
+        m_workbench.recorder().start(folder, m_direction->isChecked());
     }
 }
 
@@ -105,14 +113,17 @@ void CLogActions::chooseReplay(bool start)
         chosen ? QInputDialog::getItem(m_window, tr("Replay"), tr("Send what is shown on:"), open, 0, false, &chosen)
                : QString();
     if (chosen) {
-        m_player.start(m_workbench.feed().trace().records(),
-                       [&interfaces, name](const auto& message) { return interfaces.send(name, message); });
+        m_player.start(m_workbench.feed().trace().records(), [this, &interfaces, name](const auto& message) {
+            const Failure failure = interfaces.send(name, message);
+            failure ? m_workbench.warn(failure->text) : void();
+            return !failure;
+        });
         return;
     }
     m_replay->setChecked(false);
     m_player.stop();
     if (start && open.isEmpty()) {
-        m_workbench.warn(tr("Open an interface first: there is none to send on."));
+        m_workbench.warn(interfaces.sendObstacle({})->text);
     }
 }
 

@@ -22,7 +22,9 @@ public:
     CLogActions(CWorkbench& workbench, QWidget* window);
 
     /// For a menu.
-    QList<QAction*> actions() const { return {m_load, m_save, m_record, m_replay}; }
+    QList<QAction*> actions() const { return {m_load, m_save, m_record, m_replay, m_direction}; }
+    /// Whether lines that are written name the direction, R or T; other programs may not read these.
+    QAction& directionAction() { return *m_direction; }
     /// Shows a log in place of the trace, once it is read; live messages wait then, as in a pause.
     void load(const QString& path);
     /// Asks the user whether live messages of the trace that are not saved may be discarded; true also when all are
@@ -43,9 +45,12 @@ private:
     QAction* m_save;
     QAction* m_record;
     QAction* m_replay;
+    QAction* m_direction;
     CLogLoader m_loader;
     CLogSaver m_saver;
     CLogReplay m_player;
+    std::uint64_t m_liveBefore = 0; ///< number of live messages when the present saving began
+    std::size_t m_messages = 0;     ///< number of messages then, shown or not
 };
 
 } // namespace vexmor::Apps::Cimview

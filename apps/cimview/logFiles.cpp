@@ -71,8 +71,9 @@ CLogSaver::CLogSaver(const CSourceNames& names) : m_names(names)
     connect(&m_timer, &QTimer::timeout, this, &CLogSaver::savePiece);
 }
 
-void CLogSaver::save(const QString& path, std::vector<SBusRecord> records)
+void CLogSaver::save(const QString& path, std::vector<SBusRecord> records, bool withDirection)
 {
+    m_withDirection = withDirection;
     m_file.setFileName(path);
     m_records = std::move(records);
     m_written = 0;
@@ -87,7 +88,7 @@ void CLogSaver::savePiece()
 {
     const std::size_t end = std::min(m_written + PIECE, m_records.size());
     for (; m_written < end; ++m_written) {
-        m_file.write(logLine(m_records[m_written], m_names) + '\n');
+        m_file.write(logLine(m_records[m_written], m_names, m_withDirection) + '\n');
     }
     if (m_written < m_records.size()) {
         return;
@@ -102,11 +103,12 @@ QString writeProblem(const QFileDevice& file)
     return CLogSaver::tr("%1 cannot be written: %2").arg(file.fileName(), file.errorString());
 }
 
-QByteArray logLine(const SBusRecord& record, const CSourceNames& names)
+QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection)
 {
     // A field of the line: no blanks in it.
     const QByteArray name = names.name(record.source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
-    return CanLog::formatLogLine({record.microseconds, name, record.message, record.sent ? 'T' : 'R'});
+    const char direction = record.sent ? 'T' : 'R';
+    return CanLog::formatLogLine({record.microseconds, name, record.message, withDirection ? direction : '\0'});
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -46,8 +46,9 @@ private:
     quint64 m_count = 0;
 };
 
-/// A message as a line of a log, without a line end, under the name of its interface.
-QByteArray logLine(const SBusRecord& record, const CSourceNames& names);
+/// A message as a line of a log, without a line end, under the name of its interface; with R or T at its end, or
+/// without, as every program reads it.
+QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection);
 
 /// A text for the user: why a file cannot be written.
 QString writeProblem(const QFileDevice& file);
@@ -62,7 +63,7 @@ public:
     explicit CLogSaver(const CSourceNames& names);
 
     /// Starts to write; ends with `finished`.
-    void save(const QString& path, std::vector<SBusRecord> records);
+    void save(const QString& path, std::vector<SBusRecord> records, bool withDirection);
 
 Q_SIGNALS:
     /// Number of messages written. `problem` is a text for the user when the file could not be written.
@@ -76,6 +77,7 @@ private:
     QSaveFile m_file;
     std::vector<SBusRecord> m_records;
     std::size_t m_written = 0;
+    bool m_withDirection = false;
 };
 
 } // namespace vexmor::Apps::Cimview

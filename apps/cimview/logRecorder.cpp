@@ -11,9 +11,10 @@ namespace vexmor::Apps::Cimview
 
 CLogRecorder::CLogRecorder(const CSourceNames& names, qint64 fileLimit) : m_names(names), m_fileLimit(fileLimit) {}
 
-void CLogRecorder::start(const QString& folder)
+void CLogRecorder::start(const QString& folder, bool withDirection)
 {
     stop();
+    m_withDirection = withDirection;
     m_folder = folder;
     m_count = 0;
     openNext();
@@ -62,7 +63,7 @@ void CLogRecorder::record(const std::vector<SBusRecord>& records)
         return;
     }
     for (const SBusRecord& one : records) {
-        m_file.write(logLine(one, m_names) + '\n');
+        m_file.write(logLine(one, m_names, m_withDirection) + '\n');
     }
     m_count += records.size();
     if (!m_file.flush()) {

@@ -27,7 +27,7 @@ public:
     explicit CLogRecorder(const CSourceNames& names, qint64 fileLimit = FILE_LIMIT);
 
     /// Starts in a folder; `ended` reports what prevents it.
-    void start(const QString& folder);
+    void start(const QString& folder, bool withDirection = false);
     void stop();
     bool isRunning() const { return m_file.isOpen(); }
     /// The file that is being written.
@@ -51,6 +51,7 @@ private:
     QString m_folder;
     QFile m_file;
     QDate m_day; ///< of the file
+    bool m_withDirection = false;
     quint64 m_count = 0;
 };
 

@@ -31,6 +31,7 @@ namespace
 const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
+const QString DIRECTION = QStringLiteral("LogDirection");
 const QString DARK = QStringLiteral("Dark");
 /// Names of the tables whose columns are kept, and the keys of these.
 const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("TraceColumns"),
@@ -189,6 +190,7 @@ void CMainWindow::loadState()
     restoreGeometry(settings.value(GEOMETRY).toByteArray());
     restoreState(settings.value(STATE).toByteArray());
     m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
+    m_logs->directionAction().setChecked(settings.value(DIRECTION).toBool());
     m_messages->loadState(settings);
     for (const QString& key : COLUMNS) {
         findChild<QTableView*>(key)->horizontalHeader()->restoreState(settings.value(key).toByteArray());
@@ -203,6 +205,7 @@ void CMainWindow::saveState()
     settings.setValue(GEOMETRY, saveGeometry());
     settings.setValue(STATE, QMainWindow::saveState());
     settings.setValue(DARK, m_dark->isChecked());
+    settings.setValue(DIRECTION, m_logs->directionAction().isChecked());
     m_messages->saveState(settings);
     for (const QString& key : COLUMNS) {
         settings.setValue(key, findChild<QTableView*>(key)->horizontalHeader()->saveState());

@@ -19,9 +19,47 @@ const SInterfaceStatus& CManagedInterface::status() const
     return m_inUse ? m_inUse->status() : CLOSED;
 }
 
-CInterfaceInUse* CManagedInterface::sender() const
+bool CManagedInterface::isOpen() const
 {
-    return isClosed() || status().connection == EConnection::eConnecting ? nullptr : m_inUse.get();
+    return !isClosed() && status().connection != EConnection::eConnecting;
+}
+
+bool CManagedInterface::isUnreachable() const
+{
+    const bool isUdp = m_canInterface->property("Protocol").toString() == QLatin1String("UDP");
+    return !status().hasLink() || (isUdp && status().connection == EConnection::eSilent);
+}
+
+Failure CManagedInterface::sendObstacle() const
+{
+    if (!isOpen()) {
+        return wrongUsage(tr("Nothing is sent: %1 is not open.").arg(name()));
+    }
+    if (status().connection == EConnection::eOpen) {
+        return wrongUsage(tr("Nothing is sent: no gateway has answered at the address of %1.").arg(name()));
+    }
+    return {};
+}
+
+Failure CManagedInterface::send(const Cim::CCanMessage& message)
+{
+    Failure failure = sendObstacle();
+    if (!failure) {
+        m_inUse->send(message);
+    }
+    return failure;
+}
+
+void CManagedInterface::setCyclic(int key, const Cim::CCanMessage& message, int milliseconds)
+{
+    if (!m_inUse) {
+        return;
+    }
+    m_inUse->setCyclic(key, message, milliseconds);
+    m_cyclic.erase(key);
+    if (milliseconds > 0) {
+        m_cyclic.insert(key);
+    }
 }
 
 void CManagedInterface::open()
@@ -56,23 +94,29 @@ void CManagedInterface::onStatusChanged()
         report({current.reason, current.code});
         m_inUse.reset();
     }
+    if (!m_inUse) {
+        m_cyclic.clear();
+    }
     Q_EMIT changed();
-    if (m_shown == before) {
-        return;
+    if (m_shown != before) {
+        noteConnection();
+        Q_EMIT stateChanged();
     }
-    QString note;
-    if (isOpen() && !m_wasOpen) {
-        note = tr("Opened.");
-    } else if (m_wasOpen && isClosed()) {
-        note = tr("Closed.");
-    } else if (current.hasLink() && before == EConnection::eLost) {
-        note = tr("The gateway is back.");
+}
+
+void CManagedInterface::noteConnection()
+{
+    const bool wasOpen = std::exchange(m_wasOpen, isOpen());
+    const bool wasUnreachable = std::exchange(m_wasUnreachable, isUnreachable());
+    if (m_wasOpen != wasOpen) {
+        Q_EMIT eventRaised(eventNow(EEvent::eNote, m_wasOpen ? tr("Opened.") : tr("Closed."), name()));
+    } else if (m_shown == EConnection::eSilent && m_wasUnreachable) { // a lost link is an error of the interface
+        report({tr("The gateway does not answer any more.")});
+    } else if (m_wasOpen && wasUnreachable && !m_wasUnreachable) {
+        const auto count = m_cyclic.size();
+        const QString sending = count == 0 ? QString() : tr(" Sent cyclically: %1").arg(count);
+        Q_EMIT eventRaised(eventNow(EEvent::eNote, tr("The gateway is back.") + sending, name()));
     }
-    m_wasOpen = isOpen();
-    if (!note.isEmpty()) {
-        Q_EMIT eventRaised(eventNow(EEvent::eNote, note, name()));
-    }
-    Q_EMIT stateChanged();
 }
 
 bool CManagedInterface::setBitRate(const QString& rate)

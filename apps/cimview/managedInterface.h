@@ -8,6 +8,7 @@
 #include <QObject>
 
 #include <memory>
+#include <set>
 
 namespace vexmor::Apps::Cimview
 {
@@ -34,9 +35,18 @@ public:
     bool isStored() const { return m_isStored; }
     /// The interface that has the settings, always closed; only to be changed while this one is closed.
     Cim::CCanInterface& settings() const { return *m_canInterface; }
-    /// To send with (a message may be refused); null while it is closed or connecting.
-    CInterfaceInUse* sender() const;
-    bool isOpen() const { return sender() != nullptr; }
+    /// Neither closed nor connecting.
+    bool isOpen() const;
+    /// True while the gateway is known not to be reachable: without a link, or silent over UDP, where a gateway that
+    /// runs answers.
+    bool isUnreachable() const;
+    /// Why nothing can be sent on it: it is not open, or no gateway has answered since it was opened. Otherwise
+    /// nothing.
+    Failure sendObstacle() const;
+    /// Hands over a message to be sent, unless there is an obstacle; it may still be refused, which is an event.
+    Failure send(const Cim::CCanMessage& message);
+    /// Sends a message every so many milliseconds, until the interface is closed; 0 ends that.
+    void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
 
     void open();
     void close();
@@ -58,6 +68,7 @@ Q_SIGNALS:
 
 private:
     void onStatusChanged();
+    void noteConnection();
     void report(const SProblem& problem);
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface;
@@ -65,8 +76,10 @@ private:
     CSourceNames& m_names;
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;
+    std::set<int> m_cyclic;                     ///< keys of the messages that are sent cyclically
     EConnection m_shown = EConnection::eClosed; ///< the connection that was reported last
     bool m_wasOpen = false;                     ///< since it was closed last
+    bool m_wasUnreachable = false;              ///< when the connection was reported last
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -12,7 +12,7 @@ CMessageFeed::CMessageFeed(const CSourceNames& names, std::size_t capacity)
 
 void CMessageFeed::addLive(const std::vector<SBusRecord>& records)
 {
-    m_unsaved = m_unsaved || !records.empty();
+    m_live += records.size();
     if (!m_paused) {
         show(records);
         m_identifiers.setNow(microsecondsNow());
@@ -48,7 +48,7 @@ void CMessageFeed::setPaused(bool paused)
 
 void CMessageFeed::clear()
 {
-    m_unsaved = false;
+    m_settled = m_live;
     m_waiting = {};
     m_trace.clear();
     m_identifiers.clear();

@@ -5,6 +5,8 @@
 
 #include <QObject>
 
+#include <algorithm>
+#include <cstdint>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
@@ -33,9 +35,12 @@ public:
     std::size_t waitingCount() const { return m_waiting.size(); }
     /// Removes all messages, those that are held back as well.
     void clear();
-    /// True when live messages were added after the last call of `clear` or `markSaved`.
-    bool isUnsaved() const { return m_unsaved; }
-    void markSaved() { m_unsaved = false; }
+    /// Live messages added so far.
+    std::uint64_t liveCount() const { return m_live; }
+    /// True when live messages were added that are neither saved nor cleared.
+    bool isUnsaved() const { return m_live > m_settled; }
+    /// The first so many live messages are saved.
+    void markSaved(std::uint64_t count) { m_settled = std::max(m_settled, count); }
 
 Q_SIGNALS:
     void pausedChanged(bool paused);
@@ -45,7 +50,8 @@ private:
     CTraceModel m_trace;
     CIdentifierModel m_identifiers;
     bool m_paused = false;
-    bool m_unsaved = false;
+    std::uint64_t m_live = 0;
+    std::uint64_t m_settled = 0; ///< live messages that are saved or cleared
     std::vector<SBusRecord> m_waiting;
 };
 

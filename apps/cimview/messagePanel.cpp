@@ -1,7 +1,6 @@
 #include "apps/cimview/messagePanel.h"
 
 #include "apps/cimview/changedBytesDelegate.h"
-#include "apps/cimview/colours.h"
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
@@ -124,7 +123,8 @@ void CMessagePanel::makeTables()
     setUpTable(*m_identifierView, m_identifiers,
                {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
                 QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
-                QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data});
+                QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data,
+                QStringLiteral("12345678")});
     m_identifierView->setSortingEnabled(true);
     m_identifierView->sortByColumn(CIdentifierModel::eId, Qt::AscendingOrder);
     addRowActions(*m_traceView, [this](int row) { return m_feed.trace().record(row); });
@@ -189,11 +189,7 @@ void CMessagePanel::applyFilter()
         m_identifiers.setMatcher(matcher);
     }
     m_filterProblem = filters ? QString() : filters.problem().text;
-    QPalette colours;
-    if (!filters) {
-        colours.setColor(QPalette::Text, WRONG_TEXT);
-    }
-    m_idEdit->setPalette(colours);
+    markWrong(*m_idEdit, !filters);
     m_idEdit->setToolTip(
         filters ? tr("Identifiers to show, hexadecimal: ID, LOW-HIGH, ID:MASK for all that equal ID in the\n"
                      "bits of MASK, ID~MASK for all but these. Several stand with blanks between.")

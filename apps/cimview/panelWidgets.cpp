@@ -1,5 +1,7 @@
 #include "apps/cimview/panelWidgets.h"
 
+#include "apps/cimview/colours.h"
+
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
@@ -104,6 +106,16 @@ QLabel* makeLabel(const QString& text, QWidget* field)
     auto* const label = new QLabel(text, field->parentWidget());
     label->setBuddy(field);
     return label;
+}
+
+void markWrong(QWidget& widget, bool isWrong)
+{
+    QPalette colours;
+    if (isWrong) {
+        colours.setColor(QPalette::Text, WRONG_TEXT);
+        colours.setColor(QPalette::WindowText, WRONG_TEXT);
+    }
+    widget.setPalette(colours);
 }
 
 } // namespace vexmor::Apps::Cimview

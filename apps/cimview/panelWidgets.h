@@ -10,6 +10,7 @@ class QAbstractItemModel;
 class QLabel;
 class QTableView;
 class QToolBar;
+class QWidget;
 
 /// Parts that several panels are made of.
 namespace vexmor::Apps::Cimview
@@ -28,6 +29,9 @@ QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 
 /// The label of a field; the letter behind & sets the focus to the field.
 QLabel* makeLabel(const QString& text, QWidget* field);
+
+/// Shows the text of a field or label in the colour of what makes no sense, or as usual.
+void markWrong(QWidget& widget, bool isWrong = true);
 
 /// An action that belongs to `owner` and calls `act` when the user triggers it.
 template <typename Owner, typename Act>

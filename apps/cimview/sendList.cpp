@@ -5,6 +5,8 @@
 
 #include <QSettings>
 
+#include <utility>
+
 namespace vexmor::Apps::Cimview
 {
 namespace
@@ -17,45 +19,61 @@ const QString COMMENT = QStringLiteral("Comment");
 
 Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data)
 {
+    if (id.trimmed().isEmpty()) {
+        return wrongUsage(CSendList::tr("The identifier is missing: it must be hexadecimal, 0 to 7FF."));
+    }
     const QString frame =
         id.trimmed().rightJustified(3, QLatin1Char('0')) + QLatin1Char('#') + QString(data).remove(QLatin1Char(' '));
     return CanLog::parseFrame(frame.toLatin1());
 }
 
-CSendList::CSendList() : CTableModel({tr("Cyclic"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")}) {}
+CSendList::CSendList()
+    : CTableModel({tr("Cyclic"), tr("Sent on"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")})
+{
+}
 
 void CSendList::add(const SSendItem& item)
 {
     beginInsertRows({}, rowCount(), rowCount());
     m_items.push_back(item);
     m_items.back().key = m_nextKey++;
-    m_items.back().running = false;
+    m_items.back().sentOn.clear();
     endInsertRows();
 }
 
 void CSendList::remove(int row)
 {
-    setRunning(row, false);
+    setSentOn(row, QString());
     beginRemoveRows({}, row, row);
     m_items.erase(m_items.begin() + row);
     endRemoveRows();
 }
 
-void CSendList::stopAll()
+void CSendList::setTarget(const QString& interface, const Failure& obstacle)
+{
+    m_target = interface;
+    m_obstacle = obstacle;
+}
+
+void CSendList::stopAllBut(const QStringList& interfaces)
 {
     for (int row = 0; row < rowCount(); ++row) {
-        setRunning(row, false);
+        if (!interfaces.contains(item(row).sentOn)) {
+            setSentOn(row, QString());
+        }
     }
 }
 
-void CSendList::setRunning(int row, bool running)
+void CSendList::setSentOn(int row, const QString& interface)
 {
     SSendItem& changed = m_items[static_cast<std::size_t>(row)];
-    if (changed.running != running) {
-        changed.running = running;
-        Q_EMIT dataChanged(index(row, eCyclic), index(row, eCyclic));
-        Q_EMIT cyclicChanged(changed.key, changed.message, running ? changed.milliseconds : 0);
+    const QString before = std::exchange(changed.sentOn, interface);
+    if (before == interface) {
+        return;
     }
+    Q_EMIT dataChanged(index(row, eCyclic), index(row, eSentOn));
+    const bool ends = interface.isEmpty();
+    Q_EMIT cyclicChanged(changed.key, ends ? before : interface, changed.message, ends ? 0 : changed.milliseconds);
 }
 
 void CSendList::load(QSettings& settings)
@@ -92,20 +110,25 @@ Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
     if (!index.isValid()) {
         return QAbstractTableModel::flags(index);
     }
-    const Qt::ItemFlags own = index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable;
-    return QAbstractTableModel::flags(index) | own;
+    const Qt::ItemFlags common = QAbstractTableModel::flags(index);
+    if (index.column() == eSentOn) {
+        return common;
+    }
+    return common | (index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable);
 }
 
 QVariant CSendList::data(const QModelIndex& index, int role) const
 {
     const SSendItem& shown = item(index.row());
     if (role == Qt::CheckStateRole && index.column() == eCyclic) {
-        return shown.running ? Qt::Checked : Qt::Unchecked;
+        return shown.sentOn.isEmpty() ? Qt::Unchecked : Qt::Checked;
     }
     if (role != Qt::DisplayRole && role != Qt::EditRole) {
         return {};
     }
     switch (index.column()) {
+    case eSentOn:
+        return shown.sentOn;
     case eId:
         return idText(shown.message);
     case eData:
@@ -122,7 +145,12 @@ QVariant CSendList::data(const QModelIndex& index, int role) const
 bool CSendList::setData(const QModelIndex& index, const QVariant& value, int role)
 {
     if (role == Qt::CheckStateRole && index.column() == eCyclic) {
-        setRunning(index.row(), value.toInt() == Qt::Checked);
+        const bool starts = value.toInt() == Qt::Checked;
+        if (starts && m_obstacle) {
+            Q_EMIT refused(m_obstacle->text);
+            return false;
+        }
+        setSentOn(index.row(), starts ? m_target : QString());
         return true;
     }
     if (role != Qt::EditRole) {
@@ -134,8 +162,8 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
         return false;
     }
     Q_EMIT dataChanged(index, index);
-    if (changed.running && index.column() != eComment) {
-        Q_EMIT cyclicChanged(changed.key, changed.message, changed.milliseconds);
+    if (!changed.sentOn.isEmpty() && index.column() != eComment) {
+        Q_EMIT cyclicChanged(changed.key, changed.sentOn, changed.message, changed.milliseconds);
     }
     return true;
 }

@@ -2,7 +2,6 @@
 
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
-#include "canlog/candumpLog.h"
 
 #include <QComboBox>
 #include <QFontDatabase>
@@ -10,7 +9,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QRegularExpressionValidator>
 #include <QSpinBox>
 #include <QTableView>
 
@@ -43,13 +41,9 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
 
 void CSendPanel::makeWidgets()
 {
-    static const QRegularExpression ID(QStringLiteral("[0-7]?[0-9A-Fa-f]{1,2}"));
-    static const QRegularExpression DATA(QStringLiteral("([0-9A-Fa-f]{2} ?){0,%1}").arg(CanLog::MAX_DATA_LENGTH));
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    m_id->setValidator(new QRegularExpressionValidator(ID, this));
     m_id->setPlaceholderText(QStringLiteral("123"));
     m_id->setToolTip(tr("Identifier, hexadecimal, 0 to 7FF"));
-    m_data->setValidator(new QRegularExpressionValidator(DATA, this));
     m_data->setPlaceholderText(QStringLiteral("11 22 AA BB"));
     m_data->setToolTip(tr("Up to eight bytes, hexadecimal"));
     m_id->setFont(fixed);
@@ -60,10 +54,12 @@ void CSendPanel::makeWidgets()
     m_interval->setSuffix(tr(" ms"));
     m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
     m_table->setFont(fixed);
-    setUpTable(
-        *m_table, m_workbench.sendList(),
-        {QString(), QStringLiteral("7FF"), QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
+    setUpTable(*m_table, m_workbench.sendList(),
+               {QString(), QStringLiteral("Some interface 1"), QStringLiteral("7FF"),
+                QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
+    markWrong(*m_problem);
     m_problem->setWordWrap(true);
+    m_problem->setObjectName(QStringLiteral("Problem"));
 }
 
 void CSendPanel::makeLayout()
@@ -101,6 +97,9 @@ void CSendPanel::connectWidgets()
     connect(m_send, &QPushButton::clicked, this, &CSendPanel::sendTyped);
     connect(m_id, &QLineEdit::returnPressed, this, &CSendPanel::sendTyped);
     connect(m_data, &QLineEdit::returnPressed, this, &CSendPanel::sendTyped);
+    connect(m_id, &QLineEdit::textChanged, this, &CSendPanel::markTyped);
+    connect(m_data, &QLineEdit::textChanged, this, &CSendPanel::markTyped);
+    connect(m_interface, QOverload<int>::of(&QComboBox::activated), this, &CSendPanel::choose);
     connect(m_add, &QPushButton::clicked, this, &CSendPanel::addTyped);
     connect(m_sendSelected, &QPushButton::clicked, this, &CSendPanel::sendSelected);
     connect(m_remove, &QPushButton::clicked, this, &CSendPanel::removeSelected);
@@ -112,18 +111,40 @@ void CSendPanel::connectWidgets()
 
 void CSendPanel::showInterfaces()
 {
-    const CInterfaceList& interfaces = m_workbench.interfaces();
-    const QString selected = m_interface->currentText();
+    const QStringList open = m_workbench.interfaces().openNames();
+    const QString chosen = chosenInterface();
     m_interface->clear();
-    m_interface->addItems(interfaces.openNames());
-    m_interface->setCurrentIndex(std::max(0, m_interface->findText(selected)));
-    const bool canSend = m_interface->count() > 0;
-    m_interface->setEnabled(canSend);
-    m_send->setEnabled(canSend);
-    m_sendSelected->setEnabled(canSend);
-    if (interfaces.sender(m_cyclicInterface) == nullptr) { // its interface was closed
-        m_workbench.sendList().stopAll();
+    for (const QString& name : open) {
+        m_interface->addItem(name, name);
     }
+    if (!chosen.isEmpty() && !open.contains(chosen)) { // it stays chosen: nothing must go to another bus unasked
+        m_interface->addItem(tr("%1 (not open)").arg(chosen), chosen);
+    }
+    m_interface->setCurrentIndex(std::max(0, m_interface->findData(chosen)));
+    m_interface->setEnabled(m_interface->count() > 0);
+    m_workbench.sendList().stopAllBut(open);
+    choose();
+}
+
+QString CSendPanel::chosenInterface() const
+{
+    return m_interface->currentData().toString();
+}
+
+void CSendPanel::choose()
+{
+    const QString chosen = chosenInterface();
+    m_workbench.sendList().setTarget(chosen, m_workbench.interfaces().sendObstacle(chosen));
+}
+
+/// Half a byte may still become a whole one; everything else that is wrong is marked at once.
+void CSendPanel::markTyped()
+{
+    const QString zero = QStringLiteral("0");
+    const QString data = m_data->text();
+    markWrong(*m_id, !m_id->text().isEmpty() && !readMessage(m_id->text(), QString()));
+    markWrong(*m_data, !readMessage(zero, data) && !readMessage(zero, data + zero));
+    showProblem(QString());
 }
 
 std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
@@ -136,7 +157,7 @@ std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 void CSendPanel::sendTyped()
 {
     if (const auto message = typedMessage()) {
-        m_workbench.interfaces().send(m_interface->currentText(), *message);
+        send(*message);
     }
 }
 
@@ -150,8 +171,14 @@ void CSendPanel::addTyped()
 void CSendPanel::sendSelected()
 {
     for (const QModelIndex& row : m_table->selectionModel()->selectedRows()) {
-        m_workbench.interfaces().send(m_interface->currentText(), m_workbench.sendList().item(row.row()).message);
+        send(m_workbench.sendList().item(row.row()).message);
     }
+}
+
+void CSendPanel::send(const Cim::CCanMessage& message)
+{
+    const Failure failure = m_workbench.interfaces().send(chosenInterface(), message);
+    showProblem(failure ? failure->text : QString());
 }
 
 void CSendPanel::removeSelected()
@@ -161,22 +188,13 @@ void CSendPanel::removeSelected()
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.sendList().remove(row); });
 }
 
-void CSendPanel::setCyclic(int key, const Cim::CCanMessage& message, int milliseconds)
+void CSendPanel::setCyclic(int key, const QString& interface, const Cim::CCanMessage& message, int milliseconds)
 {
-    CInterfaceList& interfaces = m_workbench.interfaces();
-    // All of the list goes to one interface at a time: the one chosen when the first was started.
-    if (interfaces.sender(m_cyclicInterface) == nullptr) {
-        m_cyclicInterface = m_interface->currentText();
+    const CInterfaceList& interfaces = m_workbench.interfaces();
+    if (const int row = interfaces.rowOf(interface); row >= 0) {
+        interfaces.at(row).setCyclic(key, message, milliseconds);
     }
-    CInterfaceInUse* const sender = interfaces.sender(m_cyclicInterface);
-    if (sender != nullptr) {
-        sender->setCyclic(key, message, milliseconds);
-        showProblem(QString());
-    } else if (milliseconds > 0) {
-        showProblem(tr("Open an interface first: there is none to send on."));
-        // After the view has handled the click that led here.
-        QMetaObject::invokeMethod(&m_workbench.sendList(), &CSendList::stopAll, Qt::QueuedConnection);
-    }
+    showProblem(QString());
 }
 
 void CSendPanel::showProblem(const QString& text)

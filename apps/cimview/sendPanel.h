@@ -31,13 +31,18 @@ private:
     void makeLayout();
     void connectWidgets();
     void showInterfaces();
+    /// The name of the interface to send on; empty: there is none.
+    QString chosenInterface() const;
+    void choose();
+    void markTyped();
     /// The message in the fields; nothing, with the problem shown, when it is none.
     std::optional<Cim::CCanMessage> typedMessage();
     void sendTyped();
     void addTyped();
     void sendSelected();
     void removeSelected();
-    void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
+    void setCyclic(int key, const QString& interface, const Cim::CCanMessage& message, int milliseconds);
+    void send(const Cim::CCanMessage& message);
     void showProblem(const QString& text);
 
     CWorkbench& m_workbench;
@@ -52,7 +57,6 @@ private:
     QPushButton* m_remove;
     QTableView* m_table;
     QLabel* m_problem;
-    QString m_cyclicInterface; ///< the interface on which the list is sent cyclically
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -16,7 +16,10 @@ constexpr int SAMPLE_INTERVAL_MS = 250;
 CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins), m_feed(m_names)
 {
-    connect(&m_interfaces, &CInterfaceList::eventRaised, &m_events, &CEventModel::add);
+    connect(&m_interfaces, &CInterfaceList::eventRaised, this, [this](const SEvent& event) {
+        fetch(); // the errors before it
+        m_events.add(event);
+    });
     connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);
     connect(&m_scan, &CInterfaceScan::finished, this, &CWorkbench::addFound);
     connect(&m_recorder, &CLogRecorder::started, this,
@@ -106,6 +109,9 @@ void CWorkbench::sampleStates()
 {
     for (int row = 0; row < m_interfaces.rowCount(); ++row) {
         const CManagedInterface& one = m_interfaces.at(row);
+        if (one.isUnreachable()) {
+            m_feed.identifiers().interrupt(m_names.numberOf(one.name()), microsecondsNow());
+        }
         m_busloads.add(one.name(), {microsecondsNow(), one.status().busload});
     }
     m_interfaces.refreshStates();

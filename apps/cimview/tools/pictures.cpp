@@ -69,9 +69,11 @@ void showTraffic(CWorkbench& workbench, CMainWindow& window, const QString& fold
     CSendList& list = workbench.sendList();
     fillSendList(list);
     window.findChild<QDockWidget*>(QStringLiteral("Send"))->raise();
-    workbench.interfaces().at(0).open();
-    workbench.interfaces().at(1).open();
-    waitUntil("both interfaces are open", [&] { return workbench.interfaces().openNames().size() == 2; });
+    for (const int row : {0, 1}) {
+        CManagedInterface& one = workbench.interfaces().at(row);
+        one.open();
+        waitUntil("a gateway answers", [&one] { return one.status().isConnected(); });
+    }
     list.setData(list.index(1, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
     waitUntil("enough traffic", [&] {
         const auto& busloads = workbench.busloads().samples();

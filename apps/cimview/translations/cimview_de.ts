@@ -146,8 +146,8 @@
         <translation>der Einstellungsspeicher %1 kann nicht gelesen werden</translation>
     </message>
     <message>
-        <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal</source>
-        <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal</translation>
+        <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal, up to 7FF</source>
+        <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal, bis 7FF</translation>
     </message>
     <message>
         <source>closed</source>
@@ -284,6 +284,10 @@
         <source>Greatest</source>
         <translation>Größte</translation>
     </message>
+    <message>
+        <source>Last seen</source>
+        <translation>Zuletzt</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CInterfaceList</name>
@@ -355,6 +359,10 @@
         <source>the gateway&apos;s</source>
         <translation>die des Gateways</translation>
     </message>
+    <message>
+        <source>Open an interface first: there is none to send on.</source>
+        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CInterfacePanel</name>
@@ -414,6 +422,22 @@
         <source>No interfaces yet: &lt;a href=&apos;scan&apos;&gt;scan the network&lt;/a&gt;, &lt;a href=&apos;add&apos;&gt;add&lt;/a&gt; one by its address, or &lt;a href=&apos;simulate&apos;&gt;try&lt;/a&gt; a simulated gateway.</source>
         <translation>Noch keine Schnittstellen: &lt;a href=&apos;scan&apos;&gt;das Netz absuchen&lt;/a&gt;, &lt;a href=&apos;add&apos;&gt;eine hinzufügen&lt;/a&gt; mit ihrer Adresse oder ein simuliertes Gateway &lt;a href=&apos;simulate&apos;&gt;ausprobieren&lt;/a&gt;.</translation>
     </message>
+    <message>
+        <source>Baud rate</source>
+        <translation>Baudrate</translation>
+    </message>
+    <message>
+        <source>%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. Set this rate? It disturbs a bus that runs at another one.</source>
+        <translation>%1 lässt die Baudrate des Busses bisher, wie das Gateway sie hat. Der Dialog hat daraus %2 kbit/s gemacht. Soll diese Rate gesetzt werden? Sie stört einen Bus, der mit einer anderen läuft.</translation>
+    </message>
+    <message>
+        <source>&amp;Leave the gateway&apos;s rate</source>
+        <translation>&amp;Rate des Gateways lassen</translation>
+    </message>
+    <message>
+        <source>&amp;Set %1 kbit/s</source>
+        <translation>%1 kbit/s &amp;setzen</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogActions</name>
@@ -454,10 +478,6 @@
         <translation>Aufzeichnung</translation>
     </message>
     <message>
-        <source>The messages of the trace are not saved. Drop them?</source>
-        <translation>Die Nachrichten der Aufzeichnung sind nicht gespeichert. Verwerfen?</translation>
-    </message>
-    <message>
         <source>Load log</source>
         <translation>Log laden</translation>
     </message>
@@ -478,8 +498,16 @@
         <translation>Gezeigtes senden auf:</translation>
     </message>
     <message>
-        <source>Open an interface first: there is none to send on.</source>
-        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+        <source>Write the &amp;direction into logs (R, T)</source>
+        <translation>R&amp;ichtung in Logs schreiben (R, T)</translation>
+    </message>
+    <message>
+        <source>There are messages that are not saved. Drop them?</source>
+        <translation>Es gibt Nachrichten, die nicht gespeichert sind. Verwerfen?</translation>
+    </message>
+    <message>
+        <source>%1 of %2 messages saved: only those that are shown.</source>
+        <translation>%1 von %2 Nachrichten gespeichert: nur die angezeigten.</translation>
     </message>
 </context>
 <context>
@@ -606,6 +634,22 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <source>Closed.</source>
         <translation>Geschlossen.</translation>
     </message>
+    <message>
+        <source>Nothing is sent: %1 is not open.</source>
+        <translation>Es wird nichts gesendet: %1 ist nicht geöffnet.</translation>
+    </message>
+    <message>
+        <source>Nothing is sent: no gateway has answered at the address of %1.</source>
+        <translation>Es wird nichts gesendet: Unter der Adresse von %1 hat noch kein Gateway geantwortet.</translation>
+    </message>
+    <message>
+        <source>The gateway does not answer any more.</source>
+        <translation>Das Gateway antwortet nicht mehr.</translation>
+    </message>
+    <message>
+        <source> Sent cyclically: %1</source>
+        <translation> Zyklisch gesendet: %1</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CMessagePanel</name>
@@ -730,6 +774,14 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>level</source>
         <translation>Pegel</translation>
     </message>
+    <message>
+        <source>The identifier is missing: it must be hexadecimal, 0 to 7FF.</source>
+        <translation>Der Identifier fehlt: Er muss hexadezimal sein, 0 bis 7FF.</translation>
+    </message>
+    <message>
+        <source>Sent on</source>
+        <translation>Gesendet auf</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CSendPanel</name>
@@ -770,10 +822,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>A&amp;lle</translation>
     </message>
     <message>
-        <source>Open an interface first: there is none to send on.</source>
-        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
-    </message>
-    <message>
         <source>&amp;Send</source>
         <translation>Senden</translation>
     </message>
@@ -788,6 +836,10 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>&amp;On:</source>
         <translation>Au&amp;f:</translation>
+    </message>
+    <message>
+        <source>%1 (not open)</source>
+        <translation>%1 (nicht offen)</translation>
     </message>
 </context>
 <context>
