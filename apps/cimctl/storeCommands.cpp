@@ -32,7 +32,11 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
         QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
 }
 
-EExitCode list(SContext& context)
+struct SListOptions {
+    bool namesOnly = false;
+};
+
+EExitCode list(SContext& context, const SListOptions& options)
 {
     COutput& output = context.output;
     CInterfaceStore store;
@@ -48,6 +52,10 @@ EExitCode list(SContext& context)
             output.print(jsonOf(name, settings));
             continue;
         }
+        if (options.namesOnly) {
+            output.print(printable(name));
+            continue;
+        }
         const QString rate = settings.value(StoreKey::BAUDRATE);
         output.print(printable(QStringLiteral("%1  %2  %3  %4  %5")
                                    .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
@@ -57,7 +65,7 @@ EExitCode list(SContext& context)
                                         settings.value(StoreKey::HOSTNAME))
                                    .trimmed()));
     }
-    if (names.isEmpty() && !output.isJson()) {
+    if (names.isEmpty() && !output.isJson() && !options.namesOnly) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");
     }
     return eDone;
@@ -127,7 +135,8 @@ EExitCode add(SContext& context, const SAddOptions& options)
 
 void addStoreCommands(CLI::App& app, Action& chosen)
 {
-    addCommand(app, chosen, "list", "List the stored interfaces", list);
+    const auto [listCommand, listOptions] = addCommand(app, chosen, "list", "List the stored interfaces", list);
+    addFlag(listCommand, "--names", listOptions.namesOnly, "Print the names alone");
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
     addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();

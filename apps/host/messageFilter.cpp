@@ -1,31 +1,28 @@
 #include "apps/host/messageFilter.h"
 
 #include "apps/host/words.h"
+#include "canlog/candumpLog.h"
 
 #include <QRegularExpression>
 
 namespace vexmor::Apps
 {
-namespace
-{
-constexpr unsigned int MAX_FILTER_BITS = 0xFFFF;
-} // namespace
-
 Result<SFilter> readFilter(const QString& text)
 {
-    static const QRegularExpression FORM(QStringLiteral("^([0-9A-Fa-f]+)(?:([:~-])([0-9A-Fa-f]+))?$"));
+    static const QRegularExpression FORM(QStringLiteral("^([0-9A-Fa-f]{1,8})(?:([:~-])([0-9A-Fa-f]{1,8}))?$"));
     const auto match = FORM.match(text);
     const unsigned int first = match.captured(1).toUInt(nullptr, 16);
     const unsigned int second = match.captured(3).toUInt(nullptr, 16);
     const QString between = match.captured(2);
     const bool isRange = between == QLatin1String("-");
-    if (!match.hasMatch() || first > MAX_FILTER_BITS || second > MAX_FILTER_BITS || (isRange && second < first)) {
+    if (!match.hasMatch() || first > CanLog::MAX_ID || second > CanLog::MAX_ID || (isRange && second < first)) {
         return wrongUsage(
-            Words::tr("filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal").arg(text));
+            Words::tr("filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal, up to 7FF")
+                .arg(text));
     }
     SFilter filter;
     filter.mask = static_cast<std::uint16_t>(isRange || between.isEmpty() ? filter.mask : second);
-    filter.low = static_cast<std::uint16_t>(first & (isRange ? MAX_FILTER_BITS : filter.mask));
+    filter.low = static_cast<std::uint16_t>(first & filter.mask);
     filter.high = static_cast<std::uint16_t>(isRange ? second : filter.low);
     filter.inverse = between == QLatin1String("~");
     return filter;

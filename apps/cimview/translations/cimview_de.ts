@@ -146,8 +146,8 @@
         <translation>der Einstellungsspeicher %1 kann nicht gelesen werden</translation>
     </message>
     <message>
-        <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal</source>
-        <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal</translation>
+        <source>filter %1: must be ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal, up to 7FF</source>
+        <translation>Filter %1: muss ID, ID:MASKE, ID~MASKE (alle außer diesen) oder VON-BIS sein, hexadezimal, bis 7FF</translation>
     </message>
     <message>
         <source>closed</source>
