@@ -204,10 +204,7 @@ private Q_SLOTS:
         QCOMPARE(framesOf(contentOf(log)).size(), 1);
     }
 
-    void nothingIsSentWithoutAnAnswer_data()
-    {
-        rows({"send|TCP|123#11", "send|UDP|123#11", "replay|UDP|LOG", "gen|UDP|-n 1", "dump|UDP|--send 1#"});
-    }
+    void nothingIsSentWithoutAnAnswer_data() { rows({"send|TCP|123#11", "replay|UDP|LOG", "dump|UDP|--send 1#"}); }
     void nothingIsSentWithoutAnAnswer()
     {
         const QStringList row = list(QString::fromLatin1(rowName())); // command, protocol, and the rest
@@ -228,7 +225,7 @@ private Q_SLOTS:
         const QString port = gateway->address.section(QLatin1Char(':'), 1);
         gateway.reset();
         QProcess load;
-        load.start(QStringLiteral(CIM_CIMCTL), list("load 127.0.0.1:%1:UDP --baudrate 50"_s.arg(port)));
+        load.start(QStringLiteral(CIM_CIMCTL), list("load 127.0.0.1:%1:UDP --baudrate 50 --poll-time 100"_s.arg(port)));
         QByteArray out;
         const auto shows = [&](const char* expression) { // from now on
             out.clear();
@@ -253,6 +250,29 @@ private Q_SLOTS:
                                       "gateway: connected\nreceived .* mean [12]\\d %, peak"_s);
         const QByteArray err = load.readAllStandardError();
         QVERIFY2(said.match(QString::fromLatin1(err)).hasMatch(), err);
+    }
+
+    void manualAndCompletionAreMadeFromTheHelp()
+    {
+        const SOutcome manual = run(QStringLiteral(CIM_FROM_HELP " man " CIM_CIMCTL));
+        for (const char* part : {"\\fB\\-\\-log\\-level\\fR", ".SS replay\n", ".SH EXAMPLES\n", ".SH FILES\n"}) {
+            QVERIFY2(manual.out.contains(part), part);
+        }
+        for (const char* name : {"hall", "'hall 2'", "'h$(echo x)'"}) { // a scan stores what the network says
+            QCOMPARE(cimctl("add %1 10.0.0.1"_s.arg(QString::fromLatin1(name))).exitCode, 0);
+        }
+        const QString completion = m_folder.filePath("completion"_s);
+        QCOMPARE(run(CIM_FROM_HELP " bash " CIM_CIMCTL " >"_s + completion).exitCode, 0);
+        const QString complete = "source %1; COMP_WORDS=(cimctl %2); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                                 "PATH=$(dirname " CIM_CIMCTL "):$PATH; _cimctl; echo ${COMPREPLY[@]}"_s;
+        for (const auto& [typed, expected] :
+             {std::pair("dump h", "h\\$\\(echo\\ x\\) hall hall\\ 2\n"), std::pair("dump hall ha", "hall hall\\ 2\n"),
+              std::pair("replay hall ha", "\n"), std::pair("send sim --ba", "--baudrate\n"),
+              std::pair("load --baudrate 5", "50 500\n")}) {
+            QCOMPARE(run(complete.arg(completion, QLatin1String(typed))).out, QByteArray(expected));
+        }
+        const QString other = writeFile(m_folder, "#!/bin/sh\necho 'OPTIONS:\n  -h'\n"); // of another form
+        QCOMPARE(run("chmod +x %1 && " CIM_FROM_HELP " man %1"_s.arg(other)).exitCode, 1);
     }
 
     void errorsAreShownAndItGoesOn()
