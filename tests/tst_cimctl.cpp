@@ -97,10 +97,10 @@ private Q_SLOTS:
         row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
             "sent 6, lost 0");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "peak [345] %\n$");
-        row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame\n$");
+        row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame to send\n$");
         row("list > /dev/null; printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' "
             "| " CIM_CIMCTL " replay sim -",
-            2, "", "^error: -: holds no frame to send: .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
+            2, "", "^error: -: holds no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
         row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2'\n$");
@@ -271,7 +271,8 @@ private Q_SLOTS:
               std::pair("load --baudrate 5", "50 500\n")}) {
             QCOMPARE(run(complete.arg(completion, QLatin1String(typed))).out, QByteArray(expected));
         }
-        const QString other = writeFile(m_folder, "#!/bin/sh\necho 'OPTIONS:\n  -h'\n"); // of another form
+        const QString other =
+            writeFile(m_folder, "#!/bin/sh\nprintf 'Works.\\nprogram [OPTIONS]\\nOPTIONS:\\n  -h\\n'"); // another form
         QCOMPARE(run("chmod +x %1 && " CIM_FROM_HELP " man %1"_s.arg(other)).exitCode, 1);
     }
 

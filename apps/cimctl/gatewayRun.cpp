@@ -67,11 +67,6 @@ void CGatewayRun::open(double seconds)
     }
 }
 
-void CGatewayRun::whenAnswered(std::function<void()> act)
-{
-    m_onAnswer = std::move(act);
-}
-
 void CGatewayRun::end(EExitCode exitCode)
 {
     if (!m_exitCode) {

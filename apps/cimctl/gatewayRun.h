@@ -53,7 +53,7 @@ public:
     void open(double seconds);
     /// Calls `act` once the first gateway has answered. The run ends as refused when it does not answer within 1 s of
     /// the opening: over UDP, and at any other server, nothing else shows that there is no gateway.
-    void whenAnswered(std::function<void()> act);
+    void whenAnswered(std::function<void()> act) { m_onAnswer = std::move(act); }
     /// Time since they are open.
     qint64 openMilliseconds() const { return m_sinceOpen.elapsed(); }
     /// Ends the run; the first call counts.

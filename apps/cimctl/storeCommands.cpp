@@ -32,11 +32,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
         QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
 }
 
-struct SListOptions {
-    bool namesOnly = false;
-};
-
-EExitCode list(SContext& context, const SListOptions& options)
+EExitCode list(SContext& context, const bool& namesOnly)
 {
     COutput& output = context.output;
     CInterfaceStore store;
@@ -52,7 +48,7 @@ EExitCode list(SContext& context, const SListOptions& options)
             output.print(jsonOf(name, settings));
             continue;
         }
-        if (options.namesOnly) {
+        if (namesOnly) {
             output.print(printable(name));
             continue;
         }
@@ -65,7 +61,7 @@ EExitCode list(SContext& context, const SListOptions& options)
                                         settings.value(StoreKey::HOSTNAME))
                                    .trimmed()));
     }
-    if (names.isEmpty() && !output.isJson() && !options.namesOnly) {
+    if (names.isEmpty() && !output.isJson() && !namesOnly) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");
     }
     return eDone;
@@ -135,8 +131,8 @@ EExitCode add(SContext& context, const SAddOptions& options)
 
 void addStoreCommands(CLI::App& app, Action& chosen)
 {
-    const auto [listCommand, listOptions] = addCommand(app, chosen, "list", "List the stored interfaces", list);
-    addFlag(listCommand, "--names", listOptions.namesOnly, "Print the names alone");
+    const auto [listCommand, namesOnly] = addCommand(app, chosen, "list", "List the stored interfaces", list);
+    addFlag(listCommand, "--names", namesOnly, "Print the names alone");
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
     addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();

@@ -53,7 +53,7 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
     return messages;
 }
 
-/// The frames that a log reader left out, by kind; empty when it left out none.
+/// The end of a line on a log: the frames that were left out, by kind; empty without any.
 QString leftOutOf(const CanLog::CLogReader& log)
 {
     static const char* const NAMES[] = {"29-bit", "remote", "error", "CAN FD"}; // in the order of EForeign
@@ -63,9 +63,9 @@ QString leftOutOf(const CanLog::CLogReader& log)
             texts.append(QStringLiteral("%1: %2").arg(QLatin1String(NAMES[kind])).arg(count));
         }
     }
-    return texts.isEmpty() ? QString()
-                           : QStringLiteral("frames that a T93 cannot send are left out (%1)")
-                                 .arg(texts.join(QStringLiteral(", ")));
+    return texts.isEmpty()
+               ? QString()
+               : QStringLiteral("; a T93 cannot send what is left out (%1)").arg(texts.join(QLatin1String(", ")));
 }
 
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
@@ -77,11 +77,10 @@ void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString&
     }
     const QString leftOut = leftOutOf(log);
     if (count == 0) {
-        failUsage(leftOut.isEmpty() ? QStringLiteral("%1: holds no frame").arg(file)
-                                    : QStringLiteral("%1: holds no frame to send: %2").arg(file, leftOut));
+        failUsage(QStringLiteral("%1: holds no frame to send%2").arg(file, leftOut));
     }
     if (!leftOut.isEmpty()) {
-        diagnostics.warn(QStringLiteral("%1: %2").arg(file, leftOut));
+        diagnostics.warn(QStringLiteral("%1: frames to send: %2%3").arg(file).arg(count).arg(leftOut));
     }
     log.rewind();
 }
