@@ -36,11 +36,24 @@ SProblem noFrame(const QByteArray& text, const QString& reason)
     return wrongUsage(Words::tr("frame \"%1\": %2").arg(QString::fromLocal8Bit(text), reason));
 }
 
-/// Frames that the tools of can-utils write and that a standard CAN message cannot hold.
-bool isForeignFrame(const QByteArray& frame)
+constexpr int EXTENDED_DIGITS = 8;
+constexpr unsigned int ERROR_FLAG = 0x20000000; ///< beside the 29 bits of an identifier
+
+/// The kind of a frame that the tools of can-utils write and that does not fit; nothing for any other text.
+std::optional<EForeign> foreignKind(const QByteArray& frame)
 {
     const int mark = frame.indexOf('#');
-    return (mark == 8 && isHex(frame.left(mark))) || frame.contains("##") || frame.mid(mark + 1, 1).toUpper() == "R";
+    const bool isExtended = mark == EXTENDED_DIGITS && isHex(frame.left(mark));
+    if (frame.contains("##")) {
+        return EForeign::eFd;
+    }
+    if (isExtended && (frame.left(mark).toUInt(nullptr, 16) & ERROR_FLAG) != 0) {
+        return EForeign::eError;
+    }
+    if (frame.mid(mark + 1, 1).toUpper() == "R") {
+        return EForeign::eRemote;
+    }
+    return isExtended ? std::optional(EForeign::eExtended) : std::nullopt;
 }
 
 /// (seconds.fraction), the fraction in six digits or fewer.
@@ -109,7 +122,7 @@ Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line)
         return wrongUsage(Words::tr("not of the form (seconds) interface ID#DATA"));
     }
     auto message = parseFrame(words.at(2));
-    if (!message && isForeignFrame(words.at(2))) {
+    if (!message && foreignKind(words.at(2))) {
         return std::optional<SLogEntry>();
     }
     if (!message) {
@@ -167,7 +180,7 @@ Failure CLogReader::open(const QString& path)
         m_device = std::move(buffer);
     }
     m_line = 0;
-    m_skipped = 0;
+    m_skipped = {};
     return {};
 }
 
@@ -183,7 +196,10 @@ Result<std::optional<SLogEntry>> CLogReader::next()
         if (*entry) {
             return entry;
         }
-        m_skipped += line.trimmed().isEmpty() || line.startsWith('#') ? 0 : 1;
+        const QList<QByteArray> words = line.simplified().split(' ');
+        if (const auto kind = foreignKind(words.value(2)); kind && !words.first().startsWith('#')) {
+            ++m_skipped[static_cast<std::size_t>(*kind)];
+        }
     }
     return std::optional<SLogEntry>();
 }

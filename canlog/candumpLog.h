@@ -6,8 +6,10 @@
 #include <QByteArray>
 #include <QString>
 
+#include <array>
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <optional>
 
 class QIODevice;
@@ -20,6 +22,10 @@ namespace vexmor::CanLog
 constexpr unsigned int MAX_ID = 0x7FF;
 /// The most data bytes that a message holds.
 constexpr int MAX_DATA_LENGTH = 8;
+
+/// A frame in a log that a standard CAN message cannot hold. One that is of several kinds counts as the last of them.
+enum class EForeign { eExtended, eRemote, eError, eFd };
+constexpr int FOREIGN_COUNT = 4;
 
 /// One line of a log: when, on which interface, what.
 struct SLogEntry {
@@ -72,13 +78,15 @@ public:
     /// Back to the first entry.
     bool rewind();
     /// Lines that were skipped so far because their frames do not fit.
-    int skipped() const { return m_skipped; }
+    int skipped() const { return std::accumulate(m_skipped.begin(), m_skipped.end(), 0); }
+    /// Those of one kind.
+    int skipped(EForeign kind) const { return m_skipped[static_cast<std::size_t>(kind)]; }
 
 private:
     std::unique_ptr<QIODevice> m_device;
     QString m_path;
     int m_line = 0;
-    int m_skipped = 0;
+    std::array<int, FOREIGN_COUNT> m_skipped{}; ///< by kind
 };
 
 } // namespace vexmor::CanLog

@@ -15,11 +15,11 @@ QStringList framesOf(const QByteArray& text)
     return frames.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
-/// t93sim with any port.
+/// t93sim, with any free port by default.
 struct SGatewayProgram : QProcess {
-    explicit SGatewayProgram(const QString& options)
+    explicit SGatewayProgram(const QString& options, const QString& port = "0"_s)
     {
-        start(QStringLiteral(CIM_T93SIM), list("--port 0 --seconds 50 "_s + options));
+        start(QStringLiteral(CIM_T93SIM), list("--port %1 --seconds 50 "_s.arg(port) + options));
         address = waitForReadyRead() ? QString::fromLatin1(readLine().split(' ').at(2)) : QString();
     }
     ~SGatewayProgram() override { (void)stop(); }
@@ -75,12 +75,18 @@ private Q_SLOTS:
         row("dump 127.0.0.1:1:SCTP", 2, "", "^error: protocol SCTP: must be TCP or UDP\n$");
         row("dump IP=127.0.0.1:1", 2, "", "^error: port text .*\n$");
         row("dump sim --filter 12:", 2, "", "^error: filter 12:: .*\n$");
+        for (const char* filter : {"800", "123:FFFF", "123~800", "700-800", "100000123"}) {
+            row(QByteArray("dump sim --filter ") + filter, 2, "", "^error: filter .* up to 7FF\n$");
+        }
+        row("gen sim -I 800", 2, "", "^error: identifiers 800: .* at most 7FF\n$");
         row("dump sim --count 4 --filter 201~7FF --filter 200-201", 0, "^(  t93  200 .*\n){4}$", "^received");
         row("dump sim sim --count 4 -td -a", 0,
             "^(\\(000\\.\\d{6}\\)   sim  20[0-9]   \\[8\\] ( [0-9A-F]{2}){8}  '.{8}'\n){4}$",
             "^sim: received \\d+.*\nsim: received");
-        row("dump sim --count 2 --sent --send 7FF#01 --log -", 0,
-            "^\\(\\d+\\.\\d{6}\\) t93 7FF#01 T\n\\(.*\\) t93 .* R\n$", "sent 1");
+        row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log -", 0, "^(\\(\\d+\\.\\d{6}\\) t93 7FF#01\n){2}$",
+            "sent 1");
+        row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log - --direction", 0,
+            "^\\(.*\\) t93 7FF#01 T\n\\(.*\\) t93 7FF#01 R\n$", "sent 1");
         row("dump 127.0.0.1:1 nowhere", 2, "", "^error: target 'nowhere': .*\n$");
         row("send sim 123#R", 2, "", "there are no remote frames");
         row("gen sim --seed 7 -n 3 -g 0 -I 100-101 -L 2 --sent", 0, "^(  t93  TX - -  10[01]   \\[2\\] .*\n){3}$",
@@ -91,7 +97,10 @@ private Q_SLOTS:
         row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
             "sent 6, lost 0");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "peak [345] %\n$");
-        row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame\n$");
+        row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame to send\n$");
+        row("list > /dev/null; printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' "
+            "| " CIM_CIMCTL " replay sim -",
+            2, "", "^error: -: holds no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
         row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2'\n$");
@@ -100,6 +109,7 @@ private Q_SLOTS:
             "^error: the settings store .*/Vexmor/Cim.conf cannot be read\n$");
         row("list > /dev/null; trap '' XFSZ; ulimit -f 0; " CIM_CIMCTL " add a 10.0.0.1", 1, "",
             "^error: the settings store .*/Vexmor/Cim.conf cannot be written\n$"); // a full disk
+        row("dump sim --log /nonexistent/a.log", 1, "", "^error: /nonexistent/a.log cannot be written: .*\n$");
         row("dump sim --log /dev/full", 1, ".", "error: /dev/full cannot be written: No space left on device\n$");
         for (const char* arguments : {"dump sim", "list", "info", "--help"}) {
             row(arguments + QByteArray(" > /dev/full"), 1, "", "error: the output cannot be written\n$");
@@ -131,7 +141,7 @@ private Q_SLOTS:
         SGatewayProgram gateway("--replay "_s + log);
         const QString target =
             isInside ? "sim:"_s + log : gateway.address + QLatin1String(rowName()) + " --send 7FF#"_s;
-        const SOutcome outcome = cimctl("dump %1 --count %2 --log %3"_s.arg(target).arg(COUNT).arg(written));
+        const SOutcome outcome = cimctl("dump %1 --count %2 --force --log %3"_s.arg(target).arg(COUNT).arg(written));
         QCOMPARE(outcome.exitCode, 0);
         const QStringList frames = framesOf(contentOf(log));
         QCOMPARE(frames.size(), COUNT);
@@ -171,6 +181,101 @@ private Q_SLOTS:
         QCOMPARE(store.allKeys(), QStringList{"CanInterfaces/other"_s});
     }
 
+    void logsOpenInWireshark()
+    {
+        if (QStandardPaths::findExecutable("tshark"_s).isEmpty()) {
+            QSKIP("tshark is not installed");
+        }
+        const QString log = m_folder.filePath("both.log"_s);
+        QCOMPARE(cimctl("dump sim --count 20 --sent --send 7FF#01 --log "_s + log).exitCode, 0);
+        QCOMPARE(run("tshark -r "_s + log).out.count('\n'), 20);
+    }
+
+    void logsThatExistStay()
+    {
+        const QString log = writeFile(m_folder, "precious\n");
+        const QString dump = "dump %1 --count 1 --filter 200 --log "_s + log;
+        QCOMPARE(cimctl(dump.arg("sim"_s)).exitCode, 2);
+        QCOMPARE(cimctl(dump.arg("127.0.0.1:1"_s) + " --force"_s).exitCode, 1); // no gateway, no message
+        QCOMPARE(contentOf(log), QByteArray("precious\n"));
+        QCOMPARE(cimctl(dump.arg("sim"_s) + " --append"_s).exitCode, 0);
+        QVERIFY(contentOf(log).startsWith("precious\n("));
+        QCOMPARE(cimctl(dump.arg("sim"_s) + " --force"_s).exitCode, 0);
+        QCOMPARE(framesOf(contentOf(log)).size(), 1);
+    }
+
+    void nothingIsSentWithoutAnAnswer_data() { rows({"send|TCP|123#11", "replay|UDP|LOG", "dump|UDP|--send 1#"}); }
+    void nothingIsSentWithoutAnAnswer()
+    {
+        const QStringList row = list(QString::fromLatin1(rowName())); // command, protocol, and the rest
+        SGatewayProgram gateway("--mute"_s);                          // as a server of another kind
+        const QString rest = QString(row[2]).replace("LOG"_s, writeLog(10));
+        const SOutcome outcome = cimctl("%1 %2:%3 %4"_s.arg(row[0], gateway.address, row[1], rest));
+        QCOMPARE(outcome.exitCode, 1);
+        const QByteArray reason =
+            "error: nothing was sent, IP=" + gateway.address.toLatin1() + ':' + row[1].toLatin1() + " does not answer";
+        QVERIFY2(outcome.err.contains(reason), outcome.err);
+        QVERIFY2(gateway.stop().contains("messages: 0 from hosts"), "some were");
+    }
+
+    /// A gateway that is switched on, off and on again while cimctl watches.
+    void connectionIsShown()
+    {
+        auto gateway = std::make_unique<SGatewayProgram>("--generate 100"_s);
+        const QString port = gateway->address.section(QLatin1Char(':'), 1);
+        gateway.reset();
+        QProcess load;
+        load.start(QStringLiteral(CIM_CIMCTL), list("load 127.0.0.1:%1:UDP --baudrate 50 --poll-time 100"_s.arg(port)));
+        QByteArray out;
+        const auto shows = [&](const char* expression) { // from now on
+            out.clear();
+            const QRegularExpression line(QString::fromLatin1(expression), QRegularExpression::MultilineOption);
+            return QTest::qWaitFor(
+                [&] {
+                    out += load.readAllStandardOutput();
+                    return line.match(QString::fromLatin1(out)).hasMatch();
+                },
+                10000);
+        };
+        QVERIFY(shows("^bus load   [?] %  open, no answer yet$"));
+        gateway = std::make_unique<SGatewayProgram>("--generate 100"_s, port);
+        QVERIFY(shows("^bus load  [12]\\d %$"));
+        gateway.reset();
+        QVERIFY(shows("^bus load   [?] %  silent for \\d+ s$"));
+        gateway = std::make_unique<SGatewayProgram>("--generate 100"_s, port);
+        QVERIFY(shows("^bus load  [12]\\d %$"));
+        load.terminate();
+        QVERIFY(load.waitForFinished());
+        const QRegularExpression said("^open, no answer yet: .*\ngateway: connected\ngateway: silent for \\d+ s\n"
+                                      "gateway: connected\nreceived .* mean [12]\\d %, peak"_s);
+        const QByteArray err = load.readAllStandardError();
+        QVERIFY2(said.match(QString::fromLatin1(err)).hasMatch(), err);
+    }
+
+    void manualAndCompletionAreMadeFromTheHelp()
+    {
+        const SOutcome manual = run(QStringLiteral(CIM_FROM_HELP " man " CIM_CIMCTL));
+        for (const char* part : {"\\fB\\-\\-log\\-level\\fR", ".SS replay\n", ".SH EXAMPLES\n", ".SH FILES\n"}) {
+            QVERIFY2(manual.out.contains(part), part);
+        }
+        for (const char* name : {"hall", "'hall 2'", "'h$(echo x)'"}) { // a scan stores what the network says
+            QCOMPARE(cimctl("add %1 10.0.0.1"_s.arg(QString::fromLatin1(name))).exitCode, 0);
+        }
+        const QString completion = m_folder.filePath("completion"_s);
+        QCOMPARE(run(CIM_FROM_HELP " bash " CIM_CIMCTL " >"_s + completion).exitCode, 0);
+        const QString complete = "source %1; COMP_WORDS=(cimctl %2); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                                 "PATH=$(dirname " CIM_CIMCTL "):$PATH; _cimctl; echo ${COMPREPLY[@]}"_s;
+        for (const auto& [typed, expected] :
+             {std::pair("dump h", "h\\$\\(echo\\ x\\) hall hall\\ 2\n"), std::pair("dump hall ha", "hall hall\\ 2\n"),
+              std::pair("replay hall ha", "\n"), std::pair("send sim --ba", "--baudrate\n"),
+              std::pair("load --baudrate 5", "50 500\n")}) {
+            QCOMPARE(run(complete.arg(completion, QLatin1String(typed))).out, QByteArray(expected));
+        }
+        const QString other =
+            writeFile(m_folder, "#!/bin/sh\nprintf 'Works.\\nprogram [OPTIONS]\\nOPTIONS:\\n  -h\\n'"); // another form
+        QCOMPARE(run("chmod +x %1 && " CIM_FROM_HELP " man %1"_s.arg(other)).exitCode, 1);
+    }
+
     void errorsAreShownAndItGoesOn()
     {
         const SGatewayProgram gateway("--status 9 --status-every 50 --drop-after 300 --generate 100"_s);
@@ -194,15 +299,24 @@ private Q_SLOTS:
 
     void gatewayThatTakesNothing()
     {
-        const SGatewayProgram gateway("--black-hole"_s);
-        const SOutcome outcome =
-            cimctl("send %1 123#1122334455667788 --repeat 60000 --baudrate 1000"_s.arg(gateway.address));
-        QCOMPARE(outcome.exitCode, 1);
+        SGatewayProgram gateway("--baud 1000"_s);
+        const QByteArray later = QByteArray("(2.0) a 123#1122334455667788\n").repeated(60000);
+        const QString log = writeFile(m_folder, "(1.0) a 001#\n" + later);
+        QProcess program;
+        program.start(QStringLiteral(CIM_CIMCTL),
+                      list("replay %1 %2 --sent --baudrate 1000"_s.arg(gateway.address, log)));
+        QVERIFY(program.waitForReadyRead()); // the first is sent; a second later follow the others
+        const auto sim = static_cast<pid_t>(gateway.processId());
+        ::kill(sim, SIGSTOP);
+        const bool hasEnded = program.waitForFinished();
+        ::kill(sim, SIGCONT);
+        QVERIFY(hasEnded);
+        QCOMPARE(program.exitCode(), 1);
         const auto said =
             QRegularExpression("error 108: Transmit socket failed.\n.*sent (\\d+), refused (\\d+), lost 0"_s,
                                QRegularExpression::DotMatchesEverythingOption)
-                .match(QString::fromLatin1(outcome.err));
-        QCOMPARE(said.captured(1).toInt() + said.captured(2).toInt(), 60000);
+                .match(QString::fromLatin1(program.readAllStandardError()));
+        QCOMPARE(said.captured(1).toInt() + said.captured(2).toInt(), 60001);
     }
 
     void speaksTheUsersLanguage_data()
@@ -224,8 +338,8 @@ private Q_SLOTS:
     void interruptionEndsInOrder_data()
     {
         const auto row = columns<QString, int, int>("command", "signal", "exitCode");
-        row("Ctrl-C", "dump sim --log LOG"_s, SIGINT, 0);
-        row("terminal closed", "dump sim --log LOG"_s, SIGHUP, 0);
+        row("Ctrl-C", "dump sim --force --log LOG"_s, SIGINT, 0);
+        row("terminal closed", "dump sim --force --log LOG"_s, SIGHUP, 0);
         row("Ctrl-C before all is sent", "send sim 123#11 --repeat 1000000 --sent"_s, SIGINT, 130);
     }
     void interruptionEndsInOrder()

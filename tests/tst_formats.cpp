@@ -206,19 +206,21 @@ private Q_SLOTS:
     void readerNamesTheLineThatIsWrong()
     {
         const QTemporaryDir folder;
-        const QString log =
-            writeFile(folder, "(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(3.000001) can0 002#\nnonsense\n");
+        const QString log = writeFile(
+            folder,
+            "(1.5) can0 001#01\n\n(2.0) can0 00000001#\n(2) a 20000080#00\n# 1 R\n(3.000001) can0 002#\nnonsense\n");
         CLogReader reader;
         const auto failure = reader.open(folder.filePath("none"_s));
         QVERIFY(failure);
         QVERIFY(failure->text.contains(folder.filePath("none"_s)));
         QVERIFY(!reader.open(log));
-        for (const QByteArray expected : {"(1.500000) can0 001#01", "(3.000001) can0 002#", "line 5", "end"}) {
+        for (const QByteArray expected : {"(1.500000) can0 001#01", "(3.000001) can0 002#", "line 7", "end"}) {
             auto entry = reader.next();
             const QByteArray read = !entry ? entry.problem().text.toUtf8() : *entry ? formatLogLine(**entry) : "end";
             QVERIFY2(read == expected || (!entry && read.contains(expected)), read);
         }
-        QCOMPARE(reader.skipped(), 1);
+        QCOMPARE(reader.skipped(), 2);
+        QCOMPARE(reader.skipped(EForeign::eError), 1);
     }
 };
 

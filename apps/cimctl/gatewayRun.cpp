@@ -13,6 +13,7 @@ namespace
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
 /// A gateway answers within milliseconds.
 constexpr int SILENCE_MS = 1000;
+constexpr int LOOK_MS = 20;
 } // namespace
 
 SGateway::SGateway(SContext& context, const STargetOptions& options, const QString& text)
@@ -33,6 +34,7 @@ CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options, EExit
     }
     connect(&m_interruption, &CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
     connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
+    connect(&m_lookTimer, &QTimer::timeout, this, &CGatewayRun::look);
 }
 
 void CGatewayRun::open(double seconds)
@@ -58,7 +60,7 @@ void CGatewayRun::open(double seconds)
             sim->startTraffic();
         }
     }
-    QTimer::singleShot(SILENCE_MS, this, &CGatewayRun::reportSilence);
+    m_lookTimer.start(LOOK_MS);
     if (seconds > 0) {
         QTimer::singleShot(static_cast<int>(std::lround(seconds * 1000)), Qt::PreciseTimer, this,
                            [this] { end(eDone); });
@@ -105,15 +107,50 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
            EColor::eRed);
 }
 
-void CGatewayRun::reportSilence()
+void CGatewayRun::look()
 {
     for (const auto& gateway : m_gateways) {
-        if (!m_exitCode && !gateway->hosted.status().lastFrame) {
-            report(*gateway,
-                   QStringLiteral("open, no answer yet: is %1 a T93 gateway?")
-                       .arg(gateway->hosted.canInterface().commonInfo().port()),
-                   {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
+        gateway->hosted.updateStatus();
+    }
+    lookForAnswer();
+    for (const auto& gateway : m_gateways) {
+        if (!m_exitCode && gateway->shown != gateway->hosted.status().connection) {
+            reportConnection(*gateway);
         }
+    }
+}
+
+void CGatewayRun::lookForAnswer()
+{
+    if (m_onAnswer && gateway().hosted.status().lastFrame) {
+        std::exchange(m_onAnswer, nullptr)();
+    } else if (m_onAnswer && m_sinceOpen.elapsed() >= SILENCE_MS) {
+        m_onAnswer = nullptr;
+        output().reportProblem({QStringLiteral("nothing was sent, %1 does not answer: is it a T93 gateway?")
+                                    .arg(gateway().hosted.canInterface().commonInfo().port())});
+        end(eRefused);
+    }
+}
+
+/// Prints a line on a state that is news. Silence over TCP is none: the link stands, and the bus may be idle.
+void CGatewayRun::reportConnection(SGateway& gateway)
+{
+    Cim::CCanInterface& canInterface = gateway.hosted.canInterface();
+    const SInterfaceStatus& status = gateway.hosted.status();
+    const bool isSilent = status.connection == EConnection::eSilent;
+    if ((status.connection == EConnection::eOpen && m_sinceOpen.elapsed() < SILENCE_MS) ||
+        (isSilent && canInterface.property("Protocol").toString() != QLatin1String("UDP"))) {
+        return;
+    }
+    gateway.shown = status.connection;
+    if (status.connection == EConnection::eOpen) {
+        report(gateway,
+               QStringLiteral("open, no answer yet: is %1 a T93 gateway?").arg(canInterface.commonInfo().port()),
+               {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
+    } else if (isSilent || status.isConnected()) { // a loss is an error of the interface, which has a line
+        report(gateway, QStringLiteral("gateway: ") + connectionText(status),
+               {{QStringLiteral("event"), QLatin1String(connectionName(status.connection))}},
+               isSilent ? EColor::eYellow : EColor::ePlain);
     }
 }
 

@@ -10,7 +10,9 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QObject>
+#include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -29,6 +31,7 @@ struct SGateway {
     const CTarget target;
     CHostedInterface hosted;
     CSummary summary;
+    EConnection shown = EConnection::eConnected; ///< state of the connection as the last line on it has it
 };
 
 /// What all commands that talk to gateways share: open interfaces, until something ends the run (a limit, Ctrl-C, the
@@ -48,6 +51,9 @@ public:
     /// Opens all and lets the simulated gateway's traffic begin. The run ends after so many seconds; 0: it does not by
     /// itself. Throws the interface's code and text when one does not open.
     void open(double seconds);
+    /// Calls `act` once the first gateway has answered. The run ends as refused when it does not answer within 1 s of
+    /// the opening: over UDP, and at any other server, nothing else shows that there is no gateway.
+    void whenAnswered(std::function<void()> act) { m_onAnswer = std::move(act); }
     /// Time since they are open.
     qint64 openMilliseconds() const { return m_sinceOpen.elapsed(); }
     /// Ends the run; the first call counts.
@@ -59,13 +65,17 @@ private:
     /// A line about one of the gateways, with its name where there are several.
     void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
     void reportError(SGateway& gateway, int error);
-    void reportSilence();
+    void look();
+    void lookForAnswer();
+    void reportConnection(SGateway& gateway);
     void onLogEnded(SGateway& gateway, const QString& error);
 
     SContext& m_context;
     const CInterruption m_interruption;
     std::vector<std::unique_ptr<SGateway>> m_gateways;
     QElapsedTimer m_sinceOpen;
+    QTimer m_lookTimer; ///< no signal reports an answer, or silence
+    std::function<void()> m_onAnswer;
     QEventLoop m_loop;
     std::optional<EExitCode> m_exitCode; ///< nothing: the run has not ended
 };

@@ -65,18 +65,21 @@ void printPlugin(COutput& output, const SPlugin& plugin)
     }
 }
 
-void showLoad(COutput& output, std::optional<int> load)
+void showLoad(COutput& output, const SInterfaceStatus& status)
 {
+    const std::optional<int> load = status.busload;
     const int percent = load.value_or(0);
     if (output.isJson()) {
         output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("load")},
-                                 {QStringLiteral("percent"), load ? QJsonValue(percent) : QJsonValue()}});
+                                 {QStringLiteral("percent"), load ? QJsonValue(percent) : QJsonValue()},
+                                 {QStringLiteral("connection"), QLatin1String(connectionName(status.connection))}});
         return;
     }
     const QByteArray text =
         "bus load " + (load ? QByteArray::number(percent) : QByteArray("?")).rightJustified(3) + " %";
+    const QByteArray connection = status.isConnected() ? QByteArray() : "  " + connectionText(status).toLocal8Bit();
     if (!output.isTerminal()) {
-        output.print(text);
+        output.print(text + connection);
         return;
     }
     const int filled = std::clamp(percent * BAR_WIDTH / 100, 0, BAR_WIDTH);
@@ -84,7 +87,7 @@ void showLoad(COutput& output, std::optional<int> load)
                          : percent < CROWDED_PERCENT ? EColor::eYellow
                                                      : EColor::eRed;
     output.printOver(text + "  [" + output.paint(color, QByteArray(filled, '#')) + QByteArray(BAR_WIDTH - filled, '.') +
-                     "]");
+                     "]" + connection);
 }
 
 EExitCode info(SContext& context)
@@ -110,7 +113,7 @@ EExitCode load(SContext& context, const SLoadOptions& options)
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &run, [&] {
-        showLoad(run.output(), run.gateway().hosted.status().busload);
+        showLoad(run.output(), run.gateway().hosted.status());
         const bool isLast = run.openMilliseconds() + HALF_INTERVAL_MS >= options.seconds * 1000;
         if (options.seconds > 0 && isLast) {
             run.end(eDone);

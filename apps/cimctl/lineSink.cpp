@@ -28,7 +28,7 @@ void CLineSink::writeLine(const QByteArray& line)
 
 bool CLineSink::handOver()
 {
-    return !isOpen() || (flush() && error() == NoError);
+    return (!isOpen() || flush()) && error() == NoError;
 }
 
 } // namespace vexmor::Apps::Cimctl

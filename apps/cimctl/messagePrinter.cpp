@@ -3,6 +3,10 @@
 #include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
+#include <QFileInfo>
+
+#include <cstdlib>
+
 namespace vexmor::Apps::Cimctl
 {
 namespace
@@ -27,14 +31,29 @@ QByteArray nameOf(const CGatewayRun& run, const SGateway& gateway)
     return run.gateways().size() == 1 ? INTERFACE_NAME
                                       : printable(gateway.target.name()).replace(' ', '_').replace('\t', '_');
 }
+
+Failure checkLogFile(const SShowOptions& options)
+{
+    const QFileInfo file(options.logFile);
+    if (file.isFile() && !options.append && !options.force) {
+        return wrongUsage(
+            QStringLiteral("%1 exists (--append continues it, --force replaces it)").arg(options.logFile));
+    }
+    const bool mayWrite =
+        file.exists() ? !file.isDir() && file.isWritable() : QFileInfo(file.path()).isWritable(); // that is its folder
+    return mayWrite
+               ? Failure()
+               : SProblem{
+                     QStringLiteral("%1 cannot be written: no such folder, or not permitted").arg(options.logFile)};
+}
 } // namespace
 
 CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
     : m_output(run.output()), m_options(options), m_logsToOutput(options.logFile == QLatin1String("-"))
 {
     m_log.setFileName(options.logFile);
-    if (!options.logFile.isEmpty() && !m_logsToOutput && !m_log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        throw logProblem();
+    if (!options.logFile.isEmpty() && !m_logsToOutput) {
+        require(checkLogFile(options));
     }
     connect(&m_log, &CLineSink::failed, &run, [&run] { run.end(eRefused); });
     for (const auto& gateway : run.gateways()) {
@@ -70,11 +89,9 @@ void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, boo
         return;
     }
     const std::int64_t now = microsecondsNow();
-    // With both directions in one log each line tells its own, as those of candump do.
-    const char direction = m_options.sent ? (sending ? 'T' : 'R') : '\0';
     if (!m_options.logFile.isEmpty()) {
-        const QByteArray line = CanLog::formatLogLine({now, source.name, message, direction});
-        m_logsToOutput ? m_output.print(line) : m_log.writeLine(line + '\n');
+        const char direction = m_options.direction ? (sending ? 'T' : 'R') : '\0';
+        log(CanLog::formatLogLine({now, source.name, message, direction}));
     }
     if (!m_logsToOutput) {
         m_output.isJson() ? m_output.print(jsonOf(source.name, message, sending, now))
@@ -82,6 +99,18 @@ void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, boo
     }
     ++m_shown;
     Q_EMIT messageShown();
+}
+
+void CMessagePrinter::log(const QByteArray& line)
+{
+    if (m_logsToOutput) {
+        m_output.print(line);
+    } else if (m_log.isOpen() || m_log.open(m_options.append ? QIODevice::Append : QIODevice::WriteOnly)) {
+        m_log.writeLine(line + '\n');
+    } else {
+        m_stopped = true;
+        Q_EMIT m_log.failed();
+    }
 }
 
 QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now)

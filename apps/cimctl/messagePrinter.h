@@ -25,15 +25,20 @@ struct SShowOptions {
     std::vector<SFilter> filters; ///< a message that one of them lets through is shown; none: all are
     QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere; "-"
                                   ///< to the output instead of what it shows otherwise
+    bool append = false;          ///< continue a log that exists
+    bool force = false;           ///< replace a log that exists
+    bool direction = false;       ///< each line of the log ends with its direction
 };
 
-/// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file.
+/// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file, which is opened with
+/// the first message: a log that exists stays as it is until then.
 class CMessagePrinter : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Throws a problem when the log file cannot be written. `run` must outlive the printer; it ends when the file
+    /// Throws a problem when the log file exists and is to be neither continued nor replaced, and when it could not be
+    /// written. `run` must outlive the printer; it ends when the file
     /// takes nothing any more.
     CMessagePrinter(CGatewayRun& run, const SShowOptions& options);
 
@@ -54,6 +59,7 @@ private:
         std::map<std::pair<std::uint16_t, bool>, Cim::CCanMessage> last; ///< by identifier and direction
     };
 
+    void log(const QByteArray& line);
     void show(SSource& source, const Cim::CCanMessage& message, bool sending);
     QByteArray lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now);
     QByteArray timeText(std::int64_t now);

@@ -1,6 +1,7 @@
 // The command that finds gateways: scan.
 #include "apps/cimctl/command.h"
 #include "apps/cli/interruption.h"
+#include "apps/host/bitRates.h"
 #include "apps/host/interfaceScan.h"
 #include "apps/host/interfaceStore.h"
 #include "cim/canInterface.h"
@@ -220,8 +221,8 @@ void addScan(CLI::App& app, Action& chosen)
              "ADDRESS");
     const COption save =
         addFlag(command, "--save", options.save, "Store what was found, under the names shown; each is a TARGET then");
-    addText(command, "--baudrate", options.bitRate,
-            "Bit rate to store for new ones: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)", "KBIT")
+    addText(command, "--baudrate", options.bitRate, "Bit rate to store for new ones, kbit/s (as the gateway has it)",
+            bitRates().join(QLatin1Char('|')).toStdString())
         .bitRate()
         .needs(save);
 }

@@ -121,7 +121,7 @@ EExitCode sendAll(SContext& context, const SSending& options, CSender::Source so
     CSender sender(run, std::move(source), speed);
     QObject::connect(&sender, &CSender::finished, &run,
                      [&run, &sender] { run.end(sender.hasRefused() ? eRefused : eDone); });
-    sender.start();
+    run.whenAnswered([&sender] { sender.start(); });
     return printer.finish(run.waitForEnd());
 }
 

@@ -32,7 +32,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
         QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
 }
 
-EExitCode list(SContext& context)
+EExitCode list(SContext& context, const bool& namesOnly)
 {
     COutput& output = context.output;
     CInterfaceStore store;
@@ -48,6 +48,10 @@ EExitCode list(SContext& context)
             output.print(jsonOf(name, settings));
             continue;
         }
+        if (namesOnly) {
+            output.print(printable(name));
+            continue;
+        }
         const QString rate = settings.value(StoreKey::BAUDRATE);
         output.print(printable(QStringLiteral("%1  %2  %3  %4  %5")
                                    .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
@@ -57,7 +61,7 @@ EExitCode list(SContext& context)
                                         settings.value(StoreKey::HOSTNAME))
                                    .trimmed()));
     }
-    if (names.isEmpty() && !output.isJson()) {
+    if (names.isEmpty() && !output.isJson() && !namesOnly) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");
     }
     return eDone;
@@ -127,7 +131,8 @@ EExitCode add(SContext& context, const SAddOptions& options)
 
 void addStoreCommands(CLI::App& app, Action& chosen)
 {
-    addCommand(app, chosen, "list", "List the stored interfaces", list);
+    const auto [listCommand, namesOnly] = addCommand(app, chosen, "list", "List the stored interfaces", list);
+    addFlag(listCommand, "--names", namesOnly, "Print the names alone");
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
     addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();

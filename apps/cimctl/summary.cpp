@@ -8,7 +8,7 @@ namespace
 {
 /// Short enough to see every value of an interface that measures at its default pace of 800 ms.
 constexpr int BUSLOAD_SAMPLE_MS = 400;
-/// An interface tells 0 until its first measurement is there, which takes no longer than this by default.
+/// An interface reports 0 until its first measurement, which takes no longer than this by default.
 constexpr int FIRST_BUSLOAD_MS = 2000;
 } // namespace
 
@@ -21,14 +21,17 @@ CSummary::CSummary(CHostedInterface& hosted) : m_interface(hosted)
 
 void CSummary::start()
 {
-    m_sinceStart.start();
+    m_sinceUnknown.start();
     m_busloadTimer.start(BUSLOAD_SAMPLE_MS);
 }
 
 void CSummary::sampleBusload()
 {
     const std::optional<int> percent = m_interface.status().busload;
-    if (!percent || (*percent == 0 && m_busloadSamples == 0 && m_sinceStart.elapsed() < FIRST_BUSLOAD_MS)) {
+    if (!percent) {
+        m_sinceUnknown.start();
+    }
+    if (!percent || (*percent == 0 && m_sinceUnknown.elapsed() < FIRST_BUSLOAD_MS)) {
         return;
     }
     ++m_busloadSamples;

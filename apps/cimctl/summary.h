@@ -37,7 +37,7 @@ private:
     std::uint64_t m_refused = 0;
     std::uint64_t m_errors = 0;
 
-    QElapsedTimer m_sinceStart;
+    QElapsedTimer m_sinceUnknown; ///< since the load was not known, at the latest since the start
     QTimer m_busloadTimer;
     int m_busloadSamples = 0;
     std::int64_t m_busloadSum = 0;

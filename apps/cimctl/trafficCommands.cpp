@@ -53,6 +53,21 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
     return messages;
 }
 
+/// The end of a line on a log: the frames that were left out, by kind; empty without any.
+QString leftOutOf(const CanLog::CLogReader& log)
+{
+    static const char* const NAMES[] = {"29-bit", "remote", "error", "CAN FD"}; // in the order of EForeign
+    QStringList texts;
+    for (int kind = 0; kind < CanLog::FOREIGN_COUNT; ++kind) {
+        if (const int count = log.skipped(static_cast<CanLog::EForeign>(kind)); count > 0) {
+            texts.append(QStringLiteral("%1: %2").arg(QLatin1String(NAMES[kind])).arg(count));
+        }
+    }
+    return texts.isEmpty()
+               ? QString()
+               : QStringLiteral("; a T93 cannot send what is left out (%1)").arg(texts.join(QLatin1String(", ")));
+}
+
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
@@ -60,13 +75,12 @@ void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString&
     while (valueOf(log.next())) {
         ++count;
     }
+    const QString leftOut = leftOutOf(log);
     if (count == 0) {
-        failUsage(QStringLiteral("%1: holds no frame").arg(file));
+        failUsage(QStringLiteral("%1: holds no frame to send%2").arg(file, leftOut));
     }
-    if (log.skipped() > 0) {
-        diagnostics.warn(QStringLiteral("%1: %2 lines are skipped (29-bit, remote, error or CAN FD frames)")
-                             .arg(file)
-                             .arg(log.skipped()));
+    if (!leftOut.isEmpty()) {
+        diagnostics.warn(QStringLiteral("%1: frames to send: %2%3").arg(file).arg(count).arg(leftOut));
     }
     log.rewind();
 }
@@ -92,6 +106,19 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
     };
 }
 
+/// Sends messages; the first that is refused ends the run.
+void sendAtOnce(CGatewayRun& run, const std::vector<Cim::CCanMessage>& messages)
+{
+    for (const Cim::CCanMessage& message : messages) {
+        const int code = run.gateway().hosted.send(message);
+        if (code != Cim::RC_OK) {
+            run.output().reportProblem(run.gateway().problemOf(code));
+            run.end(eRefused);
+            return;
+        }
+    }
+}
+
 /// Prints messages as they come.
 EExitCode dump(SContext& context, const SDumpOptions& options)
 {
@@ -111,11 +138,8 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
         }
     });
     run.open(options.seconds);
-    for (const Cim::CCanMessage& message : messages) {
-        const int code = run.gateway().hosted.send(message);
-        if (code != Cim::RC_OK) {
-            throw run.gateway().problemOf(code);
-        }
+    if (!messages.empty()) {
+        run.whenAnswered([&run, &messages] { sendAtOnce(run, messages); });
     }
     return printer.finish(run.waitForEnd());
 }
@@ -171,12 +195,13 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
 /// Sends messages that are made up.
 EExitCode gen(SContext& context, const SGenOptions& options)
 {
-    const SFilter ids = valueOf(readFilter(options.ids));
-    if (ids.inverse || ids.mask != SFilter().mask || ids.high > CanLog::MAX_ID) {
+    auto ids = readFilter(options.ids);
+    if (!ids || ids->inverse || ids->mask != SFilter().mask) {
         failUsage(QStringLiteral("identifiers %1: must be ID or LOW-HIGH, hexadecimal, at most 7FF").arg(options.ids));
     }
-    return sendAll(context, options, randomMessages(options, ids), 1);
+    return sendAll(context, options, randomMessages(options, *ids), 1);
 }
+
 void addDump(CLI::App& app, Action& chosen)
 {
     const auto [command, options] = addCommand(app, chosen, "dump", "Print messages as they come", dump);
@@ -190,8 +215,14 @@ void addDump(CLI::App& app, Action& chosen)
             "Begin each line with the time: a absolute, d since the line before, z since the first", "a|d|z")
         .oneOf({"a", "d", "z"});
     addFlag(command, "-a,--ascii", options.show.ascii, "End each line with the data as characters");
-    addText(command, "-l,--log", options.show.logFile,
-            "Write the messages to a file too, in candump's log format; -: to stdout, and nothing else", "FILE");
+    const COption log = addText(
+        command, "-l,--log", options.show.logFile,
+        "Write the messages to a new file too, in candump's log format; -: to stdout, and nothing else", "FILE");
+    addFlag(command, "--append", options.show.append, "Continue a log that exists").needs(log);
+    addFlag(command, "--force", options.show.force, "Replace a log that exists, with the first message").needs(log);
+    addFlag(command, "--direction", options.show.direction,
+            "End each line of the log with R or T: received, sent (Wireshark does not read that)")
+        .needs(log);
     addTexts(command, "-f,--filter", options.filters,
              "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
     addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");

@@ -17,12 +17,84 @@ QString textOf(const std::string& typed)
 {
     return QString::fromLocal8Bit(typed.c_str());
 }
+
+// The help, which would look different with each version of the parser; packaging/fromHelp reads it.
+constexpr std::size_t TEXT_COLUMN = 30;
+
+/// What can be typed and, from TEXT_COLUMN on, what it does; in a line of its own where it does not fit beside it.
+std::string helpLine(const std::string& typed, const std::string& text)
+{
+    const std::string left = "  " + typed;
+    const bool fits = left.size() < TEXT_COLUMN;
+    return left + (fits ? "" : "\n") + std::string(TEXT_COLUMN - (fits ? left.size() : 0), ' ') + text + '\n';
+}
+
+bool takesSeveral(const CLI::Option& option)
+{
+    return option.get_expected_max() >= CLI::detail::expected_max_vector_size;
+}
+
+std::string typedOf(const CLI::Option& option)
+{
+    std::string text = option.get_name(option.get_positional(), !option.get_positional());
+    if (option.get_items_expected_max() > 0) { // no flag
+        const std::string type = option.get_type_name();
+        const std::string value = option.get_default_str();
+        text += (type.empty() ? "" : " " + type) + (value.empty() ? "" : "=" + value);
+        text += takesSeveral(option) ? " ..." : "";
+        text += option.get_required() ? " REQUIRED" : "";
+    }
+    for (const CLI::Option* const needed : option.get_needs()) {
+        text += " Needs: " + needed->get_name();
+    }
+    return text;
+}
+
+/// The options of a kind under a title; empty without any.
+std::string helpSection(const CLI::App& app, const std::string& title,
+                        const std::function<bool(const CLI::Option*)>& isMeant)
+{
+    std::string lines;
+    for (const CLI::Option* const option : app.get_options(isMeant)) {
+        lines += helpLine(typedOf(*option), option->get_description());
+    }
+    return lines.empty() ? lines : "\n" + title + ":\n" + lines;
+}
+
+std::string usageOf(const CLI::App& app, const std::string& name)
+{
+    std::string text = "Usage: " + name + " [OPTIONS]";
+    for (const CLI::Option* const option : app.get_options([](auto* one) { return one->get_positional(); })) {
+        const std::string typed = option->get_name(true) + (takesSeveral(*option) ? "..." : "");
+        text += option->get_required() ? " " + typed : " [" + typed + "]";
+    }
+    return text + (app.get_require_subcommand_min() > 0 ? " SUBCOMMAND\n" : "\n");
+}
+
+std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatMode /*mode*/)
+{
+    std::string text = app->get_description() + '\n' + usageOf(*app, name);
+    text += helpSection(*app, "Positionals", [](auto* option) { return option->get_positional(); });
+    const std::string defaultGroup = CLI::OptionDefaults().get_group(); // its name depends on the parser's version
+    for (const std::string& group : app->get_groups()) {
+        const auto isMeant = [&](auto* option) { return !option->get_positional() && option->get_group() == group; };
+        text += helpSection(*app, group == defaultGroup ? "Options" : group, isMeant);
+    }
+    std::string commands;
+    for (const CLI::App* const command : app->get_subcommands([](auto* /*any*/) { return true; })) {
+        commands += helpLine(command->get_name(), command->get_description());
+    }
+    text += commands.empty() ? commands : "\nSubcommands:\n" + commands;
+    return text + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + '\n');
+}
 } // namespace
 
 CCommandLine::CCommandLine(const std::string& program, const std::string& help)
     : m_app(std::make_unique<CLI::App>(help, program))
 {
-    m_app->set_version_flag("--version", program + " " CIM_VERSION);
+    m_app->formatter_fn(helpOf);
+    m_app->set_help_flag("-h,--help", "Print this help message and exit");
+    m_app->set_version_flag("--version", program + " " CIM_VERSION, "Display program version information and exit");
 }
 
 CCommandLine::~CCommandLine() = default;

@@ -1,5 +1,7 @@
 #include "apps/cli/targetOptions.h"
 
+#include "apps/host/bitRates.h"
+
 namespace vexmor::Apps
 {
 namespace
@@ -43,8 +45,8 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
 {
     addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
         .oneOf({"TCP", "UDP"});
-    addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, "KBIT",
-               "Bit rate of the CAN bus: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)")
+    addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, bitRates().join(QLatin1Char('|')).toStdString(),
+               "Bit rate of the CAN bus, kbit/s (as the gateway has it)")
         .bitRate();
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
                "UDP: address of this computer's network interface to the gateway (any)")

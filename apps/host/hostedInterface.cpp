@@ -6,6 +6,13 @@
 
 namespace vexmor::Apps
 {
+namespace
+{
+/// From one repetition of the requests to a silent gateway to the next.
+constexpr int REPEAT_MS = 3000;
+/// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
+constexpr int ANSWER_MS = 1000;
+} // namespace
 
 CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterface, QObject* parent)
     : QObject(parent), m_canInterface(std::move(canInterface))
@@ -39,7 +46,27 @@ QString titleOf(const QString& errorText)
     return errorText.trimmed().section(QLatin1Char('\n'), 0, 0);
 }
 
-SInterfaceStatus CHostedInterface::status()
+const SInterfaceStatus& CHostedInterface::updateStatus()
+{
+    const SInterfaceStatus now = look();
+    const bool isUnheard = now.connection == EConnection::eOpen || now.connection == EConnection::eSilent;
+    if (!isUnheard || m_canInterface->property("Protocol").toString() != QLatin1String("UDP")) {
+        m_nextRequest = QDeadlineTimer();
+    } else if (!m_status.hasLink()) {
+        m_nextRequest.setRemainingTime(REPEAT_MS); // the opening has just sent them
+    } else if (m_nextRequest.hasExpired()) {
+        m_nextRequest.setRemainingTime(REPEAT_MS);
+        QMetaObject::invokeMethod(m_canInterface.get(), "onSocketConnected"); // sends what follows a connection
+    }
+    const bool mayAnswer = m_nextRequest.remainingTime() > REPEAT_MS - ANSWER_MS;
+    if (now.connection != EConnection::eSilent || !mayAnswer) {
+        m_status = now;
+    }
+    return m_status;
+}
+
+/// Returns what the interface says of its connection.
+SInterfaceStatus CHostedInterface::look()
 {
     const Cim::CCommonInfo& info = m_canInterface->commonInfo();
     const SEvidence evidence{m_canInterface->isOpened(), info.connectionState() == Cim::CCommonInfo::eConnected,

@@ -3,6 +3,7 @@
 #include "apps/host/interfaceStatus.h"
 #include "cim/canInterface.h"
 
+#include <QDeadlineTimer>
 #include <QObject>
 
 #include <cstdint>
@@ -32,8 +33,12 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message and returns the result code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// Returns what is known of the connection now.
-    SInterfaceStatus status();
+    /// Looks at the connection and returns what is known of it. Called several times per second while the interface is
+    /// open: over UDP, where requests and answers can be lost, this also repeats the requests for identity and load
+    /// every 3 s while nothing is heard. There a gateway counts as silent only when it did not answer them for 1 s.
+    const SInterfaceStatus& updateStatus();
+    /// Returns what `updateStatus` returned last.
+    const SInterfaceStatus& status() const { return m_status; }
     /// Returns the number of messages that `received` reported.
     std::uint64_t receivedCount() const { return m_received; }
     /// Returns the number of messages that a full queue of the interface refused.
@@ -49,10 +54,13 @@ Q_SIGNALS:
 private:
     static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
     void takeMessages();
+    SInterfaceStatus look();
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< child: so the spy handler, a plain function, finds this
     std::uint64_t m_arrived = 0;                        ///< messages that the spy handler saw
     std::uint64_t m_received = 0;
+    SInterfaceStatus m_status;
+    QDeadlineTimer m_nextRequest; ///< expired while the gateway is heard
 };
 
 } // namespace vexmor::Apps

@@ -5,7 +5,6 @@
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
-#include <QVariant>
 
 #include <algorithm>
 #include <atomic>
@@ -17,10 +16,8 @@ namespace vexmor::Apps
 namespace
 {
 constexpr int LOOK_MS = 100;
-/// From an attempt to open the interface, or to have a silent gateway answer over UDP, to the next attempt.
+/// From an attempt to open the interface to the next one.
 constexpr int RETRY_MS = 3000;
-/// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
-constexpr int ANSWER_MS = 1000;
 constexpr std::size_t MAX_BATCH = 10'000;
 /// A gateway accepts one connection at a time, and may notice the end of the last one a moment late: for so long after
 /// a close, a refused attempt to open is repeated.
@@ -72,7 +69,7 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
     m_lookTimer.setInterval(LOOK_MS);
     m_retryTimer.setSingleShot(true);
     connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
-    connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::onRetryTimer);
+    connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::open);
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
@@ -191,7 +188,6 @@ void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
         m_lookTimer.start();
-        m_retryTimer.start(RETRY_MS); // the opening has sent requests
         updateStatus();
         return;
     }
@@ -206,28 +202,10 @@ void CInterfaceWorker::onOpened(int code)
     }
 }
 
-void CInterfaceWorker::onRetryTimer()
-{
-    can().isOpened() ? updateStatus() : open();
-}
-
-/// Publishes the status. Over UDP it has the requests repeated when nothing was heard, and a gateway counts as silent
-/// only when it has not answered those for a while.
 void CInterfaceWorker::updateStatus()
 {
-    const SInterfaceStatus status = m_hosted->status();
-    if (!status.hasLink() && (m_isOpening || !can().isOpened())) {
-        return; // the end of the attempt to open decides, in `onOpened`
-    }
-    const bool isUnheard = status.connection == EConnection::eOpen || status.connection == EConnection::eSilent;
-    if (!isUnheard || can().property("Protocol").toString() != QLatin1String("UDP")) {
-        m_retryTimer.stop();
-    } else if (!m_retryTimer.isActive()) {
-        m_retryTimer.start(RETRY_MS);
-        QMetaObject::invokeMethod(&can(), "onSocketConnected"); // repeats the requests that follow a connection
-    }
-    const bool mayAnswer = m_retryTimer.isActive() && m_retryTimer.remainingTime() > RETRY_MS - ANSWER_MS;
-    if (status.connection != EConnection::eSilent || !mayAnswer) {
+    const SInterfaceStatus& status = m_hosted->updateStatus();
+    if (status.hasLink() || (!m_isOpening && can().isOpened())) { // else the end of the attempt decides, in `onOpened`
         publish(status);
     }
 }

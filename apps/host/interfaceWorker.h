@@ -54,7 +54,6 @@ private:
     // In the thread of the interface.
     void open();
     void onOpened(int code);
-    void onRetryTimer();
     void updateStatus();
     void publish(const SInterfaceStatus& status);
     void onError(int error);
@@ -71,7 +70,7 @@ private:
     bool m_hasEnded = false;
     std::vector<std::function<void()>> m_commands; ///< executed when the attempt to open has ended
     QTimer m_lookTimer;  ///< polls the status: no signal reports a regained link, an answer, or a new load
-    QTimer m_retryTimer; ///< until the next attempt to open, or to have a silent gateway answer over UDP
+    QTimer m_retryTimer; ///< until the next attempt to open
     std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< by the owner's key
     std::vector<SBusRecord> m_batch;                 ///< records of this turn of the event loop
     std::int64_t m_lastTime = 0;                     ///< time of the last record
