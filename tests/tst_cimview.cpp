@@ -1,10 +1,12 @@
 #include "InterfaceT93/rmFrame.h"
+#include "apps/cimview/busloadPlot.h"
 #include "apps/cimview/colours.h"
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
+#include "apps/host/clock.h"
 #include "apps/host/interfaceStore.h"
 #include "sim/simDetection.h"
 #include "t93Fixture.h"
@@ -144,6 +146,27 @@ private Q_SLOTS:
         run.bus.send(message(0x102));
         QTRY_COMPARE(run.trace().rowCount(), 5);
         QCOMPARE(run.state(STAGE), EConnection::eConnected);
+    }
+
+    void busloadsAreShownFromTheFirstOn()
+    {
+        CBusloadHistory history;
+        history.add(HALL, {microsecondsNow(), 12});
+        history.add(STAGE, {microsecondsNow(), 5});
+        history.add(STAGE, {microsecondsNow(), {}});
+        CBusloadPlot plot(history);
+        plot.show();
+        QCOMPARE(plot.accessibleDescription(), "hall: 12 %, stage: not known"_s);
+        const QImage picture = plot.grab().toImage();
+        const QRect legend(0, 0, picture.width(), plot.fontMetrics().height());
+        for (const int index : {0, 1}) {
+            const QRgb colour = curveColours(plot.palette().color(QPalette::Base))[std::size_t(index)];
+            int count = 0;
+            for (int at = 0; at < legend.width() * legend.height(); ++at) {
+                count += picture.pixel(at % legend.width(), at / legend.width()) == colour;
+            }
+            QVERIFY(count >= 64);
+        }
     }
 
     void errorsReachTheLog()

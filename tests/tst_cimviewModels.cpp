@@ -1,3 +1,4 @@
+#include "apps/cimview/busloadScale.h"
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/identifierModel.h"
 #include "apps/cimview/interfaceList.h"
@@ -186,6 +187,40 @@ private Q_SLOTS:
         QCOMPARE(filter.rowCount(), 1);
         model.append({record(1, hex("BB"))});
         QCOMPARE(filter.rowCount(), 2);
+    }
+
+    void busloadLines_data()
+    {
+        // Samples as SECONDS-AGO:PERCENT, in 120 to 100 pixels; lines as X,Y.
+        const auto row = columns<QString>("lines");
+        row("60:20 50:40", "60,80 70,60 "_s);
+        row("60:20 50:? 40:30 30:? 30:? 20:5 10:6", "60,80 |80,70 |100,95 110,94 "_s);
+        row("140:1 130:10 60:20", "-10,90 60,80 "_s); // the line comes in from the left
+        row("130:10 125:? 60:20", "60,80 "_s);
+        row("60:100 50:0 40:120", "60,0 70,100 80,-20 "_s);
+    }
+    void busloadLines()
+    {
+        CBusloadHistory::Samples samples;
+        for (const QByteArray& sample : rowName().split(' ')) {
+            const QList<QByteArray> parts = sample.split(':');
+            samples.push_back({-parts[0].toInt() * 1'000'000LL, parts[1].toInt()});
+            samples.back().percent = parts[1] == "?" ? std::nullopt : samples.back().percent;
+        }
+        QStringList lines;
+        for (const QPolygonF& line : SBusloadScale{QRectF(0, 0, 120, 100), 100, 0}.linesOf(samples)) {
+            lines.append(QString());
+            for (const QPointF& point : line) {
+                lines.last() += "%1,%2 "_s.arg(point.x()).arg(point.y());
+            }
+        }
+        QCOMPARE(lines.join(QLatin1Char('|')), cell<QString>("lines"));
+    }
+
+    void busloadMarks()
+    {
+        const QList<int> steps{markStep(7, 10), markStep(10, 5), markStep(10, 4), markStep(120, 6), markStep(120, 1)};
+        QCOMPARE(steps, (QList<int>{1, 2, 5, 20, 200}));
     }
 
     void eventsAreCountedNeverLost()

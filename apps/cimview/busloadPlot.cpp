@@ -1,110 +1,53 @@
 #include "apps/cimview/busloadPlot.h"
 
-#include "apps/cimview/busloadHistory.h"
+#include "apps/cimview/busloadScale.h"
 #include "apps/cimview/colours.h"
 #include "apps/host/clock.h"
 
-#include <QEvent>
-#include <qwt_legend.h>
-#include <qwt_plot_canvas.h>
-#include <qwt_plot_curve.h>
-#include <qwt_plot_grid.h>
-#include <qwt_scale_widget.h>
-
-#include <algorithm>
-#include <cmath>
+#include <QPainter>
 
 namespace vexmor::Apps::Cimview
 {
 namespace
 {
 constexpr int UPDATE_INTERVAL_MS = 500;
-constexpr double SHOWN_SECONDS = 120;
-constexpr double MICROSECONDS_PER_SECOND = 1e6;
-constexpr double MIN_TOP_PERCENT = 10;
+constexpr int MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-constexpr int LABEL_WIDTH = 60;
+constexpr int GAP = 4;         ///< between marks, labels and titles
+constexpr int KEY_SIZE = 9;    ///< of the coloured square before a name
+constexpr int NAME_GAP = 12;   ///< between a name and the next one
+constexpr int TITLE_LINES = 8; ///< a plot that is not as high as so many lines of text has no titles at its axes
 
-/// A curve with gaps: a point whose value is no number ends a line.
-class CGappedCurve : public QwtPlotCurve
+/// Returns places for keys and names of these widths, in rows. A name takes at most `longest` pixels.
+QVector<QRect> placesOf(const QVector<int>& widths, int longest, const QRect& row)
 {
-public:
-    using QwtPlotCurve::QwtPlotCurve;
-
-protected:
-    void drawSeries(QPainter* painter, const QwtScaleMap& xMap, const QwtScaleMap& yMap, const QRectF& canvas, int from,
-                    int to) const override
-    {
-        to = to < 0 ? static_cast<int>(dataSize()) - 1 : to;
-        for (int start = from; start <= to; ++start) {
-            int end = start;
-            while (end <= to && !std::isnan(sample(end).y())) {
-                ++end;
-            }
-            if (end > start) {
-                QwtPlotCurve::drawSeries(painter, xMap, yMap, canvas, start, end - 1);
-            }
-            start = end;
+    QVector<QRect> places;
+    QPoint next = row.topLeft();
+    for (const int width : widths) {
+        const QSize size(KEY_SIZE + GAP + std::min(width, longest) + NAME_GAP, row.height());
+        if (next.x() + size.width() > row.right() && next.x() > row.left()) {
+            next = QPoint(row.left(), next.y() + row.height());
         }
+        places.append(QRect(next, size));
+        next.rx() += size.width();
     }
-};
+    return places;
+}
 } // namespace
 
-CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent)
-    : QwtPlot(parent), m_history(history), m_grid(new QwtPlotGrid)
+CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent) : QWidget(parent), m_history(history)
 {
-    setAxisTitle(xBottom, tr("Seconds ago"));
-    setAxisTitle(yLeft, tr("Bus load [%]"));
-    for (const int axis : {xBottom, yLeft}) {
-        QwtText title = axisTitle(axis);
-        title.setFont(font());
-        setAxisTitle(axis, title);
-        setAxisFont(axis, font());
-    }
-    setAxisScale(xBottom, -SHOWN_SECONDS, 0);
-    setAxisScale(yLeft, 0, MIN_TOP_PERCENT);
-    static_cast<QwtPlotCanvas*>(canvas())->setFrameStyle(QFrame::NoFrame);
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding); // its hint is no minimum
-    insertLegend(new QwtLegend, QwtPlot::TopLegend);
-    m_grid->attach(this);
-    applyPalette();
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    setAccessibleName(tr("Bus load"));
     connect(&m_timer, &QTimer::timeout, this, &CBusloadPlot::showSamples);
     m_timer.start(UPDATE_INTERVAL_MS);
 }
 
-void CBusloadPlot::changeEvent(QEvent* event)
-{
-    QwtPlot::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) {
-        applyPalette();
-    }
-}
-
 void CBusloadPlot::showEvent(QShowEvent* event)
 {
-    QwtPlot::showEvent(event);
+    QWidget::showEvent(event);
     showSamples();
-}
-
-void CBusloadPlot::resizeEvent(QResizeEvent* event)
-{
-    QwtPlot::resizeEvent(event);
-    setAxisMaxMajor(xBottom, std::max(1, width() / LABEL_WIDTH)); // labels would overlap
-}
-
-void CBusloadPlot::applyPalette()
-{
-    const QColor ground = palette().color(QPalette::Base);
-    setCanvasBackground(ground);
-    QColor line = palette().color(QPalette::Text);
-    line.setAlpha(GRID_ALPHA);
-    m_grid->setPen(line, 0, Qt::DotLine);
-    const auto& colours = curveColours(ground);
-    std::size_t index = 0;
-    for (const auto& [name, curve] : m_curves) {
-        curve->setPen(QColor(colours[index++ % colours.size()]), CURVE_WIDTH);
-    }
 }
 
 void CBusloadPlot::showSamples()
@@ -112,36 +55,144 @@ void CBusloadPlot::showSamples()
     if (!isVisible()) {
         return;
     }
-    const std::int64_t now = microsecondsNow();
-    const auto& samples = m_history.samples();
-    bool isNew = false;
-    for (const auto& entry : samples) {
-        if (m_curves.count(entry.first) == 0) {
-            auto* const curve = new CGappedCurve(entry.first);
-            curve->setRenderHint(QwtPlotItem::RenderAntialiased);
-            curve->attach(this);
-            m_curves.emplace(entry.first, curve);
-            isNew = true;
-        }
+    QStringList loads; // for screen readers
+    for (const auto& [name, samples] : m_history.samples()) {
+        const std::optional<int> percent = samples.back().percent;
+        loads += percent ? tr("%1: %2 %").arg(name, QString::number(*percent)) : tr("%1: not known").arg(name);
     }
-    double top = MIN_TOP_PERCENT;
-    for (const auto& [name, curve] : m_curves) {
-        QVector<QPointF> points;
-        const auto found = samples.find(name);
-        for (const auto& sample : found == samples.end() ? CBusloadHistory::Samples() : found->second) {
-            const double seconds = static_cast<double>(sample.microseconds - now) / MICROSECONDS_PER_SECOND;
-            if (seconds >= -SHOWN_SECONDS) {
-                points.append({seconds, sample.percent ? static_cast<double>(*sample.percent) : qQNaN()});
-                top = std::max(top, 1.1 * sample.percent.value_or(0));
+    setAccessibleDescription(loads.join(QStringLiteral(", ")));
+    update();
+}
+
+void CBusloadPlot::paintEvent(QPaintEvent* /*event*/)
+{
+    const QFontMetrics metrics = fontMetrics();
+    const int line = metrics.height();
+    const bool hasTitles = height() >= TITLE_LINES * line;
+    const int labels = line + GAP + (hasTitles ? line : 0);
+
+    QPainter painter(this);
+    SBusloadScale scale;
+    scale.now = microsecondsNow();
+    const int labelWidth = metrics.horizontalAdvance(QStringLiteral("100")) + 2 * GAP;
+    const int left = labelWidth + (hasTitles ? line : 0);
+    scale.area = rect().adjusted(left, std::max(drawLegend(painter, left), line / 2), -labelWidth / 2, -labels);
+    const int top = std::max(MIN_TOP_PERCENT, highest(scale));
+    const int step = markStep(top, std::max(1, static_cast<int>(scale.area.height()) * 2 / (3 * line)));
+    scale.topPercent = (top + step - 1) / step * step;
+    drawAxes(painter, scale, hasTitles);
+    drawCurves(painter, scale);
+}
+
+/// Draws the names of the interfaces in rows from `left` on, shortened where they would take more than a quarter of the
+/// height. Returns the height of the rows.
+int CBusloadPlot::drawLegend(QPainter& painter, int left) const
+{
+    const QFontMetrics metrics = fontMetrics();
+    const int line = metrics.height() + GAP;
+    const int room = std::max(1, height() / 4 / line) * line;
+    QVector<QString> names;
+    QVector<int> widths;
+    for (const auto& entry : m_history.samples()) {
+        names.append(entry.first);
+        widths.append(metrics.horizontalAdvance(entry.first) + 1); // which rounds down
+    }
+    const QRect row(left, 0, width() - left, line);
+    int longest = row.width();
+    QVector<QRect> places = placesOf(widths, longest, row);
+    while (longest > 0 && !places.empty() && places.last().bottom() >= room) {
+        longest -= GAP;
+        places = placesOf(widths, longest, row);
+    }
+    int bottom = 0;
+    for (int index = 0; index < places.size() && places[index].bottom() < room; ++index) {
+        const QRect key(places[index].left(), places[index].center().y() - KEY_SIZE / 2, KEY_SIZE, KEY_SIZE);
+        const QRect text = places[index].adjusted(KEY_SIZE + GAP, 0, -NAME_GAP, 0);
+        painter.fillRect(key, colourOf(index));
+        painter.drawText(text, Qt::AlignVCenter, metrics.elidedText(names[index], Qt::ElideMiddle, text.width()));
+        bottom = places[index].bottom() + 1;
+    }
+    return bottom;
+}
+
+void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool hasTitles) const
+{
+    const QFontMetrics metrics = fontMetrics();
+    const QRectF& area = scale.area;
+    const int line = metrics.height();
+    painter.fillRect(area, palette().color(QPalette::Base));
+    QColor gridColour = palette().color(QPalette::Text);
+    gridColour.setAlpha(GRID_ALPHA);
+    const QPen grid(gridColour, 0, Qt::DotLine);
+    const QPen text(palette().color(QPalette::WindowText));
+
+    const int second =
+        markStep(SBusloadScale::SHOWN_SECONDS,
+                 std::max(1, static_cast<int>(area.width()) / metrics.horizontalAdvance(QStringLiteral("100000"))));
+    for (int seconds = 0; seconds <= SBusloadScale::SHOWN_SECONDS; seconds += second) {
+        const double x = scale.xOf(seconds);
+        painter.setPen(grid);
+        painter.drawLine(QPointF(x, area.top()), QPointF(x, area.bottom()));
+        painter.setPen(text);
+        painter.drawLine(QPointF(x, area.bottom()), QPointF(x, area.bottom() + GAP));
+        painter.drawText(QRectF(x - area.width() / 2, area.bottom() + GAP, area.width(), line), Qt::AlignHCenter,
+                         QString::number(seconds));
+    }
+    const int step = markStep(scale.topPercent, std::max(1, static_cast<int>(area.height()) * 2 / (3 * line)));
+    for (int percent = 0; percent <= scale.topPercent; percent += step) {
+        const double y = scale.yOf(percent);
+        painter.setPen(grid);
+        painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
+        painter.setPen(text);
+        painter.drawLine(QPointF(area.left() - GAP, y), QPointF(area.left(), y));
+        painter.drawText(QRectF(0, y - line, area.left() - 2 * GAP, 2 * line), Qt::AlignRight | Qt::AlignVCenter,
+                         QString::number(percent));
+    }
+    painter.drawLine(area.topLeft(), area.bottomLeft());
+    painter.drawLine(area.bottomLeft(), area.bottomRight());
+    if (hasTitles) {
+        painter.drawText(QRectF(area.left(), area.bottom() + GAP + line, area.width(), line), Qt::AlignHCenter,
+                         tr("Seconds ago"));
+        painter.save();
+        painter.rotate(-90);
+        painter.drawText(QRectF(-area.bottom(), 0, area.height(), line), Qt::AlignHCenter, tr("Bus load [%]"));
+        painter.restore();
+    }
+}
+
+void CBusloadPlot::drawCurves(QPainter& painter, const SBusloadScale& scale) const
+{
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setClipRect(scale.area.adjusted(0, -CURVE_WIDTH, 0, CURVE_WIDTH));
+    int index = 0;
+    for (const auto& entry : m_history.samples()) {
+        painter.setPen(QPen(colourOf(index++), CURVE_WIDTH, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        for (const QPolygonF& line : scale.linesOf(entry.second)) {
+            if (line.size() == 1) { // a dot
+                painter.drawLine(line.first() - QPointF(1, 0), line.first() + QPointF(1, 0));
             }
+            painter.drawPolyline(line);
         }
-        curve->setSamples(points);
     }
-    if (isNew) {
-        applyPalette();
+}
+
+/// Returns the colour of the interface at this place in the alphabet.
+QColor CBusloadPlot::colourOf(int index) const
+{
+    const auto& colours = curveColours(palette().color(QPalette::Base));
+    return QColor(colours[static_cast<std::size_t>(index) % colours.size()]);
+}
+
+/// Returns the highest load that is shown, in percent.
+int CBusloadPlot::highest(const SBusloadScale& scale) const
+{
+    int percent = 0;
+    for (const auto& entry : m_history.samples()) {
+        for (const auto& sample : scale.shown(entry.second)) {
+            percent = std::max(percent, sample.percent.value_or(0));
+        }
     }
-    setAxisScale(yLeft, 0, top);
-    replot();
+    return percent;
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -1,20 +1,18 @@
 #pragma once
 
+#include "apps/cimview/busloadHistory.h"
+
 #include <QTimer>
-#include <qwt_plot.h>
+#include <QWidget>
 
-#include <map>
-
-class QwtPlotCurve;
-class QwtPlotGrid;
+class QPainter;
 
 namespace vexmor::Apps::Cimview
 {
-
-class CBusloadHistory;
+struct SBusloadScale;
 
 /// The bus load of each interface over the last two minutes, in colours that fit the palette.
-class CBusloadPlot : public QwtPlot
+class CBusloadPlot : public QWidget
 {
     Q_OBJECT
 
@@ -22,21 +20,23 @@ public:
     /// `history` must outlive the plot.
     explicit CBusloadPlot(const CBusloadHistory& history, QWidget* parent = nullptr);
 
+    QSize sizeHint() const override { return {400, 200}; }
     /// Small: the plot gives way to the other panels.
     QSize minimumSizeHint() const override { return {150, 80}; }
 
 protected:
-    void changeEvent(QEvent* event) override;
     void showEvent(QShowEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
-    void applyPalette();
     void showSamples();
+    int drawLegend(QPainter& painter, int left) const;
+    void drawAxes(QPainter& painter, const SBusloadScale& scale, bool hasTitles) const;
+    void drawCurves(QPainter& painter, const SBusloadScale& scale) const;
+    QColor colourOf(int index) const;
+    int highest(const SBusloadScale& scale) const;
 
     const CBusloadHistory& m_history;
-    QwtPlotGrid* m_grid;                       ///< belongs to the plot, as do the curves
-    std::map<QString, QwtPlotCurve*> m_curves; ///< by name of the interface
     QTimer m_timer;
 };
 

@@ -20,7 +20,8 @@ class CInterfaceWorker;
 /// mark their records with different numbers, `source`. `status` has what is known of the connection.
 ///
 /// The interface regains a lost TCP link by itself. Over UDP, where requests and answers can be lost, the requests for
-/// identity and load are repeated before a gateway counts as silent, and every 3 s while it does not answer.
+/// identity and load are repeated before a gateway counts as silent, and every 3 s while it does not answer. An attempt
+/// to open that is refused within a second of a close by this program is repeated until that second is over.
 class CInterfaceInUse : public QObject
 {
     Q_OBJECT

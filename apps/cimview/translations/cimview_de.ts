@@ -184,6 +184,18 @@
 <context>
     <name>vexmor::Apps::Cimview::CBusloadPlot</name>
     <message>
+        <source>Bus load</source>
+        <translation>Buslast</translation>
+    </message>
+    <message>
+        <source>%1: %2 %</source>
+        <translation>%1: %2 %</translation>
+    </message>
+    <message>
+        <source>%1: not known</source>
+        <translation>%1: nicht bekannt</translation>
+    </message>
+    <message>
         <source>Seconds ago</source>
         <translation>vor Sekunden</translation>
     </message>
