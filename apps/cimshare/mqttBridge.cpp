@@ -52,6 +52,7 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
       m_published(buses.size()),
       m_link(broker, m_topic + STATE, online(false))
 {
+    setObjectName(QStringLiteral("broker"));
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
@@ -87,9 +88,7 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                                  {QStringLiteral("time"), microsecondsNow() / 1e6}};
         m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
     });
-    if (!bus.sendingProblem()) {
-        m_link.subscribe(published.topic + SEND);
-    }
+    m_link.subscribe(published.topic + SEND); // also where clients may not send: they get an answer
 }
 
 /// Publishes the end itself: the broker drops the will of a client that disconnects.
@@ -205,11 +204,12 @@ void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, co
             publishRefusal(*published, send.line, send.message.problem().text);
             continue;
         }
-        published->bus->send(*send.message, *this, [this, published, message = *send.message](const Failure& failure) {
-            if (failure) {
-                publishRefusal(*published, CanLog::formatFrame(message), failure->text);
-            }
-        });
+        published->bus->send(*send.message, *this, m_name,
+                             [this, published, message = *send.message](const Failure& failure) {
+                                 if (failure) {
+                                     publishRefusal(*published, CanLog::formatFrame(message), failure->text);
+                                 }
+                             });
     }
     endRefusals(*published);
 }
