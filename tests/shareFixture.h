@@ -31,6 +31,24 @@ inline void require(bool holds, const QString& what)
     QTest::qVerify(holds, qPrintable(what), "", __FILE__, __LINE__);
 }
 
+/// Makes certificates in a folder: server.pem and client.pem of the authority ca.pem, for the name hall.example and the
+/// address 127.0.0.1, and stranger.pem of the authority other.pem.
+inline void makeCertificates(const QTemporaryDir& folder)
+{
+    const SOutcome made = run("cd "_s + folder.path() + QString::fromLatin1(R"( && exec 2>log
+        key="-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
+        for ca in ca other; do
+            openssl req -x509 $key -subj /CN=$ca -keyout $ca.key -out $ca.pem -days 2 || exit 1
+        done
+        for who in server:ca client:ca stranger:other; do
+            ca=${who#*:} who=${who%:*}
+            openssl req $key -subj /CN=$who -keyout $who.key -out $who.csr &&
+            openssl x509 -req -in $who.csr -CA $ca.pem -CAkey $ca.key -CAcreateserial -out $who.pem -days 2 \
+                -extfile <(echo subjectAltName=IP:127.0.0.1,DNS:hall.example) || exit 1
+        done)"));
+    require(made.exitCode == 0, "openssl makes certificates"_s);
+}
+
 /// Ends with its scope.
 struct SProgram : QProcess {
     ~SProgram() override { stop(); }

@@ -1,3 +1,4 @@
+#include "apps/cimshare/sendRules.h"
 #include "apps/cimshare/socketcandClient.h"
 #include "apps/cimshare/socketcandText.h"
 #include "requireTool.h"
@@ -5,6 +6,9 @@
 
 #include <QNetworkDatagram>
 #include <QUdpSocket>
+
+#include <sys/un.h>
+#include <unistd.h>
 
 using namespace vexmor::Test;
 using namespace vexmor::Apps::Cimshare;
@@ -26,6 +30,29 @@ struct SRawHost : QTcpSocket {
         connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
     }
     QByteArray heard;
+};
+
+/// stunnel with a configuration of docs/sharing.md, all of it in a folder and on ports of 127.0.0.1.
+struct STunnel : SProgram {
+    /// `first` is the first line of the configuration; `changes` are sed commands for it.
+    STunnel(const QTemporaryDir& folder, const QString& first, const QString& changes)
+    {
+        setProcessChannelMode(MergedChannels);
+        connect(this, &QProcess::readyRead, [this] { said += readAll(); });
+        start("bash"_s, {"-c"_s, R"(cd %1 && exec stunnel4 -fd 0 < <(printf 'foreground = yes\npid =\ndebug = info\n'
+            sed -n '/^%2/,/^```/{/^```/q;p}' %3 | sed -e 's|/etc/stunnel/||; s/accept = .*/accept = 127.0.0.1:0/' -e '%4'))"_s
+                                     .arg(folder.path(), first, QStringLiteral(CIM_SHARING_DOCUMENT), changes)});
+        require(port("t93"_s) != 0, "stunnel listens"_s);
+    }
+    ~STunnel() override { stop(); } // while `said` exists
+    quint16 port(const QString& service)
+    {
+        const QRegularExpression bound(R"(\[%1\] \(FD=\d+\) bound to 127.0.0.1:(\d+))"_s.arg(service));
+        const auto number = [&] { return bound.match(QString::fromLatin1(said)).captured(1).toUShort(); };
+        (void)QTest::qWaitFor([&] { return number() != 0; });
+        return number();
+    }
+    QByteArray said;
 };
 
 // ---- Promised limits: what a client can reach, as a number ----
@@ -330,6 +357,211 @@ private Q_SLOTS:
         QVERIFY(share.sent.isEmpty());
     }
 
+    void sendRules_data()
+    {
+        const auto row = columns<QString, QString>("rules", "allowed");
+        row("none", "false"_s, {});
+        row("all", "true"_s,
+            "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|socketcand hall 100"_s);
+        row("protocol", "t93"_s, "t93 hall 100|t93 a:1 100"_s);
+        row("bus", "mqtt:hall"_s, "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF"_s);
+        row("bus of each protocol", "*:hall"_s,
+            "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|socketcand hall 100"_s);
+        row("identifiers", "mqtt:hall:1ff-7fe"_s, "mqtt hall 1FF"_s);
+        row("one identifier", "mqtt:*:0"_s, "mqtt hall 000"_s);
+        row("one of a name with colons", "t93:a:1:100"_s, "t93 a:1 100"_s);
+        row("two", "socketcand,mqtt:hall:7FF"_s, "mqtt hall 7FF|socketcand hall 100"_s);
+        for (const char* wrong :
+             {"", "hall", "mqtt:", "mqtt::100", "MQTT", "mqtt:hall:800", "mqtt:hall:2-1", "mqtt:hall:x", "mqtt:hall:1-",
+              "mqtt:hall:-1", "mqtt:hall:1000", "mqtt,", "mqtt,x", "yes"}) {
+            row(wrong, QString::fromLatin1(wrong), "not a rule"_s);
+        }
+    }
+    void sendRules()
+    {
+        CSendRules rules;
+        if (const auto failure = rules.add(cell<QString>("rules"))) {
+            QVERIFY(failure->isUsage);
+            QCOMPARE(cell<QString>("allowed"), "not a rule"_s);
+            return;
+        }
+        QStringList allowed;
+        for (const QString& one : list("mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|"
+                                       "socketcand hall 100"_s)) {
+            const QStringList words = list(one);
+            allowed +=
+                rules.problem(words[0], words[1], words[2].toUShort(nullptr, 16)) ? QStringList() : QStringList(one);
+        }
+        QCOMPARE(allowed.join(QLatin1Char('|')), cell<QString>("allowed"));
+    }
+
+    void sendsByRule()
+    {
+        SShare share("--socketcand 0 --t93 0 --send-limit 3 --allow-send socketcand:*:100-1FF"_s);
+        SClient client(share, "bcmmode");
+        const auto host = makeInterface(share.port("t93"_s));
+        QCOMPARE(host->openCommunication(), int(RC_OK));
+        QCOMPARE(host->writeMessage(message(0x100)), int(RC_OK));
+        QVERIFY(share.happened("refused"_s));
+        QVERIFY(share.text("refused"_s).startsWith("t93 127.0.0.1:"_s));
+        QVERIFY(client.asks("< add 0 1000 200 0 >", "no permission to send 200 (--allow-send) >"));
+        QVERIFY(client.asks("< send 99 0 >", "no permission to send 099 (--allow-send) >"));
+        QVERIFY(share.happened("refused"_s, 3));
+        QCOMPARE(share.count("sends"_s) + share.count("openToAll"_s), 0);
+        SClient other(share);
+        client.write(QByteArray("< send 100 0 >").repeated(5));
+        QVERIFY(share.happened("refused"_s, 5));
+        const QString name = "socketcand 127.0.0.1:%1"_s.arg(client.localPort());
+        QCOMPARE(share.text("refused"_s), name + " refused: more than 3 messages in a second (--send-limit)"_s);
+        QCOMPARE(share.count("sends"_s), 1);
+        QCOMPARE(share.text("sends"_s), name + " sends"_s);
+        other.write("< send 101 0 >");
+        QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "100# 100# 100# 101#"_s);
+        const auto sendAgain = [&] { // in another second
+            client.write("< send 1FF 0 >");
+            return share.sent.contains("1FF#"_s);
+        };
+        QTRY_VERIFY(sendAgain());
+        QCOMPARE(share.count("sends"_s), 2);
+    }
+
+    /// Another gateway answers in the place of the known one.
+    void anotherGateway_data()
+    {
+        const auto row = columns<QString, bool>("options", "isPinned");
+        row("reported", {}, false);
+        row("pinned", "--pin "_s, true);
+        row("pinned over UDP", "--pin --protocol UDP "_s, true);
+        row("pinned, stored", "--pin "_s, true);
+    }
+    void anotherGateway()
+    {
+        const QTemporaryDir store;
+        qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
+        SShare share(cell<QString>("options") + "--socketcand 0 --allow-send"_s);
+        SSimIdentity other;
+        other.macAddress[5] ^= 1;
+        if (rowName() == "pinned, stored") {
+            share.end();
+            const SOutcome stored =
+                run(QStringLiteral(CIM_CIMCTL " add hall %1 && sed -i "
+                                              "s/InterfaceId=/InterfaceId=02:00:00:54:39:33/ %2/*/*")
+                        .arg(share.name, store.path()));
+            QVERIFY2(stored.exitCode == 0, stored.err);
+            share.arguments.first() = share.name = "hall"_s;
+            share.gateway.setIdentity(other);
+            share.start();
+        } else {
+            SClient early(share);
+            early.write("< send 100 0 >");
+            QTRY_COMPARE(share.sent, QStringList{"100#"_s});
+            QCOMPARE(share.count("anotherGateway"_s), 0);
+            const int noAnswers = share.count("noAnswer"_s);
+            share.misbehave(&SSimFaults::mute);
+            share.gateway.dropLinks();
+            if (cell<bool>("isPinned")) { // a link, and nothing known of the gateway behind it
+                QVERIFY(share.happened("noAnswer"_s, noAnswers + 1));
+                QVERIFY(early.asks("< send 102 0 >", "gateway: its identity is not known yet >"));
+            }
+            share.gateway.setIdentity(other);
+            share.gateway.setFaults({});
+            share.gateway.dropLinks();
+        }
+        qunsetenv("XDG_CONFIG_HOME");
+        QVERIFY(share.happened("anotherGateway"_s));
+        QCOMPARE(share.text("anotherGateway"_s),
+                 "gateway: 02:00:00:54:39:32 is not the known one, 02:00:00:54:39:33"_s);
+        SClient client(share);
+        share.sent.clear();
+        client.write("< send 101 0 >");
+        if (cell<bool>("isPinned")) {
+            QVERIFY(client.hears(share.text("anotherGateway"_s).toLatin1()));
+            QVERIFY(share.text("refused"_s).endsWith(share.text("anotherGateway"_s)));
+            QVERIFY(share.sent.isEmpty());
+        } else {
+            QTRY_COMPARE(share.sent, QStringList{"101#"_s});
+        }
+    }
+
+    void reportsToTheServiceManager()
+    {
+        const QTemporaryDir folder;
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, folder.filePath("notify"_s).toLocal8Bit(), sizeof address.sun_path);
+        const int manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+        QCOMPARE(::bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        QStringList reports;
+        const auto isReported = [&](int count) {
+            char text[64];
+            for (ssize_t size = 0; (size = ::recv(manager, text, sizeof text, 0)) > 0;) {
+                reports += QString::fromLatin1(text, int(size));
+            }
+            return reports.size() >= count;
+        };
+        qputenv("NOTIFY_SOCKET", address.sun_path);
+        qputenv("WATCHDOG_USEC", "300000");
+        SShare share("--socketcand 0"_s, true);
+        qunsetenv("NOTIFY_SOCKET");
+        QVERIFY(share.happened("listening"_s));
+        QTRY_VERIFY(isReported(1));
+        SClock clock;
+        QTRY_VERIFY(isReported(5));
+        QVERIFY2(clock.elapsed() < 1200, QByteArray::number(clock.elapsed()));
+        QCOMPARE(reports.mid(0, 3).join(QLatin1Char(' ')), "READY=1 WATCHDOG=1 WATCHDOG=1"_s);
+        ::close(manager);
+    }
+
+    void unitPermitsLittle()
+    {
+        REQUIRE_TOOL("systemd-analyze");
+        const QTemporaryDir folder;
+        const SOutcome outcome = run("sed s,@.*@,/usr/bin, %1 > %2/cimshare.service && systemd-analyze security "
+                                     "--offline=yes --threshold=15 --no-pager %2/cimshare.service"_s.arg(
+                                         QStringLiteral(CIM_UNIT), folder.path()));
+        QVERIFY2(outcome.exitCode == 0, outcome.out.right(200) + outcome.err); // exposure 1.5
+    }
+
+    /// The recipe of docs/sharing.md: TLS in front of both ports, for clients with a certificate.
+    void behindStunnel_data()
+    {
+        const auto row = columns<QString, bool>("changes", "isAdmitted"); // of the client's configuration
+        row("certificate of the authority", {}, true);
+        row("of another authority", "s/client[.]/stranger./"_s, false);
+        row("no certificate", "/^cert/d; /^key/d"_s, false);
+        row("service of another name", "s/checkHost = .*/checkHost = stage.example/"_s, false);
+    }
+    void behindStunnel()
+    {
+        REQUIRE_TOOL("stunnel4");
+        REQUIRE_TOOL("openssl");
+        const QTemporaryDir folder;
+        makeCertificates(folder);
+        SShare share("--socketcand 0 --t93 0"_s);
+        STunnel server(
+            folder, "cert = "_s,
+            "s/hall[.]\\(pem\\|key\\)/server.\\1/; s/:29536/:%1/; s/:30000/:%2/"_s.arg(share.port("socketcand"_s))
+                .arg(share.port("t93"_s)));
+        STunnel client(folder, "client = yes"_s,
+                       "s/hall.example:29537/127.0.0.1:%1/; s/hall.example:30100/127.0.0.1:%2/; "_s
+                               .arg(server.port("socketcand"_s))
+                               .arg(server.port("t93"_s)) +
+                           cell<QString>("changes"));
+        QTcpSocket program;
+        program.connectToHost(QHostAddress(QHostAddress::LocalHost), client.port("socketcand"_s));
+        if (cell<bool>("isAdmitted")) {
+            QTRY_COMPARE(program.peek(100), QByteArray("< hi >"));
+            const auto host = makeInterface(client.port("t93"_s));
+            QCOMPARE(host->openCommunication(), int(RC_OK));
+            QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
+        } else {
+            QTRY_VERIFY(client.said.contains("error") || client.said.contains("alert"));
+            QTRY_COMPARE(program.state(), QAbstractSocket::UnconnectedState);
+            QCOMPARE(program.readAll(), QByteArray());
+            QCOMPARE(share.count("connected"_s), 0);
+        }
+    }
+
     /// Over UDP, where no connection is refused or lost.
     void gatewayOverUdp()
     {
@@ -522,6 +754,7 @@ private Q_SLOTS:
         const QTemporaryDir folder;
         QVERIFY(QFile::rename(writeFile(folder, "(1.0) x 123#\n"), folder.filePath("a&\"b"_s)));
         SShare share("sim:%1/a&\"b --socketcand 10.9.1.1:0 --beacon"_s.arg(folder.path()));
+        QCOMPARE(share.count("openToAll"_s), 1); // and not on 127.0.0.1: sendsByRule
         QTRY_VERIFY(network.hasPendingDatagrams());
         QElapsedTimer clock;
         clock.start();
@@ -686,16 +919,31 @@ print("errors", *one.errors, flush=True)
         row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
         row("more ports than there are", "sim 127.0.0.1 --t93 65535"_s, 2, "not so many ports"_s);
         row("beacon for nothing", "sim --t93 0 --beacon"_s, 2, "--beacon requires --socketcand"_s);
+        for (const char* value : {"", "\\\"\\\"", "{}", "[]", "maybe", "2", "t"}) {
+            for (const char* name : {"allow-send", "json"}) {
+                row(name + QByteArray("=") + value,
+                    "sim --config <(echo \"%1=%2\")"_s.arg(QLatin1String(name), QLatin1String(value)), 2,
+                    QLatin1String(name) + QString());
+            }
+        }
         row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is not a topic"_s);
         row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
         row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is not a HOST[:PORT]"_s);
-        row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
+        row("no file", "sim --mqtt localhost --mqtt-plaintext --mqtt-credentials /nowhere"_s, 2,
+            "/nowhere: No such file"_s);
+        row("readable credentials", "sim --mqtt localhost --mqtt-plaintext --mqtt-credentials /etc/passwd"_s, 2,
+            "/etc/passwd: other users can read it"_s);
+        row("credentials of the service manager",
+            "sim --mqtt localhost --mqtt-ca /nowhere --mqtt-credentials /usr/bin/env"_s, 2, "certificates: "_s);
+        row("password in the clear", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2,
+            "--mqtt-plaintext allows it"_s);
         row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
         row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);
     }
     void wrongUsage()
     {
-        const SOutcome outcome = run(QStringLiteral(CIM_CIMSHARE " ") + cell<QString>("typed"));
+        const SOutcome outcome =
+            run(QStringLiteral("CREDENTIALS_DIRECTORY=/usr/bin " CIM_CIMSHARE " ") + cell<QString>("typed"));
         QCOMPARE(outcome.exitCode, cell<int>("exitCode"));
         QVERIFY2(outcome.err.contains(cell<QString>("says").toUtf8()), outcome.err);
     }

@@ -193,26 +193,19 @@ private Q_SLOTS:
         row("nobody", "--mqtt-ca F/ca.pem"_s + key, "not authorised"_s);
         row("no certificate", "--mqtt-ca F/ca.pem"_s + name, "certificate required|lost"_s);
         row("broker of another authority", "--mqtt-ca F/other.pem"_s + key + name, "certificate verify failed"_s);
-        row("no TLS", name.trimmed(), "lost"_s);
+        row("no TLS", "--mqtt-plaintext"_s + name, "lost"_s);
     }
     void whoMayConnect()
     {
         REQUIRE_TOOL("openssl");
         const QTemporaryDir folder;
+        makeCertificates(folder);
         const SOutcome made = run("cd "_s + folder.path() + QString::fromLatin1(R"( && exec 2>log
-            for ca in ca other; do
-                openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=$ca -keyout $ca.key -out $ca.pem -days 2 || exit 1
-            done
-            for who in broker client; do
-                openssl req -newkey rsa:2048 -nodes -subj /CN=$who -keyout $who.key -out $who.csr &&
-                openssl x509 -req -in $who.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out $who.pem -days 2 \
-                    -extfile <(echo subjectAltName=IP:127.0.0.1) || exit 1
-            done
-            printf 'hall\nsecret\n' > right; printf 'hall\nsicret\n' > wrong; chmod 644 *
+            chmod 644 *; umask 077; printf 'hall\nsecret\n' > right; printf 'hall\nsicret\n' > wrong
             touch users && mosquitto_passwd -b users hall secret && chmod 644 users)"));
         QCOMPARE(made.exitCode, 0);
         QFile::setPermissions(folder.path(), QFile::Permissions(0x7755));
-        const SBroker broker(QByteArray("cafile F/ca.pem\ncertfile F/broker.pem\nkeyfile F/broker.key\n"
+        const SBroker broker(QByteArray("cafile F/ca.pem\ncertfile F/server.pem\nkeyfile F/server.key\n"
                                         "require_certificate true\npassword_file F/users\n")
                                  .replace('F', folder.path().toLatin1()));
         SShare share(broker.options(cell<QString>("options").replace("F/"_s, folder.path() + "/"_s)));

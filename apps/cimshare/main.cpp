@@ -36,9 +36,12 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
     add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");
     add("--mqtt-key", broker.keyFile, "Its key", "FILE");
+    addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS")
+        .group(GROUP)
+        .needs(mqtt);
 }
 
-void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks)
+void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks, QStringList& sendRules)
 {
     app.addConfigFile("--config", "Read options from a file: name=value, a line each", "FILE");
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
@@ -47,7 +50,14 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
                                             "Serve socketcand clients, all buses by name (port 29536)");
     addFlag(app, "--beacon", options.beacon, "Tell the network of it by broadcast").needs(socketcand);
     addListening(app, "--t93", options.t93, "Be a T93 gateway for other hosts, a port for each bus, counting up");
-    addFlag(app, "--allow-send", options.allowSend, "Clients may send; else they listen only");
+    addTexts(app, "--allow-send", sendRules,
+             "Clients may send all, or what the rule names (without this option: nothing); may be given again",
+             "[PROTOCOL[:BUS[:ID[-ID]]]]")
+        .optionalValue()
+        .showDefault(QStringLiteral("true"));
+    addWhole(app, "--send-limit", options.sending.messagesPerSecond, 1, 10000, "Messages of one client in a second");
+    addFlag(app, "--pin", options.sending.isPinned,
+            "Send only to the known gateway: the MAC address stored, or seen first");
     addTexts(app, "--allow", networks, "Clients from there only; may be given again", "ADDRESS[/PREFIX]");
     addMqtt(app, options);
     addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
@@ -80,12 +90,18 @@ int cimshare(int argc, char** argv)
         "Listens on 127.0.0.1 unless an address is given.");
     SShareOptions options;
     QStringList networks;
-    addOptions(app, options, networks);
+    QStringList sendRules;
+    addOptions(app, options, networks, sendRules);
     if (const auto exitCode = app.parse(argc, argv, fail)) {
         return *exitCode;
     }
     for (const QString& network : std::as_const(networks)) {
         if (const Failure failure = options.allowed.add(network)) {
+            return fail(*failure);
+        }
+    }
+    for (const QString& rule : std::as_const(sendRules)) {
+        if (const Failure failure = options.sending.rules.add(rule)) {
             return fail(*failure);
         }
     }

@@ -52,6 +52,7 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
       m_published(buses.size()),
       m_link(broker, m_topic + STATE, online(false))
 {
+    setObjectName(QStringLiteral("broker"));
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
@@ -203,11 +204,12 @@ void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, co
             publishRefusal(*published, send.line, send.message.problem().text);
             continue;
         }
-        published->bus->send(*send.message, *this, [this, published, message = *send.message](const Failure& failure) {
-            if (failure) {
-                publishRefusal(*published, CanLog::formatFrame(message), failure->text);
-            }
-        });
+        published->bus->send(*send.message, *this, m_name,
+                             [this, published, message = *send.message](const Failure& failure) {
+                                 if (failure) {
+                                     publishRefusal(*published, CanLog::formatFrame(message), failure->text);
+                                 }
+                             });
     }
     endRefusals(*published);
 }

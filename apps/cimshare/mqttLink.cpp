@@ -87,13 +87,8 @@ Failure CMqttLink::start()
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
         return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
     }
-    if (!m_broker.credentialsFile.isEmpty()) {
-        QFile file(m_broker.credentialsFile);
-        if (!file.open(QIODevice::ReadOnly)) {
-            return wrongUsage(QStringLiteral("%1: %2").arg(m_broker.credentialsFile, file.errorString()));
-        }
-        const QByteArray user = file.readLine().trimmed();
-        mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());
+    if (Failure failure = readCredentials()) {
+        return failure;
     }
     if (!m_broker.caFile.isEmpty()) {
         const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(m_broker.caFile).constData(), nullptr,
@@ -104,6 +99,30 @@ Failure CMqttLink::start()
         }
     }
     m_thread = std::thread([this] { run(); });
+    return {};
+}
+
+Failure CMqttLink::readCredentials()
+{
+    if (m_broker.credentialsFile.isEmpty()) {
+        return {};
+    }
+    if (m_broker.caFile.isEmpty() && !m_broker.allowsPlaintext) {
+        return wrongUsage(
+            QStringLiteral("a password without --mqtt-ca is sent unencrypted (--mqtt-plaintext allows it)"));
+    }
+    QFile file(m_broker.credentialsFile);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return wrongUsage(QStringLiteral("%1: %2").arg(file.fileName(), file.errorString()));
+    }
+    // Those of a service manager lie in a folder that is closed as a whole.
+    const QString managed = qEnvironmentVariable("CREDENTIALS_DIRECTORY", QStringLiteral("/dev/null"));
+    const auto ofOthers = file.permissions() & QFile::Permissions(0x77);
+    if (ofOthers != 0 && !file.fileName().startsWith(managed + QLatin1Char('/'))) {
+        return wrongUsage(QStringLiteral("%1: other users can read it (chmod 600)").arg(file.fileName()));
+    }
+    const QByteArray user = file.readLine().trimmed();
+    mosquitto_username_pw_set(m_client.get(), user.constData(), file.readLine().trimmed().constData());
     return {};
 }
 

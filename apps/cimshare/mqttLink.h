@@ -27,6 +27,7 @@ struct SBroker {
     QString caFile; ///< Not empty: use TLS.
     QString certificateFile;
     QString keyFile;
+    bool allowsPlaintext = false; ///< The password may be sent without TLS.
 
     /// Reads HOST[:PORT].
     Failure setAddress(const QString& text);
@@ -63,6 +64,8 @@ Q_SIGNALS:
     void received(const QString& topic, const QByteArray& payload, const QString& problem);
 
 private:
+    Failure readCredentials();
+
     /// A publication that waits for the broker.
     struct SWaiting {
         QString topic;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <systemd/sd-daemon.h>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -21,6 +22,7 @@ constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer",
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
 {
     connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
+    connect(&m_aliveTimer, &QTimer::timeout, this, [] { sd_notify(0, "WATCHDOG=1"); });
 }
 
 Failure CShareService::start()
@@ -39,13 +41,27 @@ Failure CShareService::start()
             return failure;
         }
     }
+    warnOfOpenPort(m_options.socketcand);
+    warnOfOpenPort(m_options.t93);
     for (const auto& bus : m_buses) {
         bus->start();
     }
     if (m_options.statusSeconds > 0) {
         m_statusTimer.start(m_options.statusSeconds * 1000);
     }
+    sd_notify(0, "READY=1");
+    if (std::uint64_t microseconds = 0; sd_watchdog_enabled(0, &microseconds) > 0) {
+        m_aliveTimer.start(std::chrono::milliseconds(microseconds / 3000)); // three times within its time
+    }
     return {};
+}
+
+void CShareService::warnOfOpenPort(const SListenAddress& place)
+{
+    if (place.isGiven() && !place.address.isLoopback() && m_options.allowed.networks.isEmpty()) {
+        m_log.print("openToAll", place.address.toString(),
+                    QStringLiteral("warning: clients may connect from anywhere (no --allow)"));
+    }
 }
 
 Failure CShareService::addProtocols()
@@ -96,7 +112,7 @@ Failure CShareService::addBuses()
         if (!canInterface) {
             return canInterface.problem();
         }
-        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.allowSend);
+        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending);
         const auto same = std::find_if(m_buses.begin(), m_buses.end(),
                                        [&bus](const auto& one) { return one->plainName() == bus->plainName(); });
         if (same != m_buses.end()) {
@@ -121,7 +137,12 @@ void CShareService::watch(CSharedBus& bus)
         const SInterfaceStatus& status = bus.status();
         m_log.print("identified", bus.name(),
                     QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
+        if (const Failure failure = bus.identityProblem()) {
+            m_log.print("anotherGateway", bus.name(), failure->text);
+        }
     });
+    connect(&bus, &CSharedBus::clientEvent, this,
+            [this, &bus](const char* event, const QString& text) { m_log.printOfClient(event, bus.name(), text); });
     connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error, quint64 count) {
         const QString times = count == 1 ? QString() : QStringLiteral(" (%1 times)").arg(count);
         m_log.print("interfaceError", bus.name(),

@@ -19,7 +19,7 @@ struct SShareOptions {
     STargetOptions targets;
     bool allStored = false;
     SAllowedNetworks allowed;
-    bool allowSend = false; ///< Otherwise clients may listen only.
+    SSendPermission sending;
     SListenAddress socketcand;
     bool beacon = false;
     SListenAddress t93;
@@ -38,12 +38,14 @@ class CShareService : public QObject
 public:
     explicit CShareService(SShareOptions options);
 
-    /// Starts the protocols and begins to open the interfaces. Fails when an option cannot be satisfied.
+    /// Starts the protocols, begins to open the interfaces, and reports that to the service manager. Fails when an
+    /// option cannot be satisfied.
     Failure start();
 
 private:
     Failure addBuses();
     Failure addProtocols();
+    void warnOfOpenPort(const SListenAddress& place);
     void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);
@@ -53,6 +55,7 @@ private:
     CSharedBuses m_buses;
     std::vector<std::unique_ptr<CProtocol>> m_protocols;
     QTimer m_statusTimer;
+    QTimer m_aliveTimer; ///< Shows the service manager's watchdog that the event loop runs.
 };
 
 } // namespace vexmor::Apps::Cimshare

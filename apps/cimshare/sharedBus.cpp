@@ -9,8 +9,12 @@
 namespace vexmor::Apps::Cimshare
 {
 
-CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
-    : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
+CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface,
+                       const SSendPermission& permission)
+    : m_target(std::move(target)),
+      m_canInterface(std::move(canInterface)),
+      m_permission(permission),
+      m_knownId(m_canInterface->commonInfo().interfaceId())
 {
     connect(m_mailbox.get(), &CMailbox::filled, this, &CSharedBus::onMail, Qt::QueuedConnection);
 }
@@ -37,9 +41,14 @@ QString CSharedBus::plainName() const
     return result;
 }
 
-Failure CSharedBus::sendingProblem() const
+Failure CSharedBus::identityProblem() const
 {
-    return m_allowSend ? Failure() : SProblem{QStringLiteral("clients may listen only (--allow-send)")};
+    const QString& id = m_status.interfaceId;
+    if (id.isEmpty()) {
+        return SProblem{QStringLiteral("gateway: its identity is not known yet")};
+    }
+    const bool isKnown = m_knownId.isEmpty() || id.compare(m_knownId, Qt::CaseInsensitive) == 0;
+    return isKnown ? Failure() : SProblem{QStringLiteral("gateway: %1 is not the known one, %2").arg(id, m_knownId)};
 }
 
 QString CSharedBus::connectionNotice() const
@@ -54,9 +63,42 @@ QString CSharedBus::errorTitle(int error) const
 
 // ---- Sending ----
 
-void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const Outcome& onOutcome)
+Failure CSharedBus::permit(std::uint16_t id, QObject& client, const QString& protocol)
 {
-    Failure failure = sendingProblem();
+    Failure failure = m_permission.rules.problem(protocol, name(), id);
+    if (!failure && m_permission.isPinned && status().hasLink()) {
+        failure = identityProblem();
+    }
+    if (!failure) {
+        failure = limitProblem(client);
+    }
+    const QString clientName = protocol + QLatin1Char(' ') + client.objectName();
+    if (failure) {
+        Q_EMIT clientEvent("refused", QStringLiteral("%1 refused: %2").arg(clientName, failure->text));
+    } else if (!client.property("sends").toBool()) {
+        client.setProperty("sends", true);
+        Q_EMIT clientEvent("sends", clientName + QStringLiteral(" sends"));
+    }
+    return failure;
+}
+
+Failure CSharedBus::limitProblem(const QObject& client)
+{
+    constexpr qint64 SECOND_MS = 1000;
+    if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
+        m_second.start();
+        m_messages.clear();
+    }
+    const int most = m_permission.messagesPerSecond;
+    return most == 0 || ++m_messages[&client] <= most
+               ? Failure()
+               : SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
+}
+
+void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QString& protocol,
+                      const Outcome& onOutcome)
+{
+    Failure failure = permit(message.id().value(), client, protocol);
     if (!failure && !status().hasLink()) { // the interface may be connecting: it must not send this afterwards
         failure = SProblem{connectionNotice()};
     } else if (!failure && !m_inUse->send(message)) {
@@ -115,7 +157,13 @@ void CSharedBus::onStatus()
     }
     const QString identity = m_status.interfaceId + m_status.firmwareVersion;
     if (m_status.isIdentified() && std::exchange(m_identity, identity) != identity) {
+        m_knownId = m_knownId.isEmpty() ? m_status.interfaceId : m_knownId;
         Q_EMIT identified();
+    }
+    const bool isSilent = m_status.connection == EConnection::eSilent && before.connection != EConnection::eSilent;
+    const bool isOverUdp = m_canInterface->property("Protocol").toString() == QLatin1String("UDP");
+    if (m_permission.isPinned && before.hasLink() && (!m_status.hasLink() || (isSilent && isOverUdp))) {
+        start(); // anew, and without an identity: the gateway that answers next may be another one
     }
 }
 

@@ -1,14 +1,17 @@
 #pragma once
 
+#include "apps/cimshare/sendRules.h"
 #include "apps/host/interfaceInUse.h"
 #include "apps/host/target.h"
 #include "canlog/problem.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -31,21 +34,24 @@ public:
 
     using Outcome = std::function<void(const Failure& failure)>;
 
-    /// Takes over a closed interface. With `allowSend` clients may send.
-    CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend);
+    /// Takes over a closed interface. `permission`, which outlives the bus, has what clients may send.
+    CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, const SSendPermission& permission);
 
-    /// Begins to open the interface.
+    /// Begins to open the interface, or begins anew.
     void start();
-    /// Hands a message of a client to the gateway. `onOutcome` is called once, perhaps at once: with no failure when
+    /// Hands a message of a client of `protocol` to the gateway. The log names the client by its object name.
+    /// `onOutcome` is called once, perhaps at once: with no failure when
     /// the message was sent, otherwise with the reason why it never will be. It is not called after the end of the
     /// client.
-    void send(const Cim::CCanMessage& message, QObject& client, const Outcome& onOutcome);
+    void send(const Cim::CCanMessage& message, QObject& client, const QString& protocol, const Outcome& onOutcome);
+    /// Returns why a client may not send an identifier now, or nothing. Counts for the limit of messages.
+    Failure permit(std::uint16_t id, QObject& client, const QString& protocol);
 
     QString name() const { return m_target.name(); }
     /// The name as it stands in topics and socketcand elements: blanks, unprintable characters and /+#$<> become "_".
     QString plainName() const;
-    /// Empty when clients may send.
-    Failure sendingProblem() const;
+    /// Empty when the gateway is the known one: the stored one or, where none is stored, the first one since the start.
+    Failure identityProblem() const;
     /// What is known of the connection to the gateway.
     const SInterfaceStatus& status() const { return m_status; }
     /// The same as a line for clients.
@@ -73,6 +79,8 @@ Q_SIGNALS:
     void connectionChanged();
     /// The gateway has sent its identity, or another one than before.
     void identified();
+    /// A client begins to send ("sends"), or may not send a message ("refused").
+    void clientEvent(const char* event, const QString& text);
 
 private:
     /// A message whose outcome has not come yet.
@@ -81,19 +89,23 @@ private:
         Outcome onOutcome;
     };
 
+    Failure limitProblem(const QObject& client);
     void onMail();
     void takeOutcome(const SBusRecord& record);
     void onStatus();
 
     const CTarget m_target;
     const std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< stays closed: a clone is used
-    const bool m_allowSend;
+    const SSendPermission& m_permission;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
     SDelivery m_delivery;
     std::deque<SPending> m_pending; ///< in the order of sending, which is that of the outcomes
     SInterfaceStatus m_status;
     QString m_identity;
+    QString m_knownId; ///< MAC address of the known gateway.
+    QElapsedTimer m_second;
+    std::map<const QObject*, int> m_messages; ///< Of each client in this second, sent or not.
     SCount m_received;
     SCount m_sent;
     quint64 m_lost = 0;

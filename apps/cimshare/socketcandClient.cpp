@@ -20,6 +20,7 @@ constexpr qint64 SEND_LIMIT = 1024LL * 1024;
 /// Bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 64LL * 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
+const QString PROTOCOL = QStringLiteral("socketcand");
 
 std::uint16_t idOf(const SCommand& command)
 {
@@ -225,7 +226,7 @@ void CSocketcandClient::subscribe(const SCommand& command)
 
 void CSocketcandClient::send(const SCommand& command)
 {
-    m_bus->send(command.message, *this, [this](const Failure& failure) {
+    m_bus->send(command.message, *this, PROTOCOL, [this](const Failure& failure) {
         if (failure) {
             writeError(failure->text);
         }
@@ -234,7 +235,7 @@ void CSocketcandClient::send(const SCommand& command)
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    const Failure failure = m_bus->sendingProblem();
+    const Failure failure = m_bus->permit(idOf(command), *this, PROTOCOL);
     m_cyclic.erase(idOf(command));
     if (failure || m_cyclic.size() >= MAX_CYCLIC) {
         writeError(failure ? failure->text : QStringLiteral("too many messages are sent cyclically"));
@@ -249,7 +250,7 @@ void CSocketcandClient::addCyclic(const SCommand& command)
 /// Of the refusals of a cyclic message, the client receives the first in a row.
 void CSocketcandClient::sendCyclic(const Cim::CCanMessage& message)
 {
-    m_bus->send(message, *this, [this, id = message.id().value()](const Failure& failure) {
+    m_bus->send(message, *this, PROTOCOL, [this, id = message.id().value()](const Failure& failure) {
         const auto cyclic = m_cyclic.find(id); // it may have been deleted meanwhile
         if (cyclic != m_cyclic.end() && !std::exchange(cyclic->second.isRefused, failure.has_value()) && failure) {
             writeError(failure->text);

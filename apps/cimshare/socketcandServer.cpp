@@ -77,6 +77,7 @@ void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
     const QString peer = peerOf(*socket);
     m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_byName));
     CSocketcandClient* const client = m_clients.back().get();
+    client->setObjectName(peer);
     connect(client, &CSocketcandClient::frameLost, this, [this, client, peer, isFirst = true]() mutable {
         if (client->bus() != nullptr) {
             countLost(*client->bus(), 1);

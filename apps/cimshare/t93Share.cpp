@@ -68,7 +68,7 @@ void CT93Share::identify()
 
 void CT93Share::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
 {
-    m_bus.send(message, from, [&from](const Failure& failure) {
+    m_bus.send(message, from, m_name, [&from](const Failure& failure) {
         if (failure) {
             from.send(Sim::rmFrame(Cim::RM_CMD_STATUS, Sim::STATUS_TRANSMIT_TIMEOUT));
         }
@@ -104,8 +104,13 @@ std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
             socket->abort();
         }
     });
-    const bool isAdmitted = m_bus.isIdentified() && m_allowed.admits(*peer.tcp, m_subject, m_log);
-    return isAdmitted ? CRmServer::makeLink(std::move(peer)) : nullptr;
+    if (!m_bus.isIdentified() || !m_allowed.admits(*peer.tcp, m_subject, m_log)) {
+        return nullptr;
+    }
+    const QString client = peerOf(*peer.tcp);
+    auto link = CRmServer::makeLink(std::move(peer));
+    link->setObjectName(client);
+    return link;
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <map>
 #include <utility>
 
 namespace vexmor::Apps
@@ -87,6 +88,39 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
     text += commands.empty() ? commands : "\nSubcommands:\n" + commands;
     return text + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + '\n');
 }
+
+/// Makes a clear yes "true" and a clear no "false"; returns whether the text was one of them.
+bool readAnswer(std::string& text)
+{
+    static const std::map<std::string, std::string> ANSWERS = {{"true", "true"}, {"yes", "true"},   {"on", "true"},
+                                                               {"1", "true"},    {"no", "false"},   {"off", "false"},
+                                                               {"0", "false"},   {"false", "false"}};
+    return CLI::CheckedTransformer(ANSWERS, CLI::ignore_case)(text).empty();
+}
+
+/// For flags: the library itself takes many other texts for a yes or a no.
+CLI::Validator isAnswer()
+{
+    const auto read = [](std::string& text) {
+        return readAnswer(text) ? std::string() : "'" + text + "' is neither true nor false";
+    };
+    return CLI::Validator(read, "");
+}
+
+/// Reads files of options. The library would take an empty value for a yes.
+class COptionFile : public CLI::ConfigTOML
+{
+public:
+    std::string to_flag(const CLI::ConfigItem& item) const override
+    {
+        std::string text = CLI::detail::join(item.inputs, ",");
+        if (text.empty() || text == "{}") {
+            throw CLI::ConversionError(item.fullname() + " has no value");
+        }
+        readAnswer(text); // any other text is left for the option
+        return text;
+    }
+};
 } // namespace
 
 CCommandLine::CCommandLine(const std::string& program, const std::string& help)
@@ -102,6 +136,7 @@ CCommandLine::~CCommandLine() = default;
 void CCommandLine::addConfigFile(const std::string& names, const std::string& help, const std::string& type)
 {
     m_app->set_config(names, "", help)->type_name(type);
+    m_app->config_formatter(std::make_shared<COptionFile>());
     m_app->allow_config_extras(CLI::config_extras_mode::error);
 }
 
@@ -209,12 +244,12 @@ void setFooter(CLI::App& app, const std::string& text)
 
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help)
 {
-    return app.add_flag(names, value, help);
+    return app.add_flag(names, value, help)->transform(isAnswer());
 }
 
 COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help)
 {
-    return app.add_flag_callback(names, std::move(given), help);
+    return app.add_flag_callback(names, std::move(given), help)->transform(isAnswer());
 }
 
 COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,
@@ -273,6 +308,7 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
     };
     return app.add_option_function<std::vector<std::string>>(names, take, help)
         ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name(type);
 }
 
