@@ -18,7 +18,8 @@ namespace vexmor::Apps
 namespace
 {
 const QString GROUP = QStringLiteral("CanInterfaces");
-constexpr int LOCK_WAIT_MS = 10'000;
+/// Longer than the 30 s after which Qt takes over a lock that a program left without its name when it was killed.
+constexpr int LOCK_WAIT_MS = 60'000;
 constexpr unsigned long LOCK_LOOK_MS = 10;
 constexpr int ATTEMPTS = 3;
 
