@@ -114,6 +114,9 @@ private Q_SLOTS:
         for (const char* arguments : {"dump sim", "list", "info", "--help"}) {
             row(arguments + QByteArray(" > /dev/full"), 1, "", "error: the output cannot be written\n$");
         }
+        row("list > /dev/null; cd $XDG_CONFIG_HOME; mkfifo closed; { read line < closed; " CIM_CIMCTL
+            " list; echo $? >&2; } | { exec <&-; echo > closed; }",
+            0, "", "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
         row("dump sim --seconds nan", 2, "", "^error: --seconds: must be 0.001 to 1000000 ");
         row("--json dump", 2, "", "^{\"event\":\"failure\",.*}\n$");

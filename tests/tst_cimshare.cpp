@@ -607,17 +607,18 @@ private Q_SLOTS:
         SSimIdentity identity;
         identity.firmwareMajor = 2;
         identity.firmwareMinor = 3;
-        identity.deviceText = "T93 SIM SW5\n\x1b[31m\x9bx";
+        identity.deviceText = "T93 S SW5\n\x1b[31m\x9bx1234567890abcde"; // as long as a frame allows
         share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s));
-        QCOMPARE(share.text("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x"_s);
+        QCOMPARE(share.text("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x1234567890abcde"_s);
         QCOMPARE(share.count("away"_s), 1);
         QTRY_VERIFY(share.sent.contains("124#"_s));
 
         const auto host = makeInterface(share.port("t93"_s));
         QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
         QCOMPARE(host->openCommunication(), int(RC_OK));
+        QTRY_VERIFY(host->commonInfo().firmwareVersion().endsWith("x1234567890"_s)); // what fits behind "T93 SHARED SW"
         client.heard.clear();
         share.leave();
         QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});

@@ -411,6 +411,16 @@ private Q_SLOTS:
         QCOMPARE(cell(next, 0, CInterfaceList::eBaudrate), "1000 kbit/s"_s);
         next.remove(0);
         QCOMPARE(CInterfaceStore().names(), QStringList());
+
+        QSettings().setValue("Other/key"_s, "one"_s);
+        QFile file(QSettings().fileName());
+        QVERIFY(file.open(QFile::ReadWrite));
+        const QDateTime time = file.fileTime(QFile::FileModificationTime);
+        const QByteArray content = file.readAll().replace("one", "two"); // another program, within a tick of the clock
+        QVERIFY(file.seek(0) && file.write(content) == content.size() && file.flush());
+        QVERIFY(file.setFileTime(time, QFile::FileModificationTime));
+        QVERIFY(!list.add("attic"_s, settings, true));
+        QCOMPARE(QSettings().value("Other/key"_s).toString(), "two"_s);
     }
 
     void scanBringsOnlyNewInterfaces()

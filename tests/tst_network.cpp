@@ -133,7 +133,8 @@ private Q_SLOTS:
 
     void hostileReplies_data()
     {
-        const auto row = columns<QByteArrayList, int, int>("replies", "times", "found");
+        // Strangers send so many times in turns; behind them a gateway answers.
+        const auto row = columns<QByteArrayList, int, int, int>("replies", "strangers", "times", "found");
         const QByteArray good = reply(1, entry(2, 0));
         QByteArray longest;
         for (std::uint16_t port = 1; port < 255; ++port) {
@@ -142,26 +143,35 @@ private Q_SLOTS:
         longest = reply(255, longest + entry(2, 0));
         const QByteArray counts = reply(255, entry(2, 1));
         row("broken ones around good ones",
-            {{}, hex("00"), hex("000000ff"), requestBytes(0), counts, reply(1, entry(2, 0).left(63)), good}, 1, 2);
-        row("more than 4096", {good, good, good, good, good, good}, 1000, 4096);
-        row("longer than any reply", {longest + QByteArray(40000, 'x')}, 1, 255);
-        row("more than 1 MiB", {longest}, 80, 64 * 255);
+            {{}, hex("00"), hex("000000ff"), requestBytes(0), counts, reply(1, entry(2, 0).left(63)), good}, 1, 1,
+            2 + 1);
+        row("more than 512 of one", {good, good, good, good, good, good}, 1, 1000, 512 + 1);
+        row("more than 4096", {good, good, good, good, good, good}, 10, 1000, 4096);
+        row("longer than any reply", {longest + QByteArray(40000, 'x')}, 1, 1, 255 + 1);
+        row("more than 128 KiB of one", {longest}, 1, 80, 8 * 255 + 1);
+        row("more than 1 MiB", {longest}, 10, 80, 64 * 255 + 1); // the gateway's short one fits behind them
     }
     void hostileReplies()
     {
         QFETCH(int, times);
         SRecorder recorder;
+        std::vector<QUdpSocket> strangers(cell<int>("strangers"));
+        for (std::size_t i = 0; i < strangers.size(); ++i) {
+            QVERIFY(strangers[i].bind(QHostAddress("127.0.0.%1"_s.arg(i + 2))));
+        }
+        const QByteArrayList gateway{reply(1, entry(2, 0))};
         QTimer pace; // a burst would not fit into the receiver's buffer
         connect(&pace, &QTimer::timeout, &pace, [&] {
             const bool isScanListening = // since the last request
                 !recorder.arrivals.isEmpty() &&
                 recorder.arrivals.last().senderAddress().isEqual(QHostAddress(SECOND_INTERFACE));
-            if (isScanListening && times > 0) {
-                --times;
+            if (isScanListening && times >= 0) {
+                QUdpSocket& sender = times > 0 ? strangers[std::size_t(times) % strangers.size()] : recorder;
                 const QNetworkDatagram& request = recorder.arrivals.first();
-                for (const QByteArray& one : cell<QByteArrayList>("replies")) {
-                    recorder.writeDatagram(one, request.senderAddress(), quint16(request.senderPort()));
+                for (const QByteArray& one : times > 0 ? cell<QByteArrayList>("replies") : gateway) {
+                    sender.writeDatagram(one, QHostAddress(FIRST), quint16(request.senderPort()));
                 }
+                --times;
             }
         });
         pace.start(1);

@@ -13,6 +13,7 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
+constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2; ///< The device number follows it in a frame.
 } // namespace
 
 CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
@@ -62,7 +63,7 @@ void CT93Share::identify()
     // Hosts request the identification of a gateway with firmware 2.3, and any version can stand in that text.
     identity.firmwareMajor = 2;
     identity.firmwareMinor = 3;
-    identity.deviceText = "T93 SHARED SW" + status.firmwareVersion.toLatin1();
+    identity.deviceText = ("T93 SHARED SW" + status.firmwareVersion.toLatin1()).left(MAX_DEVICE_TEXT);
     setIdentity(identity);
 }
 

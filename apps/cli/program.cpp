@@ -2,6 +2,7 @@
 
 #include "apps/cli/exitCodes.h"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
@@ -24,6 +25,7 @@ void keepStandardDescriptors()
 int runProgram(const char* prefix, const std::function<int()>& program)
 {
     keepStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN); // to write where no one reads any more fails, and does not end the program
     try {
         const int exitCode = program();
         if (exitCode != eDone || flushOutput()) {

@@ -1,16 +1,17 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
 namespace vexmor::Apps
 {
 
-/// Microseconds since the epoch.
+/// Microseconds since the epoch; 0 on a PC whose clock stands before it, since logs have no such times.
 inline std::int64_t microsecondsNow()
 {
     using namespace std::chrono;
-    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+    return std::max<std::int64_t>(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count(), 0);
 }
 
 } // namespace vexmor::Apps

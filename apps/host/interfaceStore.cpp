@@ -4,11 +4,24 @@
 #include "cim/canInterface.h"
 #include "cim/resultCodes.h"
 
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
+#include <QThread>
+
+#include <algorithm>
+#include <iterator>
+
 namespace vexmor::Apps
 {
 namespace
 {
 const QString GROUP = QStringLiteral("CanInterfaces");
+/// Longer than the 30 s after which Qt takes over a lock that a program left without its name when it was killed.
+constexpr int LOCK_WAIT_MS = 60'000;
+constexpr unsigned long LOCK_LOOK_MS = 10;
+constexpr int ATTEMPTS = 3;
 
 QString groupOf(const QString& name)
 {
@@ -83,8 +96,11 @@ Failure CInterfaceStore::remove(const QString& name)
     if (!contains(name)) {
         return wrongUsage(Words::tr("no interface is stored under the name '%1'").arg(name));
     }
-    removeGroup(m_settings, groupOf(name));
-    if (Failure failure = complete()) {
+    const auto removeAll = [&] {
+        removeGroup(m_settings, groupOf(name));
+        return Failure();
+    };
+    if (Failure failure = change({name}, removeAll)) {
         return failure;
     }
     return contains(name) ? SProblem{Words::tr("'%1' stands in the store of the whole system and stays").arg(name)}
@@ -93,14 +109,16 @@ Failure CInterfaceStore::remove(const QString& name)
 
 Failure CInterfaceStore::put(const QMap<QString, Settings>& interfaces)
 {
-    for (auto one = interfaces.begin(); one != interfaces.end(); ++one) {
-        const QString group = groupOf(one.key());
-        removeGroup(m_settings, group);
-        for (auto entry = one->begin(); entry != one->end(); ++entry) {
-            m_settings.setValue(group + QLatin1Char('/') + entry.key(), entry.value());
+    return change(interfaces.keys(), [&] {
+        for (auto one = interfaces.begin(); one != interfaces.end(); ++one) {
+            const QString group = groupOf(one.key());
+            removeGroup(m_settings, group);
+            for (auto entry = one->begin(); entry != one->end(); ++entry) {
+                m_settings.setValue(group + QLatin1Char('/') + entry.key(), entry.value());
+            }
         }
-    }
-    return complete();
+        return Failure();
+    });
 }
 
 Failure CInterfaceStore::load(Cim::CCanInterface& canInterface, const QString& name)
@@ -115,18 +133,58 @@ Failure CInterfaceStore::load(Cim::CCanInterface& canInterface, const QString& n
 
 Failure CInterfaceStore::save(Cim::CCanInterface& canInterface, const QString& name)
 {
-    if (!m_settings.isWritable()) {
-        return notWritable();
-    }
-    setUniqueName(canInterface, name);
-    const Failure failure = failureOf(canInterface, canInterface.saveSettings(QString()));
-    return failure ? failure : complete();
+    return change({name}, [&] {
+        setUniqueName(canInterface, name);
+        return failureOf(canInterface, canInterface.saveSettings(QString()));
+    });
 }
 
-Failure CInterfaceStore::complete()
+Failure CInterfaceStore::change(const QStringList& names, const std::function<Failure()>& make)
 {
+    if (!m_settings.isWritable()) { // makes the folder, too
+        return notWritable();
+    }
+    QLockFile lock(m_settings.fileName() + QStringLiteral(".saving"));
+    const QDeadlineTimer deadline(LOCK_WAIT_MS);
+    while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) { // a wait of its own grows to seconds
+        if (deadline.hasExpired()) {
+            return SProblem{Words::tr("other programs keep writing the settings store %1").arg(m_settings.fileName())};
+        }
+        QThread::msleep(LOCK_LOOK_MS);
+    }
+    const auto stored = [&] {
+        QList<Settings> interfaces;
+        std::transform(names.begin(), names.end(), std::back_inserter(interfaces),
+                       [this](const QString& name) { return settings(name); });
+        return interfaces;
+    };
+    for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+        readAnew();
+        if (Failure failure = make()) {
+            return failure;
+        }
+        const QList<Settings> meant = stored();
+        m_settings.sync();
+        if (!m_settings.isWritable() || m_settings.status() != QSettings::NoError) {
+            return notWritable();
+        }
+        readAnew();
+        if (stored() == meant) {
+            return {};
+        }
+    }
+    return notWritable();
+}
+
+void CInterfaceStore::readAnew()
+{
+    QFile file(m_settings.fileName());
+    if (file.open(QFile::ReadWrite | QFile::ExistingOnly)) {
+        const QDateTime next = std::max(QFileInfo(file).lastModified(), m_fileTime).addMSecs(1);
+        m_fileTime = std::max(next, QDateTime::currentDateTime());
+        file.setFileTime(m_fileTime, QFile::FileModificationTime);
+    }
     m_settings.sync();
-    return m_settings.isWritable() && m_settings.status() == QSettings::NoError ? Failure() : notWritable();
 }
 
 Failure CInterfaceStore::notWritable() const

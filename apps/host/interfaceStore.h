@@ -2,8 +2,11 @@
 
 #include "apps/host/interfaceSettings.h"
 
+#include <QDateTime>
 #include <QSettings>
 #include <QStringList>
+
+#include <functional>
 
 namespace vexmor::Apps
 {
@@ -12,8 +15,8 @@ namespace vexmor::Apps
 /// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
 ///
 /// The constructor reads the file. What other programs change later is seen only after this object's own next change:
-/// make a new object for each operation of the user. A change has reached the disk when the call returns without a
-/// failure.
+/// make a new object for each operation of the user. A change is made under a lock that all these programs use, and has
+/// reached the disk and was read back from there when the call returns without a failure.
 class CInterfaceStore
 {
 public:
@@ -42,11 +45,17 @@ public:
     Failure save(Cim::CCanInterface& canInterface, const QString& name);
 
 private:
-    /// Writes all that was changed since, also through other objects.
-    Failure complete();
+    /// Makes a change of these interfaces while no other program makes one, and writes all that was changed, also
+    /// through other objects. When another program's QSettings has overwritten it since, it is made again, a few times.
+    Failure change(const QStringList& names, const std::function<Failure()>& make);
+    /// Reads the file whether or not QSettings would take it for unchanged, which it does by size and time: of two
+    /// saves of one size within a tick of the file system's clock it sees one. So the file gets a time that it never
+    /// had.
+    void readAnew();
     Failure notWritable() const;
 
     QSettings m_settings; ///< what another object could not write waits here
+    QDateTime m_fileTime; ///< the last one that the file was given
 };
 
 } // namespace vexmor::Apps

@@ -3,12 +3,17 @@
 // left it, no save that had returned may be missing, and what else the host stored must be there. Fails at the first
 // kill after which that is not so.
 //
-// settingsCut [KILLS, 1000]
+// Then what saves at the same moment do to each other: several processes save an interface each, as the programs here
+// do, some a new process for each save. What was saved must be in the file then.
+//
+// settingsCut [KILLS, 1000] [SAVES of each of several processes, 500]
+#include "apps/host/interfaceStore.h"
 #include "bench/measuring.h"
 #include "bench/pluginInterface.h"
 #include "bench/processes.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -19,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <vector>
 
 using namespace vexmor::Bench;
 using namespace vexmor::Cim;
@@ -27,8 +33,11 @@ namespace
 {
 constexpr int INTERFACES = 3;
 constexpr int MAX_DELAY_US = 150000;
+constexpr int MAX_PAUSE_US = 3000;
 constexpr int VERSIONS = 60000; ///< A version is also a port.
 constexpr int KEYS = 19;
+constexpr int SAVERS = 6;
+constexpr int SAVER_VERSIONS = 10000; ///< The versions of each begin at a multiple, so that all texts have one length.
 const QString GROUP = QStringLiteral("CanInterfaces");
 const QString HOST_KEY = QStringLiteral("Host/Window");
 const QString HOST_VALUE = QStringLiteral("800x600");
@@ -82,12 +91,47 @@ void look(const Progress& saved)
         throw std::runtime_error("the store is not as promised");
     }
 }
+
+void saveAsPrograms(int number, int version)
+{
+    const auto can = interfaceOf(number, version);
+    vexmor::Apps::CInterfaceStore store;
+    if (const auto failure = store.save(*can, can->commonInfo().uniqueName())) {
+        throw std::runtime_error(failure->text.toStdString());
+    }
+    QFile file(QSettings().fileName());
+    check(file.open(QFile::ReadOnly), "open");
+    const QByteArray line = "Description=" + QByteArray::number(version) + '\n';
+    if (!holds("what was saved is in the file", file.readAll().contains(line))) {
+        throw std::runtime_error("a save was lost");
+    }
+}
+
+void saveTogether(int saves)
+{
+    std::vector<std::unique_ptr<CChildProcess>> savers;
+    for (int number = 0; number < SAVERS; ++number) {
+        savers.push_back(std::make_unique<CChildProcess>(0, [number, saves] {
+            std::mt19937 random(number);
+            for (int save = 0; save < saves; ++save) {
+                const auto saveOne = [&] { saveAsPrograms(number, (number + 1) * SAVER_VERSIONS + save); };
+                number % 2 == 0 ? saveOne() : CChildProcess(0, saveOne).finish();
+                usleep(random() % MAX_PAUSE_US);
+            }
+        }));
+    }
+    for (const auto& saver : savers) {
+        saver->finish();
+    }
+    std::printf("%d processes, %d saves each at the same time: none lost\n", SAVERS, saves);
+}
 } // namespace
 
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     const int kills = argc > 1 ? std::atoi(argv[1]) : 1000;
+    const int saves = argc > 2 ? std::atoi(argv[2]) : 500;
     const QTemporaryDir folder;
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
     QCoreApplication::setOrganizationName(QStringLiteral("endurance"));
@@ -110,5 +154,6 @@ int main(int argc, char** argv)
         CChildProcess(0, [&] { look(saved); }).finish();
     }
     std::printf("%d kills in %d saves: each interface whole, no save lost\n", kills, INTERFACES * saved[0]);
+    saveTogether(saves);
     return 0;
 }

@@ -126,6 +126,10 @@
         <translation>der Einstellungsspeicher %1 kann nicht geschrieben werden</translation>
     </message>
     <message>
+        <source>other programs keep writing the settings store %1</source>
+        <translation>andere Programme schreiben dauernd in den Einstellungsspeicher %1</translation>
+    </message>
+    <message>
         <source>%1 cannot be loaded: %2</source>
         <translation>%1 kann nicht geladen werden: %2</translation>
     </message>

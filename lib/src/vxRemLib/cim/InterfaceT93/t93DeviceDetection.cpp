@@ -90,7 +90,8 @@ void CT93DeviceDetection::bindSockets()
 void CT93DeviceDetection::sendIdentRequests()
 {
     m_receivedDatagrams.clear();
-    m_receivedBytes = 0;
+    m_kept = {};
+    m_keptOf.clear();
     m_identRequest = ddtIdentRequest();
     m_sequence = 0;
     bool previousWasSent = false;
@@ -151,18 +152,25 @@ void CT93DeviceDetection::readPendingDatagrams()
         const qint64 waiting = socket->pendingDatagramSize(); // -1: none yet, but one may come before the read
         const qint64 size = waiting < 0 ? DDT_MAX_SIZE : std::clamp<qint64>(waiting, 1, DDT_MAX_SIZE);
         QByteArray data(static_cast<int>(size), Qt::Uninitialized);
-        data.truncate(static_cast<int>(std::max<qint64>(socket->readDatagram(data.data(), data.size()), 0)));
+        QHostAddress sender;
+        data.truncate(static_cast<int>(std::max<qint64>(socket->readDatagram(data.data(), data.size(), &sender), 0)));
         if (isDdtKind(data, DDT_IDENT_REPLY)) {
-            keepDatagram(socket->localAddress(), data);
+            keepDatagram(sender, socket->localAddress(), data);
         }
     } while (++taken < MAX_DATAGRAMS_PER_TURN && socket->hasPendingDatagrams());
 }
 
-void CT93DeviceDetection::keepDatagram(const QHostAddress& localAddress, const QByteArray& data)
+void CT93DeviceDetection::keepDatagram(const QHostAddress& sender, const QHostAddress& localAddress,
+                                       const QByteArray& data)
 {
-    if (m_receivedDatagrams.size() < MAX_DATAGRAMS && m_receivedBytes + data.size() <= MAX_BYTES) {
+    if (!m_kept.hasRoom(data.size(), LIMIT)) {
+        return;
+    }
+    SKept& ofSender = m_keptOf[sender];
+    if (ofSender.hasRoom(data.size(), SENDER_LIMIT)) {
+        m_kept.add(data.size());
+        ofSender.add(data.size());
         m_receivedDatagrams.push_back({localAddress, data});
-        m_receivedBytes += data.size();
     }
 }
 

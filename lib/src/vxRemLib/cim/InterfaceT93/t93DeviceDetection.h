@@ -4,6 +4,7 @@
 #include "cim/commonInfoInterface.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QHostAddress>
 #include <QList>
 #include <QNetworkInterface>
@@ -75,15 +76,30 @@ private:
 /// is called in the scan thread. Failures (an address that cannot be bound, a request that cannot be sent) are silent
 /// and only make the result shorter.
 ///
-/// What strangers send is bounded: of one scan at most MAX_DATAGRAMS replies and MAX_BYTES of them are kept, the first
-/// that come; bytes behind the longest possible reply are not read.
+/// What strangers send is bounded: the first replies of a scan are kept, at most LIMIT in all and at most SENDER_LIMIT
+/// of one sender, so that a flood does not hide the gateways. Bytes behind the longest possible reply are not read.
 class CT93DeviceDetection : public QObject
 {
     Q_OBJECT
 
 public:
-    static constexpr std::size_t MAX_DATAGRAMS = 4096;
-    static constexpr int MAX_BYTES = 1024 * 1024;
+    /// Replies that were kept, or may be.
+    struct SKept {
+        int datagrams = 0;
+        qint64 bytes = 0;
+
+        bool hasRoom(qint64 size, const SKept& limit) const
+        {
+            return datagrams < limit.datagrams && bytes + size <= limit.bytes;
+        }
+        void add(qint64 size)
+        {
+            ++datagrams;
+            bytes += size;
+        }
+    };
+    static constexpr SKept LIMIT{4096, 1'048'576};
+    static constexpr SKept SENDER_LIMIT{512, 131'072};
 
     /// `scanAddresses` are asked directly, besides the broadcast; `scanPort` is where gateways listen. `stop` must
     /// outlive the object.
@@ -113,7 +129,7 @@ public Q_SLOTS:
 private:
     bool broadcastIdentRequest(const CScanSocket& scanSocket);
     bool askScanAddresses(QUdpSocket& socket);
-    void keepDatagram(const QHostAddress& localAddress, const QByteArray& data);
+    void keepDatagram(const QHostAddress& sender, const QHostAddress& localAddress, const QByteArray& data);
     void addDetectedInterface(const CConfigParamT93& param);
 
     const CScanStop& m_stop;
@@ -126,7 +142,8 @@ private:
     QByteArray m_identRequest;
     std::uint16_t m_sequence = 0; ///< of the next request
     std::vector<CReceivedDatagram> m_receivedDatagrams;
-    int m_receivedBytes = 0;
+    SKept m_kept;
+    QHash<QHostAddress, SKept> m_keptOf; ///< by sender
     QList<CDetectedInterface> m_detectedInterfaces;
 };
 
