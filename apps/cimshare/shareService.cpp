@@ -34,6 +34,10 @@ Failure CShareService::start()
     if (Failure failure = addProtocols()) {
         return failure;
     }
+    const std::size_t ports = (m_options.socketcand.isGiven() ? 1 : 0) + (m_options.t93.isGiven() ? m_buses.size() : 0);
+    if (Failure failure = reserveDescriptors(ports, m_buses.size())) {
+        return failure;
+    }
     for (const auto& protocol : m_protocols) {
         if (Failure failure = protocol->start()) {
             return failure;
@@ -114,18 +118,17 @@ void CShareService::watch(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
-                    connectionTextWithReason(status));
+        m_log.printLimited(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
+                           connectionTextWithReason(status));
     });
     connect(&bus, &CSharedBus::identified, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print("identified", bus.name(),
-                    QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
+        m_log.printLimited("identified", bus.name(),
+                           QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
     });
     connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error, quint64 count) {
-        const QString times = count == 1 ? QString() : QStringLiteral(" (%1 times)").arg(count);
-        m_log.print("interfaceError", bus.name(),
-                    QStringLiteral("interface error %1: %2%3").arg(error).arg(bus.errorTitle(error), times));
+        m_log.printLimited("interfaceError", bus.name(),
+                           QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
     });
 }
 

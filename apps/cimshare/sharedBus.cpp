@@ -8,11 +8,17 @@
 
 namespace vexmor::Apps::Cimshare
 {
+namespace
+{
+constexpr int ERROR_PAUSE_MS = 1000;
+} // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
     : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
 {
     connect(m_mailbox.get(), &CMailbox::filled, this, &CSharedBus::onMail, Qt::QueuedConnection);
+    m_errorTimer.setSingleShot(true);
+    connect(&m_errorTimer, &QTimer::timeout, this, &CSharedBus::onErrorSecond);
 }
 
 void CSharedBus::start()
@@ -47,9 +53,10 @@ QString CSharedBus::connectionNotice() const
     return QStringLiteral("gateway: ") + connectionText(status());
 }
 
-QString CSharedBus::errorTitle(int error) const
+QString CSharedBus::errorTitle(int error, quint64 count) const
 {
-    return titleOf(m_canInterface->interfaceErrorToString(error));
+    const QString times = count == 1 ? QString() : QStringLiteral(" (%1 times)").arg(count);
+    return titleOf(m_canInterface->interfaceErrorToString(error)) + times;
 }
 
 // ---- Sending ----
@@ -102,9 +109,31 @@ void CSharedBus::onMail()
         }
     }
     for (const SErrorRecord& error : m_delivery.errors) {
-        Q_EMIT errorRaised(error.error, error.count);
+        reportError(error.error, error.count);
     }
     m_lost += m_delivery.lost;
+}
+
+void CSharedBus::reportError(int error, quint64 count)
+{
+    const auto [kind, isFirst] = m_errors.try_emplace(error, 0);
+    if (isFirst) {
+        Q_EMIT errorRaised(error, count);
+    } else {
+        kind->second += count;
+    }
+    if (!m_errorTimer.isActive()) {
+        m_errorTimer.start(ERROR_PAUSE_MS);
+    }
+}
+
+void CSharedBus::onErrorSecond()
+{
+    for (const auto& [error, count] : std::exchange(m_errors, {})) {
+        if (count > 0) {
+            reportError(error, count);
+        }
+    }
 }
 
 void CSharedBus::onStatus()
