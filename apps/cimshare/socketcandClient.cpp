@@ -18,6 +18,8 @@ constexpr int QUIET_MS = 50;
 constexpr int OPENED_QUIET_MS = 500;
 /// Bytes of frames that wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
+/// The same with answers. Commands of a client for which more bytes wait are not read.
+constexpr qint64 ANSWER_LIMIT = SEND_LIMIT + 64LL * 1024;
 /// Bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
@@ -119,7 +121,7 @@ void CSocketcandClient::put(const QByteArray& bytes)
 /// Reads commands, while not too many answers and frames wait for the client.
 void CSocketcandClient::onReadyRead()
 {
-    if (m_mode == eEnded || !m_socket->isOpen() || m_socket->bytesToWrite() > SEND_LIMIT) {
+    if (m_mode == eEnded || !m_socket->isOpen() || m_socket->bytesToWrite() > ANSWER_LIMIT) {
         return;
     }
     const auto onElement = [this](const QByteArray& element) {
