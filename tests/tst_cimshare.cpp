@@ -481,6 +481,7 @@ private Q_SLOTS:
         SRawHost slow(share);
         slow.disconnect();
         slow.setReadBufferSize(1);
+        slow.write(frame(RM_CMD_RESET));
         QVERIFY(share.happened("connected"_s, 2));
         constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
         share.gateway.flood(MESSAGES);
@@ -540,27 +541,35 @@ private Q_SLOTS:
         rlimit limit{};
         QCOMPARE(prlimit(pid, RLIMIT_NOFILE, nullptr, &limit), 0);
         QVERIFY(limit.rlim_cur > 512);
-        limit.rlim_cur = static_cast<rlim_t>(used) + 4;
-        QCOMPARE(prlimit(pid, RLIMIT_NOFILE, &limit, nullptr), 0);
-        std::list<SClient> clients;
-        std::list<SRawHost> hosts;
-        for (int i = 0; i < 8; ++i) {
-            clients.emplace_back(share, "");
-            hosts.emplace_back(share);
-        }
+        const auto setLimit = [&](rlim_t files) {
+            const rlimit now{files, limit.rlim_max};
+            QCOMPARE(prlimit(pid, RLIMIT_NOFILE, &now, nullptr), 0);
+        };
+        setLimit(4);
+        SClient early(share, "");
+        SRawHost earlyHost(share);
+        earlyHost.write(frame(RM_CMD_FIRMWARE_VERSION));
         QVERIFY(share.happened("acceptError"_s, 2));
+        setLimit(limit.rlim_cur);
+        QVERIFY(early.hears("< hi >"));
+        QTRY_VERIFY(!earlyHost.heard.isEmpty());
+
+        setLimit(static_cast<rlim_t>(used) + 16 + 4); // 16 are kept
+        std::list<SClient> clients;
+        while (clients.size() < 8) {
+            clients.emplace_back(share, "");
+        }
+        QVERIFY(clients.back().hears(" turned away: too many open files >"));
+        QVERIFY(clients.front().hears("< hi >"));
+        SRawHost oneMore(share);
+        QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(clients.front().asks("< echo >", "< echo >"));
         clients.clear();
-        hosts.clear();
-        SClient client(share, "");
-        SRawHost host(share);
-        host.write(frame(RM_CMD_FIRMWARE_VERSION));
-        QVERIFY(client.hears("< hi >"));
-        QTRY_VERIFY(!host.heard.isEmpty());
+        QTRY_VERIFY(SClient(share, "").hears("< hi >"));
 
         const SOutcome outcome = run(QStringLiteral("ulimit -n 500; " CIM_CIMSHARE " sim --socketcand 0 --t93 0"));
         QCOMPARE(outcome.exitCode, 1);
-        QVERIFY2(outcome.err.contains("2 ports and 1 interfaces need 584 open files, and the limit is 500"),
-                 outcome.err);
+        QVERIFY2(outcome.err.contains("584 open files are needed, and the limit is 500 "), outcome.err);
     }
 
     void errorsAreCounted()
@@ -568,8 +577,11 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0"_s);
         SClient client(share);
         SRawHost host(share);
+        host.write(frame(RM_CMD_RESET));
         QVERIFY(share.happened("connected"_s, 2));
-        for (int i = 0; i < 1000; ++i) {
+        share.gateway.sendStatus(0x08);
+        QVERIFY(share.happened("interfaceError"_s));
+        for (int i = 1; i < 1000; ++i) {
             share.gateway.sendStatus(0x08);
         }
         const auto count = [](const QStringList& texts) {

@@ -22,6 +22,19 @@ constexpr int IPV4_BITS = 32;
 /// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 constexpr int ACCEPT_RETRY_MS = 100;
+
+/// Whether a client would take one of the last descriptors, which are kept for the gateways and the broker. Were there
+/// none left for a client, the server would not notice, and try to accept it all the time.
+bool isAmongTheLast([[maybe_unused]] qintptr descriptor)
+{
+#ifdef __linux__
+    constexpr rlim_t KEPT = 16;
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor) + KEPT >= limit.rlim_cur;
+#else
+    return false;
+#endif
+}
 } // namespace
 
 Failure SAllowedNetworks::add(const QString& text)
@@ -42,15 +55,17 @@ Failure SAllowedNetworks::admit(QTcpSocket& socket, const QList<QHostAddress>& o
     const QHostAddress peer(socket.peerAddress().toIPv4Address());
     const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
     const auto refuse = [&](const char* event, const QString& why) {
-        const SProblem problem{QStringLiteral("%1 %2").arg(peerOf(socket), why)};
+        SProblem problem{QStringLiteral("%1 %2").arg(peerOf(socket), why)};
         log.printLimited(event, port, problem.text);
         return problem;
     };
     if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
         return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
     }
-    if (others.count(socket.peerAddress()) >= MAX_CLIENTS - others.size()) {
-        return refuse("full", QStringLiteral("turned away: the places for its address are full"));
+    const bool isFull = others.count(socket.peerAddress()) >= MAX_CLIENTS - others.size();
+    if (isFull || isAmongTheLast(socket.socketDescriptor())) {
+        return refuse("full", isFull ? QStringLiteral("turned away: the places for its address are full")
+                                     : QStringLiteral("turned away: too many open files"));
     }
     limitSilence(socket, false);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
@@ -77,7 +92,7 @@ QString peerOf(const QTcpSocket& socket)
         .arg(socket.peerPort());
 }
 
-void limitSilence(QTcpSocket& socket, bool isBrief)
+void limitSilence(QTcpSocket& socket, [[maybe_unused]] bool isBrief)
 {
     socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
 #ifdef __linux__
@@ -88,8 +103,6 @@ void limitSilence(QTcpSocket& socket, bool isBrief)
     set(TCP_KEEPINTVL, isBrief ? 1 : 5);
     set(TCP_KEEPCNT, 3);
     set(TCP_USER_TIMEOUT, isBrief ? 5'000 : 30'000);
-#else
-    Q_UNUSED(isBrief)
 #endif
 }
 
@@ -101,28 +114,21 @@ void keepAccepting(QTcpServer& server, const QString& port, CEventLog& log)
     });
 }
 
-Failure reserveDescriptors(std::size_t ports, std::size_t buses)
+Failure reserveDescriptors([[maybe_unused]] std::size_t ports, [[maybe_unused]] std::size_t buses)
 {
 #ifdef __linux__
     constexpr std::size_t OF_THE_PROGRAM = 64;
     constexpr std::size_t OF_A_BUS = 8;
     const rlim_t needed = OF_THE_PROGRAM + buses * OF_A_BUS + ports * SAllowedNetworks::MAX_CLIENTS;
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < needed) {
-        limit.rlim_cur = needed;
-        if (needed > limit.rlim_max || setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-            return SProblem{
-                QStringLiteral("%1 ports and %2 interfaces need %3 open files, and the limit is %4 (ulimit -n, "
-                               "LimitNOFILE)")
-                    .arg(ports)
-                    .arg(buses)
-                    .arg(needed)
-                    .arg(limit.rlim_max)};
-        }
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (needed > limit.rlim_max) {
+        return SProblem{QStringLiteral("%1 open files are needed, and the limit is %2 (ulimit -Hn, LimitNOFILE)")
+                            .arg(needed)
+                            .arg(limit.rlim_max)};
     }
-#else
-    Q_UNUSED(ports)
-    Q_UNUSED(buses)
+    limit.rlim_cur = std::max(limit.rlim_cur, needed);
+    setrlimit(RLIMIT_NOFILE, &limit);
 #endif
     return {};
 }

@@ -3,22 +3,18 @@
 #include "apps/host/embeddedSim.h"
 #include "apps/host/hostedInterface.h"
 
+#include <QTimer>
+
 #include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
-namespace
-{
-constexpr int ERROR_PAUSE_MS = 1000;
-} // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, bool allowSend)
     : m_target(std::move(target)), m_canInterface(std::move(canInterface)), m_allowSend(allowSend)
 {
     connect(m_mailbox.get(), &CMailbox::filled, this, &CSharedBus::onMail, Qt::QueuedConnection);
-    m_errorTimer.setSingleShot(true);
-    connect(&m_errorTimer, &QTimer::timeout, this, &CSharedBus::onErrorSecond);
 }
 
 void CSharedBus::start()
@@ -116,14 +112,15 @@ void CSharedBus::onMail()
 
 void CSharedBus::reportError(int error, quint64 count)
 {
+    constexpr int SECOND_MS = 1000;
+    if (m_errors.empty()) {
+        QTimer::singleShot(SECOND_MS, this, &CSharedBus::onErrorSecond);
+    }
     const auto [kind, isFirst] = m_errors.try_emplace(error, 0);
     if (isFirst) {
         Q_EMIT errorRaised(error, count);
     } else {
         kind->second += count;
-    }
-    if (!m_errorTimer.isActive()) {
-        m_errorTimer.start(ERROR_PAUSE_MS);
     }
 }
 

@@ -6,7 +6,6 @@
 
 #include <QObject>
 #include <QPointer>
-#include <QTimer>
 
 #include <deque>
 #include <functional>
@@ -98,7 +97,6 @@ private:
     SDelivery m_delivery;
     std::deque<SPending> m_pending;  ///< in the order of sending, which is that of the outcomes
     std::map<int, quint64> m_errors; ///< Kinds that were reported in this second, and errors to report at its end.
-    QTimer m_errorTimer;             ///< Ends this second.
     SInterfaceStatus m_status;
     QString m_identity;
     SCount m_received;

@@ -158,7 +158,11 @@ void CSocketcandClient::execute(const QByteArray& element)
         {"subscribe", &CClient::subscribe},
         {"unsubscribe", [](CClient& client, auto& command) { client.m_subscriptions.erase(idOf(command)); }},
         {"add", &CClient::addCyclic},
-        {"delete", &CClient::deleteCyclic},
+        {"delete",
+         [](CClient& client, auto& command) {
+             client.m_cyclic.erase(idOf(command));
+             limitSilence(*client.m_socket, !client.m_cyclic.empty());
+         }},
     };
     auto command = readCommand(element);
     if (!command) {
@@ -255,12 +259,6 @@ void CSocketcandClient::addCyclic(const SCommand& command)
     connect(&timer, &QTimer::timeout, this, [this, message = command.message] { sendCyclic(message); });
     timer.start(command.milliseconds);
     limitSilence(*m_socket, true);
-}
-
-void CSocketcandClient::deleteCyclic(const SCommand& command)
-{
-    m_cyclic.erase(idOf(command));
-    limitSilence(*m_socket, !m_cyclic.empty());
 }
 
 /// Of the refusals of a cyclic message, the client receives the first in a row.

@@ -58,7 +58,6 @@ private:
     void end();
     void subscribe(const SCommand& command);
     void addCyclic(const SCommand& command);
-    void deleteCyclic(const SCommand& command);
     void send(const SCommand& command);
     void sendCyclic(const Cim::CCanMessage& message);
     void repeatStatistics(const SCommand& command);
