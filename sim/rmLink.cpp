@@ -28,7 +28,9 @@ CRmLink::CRmLink(SRmPeer peer) : m_peer(std::move(peer))
 {
     if (isTcp()) {
         m_peer.tcp->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        m_peer.tcp->setReadBufferSize(READ_LIMIT);
         connect(m_peer.tcp.get(), &QTcpSocket::readyRead, this, &CRmLink::readTcp);
+        connect(m_peer.tcp.get(), &QTcpSocket::bytesWritten, this, &CRmLink::readTcp, Qt::QueuedConnection);
         connect(m_peer.tcp.get(), &QTcpSocket::disconnected, this, &CRmLink::disconnected, Qt::QueuedConnection);
     }
 }
@@ -73,7 +75,7 @@ void CRmLink::setReading(bool isReading)
 {
     m_isReading = isReading;
     if (isTcp()) {
-        m_peer.tcp->setReadBufferSize(isReading ? 0 : 1);
+        m_peer.tcp->setReadBufferSize(isReading ? READ_LIMIT : 1);
         readTcp();
     }
 }
@@ -81,8 +83,8 @@ void CRmLink::setReading(bool isReading)
 void CRmLink::readTcp()
 {
     const QPointer<CRmLink> self(this);
-    char bytes[Cim::RM_BUFFER_SIZE];
-    while (self && m_isReading && m_peer.tcp->bytesAvailable() > 0) {
+    char bytes[READ_LIMIT];
+    while (self && m_isReading && waiting() < SEND_LIMIT / 2 && m_peer.tcp->bytesAvailable() > 0) {
         receive(bytes, m_peer.tcp->read(bytes, sizeof bytes));
     }
 }

@@ -27,8 +27,8 @@ constexpr char STATUS_TRANSMIT_TIMEOUT[] = "\x02";
 struct SRmPeer {
     std::unique_ptr<QTcpSocket> tcp; ///< null: UDP
     QUdpSocket* udp = nullptr;       ///< the server's socket, which outlives the link; null: TCP
-    QHostAddress address;            ///< of a UDP host
-    std::uint16_t port = 0;
+    QHostAddress address;
+    std::uint16_t port = 0; ///< of a UDP host
 };
 
 /// One host as a server of RM frames sees it. Cuts the bytes of the host into frames and sends frames to it.
@@ -38,12 +38,15 @@ class CRmLink : public QObject
 
 public:
     /// Bytes that may wait for a TCP host that does not read. Further frames are dropped, and the host gets a status
-    /// report once it reads again.
+    /// report once it reads again. Nothing is read from a host for which half as many wait: answers need room as well.
     static constexpr qint64 SEND_LIMIT = 1024LL * 1024;
+    /// Bytes of a TCP host that are read in one turn of the event loop.
+    static constexpr qint64 READ_LIMIT = Cim::RM_BUFFER_SIZE;
 
     explicit CRmLink(SRmPeer peer);
 
     bool isTcp() const { return m_peer.tcp != nullptr; }
+    const QHostAddress& address() const { return m_peer.address; }
     bool isFrom(const QHostAddress& address, std::uint16_t port) const
     {
         return m_peer.address == address && m_peer.port == port;

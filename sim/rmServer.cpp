@@ -74,7 +74,8 @@ void CRmServer::onNewConnection()
     while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
         socket->setParent(nullptr);
         if (count(true) < m_maxClients) {
-            addLink({std::move(socket), nullptr, {}, 0});
+            const QHostAddress address = socket->peerAddress();
+            addLink({std::move(socket), nullptr, address, 0});
         }
     }
     updateListening();

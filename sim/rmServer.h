@@ -87,6 +87,8 @@ protected:
 
     // What derived classes need.
 
+    QTcpServer& tcpServer() { return m_server; }
+
     /// Delivers a message that was on the bus to all hosts but the one whose link is `sender`, and counts it for the
     /// load. A message whose sender is the gateway itself is delivered to no host.
     void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);

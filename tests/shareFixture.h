@@ -147,9 +147,10 @@ struct SShare : SGateway {
 /// A client of the socketcand protocol, by hand.
 struct SClient : QTcpSocket {
     /// In a mode, or without a bus.
-    explicit SClient(SShare& share, const QByteArray& mode = "rawmode")
+    explicit SClient(SShare& share, const QByteArray& mode = "rawmode", const char* from = "127.0.0.1")
     {
         readAgain();
+        bind(QHostAddress(QString::fromLatin1(from)));
         connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
         if (!mode.isEmpty()) {
             require(hears("< hi >") && asks("< open " + share.name.toLatin1() + " >", "< ok >") &&

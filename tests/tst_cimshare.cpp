@@ -7,6 +7,7 @@
 #include <QNetworkDatagram>
 #include <QUdpSocket>
 
+#include <sys/resource.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -130,6 +131,7 @@ qint64 bytesThatWait()
     if (!fill(share, slow) || !QTest::qWaitFor([&] { return quick.heard.count('>') > 200'000; }, 30000)) {
         return -1;
     }
+    slow.write("< echo >");
     slow.readAgain();
     const auto putUntilReported = [&] { // until there is room
         share.put("7F0#");
@@ -137,23 +139,44 @@ qint64 bytesThatWait()
     };
     require(QTest::qWaitFor(putUntilReported), "the loss is reported"_s);
     require(slow.hearsError("004 frames were lost"_s), "its class is that of a loss"_s);
+    require(slow.heard.contains("< echo >"), "a slow client is answered"_s);
     slow.heard.truncate(slow.heard.indexOf("\n< error "));
     return isWhole(slow.frames()) ? slow.heard.size() : -1;
 }
 
-/// Ends with a client that still works; the other one had a timer.
-qint64 bytesOfUnreadAnswers()
+/// Requests of a client that does not read the answers, until the service does not read them either. When the client
+/// reads again, it receives each answer.
+template <typename Client>
+qint64 bytesOfUnread(SShare& share, Client& deaf, const QByteArray& request, const QByteArray& answer)
+{
+    constexpr qint64 ENDLESS = 32 * 1024 * 1024;
+    SClient good(share);
+    deaf.disconnect();
+    deaf.setReadBufferSize(1);
+    qint64 written = 0;
+    do {
+        written += deaf.write(request.repeated(8192));
+    } while (QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0; }, 1000) && written < ENDLESS);
+    const bool isOthersServed = good.asks("< echo >", "< echo >");
+    QObject::connect(&deaf, &QTcpSocket::readyRead, [&deaf] { deaf.heard += deaf.readAll(); });
+    deaf.setReadBufferSize(0);
+    deaf.heard = deaf.readAll();
+    const auto isAnswered = [&] { return deaf.heard.size() / answer.size() == written / request.size(); };
+    return isOthersServed && QTest::qWaitFor(isAnswered, 30000) ? written : -1;
+}
+
+qint64 bytesOfUnreadEchoes()
 {
     SShare share("--socketcand 0"_s);
-    SClient deaf(share, "controlmode"), good(share);
-    deaf.stopReading();
-    deaf.write("< statistics 1 >");
-    qint64 written = 0;
-    while (share.count("disconnected"_s) == 0 && written < 32 * 1024 * 1024) {
-        written += deaf.write(QByteArray("< echo >").repeated(8192));
-        (void)QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0 || share.count("disconnected"_s) > 0; });
-    }
-    return good.asks("< echo >", "< echo >") ? written : -1;
+    SClient deaf(share, "controlmode");
+    return bytesOfUnread(share, deaf, "< echo >", "< echo >");
+}
+
+qint64 bytesOfUnreadAddresses()
+{
+    SShare share("--socketcand 0 --t93 0"_s);
+    SRawHost deaf(share);
+    return bytesOfUnread(share, deaf, frame(RM_CMD_MAC_ADDRESS), frame(RM_CMD_MAC_ADDRESS, QByteArray(6, 0)));
 }
 
 qint64 msToChooseABus()
@@ -161,6 +184,16 @@ qint64 msToChooseABus()
     SShare share("--socketcand 0"_s);
     const SClient client(share, "");
     return share.happened("connected"_s) ? msUntilDisconnected(share) : -1;
+}
+
+qint64 msToSendAFrame()
+{
+    SShare share("--t93 0"_s);
+    SRawHost silent(share), good(share);
+    silent.write(frame(RM_CMD_RESET).chopped(1));
+    good.write(frame(RM_CMD_RESET));
+    const qint64 measured = share.happened("connected"_s, 2) ? msUntilDisconnected(share) : -1;
+    return share.happened("disconnected"_s, 2, 2000) ? -1 : measured;
 }
 
 /// For a client that sends the last bytes, and reads nothing any more.
@@ -173,16 +206,17 @@ qint64 msWithoutReading(const QByteArray& last)
     return isFull ? msUntilDisconnected(share) : -1;
 }
 
-qint64 msAfterThePcVanished()
+qint64 msAfterThePcVanished(const QString& commands = {})
 {
-    SShare share("--socketcand 10.9.0.1:0"_s);
+    SShare share("--socketcand 10.9.0.1:0 --allow-send"_s);
     SProgram client;
     client.start("bash"_s, {"-c"_s, QString::fromLatin1(R"(exec nsenter -t $CIM_FAR -n bash -c '
-        exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >" >&3; head -c 12 <&3; exec sleep 90')")
+        exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >%3" >&3; head -c 12 <&3; exec sleep 90')")
                                         .arg(share.port("socketcand"_s))
-                                        .arg(share.name)});
+                                        .arg(share.name, commands)});
     QByteArray heard;
     const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
+    require(commands.isEmpty() || QTest::qWaitFor([&] { return !share.sent.isEmpty(); }), "the client sends"_s);
     const bool isPulled = run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0;
     return isOpen && isPulled ? msUntilDisconnected(share) : -1;
 }
@@ -679,6 +713,7 @@ private Q_SLOTS:
         SRawHost slow(share);
         slow.disconnect();
         slow.setReadBufferSize(1);
+        slow.write(frame(RM_CMD_RESET));
         QVERIFY(share.happened("connected"_s, 2));
         constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
         share.gateway.flood(MESSAGES);
@@ -704,8 +739,11 @@ private Q_SLOTS:
         QTRY_COMPARE(stranger.state(), QAbstractSocket::UnconnectedState);
         QVERIFY(share.happened("connected"_s));
         std::list<SClient> clients;
-        for (int i = 0; i < 256; ++i) {
+        std::list<SRawHost> hosts;
+        for (int i = 0; i < 128; ++i) {
             clients.emplace_back(share, "").write("< open " + share.name.toLatin1() + " >< rawmode >");
+            hosts.emplace_back(share).write(frame(RM_CMD_FIRMWARE_VERSION));
+            QTRY_VERIFY(hosts.back().heard.startsWith(RM_START_OF_FRAME));
         }
         const auto hearThat = [&](const QByteArray& end) {
             const auto hears = [&](const SClient& client) { return client.heard.endsWith(end); };
@@ -714,26 +752,106 @@ private Q_SLOTS:
         QVERIFY(hearThat("< ok >< ok >"));
         share.put("123#");
         QVERIFY(hearThat("  >"));
-        SClient oneMore(share, "");
+        SClient oneMore(share, ""), newAddress(share, "rawmode", "127.0.1.8");
+        SRawHost hostMore(share), newHost(share, "127.0.1.8");
+        QVERIFY(oneMore.hears("\n< error 127.0.0.1:"));
+        QVERIFY(oneMore.hears(" turned away: the places for its address are full >"));
         QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
+        QTRY_COMPARE(hostMore.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(share.count("full"_s), 2);
+        newHost.write(frame(RM_CMD_FIRMWARE_VERSION));
+        QTRY_VERIFY(newHost.heard.startsWith(RM_START_OF_FRAME));
         clients.clear();
         QTRY_VERIFY(SClient(share, "").hears("< hi >"));
+    }
+
+    void descriptorsRunOut()
+    {
+        SShare share("--socketcand 0 --t93 0"_s);
+        const auto pid = static_cast<pid_t>(share.program.processId());
+        const int used = QDir("/proc/%1/fd"_s.arg(pid)).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size();
+        rlimit limit{};
+        QCOMPARE(prlimit(pid, RLIMIT_NOFILE, nullptr, &limit), 0);
+        QVERIFY(limit.rlim_cur > 512);
+        const auto setLimit = [&](rlim_t files) {
+            const rlimit now{files, limit.rlim_max};
+            QCOMPARE(prlimit(pid, RLIMIT_NOFILE, &now, nullptr), 0);
+        };
+        setLimit(4);
+        SClient early(share, "");
+        SRawHost earlyHost(share);
+        earlyHost.write(frame(RM_CMD_FIRMWARE_VERSION));
+        QVERIFY(share.happened("acceptError"_s, 2));
+        setLimit(limit.rlim_cur);
+        QVERIFY(early.hears("< hi >"));
+        QTRY_VERIFY(!earlyHost.heard.isEmpty());
+
+        setLimit(static_cast<rlim_t>(used) + 16 + 4); // 16 are kept
+        std::list<SClient> clients;
+        while (clients.size() < 8) {
+            clients.emplace_back(share, "");
+        }
+        QVERIFY(clients.back().hears(" turned away: too many open files >"));
+        QVERIFY(clients.front().hears("< hi >"));
+        SRawHost oneMore(share);
+        QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(clients.front().asks("< echo >", "< echo >"));
+        clients.clear();
+        QTRY_VERIFY(SClient(share, "").hears("< hi >"));
+
+        const SOutcome outcome = run(QStringLiteral("ulimit -n 500; " CIM_CIMSHARE " sim --socketcand 0 --t93 0"));
+        QCOMPARE(outcome.exitCode, 1);
+        QVERIFY2(outcome.err.contains("584 open files are needed, and the limit is 500 "), outcome.err);
+    }
+
+    void errorsAreCounted()
+    {
+        SShare share("--socketcand 0 --t93 0"_s);
+        SClient client(share);
+        SRawHost host(share);
+        host.write(frame(RM_CMD_RESET));
+        QVERIFY(share.happened("connected"_s, 2));
+        share.gateway.sendStatus(0x08);
+        QVERIFY(share.happened("interfaceError"_s));
+        for (int i = 1; i < 1000; ++i) {
+            share.gateway.sendStatus(0x08);
+        }
+        const auto count = [](const QStringList& texts) {
+            static const QRegularExpression TIMES("bus off error\\.(?: \\((\\d+) times\\))?"_s);
+            int all = 0;
+            for (auto match = TIMES.globalMatch(texts.join(QLatin1Char('|'))); match.hasNext();) {
+                const QString times = match.next().captured(1);
+                all += times.isEmpty() ? 1 : times.toInt();
+            }
+            return all;
+        };
+        QTRY_COMPARE(count({QString::fromLatin1(client.heard)}), 1000);
+        QVERIFY(client.heard.count("< error ") < 5);
+        QTRY_VERIFY(share.count("interfaceError"_s) > 1);
+        QVERIFY(share.count("interfaceError"_s) < 5);
+        QTRY_VERIFY(host.heard.contains(frame(RM_CMD_STATUS, hex("08"))));
+        QVERIFY(host.heard.count(frame(RM_CMD_STATUS, hex("08"))) < 5);
     }
 
     void promisedLimits_data()
     {
         const auto row = columns<Measure, qint64, qint64>("measure", "least", "most");
         row("cyclic messages of a client", cyclicMessages, 64, 64);
-        row("lines of clients in a second", linesOfClients, 300, 300);
-        row("bytes read from a client at once", bytesReadAtOnce, 0x10000, 0x10000);
-        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000);   // with those in the kernel
-        row("bytes of unread answers", bytesOfUnreadAnswers, 0x100000, 0x800000); // with those of the client's kernel
+        row("lines of an event in a second", linesOfClients, 100, 100);
+        row("bytes read from a client at once", bytesReadAtOnce, 1024, 1024);
+        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000); // with those in the kernel
+        row("bytes of unread echoes", bytesOfUnreadEchoes, 0x100000, 0x800000); // with those of the client's kernel
+        row("bytes of unread addresses", bytesOfUnreadAddresses, 0x40000, 0x800000);
         row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
+        row("ms to send a frame", msToSendAFrame, 9'000, 15'000);
         row(
             "ms to read the last answer", [] { return msWithoutReading("< open nobody >"); }, 9'000, 15'000);
         row(
             "ms without reading", [] { return msWithoutReading(""); }, 25'000, 40'000);
-        row("ms after the PC vanished", msAfterThePcVanished, 25'000, 40'000);
+        row(
+            "ms after the PC vanished", [] { return msAfterThePcVanished(); }, 25'000, 40'000);
+        row(
+            "ms of cyclic sending", [] { return msAfterThePcVanished("< add 0 10000 123 0 >"_s); }, 4'000, 9'000);
     }
     void promisedLimits()
     {
@@ -782,6 +900,7 @@ private Q_SLOTS:
         row("brackets", QByteArray(30000, '<') + '>', "");
         row("not open yet", "< send 1 0 >", "< error no bus is open >");
         row("unknown bus", "< open no\x1b[31mbody >", "");
+        row("unknown bus after another one", "< open bus1 >< open nobody >", " no such bus >");
     }
     void hostileLines()
     {

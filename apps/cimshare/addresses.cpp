@@ -2,12 +2,15 @@
 
 #include "apps/host/gatewayAddress.h"
 
+#include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <algorithm>
 #ifdef __linux__
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #endif
 
@@ -18,19 +21,18 @@ namespace
 constexpr int IPV4_BITS = 32;
 /// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
+constexpr int ACCEPT_RETRY_MS = 100;
 
-/// Ends the connection to a PC that vanished, or to a client that reads nothing any more, after about 30 s.
-void limitSilence(QTcpSocket& socket)
+/// Whether a client would take one of the last descriptors, which are kept for the gateways and the broker. Were there
+/// none left for a client, the server would not notice, and try to accept it all the time.
+bool isAmongTheLast([[maybe_unused]] qintptr descriptor)
 {
-    socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
 #ifdef __linux__
-    const auto set = [&socket](int option, int value) {
-        setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
-    };
-    set(TCP_KEEPIDLE, 15);
-    set(TCP_KEEPINTVL, 5);
-    set(TCP_KEEPCNT, 3);
-    set(TCP_USER_TIMEOUT, 30'000);
+    constexpr rlim_t KEPT = 16;
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor) + KEPT >= limit.rlim_cur;
+#else
+    return false;
 #endif
 }
 } // namespace
@@ -47,20 +49,29 @@ Failure SAllowedNetworks::add(const QString& text)
     return {};
 }
 
-bool SAllowedNetworks::admits(QTcpSocket& socket, const QString& port, CEventLog& log) const
+Failure SAllowedNetworks::admit(QTcpSocket& socket, const QList<QHostAddress>& others, const QString& port,
+                                CEventLog& log) const
 {
     const QHostAddress peer(socket.peerAddress().toIPv4Address());
     const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
-    const bool isAdmitted = networks.isEmpty() || std::any_of(networks.begin(), networks.end(), holds);
-    if (!isAdmitted) {
-        log.printOfClient("notAllowed", port, QStringLiteral("%1 may not connect (--allow)").arg(peerOf(socket)));
-        return false;
+    const auto refuse = [&](const char* event, const QString& why) {
+        SProblem problem{QStringLiteral("%1 %2").arg(peerOf(socket), why)};
+        log.printLimited(event, port, problem.text);
+        return problem;
+    };
+    if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
+        return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
     }
-    limitSilence(socket);
+    const bool isFull = others.count(socket.peerAddress()) >= MAX_CLIENTS - others.size();
+    if (isFull || isAmongTheLast(socket.socketDescriptor())) {
+        return refuse("full", isFull ? QStringLiteral("turned away: the places for its address are full")
+                                     : QStringLiteral("turned away: too many open files"));
+    }
+    limitSilence(socket, false);
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
-    log.printOfClient("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
-    return true;
+    log.printLimited("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
+    return {};
 }
 
 Failure SListenAddress::set(const QString& text)
@@ -79,6 +90,47 @@ QString peerOf(const QTcpSocket& socket)
     return QStringLiteral("%1:%2")
         .arg(QHostAddress(socket.peerAddress().toIPv4Address()).toString())
         .arg(socket.peerPort());
+}
+
+void limitSilence(QTcpSocket& socket, [[maybe_unused]] bool isBrief)
+{
+    socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+#ifdef __linux__
+    const auto set = [&socket](int option, int value) {
+        setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
+    };
+    set(TCP_KEEPIDLE, isBrief ? 2 : 15);
+    set(TCP_KEEPINTVL, isBrief ? 1 : 5);
+    set(TCP_KEEPCNT, 3);
+    set(TCP_USER_TIMEOUT, isBrief ? 5'000 : 30'000);
+#endif
+}
+
+void keepAccepting(QTcpServer& server, const QString& port, CEventLog& log)
+{
+    QObject::connect(&server, &QTcpServer::acceptError, &server, [&server, port, &log] { // it has stopped
+        log.printLimited("acceptError", port, QStringLiteral("cannot accept a client: ") + server.errorString());
+        QTimer::singleShot(ACCEPT_RETRY_MS, &server, &QTcpServer::resumeAccepting);
+    });
+}
+
+Failure reserveDescriptors([[maybe_unused]] std::size_t ports, [[maybe_unused]] std::size_t buses)
+{
+#ifdef __linux__
+    constexpr std::size_t OF_THE_PROGRAM = 64;
+    constexpr std::size_t OF_A_BUS = 8;
+    const rlim_t needed = OF_THE_PROGRAM + buses * OF_A_BUS + ports * SAllowedNetworks::MAX_CLIENTS;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (needed > limit.rlim_max) {
+        return SProblem{QStringLiteral("%1 open files are needed, and the limit is %2 (ulimit -Hn, LimitNOFILE)")
+                            .arg(needed)
+                            .arg(limit.rlim_max)};
+    }
+    limit.rlim_cur = std::max(limit.rlim_cur, needed);
+    setrlimit(RLIMIT_NOFILE, &limit);
+#endif
+    return {};
 }
 
 } // namespace vexmor::Apps::Cimshare

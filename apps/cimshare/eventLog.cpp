@@ -9,7 +9,7 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int CLIENT_LINES_A_SECOND = 300;
+constexpr int LINES_PER_SECOND = 100;
 constexpr qint64 SECOND_MS = 1000;
 
 QString plain(QString text)
@@ -39,17 +39,20 @@ void CEventLog::printListening(const QString& subject, const QHostAddress& addre
           {{QStringLiteral("port"), port}});
 }
 
-void CEventLog::printOfClient(const char* event, const QString& subject, const QString& text)
+void CEventLog::printLimited(const char* event, const QString& subject, const QString& text)
 {
-    if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
-        if (m_clientLines > CLIENT_LINES_A_SECOND) {
-            print("leftOut", QStringLiteral("clients"),
-                  QStringLiteral("%1 lines left out").arg(m_clientLines - CLIENT_LINES_A_SECOND));
+    SSecond& second = m_seconds[QLatin1String(event) + subject];
+    if (!second.clock.isValid() || second.clock.hasExpired(SECOND_MS)) {
+        if (second.lines > LINES_PER_SECOND) {
+            print("leftOut", subject,
+                  QStringLiteral("%1 lines left out (%2)")
+                      .arg(second.lines - LINES_PER_SECOND)
+                      .arg(QLatin1String(event)));
         }
-        m_clientLines = 0;
-        m_second.start();
+        second.lines = 0;
+        second.clock.start();
     }
-    if (++m_clientLines <= CLIENT_LINES_A_SECOND) {
+    if (++second.lines <= LINES_PER_SECOND) {
         print(event, subject, text);
     }
 }

@@ -36,6 +36,10 @@ Failure CShareService::start()
     if (Failure failure = addProtocols()) {
         return failure;
     }
+    const std::size_t ports = (m_options.socketcand.isGiven() ? 1 : 0) + (m_options.t93.isGiven() ? m_buses.size() : 0);
+    if (Failure failure = reserveDescriptors(ports, m_buses.size())) {
+        return failure;
+    }
     for (const auto& protocol : m_protocols) {
         if (Failure failure = protocol->start()) {
             return failure;
@@ -130,23 +134,22 @@ void CShareService::watch(CSharedBus& bus)
 {
     connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
-                    connectionTextWithReason(status));
+        m_log.printLimited(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
+                           connectionTextWithReason(status));
     });
     connect(&bus, &CSharedBus::identified, this, [this, &bus] {
         const SInterfaceStatus& status = bus.status();
-        m_log.print("identified", bus.name(),
-                    QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
+        m_log.printLimited("identified", bus.name(),
+                           QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
         if (const Failure failure = bus.identityProblem()) {
-            m_log.print("anotherGateway", bus.name(), failure->text);
+            m_log.printLimited("anotherGateway", bus.name(), failure->text);
         }
     });
     connect(&bus, &CSharedBus::clientEvent, this,
-            [this, &bus](const char* event, const QString& text) { m_log.printOfClient(event, bus.name(), text); });
+            [this, &bus](const char* event, const QString& text) { m_log.printLimited(event, bus.name(), text); });
     connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error, quint64 count) {
-        const QString times = count == 1 ? QString() : QStringLiteral(" (%1 times)").arg(count);
-        m_log.print("interfaceError", bus.name(),
-                    QStringLiteral("interface error %1: %2%3").arg(error).arg(bus.errorTitle(error), times));
+        m_log.printLimited("interfaceError", bus.name(),
+                           QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
     });
 }
 

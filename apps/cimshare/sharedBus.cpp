@@ -3,6 +3,8 @@
 #include "apps/host/embeddedSim.h"
 #include "apps/host/hostedInterface.h"
 
+#include <QTimer>
+
 #include <algorithm>
 #include <utility>
 
@@ -56,9 +58,10 @@ QString CSharedBus::connectionNotice() const
     return QStringLiteral("gateway: ") + connectionText(status());
 }
 
-QString CSharedBus::errorTitle(int error) const
+QString CSharedBus::errorTitle(int error, quint64 count) const
 {
-    return titleOf(m_canInterface->interfaceErrorToString(error));
+    const QString times = count == 1 ? QString() : QStringLiteral(" (%1 times)").arg(count);
+    return titleOf(m_canInterface->interfaceErrorToString(error)) + times;
 }
 
 // ---- Sending ----
@@ -144,9 +147,32 @@ void CSharedBus::onMail()
         }
     }
     for (const SErrorRecord& error : m_delivery.errors) {
-        Q_EMIT errorRaised(error.error, error.count);
+        reportError(error.error, error.count);
     }
     m_lost += m_delivery.lost;
+}
+
+void CSharedBus::reportError(int error, quint64 count)
+{
+    constexpr int SECOND_MS = 1000;
+    if (m_errors.empty()) {
+        QTimer::singleShot(SECOND_MS, this, &CSharedBus::onErrorSecond);
+    }
+    const auto [kind, isFirst] = m_errors.try_emplace(error, 0);
+    if (isFirst) {
+        Q_EMIT errorRaised(error, count);
+    } else {
+        kind->second += count;
+    }
+}
+
+void CSharedBus::onErrorSecond()
+{
+    for (const auto& [error, count] : std::exchange(m_errors, {})) {
+        if (count > 0) {
+            reportError(error, count);
+        }
+    }
 }
 
 void CSharedBus::onStatus()

@@ -60,8 +60,9 @@ public:
     bool isIdentified() const { return !m_identity.isEmpty(); }
     /// In kbit/s; 0: as the gateway has it.
     int bitRate() const { return m_canInterface->baudrate(); }
-    /// The first line of the interface's text for one of its errors: what happened; the others say what to do.
-    QString errorTitle(int error) const;
+    /// The first line of the interface's text for one of its errors, which says what happened; the other lines say what
+    /// to do. With the number of errors, where there were several.
+    QString errorTitle(int error, quint64 count = 1) const;
     const SCount& received() const { return m_received; }
     const SCount& sent() const { return m_sent; }
     /// Counts messages that did not reach a client or the broker.
@@ -73,7 +74,7 @@ Q_SIGNALS:
     /// A message was on the bus. `client` sent it, or this object for a client that has ended; null: the gateway
     /// received it.
     void messageSent(const vexmor::Apps::SBusRecord& record, const QObject* client);
-    /// The interface raised an error so many times.
+    /// The interface raised an error so many times. Further errors of the same kind are reported once a second.
     void errorRaised(int error, quint64 count);
     /// The state of the connection is another one.
     void connectionChanged();
@@ -92,6 +93,8 @@ private:
     Failure limitProblem(const QObject& client);
     void onMail();
     void takeOutcome(const SBusRecord& record);
+    void reportError(int error, quint64 count);
+    void onErrorSecond();
     void onStatus();
 
     const CTarget m_target;
@@ -100,7 +103,8 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
     SDelivery m_delivery;
-    std::deque<SPending> m_pending; ///< in the order of sending, which is that of the outcomes
+    std::deque<SPending> m_pending;  ///< in the order of sending, which is that of the outcomes
+    std::map<int, quint64> m_errors; ///< Kinds that were reported in this second, and errors to report at its end.
     SInterfaceStatus m_status;
     QString m_identity;
     QString m_knownId; ///< MAC address of the known gateway.

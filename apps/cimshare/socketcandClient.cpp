@@ -1,5 +1,6 @@
 #include "apps/cimshare/socketcandClient.h"
 
+#include "apps/cimshare/addresses.h"
 #include "apps/host/clock.h"
 
 #include <algorithm>
@@ -15,10 +16,12 @@ constexpr int TIME_LIMIT_MS = 10'000;
 constexpr int QUIET_MS = 50;
 /// The same after a bus was opened: the client may be far away, and chooses a mode next.
 constexpr int OPENED_QUIET_MS = 500;
-/// Bytes that wait for a client that does not read: about two seconds of a full bus.
+/// Bytes of frames that wait for a client that does not read: about two seconds of a full bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
+/// The same with answers. Commands of a client for which more bytes wait are not read.
+constexpr qint64 ANSWER_LIMIT = SEND_LIMIT + 64LL * 1024;
 /// Bytes of a client that are read in one turn of the event loop.
-constexpr qint64 READ_LIMIT = 64LL * 1024;
+constexpr qint64 READ_LIMIT = 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 const QString PROTOCOL = QStringLiteral("socketcand");
 
@@ -36,9 +39,10 @@ CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const C
     m_limitTimer.setSingleShot(true);
     m_quietTimer.setSingleShot(true);
     connect(m_socket.get(), &QTcpSocket::readyRead, this, &CSocketcandClient::onReadyRead);
+    connect(m_socket.get(), &QTcpSocket::bytesWritten, this, &CSocketcandClient::onReadyRead, Qt::QueuedConnection);
     connect(m_socket.get(), &QTcpSocket::disconnected, this, &CSocketcandClient::disconnected, Qt::QueuedConnection);
     connect(&m_limitTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
-    connect(&m_quietTimer, &QTimer::timeout, this, [this] { m_socket->write(std::exchange(m_waiting, {})); });
+    connect(&m_quietTimer, &QTimer::timeout, this, [this] { put(std::exchange(m_waiting, {})); });
     connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::writeStatistics);
     m_limitTimer.start(TIME_LIMIT_MS);
     answer("< hi >");
@@ -82,16 +86,10 @@ void CSocketcandClient::writeStatistics()
               .toLatin1());
 }
 
-/// Writes an answer: a segment of its own, without a line end, because clients compare what one read returns. A client
-/// that sends commands and does not read the answers is disconnected.
+/// Writes an answer: a segment of its own, without a line end, because clients compare what one read returns.
 void CSocketcandClient::answer(const QByteArray& element)
 {
-    if (m_socket->bytesToWrite() > SEND_LIMIT) {
-        forget(eEnded);
-        m_socket->abort();
-        return;
-    }
-    m_socket->write(element);
+    put(element);
     m_socket->flush();
 }
 
@@ -108,14 +106,25 @@ void CSocketcandClient::write(const QByteArray& element)
     if (m_quietTimer.isActive()) {
         m_waiting += element;
     } else {
-        m_socket->write(element);
+        put(element);
+    }
+}
+
+void CSocketcandClient::put(const QByteArray& bytes)
+{
+    if (m_socket->isOpen()) { // closed: `disconnected` is on its way
+        m_socket->write(bytes);
     }
 }
 
 // ---- From the client ----
 
+/// Reads commands, while not too many answers and frames wait for the client.
 void CSocketcandClient::onReadyRead()
 {
+    if (m_mode == eEnded || !m_socket->isOpen() || m_socket->bytesToWrite() > ANSWER_LIMIT) {
+        return;
+    }
     const auto onElement = [this](const QByteArray& element) {
         execute(element);
         return m_mode != eEnded;
@@ -129,8 +138,8 @@ void CSocketcandClient::onReadyRead()
 /// Ends the connection when the client has read the last answer, or after a time.
 void CSocketcandClient::end()
 {
-    disconnect(m_socket.get(), &QTcpSocket::readyRead, this, nullptr);
     forget(eEnded);
+    put(std::exchange(m_waiting, {}));
     m_socket->flush();
     m_socket->disconnectFromHost();
     m_limitTimer.start(TIME_LIMIT_MS);
@@ -150,7 +159,11 @@ void CSocketcandClient::execute(const QByteArray& element)
         {"subscribe", &CClient::subscribe},
         {"unsubscribe", [](CClient& client, auto& command) { client.m_subscriptions.erase(idOf(command)); }},
         {"add", &CClient::addCyclic},
-        {"delete", [](CClient& client, auto& command) { client.m_cyclic.erase(idOf(command)); }},
+        {"delete",
+         [](CClient& client, auto& command) {
+             client.m_cyclic.erase(idOf(command));
+             limitSilence(*client.m_socket, !client.m_cyclic.empty());
+         }},
     };
     auto command = readCommand(element);
     if (!command) {
@@ -176,7 +189,7 @@ void CSocketcandClient::open(const SCommand& command)
     }
     m_bus = found->second;
     connect(m_bus, &CSharedBus::errorRaised, this,
-            [this](int error) { writeError(m_bus->errorTitle(error), classOf(error)); });
+            [this](int error, quint64 count) { writeError(m_bus->errorTitle(error, count), classOf(error)); });
     connect(m_bus, &CSharedBus::connectionChanged, this, [this] {
         if (m_bus->status().connection == EConnection::eLost) {
             writeError(m_bus->connectionNotice(), EErrorClass::eAway);
@@ -203,6 +216,7 @@ void CSocketcandClient::forget(EMode mode)
     m_statisticsTimer.stop();
     m_subscriptions.clear();
     m_cyclic.clear();
+    limitSilence(*m_socket, false);
 }
 
 void CSocketcandClient::repeatStatistics(const SCommand& command)
@@ -245,6 +259,7 @@ void CSocketcandClient::addCyclic(const SCommand& command)
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, this, [this, message = command.message] { sendCyclic(message); });
     timer.start(command.milliseconds);
+    limitSilence(*m_socket, true);
 }
 
 /// Of the refusals of a cyclic message, the client receives the first in a row.

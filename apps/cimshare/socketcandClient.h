@@ -3,6 +3,7 @@
 #include "apps/cimshare/sharedBus.h"
 #include "apps/cimshare/socketcandText.h"
 
+#include <QHostAddress>
 #include <QObject>
 #include <QTcpSocket>
 #include <QTimer>
@@ -27,6 +28,7 @@ public:
     CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses);
 
     CSharedBus* bus() const { return m_bus; }
+    QHostAddress address() const { return m_socket->peerAddress(); }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
 
@@ -63,6 +65,7 @@ private:
     void writeError(const QString& text, EErrorClass errorClass = EErrorClass::eRefused);
     void answer(const QByteArray& element);
     void write(const QByteArray& element);
+    void put(const QByteArray& bytes);
 
     const std::unique_ptr<QTcpSocket> m_socket;
     const CBusesByName& m_buses;

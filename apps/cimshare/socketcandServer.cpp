@@ -19,6 +19,7 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
     : CProtocol(QStringLiteral("socketcand"), log), m_buses(buses), m_address(address), m_allowed(allowed)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
+    keepAccepting(m_server, m_name, m_log);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
     if (hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
@@ -63,10 +64,13 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
 void CSocketcandServer::onNewConnection()
 {
     while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
-        if (m_clients.size() >= SAllowedNetworks::MAX_CLIENTS) {
-            m_log.printOfClient("full", m_name,
-                                QStringLiteral("%1 turned away: too many clients").arg(peerOf(*socket)));
-        } else if (m_allowed.admits(*socket, m_name, m_log)) {
+        QList<QHostAddress> others;
+        std::transform(m_clients.begin(), m_clients.end(), std::back_inserter(others),
+                       [](const auto& client) { return client->address(); });
+        if (const Failure failure = m_allowed.admit(*socket, others, m_name, m_log)) {
+            socket->write(errorElement(failure->text));
+            socket->flush();
+        } else {
             addClient(std::move(socket));
         }
     }
@@ -83,11 +87,11 @@ void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
             countLost(*client->bus(), 1);
         }
         if (std::exchange(isFirst, false)) {
-            m_log.printOfClient("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+            m_log.printLimited("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-        m_log.printOfClient("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
+        m_log.printLimited("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
         m_clients.remove_if([client](const auto& candidate) { return candidate.get() == client; });
     });
 }

@@ -14,6 +14,8 @@ constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
 constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2; ///< The device number follows it in a frame.
+/// Time until the first valid frame.
+constexpr int TIME_LIMIT_MS = 10'000;
 } // namespace
 
 CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
@@ -24,10 +26,11 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
       m_place(place),
       m_allowed(allowed)
 {
-    setMaxClients(SAllowedNetworks::MAX_CLIENTS);
+    setMaxClients(SAllowedNetworks::MAX_CLIENTS + 1); // further ones are turned away, with a line
+    keepAccepting(tcpServer(), m_subject, m_log);
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.printOfClient("disconnected", m_subject, QStringLiteral("a host disconnected")); });
+            [this] { m_log.printLimited("disconnected", m_subject, QStringLiteral("a host disconnected")); });
     connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
@@ -84,7 +87,7 @@ void CT93Share::change(const Cim::SRmFrame& request)
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")
                              : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.printOfClient("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
+    m_log.printLimited("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
 void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
@@ -105,12 +108,21 @@ std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
             socket->abort();
         }
     });
-    if (!m_bus.isIdentified() || !m_allowed.admits(*peer.tcp, m_subject, m_log)) {
+    QList<QHostAddress> others;
+    std::transform(links().begin(), links().end(), std::back_inserter(others),
+                   [](const auto& link) { return link->address(); });
+    if (!m_bus.isIdentified() || m_allowed.admit(*peer.tcp, others, m_subject, m_log)) {
         return nullptr;
     }
     const QString client = peerOf(*peer.tcp);
+    QTcpSocket* const socket = peer.tcp.get();
     auto link = CRmServer::makeLink(std::move(peer));
     link->setObjectName(client);
+    auto* const limit = new QTimer(link.get());
+    limit->setSingleShot(true);
+    connect(limit, &QTimer::timeout, socket, &QTcpSocket::abort);
+    connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QTimer::stop);
+    limit->start(TIME_LIMIT_MS);
     return link;
 }
 
