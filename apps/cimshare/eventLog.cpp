@@ -3,7 +3,6 @@
 #include <QJsonDocument>
 
 #include <algorithm>
-#include <cstdio>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -11,6 +10,7 @@ namespace
 {
 constexpr int CLIENT_LINES_A_SECOND = 300;
 constexpr qint64 SECOND_MS = 1000;
+constexpr int WAITING_LIMIT = 1000;
 
 QString plain(QString text)
 {
@@ -20,8 +20,24 @@ QString plain(QString text)
 }
 } // namespace
 
+CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stream)
+{
+    m_writer.moveToThread(&m_thread);
+    m_thread.start();
+}
+
+CEventLog::~CEventLog()
+{
+    QMetaObject::invokeMethod(&m_writer, [this] { m_thread.quit(); }); // after all lines
+    m_thread.wait();
+}
+
 void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
 {
+    if (m_waiting >= WAITING_LIMIT) {
+        ++m_leftOut;
+        return;
+    }
     QByteArray line = (plain(subject) + QStringLiteral(": ") + plain(text)).toUtf8();
     if (m_json) {
         fields.insert(QStringLiteral("event"), QLatin1String(event));
@@ -29,8 +45,14 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
         fields.insert(QStringLiteral("text"), plain(text));
         line = QJsonDocument(fields).toJson(QJsonDocument::Compact);
     }
-    std::puts(line.constData());
-    std::fflush(stdout);
+    ++m_waiting;
+    QMetaObject::invokeMethod(&m_writer, [this, line = line + '\n'] {
+        std::fputs(line.constData(), m_stream);
+        std::fflush(m_stream);
+        if (const int leftOut = --m_waiting == 0 ? m_leftOut.exchange(0) : 0; leftOut > 0) {
+            print("leftOut", QStringLiteral("log"), QStringLiteral("%1 lines left out").arg(leftOut));
+        }
+    });
 }
 
 void CEventLog::printListening(const QString& subject, const QHostAddress& address, quint16 port)
