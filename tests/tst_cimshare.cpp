@@ -690,7 +690,8 @@ print("errors", *one.errors, flush=True)
         row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
         row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is not a HOST[:PORT]"_s);
         row("no file", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2, "/nowhere: No such file"_s);
-        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
+        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2,
+            "/nowhere cannot be used: No such file"_s);
         row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);
     }
     void wrongUsage()

@@ -197,17 +197,18 @@ private Q_SLOTS:
         const QByteArray body = '\0' + QByteArray(1, static_cast<char>(topic.size())) + topic + lines;
         const int size = body.size();
         const char length[] = {char(size | 0x80), char(size >> 7 | 0x80), char(size >> 14), '\0'};
-        qint64 longest = 0;
+        std::vector<qint64> echoes;
         for (int i = 0; i < 200; ++i) {
             for (int k = 0; k < 20; ++k) {
                 publisher.write(QByteArray("\x30") + length + body);
             }
             SClock clock;
             QVERIFY(client.asks("< echo >", "< echo >"));
-            longest = std::max(longest, clock.elapsed());
+            echoes.push_back(clock.elapsed());
             QTRY_COMPARE(publisher.bytesToWrite(), 0);
         }
-        QVERIFY2(longest < 500, qPrintable(QString::number(longest)));
+        std::sort(echoes.begin(), echoes.end());
+        QVERIFY2(echoes[100] < 200, qPrintable(QString::number(echoes[100])));
         QVERIFY2(memory() - before < 16 * 1024, qPrintable(QString::number(memory() - before)));
         static const QRegularExpression MANY("\"further\":\\d{5}"_s); // of several publications
         QVERIFY(QTest::qWaitFor([&] { return MANY.match(QString::fromLatin1(all.heard)).hasMatch(); }));
@@ -361,7 +362,6 @@ private Q_SLOTS:
     void unusableFiles_data()
     {
         const auto row = columns<QString, QString>("options", "text");
-        row("no authority", "--mqtt-ca none.pem"_s, "none.pem cannot be used: No such file or directory"_s);
         row("authority that is none", "--mqtt-ca a.key"_s, "a.key cannot be used: no certificate"_s);
         row("certificate that is none", "--mqtt-ca a.pem --mqtt-cert a.key --mqtt-key a.key"_s,
             "a.key cannot be used: "_s);

@@ -4,10 +4,12 @@
 #include <QHostAddress>
 #include <QJsonObject>
 #include <QString>
-#include <QThread>
 
-#include <atomic>
+#include <condition_variable>
 #include <cstdio>
+#include <deque>
+#include <mutex>
+#include <thread>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -34,14 +36,19 @@ public:
     void printOfClient(const char* event, const QString& subject, const QString& text);
 
 private:
+    void run();
+
     const bool m_json;
     std::FILE* const m_stream;
-    QThread m_thread;
-    QObject m_writer;               ///< Lives in the thread.
-    std::atomic<int> m_waiting = 0; ///< Lines.
-    std::atomic<int> m_leftOut = 0; ///< Lines.
     QElapsedTimer m_second;
     int m_clientLines = 0; ///< Lines in this second, printed or not.
+
+    std::mutex m_lock; ///< Guards the next three members.
+    std::deque<QByteArray> m_waiting;
+    int m_leftOut = 0; ///< Lines.
+    bool m_isEnding = false;
+    std::condition_variable m_changed;
+    std::thread m_thread;
 };
 
 } // namespace vexmor::Apps::Cimshare

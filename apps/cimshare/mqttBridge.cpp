@@ -221,7 +221,7 @@ void CMqttBridge::onArrived(const QString& topic)
 }
 
 /// Compares the state of the service at the broker. A wrong one, of a connection that ended late or of another service,
-/// is corrected with the next changes, and so once in a second.
+/// is corrected with the next changes: once in a second at most.
 void CMqttBridge::takeState()
 {
     for (const SArrival& arrival : m_link.take(m_topic + STATE).arrivals) {
@@ -243,6 +243,12 @@ void CMqttBridge::sendNext(SPublishedBus& published)
     if (inbox.arrivals.empty()) {
         return;
     }
+    const auto finishOne = [this, &published] {
+        if (--published.unsent == 0) {
+            QMetaObject::invokeMethod(
+                this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
+        }
+    };
     published.unsent = 1; // this loop
     for (const SArrival& arrival : inbox.arrivals) {
         auto lines = arrival.problem.isEmpty() ? readMqttLines(arrival.payload)
@@ -253,11 +259,11 @@ void CMqttBridge::sendNext(SPublishedBus& published)
                 continue;
             }
             ++published.unsent;
-            const auto onOutcome = [this, &published, message = *send.message](const Failure& failure) {
+            const auto onOutcome = [=, &published, message = *send.message](const Failure& failure) {
                 if (failure) {
                     publishRefusal(published, CanLog::formatFrame(message), failure->text);
                 }
-                finishOne(published);
+                finishOne();
             };
             published.bus->send(*send.message, *this, onOutcome);
         }
@@ -265,15 +271,7 @@ void CMqttBridge::sendNext(SPublishedBus& published)
     }
     published.refusals = MAX_REFUSALS + inbox.refusedLines; // none of them one by one
     endRefusals(published);
-    finishOne(published);
-}
-
-void CMqttBridge::finishOne(SPublishedBus& published)
-{
-    if (--published.unsent == 0) {
-        QMetaObject::invokeMethod(
-            this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
-    }
+    finishOne();
 }
 
 void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason)

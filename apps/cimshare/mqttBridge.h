@@ -40,7 +40,7 @@ private:
         SBatch received;
         SBatch sent;
         int refusals = 0;                        ///< Refused lines since `endRefusals`.
-        int unsent = 0;                          ///< Messages of a publication that still have no outcome.
+        int unsent = 0;                          ///< Messages of the broker that still have no outcome.
         int lost = 0;                            ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0;              ///< Time of the first of them, in microseconds.
         std::map<QString, QJsonObject> retained; ///< The last object published, by the end of its topic.
@@ -58,7 +58,6 @@ private:
     void onArrived(const QString& topic);
     void takeState();
     void sendNext(SPublishedBus& published);
-    void finishOne(SPublishedBus& published);
     void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);
     void endRefusals(SPublishedBus& published);
 

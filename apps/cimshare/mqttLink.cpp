@@ -31,7 +31,8 @@ constexpr int LINE_SIZE = 256;
 
 QString textOf(int code)
 {
-    return QString::fromLocal8Bit(mosquitto_strerror(code)); // of a system error: its text
+    const char* const text = code == MOSQ_ERR_KEEPALIVE ? "no answer" : mosquitto_strerror(code);
+    return QString::fromLocal8Bit(text); // of a system error: its text
 }
 
 /// The object that a callback of the library is for.
