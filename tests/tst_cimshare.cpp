@@ -1054,10 +1054,12 @@ print("errors", *one.errors, flush=True)
         row("readable credentials", "sim --mqtt localhost --mqtt-plaintext --mqtt-credentials /etc/passwd"_s, 2,
             "/etc/passwd: other users can read it"_s);
         row("credentials of the service manager",
-            "sim --mqtt localhost --mqtt-ca /nowhere --mqtt-credentials /usr/bin/env"_s, 2, "certificates: "_s);
+            "sim --mqtt localhost --mqtt-ca /nowhere --mqtt-credentials /usr/bin/env"_s, 2,
+            "/nowhere cannot be used: No such file"_s);
         row("password in the clear", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2,
             "--mqtt-plaintext allows it"_s);
-        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2, "certificates: "_s);
+        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2,
+            "/nowhere cannot be used: No such file"_s);
         row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);
     }
     void wrongUsage()

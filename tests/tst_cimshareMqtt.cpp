@@ -1,7 +1,11 @@
+#include "apps/cimshare/eventLog.h"
 #include "requireTool.h"
 #include "shareFixture.h"
 
 #include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace vexmor::Test;
 
@@ -132,12 +136,82 @@ private Q_SLOTS:
         broker.publish("site/"_s + share.name + "/send"_s, QByteArray("x\n").repeated(100));
         QVERIFY(all.hears("/refused {\"further\":90}"));
         QCOMPARE(share.sent.size(), 2);
+        broker.publish("site/"_s + share.name + "/send"_s, QByteArray("125#\n").repeated(250));
+        QVERIFY(all.hears("/refused {\"line\":\"125#\",\"reason\":\"more than 200 lines\"}"));
+        QVERIFY(all.hears("/refused {\"further\":40}"));
+        QTRY_COMPARE(share.sent.size(), 202);
+        QVERIFY(share.happened("sameTopic"_s));
+        QVERIFY(listening.happened("sameTopic"_s));
         share.end();
         broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s}); // would be sent at every connection
         share.start();
         QVERIFY(all.hears("/refused {\"line\":\"126#\",\"reason\":\"retained\"}"));
-        QCOMPARE(share.sent.size(), 2);
+        QCOMPARE(share.sent.size(), 202);
         QVERIFY(listening.sent.isEmpty());
+    }
+
+    /// The state stays true when something else publishes it, and when a service starts again while the broker still
+    /// has its old connection, as after a power cut.
+    void stateStaysTrue()
+    {
+        const SBroker broker;
+        SSubscriber states(broker, "site/state"_s, "%p"_s);
+        const auto hears = [&](int online, int offline) {
+            const auto count = [&](const char* value) { return states.heard.count(QByteArray("\"online\":") + value); };
+            (void)QTest::qWaitFor([&] { return count("true") >= online; }, 10000);
+            return count("true") == online && count("false") == offline &&
+                   states.heard.lastIndexOf("true") > states.heard.lastIndexOf("false");
+        };
+        SShare share(broker.options("--socketcand 0"_s));
+        QVERIFY(hears(1, 0));
+        broker.publish("site/state"_s, R"({"online":false})", {"-r"_s});
+        QVERIFY(hears(2, 1));
+        ::kill(static_cast<pid_t>(share.program.processId()), SIGSTOP);
+        SProgram again;
+        again.start(QStringLiteral(CIM_CIMSHARE), share.arguments);
+        QVERIFY(hears(3, 2));
+        again.stop();
+        ::kill(static_cast<pid_t>(share.program.processId()), SIGCONT);
+        QVERIFY(hears(4, 3));
+        QVERIFY(share.happened("sameTopic"_s));
+    }
+
+    /// Other clients notice nothing of it, and no memory is used for it.
+    void floodOfPublications()
+    {
+        const SBroker broker;
+        SSubscriber all(broker, "site/+/refused"_s);
+        SShare share(broker.options("--allow-send --socketcand 0"_s));
+        QVERIFY(share.happened("broker"_s));
+        SClient client(share, "controlmode");
+        const auto memory = [&] { // the most it ever used, in KiB
+            const QByteArray status = contentOf("/proc/%1/status"_s.arg(share.program.processId()));
+            return status.mid(status.indexOf("VmHWM:") + 6, 12).trimmed().split(' ').first().toInt();
+        };
+        const int before = memory();
+        QTcpSocket publisher;
+        publisher.connectToHost(QHostAddress(QHostAddress::LocalHost), broker.port.toUShort());
+        publisher.write(hex("100c 0004 4d515454 04 02 003c 0000"));
+        const QByteArray topic = ("site/"_s + share.name + "/send"_s).toLatin1();
+        const QByteArray lines = QByteArray("7FF#11\n").repeated(9000);
+        const QByteArray body = '\0' + QByteArray(1, static_cast<char>(topic.size())) + topic + lines;
+        const int size = body.size();
+        const char length[] = {char(size | 0x80), char(size >> 7 | 0x80), char(size >> 14), '\0'};
+        std::vector<qint64> echoes;
+        for (int i = 0; i < 40; ++i) {
+            for (int k = 0; k < 100; ++k) {
+                publisher.write(QByteArray("\x30") + length + body);
+            }
+            SClock clock;
+            QVERIFY(client.asks("< echo >", "< echo >"));
+            echoes.push_back(clock.elapsed());
+            QTRY_COMPARE(publisher.bytesToWrite(), 0);
+        }
+        std::sort(echoes.begin(), echoes.end());
+        QVERIFY2(echoes[20] < 200, qPrintable(QString::number(echoes[20])));
+        QVERIFY2(memory() - before < 16 * 1024, qPrintable(QString::number(memory() - before)));
+        static const QRegularExpression MANY("\"further\":\\d{5}"_s); // of several publications
+        QVERIFY(QTest::qWaitFor([&] { return MANY.match(QString::fromLatin1(all.heard)).hasMatch(); }));
     }
 
     /// What could not be published is told as a gap of that length; who serves others is not held up.
@@ -181,6 +255,136 @@ private Q_SLOTS:
         share.gateway.flood(300'000);
         QVERIFY(share.happened("lost"_s, 1, 30000)); // as many wait as may
         share.end();
+    }
+
+    /// Whatever a broker sends, other clients are served, and the connection is tried again or goes on.
+    void brokerThatErrs_data()
+    {
+        const auto row = columns<QByteArray, QString, QString>("answer", "event", "text");
+        const QByteArray accepted = hex("20020000");
+        const auto end = "brokerAway"_s, go = "broker"_s;
+        row("nothing", QByteArray(), QString(), QString());
+        row("refused: identifier", hex("20020002"), end, "identifier rejected"_s);
+        row("refused: not authorised", hex("20020005"), end, "not authorised"_s);
+        row("refused: reason of version 5", hex("2003008700"), end, "unknown reason"_s);
+        row("refused: property of version 5", hex("20050084027f01"), end, "unknown reason"_s);
+        row("accepted with a property of version 5", hex("20050000027f01"), go, QString());
+        row("accepted very often", accepted.repeated(10'000), go, QString());
+        row("end with a property of version 5", accepted + hex("e00400027f01"), end, QString());
+        row("authentication of version 5", accepted + hex("f00400027f01"), end, QString());
+        row("length without end", hex("20ffffffffff"), end, QString());
+        row("longest message, only begun", accepted + hex("30ffffff7f"), go, QString());
+        row("topic longer than its packet", accepted + hex("300400ff6161"), end, QString());
+        row("topic that is no text", accepted + hex("30040002c328"), end, QString());
+        row("topic with a wildcard", accepted + hex("30050003612f23"), go, QString());
+        row("no topic", accepted + hex("30020000"), end, QString());
+        row("topic that nobody subscribed", accepted + hex("30060003782f7931").repeated(10'000), go, QString());
+        row("quality 3", accepted + hex("3606000178000131"), end, QString());
+        row("answers to no request", accepted + hex("9003ffff80 4002ffff 5002ffff 7002ffff b002ffff d000"), go,
+            QString());
+        row("requests", accepted + hex("c000 82060001000161 00"), end, QString());
+        row("web server", QByteArray("HTTP/1.1 400 Bad Request\r\n\r\n"), end, QString());
+    }
+    void brokerThatErrs()
+    {
+        QTcpServer broker;
+        broker.listen(QHostAddress(QHostAddress::LocalHost));
+        QObject::connect(&broker, &QTcpServer::newConnection, [&] {
+            QTcpSocket* const link = broker.nextPendingConnection();
+            QObject::connect(link, &QTcpSocket::readyRead, [=, isFirst = true]() mutable {
+                link->readAll();
+                link->write(std::exchange(isFirst, false) ? cell<QByteArray>("answer") : QByteArray());
+            });
+        });
+        SShare share("--socketcand 0 --mqtt 127.0.0.1:%1"_s.arg(broker.serverPort()));
+        const QString event = cell<QString>("event");
+        QVERIFY(event.isEmpty() || share.happened(event));
+        const QString text = event.isEmpty() ? QString() : share.text(event);
+        QVERIFY2(text.contains(cell<QString>("text")), qPrintable(text));
+        SClient client(share);
+        share.put("123#11");
+        QTRY_COMPARE(client.seen(), "123#11"_s);
+    }
+
+    /// A log that nobody reads any more holds nothing up.
+    void unreadOutput()
+    {
+        QTcpServer free;
+        free.listen(QHostAddress(QHostAddress::LocalHost));
+        const QString options = "--socketcand %1"_s.arg(free.serverPort());
+        free.close();
+        SShare share(options);
+        share.end();
+        const QTemporaryDir folder;
+        const QByteArray pipe = folder.filePath("pipe"_s).toLocal8Bit();
+        QCOMPARE(::mkfifo(pipe.constData(), 0600), 0);
+        const int reader = ::open(pipe.constData(), O_RDWR | O_CLOEXEC);
+        ::fcntl(reader, F_SETPIPE_SZ, 4096);
+        share.program.setStandardOutputFile(QString::fromLocal8Bit(pipe));
+        share.program.start(QStringLiteral(CIM_CIMSHARE), share.arguments); // its port is known from before
+        const auto connects = [&] {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
+            return socket.waitForConnected();
+        };
+        QTRY_VERIFY(connects());
+        for (int i = 0; i < 200; ++i) {
+            QVERIFY(connects()); // a line each
+        }
+        SClient client(share);
+        QVERIFY(client.asks("< echo >", "< echo >"));
+        share.program.terminate();
+        QVERIFY(share.program.waitForFinished(3000));
+        ::close(reader);
+    }
+
+    void linesWaitForTheirReader()
+    {
+        int ends[2];
+        QCOMPARE(::pipe2(ends, O_CLOEXEC), 0);
+        ::fcntl(ends[1], F_SETPIPE_SZ, 4096);
+        std::FILE* const stream = ::fdopen(ends[1], "w");
+        vexmor::Apps::Cimshare::CEventLog log(false, stream);
+        for (int i = 0; i < 10'000; ++i) {
+            log.print("event", "hall"_s, "line "_s + QString::number(i));
+        }
+        QFile reader;
+        reader.open(ends[0], QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+        int printed = 0;
+        QByteArray line = reader.readLine();
+        for (; line.startsWith("hall: line "); line = reader.readLine()) {
+            ++printed;
+        }
+        QVERIFY2(printed >= 1000 && printed < 10'000, qPrintable(QString::number(printed)));
+        QCOMPARE(line, "log: " + QByteArray::number(10'000 - printed) + " lines left out\n");
+    }
+
+    void unusableFiles_data()
+    {
+        const auto row = columns<QString, QString>("options", "text");
+        row("authority that is none", "--mqtt-ca a.key"_s, "a.key cannot be used: no certificate"_s);
+        row("certificate that is none", "--mqtt-ca a.pem --mqtt-cert a.key --mqtt-key a.key"_s,
+            "a.key cannot be used: "_s);
+        row("key that is none", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key a.pem"_s, "a.pem cannot be used: "_s);
+        row("key of another certificate", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key b.key"_s,
+            "b.key cannot be used: key values mismatch"_s);
+        row("encrypted key", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key locked.key"_s,
+            "locked.key cannot be used: interrupted or cancelled"_s);
+    }
+    /// They are refused at the start, not at each connection.
+    void unusableFiles()
+    {
+        REQUIRE_TOOL("openssl");
+        const QTemporaryDir folder;
+        const SOutcome outcome = run("cd "_s + folder.path() + QString::fromLatin1(R"( && {
+            for who in a b; do
+                openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=$who -keyout $who.key -out $who.pem -days 2 || exit 1
+            done
+            openssl rsa -aes128 -passout pass:secret -in a.key -out locked.key || exit 1; } 2>log
+            timeout 5 )" CIM_CIMSHARE) +
+                                     " sim --mqtt 127.0.0.1:1 "_s + cell<QString>("options"));
+        QCOMPARE(outcome.exitCode, 2);
+        QVERIFY2(outcome.err.contains(cell<QString>("text").toUtf8()), outcome.err.constData());
     }
 
     void whoMayConnect_data()

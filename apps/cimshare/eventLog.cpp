@@ -3,7 +3,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
-#include <cstdio>
+#include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -11,6 +11,7 @@ namespace
 {
 constexpr int LINES_PER_SECOND = 100;
 constexpr qint64 SECOND_MS = 1000;
+constexpr std::size_t WAITING_LINES = 1000;
 
 QString plain(QString text)
 {
@@ -19,6 +20,17 @@ QString plain(QString text)
     return text;
 }
 } // namespace
+
+CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stream), m_thread([this] { run(); }) {}
+
+CEventLog::~CEventLog()
+{
+    std::unique_lock<std::mutex> guard(m_lock);
+    m_isEnding = true;
+    guard.unlock();
+    m_changed.notify_one();
+    m_thread.join();
+}
 
 void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
 {
@@ -29,8 +41,28 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
         fields.insert(QStringLiteral("text"), plain(text));
         line = QJsonDocument(fields).toJson(QJsonDocument::Compact);
     }
-    std::puts(line.constData());
-    std::fflush(stdout);
+    const std::lock_guard<std::mutex> guard(m_lock);
+    const bool fits = m_waiting.size() < WAITING_LINES;
+    fits ? m_waiting.push_back(line + '\n') : void(++m_leftOut);
+    m_changed.notify_one();
+}
+
+void CEventLog::run()
+{
+    std::unique_lock<std::mutex> guard(m_lock);
+    const auto hasWork = [this] { return m_isEnding || !m_waiting.empty(); };
+    while (m_changed.wait(guard, hasWork), !m_waiting.empty()) {
+        const QByteArray line = m_waiting.front();
+        m_waiting.pop_front();
+        const int leftOut = m_waiting.empty() ? std::exchange(m_leftOut, 0) : 0;
+        guard.unlock();
+        std::fputs(line.constData(), m_stream);
+        std::fflush(m_stream);
+        if (leftOut > 0) {
+            print("leftOut", QStringLiteral("log"), QStringLiteral("%1 lines left out").arg(leftOut));
+        }
+        guard.lock();
+    }
 }
 
 void CEventLog::printListening(const QString& subject, const QHostAddress& address, quint16 port)

@@ -5,19 +5,29 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
 #include <map>
+#include <mutex>
+#include <thread>
 
 namespace vexmor::Apps::Cimshare
 {
 
-/// Prints events on stdout, one line per event, without a time: a journal has its own. Texts from the network cannot
-/// begin a line of their own: control characters become "?". Clients and gateways cannot hide other lines: when they
-/// cause too many lines of one event within a second, one line with a count replaces the rest.
+/// Prints events, one line per event, without a time: a journal has its own. Texts from the network cannot begin a line
+/// of their own: control characters become "?". Clients and gateways cannot hide other lines: when they cause
+/// too many lines of one event within a second, one line with a count replaces the rest.
+///
+/// A thread of its own waits for the reader. Lines that do not fit into its queue are left out, and their number is
+/// printed after those that waited. Any thread may call `print`.
 class CEventLog
 {
 public:
     /// With `json` each line is an object of "event", "subject", "text" and the fields.
-    explicit CEventLog(bool json) : m_json(json) {}
+    explicit CEventLog(bool json, std::FILE* stream = stdout);
+    /// Waits until everything is printed.
+    ~CEventLog();
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
@@ -32,8 +42,18 @@ private:
         int lines = 0; ///< In this second, printed or not.
     };
 
+    void run();
+
     const bool m_json;
+    std::FILE* const m_stream;
     std::map<QString, SSecond> m_seconds; ///< By event and subject.
+
+    std::mutex m_lock; ///< Guards the next three members.
+    std::deque<QByteArray> m_waiting;
+    int m_leftOut = 0; ///< Lines.
+    bool m_isEnding = false;
+    std::condition_variable m_changed;
+    std::thread m_thread;
 };
 
 } // namespace vexmor::Apps::Cimshare

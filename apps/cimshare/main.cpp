@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QHostInfo>
+#include <QScopeGuard>
 
 #include <cstdio>
 #include <utility>
@@ -68,18 +69,24 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
             "DIR");
 }
 
+constexpr unsigned int LONGEST_END_S = 2;
+CEventLog* s_warnings = nullptr; ///< Qt's handler of messages has no object.
+
 /// Prints warnings of the library, except that about a bit rate which is meant to stay as the gateway has it.
 void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
     if (text != QLatin1String("Setting baudrate to 0 failed.")) {
-        std::fprintf(stderr, "cimshare: %s\n", qPrintable(text));
+        s_warnings->print("warning", QStringLiteral("cimshare"), text);
     }
 }
 
 int cimshare(int argc, char** argv)
 {
-    qInstallMessageHandler(onQtMessage);
     QCoreApplication application(argc, argv);
+    CEventLog warnings(false, stderr);
+    s_warnings = &warnings;
+    qInstallMessageHandler(onQtMessage);
+    const auto atEnd = qScopeGuard([] { qInstallMessageHandler(nullptr); });
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
     QCoreApplication::setApplicationName(QStringLiteral("Cim"));
 
@@ -105,7 +112,7 @@ int cimshare(int argc, char** argv)
             return fail(*failure);
         }
     }
-    CInterruption interruption;
+    CInterruption interruption(nullptr, LONGEST_END_S);
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);
     CShareService service(std::move(options));
     if (const Failure failure = service.start()) {

@@ -4,6 +4,9 @@
 #include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QHostInfo>
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -22,7 +25,7 @@ const QString REFUSED = QStringLiteral("refused");
 
 /// Refused lines of one publication, or of one second, that are published one by one.
 constexpr int MAX_REFUSALS = 10;
-/// Bytes of a refused line that are reported.
+/// Bytes of a refused line, or characters of the name of another service, that are reported.
 constexpr int MAX_LINE = 100;
 
 QByteArray jsonOf(const QJsonObject& object)
@@ -30,9 +33,23 @@ QByteArray jsonOf(const QJsonObject& object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-QByteArray online(bool isOnline)
+QByteArray online(bool isOnline, const QString& service)
 {
-    return jsonOf({{QStringLiteral("online"), isOnline}, {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
+    return jsonOf({{QStringLiteral("online"), isOnline},
+                   {QStringLiteral("service"), service},
+                   {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
+}
+
+/// The same for the same service when it starts again: the broker then ends its old connection, which may still exist,
+/// and publishes the will of that before, not after, the new connection publishes its state. Services that only share
+/// the topic have different identifiers. Every broker accepts 23 letters and digits.
+QByteArray clientId(const QString& topic, const CSharedBuses& buses)
+{
+    QString text = QHostInfo::localHostName() + QLatin1Char('\n') + topic;
+    for (const auto& bus : buses) {
+        text += QLatin1Char('\n') + bus->name();
+    }
+    return "cimshare" + QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Sha1).toHex().left(15);
 }
 
 QJsonObject stateOf(const CSharedBus& bus)
@@ -49,14 +66,16 @@ QJsonObject stateOf(const CSharedBus& bus)
 CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
     : CProtocol(QStringLiteral("mqtt"), log),
       m_topic(topic + QLatin1Char('/')),
+      m_service(QStringLiteral("%1:%2").arg(QHostInfo::localHostName()).arg(QCoreApplication::applicationPid())),
       m_published(buses.size()),
-      m_link(broker, m_topic + STATE, online(false))
+      m_link(broker, clientId(topic, buses), m_topic + STATE, online(false, m_service))
 {
     setObjectName(QStringLiteral("broker"));
+    m_link.subscribe(m_topic + STATE);
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
-    connect(&m_link, &CMqttLink::received, this, &CMqttBridge::onReceived, Qt::QueuedConnection);
+    connect(&m_link, &CMqttLink::arrived, this, &CMqttBridge::onArrived, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossLogged, true)) {
@@ -64,6 +83,9 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
+    connect(&m_changeTimer, &QTimer::timeout, this, [this] {
+        m_isStateWrong = m_isStateWrong && !m_link.publish(m_topic + STATE, online(true, m_service), true);
+    });
     for (std::size_t i = 0; i < buses.size(); ++i) {
         connectBus(m_published[i], *buses[i]);
     }
@@ -95,7 +117,7 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
 CMqttBridge::~CMqttBridge()
 {
     flush();
-    m_link.publish(m_topic + STATE, online(false), true);
+    m_link.publish(m_topic + STATE, online(false, m_service), true);
 }
 
 Failure CMqttBridge::start()
@@ -182,8 +204,9 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 void CMqttBridge::onConnected()
 {
     m_isLossLogged = false;
+    m_isOtherLogged = false;
     m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic.chopped(1)));
-    m_link.publish(m_topic + STATE, online(true), true);
+    m_link.publish(m_topic + STATE, online(true, m_service), true);
     for (SPublishedBus& published : m_published) {
         published.retained.clear();
         publishChanges(published);
@@ -192,26 +215,64 @@ void CMqttBridge::onConnected()
 
 // ---- From the broker ----
 
-void CMqttBridge::onReceived(const QString& topic, const QByteArray& payload, const QString& problem)
+void CMqttBridge::onArrived(const QString& topic)
 {
     SPublishedBus* const published = busOf(topic);
-    if (published == nullptr) {
+    published == nullptr ? takeState() : sendNext(*published);
+}
+
+/// Compares the state of the service at the broker. A wrong one, of a connection that ended late or of another service,
+/// is corrected with the next changes: once in a second at most.
+void CMqttBridge::takeState()
+{
+    for (const SArrival& arrival : m_link.take(m_topic + STATE).arrivals) {
+        const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
+        const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
+        m_isStateWrong = !object.value(QStringLiteral("online")).toBool();
+        m_isOwnStateSeen = m_isOwnStateSeen || service == m_service; // before, it is what was left over
+        if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
+            m_log.print("sameTopic", m_name, QStringLiteral("another service with this topic: %1").arg(service));
+            m_isStateWrong = true; // the other service notices the correction
+        }
+    }
+}
+
+/// Sends what has arrived when everything before has its outcome: so other clients have their share of the bus.
+void CMqttBridge::sendNext(SPublishedBus& published)
+{
+    const SInbox inbox = published.unsent == 0 ? m_link.take(published.topic + SEND) : SInbox();
+    if (inbox.arrivals.empty()) {
         return;
     }
-    auto lines = problem.isEmpty() ? readMqttLines(payload) : std::vector{SMqttSend{payload, SProblem{problem}}};
-    for (SMqttSend& send : lines) {
-        if (!send.message) {
-            publishRefusal(*published, send.line, send.message.problem().text);
-            continue;
+    const auto finishOne = [this, &published] {
+        if (--published.unsent == 0) {
+            QMetaObject::invokeMethod(
+                this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
         }
-        published->bus->send(*send.message, *this, m_name,
-                             [this, published, message = *send.message](const Failure& failure) {
-                                 if (failure) {
-                                     publishRefusal(*published, CanLog::formatFrame(message), failure->text);
-                                 }
-                             });
+    };
+    published.unsent = 1; // this loop
+    for (const SArrival& arrival : inbox.arrivals) {
+        auto lines = arrival.problem.isEmpty() ? readMqttLines(arrival.payload)
+                                               : std::vector{SMqttSend{arrival.payload, SProblem{arrival.problem}}};
+        for (SMqttSend& send : lines) {
+            if (!send.message) {
+                publishRefusal(published, send.line, send.message.problem().text);
+                continue;
+            }
+            ++published.unsent;
+            const auto onOutcome = [=, &published, message = *send.message](const Failure& failure) {
+                if (failure) {
+                    publishRefusal(published, CanLog::formatFrame(message), failure->text);
+                }
+                finishOne();
+            };
+            published.bus->send(*send.message, *this, m_name, onOutcome);
+        }
+        endRefusals(published);
     }
-    endRefusals(*published);
+    published.refusals = MAX_REFUSALS + inbox.refusedLines; // none of them one by one
+    endRefusals(published);
+    finishOne();
 }
 
 void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason)

@@ -40,6 +40,7 @@ private:
         SBatch received;
         SBatch sent;
         int refusals = 0;                        ///< Refused lines since `endRefusals`.
+        int unsent = 0;                          ///< Messages of the broker that still have no outcome.
         int lost = 0;                            ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0;              ///< Time of the first of them, in microseconds.
         std::map<QString, QJsonObject> retained; ///< The last object published, by the end of its topic.
@@ -54,16 +55,22 @@ private:
     void publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
     void onConnected();
-    void onReceived(const QString& topic, const QByteArray& payload, const QString& problem);
+    void onArrived(const QString& topic);
+    void takeState();
+    void sendNext(SPublishedBus& published);
     void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);
     void endRefusals(SPublishedBus& published);
 
     const QString m_topic;
+    const QString m_service;       ///< Tells this service from others with the same topic.
+    bool m_isOwnStateSeen = false; ///< The broker has delivered a state of this service.
+    bool m_isStateWrong = false;   ///< The broker has another state than this service.
     std::vector<SPublishedBus> m_published;
     QTimer m_batchTimer;
     QTimer m_changeTimer;
     bool m_isLossLogged = false;
-    CMqttLink m_link; ///< The last member: its thread ends first.
+    bool m_isOtherLogged = false; ///< Another service with this topic, since the connection began.
+    CMqttLink m_link;             ///< The last member: its thread ends first.
 };
 
 } // namespace vexmor::Apps::Cimshare

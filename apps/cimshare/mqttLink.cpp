@@ -4,7 +4,10 @@
 #include <QFile>
 
 #include <algorithm>
+#include <cstring>
 #include <mosquitto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -16,13 +19,20 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
+/// A connection that lasted so long ends the growing of the pauses: two clients with one identifier end each other's
+/// connections at once.
+constexpr int STABLE_MS = 60'000;
 /// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
+/// An inbox takes so many bytes and at most a thousand lines, or one publication.
+constexpr int INBOX_SIZE = 256 * 1024;
+constexpr int LINE_SIZE = 256;
 
 QString textOf(int code)
 {
-    return QString::fromLocal8Bit(mosquitto_strerror(code)); // of a system error: its text
+    const char* const text = code == MOSQ_ERR_KEEPALIVE ? "no answer" : mosquitto_strerror(code);
+    return QString::fromLocal8Bit(text); // of a system error: its text
 }
 
 /// The object that a callback of the library is for.
@@ -34,6 +44,35 @@ CMqttLink& of(void* link)
 const char* orNull(const QByteArray& text)
 {
     return text.isEmpty() ? nullptr : text.constData();
+}
+
+/// The password of an encrypted key: no one can type it.
+constexpr auto NO_PASSWORD = [](char* /*buffer*/, int /*size*/, int /*isWriting*/, void* /*data*/) { return -1; };
+
+/// Loads the files for TLS as libmosquitto does at each connection, which does not report what is wrong with them.
+Failure tlsProblem(const SBroker& broker)
+{
+    const QByteArray ca = QFile::encodeName(broker.caFile);
+    const QByteArray certificate = QFile::encodeName(broker.certificateFile);
+    const QByteArray key = QFile::encodeName(broker.keyFile);
+    const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> owner(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    SSL_CTX* const context = owner.get();
+    SSL_CTX_set_default_passwd_cb(context, NO_PASSWORD);
+    QByteArray wrong;
+    if (SSL_CTX_load_verify_locations(context, ca, nullptr) != 1) {
+        wrong = ca;
+    } else if (!key.isEmpty() && SSL_CTX_use_certificate_chain_file(context, certificate) != 1) {
+        wrong = certificate;
+    } else if (!key.isEmpty() && (SSL_CTX_use_PrivateKey_file(context, key, SSL_FILETYPE_PEM) != 1 ||
+                                  SSL_CTX_check_private_key(context) != 1)) {
+        wrong = key;
+    } else {
+        return {};
+    }
+    const unsigned long error = ERR_get_error();
+    const char* const reason = ERR_reason_error_string(error); // null: an error of the system
+    return wrongUsage(QFile::decodeName(wrong) + QStringLiteral(" cannot be used: ") +
+                      QString::fromLocal8Bit(reason != nullptr ? reason : std::strerror(ERR_GET_REASON(error))));
 }
 } // namespace
 
@@ -47,12 +86,14 @@ Failure SBroker::setAddress(const QString& text)
     return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
-CMqttLink::CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload)
+CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QString& willTopic,
+                     const QByteArray& willPayload)
     : m_client(nullptr, mosquitto_destroy), m_broker(broker), m_willTopic(willTopic.toUtf8())
 {
     mosquitto_lib_init();
-    m_client.reset(mosquitto_new(nullptr, true, this));
+    m_client.reset(mosquitto_new(clientId.constData(), true, this));
     mosquitto* const client = m_client.get();
+    mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
@@ -91,9 +132,12 @@ Failure CMqttLink::start()
         return failure;
     }
     if (!m_broker.caFile.isEmpty()) {
+        if (Failure failure = tlsProblem(m_broker)) {
+            return failure;
+        }
         const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(m_broker.caFile).constData(), nullptr,
                                            orNull(QFile::encodeName(m_broker.certificateFile)),
-                                           orNull(QFile::encodeName(m_broker.keyFile)), nullptr);
+                                           orNull(QFile::encodeName(m_broker.keyFile)), NO_PASSWORD);
         if (code != MOSQ_ERR_SUCCESS) {
             return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
         }
@@ -139,19 +183,26 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
     return true;
 }
 
+SInbox CMqttLink::take(const QString& topic)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    return std::exchange(m_inboxes.at(topic.toUtf8()), {});
+}
+
 // ---- In the thread of the connection ----
 
 void CMqttLink::run()
 {
-    int pause = FIRST_PAUSE_S;
+    int pause = 0;
     do {
-        pause = runOnce() ? FIRST_PAUSE_S : std::min(2 * pause, LONGEST_PAUSE_S);
+        pause = runOnce() ? FIRST_PAUSE_S : std::clamp(2 * pause, FIRST_PAUSE_S, LONGEST_PAUSE_S);
     } while (!m_ending.tryAcquire(1, pause * 1000));
 }
 
-/// One connection, from the first attempt to its end. Returns whether the broker accepted it.
+/// One connection, from the first attempt to its end. Returns whether the broker accepted it, and for long.
 bool CMqttLink::runOnce()
 {
+    const QDeadlineTimer stable(STABLE_MS);
     m_problem.clear();
     const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
     int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
@@ -173,7 +224,7 @@ bool CMqttLink::runOnce()
         Q_EMIT lost(publication.topic, publication.messages);
     }
     Q_EMIT disconnected(why);
-    return wasConnected;
+    return wasConnected && stable.hasExpired();
 }
 
 void CMqttLink::onConnect(int code)
@@ -182,12 +233,14 @@ void CMqttLink::onConnect(int code)
         m_problem = QString::fromUtf8(mosquitto_connack_string(code));
         return;
     }
-    for (const QString& topic : std::as_const(m_subscriptions)) {
-        mosquitto_subscribe(m_client.get(), nullptr, topic.toUtf8().constData(), 0);
-    }
     std::unique_lock<std::mutex> guard(m_lock);
-    m_isConnected = true;
+    if (std::exchange(m_isConnected, true)) {
+        return; // one answer to a connection is enough, however many a broker sends
+    }
     guard.unlock();
+    for (const auto& [topic, inbox] : m_inboxes) {
+        mosquitto_subscribe(m_client.get(), nullptr, topic.constData(), 0);
+    }
     Q_EMIT connected();
 }
 
@@ -202,11 +255,29 @@ void CMqttLink::onPublished()
 
 void CMqttLink::onMessage(const mosquitto_message& message)
 {
+    const auto found = m_inboxes.find(message.topic);
+    if (found == m_inboxes.end()) {
+        return;
+    }
     const bool isLong = message.payloadlen > MAX_PAYLOAD;
     const QByteArray payload(static_cast<const char*>(message.payload), isLong ? MAX_PAYLOAD : message.payloadlen);
     // The broker would deliver a retained one at every connection.
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
-    Q_EMIT received(QString::fromUtf8(message.topic), payload, QLatin1String(problem));
+    const int lines = payload.trimmed().count('\n') + 1;
+    const int size = payload.size() + lines * LINE_SIZE;
+    SInbox& inbox = found->second;
+    std::unique_lock<std::mutex> guard(m_lock);
+    const bool isFirst = inbox.arrivals.empty();
+    if (isFirst || inbox.size + size <= INBOX_SIZE) {
+        inbox.arrivals.push_back({payload, QLatin1String(problem)});
+        inbox.size += size;
+    } else {
+        inbox.refusedLines += lines;
+    }
+    guard.unlock();
+    if (isFirst) {
+        Q_EMIT arrived(QString::fromUtf8(message.topic));
+    }
 }
 
 } // namespace vexmor::Apps::Cimshare

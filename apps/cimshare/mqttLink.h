@@ -6,12 +6,13 @@
 #include <QObject>
 #include <QSemaphore>
 #include <QString>
-#include <QStringList>
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 struct mosquitto;
 struct mosquitto_message;
@@ -33,6 +34,19 @@ struct SBroker {
     Failure setAddress(const QString& text);
 };
 
+/// A publication that arrived.
+struct SArrival {
+    QByteArray payload; ///< Only its beginning, where it is too long.
+    QString problem;    ///< Empty, or the reason why it must not be used.
+};
+
+/// Publications to one topic. Its size is bounded.
+struct SInbox {
+    std::vector<SArrival> arrivals;
+    int size = 0;
+    int refusedLines = 0; ///< Lines of publications that did not fit; zero when it is empty.
+};
+
 /// A connection to a broker (MQTT 3.1.1), kept by a thread of its own, the only one that waits for the network. A lost
 /// connection is tried again and again, with growing pauses.
 class CMqttLink : public QObject
@@ -40,15 +54,19 @@ class CMqttLink : public QObject
     Q_OBJECT
 
 public:
-    /// The broker publishes `willPayload`, retained, when this program vanishes.
-    CMqttLink(const SBroker& broker, const QString& willTopic, const QByteArray& willPayload);
+    /// A broker has one connection with a client identifier, and ends an older one. The broker publishes `willPayload`,
+    /// retained, when this program vanishes.
+    CMqttLink(const SBroker& broker, const QByteArray& clientId, const QString& willTopic,
+              const QByteArray& willPayload);
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
     /// Begins to connect. Fails when a file cannot be used.
     Failure start();
     /// Subscribes a topic at each connection; to be called before `start`.
-    void subscribe(const QString& topic) { m_subscriptions.append(topic); }
+    void subscribe(const QString& topic) { m_inboxes[topic.toUtf8()]; }
+    /// Takes what has arrived for a subscribed topic.
+    SInbox take(const QString& topic);
     /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
     /// messages wait; a publication without messages has no such limit.
     bool publish(const QString& topic, const QByteArray& payload, bool isRetained = false, int messages = 0);
@@ -60,8 +78,8 @@ Q_SIGNALS:
     void lost(const QString& topic, int messages);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
-    /// A publication arrived; `problem` is empty or the reason why it must not be used.
-    void received(const QString& topic, const QByteArray& payload, const QString& problem);
+    /// The inbox of a topic was empty and is no longer.
+    void arrived(const QString& topic);
 
 private:
     Failure readCredentials();
@@ -81,10 +99,10 @@ private:
     std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
     const SBroker m_broker;
     const QByteArray m_willTopic;
-    QStringList m_subscriptions;
     QString m_problem; ///< Used by the thread: why the broker refused.
 
-    std::mutex m_lock; ///< Guards the next three members.
+    std::mutex m_lock;                      ///< Guards the next four members; the topics are there before the thread.
+    std::map<QByteArray, SInbox> m_inboxes; ///< By topic.
     bool m_isConnected = false;
     std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
     int m_waitingMessages = 0;

@@ -8,6 +8,8 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
+constexpr std::size_t MAX_LINES = 200;
+
 /// A log line, or a frame alone.
 Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
 {
@@ -27,11 +29,12 @@ Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
 
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
 {
+    const SProblem tooMany{QStringLiteral("more than %1 lines").arg(MAX_LINES)};
     std::vector<SMqttSend> result;
     for (const QByteArray& whole : payload.split('\n')) {
         const QByteArray line = whole.trimmed();
         if (!line.isEmpty() && !line.startsWith('#')) {
-            result.push_back({line, readMqttLine(line)});
+            result.push_back({line, result.size() < MAX_LINES ? readMqttLine(line) : tooMany});
         }
     }
     return result;

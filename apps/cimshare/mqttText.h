@@ -17,7 +17,8 @@ struct SMqttSend {
     Result<Cim::CCanMessage> message;
 };
 
-/// Reads log lines, or frames alone like 123#1122, a line each; empty lines and comments are left out.
+/// Reads log lines, or frames alone like 123#1122, a line each; empty lines and comments are left out. Lines after the
+/// first 200 are not read: they have a problem.
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload);
 
 } // namespace vexmor::Apps::Cimshare

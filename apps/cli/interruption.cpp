@@ -1,5 +1,7 @@
 #include "apps/cli/interruption.h"
 
+#include "apps/cli/exitCodes.h"
+
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -28,9 +30,14 @@ void handleSignals(void (*handler)(int))
 } // namespace
 
 int CInterruption::s_writeEnd = -1;
+unsigned int CInterruption::s_seconds = 0;
 
-CInterruption::CInterruption(QObject* parent) : QObject(parent)
+CInterruption::CInterruption(QObject* parent, unsigned int seconds) : QObject(parent)
 {
+    s_seconds = seconds;
+    if (seconds > 0) {
+        std::signal(SIGALRM, [](int /*number*/) { _exit(eDone); });
+    }
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
         return;
@@ -53,6 +60,9 @@ CInterruption::~CInterruption()
 void CInterruption::onSignal(int /*number*/)
 {
     const int savedErrno = errno;
+    if (s_seconds > 0) {
+        alarm(s_seconds);
+    }
     const char byte = 1;
     [[maybe_unused]] const ssize_t written = write(s_writeEnd, &byte, 1);
     errno = savedErrno;

@@ -12,8 +12,9 @@ class CInterruption : public QObject
     Q_OBJECT
 
 public:
-    /// Without a free descriptor the signals keep their default action.
-    explicit CInterruption(QObject* parent = nullptr);
+    /// Without a free descriptor the signals keep their default action. With `seconds` the program ends at the latest
+    /// so long after the first of the signals, with success, whatever holds it up.
+    explicit CInterruption(QObject* parent = nullptr, unsigned int seconds = 0);
     ~CInterruption() override;
 
 Q_SIGNALS:
@@ -24,6 +25,7 @@ private:
     void onWakeUp();
 
     static int s_writeEnd; ///< a signal handler may do little more than write a byte
+    static unsigned int s_seconds;
 
     int m_readEnd = -1;
 };
