@@ -24,7 +24,7 @@ CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canIn
 void CSharedBus::start()
 {
     std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
-    m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, std::uint16_t(0),
+    m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, ++m_source,
                                                 CInterfaceInUse::EOpening::eUntilOpen);
     m_status = m_inUse->status();
     connect(m_inUse.get(), &CInterfaceInUse::statusChanged, this, &CSharedBus::onStatus);
@@ -110,14 +110,15 @@ void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QS
     if (failure) {
         onOutcome(failure);
     } else {
-        m_pending.push_back({&client, onOutcome});
+        m_pending[m_source].push_back({&client, onOutcome});
     }
 }
 
 void CSharedBus::takeOutcome(const SBusRecord& record)
 {
-    const SPending pending = std::move(m_pending.front());
-    m_pending.pop_front();
+    std::deque<SPending>& queue = m_pending[record.source];
+    const SPending pending = std::move(queue.front());
+    queue.pop_front();
     Failure failure;
     if (record.code == 0) {
         Q_EMIT messageSent(record, pending.client ? pending.client.data() : this);

@@ -103,7 +103,8 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
     SDelivery m_delivery;
-    std::deque<SPending> m_pending;  ///< in the order of sending, which is that of the outcomes
+    std::uint16_t m_source = 0; ///< Of the records of `m_inUse`: another one after each start.
+    std::map<std::uint16_t, std::deque<SPending>> m_pending; ///< By source, in the order of sending.
     std::map<int, quint64> m_errors; ///< Kinds that were reported in this second, and errors to report at its end.
     SInterfaceStatus m_status;
     QString m_identity;
