@@ -15,7 +15,7 @@ constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
 constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2; ///< The device number follows it in a frame.
 /// Time until the first valid frame.
-constexpr int TIME_LIMIT_MS = 10'000;
+constexpr int FIRST_FRAME_MS = 10'000;
 } // namespace
 
 CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
@@ -122,7 +122,7 @@ std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
     limit->setSingleShot(true);
     connect(limit, &QTimer::timeout, socket, &QTcpSocket::abort);
     connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QTimer::stop);
-    limit->start(TIME_LIMIT_MS);
+    limit->start(FIRST_FRAME_MS);
     return link;
 }
 
