@@ -272,7 +272,9 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.gateway));
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
-        const auto isMarked = [](const QLineEdit* field) { return field->palette().text().color() == WRONG_TEXT; };
+        const auto isMarked = [](const QLineEdit* field) {
+            return field->palette().text().color() == wrongText(field->palette().base().color());
+        };
         QTest::keyClicks(id, cell<QString>("id"));
         QTest::keyClicks(data, cell<QString>("data"));
         QTEST(isMarked(id), "idMarked");
@@ -484,7 +486,7 @@ private Q_SLOTS:
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t0\t\t\n"_s), 2);
+        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t0\t\t\t\n"_s), 2);
     }
 
 private:

@@ -56,6 +56,7 @@ private Q_SLOTS:
         row("ASCII in lower case", {}, "ab.."_s, true);
         row("interface", {}, "HALL"_s, true);
         row("direction", {}, "tx"_s, false);
+        row("administration", {}, "type 4"_s, true);
         row("text but another identifier", "124"_s, "hall"_s, false);
     }
     void matcher()
@@ -123,6 +124,7 @@ private Q_SLOTS:
         const QAbstractItemModelTester tester(&model, FATAL);
         model.append({record(0x200, hex("0102"), 1), record(0x100, hex("AA"), 1), record(0x200, hex("0102"), 1, 1)});
         model.append({record(0x200, hex("0103"), 1 + 10 * MS), record(0x200, hex("010304"), 1 + 20 * MS)});
+        QCOMPARE(model.index(1, CIdentifierModel::eId).data(MARK_ROLE).toInt(), 0);
         QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
         QCOMPARE((QStringList{cell(model, 1, CIdentifierModel::eCount), cell(model, 1, CIdentifierModel::ePeriod),
@@ -136,6 +138,14 @@ private Q_SLOTS:
         QCOMPARE(marks(), 0b100);
         model.setNow(1 + 20 * MS + CIdentifierModel::MARK_MICROSECONDS);
         QCOMPARE(marks(), 0);
+        const SBusRecord error = record(0x200, hex("90FFFE"));
+        CTraceModel trace(m_names);
+        model.append({error});
+        trace.append({error});
+        for (const QModelIndex& id : {model.index(1, CIdentifierModel::eId), trace.index(0, CTraceModel::eId)}) {
+            QCOMPARE(id.data(MARK_ROLE).toInt(), static_cast<int>(EMark::eBad));
+        }
+        QCOMPARE(cell(model, 1, CIdentifierModel::eAdmin), "type 1, error -2"_s);
     }
 
     void rateIsThatOfTheLastSeconds_data()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/cimview/tableModel.h"
+
 #include <QApplication>
 #include <QPalette>
 #include <QStyle>
@@ -10,19 +12,35 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Text that makes no sense; readable on a light ground and on a dark one.
-constexpr QColor WRONG_TEXT(220, 50, 50);
-
 /// Colours of curves on a light background, distinguishable with colour blindness, too.
 constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
 /// The same for a dark background.
 constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
 
+inline bool isDark(const QColor& ground)
+{
+    constexpr int MIDDLE_LIGHTNESS = 128;
+    return ground.lightness() < MIDDLE_LIGHTNESS;
+}
+
 /// The colours of curves that can be seen on a ground.
 inline const std::array<QRgb, 6>& curveColours(const QColor& ground)
 {
-    constexpr int MIDDLE_LIGHTNESS = 128;
-    return ground.lightness() < MIDDLE_LIGHTNESS ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+    return isDark(ground) ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+}
+
+/// The colour of text that makes no sense, with a contrast of 4.5 to a ground at least.
+inline QColor wrongText(const QColor& ground)
+{
+    return isDark(ground) ? QColor(255, 135, 125) : QColor(195, 25, 25);
+}
+
+/// The ground of a marked cell, on which the usual text is read as well as on the usual ground.
+inline QColor groundOf(EMark mark, const QColor& usual)
+{
+    constexpr QRgb ON_LIGHT[] = {0xFFFFFFFF, 0xFFD2EFD2, 0xFFFFEDB0, 0xFFFFD0D0};
+    constexpr QRgb ON_DARK[] = {0xFF000000, 0xFF25502C, 0xFF5C4C14, 0xFF6E2C2C};
+    return QColor((isDark(usual) ? ON_DARK : ON_LIGHT)[static_cast<int>(mark)]);
 }
 
 /// A dark palette, for desktops that offer none.

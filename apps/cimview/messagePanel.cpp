@@ -1,6 +1,6 @@
 #include "apps/cimview/messagePanel.h"
 
-#include "apps/cimview/changedBytesDelegate.h"
+#include "apps/cimview/cellDelegates.h"
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
@@ -116,7 +116,6 @@ void CMessagePanel::makeTables()
     setUpTable(*m_traceView, m_feed.trace(),
                {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
                 QStringLiteral("7FF  "), QStringLiteral("8"), data});
-    m_traceView->setColumnHidden(CTraceModel::eAdmin, true); // for those who know these messages
     m_identifierView->setFont(fixed);
     m_identifierView->setObjectName(QStringLiteral("IdentifierColumns"));
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));

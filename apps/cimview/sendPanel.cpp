@@ -57,7 +57,6 @@ void CSendPanel::makeWidgets()
     setUpTable(*m_table, m_workbench.sendList(),
                {QString(), QStringLiteral("Some interface 1"), QStringLiteral("7FF"),
                 QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
-    markWrong(*m_problem);
     m_problem->setWordWrap(true);
     m_problem->setObjectName(QStringLiteral("Problem"));
 }
@@ -199,6 +198,7 @@ void CSendPanel::setCyclic(int key, const QString& interface, const Cim::CCanMes
 
 void CSendPanel::showProblem(const QString& text)
 {
+    markWrong(*m_problem); // in the colours of now
     m_problem->setText(text);
     m_problem->setVisible(!text.isEmpty());
 }

@@ -1,5 +1,7 @@
 #include "apps/cimview/traceModel.h"
 
+#include "canlog/candumpLog.h"
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
@@ -120,6 +122,9 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     const SBusRecord& shown = record(index.row());
     if (role == Qt::ToolTipRole && index.column() == eTime) {
         return dateText(shown.microseconds);
+    }
+    if (role == MARK_ROLE && CanLog::errorOf(shown.message) != 0) {
+        return static_cast<int>(EMark::eBad);
     }
     if (role != Qt::DisplayRole) {
         return {};

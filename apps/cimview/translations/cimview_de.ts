@@ -289,16 +289,20 @@
         <translation>Rate [1/s]</translation>
     </message>
     <message>
-        <source>Least</source>
-        <translation>Kleinste</translation>
-    </message>
-    <message>
-        <source>Greatest</source>
-        <translation>Größte</translation>
-    </message>
-    <message>
         <source>Last seen</source>
         <translation>Zuletzt</translation>
+    </message>
+    <message>
+        <source>Min. period</source>
+        <translation>Min. Periode</translation>
+    </message>
+    <message>
+        <source>Max. period</source>
+        <translation>Max. Periode</translation>
+    </message>
+    <message>
+        <source>Administration</source>
+        <translation>Administration</translation>
     </message>
 </context>
 <context>
