@@ -30,6 +30,12 @@ struct SWindow : SGateway {
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
     EConnection state(const QString& name) { return at(name).status().connection; }
+    /// The text, and the mark in parentheses.
+    QString shownState(const QString& name)
+    {
+        const QModelIndex state = list().index(list().rowOf(name), CInterfaceList::eState);
+        return "%1 (%2)"_s.arg(state.data().toString(), state.data(MARK_ROLE).toString());
+    }
     void add(const QString& name, std::uint16_t port, const Settings& more = {{StoreKey::BAUDRATE, "500"_s}})
     {
         Settings settings{{StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}};
@@ -178,14 +184,17 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 1);
         QCOMPARE(events.eventAt(0).number, 103);
         QCOMPARE(run.state(STAGE), EConnection::eClosed);
+        QCOMPARE(run.shownState(STAGE), "not opened, code 103 (3)"_s);
         run.open(STAGE, deaf.serverPort()); // once more
         QCOMPARE(run.state(STAGE), EConnection::eConnecting);
         run.list().at(0).close();
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 3);
+        QCOMPARE(run.shownState(HALL), "connected, T93 CAN bus off error (3)"_s);
         run.bus.send(message(0x123));
         QTRY_COMPARE(run.trace().rowCount(), 1);
+        QCOMPARE(run.shownState(HALL), "connected (1)"_s);
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot come back
         run.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EConnection::eLost);
@@ -200,8 +209,12 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 6);
         QCOMPARE(run.lastEvent().number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->findChild<QDockWidget*>("Events"_s)->raise();
+        auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
+        dock->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
+        run.workbench.warn("seen at once"_s);
+        QCOMPARE(dock->windowTitle(), "Events"_s);
+        QCOMPARE(run.shownState(HALL), "lost, trying again (3)"_s);
         run.gateway.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
         QCOMPARE(run.lastEvent().text, "The gateway is back."_s);
@@ -246,8 +259,12 @@ private Q_SLOTS:
         QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
         for (int round = 1; round <= 2; ++round) { // the second finds nothing new
             run.workbench.startScan();
+            QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
             QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
+            const auto* const table = run.window->findChild<QTableView*>("InterfaceColumns"_s);
+            QCOMPARE(table->selectionModel()->selectedRows().size(), 2);
+            QCOMPARE(run.window->statusBar()->currentMessage(), "Scan finished: 2 found, %1 new"_s.arg(4 - 2 * round));
         }
         run.list().at(0).open();
         QTRY_COMPARE(run.list().at(0).status().connection, EConnection::eConnected);
@@ -453,8 +470,9 @@ private Q_SLOTS:
         {
             SWindow run;
             run.find<QLineEdit>(text, "placeholderText")->setText("bb"_s);
-            run.workbench.sendList().add({message(0x123), 10, {}});
+            run.workbench.sendList().add({message(0x123), 10, {}, {}});
             run.window->resize(1000, 700);
+            run.find<QAction>("Messages a&lone")->toggle();
             run.window->close();
         }
         SWindow run;
@@ -463,6 +481,10 @@ private Q_SLOTS:
         QCOMPARE(run.trace().rowCount(), 1); // and it filters
         QCOMPARE(run.workbench.sendList().rowCount(), 1);
         QCOMPARE(run.window->size(), QSize(1000, 700));
+        auto* const send = run.window->findChild<QDockWidget*>("Send"_s);
+        QVERIFY(send->isHidden());
+        run.find<QAction>("Messages a&lone")->toggle();
+        QVERIFY(!send->isHidden());
     }
 
     void traceFollowsItsEndAndIsCopied()
@@ -486,7 +508,7 @@ private Q_SLOTS:
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t0\t\t\t\n"_s), 2);
+        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\t\n"_s), 2);
     }
 
 private:

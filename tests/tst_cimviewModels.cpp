@@ -279,7 +279,7 @@ private Q_SLOTS:
     {
         QFETCH(int, column);
         CSendList list;
-        list.add({message(0x123, hex("1122")), 100, {}});
+        list.add({message(0x123, hex("1122")), 100, {}, {}});
         const QString before = cell(list, 0, column);
         const QSignalSpy refused(&list, &CSendList::refused);
         const bool accepted = list.setData(list.index(0, column), cell<QString>("typed"), Qt::EditRole);
@@ -290,10 +290,12 @@ private Q_SLOTS:
 
     void sendListRunsAndIsStored()
     {
-        CSendList list;
+        CSendList list([](const QString& place) {
+            return place == "away"_s ? vexmor::Failure(vexmor::wrongUsage("not open"_s)) : vexmor::Failure();
+        });
         const QAbstractItemModelTester tester(&list, FATAL);
-        list.add({message(0x123, hex("1122")), 50, "mute"_s});
-        list.add({message(0x7FF), 1000, {}});
+        list.add({message(0x123, hex("1122")), 50, "mute"_s, {}});
+        list.add({message(0x7FF), 1000, {}, "stage"_s});
         QList<int> periods;
         QStringList places;
         connect(&list, &CSendList::cyclicChanged, this, [&](int, const QString& place, const auto&, int period) {
@@ -301,28 +303,43 @@ private Q_SLOTS:
             places.append(place);
         });
         const QSignalSpy refused(&list, &CSendList::refused);
-        list.setTarget("away"_s, vexmor::wrongUsage("not open"_s));
-        QVERIFY(!list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole));
+        const auto start = [&list](int row) {
+            return list.setData(list.index(row, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        };
+        list.setTarget("away"_s);
+        QVERIFY(!start(0));
         QCOMPARE(refused.size(), 1);
-        list.setTarget(HALL, {});
-        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        list.setTarget(HALL);
+        QVERIFY(start(0));
+        QCOMPARE(list.index(0, CSendList::eId).data(MARK_ROLE).toInt(), static_cast<int>(EMark::eGood));
         list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
         list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
-        list.setTarget("stage"_s, {}); // what runs stays where it is
-        list.setData(list.index(1, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
-        QCOMPARE(cell(list, 0, CSendList::eSentOn), HALL);
+        list.setTarget("away"_s); // what runs stays where it is, and a row may have an interface of its own
+        QVERIFY(start(1));
+        QCOMPARE(cell(list, 0, CSendList::eInterface), HALL);
         list.stopAllBut({"stage"_s});
-        list.stopAll();
+        list.setData(list.index(1, CSendList::eInterface), "away"_s, Qt::EditRole);
+        QVERIFY(!start(1));
         QCOMPARE(periods, (QList<int>{50, 20, 30, 0, 0}));
         QCOMPARE(places, (QStringList{HALL, HALL, "stage"_s, HALL, "stage"_s}));
+
+        const std::uint16_t away = m_names.numberOf("away"_s);
+        std::vector<SBusRecord> records(4, {0, message(0x7FF), away, true});
+        records[1].source = m_names.numberOf(HALL);
+        records[2].sent = false;
+        list.countSent(records, m_names);
+        QCOMPARE(cell(list, 1, CSendList::eSent), "2"_s);
+        list.setData(list.index(1, CSendList::eData), "AA"_s, Qt::EditRole);
+        QCOMPARE(cell(list, 1, CSendList::eSent), "0"_s);
 
         QSettings settings;
         list.save(settings);
         CSendList loaded;
         loaded.load(settings);
         QCOMPARE(loaded.rowCount(), 2);
-        for (int column = CSendList::eId; column < CSendList::eColumnCount; ++column) {
+        for (int column = 0; column < CSendList::eColumnCount; ++column) {
             QCOMPARE(cell(loaded, 0, column), cell(list, 0, column));
+            QCOMPARE(cell(loaded, 1, column), cell(list, 1, column));
         }
         QVERIFY(loaded.item(0).sentOn.isEmpty());
     }
@@ -439,7 +456,9 @@ private Q_SLOTS:
         answer("10.0.0.6:30000"_s, "hall"_s);
         answer("10.0.0.7:30000"_s);
         answer("10.0.0.6:30000"_s, "twice"_s);
-        list.addFound(std::move(found));
+        const auto [count, added] = list.addFound(std::move(found));
+        QCOMPARE(count, 3);
+        QCOMPARE(added, 2);
         QCOMPARE(list.rowCount(), 3);
         QCOMPARE(list.at(1).name(), "hall (2)"_s);
         QCOMPARE(list.at(2).name(), "10.0.0.7:30000:TCP"_s);
@@ -450,7 +469,7 @@ private Q_SLOTS:
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
-        list.addFound(std::move(found));
+        QCOMPARE(list.addFound(std::move(found)).added, 1000);
         QCOMPARE(list.at(list.rowCount() - 1).name(), "hall (1002)"_s);
         QCOMPARE(events.size(), 1);
     }

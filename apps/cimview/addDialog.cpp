@@ -23,14 +23,13 @@ struct AddDialog {
 };
 } // namespace
 
-void fillWithBitRates(QComboBox& box)
+QVector<std::pair<QString, QString>> bitRateTexts()
 {
-    box.addItem(AddDialog::tr("as the gateway has it"), GATEWAYS_BIT_RATE);
+    QVector<std::pair<QString, QString>> texts{{GATEWAYS_BIT_RATE, AddDialog::tr("as the gateway has it")}};
     for (const QString& rate : bitRates()) {
-        box.addItem(AddDialog::tr("%1 kbit/s").arg(rate), rate);
+        texts.append({rate, AddDialog::tr("%1 kbit/s").arg(rate)});
     }
-    box.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    box.setMinimumContentsLength(9);
+    return texts;
 }
 
 bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
@@ -45,7 +44,9 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
     dialog.setWindowTitle(AddDialog::tr("Add interface"));
     address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
     address->setToolTip(AddDialog::tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
-    fillWithBitRates(*baudrate);
+    for (const auto& [rate, text] : bitRateTexts()) {
+        baudrate->addItem(text, rate);
+    }
     keep->setChecked(true);
     problem->setWordWrap(true);
     problem->hide();

@@ -12,6 +12,7 @@ namespace vexmor::Apps::Cimview
 void CMarkDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const
 {
     QStyledItemDelegate::initStyleOption(option, index);
+    markCheckBoxes(option->palette);
     const auto mark = static_cast<EMark>(index.data(MARK_ROLE).toInt());
     if (mark != EMark::eNone) {
         option->backgroundBrush = groundOf(mark, option->palette.color(QPalette::Base));

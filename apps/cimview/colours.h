@@ -48,7 +48,6 @@ inline QPalette darkPalette()
 {
     const QColor raised(60, 60, 64);
     QPalette palette(QColor(62, 62, 66), QColor(42, 42, 45));
-    // Lighter than the lines that the style draws around check boxes: they would not be seen on it.
     palette.setColor(QPalette::Base, QColor(54, 54, 58));
     palette.setColor(QPalette::AlternateBase, raised);
     palette.setColor(QPalette::Highlight, QColor(61, 133, 198));
@@ -64,13 +63,24 @@ inline QPalette darkPalette()
     return palette;
 }
 
+/// Where it is dark, makes the lines around check boxes light: the style draws them in a darker colour than the window.
+inline void markCheckBoxes(QPalette& palette)
+{
+    if (isDark(palette.color(QPalette::Base))) {
+        palette.setColor(QPalette::Window, palette.color(QPalette::WindowText));
+    }
+}
+
 /// Gives the whole application the dark palette, or the palette of its style.
 inline void setDark(bool dark)
 {
     if (dark) {
         QApplication::setStyle(QStringLiteral("Fusion"));
     }
-    QApplication::setPalette(dark ? darkPalette() : QApplication::style()->standardPalette());
+    QPalette palette = dark ? darkPalette() : QApplication::style()->standardPalette();
+    QApplication::setPalette(palette);
+    markCheckBoxes(palette);
+    QApplication::setPalette(palette, "QCheckBox");
 }
 
 } // namespace vexmor::Apps::Cimview

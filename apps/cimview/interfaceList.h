@@ -30,7 +30,11 @@ public:
     Failure add(const QString& name, const Settings& settings, bool keep);
     /// Adds the interfaces that a scan found, without those that are in the list already. A name that is in use gets a
     /// number. Adds 1000 at most, since anything may answer a scan; an event reports how many were left out.
-    void addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
+    struct SFound {
+        int found; ///< a gateway that answered several times counts once
+        int added;
+    };
+    SFound addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
     /// Removes an interface, from the store as well. Only a closed one.
     void remove(int row);
 
@@ -44,6 +48,8 @@ public:
     Failure send(const QString& name, const Cim::CCanMessage& message) const;
     /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
+    /// Takes note of the errors of the interfaces, and of messages that show that a bus works.
+    void noteErrors(const SDelivery& delivery);
     /// The same of a message that was not sent.
     SEvent eventOf(const SBusRecord& refused) const;
     /// Shows the states anew, which have times in them.

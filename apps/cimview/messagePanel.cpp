@@ -7,6 +7,7 @@
 #include <QActionGroup>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QScrollBar>
@@ -102,8 +103,12 @@ QWidget* CMessagePanel::makeFilterBar()
         layout->addWidget(makeLabel(text, edit));
         layout->addWidget(edit, 1);
     }
-    layout->addWidget(makeToolBar({m_pause, m_follow, m_clear}, bar));
-    layout->addWidget(m_counts);
+    auto* const corner = new QWidget(m_tabs); // in the row of the tabs, which is empty there
+    auto* const beside = new QHBoxLayout(corner);
+    beside->setContentsMargins(0, 0, 0, 0);
+    beside->addWidget(m_counts);
+    beside->addWidget(makeToolBar({m_pause, m_follow, m_clear}, corner));
+    m_tabs->setCornerWidget(corner);
     return bar;
 }
 
@@ -112,18 +117,26 @@ void CMessagePanel::makeTables()
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     const QString data = QStringLiteral("00 11 22 33 44 55 66 77  ");
     m_traceView->setFont(fixed);
-    m_traceView->setObjectName(QStringLiteral("TraceColumns"));
+    m_traceView->setObjectName(QStringLiteral("Trace"));
     setUpTable(*m_traceView, m_feed.trace(),
                {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
                 QStringLiteral("7FF  "), QStringLiteral("8"), data});
+    m_traceView->setColumnHidden(CTraceModel::eLength, true); // the data shows it
     m_identifierView->setFont(fixed);
-    m_identifierView->setObjectName(QStringLiteral("IdentifierColumns"));
+    m_identifierView->setObjectName(QStringLiteral("Identifiers"));
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
     setUpTable(*m_identifierView, m_identifiers,
                {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
                 QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
                 QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data,
-                QStringLiteral("12345678")});
+                QStringLiteral("12345678"), QStringLiteral("00:00:00.000"), QStringLiteral("type 1, er")});
+    for (const int column : {CIdentifierModel::eLength, CIdentifierModel::eAscii}) {
+        m_identifierView->setColumnHidden(column, true);
+    }
+    for (const int column : {CIdentifierModel::eAdmin, CIdentifierModel::eData}) { // what is looked at most comes first
+        QHeaderView* const header = m_identifierView->horizontalHeader();
+        header->moveSection(header->visualIndex(column), CIdentifierModel::eCount);
+    }
     m_identifierView->setSortingEnabled(true);
     m_identifierView->sortByColumn(CIdentifierModel::eId, Qt::AscendingOrder);
     addRowActions(*m_traceView, [this](int row) { return m_feed.trace().record(row); });
@@ -144,7 +157,7 @@ void CMessagePanel::addRowActions(QTableView& view, const std::function<SBusReco
     };
     add(tr("Show only this identifier"), [this](const auto& record) { m_idEdit->setText(idText(record.message)); });
     add(tr("Add to the messages to send"), [this](const auto& record) {
-        m_workbench.sendList().add({record.message, SEND_INTERVAL_MS, {}});
+        m_workbench.sendList().add({record.message, SEND_INTERVAL_MS, {}, {}});
     });
 }
 

@@ -408,7 +408,7 @@
     </message>
     <message>
         <source>Scan &amp;network</source>
-        <translation>&amp;Netzwerk durchsuchen</translation>
+        <translation>&amp;Netz durchsuchen</translation>
     </message>
     <message>
         <source>Keeps an interface that was found for the next time</source>
@@ -453,6 +453,14 @@
     <message>
         <source>&amp;Set %1 kbit/s</source>
         <translation>%1 kbit/s &amp;setzen</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate</source>
+        <translation>&amp;Baudrate</translation>
+    </message>
+    <message>
+        <source>Send on &amp;this interface</source>
+        <translation>Auf &amp;dieser Schnittstelle senden</translation>
     </message>
 </context>
 <context>
@@ -635,6 +643,14 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <source>, recording to %1</source>
         <translation>, Aufnahme in %1</translation>
     </message>
+    <message>
+        <source>Messages a&amp;lone</source>
+        <translation>Nur &amp;Nachrichten</translation>
+    </message>
+    <message>
+        <source>&amp;Shown panels</source>
+        <translation>&amp;Sichtbare Felder</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CManagedInterface</name>
@@ -665,6 +681,10 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     <message>
         <source> Sent cyclically: %1</source>
         <translation> Zyklisch gesendet: %1</translation>
+    </message>
+    <message>
+        <source>not opened, code %1</source>
+        <translation>nicht geöffnet, Code %1</translation>
     </message>
 </context>
 <context>
@@ -775,14 +795,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Daten</translation>
     </message>
     <message>
-        <source>Interval [ms]</source>
-        <translation>Intervall [ms]</translation>
-    </message>
-    <message>
-        <source>Comment</source>
-        <translation>Kommentar</translation>
-    </message>
-    <message>
         <source>mute</source>
         <translation>Stumm</translation>
     </message>
@@ -795,8 +807,20 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Der Identifier fehlt: Er muss hexadezimal sein, 0 bis 7FF.</translation>
     </message>
     <message>
-        <source>Sent on</source>
-        <translation>Gesendet auf</translation>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Every [ms]</source>
+        <translation>Alle [ms]</translation>
+    </message>
+    <message>
+        <source>Sent</source>
+        <translation>Gesendet</translation>
+    </message>
+    <message>
+        <source>On</source>
+        <translation>Auf</translation>
     </message>
 </context>
 <context>
@@ -857,6 +881,38 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>%1 (not open)</source>
         <translation>%1 (nicht offen)</translation>
     </message>
+    <message>
+        <source>Messages to send (*.ini);;All files (*)</source>
+        <translation>Sendelisten (*.ini);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>Send on the interface above</source>
+        <translation>Auf der Schnittstelle darüber senden</translation>
+    </message>
+    <message>
+        <source>Load list ...</source>
+        <translation>Liste laden ...</translation>
+    </message>
+    <message>
+        <source>Save list ...</source>
+        <translation>Liste speichern ...</translation>
+    </message>
+    <message>
+        <source>Load list</source>
+        <translation>Liste laden</translation>
+    </message>
+    <message>
+        <source>%1: no messages to send</source>
+        <translation>%1: keine Nachrichten zum Senden</translation>
+    </message>
+    <message>
+        <source>Save list</source>
+        <translation>Liste speichern</translation>
+    </message>
+    <message>
+        <source>%1 cannot be written</source>
+        <translation>%1 kann nicht geschrieben werden</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CTraceModel</name>
@@ -904,10 +960,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Das Fenster war zu lange beschäftigt: %1 Nachrichten gingen verloren.</translation>
     </message>
     <message>
-        <source>Scan finished, interfaces found: %1</source>
-        <translation>Suche beendet, Schnittstellen gefunden: %1</translation>
-    </message>
-    <message>
         <source>Simulation %1</source>
         <translation>Simulation %1</translation>
     </message>
@@ -918,6 +970,30 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>Recording ended, messages: %1</source>
         <translation>Aufnahme beendet, Nachrichten: %1</translation>
+    </message>
+    <message>
+        <source>Scanning the network, which takes over 4 s ...</source>
+        <translation>Das Netz wird durchsucht, was über 4 s dauert ...</translation>
+    </message>
+    <message>
+        <source>Scan finished: %1 found, %2 new</source>
+        <translation>Suche beendet: %1 gefunden, %2 neu</translation>
+    </message>
+    <message>
+        <source>Scan finished: no gateway answered. Look at these in turn:
+- Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.
+- Has this computer an address in the gateway&apos;s subnet?
+- Does a firewall drop UDP datagrams from port 33333?
+- Behind a router: add the interface by its address.</source>
+        <translation>Suche beendet: kein Gateway hat geantwortet. Der Reihe nach zu prüfen:
+- Ist das Gateway an, und am selben Switch? Ein Rundruf geht durch keinen Router und selten durch ein WLAN.
+- Hat dieser Rechner eine Adresse im Teilnetz des Gateways?
+- Verwirft eine Firewall UDP-Datagramme von Port 33333?
+- Hinter einem Router: die Schnittstelle mit ihrer Adresse hinzufügen.</translation>
+    </message>
+    <message>
+        <source>%1. What to look at stands in Events.</source>
+        <translation>%1. Unter Ereignisse steht, was zu prüfen ist.</translation>
     </message>
 </context>
 </TS>
