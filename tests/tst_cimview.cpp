@@ -487,6 +487,65 @@ private Q_SLOTS:
         QVERIFY(!send->isHidden());
     }
 
+    void textIsFoundAndIdentifiersAreHidden()
+    {
+        SWindow run;
+        const std::vector<QByteArray> data{"AA", "BB", "CC", "BB"};
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            run.workbench.feed().show({{0, message(0x100 + i % 2, hex(data[i])), 0, false}});
+        }
+        const QTableView& table = run.window->messagePanel().traceView();
+        auto* const text = run.window->findChild<QLineEdit*>("Find"_s);
+        text->setText("bb"_s);
+        for (const auto& [action, row] : {std::pair("Find ne&xt", 1),
+                                          {"Find ne&xt", 3},
+                                          {"Find ne&xt", 1},
+                                          {"Find pre&vious", 3},
+                                          {"Find pre&vious", 1}}) {
+            run.find<QAction>(action)->trigger();
+            QCOMPARE(table.currentIndex().row(), row);
+        }
+        QVERIFY(!run.window->messagePanel().followAction().isChecked());
+        QCOMPARE(run.trace().rowCount(), 4); // it is no filter
+        text->setText("DD"_s);
+        run.find<QAction>("Find ne&xt")->trigger();
+        QCOMPARE(text->palette().text().color(), wrongText(text->palette().base().color()));
+        for (QAction* const action : table.actions()) {
+            action->text() == "Hide this identifier"_s ? action->trigger() : void();
+        }
+        QTRY_COMPARE(run.trace().rowCount(), 2);
+        QCOMPARE(run.cell(0, CTraceModel::eId), "100"_s);
+        QVERIFY(run.find<QLabel>("2, 2 hidden by the filter")->isVisible());
+    }
+
+    void readersAndTabFindTheirWay()
+    {
+        SWindow run;
+        for (const QAbstractScrollArea* const area : run.window->findChildren<QAbstractScrollArea*>()) {
+            const bool isNamed = area->inherits("QTableView") || area->inherits("QPlainTextEdit");
+            QVERIFY(!isNamed || !area->accessibleName().isEmpty());
+        }
+        QWidget* next = run.window->findChild<QDockWidget*>("Send"_s)->findChild<QComboBox*>();
+        while (!(next = next->nextInFocusChain())->inherits("QLineEdit")) {
+        }
+        QCOMPARE(next, run.find<QLineEdit>("123", "placeholderText"));
+    }
+
+    void hostNameIsAddedAsAddress()
+    {
+        SWindow run;
+        QTimer::singleShot(0, run.window.get(), [] {
+            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
+            fields.at(0)->setText(HALL);
+            fields.at(1)->setText("localhost:30001:UDP"_s);
+            dialog->findChild<QCheckBox*>()->setChecked(false);
+            dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click();
+        });
+        run.find<QAction>("&Add ...")->trigger();
+        QCOMPARE(run.list().index(0, CInterfaceList::eAddress).data().toString(), "127.0.0.1:30001:UDP"_s);
+    }
+
     void traceFollowsItsEndAndIsCopied()
     {
         SWindow run;

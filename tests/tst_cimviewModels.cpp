@@ -56,6 +56,7 @@ private Q_SLOTS:
         row("ASCII in lower case", {}, "ab.."_s, true);
         row("interface", {}, "HALL"_s, true);
         row("direction", {}, "tx"_s, false);
+        row("name of the identifier", {}, "amplifier"_s, true);
         row("administration", {}, "type 4"_s, true);
         row("text but another identifier", "124"_s, "hall"_s, false);
     }
@@ -64,7 +65,16 @@ private Q_SLOTS:
         auto filters = readFilters(cell<QString>("filters"));
         QVERIFY(filters);
         const SBusRecord received = record(0x123, hex("41620FF0"));
-        QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, "hall A"_s), "matches");
+        CSourceNames names;
+        names.numberOf("hall A"_s);
+        QVERIFY(!names.loadIds(writeFile(m_folder, "# all\n123  Amplifier  left # 1\n\n7ff last\n")));
+        QCOMPARE(names.idText(received.message), "123 Amplifier left"_s);
+        QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, names), "matches");
+        for (const char* wrong : {"124 x\nx left\n", "124 x\n800 left\n"}) {
+            const auto failure = names.loadIds(writeFile(m_folder, wrong));
+            QVERIFY(failure && failure->text.contains("line 2"_s));
+            QCOMPARE(names.idText(received.message), "123 Amplifier left"_s); // those before stay
+        }
     }
 
     void wrongFilters_data() { rows({"12g 123", "123:", ":7FF", "123:7FF:2", "123 x", "800", "123:FFF", "7FF-800"}); }

@@ -14,10 +14,9 @@ constexpr int UPDATE_INTERVAL_MS = 500;
 constexpr int MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-constexpr int GAP = 4;         ///< between marks, labels and titles
-constexpr int KEY_SIZE = 9;    ///< of the coloured square before a name
-constexpr int NAME_GAP = 12;   ///< between a name and the next one
-constexpr int TITLE_LINES = 8; ///< a plot that is not as high as so many lines of text has no titles at its axes
+constexpr int GAP = 4;       ///< between marks, labels and titles
+constexpr int KEY_SIZE = 9;  ///< of the coloured square before a name
+constexpr int NAME_GAP = 12; ///< between a name and the next one
 
 /// Returns places for keys and names of these widths, in rows. A name takes at most `longest` pixels.
 QVector<QRect> placesOf(const QVector<int>& widths, int longest, const QRect& row)
@@ -68,19 +67,16 @@ void CBusloadPlot::paintEvent(QPaintEvent* /*event*/)
 {
     const QFontMetrics metrics = fontMetrics();
     const int line = metrics.height();
-    const bool hasTitles = height() >= TITLE_LINES * line;
-    const int labels = line + GAP + (hasTitles ? line : 0);
 
     QPainter painter(this);
     SBusloadScale scale;
     scale.now = microsecondsNow();
-    const int labelWidth = metrics.horizontalAdvance(QStringLiteral("100")) + 2 * GAP;
-    const int left = labelWidth + (hasTitles ? line : 0);
-    scale.area = rect().adjusted(left, std::max(drawLegend(painter, left), line / 2), -labelWidth / 2, -labels);
+    const int left = metrics.horizontalAdvance(tr("%1 %").arg(100)) + 2 * GAP;
+    scale.area = rect().adjusted(left, std::max(drawLegend(painter, left), line / 2), -left / 2, -line - GAP);
     const int top = std::max(MIN_TOP_PERCENT, highest(scale));
     const int step = markStep(top, std::max(1, static_cast<int>(scale.area.height()) * 2 / (3 * line)));
     scale.topPercent = (top + step - 1) / step * step;
-    drawAxes(painter, scale, hasTitles);
+    drawAxes(painter, scale);
     drawCurves(painter, scale);
 }
 
@@ -115,7 +111,7 @@ int CBusloadPlot::drawLegend(QPainter& painter, int left) const
     return bottom;
 }
 
-void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool hasTitles) const
+void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale) const
 {
     const QFontMetrics metrics = fontMetrics();
     const QRectF& area = scale.area;
@@ -136,7 +132,7 @@ void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool 
         painter.setPen(text);
         painter.drawLine(QPointF(x, area.bottom()), QPointF(x, area.bottom() + GAP));
         painter.drawText(QRectF(x - area.width() / 2, area.bottom() + GAP, area.width(), line), Qt::AlignHCenter,
-                         QString::number(seconds));
+                         tr("%1 s").arg(seconds));
     }
     const int step = markStep(scale.topPercent, std::max(1, static_cast<int>(area.height()) * 2 / (3 * line)));
     for (int percent = 0; percent <= scale.topPercent; percent += step) {
@@ -146,18 +142,10 @@ void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool 
         painter.setPen(text);
         painter.drawLine(QPointF(area.left() - GAP, y), QPointF(area.left(), y));
         painter.drawText(QRectF(0, y - line, area.left() - 2 * GAP, 2 * line), Qt::AlignRight | Qt::AlignVCenter,
-                         QString::number(percent));
+                         tr("%1 %").arg(percent));
     }
     painter.drawLine(area.topLeft(), area.bottomLeft());
     painter.drawLine(area.bottomLeft(), area.bottomRight());
-    if (hasTitles) {
-        painter.drawText(QRectF(area.left(), area.bottom() + GAP + line, area.width(), line), Qt::AlignHCenter,
-                         tr("Seconds ago"));
-        painter.save();
-        painter.rotate(-90);
-        painter.drawText(QRectF(-area.bottom(), 0, area.height(), line), Qt::AlignHCenter, tr("Bus load [%]"));
-        painter.restore();
-    }
 }
 
 void CBusloadPlot::drawCurves(QPainter& painter, const SBusloadScale& scale) const

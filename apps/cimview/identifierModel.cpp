@@ -13,7 +13,7 @@ constexpr double MICROSECONDS_PER_MS = 1000;
 
 CIdentifierModel::CIdentifierModel(const CSourceNames& names)
     : CTableModel({tr("ID"), tr("Interface"), tr("Dir"), tr("Count"), tr("Rate [1/s]"), tr("Period [ms]"),
-                   tr("Min. period"), tr("Max. period"), tr("Length"), tr("Data"), tr("ASCII"), tr("Last seen"),
+                   tr("Min. period"), tr("Max. period"), tr("Data"), tr("ASCII"), tr("Last seen"),
                    tr("Administration")}),
       m_names(names)
 {
@@ -154,13 +154,11 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     }
     switch (index.column()) {
     case eId:
-        return idText(row.last.message);
+        return m_names.idText(row.last.message);
     case eInterface:
         return m_names.name(row.last.source);
     case eDirection:
         return directionText(row.last.sent);
-    case eLength:
-        return row.last.message.length();
     case eData:
         return dataText(row.last.message);
     case eAscii:
@@ -189,8 +187,7 @@ void CIdentifierFilter::setMatcher(const CMessageMatcher& matcher)
 
 bool CIdentifierFilter::filterAcceptsRow(int row, const QModelIndex& /*parent*/) const
 {
-    const SBusRecord& record = m_model.record(row);
-    return m_matcher.matches(record, m_names.name(record.source));
+    return m_matcher.matches(m_model.record(row), m_names);
 }
 
 } // namespace vexmor::Apps::Cimview

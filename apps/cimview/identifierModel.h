@@ -33,7 +33,6 @@ public:
         ePeriod,
         eLeast,
         eGreatest,
-        eLength,
         eData,
         eAscii,
         eLastSeen,

@@ -23,17 +23,6 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int MOST_NAMED = 10; ///< in a question
-
-/// Returns the longest text of a state, which depends on the language.
-QString longestState()
-{
-    SInterfaceStatus open;
-    open.connection = EConnection::eOpen;
-    SInterfaceStatus lost;
-    lost.connection = EConnection::eLost;
-    const QString texts[] = {connectionText(open), connectionText(lost)};
-    return texts[0].size() > texts[1].size() ? texts[0] : texts[1];
-}
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -45,8 +34,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setObjectName(QStringLiteral("InterfaceColumns"));
-    setUpTable(*m_table, interfaces,
-               {QStringLiteral("Some interface 1"), longestState(), QStringLiteral("100 %"),
+    setUpTable(*m_table, tr("Interfaces"), interfaces,
+               {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet   "), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
@@ -72,7 +61,8 @@ void CInterfacePanel::makeActions()
         };
     };
     m_open = makeAction(this, tr("&Open"), Qt::Key_F2, forSelected(&CManagedInterface::open));
-    m_close = makeAction(this, tr("&Close"), Qt::Key_F3, forSelected(&CManagedInterface::close));
+    m_close = makeAction(this, tr("&Close"), QKeySequence(QStringLiteral("Shift+F2")),
+                         forSelected(&CManagedInterface::close));
     m_add = makeAction(this, tr("&Add ..."), QKeySequence::New, &CInterfacePanel::addInterface);
     m_configure = makeAction(this, tr("Con&figure ..."), Qt::Key_F4, &CInterfacePanel::configure);
     m_store = makeAction(this, tr("&Store"), {}, forSelected(&CManagedInterface::store));
@@ -80,7 +70,9 @@ void CInterfacePanel::makeActions()
     m_remove = makeAction(this, tr("Re&move"), {}, &CInterfacePanel::removeSelected);
     m_scan = makeAction(this, tr("Scan &network"), Qt::Key_F5, &CInterfacePanel::startScan);
     m_simulate = makeAction(this, tr("Try a simu&lated gateway"), {}, &CInterfacePanel::simulate);
-    m_sendTo = makeAction(this, tr("Send on &this interface"), {}, [this] { Q_EMIT sendTargetChosen(chosenName()); });
+    m_sendTo = makeAction(this, tr("Send on &this interface"), {}, [this] {
+        Q_EMIT sendTargetChosen(m_workbench.interfaces().at(selectedRows(*m_table).first()).name());
+    });
     m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     auto* const rates = new QActionGroup(this);
     for (const auto& [rate, text] : bitRateTexts()) {
@@ -220,12 +212,6 @@ void CInterfacePanel::showFound(int added)
     m_table->selectionModel()->select(rows, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     m_table->scrollTo(model.index(last, 0));
     m_table->scrollTo(model.index(last - added + 1, 0));
-}
-
-QString CInterfacePanel::chosenName() const
-{
-    const QList<int> rows = selectedRows(*m_table);
-    return rows.isEmpty() ? QString() : m_workbench.interfaces().at(rows.first()).name();
 }
 
 void CInterfacePanel::setBaudrate(const QString& rate)

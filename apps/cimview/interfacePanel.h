@@ -39,7 +39,6 @@ private:
     void addInterface();
     void simulate();
     void showFound(int added);
-    QString chosenName() const;
     void setBaudrate(const QString& rate);
     void updateActions();
 

@@ -107,7 +107,9 @@ CMainWindow::~CMainWindow() = default;
 void CMainWindow::prepareApplication()
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim")); // of the store, which all hosts share
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("cimview"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("cimview"));
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // always so since
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);

@@ -106,7 +106,7 @@ CMessageMatcher::CMessageMatcher(std::vector<SFilter> filters, const QString& te
 {
 }
 
-bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceName) const
+bool CMessageMatcher::matches(const SBusRecord& record, const CSourceNames& names) const
 {
     if (!passesFilters(m_filters, record.message)) {
         return false;
@@ -114,7 +114,9 @@ bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceNam
     if (m_text.isEmpty()) {
         return true;
     }
-    return CSearchLine(record).contains(m_searched) || sourceName.contains(m_text, Qt::CaseInsensitive);
+    return CSearchLine(record).contains(m_searched) ||
+           names.name(record.source).contains(m_text, Qt::CaseInsensitive) ||
+           names.idName(record.message).contains(m_text, Qt::CaseInsensitive);
 }
 
 Result<std::vector<SFilter>> readFilters(const QString& text)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/cimview/sourceNames.h"
 #include "apps/host/mailbox.h"
 #include "apps/host/messageFilter.h"
 
@@ -31,11 +32,11 @@ QString directionText(bool sent);
 class CMessageMatcher
 {
 public:
-    /// `text` is searched in the interface's name, and in direction, identifier, data (with blanks and without),
-    /// ASCII and administration side by side, in upper or lower case. An empty text matches.
+    /// `text` is searched in the names of interface and identifier, and in direction, identifier, data (with blanks and
+    /// without), ASCII and administration side by side, in upper or lower case. An empty text matches.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
-    bool matches(const SBusRecord& record, const QString& sourceName) const;
+    bool matches(const SBusRecord& record, const CSourceNames& names) const;
 
 private:
     std::vector<SFilter> m_filters;

@@ -49,8 +49,9 @@ void chooseColumns(QTableView& table, const QPoint& place)
 }
 } // namespace
 
-void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples)
+void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& model, const QStringList& samples)
 {
+    table.setAccessibleName(name);
     table.setModel(&model);
     table.setItemDelegate(new CMarkDelegate(&table));
     table.setSelectionBehavior(QAbstractItemView::SelectRows);

@@ -38,7 +38,7 @@ class CSendList : public CTableModel
 public:
     enum EColumn { eCyclic, eName, eId, eData, eInterval, eSent, eInterface, eColumnCount };
     static constexpr int MAX_INTERVAL_MS = 3600000;
-    static constexpr int DEFAULT_INTERVAL_MS = 100;
+    static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< until the user edits it
 
     static constexpr int MAX_LOADED = 1000;
 

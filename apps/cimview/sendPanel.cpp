@@ -11,11 +11,9 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSettings>
-#include <QSpinBox>
 #include <QTableView>
 
 #include <algorithm>
-#include <utility>
 
 namespace vexmor::Apps::Cimview
 {
@@ -31,12 +29,11 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
       m_workbench(workbench),
       m_interface(new QComboBox(this)),
-      m_id(new QLineEdit(this)),
-      m_data(new QLineEdit(this)),
-      m_interval(new QSpinBox(this)),
-      m_send(new QPushButton(tr("&Send"), this)),
       m_add(new QPushButton(tr("Add to &list"), this)),
       m_stop(new QPushButton(tr("S&top all"), this)),
+      m_id(new QLineEdit(this)), // made in reading order, as Tab goes
+      m_data(new QLineEdit(this)),
+      m_send(new QPushButton(tr("&Send"), this)),
       m_table(new QTableView(this)),
       m_problem(new QLabel(this))
 {
@@ -44,7 +41,7 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     makeLayout();
     connectWidgets();
     showInterfaces();
-    setFocusProxy(m_id);
+    setFocusProxy(m_interface);
 }
 
 void CSendPanel::makeWidgets()
@@ -57,12 +54,8 @@ void CSendPanel::makeWidgets()
     m_id->setFont(fixed);
     m_data->setFont(fixed);
     m_id->setMaximumWidth(QFontMetrics(fixed).horizontalAdvance(QStringLiteral("7FF")) * 3);
-    m_interval->setRange(1, CSendList::MAX_INTERVAL_MS);
-    m_interval->setValue(CSendList::DEFAULT_INTERVAL_MS);
-    m_interval->setSuffix(tr(" ms"));
-    m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
     m_table->setFont(fixed);
-    setUpTable(*m_table, m_workbench.sendList(),
+    setUpTable(*m_table, tr("Messages to send"), m_workbench.sendList(),
                {QString(), QStringLiteral("Some name"), QStringLiteral("7FF"),
                 QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("36000"), QStringLiteral("100,000")});
     for (QAction* const action :
@@ -84,6 +77,7 @@ void CSendPanel::makeLayout()
     auto* const place = new QHBoxLayout;
     place->addWidget(makeLabel(tr("&On:"), m_interface));
     place->addWidget(m_interface, 1);
+    place->addWidget(m_add);
     place->addWidget(m_stop);
     auto* const typed = new QHBoxLayout;
     typed->addWidget(makeLabel(tr("I&D:"), m_id));
@@ -91,20 +85,12 @@ void CSendPanel::makeLayout()
     typed->addWidget(makeLabel(tr("Dat&a:"), m_data));
     typed->addWidget(m_data, 2);
     typed->addWidget(m_send);
-    place->addWidget(makeLabel(tr("&Every"), m_interval));
-    place->addWidget(m_interval);
-    typed->addWidget(m_add);
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(place);
     layout->addLayout(typed);
     layout->addWidget(m_table, 1);
     layout->addWidget(m_problem);
     m_problem->hide();
-    QWidget* before = m_interface;
-    for (QWidget* const next :
-         std::initializer_list<QWidget*>{m_interval, m_stop, m_id, m_data, m_send, m_add, m_table}) {
-        setTabOrder(std::exchange(before, next), next);
-    }
 }
 
 void CSendPanel::connectWidgets()
@@ -183,7 +169,7 @@ void CSendPanel::sendTyped()
 void CSendPanel::addTyped()
 {
     if (const auto message = typedMessage()) {
-        m_workbench.sendList().add({*message, m_interval->value(), {}, chosenInterface()});
+        m_workbench.sendList().add({*message, CSendList::DEFAULT_INTERVAL_MS, {}, chosenInterface()});
     }
 }
 

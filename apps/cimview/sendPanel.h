@@ -10,7 +10,6 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QSpinBox;
 class QTableView;
 
 namespace vexmor::Apps::Cimview
@@ -53,12 +52,11 @@ private:
 
     CWorkbench& m_workbench;
     QComboBox* m_interface;
-    QLineEdit* m_id;
-    QLineEdit* m_data;
-    QSpinBox* m_interval;
-    QPushButton* m_send;
     QPushButton* m_add;
     QPushButton* m_stop;
+    QLineEdit* m_id;
+    QLineEdit* m_data;
+    QPushButton* m_send;
     QTableView* m_table;
     QLabel* m_problem;
 };

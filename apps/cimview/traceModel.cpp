@@ -8,8 +8,7 @@ namespace vexmor::Apps::Cimview
 {
 
 CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity)
-    : CTableModel({tr("Time"), tr("Interface"), tr("Dir"), tr("ID"), tr("Length"), tr("Data"), tr("ASCII"),
-                   tr("Administration")}),
+    : CTableModel({tr("Time"), tr("Interface"), tr("Dir"), tr("ID"), tr("Data"), tr("ASCII"), tr("Administration")}),
       m_names(names),
       m_capacity(capacity)
 {
@@ -99,7 +98,7 @@ QString CTraceModel::shownTime(int row) const
 
 bool CTraceModel::matches(const SBusRecord& record) const
 {
-    return m_matcher.matches(record, m_names.name(record.source));
+    return m_matcher.matches(record, m_names);
 }
 
 const SBusRecord& CTraceModel::record(int row) const
@@ -137,9 +136,7 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     case eDirection:
         return directionText(shown.sent);
     case eId:
-        return idText(shown.message);
-    case eLength:
-        return shown.message.length();
+        return m_names.idText(shown.message);
     case eData:
         return dataText(shown.message);
     case eAscii:

@@ -12,10 +12,6 @@
         <translation>Schnittstelle hinzufügen</translation>
     </message>
     <message>
-        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway</source>
-        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways</translation>
-    </message>
-    <message>
         <source>&amp;Name:</source>
         <translation>&amp;Name:</translation>
     </message>
@@ -34,6 +30,10 @@
     <message>
         <source>&amp;Baud rate:</source>
         <translation>&amp;Baudrate:</translation>
+    </message>
+    <message>
+        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway; a host name is replaced by its address</source>
+        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways; ein Rechnername wird durch seine Adresse ersetzt</translation>
     </message>
 </context>
 <context>
@@ -173,6 +173,10 @@
         <source>lost, trying again</source>
         <translation>verloren, neuer Versuch läuft</translation>
     </message>
+    <message>
+        <source>%1, line %2: must be ID NAME, like 123 Amplifier left</source>
+        <translation>%1, Zeile %2: muss ID NAME sein, wie 123 Verstärker links</translation>
+    </message>
 </context>
 <context>
     <name>Table</name>
@@ -196,12 +200,12 @@
         <translation>%1: nicht bekannt</translation>
     </message>
     <message>
-        <source>Seconds ago</source>
-        <translation>vor Sekunden</translation>
+        <source>%1 %</source>
+        <translation>%1 %</translation>
     </message>
     <message>
-        <source>Bus load [%]</source>
-        <translation>Buslast [%]</translation>
+        <source>%1 s</source>
+        <translation>%1 s</translation>
     </message>
 </context>
 <context>
@@ -249,6 +253,10 @@
         <source>&amp;Clear events</source>
         <translation>E&amp;reignisse löschen</translation>
     </message>
+    <message>
+        <source>Events</source>
+        <translation>Ereignisse</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CIdentifierModel</name>
@@ -271,10 +279,6 @@
     <message>
         <source>Period [ms]</source>
         <translation>Periode [ms]</translation>
-    </message>
-    <message>
-        <source>Length</source>
-        <translation>Länge</translation>
     </message>
     <message>
         <source>Data</source>
@@ -462,6 +466,10 @@
         <source>Send on &amp;this interface</source>
         <translation>Auf &amp;dieser Schnittstelle senden</translation>
     </message>
+    <message>
+        <source>Interfaces</source>
+        <translation>Schnittstellen</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogActions</name>
@@ -526,12 +534,12 @@
         <translation>R&amp;ichtung in Logs schreiben (R, T)</translation>
     </message>
     <message>
-        <source>There are messages that are not saved. Drop them?</source>
-        <translation>Es gibt Nachrichten, die nicht gespeichert sind. Verwerfen?</translation>
-    </message>
-    <message>
         <source>%1 of %2 messages saved: only those that are shown.</source>
         <translation>%1 von %2 Nachrichten gespeichert: nur die angezeigten.</translation>
+    </message>
+    <message>
+        <source>There are messages that are not saved. Discard them?</source>
+        <translation>Einige Nachrichten sind nicht gespeichert. Verwerfen?</translation>
     </message>
 </context>
 <context>
@@ -698,10 +706,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Lö&amp;schen</translation>
     </message>
     <message>
-        <source>&amp;Find text</source>
-        <translation>Text &amp;suchen</translation>
-    </message>
-    <message>
         <source>T&amp;race</source>
         <translation>A&amp;ufzeichnung</translation>
     </message>
@@ -714,20 +718,12 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>beliebiger Text oder Daten</translation>
     </message>
     <message>
-        <source>Shows only messages with this text in interface, direction, identifier, data or ASCII.</source>
-        <translation>Zeigt nur Nachrichten mit diesem Text in Schnittstelle, Richtung, Identifier, Daten oder ASCII.</translation>
-    </message>
-    <message>
         <source>Te&amp;xt:</source>
         <translation>Te&amp;xt:</translation>
     </message>
     <message>
         <source>%L1 waiting</source>
         <translation>%L1 warten</translation>
-    </message>
-    <message>
-        <source>%L1 of %L2</source>
-        <translation>%L1 von %L2</translation>
     </message>
     <message>
         <source>B&amp;y identifier</source>
@@ -774,6 +770,54 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>wrong filter</source>
         <translation>falscher Filter</translation>
+    </message>
+    <message>
+        <source>&amp;Find</source>
+        <translation>&amp;Suchen</translation>
+    </message>
+    <message>
+        <source>Find ne&amp;xt</source>
+        <translation>&amp;Weitersuchen</translation>
+    </message>
+    <message>
+        <source>Find pre&amp;vious</source>
+        <translation>&amp;Rückwärts suchen</translation>
+    </message>
+    <message>
+        <source>Load &amp;names of identifiers ...</source>
+        <translation>Na&amp;men der Identifier laden ...</translation>
+    </message>
+    <message>
+        <source>Shows only messages with this text in any column.</source>
+        <translation>Zeigt nur Nachrichten mit diesem Text in irgendeiner Spalte.</translation>
+    </message>
+    <message>
+        <source>Goes to messages with this text in any column: next F3, previous Shift+F3.</source>
+        <translation>Geht zu Nachrichten mit diesem Text in irgendeiner Spalte: nächste F3, vorige Umschalt+F3.</translation>
+    </message>
+    <message>
+        <source>F&amp;ind:</source>
+        <translation>S&amp;uchen:</translation>
+    </message>
+    <message>
+        <source>Trace</source>
+        <translation>Aufzeichnung</translation>
+    </message>
+    <message>
+        <source>Messages by identifier</source>
+        <translation>Nachrichten nach Identifier</translation>
+    </message>
+    <message>
+        <source>Hide this identifier</source>
+        <translation>Diesen Identifier ausblenden</translation>
+    </message>
+    <message>
+        <source>%L1 messages</source>
+        <translation>%L1 Nachrichten</translation>
+    </message>
+    <message>
+        <source>%L1, %L2 hidden by the filter</source>
+        <translation>%L1, %L2 durch den Filter ausgeblendet</translation>
     </message>
 </context>
 <context>
@@ -842,24 +886,12 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Bis zu acht Bytes, hexadezimal</translation>
     </message>
     <message>
-        <source> ms</source>
-        <translation> ms</translation>
-    </message>
-    <message>
-        <source>Time from one message to the next, for cyclic sending from the list</source>
-        <translation>Zeit von einer Nachricht zur nächsten beim zyklischen Senden aus der Liste</translation>
-    </message>
-    <message>
         <source>I&amp;D:</source>
         <translation>&amp;ID:</translation>
     </message>
     <message>
         <source>Dat&amp;a:</source>
         <translation>Da&amp;ten:</translation>
-    </message>
-    <message>
-        <source>&amp;Every</source>
-        <translation>A&amp;lle</translation>
     </message>
     <message>
         <source>&amp;Send</source>
@@ -913,6 +945,10 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>%1 cannot be written</source>
         <translation>%1 kann nicht geschrieben werden</translation>
     </message>
+    <message>
+        <source>Messages to send</source>
+        <translation>Zu sendende Nachrichten</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CTraceModel</name>
@@ -931,10 +967,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>ID</source>
         <translation>ID</translation>
-    </message>
-    <message>
-        <source>Length</source>
-        <translation>Länge</translation>
     </message>
     <message>
         <source>Data</source>
