@@ -479,7 +479,7 @@ private Q_SLOTS:
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
-        QCOMPARE(list.addFound(std::move(found)).added, 1000);
+        QCOMPARE(list.addFound(std::move(found)).second, 1000);
         QCOMPARE(list.at(list.rowCount() - 1).name(), "hall (1002)"_s);
         QCOMPARE(events.size(), 1);
     }

@@ -17,22 +17,6 @@ constexpr int GRID_ALPHA = 80;
 constexpr int GAP = 4;       ///< between marks, labels and titles
 constexpr int KEY_SIZE = 9;  ///< of the coloured square before a name
 constexpr int NAME_GAP = 12; ///< between a name and the next one
-
-/// Returns places for keys and names of these widths, in rows. A name takes at most `longest` pixels.
-QVector<QRect> placesOf(const QVector<int>& widths, int longest, const QRect& row)
-{
-    QVector<QRect> places;
-    QPoint next = row.topLeft();
-    for (const int width : widths) {
-        const QSize size(KEY_SIZE + GAP + std::min(width, longest) + NAME_GAP, row.height());
-        if (next.x() + size.width() > row.right() && next.x() > row.left()) {
-            next = QPoint(row.left(), next.y() + row.height());
-        }
-        places.append(QRect(next, size));
-        next.rx() += size.width();
-    }
-    return places;
-}
 } // namespace
 
 CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent) : QWidget(parent), m_history(history)
@@ -80,35 +64,31 @@ void CBusloadPlot::paintEvent(QPaintEvent* /*event*/)
     drawCurves(painter, scale);
 }
 
-/// Draws the names of the interfaces in rows from `left` on, shortened where they would take more than a quarter of the
-/// height. Returns the height of the rows.
+/// Draws the names of the interfaces in a grid from `left` on, shortened where it would take more than a quarter of the
+/// height. Returns the height of the grid.
 int CBusloadPlot::drawLegend(QPainter& painter, int left) const
 {
     const QFontMetrics metrics = fontMetrics();
     const int line = metrics.height() + GAP;
-    const int room = std::max(1, height() / 4 / line) * line;
-    QVector<QString> names;
-    QVector<int> widths;
+    const auto count = static_cast<int>(m_history.samples().size());
+    int widest = 0;
     for (const auto& entry : m_history.samples()) {
-        names.append(entry.first);
-        widths.append(metrics.horizontalAdvance(entry.first) + 1); // which rounds down
+        widest = std::max(widest, KEY_SIZE + GAP + metrics.horizontalAdvance(entry.first) + 1 + NAME_GAP);
     }
-    const QRect row(left, 0, width() - left, line);
-    int longest = row.width();
-    QVector<QRect> places = placesOf(widths, longest, row);
-    while (longest > 0 && !places.empty() && places.last().bottom() >= room) {
-        longest -= GAP;
-        places = placesOf(widths, longest, row);
+    int rows = 1;
+    const auto columns = [&] { return std::max(1, (count + rows - 1) / rows); };
+    while (columns() > 1 && columns() * widest > width() - left && (rows + 1) * line <= height() / 4) {
+        ++rows;
     }
-    int bottom = 0;
-    for (int index = 0; index < places.size() && places[index].bottom() < room; ++index) {
-        const QRect key(places[index].left(), places[index].center().y() - KEY_SIZE / 2, KEY_SIZE, KEY_SIZE);
-        const QRect text = places[index].adjusted(KEY_SIZE + GAP, 0, -NAME_GAP, 0);
-        painter.fillRect(key, colourOf(index));
-        painter.drawText(text, Qt::AlignVCenter, metrics.elidedText(names[index], Qt::ElideMiddle, text.width()));
-        bottom = places[index].bottom() + 1;
+    const int cell = std::min(widest, (width() - left) / columns());
+    int index = 0;
+    for (const auto& entry : m_history.samples()) {
+        const QRect place(left + index % columns() * cell, index / columns() * line, cell - NAME_GAP, line);
+        const QRect text = place.adjusted(KEY_SIZE + GAP, 0, 0, 0);
+        painter.fillRect(place.left(), place.center().y() - KEY_SIZE / 2, KEY_SIZE, KEY_SIZE, colourOf(index++));
+        painter.drawText(text, Qt::AlignVCenter, metrics.elidedText(entry.first, Qt::ElideMiddle, text.width()));
     }
-    return bottom;
+    return count == 0 ? 0 : rows * line;
 }
 
 void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale) const

@@ -27,8 +27,6 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     auto* const splitter = new QSplitter(Qt::Vertical, this);
     splitter->addWidget(m_table);
     splitter->addWidget(m_text);
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 2);
     auto* const layout = new QVBoxLayout(this);
     layout->addWidget(splitter);
     m_table->addAction(makeAction(m_table, tr("&Clear events"), {}, [this] { m_events.clear(); }));

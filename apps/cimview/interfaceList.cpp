@@ -101,7 +101,7 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
     return failure;
 }
 
-CInterfaceList::SFound CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
+std::pair<int, int> CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
     QHash<QString, int> names;
     // Equal port texts: the same device, or another one at the same address, which is reached in the same way.

@@ -6,6 +6,7 @@
 #include "apps/host/pluginFolder.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
@@ -30,11 +31,8 @@ public:
     Failure add(const QString& name, const Settings& settings, bool keep);
     /// Adds the interfaces that a scan found, without those that are in the list already. A name that is in use gets a
     /// number. Adds 1000 at most, since anything may answer a scan; an event reports how many were left out.
-    struct SFound {
-        int found; ///< a gateway that answered several times counts once
-        int added;
-    };
-    SFound addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
+    /// Returns how many were found, each counted once, and how many were added.
+    std::pair<int, int> addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
     /// Removes an interface, from the store as well. Only a closed one.
     void remove(int row);
 

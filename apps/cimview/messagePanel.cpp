@@ -70,14 +70,15 @@ void CMessagePanel::makeActions()
     m_follow->setToolTip(
         tr("Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again."));
     m_clear = makeAction(this, tr("C&lear"), QKeySequence(QStringLiteral("Ctrl+L")), [this] { m_feed.clear(); });
-    m_find = makeAction(this, tr("&Find"), QKeySequence::Find, [this] {
-        m_findEdit->setFocus();
-        m_findEdit->selectAll();
-    });
-    m_next = makeAction(this, tr("Find ne&xt"), QKeySequence::FindNext, [this] { find(true); });
-    m_previous = makeAction(this, tr("Find pre&vious"), QKeySequence::FindPrevious, [this] { find(false); });
-    m_loadNames = makeAction(this, tr("Load &names of identifiers ..."), {},
-                             [this] { loadNames(QFileDialog::getOpenFileName(this, m_loadNames->text())); });
+    m_actions = {
+        m_pause,
+        m_follow,
+        m_clear,
+        makeAction(this, tr("&Find"), QKeySequence::Find, [this] { m_findEdit->setFocus(Qt::ShortcutFocusReason); }),
+        makeAction(this, tr("Find ne&xt"), QKeySequence::FindNext, [this] { find(true); }),
+        makeAction(this, tr("Find pre&vious"), QKeySequence::FindPrevious, [this] { find(false); }),
+        makeAction(this, tr("Load &names of identifiers ..."), {},
+                   [this] { loadNames(QFileDialog::getOpenFileName(this)); })};
     const std::pair<QString, CTraceModel::ETime> times[] = {
         {tr("Time of &day"), CTraceModel::ETime::eOfDay},
         {tr("Time since the &first"), CTraceModel::ETime::eSinceStart},
@@ -100,7 +101,7 @@ QWidget* CMessagePanel::makeFilterBar()
     m_findEdit->setObjectName(QStringLiteral("Find"));
     m_findEdit->setPlaceholderText(tr("any text or data"));
     m_findEdit->setToolTip(tr("Goes to messages with this text in any column: next F3, previous Shift+F3."));
-    connect(m_findEdit, &QLineEdit::returnPressed, m_next, &QAction::trigger);
+    connect(m_findEdit, &QLineEdit::returnPressed, this, [this] { find(true); });
     connect(m_findEdit, &QLineEdit::textChanged, this, [this] { markWrong(*m_findEdit, false); });
     m_filterTimer.setSingleShot(true);
     m_filterTimer.setInterval(FILTER_DELAY_MS);

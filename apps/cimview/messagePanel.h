@@ -28,10 +28,7 @@ public:
     explicit CMessagePanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
     /// For a menu.
-    QList<QAction*> messageActions() const
-    {
-        return {m_pause, m_follow, m_clear, m_find, m_next, m_previous, m_loadNames};
-    }
+    QList<QAction*> messageActions() const { return m_actions; }
     /// For a menu: which time the trace shows, one of several.
     QList<QAction*> timeActions() const { return m_times; }
     QAction& pauseAction() { return *m_pause; }
@@ -67,10 +64,7 @@ private:
     QAction* m_pause;
     QAction* m_follow;
     QAction* m_clear;
-    QAction* m_find;
-    QAction* m_next;
-    QAction* m_previous;
-    QAction* m_loadNames;
+    QList<QAction*> m_actions;
     QList<QAction*> m_times;
     QString m_namesFile;     ///< the names of identifiers in use; empty: none
     QString m_filterProblem; ///< why the text in `m_idEdit` is no filter; empty: it is one

@@ -3,7 +3,6 @@
 #include "apps/cimview/messageText.h"
 #include "canlog/candumpLog.h"
 
-#include <QLocale>
 #include <QSettings>
 
 #include <algorithm>
@@ -156,7 +155,7 @@ QVariant CSendList::data(const QModelIndex& index, int role) const
     case eInterval:
         return shown.milliseconds;
     case eSent:
-        return QLocale().toString(static_cast<qulonglong>(shown.sent));
+        return QString::number(shown.sent);
     case eInterface:
         return shown.sentOn.isEmpty() ? shown.interface : shown.sentOn;
     default:

@@ -17,13 +17,7 @@
 
 namespace vexmor::Apps::Cimview
 {
-namespace
-{
-QString listTypes()
-{
-    return CSendPanel::tr("Messages to send (*.ini);;All files (*)");
-}
-} // namespace
+const QString LIST_TYPE = QStringLiteral("*.ini");
 
 CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
@@ -204,7 +198,7 @@ void CSendPanel::removeSelected()
 
 void CSendPanel::loadList()
 {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Load list"), QString(), listTypes());
+    const QString path = QFileDialog::getOpenFileName(this, tr("Load list"), QString(), LIST_TYPE);
     if (path.isEmpty()) {
         return;
     }
@@ -216,8 +210,7 @@ void CSendPanel::loadList()
 
 void CSendPanel::saveList()
 {
-    const QString path =
-        QFileDialog::getSaveFileName(this, tr("Save list"), QStringLiteral("messages.ini"), listTypes());
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save list"), QStringLiteral("messages.ini"), LIST_TYPE);
     if (path.isEmpty()) {
         return;
     }

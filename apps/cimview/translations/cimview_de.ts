@@ -914,10 +914,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>%1 (nicht offen)</translation>
     </message>
     <message>
-        <source>Messages to send (*.ini);;All files (*)</source>
-        <translation>Sendelisten (*.ini);;Alle Dateien (*)</translation>
-    </message>
-    <message>
         <source>Send on the interface above</source>
         <translation>Auf der Schnittstelle darüber senden</translation>
     </message>
