@@ -159,6 +159,27 @@ QByteArray formatAscii(const Cim::CCanMessage& message)
     return text;
 }
 
+int errorOf(const Cim::CCanMessage& message)
+{
+    return Cim::CCanMessage(message).errorNumber(); // which is not const
+}
+
+std::string formatAdministration(const Cim::CCanMessage& message)
+{
+    if (message.length() == 0 || message.administrationByte().value == 0) {
+        return {};
+    }
+    std::string text = "type " + std::to_string(message.messageType()); // short enough for no allocation
+    if (const int error = errorOf(message)) {
+        text += ", error " + std::to_string(error);
+    }
+    if (const int checksum = Cim::CCanMessage(message).deviceCheckSum()) {
+        const QByteArray digits = QByteArray::number(static_cast<std::uint16_t>(checksum), 16).toUpper();
+        text += ", checksum " + digits.rightJustified(4, '0').toStdString();
+    }
+    return text;
+}
+
 CLogReader::CLogReader() = default;
 CLogReader::~CLogReader() = default;
 CLogReader::CLogReader(CLogReader&&) noexcept = default;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <string>
 
 class QIODevice;
 
@@ -51,6 +52,11 @@ QByteArray formatLogLine(const SLogEntry& entry);
 
 /// The layout in which candump prints on a terminal: interface, identifier, [length], bytes.
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message);
+
+/// The number of the error that a message reports by the rules of administration messages; 0: it reports none.
+int errorOf(const Cim::CCanMessage& message);
+/// What the first byte says by these rules, for example "type 1, error 17, checksum 0AFF"; empty where it is 0.
+std::string formatAdministration(const Cim::CCanMessage& message);
 
 /// The character of a data byte, a dot for a byte that is none.
 constexpr char asciiOf(unsigned char byte)

@@ -9,7 +9,8 @@ namespace
 /// The frames in a log, or in what dump prints, as ID#DATA.
 QStringList framesOf(const QByteArray& text)
 {
-    const QRegularExpression source(R"(^(\(.*\) \S+ |  t93  (TX - -  )?))"_s, QRegularExpression::MultilineOption);
+    const QRegularExpression source(R"(^(\(.*\) \S+ |  t93  (TX - -  )?)|  type .*$)"_s,
+                                    QRegularExpression::MultilineOption);
     const QRegularExpression length(R"(   \[\d\])"_s);
     const QString frames = QString::fromLatin1(text).remove(source).replace(length, "#"_s).remove(QLatin1Char(' '));
     return frames.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
@@ -83,6 +84,9 @@ private Q_SLOTS:
         row("dump sim sim --count 4 -td -a", 0,
             "^(\\(000\\.\\d{6}\\)   sim  20[0-9]   \\[8\\] ( [0-9A-F]{2}){8}  '.{8}'\n){4}$",
             "^sim: received \\d+.*\nsim: received");
+        row("dump sim --filter 7FF -n 1 --sent --send 7FF#910011", 0,
+            "^  t93  TX - -  7FF   \\[3\\]  91 00 11  type 1, error 17\n$", "^received");
+        row("dump sim --filter 7FF -n 1 --sent --json --send 7FF#910011", 0, "\"error\":17", "^\\{");
         row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log -", 0, "^(\\(\\d+\\.\\d{6}\\) t93 7FF#01\n){2}$",
             "sent 1");
         row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log - --direction", 0,

@@ -30,6 +30,12 @@ struct SWindow : SGateway {
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
     EConnection state(const QString& name) { return at(name).status().connection; }
+    /// The text, and the mark in parentheses.
+    QString shownState(const QString& name)
+    {
+        const QModelIndex state = list().index(list().rowOf(name), CInterfaceList::eState);
+        return "%1 (%2)"_s.arg(state.data().toString(), state.data(MARK_ROLE).toString());
+    }
     void add(const QString& name, std::uint16_t port, const Settings& more = {{StoreKey::BAUDRATE, "500"_s}})
     {
         Settings settings{{StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}};
@@ -178,14 +184,17 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 1);
         QCOMPARE(events.eventAt(0).number, 103);
         QCOMPARE(run.state(STAGE), EConnection::eClosed);
+        QCOMPARE(run.shownState(STAGE), "not opened, code 103 (3)"_s);
         run.open(STAGE, deaf.serverPort()); // once more
         QCOMPARE(run.state(STAGE), EConnection::eConnecting);
         run.list().at(0).close();
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 3);
+        QCOMPARE(run.shownState(HALL), "connected, T93 CAN bus off error (3)"_s);
         run.bus.send(message(0x123));
         QTRY_COMPARE(run.trace().rowCount(), 1);
+        QCOMPARE(run.shownState(HALL), "connected (1)"_s);
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot come back
         run.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EConnection::eLost);
@@ -200,8 +209,12 @@ private Q_SLOTS:
         QTRY_COMPARE(events.unread(), 6);
         QCOMPARE(run.lastEvent().number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
-        run.window->findChild<QDockWidget*>("Events"_s)->raise();
+        auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
+        dock->raise();
         QTRY_COMPARE(events.unread(), 0); // looked at
+        run.workbench.warn("seen at once"_s);
+        QCOMPARE(dock->windowTitle(), "Events"_s);
+        QCOMPARE(run.shownState(HALL), "lost, trying again (3)"_s);
         run.gateway.setFaults({});
         QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
         QCOMPARE(run.lastEvent().text, "The gateway is back."_s);
@@ -246,8 +259,12 @@ private Q_SLOTS:
         QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
         for (int round = 1; round <= 2; ++round) { // the second finds nothing new
             run.workbench.startScan();
+            QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
             QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
+            const auto* const table = run.window->findChild<QTableView*>("InterfaceColumns"_s);
+            QCOMPARE(table->selectionModel()->selectedRows().size(), 2);
+            QCOMPARE(run.window->statusBar()->currentMessage(), "Scan finished: 2 found, %1 new"_s.arg(4 - 2 * round));
         }
         run.list().at(0).open();
         QTRY_COMPARE(run.list().at(0).status().connection, EConnection::eConnected);
@@ -272,7 +289,9 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.gateway));
         auto* const id = run.find<QLineEdit>("123", "placeholderText");
         auto* const data = run.find<QLineEdit>("11 22 AA BB", "placeholderText");
-        const auto isMarked = [](const QLineEdit* field) { return field->palette().text().color() == WRONG_TEXT; };
+        const auto isMarked = [](const QLineEdit* field) {
+            return field->palette().text().color() == wrongText(field->palette().base().color());
+        };
         QTest::keyClicks(id, cell<QString>("id"));
         QTest::keyClicks(data, cell<QString>("data"));
         QTEST(isMarked(id), "idMarked");
@@ -451,8 +470,9 @@ private Q_SLOTS:
         {
             SWindow run;
             run.find<QLineEdit>(text, "placeholderText")->setText("bb"_s);
-            run.workbench.sendList().add({message(0x123), 10, {}});
+            run.workbench.sendList().add({message(0x123), 10, {}, {}});
             run.window->resize(1000, 700);
+            run.find<QAction>("Messages a&lone")->toggle();
             run.window->close();
         }
         SWindow run;
@@ -461,6 +481,71 @@ private Q_SLOTS:
         QCOMPARE(run.trace().rowCount(), 1); // and it filters
         QCOMPARE(run.workbench.sendList().rowCount(), 1);
         QCOMPARE(run.window->size(), QSize(1000, 700));
+        auto* const send = run.window->findChild<QDockWidget*>("Send"_s);
+        QVERIFY(send->isHidden());
+        run.find<QAction>("Messages a&lone")->toggle();
+        QVERIFY(!send->isHidden());
+    }
+
+    void textIsFoundAndIdentifiersAreHidden()
+    {
+        SWindow run;
+        const std::vector<QByteArray> data{"AA", "BB", "CC", "BB", "BB"};
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            run.workbench.feed().show({{0, message(0x100 + i % 2, hex(data[i])), 0, false}});
+        }
+        const QTableView& table = run.window->messagePanel().traceView();
+        auto* const text = run.window->findChild<QLineEdit*>("Find"_s);
+        text->setText("bb"_s);
+        for (const auto& [action, row] : {std::pair("Find ne&xt", 1),
+                                          {"Find ne&xt", 3},
+                                          {"Find ne&xt", 4},
+                                          {"Find ne&xt", 1},
+                                          {"Find pre&vious", 4},
+                                          {"Find pre&vious", 3}}) {
+            run.find<QAction>(action)->trigger();
+            QCOMPARE(table.currentIndex().row(), row);
+        }
+        QVERIFY(!run.window->messagePanel().followAction().isChecked());
+        QCOMPARE(run.trace().rowCount(), 5); // it is no filter
+        text->setText("DD"_s);
+        run.find<QAction>("Find ne&xt")->trigger();
+        QCOMPARE(text->palette().text().color(), wrongText(text->palette().base().color()));
+        for (QAction* const action : table.actions()) {
+            action->text() == "Hide this identifier"_s ? action->trigger() : void();
+        }
+        QTRY_COMPARE(run.trace().rowCount(), 3);
+        QCOMPARE(run.cell(0, CTraceModel::eId), "100"_s);
+        QVERIFY(run.find<QLabel>("3, 2 hidden by the filter")->isVisible());
+    }
+
+    void readersAndTabFindTheirWay()
+    {
+        SWindow run;
+        for (const QAbstractScrollArea* const area : run.window->findChildren<QAbstractScrollArea*>()) {
+            const bool isNamed = area->inherits("QTableView") || area->inherits("QPlainTextEdit");
+            QVERIFY(!isNamed || !area->accessibleName().isEmpty());
+        }
+        QWidget* next = run.window->findChild<QDockWidget*>("Send"_s)->findChild<QComboBox*>();
+        while (!(next = next->nextInFocusChain())->inherits("QLineEdit")) {
+        }
+        QCOMPARE(next, run.find<QLineEdit>("123", "placeholderText"));
+    }
+
+    void hostNameIsAddedAsAddress()
+    {
+        SWindow run;
+        QTimer::singleShot(0, run.window.get(), [] {
+            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            const QList<QLineEdit*> fields = dialog->findChildren<QLineEdit*>();
+            fields.at(0)->setText(HALL);
+            fields.at(1)->setText("localhost:30001:UDP"_s);
+            dialog->findChild<QCheckBox*>()->setChecked(false);
+            QTimer::singleShot(3000, dialog, &QDialog::reject); // it stays open where the name is refused
+            dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click();
+        });
+        run.find<QAction>("&Add ...")->trigger();
+        QCOMPARE(run.list().index(0, CInterfaceList::eAddress).data().toString(), "127.0.0.1:30001:UDP"_s);
     }
 
     void traceFollowsItsEndAndIsCopied()
@@ -484,7 +569,7 @@ private Q_SLOTS:
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t0\t\t\n"_s), 2);
+        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\t\n"_s), 2);
     }
 
 private:

@@ -56,6 +56,8 @@ private Q_SLOTS:
         row("ASCII in lower case", {}, "ab.."_s, true);
         row("interface", {}, "HALL"_s, true);
         row("direction", {}, "tx"_s, false);
+        row("name of the identifier", {}, "amplifier"_s, true);
+        row("administration", {}, "type 4"_s, true);
         row("text but another identifier", "124"_s, "hall"_s, false);
     }
     void matcher()
@@ -63,7 +65,16 @@ private Q_SLOTS:
         auto filters = readFilters(cell<QString>("filters"));
         QVERIFY(filters);
         const SBusRecord received = record(0x123, hex("41620FF0"));
-        QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, "hall A"_s), "matches");
+        CSourceNames names;
+        names.numberOf("hall A"_s);
+        QVERIFY(!names.loadIds(writeFile(m_folder, "# all\n123  Amplifier  left # 1\n\n7ff last\n")));
+        QCOMPARE(names.idText(received.message), "123 Amplifier left"_s);
+        QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, names), "matches");
+        for (const char* wrong : {"124 x\nx left\n", "124 x\n800 left\n"}) {
+            const auto failure = names.loadIds(writeFile(m_folder, wrong));
+            QVERIFY(failure && failure->text.contains("line 2"_s));
+            QCOMPARE(names.idText(received.message), "123 Amplifier left"_s); // those before stay
+        }
     }
 
     void wrongFilters_data() { rows({"12g 123", "123:", ":7FF", "123:7FF:2", "123 x", "800", "123:FFF", "7FF-800"}); }
@@ -123,6 +134,7 @@ private Q_SLOTS:
         const QAbstractItemModelTester tester(&model, FATAL);
         model.append({record(0x200, hex("0102"), 1), record(0x100, hex("AA"), 1), record(0x200, hex("0102"), 1, 1)});
         model.append({record(0x200, hex("0103"), 1 + 10 * MS), record(0x200, hex("010304"), 1 + 20 * MS)});
+        QCOMPARE(model.index(1, CIdentifierModel::eId).data(MARK_ROLE).toInt(), 0);
         QCOMPARE(model.rowCount(), 3); // sorted by identifier, then interface
         QCOMPARE(cell(model, 0, CIdentifierModel::eId), "100"_s);
         QCOMPARE((QStringList{cell(model, 1, CIdentifierModel::eCount), cell(model, 1, CIdentifierModel::ePeriod),
@@ -136,6 +148,14 @@ private Q_SLOTS:
         QCOMPARE(marks(), 0b100);
         model.setNow(1 + 20 * MS + CIdentifierModel::MARK_MICROSECONDS);
         QCOMPARE(marks(), 0);
+        const SBusRecord error = record(0x200, hex("90FFFE"));
+        CTraceModel trace(m_names);
+        model.append({error});
+        trace.append({error});
+        for (const QModelIndex& id : {model.index(1, CIdentifierModel::eId), trace.index(0, CTraceModel::eId)}) {
+            QCOMPARE(id.data(MARK_ROLE).toInt(), static_cast<int>(EMark::eBad));
+        }
+        QCOMPARE(cell(model, 1, CIdentifierModel::eAdmin), "type 1, error -2"_s);
     }
 
     void rateIsThatOfTheLastSeconds_data()
@@ -269,7 +289,7 @@ private Q_SLOTS:
     {
         QFETCH(int, column);
         CSendList list;
-        list.add({message(0x123, hex("1122")), 100, {}});
+        list.add({message(0x123, hex("1122")), 100, {}, {}});
         const QString before = cell(list, 0, column);
         const QSignalSpy refused(&list, &CSendList::refused);
         const bool accepted = list.setData(list.index(0, column), cell<QString>("typed"), Qt::EditRole);
@@ -280,10 +300,12 @@ private Q_SLOTS:
 
     void sendListRunsAndIsStored()
     {
-        CSendList list;
+        CSendList list([](const QString& place) {
+            return place == "away"_s ? vexmor::Failure(vexmor::wrongUsage("not open"_s)) : vexmor::Failure();
+        });
         const QAbstractItemModelTester tester(&list, FATAL);
-        list.add({message(0x123, hex("1122")), 50, "mute"_s});
-        list.add({message(0x7FF), 1000, {}});
+        list.add({message(0x123, hex("1122")), 50, "mute"_s, {}});
+        list.add({message(0x7FF), 1000, {}, "stage"_s});
         QList<int> periods;
         QStringList places;
         connect(&list, &CSendList::cyclicChanged, this, [&](int, const QString& place, const auto&, int period) {
@@ -291,28 +313,43 @@ private Q_SLOTS:
             places.append(place);
         });
         const QSignalSpy refused(&list, &CSendList::refused);
-        list.setTarget("away"_s, vexmor::wrongUsage("not open"_s));
-        QVERIFY(!list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole));
+        const auto start = [&list](int row) {
+            return list.setData(list.index(row, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        };
+        list.setTarget("away"_s);
+        QVERIFY(!start(0));
         QCOMPARE(refused.size(), 1);
-        list.setTarget(HALL, {});
-        list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
+        list.setTarget(HALL);
+        QVERIFY(start(0));
+        QCOMPARE(list.index(0, CSendList::eId).data(MARK_ROLE).toInt(), static_cast<int>(EMark::eGood));
         list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
         list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
-        list.setTarget("stage"_s, {}); // what runs stays where it is
-        list.setData(list.index(1, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
-        QCOMPARE(cell(list, 0, CSendList::eSentOn), HALL);
+        list.setTarget("away"_s); // what runs stays where it is, and a row may have an interface of its own
+        QVERIFY(start(1));
+        QCOMPARE(cell(list, 0, CSendList::eInterface), HALL);
         list.stopAllBut({"stage"_s});
-        list.stopAll();
+        list.setData(list.index(1, CSendList::eInterface), "away"_s, Qt::EditRole);
+        QVERIFY(!start(1));
         QCOMPARE(periods, (QList<int>{50, 20, 30, 0, 0}));
         QCOMPARE(places, (QStringList{HALL, HALL, "stage"_s, HALL, "stage"_s}));
+
+        const std::uint16_t away = m_names.numberOf("away"_s);
+        std::vector<SBusRecord> records(4, {0, message(0x7FF), away, true});
+        records[1].source = m_names.numberOf(HALL);
+        records[2].sent = false;
+        list.countSent(records, m_names);
+        QCOMPARE(cell(list, 1, CSendList::eSent), "2"_s);
+        list.setData(list.index(1, CSendList::eData), "AA"_s, Qt::EditRole);
+        QCOMPARE(cell(list, 1, CSendList::eSent), "0"_s);
 
         QSettings settings;
         list.save(settings);
         CSendList loaded;
         loaded.load(settings);
         QCOMPARE(loaded.rowCount(), 2);
-        for (int column = CSendList::eId; column < CSendList::eColumnCount; ++column) {
+        for (int column = 0; column < CSendList::eColumnCount; ++column) {
             QCOMPARE(cell(loaded, 0, column), cell(list, 0, column));
+            QCOMPARE(cell(loaded, 1, column), cell(list, 1, column));
         }
         QVERIFY(loaded.item(0).sentOn.isEmpty());
     }
@@ -439,7 +476,9 @@ private Q_SLOTS:
         answer("10.0.0.6:30000"_s, "hall"_s);
         answer("10.0.0.7:30000"_s);
         answer("10.0.0.6:30000"_s, "twice"_s);
-        list.addFound(std::move(found));
+        const auto [count, added] = list.addFound(std::move(found));
+        QCOMPARE(count, 3);
+        QCOMPARE(added, 2);
         QCOMPARE(list.rowCount(), 3);
         QCOMPARE(list.at(1).name(), "hall (2)"_s);
         QCOMPARE(list.at(2).name(), "10.0.0.7:30000:TCP"_s);
@@ -450,7 +489,7 @@ private Q_SLOTS:
         for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
             answer("10.0.0.8:%1"_s.arg(port), "hall"_s);
         }
-        list.addFound(std::move(found));
+        QCOMPARE(list.addFound(std::move(found)).second, 1000);
         QCOMPARE(list.at(list.rowCount() - 1).name(), "hall (1002)"_s);
         QCOMPARE(events.size(), 1);
     }

@@ -39,6 +39,24 @@ class FormatsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void administration_data()
+    {
+        const auto row = columns<QByteArray, int>("text", "error"); // of the data
+        row("", "", 0);
+        row("00 01 02", "", 0);
+        row("05", "type 0", 0);
+        row("92 80 00", "type 1, error -32768", -32768);
+        row("90 00 00 00 AB", "type 1, checksum 00AB", 0);
+        row("90 FF FF FF FF", "type 1, error -1, checksum FFFF", -1);
+        row("F0 00", "type 7", 0);
+    }
+    void administration()
+    {
+        const CCanMessage shown = message(0x123, hex(rowName()));
+        QTEST(QByteArray::fromStdString(formatAdministration(shown)), "text");
+        QTEST(errorOf(shown), "error");
+    }
+
     void framer_data()
     {
         const auto row = columns<int, QByteArray, int, QByteArray>("command", "payload", "id", "frame");

@@ -18,11 +18,15 @@ constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH; ///< a blank and two d
 QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
 {
     const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return {{QStringLiteral("event"), sending ? QStringLiteral("sent") : QStringLiteral("received")},
-            {QStringLiteral("interface"), QString::fromLocal8Bit(name)},
-            {QStringLiteral("time"), static_cast<double>(microseconds) / 1e6},
-            {QStringLiteral("id"), message.id().value()},
-            {QStringLiteral("data"), QString::fromLatin1(data.toHex())}};
+    QJsonObject object{{QStringLiteral("event"), sending ? QStringLiteral("sent") : QStringLiteral("received")},
+                       {QStringLiteral("interface"), QString::fromLocal8Bit(name)},
+                       {QStringLiteral("time"), static_cast<double>(microseconds) / 1e6},
+                       {QStringLiteral("id"), message.id().value()},
+                       {QStringLiteral("data"), QString::fromLatin1(data.toHex())}};
+    if (const int error = CanLog::errorOf(message)) {
+        object.insert(QStringLiteral("error"), error);
+    }
+    return object;
 }
 
 /// A field of a line: without blanks.
@@ -120,6 +124,11 @@ QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& mess
     const int data = line.lastIndexOf(']') + 2; // a blank and two digits for each byte
     if (m_options.ascii) {
         line = line.leftJustified(data + DATA_COLUMNS) + "  '" + CanLog::formatAscii(message) + '\'';
+    }
+    if (CanLog::errorOf(message) != 0) {
+        line = m_output.paint(EColor::eRed, line + "  " + CanLog::formatAdministration(message).c_str());
+        source.last.insert_or_assign({message.id().value(), sending}, message);
+        return line;
     }
     if (sending) {
         return m_output.paint(EColor::eCyan, line);

@@ -10,6 +10,7 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QHostInfo>
 #include <QLabel>
 #include <QLineEdit>
 
@@ -23,14 +24,13 @@ struct AddDialog {
 };
 } // namespace
 
-void fillWithBitRates(QComboBox& box)
+QVector<std::pair<QString, QString>> bitRateTexts()
 {
-    box.addItem(AddDialog::tr("as the gateway has it"), GATEWAYS_BIT_RATE);
+    QVector<std::pair<QString, QString>> texts{{GATEWAYS_BIT_RATE, AddDialog::tr("as the gateway has it")}};
     for (const QString& rate : bitRates()) {
-        box.addItem(AddDialog::tr("%1 kbit/s").arg(rate), rate);
+        texts.append({rate, AddDialog::tr("%1 kbit/s").arg(rate)});
     }
-    box.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    box.setMinimumContentsLength(9);
+    return texts;
 }
 
 bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
@@ -44,8 +44,11 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
     auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     dialog.setWindowTitle(AddDialog::tr("Add interface"));
     address->setPlaceholderText(QStringLiteral("192.168.1.70:30000:TCP"));
-    address->setToolTip(AddDialog::tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway"));
-    fillWithBitRates(*baudrate);
+    address->setToolTip(
+        AddDialog::tr("ADDRESS[:PORT][:TCP|:UDP] of the gateway; a host name is replaced by its address"));
+    for (const auto& [rate, text] : bitRateTexts()) {
+        baudrate->addItem(text, rate);
+    }
     keep->setChecked(true);
     problem->setWordWrap(true);
     problem->hide();
@@ -61,9 +64,8 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
     layout->addStretch(1);
     layout->addWidget(buttons);
     QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
-        Result<Settings> settings =
-            readAddress(address->text().trimmed(), {{StoreKey::BAUDRATE, baudrate->currentData().toString()}});
+    const auto add = [&](const QString& place) {
+        Result<Settings> settings = readAddress(place, {{StoreKey::BAUDRATE, baudrate->currentData().toString()}});
         const Failure failure =
             settings ? interfaces.add(name->text().trimmed(), *settings, keep->isChecked()) : settings.problem();
         if (failure) { // the dialog stays open
@@ -72,6 +74,18 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
         } else {
             dialog.accept();
         }
+    };
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
+        const QString typed = address->text().trimmed();
+        const QString host = typed.section(QLatin1Char(':'), 0, 0);
+        if (host.isEmpty() || isAddress(typed)) {
+            add(typed);
+            return;
+        }
+        QHostInfo::lookupHost(host, &dialog, [&add, typed, host](const QHostInfo& info) {
+            const QHostAddress found = info.addresses().value(0);
+            add(found.isNull() ? typed : found.toString() + typed.mid(host.size()));
+        });
     });
     return dialog.exec() == QDialog::Accepted;
 }

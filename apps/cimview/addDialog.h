@@ -1,6 +1,10 @@
 #pragma once
 
-class QComboBox;
+#include <QString>
+#include <QVector>
+
+#include <utility>
+
 class QWidget;
 
 namespace vexmor::Apps::Cimview
@@ -12,8 +16,7 @@ class CInterfaceList;
 /// when the interface was added, false when the user cancelled.
 bool runAddDialog(CInterfaceList& interfaces, QWidget* parent);
 
-/// Fills a box with the bit rates of a CAN bus, each with its value in the store as data; the gateway's own is the
-/// first.
-void fillWithBitRates(QComboBox& box);
+/// The bit rates of a CAN bus as the store has them, each with its text for the user; the gateway's own is the first.
+QVector<std::pair<QString, QString>> bitRateTexts();
 
 } // namespace vexmor::Apps::Cimview

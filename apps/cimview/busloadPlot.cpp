@@ -14,26 +14,9 @@ constexpr int UPDATE_INTERVAL_MS = 500;
 constexpr int MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-constexpr int GAP = 4;         ///< between marks, labels and titles
-constexpr int KEY_SIZE = 9;    ///< of the coloured square before a name
-constexpr int NAME_GAP = 12;   ///< between a name and the next one
-constexpr int TITLE_LINES = 8; ///< a plot that is not as high as so many lines of text has no titles at its axes
-
-/// Returns places for keys and names of these widths, in rows. A name takes at most `longest` pixels.
-QVector<QRect> placesOf(const QVector<int>& widths, int longest, const QRect& row)
-{
-    QVector<QRect> places;
-    QPoint next = row.topLeft();
-    for (const int width : widths) {
-        const QSize size(KEY_SIZE + GAP + std::min(width, longest) + NAME_GAP, row.height());
-        if (next.x() + size.width() > row.right() && next.x() > row.left()) {
-            next = QPoint(row.left(), next.y() + row.height());
-        }
-        places.append(QRect(next, size));
-        next.rx() += size.width();
-    }
-    return places;
-}
+constexpr int GAP = 4;       ///< between marks, labels and titles
+constexpr int KEY_SIZE = 9;  ///< of the coloured square before a name
+constexpr int NAME_GAP = 12; ///< between a name and the next one
 } // namespace
 
 CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent) : QWidget(parent), m_history(history)
@@ -68,54 +51,47 @@ void CBusloadPlot::paintEvent(QPaintEvent* /*event*/)
 {
     const QFontMetrics metrics = fontMetrics();
     const int line = metrics.height();
-    const bool hasTitles = height() >= TITLE_LINES * line;
-    const int labels = line + GAP + (hasTitles ? line : 0);
 
     QPainter painter(this);
     SBusloadScale scale;
     scale.now = microsecondsNow();
-    const int labelWidth = metrics.horizontalAdvance(QStringLiteral("100")) + 2 * GAP;
-    const int left = labelWidth + (hasTitles ? line : 0);
-    scale.area = rect().adjusted(left, std::max(drawLegend(painter, left), line / 2), -labelWidth / 2, -labels);
+    const int left = metrics.horizontalAdvance(tr("%1 %").arg(100)) + 2 * GAP;
+    scale.area = rect().adjusted(left, std::max(drawLegend(painter, left), line / 2), -left / 2, -line - GAP);
     const int top = std::max(MIN_TOP_PERCENT, highest(scale));
     const int step = markStep(top, std::max(1, static_cast<int>(scale.area.height()) * 2 / (3 * line)));
     scale.topPercent = (top + step - 1) / step * step;
-    drawAxes(painter, scale, hasTitles);
+    drawAxes(painter, scale);
     drawCurves(painter, scale);
 }
 
-/// Draws the names of the interfaces in rows from `left` on, shortened where they would take more than a quarter of the
-/// height. Returns the height of the rows.
+/// Draws the names of the interfaces in a grid from `left` on, shortened where it would take more than a quarter of the
+/// height. Returns the height of the grid.
 int CBusloadPlot::drawLegend(QPainter& painter, int left) const
 {
     const QFontMetrics metrics = fontMetrics();
     const int line = metrics.height() + GAP;
-    const int room = std::max(1, height() / 4 / line) * line;
-    QVector<QString> names;
-    QVector<int> widths;
+    const auto count = static_cast<int>(m_history.samples().size());
+    int widest = 0;
     for (const auto& entry : m_history.samples()) {
-        names.append(entry.first);
-        widths.append(metrics.horizontalAdvance(entry.first) + 1); // which rounds down
+        widest = std::max(widest, KEY_SIZE + GAP + metrics.horizontalAdvance(entry.first) + 1 + NAME_GAP);
     }
-    const QRect row(left, 0, width() - left, line);
-    int longest = row.width();
-    QVector<QRect> places = placesOf(widths, longest, row);
-    while (longest > 0 && !places.empty() && places.last().bottom() >= room) {
-        longest -= GAP;
-        places = placesOf(widths, longest, row);
+    int rows = 1;
+    const auto columns = [&] { return std::max(1, (count + rows - 1) / rows); };
+    while (columns() > 1 && columns() * widest > width() - left && (rows + 1) * line <= height() / 4) {
+        ++rows;
     }
-    int bottom = 0;
-    for (int index = 0; index < places.size() && places[index].bottom() < room; ++index) {
-        const QRect key(places[index].left(), places[index].center().y() - KEY_SIZE / 2, KEY_SIZE, KEY_SIZE);
-        const QRect text = places[index].adjusted(KEY_SIZE + GAP, 0, -NAME_GAP, 0);
-        painter.fillRect(key, colourOf(index));
-        painter.drawText(text, Qt::AlignVCenter, metrics.elidedText(names[index], Qt::ElideMiddle, text.width()));
-        bottom = places[index].bottom() + 1;
+    const int cell = std::min(widest, (width() - left) / columns());
+    int index = 0;
+    for (const auto& entry : m_history.samples()) {
+        const QRect place(left + index % columns() * cell, index / columns() * line, cell - NAME_GAP, line);
+        const QRect text = place.adjusted(KEY_SIZE + GAP, 0, 0, 0);
+        painter.fillRect(place.left(), place.center().y() - KEY_SIZE / 2, KEY_SIZE, KEY_SIZE, colourOf(index++));
+        painter.drawText(text, Qt::AlignVCenter, metrics.elidedText(entry.first, Qt::ElideMiddle, text.width()));
     }
-    return bottom;
+    return count == 0 ? 0 : rows * line;
 }
 
-void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool hasTitles) const
+void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale) const
 {
     const QFontMetrics metrics = fontMetrics();
     const QRectF& area = scale.area;
@@ -136,7 +112,7 @@ void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool 
         painter.setPen(text);
         painter.drawLine(QPointF(x, area.bottom()), QPointF(x, area.bottom() + GAP));
         painter.drawText(QRectF(x - area.width() / 2, area.bottom() + GAP, area.width(), line), Qt::AlignHCenter,
-                         QString::number(seconds));
+                         tr("%1 s").arg(seconds));
     }
     const int step = markStep(scale.topPercent, std::max(1, static_cast<int>(area.height()) * 2 / (3 * line)));
     for (int percent = 0; percent <= scale.topPercent; percent += step) {
@@ -146,18 +122,10 @@ void CBusloadPlot::drawAxes(QPainter& painter, const SBusloadScale& scale, bool 
         painter.setPen(text);
         painter.drawLine(QPointF(area.left() - GAP, y), QPointF(area.left(), y));
         painter.drawText(QRectF(0, y - line, area.left() - 2 * GAP, 2 * line), Qt::AlignRight | Qt::AlignVCenter,
-                         QString::number(percent));
+                         tr("%1 %").arg(percent));
     }
     painter.drawLine(area.topLeft(), area.bottomLeft());
     painter.drawLine(area.bottomLeft(), area.bottomRight());
-    if (hasTitles) {
-        painter.drawText(QRectF(area.left(), area.bottom() + GAP + line, area.width(), line), Qt::AlignHCenter,
-                         tr("Seconds ago"));
-        painter.save();
-        painter.rotate(-90);
-        painter.drawText(QRectF(-area.bottom(), 0, area.height(), line), Qt::AlignHCenter, tr("Bus load [%]"));
-        painter.restore();
-    }
 }
 
 void CBusloadPlot::drawCurves(QPainter& painter, const SBusloadScale& scale) const

@@ -31,7 +31,7 @@ protected:
 private:
     void showSamples();
     int drawLegend(QPainter& painter, int left) const;
-    void drawAxes(QPainter& painter, const SBusloadScale& scale, bool hasTitles) const;
+    void drawAxes(QPainter& painter, const SBusloadScale& scale) const;
     void drawCurves(QPainter& painter, const SBusloadScale& scale) const;
     QColor colourOf(int index) const;
     int highest(const SBusloadScale& scale) const;

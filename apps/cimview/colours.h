@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/cimview/tableModel.h"
+
 #include <QApplication>
 #include <QPalette>
 #include <QStyle>
@@ -10,19 +12,35 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Text that makes no sense; readable on a light ground and on a dark one.
-constexpr QColor WRONG_TEXT(220, 50, 50);
-
 /// Colours of curves on a light background, distinguishable with colour blindness, too.
 constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
 /// The same for a dark background.
 constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
 
+inline bool isDark(const QColor& ground)
+{
+    constexpr int MIDDLE_LIGHTNESS = 128;
+    return ground.lightness() < MIDDLE_LIGHTNESS;
+}
+
 /// The colours of curves that can be seen on a ground.
 inline const std::array<QRgb, 6>& curveColours(const QColor& ground)
 {
-    constexpr int MIDDLE_LIGHTNESS = 128;
-    return ground.lightness() < MIDDLE_LIGHTNESS ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+    return isDark(ground) ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+}
+
+/// The colour of text that makes no sense, with a contrast of 4.5 to a ground at least.
+inline QColor wrongText(const QColor& ground)
+{
+    return isDark(ground) ? QColor(255, 135, 125) : QColor(195, 25, 25);
+}
+
+/// The ground of a marked cell, on which the usual text is read as well as on the usual ground.
+inline QColor groundOf(EMark mark, const QColor& usual)
+{
+    constexpr QRgb ON_LIGHT[] = {0xFFFFFFFF, 0xFFD2EFD2, 0xFFFFEDB0, 0xFFFFD0D0};
+    constexpr QRgb ON_DARK[] = {0xFF000000, 0xFF25502C, 0xFF5C4C14, 0xFF6E2C2C};
+    return QColor((isDark(usual) ? ON_DARK : ON_LIGHT)[static_cast<int>(mark)]);
 }
 
 /// A dark palette, for desktops that offer none.
@@ -30,7 +48,6 @@ inline QPalette darkPalette()
 {
     const QColor raised(60, 60, 64);
     QPalette palette(QColor(62, 62, 66), QColor(42, 42, 45));
-    // Lighter than the lines that the style draws around check boxes: they would not be seen on it.
     palette.setColor(QPalette::Base, QColor(54, 54, 58));
     palette.setColor(QPalette::AlternateBase, raised);
     palette.setColor(QPalette::Highlight, QColor(61, 133, 198));
@@ -46,13 +63,24 @@ inline QPalette darkPalette()
     return palette;
 }
 
+/// Where it is dark, makes the lines around check boxes light: the style draws them in a darker colour than the window.
+inline void markCheckBoxes(QPalette& palette)
+{
+    if (isDark(palette.color(QPalette::Base))) {
+        palette.setColor(QPalette::Window, palette.color(QPalette::WindowText));
+    }
+}
+
 /// Gives the whole application the dark palette, or the palette of its style.
 inline void setDark(bool dark)
 {
     if (dark) {
         QApplication::setStyle(QStringLiteral("Fusion"));
     }
-    QApplication::setPalette(dark ? darkPalette() : QApplication::style()->standardPalette());
+    QPalette palette = dark ? darkPalette() : QApplication::style()->standardPalette();
+    QApplication::setPalette(palette);
+    markCheckBoxes(palette);
+    QApplication::setPalette(palette, "QCheckBox");
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -3,11 +3,10 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/panelWidgets.h"
 
-#include <QHBoxLayout>
 #include <QPlainTextEdit>
-#include <QPushButton>
 #include <QSplitter>
 #include <QTableView>
+#include <QVBoxLayout>
 
 namespace vexmor::Apps::Cimview
 {
@@ -15,7 +14,7 @@ namespace vexmor::Apps::Cimview
 CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     : QWidget(parent), m_events(events), m_table(new QTableView(this)), m_text(new QPlainTextEdit(this))
 {
-    setUpTable(*m_table, events,
+    setUpTable(*m_table, tr("Events"), events,
                {QStringLiteral("00:00:00.000"), QStringLiteral("Some interface 1"), QStringLiteral("error 100"),
                 QStringLiteral("1000")});
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -23,26 +22,20 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);
     m_text->setPlaceholderText(tr("The whole text of the chosen event"));
+    m_text->setAccessibleName(m_text->placeholderText());
 
-    auto* const splitter = new QSplitter(Qt::Horizontal, this);
+    auto* const splitter = new QSplitter(Qt::Vertical, this);
     splitter->addWidget(m_table);
     splitter->addWidget(m_text);
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 2);
-    auto* const clear = new QPushButton(tr("&Clear events"), this);
-    auto* const buttons = new QVBoxLayout;
-    buttons->addWidget(clear);
-    buttons->addStretch(1);
-    auto* const layout = new QHBoxLayout(this);
-    layout->addWidget(splitter, 1);
-    layout->addLayout(buttons);
+    auto* const layout = new QVBoxLayout(this);
+    layout->addWidget(splitter);
+    m_table->addAction(makeAction(m_table, tr("&Clear events"), {}, [this] { m_events.clear(); }));
 
     connect(&events, &CEventModel::unreadChanged, this, [this](int unread) {
         if (unread > 0 && m_isInView) {
             m_events.markRead();
         }
     });
-    connect(clear, &QPushButton::clicked, &events, &CEventModel::clear);
     connect(&events, &QAbstractItemModel::rowsInserted, m_table, &QTableView::scrollToBottom);
     connect(&events, &QAbstractItemModel::modelReset, m_text, &QPlainTextEdit::clear);
     connect(m_table->selectionModel(), &QItemSelectionModel::currentChanged, this, &CEventPanel::showText);

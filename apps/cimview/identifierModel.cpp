@@ -12,8 +12,9 @@ constexpr double MICROSECONDS_PER_MS = 1000;
 } // namespace
 
 CIdentifierModel::CIdentifierModel(const CSourceNames& names)
-    : CTableModel({tr("ID"), tr("Interface"), tr("Dir"), tr("Count"), tr("Rate [1/s]"), tr("Period [ms]"), tr("Least"),
-                   tr("Greatest"), tr("Length"), tr("Data"), tr("ASCII"), tr("Last seen")}),
+    : CTableModel({tr("ID"), tr("Interface"), tr("Dir"), tr("Count"), tr("Rate [1/s]"), tr("Period [ms]"),
+                   tr("Min. period"), tr("Max. period"), tr("Data"), tr("ASCII"), tr("Last seen"),
+                   tr("Administration")}),
       m_names(names)
 {
 }
@@ -124,7 +125,7 @@ int CIdentifierModel::changedBytes(const SRow& row) const
 void CIdentifierModel::rowsChanged()
 {
     if (!m_rows.empty()) {
-        Q_EMIT dataChanged(index(0, eCount), index(rowCount() - 1, eLastSeen));
+        Q_EMIT dataChanged(index(0, eCount), index(rowCount() - 1, eAdmin));
     }
 }
 
@@ -142,6 +143,9 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     if (role == Qt::TextAlignmentRole && isNumber) {
         return static_cast<int>(Qt::AlignRight | Qt::AlignVCenter);
     }
+    if (role == MARK_ROLE && CanLog::errorOf(row.last.message) != 0) {
+        return static_cast<int>(EMark::eBad);
+    }
     if (role != Qt::DisplayRole && role != SORT_ROLE) {
         return {};
     }
@@ -150,19 +154,19 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     }
     switch (index.column()) {
     case eId:
-        return idText(row.last.message);
+        return m_names.idText(row.last.message);
     case eInterface:
         return m_names.name(row.last.source);
     case eDirection:
         return directionText(row.last.sent);
-    case eLength:
-        return row.last.message.length();
     case eData:
         return dataText(row.last.message);
     case eAscii:
         return asciiText(row.last.message);
     case eLastSeen:
         return timeText(row.last.microseconds).chopped(3);
+    case eAdmin:
+        return adminText(row.last.message);
     default:
         return {};
     }
@@ -183,8 +187,7 @@ void CIdentifierFilter::setMatcher(const CMessageMatcher& matcher)
 
 bool CIdentifierFilter::filterAcceptsRow(int row, const QModelIndex& /*parent*/) const
 {
-    const SBusRecord& record = m_model.record(row);
-    return m_matcher.matches(record, m_names.name(record.source));
+    return m_matcher.matches(m_model.record(row), m_names);
 }
 
 } // namespace vexmor::Apps::Cimview

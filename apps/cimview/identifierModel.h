@@ -33,10 +33,10 @@ public:
         ePeriod,
         eLeast,
         eGreatest,
-        eLength,
         eData,
         eAscii,
-        eLastSeen
+        eLastSeen,
+        eAdmin
     };
     /// Role of the data column: an int, bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;

@@ -101,11 +101,12 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
     return failure;
 }
 
-void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
+std::pair<int, int> CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
     QHash<QString, int> names;
     // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
     QSet<QString> ports;
+    QSet<QString> foundPorts;
     for (const auto& one : m_rows) {
         names.insert(one->info().uniqueName(), 1);
         ports.insert(one->info().port());
@@ -113,6 +114,7 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
     int count = 0;
     for (auto& canInterface : found) {
         Cim::CCommonInfo info = canInterface->commonInfo();
+        foundPorts.insert(info.port());
         if (ports.contains(info.port())) {
             continue;
         }
@@ -127,6 +129,7 @@ void CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> f
         const QString text = tr("%1 more were found, too many to be added. Are they real?").arg(count - MAX_ADDED);
         Q_EMIT eventRaised(eventNow(EEvent::eWarning, text));
     }
+    return {static_cast<int>(foundPorts.size()), std::min(count, MAX_ADDED)};
 }
 
 void CInterfaceList::insert(std::unique_ptr<Cim::CCanInterface> canInterface, bool isStored)
@@ -193,6 +196,22 @@ SEvent CInterfaceList::eventOf(const SErrorRecord& error) const
     return {error.microseconds, EEvent::eInterfaceError, name, error.error, error.count, text};
 }
 
+void CInterfaceList::noteErrors(const SDelivery& delivery)
+{
+    for (const auto& one : m_rows) {
+        const std::uint16_t source = m_names.numberOf(one->name());
+        const auto isReceived = [source](const auto& record) { return record.source == source && !record.sent; };
+        if (one->hasError() && std::any_of(delivery.records.begin(), delivery.records.end(), isReceived)) {
+            one->setError({});
+        }
+        for (const SErrorRecord& error : delivery.errors) { // after the messages
+            if (error.source == source && one->status().hasLink()) {
+                one->setError(eventOf(error).text.section(QLatin1Char('\n'), 0, 0).remove(QLatin1Char('.')));
+            }
+        }
+    }
+}
+
 SEvent CInterfaceList::eventOf(const SBusRecord& refused) const
 {
     const QString name = m_names.name(refused.source);
@@ -233,7 +252,7 @@ QString CInterfaceList::cellText(const CManagedInterface& shown, int column)
     case eFirmware:
         return info.firmwareVersion();
     case eState:
-        return connectionText(shown.status());
+        return shown.stateText();
     case eBusload:
         return shown.status().busload ? tr("%1 %").arg(*shown.status().busload) : QString();
     case eBaudrate:
@@ -251,9 +270,13 @@ QVariant CInterfaceList::data(const QModelIndex& index, int role) const
     const CManagedInterface& shown = at(index.row());
     if (role == Qt::ToolTipRole) {
         const Cim::CCommonInfo& info = shown.info();
-        return QStringList{info.description(), info.port(), info.interfaceId(), shown.status().reason}
+        const QString reason = shown.openFailure() ? shown.openFailure()->text : shown.status().reason;
+        return QStringList{info.description(), info.port(), info.interfaceId(), shown.stateText(), reason}
             .join(QLatin1Char('\n'))
             .trimmed();
+    }
+    if (role == MARK_ROLE && index.column() == eState) {
+        return static_cast<int>(shown.stateMark());
     }
     return role == Qt::DisplayRole ? cellText(shown, index.column()) : QVariant();
 }

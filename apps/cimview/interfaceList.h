@@ -6,6 +6,7 @@
 #include "apps/host/pluginFolder.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace vexmor::Apps::Cimview
@@ -30,7 +31,8 @@ public:
     Failure add(const QString& name, const Settings& settings, bool keep);
     /// Adds the interfaces that a scan found, without those that are in the list already. A name that is in use gets a
     /// number. Adds 1000 at most, since anything may answer a scan; an event reports how many were left out.
-    void addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
+    /// Returns how many were found, each counted once, and how many were added.
+    std::pair<int, int> addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
     /// Removes an interface, from the store as well. Only a closed one.
     void remove(int row);
 
@@ -44,6 +46,8 @@ public:
     Failure send(const QString& name, const Cim::CCanMessage& message) const;
     /// The row of the event log for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
+    /// Takes note of the errors of the interfaces, and of messages that show that a bus works.
+    void noteErrors(const SDelivery& delivery);
     /// The same of a message that was not sent.
     SEvent eventOf(const SBusRecord& refused) const;
     /// Shows the states anew, which have times in them.

@@ -4,15 +4,16 @@
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
-#include <QComboBox>
+#include <QActionGroup>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPointer>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QTableView>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -21,56 +22,30 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// How long a scan usually takes; the bar waits just before its end for a scan that takes longer.
-constexpr int USUAL_SCAN_MS = 4500;
-constexpr int LAST_STEP_MS = 100;
 constexpr int MOST_NAMED = 10; ///< in a question
-
-/// Returns the longest text of a state, which depends on the language.
-QString longestState()
-{
-    SInterfaceStatus open;
-    open.connection = EConnection::eOpen;
-    SInterfaceStatus lost;
-    lost.connection = EConnection::eLost;
-    const QString texts[] = {connectionText(open), connectionText(lost)};
-    return texts[0].size() > texts[1].size() ? texts[0] : texts[1];
-}
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
       m_workbench(workbench),
       m_table(new QTableView(this)),
-      m_baudrate(new QComboBox(this)),
-      m_progress(new QProgressBar(this)),
       m_hint(new QLabel(this)),
-      m_scanProgress(m_progress, "value")
+      m_baudrate(new QMenu(tr("&Baud rate"), this))
 {
     CInterfaceList& interfaces = m_workbench.interfaces();
     m_table->setObjectName(QStringLiteral("InterfaceColumns"));
-    setUpTable(*m_table, interfaces,
-               {QStringLiteral("Some interface 1"), longestState(), QStringLiteral("100 %"),
+    setUpTable(*m_table, tr("Interfaces"), interfaces,
+               {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet   "), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
     m_table->setSortingEnabled(true);
-    m_progress->setRange(0, USUAL_SCAN_MS);
-    m_progress->setTextVisible(false);
-    m_progress->hide();
-    m_scanProgress.setDuration(USUAL_SCAN_MS - LAST_STEP_MS);
-    m_scanProgress.setStartValue(0);
-    m_scanProgress.setEndValue(USUAL_SCAN_MS - LAST_STEP_MS);
-    fillWithBitRates(*m_baudrate);
-    m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
     makeActions();
     makeLayout();
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CInterfacePanel::updateActions);
     connect(&interfaces, &CInterfaceList::statesChanged, this, &CInterfacePanel::updateActions);
     connect(m_table, &QTableView::doubleClicked, this, [this] { (m_open->isEnabled() ? m_open : m_close)->trigger(); });
-    connect(m_baudrate, QOverload<int>::of(&QComboBox::activated), this,
-            [this] { setBaudrate(m_baudrate->currentData().toString()); });
-    connect(&m_workbench.scan(), &CInterfaceScan::finished, this, &CInterfacePanel::showScan);
+    connect(&m_workbench, &CWorkbench::scanEnded, this, &CInterfacePanel::showFound);
     m_table->selectRow(0);
     setFocusProxy(m_table);
     updateActions();
@@ -86,7 +61,8 @@ void CInterfacePanel::makeActions()
         };
     };
     m_open = makeAction(this, tr("&Open"), Qt::Key_F2, forSelected(&CManagedInterface::open));
-    m_close = makeAction(this, tr("&Close"), Qt::Key_F3, forSelected(&CManagedInterface::close));
+    m_close = makeAction(this, tr("&Close"), QKeySequence(QStringLiteral("Shift+F2")),
+                         forSelected(&CManagedInterface::close));
     m_add = makeAction(this, tr("&Add ..."), QKeySequence::New, &CInterfacePanel::addInterface);
     m_configure = makeAction(this, tr("Con&figure ..."), Qt::Key_F4, &CInterfacePanel::configure);
     m_store = makeAction(this, tr("&Store"), {}, forSelected(&CManagedInterface::store));
@@ -94,13 +70,27 @@ void CInterfacePanel::makeActions()
     m_remove = makeAction(this, tr("Re&move"), {}, &CInterfacePanel::removeSelected);
     m_scan = makeAction(this, tr("Scan &network"), Qt::Key_F5, &CInterfacePanel::startScan);
     m_simulate = makeAction(this, tr("Try a simu&lated gateway"), {}, &CInterfacePanel::simulate);
+    m_sendTo = makeAction(this, tr("Send on &this interface"), {}, [this] {
+        Q_EMIT sendTargetChosen(m_workbench.interfaces().at(selectedRows(*m_table).first()).name());
+    });
+    m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
+    auto* const rates = new QActionGroup(this);
+    for (const auto& [rate, text] : bitRateTexts()) {
+        QAction* const action = makeAction(this, text, {}, [this, rate = rate] { setBaudrate(rate); });
+        action->setData(rate);
+        action->setCheckable(true);
+        rates->addAction(action);
+    }
+    m_baudrate->addActions(rates->actions());
+    m_table->addActions({m_open, m_close, m_sendTo, m_configure, m_baudrate->menuAction(), m_store, m_remove});
 }
 
 void CInterfacePanel::makeLayout()
 {
     auto* const layout = new QVBoxLayout(this);
-    QToolBar* const bar = makeToolBar({m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan}, this);
-    bar->insertWidget(m_add, m_baudrate);
+    QToolBar* const bar = makeToolBar({m_open, m_close, m_scan, m_add, m_baudrate->menuAction(), m_configure}, this);
+    auto* const rates = qobject_cast<QToolButton*>(bar->widgetForAction(m_baudrate->menuAction()));
+    rates->setPopupMode(QToolButton::InstantPopup);
     layout->addWidget(bar);
     m_hint->setText(
         tr("No interfaces yet: <a href='scan'>scan the network</a>, <a href='add'>add</a> one by its address, or "
@@ -111,12 +101,12 @@ void CInterfacePanel::makeLayout()
     });
     layout->addWidget(m_hint);
     layout->addWidget(m_table, 1);
-    layout->addWidget(m_progress);
 }
 
 QList<QAction*> CInterfacePanel::interfaceActions() const
 {
-    return {m_open, m_close, m_add, m_configure, m_store, m_remove, m_scan, m_simulate};
+    return {m_open,  m_close,  m_sendTo, m_add,     m_configure, m_baudrate->menuAction(),
+            m_store, m_remove, m_scan,   m_simulate};
 }
 
 void CInterfacePanel::removeSelected()
@@ -199,7 +189,7 @@ void CInterfacePanel::confirmBitRate(const QString& name, int rate)
 void CInterfacePanel::startScan()
 {
     m_workbench.startScan();
-    showScan();
+    m_scan->setEnabled(!m_workbench.scan().isRunning());
 }
 
 void CInterfacePanel::simulate()
@@ -209,12 +199,19 @@ void CInterfacePanel::simulate()
     }
 }
 
-void CInterfacePanel::showScan()
+/// Selects the rows that a scan has added.
+void CInterfacePanel::showFound(int added)
 {
-    const bool running = m_workbench.scan().isRunning();
-    m_scan->setEnabled(!running);
-    m_progress->setVisible(running);
-    running ? m_scanProgress.start() : m_scanProgress.stop();
+    m_scan->setEnabled(true);
+    if (added == 0) {
+        return;
+    }
+    const QAbstractItemModel& model = *m_table->model();
+    const int last = model.rowCount() - 1;
+    const QItemSelection rows(model.index(last - added + 1, 0), model.index(last, 0));
+    m_table->selectionModel()->select(rows, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    m_table->scrollTo(model.index(last, 0));
+    m_table->scrollTo(model.index(last - added + 1, 0));
 }
 
 void CInterfacePanel::setBaudrate(const QString& rate)
@@ -242,9 +239,12 @@ void CInterfacePanel::updateActions()
     m_configure->setEnabled(oneClosed);
     m_remove->setEnabled(anyClosed);
     m_store->setEnabled(any([&](int row) { return !interfaces.at(row).isStored(); }));
+    m_sendTo->setEnabled(rows.size() == 1 && interfaces.at(rows.first()).isOpen());
     m_baudrate->setEnabled(anyClosed);
     const int rate = rows.isEmpty() ? 0 : interfaces.at(rows.first()).settings().baudrate();
-    m_baudrate->setCurrentIndex(m_baudrate->findData(QString::number(rate)));
+    for (QAction* const action : m_baudrate->actions()) {
+        action->setChecked(action->data() == QString::number(rate));
+    }
 }
 
 } // namespace vexmor::Apps::Cimview

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <QAction>
-#include <QPropertyAnimation>
 #include <QWidget>
 
-class QComboBox;
 class QLabel;
-class QProgressBar;
+class QMenu;
 class QTableView;
 
 namespace vexmor::Apps::Cimview
@@ -26,8 +24,12 @@ public:
     QList<QAction*> interfaceActions() const;
     /// Runs the plugin's dialog for the selected interface.
     void configure();
-    /// Starts a scan and shows its progress.
+    /// Starts a scan; the interfaces that it adds are selected.
     void startScan();
+
+Q_SIGNALS:
+    /// The user wants to send on this interface.
+    void sendTargetChosen(const QString& name);
 
 private:
     void makeActions();
@@ -36,15 +38,14 @@ private:
     void removeSelected();
     void addInterface();
     void simulate();
-    void showScan();
+    void showFound(int added);
     void setBaudrate(const QString& rate);
     void updateActions();
 
     CWorkbench& m_workbench;
     QTableView* m_table;
-    QComboBox* m_baudrate;
-    QProgressBar* m_progress;
     QLabel* m_hint; ///< what to do when there is no interface
+    QMenu* m_baudrate;
     QAction* m_open;
     QAction* m_close;
     QAction* m_add;
@@ -53,7 +54,7 @@ private:
     QAction* m_remove;
     QAction* m_scan;
     QAction* m_simulate;
-    QPropertyAnimation m_scanProgress; ///< of the bar, while a scan takes as long as usual
+    QAction* m_sendTo;
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -60,7 +60,7 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
 bool CLogActions::mayDiscardTrace()
 {
     return !m_workbench.feed().isUnsaved() ||
-           QMessageBox::warning(m_window, tr("Trace"), tr("There are messages that are not saved. Drop them?"),
+           QMessageBox::warning(m_window, tr("Trace"), tr("There are messages that are not saved. Discard them?"),
                                 QMessageBox::Discard | QMessageBox::Cancel,
                                 QMessageBox::Cancel) == QMessageBox::Discard;
 }

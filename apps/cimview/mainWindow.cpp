@@ -32,12 +32,13 @@ const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
 const QString DIRECTION = QStringLiteral("LogDirection");
+const QString ALONE = QStringLiteral("MessagesAlone");
 const QString DARK = QStringLiteral("Dark");
 /// Names of the tables whose columns are kept, and the keys of these.
-const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("TraceColumns"),
-                           QStringLiteral("IdentifierColumns")};
+const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("Trace"), QStringLiteral("Identifiers")};
 constexpr int RATE_INTERVAL_MS = 1000;
-constexpr QSize INITIAL_SIZE(1200, 820);
+constexpr int RESULT_MS = 10000; ///< for which the end of a task is shown in the status bar
+constexpr QSize INITIAL_SIZE(1500, 900);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
 
 /// Two nodes on the two wires of a bus.
@@ -63,10 +64,12 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     : m_workbench(workbench),
       m_interfaces(new CInterfacePanel(workbench)),
       m_messages(new CMessagePanel(workbench)),
+      m_send(new CSendPanel(workbench)),
       m_events(new CEventPanel(workbench.events())),
       m_logs(new CLogActions(workbench, this)),
       m_rate(new QLabel),
       m_unread(new QLabel),
+      m_alone(new QAction(tr("Messages a&lone"), this)),
       m_dark(new QAction(tr("D&ark"), this))
 {
     setWindowTitle(tr("CAN interfaces"));
@@ -74,27 +77,27 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     setCentralWidget(m_messages);
     setAcceptDrops(true); // a log
     setDockNestingEnabled(true);
-    QDockWidget* const interfaces =
-        addPanel(QStringLiteral("Interfaces"), tr("Interfaces"), m_interfaces, Qt::TopDockWidgetArea);
-    QDockWidget* const plot = addPanel(QStringLiteral("Busload"), tr("Bus load"),
-                                       new CBusloadPlot(workbench.busloads()), Qt::TopDockWidgetArea);
-    splitDockWidget(interfaces, plot, Qt::Horizontal);
-    QDockWidget* const send =
-        addPanel(QStringLiteral("Send"), tr("Send"), new CSendPanel(workbench), Qt::BottomDockWidgetArea);
-    m_eventDock = addPanel(QStringLiteral("Events"), tr("Events"), m_events, Qt::BottomDockWidgetArea);
+    QDockWidget* const interfaces = addPanel(QStringLiteral("Interfaces"), tr("Interfaces"), m_interfaces);
+    QDockWidget* const plot =
+        addPanel(QStringLiteral("Busload"), tr("Bus load"), new CBusloadPlot(workbench.busloads()));
+    QDockWidget* const send = addPanel(QStringLiteral("Send"), tr("Send"), m_send);
+    connect(m_interfaces, &CInterfacePanel::sendTargetChosen, m_send, &CSendPanel::chooseInterface);
+    m_eventDock = addPanel(QStringLiteral("Events"), tr("Events"), m_events);
     tabifyDockWidget(send, m_eventDock);
     connect(m_eventDock, &QDockWidget::visibilityChanged, m_events, &CEventPanel::setInView);
     makeMenus();
 
     statusBar()->addWidget(m_rate);
     statusBar()->addPermanentWidget(m_unread);
+    connect(&workbench, &CWorkbench::progressed, this,
+            [this](const QString& text, bool isEnd) { statusBar()->showMessage(text, isEnd ? RESULT_MS : 0); });
     connect(&m_rateTimer, &QTimer::timeout, this, &CMainWindow::showRate);
     m_rateTimer.start(RATE_INTERVAL_MS);
     connect(&workbench.events(), &CEventModel::unreadChanged, this, &CMainWindow::showUnread);
-    showUnread(workbench.events().unread());
+    showUnread();
     resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
-    resizeDocks({interfaces, plot}, {2, 1}, Qt::Horizontal);
-    resizeDocks({interfaces, send}, {INITIAL_SIZE.height() / 4, INITIAL_SIZE.height() / 4}, Qt::Vertical);
+    resizeDocks({interfaces}, {width() * 3 / 8}, Qt::Horizontal);
+    resizeDocks({interfaces, plot, send}, {5, 3, 7}, Qt::Vertical);
     send->raise(); // until the saved state is loaded
     loadState();
 }
@@ -104,19 +107,23 @@ CMainWindow::~CMainWindow() = default;
 void CMainWindow::prepareApplication()
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim")); // of the store, which all hosts share
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("cimview"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("cimview"));
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // always so since
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
 #endif
 }
 
-QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area)
+/// The panels are beside the messages, which have the height of the window, one below the other.
+QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel)
 {
+    panel->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Ignored); // to be folded: down to its title
     auto* const dock = new QDockWidget(title, this);
     dock->setObjectName(name); // the key of the dock in the saved state
     dock->setWidget(panel);
-    addDockWidget(area, dock);
+    addDockWidget(Qt::RightDockWidgetArea, dock);
     return dock;
 }
 
@@ -163,13 +170,34 @@ void CMainWindow::makeViewMenu()
     QAction* const toMessages = view->addAction(tr("Messages"), [this] { m_messages->setFocus(); });
     toMessages->setShortcut(QKeySequence(QStringLiteral("Ctrl+0")));
     view->addSeparator();
+    QMenu* const shown = createPopupMenu();
+    shown->setTitle(tr("&Shown panels"));
+    view->addMenu(shown);
+    m_alone->setCheckable(true);
+    m_alone->setShortcut(Qt::Key_F11);
+    connect(m_alone, &QAction::toggled, this, &CMainWindow::showAlone);
+    view->addAction(m_alone);
     m_dark->setCheckable(true);
     connect(m_dark, &QAction::toggled, this, &setDark);
     view->addAction(m_dark);
 }
 
-void CMainWindow::showUnread(int unread)
+/// Hides all panels, or shows them again as they were.
+void CMainWindow::showAlone(bool alone)
 {
+    if (!alone) {
+        restoreState(m_panels);
+        return;
+    }
+    m_panels = QMainWindow::saveState();
+    for (QDockWidget* const dock : findChildren<QDockWidget*>()) {
+        dock->hide();
+    }
+}
+
+void CMainWindow::showUnread()
+{
+    const int unread = m_workbench.events().unread(); // the panel in front may have read it meanwhile
     m_eventDock->setWindowTitle(unread == 0 ? tr("Events") : tr("Events (%1 new)").arg(unread));
     m_unread->setText(unread == 0 ? QString() : unread == 1 ? tr("1 new error") : tr("%1 new errors").arg(unread));
 }
@@ -191,6 +219,7 @@ void CMainWindow::loadState()
     settings.beginGroup(GROUP);
     restoreGeometry(settings.value(GEOMETRY).toByteArray());
     restoreState(settings.value(STATE).toByteArray());
+    m_alone->setChecked(settings.value(ALONE).toBool());
     m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
     m_logs->directionAction().setChecked(settings.value(DIRECTION).toBool());
     m_messages->loadState(settings);
@@ -205,7 +234,8 @@ void CMainWindow::saveState()
     QSettings settings;
     settings.beginGroup(GROUP);
     settings.setValue(GEOMETRY, saveGeometry());
-    settings.setValue(STATE, QMainWindow::saveState());
+    settings.setValue(STATE, m_alone->isChecked() ? m_panels : QMainWindow::saveState());
+    settings.setValue(ALONE, m_alone->isChecked());
     settings.setValue(DARK, m_dark->isChecked());
     settings.setValue(DIRECTION, m_logs->directionAction().isChecked());
     m_messages->saveState(settings);

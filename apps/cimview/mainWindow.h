@@ -14,10 +14,11 @@ class CEventPanel;
 class CInterfacePanel;
 class CLogActions;
 class CMessagePanel;
+class CSendPanel;
 class CWorkbench;
 
-/// The window: the messages in the middle, the other panels around them, to be moved or hidden. Keeps its state in the
-/// group "Cimview" of the settings store.
+/// The window: the messages on the left, the other panels beside them, to be moved, folded or hidden. Keeps its state
+/// in the group "Cimview" of the settings store.
 class CMainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -42,10 +43,11 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
-    QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel, Qt::DockWidgetArea area);
+    QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel);
     void makeMenus();
     void makeViewMenu();
-    void showUnread(int unread);
+    void showAlone(bool alone);
+    void showUnread();
     void showRate();
     void loadState();
     void saveState();
@@ -53,12 +55,15 @@ private:
     CWorkbench& m_workbench;
     CInterfacePanel* m_interfaces;
     CMessagePanel* m_messages;
+    CSendPanel* m_send;
     CEventPanel* m_events;
     CLogActions* m_logs;
     QDockWidget* m_eventDock;
     QLabel* m_rate;
     QLabel* m_unread;
+    QAction* m_alone;
     QAction* m_dark;
+    QByteArray m_panels; ///< their places, while the messages are alone
     QTimer m_rateTimer;
     std::uint64_t m_fetched = 0; ///< messages, when the rate was shown last
 };

@@ -19,6 +19,31 @@ const SInterfaceStatus& CManagedInterface::status() const
     return m_inUse ? m_inUse->status() : CLOSED;
 }
 
+QString CManagedInterface::stateText() const
+{
+    if (m_openFailure) {
+        return tr("not opened, code %1").arg(m_openFailure->code);
+    }
+    return hasError() ? QStringLiteral("%1, %2").arg(connectionText(status()), m_error) : connectionText(status());
+}
+
+EMark CManagedInterface::stateMark() const
+{
+    const EConnection connection = status().connection;
+    if (m_openFailure || hasError() || connection == EConnection::eLost) {
+        return EMark::eBad;
+    }
+    return connection == EConnection::eClosed      ? EMark::eNone
+           : connection == EConnection::eConnected ? EMark::eGood
+                                                   : EMark::eDoubtful;
+}
+
+void CManagedInterface::setError(const QString& text)
+{
+    m_error = text;
+    Q_EMIT changed();
+}
+
 bool CManagedInterface::isOpen() const
 {
     return !isClosed() && status().connection != EConnection::eConnecting;
@@ -67,6 +92,7 @@ void CManagedInterface::open()
     if (m_inUse) {
         return;
     }
+    m_openFailure.reset();
     std::unique_ptr<Cim::CCanInterface> clone(m_canInterface->clone());
     m_inUse = std::make_unique<CInterfaceInUse>(std::move(clone), m_mailbox, m_names.numberOf(name()),
                                                 CInterfaceInUse::EOpening::eOnce);
@@ -77,6 +103,7 @@ void CManagedInterface::open()
 void CManagedInterface::close()
 {
     m_inUse.reset();
+    m_openFailure.reset();
     onStatusChanged();
 }
 
@@ -91,11 +118,15 @@ void CManagedInterface::onStatusChanged()
     }
     const EConnection before = std::exchange(m_shown, current.connection);
     if (current.code != 0) { // it was not opened
-        report({current.reason, current.code});
+        m_openFailure = SProblem{current.reason, current.code};
+        report(*m_openFailure);
         m_inUse.reset();
     }
     if (!m_inUse) {
         m_cyclic.clear();
+    }
+    if (m_shown != before) {
+        m_error.clear(); // of the connection before
     }
     Q_EMIT changed();
     if (m_shown != before) {

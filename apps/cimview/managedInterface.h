@@ -2,6 +2,7 @@
 
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/sourceNames.h"
+#include "apps/cimview/tableModel.h"
 #include "apps/host/interfaceInUse.h"
 #include "apps/host/interfaceSettings.h"
 
@@ -31,6 +32,15 @@ public:
     const Cim::CCommonInfo& info() const { return m_canInterface->commonInfo(); }
     /// What is known of its connection.
     const SInterfaceStatus& status() const;
+    /// The same for the user: the connection, or why it was not opened; and the last error of the bus, until a message
+    /// shows that the bus works.
+    QString stateText() const;
+    EMark stateMark() const;
+    /// Why the last attempt to open it failed, if it did.
+    const Failure& openFailure() const { return m_openFailure; }
+    bool hasError() const { return !m_error.isEmpty(); }
+    /// The text of an error of the bus; empty: a message was received.
+    void setError(const QString& text);
     bool isClosed() const { return status().connection == EConnection::eClosed; }
     bool isStored() const { return m_isStored; }
     /// The interface that has the settings, always closed; only to be changed while this one is closed.
@@ -76,6 +86,8 @@ private:
     CSourceNames& m_names;
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;
+    Failure m_openFailure;
+    QString m_error;                            ///< the last of the bus
     std::set<int> m_cyclic;                     ///< keys of the messages that are sent cyclically
     EConnection m_shown = EConnection::eClosed; ///< the connection that was reported last
     bool m_wasOpen = false;                     ///< since it was closed last

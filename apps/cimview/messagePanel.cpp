@@ -1,12 +1,14 @@
 #include "apps/cimview/messagePanel.h"
 
-#include "apps/cimview/changedBytesDelegate.h"
+#include "apps/cimview/cellDelegates.h"
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
 #include <QActionGroup>
+#include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QScrollBar>
@@ -15,17 +17,19 @@
 #include <QTableView>
 #include <QToolBar>
 
+#include <functional>
+
 namespace vexmor::Apps::Cimview
 {
 namespace
 {
 const QString ID_FILTER = QStringLiteral("IdFilter");
 const QString TEXT_FILTER = QStringLiteral("TextFilter");
+const QString NAMES_FILE = QStringLiteral("IdentifierNames");
 const QString TAB = QStringLiteral("MessageTab");
 /// A filter is applied when the user stops typing: it goes over the whole trace.
 constexpr int FILTER_DELAY_MS = 250;
 constexpr int COUNT_INTERVAL_MS = 500;
-constexpr int SEND_INTERVAL_MS = 1000;
 } // namespace
 
 CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
@@ -35,6 +39,7 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
       m_identifiers(m_feed.identifiers(), workbench.names()),
       m_idEdit(new QLineEdit(this)),
       m_textEdit(new QLineEdit(this)),
+      m_findEdit(new QLineEdit(this)),
       m_counts(new QLabel(this)),
       m_tabs(new QTabWidget(this)),
       m_traceView(new QTableView(this)),
@@ -65,10 +70,15 @@ void CMessagePanel::makeActions()
     m_follow->setToolTip(
         tr("Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again."));
     m_clear = makeAction(this, tr("C&lear"), QKeySequence(QStringLiteral("Ctrl+L")), [this] { m_feed.clear(); });
-    m_find = makeAction(this, tr("&Find text"), QKeySequence::Find, [this] {
-        m_textEdit->setFocus();
-        m_textEdit->selectAll();
-    });
+    m_actions = {
+        m_pause,
+        m_follow,
+        m_clear,
+        makeAction(this, tr("&Find"), QKeySequence::Find, [this] { m_findEdit->setFocus(Qt::ShortcutFocusReason); }),
+        makeAction(this, tr("Find ne&xt"), QKeySequence::FindNext, [this] { find(true); }),
+        makeAction(this, tr("Find pre&vious"), QKeySequence::FindPrevious, [this] { find(false); }),
+        makeAction(this, tr("Load &names of identifiers ..."), {},
+                   [this] { loadNames(QFileDialog::getOpenFileName(this)); })};
     const std::pair<QString, CTraceModel::ETime> times[] = {
         {tr("Time of &day"), CTraceModel::ETime::eOfDay},
         {tr("Time since the &first"), CTraceModel::ETime::eSinceStart},
@@ -87,23 +97,34 @@ QWidget* CMessagePanel::makeFilterBar()
 {
     m_idEdit->setPlaceholderText(tr("all, or like 123  120:7F0"));
     m_textEdit->setPlaceholderText(tr("any text or data"));
-    m_textEdit->setToolTip(
-        tr("Shows only messages with this text in interface, direction, identifier, data or ASCII."));
+    m_textEdit->setToolTip(tr("Shows only messages with this text in any column."));
+    m_findEdit->setObjectName(QStringLiteral("Find"));
+    m_findEdit->setPlaceholderText(tr("any text or data"));
+    m_findEdit->setToolTip(tr("Goes to messages with this text in any column: next F3, previous Shift+F3."));
+    connect(m_findEdit, &QLineEdit::returnPressed, this, [this] { find(true); });
+    connect(m_findEdit, &QLineEdit::textChanged, this, [this] { markWrong(*m_findEdit, false); });
     m_filterTimer.setSingleShot(true);
     m_filterTimer.setInterval(FILTER_DELAY_MS);
     connect(&m_filterTimer, &QTimer::timeout, this, &CMessagePanel::applyFilter);
     auto* const bar = new QWidget(this);
     auto* const layout = new QHBoxLayout(bar);
     layout->setContentsMargins(0, 0, 0, 0);
-    for (const auto& [text, edit] : {std::pair(tr("Ide&ntifier:"), m_idEdit), std::pair(tr("Te&xt:"), m_textEdit)}) {
+    for (const auto& [text, edit] : {std::pair(tr("Ide&ntifier:"), m_idEdit), std::pair(tr("Te&xt:"), m_textEdit),
+                                     std::pair(tr("F&ind:"), m_findEdit)}) {
         edit->setClearButtonEnabled(true);
-        connect(edit, &QLineEdit::textChanged, &m_filterTimer, QOverload<>::of(&QTimer::start));
-        connect(edit, &QLineEdit::returnPressed, this, &CMessagePanel::applyFilter);
         layout->addWidget(makeLabel(text, edit));
         layout->addWidget(edit, 1);
     }
-    layout->addWidget(makeToolBar({m_pause, m_follow, m_clear}, bar));
-    layout->addWidget(m_counts);
+    for (const QLineEdit* const edit : {m_idEdit, m_textEdit}) {
+        connect(edit, &QLineEdit::textChanged, &m_filterTimer, QOverload<>::of(&QTimer::start));
+        connect(edit, &QLineEdit::returnPressed, this, &CMessagePanel::applyFilter);
+    }
+    auto* const corner = new QWidget(m_tabs); // in the row of the tabs, which is empty there
+    auto* const beside = new QHBoxLayout(corner);
+    beside->setContentsMargins(0, 0, 0, 0);
+    beside->addWidget(m_counts);
+    beside->addWidget(makeToolBar({m_pause, m_follow, m_clear}, corner));
+    m_tabs->setCornerWidget(corner);
     return bar;
 }
 
@@ -112,41 +133,86 @@ void CMessagePanel::makeTables()
     const QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     const QString data = QStringLiteral("00 11 22 33 44 55 66 77  ");
     m_traceView->setFont(fixed);
-    m_traceView->setObjectName(QStringLiteral("TraceColumns"));
-    setUpTable(*m_traceView, m_feed.trace(),
+    m_traceView->setObjectName(QStringLiteral("Trace"));
+    setUpTable(*m_traceView, tr("Trace"), m_feed.trace(),
                {QStringLiteral("00:00:00.000000"), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
-                QStringLiteral("7FF  "), QStringLiteral("8"), data});
-    m_traceView->setColumnHidden(CTraceModel::eAdmin, true); // for those who know these messages
+                QStringLiteral("7FF  "), data});
     m_identifierView->setFont(fixed);
-    m_identifierView->setObjectName(QStringLiteral("IdentifierColumns"));
+    m_identifierView->setObjectName(QStringLiteral("Identifiers"));
     m_identifierView->setItemDelegateForColumn(CIdentifierModel::eData, new CChangedBytesDelegate(this));
-    setUpTable(*m_identifierView, m_identifiers,
+    setUpTable(*m_identifierView, tr("Messages by identifier"), m_identifiers,
                {QStringLiteral("7FF  "), QStringLiteral("Some interface 1"), QStringLiteral("RX  "),
                 QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
-                QStringLiteral("10000.0"), QStringLiteral("10000.0"), QStringLiteral("8"), data,
-                QStringLiteral("12345678")});
+                QStringLiteral("10000.0"), QStringLiteral("10000.0"), data, QStringLiteral("12345678"),
+                QStringLiteral("00:00:00.000"), QStringLiteral("type 1, er")});
+    for (const int column : {CIdentifierModel::eAdmin, CIdentifierModel::eData}) { // what is looked at most comes first
+        QHeaderView* const header = m_identifierView->horizontalHeader();
+        header->moveSection(header->visualIndex(column), CIdentifierModel::eCount);
+    }
     m_identifierView->setSortingEnabled(true);
     m_identifierView->sortByColumn(CIdentifierModel::eId, Qt::AscendingOrder);
-    addRowActions(*m_traceView, [this](int row) { return m_feed.trace().record(row); });
-    addRowActions(*m_identifierView, [this](int row) {
-        return m_feed.identifiers().record(m_identifiers.mapToSource(m_identifiers.index(row, 0)).row());
-    });
+    addRowActions(*m_traceView);
+    addRowActions(*m_identifierView);
     followEnd();
 }
 
-void CMessagePanel::addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf)
+const SBusRecord& CMessagePanel::recordOf(const QTableView& view, int row) const
 {
-    const auto add = [&view, recordOf](const QString& text, const std::function<void(const SBusRecord&)>& act) {
-        view.addAction(makeAction(&view, text, {}, [&view, recordOf, act] {
+    return &view == m_traceView
+               ? m_feed.trace().record(row)
+               : m_feed.identifiers().record(m_identifiers.mapToSource(m_identifiers.index(row, 0)).row());
+}
+
+void CMessagePanel::addRowActions(QTableView& view)
+{
+    const auto add = [this, &view](const QString& text, const std::function<void(const SBusRecord&)>& act) {
+        view.addAction(makeAction(&view, text, {}, [this, &view, act] {
             if (view.currentIndex().isValid()) {
-                act(recordOf(view.currentIndex().row()));
+                act(recordOf(view, view.currentIndex().row()));
             }
         }));
     };
     add(tr("Show only this identifier"), [this](const auto& record) { m_idEdit->setText(idText(record.message)); });
-    add(tr("Add to the messages to send"), [this](const auto& record) {
-        m_workbench.sendList().add({record.message, SEND_INTERVAL_MS, {}});
+    add(tr("Hide this identifier"), [this](const auto& record) {
+        m_idEdit->setText(QStringLiteral("%1 %2~7FF").arg(m_idEdit->text(), idText(record.message)).trimmed());
     });
+    add(tr("Add to the messages to send"), [this](const auto& record) {
+        m_workbench.sendList().add({record.message, CSendList::DEFAULT_INTERVAL_MS, {}, {}});
+    });
+}
+
+/// Chooses the next or the previous row with the text to find, around the end.
+void CMessagePanel::find(bool forward)
+{
+    auto& view = *(m_tabs->currentIndex() == 0 ? m_traceView : m_identifierView);
+    const CMessageMatcher matcher({}, m_findEdit->text());
+    const int count = view.model()->rowCount();
+    const int current = view.currentIndex().isValid() ? view.currentIndex().row() : count - 1;
+    for (int i = 1; i <= count; ++i) {
+        const int row = (current + (forward ? i : count - i)) % count;
+        if (matcher.matches(recordOf(view, row), m_workbench.names())) {
+            m_follow->setChecked(false);
+            view.selectRow(row);
+            return;
+        }
+    }
+    markWrong(*m_findEdit);
+}
+
+void CMessagePanel::loadNames(const QString& path)
+{
+    if (path.isEmpty()) {
+        return;
+    }
+    if (const Failure failure = m_workbench.names().loadIds(path)) {
+        m_workbench.warn(failure->text);
+        return;
+    }
+    m_namesFile = path;
+    const int width = m_traceView->fontMetrics().horizontalAdvance(QStringLiteral("123 Name in the list"));
+    m_traceView->setColumnWidth(CTraceModel::eId, width);
+    m_identifierView->setColumnWidth(CIdentifierModel::eId, width);
+    applyFilter();
 }
 
 void CMessagePanel::followEnd()
@@ -204,7 +270,10 @@ void CMessagePanel::showCounts()
     } else if (m_feed.isPaused()) {
         m_counts->setText(tr("%L1 waiting").arg(m_feed.waitingCount()));
     } else {
-        m_counts->setText(tr("%L1 of %L2").arg(m_feed.trace().rowCount()).arg(m_feed.trace().size()));
+        const int shown = m_feed.trace().rowCount();
+        const auto hidden = m_feed.trace().size() - static_cast<std::size_t>(shown);
+        m_counts->setText(hidden == 0 ? tr("%L1 messages").arg(shown)
+                                      : tr("%L1, %L2 hidden by the filter").arg(shown).arg(hidden));
     }
 }
 
@@ -212,6 +281,7 @@ void CMessagePanel::loadState(QSettings& settings)
 {
     m_idEdit->setText(settings.value(ID_FILTER).toString());
     m_textEdit->setText(settings.value(TEXT_FILTER).toString());
+    loadNames(settings.value(NAMES_FILE).toString());
     m_tabs->setCurrentIndex(settings.value(TAB).toInt());
     applyFilter();
 }
@@ -220,6 +290,7 @@ void CMessagePanel::saveState(QSettings& settings) const
 {
     settings.setValue(ID_FILTER, m_idEdit->text());
     settings.setValue(TEXT_FILTER, m_textEdit->text());
+    settings.setValue(NAMES_FILE, m_namesFile);
     settings.setValue(TAB, m_tabs->currentIndex());
 }
 

@@ -7,8 +7,6 @@
 #include <QTimer>
 #include <QWidget>
 
-#include <functional>
-
 class QLabel;
 class QLineEdit;
 class QSettings;
@@ -30,7 +28,7 @@ public:
     explicit CMessagePanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
     /// For a menu.
-    QList<QAction*> messageActions() const { return {m_pause, m_follow, m_clear, m_find}; }
+    QList<QAction*> messageActions() const { return m_actions; }
     /// For a menu: which time the trace shows, one of several.
     QList<QAction*> timeActions() const { return m_times; }
     QAction& pauseAction() { return *m_pause; }
@@ -45,7 +43,10 @@ private:
     void makeActions();
     QWidget* makeFilterBar();
     void makeTables();
-    void addRowActions(QTableView& view, const std::function<SBusRecord(int)>& recordOf);
+    const SBusRecord& recordOf(const QTableView& view, int row) const;
+    void addRowActions(QTableView& view);
+    void find(bool forward);
+    void loadNames(const QString& path);
     void followEnd();
     void applyFilter();
     void showCounts();
@@ -55,6 +56,7 @@ private:
     CIdentifierFilter m_identifiers;
     QLineEdit* m_idEdit;
     QLineEdit* m_textEdit;
+    QLineEdit* m_findEdit;
     QLabel* m_counts;
     QTabWidget* m_tabs;
     QTableView* m_traceView;
@@ -62,8 +64,9 @@ private:
     QAction* m_pause;
     QAction* m_follow;
     QAction* m_clear;
-    QAction* m_find;
+    QList<QAction*> m_actions;
     QList<QAction*> m_times;
+    QString m_namesFile;     ///< the names of identifiers in use; empty: none
     QString m_filterProblem; ///< why the text in `m_idEdit` is no filter; empty: it is one
     QTimer m_filterTimer;
     QTimer m_countTimer;

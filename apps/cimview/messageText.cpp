@@ -14,8 +14,8 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// The text that the text filter searches, in upper case: direction, identifier, data with blanks and without, ASCII.
-/// Made for every message of a busy bus: without an allocation.
+/// The text that the text filter searches, in upper case: direction, identifier, data with blanks and without, ASCII,
+/// administration. Made for every message of a busy bus: without an allocation.
 class CSearchLine
 {
 public:
@@ -35,6 +35,10 @@ public:
         std::for_each(begin, end, [this](unsigned char byte) { appendHex(byte, 2); });
         append(' ');
         std::for_each(begin, end, [this](unsigned char byte) { append(upper(CanLog::asciiOf(byte))); });
+        append(' ');
+        for (const char letter : CanLog::formatAdministration(record.message)) {
+            append(upper(letter));
+        }
     }
     bool contains(const std::string& text) const
     {
@@ -54,7 +58,7 @@ private:
         }
     }
 
-    std::array<char, 64> m_text{}; ///< 3 + 3 + 24 + 1 + 16 + 1 + 8 at most
+    std::array<char, 96> m_text{}; ///< 3 + 3 + 24 + 1 + 16 + 1 + 8 + 1 + 6 + 14 + 15 at most
     std::size_t m_size = 0;
 };
 } // namespace
@@ -89,18 +93,7 @@ QString asciiText(const Cim::CCanMessage& message)
 
 QString adminText(const Cim::CCanMessage& message)
 {
-    if (message.length() == 0) {
-        return {};
-    }
-    Cim::CCanMessage copy = message; // the functions that read it are not const
-    QString text = QStringLiteral("type %1").arg(static_cast<int>(copy.messageType()));
-    if (const int error = copy.errorNumber()) {
-        text += QStringLiteral(", error %1").arg(error);
-    }
-    if (const int checksum = copy.deviceCheckSum()) {
-        text += QStringLiteral(", checksum %1").arg(static_cast<std::uint16_t>(checksum), 4, 16, QLatin1Char('0'));
-    }
-    return text;
+    return QString::fromStdString(CanLog::formatAdministration(message));
 }
 
 QString directionText(bool sent)
@@ -113,7 +106,7 @@ CMessageMatcher::CMessageMatcher(std::vector<SFilter> filters, const QString& te
 {
 }
 
-bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceName) const
+bool CMessageMatcher::matches(const SBusRecord& record, const CSourceNames& names) const
 {
     if (!passesFilters(m_filters, record.message)) {
         return false;
@@ -121,7 +114,9 @@ bool CMessageMatcher::matches(const SBusRecord& record, const QString& sourceNam
     if (m_text.isEmpty()) {
         return true;
     }
-    return CSearchLine(record).contains(m_searched) || sourceName.contains(m_text, Qt::CaseInsensitive);
+    return CSearchLine(record).contains(m_searched) ||
+           names.name(record.source).contains(m_text, Qt::CaseInsensitive) ||
+           names.idName(record.message).contains(m_text, Qt::CaseInsensitive);
 }
 
 Result<std::vector<SFilter>> readFilters(const QString& text)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/cimview/sourceNames.h"
 #include "apps/host/mailbox.h"
 #include "apps/host/messageFilter.h"
 
@@ -22,7 +23,7 @@ QString idText(const Cim::CCanMessage& message);
 QString dataText(const Cim::CCanMessage& message);
 /// A character for each byte, a dot for a byte that is none.
 QString asciiText(const Cim::CCanMessage& message);
-/// The meaning of the first byte by the rules of administration messages: type, error with number, device checksum.
+/// What the first byte says by the rules of administration messages; empty where it is 0.
 QString adminText(const Cim::CCanMessage& message);
 /// "TX" or "RX".
 QString directionText(bool sent);
@@ -31,11 +32,11 @@ QString directionText(bool sent);
 class CMessageMatcher
 {
 public:
-    /// `text` is searched in the interface's name, and in direction, identifier, data (with blanks and without) and
-    /// ASCII side by side, in upper or lower case. An empty text matches.
+    /// `text` is searched in the names of interface and identifier, and in direction, identifier, data (with blanks and
+    /// without), ASCII and administration side by side, in upper or lower case. An empty text matches.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
-    bool matches(const SBusRecord& record, const QString& sourceName) const;
+    bool matches(const SBusRecord& record, const CSourceNames& names) const;
 
 private:
     std::vector<SFilter> m_filters;

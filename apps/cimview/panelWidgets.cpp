@@ -1,5 +1,6 @@
 #include "apps/cimview/panelWidgets.h"
 
+#include "apps/cimview/cellDelegates.h"
 #include "apps/cimview/colours.h"
 
 #include <QApplication>
@@ -48,9 +49,11 @@ void chooseColumns(QTableView& table, const QPoint& place)
 }
 } // namespace
 
-void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples)
+void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& model, const QStringList& samples)
 {
+    table.setAccessibleName(name);
     table.setModel(&model);
+    table.setItemDelegate(new CMarkDelegate(&table));
     table.setSelectionBehavior(QAbstractItemView::SelectRows);
     table.setAlternatingRowColors(true);
     table.setShowGrid(false);
@@ -112,8 +115,8 @@ void markWrong(QWidget& widget, bool isWrong)
 {
     QPalette colours;
     if (isWrong) {
-        colours.setColor(QPalette::Text, WRONG_TEXT);
-        colours.setColor(QPalette::WindowText, WRONG_TEXT);
+        colours.setColor(QPalette::Text, wrongText(colours.color(QPalette::Base)));
+        colours.setColor(QPalette::WindowText, wrongText(colours.color(QPalette::Window)));
     }
     widget.setPalette(colours);
 }

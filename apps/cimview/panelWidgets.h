@@ -16,10 +16,10 @@ class QWidget;
 namespace vexmor::Apps::Cimview
 {
 
-/// Makes a table of compact rows of one height, selected as a whole; Tab leaves it, Ctrl+C and the context menu copy
-/// the selected rows. The first columns are wide enough for these samples and for their titles. Uses the font of the
-/// table.
-void setUpTable(QTableView& table, QAbstractItemModel& model, const QStringList& samples);
+/// Makes a table, with a name for screen readers, of compact rows of one height, selected as a whole; Tab leaves it,
+/// Ctrl+C and the context menu copy the selected rows. The first columns are wide enough for these samples and for
+/// their titles. Uses the font of the table.
+void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& model, const QStringList& samples);
 
 /// Returns the selected rows from top to bottom.
 QList<int> selectedRows(const QTableView& table);

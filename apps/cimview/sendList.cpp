@@ -5,6 +5,7 @@
 
 #include <QSettings>
 
+#include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimview
@@ -14,7 +15,8 @@ namespace
 const QString ARRAY = QStringLiteral("SendList");
 const QString FRAME = QStringLiteral("Frame");
 const QString INTERVAL = QStringLiteral("Interval");
-const QString COMMENT = QStringLiteral("Comment");
+const QString NAME = QStringLiteral("Comment");
+const QString INTERFACE = QStringLiteral("Interface");
 } // namespace
 
 Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data)
@@ -27,8 +29,9 @@ Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data)
     return CanLog::parseFrame(frame.toLatin1());
 }
 
-CSendList::CSendList()
-    : CTableModel({tr("Cyclic"), tr("Sent on"), tr("ID"), tr("Data"), tr("Interval [ms]"), tr("Comment")})
+CSendList::CSendList(Obstacle obstacle)
+    : CTableModel({tr("Cyclic"), tr("Name"), tr("ID"), tr("Data"), tr("Every [ms]"), tr("Sent"), tr("On")}),
+      m_obstacle(std::move(obstacle))
 {
 }
 
@@ -49,10 +52,21 @@ void CSendList::remove(int row)
     endRemoveRows();
 }
 
-void CSendList::setTarget(const QString& interface, const Failure& obstacle)
+void CSendList::countSent(const std::vector<SBusRecord>& records, const CSourceNames& names)
 {
-    m_target = interface;
-    m_obstacle = obstacle;
+    bool isNew = false;
+    for (const SBusRecord& record : records) {
+        for (auto item = m_items.begin(); record.sent && item != m_items.end(); ++item) {
+            if (record.message == item->message &&
+                names.name(record.source) == (item->sentOn.isEmpty() ? interfaceOf(*item) : item->sentOn)) {
+                ++item->sent;
+                isNew = true;
+            }
+        }
+    }
+    if (isNew) {
+        Q_EMIT dataChanged(index(0, eSent), index(rowCount() - 1, eSent));
+    }
 }
 
 void CSendList::stopAllBut(const QStringList& interfaces)
@@ -71,21 +85,22 @@ void CSendList::setSentOn(int row, const QString& interface)
     if (before == interface) {
         return;
     }
-    Q_EMIT dataChanged(index(row, eCyclic), index(row, eSentOn));
+    Q_EMIT dataChanged(index(row, 0), index(row, eColumnCount - 1));
     const bool ends = interface.isEmpty();
     Q_EMIT cyclicChanged(changed.key, ends ? before : interface, changed.message, ends ? 0 : changed.milliseconds);
 }
 
 void CSendList::load(QSettings& settings)
 {
-    const int count = settings.beginReadArray(ARRAY);
+    const int count = std::min(settings.beginReadArray(ARRAY), MAX_LOADED);
     for (int i = 0; i < count; ++i) {
         settings.setArrayIndex(i);
         if (auto message = CanLog::parseFrame(settings.value(FRAME).toByteArray())) {
             SSendItem item;
             item.message = *message;
             item.milliseconds = qBound(1, settings.value(INTERVAL, DEFAULT_INTERVAL_MS).toInt(), MAX_INTERVAL_MS);
-            item.comment = settings.value(COMMENT).toString();
+            item.name = settings.value(NAME).toString();
+            item.interface = settings.value(INTERFACE).toString();
             add(item);
         }
     }
@@ -100,7 +115,8 @@ void CSendList::save(QSettings& settings) const
         settings.setArrayIndex(i);
         settings.setValue(FRAME, QString::fromLatin1(CanLog::formatFrame(item(i).message)));
         settings.setValue(INTERVAL, item(i).milliseconds);
-        settings.setValue(COMMENT, item(i).comment);
+        settings.setValue(NAME, item(i).name);
+        settings.setValue(INTERFACE, item(i).interface);
     }
     settings.endArray();
 }
@@ -111,7 +127,7 @@ Qt::ItemFlags CSendList::flags(const QModelIndex& index) const
         return QAbstractTableModel::flags(index);
     }
     const Qt::ItemFlags common = QAbstractTableModel::flags(index);
-    if (index.column() == eSentOn) {
+    if (index.column() == eSent) {
         return common;
     }
     return common | (index.column() == eCyclic ? Qt::ItemIsUserCheckable : Qt::ItemIsEditable);
@@ -123,20 +139,25 @@ QVariant CSendList::data(const QModelIndex& index, int role) const
     if (role == Qt::CheckStateRole && index.column() == eCyclic) {
         return shown.sentOn.isEmpty() ? Qt::Unchecked : Qt::Checked;
     }
+    if (role == MARK_ROLE && !shown.sentOn.isEmpty()) {
+        return static_cast<int>(EMark::eGood);
+    }
     if (role != Qt::DisplayRole && role != Qt::EditRole) {
         return {};
     }
     switch (index.column()) {
-    case eSentOn:
-        return shown.sentOn;
+    case eName:
+        return shown.name;
     case eId:
         return idText(shown.message);
     case eData:
         return dataText(shown.message);
     case eInterval:
         return shown.milliseconds;
-    case eComment:
-        return shown.comment;
+    case eSent:
+        return QString::number(shown.sent);
+    case eInterface:
+        return shown.sentOn.isEmpty() ? shown.interface : shown.sentOn;
     default:
         return {};
     }
@@ -146,11 +167,13 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
 {
     if (role == Qt::CheckStateRole && index.column() == eCyclic) {
         const bool starts = value.toInt() == Qt::Checked;
-        if (starts && m_obstacle) {
-            Q_EMIT refused(m_obstacle->text);
+        const QString interface = interfaceOf(item(index.row()));
+        const Failure obstacle = starts && m_obstacle ? m_obstacle(interface) : Failure();
+        if (obstacle) {
+            Q_EMIT refused(obstacle->text);
             return false;
         }
-        setSentOn(index.row(), starts ? m_target : QString());
+        setSentOn(index.row(), starts ? interface : QString());
         return true;
     }
     if (role != Qt::EditRole) {
@@ -162,7 +185,9 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
         return false;
     }
     Q_EMIT dataChanged(index, index);
-    if (!changed.sentOn.isEmpty() && index.column() != eComment) {
+    if (index.column() == eInterface) { // on the other one it begins when the user wants it
+        setSentOn(index.row(), QString());
+    } else if (!changed.sentOn.isEmpty() && index.column() != eName) {
         Q_EMIT cyclicChanged(changed.key, changed.sentOn, changed.message, changed.milliseconds);
     }
     return true;
@@ -170,8 +195,8 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
 
 Failure CSendList::edit(SSendItem& item, int column, const QString& text)
 {
-    if (column == eComment) {
-        item.comment = text;
+    if (column == eName || column == eInterface) {
+        (column == eName ? item.name : item.interface) = text;
         return {};
     }
     if (column == eInterval) {
@@ -188,6 +213,7 @@ Failure CSendList::edit(SSendItem& item, int column, const QString& text)
         return message.problem();
     }
     item.message = *message;
+    item.sent = 0;
     return {};
 }
 

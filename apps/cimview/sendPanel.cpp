@@ -4,31 +4,30 @@
 #include "apps/cimview/workbench.h"
 
 #include <QComboBox>
+#include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QSpinBox>
+#include <QSettings>
 #include <QTableView>
 
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
 {
+const QString LIST_TYPE = QStringLiteral("*.ini");
 
 CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     : QWidget(parent),
       m_workbench(workbench),
       m_interface(new QComboBox(this)),
-      m_id(new QLineEdit(this)),
-      m_data(new QLineEdit(this)),
-      m_interval(new QSpinBox(this)),
-      m_send(new QPushButton(tr("&Send"), this)),
       m_add(new QPushButton(tr("Add to &list"), this)),
-      m_sendSelected(new QPushButton(tr("Send c&hosen"), this)),
       m_stop(new QPushButton(tr("S&top all"), this)),
-      m_remove(new QPushButton(tr("Remove"), this)),
+      m_id(new QLineEdit(this)), // made in reading order, as Tab goes
+      m_data(new QLineEdit(this)),
+      m_send(new QPushButton(tr("&Send"), this)),
       m_table(new QTableView(this)),
       m_problem(new QLabel(this))
 {
@@ -36,7 +35,7 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
     makeLayout();
     connectWidgets();
     showInterfaces();
-    setFocusProxy(m_id);
+    setFocusProxy(m_interface);
 }
 
 void CSendPanel::makeWidgets()
@@ -49,46 +48,43 @@ void CSendPanel::makeWidgets()
     m_id->setFont(fixed);
     m_data->setFont(fixed);
     m_id->setMaximumWidth(QFontMetrics(fixed).horizontalAdvance(QStringLiteral("7FF")) * 3);
-    m_interval->setRange(1, CSendList::MAX_INTERVAL_MS);
-    m_interval->setValue(CSendList::DEFAULT_INTERVAL_MS);
-    m_interval->setSuffix(tr(" ms"));
-    m_interval->setToolTip(tr("Time from one message to the next, for cyclic sending from the list"));
     m_table->setFont(fixed);
-    setUpTable(*m_table, m_workbench.sendList(),
-               {QString(), QStringLiteral("Some interface 1"), QStringLiteral("7FF"),
-                QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("3600000")});
-    markWrong(*m_problem);
+    setUpTable(*m_table, tr("Messages to send"), m_workbench.sendList(),
+               {QString(), QStringLiteral("Some name"), QStringLiteral("7FF"),
+                QStringLiteral("00 11 22 33 44 55 66 77"), QStringLiteral("36000"), QStringLiteral("100,000")});
+    for (QAction* const action :
+         {makeAction(m_table, tr("Send c&hosen"), QKeySequence(QStringLiteral("Ctrl+Return")),
+                     [this] { sendSelected(); }),
+          makeAction(m_table, tr("Send on the interface above"), {}, [this] { moveSelected(); }),
+          makeAction(m_table, tr("Remove"), QKeySequence::Delete, [this] { removeSelected(); }),
+          makeAction(m_table, tr("Load list ..."), {}, [this] { loadList(); }),
+          makeAction(m_table, tr("Save list ..."), {}, [this] { saveList(); })}) {
+        action->setShortcutContext(Qt::WidgetShortcut);
+        m_table->addAction(action);
+    }
     m_problem->setWordWrap(true);
     m_problem->setObjectName(QStringLiteral("Problem"));
 }
 
 void CSendPanel::makeLayout()
 {
+    auto* const place = new QHBoxLayout;
+    place->addWidget(makeLabel(tr("&On:"), m_interface));
+    place->addWidget(m_interface, 1);
+    place->addWidget(m_add);
+    place->addWidget(m_stop);
     auto* const typed = new QHBoxLayout;
-    typed->addWidget(makeLabel(tr("&On:"), m_interface));
-    typed->addWidget(m_interface, 1);
     typed->addWidget(makeLabel(tr("I&D:"), m_id));
     typed->addWidget(m_id);
     typed->addWidget(makeLabel(tr("Dat&a:"), m_data));
     typed->addWidget(m_data, 2);
     typed->addWidget(m_send);
-    auto* const list = new QHBoxLayout;
-    list->addWidget(makeLabel(tr("&Every"), m_interval));
-    list->addWidget(m_interval);
-    list->addWidget(m_add);
-    list->addStretch(1);
-    for (QPushButton* const button : {m_sendSelected, m_stop, m_remove}) {
-        list->addWidget(button);
-    }
     auto* const layout = new QVBoxLayout(this);
+    layout->addLayout(place);
     layout->addLayout(typed);
-    layout->addLayout(list);
     layout->addWidget(m_table, 1);
     layout->addWidget(m_problem);
     m_problem->hide();
-    setTabOrder(m_data, m_send);
-    setTabOrder(m_send, m_interval);
-    setTabOrder(m_interval, m_add);
 }
 
 void CSendPanel::connectWidgets()
@@ -101,8 +97,6 @@ void CSendPanel::connectWidgets()
     connect(m_data, &QLineEdit::textChanged, this, &CSendPanel::markTyped);
     connect(m_interface, QOverload<int>::of(&QComboBox::activated), this, &CSendPanel::choose);
     connect(m_add, &QPushButton::clicked, this, &CSendPanel::addTyped);
-    connect(m_sendSelected, &QPushButton::clicked, this, &CSendPanel::sendSelected);
-    connect(m_remove, &QPushButton::clicked, this, &CSendPanel::removeSelected);
     connect(m_stop, &QPushButton::clicked, &list, &CSendList::stopAll);
     connect(&list, &CSendList::cyclicChanged, this, &CSendPanel::setCyclic);
     connect(&list, &CSendList::refused, this, &CSendPanel::showProblem);
@@ -126,6 +120,12 @@ void CSendPanel::showInterfaces()
     choose();
 }
 
+void CSendPanel::chooseInterface(const QString& name)
+{
+    m_interface->setCurrentIndex(std::max(0, m_interface->findData(name)));
+    choose();
+}
+
 QString CSendPanel::chosenInterface() const
 {
     return m_interface->currentData().toString();
@@ -133,8 +133,7 @@ QString CSendPanel::chosenInterface() const
 
 void CSendPanel::choose()
 {
-    const QString chosen = chosenInterface();
-    m_workbench.sendList().setTarget(chosen, m_workbench.interfaces().sendObstacle(chosen));
+    m_workbench.sendList().setTarget(chosenInterface());
 }
 
 /// Half a byte may still become a whole one; everything else that is wrong is marked at once.
@@ -157,28 +156,37 @@ std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 void CSendPanel::sendTyped()
 {
     if (const auto message = typedMessage()) {
-        send(*message);
+        send(chosenInterface(), *message);
     }
 }
 
 void CSendPanel::addTyped()
 {
     if (const auto message = typedMessage()) {
-        m_workbench.sendList().add({*message, m_interval->value(), {}});
+        m_workbench.sendList().add({*message, CSendList::DEFAULT_INTERVAL_MS, {}, chosenInterface()});
     }
 }
 
 void CSendPanel::sendSelected()
 {
-    for (const QModelIndex& row : m_table->selectionModel()->selectedRows()) {
-        send(m_workbench.sendList().item(row.row()).message);
+    const CSendList& list = m_workbench.sendList();
+    for (const int row : selectedRows(*m_table)) {
+        send(list.interfaceOf(list.item(row)), list.item(row).message);
     }
 }
 
-void CSendPanel::send(const Cim::CCanMessage& message)
+void CSendPanel::send(const QString& interface, const Cim::CCanMessage& message)
 {
-    const Failure failure = m_workbench.interfaces().send(chosenInterface(), message);
+    const Failure failure = m_workbench.interfaces().send(interface, message);
     showProblem(failure ? failure->text : QString());
+}
+
+void CSendPanel::moveSelected()
+{
+    CSendList& list = m_workbench.sendList();
+    for (const int row : selectedRows(*m_table)) {
+        list.setData(list.index(row, CSendList::eInterface), chosenInterface(), Qt::EditRole);
+    }
 }
 
 void CSendPanel::removeSelected()
@@ -186,6 +194,30 @@ void CSendPanel::removeSelected()
     const QList<int> rows = selectedRows(*m_table);
     // From the last row, so that the rows before keep their numbers.
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.sendList().remove(row); });
+}
+
+void CSendPanel::loadList()
+{
+    const QString path = QFileDialog::getOpenFileName(this, tr("Load list"), QString(), LIST_TYPE);
+    if (path.isEmpty()) {
+        return;
+    }
+    QSettings file(path, QSettings::IniFormat);
+    const int before = m_workbench.sendList().rowCount();
+    m_workbench.sendList().load(file);
+    showProblem(m_workbench.sendList().rowCount() > before ? QString() : tr("%1: no messages to send").arg(path));
+}
+
+void CSendPanel::saveList()
+{
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save list"), QStringLiteral("messages.ini"), LIST_TYPE);
+    if (path.isEmpty()) {
+        return;
+    }
+    QSettings file(path, QSettings::IniFormat);
+    m_workbench.sendList().save(file);
+    file.sync();
+    showProblem(file.status() == QSettings::NoError ? QString() : tr("%1 cannot be written").arg(path));
 }
 
 void CSendPanel::setCyclic(int key, const QString& interface, const Cim::CCanMessage& message, int milliseconds)
@@ -199,6 +231,7 @@ void CSendPanel::setCyclic(int key, const QString& interface, const Cim::CCanMes
 
 void CSendPanel::showProblem(const QString& text)
 {
+    markWrong(*m_problem); // in the colours of now
     m_problem->setText(text);
     m_problem->setVisible(!text.isEmpty());
 }

@@ -10,7 +10,6 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
-class QSpinBox;
 class QTableView;
 
 namespace vexmor::Apps::Cimview
@@ -18,13 +17,16 @@ namespace vexmor::Apps::Cimview
 
 class CWorkbench;
 
-/// Sends messages on an interface that is open: one that is typed, or those of the list, once or cyclically.
+/// Sends messages on interfaces that are open: one that is typed, or those of the list, once or cyclically.
 class CSendPanel : public QWidget
 {
     Q_OBJECT
 
 public:
     explicit CSendPanel(CWorkbench& workbench, QWidget* parent = nullptr);
+
+    /// Chooses the interface to send on, when it is open.
+    void chooseInterface(const QString& name);
 
 private:
     void makeWidgets();
@@ -40,21 +42,21 @@ private:
     void sendTyped();
     void addTyped();
     void sendSelected();
+    void moveSelected();
     void removeSelected();
     void setCyclic(int key, const QString& interface, const Cim::CCanMessage& message, int milliseconds);
-    void send(const Cim::CCanMessage& message);
+    void loadList();
+    void saveList();
+    void send(const QString& interface, const Cim::CCanMessage& message);
     void showProblem(const QString& text);
 
     CWorkbench& m_workbench;
     QComboBox* m_interface;
+    QPushButton* m_add;
+    QPushButton* m_stop;
     QLineEdit* m_id;
     QLineEdit* m_data;
-    QSpinBox* m_interval;
     QPushButton* m_send;
-    QPushButton* m_add;
-    QPushButton* m_sendSelected;
-    QPushButton* m_stop;
-    QPushButton* m_remove;
     QTableView* m_table;
     QLabel* m_problem;
 };

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "canlog/problem.h"
+#include "cim/canMessage.h"
+
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -9,8 +12,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The names of interfaces by number, so that a record needs two bytes for the name. A name keeps its number until the
-/// program ends, also after its interface was removed. Window thread only.
+/// The names of interfaces by number, and those that the user has for identifiers. Interfaces have numbers so that a
+/// record needs two bytes for the name. A name keeps its number until the program ends, also after its interface was
+/// removed. Window thread only.
 class CSourceNames
 {
 public:
@@ -30,9 +34,18 @@ public:
     }
     QString name(std::uint16_t number) const { return m_names.value(number); }
 
+    /// Replaces the names of identifiers by those of a file, which has an identifier and its name in each line, or is a
+    /// comment from # on.
+    Failure loadIds(const QString& path);
+    /// The name of an identifier; empty: it has none.
+    QString idName(const Cim::CCanMessage& message) const { return m_idNames.value(message.id().value()); }
+    /// The identifier, and its name if it has one.
+    QString idText(const Cim::CCanMessage& message) const;
+
 private:
     QStringList m_names;
     QHash<QString, std::uint16_t> m_numbers;
+    QHash<std::uint16_t, QString> m_idNames;
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -6,6 +6,11 @@
 namespace vexmor::Apps::Cimview
 {
 
+/// How good or bad that is which a cell says; the view colours its ground.
+enum class EMark { eNone, eGood, eDoubtful, eBad };
+/// Role of an EMark.
+constexpr int MARK_ROLE = Qt::UserRole + 10;
+
 /// What the table models of this window have in common: a number of rows, none of which has children, and titles of
 /// columns that never change.
 class CTableModel : public QAbstractTableModel

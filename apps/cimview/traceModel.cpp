@@ -1,13 +1,14 @@
 #include "apps/cimview/traceModel.h"
 
+#include "canlog/candumpLog.h"
+
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
 {
 
 CTraceModel::CTraceModel(const CSourceNames& names, std::size_t capacity)
-    : CTableModel({tr("Time"), tr("Interface"), tr("Dir"), tr("ID"), tr("Length"), tr("Data"), tr("ASCII"),
-                   tr("Administration")}),
+    : CTableModel({tr("Time"), tr("Interface"), tr("Dir"), tr("ID"), tr("Data"), tr("ASCII"), tr("Administration")}),
       m_names(names),
       m_capacity(capacity)
 {
@@ -97,7 +98,7 @@ QString CTraceModel::shownTime(int row) const
 
 bool CTraceModel::matches(const SBusRecord& record) const
 {
-    return m_matcher.matches(record, m_names.name(record.source));
+    return m_matcher.matches(record, m_names);
 }
 
 const SBusRecord& CTraceModel::record(int row) const
@@ -121,6 +122,9 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     if (role == Qt::ToolTipRole && index.column() == eTime) {
         return dateText(shown.microseconds);
     }
+    if (role == MARK_ROLE && CanLog::errorOf(shown.message) != 0) {
+        return static_cast<int>(EMark::eBad);
+    }
     if (role != Qt::DisplayRole) {
         return {};
     }
@@ -132,9 +136,7 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     case eDirection:
         return directionText(shown.sent);
     case eId:
-        return idText(shown.message);
-    case eLength:
-        return shown.message.length();
+        return m_names.idText(shown.message);
     case eData:
         return dataText(shown.message);
     case eAscii:

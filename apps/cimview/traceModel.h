@@ -20,7 +20,7 @@ class CTraceModel : public CTableModel
     Q_OBJECT
 
 public:
-    enum EColumn { eTime, eInterface, eDirection, eId, eLength, eData, eAscii, eAdmin };
+    enum EColumn { eTime, eInterface, eDirection, eId, eData, eAscii, eAdmin };
     static constexpr std::size_t CAPACITY = 500000;
     enum class ETime {
         eOfDay,

@@ -57,14 +57,26 @@ void CWorkbench::startScan()
 {
     if (!m_scan.isRunning() && m_scan.start()) {
         warn(tr("No scan could be started."));
+    } else {
+        Q_EMIT progressed(tr("Scanning the network, which takes over 4 s ..."), false);
     }
 }
 
 void CWorkbench::addFound()
 {
-    const auto count = m_scan.found().size();
-    m_interfaces.addFound(std::move(m_scan.found()));
-    note(tr("Scan finished, interfaces found: %1").arg(count));
+    const auto [count, added] = m_interfaces.addFound(std::move(m_scan.found()));
+    const QString text = tr("Scan finished: %1 found, %2 new").arg(count).arg(added);
+    if (count > 0) {
+        note(text);
+    } else {
+        warn(tr("Scan finished: no gateway answered. Look at these in turn:\n"
+                "- Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.\n"
+                "- Has this computer an address in the gateway's subnet?\n"
+                "- Does a firewall drop UDP datagrams from port 33333?\n"
+                "- Behind a router: add the interface by its address."));
+    }
+    Q_EMIT progressed(count > 0 ? text : tr("%1. What to look at stands in Events.").arg(text), true);
+    Q_EMIT scanEnded(added);
 }
 
 void CWorkbench::note(const QString& text)
@@ -84,6 +96,8 @@ void CWorkbench::fetch()
     m_fetched += m_delivery.records.size();
     m_feed.addLive(m_delivery.records);
     m_recorder.record(m_delivery.records);
+    m_sendList.countSent(m_delivery.records, m_names);
+    m_interfaces.noteErrors(m_delivery);
     for (const SErrorRecord& error : m_delivery.errors) {
         m_events.add(m_interfaces.eventOf(error));
     }

@@ -52,6 +52,12 @@ public:
     /// The same about something that was lost or did not work: counted as unread.
     void warn(const QString& text);
 
+Q_SIGNALS:
+    /// A scan has ended, and has added so many interfaces behind those of before.
+    void scanEnded(int added);
+    /// How a task goes on that takes some time; without an end: until the next text.
+    void progressed(const QString& text, bool isEnd);
+
 private:
     void addFound();
     void fetch();
@@ -66,7 +72,7 @@ private:
     CInterfaceScan m_scan;
     CMessageFeed m_feed;
     CEventModel m_events;
-    CSendList m_sendList;
+    CSendList m_sendList{[this](const QString& name) { return m_interfaces.sendObstacle(name); }};
     CBusloadHistory m_busloads;
     QTimer m_fetchTimer;
     QTimer m_sampleTimer;

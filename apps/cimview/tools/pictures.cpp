@@ -60,8 +60,8 @@ void fillSendList(CSendList& list)
 {
     unsigned char mute[] = {0x10, 0x01};
     unsigned char level[] = {0x20, 0x00, 0x7F, 0xFF};
-    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x301), sizeof mute, mute), 1000, CSendList::tr("mute")});
-    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x302), sizeof level, level), 50, CSendList::tr("level")});
+    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x301), sizeof mute, mute), 1000, CSendList::tr("mute"), {}});
+    list.add({Cim::CCanMessage(Cim::CCanId::fromValue(0x302), sizeof level, level), 50, CSendList::tr("level"), {}});
 }
 
 void showTraffic(CWorkbench& workbench, CMainWindow& window, const QString& folder)

@@ -12,10 +12,6 @@
         <translation>Schnittstelle hinzufügen</translation>
     </message>
     <message>
-        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway</source>
-        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways</translation>
-    </message>
-    <message>
         <source>&amp;Name:</source>
         <translation>&amp;Name:</translation>
     </message>
@@ -34,6 +30,10 @@
     <message>
         <source>&amp;Baud rate:</source>
         <translation>&amp;Baudrate:</translation>
+    </message>
+    <message>
+        <source>ADDRESS[:PORT][:TCP|:UDP] of the gateway; a host name is replaced by its address</source>
+        <translation>ADRESSE[:PORT][:TCP|:UDP] des Gateways; ein Rechnername wird durch seine Adresse ersetzt</translation>
     </message>
 </context>
 <context>
@@ -177,6 +177,10 @@
         <source>lost, trying again</source>
         <translation>verloren, neuer Versuch läuft</translation>
     </message>
+    <message>
+        <source>%1, line %2: must be ID NAME, like 123 Amplifier left</source>
+        <translation>%1, Zeile %2: muss ID NAME sein, wie 123 Verstärker links</translation>
+    </message>
 </context>
 <context>
     <name>Table</name>
@@ -200,12 +204,12 @@
         <translation>%1: nicht bekannt</translation>
     </message>
     <message>
-        <source>Seconds ago</source>
-        <translation>vor Sekunden</translation>
+        <source>%1 %</source>
+        <translation>%1 %</translation>
     </message>
     <message>
-        <source>Bus load [%]</source>
-        <translation>Buslast [%]</translation>
+        <source>%1 s</source>
+        <translation>%1 s</translation>
     </message>
 </context>
 <context>
@@ -253,6 +257,10 @@
         <source>&amp;Clear events</source>
         <translation>E&amp;reignisse löschen</translation>
     </message>
+    <message>
+        <source>Events</source>
+        <translation>Ereignisse</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CIdentifierModel</name>
@@ -277,10 +285,6 @@
         <translation>Periode [ms]</translation>
     </message>
     <message>
-        <source>Length</source>
-        <translation>Länge</translation>
-    </message>
-    <message>
         <source>Data</source>
         <translation>Daten</translation>
     </message>
@@ -293,16 +297,20 @@
         <translation>Rate [1/s]</translation>
     </message>
     <message>
-        <source>Least</source>
-        <translation>Kleinste</translation>
-    </message>
-    <message>
-        <source>Greatest</source>
-        <translation>Größte</translation>
-    </message>
-    <message>
         <source>Last seen</source>
         <translation>Zuletzt</translation>
+    </message>
+    <message>
+        <source>Min. period</source>
+        <translation>Min. Periode</translation>
+    </message>
+    <message>
+        <source>Max. period</source>
+        <translation>Max. Periode</translation>
+    </message>
+    <message>
+        <source>Administration</source>
+        <translation>Administration</translation>
     </message>
 </context>
 <context>
@@ -408,7 +416,7 @@
     </message>
     <message>
         <source>Scan &amp;network</source>
-        <translation>&amp;Netzwerk durchsuchen</translation>
+        <translation>&amp;Netz durchsuchen</translation>
     </message>
     <message>
         <source>Keeps an interface that was found for the next time</source>
@@ -453,6 +461,18 @@
     <message>
         <source>&amp;Set %1 kbit/s</source>
         <translation>%1 kbit/s &amp;setzen</translation>
+    </message>
+    <message>
+        <source>&amp;Baud rate</source>
+        <translation>&amp;Baudrate</translation>
+    </message>
+    <message>
+        <source>Send on &amp;this interface</source>
+        <translation>Auf &amp;dieser Schnittstelle senden</translation>
+    </message>
+    <message>
+        <source>Interfaces</source>
+        <translation>Schnittstellen</translation>
     </message>
 </context>
 <context>
@@ -518,12 +538,12 @@
         <translation>R&amp;ichtung in Logs schreiben (R, T)</translation>
     </message>
     <message>
-        <source>There are messages that are not saved. Drop them?</source>
-        <translation>Es gibt Nachrichten, die nicht gespeichert sind. Verwerfen?</translation>
-    </message>
-    <message>
         <source>%1 of %2 messages saved: only those that are shown.</source>
         <translation>%1 von %2 Nachrichten gespeichert: nur die angezeigten.</translation>
+    </message>
+    <message>
+        <source>There are messages that are not saved. Discard them?</source>
+        <translation>Einige Nachrichten sind nicht gespeichert. Verwerfen?</translation>
     </message>
 </context>
 <context>
@@ -635,6 +655,14 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <source>, recording to %1</source>
         <translation>, Aufnahme in %1</translation>
     </message>
+    <message>
+        <source>Messages a&amp;lone</source>
+        <translation>Nur &amp;Nachrichten</translation>
+    </message>
+    <message>
+        <source>&amp;Shown panels</source>
+        <translation>&amp;Sichtbare Felder</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CManagedInterface</name>
@@ -666,6 +694,10 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <source> Sent cyclically: %1</source>
         <translation> Zyklisch gesendet: %1</translation>
     </message>
+    <message>
+        <source>not opened, code %1</source>
+        <translation>nicht geöffnet, Code %1</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CMessagePanel</name>
@@ -676,10 +708,6 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     <message>
         <source>C&amp;lear</source>
         <translation>Lö&amp;schen</translation>
-    </message>
-    <message>
-        <source>&amp;Find text</source>
-        <translation>Text &amp;suchen</translation>
     </message>
     <message>
         <source>T&amp;race</source>
@@ -694,20 +722,12 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>beliebiger Text oder Daten</translation>
     </message>
     <message>
-        <source>Shows only messages with this text in interface, direction, identifier, data or ASCII.</source>
-        <translation>Zeigt nur Nachrichten mit diesem Text in Schnittstelle, Richtung, Identifier, Daten oder ASCII.</translation>
-    </message>
-    <message>
         <source>Te&amp;xt:</source>
         <translation>Te&amp;xt:</translation>
     </message>
     <message>
         <source>%L1 waiting</source>
         <translation>%L1 warten</translation>
-    </message>
-    <message>
-        <source>%L1 of %L2</source>
-        <translation>%L1 von %L2</translation>
     </message>
     <message>
         <source>B&amp;y identifier</source>
@@ -755,6 +775,54 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>wrong filter</source>
         <translation>falscher Filter</translation>
     </message>
+    <message>
+        <source>&amp;Find</source>
+        <translation>&amp;Suchen</translation>
+    </message>
+    <message>
+        <source>Find ne&amp;xt</source>
+        <translation>&amp;Weitersuchen</translation>
+    </message>
+    <message>
+        <source>Find pre&amp;vious</source>
+        <translation>&amp;Rückwärts suchen</translation>
+    </message>
+    <message>
+        <source>Load &amp;names of identifiers ...</source>
+        <translation>Na&amp;men der Identifier laden ...</translation>
+    </message>
+    <message>
+        <source>Shows only messages with this text in any column.</source>
+        <translation>Zeigt nur Nachrichten mit diesem Text in irgendeiner Spalte.</translation>
+    </message>
+    <message>
+        <source>Goes to messages with this text in any column: next F3, previous Shift+F3.</source>
+        <translation>Geht zu Nachrichten mit diesem Text in irgendeiner Spalte: nächste F3, vorige Umschalt+F3.</translation>
+    </message>
+    <message>
+        <source>F&amp;ind:</source>
+        <translation>S&amp;uchen:</translation>
+    </message>
+    <message>
+        <source>Trace</source>
+        <translation>Aufzeichnung</translation>
+    </message>
+    <message>
+        <source>Messages by identifier</source>
+        <translation>Nachrichten nach Identifier</translation>
+    </message>
+    <message>
+        <source>Hide this identifier</source>
+        <translation>Diesen Identifier ausblenden</translation>
+    </message>
+    <message>
+        <source>%L1 messages</source>
+        <translation>%L1 Nachrichten</translation>
+    </message>
+    <message>
+        <source>%L1, %L2 hidden by the filter</source>
+        <translation>%L1, %L2 durch den Filter ausgeblendet</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CSendList</name>
@@ -775,14 +843,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Daten</translation>
     </message>
     <message>
-        <source>Interval [ms]</source>
-        <translation>Intervall [ms]</translation>
-    </message>
-    <message>
-        <source>Comment</source>
-        <translation>Kommentar</translation>
-    </message>
-    <message>
         <source>mute</source>
         <translation>Stumm</translation>
     </message>
@@ -795,8 +855,20 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Der Identifier fehlt: Er muss hexadezimal sein, 0 bis 7FF.</translation>
     </message>
     <message>
-        <source>Sent on</source>
-        <translation>Gesendet auf</translation>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Every [ms]</source>
+        <translation>Alle [ms]</translation>
+    </message>
+    <message>
+        <source>Sent</source>
+        <translation>Gesendet</translation>
+    </message>
+    <message>
+        <source>On</source>
+        <translation>Auf</translation>
     </message>
 </context>
 <context>
@@ -818,24 +890,12 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Bis zu acht Bytes, hexadezimal</translation>
     </message>
     <message>
-        <source> ms</source>
-        <translation> ms</translation>
-    </message>
-    <message>
-        <source>Time from one message to the next, for cyclic sending from the list</source>
-        <translation>Zeit von einer Nachricht zur nächsten beim zyklischen Senden aus der Liste</translation>
-    </message>
-    <message>
         <source>I&amp;D:</source>
         <translation>&amp;ID:</translation>
     </message>
     <message>
         <source>Dat&amp;a:</source>
         <translation>Da&amp;ten:</translation>
-    </message>
-    <message>
-        <source>&amp;Every</source>
-        <translation>A&amp;lle</translation>
     </message>
     <message>
         <source>&amp;Send</source>
@@ -857,6 +917,38 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <source>%1 (not open)</source>
         <translation>%1 (nicht offen)</translation>
     </message>
+    <message>
+        <source>Send on the interface above</source>
+        <translation>Auf der Schnittstelle darüber senden</translation>
+    </message>
+    <message>
+        <source>Load list ...</source>
+        <translation>Liste laden ...</translation>
+    </message>
+    <message>
+        <source>Save list ...</source>
+        <translation>Liste speichern ...</translation>
+    </message>
+    <message>
+        <source>Load list</source>
+        <translation>Liste laden</translation>
+    </message>
+    <message>
+        <source>%1: no messages to send</source>
+        <translation>%1: keine Nachrichten zum Senden</translation>
+    </message>
+    <message>
+        <source>Save list</source>
+        <translation>Liste speichern</translation>
+    </message>
+    <message>
+        <source>%1 cannot be written</source>
+        <translation>%1 kann nicht geschrieben werden</translation>
+    </message>
+    <message>
+        <source>Messages to send</source>
+        <translation>Zu sendende Nachrichten</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CTraceModel</name>
@@ -875,10 +967,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>ID</source>
         <translation>ID</translation>
-    </message>
-    <message>
-        <source>Length</source>
-        <translation>Länge</translation>
     </message>
     <message>
         <source>Data</source>
@@ -904,10 +992,6 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Das Fenster war zu lange beschäftigt: %1 Nachrichten gingen verloren.</translation>
     </message>
     <message>
-        <source>Scan finished, interfaces found: %1</source>
-        <translation>Suche beendet, Schnittstellen gefunden: %1</translation>
-    </message>
-    <message>
         <source>Simulation %1</source>
         <translation>Simulation %1</translation>
     </message>
@@ -918,6 +1002,30 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>Recording ended, messages: %1</source>
         <translation>Aufnahme beendet, Nachrichten: %1</translation>
+    </message>
+    <message>
+        <source>Scanning the network, which takes over 4 s ...</source>
+        <translation>Das Netz wird durchsucht, was über 4 s dauert ...</translation>
+    </message>
+    <message>
+        <source>Scan finished: %1 found, %2 new</source>
+        <translation>Suche beendet: %1 gefunden, %2 neu</translation>
+    </message>
+    <message>
+        <source>Scan finished: no gateway answered. Look at these in turn:
+- Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.
+- Has this computer an address in the gateway&apos;s subnet?
+- Does a firewall drop UDP datagrams from port 33333?
+- Behind a router: add the interface by its address.</source>
+        <translation>Suche beendet: kein Gateway hat geantwortet. Der Reihe nach zu prüfen:
+- Ist das Gateway an, und am selben Switch? Ein Rundruf geht durch keinen Router und selten durch ein WLAN.
+- Hat dieser Rechner eine Adresse im Teilnetz des Gateways?
+- Verwirft eine Firewall UDP-Datagramme von Port 33333?
+- Hinter einem Router: die Schnittstelle mit ihrer Adresse hinzufügen.</translation>
+    </message>
+    <message>
+        <source>%1. What to look at stands in Events.</source>
+        <translation>%1. Unter Ereignisse steht, was zu prüfen ist.</translation>
     </message>
 </context>
 </TS>

@@ -1,5 +1,6 @@
-#include "apps/cimview/changedBytesDelegate.h"
+#include "apps/cimview/cellDelegates.h"
 
+#include "apps/cimview/colours.h"
 #include "apps/cimview/identifierModel.h"
 
 #include <QApplication>
@@ -7,6 +8,16 @@
 
 namespace vexmor::Apps::Cimview
 {
+
+void CMarkDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const
+{
+    QStyledItemDelegate::initStyleOption(option, index);
+    markCheckBoxes(option->palette);
+    const auto mark = static_cast<EMark>(index.data(MARK_ROLE).toInt());
+    if (mark != EMark::eNone) {
+        option->backgroundBrush = groundOf(mark, option->palette.color(QPalette::Base));
+    }
+}
 
 void CChangedBytesDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
