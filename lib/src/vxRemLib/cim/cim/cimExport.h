@@ -1,5 +1,11 @@
 #pragma once
 
+#include <QtGlobal>
+
+#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR // by pkg-config; CMake refuses the package
+#error "VexmorCim was built for another Qt: use the package vexmor-cim with Qt 5, and vexmor-cim-qt6 with Qt 6"
+#endif
+
 /// Marks the contract classes: compiled into the plugin library and exported from it, so that host and plugin share one
 /// copy of them.
 #if defined(CIM_BUILD)
