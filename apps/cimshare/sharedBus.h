@@ -88,6 +88,8 @@ private:
         Outcome onOutcome;
     };
 
+    static constexpr int SECOND_MS = 1000; ///< The time that the limits of messages and of errors are counted in.
+
     Failure limitProblem(const QObject& client);
     void onMail();
     void takeOutcome(const SBusRecord& record);
