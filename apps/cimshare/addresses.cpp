@@ -7,12 +7,11 @@
 #include <QTimer>
 
 #include <algorithm>
-#ifdef __linux__
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#endif
+#include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -25,15 +24,11 @@ constexpr int ACCEPT_RETRY_MS = 100;
 
 /// Whether a client would take one of the last descriptors, which are kept for the gateways and the broker. Were there
 /// none left for a client, the server would not notice, and try to accept it all the time.
-bool isAmongTheLast([[maybe_unused]] qintptr descriptor)
+bool isAmongTheLast(qintptr descriptor)
 {
-#ifdef __linux__
     constexpr rlim_t KEPT = 16;
     rlimit limit{};
     return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor) + KEPT >= limit.rlim_cur;
-#else
-    return false;
-#endif
 }
 } // namespace
 
@@ -46,31 +41,6 @@ Failure SAllowedNetworks::add(const QString& text)
         return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
     }
     networks.append({QHostAddress(address), prefix});
-    return {};
-}
-
-Failure SAllowedNetworks::admit(QTcpSocket& socket, const QList<QHostAddress>& others, const QString& port,
-                                CEventLog& log) const
-{
-    const QHostAddress peer(socket.peerAddress().toIPv4Address());
-    const auto holds = [&peer](const QPair<QHostAddress, int>& network) { return peer.isInSubnet(network); };
-    const auto refuse = [&](const char* event, const QString& why) {
-        SProblem problem{QStringLiteral("%1 %2").arg(peerOf(socket), why)};
-        log.printLimited(event, port, problem.text);
-        return problem;
-    };
-    if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
-        return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
-    }
-    const bool isFull = others.count(socket.peerAddress()) >= MAX_CLIENTS - others.size();
-    if (isFull || isAmongTheLast(socket.socketDescriptor())) {
-        return refuse("full", isFull ? QStringLiteral("turned away: the places for its address are full")
-                                     : QStringLiteral("turned away: too many open files"));
-    }
-    limitSilence(socket, false);
-    socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
-    log.printLimited("connected", port, QStringLiteral("%1 connected").arg(peerOf(socket)));
     return {};
 }
 
@@ -92,10 +62,9 @@ QString peerOf(const QTcpSocket& socket)
         .arg(socket.peerPort());
 }
 
-void limitSilence(QTcpSocket& socket, [[maybe_unused]] bool isBrief)
+void limitSilence(QTcpSocket& socket, bool isBrief)
 {
     socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-#ifdef __linux__
     const auto set = [&socket](int option, int value) {
         setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
     };
@@ -103,23 +72,57 @@ void limitSilence(QTcpSocket& socket, [[maybe_unused]] bool isBrief)
     set(TCP_KEEPINTVL, isBrief ? 1 : 5);
     set(TCP_KEEPCNT, 3);
     set(TCP_USER_TIMEOUT, isBrief ? 5'000 : 30'000);
-#endif
 }
 
-void keepAccepting(QTcpServer& server, const QString& port, CEventLog& log)
+CAdmission::CAdmission(QTcpServer& server, QString subject, const SAllowedNetworks& allowed, CEventLog& log)
+    : m_server(server), m_subject(std::move(subject)), m_allowed(allowed), m_log(log)
 {
-    QObject::connect(&server, &QTcpServer::acceptError, &server, [&server, port, &log] { // it has stopped
-        log.printLimited("acceptError", port, QStringLiteral("cannot accept a client: ") + server.errorString());
-        QTimer::singleShot(ACCEPT_RETRY_MS, &server, &QTcpServer::resumeAccepting);
+    connect(&server, &QTcpServer::acceptError, this, [this] { // it has stopped
+        print("acceptError", QStringLiteral("cannot accept a client: ") + m_server.errorString());
+        QTimer::singleShot(ACCEPT_RETRY_MS, &m_server, &QTcpServer::resumeAccepting);
     });
 }
 
-Failure reserveDescriptors([[maybe_unused]] std::size_t ports, [[maybe_unused]] std::size_t buses)
+Failure CAdmission::admit(QTcpSocket& socket)
 {
-#ifdef __linux__
+    const QHostAddress address(socket.peerAddress().toIPv4Address());
+    const auto refuse = [&](const char* event, const QString& why) {
+        SProblem problem{QStringLiteral("%1 %2").arg(peerOf(socket), why)};
+        print(event, problem.text);
+        return problem;
+    };
+    const auto& networks = m_allowed.networks;
+    const auto holds = [&address](const auto& network) { return address.isInSubnet(network); };
+    if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
+        return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
+    }
+    if (m_clients.count(address) >= MAX_CLIENTS - m_clients.size()) {
+        return refuse("full", QStringLiteral("turned away: the places for its address are full"));
+    }
+    if (isAmongTheLast(socket.socketDescriptor())) {
+        return refuse("full", QStringLiteral("turned away: too many open files"));
+    }
+    m_clients.append(address);
+    connect(&socket, &QObject::destroyed, this, [this, address] { m_clients.removeOne(address); });
+    limitSilence(socket, false);
+    socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
+    print("connected", QStringLiteral("%1 connected").arg(peerOf(socket)));
+    return {};
+}
+
+void CAdmission::printListening()
+{
+    m_log.print("listening", m_subject,
+                QStringLiteral("on %1:%2").arg(m_server.serverAddress().toString()).arg(m_server.serverPort()),
+                {{QStringLiteral("port"), m_server.serverPort()}});
+}
+
+Failure reserveDescriptors(std::size_t ports, std::size_t buses)
+{
     constexpr std::size_t OF_THE_PROGRAM = 64;
     constexpr std::size_t OF_A_BUS = 8;
-    const rlim_t needed = OF_THE_PROGRAM + buses * OF_A_BUS + ports * SAllowedNetworks::MAX_CLIENTS;
+    const rlim_t needed = OF_THE_PROGRAM + buses * OF_A_BUS + ports * CAdmission::MAX_CLIENTS;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     if (needed > limit.rlim_max) {
@@ -129,7 +132,6 @@ Failure reserveDescriptors([[maybe_unused]] std::size_t ports, [[maybe_unused]] 
     }
     limit.rlim_cur = std::max(limit.rlim_cur, needed);
     setrlimit(RLIMIT_NOFILE, &limit);
-#endif
     return {};
 }
 

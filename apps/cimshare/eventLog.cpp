@@ -65,12 +65,6 @@ void CEventLog::run()
     }
 }
 
-void CEventLog::printListening(const QString& subject, const QHostAddress& address, quint16 port)
-{
-    print("listening", subject, QStringLiteral("on %1:%2").arg(address.toString()).arg(port),
-          {{QStringLiteral("port"), port}});
-}
-
 void CEventLog::printLimited(const char* event, const QString& subject, const QString& text)
 {
     SSecond& second = m_seconds[QLatin1String(event) + subject];

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QElapsedTimer>
-#include <QHostAddress>
 #include <QJsonObject>
 #include <QString>
 
@@ -31,8 +30,6 @@ public:
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
-    /// Prints the place where a protocol can be reached.
-    void printListening(const QString& subject, const QHostAddress& address, quint16 port);
     /// Prints an event that a client or a gateway caused.
     void printLimited(const char* event, const QString& subject, const QString& text);
 

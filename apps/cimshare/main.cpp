@@ -97,7 +97,7 @@ int cimshare(int argc, char** argv)
         "Listens on 127.0.0.1 unless an address is given.");
     SShareOptions options;
     QStringList networks;
-    QStringList sendRules;
+    QStringList sendRules{QStringLiteral("false")}; // without the option, clients may send nothing
     addOptions(app, options, networks, sendRules);
     if (const auto exitCode = app.parse(argc, argv, fail)) {
         return *exitCode;
@@ -107,10 +107,8 @@ int cimshare(int argc, char** argv)
             return fail(*failure);
         }
     }
-    for (const QString& rule : std::as_const(sendRules)) {
-        if (const Failure failure = options.sending.rules.add(rule)) {
-            return fail(*failure);
-        }
+    if (const Failure failure = options.sending.rules.add(sendRules.join(QLatin1Char(',')))) {
+        return fail(*failure);
     }
     CInterruption interruption(nullptr, LONGEST_END_S);
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);

@@ -9,7 +9,6 @@
 #include <QHostInfo>
 #include <QJsonDocument>
 
-#include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -71,11 +70,10 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
       m_link(broker, clientId(topic, buses), m_topic + STATE, online(false, m_service))
 {
     setObjectName(QStringLiteral("broker"));
-    m_link.subscribe(m_topic + STATE);
+    m_link.subscribe(m_topic + STATE, [this] { takeState(); });
     m_batchTimer.setSingleShot(true);
     connect(&m_batchTimer, &QTimer::timeout, this, &CMqttBridge::flush);
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
-    connect(&m_link, &CMqttLink::arrived, this, &CMqttBridge::onArrived, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (!std::exchange(m_isLossLogged, true)) {
@@ -110,7 +108,8 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                                  {QStringLiteral("time"), microsecondsNow() / 1e6}};
         m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
     });
-    m_link.subscribe(published.topic + SEND); // also where clients may not send: they get an answer
+    // Also where clients may not send: they get an answer.
+    m_link.subscribe(published.topic + SEND, [this, &published] { sendNext(published); });
 }
 
 /// Publishes the end itself: the broker drops the will of a client that disconnects.
@@ -124,14 +123,6 @@ Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
     return m_link.start();
-}
-
-/// The bus that a topic belongs to, or null.
-CMqttBridge::SPublishedBus* CMqttBridge::busOf(const QString& topic)
-{
-    const auto found = std::find_if(m_published.begin(), m_published.end(),
-                                    [&](const SPublishedBus& one) { return topic.startsWith(one.topic); });
-    return found == m_published.end() ? nullptr : &*found;
 }
 
 // ---- To the broker ----
@@ -168,10 +159,12 @@ void CMqttBridge::flush()
 
 void CMqttBridge::onLost(const QString& topic, int messages)
 {
-    if (SPublishedBus* const published = busOf(topic); published != nullptr && messages > 0) {
-        published->lostSince = published->lost == 0 ? microsecondsNow() : published->lostSince;
-        published->lost += messages;
-        countLost(*published->bus, messages);
+    for (SPublishedBus& published : m_published) {
+        if (messages > 0 && topic.startsWith(published.topic)) {
+            published.lostSince = published.lost == 0 ? microsecondsNow() : published.lostSince;
+            published.lost += messages;
+            countLost(*published.bus, messages);
+        }
     }
 }
 
@@ -214,12 +207,6 @@ void CMqttBridge::onConnected()
 }
 
 // ---- From the broker ----
-
-void CMqttBridge::onArrived(const QString& topic)
-{
-    SPublishedBus* const published = busOf(topic);
-    published == nullptr ? takeState() : sendNext(*published);
-}
 
 /// Compares the state of the service at the broker. A wrong one, of a connection that ended late or of another service,
 /// is corrected with the next changes: once in a second at most.

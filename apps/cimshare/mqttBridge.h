@@ -16,8 +16,6 @@ namespace vexmor::Apps::Cimshare
 /// broker: messages that it cannot take are lost, counted, and reported as a gap.
 class CMqttBridge : public QObject, public CProtocol
 {
-    Q_OBJECT
-
 public:
     /// All topics begin with `topic`.
     CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log);
@@ -47,7 +45,6 @@ private:
     };
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);
-    SPublishedBus* busOf(const QString& topic);
     void onMessage(SPublishedBus& published, const SBusRecord& record);
     void publishBatch(SBatch& batch);
     void flush();
@@ -55,7 +52,6 @@ private:
     void publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
     void onConnected();
-    void onArrived(const QString& topic);
     void takeState();
     void sendNext(SPublishedBus& published);
     void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);

@@ -41,17 +41,16 @@ CMqttLink& of(void* link)
     return *static_cast<CMqttLink*>(link);
 }
 
-const char* orNull(const QByteArray& text)
-{
-    return text.isEmpty() ? nullptr : text.constData();
-}
-
 /// The password of an encrypted key: no one can type it.
 constexpr auto NO_PASSWORD = [](char* /*buffer*/, int /*size*/, int /*isWriting*/, void* /*data*/) { return -1; };
 
-/// Loads the files for TLS as libmosquitto does at each connection, which does not report what is wrong with them.
-Failure tlsProblem(const SBroker& broker)
+/// Has a client use TLS where the broker has a certificate authority. Loads the files as libmosquitto does at each
+/// connection, which does not report what is wrong with them.
+Failure useTls(mosquitto* client, const SBroker& broker)
 {
+    if (broker.caFile.isEmpty()) {
+        return {};
+    }
     const QByteArray ca = QFile::encodeName(broker.caFile);
     const QByteArray certificate = QFile::encodeName(broker.certificateFile);
     const QByteArray key = QFile::encodeName(broker.keyFile);
@@ -67,7 +66,9 @@ Failure tlsProblem(const SBroker& broker)
                                   SSL_CTX_check_private_key(context) != 1)) {
         wrong = key;
     } else {
-        return {};
+        const int code = key.isEmpty() ? mosquitto_tls_set(client, ca, nullptr, nullptr, nullptr, NO_PASSWORD)
+                                       : mosquitto_tls_set(client, ca, nullptr, certificate, key, NO_PASSWORD);
+        return code == MOSQ_ERR_SUCCESS ? Failure() : wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
     }
     const unsigned long error = ERR_get_error();
     const char* const reason = ERR_reason_error_string(error); // null: an error of the system
@@ -131,16 +132,8 @@ Failure CMqttLink::start()
     if (Failure failure = readCredentials()) {
         return failure;
     }
-    if (!m_broker.caFile.isEmpty()) {
-        if (Failure failure = tlsProblem(m_broker)) {
-            return failure;
-        }
-        const int code = mosquitto_tls_set(m_client.get(), QFile::encodeName(m_broker.caFile).constData(), nullptr,
-                                           orNull(QFile::encodeName(m_broker.certificateFile)),
-                                           orNull(QFile::encodeName(m_broker.keyFile)), NO_PASSWORD);
-        if (code != MOSQ_ERR_SUCCESS) {
-            return wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
-        }
+    if (Failure failure = useTls(m_client.get(), m_broker)) {
+        return failure;
     }
     m_thread = std::thread([this] { run(); });
     return {};
@@ -186,7 +179,7 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
 SInbox CMqttLink::take(const QString& topic)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    return std::exchange(m_inboxes.at(topic.toUtf8()), {});
+    return std::exchange(m_subscriptions.at(topic.toUtf8()).inbox, {});
 }
 
 // ---- In the thread of the connection ----
@@ -238,7 +231,7 @@ void CMqttLink::onConnect(int code)
         return; // one answer to a connection is enough, however many a broker sends
     }
     guard.unlock();
-    for (const auto& [topic, inbox] : m_inboxes) {
+    for (const auto& [topic, subscription] : m_subscriptions) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.constData(), 0);
     }
     Q_EMIT connected();
@@ -255,8 +248,8 @@ void CMqttLink::onPublished()
 
 void CMqttLink::onMessage(const mosquitto_message& message)
 {
-    const auto found = m_inboxes.find(message.topic);
-    if (found == m_inboxes.end()) {
+    const auto found = m_subscriptions.find(message.topic);
+    if (found == m_subscriptions.end()) {
         return;
     }
     const bool isLong = message.payloadlen > MAX_PAYLOAD;
@@ -265,7 +258,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
     const int lines = payload.trimmed().count('\n') + 1;
     const int size = payload.size() + lines * LINE_SIZE;
-    SInbox& inbox = found->second;
+    auto& [inbox, onArrived] = found->second;
     std::unique_lock<std::mutex> guard(m_lock);
     const bool isFirst = inbox.arrivals.empty();
     if (isFirst || inbox.size + size <= INBOX_SIZE) {
@@ -276,7 +269,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     }
     guard.unlock();
     if (isFirst) {
-        Q_EMIT arrived(QString::fromUtf8(message.topic));
+        QMetaObject::invokeMethod(this, onArrived, Qt::QueuedConnection);
     }
 }
 

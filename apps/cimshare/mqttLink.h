@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -63,8 +64,12 @@ public:
 
     /// Begins to connect. Fails when a file cannot be used.
     Failure start();
-    /// Subscribes a topic at each connection; to be called before `start`.
-    void subscribe(const QString& topic) { m_inboxes[topic.toUtf8()]; }
+    /// Subscribes a topic at each connection; to be called before `start`. The event loop calls `onArrived` when the
+    /// inbox of the topic was empty and is no longer.
+    void subscribe(const QString& topic, const std::function<void()>& onArrived)
+    {
+        m_subscriptions[topic.toUtf8()] = {{}, onArrived};
+    }
     /// Takes what has arrived for a subscribed topic.
     SInbox take(const QString& topic);
     /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
@@ -78,11 +83,14 @@ Q_SIGNALS:
     void lost(const QString& topic, int messages);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
-    /// The inbox of a topic was empty and is no longer.
-    void arrived(const QString& topic);
 
 private:
     Failure readCredentials();
+
+    struct SSubscription {
+        SInbox inbox;
+        std::function<void()> onArrived;
+    };
 
     /// A publication that waits for the broker.
     struct SWaiting {
@@ -101,8 +109,8 @@ private:
     const QByteArray m_willTopic;
     QString m_problem; ///< Used by the thread: why the broker refused.
 
-    std::mutex m_lock;                      ///< Guards the next four members; the topics are there before the thread.
-    std::map<QByteArray, SInbox> m_inboxes; ///< By topic.
+    std::mutex m_lock;                                   ///< Guards the inboxes and the next three members.
+    std::map<QByteArray, SSubscription> m_subscriptions; ///< By topic.
     bool m_isConnected = false;
     std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
     int m_waitingMessages = 0;

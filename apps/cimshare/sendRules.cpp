@@ -41,11 +41,11 @@ Failure CSendRules::problem(const QString& protocol, const QString& bus, std::ui
         return (rule.protocol == ANY || rule.protocol == protocol) && (rule.bus == ANY || rule.bus == bus) &&
                rule.first <= id && id <= rule.last;
     };
-    const QString text = m_rules.empty()
-                             ? QStringLiteral("clients may listen only (--allow-send)")
-                             : QStringLiteral("no permission to send %1 (--allow-send)")
-                                   .arg(QString::number(id, HEX).toUpper().rightJustified(3, QLatin1Char('0')));
-    return std::any_of(m_rules.begin(), m_rules.end(), allows) ? Failure() : SProblem{text};
+    if (std::any_of(m_rules.begin(), m_rules.end(), allows)) {
+        return {};
+    }
+    return m_rules.empty() ? SProblem{QStringLiteral("clients may listen only (--allow-send)")}
+                           : SProblem{QString::asprintf("no permission to send %03X (--allow-send)", id)};
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -5,7 +5,6 @@
 #include "apps/cimshare/t93Share.h"
 #include "apps/host/interfaceStore.h"
 
-#include <algorithm>
 #include <map>
 #include <systemd/sd-daemon.h>
 #include <utility>
@@ -36,17 +35,17 @@ Failure CShareService::start()
     if (Failure failure = addProtocols()) {
         return failure;
     }
-    const std::size_t ports = (m_options.socketcand.isGiven() ? 1 : 0) + (m_options.t93.isGiven() ? m_buses.size() : 0);
-    if (Failure failure = reserveDescriptors(ports, m_buses.size())) {
-        return failure;
-    }
     for (const auto& protocol : m_protocols) {
         if (Failure failure = protocol->start()) {
             return failure;
         }
     }
-    warnOfOpenPort(m_options.socketcand);
-    warnOfOpenPort(m_options.t93);
+    for (const SListenAddress& place : {m_options.socketcand, m_options.t93}) {
+        if (place.isGiven() && !place.address.isLoopback() && m_options.allowed.networks.isEmpty()) {
+            m_log.print("openToAll", place.address.toString(),
+                        QStringLiteral("warning: clients may connect from anywhere (no --allow)"));
+        }
+    }
     for (const auto& bus : m_buses) {
         bus->start();
     }
@@ -58,14 +57,6 @@ Failure CShareService::start()
         m_aliveTimer.start(std::chrono::milliseconds(microseconds / 3000)); // three times within its time
     }
     return {};
-}
-
-void CShareService::warnOfOpenPort(const SListenAddress& place)
-{
-    if (place.isGiven() && !place.address.isLoopback() && m_options.allowed.networks.isEmpty()) {
-        m_log.print("openToAll", place.address.toString(),
-                    QStringLiteral("warning: clients may connect from anywhere (no --allow)"));
-    }
 }
 
 Failure CShareService::addProtocols()
@@ -84,10 +75,11 @@ Failure CShareService::addProtocols()
             t93.port = static_cast<quint16>(t93.port == 0 ? 0 : t93.port + 1);
         }
     }
+    const std::size_t ports = m_protocols.size();
     if (!m_options.broker.hostName.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
     }
-    return {};
+    return reserveDescriptors(ports, m_buses.size());
 }
 
 Failure CShareService::addBuses()
@@ -117,11 +109,11 @@ Failure CShareService::addBuses()
             return canInterface.problem();
         }
         auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending);
-        const auto same = std::find_if(m_buses.begin(), m_buses.end(),
-                                       [&bus](const auto& one) { return one->plainName() == bus->plainName(); });
-        if (same != m_buses.end()) {
-            return wrongUsage(
-                QStringLiteral("'%1' and '%2' would have the same name for clients").arg((*same)->name(), bus->name()));
+        for (const auto& one : m_buses) {
+            if (one->plainName() == bus->plainName()) {
+                return wrongUsage(
+                    QStringLiteral("'%1' and '%2' would have the same name for clients").arg(one->name(), bus->name()));
+            }
         }
         watch(*bus);
         m_buses.push_back(std::move(bus));
@@ -132,24 +124,21 @@ Failure CShareService::addBuses()
 /// Prints the events of a bus.
 void CShareService::watch(CSharedBus& bus)
 {
-    connect(&bus, &CSharedBus::connectionChanged, this, [this, &bus] {
-        const SInterfaceStatus& status = bus.status();
-        m_log.printLimited(CONNECTION_EVENTS[static_cast<int>(status.connection)], bus.name(),
-                           connectionTextWithReason(status));
+    const auto print = [this, name = bus.name()](const char* event, const QString& text) {
+        m_log.printLimited(event, name, text);
+    };
+    connect(&bus, &CSharedBus::clientEvent, this, print);
+    connect(&bus, &CSharedBus::connectionChanged, this, [print, &status = bus.status()] {
+        print(CONNECTION_EVENTS[static_cast<int>(status.connection)], connectionTextWithReason(status));
     });
-    connect(&bus, &CSharedBus::identified, this, [this, &bus] {
-        const SInterfaceStatus& status = bus.status();
-        m_log.printLimited("identified", bus.name(),
-                           QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
+    connect(&bus, &CSharedBus::identified, this, [print, &bus, &status = bus.status()] {
+        print("identified", QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
         if (const Failure failure = bus.identityProblem()) {
-            m_log.printLimited("anotherGateway", bus.name(), failure->text);
+            print("anotherGateway", failure->text);
         }
     });
-    connect(&bus, &CSharedBus::clientEvent, this,
-            [this, &bus](const char* event, const QString& text) { m_log.printLimited(event, bus.name(), text); });
-    connect(&bus, &CSharedBus::errorRaised, this, [this, &bus](int error, quint64 count) {
-        m_log.printLimited("interfaceError", bus.name(),
-                           QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
+    connect(&bus, &CSharedBus::errorRaised, this, [print, &bus](int error, quint64 count) {
+        print("interfaceError", QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
     });
 }
 

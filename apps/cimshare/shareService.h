@@ -33,8 +33,6 @@ struct SShareOptions {
 /// The service: the buses, and the protocols that share them. Lives in the main thread.
 class CShareService : public QObject
 {
-    Q_OBJECT
-
 public:
     explicit CShareService(SShareOptions options);
 
@@ -45,7 +43,6 @@ public:
 private:
     Failure addBuses();
     Failure addProtocols();
-    void warnOfOpenPort(const SListenAddress& place);
     void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);

@@ -87,7 +87,6 @@ Failure CSharedBus::permit(std::uint16_t id, QObject& client, const QString& pro
 
 Failure CSharedBus::limitProblem(const QObject& client)
 {
-    constexpr qint64 SECOND_MS = 1000;
     if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
         m_second.start();
         m_messages.clear();
@@ -155,7 +154,6 @@ void CSharedBus::onMail()
 
 void CSharedBus::reportError(int error, quint64 count)
 {
-    constexpr int SECOND_MS = 1000;
     if (m_errors.empty()) {
         QTimer::singleShot(SECOND_MS, this, &CSharedBus::onErrorSecond);
     }

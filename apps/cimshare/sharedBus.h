@@ -56,8 +56,6 @@ public:
     const SInterfaceStatus& status() const { return m_status; }
     /// The same as a line for clients.
     QString connectionNotice() const;
-    /// Whether the gateway has sent its identity since the start.
-    bool isIdentified() const { return !m_identity.isEmpty(); }
     /// In kbit/s; 0: as the gateway has it.
     int bitRate() const { return m_canInterface->baudrate(); }
     /// The first line of the interface's text for one of its errors, which says what happened; the other lines say what
@@ -89,6 +87,8 @@ private:
         QPointer<QObject> client;
         Outcome onOutcome;
     };
+
+    static constexpr int SECOND_MS = 1000; ///< The time that the limits of messages and of errors are counted in.
 
     Failure limitProblem(const QObject& client);
     void onMail();

@@ -3,15 +3,12 @@
 #include "apps/cimshare/addresses.h"
 #include "apps/host/clock.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// Time to choose a bus, and time to read the last answers before the connection ends.
-constexpr int TIME_LIMIT_MS = 10'000;
 /// Pause between an answer and the first frame: clients take what they read after a command for the answer.
 constexpr int QUIET_MS = 50;
 /// The same after a bus was opened: the client may be far away, and chooses a mode next.
@@ -24,16 +21,12 @@ constexpr qint64 ANSWER_LIMIT = SEND_LIMIT + 64LL * 1024;
 constexpr qint64 READ_LIMIT = 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 const QString PROTOCOL = QStringLiteral("socketcand");
-
-std::uint16_t idOf(const SCommand& command)
-{
-    return command.message.id().value();
-}
 } // namespace
 
 CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses)
     : m_socket(std::move(socket)), m_buses(buses)
 {
+    setObjectName(peerOf(*m_socket));
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(READ_LIMIT);
     m_limitTimer.setSingleShot(true);
@@ -44,7 +37,7 @@ CSocketcandClient::CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const C
     connect(&m_limitTimer, &QTimer::timeout, m_socket.get(), &QTcpSocket::abort);
     connect(&m_quietTimer, &QTimer::timeout, this, [this] { put(std::exchange(m_waiting, {})); });
     connect(&m_statisticsTimer, &QTimer::timeout, this, &CSocketcandClient::writeStatistics);
-    m_limitTimer.start(TIME_LIMIT_MS);
+    m_limitTimer.start(CAdmission::TIME_LIMIT_MS);
     answer("< hi >");
 }
 
@@ -142,7 +135,7 @@ void CSocketcandClient::end()
     put(std::exchange(m_waiting, {}));
     m_socket->flush();
     m_socket->disconnectFromHost();
-    m_limitTimer.start(TIME_LIMIT_MS);
+    m_limitTimer.start(CAdmission::TIME_LIMIT_MS);
 }
 
 void CSocketcandClient::execute(const QByteArray& element)
@@ -155,13 +148,17 @@ void CSocketcandClient::execute(const QByteArray& element)
         {"controlmode", [](CClient& client, auto& /*command*/) { client.setMode(eControl); }},
         {"echo", [](CClient& client, auto& /*command*/) { client.answer("< echo >"); }},
         {"send", &CClient::send},
-        {"statistics", &CClient::repeatStatistics},
+        {"statistics",
+         [](CClient& client, auto& command) {
+             QTimer& timer = client.m_statisticsTimer;
+             command.milliseconds == 0 ? timer.stop() : timer.start(command.milliseconds);
+         }},
         {"subscribe", &CClient::subscribe},
-        {"unsubscribe", [](CClient& client, auto& command) { client.m_subscriptions.erase(idOf(command)); }},
+        {"unsubscribe", [](CClient& client, auto& command) { client.m_subscriptions.erase(command.id()); }},
         {"add", &CClient::addCyclic},
         {"delete",
          [](CClient& client, auto& command) {
-             client.m_cyclic.erase(idOf(command));
+             client.m_cyclic.erase(command.id());
              limitSilence(*client.m_socket, !client.m_cyclic.empty());
          }},
     };
@@ -219,15 +216,10 @@ void CSocketcandClient::forget(EMode mode)
     limitSilence(*m_socket, false);
 }
 
-void CSocketcandClient::repeatStatistics(const SCommand& command)
-{
-    command.milliseconds == 0 ? m_statisticsTimer.stop() : m_statisticsTimer.start(command.milliseconds);
-}
-
 void CSocketcandClient::subscribe(const SCommand& command)
 {
-    m_subscriptions.erase(idOf(command));
-    SSubscription& subscription = m_subscriptions[idOf(command)];
+    m_subscriptions.erase(command.id());
+    SSubscription& subscription = m_subscriptions[command.id()];
     subscription.timer.setInterval(command.milliseconds);
     subscription.timer.setSingleShot(true);
     connect(&subscription.timer, &QTimer::timeout, this, [this, &subscription] {
@@ -249,13 +241,13 @@ void CSocketcandClient::send(const SCommand& command)
 
 void CSocketcandClient::addCyclic(const SCommand& command)
 {
-    const Failure failure = m_bus->permit(idOf(command), *this, PROTOCOL);
-    m_cyclic.erase(idOf(command));
+    const Failure failure = m_bus->permit(command.id(), *this, PROTOCOL);
+    m_cyclic.erase(command.id());
     if (failure || m_cyclic.size() >= MAX_CYCLIC) {
         writeError(failure ? failure->text : QStringLiteral("too many messages are sent cyclically"));
         return;
     }
-    QTimer& timer = m_cyclic[idOf(command)].timer;
+    QTimer& timer = m_cyclic[command.id()].timer;
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, this, [this, message = command.message] { sendCyclic(message); });
     timer.start(command.milliseconds);

@@ -3,7 +3,6 @@
 #include "apps/cimshare/sharedBus.h"
 #include "apps/cimshare/socketcandText.h"
 
-#include <QHostAddress>
 #include <QObject>
 #include <QTcpSocket>
 #include <QTimer>
@@ -24,11 +23,10 @@ class CSocketcandClient : public QObject
     Q_OBJECT
 
 public:
-    /// Takes the connection over. The buses outlive the client.
+    /// Takes the connection over; its peer is the object name. The buses outlive the client.
     CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses);
 
     CSharedBus* bus() const { return m_bus; }
-    QHostAddress address() const { return m_socket->peerAddress(); }
     /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
 
@@ -60,7 +58,6 @@ private:
     void addCyclic(const SCommand& command);
     void send(const SCommand& command);
     void sendCyclic(const Cim::CCanMessage& message);
-    void repeatStatistics(const SCommand& command);
     void writeStatistics();
     void writeError(const QString& text, EErrorClass errorClass = EErrorClass::eRefused);
     void answer(const QByteArray& element);
@@ -72,8 +69,8 @@ private:
     CSharedBus* m_bus = nullptr;
     EMode m_mode = eNoBus;
     QByteArray m_stream; ///< From the client: the beginning of an element.
-    QTimer
-        m_limitTimer; ///< Ends the connection of a client that chooses no bus, or that does not read its last answer.
+    /// Ends the connection of a client that chooses no bus, or that does not read its last answer.
+    QTimer m_limitTimer;
     QTimer m_quietTimer;  ///< Frames wait while it runs.
     QByteArray m_waiting; ///< Frames that wait for `m_quietTimer`.
     QTimer m_statisticsTimer;

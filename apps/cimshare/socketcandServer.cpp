@@ -16,16 +16,15 @@ constexpr quint16 BEACON_PORT = 42000;
 
 CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                                      const SAllowedNetworks& allowed, CEventLog& log)
-    : CProtocol(QStringLiteral("socketcand"), log), m_buses(buses), m_address(address), m_allowed(allowed)
+    : CProtocol(QStringLiteral("socketcand"), log), m_address(address), m_admission(m_server, m_name, allowed, log)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &CSocketcandServer::onNewConnection);
-    keepAccepting(m_server, m_name, m_log);
     connect(&m_beaconTimer, &QTimer::timeout, this, &CSocketcandServer::sendBeacon);
     if (hasBeacon) {
         m_beaconTimer.start(BEACON_MS);
     }
     QStringList plainNames;
-    for (const auto& bus : m_buses) {
+    for (const auto& bus : buses) {
         plainNames.append(bus->plainName());
         m_byName[plainNames.last().toUtf8()] = bus.get();
         connect(
@@ -34,7 +33,7 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
     }
     m_names = busNames(plainNames);
     for (int i = 0; i < m_names.size(); ++i) {
-        m_byName[m_names[i].toLatin1()] = m_buses[static_cast<std::size_t>(i)].get();
+        m_byName[m_names[i].toLatin1()] = buses[static_cast<std::size_t>(i)].get();
     }
 }
 
@@ -46,11 +45,10 @@ Failure CSocketcandServer::start()
                             .arg(m_address.port)
                             .arg(m_server.errorString())};
     }
-    m_log.printListening(m_name, m_server.serverAddress(), m_server.serverPort());
-    for (int i = 0; i < m_names.size(); ++i) {
-        m_log.print("busName", m_buses[static_cast<std::size_t>(i)]->name(),
-                    QStringLiteral("socketcand clients open it as %1").arg(m_names[i]),
-                    {{QStringLiteral("busName"), m_names[i]}});
+    m_admission.printListening();
+    for (const QString& name : m_names) {
+        m_log.print("busName", m_byName.at(name.toLatin1())->name(),
+                    QStringLiteral("socketcand clients open it as %1").arg(name), {{QStringLiteral("busName"), name}});
     }
     return {};
 }
@@ -64,10 +62,7 @@ int CSocketcandServer::clientCount(const CSharedBus& bus) const
 void CSocketcandServer::onNewConnection()
 {
     while (std::unique_ptr<QTcpSocket> socket{m_server.nextPendingConnection()}) {
-        QList<QHostAddress> others;
-        std::transform(m_clients.begin(), m_clients.end(), std::back_inserter(others),
-                       [](const auto& client) { return client->address(); });
-        if (const Failure failure = m_allowed.admit(*socket, others, m_name, m_log)) {
+        if (const Failure failure = m_admission.admit(*socket)) {
             socket->write(errorElement(failure->text));
             socket->flush();
         } else {
@@ -78,20 +73,19 @@ void CSocketcandServer::onNewConnection()
 
 void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
 {
-    const QString peer = peerOf(*socket);
     m_clients.push_back(std::make_unique<CSocketcandClient>(std::move(socket), m_byName));
     CSocketcandClient* const client = m_clients.back().get();
-    client->setObjectName(peer);
-    connect(client, &CSocketcandClient::frameLost, this, [this, client, peer, isFirst = true]() mutable {
+    connect(client, &CSocketcandClient::frameLost, this, [this, client, isFirst = true]() mutable {
         if (client->bus() != nullptr) {
             countLost(*client->bus(), 1);
         }
         if (std::exchange(isFirst, false)) {
-            m_log.printLimited("slowClient", m_name, QStringLiteral("%1 does not keep up: it loses frames").arg(peer));
+            m_admission.print("slowClient",
+                              client->objectName() + QStringLiteral(" does not keep up: it loses frames"));
         }
     });
-    connect(client, &CSocketcandClient::disconnected, this, [this, client, peer] {
-        m_log.printLimited("disconnected", m_name, QStringLiteral("%1 disconnected").arg(peer));
+    connect(client, &CSocketcandClient::disconnected, this, [this, client] {
+        m_admission.print("disconnected", client->objectName() + QStringLiteral(" disconnected"));
         m_clients.remove_if([client](const auto& candidate) { return candidate.get() == client; });
     });
 }

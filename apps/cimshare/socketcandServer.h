@@ -18,8 +18,6 @@ namespace vexmor::Apps::Cimshare
 /// open a bus by its plain name, too, whatever its length.
 class CSocketcandServer : public QObject, public CProtocol
 {
-    Q_OBJECT
-
 public:
     /// With `hasBeacon` it announces itself by broadcast every 2 s, in each network that its address belongs to.
     CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
@@ -35,12 +33,11 @@ private:
     void sendBeacon();
     QByteArray beacon(const QHostAddress& address) const;
 
-    const CSharedBuses& m_buses;
     QStringList m_names; ///< For clients, in the order of the buses.
     CBusesByName m_byName;
     const SListenAddress m_address;
-    const SAllowedNetworks& m_allowed;
     QTcpServer m_server;
+    CAdmission m_admission;
     QUdpSocket m_beaconSocket;
     QTimer m_beaconTimer;
     std::list<std::unique_ptr<CSocketcandClient>> m_clients;

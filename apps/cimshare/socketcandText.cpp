@@ -9,7 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
+#include <cstdlib>
 #include <optional>
 
 namespace vexmor::Apps::Cimshare
@@ -126,6 +126,12 @@ constexpr SSyntax SYNTAX[] = {
     {"delete", eBroadcastManager, {readId}},
 };
 
+QByteArray timeText(std::int64_t microseconds)
+{
+    const std::lldiv_t time = std::lldiv(microseconds, MICROSECONDS);
+    return QString::asprintf("%lld.%06lld", time.quot, time.rem).toLatin1();
+}
+
 /// Verbs of what a T93 cannot do.
 constexpr const char* IMPOSSIBLE[][2] = {
     {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
@@ -204,13 +210,8 @@ EErrorClass classOf(int interfaceError)
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
 {
-    char head[64];
-    const int size = std::snprintf(head, sizeof head, "\n< frame %03X %lld.%06lld ", message.id().value(),
-                                   static_cast<long long>(microseconds / MICROSECONDS),
-                                   static_cast<long long>(microseconds % MICROSECONDS));
-    const auto* const data = reinterpret_cast<const char*>(message.data());
-    return QByteArray(head, size) +
-           QByteArray::fromRawData(data, static_cast<int>(message.length())).toHex().toUpper() + " >";
+    const QByteArray frame = CanLog::formatFrame(message); // like 123#1122
+    return "\n< frame " + frame.left(3) + ' ' + timeText(microseconds) + ' ' + frame.mid(4) + " >";
 }
 
 QByteArray errorElement(const QString& text)
@@ -223,10 +224,8 @@ QByteArray errorElement(const QString& text)
 
 QByteArray errorElement(EErrorClass errorClass, std::int64_t microseconds, const QString& text)
 {
-    return errorElement(QString::asprintf("%03X %lld.%06lld ", static_cast<unsigned>(errorClass),
-                                          static_cast<long long>(microseconds / MICROSECONDS),
-                                          static_cast<long long>(microseconds % MICROSECONDS)) +
-                        text);
+    const QString number = QString::asprintf("%03X", static_cast<unsigned>(errorClass));
+    return errorElement(QStringLiteral("%1 %2 ").arg(number, QLatin1String(timeText(microseconds))) + text);
 }
 
 } // namespace vexmor::Apps::Cimshare

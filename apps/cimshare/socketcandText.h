@@ -29,6 +29,8 @@ struct SCommand {
     QByteArray busName;
     int milliseconds = 0;     ///< An interval, rounded up.
     Cim::CCanMessage message; ///< The identifier, and the data where the verb has data.
+
+    std::uint16_t id() const { return message.id().value(); }
 };
 
 /// Reads an element, without the brackets. A failure's text is for the client.

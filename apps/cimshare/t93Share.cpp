@@ -14,23 +14,19 @@ constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
 constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2; ///< The device number follows it in a frame.
-/// Time until the first valid frame.
-constexpr int FIRST_FRAME_MS = 10'000;
 } // namespace
 
 CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
     : CRmServer(ETransports::eTcp),
       CProtocol(QStringLiteral("t93"), log),
       m_bus(bus),
-      m_subject(QStringLiteral("t93 ") + bus.name()),
       m_place(place),
-      m_allowed(allowed)
+      m_admission(tcpServer(), QStringLiteral("t93 ") + bus.name(), allowed, log)
 {
-    setMaxClients(SAllowedNetworks::MAX_CLIENTS + 1); // further ones are turned away, with a line
-    keepAccepting(tcpServer(), m_subject, m_log);
+    setMaxClients(CAdmission::MAX_CLIENTS + 1); // further ones are turned away, with a line
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_log.printLimited("disconnected", m_subject, QStringLiteral("a host disconnected")); });
+            [this] { m_admission.print("disconnected", QStringLiteral("a host disconnected")); });
     connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
@@ -51,12 +47,11 @@ Failure CT93Share::start()
 {
     Failure failure = listen(m_place.address, m_place.port);
     if (!failure) {
-        m_log.printListening(m_subject, address(), port());
+        m_admission.printListening();
     }
     return failure;
 }
 
-/// Answers as the real gateway from now on.
 void CT93Share::identify()
 {
     const SInterfaceStatus& status = m_bus.status();
@@ -87,7 +82,7 @@ void CT93Share::change(const Cim::SRmFrame& request)
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")
                              : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_log.printLimited("ignored", m_subject, QStringLiteral("a host asked for %1: ignored").arg(what));
+    m_admission.print("ignored", QStringLiteral("a host asked for %1: ignored").arg(what));
 }
 
 void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
@@ -103,26 +98,20 @@ void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
 
 std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
-    connect(peer.tcp.get(), &QTcpSocket::readyRead, this, [socket = peer.tcp.get(), isFirst = true]() mutable {
+    QTcpSocket* const socket = peer.tcp.get();
+    connect(socket, &QTcpSocket::readyRead, this, [socket, isFirst = true]() mutable {
         if (std::exchange(isFirst, false) && !socket->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
             socket->abort();
         }
     });
-    QList<QHostAddress> others;
-    std::transform(links().begin(), links().end(), std::back_inserter(others),
-                   [](const auto& link) { return link->address(); });
-    if (!m_bus.isIdentified() || m_allowed.admit(*peer.tcp, others, m_subject, m_log)) {
+    if (identity().deviceText.isEmpty() || m_admission.admit(*socket)) {
         return nullptr;
     }
-    const QString client = peerOf(*peer.tcp);
-    QTcpSocket* const socket = peer.tcp.get();
     auto link = CRmServer::makeLink(std::move(peer));
-    link->setObjectName(client);
-    auto* const limit = new QTimer(link.get());
-    limit->setSingleShot(true);
-    connect(limit, &QTimer::timeout, socket, &QTcpSocket::abort);
-    connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QTimer::stop);
-    limit->start(FIRST_FRAME_MS);
+    link->setObjectName(peerOf(*socket));
+    auto* const limit = new QObject(link.get());
+    QTimer::singleShot(CAdmission::TIME_LIMIT_MS, limit, [socket] { socket->abort(); });
+    connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QObject::deleteLater);
     return link;
 }
 

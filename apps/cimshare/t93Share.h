@@ -26,12 +26,12 @@ protected:
     std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
 
 private:
+    /// Answers as the real gateway from now on.
     void identify();
 
     CSharedBus& m_bus;
-    const QString m_subject; ///< In the event log.
     const SListenAddress m_place;
-    const SAllowedNetworks& m_allowed;
+    CAdmission m_admission;
 };
 
 } // namespace vexmor::Apps::Cimshare
