@@ -79,12 +79,7 @@ struct SShare : SGateway {
         require(isAway || happened("identified"_s), "the gateway is identified"_s);
     }
     ~SShare() { end(); }
-    void misbehave(bool SSimFaults::*fault)
-    {
-        SSimFaults faults;
-        faults.*fault = true;
-        gateway.setFaults(faults);
-    }
+    void misbehave(bool SSimFaults::*fault) { gateway.setFaults(faulty(fault)); }
     void leave()
     {
         misbehave(&SSimFaults::refuse);
