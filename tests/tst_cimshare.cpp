@@ -436,6 +436,7 @@ private Q_SLOTS:
         const bool isPinned = rowName().contains("--pin"), isStored = rowName().endsWith("(stored)");
         qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
         SShare share("--socketcand 0 --allow-send"_s + QString::fromLatin1(rowName().replace(" (stored)", "")));
+        share.gateway.setMaxClients(2); // a new link may come before the old one is gone
         SSimIdentity other;
         other.macAddress[5] ^= 1;
         if (isStored) {
