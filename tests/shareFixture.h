@@ -79,12 +79,7 @@ struct SShare : SGateway {
         require(isAway || happened("identified"_s), "the gateway is identified"_s);
     }
     ~SShare() { end(); }
-    void misbehave(bool SSimFaults::*fault)
-    {
-        SSimFaults faults;
-        faults.*fault = true;
-        gateway.setFaults(faults);
-    }
+    void misbehave(bool SSimFaults::*fault) { gateway.setFaults(faulty(fault)); }
     void leave()
     {
         misbehave(&SSimFaults::refuse);
@@ -144,14 +139,39 @@ struct SShare : SGateway {
     QStringList sent; ///< to the gateway
 };
 
-/// A client of the socketcand protocol, by hand.
-struct SClient : QTcpSocket {
-    /// In a mode, or without a bus.
-    explicit SClient(SShare& share, const QByteArray& mode = "rawmode", const char* from = "127.0.0.1")
+/// A client by hand, with all that it read.
+struct SPeer : QTcpSocket {
+    explicit SPeer(quint16 port, const char* from = "127.0.0.1")
     {
         readAgain();
         bind(QHostAddress(QString::fromLatin1(from)));
-        connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
+        connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+    }
+    void stopReading()
+    {
+        disconnect();
+        setReadBufferSize(1);
+    }
+    void readAgain()
+    {
+        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
+        setReadBufferSize(0);
+        heard += bytesAvailable() > 0 ? readAll() : QByteArray();
+    }
+    QByteArray heard;
+};
+
+/// Raw bytes from a T93 client to the service and back.
+struct SRawHost : SPeer {
+    explicit SRawHost(SShare& share, const char* from = "127.0.0.1") : SPeer(share.port("t93"_s), from) {}
+};
+
+/// A client of the socketcand protocol.
+struct SClient : SPeer {
+    /// In a mode, or without a bus.
+    explicit SClient(SShare& share, const QByteArray& mode = "rawmode", const char* from = "127.0.0.1")
+        : SPeer(share.port("socketcand"_s), from)
+    {
         if (!mode.isEmpty()) {
             require(hears("< hi >") && asks("< open " + share.name.toLatin1() + " >", "< ok >") &&
                         (mode == "bcmmode" || asks("< " + mode + " >", "< ok >")),
@@ -170,7 +190,7 @@ struct SClient : QTcpSocket {
         (void)QTest::qWaitFor([&] { return heard.contains(text) || state() == UnconnectedState; });
         return heard.contains(text);
     }
-    /// The same for an error of an open bus: its class and its text.
+    /// The same for an error of an open bus, as python-can reads it since 4.6: its class and its text.
     bool getsError(const QByteArray& request, const QString& error)
     {
         heard.clear();
@@ -195,19 +215,6 @@ struct SClient : QTcpSocket {
         return result;
     }
     QString seen() const { return frames().join(QLatin1Char(' ')); }
-    void stopReading()
-    {
-        disconnect();
-        setReadBufferSize(1);
-    }
-    void readAgain()
-    {
-        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
-        setReadBufferSize(0);
-        heard += bytesAvailable() > 0 ? readAll() : QByteArray();
-    }
-
-    QByteArray heard;
 };
 
 } // namespace vexmor::Test

@@ -144,12 +144,12 @@ struct SGateway {
     CSimGateway gateway{bus};
 };
 
-/// An open interface to a simulated gateway, with a record of its errors.
-struct SOpenInterface : SGateway {
-    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
-        : SGateway(identity), can(makeInterface(gateway.port(), protocol))
+/// An interface that is open and knows its gateway, with a record of its errors.
+struct SHost {
+    explicit SHost(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
+        : can(makeInterface(port, protocol)),
+          errors(std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int))))
     {
-        errors = std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int)));
         // The last of the start-up replies: from here on the gateway knows this host.
         const bool isSettled =
             can->openCommunication() == RC_OK && QTest::qWaitFor([this] {
@@ -165,6 +165,18 @@ struct SOpenInterface : SGateway {
         (void)QTest::qWaitFor([&] { return (messages += unread(*can, count - messages.size())).size() >= count; });
         return messages;
     }
+    QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
+
+    std::unique_ptr<CCanInterface> can;
+    std::unique_ptr<QSignalSpy> errors;
+};
+
+/// The same at a simulated gateway.
+struct SOpenInterface : SGateway, SHost {
+    explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
+        : SGateway(identity), SHost(gateway.port(), protocol)
+    {
+    }
     /// Lets the gateway raise error 5, and so waits until all that it said before has been dealt with.
     bool isAllHeard()
     {
@@ -172,7 +184,6 @@ struct SOpenInterface : SGateway {
         gateway.sendStatus(0x01);
         return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
-    QList<int> errorNumbers() const { return Test::errorNumbers(*errors); }
     /// The connection is lost and cannot be had again: error 0, the first one.
     bool lose()
     {
@@ -180,16 +191,17 @@ struct SOpenInterface : SGateway {
         gateway.dropLinks();
         return QTest::qWaitFor([this] { return errorNumbers() == QList<int>{0}; });
     }
+};
 
-    std::unique_ptr<CCanInterface> can;
-    std::unique_ptr<QSignalSpy> errors;
+/// A server on a free port of 127.0.0.1.
+struct SServer : QTcpServer {
+    SServer() { listen(QHostAddress(QHostAddress::LocalHost)); }
 };
 
 /// A port where connections are neither accepted nor refused: its queue is full.
-struct SDeafPort : QTcpServer {
+struct SDeafPort : SServer {
     SDeafPort()
     {
-        listen(QHostAddress(QHostAddress::LocalHost));
         ::listen(static_cast<int>(socketDescriptor()), 0);
         pauseAccepting();
         for (QTcpSocket& filler : fillers) {
@@ -205,7 +217,6 @@ struct SDeafPort : QTcpServer {
 struct SRawGateway {
     SRawGateway()
     {
-        server.listen(QHostAddress(QHostAddress::LocalHost));
         QObject::connect(&server, &QTcpServer::newConnection, [this] {
             link.reset(server.nextPendingConnection());
             received.clear();
@@ -220,7 +231,7 @@ struct SRawGateway {
         return received;
     }
 
-    QTcpServer server;
+    SServer server;
     std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
 };

@@ -16,22 +16,14 @@ using namespace vexmor::Apps::Cimshare;
 
 namespace
 {
+const QString MESSAGES =
+    "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|socketcand hall 100"_s; // protocol, bus, number
+
 bool isWhole(const QStringList& frames)
 {
     int i = 0;
     return std::all_of(frames.begin(), frames.end(), [&](const QString& frame) { return frame == floodText(i++); });
 }
-
-/// Raw bytes from a T93 client to the service and back.
-struct SRawHost : QTcpSocket {
-    explicit SRawHost(SShare& share, const char* from = "127.0.0.1")
-    {
-        connect(this, &QTcpSocket::readyRead, [this] { heard += readAll(); });
-        bind(QHostAddress(QString::fromLatin1(from)));
-        connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("t93"_s));
-    }
-    QByteArray heard;
-};
 
 /// stunnel with a configuration of docs/sharing.md, all of it in a folder and on ports of 127.0.0.1.
 struct STunnel : SProgram {
@@ -63,16 +55,15 @@ using Measure = std::function<qint64()>;
 /// Time until a client is disconnected, in milliseconds.
 qint64 msUntilDisconnected(SShare& share)
 {
-    QElapsedTimer clock;
-    clock.start();
+    const SClock clock;
     return share.happened("disconnected"_s, 1, 60000) ? clock.elapsed() : -1;
 }
 
 /// Frames, until the client loses some that it does not read.
-bool fill(SShare& share, SClient& client)
+bool fill(SShare& share, SClient& client, int frames = 200'000)
 {
     client.stopReading();
-    share.gateway.flood(200'000);
+    share.gateway.flood(frames);
     return share.happened("slowClient"_s);
 }
 
@@ -104,10 +95,8 @@ qint64 linesOfClients()
 
 qint64 bytesReadAtOnce()
 {
-    QTcpServer server;
-    server.listen(QHostAddress(QHostAddress::LocalHost));
-    QTcpSocket peer;
-    peer.connectToHost(server.serverAddress(), server.serverPort());
+    SServer server;
+    SPeer peer(server.serverPort());
     (void)server.waitForNewConnection(5000);
     std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
     socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1024 * 1024);
@@ -123,21 +112,34 @@ qint64 bytesReadAtOnce()
     return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
 }
 
-/// What a client that read nothing for a while gets before it is told; nothing is missing in there.
+/// The bytes that a client that read nothing for a while receives before the report of its loss; nothing is missing in
+/// there, and nothing at a client that reads. A T93 client that did not read receives a report, too.
 qint64 bytesThatWait()
 {
-    SShare share("--socketcand 0"_s);
+    constexpr int FRAMES = 400'000; // several times what kernel and program keep for a client
+    SShare share("--socketcand 0 --t93 0 --status 1"_s);
     SClient slow(share), quick(share);
-    if (!fill(share, slow) || !QTest::qWaitFor([&] { return quick.heard.count('>') > 200'000; }, 30000)) {
+    SRawHost slowHost(share);
+    slowHost.stopReading();
+    slowHost.write(frame(RM_CMD_RESET));
+    if (!share.happened("connected"_s, 3) || !fill(share, slow, FRAMES) ||
+        !QTest::qWaitFor([&] { return quick.heard.count('>') > FRAMES; }, 30000)) {
         return -1;
     }
+    require(quick.frames().size() == FRAMES && isWhole(quick.frames()), "a quick client loses nothing"_s);
+    const auto isLogged = [&] {
+        const QList<QJsonObject> lost = share.named("lost"_s);
+        return std::any_of(lost.begin(), lost.end(), [](const auto& one) { return one["subject"_s] == "t93"_s; });
+    };
+    require(QTest::qWaitFor(isLogged), "the loss of the T93 client is logged"_s);
     slow.write("< echo >");
     slow.readAgain();
+    slowHost.readAgain();
     const auto putUntilReported = [&] { // until there is room
         share.put("7F0#");
-        return slow.heard.contains(" frames were lost >");
+        return slow.heard.contains(" frames were lost >") && slowHost.heard.contains(frame(RM_CMD_STATUS, hex("01")));
     };
-    require(QTest::qWaitFor(putUntilReported), "the loss is reported"_s);
+    require(QTest::qWaitFor(putUntilReported), "each loss is reported"_s);
     require(slow.hearsError("004 frames were lost"_s), "its class is that of a loss"_s);
     require(slow.heard.contains("< echo >"), "a slow client is answered"_s);
     slow.heard.truncate(slow.heard.indexOf("\n< error "));
@@ -146,21 +148,18 @@ qint64 bytesThatWait()
 
 /// Requests of a client that does not read the answers, until the service does not read them either. When the client
 /// reads again, it receives each answer.
-template <typename Client>
-qint64 bytesOfUnread(SShare& share, Client& deaf, const QByteArray& request, const QByteArray& answer)
+qint64 bytesOfUnread(SShare& share, SPeer& deaf, const QByteArray& request, const QByteArray& answer)
 {
     constexpr qint64 ENDLESS = 32 * 1024 * 1024;
     SClient good(share);
-    deaf.disconnect();
-    deaf.setReadBufferSize(1);
+    deaf.stopReading();
     qint64 written = 0;
     do {
         written += deaf.write(request.repeated(8192));
     } while (QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0; }, 1000) && written < ENDLESS);
     const bool isOthersServed = good.asks("< echo >", "< echo >");
-    QObject::connect(&deaf, &QTcpSocket::readyRead, [&deaf] { deaf.heard += deaf.readAll(); });
-    deaf.setReadBufferSize(0);
-    deaf.heard = deaf.readAll();
+    deaf.heard.clear();
+    deaf.readAgain();
     const auto isAnswered = [&] { return deaf.heard.size() / answer.size() == written / request.size(); };
     return isOthersServed && QTest::qWaitFor(isAnswered, 30000) ? written : -1;
 }
@@ -197,28 +196,32 @@ qint64 msToSendAFrame()
 }
 
 /// For a client that sends the last bytes, and reads nothing any more.
-qint64 msWithoutReading(const QByteArray& last)
+Measure msWithoutReading(const QByteArray& last)
 {
-    SShare share("--socketcand 0"_s);
-    SClient client(share);
-    const bool isFull = fill(share, client);
-    client.write(last);
-    return isFull ? msUntilDisconnected(share) : -1;
+    return [last]() -> qint64 {
+        SShare share("--socketcand 0"_s);
+        SClient client(share);
+        const bool isFull = fill(share, client);
+        client.write(last);
+        return isFull ? msUntilDisconnected(share) : -1;
+    };
 }
 
-qint64 msAfterThePcVanished(const QString& commands = {})
+Measure msAfterThePcVanished(const QString& commands = {})
 {
-    SShare share("--socketcand 10.9.0.1:0 --allow-send"_s);
-    SProgram client;
-    client.start("bash"_s, {"-c"_s, QString::fromLatin1(R"(exec nsenter -t $CIM_FAR -n bash -c '
-        exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >%3" >&3; head -c 12 <&3; exec sleep 90')")
-                                        .arg(share.port("socketcand"_s))
-                                        .arg(share.name, commands)});
-    QByteArray heard;
-    const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
-    require(commands.isEmpty() || QTest::qWaitFor([&] { return !share.sent.isEmpty(); }), "the client sends"_s);
-    const bool isPulled = run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0;
-    return isOpen && isPulled ? msUntilDisconnected(share) : -1;
+    return [commands]() -> qint64 {
+        SShare share("--socketcand 10.9.0.1:0 --allow-send"_s);
+        SProgram client;
+        client.start("bash"_s, {"-c"_s, QString::fromLatin1(R"(exec nsenter -t $CIM_FAR -n bash -c '
+            exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >%3" >&3; head -c 12 <&3; exec sleep 90')")
+                                            .arg(share.port("socketcand"_s))
+                                            .arg(share.name, commands)});
+        QByteArray heard;
+        const bool isOpen = QTest::qWaitFor([&] { return (heard += client.readAll()) == "< hi >< ok >"; });
+        require(commands.isEmpty() || QTest::qWaitFor([&] { return !share.sent.isEmpty(); }), "the client sends"_s);
+        const bool isPulled = run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0;
+        return isOpen && isPulled ? msUntilDisconnected(share) : -1;
+    };
 }
 } // namespace
 Q_DECLARE_METATYPE(Measure)
@@ -232,10 +235,8 @@ private Q_SLOTS:
     void readsCommands_data()
     {
         const auto row = columns<QByteArray, QString>("element", "read");
-        row("open", " open hall ", "open hall"_s);
         row("open nothing", "open", "a bus has a name"_s);
         row("raw mode", " rawmode ", "rawmode"_s);
-        row("send", " send 7FF 2 11 22 ", "send 7FF#1122"_s);
         row("send nothing", "send 0 0", "send 000#"_s);
         row("short bytes", "send 123 3 1 a ff", "send 123#010AFF"_s);
         row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80"_s);
@@ -256,7 +257,6 @@ private Q_SLOTS:
         row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("add for ever", "add 9999999999 0 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
         row("nothing", "", "unknown command"_s);
-        row("another", "exit", "unknown command"_s);
     }
     void readsCommands()
     {
@@ -307,28 +307,20 @@ private Q_SLOTS:
     {
         SShare share("--socketcand 0 --t93 0 --allow-send"_s);
         SClient one(share), other(share);
-        const auto host = makeInterface(share.port("t93"_s)), second = makeInterface(share.port("t93"_s));
-        QCOMPARE(host->openCommunication(), int(RC_OK));
-        QCOMPARE(second->openCommunication(), int(RC_OK));
-        const auto& info = host->commonInfo();
+        SHost host(share.port("t93"_s)), second(share.port("t93"_s));
+        const auto& info = host.can->commonInfo();
         QTRY_COMPARE(info.interfaceId() + QLatin1Char(' ') + info.firmwareVersion(), "02:00:00:54:39:33 1.05"_s);
 
         one.write("< send 123 1 11 >");
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "123#11"_s);
-        QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
+        QCOMPARE(host.can->writeMessage(message(0x124)), int(RC_OK));
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "123#11 124#"_s);
         share.put("125#");
         QTRY_COMPARE(other.seen(), "123#11 124# 125#"_s);
         QTRY_COMPARE(one.seen(), "124# 125#"_s);
-        QStringList atHost, atSecond;
-        const auto read = [](CCanInterface& can, QStringList& all) {
-            for (const CCanMessage& one : unread(can)) {
-                all += textOf(one);
-            }
-            return all.join(QLatin1Char(' '));
-        };
-        QTRY_COMPARE(read(*host, atHost), "123#11 125#"_s);
-        QTRY_COMPARE(read(*second, atSecond), "123#11 124# 125#"_s);
+        const QList<CCanMessage> all{message(0x123, hex("11")), message(0x124), message(0x125)};
+        QCOMPARE(host.receive(2) + unread(*host.can), (QList<CCanMessage>{all[0], all[2]}));
+        QCOMPARE(second.receive(3) + unread(*second.can), all);
 
         SRawHost raw(share);
         const auto isLoadMeasured = [&] {
@@ -339,8 +331,8 @@ private Q_SLOTS:
         };
         QTRY_VERIFY(isLoadMeasured());
         const auto rate = share.bus.baudrate();
-        host->setBaudrate(125);
-        QCOMPARE(host->resetCommunication(1), int(RC_OK));
+        host.can->setBaudrate(125);
+        QCOMPARE(host.can->resetCommunication(1), int(RC_OK));
         QVERIFY(share.happened("ignored"_s, 3)); // bit rates at the start
         QVERIFY(share.bus.baudrate() == rate);
         share.gateway.sendStatus(0x08);
@@ -360,8 +352,7 @@ private Q_SLOTS:
         traffic.start(0);
         SClient client(share, "bcmmode");
         QVERIFY(client.asks("< rawmode >", "< ok >"));
-        QElapsedTimer clock;
-        clock.start();
+        const SClock clock;
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
         QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
@@ -374,29 +365,11 @@ private Q_SLOTS:
         QVERIFY(!ofTheOther.heard.contains("< frame 123 "));
     }
 
-    void sendsWithPermissionOnly()
-    {
-        SShare share("--socketcand 0 --t93 0"_s);
-        SClient client(share, "bcmmode");
-        const auto host = makeInterface(share.port("t93"_s));
-        QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QCOMPARE(host->openCommunication(), int(RC_OK));
-        QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
-        QVERIFY(client.getsError("< add 0 1000 123 0 >", "001 clients may listen only (--allow-send)"_s));
-        QVERIFY(client.asks("< rawmode >", "< ok >"));
-        QVERIFY(client.getsError("< send 123 0 >", "001 clients may listen only (--allow-send)"_s));
-        QVERIFY(client.getsError("< subscribe 0 0 1 >", "001 not in this mode"_s));
-        QCOMPARE(host->writeMessage(message(0x124)), int(RC_OK));
-        QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
-        QVERIFY(share.sent.isEmpty());
-    }
-
     void sendRules_data()
     {
         const auto row = columns<QString, QString>("rules", "allowed");
         row("none", "false"_s, {});
-        row("all", "true"_s,
-            "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|socketcand hall 100"_s);
+        row("all", "true"_s, MESSAGES);
         row("protocol", "t93"_s, "t93 hall 100|t93 a:1 100"_s);
         row("bus", "mqtt:hall"_s, "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF"_s);
         row("bus of each protocol", "*:hall"_s,
@@ -405,9 +378,8 @@ private Q_SLOTS:
         row("one identifier", "mqtt:*:0"_s, "mqtt hall 000"_s);
         row("one of a name with colons", "t93:a:1:100"_s, "t93 a:1 100"_s);
         row("two", "socketcand,mqtt:hall:7FF"_s, "mqtt hall 7FF|socketcand hall 100"_s);
-        for (const char* wrong :
-             {"", "hall", "mqtt:", "mqtt::100", "MQTT", "mqtt:hall:800", "mqtt:hall:2-1", "mqtt:hall:x", "mqtt:hall:1-",
-              "mqtt:hall:-1", "mqtt:hall:1000", "mqtt,", "mqtt,x", "yes"}) {
+        for (const char* wrong : {"", "hall", "mqtt::100", "MQTT", "mqtt:hall:800", "mqtt:hall:2-1", "mqtt:hall:x",
+                                  "mqtt:hall:1-", "mqtt:hall:1000", "mqtt,"}) {
             row(wrong, QString::fromLatin1(wrong), "not a rule"_s);
         }
     }
@@ -420,11 +392,10 @@ private Q_SLOTS:
             return;
         }
         QStringList allowed;
-        for (const QString& one : list("mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|"
-                                       "socketcand hall 100"_s)) {
-            const QStringList words = list(one);
-            allowed +=
-                rules.problem(words[0], words[1], words[2].toUShort(nullptr, 16)) ? QStringList() : QStringList(one);
+        for (const QString& one : list(MESSAGES)) {
+            const QStringList part = list(one);
+            const bool isAllowed = !rules.problem(part[0], part[1], part[2].toUShort(nullptr, 16));
+            allowed += isAllowed ? QStringList(one) : QStringList();
         }
         QCOMPARE(allowed.join(QLatin1Char('|')), cell<QString>("allowed"));
     }
@@ -433,13 +404,15 @@ private Q_SLOTS:
     {
         SShare share("--socketcand 0 --t93 0 --send-limit 3 --allow-send socketcand:*:100-1FF"_s);
         SClient client(share, "bcmmode");
-        const auto host = makeInterface(share.port("t93"_s));
-        QCOMPARE(host->openCommunication(), int(RC_OK));
-        QCOMPARE(host->writeMessage(message(0x100)), int(RC_OK));
+        const SHost host(share.port("t93"_s));
+        QCOMPARE(host.can->writeMessage(message(0x100)), int(RC_OK));
         QVERIFY(share.happened("refused"_s));
         QVERIFY(share.text("refused"_s).startsWith("t93 127.0.0.1:"_s));
-        QVERIFY(client.asks("< add 0 1000 200 0 >", "no permission to send 200 (--allow-send) >"));
-        QVERIFY(client.asks("< send 99 0 >", "no permission to send 099 (--allow-send) >"));
+        QTRY_COMPARE(host.errorNumbers(), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
+        QVERIFY(client.getsError("< add 0 1000 200 0 >", "001 no permission to send 200 (--allow-send)"_s));
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
+        QVERIFY(client.getsError("< send 99 0 >", "001 no permission to send 099 (--allow-send)"_s));
+        QVERIFY(client.getsError("< subscribe 0 0 1 >", "001 not in this mode"_s));
         QVERIFY(share.happened("refused"_s, 3));
         QCOMPARE(share.count("sends"_s) + share.count("openToAll"_s), 0);
         SClient other(share);
@@ -451,31 +424,22 @@ private Q_SLOTS:
         QCOMPARE(share.text("sends"_s), name + " sends"_s);
         other.write("< send 101 0 >");
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "100# 100# 100# 101#"_s);
-        const auto sendAgain = [&] { // in another second
-            client.write("< send 1FF 0 >");
-            return share.sent.contains("1FF#"_s);
-        };
-        QTRY_VERIFY(sendAgain());
+        QTRY_VERIFY((client.write("< send 1FF 0 >"), share.sent.contains("1FF#"_s))); // in another second
         QCOMPARE(share.count("sends"_s), 2);
     }
 
     /// Another gateway answers in the place of the known one.
-    void anotherGateway_data()
-    {
-        const auto row = columns<QString, bool>("options", "isPinned");
-        row("reported", {}, false);
-        row("pinned", "--pin "_s, true);
-        row("pinned over UDP", "--pin --protocol UDP "_s, true);
-        row("pinned, stored", "--pin "_s, true);
-    }
+    void anotherGateway_data() { rows({"", " --pin", " --pin --protocol UDP", " --pin (stored)"}); }
     void anotherGateway()
     {
         const QTemporaryDir store;
+        const bool isPinned = rowName().contains("--pin"), isStored = rowName().endsWith("(stored)");
         qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
-        SShare share(cell<QString>("options") + "--socketcand 0 --allow-send"_s);
+        SShare share("--socketcand 0 --allow-send"_s + QString::fromLatin1(rowName().replace(" (stored)", "")));
+        share.gateway.setMaxClients(2); // a new link may come before the old one is gone
         SSimIdentity other;
         other.macAddress[5] ^= 1;
-        if (rowName() == "pinned, stored") {
+        if (isStored) {
             share.end();
             const SOutcome stored =
                 run(QStringLiteral(CIM_CIMCTL " add hall %1 && sed -i "
@@ -493,7 +457,7 @@ private Q_SLOTS:
             const int noAnswers = share.count("noAnswer"_s);
             share.misbehave(&SSimFaults::mute);
             share.gateway.dropLinks();
-            if (cell<bool>("isPinned")) { // a link, and nothing known of the gateway behind it
+            if (isPinned) { // a link, and nothing known of the gateway behind it
                 QVERIFY(share.happened("noAnswer"_s, noAnswers + 1));
                 const auto isRefused = [&early] {
                     early.write("< send 102 0 >");
@@ -512,7 +476,7 @@ private Q_SLOTS:
         SClient client(share);
         share.sent.clear();
         client.write("< send 101 0 >");
-        if (cell<bool>("isPinned")) {
+        if (isPinned) {
             QVERIFY(client.hears(share.text("anotherGateway"_s).toLatin1()));
             QVERIFY(share.text("refused"_s).endsWith(share.text("anotherGateway"_s)));
             QVERIFY(share.sent.isEmpty());
@@ -589,9 +553,7 @@ private Q_SLOTS:
         program.connectToHost(QHostAddress(QHostAddress::LocalHost), client.port("socketcand"_s));
         if (cell<bool>("isAdmitted")) {
             QTRY_COMPARE(program.peek(100), QByteArray("< hi >"));
-            const auto host = makeInterface(client.port("t93"_s));
-            QCOMPARE(host->openCommunication(), int(RC_OK));
-            QTRY_VERIFY(!host->commonInfo().interfaceId().isEmpty());
+            const SHost host(client.port("t93"_s)); // knows its gateway
         } else {
             QTRY_VERIFY(client.said.contains("error") || client.said.contains("alert"));
             QTRY_COMPARE(program.state(), QAbstractSocket::UnconnectedState);
@@ -633,8 +595,7 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         QVERIFY(share.happened("away"_s));
         SClient client(share, "bcmmode");
-        QElapsedTimer clock;
-        clock.start();
+        const SClock clock;
         QVERIFY(client.hearsError("040 gateway: lost, trying again"_s));
         QVERIFY2(clock.elapsed() > 250, QByteArray::number(clock.elapsed())); // time to choose a mode
         QVERIFY(client.getsError("< add 0 1000 124 0 >", "001 gateway: lost, trying again"_s));
@@ -653,18 +614,17 @@ private Q_SLOTS:
         QCOMPARE(share.count("away"_s), 1);
         QTRY_VERIFY(share.sent.contains("124#"_s));
 
-        const auto host = makeInterface(share.port("t93"_s));
-        QSignalSpy errors(host.get(), SIGNAL(interfaceError(int)));
-        QCOMPARE(host->openCommunication(), int(RC_OK));
-        QTRY_VERIFY(host->commonInfo().firmwareVersion().endsWith("x1234567890"_s)); // what fits behind "T93 SHARED SW"
+        const SHost host(share.port("t93"_s));
+        QTRY_VERIFY(
+            host.can->commonInfo().firmwareVersion().endsWith("x1234567890"_s)); // what fits behind "T93 SHARED SW"
         client.heard.clear();
         share.leave();
-        QTRY_COMPARE(errorNumbers(errors), QList<int>{IE_CAN_BUS_OFF});
+        QTRY_COMPARE(host.errorNumbers(), QList<int>{IE_CAN_BUS_OFF});
         QTRY_COMPARE(client.heard.count("< error "), 3); // of the link, of the state, of the first message
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QVERIFY(client.asks("< send 1 0 >", "< error "));
-        QCOMPARE(host->writeMessage(message(2)), int(RC_OK));
-        QTRY_COMPARE(errors.last().first().toInt(), int(IE_CAN_TRANSMIT_TIMEOUT));
+        QCOMPARE(host.can->writeMessage(message(2)), int(RC_OK));
+        QTRY_COMPARE(host.errorNumbers().last(), int(IE_CAN_TRANSMIT_TIMEOUT));
         share.sent.clear();
         share.gateway.setFaults({});
         QVERIFY(share.happened("open"_s, 2));
@@ -708,31 +668,6 @@ private Q_SLOTS:
         share.put("100#");
         QVERIFY(client.hears("< frame 100 ")); // after a pause
         QVERIFY(!client.heard.contains("< stat "));
-    }
-
-    void slowHostLosesItsOwn()
-    {
-        SShare share("--socketcand 0 --t93 0 --status 1"_s);
-        SClient quick(share);
-        SRawHost slow(share);
-        slow.disconnect();
-        slow.setReadBufferSize(1);
-        slow.write(frame(RM_CMD_RESET));
-        QVERIFY(share.happened("connected"_s, 2));
-        constexpr int MESSAGES = 400'000; // several times what kernel and program keep for a client
-        share.gateway.flood(MESSAGES);
-        QTRY_VERIFY_WITH_TIMEOUT(quick.heard.count('>') >= MESSAGES, 30000);
-        QCOMPARE(quick.frames().size(), MESSAGES);
-        QVERIFY(isWhole(quick.frames()));
-        QVERIFY(share.happened("lost"_s));
-        slow.setReadBufferSize(0);
-        QByteArray heard;
-        const auto putUntilReported = [&] { // until there is room
-            share.put("7F0#");
-            heard += slow.readAll();
-            return heard.contains(frame(RM_CMD_STATUS, hex("01")));
-        };
-        QTRY_VERIFY(putUntilReported());
     }
 
     void clientsBeyondTheLimit()
@@ -820,16 +755,15 @@ private Q_SLOTS:
         for (int i = 1; i < 1000; ++i) {
             share.gateway.sendStatus(0x08);
         }
-        const auto count = [](const QStringList& texts) {
+        const auto count = [&client] {
             static const QRegularExpression TIMES("bus off error\\.(?: \\((\\d+) times\\))?"_s);
             int all = 0;
-            for (auto match = TIMES.globalMatch(texts.join(QLatin1Char('|'))); match.hasNext();) {
-                const QString times = match.next().captured(1);
-                all += times.isEmpty() ? 1 : times.toInt();
+            for (auto match = TIMES.globalMatch(QString::fromLatin1(client.heard)); match.hasNext();) {
+                all += std::max(match.next().captured(1).toInt(), 1);
             }
             return all;
         };
-        QTRY_COMPARE(count({QString::fromLatin1(client.heard)}), 1000);
+        QTRY_COMPARE(count(), 1000);
         QVERIFY(client.heard.count("< error ") < 5);
         QTRY_VERIFY(share.count("interfaceError"_s) > 1);
         QVERIFY(share.count("interfaceError"_s) < 5);
@@ -848,14 +782,10 @@ private Q_SLOTS:
         row("bytes of unread addresses", bytesOfUnreadAddresses, 0x40000, 0x800000);
         row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
         row("ms to send a frame", msToSendAFrame, 9'000, 15'000);
-        row(
-            "ms to read the last answer", [] { return msWithoutReading("< open nobody >"); }, 9'000, 15'000);
-        row(
-            "ms without reading", [] { return msWithoutReading(""); }, 25'000, 40'000);
-        row(
-            "ms after the PC vanished", [] { return msAfterThePcVanished(); }, 25'000, 40'000);
-        row(
-            "ms of cyclic sending", [] { return msAfterThePcVanished("< add 0 10000 123 0 >"_s); }, 4'000, 9'000);
+        row("ms to read the last answer", msWithoutReading("< open nobody >"), 9'000, 15'000);
+        row("ms without reading", msWithoutReading(""), 25'000, 40'000);
+        row("ms after the PC vanished", msAfterThePcVanished(), 25'000, 40'000);
+        row("ms of cyclic sending", msAfterThePcVanished("< add 0 10000 123 0 >"_s), 4'000, 9'000);
     }
     void promisedLimits()
     {
@@ -879,8 +809,7 @@ private Q_SLOTS:
         SShare share("sim:%1/a&\"b --socketcand 10.9.1.1:0 --beacon"_s.arg(folder.path()));
         QCOMPARE(share.count("openToAll"_s), 1); // and not on 127.0.0.1: sendsByRule
         QTRY_VERIFY(network.hasPendingDatagrams());
-        QElapsedTimer clock;
-        clock.start();
+        const SClock clock;
         QCOMPARE(QString::fromUtf8(network.receiveDatagram().data()),
                  "<CANBeacon name=\"%1\" type=\"adapter\" description=\"cimshare\"><URL>can://10.9.1.1:%2</URL>"
                  "<Bus name=\"bus1\"/><Bus name=\"%3\"/></CANBeacon>"_s.arg(QSysInfo::machineHostName())
@@ -891,67 +820,46 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() < 4000, QByteArray::number(clock.elapsed()));
     }
 
-    void hostileLines_data()
+    void hostileBytes_data()
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
         row("blanks", " \r\n < echo >", "< echo >");
         row("no brackets", QByteArray(100000, '\xff') + "< echo >", "");
         row("a web page", "POST / HTTP/1.1\r\n\r\n< open bus1 >< rawmode >< send 001 2 DE AD >", "");
-        row("other bytes between elements", "< open bus1 >,< rawmode >< send 001 2 DE AD >", "");
-        row("endless", '<' + QByteArray(100000, 'x'), "");
         row("endless number", "< open " + QByteArray(200, '9') + " >", "");
         row("zeros", QByteArray("<\0\0>< echo >", 12), "< error unknown command >");
-        row("brackets", QByteArray(30000, '<') + '>', "");
         row("not open yet", "< send 1 0 >", "< error no bus is open >");
         row("unknown bus", "< open no\x1b[31mbody >", "");
         row("unknown bus after another one", "< open bus1 >< open nobody >", " no such bus >");
+        const auto send = [](const QByteArray& payload) { return frame(RM_CMD_TX11BIT_MSG, payload); };
+        const QByteArray good = send(hex("07FF"));
+        for (const char* refused : {"", "01", "0123 010203040506070809", "0800", "FFFF"}) {
+            row(QByteArray("T93: ") + refused, send(hex(refused)) + good, frame(RM_CMD_STATUS, hex("20")));
+        }
+        row("T93: 32 bytes of data", frame(RM_CMD_TX11BIT_MSG_ALT, QByteArray(34, '\1')) + good,
+            frame(RM_CMD_STATUS, hex("20"))); // TCP format error
+        row("T93: a web page", "POST / HTTP/1.1\r\n\r\n" + good, "");
     }
-    void hostileLines()
+    void hostileBytes()
     {
-        SShare share("--socketcand 0 --allow-send"_s);
-        SClient bad(share, ""), good(share);
-        QVERIFY(bad.hears("< hi >"));
+        QFETCH(QByteArray, answer);
+        const bool isT93 = rowName().startsWith("T93");
+        SShare share("--socketcand 0 --t93 0 --allow-send"_s);
+        SClient good(share);
+        SPeer bad(share.port(isT93 ? "t93"_s : "socketcand"_s));
         bad.write(cell<QByteArray>("bytes"));
-        if (cell<QByteArray>("answer").isEmpty()) {
+        if (answer.isEmpty()) {
             QTRY_COMPARE(bad.state(), QAbstractSocket::UnconnectedState);
         } else {
-            QVERIFY(bad.hears(cell<QByteArray>("answer")));
+            QTRY_VERIFY2(isT93 ? bad.heard == answer : bad.heard.contains(answer), bad.heard);
         }
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
-        QVERIFY(share.sent.isEmpty());
+        QTRY_COMPARE(share.sent, isT93 && !answer.isEmpty() ? list("7FF#"_s) : QStringList());
     }
 
-    void hostileFrames_data()
-    {
-        const auto row = columns<QByteArray, bool>("bytes", "isRefused"); // otherwise the connection ends
-        const auto send = [](const char* payload) { return frame(RM_CMD_TX11BIT_MSG, hex(payload)); };
-        row("no identifier", send(""), true);
-        row("half an identifier", send("01"), true);
-        row("nine bytes of data", send("0123 010203040506070809"), true);
-        row("32 bytes of data", frame(RM_CMD_TX11BIT_MSG_ALT, QByteArray(34, '\1')), true);
-        row("identifier 800", send("0800"), true);
-        row("identifier FFFF", send("FFFF"), true);
-        row("a web page", "POST / HTTP/1.1\r\n\r\n" + send("0001 DEAD"), false);
-    }
-    void hostileFrames()
-    {
-        SShare share("--t93 0 --allow-send"_s);
-        SRawHost host(share);
-        host.write(cell<QByteArray>("bytes"));
-        if (cell<bool>("isRefused")) {
-            host.write(frame(RM_CMD_TX11BIT_MSG, hex("07FF")));
-            QTRY_COMPARE(share.sent, list("7FF#"_s));
-            QTRY_COMPARE(host.heard, frame(RM_CMD_STATUS, hex("20"))); // TCP format error
-        } else {
-            QTRY_COMPARE(host.state(), QAbstractSocket::UnconnectedState);
-            QVERIFY(share.sent.isEmpty());
-        }
-    }
-
-    /// python-can, as Debian ships it, and as it reads errors since 4.6: each client receives 4000 of 4000 frames,
-    /// whatever happens to the gateway and to messages of clients.
-    void pythonCan_data() { rows({"Since46", "Debian"}); }
+    /// python-can, as Debian ships it: each client receives 4000 of 4000 frames, whatever happens to the gateway and to
+    /// messages of clients.
     void pythonCan()
     {
         REQUIRE_TOOL("mosquitto"); // installed with it
@@ -959,45 +867,23 @@ private Q_SLOTS:
         QVERIFY(share.happened("away"_s));
         QProcess python;
         python.setProcessChannelMode(QProcess::MergedChannels);
-        python.start("/usr/bin/python3"_s,
-                     {"-c"_s, QString::fromLatin1(R"(
-import socket, sys
-port, channel, client = int(sys.argv[1]), sys.argv[2], sys.argv[3]
+        python.start("/usr/bin/python3"_s, {"-c"_s, QString::fromLatin1(R"(
+import can, sys
 
-class Debian:
+class Client:
     def __init__(self):
-        import can
-        self.can, self.errors = can, ["are skipped"]
-        self.bus = can.Bus(interface="socketcand", host="127.0.0.1", port=port, channel=channel)
+        self.bus = can.Bus(interface="socketcand", host="127.0.0.1", port=int(sys.argv[1]), channel=sys.argv[2])
     def recv(self):
         message = self.bus.recv(5)
         return message and (message.arbitration_id, bytes(message.data))
     def send(self, identifier, data, extended=False):
-        self.bus.send(self.can.Message(arbitration_id=identifier, data=data, is_extended_id=extended))
-
-class Since46:
-    def __init__(self):
-        self.socket, self.text, self.errors = socket.create_connection(("127.0.0.1", port), 10), "", []
-        for command, answer in ("", b"< hi >"), (f"< open {channel} >", b"< ok >"), ("< rawmode >", b"< ok >"):
-            self.socket.sendall(command.encode())
-            assert self.socket.recv(256) == answer
-    def recv(self):
-        while ">" not in self.text: self.text += self.socket.recv(1024).decode("ascii")
-        element, rest = self.text.split(">", 1)
-        kind, number, time, *words = element.split("<")[1].split() # what cannot be read stays, and raises again
-        number, time = int(number, 16), float(time)
-        if kind == "error": message = self.errors.append(f"{number:03x}")
-        else: message = {"frame": (number, bytes.fromhex("".join(words)))}[kind]
-        self.text = rest
-        return message
-    def send(self, identifier, data, extended=False):
-        self.socket.sendall(f"< send {identifier:X} {len(data)} {' '.join(f'{one:x}' for one in data)} >".encode())
+        self.bus.send(can.Message(arbitration_id=identifier, data=data, is_extended_id=extended))
 
 def read(reader):
     while not (message := reader.recv()): pass
     return message
 
-one, other = globals()[client](), globals()[client]()
+one, other = Client(), Client()
 for frames in 1000, 1000, 2000:
     print("next", flush=True)
     for reader in one, other:
@@ -1007,9 +893,8 @@ for frames in 1000, 1000, 2000:
     one.send(0x12345678, b"", True) # refused
 one.send(0x123, [1, 128, 255])
 assert read(other) == (0x123, bytes([1, 128, 255]))
-print("errors", *one.errors, flush=True)
 )"),
-                      QString::number(share.port("socketcand"_s)), "bus1"_s, QString::fromLatin1(rowName())});
+                                            QString::number(share.port("socketcand"_s)), "bus1"_s});
         QByteArray said;
         connect(&python, &QProcess::readyRead, [&] { said += python.readAll(); });
         const auto isNext = [&](int frames) { return QTest::qWaitFor([&] { return said.count("next") == frames; }); };
@@ -1026,52 +911,42 @@ print("errors", *one.errors, flush=True)
         QVERIFY(share.happened("open"_s, 2));
         share.gateway.flood(2000);
         QTRY_VERIFY2(python.state() == QProcess::NotRunning, said);
-        QCOMPARE(python.exitCode(), 0);
-        QVERIFY2(said.endsWith(rowName() == "Debian" ? "errors are skipped\n" : "errors 040 001 001 040 040\n"), said);
+        QVERIFY2(python.exitCode() == 0, said);
         QCOMPARE(share.sent, list("123#0180FF"_s));
     }
 
     void wrongUsage_data()
     {
-        const auto row = columns<QString, int, QString>("typed", "exitCode", "says");
-        row("nothing to share", "--t93 0"_s, 2, "nothing to share"_s);
-        row("nothing to serve", "sim"_s, 2, "nothing to serve"_s);
-        row("twice", "sim sim --t93 0"_s, 2, "'sim' and 'sim' would have the same name for clients"_s);
-        row("no such target", "nobody --t93 0"_s, 2, "target 'nobody'"_s);
-        row("no port", "sim --socketcand 127.0.0.1:x"_s, 2, "'127.0.0.1:x' is not an [ADDRESS:]PORT"_s);
-        row("no network", "sim --t93 0 --allow 10.0.0.0/33"_s, 2, "'10.0.0.0/33' is not a network"_s);
-        row("unknown line of a file", "sim --config <(echo sockecand=1)"_s, 2, "sockecand"_s);
-        row("more ports than there are", "sim 127.0.0.1 --t93 65535"_s, 2, "not so many ports"_s);
-        row("beacon for nothing", "sim --t93 0 --beacon"_s, 2, "--beacon requires --socketcand"_s);
-        for (const char* value : {"", "\\\"\\\"", "{}", "[]", "maybe", "2", "t"}) {
-            for (const char* name : {"allow-send", "json"}) {
-                row(name + QByteArray("=") + value,
-                    "sim --config <(echo \"%1=%2\")"_s.arg(QLatin1String(name), QLatin1String(value)), 2,
-                    QLatin1String(name) + QString());
-            }
+        const auto row = columns<QByteArray>("says"); // MQTT stands for a broker and the option that follows
+        row("--t93 0", "nothing to share");
+        row("sim", "nothing to serve");
+        row("sim sim --t93 0", "'sim' and 'sim' would have the same name for clients");
+        row("nobody --t93 0", "target 'nobody'");
+        row("sim --socketcand 127.0.0.1:x", "'127.0.0.1:x' is not an [ADDRESS:]PORT");
+        row("sim --t93 0 --allow 10.0.0.0/33", "'10.0.0.0/33' is not a network");
+        row("sim --config <(echo sockecand=1)", "sockecand");
+        row("sim 127.0.0.1 --t93 65535", "not so many ports");
+        row("sim --t93 0 --beacon", "--beacon requires --socketcand");
+        for (const QByteArray value : {"", "\\\"\\\"", "{}", "[]", "maybe", "2", "t"}) {
+            row("sim --config <(echo \"allow-send=" + value + "\")", "allow-send");
+            row("sim --config <(echo \"json=" + value + "\")", "json");
         }
-        row("no topic", "sim --mqtt localhost --mqtt-topic a/+"_s, 2, "'a/+/state' is not a topic"_s);
-        row("key for nothing", "sim --mqtt localhost --mqtt-key k"_s, 2, "a certificate needs its key"_s);
-        row("no broker", "sim --mqtt a:b"_s, 2, "'a:b' is not a HOST[:PORT]"_s);
-        row("no file", "sim --mqtt localhost --mqtt-plaintext --mqtt-credentials /nowhere"_s, 2,
-            "/nowhere: No such file"_s);
-        row("readable credentials", "sim --mqtt localhost --mqtt-plaintext --mqtt-credentials /etc/passwd"_s, 2,
-            "/etc/passwd: other users can read it"_s);
-        row("credentials of the service manager",
-            "sim --mqtt localhost --mqtt-ca /nowhere --mqtt-credentials /usr/bin/env"_s, 2,
-            "/nowhere cannot be used: No such file"_s);
-        row("password in the clear", "sim --mqtt localhost --mqtt-credentials /nowhere"_s, 2,
-            "--mqtt-plaintext allows it"_s);
-        row("no certificate", "sim --mqtt localhost --mqtt-ca /nowhere"_s, 2,
-            "/nowhere cannot be used: No such file"_s);
-        row("address of another", "sim --socketcand 192.0.2.1:0"_s, 1, "cannot listen on 192.0.2.1:0"_s);
+        row("sim MQTT-topic a/+", "'a/+/state' is not a topic");
+        row("sim MQTT-key k", "a certificate needs its key");
+        row("sim --mqtt a:b", "'a:b' is not a HOST[:PORT]");
+        row("sim MQTT-plaintext --mqtt-credentials /nowhere", "/nowhere: No such file");
+        row("sim MQTT-plaintext --mqtt-credentials /etc/passwd", "/etc/passwd: other users can read it");
+        row("sim MQTT-credentials /usr/bin/env --mqtt-ca /nowhere", "/nowhere cannot be used: No such file");
+        row("sim MQTT-credentials /nowhere", "--mqtt-plaintext allows it");
+        row("sim --socketcand 192.0.2.1:0", "cannot listen on 192.0.2.1:0"); // an address of another machine
     }
     void wrongUsage()
     {
-        const SOutcome outcome =
-            run(QStringLiteral("CREDENTIALS_DIRECTORY=/usr/bin " CIM_CIMSHARE " ") + cell<QString>("typed"));
-        QCOMPARE(outcome.exitCode, cell<int>("exitCode"));
-        QVERIFY2(outcome.err.contains(cell<QString>("says").toUtf8()), outcome.err);
+        const QByteArray typed = rowName().replace("MQTT", "--mqtt localhost --mqtt");
+        const SOutcome outcome = // as if the service manager had handed over all programs as credentials
+            run(QString::fromLatin1("CREDENTIALS_DIRECTORY=/usr/bin " CIM_CIMSHARE " " + typed));
+        QCOMPARE(outcome.exitCode, typed.contains("192.0.2.1") ? 1 : 2);
+        QVERIFY2(outcome.err.contains(cell<QByteArray>("says")), outcome.err);
     }
 };
 

@@ -15,10 +15,6 @@ namespace
 struct SBroker {
     explicit SBroker(const QByteArray& rules = "allow_anonymous true\n")
     {
-        QTcpServer free;
-        free.listen(QHostAddress(QHostAddress::LocalHost));
-        port = QString::number(free.serverPort());
-        free.close();
         writeFile(folder, "listener " + port.toLatin1() + " 127.0.0.1\n" + rules);
         start();
     }
@@ -46,7 +42,7 @@ struct SBroker {
     }
 
     QTemporaryDir folder;
-    QString port;
+    const QString port = QString::number(SServer().serverPort());
     SProgram program;
 };
 
@@ -233,17 +229,12 @@ private Q_SLOTS:
         SSubscriber all(broker);
         QVERIFY(all.hears("/gap {\"from\":"));
         QVERIFY(!isKilled || all.heard.contains("\"messages\":1000,"));
-        const auto sendUntilHeard = [&] {
-            share.put("123#");
-            return all.heard.contains(" 123# R");
-        };
-        QTRY_VERIFY(sendUntilHeard());
+        QTRY_VERIFY((share.put("123#"), all.heard.contains(" 123# R")));
     }
 
     void brokerThatReadsNothing()
     {
-        QTcpServer broker;
-        broker.listen(QHostAddress(QHostAddress::LocalHost));
+        SServer broker;
         SShare share("--status 1 --mqtt 127.0.0.1:%1"_s.arg(broker.serverPort()));
         QTRY_VERIFY(broker.hasPendingConnections());
         QTcpSocket* const link = broker.nextPendingConnection();
@@ -263,32 +254,29 @@ private Q_SLOTS:
         const auto row = columns<QByteArray, QString, QString>("answer", "event", "text");
         const QByteArray accepted = hex("20020000");
         const auto end = "brokerAway"_s, go = "broker"_s;
-        row("nothing", QByteArray(), QString(), QString());
+        row("nothing", {}, {}, {});
         row("refused: identifier", hex("20020002"), end, "identifier rejected"_s);
-        row("refused: not authorised", hex("20020005"), end, "not authorised"_s);
         row("refused: reason of version 5", hex("2003008700"), end, "unknown reason"_s);
         row("refused: property of version 5", hex("20050084027f01"), end, "unknown reason"_s);
-        row("accepted with a property of version 5", hex("20050000027f01"), go, QString());
-        row("accepted very often", accepted.repeated(10'000), go, QString());
-        row("end with a property of version 5", accepted + hex("e00400027f01"), end, QString());
-        row("authentication of version 5", accepted + hex("f00400027f01"), end, QString());
-        row("length without end", hex("20ffffffffff"), end, QString());
-        row("longest message, only begun", accepted + hex("30ffffff7f"), go, QString());
-        row("topic longer than its packet", accepted + hex("300400ff6161"), end, QString());
-        row("topic that is no text", accepted + hex("30040002c328"), end, QString());
-        row("topic with a wildcard", accepted + hex("30050003612f23"), go, QString());
-        row("no topic", accepted + hex("30020000"), end, QString());
-        row("topic that nobody subscribed", accepted + hex("30060003782f7931").repeated(10'000), go, QString());
-        row("quality 3", accepted + hex("3606000178000131"), end, QString());
-        row("answers to no request", accepted + hex("9003ffff80 4002ffff 5002ffff 7002ffff b002ffff d000"), go,
-            QString());
-        row("requests", accepted + hex("c000 82060001000161 00"), end, QString());
-        row("web server", QByteArray("HTTP/1.1 400 Bad Request\r\n\r\n"), end, QString());
+        row("accepted with a property of version 5", hex("20050000027f01"), go, {});
+        row("accepted very often", accepted.repeated(10'000), go, {});
+        row("end with a property of version 5", accepted + hex("e00400027f01"), end, {});
+        row("authentication of version 5", accepted + hex("f00400027f01"), end, {});
+        row("length without end", hex("20ffffffffff"), end, {});
+        row("longest message, only begun", accepted + hex("30ffffff7f"), go, {});
+        row("topic longer than its packet", accepted + hex("300400ff6161"), end, {});
+        row("topic that is no text", accepted + hex("30040002c328"), end, {});
+        row("topic with a wildcard", accepted + hex("30050003612f23"), go, {});
+        row("no topic", accepted + hex("30020000"), end, {});
+        row("topic that nobody subscribed", accepted + hex("30060003782f7931").repeated(10'000), go, {});
+        row("quality 3", accepted + hex("3606000178000131"), end, {});
+        row("answers to no request", accepted + hex("9003ffff80 4002ffff 5002ffff 7002ffff b002ffff d000"), go, {});
+        row("requests", accepted + hex("c000 82060001000161 00"), end, {});
+        row("web server", QByteArray("HTTP/1.1 400 Bad Request\r\n\r\n"), end, {});
     }
     void brokerThatErrs()
     {
-        QTcpServer broker;
-        broker.listen(QHostAddress(QHostAddress::LocalHost));
+        SServer broker;
         QObject::connect(&broker, &QTcpServer::newConnection, [&] {
             QTcpSocket* const link = broker.nextPendingConnection();
             QObject::connect(link, &QTcpSocket::readyRead, [=, isFirst = true]() mutable {
@@ -309,10 +297,7 @@ private Q_SLOTS:
     /// A log that nobody reads any more holds nothing up.
     void unreadOutput()
     {
-        QTcpServer free;
-        free.listen(QHostAddress(QHostAddress::LocalHost));
-        const QString options = "--socketcand %1"_s.arg(free.serverPort());
-        free.close();
+        const QString options = "--socketcand %1"_s.arg(SServer().serverPort()); // which is free then
         SShare share(options);
         share.end();
         const QTemporaryDir folder;
@@ -362,27 +347,24 @@ private Q_SLOTS:
     void unusableFiles_data()
     {
         const auto row = columns<QString, QString>("options", "text");
-        row("authority that is none", "--mqtt-ca a.key"_s, "a.key cannot be used: no certificate"_s);
-        row("certificate that is none", "--mqtt-ca a.pem --mqtt-cert a.key --mqtt-key a.key"_s,
-            "a.key cannot be used: "_s);
-        row("key that is none", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key a.pem"_s, "a.pem cannot be used: "_s);
-        row("key of another certificate", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key b.key"_s,
-            "b.key cannot be used: key values mismatch"_s);
-        row("encrypted key", "--mqtt-ca a.pem --mqtt-cert a.pem --mqtt-key locked.key"_s,
-            "locked.key cannot be used: interrupted or cancelled"_s);
+        const QString client = "--mqtt-ca ca.pem --mqtt-cert client.pem --mqtt-key "_s;
+        row("authority that is none", "--mqtt-ca ca.key"_s, "ca.key cannot be used: no certificate"_s);
+        row("certificate that is none", "--mqtt-ca ca.pem --mqtt-cert client.key --mqtt-key client.key"_s,
+            "client.key cannot be used: "_s);
+        row("key that is none", client + "ca.pem"_s, "ca.pem cannot be used: "_s);
+        row("key of another certificate", client + "ca.key"_s, "ca.key cannot be used: key values mismatch"_s);
+        row("encrypted key", client + "locked.key"_s, "locked.key cannot be used: interrupted or cancelled"_s);
     }
     /// They are refused at the start, not at each connection.
     void unusableFiles()
     {
         REQUIRE_TOOL("openssl");
         const QTemporaryDir folder;
-        const SOutcome outcome = run("cd "_s + folder.path() + QString::fromLatin1(R"( && {
-            for who in a b; do
-                openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=$who -keyout $who.key -out $who.pem -days 2 || exit 1
-            done
-            openssl rsa -aes128 -passout pass:secret -in a.key -out locked.key || exit 1; } 2>log
-            timeout 5 )" CIM_CIMSHARE) +
-                                     " sim --mqtt 127.0.0.1:1 "_s + cell<QString>("options"));
+        makeCertificates(folder);
+        const SOutcome outcome = run("cd "_s + folder.path() + QStringLiteral(R"( &&
+            openssl ec -aes128 -passout pass:secret -in client.key -out locked.key 2>log &&
+            timeout 5 )" CIM_CIMSHARE " sim --mqtt 127.0.0.1:1 ") +
+                                     cell<QString>("options"));
         QCOMPARE(outcome.exitCode, 2);
         QVERIFY2(outcome.err.contains(cell<QString>("text").toUtf8()), outcome.err.constData());
     }

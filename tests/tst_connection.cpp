@@ -101,8 +101,7 @@ private Q_SLOTS:
 
     void firstRequestWaits() // a gateway drops what comes within 20 ms of the connection
     {
-        QTcpServer gateway;
-        QVERIFY(gateway.listen(QHostAddress(QHostAddress::LocalHost)));
+        SServer gateway;
         gateway.pauseAccepting();
         const int listener = static_cast<int>(gateway.socketDescriptor());
         ::fcntl(listener, F_SETFL, 0); // its thread waits
@@ -143,12 +142,9 @@ private Q_SLOTS:
     void failedOpenLeavesItClosed()
     {
         const SDeafPort deaf;
-        QTcpServer closed;
-        closed.listen(QHostAddress(QHostAddress::LocalHost));
-        const auto can = makeInterface(rowName() == "no answer" ? deaf.serverPort() : closed.serverPort(),
+        const auto can = makeInterface(rowName() == "no answer" ? deaf.serverPort() : SServer().serverPort(),
                                        static_cast<Protocol>(cell<int>("protocol")));
         configure(*can, [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress("192.0.2.1"_s)); });
-        closed.close();
         if (const QString warning = cell<QString>("warning"); !warning.isEmpty()) {
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression(warning));
         }

@@ -20,7 +20,6 @@ struct SRecorder : QUdpSocket {
     SRecorder()
     {
         (void)bind(QHostAddress(QHostAddress::Any));
-        clock.start();
         connect(this, &QUdpSocket::readyRead, this, [this] {
             while (hasPendingDatagrams()) {
                 arrivals.append(receiveDatagram());
@@ -28,7 +27,7 @@ struct SRecorder : QUdpSocket {
             }
         });
     }
-    QElapsedTimer clock;
+    SClock clock;
     QList<QNetworkDatagram> arrivals;
     QList<qint64> milliseconds; ///< when each was heard
 };

@@ -136,7 +136,6 @@ private Q_SLOTS:
     void badOptionsGiveOneLine_data()
     {
         const auto row = columns<int>("exitCode");
-        QVERIFY(m_server.listen(QHostAddress(QHostAddress::LocalHost)));
         row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
         row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null", 2);
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
@@ -159,7 +158,7 @@ private Q_SLOTS:
     }
 
 private:
-    QTcpServer m_server;
+    SServer m_server;
 };
 
 QTEST_GUILESS_MAIN(T93SimTest)
