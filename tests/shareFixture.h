@@ -114,7 +114,10 @@ struct SShare : SGateway {
     }
     int count(const QString& event) const { return static_cast<int>(named(event).size()); }
     /// The text of the newest event of that name.
-    QString text(const QString& event) const { return named(event).last().value("text"_s).toString(); }
+    QString text(const QString& event)
+    {
+        return happened(event) ? named(event).last().value("text"_s).toString() : QString();
+    }
     bool happened(const QString& event, int times = 1, int timeoutMs = 10000)
     {
         return QTest::qWaitFor([&] { return count(event) >= times; }, timeoutMs);
