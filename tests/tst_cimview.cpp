@@ -332,7 +332,7 @@ private Q_SLOTS:
         QTRY_VERIFY(sent.size() > 10);
         QCOMPARE(sent.last(), message(0x97, hex("0AFF12")));
         run.gateway.dropLinks();
-        QTRY_COMPARE(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s, 15000);
 
         // With another interface open, nothing goes there unasked.
         SGateway other;
@@ -381,7 +381,7 @@ private Q_SLOTS:
         QTRY_COMPARE(run.lastEvent().text, "The gateway does not answer any more."_s);
         QCOMPARE(load.data().toString(), QString());
         run.gateway.setFaults({});
-        QTRY_COMPARE(run.lastEvent().text, "The gateway is back."_s);
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000);
     }
 
     void dialogLeavesTheGatewaysBitRate_data()
