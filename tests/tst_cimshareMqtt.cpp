@@ -205,7 +205,9 @@ private Q_SLOTS:
         }
         std::sort(echoes.begin(), echoes.end());
         QVERIFY2(echoes[20] < 200, qPrintable(QString::number(echoes[20])));
-        QVERIFY2(memory() - before < 16 * 1024, qPrintable(QString::number(memory() - before)));
+        // A sanitizer keeps what was freed.
+        QVERIFY2(*CIM_SANITIZE != '\0' || memory() - before < 16 * 1024,
+                 qPrintable(QString::number(memory() - before)));
         static const QRegularExpression MANY("\"further\":\\d{5}"_s); // of several publications
         QVERIFY(QTest::qWaitFor([&] { return MANY.match(QString::fromLatin1(all.heard)).hasMatch(); }));
     }
@@ -223,7 +225,7 @@ private Q_SLOTS:
         QVERIFY(!isKilled || share.happened("brokerAway"_s));
         const int messages = isKilled ? 1000 : 200'000; // more than may wait
         share.gateway.flood(messages);
-        QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 120000);
         isKilled ? broker.start() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGCONT));
         QVERIFY(share.happened("gap"_s));
         SSubscriber all(broker);

@@ -91,6 +91,8 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
                      const QByteArray& willPayload)
     : m_client(nullptr, mosquitto_destroy), m_broker(broker), m_willTopic(willTopic.toUtf8())
 {
+    const auto onArrived = [this](const QByteArray& topic) { m_subscriptions.at(topic).onArrived(); };
+    connect(this, &CMqttLink::arrived, this, onArrived, Qt::QueuedConnection);
     mosquitto_lib_init();
     m_client.reset(mosquitto_new(clientId.constData(), true, this));
     mosquitto* const client = m_client.get();
@@ -258,7 +260,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
     const int lines = payload.trimmed().count('\n') + 1;
     const int size = payload.size() + lines * LINE_SIZE;
-    auto& [inbox, onArrived] = found->second;
+    SInbox& inbox = found->second.inbox;
     std::unique_lock<std::mutex> guard(m_lock);
     const bool isFirst = inbox.arrivals.empty();
     if (isFirst || inbox.size + size <= INBOX_SIZE) {
@@ -269,7 +271,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     }
     guard.unlock();
     if (isFirst) {
-        QMetaObject::invokeMethod(this, onArrived, Qt::QueuedConnection);
+        Q_EMIT arrived(found->first);
     }
 }
 

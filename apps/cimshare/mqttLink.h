@@ -79,6 +79,8 @@ public:
 Q_SIGNALS:
     // Emitted by the thread of the connection: connect to them queued.
     void connected();
+    /// The inbox of a topic was empty and is no longer.
+    void arrived(const QByteArray& topic);
     /// A publication that `publish` accepted did not reach the broker.
     void lost(const QString& topic, int messages);
     /// The connection ended, or an attempt failed.
