@@ -218,6 +218,9 @@ private Q_SLOTS:
     {
         SBroker broker;
         const bool isKilled = rowName() == "killed";
+        if (!isKilled && *CIM_SANITIZE != '\0') {
+            QSKIP("with a sanitizer the client is too slow for so many messages");
+        }
         SShare share(broker.options("--socketcand 0"_s));
         SClient client(share);
         QVERIFY(share.happened("broker"_s));
@@ -225,7 +228,7 @@ private Q_SLOTS:
         QVERIFY(!isKilled || share.happened("brokerAway"_s));
         const int messages = isKilled ? 1000 : 200'000; // more than may wait
         share.gateway.flood(messages);
-        QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 120000);
+        QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 30000);
         isKilled ? broker.start() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGCONT));
         QVERIFY(share.happened("gap"_s));
         SSubscriber all(broker);
