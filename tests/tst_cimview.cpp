@@ -272,6 +272,27 @@ private Q_SLOTS:
         QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
     }
 
+    /// The window is busy while a link is lost and regained.
+    void shortLossIsReported()
+    {
+        SWindow run;
+        QTcpServer gateway; // waits without the event loop
+        QVERIFY(gateway.listen(QHostAddress::LocalHost));
+        run.open(HALL, gateway.serverPort());
+        QVERIFY(gateway.waitForNewConnection(5000));
+        QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
+        run.at(HALL).setCyclic(1, message(0x97), 150); // less often than the state is looked at
+        gateway.nextPendingConnection()->abort();
+        QVERIFY(gateway.waitForNewConnection(5000));
+        QTcpSocket* const link = gateway.nextPendingConnection();
+        QByteArray heard;
+        while (heard.count(frame(RM_CMD_TX11BIT_MSG, hex("0097"))) < 3) {
+            QVERIFY(link->waitForReadyRead(5000));
+            heard += link->readAll();
+        }
+        QTRY_COMPARE(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s);
+    }
+
     void wrongTextsAreMarkedAndRefused_data()
     {
         // Marked while it is typed, refused with a word at Enter.

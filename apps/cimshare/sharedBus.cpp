@@ -187,7 +187,8 @@ void CSharedBus::onStatus()
     }
     const bool isSilent = m_status.connection == EConnection::eSilent && before.connection != EConnection::eSilent;
     const bool isOverUdp = m_canInterface->property("Protocol").toString() == QLatin1String("UDP");
-    if (m_permission.isPinned && before.hasLink() && (!m_status.hasLink() || (isSilent && isOverUdp))) {
+    const bool wasLost = !m_status.hasLink() || m_status.losses != before.losses;
+    if (m_permission.isPinned && before.hasLink() && (wasLost || (isSilent && isOverUdp))) {
         start(); // anew, and without an identity: the gateway that answers next may be another one
     }
 }

@@ -116,7 +116,7 @@ void CManagedInterface::onStatusChanged()
         info.setInterfaceId(current.interfaceId);
         m_canInterface->setCommonInfo(info);
     }
-    const EConnection before = std::exchange(m_shown, current.connection);
+    const auto before = std::exchange(m_shown, std::pair(current.connection, current.losses));
     if (current.code != 0) { // it was not opened
         m_openFailure = SProblem{current.reason, current.code};
         report(*m_openFailure);
@@ -130,18 +130,18 @@ void CManagedInterface::onStatusChanged()
     }
     Q_EMIT changed();
     if (m_shown != before) {
-        noteConnection();
+        noteConnection(m_shown.second > before.second);
         Q_EMIT stateChanged();
     }
 }
 
-void CManagedInterface::noteConnection()
+void CManagedInterface::noteConnection(bool wasLost)
 {
     const bool wasOpen = std::exchange(m_wasOpen, isOpen());
-    const bool wasUnreachable = std::exchange(m_wasUnreachable, isUnreachable());
+    const bool wasUnreachable = std::exchange(m_wasUnreachable, isUnreachable()) || wasLost;
     if (m_wasOpen != wasOpen) {
         Q_EMIT eventRaised(eventNow(EEvent::eNote, m_wasOpen ? tr("Opened.") : tr("Closed."), name()));
-    } else if (m_shown == EConnection::eSilent && m_wasUnreachable) { // a lost link is an error of the interface
+    } else if (m_shown.first == EConnection::eSilent && m_wasUnreachable) { // a lost link is an error of the interface
         report({tr("The gateway does not answer any more.")});
     } else if (m_wasOpen && wasUnreachable && !m_wasUnreachable) {
         const auto count = m_cyclic.size();

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <set>
+#include <utility>
 
 namespace vexmor::Apps::Cimview
 {
@@ -78,7 +79,8 @@ Q_SIGNALS:
 
 private:
     void onStatusChanged();
-    void noteConnection();
+    /// `wasLost`: the link was lost since the last time, though it may stand again.
+    void noteConnection(bool wasLost);
     void report(const SProblem& problem);
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface;
@@ -87,11 +89,12 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;
     Failure m_openFailure;
-    QString m_error;                            ///< the last of the bus
-    std::set<int> m_cyclic;                     ///< keys of the messages that are sent cyclically
-    EConnection m_shown = EConnection::eClosed; ///< the connection that was reported last
-    bool m_wasOpen = false;                     ///< since it was closed last
-    bool m_wasUnreachable = false;              ///< when the connection was reported last
+    QString m_error;        ///< the last of the bus
+    std::set<int> m_cyclic; ///< keys of the messages that are sent cyclically
+    /// The connection that was reported last, and the losses of the link by then.
+    std::pair<EConnection, unsigned> m_shown{EConnection::eClosed, 0};
+    bool m_wasOpen = false;        ///< since it was closed last
+    bool m_wasUnreachable = false; ///< when the connection was reported last
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -37,8 +37,8 @@ bool SInterfaceStatus::hasLink() const
 bool operator==(const SInterfaceStatus& one, const SInterfaceStatus& other)
 {
     const auto shown = [](const SInterfaceStatus& status) {
-        return std::tie(status.connection, status.code, status.reason, status.interfaceId, status.firmwareVersion,
-                        status.busload);
+        return std::tie(status.connection, status.losses, status.code, status.reason, status.interfaceId,
+                        status.firmwareVersion, status.busload);
     };
     return shown(one) == shown(other);
 }

@@ -37,8 +37,9 @@ struct SInterfaceStatus {
     using Clock = std::chrono::steady_clock;
 
     EConnection connection = EConnection::eClosed;
-    int code = 0;   ///< result code of the last attempt to open it; 0: it is open, or none was made
-    QString reason; ///< why it is lost or was not opened, a line for the user; else empty
+    unsigned losses = 0; ///< of the link since the opening; one that was regained at once is seen here alone
+    int code = 0;        ///< result code of the last attempt to open it; 0: it is open, or none was made
+    QString reason;      ///< why it is lost or was not opened, a line for the user; else empty
     std::optional<Clock::time_point> lastFrame; ///< arrival of the last valid frame; nothing: none has come
     QString interfaceId;                        ///< MAC address of the gateway; empty until the gateway has sent it
     QString firmwareVersion;                    ///< of the gateway; empty until the gateway has sent it

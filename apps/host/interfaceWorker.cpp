@@ -211,8 +211,9 @@ void CInterfaceWorker::updateStatus()
 }
 
 /// Makes a status the newest. The owner is notified once until it takes a status, however many follow each other.
-void CInterfaceWorker::publish(const SInterfaceStatus& status)
+void CInterfaceWorker::publish(SInterfaceStatus status)
 {
+    status.losses = m_losses;
     bool isNews = false;
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
@@ -229,6 +230,7 @@ void CInterfaceWorker::onError(int error)
 {
     handOver(); // messages received before the error
     m_mailbox->postError({microsecondsNow(), m_source, error});
+    m_losses += error == Cim::IE_TCP_CONNECTION_LOST ? 1 : 0;
     updateStatus();
 }
 

@@ -55,7 +55,7 @@ private:
     void open();
     void onOpened(int code);
     void updateStatus();
-    void publish(const SInterfaceStatus& status);
+    void publish(SInterfaceStatus status);
     void onError(int error);
     void sendWaiting();
     void sendNow(const Cim::CCanMessage& message);
@@ -73,6 +73,7 @@ private:
     QTimer m_retryTimer; ///< until the next attempt to open
     std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< by the owner's key
     std::vector<SBusRecord> m_batch;                 ///< records of this turn of the event loop
+    unsigned m_losses = 0;                           ///< of the link
     std::int64_t m_lastTime = 0;                     ///< time of the last record
 
     std::mutex m_mutex; ///< guards the members below, which both threads use
