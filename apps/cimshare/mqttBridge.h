@@ -58,7 +58,7 @@ private:
     void endRefusals(SPublishedBus& published);
 
     const QString m_topic;
-    const QString m_service;       ///< Tells this service from others with the same topic.
+    const QString m_service;       ///< Names this service among others with the same topic.
     bool m_isOwnStateSeen = false; ///< The broker has delivered a state of this service.
     bool m_isStateWrong = false;   ///< The broker has another state than this service.
     std::vector<SPublishedBus> m_published;

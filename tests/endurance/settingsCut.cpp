@@ -74,7 +74,7 @@ void save(Progress& saved, int lastVersion)
 void look(const Progress& saved)
 {
     QSettings settings;
-    bool ok = holds("what else the host stored is there", settings.value(HOST_KEY).toString() == HOST_VALUE);
+    bool ok = holds("the host's other values are kept", settings.value(HOST_KEY).toString() == HOST_VALUE);
     settings.beginGroup(GROUP);
     for (int number = 0; number < INTERFACES; ++number) {
         settings.beginGroup(QStringLiteral("gateway %1").arg(number));
@@ -84,7 +84,7 @@ void look(const Progress& saved)
         ok &= holds("an interface is wholly as one save left it",
                     settings.allKeys().size() == KEYS && loaded->loadSettings(GROUP) == 0 &&
                         loaded->commonInfo() == asSaved->commonInfo() && loaded->baudrate() == asSaved->baudrate());
-        ok &= holds("a save that had returned is there", version >= saved[number]);
+        ok &= holds("a save that had returned is kept", version >= saved[number]);
         settings.endGroup();
     }
     if (!ok) {
