@@ -9,7 +9,7 @@ namespace vexmor::CoreLib
 class VXCORE_EXPORT CThread
 {
 public:
-    /// Pauses the calling thread for at least `milliseconds`; no event is processed meanwhile.
+    /// Pauses the calling thread for at least `milliseconds`, without processing events.
     static void sleepMsecs(unsigned int milliseconds);
 };
 
