@@ -25,13 +25,12 @@ enum EResultCode : int {
     RC_NO_UDP_SOCKET = 101,      ///< Reserved, never returned.
     RC_NO_SOCKET = 102,          ///< The interface was closed while it was sending.
     RC_TCP_CONNECT_FAILED = 103, ///< The connection was refused, or not made within a second.
-    RC_UDP_BIND_FAILED =
-        104, ///< The local address cannot be bound, for example because this computer does not have it.
-    RC_UNKNOWN_PROTOCOL = 105, ///< The protocol is neither TCP nor UDP.
-    RC_NO_QUEUE = 106,         ///< Reserved, never returned.
-    RC_FRAMER_FAILED = 107,    ///< The request cannot be framed.
-    RC_SEND_FAILED = 108,      ///< The link failed, or too much waits for a gateway that does not read.
-    RC_NO_TCP_CONNECTION = 109 ///< The TCP connection is down; it is being regained.
+    RC_UDP_BIND_FAILED = 104,    ///< The local address cannot be bound; this computer may not have it.
+    RC_UNKNOWN_PROTOCOL = 105,   ///< The protocol is neither TCP nor UDP.
+    RC_NO_QUEUE = 106,           ///< Reserved, never returned.
+    RC_FRAMER_FAILED = 107,      ///< The request cannot be framed.
+    RC_SEND_FAILED = 108,        ///< The link failed, or too much waits for a gateway that does not read.
+    RC_NO_TCP_CONNECTION = 109   ///< The TCP connection is down; it is being regained.
 };
 
 /// Errors that the signal `interfaceError` reports. None of them closes the interface.
