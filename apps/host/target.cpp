@@ -18,14 +18,15 @@ namespace
 const QString SIM = QStringLiteral("sim");
 const QString SIM_LOG = QStringLiteral("sim:");
 
-/// A text that may begin with a host name: a word alone is rather a name that was mistyped, and nobody is asked for it.
+/// Returns whether a text may begin with a host name. A single word other than localhost is more likely a mistyped name
+/// of a stored interface, and is not resolved.
 bool mayBeHostName(const QString& text)
 {
     static const QRegularExpression FORM(QStringLiteral("^(localhost|[\\w-]+([.][\\w-]+)+|[\\w-]+(?=:))(:.*)?$"));
     return FORM.match(text).hasMatch();
 }
 
-/// The same with the address of the host.
+/// Returns the text with the host name replaced by the host's address.
 Result<QString> resolved(const QString& text)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
