@@ -82,7 +82,7 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
 {
     const int mark = text.indexOf('#');
     if (mark < 0) {
-        return noFrame(text, Words::tr("no # between identifier and data, as in 123#1122"));
+        return noFrame(text, Words::tr("a # must separate identifier and data, as in 123#1122"));
     }
     const QByteArray id = text.left(mark);
     const QByteArray data = text.mid(mark + 1).replace(".", "");
@@ -91,7 +91,7 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
         return noFrame(text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
     if (data.startsWith('R') || data.startsWith('r')) {
-        return noFrame(text, Words::tr("there are no remote frames"));
+        return noFrame(text, Words::tr("remote frames are not supported"));
     }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
         return noFrame(text, Words::tr("the data must be pairs of hexadecimal digits"));

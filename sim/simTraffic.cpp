@@ -33,7 +33,7 @@ Failure CSimReplay::open(const QString& path, double speed, bool loop)
         return first.problem();
     }
     if (!*first) {
-        return wrongUsage(QStringLiteral("%1: holds no frame").arg(path));
+        return wrongUsage(QStringLiteral("%1: contains no frame").arg(path));
     }
     m_next = **first;
     m_firstMicroseconds = m_next.microseconds;

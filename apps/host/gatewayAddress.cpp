@@ -74,7 +74,7 @@ Result<Settings> readAddress(const QString& text, Settings present)
     const QStringList parts = partsOf(text);
     Failure failure;
     if (parts.first().isEmpty()) {
-        failure = wrongUsage(Words::tr("'%1' is no address like 192.168.1.70:30000:TCP").arg(text));
+        failure = wrongUsage(Words::tr("'%1' is not an address like 192.168.1.70:30000:TCP").arg(text));
     } else if (text.startsWith(PORT_TEXT) && parts.size() != 3) {
         failure = wrongUsage(Words::tr("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
     } else if (parts.size() > 3) {

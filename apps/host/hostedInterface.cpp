@@ -48,7 +48,7 @@ QString titleOf(const QString& errorText)
 
 const SInterfaceStatus& CHostedInterface::updateStatus()
 {
-    const SInterfaceStatus now = look();
+    const SInterfaceStatus now = readStatus();
     const bool isUnheard = now.connection == EConnection::eOpen || now.connection == EConnection::eSilent;
     if (!isUnheard || m_canInterface->property("Protocol").toString() != QLatin1String("UDP")) {
         m_nextRequest = QDeadlineTimer();
@@ -66,7 +66,7 @@ const SInterfaceStatus& CHostedInterface::updateStatus()
 }
 
 /// Returns the present status of the interface.
-SInterfaceStatus CHostedInterface::look()
+SInterfaceStatus CHostedInterface::readStatus()
 {
     const Cim::CCommonInfo& info = m_canInterface->commonInfo();
     const SEvidence evidence{m_canInterface->isOpened(), info.connectionState() == Cim::CCommonInfo::eConnected,

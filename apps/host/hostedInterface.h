@@ -54,7 +54,7 @@ Q_SIGNALS:
 private:
     static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
     void takeMessages();
-    SInterfaceStatus look();
+    SInterfaceStatus readStatus();
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< A child, so that the spy handler finds this object.
     std::uint64_t m_arrived = 0;                        ///< Number of received messages that the spy handler saw.

@@ -56,7 +56,7 @@ Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings
             return SProblem{canInterface.errorCodeToString(Cim::RC_BAUDRATE_NOT_SUPPORTED),
                             Cim::RC_BAUDRATE_NOT_SUPPORTED};
         }
-        return SProblem{Words::tr("the interface does not take %1 %2").arg(entry.key(), *entry)};
+        return SProblem{Words::tr("the interface does not accept %1 %2").arg(entry.key(), *entry)};
     }
     return {};
 }

@@ -20,7 +20,7 @@ namespace
 const QString GROUP = QStringLiteral("CanInterfaces");
 /// Longer than the 30 s after which Qt takes over an incomplete lock of a program that was killed.
 constexpr int LOCK_WAIT_MS = 60'000;
-constexpr unsigned long LOCK_LOOK_MS = 10;
+constexpr unsigned long LOCK_RETRY_MS = 10;
 constexpr int ATTEMPTS = 3;
 
 QString groupOf(const QString& name)
@@ -103,7 +103,7 @@ Failure CInterfaceStore::remove(const QString& name)
     if (Failure failure = change({name}, removeAll)) {
         return failure;
     }
-    return contains(name) ? SProblem{Words::tr("'%1' stands in the store of the whole system and stays").arg(name)}
+    return contains(name) ? SProblem{Words::tr("'%1' is stored for the whole system and cannot be removed").arg(name)}
                           : Failure();
 }
 
@@ -148,9 +148,9 @@ Failure CInterfaceStore::change(const QStringList& names, const std::function<Fa
     const QDeadlineTimer deadline(LOCK_WAIT_MS);
     while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) { // its own pauses grow to seconds
         if (deadline.hasExpired()) {
-            return SProblem{Words::tr("other programs keep writing the settings store %1").arg(m_settings.fileName())};
+            return SProblem{Words::tr("other programs keep the settings store %1 locked").arg(m_settings.fileName())};
         }
-        QThread::msleep(LOCK_LOOK_MS);
+        QThread::msleep(LOCK_RETRY_MS);
     }
     const auto stored = [&] {
         QList<Settings> interfaces;

@@ -15,14 +15,14 @@ namespace vexmor::Apps
 {
 namespace
 {
-constexpr int LOOK_MS = 100;
+constexpr int POLL_MS = 100;
 /// Time between two attempts to open the interface.
 constexpr int RETRY_MS = 3000;
 constexpr std::size_t MAX_BATCH = 10'000;
 /// Time after a close during which a refused attempt to open is repeated: a gateway accepts one connection at a time
 /// and may notice the end of the last one with a delay.
 constexpr std::chrono::seconds RELEASE_TIME{1};
-constexpr unsigned long RELEASE_LOOK_MS = 100;
+constexpr unsigned long RELEASE_RETRY_MS = 100;
 using Clock = SInterfaceStatus::Clock;
 /// Time when this program last closed an interface that had a link.
 std::atomic<Clock::time_point> s_lastClose{};
@@ -60,16 +60,16 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
       m_source(source),
       m_opening(opening),
       m_hosted(new CHostedInterface(std::move(canInterface), this)),
-      m_lookTimer(this),
+      m_pollTimer(this),
       m_retryTimer(this)
 {
     m_status.connection = EConnection::eConnecting;
     connect(m_hosted, &CHostedInterface::received, this, [this](const auto& message) { store(message, false, 0); });
     connect(m_hosted, &CHostedInterface::sent, this, [this](const auto& message) { store(message, true, 0); });
     connect(m_hosted, &CHostedInterface::errorRaised, this, &CInterfaceWorker::onError);
-    m_lookTimer.setInterval(LOOK_MS);
+    m_pollTimer.setInterval(POLL_MS);
     m_retryTimer.setSingleShot(true);
-    connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
+    connect(&m_pollTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
     connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::open);
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
@@ -136,7 +136,7 @@ void CInterfaceWorker::end()
         m_hasEnded = true;
         m_hosted->disconnect(this); // a late error must not start anything
         m_cyclic.clear();
-        m_lookTimer.stop();
+        m_pollTimer.stop();
         m_retryTimer.stop();
         handOver();
         can().closeCommunication();
@@ -172,7 +172,7 @@ void CInterfaceWorker::open()
     int code = can().openCommunication(); // processes events
     while (code == Cim::RC_TCP_CONNECT_FAILED && Clock::now() - s_lastClose.load() < RELEASE_TIME &&
            !m_thread.isInterruptionRequested()) {
-        QThread::msleep(RELEASE_LOOK_MS);
+        QThread::msleep(RELEASE_RETRY_MS);
         code = can().openCommunication();
     }
     m_isOpening = false;
@@ -187,7 +187,7 @@ void CInterfaceWorker::open()
 void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
-        m_lookTimer.start();
+        m_pollTimer.start();
         updateStatus();
         return;
     }

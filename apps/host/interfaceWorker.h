@@ -69,7 +69,7 @@ private:
     bool m_isOpening = false;         ///< Whether an attempt to open, which processes events, is in progress.
     bool m_hasEnded = false;
     std::vector<std::function<void()>> m_commands; ///< Commands that wait for the end of the attempt to open.
-    QTimer m_lookTimer;  ///< Polls the status, as no signal reports a regained link, an answer or a new load.
+    QTimer m_pollTimer;  ///< Polls the status, as no signal reports a regained link, an answer or a new load.
     QTimer m_retryTimer; ///< Pause before the next attempt to open.
     std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< Timers of cyclic messages by key.
     std::vector<SBusRecord> m_batch;                 ///< Records of this turn of the event loop.

@@ -52,9 +52,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
     target.m_isStored = store.contains(text);
     if (target.m_isStored) {
         if (!settings.isEmpty()) {
-            return wrongUsage(
-                QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
-                    .arg(text, settings.firstKey()));
+            return wrongUsage(QStringLiteral("'%1' is a stored interface: %2 is set in the store, not by an option")
+                                  .arg(text, settings.firstKey()));
         }
         target.m_settings = store.settings(text);
     } else if (isSimTarget(text)) {
@@ -77,7 +76,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
         target.m_settings = *read;
     } else {
         return wrongUsage(
-            QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
+            QStringLiteral(
+                "target '%1' is neither a stored interface, nor an address like 192.168.1.70:30000:TCP, nor sim")
                 .arg(text));
     }
     return Result<CTarget>(std::move(target));

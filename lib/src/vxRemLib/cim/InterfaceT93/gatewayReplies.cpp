@@ -47,7 +47,7 @@ EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version)
     const int major = frame[FIRMWARE_MAJOR];
     const int minor = frame[FIRMWARE_MINOR];
     if (major == 2 && minor == 3) {
-        return EFirmwareReply::eAskDeviceId;
+        return EFirmwareReply::eInDeviceId;
     }
     version = QStringLiteral("%1.%2").arg(major).arg(minor, 2, 10, QLatin1Char('0'));
     return EFirmwareReply::eVersion;

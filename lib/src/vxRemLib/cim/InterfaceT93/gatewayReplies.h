@@ -22,7 +22,7 @@ inline CCanMessage canMessageOfFrame(const SRmFrame& frame)
 
 enum class EFirmwareReply {
     eTooShort,
-    eAskDeviceId, ///< Version 2.3: the device identification contains the real version.
+    eInDeviceId, ///< Version 2.3: the device identification contains the real version.
     eVersion
 };
 /// Evaluates a firmware version reply. Only with eVersion is `version` set: to major and two-digit minor, like 1.05.

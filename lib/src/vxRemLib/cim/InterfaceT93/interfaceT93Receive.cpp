@@ -137,7 +137,7 @@ void CInterfaceT93::receiveFirmwareVersion(const SRmFrame& frame)
     switch (firmwareVersionOfReply(frame, version)) {
     case EFirmwareReply::eTooShort:
         break;
-    case EFirmwareReply::eAskDeviceId:
+    case EFirmwareReply::eInDeviceId:
         m_deviceIdExpected = true;
         sendCommand(RM_CMD_DEVICE_ID);
         break;

@@ -100,7 +100,7 @@ void CT93DeviceDetection::sendIdentRequests()
             return;
         }
         previousWasSent = broadcastIdentRequest(scanSocket);
-        if (!askScanAddresses(*scanSocket.socket)) {
+        if (!sendToScanAddresses(*scanSocket.socket)) {
             return;
         }
     }
@@ -130,7 +130,7 @@ bool CT93DeviceDetection::broadcastIdentRequest(const CScanSocket& scanSocket)
 }
 
 /// Sends the request to each scan address. Returns false when a stop was requested.
-bool CT93DeviceDetection::askScanAddresses(QUdpSocket& socket)
+bool CT93DeviceDetection::sendToScanAddresses(QUdpSocket& socket)
 {
     for (const QHostAddress& address : m_scanAddresses) {
         const bool wasSent = socket.writeDatagram(m_identRequest, address, m_scanPort) == m_identRequest.size();

@@ -130,7 +130,7 @@ public Q_SLOTS:
 
 private:
     bool broadcastIdentRequest(const CScanSocket& scanSocket);
-    bool askScanAddresses(QUdpSocket& socket);
+    bool sendToScanAddresses(QUdpSocket& socket);
     void keepDatagram(const QHostAddress& sender, const QHostAddress& localAddress, const QByteArray& data);
     void addDetectedInterface(const CConfigParamT93& param);
 
