@@ -42,7 +42,7 @@ std::unique_ptr<CRmLink> CSimGateway::makeLink(SRmPeer peer)
 
 CFaultyLink& CSimGateway::linkAt(std::size_t index) const
 {
-    return static_cast<CFaultyLink&>(*links()[index]); // makeLink makes no others
+    return static_cast<CFaultyLink&>(*links()[index]); // makeLink makes all of them
 }
 
 bool CSimGateway::isReachable(bool overTcp) const

@@ -31,8 +31,8 @@ public:
 
     const SSimFaults& faults() const { return m_faults; }
     void setFaults(const SSimFaults& faults);
-    /// Sets whether every message from a host is put on the bus a second time, as if another device sent it, and so
-    /// comes back to the host.
+    /// Sets whether a copy of each message from a host is put on the bus as if another device sent it; the host
+    /// receives this copy.
     void setEcho(bool echo) { m_echo = echo; }
 
     /// Sends bytes to all hosts, without faults.

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-/// The frame of every program: `main`, errors and output.
+/// The common part of all programs: `main`, errors and output.
 namespace vexmor::Apps
 {
 

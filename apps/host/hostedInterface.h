@@ -19,7 +19,7 @@ QString titleOf(const QString& errorText);
 ///
 /// The spy handler empties the queue of the interface at each received message, so that the queue never fills, and sent
 /// and received messages keep their order. Lives in the thread of its interface, which must run an event loop; both
-/// move to another thread together, by `moveToThread` of this object. A slot deletes it by `deleteLater` only.
+/// move to another thread together, by `moveToThread` of this object. Slots may delete it only by `deleteLater`.
 class CHostedInterface : public QObject
 {
     Q_OBJECT

@@ -14,7 +14,7 @@ enum class EConnection {
     eClosed,     ///< The interface is not in use, or opening it failed.
     eConnecting, ///< The first attempt to open it is in progress.
     eOpen,       ///< The link is up (over UDP: the socket is bound), but no valid frame has arrived yet.
-    eConnected,  ///< The last valid frame arrived within the last three polls of the bus load.
+    eConnected,  ///< The last valid frame is no older than three polls of the bus load.
     eSilent,     ///< The link is up, but the last valid frame is older than that.
     eLost        ///< The link is down; attempts to regain it go on.
 };

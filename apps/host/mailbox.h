@@ -25,7 +25,7 @@ static_assert(sizeof(SBusRecord) <= 24, "hundreds of thousands of them are kept"
 
 /// The errors of one kind that an interface raised since the mailbox was last emptied.
 struct SErrorRecord {
-    std::int64_t microseconds = 0; ///< Time of the first error since the epoch.
+    std::int64_t microseconds = 0; ///< Time of the first error, since the epoch.
     std::uint16_t source = 0;
     int error = 0;
     std::uint64_t count = 1;
@@ -43,7 +43,7 @@ struct SDelivery {
 /// Collects messages and errors from the threads of interfaces until the owner takes them. Any thread may use it.
 ///
 /// Its memory is bounded: received messages that do not fit are counted as lost, and errors of one kind are counted
-/// together. Records of sent messages have as much room again, so that a flood of received messages displaces none.
+/// together. Records of sent messages have their own, equal limit, so that a flood of received messages displaces none.
 class CMailbox : public QObject
 {
     Q_OBJECT

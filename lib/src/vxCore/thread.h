@@ -5,7 +5,7 @@
 namespace vexmor::CoreLib
 {
 
-/// Helpers for the calling thread.
+/// Functions for the calling thread.
 class VXCORE_EXPORT CThread
 {
 public:

@@ -46,7 +46,7 @@ private:
         if (event->type() == QEvent::FocusIn) {
             const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
             if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason) {
-                // After the edit's own handling, which moves the cursor.
+                // Delayed, because the edit itself then moves the cursor.
                 QTimer::singleShot(0, static_cast<QLineEdit*>(watched), &QLineEdit::selectAll);
             }
         }
@@ -265,7 +265,7 @@ bool CConfigDialogT93::checkValues()
 
     if (!ok) {
         QMessageBox box(QMessageBox::Warning, QString(), message, QMessageBox::Ok);
-        box.setTextFormat(Qt::PlainText); // the lines hold < and >
+        box.setTextFormat(Qt::PlainText); // the lines contain < and >
         // The box closes with the dialog: the caller of the dialog would otherwise wait for the box.
         connect(this, &QDialog::finished, &box, &QDialog::reject);
         connect(this, &QObject::destroyed, &box, &QDialog::reject);

@@ -210,8 +210,9 @@ int CConfigParamT93::saveSettings(const QString& group, CCommonInfo& commonInfo)
     QSettings settings;
     const CSettingsGroup outer(settings, group);
     const QString ownGroup = commonInfo.settingsGroup();
-    if (!ownGroup.isEmpty()) {                              // removing an empty key would remove all interfaces
-        const QVariant namesake = settings.value(ownGroup); // a key of the unnamed interface, which must stay
+    if (!ownGroup.isEmpty()) { // removing an empty key would remove all interfaces
+        // A key of the unnamed interface may have the name of this group, and must stay.
+        const QVariant namesake = settings.value(ownGroup);
         settings.remove(ownGroup);
         if (namesake.isValid()) {
             settings.setValue(ownGroup, namesake);

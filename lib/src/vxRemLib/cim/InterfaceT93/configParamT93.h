@@ -22,7 +22,7 @@ public:
     /// Socket mode of the gateway; its texts are "CLIENT", "SERVER" and "Invalid".
     enum EServiceType : int { eServiceClient = 0, eServiceServer = 1, eServiceInvalid = 2 };
 
-    /// A MAC address, first (leftmost printed) byte first.
+    /// A MAC address; the first byte is the leftmost when printed.
     using MacAddress = std::array<std::uint8_t, 6>;
 
     CConfigParamT93();
@@ -92,9 +92,9 @@ private:
     bool m_autoIpUpdate = false;   ///< Stored for the user; has no effect.
     MacAddress m_macAddress{};     ///< As sent by the gateway; not stored.
     QString m_hostname;
-    std::uint16_t m_busloadMeasureInterval = 1000; ///< ms
-    std::uint32_t m_busloadPollTime = 800;         ///< ms
-    std::uint32_t m_canBaudrate = 100;             ///< kbit/s
+    std::uint16_t m_busloadMeasureInterval = 1000; ///< Interval in ms.
+    std::uint32_t m_busloadPollTime = 800;         ///< Interval in ms.
+    std::uint32_t m_canBaudrate = 100;             ///< Bit rate in kbit/s.
 
     static const QString KEY_HOSTNAME;
     static const QString KEY_PORT;

@@ -18,7 +18,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
 constexpr int CONNECT_WAIT_MS = 1000;
 constexpr int RECONNECT_INTERVAL_MS = 3000;
-/// The gateway drops a request that comes within this time of the connection.
+/// The gateway drops requests that arrive within this time after the connection.
 constexpr unsigned int PAUSE_AFTER_CONNECT_MS = 20;
 const QString PLUGIN_NAME = QStringLiteral("InterfaceT93Plugin");
 } // namespace
@@ -210,16 +210,16 @@ void CInterfaceT93::reconnect()
 
 void CInterfaceT93::requestStartup(bool reset)
 {
-    const bool asks = !m_link->reachesAll();
+    const bool isOneGateway = !m_link->reachesAll();
     if (reset) {
         sendCommand(RM_CMD_RESET);
     }
-    if (asks) {
+    if (isOneGateway) {
         sendCommand(RM_CMD_MAC_ADDRESS);
         sendCommand(RM_CMD_FIRMWARE_VERSION);
     }
     restartBusload();
-    if (asks) {
+    if (isOneGateway) {
         const std::uint16_t interval = m_configParam.busloadMeasureInterval();
         sendCommand(RM_CMD_BUSLOAD_INTERVAL,
                     {static_cast<std::uint8_t>(interval >> 8), static_cast<std::uint8_t>(interval & 0xFF)});

@@ -197,7 +197,7 @@ public:
     /// Replaces the description. Returns 0; 6, and nothing is changed, when the interface is open.
     ///
     /// The T93 also takes its address and port, but not its protocol, from a port text of the IP form. It does not
-    /// check them and returns 0 in any case; the properties IPAddress and Port refuse what follows here:
+    /// check them and returns 0 in any case, even for these, which the properties IPAddress and Port refuse:
     /// - A text that is no IPv4 address, such as a host name, leaves the interface without an address. Opening then
     ///   fails with 103, and settings saved in this state can never be loaded again (code 9).
     /// - Address parts with leading zeros are octal: 010.0.0.5 is 8.0.0.5. In the dialog they are decimal.
@@ -219,8 +219,8 @@ protected:
     CCommonInfo m_commonInfo;
     SpyHandler m_spyHandler;
 
-    static const char* const m_errorCommonRcStrings[COMMON_RC_COUNT]; ///< English texts by code
-    static QString m_errorCommonRcStringsTr[COMMON_RC_COUNT];         ///< translated texts, empty until retranslated
+    static const char* const m_errorCommonRcStrings[COMMON_RC_COUNT]; ///< English texts by code.
+    static QString m_errorCommonRcStringsTr[COMMON_RC_COUNT];         ///< Translated texts, empty at first.
 };
 
 } // namespace vexmor::Cim

@@ -26,7 +26,7 @@ std::atomic<int> CCanMessage::m_metaId{0};
 /// Runs in every constructor; after the first time it only reads a number.
 inline void CCanMessage::registerMetaType()
 {
-    // Two threads may both register: Qt's registry gives both the same id.
+    // Two threads may register at the same time: Qt returns the same id to both.
     if (Q_UNLIKELY(m_metaId.load(std::memory_order_relaxed) == 0)) {
         m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
     }

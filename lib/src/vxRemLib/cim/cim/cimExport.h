@@ -2,7 +2,7 @@
 
 #include <QtGlobal>
 
-#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR // by pkg-config; CMake refuses the package
+#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR // possible with pkg-config; the CMake package checks it itself
 #error "VexmorCim was built for another Qt: use the package vexmor-cim with Qt 5, and vexmor-cim-qt6 with Qt 6"
 #endif
 
