@@ -34,12 +34,11 @@ namespace vexmor::Cim
 /// Errors that arise outside of an operation are reported by the implementation's signal `interfaceError(int error)`.
 /// Its numbers are those of EInterfaceError in resultCodes.h; `interfaceErrorToString` returns their texts. Connect to
 /// it by name: `SIGNAL(interfaceError(int))`. It is emitted from the event loop, never within an operation. An error
-/// that arose before `closeCommunication` may therefore be reported after it, even after the next
-/// `openCommunication`. Do not wait for the user in the slot: a modal dialog runs the event loop, and each further
-/// error would open another dialog on top of it.
+/// that arose before `closeCommunication` may therefore be reported after it, even after the next `openCommunication`.
+/// Do not wait for the user in the slot: a modal dialog runs the event loop, and each further error would open another
+/// dialog on top of it.
 ///
-/// An implementation regains a lost link by itself, and no signal reports it: poll
-/// `commonInfo().connectionState()`.
+/// An implementation regains a lost link by itself, and no signal reports it: poll `commonInfo().connectionState()`.
 ///
 /// Properties: all parameters are properties of the object, so that no header of the implementation is needed:
 /// `canInterface->setProperty("Protocol", "UDP")`, `canInterface->property("Protocol")`. The properties of the T93 are
@@ -121,7 +120,7 @@ public:
     /// error 4 is raised; otherwise it is 0. A link that is regained later does not repeat the reset.
     virtual int resetCommunication(int checkConnection) = 0;
     /// Opens the interface and sets the bit rate of the gateway's CAN bus. Over TCP it blocks for up to about a second
-    /// and then processes pending events of the calling thread.
+    /// and, when connected, processes pending events of the calling thread.
     ///
     /// Returns 0 when the interface is open; 1 when it was open already, or such an event opened it; 103 when no TCP
     /// connection was made within a second, or such an event closed or deleted the interface; 104 when the local
@@ -138,7 +137,7 @@ public:
     virtual int closeCommunication() = 0;
     /// Takes the oldest received message from the queue. Returns 0; 4 when the queue is empty, 2 when the interface is
     /// not open: `message` is then unchanged. May be called from any thread. Messages carry no time stamp, and messages
-    /// sent by this interface do not appear here; the spy handler sees both in time.
+    /// sent by this interface do not appear here; use a spy handler for both.
     virtual int readMessage(CCanMessage& message) = 0;
     /// Sends a message. Returns 0 when it was accepted whole; with any other code nothing of it will ever be sent: 2
     /// when the interface is not open, 102 when the spy handler closed or deleted it, 108 when the link failed or about
@@ -150,7 +149,7 @@ public:
     /// Sets `percent` to the load of the CAN bus in percent of the bit rate, rounded down; 0 before the first
     /// measurement. Returns 0, or 2 when the interface is not open: `percent` is then unchanged. The value can exceed
     /// 100 when the bit rate set here is below that of the bus, or when frames are counted longer than they are: show
-    /// it as 100. It keeps its last value while a gateway does not answer.
+    /// such values as 100. It keeps its last value while a gateway does not answer.
     virtual int busload(int& percent) = 0;
     /// Returns the translated text of a result code, empty for an unknown code. May be called from any thread.
     virtual QString errorCodeToString(int code) = 0;

@@ -93,11 +93,10 @@ public:
     /// returns 0.
     int saveSettings(QSettings& settings) const;
 
-    /// Returns the name of this interface's settings group below the group of all interfaces. It is the unique name,
-    /// with
-    /// "/", "\" and each "%" followed by two hexadecimal digits percent-encoded (%2F, %5C, %25): no name reaches into
-    /// the group of another interface, and no two names share a group. Returns an empty text for an empty unique name:
-    /// such an interface stores its keys directly in the group of all interfaces.
+    /// Returns the name of this interface's settings group below the group of all interfaces. It is the unique name, in
+    /// which "/", "\" and each "%" followed by two hexadecimal digits are percent-encoded (%2F, %5C, %25): no name
+    /// reaches into the group of another interface, and no two names share a group. Returns an empty text for an empty
+    /// unique name: such an interface stores its keys directly in the group of all interfaces.
     QString settingsGroup() const;
     /// Returns the unique name for a settings group: the inverse of `settingsGroup`.
     static QString uniqueNameOfSettingsGroup(const QString& group);
