@@ -12,7 +12,7 @@ namespace vexmor::CanLog
 {
 namespace
 {
-/// Texts for users, in the language of the catalogs that a program has installed.
+/// The translation context of the texts here.
 struct Words {
     Q_DECLARE_TR_FUNCTIONS(CanLog)
 };
@@ -37,9 +37,9 @@ SProblem noFrame(const QByteArray& text, const QString& reason)
 }
 
 constexpr int EXTENDED_DIGITS = 8;
-constexpr unsigned int ERROR_FLAG = 0x20000000; ///< beside the 29 bits of an identifier
+constexpr unsigned int ERROR_FLAG = 0x20000000; ///< Flag above the 29 bits of an identifier.
 
-/// The kind of a frame that the tools of can-utils write and that does not fit; nothing for any other text.
+/// Returns the kind of a frame that can-utils write and that a CCanMessage cannot represent; nothing for other texts.
 std::optional<EForeign> foreignKind(const QByteArray& frame)
 {
     const int mark = frame.indexOf('#');
@@ -56,7 +56,7 @@ std::optional<EForeign> foreignKind(const QByteArray& frame)
     return isExtended ? std::optional(EForeign::eExtended) : std::nullopt;
 }
 
-/// (seconds.fraction), the fraction in six digits or fewer.
+/// Parses (seconds.fraction) and returns microseconds. Digits after the sixth of the fraction are ignored.
 std::optional<std::int64_t> parseTime(const QByteArray& text)
 {
     if (!text.startsWith('(') || !text.endsWith(')')) {
@@ -82,7 +82,7 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
 {
     const int mark = text.indexOf('#');
     if (mark < 0) {
-        return noFrame(text, Words::tr("no # between identifier and data, as in 123#1122"));
+        return noFrame(text, Words::tr("a # must separate identifier and data, as in 123#1122"));
     }
     const QByteArray id = text.left(mark);
     const QByteArray data = text.mid(mark + 1).replace(".", "");
@@ -91,7 +91,7 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
         return noFrame(text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
     if (data.startsWith('R') || data.startsWith('r')) {
-        return noFrame(text, Words::tr("there are no remote frames"));
+        return noFrame(text, Words::tr("remote frames are not supported"));
     }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
         return noFrame(text, Words::tr("the data must be pairs of hexadecimal digits"));
@@ -161,7 +161,7 @@ QByteArray formatAscii(const Cim::CCanMessage& message)
 
 int errorOf(const Cim::CCanMessage& message)
 {
-    return Cim::CCanMessage(message).errorNumber(); // which is not const
+    return Cim::CCanMessage(message).errorNumber(); // a copy, because errorNumber() is not const
 }
 
 std::string formatAdministration(const Cim::CCanMessage& message)
@@ -169,7 +169,7 @@ std::string formatAdministration(const Cim::CCanMessage& message)
     if (message.length() == 0 || message.administrationByte().value == 0) {
         return {};
     }
-    std::string text = "type " + std::to_string(message.messageType()); // short enough for no allocation
+    std::string text = "type " + std::to_string(message.messageType()); // short enough to need no allocation
     if (const int error = errorOf(message)) {
         text += ", error " + std::to_string(error);
     }

@@ -91,8 +91,8 @@ private Q_SLOTS:
             "sent 1");
         row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log - --direction", 0,
             "^\\(.*\\) t93 7FF#01 T\n\\(.*\\) t93 7FF#01 R\n$", "sent 1");
-        row("dump 127.0.0.1:1 nowhere", 2, "", "^error: target 'nowhere': .*\n$");
-        row("send sim 123#R", 2, "", "there are no remote frames");
+        row("dump 127.0.0.1:1 nowhere", 2, "", "^error: target 'nowhere' is neither .*\n$");
+        row("send sim 123#R", 2, "", "remote frames are not supported");
         row("gen sim --seed 7 -n 3 -g 0 -I 100-101 -L 2 --sent", 0, "^(  t93  TX - -  10[01]   \\[2\\] .*\n){3}$",
             "sent 3, lost 0");
         row("list > /dev/null; printf '# by hand\n(1.0) a 123#11\n(1.0) a 7FF#\n(2.0) a 001#\n(1.5) a 0A0#\n' "

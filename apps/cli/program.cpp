@@ -16,7 +16,7 @@ void keepStandardDescriptors()
 {
     int descriptor = 0;
     do {
-        descriptor = open("/dev/null", O_RDONLY); // the lowest that is free; to print there fails
+        descriptor = open("/dev/null", O_RDONLY); // gets the lowest free number; writing to it fails
     } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
     close(descriptor);
 }
@@ -25,7 +25,7 @@ void keepStandardDescriptors()
 int runProgram(const char* prefix, const std::function<int()>& program)
 {
     keepStandardDescriptors();
-    std::signal(SIGPIPE, SIG_IGN); // to write where no one reads any more fails, and does not end the program
+    std::signal(SIGPIPE, SIG_IGN); // writing to a closed pipe fails instead of ending the program
     try {
         const int exitCode = program();
         if (exitCode != eDone || flushOutput()) {

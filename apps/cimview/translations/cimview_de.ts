@@ -43,8 +43,8 @@
         <translation>Nachricht „%1“: %2</translation>
     </message>
     <message>
-        <source>no # between identifier and data, as in 123#1122</source>
-        <translation>kein # zwischen Identifier und Daten, wie in 123#1122</translation>
+        <source>a # must separate identifier and data, as in 123#1122</source>
+        <translation>ein # muss Identifier und Daten trennen, wie in 123#1122</translation>
     </message>
     <message>
         <source>the identifier must be hexadecimal, 0 to 7FF</source>
@@ -67,8 +67,8 @@
         <translation>%1, Zeile %2: %3</translation>
     </message>
     <message>
-        <source>there are no remote frames</source>
-        <translation>es gibt keine Remote-Frames</translation>
+        <source>remote frames are not supported</source>
+        <translation>Remote-Frames werden nicht unterstützt</translation>
     </message>
     <message>
         <source>standard input</source>
@@ -90,7 +90,7 @@
         <translation>Protokoll %1: muss TCP oder UDP sein</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; is no address like 192.168.1.70:30000:TCP</source>
+        <source>&apos;%1&apos; is not an address like 192.168.1.70:30000:TCP</source>
         <translation>„%1“ ist keine Adresse wie 192.168.1.70:30000:TCP</translation>
     </message>
     <message>
@@ -102,15 +102,15 @@
         <translation>Adresse %1: muss ADRESSE[:PORT][:TCP|:UDP] sein</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; is no address like 192.168.1.70</source>
+        <source>&apos;%1&apos; is not an address like 192.168.1.70</source>
         <translation>„%1“ ist keine Adresse wie 192.168.1.70</translation>
     </message>
     <message>
-        <source>the plugin scans already</source>
-        <translation>das Plugin sucht schon</translation>
+        <source>the scan cannot be started; another one may be running</source>
+        <translation>die Suche kann nicht beginnen; vielleicht läuft schon eine</translation>
     </message>
     <message>
-        <source>the interface does not take %1 %2</source>
+        <source>the interface does not accept %1 %2</source>
         <translation>die Schnittstelle nimmt %1 %2 nicht an</translation>
     </message>
     <message>
@@ -118,31 +118,31 @@
         <translation>unter dem Namen „%1“ ist keine Schnittstelle gespeichert</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; stands in the store of the whole system and stays</source>
-        <translation>„%1“ steht im Speicher des ganzen Systems und bleibt</translation>
+        <source>&apos;%1&apos; is stored for the whole system and cannot be removed</source>
+        <translation>„%1“ ist für das ganze System gespeichert und kann nicht entfernt werden</translation>
     </message>
     <message>
         <source>the settings store %1 cannot be written</source>
         <translation>der Einstellungsspeicher %1 kann nicht geschrieben werden</translation>
     </message>
     <message>
-        <source>other programs keep writing the settings store %1</source>
-        <translation>andere Programme schreiben dauernd in den Einstellungsspeicher %1</translation>
+        <source>other programs keep the settings store %1 locked</source>
+        <translation>andere Programme sperren den Einstellungsspeicher %1</translation>
     </message>
     <message>
         <source>%1 cannot be loaded: %2</source>
         <translation>%1 kann nicht geladen werden: %2</translation>
     </message>
     <message>
-        <source>%1 is a plugin of another kind: it does not offer %2</source>
-        <translation>%1 ist ein Plugin anderer Art: es bietet nicht %2</translation>
+        <source>%1 is not a CAN interface plugin: it does not provide %2</source>
+        <translation>%1 ist kein Plugin für CAN-Schnittstellen: es bietet %2 nicht</translation>
     </message>
     <message>
         <source>plugin folder %1 does not exist</source>
         <translation>den Plugin-Ordner %1 gibt es nicht</translation>
     </message>
     <message>
-        <source>plugin folder %1 holds no library (*.so)</source>
+        <source>plugin folder %1 contains no library (*.so)</source>
         <translation>im Plugin-Ordner %1 ist keine Bibliothek (*.so)</translation>
     </message>
     <message>
