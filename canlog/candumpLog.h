@@ -40,6 +40,12 @@ struct SLogEntry {
 /// other text says what is wrong: identifiers above 7FF, odd digits, more than 8 bytes.
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
+/// An identifier in three upper-case hexadecimal digits.
+QByteArray formatId(std::uint16_t id);
+
+/// Two such digits for each data byte, with blanks between.
+QByteArray formatData(const Cim::CCanMessage& message);
+
 /// 123#1122AABB: three upper-case hexadecimal digits, "#", two for each byte.
 QByteArray formatFrame(const Cim::CCanMessage& message);
 
