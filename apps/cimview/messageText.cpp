@@ -115,7 +115,7 @@ bool CMessageMatcher::matches(const SBusRecord& record, const CSourceNames& name
     }
     return CSearchLine(record).contains(m_searched) ||
            names.name(record.source).contains(m_text, Qt::CaseInsensitive) ||
-           names.idName(record.message).contains(m_text, Qt::CaseInsensitive);
+           names.idName(record.message.id().value()).contains(m_text, Qt::CaseInsensitive);
 }
 
 Result<std::vector<SFilter>> readFilters(const QString& text)
