@@ -125,20 +125,27 @@ void CMainWindow::makeTitle(QDockWidget& dock)
     m_kept.append(fold);
     QToolBar* const title = makeToolBar({fold, makeAction(&dock, tr("Hide"), {}, [&dock] { dock.hide(); })}, &dock);
     dock.setTitleBarWidget(title);
-    const auto show = [this, &dock, title, fold] {
-        const bool isFolded = fold->isChecked();
-        fold->setText((isFolded ? QStringLiteral("\u25B8 ") : QStringLiteral("\u25BE ")) + dock.windowTitle());
-        dock.widget()->setHidden(isFolded);
+    const auto showTitle = [&dock, fold] {
+        const QString arrow = fold->isChecked() ? QStringLiteral("\u25B8 ") : QStringLiteral("\u25BE ");
+        fold->setText(arrow + dock.windowTitle());
+    };
+    connect(fold, &QAction::toggled, &dock, [this, &dock, title, fold, showTitle](bool isFolded) {
+        if (isFolded && dock.isVisible()) { // otherwise it has no height yet
+            fold->setData(dock.height());
+        }
+        showTitle();
+        dock.widget()->setEnabled(!isFolded); // a hidden one would narrow the panels above and below
         dock.setMaximumHeight(isFolded ? title->sizeHint().height() : QWIDGETSIZE_MAX);
         for (const QDockWidget* const other : tabifiedDockWidgets(&dock)) {
             findChild<QAction*>(other->objectName() + FOLDED)->setChecked(isFolded);
         }
-    };
-    connect(fold, &QAction::toggled, &dock, show);
-    connect(fold, &QAction::toggled, &dock,
-            [this, &dock] { resizeDocks({&dock}, {dock.widget()->sizeHint().height()}, Qt::Vertical); });
-    connect(&dock, &QDockWidget::windowTitleChanged, &dock, show);
-    show();
+        if (!isFolded) {
+            const int height = fold->data().isValid() ? fold->data().toInt() : dock.widget()->sizeHint().height();
+            resizeDocks({&dock}, {height}, Qt::Vertical);
+        }
+    });
+    connect(&dock, &QDockWidget::windowTitleChanged, fold, showTitle);
+    showTitle();
 }
 
 void CMainWindow::makeMenus()

@@ -22,7 +22,7 @@ QString textOf(const std::string& typed)
 /// The same for a value. Bytes that are no text in the user's locale are refused: they would name another file.
 QString valueOf(const std::string& typed)
 {
-    const QString text = textOf(typed);
+    QString text = textOf(typed);
     if (text.toLocal8Bit() != typed.c_str()) {
         throw CLI::ValidationError("'" + text.toStdString() +
                                    "': the name is not in UTF-8; rename the file or link to it");
