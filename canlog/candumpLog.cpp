@@ -1,7 +1,8 @@
 #include "canlog/candumpLog.h"
 
+#include "canlog/words.h"
+
 #include <QBuffer>
-#include <QCoreApplication>
 #include <QFile>
 #include <QList>
 
@@ -12,11 +13,6 @@ namespace vexmor::CanLog
 {
 namespace
 {
-/// Texts for users, in the language of the catalogs that a program has installed.
-struct Words {
-    Q_DECLARE_TR_FUNCTIONS(CanLog)
-};
-
 constexpr int ID_DIGITS = 3;
 constexpr int MAX_LINE = 4096;
 constexpr std::int64_t MICROSECONDS = 1000000;

@@ -1,6 +1,7 @@
 #include "canlog/logComparison.h"
 
-#include <QCoreApplication>
+#include "canlog/words.h"
+
 #include <QStringList>
 
 #include <algorithm>
@@ -10,13 +11,8 @@ namespace vexmor::CanLog
 {
 namespace
 {
-/// Texts for users, in the language of the catalogs that a program has installed.
-struct Words {
-    Q_DECLARE_TR_FUNCTIONS(CanLog)
-};
-
 constexpr double RATE_TOLERANCE = 0.1;
-constexpr double MICROSECONDS = 1e6;
+constexpr double PER_SECOND = 1e6;
 
 /// True when a rate is greater than another one, by more than the tolerance and one message.
 bool isGreater(double messages, double seconds, double otherMessages, double otherSeconds)
@@ -72,7 +68,7 @@ void CLogProfile::add(const SLogEntry& entry)
 
 double CLogProfile::seconds() const
 {
-    return m_summaries.empty() ? 0 : static_cast<double>(m_last - m_first) / MICROSECONDS;
+    return m_summaries.empty() ? 0 : static_cast<double>(m_last - m_first) / PER_SECOND;
 }
 
 SLogDifference::SSide CLogProfile::side(std::uint16_t id) const

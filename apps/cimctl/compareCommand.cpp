@@ -8,8 +8,7 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-constexpr int PIECE = 100000; ///< entries that are read in a row
-constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH;
+constexpr int ENTRIES_PER_CALL = 100000; ///< entries that are read in a row
 
 struct SCompareOptions {
     QString before;
@@ -40,15 +39,15 @@ void print(COutput& output, const CanLog::SLogDifference& found)
         return;
     }
     output.print(CanLog::formatId(found.id) + "  " + found.text().toLatin1().leftJustified(10) +
-                 rateText(found.before) + found.before.data.leftJustified(DATA_COLUMNS) + rateText(found.after) +
-                 found.after.data);
+                 rateText(found.before) + found.before.data.leftJustified(3 * CanLog::MAX_DATA_LENGTH) +
+                 rateText(found.after) + found.after.data);
 }
 
 EExitCode compare(SContext& context, const SCompareOptions& options)
 {
     CanLog::CLogComparison comparison;
     require(comparison.open(options.before, options.after));
-    while (valueOf(comparison.readOn(PIECE))) {
+    while (valueOf(comparison.readOn(ENTRIES_PER_CALL))) {
     }
     if (!context.output.isJson() && !comparison.differences().empty()) {
         context.output.print("ID   differs    before/s  data                     after/s  data");

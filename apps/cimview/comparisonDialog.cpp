@@ -10,8 +10,8 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr QSize SIZE(900, 420);
-constexpr int PIECE = 20000; ///< log lines in one turn of the event loop
+constexpr QSize DIALOG_SIZE(900, 420);
+constexpr int LINES_PER_TURN = 20000; ///< log lines in one turn of the event loop
 } // namespace
 
 CComparisonDialog::CComparisonDialog(QWidget* parent, const CSourceNames& names, const QString& before,
@@ -20,7 +20,7 @@ CComparisonDialog::CComparisonDialog(QWidget* parent, const CSourceNames& names,
 {
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowTitle(tr("Comparison of two logs"));
-    resize(SIZE);
+    resize(DIALOG_SIZE);
     m_rows.setHorizontalHeaderLabels(
         {tr("ID"), tr("Differs"), tr("Before [1/s]"), tr("After [1/s]"), tr("Data before"), tr("Data after")});
     auto* const table = new QTableView;
@@ -42,7 +42,7 @@ CComparisonDialog::CComparisonDialog(QWidget* parent, const CSourceNames& names,
 
 void CComparisonDialog::readPiece()
 {
-    auto more = m_comparison.readOn(PIECE);
+    auto more = m_comparison.readOn(LINES_PER_TURN);
     if (more && *more) {
         return;
     }

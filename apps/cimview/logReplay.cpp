@@ -5,7 +5,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int TICK_MS = 5;
-constexpr int PIECE = 1000; ///< messages in one turn of the event loop
+constexpr int SENT_PER_TURN = 1000; ///< messages in one turn of the event loop
 } // namespace
 
 CLogReplay::CLogReplay()
@@ -52,7 +52,7 @@ void CLogReplay::continueAt(std::int64_t microseconds)
 void CLogReplay::sendDue()
 {
     const std::int64_t due = position();
-    for (int i = 0; i < PIECE && m_next < m_records.size(); ++i) {
+    for (int i = 0; i < SENT_PER_TURN && m_next < m_records.size(); ++i) {
         const SBusRecord& record = m_records[m_next];
         if (record.microseconds - m_records.front().microseconds > due) {
             break;

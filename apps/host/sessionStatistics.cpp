@@ -11,9 +11,9 @@ namespace vexmor::Apps
 {
 namespace
 {
-constexpr std::int64_t SECOND = 1000000;
+constexpr std::int64_t SECOND_US = 1000000;
 
-QString timeText(std::int64_t microseconds)
+QString sessionTime(std::int64_t microseconds)
 {
     return QLocale::system().toString(QDateTime::fromMSecsSinceEpoch(microseconds / 1000), QLocale::ShortFormat);
 }
@@ -28,7 +28,7 @@ void CSessionStatistics::add(const SDelivery& delivery)
             continue;
         }
         ++(record.sent ? counts.sent : counts.received);
-        const std::int64_t second = record.microseconds / SECOND;
+        const std::int64_t second = record.microseconds / SECOND_US;
         counts.inSecond = second == counts.second ? counts.inSecond + 1 : 1;
         counts.second = second;
         counts.peak = std::max(counts.peak, counts.inSecond);
@@ -68,8 +68,8 @@ QString CSessionStatistics::countText(const SCounts& counts, double seconds)
 
 QString CSessionStatistics::text(std::int64_t now, const Name& name, const ErrorText& errorText) const
 {
-    const std::int64_t seconds = std::max<std::int64_t>((now - m_start) / SECOND, 1);
-    QString text = Words::tr("%1 to %2, %3 s\n").arg(timeText(m_start), timeText(now)).arg(seconds);
+    const std::int64_t seconds = std::max<std::int64_t>((now - m_start) / SECOND_US, 1);
+    QString text = Words::tr("%1 to %2, %3 s\n").arg(sessionTime(m_start), sessionTime(now)).arg(seconds);
     for (const auto& [source, counts] : m_counts) {
         text += QStringLiteral("\n%1\n").arg(name(source)) + countText(counts, static_cast<double>(seconds));
         for (const auto& [error, count] : counts.errors) {
