@@ -1,6 +1,7 @@
 #include "InterfaceT93/rmFrame.h"
 #include "apps/cimview/busloadPlot.h"
 #include "apps/cimview/colours.h"
+#include "apps/cimview/comparisonDialog.h"
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
@@ -492,6 +493,19 @@ private Q_SLOTS:
         run.find<QAction>("&Save log ...")->trigger();
         QTRY_COMPARE(run.lastEvent().text, "2 of 5 messages saved: only those that are shown."_s);
         QVERIFY(run.workbench.feed().isUnsaved());
+    }
+
+    void logsAreCompared()
+    {
+        const CSourceNames names;
+        const QString before = m_folder.filePath("before.log"_s);
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n"), before));
+        CComparisonDialog dialog(nullptr, names, before, writeFile(m_folder, "(1.0) a 124#11\n"));
+        const QAbstractItemModel& rows = *dialog.findChild<QTableView*>()->model();
+        QTRY_COMPARE(rows.rowCount(), 2);
+        QCOMPARE(rows.index(0, 1).data().toString() + rows.index(1, 1).data().toString(), "missingnew"_s);
+        const CComparisonDialog failed(nullptr, names, before, "/nowhere/a.log"_s);
+        QVERIFY(failed.findChildren<QLabel*>().last()->text().startsWith("/nowhere/a.log: "_s));
     }
 
     void stateIsKept()
