@@ -432,9 +432,9 @@ private Q_SLOTS:
                        [](const auto&) { return QByteArray(); });
         const QDateTime begin(QDate::currentDate().addDays(3), QTime(9, 0)); // whenever the test runs
         recorder.record(numbered(0, 1), begin);
-        const int before = QDir(folder.path()).entryList(QDir::Files).size();
+        const int before = int(QDir(folder.path()).entryList(QDir::Files).size());
         recorder.record(numbered(0, 1), begin.addSecs(cell<int>("seconds")));
-        QTEST(QDir(folder.path()).entryList(QDir::Files).size() - before + 1, "files");
+        QTEST(int(QDir(folder.path()).entryList(QDir::Files).size()) - before + 1, "files");
     }
 
     void tables()
