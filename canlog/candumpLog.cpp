@@ -1,7 +1,8 @@
 #include "canlog/candumpLog.h"
 
+#include "canlog/words.h"
+
 #include <QBuffer>
-#include <QCoreApplication>
 #include <QFile>
 #include <QList>
 
@@ -12,11 +13,6 @@ namespace vexmor::CanLog
 {
 namespace
 {
-/// The translation context of the texts here.
-struct Words {
-    Q_DECLARE_TR_FUNCTIONS(CanLog)
-};
-
 constexpr int ID_DIGITS = 3;
 constexpr int MAX_LINE = 4096;
 constexpr std::int64_t MICROSECONDS = 1000000;
@@ -76,6 +72,11 @@ std::optional<std::int64_t> parseTime(const QByteArray& text)
     }
     return whole * MICROSECONDS + fraction;
 }
+
+QByteArray bytesOf(const Cim::CCanMessage& message)
+{
+    return {reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length())};
+}
 } // namespace
 
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
@@ -104,11 +105,19 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
                             reinterpret_cast<unsigned char*>(bytes.data()));
 }
 
+QByteArray formatId(std::uint16_t id)
+{
+    return QByteArray::number(id, 16).toUpper().rightJustified(ID_DIGITS, '0');
+}
+
+QByteArray formatData(const Cim::CCanMessage& message)
+{
+    return bytesOf(message).toHex(' ').toUpper();
+}
+
 QByteArray formatFrame(const Cim::CCanMessage& message)
 {
-    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + '#' +
-           data.toHex().toUpper();
+    return formatId(message.id().value()) + '#' + bytesOf(message).toHex().toUpper();
 }
 
 Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line)
@@ -143,11 +152,9 @@ QByteArray formatLogLine(const SLogEntry& entry)
 
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message)
 {
-    QByteArray line = "  " + interfaceName + "  " +
-                      QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + "   [" +
-                      QByteArray::number(message.length()) + "] ";
-    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return message.length() == 0 ? line : line + ' ' + data.toHex(' ').toUpper();
+    const QByteArray line = "  " + interfaceName + "  " + formatId(message.id().value()) + "   [" +
+                            QByteArray::number(message.length()) + "] ";
+    return message.length() == 0 ? line : line + ' ' + formatData(message);
 }
 
 QByteArray formatAscii(const Cim::CCanMessage& message)

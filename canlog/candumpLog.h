@@ -41,6 +41,12 @@ struct SLogEntry {
 /// it returns a problem that says what is wrong, for example an identifier above 7FF or more than 8 data bytes.
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
+/// Returns an identifier as three upper-case hexadecimal digits.
+QByteArray formatId(std::uint16_t id);
+
+/// Returns two such digits per data byte, with blanks between the bytes.
+QByteArray formatData(const Cim::CCanMessage& message);
+
 /// Returns a message as 123#1122AABB: three upper-case hexadecimal digits, "#", and two digits per data byte.
 QByteArray formatFrame(const Cim::CCanMessage& message);
 

@@ -34,6 +34,7 @@ With nothing at hand: cimctl dump sim --seconds 3)");
     addScan(app, options.action);
     addTrafficCommands(app, options.action);
     addLoad(app, options.action);
+    addCompare(app, options.action);
     addStoreCommands(app, options.action);
 }
 

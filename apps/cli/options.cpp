@@ -19,6 +19,17 @@ QString textOf(const std::string& typed)
     return QString::fromLocal8Bit(typed.c_str());
 }
 
+/// The same for a value. Bytes that are no text in the user's locale are refused: they would name another file.
+QString valueOf(const std::string& typed)
+{
+    QString text = textOf(typed);
+    if (text.toLocal8Bit() != typed.c_str()) {
+        throw CLI::ValidationError("'" + text.toStdString() +
+                                   "': the name is not in UTF-8; rename the file or link to it");
+    }
+    return text;
+}
+
 // The functions below format the help. Otherwise it would differ between versions of the parser, and packaging/fromHelp
 // could not read it.
 constexpr std::size_t TEXT_COLUMN = 30;
@@ -294,7 +305,7 @@ COption addText(CLI::App& app, const std::string& names, const std::function<voi
 {
     return app
         .add_option_function<std::string>(
-            names, [take](const std::string& text) { take(textOf(text)); }, help)
+            names, [take](const std::string& text) { take(valueOf(text)); }, help)
         ->type_name(type);
 }
 
@@ -304,7 +315,7 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
     const auto take = [&values](const std::vector<std::string>& texts) {
         values.clear();
         for (const std::string& text : texts) {
-            values.append(textOf(text));
+            values.append(valueOf(text));
         }
     };
     return app.add_option_function<std::vector<std::string>>(names, take, help)
