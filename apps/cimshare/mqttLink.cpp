@@ -1,5 +1,7 @@
 #include "apps/cimshare/mqttLink.h"
 
+#include "apps/host/clock.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 
@@ -171,7 +173,7 @@ bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool is
                           isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    m_waiting.push_back({topic, messages});
+    m_waiting.push_back({topic, messages, microsecondsNow()});
     m_waitingMessages += messages;
     return true;
 }
@@ -224,7 +226,7 @@ bool CMqttLink::runOnce(const QString& node)
     m_awaitingReceipt = 0;
     guard.unlock();
     for (const SWaiting& publication : neverLeft) {
-        Q_EMIT lost(publication.topic, publication.messages);
+        Q_EMIT lost(publication.topic, publication.messages, publication.since);
     }
     Q_EMIT disconnected(why);
     return wasConnected && stable.hasExpired();

@@ -81,8 +81,8 @@ Q_SIGNALS:
     void connected();
     /// The inbox of a topic was empty and is no longer.
     void arrived(const QByteArray& topic);
-    /// The broker did not confirm a publication that `publish` accepted; it may still have read it.
-    void lost(const QString& topic, int messages);
+    /// The broker did not confirm a publication that `publish` accepted `since` (microseconds); it may have read it.
+    void lost(const QString& topic, int messages, qint64 since);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
 
@@ -98,6 +98,7 @@ private:
     struct SWaiting {
         QString topic;
         int messages;
+        qint64 since;
     };
 
     void run();
