@@ -255,7 +255,7 @@ int CMqttLink::requestReceipt()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
     if (m_awaitingReceipt > 0) {
-        return m_sinceRequest.hasExpired(KEEPALIVE_S * 1000) ? MOSQ_ERR_KEEPALIVE : MOSQ_ERR_SUCCESS;
+        return m_sinceRequest.hasExpired(qint64{KEEPALIVE_S} * 1000) ? MOSQ_ERR_KEEPALIVE : MOSQ_ERR_SUCCESS;
     }
     if (m_waiting.empty() || (m_sinceRequest.isValid() && !m_sinceRequest.hasExpired(LOOP_MS))) {
         return MOSQ_ERR_SUCCESS;
