@@ -27,8 +27,11 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
     options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const auto setAddress = [&broker](const QString& text) { return broker.setAddress(text); };
-    const COption mqtt = addValue(app, "--mqtt", setAddress, "Publish at this broker", "HOST[:PORT]").group(GROUP);
+    const COption mqtt =
+        addTexts(app, "--mqtt", broker.nodes, "Publish at this broker; may be given again for each node of a cluster",
+                 "HOST[:PORT]")
+            .check(SBroker::checkNode)
+            .group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
         addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };

@@ -9,6 +9,7 @@
 #include <QHostInfo>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -145,7 +146,7 @@ void CMqttBridge::publishBatch(SBatch& batch)
     const QByteArray lines = std::exchange(batch.lines, {});
     const int messages = std::exchange(batch.messages, 0);
     if (messages > 0 && !m_link.publish(batch.topic, lines, false, messages)) {
-        onLost(batch.topic, messages);
+        onLost(batch.topic, messages, microsecondsNow());
     }
 }
 
@@ -157,11 +158,11 @@ void CMqttBridge::flush()
     }
 }
 
-void CMqttBridge::onLost(const QString& topic, int messages)
+void CMqttBridge::onLost(const QString& topic, int messages, qint64 since)
 {
     for (SPublishedBus& published : m_published) {
         if (messages > 0 && topic.startsWith(published.topic)) {
-            published.lostSince = published.lost == 0 ? microsecondsNow() : published.lostSince;
+            published.lostSince = published.lost == 0 ? since : std::min<qint64>(published.lostSince, since);
             published.lost += messages;
             countLost(*published.bus, messages);
         }

@@ -48,7 +48,7 @@ private:
     void onMessage(SPublishedBus& published, const SBusRecord& record);
     void publishBatch(SBatch& batch);
     void flush();
-    void onLost(const QString& topic, int messages);
+    void onLost(const QString& topic, int messages, qint64 since);
     void publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
     void onConnected();

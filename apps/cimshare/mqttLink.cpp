@@ -1,5 +1,7 @@
 #include "apps/cimshare/mqttLink.h"
 
+#include "apps/host/clock.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 
@@ -77,14 +79,12 @@ Failure useTls(mosquitto* client, const SBroker& broker)
 }
 } // namespace
 
-Failure SBroker::setAddress(const QString& text)
+Failure SBroker::checkNode(const QString& text)
 {
     const QStringList parts = text.split(QLatin1Char(':'));
-    bool isPort = true;
-    port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
-    hostName = parts.at(0);
-    const bool isAddress = !hostName.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
-    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
+    const bool isPort = parts.size() == 1 || (parts.size() == 2 && parts.at(1).toUShort() != 0);
+    return isPort && !parts.at(0).isEmpty() ? Failure()
+                                            : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
 CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QString& willTopic,
@@ -101,7 +101,7 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
-    mosquitto_publish_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onPublished(); });
+    mosquitto_unsubscribe_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onReceipt(); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
     // The log line says more than the code of a failed handshake.
     mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
@@ -167,13 +167,13 @@ Failure CMqttLink::readCredentials()
 
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
-    const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
+    const std::lock_guard<std::mutex> guard(m_lock); // publications wait in the order of sending
     if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
         mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
                           isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    m_waiting.push_back({topic, messages});
+    m_waiting.push_back({topic, messages, microsecondsNow()});
     m_waitingMessages += messages;
     return true;
 }
@@ -188,23 +188,32 @@ SInbox CMqttLink::take(const QString& topic)
 
 void CMqttLink::run()
 {
+    const auto& nodes = m_broker.nodes;
+    int next = 0;
     int pause = 0;
     do {
-        pause = runOnce() ? FIRST_PAUSE_S : std::clamp(2 * pause, FIRST_PAUSE_S, LONGEST_PAUSE_S);
+        for (int failed = 0; failed < nodes.size() && m_ending.available() == 0; next = (next + 1) % nodes.size()) {
+            const bool wasStable = runOnce(nodes.at(next));
+            failed = wasStable ? 0 : failed + 1;
+            pause = wasStable ? 0 : pause;
+        }
+        pause = std::clamp(2 * pause, FIRST_PAUSE_S, LONGEST_PAUSE_S);
     } while (!m_ending.tryAcquire(1, pause * 1000));
 }
 
-/// One connection, from the first attempt to its end. Returns whether the broker accepted it, and for long.
-bool CMqttLink::runOnce()
+/// One connection, from the first attempt to its end. Returns whether the node accepted it, and for long.
+bool CMqttLink::runOnce(const QString& node)
 {
     const QDeadlineTimer stable(STABLE_MS);
     m_problem.clear();
-    const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
-    int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
-                                       m_broker.port == 0 ? port : m_broker.port, KEEPALIVE_S);
+    const QStringList parts = node.split(QLatin1Char(':'));
+    const int usualPort = m_broker.caFile.isEmpty() ? 1883 : 8883;
+    const int port = parts.size() > 1 ? parts.at(1).toInt() : usualPort;
+    int code = mosquitto_connect_async(m_client.get(), parts.at(0).toUtf8().constData(), port, KEEPALIVE_S);
     QDeadlineTimer end(QDeadlineTimer::Forever);
     while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
+        code = code == MOSQ_ERR_SUCCESS ? requestReceipt() : code;
         if (m_ending.available() > 0 && end.isForever()) {
             end.setRemainingTime(END_MS);
         }
@@ -214,9 +223,10 @@ bool CMqttLink::runOnce()
     const bool wasConnected = std::exchange(m_isConnected, false);
     const auto neverLeft = std::exchange(m_waiting, {});
     m_waitingMessages = 0;
+    m_awaitingReceipt = 0;
     guard.unlock();
     for (const SWaiting& publication : neverLeft) {
-        Q_EMIT lost(publication.topic, publication.messages);
+        Q_EMIT lost(publication.topic, publication.messages, publication.since);
     }
     Q_EMIT disconnected(why);
     return wasConnected && stable.hasExpired();
@@ -239,10 +249,26 @@ void CMqttLink::onConnect(int code)
     Q_EMIT connected();
 }
 
-void CMqttLink::onPublished()
+/// Has the broker confirm what it has read, which QoS 0 does not: it answers a request after all that was sent before.
+/// The end of a subscription that does not exist changes nothing. Returns an error when the answer is overdue.
+int CMqttLink::requestReceipt()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (!m_waiting.empty()) {
+    if (m_awaitingReceipt > 0) {
+        return m_sinceRequest.hasExpired(qint64{KEEPALIVE_S} * 1000) ? MOSQ_ERR_KEEPALIVE : MOSQ_ERR_SUCCESS;
+    }
+    if (m_waiting.empty() || (m_sinceRequest.isValid() && !m_sinceRequest.hasExpired(LOOP_MS))) {
+        return MOSQ_ERR_SUCCESS;
+    }
+    m_sinceRequest.start();
+    m_awaitingReceipt = m_waiting.size();
+    return mosquitto_unsubscribe(m_client.get(), nullptr, m_willTopic + "/receipt");
+}
+
+void CMqttLink::onReceipt()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (; m_awaitingReceipt > 0; --m_awaitingReceipt) {
         m_waitingMessages -= m_waiting.front().messages;
         m_waiting.pop_front();
     }

@@ -26,7 +26,7 @@ CShareService::CShareService(SShareOptions options) : m_options(std::move(option
 
 Failure CShareService::start()
 {
-    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.hostName.isEmpty()) {
+    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.nodes.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
@@ -76,7 +76,7 @@ Failure CShareService::addProtocols()
         }
     }
     const std::size_t ports = m_protocols.size();
-    if (!m_options.broker.hostName.isEmpty()) {
+    if (!m_options.broker.nodes.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
     }
     return reserveDescriptors(ports, m_buses.size());
