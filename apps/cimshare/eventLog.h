@@ -1,15 +1,14 @@
 #pragma once
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QJsonObject>
 #include <QString>
+#include <QThreadPool>
 
-#include <condition_variable>
 #include <cstdio>
 #include <deque>
 #include <map>
 #include <mutex>
-#include <thread>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -25,8 +24,6 @@ class CEventLog
 public:
     /// With `json` each line is an object of "event", "subject", "text" and the fields.
     explicit CEventLog(bool json, std::FILE* stream = stdout);
-    /// Waits until everything is printed.
-    ~CEventLog();
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
@@ -35,22 +32,20 @@ public:
 
 private:
     struct SSecond {
-        QElapsedTimer clock;
+        QDeadlineTimer end;
         int lines = 0; ///< In this second, printed or not.
     };
 
-    void run();
+    void writeNext();
 
     const bool m_json;
     std::FILE* const m_stream;
     std::map<QString, SSecond> m_seconds; ///< By event and subject.
 
-    std::mutex m_lock; ///< Guards the next three members.
+    std::mutex m_lock; ///< Guards the next two members.
     std::deque<QByteArray> m_waiting;
-    int m_leftOut = 0; ///< Lines.
-    bool m_isEnding = false;
-    std::condition_variable m_changed;
-    std::thread m_thread;
+    int m_leftOut = 0;    ///< Lines.
+    QThreadPool m_writer; ///< One thread. The last member: its destructor waits until everything is printed.
 };
 
 } // namespace vexmor::Apps::Cimshare
