@@ -40,10 +40,8 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
 Failure CSocketcandServer::start()
 {
     if (!m_server.listen(m_address.address, m_address.port)) {
-        return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
-                            .arg(m_address.address.toString())
-                            .arg(m_address.port)
-                            .arg(m_server.errorString())};
+        return SProblem{QStringLiteral("cannot listen on %1 for socketcand: %2")
+                            .arg(placeOf(m_address.address, m_address.port), m_server.errorString())};
     }
     m_admission.printListening();
     for (const QString& name : m_names) {
@@ -118,14 +116,10 @@ void CSocketcandServer::sendBeacon()
 /// The announcement for a network in which this service has `address`.
 QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
 {
-    QString buses;
-    for (const QString& name : m_names) {
-        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(name);
-    }
+    const QString buses = QStringLiteral(R"(<Bus name="%1"/>)").arg(m_names.join(QStringLiteral(R"("/><Bus name=")")));
     return QStringLiteral(
-               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2:%3</URL>%4</CANBeacon>)")
-        .arg(QHostInfo::localHostName().toHtmlEscaped(), address.toString(), QString::number(m_server.serverPort()),
-             buses)
+               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2</URL>%3</CANBeacon>)")
+        .arg(QHostInfo::localHostName().toHtmlEscaped(), placeOf(address, m_server.serverPort()), buses)
         .toUtf8();
 }
 
