@@ -4,8 +4,8 @@
 #include "canlog/problem.h"
 
 #include <QHostAddress>
-#include <QList>
 #include <QPair>
+#include <QStringList>
 
 class QTcpServer;
 class QTcpSocket;

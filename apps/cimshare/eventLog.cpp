@@ -3,6 +3,7 @@
 #include "apps/cli/program.h"
 
 #include <QJsonDocument>
+#include <QTimer>
 
 #include <utility>
 
@@ -11,13 +12,14 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr int LINES_PER_SECOND = 100;
-constexpr qint64 SECOND_MS = 1000;
+constexpr int SECOND_MS = 1000;
 constexpr std::size_t WAITING_LINES = 1000;
 } // namespace
 
 CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stream)
 {
     m_writer.setMaxThreadCount(1);
+    m_writer.setExpiryTimeout(-1);
 }
 
 void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
@@ -55,17 +57,16 @@ void CEventLog::writeNext()
 
 void CEventLog::printLimited(const char* event, const QString& subject, const QString& text)
 {
-    SSecond& second = m_seconds[QLatin1String(event) + subject];
-    if (second.end.hasExpired()) {
-        if (second.lines > LINES_PER_SECOND) {
-            print("leftOut", subject,
-                  QStringLiteral("%1 lines left out (%2)")
-                      .arg(second.lines - LINES_PER_SECOND)
-                      .arg(QLatin1String(event)));
-        }
-        second = {QDeadlineTimer(SECOND_MS), 0};
+    int& lines = m_lines[QLatin1String(event) + subject];
+    if (lines == 0) {
+        QTimer::singleShot(SECOND_MS, this, [=, &lines] {
+            if (const int leftOut = std::exchange(lines, 0) - LINES_PER_SECOND; leftOut > 0) {
+                print("leftOut", subject,
+                      QStringLiteral("%1 lines left out (%2)").arg(leftOut).arg(QLatin1String(event)));
+            }
+        });
     }
-    if (++second.lines <= LINES_PER_SECOND) {
+    if (++lines <= LINES_PER_SECOND) {
         print(event, subject, text);
     }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QDeadlineTimer>
 #include <QJsonObject>
+#include <QObject>
 #include <QString>
 #include <QThreadPool>
 
@@ -19,7 +19,7 @@ namespace vexmor::Apps::Cimshare
 ///
 /// A thread of its own waits for the reader. Lines that do not fit into its queue are left out, and their number is
 /// printed after those that waited. Any thread may call `print`.
-class CEventLog
+class CEventLog : public QObject
 {
 public:
     /// With `json` each line is an object of "event", "subject", "text" and the fields.
@@ -31,16 +31,11 @@ public:
     void printLimited(const char* event, const QString& subject, const QString& text);
 
 private:
-    struct SSecond {
-        QDeadlineTimer end;
-        int lines = 0; ///< In this second, printed or not.
-    };
-
     void writeNext();
 
     const bool m_json;
     std::FILE* const m_stream;
-    std::map<QString, SSecond> m_seconds; ///< By event and subject.
+    std::map<QString, int> m_lines; ///< In this second, printed or not, by event and subject.
 
     std::mutex m_lock; ///< Guards the next two members.
     std::deque<QByteArray> m_waiting;

@@ -78,13 +78,13 @@ Failure CSharedBus::permit(std::uint16_t id, QObject& client, const QString& pro
     if (!failure && m_permission.isPinned && status().hasLink()) {
         failure = identityProblem();
     }
-    if (m_second.hasExpired()) {
-        m_second.setRemainingTime(SECOND_MS);
-        m_messages.clear();
-    }
-    const int most = m_permission.messagesPerSecond;
-    if (!failure && most > 0 && ++m_messages[&client] > most) {
-        failure = SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
+    if (const int most = m_permission.messagesPerSecond; most > 0 && !failure) {
+        if (m_messages.empty()) {
+            QTimer::singleShot(SECOND_MS, this, [this] { m_messages.clear(); });
+        }
+        if (++m_messages[&client] > most) {
+            failure = SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
+        }
     }
     const QString clientName = protocol + QLatin1Char(' ') + client.objectName();
     if (failure) {

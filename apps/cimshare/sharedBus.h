@@ -6,7 +6,6 @@
 #include "apps/host/target.h"
 #include "canlog/problem.h"
 
-#include <QDeadlineTimer>
 #include <QObject>
 #include <QPointer>
 
@@ -109,7 +108,6 @@ private:
     SInterfaceStatus m_status;
     QString m_identity;
     QString m_knownId;                        ///< MAC address of the known gateway.
-    QDeadlineTimer m_second;                  ///< Its end.
     std::map<const QObject*, int> m_messages; ///< Of each client in this second, sent or not.
     SCount m_received;
     SCount m_sent;

@@ -104,23 +104,18 @@ void CSocketcandServer::deliver(const CSharedBus& bus, const SBusRecord& record,
 void CSocketcandServer::sendBeacon()
 {
     const QHostAddress own = m_server.serverAddress();
+    const QString text = QStringLiteral(R"(<CANBeacon name="%1" type="adapter" description="cimshare">)"
+                                        R"(<URL>can://%2</URL><Bus name="%3"/></CANBeacon>)");
+    const QString names = m_names.join(QStringLiteral(R"("/><Bus name=")"));
     for (const QNetworkInterface& network : QNetworkInterface::allInterfaces()) {
         for (const QNetworkAddressEntry& entry : network.addressEntries()) {
             if (!entry.broadcast().isNull() && (own == QHostAddress::AnyIPv4 || own == entry.ip())) {
-                m_beaconSocket.writeDatagram(beacon(entry.ip()), entry.broadcast(), BEACON_PORT);
+                const QString place = placeOf(entry.ip(), m_server.serverPort());
+                const QString beacon = text.arg(QHostInfo::localHostName().toHtmlEscaped(), place, names);
+                m_beaconSocket.writeDatagram(beacon.toUtf8(), entry.broadcast(), BEACON_PORT);
             }
         }
     }
-}
-
-/// The announcement for a network in which this service has `address`.
-QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
-{
-    const QString buses = QStringLiteral(R"(<Bus name="%1"/>)").arg(m_names.join(QStringLiteral(R"("/><Bus name=")")));
-    return QStringLiteral(
-               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2</URL>%3</CANBeacon>)")
-        .arg(QHostInfo::localHostName().toHtmlEscaped(), placeOf(address, m_server.serverPort()), buses)
-        .toUtf8();
 }
 
 } // namespace vexmor::Apps::Cimshare
