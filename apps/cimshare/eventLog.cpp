@@ -22,6 +22,12 @@ CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stre
     m_writer.setExpiryTimeout(-1);
 }
 
+CEventLog::~CEventLog()
+{
+    m_writer.waitForDone();
+    const std::lock_guard<std::mutex> guard(m_lock); // the thread sanitizer does not see Qt's locks
+}
+
 void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
 {
     QByteArray line = (printableText(subject) + QStringLiteral(": ") + printableText(text)).toUtf8();

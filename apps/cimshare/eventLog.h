@@ -24,6 +24,8 @@ class CEventLog : public QObject
 public:
     /// With `json` each line is an object of "event", "subject", "text" and the fields.
     explicit CEventLog(bool json, std::FILE* stream = stdout);
+    /// Waits until everything is printed.
+    ~CEventLog() override;
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
@@ -40,7 +42,7 @@ private:
     std::mutex m_lock; ///< Guards the next two members.
     std::deque<QByteArray> m_waiting;
     int m_leftOut = 0;    ///< Lines.
-    QThreadPool m_writer; ///< One thread. The last member: its destructor waits until everything is printed.
+    QThreadPool m_writer; ///< One thread.
 };
 
 } // namespace vexmor::Apps::Cimshare
