@@ -57,8 +57,6 @@ EExitCode runCommand(const SOptions& options)
 int cimctl(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     installTranslations(application, {QStringLiteral("interfaceT93")});
 
     CCommandLine app("cimctl", "Works with CAN interfaces: receives and sends messages through a T93 gateway.");

@@ -1,6 +1,5 @@
 // cimshare: shares CAN interfaces with many programs. Here stands what can be typed.
 #include "apps/cimshare/shareService.h"
-#include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
@@ -67,9 +66,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
     addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
              "SECONDS");
     addFlag(app, "--json", options.json, "Every line a JSON object");
-    addText(app, "--plugin", options.plugins.file, "The plugin library to use", "FILE");
-    addText(app, "--plugin-dir", options.plugins.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
-            "DIR");
+    addPluginPlace(app, options.plugins);
 }
 
 constexpr unsigned int LONGEST_END_S = 2;
@@ -90,8 +87,6 @@ int cimshare(int argc, char** argv)
     s_warnings = &warnings;
     qInstallMessageHandler(onQtMessage);
     const auto atEnd = qScopeGuard([] { qInstallMessageHandler(nullptr); });
-    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
 
     const auto fail = [](const SProblem& problem) { return Apps::fail("cimshare", problem); };
     CCommandLine app(
@@ -105,13 +100,10 @@ int cimshare(int argc, char** argv)
     if (const auto exitCode = app.parse(argc, argv, fail)) {
         return *exitCode;
     }
-    for (const QString& network : std::as_const(networks)) {
-        if (const Failure failure = options.allowed.add(network)) {
-            return fail(*failure);
-        }
-    }
-    if (const Failure failure = options.sending.rules.add(sendRules.join(QLatin1Char(',')))) {
-        return fail(*failure);
+    const Failure wrongNetwork = options.allowed.add(networks);
+    const Failure wrongRule = options.sending.rules.add(sendRules.join(QLatin1Char(',')));
+    if (wrongNetwork || wrongRule) {
+        return fail(wrongNetwork ? *wrongNetwork : *wrongRule);
     }
     CInterruption interruption(nullptr, LONGEST_END_S);
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);

@@ -14,8 +14,6 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::size_t HIGHEST_PORT = 65535;
-/// The names of the events that a connection has another state, in the order of EConnection.
-constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
@@ -108,38 +106,16 @@ Failure CShareService::addBuses()
         if (!canInterface) {
             return canInterface.problem();
         }
-        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending);
+        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending, m_log);
         for (const auto& one : m_buses) {
             if (one->plainName() == bus->plainName()) {
                 return wrongUsage(
                     QStringLiteral("'%1' and '%2' would have the same name for clients").arg(one->name(), bus->name()));
             }
         }
-        watch(*bus);
         m_buses.push_back(std::move(bus));
     }
     return {};
-}
-
-/// Prints the events of a bus.
-void CShareService::watch(CSharedBus& bus)
-{
-    const auto print = [this, name = bus.name()](const char* event, const QString& text) {
-        m_log.printLimited(event, name, text);
-    };
-    connect(&bus, &CSharedBus::clientEvent, this, print);
-    connect(&bus, &CSharedBus::connectionChanged, this, [print, &status = bus.status()] {
-        print(CONNECTION_EVENTS[static_cast<int>(status.connection)], connectionTextWithReason(status));
-    });
-    connect(&bus, &CSharedBus::identified, this, [print, &bus, &status = bus.status()] {
-        print("identified", QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
-        if (const Failure failure = bus.identityProblem()) {
-            print("anotherGateway", failure->text);
-        }
-    });
-    connect(&bus, &CSharedBus::errorRaised, this, [print, &bus](int error, quint64 count) {
-        print("interfaceError", QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
-    });
 }
 
 // ---- Status ----

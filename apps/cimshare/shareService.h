@@ -43,7 +43,6 @@ public:
 private:
     Failure addBuses();
     Failure addProtocols();
-    void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);
 

@@ -2,6 +2,9 @@
 
 #include "apps/cli/exitCodes.h"
 
+#include <QCoreApplication>
+
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -24,6 +27,8 @@ void keepStandardDescriptors()
 
 int runProgram(const char* prefix, const std::function<int()>& program)
 {
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     keepStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN); // writing to a closed pipe fails instead of ending the program
     try {
@@ -42,6 +47,13 @@ int fail(const char* prefix, const SProblem& problem)
 {
     std::fprintf(stderr, "%s: %s\n", prefix, qPrintable(problem.text));
     return exitCodeOf(problem);
+}
+
+QString printableText(QString text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](QChar one) { return !one.isPrint(); }, QLatin1Char('?'));
+    return text;
 }
 
 bool flushOutput()
