@@ -231,4 +231,17 @@ bool CLogReader::rewind()
     return m_device && m_device->seek(0);
 }
 
+Result<std::uint64_t> CLogReader::countAll()
+{
+    std::uint64_t count = 0;
+    for (auto entry = next(); !entry || *entry; entry = next()) {
+        if (!entry) {
+            return entry.problem();
+        }
+        ++count;
+    }
+    rewind();
+    return count;
+}
+
 } // namespace vexmor::CanLog

@@ -83,6 +83,9 @@ public:
     Result<std::optional<SLogEntry>> next();
     /// Back to the first entry.
     bool rewind();
+    /// Reads the whole log, goes back to the first entry, and returns the number of entries, or the problem of the
+    /// first malformed line.
+    Result<std::uint64_t> countAll();
     /// Lines that were skipped so far because their frames do not fit.
     int skipped() const { return std::accumulate(m_skipped.begin(), m_skipped.end(), 0); }
     /// Those of one kind.

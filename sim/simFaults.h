@@ -33,7 +33,12 @@ public:
     /// `faults` must outlive the link.
     CFaultyLink(SRmPeer peer, const SSimFaults& faults);
 
+    /// Drops the frame, over TCP and UDP, while SEND_LIMIT bytes wait for the pauses between the pieces of other
+    /// frames.
     void send(const QByteArray& frame) override;
+    /// Sends an answer, after the delay that is set. Drops it while too many are delayed.
+    void reply(const QByteArray& frame);
+    qint64 waiting() const override { return CRmLink::waiting() + m_bytesToCome; }
     /// Sends bytes as they are, in a write of their own.
     void sendRaw(const QByteArray& bytes);
     /// Reads, or no longer reads, as the faults now have it.
@@ -48,7 +53,9 @@ private:
     QByteArray m_merged;             ///< Frames that wait for those they are joined with.
     int m_mergedCount = 0;           ///< Number of these frames.
     std::deque<QByteArray> m_writes; ///< Writes to come, each by itself.
+    qint64 m_bytesToCome = 0;        ///< In these writes, with the memory for each.
     QTimer m_pause;                  ///< Between two of them while frames are cut.
+    int m_delayed = 0;               ///< Answers that are delayed.
 };
 
 } // namespace vexmor::Sim

@@ -12,8 +12,8 @@
 namespace vexmor::Sim
 {
 
-/// Plays a log in candump's format on a bus, at its own timing; frames that are due together leave in one turn of the
-/// event loop, in order, none is left out.
+/// Plays a log in candump's format on a bus, at its own timing, in order; none is left out. Where the hosts are too
+/// many for that timing, it takes longer.
 class CSimReplay : public QObject
 {
     Q_OBJECT
@@ -24,6 +24,8 @@ public:
     /// Opens a log for `start`. `speed` 2 plays it twice as fast; `loop` starts it again at its end. Fails when the
     /// file cannot be read or holds no frame.
     Failure open(const QString& path, double speed, bool loop);
+    /// Reads the whole log that was opened, before `start`. Fails when one of its lines is no frame.
+    Failure check();
     void start();
     std::uint64_t sent() const { return m_sent; }
 
@@ -46,7 +48,8 @@ private:
     std::uint64_t m_sent = 0;
 };
 
-/// Puts generated messages on a bus at a steady rate: a few amplifiers that report in turn, each with a counter.
+/// Puts generated messages on a bus at a steady rate: a few amplifiers that report in turn, each with a counter. Where
+/// the hosts are too many for that rate, the messages come later.
 class CSimGenerator : public QObject
 {
     Q_OBJECT

@@ -71,10 +71,7 @@ QString leftOutOf(const CanLog::CLogReader& log)
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
-    std::uint64_t count = 0;
-    while (valueOf(log.next())) {
-        ++count;
-    }
+    const std::uint64_t count = valueOf(log.countAll());
     const QString leftOut = leftOutOf(log);
     if (count == 0) {
         failUsage(QStringLiteral("%1: holds no frame to send%2").arg(file, leftOut));
@@ -82,7 +79,6 @@ void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString&
     if (!leftOut.isEmpty()) {
         diagnostics.warn(QStringLiteral("%1: frames to send: %2%3").arg(file).arg(count).arg(leftOut));
     }
-    log.rewind();
 }
 
 /// The entries of a log, one after the other; with `loop` it begins again a moment after its end.
