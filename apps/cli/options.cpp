@@ -177,6 +177,14 @@ COption COption::needs(const COption& other) const
     return m_option->needs(other.m_option);
 }
 
+COption COption::excludes(std::initializer_list<COption> others) const
+{
+    for (const COption& other : others) {
+        m_option->excludes(other.m_option);
+    }
+    return *this;
+}
+
 COption COption::several() const
 {
     return m_option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();

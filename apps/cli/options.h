@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,6 +49,8 @@ public:
     COption required() const;
     COption group(const char* title) const;
     COption needs(const COption& other) const;
+    /// May not be given together with any of these.
+    COption excludes(std::initializer_list<COption> others) const;
     /// Takes several values at a time.
     COption several() const;
     /// May be given without a value, which is then empty.
