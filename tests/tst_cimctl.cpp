@@ -123,6 +123,7 @@ private Q_SLOTS:
             0, "", "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
         row("dump sim --seconds nan", 2, "", "^error: --seconds: must be 0.001 to 1000000 ");
+        row("send sim", 2, "", "^error: FRAMES is required \\(see cimctl send --help\\)\n$");
         row("--json dump", 2, "", "^{\"event\":\"failure\",.*}\n$");
         row("", 2, "", "Subcommands:(.*\n)*.*dump ");
     }
@@ -258,6 +259,29 @@ private Q_SLOTS:
                                       "gateway: connected\nreceived .* mean [12]\\d %, peak"_s);
         const QByteArray err = load.readAllStandardError();
         QVERIFY2(said.match(QString::fromLatin1(err)).hasMatch(), err);
+    }
+
+    void helpFitsInto80Columns_data()
+    {
+        rows({"info", "scan", "dump", "send", "replay", "gen", "load", "list", "add", "show", "remove"});
+    }
+    void helpFitsInto80Columns()
+    {
+        const QByteArray help = cimctl(QString::fromLatin1(rowName()) + " --help"_s).out;
+        for (const QByteArray& line : help.split('\n')) {
+            QVERIFY2(line.size() <= 80, line);
+        }
+        const int at = help.indexOf("\nExamples:\n");
+        const QList<QByteArray> examples = help.mid(at).trimmed().split('\n').mid(1);
+        QCOMPARE(examples.size(), 2);
+        static const QByteArray manual = run(QStringLiteral(CIM_FROM_HELP " man " CIM_CIMCTL)).out;
+        for (const QByteArray& example : examples) {
+            QVERIFY2(example.startsWith("  cimctl " + rowName()), example);
+            QVERIFY2(manual.contains(example.trimmed().replace("-", "\\-")), manual);
+            for (const QByteArray& word : example.split(' ')) {
+                QVERIFY2(!word.startsWith('-') || word == "--json" || help.left(at).contains(word), word);
+            }
+        }
     }
 
     void manualAndCompletionAreMadeFromTheHelp()

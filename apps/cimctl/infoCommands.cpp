@@ -126,7 +126,8 @@ EExitCode load(SContext& context, const SLoadOptions& options)
 
 void addInfo(CLI::App& app, Action& chosen)
 {
-    addCommand(app, chosen, "info", "List the plugins found", info);
+    addExamples(addCommand(app, chosen, "info", "List the plugins found", info),
+                {"cimctl info", "cimctl info --json | jq .file"});
 }
 
 void addLoad(CLI::App& app, Action& chosen)
@@ -134,6 +135,7 @@ void addLoad(CLI::App& app, Action& chosen)
     const auto [command, options] = addCommand(app, chosen, "load", "Show the bus load once a second", load);
     options.target.addTo(command);
     addNumber(command, "-s,--seconds", options.seconds, 1, 1e6, "End so many seconds after the interface is open", "S");
+    addExamples(command, {"cimctl load hall", "cimctl load 192.168.1.70 --baudrate 500 --json | jq .percent"});
 }
 
 } // namespace vexmor::Apps::Cimctl

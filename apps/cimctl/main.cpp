@@ -26,9 +26,8 @@ void addOptions(CLI::App& app, SOptions& options)
     addWhole(app, "--log-level", options.logLevel, 1, 100,
              "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
     addPluginPlace(app, options.place);
-    setFooter(app, R"(Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,
-130 interrupted (Ctrl-C) before everything was sent or found.
-With nothing at hand: cimctl dump sim --seconds 3)");
+    setFooter(app, "Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage, "
+                   "130 interrupted (Ctrl-C).\nWith nothing at hand: cimctl dump sim --seconds 3");
 
     addInfo(app, options.action);
     addScan(app, options.action);

@@ -225,6 +225,7 @@ void addScan(CLI::App& app, Action& chosen)
             bitRates().join(QLatin1Char('|')).toStdString())
         .bitRate()
         .needs(save);
+    addExamples(command, {"cimctl scan --save", "cimctl scan --address 10.1.2.3 --json"});
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -133,6 +133,7 @@ void addStoreCommands(CLI::App& app, Action& chosen)
 {
     const auto [listCommand, namesOnly] = addCommand(app, chosen, "list", "List the stored interfaces", list);
     addFlag(listCommand, "--names", namesOnly, "Print the names alone");
+    addExamples(listCommand, {"cimctl list", "cimctl list --names"});
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
     addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();
@@ -142,13 +143,17 @@ void addStoreCommands(CLI::App& app, Action& chosen)
     addSetting(command, "--hostname", options.settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
     addSetting(command, "--description", options.settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
     addFlag(command, "--replace", options.replace, "Replace what is stored under the name");
+    addExamples(command, {"cimctl add hall 192.168.1.70 --baudrate 500",
+                          "cimctl add stage 192.168.1.71:30000:UDP --local-address 192.168.1.20"});
 
-    const auto addForOne = [&](const char* name, const char* help, EExitCode (*act)(SContext&, const QString&)) {
+    const auto addForOne = [&](const char* name, const char* help, EExitCode (*act)(SContext&, const QString&),
+                               std::initializer_list<const char*> examples) {
         const auto [command, stored] = addCommand(app, chosen, name, help, act);
         addText(command, "NAME", stored, "A stored interface").required();
+        addExamples(command, examples);
     };
-    addForOne("show", "Show a stored interface", show);
-    addForOne("remove", "Remove a stored interface", remove);
+    addForOne("show", "Show a stored interface", show, {"cimctl show hall", "cimctl show hall --json | jq .settings"});
+    addForOne("remove", "Remove a stored interface", remove, {"cimctl remove hall", "cimctl remove \"hall 2\""});
 }
 
 } // namespace vexmor::Apps::Cimctl

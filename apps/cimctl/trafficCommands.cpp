@@ -222,6 +222,8 @@ void addDump(CLI::App& app, Action& chosen)
     addTexts(command, "-f,--filter", options.filters,
              "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
     addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");
+    addExamples(command, {"cimctl dump hall --filter 200-2FF --log hall.log",
+                          "cimctl dump 192.168.1.70 stage --time a --seconds 60"});
 }
 
 void addSend(CLI::App& app, Action& chosen)
@@ -235,6 +237,8 @@ void addSend(CLI::App& app, Action& chosen)
     addNumber(command, "--interval", options.interval, 0, 1e6,
               "Milliseconds from one message to the next (0: as fast as the gateway takes them)", "MS");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command,
+                {"cimctl send hall 123#1122AABB", "cimctl send hall 100#01 101#02 --repeat 10 --interval 100"});
 }
 
 void addReplay(CLI::App& app, Action& chosen)
@@ -246,6 +250,7 @@ void addReplay(CLI::App& app, Action& chosen)
     addNumber(command, "--speed", options.speed, 0.001, 1e6, "So many times as fast", "N");
     addFlag(command, "--loop", options.loop, "Begin again at the end, until Ctrl-C");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command, {"cimctl replay hall hall.log", "cimctl replay hall hall.log --speed 2 --loop"});
 }
 
 void addGen(CLI::App& app, Action& chosen)
@@ -259,6 +264,7 @@ void addGen(CLI::App& app, Action& chosen)
     addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
     addWhole(command, "--seed", options.seed, 0, INT_MAX, "The same number makes the same messages (0)");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command, {"cimctl gen hall --gap 10 --count 1000", "cimctl gen hall --id 100-1FF --length 8 --seed 7"});
 }
 
 } // namespace

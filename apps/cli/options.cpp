@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
+#include <sstream>
 #include <utility>
 
 namespace vexmor::Apps
@@ -21,13 +22,43 @@ QString textOf(const std::string& typed)
 
 // The help, which would look different with each version of the parser; packaging/fromHelp reads it.
 constexpr std::size_t TEXT_COLUMN = 30;
+constexpr std::size_t COLUMNS = 80;
+
+/// The text in lines of at most 80 columns, broken between words and indented by so many blanks, except the first line.
+/// Lines that begin with a blank stay as they are.
+std::string wrapped(const std::string& text, std::size_t indent = 0)
+{
+    std::string result;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line); result += '\n') {
+        if (line.rfind(' ', 0) == 0) {
+            result += line;
+            continue;
+        }
+        std::istringstream words(line);
+        std::size_t column = indent;
+        for (std::string word; words >> word; column += word.size()) {
+            const bool isFirst = column == indent;
+            if (!isFirst && column + 1 + word.size() > COLUMNS) {
+                result += '\n' + std::string(indent, ' ');
+                column = indent;
+            } else if (!isFirst) {
+                result += ' ';
+                ++column;
+            }
+            result += word;
+        }
+    }
+    return result;
+}
 
 /// What can be typed and, from TEXT_COLUMN on, what it does; in a line of its own where it does not fit beside it.
 std::string helpLine(const std::string& typed, const std::string& text)
 {
     const std::string left = "  " + typed;
     const bool fits = left.size() < TEXT_COLUMN;
-    return left + (fits ? "" : "\n") + std::string(TEXT_COLUMN - (fits ? left.size() : 0), ' ') + text + '\n';
+    const std::string gap(TEXT_COLUMN - (fits ? left.size() : 0), ' ');
+    return left + (fits ? "" : "\n") + gap + wrapped(text, TEXT_COLUMN);
 }
 
 bool takesSeveral(const CLI::Option& option)
@@ -74,7 +105,7 @@ std::string usageOf(const CLI::App& app, const std::string& name)
 
 std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatMode /*mode*/)
 {
-    std::string text = app->get_description() + '\n' + usageOf(*app, name);
+    std::string text = wrapped(app->get_description()) + usageOf(*app, name);
     text += helpSection(*app, "Positionals", [](auto* option) { return option->get_positional(); });
     const std::string defaultGroup = CLI::OptionDefaults().get_group(); // its name depends on the parser's version
     for (const std::string& group : app->get_groups()) {
@@ -86,7 +117,7 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
         commands += helpLine(command->get_name(), command->get_description());
     }
     text += commands.empty() ? commands : "\nSubcommands:\n" + commands;
-    return text + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + '\n');
+    return text + (app->get_footer().empty() ? "" : '\n' + wrapped(app->get_footer()));
 }
 
 /// Makes a clear yes "true" and a clear no "false"; returns whether the text was one of them.
@@ -154,10 +185,11 @@ std::optional<int> CCommandLine::parse(int argc, char** argv, const std::functio
         return eDone;
     } catch (const CLI::Error& error) {
         const std::vector<std::string> unknown = m_app->remaining();
-        const bool isCommand = needsCommand && m_app->get_subcommands().empty() && !unknown.empty();
-        const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
-        return fail(wrongUsage(
-            QStringLiteral("%1 (%2 --help tells what can be typed)").arg(textOf(text), textOf(m_app->get_name()))));
+        const std::vector<CLI::App*> commands = m_app->get_subcommands();
+        const bool isCommand = needsCommand && commands.empty() && !unknown.empty();
+        const std::string text = isCommand ? "unknown command '" + unknown.front() + "'" : error.what();
+        const std::string typed = m_app->get_name() + (commands.empty() ? "" : ' ' + commands.front()->get_name());
+        return fail(wrongUsage(QStringLiteral("%1 (see %2 --help)").arg(textOf(text), textOf(typed))));
     }
     return std::nullopt;
 }
@@ -248,6 +280,16 @@ CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::strin
 void setFooter(CLI::App& app, const std::string& text)
 {
     app.footer(text);
+}
+
+void addExamples(CLI::App& app, std::initializer_list<const char*> examples)
+{
+    std::string text = "Examples:";
+    for (const char* const example : examples) {
+        text += std::string("\n  ") + example;
+    }
+    const std::string before = app.get_footer();
+    app.footer((before.empty() ? before : before + "\n\n") + text);
 }
 
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help)

@@ -70,7 +70,10 @@ private:
 
 /// Adds a command, one of which is to be typed.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
+/// What the help says below the options. A line that begins with a blank is not wrapped.
 void setFooter(CLI::App& app, const std::string& text);
+/// Command lines to copy, below the footer, which is to be set before.
+void addExamples(CLI::App& app, std::initializer_list<const char*> examples);
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
 COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help);
 COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,
