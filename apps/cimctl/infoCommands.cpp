@@ -104,7 +104,7 @@ EExitCode info(SContext& context)
 
 EExitCode load(SContext& context, const SLoadOptions& options)
 {
-    CGatewayRun run(context, options.target, eDone);
+    CGatewayRun run(context, options.target);
     if (run.gateway().hosted.canInterface().baudrate() == 0) {
         failUsage(
             QStringLiteral("a gateway counts bits, not percent: load needs the bit rate of the bus (--baudrate)"));

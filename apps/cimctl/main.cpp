@@ -14,6 +14,7 @@ namespace
 struct SOptions {
     bool json = false;
     bool verbose = false;
+    bool quiet = false;
     int logLevel = 0; ///< 0: no log
     SPluginPlace place;
     Action action;
@@ -23,6 +24,8 @@ void addOptions(CLI::App& app, SOptions& options)
 {
     addFlag(app, "--json", options.json, "Every line a JSON object, on stdout and on stderr");
     addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
+    addFlag(app, "-q,--quiet", options.quiet,
+            "On stderr, errors alone: no summary, no changes of the state, no warnings");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
              "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
     addPluginPlace(app, options.place);
@@ -38,7 +41,7 @@ void addOptions(CLI::App& app, SOptions& options)
 
 EExitCode runCommand(const SOptions& options)
 {
-    COutput output(options.json);
+    COutput output(options.json, options.quiet);
     CDiagnostics diagnostics(output, options.verbose, options.logLevel);
     SContext context{output, diagnostics, options.place};
     try {

@@ -115,7 +115,7 @@ void CSender::finish()
 
 EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed)
 {
-    CGatewayRun run(context, options.target, eInterrupted);
+    CGatewayRun run(context, options.target);
     CMessagePrinter printer(run, options.show);
     run.open(0);
     CSender sender(run, std::move(source), speed);

@@ -9,8 +9,6 @@
 
 #include <QHostAddress>
 
-#include <algorithm>
-
 namespace vexmor::Apps::Cimctl
 {
 namespace
@@ -38,28 +36,25 @@ EExitCode list(SContext& context, const bool& namesOnly)
     CInterfaceStore store;
     require(store.failure());
     const QStringList names = store.names();
-    int width = 0;
-    for (const QString& name : names) {
-        width = std::max(width, static_cast<int>(name.size()));
-    }
+    std::vector<QStringList> rows;
     for (const QString& name : names) {
         const Settings settings = store.settings(name);
         if (output.isJson()) {
             output.print(jsonOf(name, settings));
-            continue;
-        }
-        if (namesOnly) {
+        } else if (namesOnly) {
             output.print(printable(name));
-            continue;
+        } else {
+            const QString rate = settings.value(StoreKey::BAUDRATE);
+            rows.push_back(
+                {name, settings.value(StoreKey::INTERFACE_TYPE), settings.value(StoreKey::PORT_TEXT),
+                 rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's") : rate + QStringLiteral(" kbit/s"),
+                 settings.value(StoreKey::HOSTNAME)});
         }
-        const QString rate = settings.value(StoreKey::BAUDRATE);
-        output.print(printable(QStringLiteral("%1  %2  %3  %4  %5")
-                                   .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
-                                        settings.value(StoreKey::PORT_TEXT),
-                                        rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's bit rate")
-                                                                  : rate + QStringLiteral(" kbit/s"),
-                                        settings.value(StoreKey::HOSTNAME))
-                                   .trimmed()));
+    }
+    if (!rows.empty()) {
+        output.printTable({QStringLiteral("NAME"), QStringLiteral("TYPE"), QStringLiteral("ADDRESS"),
+                           QStringLiteral("BIT RATE"), QStringLiteral("HOST NAME")},
+                          rows);
     }
     if (names.isEmpty() && !output.isJson() && !namesOnly) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");

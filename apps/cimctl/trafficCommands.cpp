@@ -124,7 +124,7 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     for (const QString& filter : options.filters) {
         show.filters.push_back(valueOf(readFilter(filter)));
     }
-    CGatewayRun run(context, options.target, eDone);
+    CGatewayRun run(context, options.target);
     CMessagePrinter printer(run, show);
     const auto limit = static_cast<std::uint64_t>(options.count);
     QObject::connect(&printer, &CMessagePrinter::messageShown, &run, [&run, &printer, limit] {
