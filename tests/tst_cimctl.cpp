@@ -175,7 +175,7 @@ private Q_SLOTS:
         QVERIFY2(table.at(0).startsWith("NAME    TYPE  ADDRESS "), table.at(0));
         QCOMPARE(table.at(1).simplified(), "hall/1 T93 IP=" + address.toLatin1() + ":UDP 500 kbit/s gw1");
         const auto settings = QJsonDocument::fromJson(cimctl("show hall/1 --json"_s).out)["settings"_s];
-        QCOMPARE(settings["Port"_s].toString(), address.section(QLatin1Char(':'), 1));
+        QCOMPARE(settings["Port"_s].toInt(), address.section(QLatin1Char(':'), 1).toInt());
         QCOMPARE(settings["Description"_s].toString(), "stage"_s);
 
         // By another host, which keeps the port text as it likes: the link goes to address and port.
@@ -335,6 +335,41 @@ private Q_SLOTS:
         const int received = outcome.out.count('\n');
         QCOMPARE(last["received"_s].toInt(), received);
         QVERIFY2(received > 35, qPrintable(QString::number(received))); // more than came before the loss
+    }
+
+    /// Every line, and every key in it.
+    void jsonIsAsItsSchemaSays_data()
+    {
+        const auto row = columns<QString>("events");
+        row("info", "plugin"_s);
+        row("dump sim --sent --filter 7FF -n 2 --send 7FF#910011", "received sent summary"_s);
+        row("load sim --baudrate 500 --seconds 1", "load summary"_s);
+        row("dump sim sim -n 1 --log-level 20 -v", "log received summary"_s);
+        row("add hall 127.0.0.1:UDP --udp-any --baudrate 250; " CIM_CIMCTL " --json list", "interface"_s);
+        row("show hall", "failure"_s);
+        row("dump 127.0.0.1:1", "failure"_s);
+        row("dump GATEWAY --seconds 5 -v", "bitRateKept connected interfaceError received summary"_s);
+        row("dump MUTE:UDP --seconds 2", "bitRateKept noAnswer summary"_s);
+    }
+    void jsonIsAsItsSchemaSays()
+    {
+        const SGatewayProgram gateway("--drop-after 300 --generate 100"_s);
+        const SGatewayProgram mute("--mute"_s);
+        const QString command = QString::fromLatin1(rowName()).replace("GATEWAY"_s, gateway.address);
+        SOutcome outcome =
+            run(QStringLiteral(CIM_CIMCTL " --json ") + QString(command).replace("MUTE"_s, mute.address));
+        const QString lines = writeFile(m_folder, outcome.out + outcome.err);
+        outcome = run("python3 -c 'import json, jsonschema, sys\n"
+                      "check = jsonschema.Draft7Validator(json.load(open(sys.argv[1])))\n"
+                      "lines = [json.loads(line) for line in open(sys.argv[2])]\n"
+                      "[check.validate(line) for line in lines]\n"
+                      "print(*sorted({line[\"event\"] for line in lines}))' " CIM_SCHEMA " "_s +
+                      lines);
+        if (outcome.err.contains("No module named")) {
+            QSKIP("python3-jsonschema is not installed");
+        }
+        QVERIFY2(outcome.exitCode == 0, outcome.err);
+        QCOMPARE(QString::fromLatin1(outcome.out.trimmed()), cell<QString>("events"));
     }
 
     void gatewayThatTakesNothing()

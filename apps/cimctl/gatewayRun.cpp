@@ -103,7 +103,7 @@ void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObje
     if (several) {
         object.insert(QStringLiteral("name"), gateway.target.name());
     }
-    object.insert(QStringLiteral("time"), static_cast<double>(microsecondsNow()) / MICROSECONDS);
+    object.insert(QStringLiteral("time"), secondsNow());
     const QString line = (several ? gateway.target.name() + QStringLiteral(": ") : QString()) + text;
     color == EColor::eRed ? output().reportError(line, object) : output().report(line, object, color);
 }

@@ -1,6 +1,7 @@
 // The commands about plugins and bus load: info, load.
 #include "apps/cimctl/command.h"
 #include "apps/cimctl/gatewayRun.h"
+#include "apps/host/clock.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -71,6 +72,7 @@ void showLoad(COutput& output, const SInterfaceStatus& status)
     const int percent = load.value_or(0);
     if (output.isJson()) {
         output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("load")},
+                                 {QStringLiteral("time"), secondsNow()},
                                  {QStringLiteral("percent"), load ? QJsonValue(percent) : QJsonValue()},
                                  {QStringLiteral("connection"), QLatin1String(connectionName(status.connection))}});
         return;

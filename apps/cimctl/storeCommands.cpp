@@ -9,15 +9,22 @@
 
 #include <QHostAddress>
 
+#include <algorithm>
+#include <iterator>
+
 namespace vexmor::Apps::Cimctl
 {
 namespace
 {
 QJsonObject jsonOf(const QString& name, const Settings& settings)
 {
+    static const QLatin1String NUMBERS[] = {StoreKey::PORT,      StoreKey::UDP_BIND_ANY, QLatin1String("AutoIpUpdate"),
+                                            StoreKey::POLL_TIME, StoreKey::MEASURE_TIME, StoreKey::BAUDRATE};
     QJsonObject values;
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
-        values.insert(entry.key(), entry.value());
+        bool isNumber = std::find(std::begin(NUMBERS), std::end(NUMBERS), entry.key()) != std::end(NUMBERS);
+        const int number = isNumber ? entry.value().toInt(&isNumber) : 0; // or what another program stored
+        values.insert(entry.key(), isNumber ? QJsonValue(number) : QJsonValue(entry.value()));
     }
     return {{QStringLiteral("event"), QStringLiteral("interface")},
             {QStringLiteral("name"), name},

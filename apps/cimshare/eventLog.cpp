@@ -1,5 +1,7 @@
 #include "apps/cimshare/eventLog.h"
 
+#include "apps/host/clock.h"
+
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -38,6 +40,7 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
     if (m_json) {
         fields.insert(QStringLiteral("event"), QLatin1String(event));
         fields.insert(QStringLiteral("subject"), subject);
+        fields.insert(QStringLiteral("time"), secondsNow());
         fields.insert(QStringLiteral("text"), plain(text));
         line = QJsonDocument(fields).toJson(QJsonDocument::Compact);
     }
