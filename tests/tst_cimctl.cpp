@@ -102,6 +102,12 @@ private Q_SLOTS:
             0, "^  t93  TX - -  123 .*11\n  t93  TX .* 7FF .*\n  t93  TX .* 001 .*\n  t93  TX .* 0A0 .*\n$", "sent 4");
         row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
             "sent 6, lost 0");
+        row("list > /dev/null; printf '123#11\n# x\n800#\n124#\n' | " CIM_CIMCTL " send sim - --sent", 2,
+            "^  t93  TX - -  123 .*11\n$", "error: standard input, line 3: frame \"800#\": .*\nreceived .* sent 1,");
+        row("list > /dev/null; { echo 123#; head -c 100000 /dev/zero; } | " CIM_CIMCTL " send sim -", 2, "",
+            "error: standard input, line 2: longer than 4096 bytes\nreceived .* sent 1,");
+        row("send sim - --repeat 2", 2, "", "^error: the standard input cannot be repeated\n$");
+        row("send sim - --sent < /dev/null", 0, "", "sent 0");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "peak [345] %\n$");
         row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame to send\n$");
         row("list > /dev/null; printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' "
@@ -139,6 +145,19 @@ private Q_SLOTS:
             QVERIFY2(expression.match(QString::fromLocal8Bit(text)).hasMatch(), text.constData());
         }
         QTEST(outcome.exitCode, "exitCode");
+    }
+
+    void framesOfAProgramLeaveAsTheyCome()
+    {
+        QProcess program;
+        program.start(QStringLiteral(CIM_CIMCTL), list("send sim - --sent"_s));
+        program.write("123#11\n\n# none\n7F");
+        QVERIFY(program.waitForReadyRead()); // the first is sent
+        program.write("F#22\n001#");
+        program.closeWriteChannel();
+        QVERIFY(program.waitForFinished());
+        QCOMPARE(program.exitCode(), 0);
+        QCOMPARE(framesOf(program.readAllStandardOutput()), list("123#11 7FF#22 001#"_s));
     }
 
     void everyFrameOfALogArrives_data() { rows({"inside the program", ":TCP", ":UDP"}); }

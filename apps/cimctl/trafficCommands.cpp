@@ -90,7 +90,7 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
         const bool isNewRound = read && !*read && loop && log.rewind();
         auto next = isNewRound ? log.next() : std::move(read);
         if (!next || !*next) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         entry = **next;
         if (isNewRound) {
@@ -98,7 +98,7 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
         }
         entry.microseconds += offset;
         last = entry.microseconds;
-        return true;
+        return CSender::ENext::eMessage;
     };
 }
 
@@ -140,19 +140,26 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     return printer.finish(run.waitForEnd());
 }
 
-/// Sends messages. Nothing is sent when one of the frames makes no sense.
+/// Sends messages. Nothing is sent when one of the frames makes no sense; of the standard input, what comes before it
+/// is.
 EExitCode send(SContext& context, const SSendOptions& options)
 {
+    if (options.frames == QStringList{QStringLiteral("-")}) {
+        if (options.repeat > 1) {
+            failUsage(QStringLiteral("the standard input cannot be repeated"));
+        }
+        return sendInput(context, options, options.interval);
+    }
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     const std::uint64_t count = messages.size() * static_cast<std::uint64_t>(options.repeat);
     const auto source = [&messages, count, &options, index = std::uint64_t(0)](CanLog::SLogEntry& entry) mutable {
         if (index == count) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         entry.message = messages[index % messages.size()];
         entry.microseconds = static_cast<std::int64_t>(static_cast<double>(index) * options.interval * 1000);
         ++index;
-        return true;
+        return CSender::ENext::eMessage;
     };
     return sendAll(context, options, source, 1);
 }
@@ -172,7 +179,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
     return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
             index = 0](CanLog::SLogEntry& entry) mutable {
         if (options.count > 0 && index == options.count) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         const auto any = [&random](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
         unsigned char data[CanLog::MAX_DATA_LENGTH];
@@ -184,7 +191,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
         entry.message = Cim::CCanMessage(Cim::CCanId::fromValue(id), static_cast<unsigned char>(length), data);
         entry.microseconds = static_cast<std::int64_t>(index * options.gap * 1000);
         ++index;
-        return true;
+        return CSender::ENext::eMessage;
     };
 }
 
@@ -230,7 +237,8 @@ void addSend(CLI::App& app, Action& chosen)
 {
     const auto [command, options] = addCommand(app, chosen, "send", "Send messages", send);
     options.target.addTo(command);
-    addTexts(command, "FRAMES", options.frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
+    addTexts(command, "FRAMES", options.frames,
+             "Frames: ID#DATA, hexadecimal, like 123#1122AABB; -: a line each from the standard input", "ID#DATA")
         .several()
         .required();
     addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Send all of them so often", "N");
