@@ -106,6 +106,9 @@ private Q_SLOTS:
             "^  t93  TX - -  123 .*11\n$", "error: standard input, line 3: frame \"800#\": .*\nreceived .* sent 1,");
         row("list > /dev/null; { echo 123#; head -c 100000 /dev/zero; } | " CIM_CIMCTL " send sim -", 2, "",
             "error: standard input, line 2: longer than 4096 bytes\nreceived .* sent 1,");
+        row("dump sim --direction", 2, "", "^error: --direction requires --log or --log-dir\n$");
+        row("dump sim --log-dir /nonexistent", 1, "", "^error: .*/nonexistent.*\n$");
+        row("dump sim --log-dir /tmp --log a", 2, "", "^error: --log(-dir)? excludes --log");
         row("send sim - --repeat 2", 2, "", "^error: the standard input cannot be repeated\n$");
         row("send sim - --sent < /dev/null", 0, "", "sent 0");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "peak [345] %\n$");
@@ -219,6 +222,17 @@ private Q_SLOTS:
         const QString log = m_folder.filePath("both.log"_s);
         QCOMPARE(cimctl("dump sim --count 20 --sent --send 7FF#01 --log "_s + log).exitCode, 0);
         QCOMPARE(run("tshark -r "_s + log).out.count('\n'), 20);
+    }
+
+    void recordsIntoAFolder()
+    {
+        const QTemporaryDir folder;
+        const SOutcome outcome = cimctl("dump sim --count 20 --log-dir %1"_s.arg(folder.path()));
+        QCOMPARE(outcome.exitCode, 0);
+        const QStringList files = QDir(folder.path()).entryList(QDir::Files);
+        QCOMPARE(files.size(), 1);
+        QVERIFY2(QRegularExpression("^cimctl-\\d{8}-\\d{6}\\.log$"_s).match(files[0]).hasMatch(), qPrintable(files[0]));
+        QCOMPARE(framesOf(contentOf(folder.filePath(files[0]))), framesOf(outcome.out));
     }
 
     void logsThatExistStay()

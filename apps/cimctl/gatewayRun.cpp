@@ -17,12 +17,11 @@ constexpr int END_OF_LOG_LIMIT_MS = 1000;
 /// A gateway answers within milliseconds.
 constexpr int SILENCE_MS = 1000;
 constexpr int LOOK_MS = 20;
-constexpr double MICROSECONDS = 1e6;
 
-/// A time of the day, from microseconds since the epoch.
-QString timeText(std::int64_t microseconds)
+/// A time of the day, from seconds since the epoch.
+QString timeOfDay(double seconds)
 {
-    return QDateTime::fromMSecsSinceEpoch(microseconds / 1000).toString(QStringLiteral("HH:mm:ss"));
+    return QDateTime::fromMSecsSinceEpoch(std::llround(seconds * 1000)).toString(QStringLiteral("HH:mm:ss"));
 }
 } // namespace
 
@@ -114,8 +113,8 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
     const QString shown = m_context.diagnostics.isVerbose() ? text : titleOf(text);
     QString when;
     if (error == Cim::IE_TCP_CONNECTION_LOST && !gateway.lostAt) {
-        gateway.lostAt = microsecondsNow();
-        when = QStringLiteral(" (%1)").arg(timeText(*gateway.lostAt));
+        gateway.lostAt = secondsNow();
+        when = QStringLiteral(" (%1)").arg(timeOfDay(*gateway.lostAt));
     }
     report(gateway, QStringLiteral("interface error %1: %2%3").arg(QString::number(error), shown, when),
            {{QStringLiteral("event"), QStringLiteral("interfaceError")},
@@ -126,11 +125,10 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
 
 void CGatewayRun::reportBack(SGateway& gateway)
 {
-    const std::int64_t now = microsecondsNow();
-    const double seconds = static_cast<double>(now - *gateway.lostAt) / MICROSECONDS;
-    gateway.lostAt.reset();
+    const double now = secondsNow();
+    const double seconds = now - *std::exchange(gateway.lostAt, std::nullopt);
     gateway.shown = EConnection::eConnected;
-    report(gateway, QStringLiteral("gateway: back after %1 s (%2)").arg(seconds, 0, 'f', 1).arg(timeText(now)),
+    report(gateway, QStringLiteral("gateway: back after %1 s (%2)").arg(seconds, 0, 'f', 1).arg(timeOfDay(now)),
            {{QStringLiteral("event"), QStringLiteral("connected")}, {QStringLiteral("lostSeconds"), seconds}},
            EColor::eGreen);
 }

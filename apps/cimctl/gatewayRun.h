@@ -33,7 +33,7 @@ struct SGateway {
     CSummary summary;
     EConnection shown = EConnection::eConnected; ///< state of the connection as the last line on it has it
     QElapsedTimer sinceLink;                     ///< since the link stands without an answer
-    std::optional<std::int64_t> lostAt;          ///< microseconds since the epoch; nothing: the gateway is not lost
+    std::optional<double> lostAt;                ///< seconds since the epoch; nothing: the gateway is not lost
 };
 
 /// What all commands that talk to gateways share: open interfaces, until something ends the run (a limit, Ctrl-C, the

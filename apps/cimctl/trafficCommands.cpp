@@ -121,6 +121,9 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     SShowOptions show = options.show;
     show.received = true;
+    if (show.direction && show.logFile.isEmpty() && show.logFolder.isEmpty()) {
+        failUsage(QStringLiteral("--direction requires --log or --log-dir"));
+    }
     for (const QString& filter : options.filters) {
         show.filters.push_back(valueOf(readFilter(filter)));
     }
@@ -224,13 +227,19 @@ void addDump(CLI::App& app, Action& chosen)
     addFlag(command, "--append", options.show.append, "Continue a log that exists").needs(log);
     addFlag(command, "--force", options.show.force, "Replace a log that exists, with the first message").needs(log);
     addFlag(command, "--direction", options.show.direction,
-            "End each line of the log with R or T: received, sent (Wireshark does not read that)")
-        .needs(log);
+            "End each line of the log with R or T: received, sent (Wireshark does not read that)");
+    const COption folder =
+        addText(command, "--log-dir", options.show.logFolder,
+                "Write the messages to files in this folder, named by date and time: a new one each day and after 64 "
+                "MB; ends before the disk is full",
+                "DIR")
+            .excludes({log});
+    addFlag(command, "--hourly", options.show.hourly, "A new file each hour").needs(folder);
     addTexts(command, "-f,--filter", options.filters,
              "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
     addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");
     addExamples(command, {"cimctl dump hall --filter 200-2FF --log hall.log",
-                          "cimctl dump 192.168.1.70 stage --time a --seconds 60"});
+                          "cimctl dump hall stage --time a --log-dir records --hourly"});
 }
 
 void addSend(CLI::App& app, Action& chosen)
