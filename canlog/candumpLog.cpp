@@ -234,11 +234,13 @@ bool CLogReader::rewind()
 Result<std::uint64_t> CLogReader::countAll()
 {
     std::uint64_t count = 0;
-    for (auto entry = next(); !entry || *entry; entry = next()) {
+    for (bool isEnd = false; !isEnd;) {
+        auto entry = next();
         if (!entry) {
             return entry.problem();
         }
-        ++count;
+        isEnd = !*entry;
+        count += isEnd ? 0 : 1;
     }
     rewind();
     return count;

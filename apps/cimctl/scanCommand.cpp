@@ -103,6 +103,7 @@ void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
         titles.append(QString::fromLatin1(column.first));
     }
     std::vector<QStringList> rows;
+    rows.reserve(endpoints.size());
     for (const SEndpoint& endpoint : endpoints) {
         rows.emplace_back(endpoint.cells.begin(), endpoint.cells.end());
     }
