@@ -133,11 +133,62 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() >= 150, qPrintable(QString::number(clock.elapsed())));
     }
 
+    void hostsThatAreTooManyLeaveTurnsForTheRest_data() { rows({"generated", "replayed"}); }
+    void hostsThatAreTooManyLeaveTurnsForTheRest()
+    {
+        const QTemporaryDir folder;
+        CSimBus bus;
+        CSimReplay replay(bus);
+        CSimGenerator generator(bus);
+        QTimer turns;
+        int inTurn = 0, most = 0, count = 0;
+        connect(&turns, &QTimer::timeout, [&] { inTurn = 0; });
+        connect(&bus, &CSimBus::messageSent, [&] {
+            QThread::msleep(5); // what it takes to send a message to a thousand hosts
+            most = qMax(most, ++inTurn);
+            ++count;
+        });
+        turns.start(0);
+        if (rowName() == "generated") {
+            generator.start(1000);
+        } else {
+            QVERIFY(!replay.open(writeFile(folder, QByteArray("(1.0) a 123#\n").repeated(50)), 1, false));
+            replay.start();
+        }
+        QTRY_VERIFY(count >= 50);
+        QVERIFY2(most <= 5, qPrintable(QString::number(most))); // of 5 ms each, in a turn of 20 ms
+    }
+
+    void framesForASlowLinkAreBounded_data() { rows({"TCP", "UDP"}); }
+    void framesForASlowLinkAreBounded()
+    {
+        SGateway one;
+        SSimFaults faults;
+        faults.cutAt = 3;
+        one.gateway.setFaults(faults);
+        const SPlainHost tcp(one.gateway.port());
+        QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
+        QUdpSocket udp;
+        if (rowName() == "UDP") {
+            one.gateway.dropLinks();
+            udp.writeDatagram(frame(RM_CMD_MAC_ADDRESS), one.gateway.address(), one.gateway.port());
+            QTRY_COMPARE(one.gateway.udpHostCount(), 1);
+        }
+        const QSignalSpy lost(&one.gateway, &CSimGateway::frameLost);
+        constexpr int COUNT = 150000;
+        for (int i = 0; i < COUNT; ++i) {
+            one.bus.send(message(0x123, hex("4455")));
+        }
+        const qint64 waiting = (COUNT - lost.count()) * qint64(GOOD.size());
+        QVERIFY2(waiting < CRmLink::SEND_LIMIT, qPrintable(QString::number(waiting)));
+        QVERIFY(waiting > 0);
+    }
+
     void badOptionsGiveOneLine_data()
     {
         const auto row = columns<int>("exitCode");
         row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
-        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null", 2);
+        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // at the start
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);
         }
@@ -145,7 +196,8 @@ private Q_SLOTS:
             "--seconds nan|--port 70000|--baud 33|--replay /nonexistent|--mac 01:02|--firmware 2|--status 256|"
             "--garbage 1g|--address 300.1.1.1|--gateways 0|--port 65535 --gateways 2|--replay /dev/null|"
             "--endpoint tcp|--endpoint tcp-server:70000|--detect-port 0|--loop|--port 0 --ident-cut 3|"
-            "--port 0 --status-every 5";
+            "--port 0 --status-every 5|--refuse --black-hole|--refuse --mute|--refuse --drop-after 5|"
+            "--black-hole --cut 3|--mute --delay 5";
         for (const QByteArray& options : wrong.split('|')) {
             row(options, 2);
         }
