@@ -37,13 +37,16 @@ struct SOtherThread {
     }};
 };
 
-/// A language in which everything is shouted.
+/// A language in which everything is shouted, by a translator that reads texts itself.
 struct SShout : QTranslator {
+    explicit SShout(CCanInterface& can) : can(can) {}
     bool isEmpty() const override { return false; }
     QString translate(const char*, const char* text, const char*, int) const override
     {
+        (void)(can.errorCodeToString(4) + can.errorCodeToString(103) + can.interfaceErrorToString(0));
         return QString::fromLatin1(text).toUpper();
     }
+    CCanInterface& can;
 };
 } // namespace
 
@@ -149,6 +152,43 @@ private Q_SLOTS:
         QCOMPARE(host.receive(1).size(), 1);
     }
 
+    void oneTurnOfTheEventLoopIsBounded() // when with each message the next one comes
+    {
+        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload());
+        QVERIFY(host.isAllHeard());
+        host.can->setSpyHandler(spy);
+        int shown = 0;
+        int shownInOneTurn = 0;
+        std::function<void()> go = [&] {
+            if (shown == 0) {
+                QTimer::singleShot(0, this, [&] { shownInOneTurn = shown; });
+            }
+            s_act = ++shown < 1000 ? go : nullptr;
+            host.bus.send(message(1));
+        };
+        s_act = go;
+        host.bus.send(message(1));
+        QTRY_COMPARE(shown, 1000);
+        QVERIFY2(shownInOneTurn <= 256, QByteArray::number(shownInOneTurn));
+    }
+
+    void readsAheadIsBounded() // of a spy handler that runs the event loop
+    {
+        SRawGateway gateway;
+        const auto can = makeInterface(gateway.port());
+        can->setSpyHandler(spy);
+        QCOMPARE(can->openCommunication(), 0);
+        QVERIFY(!gateway.waitFor(1).isEmpty());
+        bool isAllTaken = true;
+        s_act = [&] {
+            isAllTaken = QTest::qWaitFor([&] { return gateway.link->bytesToWrite() == 0; }, 1000);
+            can->closeCommunication();
+        };
+        gateway.link->write(frame(message(1)).repeated(1 << 23)); // far more than the kernel takes
+        QTRY_VERIFY(!can->isOpened());
+        QVERIFY(!isAllTaken);
+    }
+
     void linkIsLostInTheSpyHandler_data()
     {
         const auto row = columns<int>("messages");
@@ -240,7 +280,7 @@ private Q_SLOTS:
         };
         const QStringList quiet = texts();
         std::atomic<int> wrong{0};
-        SShout shout;
+        SShout shout(*can);
         {
             const SOtherThread asker{[&] {
                 const QStringList now = texts();

@@ -173,9 +173,16 @@ private Q_SLOTS:
                 }
                 press(Qt::Key_Tab);
             }
+            for (const int key : {Qt::Key_Backtab, Qt::Key_Tab}) { // from OK to the last address and back
+                for (int field = ROWS; field > LOCAL_ADDRESS; --field) {
+                    press(key);
+                }
+                QCoreApplication::processEvents();
+                QTest::keyClicks(QApplication::focusWidget(), key == Qt::Key_Backtab ? "10.9.0.2"_s : QString());
+            }
             press(Qt::Key_Space); // OK comes next
         });
-        QCOMPARE(settingsOf(*can), "hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|150|250|0"_s);
+        QCOMPARE(settingsOf(*can), "hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.2|1|25|150|250|0"_s);
     }
 
     void checksWhatIsTyped_data()

@@ -217,13 +217,15 @@ private Q_SLOTS:
         QCOMPARE(host.can->property(property), kept);
         QVERIFY(host.can->commonInfo() == info);
 
-        // The property is the parameter that the store has under the same name, in the default group.
-        const std::unique_ptr<CCanInterface> other(plugin().createInterface());
-        can->saveSettings({});
-        QVERIFY(QSettings().contains("CanInterfaces/PluginName"_s));
-        other->loadSettings({});
-        QCOMPARE(other->property(property), can->property(property));
-        QVERIFY(other->commonInfo() == can->commonInfo());
+        // The property is the parameter that the store has under the same name, in no group or the default one.
+        for (const QString& group : {""_s, QString()}) {
+            const std::unique_ptr<CCanInterface> other(plugin().createInterface());
+            can->saveSettings(group);
+            QVERIFY(QSettings().contains(group.isNull() ? "CanInterfaces/PluginName"_s : "PluginName"_s));
+            other->loadSettings(group);
+            QCOMPARE(other->property(property), can->property(property));
+            QVERIFY(other->commonInfo() == can->commonInfo());
+        }
     }
 
     void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }

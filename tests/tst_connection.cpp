@@ -207,8 +207,10 @@ private Q_SLOTS:
         QVERIFY(host.can->isOpened());
         QVERIFY(!isConnected(*host.can));
         QCOMPARE(host.can->writeMessage(message(0x111)), 109);
-        QCOMPARE(host.can->resetCommunication(0), 0);
-        QCOMPARE(host.can->resetCommunication(1), 109);
+        for (const int check : {0, 2, -1, 1}) {
+            QCOMPARE(host.can->resetCommunication(check), check == 1 ? 109 : 0);
+        }
+        QCOMPARE(host.errorNumbers(), QList<int>{0}); // the next one comes from the event loop
 
         // The first attempts are refused; the tries go on.
         (void)QTest::qWaitFor([&] { return !connections.isEmpty(); }, 3500);
@@ -331,6 +333,15 @@ private Q_SLOTS:
         sayFromElsewhere("");
         QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // nothing in it: a failed read
         QVERIFY(can->isOpened());
+    }
+
+    void proxyOfTheHostIsNotUsed_data() { rows({"TCP", "UDP"}); }
+    void proxyOfTheHostIsNotUsed()
+    {
+        const SGateway one;
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1});
+        const SHost host(one.gateway.port(), rowProtocol()); // is heard
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
     }
 
     void smallMessagesDoNotWait() // 40 ms for the acknowledgement of the one before

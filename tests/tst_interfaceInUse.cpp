@@ -73,7 +73,8 @@ private Q_SLOTS:
         row("heard now", true, true, 0, 800, EConnection::eConnected);
         row("three polls ago", true, true, 2400, 800, EConnection::eConnected);
         row("longer ago", true, true, 2401, 800, EConnection::eSilent);
-        row("no poll time", true, true, 301, 0, EConnection::eSilent);
+        row("no poll time, three of 100 ms ago", true, true, 300, 0, EConnection::eConnected);
+        row("no poll time, longer ago", true, true, 301, 0, EConnection::eSilent);
     }
     void connectionFollowsTheEvidence()
     {
@@ -89,14 +90,14 @@ private Q_SLOTS:
         for (int i = 0; i < 15; ++i) {
             mailbox.post({{i, message(1), 0, false, 0}});
             mailbox.post({{i, message(1), 0, true, 0}, {i, message(1), 0, true, 0}});
-            mailbox.postError({i, 0, i % 2, 1});
+            mailbox.postError({i, std::uint16_t(i == 0), i % 2, 1});
         }
         SDelivery delivery;
         mailbox.take(delivery);
         QCOMPARE(delivery.records.size(), std::size_t(20));
         QCOMPARE(delivery.lost, std::uint64_t(25));
-        QCOMPARE(delivery.errors.size(), std::size_t(2));
-        QCOMPARE(delivery.errors.front().count, std::uint64_t(8));
+        QCOMPARE(delivery.errors.size(), std::size_t(3));
+        QCOMPARE(delivery.errors.back().count, std::uint64_t(7));
         QCOMPARE(wakeUps, 1);
         mailbox.take(delivery);
         QVERIFY(delivery.isEmpty());

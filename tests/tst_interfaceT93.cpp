@@ -191,6 +191,7 @@ private Q_SLOTS:
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         identity.firmwareMajor = identity.firmwareMinor = 9;
         identity.deviceText = identification;
+        identity.deviceNumber = 0x3939; // digits, too
         SOpenInterface host(CCommonInfo::eProtocolTcp, identity);
         QCOMPARE(host.can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
         QCOMPARE(driver(*host.can).configParam().macAddressString(QLatin1Char('-')), "00-1a-2b-3c-4d-5e"_s);
@@ -221,19 +222,21 @@ private Q_SLOTS:
         row("29-bit and unknown", frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99) + frame(0x57), {}, {});
         const QByteArray asked = frame(0x41, hex("00000203")); // an identification is expected
         row("short replies",
-            frame(0x41, hex("0000")) + asked + frame(0x40) + asked + frame(0x40, "T") + asked +
+            frame(0x41, hex("000007")) + asked + frame(0x40) + asked + frame(0x40, "T") + asked +
                 frame(0x40, "T93 X\x01\x02") + frame(0x47),
             {}, {});
     }
     void framesThatBreakTheRules()
     {
         SOpenInterface host;
+        const CCommonInfo before = host.can->commonInfo();
         const CCanMessage good = message(0x7FF, hex("010203")); // the next one, which gets through
         host.gateway.sendRaw(cell<QByteArray>("bytes") + frame(0x00, hex("07ff010203")));
         const QList<CCanMessage> expected = cell<QList<CCanMessage>>("stored") << good;
         QCOMPARE(host.receive(expected.size()), expected);
         QTRY_COMPARE(host.errorNumbers(), cell<QList<int>>("errors"));
         QVERIFY(host.can->isOpened());
+        QVERIFY(host.can->commonInfo() == before);
     }
 
     void fullQueueKeepsTheOldest_data() { rows({"shown to a spy handler", "handed to the readers together"}); }
@@ -298,10 +301,12 @@ private Q_SLOTS:
     void localBusload()
     {
         SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
-        configure(*host.can, [](auto& param) { param.setBusloadPollTime(0), param.setCanBaudrate(50); });
-        QCOMPARE(host.can->resetCommunication(0), 0);
-        for (const QTimer* timer : host.can->findChildren<QTimer*>()) {
-            QVERIFY(!timer->isActive() || timer->interval() >= 100); // none keeps the event loop busy
+        for (const unsigned int pollTime : {1U, 0U}) { // a host may be in a hurry, but for 0 none keeps the loop busy
+            configure(*host.can, [=](auto& param) { param.setBusloadPollTime(pollTime), param.setCanBaudrate(50); });
+            QCOMPARE(host.can->resetCommunication(0), 0);
+            for (const QTimer* timer : host.can->findChildren<QTimer*>()) {
+                QVERIFY(!timer->isActive() || timer->interval() == (pollTime == 0 ? 100 : 1));
+            }
         }
         configure(*host.can, [](CConfigParamT93& param) { param.setBusloadPollTime(600000); });
         QCOMPARE(host.can->resetCommunication(0), 0);
@@ -356,14 +361,18 @@ private Q_SLOTS:
         SOpenInterface host(CCommonInfo::eProtocolUdp);
         host.can->setSpyHandler(spy);
         const CCommonInfo before = host.can->commonInfo();
-        QCOMPARE(host.can->setCommonInfo({}), 6);
+        CCommonInfo other = before;
+        other.setPort("IP=127.0.0.2:1:UDP"_s);
+        QCOMPARE(host.can->setCommonInfo(other), 6);
         const std::unique_ptr<CCanInterface> copy(host.can->clone());
         QVERIFY(!copy->isOpened());
         QVERIFY(copy->commonInfo() == before);
         QCOMPARE(driver(*copy).configParam().port(), host.gateway.port());
+        const QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
         QCOMPARE(copy->openCommunication(), 0);
         QCOMPARE(copy->writeMessage(message(1)), 0);
-        QCOMPARE(s_shown[1].size(), 1); // the copy has the spy handler, too
+        QCOMPARE(s_shown[1].size(), 1);                                   // the copy has the spy handler, too
+        QTRY_VERIFY(errorNumbers(requests).contains(RM_CMD_MAC_ADDRESS)); // and a connection of its own
     }
 
     void descriptionSetsAddressAndPort()
