@@ -131,7 +131,7 @@ private Q_SLOTS:
         QList<CCanMessage> sent;
         for (std::uint16_t id = 0; id < FRAMES; ++id) {
             sent.append(message(id));
-            stream += frame(sent.last());
+            stream += rmFrame(sent.last());
         }
         SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload()); // no reply comes between
         QVERIFY(host.isAllHeard());
@@ -174,18 +174,15 @@ private Q_SLOTS:
 
     void readsAheadIsBounded() // of a spy handler that runs the event loop
     {
-        SRawGateway gateway;
-        const auto can = makeInterface(gateway.port());
-        can->setSpyHandler(spy);
-        QCOMPARE(can->openCommunication(), 0);
-        QVERIFY(!gateway.waitFor(1).isEmpty());
+        SRawHost host;
+        host.can->setSpyHandler(spy);
         bool isAllTaken = true;
         s_act = [&] {
-            isAllTaken = QTest::qWaitFor([&] { return gateway.link->bytesToWrite() == 0; }, 1000);
-            can->closeCommunication();
+            isAllTaken = QTest::qWaitFor([&] { return host.link->bytesToWrite() == 0; }, 1000);
+            host.can->closeCommunication();
         };
-        gateway.link->write(frame(message(1)).repeated(1 << 23)); // far more than the kernel takes
-        QTRY_VERIFY(!can->isOpened());
+        host.link->write(rmFrame(message(1)).repeated(1 << 23)); // far more than the kernel takes
+        QTRY_VERIFY(!host.can->isOpened());
         QVERIFY(!isAllTaken);
     }
 
@@ -197,35 +194,32 @@ private Q_SLOTS:
     }
     void linkIsLostInTheSpyHandler() // while it runs the event loop
     {
-        SRawGateway gateway;
-        const auto can = makeInterface(gateway.port());
+        SRawHost host;
         QList<CCanMessage> read;
-        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
-        can->setSpyHandler(spy);
-        QCOMPARE(can->openCommunication(), 0);
-        QVERIFY(!gateway.waitFor(1).isEmpty());
+        const QSignalSpy errors(host.can.get(), SIGNAL(interfaceError(int)));
+        host.can->setSpyHandler(spy);
         const auto isLost = [&] { return errorNumbers(errors).contains(0); };
         std::function<void()> go = [&] { // with each message, which can be read, and each error, up to error 0
-            const QList<CCanMessage> now = unread(*can);
+            const QList<CCanMessage> now = unread(*host.can);
             QCOMPARE(now.size(), errors.isEmpty() ? 1 : 0);
             read += now;
             QCoreApplication::processEvents();
             s_act = isLost() ? nullptr : go;
         };
         s_act = go;
-        connect(can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+        connect(host.can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
         QByteArray stream;
         QList<CCanMessage> sent;
         for (int number = 0; number < cell<int>("messages"); ++number) {
             sent.append(message(0x111, QByteArray::number(number).rightJustified(8, '0')));
-            stream += frame(sent.last());
+            stream += rmFrame(sent.last());
         }
-        gateway.link->write(stream + frame(0x42, hex("01")));
-        gateway.link->disconnectFromHost();
+        host.link->write(stream + frame(0x42, hex("01")));
+        host.link->disconnectFromHost();
         QTRY_VERIFY(isLost());
         QVERIFY(read == sent);
         QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
-        QTRY_VERIFY(isConnected(*can)); // again
+        QTRY_VERIFY(isConnected(*host.can)); // again
     }
 
     void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }

@@ -236,7 +236,7 @@ private Q_SLOTS:
         const auto can = makeInterface(one.gateway.port(), rowProtocol());
         const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
-        QByteArray wrongChecksum = frame(message(0x123));
+        QByteArray wrongChecksum = rmFrame(message(0x123));
         wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
 
         QCOMPARE(silence(), -1);
@@ -247,7 +247,7 @@ private Q_SLOTS:
 
             one.gateway.sendRaw(frame(0x99)); // of any command
             QTRY_VERIFY(silence() >= 0);
-            for (const QByteArray& bytes : {frame(message(0x123)), frame(0x42, hex("00"))}) {
+            for (const QByteArray& bytes : {rmFrame(message(0x123)), frame(0x42, hex("00"))}) {
                 QTRY_VERIFY(silence() >= SILENT_MS);
                 one.gateway.sendRaw(bytes);
                 QVERIFY(QTest::qWaitFor([&] { return silence() < SILENT_MS; }));

@@ -82,12 +82,12 @@ private Q_SLOTS:
         }
         QCOMPARE(one.gateway.udpHostCount(), 1);
         SSimFaults faults;
-        faults.cutAt = frame(message(1)).size(); // at the end: still one datagram for each
+        faults.cutAt = rmFrame(message(1)).size(); // at the end: still one datagram for each
         one.gateway.setFaults(faults);
         for (const std::uint16_t id : {1, 2}) {
             one.bus.send(message(id));
             QTRY_VERIFY(udp[1].hasPendingDatagrams());
-            QCOMPARE(udp[1].receiveDatagram().data(), frame(message(id)));
+            QCOMPARE(udp[1].receiveDatagram().data(), rmFrame(message(id)));
         }
         QVERIFY(!udp[0].hasPendingDatagrams());
     }

@@ -65,6 +65,7 @@ public:
     explicit DriverFuzz(unsigned int seed) : m_random(seed)
     {
         listenOn(m_gateway);
+        m_gateway.setMaxClients(2); // one that reopens may come before its old link is gone
         connect(&m_gateway, &CSimGateway::messageReceived, this, [this](const CCanMessage& message) {
             expect("a refused message at the gateway", m_refused.contains(numberOf(message)) ? 1 : 0, {0});
         });
@@ -191,7 +192,12 @@ private:
     }
 
     // What the gateway does.
-    void receive() { m_bus.send(anyMessage()); }
+    void receive()
+    {
+        for (int left = pick(4); left >= 0; --left) { // often in one read
+            m_bus.send(anyMessage());
+        }
+    }
     void flood()
     {
         for (int left = pick(4) == 0 ? 12000 : 100; left > 0; --left) {
