@@ -18,9 +18,9 @@ struct SPlainHost {
         socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
         connected = socket.waitForConnected(1000);
     }
-    QByteArray read(int size)
+    QByteArray read(int size, int limitMs = 2000)
     {
-        (void)QTest::qWaitFor([&] { return socket.bytesAvailable() >= size; }, 2000);
+        (void)QTest::qWaitFor([&] { return socket.bytesAvailable() >= size; }, limitMs);
         return socket.readAll();
     }
     QTcpSocket socket;
@@ -116,7 +116,7 @@ private Q_SLOTS:
         const int kept = (MESSAGES - lost) * GOOD.size();
         QVERIFY2(kept >= 0x100000 && kept < 0x700000, QByteArray::number(kept)); // the kernel has a share
         host.socket.setReadBufferSize(0);
-        QCOMPARE(host.read(kept).size(), kept);
+        QCOMPARE(host.read(kept, 30000).size(), kept);
         one.bus.send(message(0x123, hex("4455")));
         one.bus.send(message(0x123, hex("4455")));
         const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // one report
@@ -127,7 +127,7 @@ private Q_SLOTS:
         QVERIFY(!QTest::qWaitFor([&, before = lost] { return lost > before; }, 500));
         host.socket.setReadBufferSize(0);
         const int answers = REQUESTS * frame(RM_CMD_DEVICE_ID, "T93 SIM SW02.03" + hex("0001")).size();
-        QCOMPARE(host.read(answers).size(), answers);
+        QCOMPARE(host.read(answers, 30000).size(), answers);
     }
 
     void requestForOneAddressIsAnsweredThere()
