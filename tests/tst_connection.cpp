@@ -313,15 +313,6 @@ private Q_SLOTS:
         QVERIFY(can->isOpened());
     }
 
-    void proxyOfTheHostIsNotUsed_data() { rows({"TCP", "UDP"}); }
-    void proxyOfTheHostIsNotUsed()
-    {
-        const SGateway one;
-        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1});
-        const SHost host(one.gateway.port(), rowProtocol()); // is heard
-        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
-    }
-
     void smallMessagesDoNotWait() // 40 ms for the acknowledgement of the one before
     {
         const SRawHost host;

@@ -1,4 +1,5 @@
 #include "InterfaceT93/detectionDatagrams.h"
+#include "InterfaceT93/gatewayReplies.h"
 #include "InterfaceT93/rmFrame.h"
 #include "InterfaceT93/t93DeviceDetection.h"
 #include "canlog/candumpLog.h"
@@ -125,6 +126,14 @@ private Q_SLOTS:
             listener.feed(stream.mid(cut));
             QCOMPARE(listener.heard.join(' '), heard);
         }
+    }
+
+    void shortMessageLeavesNothingOfALongOne()
+    {
+        CCanMessage used = message(1, QByteArray(8, 'x'));
+        const std::uint8_t payload[] = {0x01, 0x23, 0xAA};
+        readCanMessage({RM_CMD_RX11BIT_MSG, sizeof payload, payload}, used);
+        QCOMPARE(QByteArray(reinterpret_cast<const char*>(used.data()), 8), hex("aa00000000000000"));
     }
 
     void scanRequest()
