@@ -114,7 +114,7 @@ private Q_SLOTS:
             one.bus.send(message(0x123, hex("4455")));
         }
         const int kept = (MESSAGES - lost) * GOOD.size();
-        QVERIFY2(kept >= 0x100000 && kept < 0x700000, QByteArray::number(kept)); // the kernel has a share
+        QVERIFY2(kept >= 0x100000 && kept < 0x600000, QByteArray::number(kept)); // the kernel has a share
         host.socket.setReadBufferSize(0);
         QCOMPARE(host.read(kept, 30000).size(), kept);
         one.bus.send(message(0x123, hex("4455")));
@@ -122,12 +122,15 @@ private Q_SLOTS:
         const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // one report
         QCOMPARE(host.read(rest.size()).toHex(), rest.toHex());
 
-        host.socket.setReadBufferSize(1); // requests are not even read: each answer finds room
-        host.socket.write(frame(RM_CMD_DEVICE_ID).repeated(REQUESTS));
-        QVERIFY(!QTest::qWaitFor([&, before = lost] { return lost > before; }, 500));
-        host.socket.setReadBufferSize(0);
+        SGateway other; // requests are not even read: each answer finds room
+        SPlainHost asking(other.gateway.port());
+        asking.socket.setReadBufferSize(1);
+        QSignalSpy lostAnswers(&other.gateway, &CSimGateway::frameLost);
+        asking.socket.write(frame(RM_CMD_DEVICE_ID).repeated(REQUESTS));
+        QVERIFY(!lostAnswers.wait(500));
+        asking.socket.setReadBufferSize(0);
         const int answers = REQUESTS * frame(RM_CMD_DEVICE_ID, "T93 SIM SW02.03" + hex("0001")).size();
-        QCOMPARE(host.read(answers, 30000).size(), answers);
+        QCOMPARE(asking.read(answers, 30000).size(), answers);
     }
 
     void requestForOneAddressIsAnsweredThere()
