@@ -100,9 +100,9 @@ private Q_SLOTS:
             QCOMPARE(code, act == "reopen" || act == "reset" ? 0 : 102);
         } else {
             // Several frames in one read: what follows the first must not reach a session that has ended. A second
-            // start marker has the frame behind it taken byte by byte.
-            host.gateway.sendRaw(frame(0x42, hex("01")) + hex(isUdp ? "43" : "") + frame(0x00, hex("0101")) +
-                                 frame(0x00, hex("0102")) + frame(0x42, hex("02")));
+            // start marker has the frame behind it taken byte by byte. A wrong checksum is the first error.
+            host.gateway.sendRaw(hex("430242090b0d") + frame(0x42, hex("01")) + hex(isUdp ? "43" : "") +
+                                 frame(0x00, hex("0101")) + frame(0x00, hex("0102")) + frame(0x42, hex("02")));
         }
         QTRY_VERIFY(!s_act);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
