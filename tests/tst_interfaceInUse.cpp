@@ -105,11 +105,11 @@ private Q_SLOTS:
         const bool hasPort = rowName().endsWith("contradicts"); // by an option
         const Settings options = hasPort ? Settings{{StoreKey::PORT, "9"_s}} : Settings();
         auto read = readAddress(QString::fromLatin1(rowName().split(' ').first()), options);
-        QCOMPARE(read ? QStringList{read->value(StoreKey::ADDRESS), read->value(StoreKey::PORT),
-                                    read->value(StoreKey::PROTOCOL), read->value(StoreKey::BAUDRATE)}
-                            .join(QLatin1Char(' '))
-                      : QString(),
-                 cell<QString>("read"));
+        QStringList parts;
+        for (const QLatin1String key : {StoreKey::ADDRESS, StoreKey::PORT, StoreKey::PROTOCOL, StoreKey::BAUDRATE}) {
+            parts += read ? QStringList{read->value(key)} : QStringList();
+        }
+        QTEST(parts.join(QLatin1Char(' ')), "read");
     }
 
     void filters_data()
