@@ -114,6 +114,7 @@ public:
         int code = m_can ? RC_OK : RC_NOT_OPENED;
         for (CCanMessage next; code == RC_OK && (code = m_can->readMessage(next)) == RC_OK; ++m_taken) {
             expect("a message", next.length() <= 8 ? next.id().value() >> 11 : -1, {0});
+            expectInOrder("the order of what is read", next, m_lastRead, before);
         }
         expect("read", code, {2, 4});
     }
