@@ -247,18 +247,18 @@ private Q_SLOTS:
         for (int round = 0; round < 2; ++round) {
             device = makeDevice(at(deaf.serverPort())); // deletes one that is still connecting
             QVERIFY(device->connectDevice());
-            for (int i = 0; i <= 9000; ++i) { // a second of a full bus may wait
-                QCOMPARE(device->writeFrame(Frame(1, {})), i < 9000);
-            }
-            device->setConfigurationParameter(Device::BitRateKey, 125000); // refused
-            QCOMPARE(device->error(), Device::ConfigurationError);
-            QVERIFY(!device->configurationParameter(Device::BitRateKey).isValid());
+            QVERIFY(device->writeFrame(Frame(1, {})));
             device->disconnectDevice();
             QCOMPARE(device->state(), Device::UnconnectedState);
             QVERIFY(device->connectDevice());
             QCOMPARE(device->framesToWrite(), 0);
         }
         QVERIFY(clock.elapsed() < 700);
+        for (int i = 0; i <= 9000; ++i) { // a second of a full bus may wait
+            QCOMPARE(device->writeFrame(Frame(1, {})), i < 9000);
+        }
+        device->setConfigurationParameter(Device::BitRateKey, 125000);
+        QVERIFY(!device->configurationParameter(Device::BitRateKey).isValid()); // refused
         QTRY_COMPARE(device->state(), Device::UnconnectedState);
         QCOMPARE(device->error(), Device::ConnectionError);
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));
