@@ -226,8 +226,8 @@ struct SRawGateway {
 };
 
 /// The same, and an open interface to it whose requests have come.
-struct SRawHost : SRawGateway {
-    SRawHost()
+struct SInterfaceAtRawGateway : SRawGateway {
+    SInterfaceAtRawGateway()
     {
         can->openCommunication();
         waitFor(23); // MAC address, version, interval, bit rate

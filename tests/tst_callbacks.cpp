@@ -174,7 +174,7 @@ private Q_SLOTS:
 
     void readsAheadIsBounded() // of a spy handler that runs the event loop
     {
-        SRawHost host;
+        SInterfaceAtRawGateway host;
         host.can->setSpyHandler(spy);
         bool isAllTaken = true;
         s_act = [&] {
@@ -194,7 +194,7 @@ private Q_SLOTS:
     }
     void linkIsLostInTheSpyHandler() // while it runs the event loop
     {
-        SRawHost host;
+        SInterfaceAtRawGateway host;
         QList<CCanMessage> read;
         const QSignalSpy errors(host.can.get(), SIGNAL(interfaceError(int)));
         host.can->setSpyHandler(spy);

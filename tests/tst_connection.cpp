@@ -24,7 +24,7 @@ class ConnectionTest : public QObject
 private Q_SLOTS:
     void resetStandsOnTheWire()
     {
-        SRawHost host;
+        SInterfaceAtRawGateway host;
         QVERIFY(isConnected(*host.can));
         QCOMPARE(host.received.toHex(), (START_UP + BAUDRATE_500).toHex());
         host.received.clear();
@@ -149,7 +149,7 @@ private Q_SLOTS:
     void nothingIsLostOrOvertaken_data() { rows({"host turns its event loop", "host never turns its event loop"}); }
     void nothingIsLostOrOvertaken() // by a gateway that reads what there is when the host is refused
     {
-        SRawHost host;
+        SInterfaceAtRawGateway host;
         QByteArray accepted = host.received;
         int refused = 0;
         for (int number = 0; number < 60000; ++number) {
@@ -315,7 +315,7 @@ private Q_SLOTS:
 
     void smallMessagesDoNotWait() // 40 ms for the acknowledgement of the one before
     {
-        const SRawHost host;
+        const SInterfaceAtRawGateway host;
         int lowDelays = 0; // of all that this process has open: the plugin's end of the connection
         for (int file = 0; file < 100; ++file) {
             int value = 0;
