@@ -306,7 +306,7 @@ private Q_SLOTS:
 
     void helpFitsInto80Columns_data()
     {
-        rows({"info", "scan", "dump", "send", "replay", "gen", "load", "list", "add", "show", "remove"});
+        rows({"info", "scan", "dump", "send", "replay", "gen", "load", "list", "add", "show", "remove", "compare"});
     }
     void helpFitsInto80Columns()
     {

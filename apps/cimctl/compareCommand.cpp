@@ -1,4 +1,4 @@
-// The command about logs alone: compare.
+// The command that needs no gateway, only logs: compare.
 #include "apps/cimctl/command.h"
 #include "canlog/logComparison.h"
 
@@ -19,7 +19,7 @@ QJsonObject jsonOf(const CanLog::SLogDifference::SSide& side)
 {
     return {{QStringLiteral("messages"), static_cast<qint64>(side.messages)},
             {QStringLiteral("rate"), side.rate ? QJsonValue(*side.rate) : QJsonValue()},
-            {QStringLiteral("data"), QString::fromLatin1(side.data)}};
+            {QStringLiteral("data"), QString::fromLatin1(QByteArray(side.data).replace(' ', "").toLower())}};
 }
 
 QByteArray rateText(const CanLog::SLogDifference::SSide& side)
@@ -68,6 +68,7 @@ void addCompare(CLI::App& app, Action& chosen)
                    "Compare two logs: identifiers that are missing, new, or whose rate or data differ", compare);
     addText(command, "BEFORE", options.before, "A log of candump").required();
     addText(command, "AFTER", options.after, "The log that is compared with it").required();
+    addExamples(command, {"cimctl compare monday.log tuesday.log", "cimctl compare monday.log - --json < tuesday.log"});
 }
 
 } // namespace vexmor::Apps::Cimctl
