@@ -26,13 +26,20 @@ void addMqtt(CLI::App& app, SShareOptions& options)
 {
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
-    options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
+    options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
     const auto setAddress = [&broker](const QString& text) { return broker.setAddress(text); };
     const COption mqtt = addValue(app, "--mqtt", setAddress, "Publish at this broker", "HOST[:PORT]").group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
         addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };
-    add("--mqtt-topic", options.mqttTopic, "Above all topics (can/ and the name of this PC)", "TOPIC");
+    add("--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this PC)", "TOPIC");
+    addText(app, "--mqtt-format", options.mqtt.format, "Payloads: candump's lines, or JSON for databases", "log|json")
+        .oneOf({"log", "json"})
+        .group(GROUP)
+        .needs(mqtt);
+    addFlag(app, "--mqtt-last", options.mqtt.hasLast, "Retain the last message with each identifier")
+        .group(GROUP)
+        .needs(mqtt);
     add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
     add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
     add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");

@@ -24,6 +24,8 @@ constexpr int END_MS = 1000;
 constexpr int STABLE_MS = 60'000;
 /// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
+/// Publications without messages that may wait for an acknowledgement.
+constexpr int EVENT_LIMIT = 1000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
 /// An inbox takes so many bytes and at most a thousand lines, or one publication.
 constexpr int INBOX_SIZE = 256 * 1024;
@@ -99,9 +101,10 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // EVENT_LIMIT counts, and before
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
-    mosquitto_publish_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onPublished(); });
+    mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onPublished(id); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
     // The log line says more than the code of a failed handshake.
     mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
@@ -168,12 +171,15 @@ Failure CMqttLink::readCredentials()
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
     const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
-    if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
-        mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
-                          isRetained) != MOSQ_ERR_SUCCESS) {
+    const bool isEvent = messages == 0;
+    const bool fits = isEvent ? int(m_unacknowledged.size()) < EVENT_LIMIT : m_waitingMessages < WAITING_LIMIT;
+    int id = 0;
+    if (!m_isConnected || !fits ||
+        mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(),
+                          isEvent ? 1 : 0, isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    m_waiting.push_back({topic, messages});
+    isEvent ? void(m_unacknowledged.insert(id)) : m_waiting.push_back({id, topic, messages});
     m_waitingMessages += messages;
     return true;
 }
@@ -199,12 +205,16 @@ bool CMqttLink::runOnce()
 {
     const QDeadlineTimer stable(STABLE_MS);
     m_problem.clear();
+    m_isAccepted = false;
     const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
     int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
                                        m_broker.port == 0 ? port : m_broker.port, KEEPALIVE_S);
     QDeadlineTimer end(QDeadlineTimer::Forever);
     while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
+        if (const std::lock_guard<std::mutex> guard(m_lock); m_isAccepted && !std::exchange(m_isConnected, true)) {
+            Q_EMIT connected(); // the library has sent again what was not acknowledged: before anything newer
+        }
         if (m_ending.available() > 0 && end.isForever()) {
             end.setRemainingTime(END_MS);
         }
@@ -228,21 +238,18 @@ void CMqttLink::onConnect(int code)
         m_problem = QString::fromUtf8(mosquitto_connack_string(code));
         return;
     }
-    std::unique_lock<std::mutex> guard(m_lock);
-    if (std::exchange(m_isConnected, true)) {
+    if (std::exchange(m_isAccepted, true)) {
         return; // one answer to a connection is enough, however many a broker sends
     }
-    guard.unlock();
     for (const auto& [topic, subscription] : m_subscriptions) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.constData(), 0);
     }
-    Q_EMIT connected();
 }
 
-void CMqttLink::onPublished()
+void CMqttLink::onPublished(int id)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (!m_waiting.empty()) {
+    if (m_unacknowledged.erase(id) == 0 && !m_waiting.empty() && m_waiting.front().id == id) {
         m_waitingMessages -= m_waiting.front().messages;
         m_waiting.pop_front();
     }

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -72,8 +73,9 @@ public:
     }
     /// Takes what has arrived for a subscribed topic.
     SInbox take(const QString& topic);
-    /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
-    /// messages wait; a publication without messages has no such limit.
+    /// Hands a publication of `messages` messages to the broker. One without messages has the quality 1: it is sent
+    /// again in the next connection when the broker has not acknowledged it. Returns false without a connection, and
+    /// when too many messages wait, or too many acknowledgements are missing.
     bool publish(const QString& topic, const QByteArray& payload, bool isRetained = false, int messages = 0);
 
 Q_SIGNALS:
@@ -96,6 +98,7 @@ private:
 
     /// A publication that waits for the broker.
     struct SWaiting {
+        int id; ///< Of the library.
         QString topic;
         int messages;
     };
@@ -104,17 +107,19 @@ private:
     bool runOnce();
     void onConnect(int code);
     void onMessage(const mosquitto_message& message);
-    void onPublished();
+    void onPublished(int id);
 
     std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
     const SBroker m_broker;
     const QByteArray m_willTopic;
-    QString m_problem; ///< Used by the thread: why the broker refused.
+    QString m_problem;         ///< Used by the thread: why the broker refused.
+    bool m_isAccepted = false; ///< Used by the thread: the broker has accepted the connection.
 
-    std::mutex m_lock;                                   ///< Guards the inboxes and the next three members.
+    std::mutex m_lock;                                   ///< Guards the inboxes and the next four members.
     std::map<QByteArray, SSubscription> m_subscriptions; ///< By topic.
     bool m_isConnected = false;
-    std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
+    std::deque<SWaiting> m_waiting; ///< Publications of messages, in the order in which they are sent.
+    std::set<int> m_unacknowledged; ///< Publications without messages, by the library's number.
     int m_waitingMessages = 0;
 
     QSemaphore m_ending; ///< Available when the thread is to end.

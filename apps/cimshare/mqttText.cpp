@@ -1,7 +1,6 @@
 #include "apps/cimshare/mqttText.h"
 
-#include "canlog/candumpLog.h"
-
+#include <QJsonDocument>
 #include <QList>
 
 namespace vexmor::Apps::Cimshare
@@ -9,6 +8,7 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::size_t MAX_LINES = 200;
+constexpr int DATA_BEGIN = 4; // behind "123#"
 
 /// A log line, or a frame alone.
 Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
@@ -26,6 +26,32 @@ Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
     return (*entry)->message;
 }
 } // namespace
+
+QByteArray SMqttForm::message(const CanLog::SLogEntry& entry) const
+{
+    if (!isJson()) {
+        return CanLog::formatLogLine(entry);
+    }
+    return R"({"time":)" + QByteArray::number(static_cast<double>(entry.microseconds) / 1e6, 'f', 6) + R"(,"id":)" +
+           QByteArray::number(entry.message.id().value()) + R"(,"data":")" +
+           CanLog::formatFrame(entry.message).mid(DATA_BEGIN) + R"(","direction":")" +
+           (entry.direction == 'T' ? "tx" : "rx") + "\"}";
+}
+
+QByteArray SMqttForm::messages(const QByteArrayList& each) const
+{
+    return isJson() ? '[' + each.join(',') + ']' : each.join('\n');
+}
+
+QByteArray SMqttForm::object(QJsonObject object) const
+{
+    for (auto value = object.begin(); isJson() && value != object.end(); ++value) {
+        if (value.value().isBool()) {
+            value.value() = value.value().toBool() ? 1 : 0;
+        }
+    }
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
 
 std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
 {

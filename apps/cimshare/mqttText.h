@@ -1,15 +1,33 @@
 #pragma once
 
+#include "canlog/candumpLog.h"
 #include "canlog/problem.h"
 #include "cim/canMessage.h"
 
-#include <QByteArray>
+#include <QByteArrayList>
+#include <QJsonObject>
 
 #include <vector>
 
 /// What goes over MQTT, as values.
 namespace vexmor::Apps::Cimshare
 {
+
+/// What the user chose for topics and payloads.
+struct SMqttForm {
+    QString topic; ///< The beginning of all topics.
+    QString format =
+        QStringLiteral("log"); ///< Or "json": then all payloads are JSON, with a time, and 0 or 1 for bool.
+    bool hasLast = false;      ///< The last message with each identifier is published as well.
+
+    bool isJson() const { return format == QLatin1String("json"); }
+    /// A line of candump's log format, or a JSON object.
+    QByteArray message(const CanLog::SLogEntry& entry) const;
+    /// Several of these in one payload.
+    QByteArray messages(const QByteArrayList& each) const;
+    /// A JSON object in both formats.
+    QByteArray object(QJsonObject object) const;
+};
 
 /// One line of what was sent to be put on a bus: a message, or what is wrong with it.
 struct SMqttSend {

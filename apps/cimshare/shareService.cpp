@@ -77,7 +77,7 @@ Failure CShareService::addProtocols()
     }
     const std::size_t ports = m_protocols.size();
     if (!m_options.broker.hostName.isEmpty()) {
-        m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
+        m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqtt, m_log));
     }
     return reserveDescriptors(ports, m_buses.size());
 }

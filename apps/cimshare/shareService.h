@@ -3,6 +3,7 @@
 #include "apps/cimshare/addresses.h"
 #include "apps/cimshare/eventLog.h"
 #include "apps/cimshare/mqttLink.h"
+#include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/protocol.h"
 #include "apps/cli/targetOptions.h"
 
@@ -24,7 +25,7 @@ struct SShareOptions {
     bool beacon = false;
     SListenAddress t93;
     SBroker broker;
-    QString mqttTopic;     ///< The beginning of all topics.
+    SMqttForm mqtt;
     int statusSeconds = 0; ///< Between two status lines; 0: none.
     bool json = false;
     SPluginPlace plugins;
