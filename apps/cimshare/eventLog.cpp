@@ -43,7 +43,7 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
     }
     const std::lock_guard<std::mutex> guard(m_lock);
     const bool fits = m_waiting.size() < WAITING_LINES;
-    fits ? m_waiting.push_back(line + '\n') : void(++m_leftOut);
+    fits ? m_waiting.push_back(line + '\n') : void((++m_leftOut, ++m_allLeftOut));
     m_changed.notify_one();
 }
 
@@ -80,6 +80,8 @@ void CEventLog::printLimited(const char* event, const QString& subject, const QS
     }
     if (++second.lines <= LINES_PER_SECOND) {
         print(event, subject, text);
+    } else {
+        ++m_allLeftOut;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
@@ -32,6 +33,8 @@ public:
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
     /// Prints an event that a client or a gateway caused.
     void printLimited(const char* event, const QString& subject, const QString& text);
+    /// Lines that were not printed, since the start.
+    quint64 leftOut() const { return m_allLeftOut; }
 
 private:
     struct SSecond {
@@ -45,6 +48,7 @@ private:
     std::FILE* const m_stream;
     std::map<QString, SSecond> m_seconds; ///< By event and subject.
 
+    std::atomic<quint64> m_allLeftOut{0};
     std::mutex m_lock; ///< Guards the next three members.
     std::deque<QByteArray> m_waiting;
     int m_leftOut = 0; ///< Lines.

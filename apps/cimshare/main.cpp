@@ -51,6 +51,7 @@ void addMqtt(CLI::App& app, SShareOptions& options)
 
 void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks, QStringList& sendRules)
 {
+    addFlag(app, "--check", options.isCheck, "Read the options, print what they mean, and end");
     app.addConfigFile("--config", "Read options from a file: name=value, a line each", "FILE");
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
@@ -70,6 +71,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
     addMqtt(app, options);
     addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
              "SECONDS");
+    addText(app, "--metrics", options.metricsFile, "Write a file for Prometheus's node_exporter every 15 s", "FILE");
     addFlag(app, "--json", options.json, "Every line a JSON object");
     addText(app, "--plugin", options.plugins.file, "The plugin library to use", "FILE");
     addText(app, "--plugin-dir", options.plugins.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
@@ -116,6 +118,10 @@ int cimshare(int argc, char** argv)
     }
     if (const Failure failure = options.sending.rules.add(sendRules.join(QLatin1Char(',')))) {
         return fail(*failure);
+    }
+    if (options.isCheck) {
+        const Failure failure = CShareService(std::move(options)).check();
+        return failure ? fail(*failure) : eDone;
     }
     CInterruption interruption(nullptr, LONGEST_END_S);
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);

@@ -7,6 +7,7 @@
 #include <QHostInfo>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <utility>
 
 namespace vexmor::Apps::Cimshare
@@ -66,12 +67,12 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
-        if (!std::exchange(m_isLossLogged, true)) {
+        if (std::exchange(m_isConnected, false) != false) {
             m_log.print("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
-    connect(&m_changeTimer, &QTimer::timeout, this, &CMqttBridge::publishServiceState);
+    connect(&m_changeTimer, &QTimer::timeout, this, &CMqttBridge::publishAllChanges);
     for (std::size_t i = 0; i < buses.size(); ++i) {
         connectBus(m_published[i], *buses[i]);
     }
@@ -89,10 +90,6 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
     const auto publishItsChanges = [this, &published] { publishChanges(published); };
     connect(&bus, &CSharedBus::connectionChanged, this, publishItsChanges);
     connect(&bus, &CSharedBus::identified, this, publishItsChanges);
-    connect(&m_changeTimer, &QTimer::timeout, this, [this, &published] {
-        publishChanges(published);
-        publishLast(published);
-    });
     connect(&bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
         publishObject(published.topic + QStringLiteral("error"),
                       {{QStringLiteral("number"), error},
@@ -113,7 +110,8 @@ CMqttBridge::~CMqttBridge()
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
-    return m_link.start();
+    m_link.start();
+    return {};
 }
 
 // ---- To the broker ----
@@ -160,7 +158,7 @@ void CMqttBridge::onLost(const QString& topic, int messages)
         if (topic == published.received.topic || topic == published.sent.topic) {
             published.lostSince = published.lost == 0 ? microsecondsNow() : published.lostSince;
             published.lost += messages;
-            countLost(*published.bus, messages);
+            published.bus->countLost(m_name, messages);
         }
     }
 }
@@ -210,48 +208,48 @@ void CMqttBridge::publishLast(SPublishedBus& published)
     }
 }
 
-/// In JSON it says whether all interfaces are connected, and each of them: the broker publishes the end of all
-/// together.
+/// In JSON it says whether all interfaces are connected, and each: the broker publishes the end of all together.
 QJsonObject CMqttBridge::serviceState(bool isOnline) const
 {
-    QJsonObject interfaces;
-    bool areConnected = isOnline;
-    for (const auto& bus : m_buses) {
-        const bool isConnected = isOnline && bus->status().isConnected();
-        interfaces.insert(bus->plainName(), isConnected ? 1 : 0);
-        areConnected = areConnected && isConnected;
-    }
     QJsonObject result{{QStringLiteral("online"), isOnline},
                        {QStringLiteral("service"), m_service},
                        {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}};
     if (m_form.isJson()) {
+        QJsonObject interfaces;
+        for (const auto& bus : m_buses) {
+            interfaces.insert(bus->plainName(), isOnline && bus->status().isConnected() ? 1 : 0);
+        }
+        const bool areConnected = std::find(interfaces.begin(), interfaces.end(), QJsonValue(0)) == interfaces.end();
         result.insert(QStringLiteral("connected"), areConnected);
         result.insert(QStringLiteral("interfaces"), interfaces);
     }
     return result;
 }
 
-void CMqttBridge::publishServiceState()
+void CMqttBridge::publishAllChanges()
 {
     if (std::exchange(m_isStateWrong, false)) {
         m_retained.erase(m_topic + STATE);
     }
     publishChange(m_topic + STATE, serviceState(true));
+    for (SPublishedBus& published : m_published) {
+        publishChanges(published);
+        publishLast(published);
+    }
 }
 
 void CMqttBridge::onConnected()
 {
-    m_isLossLogged = false;
+    m_isConnected = true;
     m_isOtherLogged = false;
     m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic.chopped(1)));
     m_retained.clear();
-    publishServiceState();
     for (SPublishedBus& published : m_published) {
         for (auto& [id, last] : published.last) {
             last.isPublished = false;
         }
-        publishChanges(published);
     }
+    publishAllChanges();
 }
 
 // ---- From the broker ----

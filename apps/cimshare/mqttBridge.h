@@ -21,7 +21,9 @@ public:
     CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const SMqttForm& form, CEventLog& log);
     ~CMqttBridge() override;
 
+    Failure prepare() override { return m_link.prepare(); }
     Failure start() override;
+    std::optional<bool> isBrokerConnected() const override { return m_isConnected; }
 
 private:
     /// Messages that are published together.
@@ -59,7 +61,7 @@ private:
     void publishChanges(SPublishedBus& published);
     void publishLast(SPublishedBus& published);
     QJsonObject serviceState(bool isOnline) const;
-    void publishServiceState();
+    void publishAllChanges();
     void onConnected();
     void takeState();
     void sendNext(SPublishedBus& published);
@@ -76,7 +78,7 @@ private:
     std::map<QString, QJsonObject> m_retained; ///< By topic: the last object published in this connection.
     QTimer m_batchTimer;
     QTimer m_changeTimer;
-    bool m_isLossLogged = false;
+    std::optional<bool> m_isConnected;
     bool m_isOtherLogged = false; ///< Another service with this topic, since the connection began.
     CMqttLink m_link;             ///< The last member: its thread ends first.
 };

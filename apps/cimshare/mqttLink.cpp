@@ -125,7 +125,7 @@ CMqttLink::~CMqttLink()
     mosquitto_lib_cleanup();
 }
 
-Failure CMqttLink::start()
+Failure CMqttLink::prepare()
 {
     if (m_broker.certificateFile.isEmpty() != m_broker.keyFile.isEmpty() ||
         (m_broker.caFile.isEmpty() && !m_broker.keyFile.isEmpty())) {
@@ -137,11 +137,12 @@ Failure CMqttLink::start()
     if (Failure failure = readCredentials()) {
         return failure;
     }
-    if (Failure failure = useTls(m_client.get(), m_broker)) {
-        return failure;
-    }
+    return useTls(m_client.get(), m_broker);
+}
+
+void CMqttLink::start()
+{
     m_thread = std::thread([this] { run(); });
-    return {};
 }
 
 Failure CMqttLink::readCredentials()

@@ -63,8 +63,10 @@ public:
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
-    /// Begins to connect. Fails when a file cannot be used.
-    Failure start();
+    /// Reads the files. Fails when one cannot be used.
+    Failure prepare();
+    /// Begins to connect.
+    void start();
     /// Subscribes a topic at each connection; to be called before `start`. The event loop calls `onArrived` when the
     /// inbox of the topic was empty and is no longer.
     void subscribe(const QString& topic, const std::function<void()>& onArrived)

@@ -32,10 +32,10 @@ QByteArray SMqttForm::message(const CanLog::SLogEntry& entry) const
     if (!isJson()) {
         return CanLog::formatLogLine(entry);
     }
-    return R"({"time":)" + QByteArray::number(static_cast<double>(entry.microseconds) / 1e6, 'f', 6) + R"(,"id":)" +
-           QByteArray::number(entry.message.id().value()) + R"(,"data":")" +
-           CanLog::formatFrame(entry.message).mid(DATA_BEGIN) + R"(","direction":")" +
-           (entry.direction == 'T' ? "tx" : "rx") + "\"}";
+    const QByteArray data = CanLog::formatFrame(entry.message).mid(DATA_BEGIN);
+    return QString::asprintf(R"({"time":%.6f,"id":%d,"data":"%s","direction":"%s"})", entry.microseconds / 1e6,
+                             entry.message.id().value(), data.constData(), entry.direction == 'T' ? "tx" : "rx")
+        .toLatin1();
 }
 
 QByteArray SMqttForm::messages(const QByteArrayList& each) const

@@ -1,5 +1,6 @@
 #include "apps/cimshare/shareService.h"
 
+#include "apps/cimshare/metrics.h"
 #include "apps/cimshare/mqttBridge.h"
 #include "apps/cimshare/socketcandServer.h"
 #include "apps/cimshare/t93Share.h"
@@ -14,6 +15,7 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::size_t HIGHEST_PORT = 65535;
+constexpr int METRICS_MS = 15'000;
 /// The names of the events that a connection has another state, in the order of EConnection.
 constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
@@ -21,10 +23,16 @@ constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer",
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
 {
     connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
+    connect(&m_metricsTimer, &QTimer::timeout, this, [this] {
+        if (const Failure failure = writeMetrics()) {
+            m_log.print("metrics", QStringLiteral("metrics"), failure->text);
+        }
+    });
     connect(&m_aliveTimer, &QTimer::timeout, this, [] { sd_notify(0, "WATCHDOG=1"); });
 }
 
-Failure CShareService::start()
+/// All that reads the options, and tries nothing.
+Failure CShareService::prepare()
 {
     if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.hostName.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
@@ -33,6 +41,49 @@ Failure CShareService::start()
         return failure;
     }
     if (Failure failure = addProtocols()) {
+        return failure;
+    }
+    for (const auto& protocol : m_protocols) {
+        if (Failure failure = protocol->prepare()) {
+            return failure;
+        }
+    }
+    return {};
+}
+
+Failure CShareService::check()
+{
+    if (Failure failure = prepare()) {
+        return failure;
+    }
+    const auto print = [this](const QString& subject, const QString& text) { m_log.print("check", subject, text); };
+    int t93Port = m_options.t93.port;
+    for (const auto& bus : m_buses) {
+        print(bus->name(), QStringLiteral("would be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
+        if (m_options.t93.isGiven()) {
+            print(QStringLiteral("t93 ") + bus->name(),
+                  QStringLiteral("would listen on %1:%2").arg(m_options.t93.address.toString()).arg(t93Port));
+            t93Port += t93Port == 0 ? 0 : 1;
+        }
+    }
+    if (m_options.socketcand.isGiven()) {
+        print(QStringLiteral("socketcand"), QStringLiteral("would listen on %1:%2")
+                                                .arg(m_options.socketcand.address.toString())
+                                                .arg(m_options.socketcand.port));
+    }
+    if (!m_options.broker.hostName.isEmpty()) {
+        print(QStringLiteral("mqtt"),
+              QStringLiteral("would publish at %1, below %2").arg(m_options.broker.hostName, m_options.mqtt.topic));
+    }
+    if (!m_options.metricsFile.isEmpty()) {
+        print(QStringLiteral("metrics"), QStringLiteral("would write %1").arg(m_options.metricsFile));
+    }
+    return {};
+}
+
+Failure CShareService::start()
+{
+    if (Failure failure = prepare()) {
         return failure;
     }
     for (const auto& protocol : m_protocols) {
@@ -48,6 +99,12 @@ Failure CShareService::start()
     }
     for (const auto& bus : m_buses) {
         bus->start();
+    }
+    if (!m_options.metricsFile.isEmpty()) {
+        if (Failure failure = writeMetrics()) {
+            return failure;
+        }
+        m_metricsTimer.start(METRICS_MS);
     }
     if (m_options.statusSeconds > 0) {
         m_statusTimer.start(m_options.statusSeconds * 1000);
@@ -100,7 +157,7 @@ Failure CShareService::addBuses()
         return failure;
     }
     for (const QString& name : std::as_const(names)) {
-        auto target = CTarget::find(search.plugins, name, m_options.targets.settings);
+        auto target = CTarget::find(search.plugins, name, m_options.targets.settings, !m_options.isCheck);
         if (!target) {
             return target.problem();
         }
@@ -146,12 +203,12 @@ void CShareService::watch(CSharedBus& bus)
 
 void CShareService::printStatus()
 {
+    std::map<QString, quint64> lost;
     for (const auto& bus : m_buses) {
         printStatus(*bus);
-    }
-    std::map<QString, quint64> lost;
-    for (const auto& protocol : m_protocols) {
-        lost[protocol->name()] += protocol->lost();
+        for (const auto& [protocol, messages] : bus->lostByProtocol()) {
+            lost[protocol] += messages;
+        }
     }
     for (const auto& [name, messages] : lost) {
         if (messages > 0) {
@@ -182,6 +239,11 @@ void CShareService::printStatus(CSharedBus& bus)
                  {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
                  {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
                  {QStringLiteral("lost"), static_cast<qint64>(bus.lost())}});
+}
+
+Failure CShareService::writeMetrics() const
+{
+    return replaceFile(m_options.metricsFile, metricsText(m_buses, m_protocols, m_log));
 }
 
 } // namespace vexmor::Apps::Cimshare

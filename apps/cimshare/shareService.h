@@ -27,7 +27,9 @@ struct SShareOptions {
     SBroker broker;
     SMqttForm mqtt;
     int statusSeconds = 0; ///< Between two status lines; 0: none.
+    QString metricsFile;   ///< Empty: none.
     bool json = false;
+    bool isCheck = false; ///< Print what `start` would do, and do nothing.
     SPluginPlace plugins;
 };
 
@@ -40,19 +42,24 @@ public:
     /// Starts the protocols, begins to open the interfaces, and reports that to the service manager. Fails when an
     /// option cannot be satisfied.
     Failure start();
+    /// Prints what `start` would do. Fails as it would, but for what only trying shows.
+    Failure check();
 
 private:
+    Failure prepare();
     Failure addBuses();
     Failure addProtocols();
     void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);
+    Failure writeMetrics() const;
 
     SShareOptions m_options;
     CEventLog m_log;
     CSharedBuses m_buses;
-    std::vector<std::unique_ptr<CProtocol>> m_protocols;
+    CProtocols m_protocols;
     QTimer m_statusTimer;
+    QTimer m_metricsTimer;
     QTimer m_aliveTimer; ///< Shows the service manager's watchdog that the event loop runs.
 };
 

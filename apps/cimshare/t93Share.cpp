@@ -27,7 +27,7 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
             [this] { m_admission.print("disconnected", QStringLiteral("a host disconnected")); });
-    connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
+    connect(this, &CRmServer::frameLost, this, [this] { m_bus.countLost(m_name, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
     connect(&bus, &CSharedBus::identified, this, &CT93Share::identify);

@@ -16,6 +16,7 @@ namespace vexmor::Apps
 namespace
 {
 const QString SIM = QStringLiteral("sim");
+const QString NO_ADDRESS = QStringLiteral("0.0.0.0");
 const QString SIM_LOG = QStringLiteral("sim:");
 
 /// A text that may begin with a host name: a word alone is rather a name that was mistyped, and nobody is asked for it.
@@ -25,10 +26,13 @@ bool mayBeHostName(const QString& text)
     return FORM.match(text).hasMatch();
 }
 
-/// The same with the address of the host.
-Result<QString> resolved(const QString& text)
+/// The same with the address of the host, or with none where the name must not be looked up.
+Result<QString> resolved(const QString& text, bool tries)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
+    if (!tries) {
+        return NO_ADDRESS + text.mid(host.size());
+    }
     const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
     const auto isIpv4 = [](const QHostAddress& one) { return one.protocol() == QAbstractSocket::IPv4Protocol; };
     const auto found = std::find_if(addresses.begin(), addresses.end(), isIpv4);
@@ -41,7 +45,7 @@ Result<QString> resolved(const QString& text)
 
 CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
 
-Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
+Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings, bool tries)
 {
     CTarget target(std::move(plugins), text);
     CInterfaceStore store;
@@ -56,6 +60,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
                     .arg(text, settings.firstKey()));
         }
         target.m_settings = store.settings(text);
+    } else if (isSimTarget(text) && !tries) {
+        target.m_settings = *readAddress(NO_ADDRESS, settings);
     } else if (isSimTarget(text)) {
         target.m_sim = std::make_shared<CEmbeddedSim>();
         if (Failure failure = target.m_sim->start(text.mid(SIM_LOG.size()))) {
@@ -68,7 +74,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
             target.m_settings.insert(StoreKey::BAUDRATE, QString::number(target.m_sim->bus().baudrate()));
         }
     } else if (isAddress(text) || mayBeHostName(text)) {
-        auto address = isAddress(text) ? Result<QString>(text) : resolved(text);
+        auto address = isAddress(text) ? Result<QString>(text) : resolved(text, tries);
         auto read = address ? readAddress(*address, settings) : address.problem();
         if (!read) {
             return read.problem();

@@ -24,8 +24,10 @@ class CEmbeddedSim;
 class CTarget
 {
 public:
-    /// Fails when the text is none of these, and when a simulated gateway cannot start.
-    static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
+    /// Fails when the text is none of these, and when a simulated gateway cannot start. Unless it `tries`, no such
+    /// gateway is started and no host name is looked up: these have the address 0.0.0.0 then.
+    static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings,
+                                bool tries = true);
 
     /// A new, closed interface for the gateway. Fails when the plugin refuses the settings.
     Result<std::unique_ptr<Cim::CCanInterface>> makeInterface() const;
