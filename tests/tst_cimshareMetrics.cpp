@@ -22,9 +22,9 @@ private Q_SLOTS:
         QVERIFY(QDir(gone.path()).removeRecursively());
         const QByteArray begin = contentOf(file);
         QVERIFY(begin.contains("cimshare_interface_connected{interface=\"" + share.name.toLatin1() + "\"} 0\n"));
-        QVERIFY(!begin.contains("load_ratio"));     // unknown
-        QVERIFY(!begin.contains("silent_seconds")); // unknown
-        QVERIFY(!begin.contains("cimshare_broker"));         // unknown
+        QVERIFY(!begin.contains("load_ratio"));      // unknown
+        QVERIFY(!begin.contains("silent_seconds"));  // unknown
+        QVERIFY(!begin.contains("cimshare_broker")); // unknown
         SClient client(share), second(share);
         share.put("123#1122 124#");
         client.write("< send 7F 3 11 22 33 >< send 80 1 11 >");
