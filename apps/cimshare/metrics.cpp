@@ -3,9 +3,9 @@
 #include "apps/host/clock.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 #include <chrono>
+#include <cstdio>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -82,10 +82,15 @@ QByteArray metricsText(const CSharedBuses& buses, const CProtocols& protocols, c
 Failure replaceFile(const QString& path, const QByteArray& content)
 {
     const QFile::Permissions readable(0x6044); // by all users, node_exporter among them
-    QSaveFile file(path);
-    const bool isReplaced = file.open(QIODevice::WriteOnly) && file.setPermissions(readable) &&
-                            file.write(content) == content.size() && file.commit();
-    return isReplaced ? Failure() : SProblem{QStringLiteral("%1: %2").arg(path, file.errorString())};
+    QFile file(path + QStringLiteral(".new"));
+    const bool isWritten = file.open(QIODevice::WriteOnly) && file.setPermissions(readable) &&
+                           file.write(content) == content.size() && file.flush();
+    if (!isWritten) {
+        return SProblem{QStringLiteral("%1: %2").arg(path, file.errorString())};
+    }
+    // Not QSaveFile, which waits for the disk: with it every client would wait.
+    const int code = std::rename(QFile::encodeName(file.fileName()), QFile::encodeName(path));
+    return code == 0 ? Failure() : SProblem{QStringLiteral("%1: %2").arg(path, qt_error_string())};
 }
 
 } // namespace vexmor::Apps::Cimshare

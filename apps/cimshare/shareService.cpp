@@ -56,28 +56,24 @@ Failure CShareService::check()
     if (Failure failure = prepare()) {
         return failure;
     }
-    const auto print = [this](const QString& subject, const QString& text) { m_log.print("check", subject, text); };
-    int t93Port = m_options.t93.port;
+    const auto print = [this](bool isGiven, const QString& subject, const QString& text) {
+        isGiven ? m_log.print("check", subject, QStringLiteral("would ") + text) : void();
+    };
+    const auto listening = [](const SListenAddress& at, int further) {
+        const int port = at.port == 0 ? 0 : at.port + further;
+        return QStringLiteral("listen on %1:%2").arg(at.address.toString()).arg(port);
+    };
+    int number = 0;
     for (const auto& bus : m_buses) {
-        print(bus->name(), QStringLiteral("would be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
-        if (m_options.t93.isGiven()) {
-            print(QStringLiteral("t93 ") + bus->name(),
-                  QStringLiteral("would listen on %1:%2").arg(m_options.t93.address.toString()).arg(t93Port));
-            t93Port += t93Port == 0 ? 0 : 1;
-        }
+        print(true, bus->name(), QStringLiteral("be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
+        print(m_options.t93.isGiven(), QStringLiteral("t93 ") + bus->name(), listening(m_options.t93, number++));
     }
-    if (m_options.socketcand.isGiven()) {
-        print(QStringLiteral("socketcand"), QStringLiteral("would listen on %1:%2")
-                                                .arg(m_options.socketcand.address.toString())
-                                                .arg(m_options.socketcand.port));
-    }
-    if (!m_options.broker.hostName.isEmpty()) {
-        print(QStringLiteral("mqtt"),
-              QStringLiteral("would publish at %1, below %2").arg(m_options.broker.hostName, m_options.mqtt.topic));
-    }
-    if (!m_options.metricsFile.isEmpty()) {
-        print(QStringLiteral("metrics"), QStringLiteral("would write %1").arg(m_options.metricsFile));
-    }
+    const QString broker = m_options.broker.hostName;
+    print(m_options.socketcand.isGiven(), QStringLiteral("socketcand"), listening(m_options.socketcand, 0));
+    print(!broker.isEmpty(), QStringLiteral("mqtt"),
+          QStringLiteral("publish at %1, below %2").arg(broker, m_options.mqtt.topic));
+    print(!m_options.metricsFile.isEmpty(), QStringLiteral("metrics"),
+          QStringLiteral("write ") + m_options.metricsFile);
     return {};
 }
 
