@@ -59,8 +59,8 @@ struct SSubscriber {
         return QTest::qWaitFor([&] { return heard.contains(text); }, 10000);
     }
 
+    QByteArray heard; // outlives the program, which may still print while it is stopped
     SProgram program;
-    QByteArray heard;
 };
 
 /// A broker that acknowledges no publication. It keeps what it reads.
