@@ -195,6 +195,7 @@ private Q_SLOTS:
         QVERIFY(later.hears(topic + "/gap {\"from\":"));
         QVERIFY(later.hears(topic + "/last/7FF {"));
         share.program.kill();
+        QVERIFY(share.program.waitForFinished());
         QVERIFY(later.hears(state("0") + '0'));
         const QTemporaryDir folder;
         const QString file = writeFile(folder, all.heard + later.heard);
