@@ -1,7 +1,8 @@
 #include "canlog/candumpLog.h"
 
+#include "canlog/words.h"
+
 #include <QBuffer>
-#include <QCoreApplication>
 #include <QFile>
 #include <QList>
 
@@ -12,11 +13,6 @@ namespace vexmor::CanLog
 {
 namespace
 {
-/// Texts for users, in the language of the catalogs that a program has installed.
-struct Words {
-    Q_DECLARE_TR_FUNCTIONS(CanLog)
-};
-
 constexpr int ID_DIGITS = 3;
 constexpr int MAX_LINE = 4096;
 constexpr std::int64_t MICROSECONDS = 1000000;
@@ -37,9 +33,9 @@ SProblem noFrame(const QByteArray& text, const QString& reason)
 }
 
 constexpr int EXTENDED_DIGITS = 8;
-constexpr unsigned int ERROR_FLAG = 0x20000000; ///< beside the 29 bits of an identifier
+constexpr unsigned int ERROR_FLAG = 0x20000000; ///< Flag above the 29 bits of an identifier.
 
-/// The kind of a frame that the tools of can-utils write and that does not fit; nothing for any other text.
+/// Returns the kind of a frame that can-utils write and that a CCanMessage cannot represent; nothing for other texts.
 std::optional<EForeign> foreignKind(const QByteArray& frame)
 {
     const int mark = frame.indexOf('#');
@@ -56,7 +52,7 @@ std::optional<EForeign> foreignKind(const QByteArray& frame)
     return isExtended ? std::optional(EForeign::eExtended) : std::nullopt;
 }
 
-/// (seconds.fraction), the fraction in six digits or fewer.
+/// Parses (seconds.fraction) and returns microseconds. Digits after the sixth of the fraction are ignored.
 std::optional<std::int64_t> parseTime(const QByteArray& text)
 {
     if (!text.startsWith('(') || !text.endsWith(')')) {
@@ -76,13 +72,18 @@ std::optional<std::int64_t> parseTime(const QByteArray& text)
     }
     return whole * MICROSECONDS + fraction;
 }
+
+QByteArray bytesOf(const Cim::CCanMessage& message)
+{
+    return {reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length())};
+}
 } // namespace
 
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
 {
     const int mark = text.indexOf('#');
     if (mark < 0) {
-        return noFrame(text, Words::tr("no # between identifier and data, as in 123#1122"));
+        return noFrame(text, Words::tr("a # must separate identifier and data, as in 123#1122"));
     }
     const QByteArray id = text.left(mark);
     const QByteArray data = text.mid(mark + 1).replace(".", "");
@@ -91,7 +92,7 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
         return noFrame(text, Words::tr("the identifier must be hexadecimal, 0 to 7FF"));
     }
     if (data.startsWith('R') || data.startsWith('r')) {
-        return noFrame(text, Words::tr("there are no remote frames"));
+        return noFrame(text, Words::tr("remote frames are not supported"));
     }
     if (data.size() % 2 != 0 || (!data.isEmpty() && !isHex(data))) {
         return noFrame(text, Words::tr("the data must be pairs of hexadecimal digits"));
@@ -104,11 +105,19 @@ Result<Cim::CCanMessage> parseFrame(const QByteArray& text)
                             reinterpret_cast<unsigned char*>(bytes.data()));
 }
 
+QByteArray formatId(std::uint16_t id)
+{
+    return QByteArray::number(id, 16).toUpper().rightJustified(ID_DIGITS, '0');
+}
+
+QByteArray formatData(const Cim::CCanMessage& message)
+{
+    return bytesOf(message).toHex(' ').toUpper();
+}
+
 QByteArray formatFrame(const Cim::CCanMessage& message)
 {
-    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + '#' +
-           data.toHex().toUpper();
+    return formatId(message.id().value()) + '#' + bytesOf(message).toHex().toUpper();
 }
 
 Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line)
@@ -143,11 +152,9 @@ QByteArray formatLogLine(const SLogEntry& entry)
 
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message)
 {
-    QByteArray line = "  " + interfaceName + "  " +
-                      QByteArray::number(message.id().value(), 16).toUpper().rightJustified(ID_DIGITS, '0') + "   [" +
-                      QByteArray::number(message.length()) + "] ";
-    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return message.length() == 0 ? line : line + ' ' + data.toHex(' ').toUpper();
+    const QByteArray line = "  " + interfaceName + "  " + formatId(message.id().value()) + "   [" +
+                            QByteArray::number(message.length()) + "] ";
+    return message.length() == 0 ? line : line + ' ' + formatData(message);
 }
 
 QByteArray formatAscii(const Cim::CCanMessage& message)
@@ -161,7 +168,7 @@ QByteArray formatAscii(const Cim::CCanMessage& message)
 
 int errorOf(const Cim::CCanMessage& message)
 {
-    return Cim::CCanMessage(message).errorNumber(); // which is not const
+    return Cim::CCanMessage(message).errorNumber(); // a copy, because errorNumber() is not const
 }
 
 std::string formatAdministration(const Cim::CCanMessage& message)
@@ -169,7 +176,7 @@ std::string formatAdministration(const Cim::CCanMessage& message)
     if (message.length() == 0 || message.administrationByte().value == 0) {
         return {};
     }
-    std::string text = "type " + std::to_string(message.messageType()); // short enough for no allocation
+    std::string text = "type " + std::to_string(message.messageType()); // short enough to need no allocation
     if (const int error = errorOf(message)) {
         text += ", error " + std::to_string(error);
     }

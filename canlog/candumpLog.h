@@ -15,59 +15,67 @@
 
 class QIODevice;
 
-/// The text formats of can-utils, for messages with standard identifiers. Pure functions but for the reader.
+/// The text formats of can-utils, for messages with standard identifiers. All functions are pure; only the reader opens
+/// files.
 namespace vexmor::CanLog
 {
 
-/// The greatest standard identifier.
+/// The highest standard identifier.
 constexpr unsigned int MAX_ID = 0x7FF;
-/// The most data bytes that a message holds.
+/// The highest number of data bytes in a message.
 constexpr int MAX_DATA_LENGTH = 8;
 
-/// A frame in a log that a standard CAN message cannot hold. One that is of several kinds counts as the last of them.
+/// A kind of frame that a CCanMessage cannot represent. A frame of several kinds counts as the last of them.
 enum class EForeign { eExtended, eRemote, eError, eFd };
 constexpr int FOREIGN_COUNT = 4;
 
-/// One line of a log: when, on which interface, what.
+/// A frame in a log: its time, interface, message and direction.
 struct SLogEntry {
-    std::int64_t microseconds = 0; ///< since the epoch, or since any other start
+    std::int64_t microseconds = 0; ///< Time since the epoch, or since any other start.
     QByteArray interfaceName;
     Cim::CCanMessage message;
-    char direction = 0; ///< 'R' received, 'T' sent, 0 not told
+    char direction = 0; ///< 'R' for received, 'T' for sent, 0 for unknown.
 };
 
-/// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). The problem of any
-/// other text says what is wrong: identifiers above 7FF, odd digits, more than 8 bytes.
+/// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). For any other text
+/// it returns a problem that says what is wrong, for example an identifier above 7FF or more than 8 data bytes.
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
-/// 123#1122AABB: three upper-case hexadecimal digits, "#", two for each byte.
+/// Returns an identifier as three upper-case hexadecimal digits.
+QByteArray formatId(std::uint16_t id);
+
+/// Returns two such digits per data byte, with blanks between the bytes.
+QByteArray formatData(const Cim::CCanMessage& message);
+
+/// Returns a message as 123#1122AABB: three upper-case hexadecimal digits, "#", and two digits per data byte.
 QByteArray formatFrame(const Cim::CCanMessage& message);
 
-/// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end. Returns no entry for a line to
-/// be skipped: empty, a comment (#), or a frame that does not fit (29-bit, remote, error, CAN FD).
+/// Parses a line like (1398128223.803317) can0 166#D0320009, with or without a line end. Returns no entry for a line
+/// that is empty, a comment (#) or a frame of a foreign kind (EForeign), and a problem for any other line.
 Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line);
 
-/// The same line, without a line end; the direction behind it as candump writes it, where it is told.
+/// Returns such a line without a line end. A known direction follows the frame, as candump writes it.
 QByteArray formatLogLine(const SLogEntry& entry);
 
-/// The layout in which candump prints on a terminal: interface, identifier, [length], bytes.
+/// Returns a line as candump prints it on a terminal: interface, identifier, [length], data bytes.
 QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& message);
 
-/// The number of the error that a message reports by the rules of administration messages; 0: it reports none.
+/// Returns the error number in a message, by the rules of administration messages; 0 when it reports no error.
 int errorOf(const Cim::CCanMessage& message);
-/// What the first byte says by these rules, for example "type 1, error 17, checksum 0AFF"; empty where it is 0.
+/// Returns the meaning of a message by these rules, for example "type 1, error 17, checksum 0AFF"; an empty text when
+/// it has no data or byte 0 is 0.
 std::string formatAdministration(const Cim::CCanMessage& message);
 
-/// The character of a data byte, a dot for a byte that is none.
+/// Returns the ASCII character of a data byte; a dot for a byte that is not printable.
 constexpr char asciiOf(unsigned char byte)
 {
     return byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
 }
 
-/// The data as such characters.
+/// Returns the data bytes as such characters.
 QByteArray formatAscii(const Cim::CCanMessage& message);
 
-/// Reads a log from a file, entry by entry, in constant memory.
+/// Reads a log from a file, entry by entry, in constant memory; standard input and pipes are read whole first.
 class CLogReader
 {
 public:
@@ -76,23 +84,22 @@ public:
     CLogReader(CLogReader&&) noexcept;
     CLogReader& operator=(CLogReader&&) noexcept;
 
-    /// Fails when the file cannot be read. "-" stands for the standard input; that and any pipe is read to its end at
-    /// once.
+    /// Opens a log; "-" stands for standard input. Fails when the file cannot be opened.
     Failure open(const QString& path);
-    /// Returns the next entry, no entry at the end, and at a malformed line a problem that names the line's number.
+    /// Returns the next entry; no entry at the end; for a malformed line a problem with the line number.
     Result<std::optional<SLogEntry>> next();
-    /// Back to the first entry.
+    /// Returns to the first entry. Returns false when that fails.
     bool rewind();
-    /// Lines that were skipped so far because their frames do not fit.
+    /// Returns the number of frames skipped so far because they are of a foreign kind.
     int skipped() const { return std::accumulate(m_skipped.begin(), m_skipped.end(), 0); }
-    /// Those of one kind.
+    /// Returns the number of frames of one kind that were skipped so far.
     int skipped(EForeign kind) const { return m_skipped[static_cast<std::size_t>(kind)]; }
 
 private:
     std::unique_ptr<QIODevice> m_device;
     QString m_path;
     int m_line = 0;
-    std::array<int, FOREIGN_COUNT> m_skipped{}; ///< by kind
+    std::array<int, FOREIGN_COUNT> m_skipped{}; ///< Numbers of skipped frames by kind.
 };
 
 } // namespace vexmor::CanLog

@@ -6,25 +6,25 @@
 #include <utility>
 #include <variant>
 
-/// How everything outside the contract reports failures: as values. Each program shows them in its own way: by an exit
+/// Failures as values, used by everything outside the contract. Each program shows them in its own way: as an exit
 /// code, in a dialog or in an event log.
 namespace vexmor
 {
 
-/// What went wrong.
+/// The reason of a failure.
 struct SProblem {
-    QString text;         ///< a line for the user, in the language of the catalogs that the program has installed
-    int code = 0;         ///< result code of the interface; 0: none
-    bool isUsage = false; ///< the request itself makes no sense; otherwise something refused it
+    QString text;         ///< A line for the user, translated by the installed catalogs.
+    int code = 0;         ///< Result code of the interface; 0 if none.
+    bool isUsage = false; ///< Whether the request itself was wrong; otherwise it was valid and was refused.
 };
 
-/// The problem of a request that makes no sense.
+/// Returns the problem of a request that was wrong itself.
 inline SProblem wrongUsage(const QString& text)
 {
     return {text, 0, true};
 }
 
-/// Empty when all went well.
+/// A problem, or nothing after success.
 using Failure = std::optional<SProblem>;
 
 /// A value, or the problem that prevented it.

@@ -39,7 +39,7 @@ void CRmLink::send(const QByteArray& frame)
 {
     if (m_peer.udp != nullptr) {
         m_peer.udp->writeDatagram(frame, m_peer.address, m_peer.port);
-    } else if (isTcp() && m_peer.tcp->isOpen()) { // closed: `disconnected` is on its way
+    } else if (isTcp() && m_peer.tcp->isOpen()) { // otherwise `disconnected` follows
         if (waiting() >= SEND_LIMIT && !m_hasLost) {
             flush();
         }

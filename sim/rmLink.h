@@ -14,31 +14,33 @@
 namespace vexmor::Sim
 {
 
-/// A whole frame, as it is sent to a host.
+/// Returns a frame of any command for a host.
 QByteArray rmFrame(std::uint8_t command, const QByteArray& payload);
-/// The frame that brings a CAN message to a host.
+/// Returns the frame that delivers a CAN message to a host.
 QByteArray rmFrame(const Cim::CCanMessage& message);
 
-/// Payloads of the status reports that a gateway sends by itself: a byte of flags.
+/// Payloads of status reports that a gateway sends unrequested: one byte of flags.
 constexpr char STATUS_BUFFER_OVERFLOW[] = "\x01";
 constexpr char STATUS_TRANSMIT_TIMEOUT[] = "\x02";
 
-/// How a host is reached: over its TCP connection, or at the address that its datagrams come from.
+/// The way to a host: its TCP connection, or the address from which it sends datagrams.
 struct SRmPeer {
-    std::unique_ptr<QTcpSocket> tcp; ///< null: UDP
-    QUdpSocket* udp = nullptr;       ///< the server's socket, which outlives the link; null: TCP
+    std::unique_ptr<QTcpSocket> tcp; ///< Connection of a TCP host; null for UDP.
+    QUdpSocket* udp = nullptr;       ///< The server's socket for a UDP host, which outlives the link; null for TCP.
     QHostAddress address;
-    std::uint16_t port = 0; ///< of a UDP host
+    std::uint16_t port = 0; ///< Port of a UDP host.
 };
 
-/// One host as a server of RM frames sees it. Cuts the bytes of the host into frames and sends frames to it.
+/// The link of a server of RM frames to one host: a program that uses the gateway. It cuts the host's bytes into frames
+/// and sends frames to the host.
 class CRmLink : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Bytes that may wait for a TCP host that does not read. Further frames are dropped, and the host gets a status
-    /// report once it reads again. Nothing is read from a host for which half as many wait: answers need room as well.
+    /// Bytes that may wait for a TCP host that does not read. Further frames are dropped, and the host receives a
+    /// status report when it reads again. While half as many wait, nothing is read from the host, to keep room for
+    /// answers.
     static constexpr qint64 SEND_LIMIT = 1024LL * 1024;
     /// Bytes of a TCP host that are read in one turn of the event loop.
     static constexpr qint64 READ_LIMIT = Cim::RM_BUFFER_SIZE;
@@ -57,20 +59,21 @@ public:
     /// Sends a frame. Over TCP the frames of one turn of the event loop leave in one write; over UDP each is a
     /// datagram.
     virtual void send(const QByteArray& frame);
-    /// Takes bytes of the host: a datagram, or a piece of the stream.
+    /// Handles bytes from the host: a datagram, or a piece of the stream.
     void receive(const char* bytes, qint64 count);
-    /// Ends the link at once. What waits is lost.
+    /// Ends the link at once; bytes that wait are lost.
     void abort();
 
 Q_SIGNALS:
     void frameReceived(const vexmor::Cim::SRmFrame& frame);
+    /// A frame was dropped because the host reads too slowly.
     void frameLost();
     void disconnected();
 
 protected:
-    /// Hands what waits to the network at once.
+    /// Passes waiting bytes to the network at once.
     void flush();
-    /// Reads what a TCP host sends, or leaves it in the socket.
+    /// Turns reading from a TCP host on or off. Unread bytes stay in the socket.
     void setReading(bool isReading);
 
 private:

@@ -12,9 +12,9 @@ namespace
 {
 constexpr int PORT_TRIES = 20;
 constexpr int LISTEN_RETRY_MS = 10;
-constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // a host takes each counted frame for so many bits
+constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // the number of bits that a host assumes per reported frame
 
-/// The low 8 bits of each number.
+/// Returns a byte array with the low 8 bits of each number.
 QByteArray bytesOf(std::initializer_list<int> numbers)
 {
     QByteArray result;
@@ -35,7 +35,7 @@ CRmServer::CRmServer(ETransports transports, QObject* parent) : QObject(parent),
 
 CRmServer::~CRmServer() = default;
 
-// ---- Hosts come and go ----
+// ---- Links to hosts ----
 
 Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
 {
@@ -47,7 +47,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
         if (!m_server.listen(address, port)) {
             why = QStringLiteral("(TCP): ") + m_server.errorString();
         } else if (m_transports == ETransports::eTcpAndUdp &&
-                   // Datagrams must not be lost to another program that shares the port.
+                   // Another program that shares the port would receive some of the datagrams.
                    !m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
             why = QStringLiteral("(UDP): ") + m_udp.errorString();
         } else {
@@ -63,7 +63,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
 void CRmServer::updateListening()
 {
     if (m_port == 0 || !isReachable(true) || count(true) >= m_maxClients) {
-        m_server.close(); // the only way to have the kernel refuse connections
+        m_server.close(); // only a closed port has the kernel refuse connections
     } else if (!m_server.isListening() && !m_server.listen(m_address, m_port)) {
         QTimer::singleShot(LISTEN_RETRY_MS, this, &CRmServer::updateListening);
     }
@@ -97,7 +97,7 @@ void CRmServer::onDatagrams()
     }
 }
 
-/// The link of a UDP host, new where the host is new.
+/// Returns the link of a UDP host; for a new host it makes one.
 CRmLink* CRmServer::linkOf(const QHostAddress& address, std::uint16_t port)
 {
     const auto isUdp = [](const auto& link) { return !link->isTcp(); };
@@ -134,7 +134,7 @@ void CRmServer::removeLink(const CRmLink* link)
     if (found == m_links.end()) {
         return;
     }
-    CRmLink* const removed = found->release(); // may be in the middle of a signal
+    CRmLink* const removed = found->release(); // deleted later, because it may be emitting a signal
     m_links.erase(found);
     removed->disconnect(this);
     removed->abort();
@@ -173,7 +173,7 @@ void CRmServer::handle(CRmLink& link, const Cim::SRmFrame& frame)
     }
 }
 
-/// The payload of the answer, where the request is answered.
+/// Returns the payload of the answer; nothing for a request that is not answered.
 std::optional<QByteArray> CRmServer::answerTo(const Cim::SRmFrame& request)
 {
     const auto& mac = m_identity.macAddress;
@@ -243,7 +243,7 @@ void CRmServer::endInterval()
     m_bitsPerSecond = std::exchange(m_bits, 0) * NANOSECONDS / elapsed;
 }
 
-/// As it is sent: frames per second, low byte first.
+/// Returns the measured load as it is sent: frames per second, low byte first.
 QByteArray CRmServer::measuredLoad() const
 {
     const std::uint64_t frames = (m_bitsPerSecond + BITS_PER_COUNTED_FRAME - 1) / BITS_PER_COUNTED_FRAME;

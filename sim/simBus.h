@@ -9,18 +9,18 @@
 namespace vexmor::Sim
 {
 
-/// A simulated CAN bus: what is sent on it reaches every gateway on it but the one it came through. It carries any
-/// number of messages; its load may therefore pass 100 percent. Lives in one thread, together with its gateways.
+/// A simulated CAN bus: a message sent on it reaches every gateway except the one through which it came. The number of
+/// messages is not limited, so that the load can exceed 100 percent. It lives in the thread of its gateways.
 class CSimBus : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Bit rate in kbit/s, 500 at first; the gateways set it when a host requests another.
+    /// The bit rate in kbit/s, initially 500; the gateways set it at the request of a host.
     std::uint32_t baudrate() const { return m_baudrate; }
     void setBaudrate(std::uint32_t kbitPerSecond) { m_baudrate = kbitPerSecond; }
 
-    /// Puts a message on the bus; `sender` is the gateway it came through, null for any other device on the bus.
+    /// Puts a message on the bus. `sender` is the gateway through which it came; null stands for another device.
     void send(const Cim::CCanMessage& message, const QObject* sender = nullptr) { Q_EMIT messageSent(message, sender); }
 
 Q_SIGNALS:

@@ -48,9 +48,9 @@ void CSimDetection::onDatagrams()
         for (const SAnswerer& answerer : m_answerers) {
             const QHostAddress own = answerer.gateway->address();
             const SSimFaults& faults = answerer.gateway->faults();
-            const bool isAsked = request.destinationAddress() == QHostAddress(QHostAddress::Broadcast) ||
-                                 request.destinationAddress() == own || own == QHostAddress(QHostAddress::AnyIPv4);
-            if (isAsked && !faults.mute && !faults.blackHole) {
+            const bool isAddressed = request.destinationAddress() == QHostAddress(QHostAddress::Broadcast) ||
+                                     request.destinationAddress() == own || own == QHostAddress(QHostAddress::AnyIPv4);
+            if (isAddressed && !faults.mute && !faults.blackHole) {
                 answer(answerer, host, port);
             }
         }

@@ -15,36 +15,34 @@ namespace vexmor::Sim
 
 class CSimGateway;
 
-/// How a host can reach a gateway, as the gateway reports it to hosts that scan the network. Values that no gateway has
-/// are reported just as well.
+/// A way to reach a gateway, as the gateway reports it in a scan. Invalid values are allowed, and reported unchanged.
 struct SSimEndpoint {
     std::uint8_t service = Cim::DDT_SERVICE_SERVER;
     std::uint8_t protocol = Cim::DDT_PROTOCOL_TCP;
-    std::uint16_t port = 0; ///< 0: the port that the gateway serves
+    std::uint16_t port = 0; ///< Port; 0 stands for the port that the gateway serves.
 };
 
-/// What a gateway reports to hosts that scan the network, beside its MAC address and its address.
+/// The host name and endpoints that a gateway reports in a scan, in addition to its MAC address and IP address.
 struct SSimAnnouncement {
     QByteArray hostName = "t93sim";
     std::vector<SSimEndpoint> endpoints{{}, {Cim::DDT_SERVICE_SERVER, Cim::DDT_PROTOCOL_UDP, 0}};
 };
 
-/// How the replies to ident requests misbehave, from now on. Each is independent of the others; the default is to
-/// behave.
+/// Faults in the replies to ident requests. They are independent of each other; by default there are none.
 struct SSimDetectionFaults {
-    int cutAt = 0;               ///< replies end behind so many bytes; 0: whole
-    int entryCount = -1;         ///< the header announces so many entries; -1: as many as there are
-    bool nameWithoutEnd = false; ///< the host name fills its field, without the zero byte
-    bool nameNoUtf8 = false;     ///< the host name begins with bytes that are no UTF-8
-    int repeat = 1;              ///< each reply is sent so often
-    int delayMs = 0;             ///< before each reply
+    int cutAt = 0;               ///< Number of bytes after which replies are cut; 0 for whole replies.
+    int entryCount = -1;         ///< Number of entries that the header announces; -1 for the true number.
+    bool nameWithoutEnd = false; ///< The host name fills its field, without a zero byte.
+    bool nameNoUtf8 = false;     ///< The host name begins with bytes that are not UTF-8.
+    int repeat = 1;              ///< Number of times that each reply is sent.
+    int delayMs = 0;             ///< Delay of each reply.
 };
 
-/// Answers the ident requests of hosts that scan the network, as each of its gateways would: to a broadcast all of
-/// them, to a request for one address those that serve there. A gateway that leaves requests unanswered leaves these,
-/// too. Lives in the thread of its gateways.
+/// Answers ident requests for simulated gateways: a broadcast is answered by all of them, a request to one address by
+/// those that serve this address. A gateway with the fault `mute` or `blackHole` does not answer. It lives in the
+/// thread of its gateways.
 ///
-/// It listens on all addresses of this computer; a program creates it only on request.
+/// It listens on all addresses of this computer; programs therefore create it only when the user requests it.
 class CSimDetection : public QObject
 {
     Q_OBJECT
@@ -52,22 +50,22 @@ class CSimDetection : public QObject
 public:
     explicit CSimDetection(QObject* parent = nullptr);
 
-    /// Starts to answer. Several programs may share the port: a broadcast reaches them all, a request for one address
-    /// only the last.
+    /// Starts to answer. Several programs may share the port: all of them receive a broadcast, but only the last one
+    /// receives a request to one address.
     Failure listen(std::uint16_t port);
-    /// Adds a gateway that serves already; it must outlive this object. The reply comes from the gateway's own address.
+    /// Adds a gateway that is already serving; it must outlive this object. Its replies are sent from its own address.
     void addGateway(const CSimGateway& gateway, const SSimAnnouncement& announcement = {});
     void setFaults(const SSimDetectionFaults& faults) { m_faults = faults; }
 
 Q_SIGNALS:
-    /// An ident request came.
+    /// An ident request was received.
     void asked(const QHostAddress& sender, std::uint16_t port);
 
 private:
     struct SAnswerer {
         const CSimGateway* gateway;
         SSimAnnouncement announcement;
-        std::unique_ptr<QUdpSocket> socket; ///< bound to the gateway's address
+        std::unique_ptr<QUdpSocket> socket; ///< Socket bound to the gateway's address.
     };
 
     void onDatagrams();

@@ -39,7 +39,7 @@ void CFaultyLink::send(const QByteArray& frame)
     }
 }
 
-/// A frame with the faults that it is the turn of.
+/// Returns a frame with the faults that are due.
 QByteArray CFaultyLink::spoiled(QByteArray frame)
 {
     const int size = static_cast<int>(frame.size());
@@ -65,7 +65,7 @@ void CFaultyLink::sendRaw(const QByteArray& bytes)
 
 void CFaultyLink::writeNext()
 {
-    flush(); // what was sent before
+    flush(); // earlier bytes are a write of their own
     while (!m_writes.empty() && !m_pause.isActive()) {
         CRmLink::send(m_writes.front());
         flush();

@@ -9,22 +9,22 @@
 namespace vexmor::Sim
 {
 
-/// How a simulated gateway misbehaves, from now on. Each is independent of the others; the default is to behave.
+/// Faults of a simulated gateway. They are independent of each other; by default there are none.
 struct SSimFaults {
-    int wrongChecksumEvery = 0; ///< every Nth frame to the host has a wrong checksum; 0: none
-    int missingEndEvery = 0;    ///< every Nth frame has another byte in the place of the end marker; 0: none
-    QByteArray garbage;         ///< these bytes before every frame
-    int cutAt = 0;        ///< every TCP frame in two writes (UDP: two datagrams), the first of so many bytes; 0: whole
-    int cutDelayMs = 5;   ///< pause between the two
-    int mergeCount = 1;   ///< so many frames are joined into one write; fewer wait for the next
-    int replyDelayMs = 0; ///< before each reply
-    bool mute = false;    ///< requests are read and not answered; messages still pass
-    bool blackHole = false; ///< connections are accepted; nothing is read and nothing said
-    bool refuse = false;    ///< connections are refused (those that stand stay up)
+    int wrongChecksumEvery = 0; ///< Every Nth frame to a host has a wrong checksum; 0 for none.
+    int missingEndEvery = 0;    ///< Every Nth frame has another byte instead of the end marker; 0 for none.
+    QByteArray garbage;         ///< Bytes sent before every frame.
+    int cutAt = 0;              ///< Size of the first of two writes (UDP: datagrams) per frame; 0 for one write.
+    int cutDelayMs = 5;         ///< Pause between these two writes.
+    int mergeCount = 1;         ///< Number of frames joined into one write; they wait until there are so many.
+    int replyDelayMs = 0;       ///< Delay of each reply.
+    bool mute = false;          ///< Requests are read but not answered; messages still pass.
+    bool blackHole = false;     ///< Connections are accepted, but nothing is read or sent.
+    bool refuse = false;        ///< New connections are refused; existing ones stay.
 };
 
-/// A link that spoils what it sends: the faults of single frames and of the stream. Those of whole requests and
-/// connections (`replyDelayMs`, `mute`, `refuse`) belong to the gateway.
+/// A link with faults in its frames and its stream. CSimGateway handles the faults of requests and connections
+/// (`replyDelayMs`, `mute`, `refuse`).
 class CFaultyLink : public CRmLink
 {
     Q_OBJECT
@@ -34,9 +34,9 @@ public:
     CFaultyLink(SRmPeer peer, const SSimFaults& faults);
 
     void send(const QByteArray& frame) override;
-    /// Sends bytes as they are, in a write of their own.
+    /// Sends bytes without faults, in a write of their own.
     void sendRaw(const QByteArray& bytes);
-    /// Reads, or no longer reads, as the faults now have it.
+    /// Starts or stops reading, as the present faults require.
     void applyFaults() { setReading(!m_faults.blackHole); }
 
 private:
@@ -44,11 +44,11 @@ private:
     void writeNext();
 
     const SSimFaults& m_faults;
-    int m_frameCount = 0;            ///< Frames sent so far: every Nth one is faulty.
-    QByteArray m_merged;             ///< Frames that wait for those they are joined with.
+    int m_frameCount = 0;            ///< Number of frames sent so far, of which every Nth is faulty.
+    QByteArray m_merged;             ///< Frames that wait to be joined with others.
     int m_mergedCount = 0;           ///< Number of these frames.
-    std::deque<QByteArray> m_writes; ///< Writes to come, each by itself.
-    QTimer m_pause;                  ///< Between two of them while frames are cut.
+    std::deque<QByteArray> m_writes; ///< Writes to be made, one by one.
+    QTimer m_pause;                  ///< Pause between two writes while frames are cut.
 };
 
 } // namespace vexmor::Sim

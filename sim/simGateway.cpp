@@ -30,7 +30,7 @@ void CSimGateway::setFaults(const SSimFaults& faults)
 {
     m_faults = faults;
     updateListening();
-    for (std::size_t i = 0; i < links().size(); ++i) { // one may end the others
+    for (std::size_t i = 0; i < links().size(); ++i) { // by index, because this may remove links
         linkAt(i).applyFaults();
     }
 }
@@ -42,7 +42,7 @@ std::unique_ptr<CRmLink> CSimGateway::makeLink(SRmPeer peer)
 
 CFaultyLink& CSimGateway::linkAt(std::size_t index) const
 {
-    return static_cast<CFaultyLink&>(*links()[index]); // see makeLink
+    return static_cast<CFaultyLink&>(*links()[index]); // makeLink makes all of them
 }
 
 bool CSimGateway::isReachable(bool overTcp) const
@@ -74,7 +74,7 @@ void CSimGateway::sendRaw(const QByteArray& bytes)
 void CSimGateway::handle(CRmLink& link, const Cim::SRmFrame& frame)
 {
     const QPointer<CRmLink> alive(&link);
-    // A copy: a listener may end the link that holds the frame.
+    // Copied, because a slot may end the link that holds the frame.
     const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
     const std::uint8_t command = frame.command;
     Q_EMIT requestReceived(command, payload);
@@ -118,7 +118,7 @@ void CSimGateway::floodOn()
     const auto isBehind = [](const auto& link) { return link->waiting() > FLOOD_AHEAD; };
     for (int i = 0; i < FLOOD_PER_TURN && m_floodLeft > 0; ++i) {
         if (std::any_of(links().begin(), links().end(), isBehind)) {
-            return; // goes on when the host has read
+            return; // continues when the host has read
         }
         unsigned char data[8] = {};
         qToBigEndian(m_floodSent, data + 4);

@@ -8,7 +8,7 @@ namespace vexmor::Sim
 
 class CSimBus;
 
-/// Who a simulated gateway says it is, unless something else is set.
+/// The default identity of a simulated gateway.
 struct SSimIdentity : SGatewayIdentity {
     SSimIdentity()
     {
@@ -19,8 +19,8 @@ struct SSimIdentity : SGatewayIdentity {
     }
 };
 
-/// A simulated T93 gateway: serves TCP and UDP on one port and carries messages between its hosts and a simulated bus.
-/// It misbehaves on demand.
+/// A simulated T93 gateway: serves TCP and UDP on one port, passes messages between its hosts and a simulated bus, and
+/// shows faults on demand.
 class CSimGateway : public CRmServer
 {
     Q_OBJECT
@@ -31,20 +31,20 @@ public:
 
     const SSimFaults& faults() const { return m_faults; }
     void setFaults(const SSimFaults& faults);
-    /// Every message of a host is put on the bus a second time, as if another device sent it: it comes back to that
-    /// host.
+    /// Sets whether a copy of each message from a host is put on the bus as if another device sent it; the host
+    /// receives this copy.
     void setEcho(bool echo) { m_echo = echo; }
 
-    /// Sends bytes to all hosts as they are, without faults.
+    /// Sends bytes to all hosts, without faults.
     void sendRaw(const QByteArray& bytes);
-    /// Sends `count` messages (identifiers 0 to 0x7FF in turn, 8 data bytes that count up from 0, high byte first) as
-    /// fast as they go, past the bus.
+    /// Sends `count` messages to the hosts as fast as possible, bypassing the bus. Identifiers go from 0 to 0x7FF in
+    /// turn; the 8 data bytes contain a counter from 0, high byte first.
     void flood(int count);
 
 Q_SIGNALS:
-    /// Every valid frame that a host sends, before it is handled; CAN messages too.
+    /// A host sent a valid frame, which may be a CAN message. Emitted before the frame is handled.
     void requestReceived(int command, const QByteArray& payload);
-    /// A CAN message of a host, before it is put on the bus.
+    /// A host sent a CAN message. Emitted before the message is put on the bus.
     void messageReceived(const vexmor::Cim::CCanMessage& message);
 
 protected:

@@ -33,7 +33,7 @@ Failure CSimReplay::open(const QString& path, double speed, bool loop)
         return first.problem();
     }
     if (!*first) {
-        return wrongUsage(QStringLiteral("%1: holds no frame").arg(path));
+        return wrongUsage(QStringLiteral("%1: contains no frame").arg(path));
     }
     m_next = **first;
     m_firstMicroseconds = m_next.microseconds;
@@ -49,7 +49,7 @@ void CSimReplay::start()
 void CSimReplay::onTimeout()
 {
     const double now = static_cast<double>(m_clock.nsecsElapsed()) / MICROSECONDS_PER_MS * m_speed;
-    // However many frames are due, others have their turn as well.
+    // A limit, so that other events are processed however many frames are due.
     const std::uint64_t turnLimit = m_sent + 100000;
     while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && m_sent < turnLimit) {
         ++m_sent;
@@ -66,7 +66,7 @@ bool CSimReplay::advance()
     const bool isNewRound = read && !*read && m_loop && m_reader.rewind();
     auto next = isNewRound ? m_reader.next() : std::move(read);
     if (isNewRound) {
-        m_clock.restart(); // the new round has a time of its own
+        m_clock.restart(); // each round starts at time 0
     }
     if (!next || !*next) {
         m_timer.stop();
@@ -96,7 +96,7 @@ void CSimGenerator::onTimeout()
 {
     const auto due = static_cast<std::uint64_t>(m_clock.elapsed()) * static_cast<std::uint64_t>(m_rate) / 1000;
     while (m_sent < due) {
-        // Each device reports its own number and how often it has reported.
+        // Each device reports its number and its count of reports.
         const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
         const auto count = static_cast<std::uint32_t>(m_sent / DEVICE_COUNT);
         unsigned char data[8] = {0x10, device};

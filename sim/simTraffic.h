@@ -12,8 +12,8 @@
 namespace vexmor::Sim
 {
 
-/// Plays a log in candump's format on a bus, at its own timing; frames that are due together leave in one turn of the
-/// event loop, in order, none is left out.
+/// Plays a log in candump's format on a bus with the original timing. Frames that are due at the same time are sent in
+/// one turn of the event loop, all of them and in order.
 class CSimReplay : public QObject
 {
     Q_OBJECT
@@ -21,19 +21,20 @@ class CSimReplay : public QObject
 public:
     explicit CSimReplay(CSimBus& bus);
 
-    /// Opens a log for `start`. `speed` 2 plays it twice as fast; `loop` starts it again at its end. Fails when the
-    /// file cannot be read or holds no frame.
+    /// Opens a log for `start`. `speed` is a factor; with `loop`, the log starts again at its end. Fails when the file
+    /// cannot be read or contains no frame.
     Failure open(const QString& path, double speed, bool loop);
     void start();
     std::uint64_t sent() const { return m_sent; }
 
 Q_SIGNALS:
-    /// The log was played to its end, or to a line that is no frame: then `error` names the line.
+    /// The log was played to its end, or to a malformed line, which `error` then describes.
     void ended(const QString& error);
 
 private:
     void onTimeout();
-    bool advance(); ///< false: nothing more in this turn
+    /// Reads the next entry. Returns false when nothing more is to be sent in this turn.
+    bool advance();
 
     CSimBus& m_bus;
     CanLog::CLogReader m_reader;
@@ -46,7 +47,7 @@ private:
     std::uint64_t m_sent = 0;
 };
 
-/// Puts generated messages on a bus at a steady rate: a few amplifiers that report in turn, each with a counter.
+/// Puts generated messages on a bus at a steady rate: reports of a few devices in turn, each with a counter.
 class CSimGenerator : public QObject
 {
     Q_OBJECT
@@ -54,7 +55,7 @@ class CSimGenerator : public QObject
 public:
     explicit CSimGenerator(CSimBus& bus);
 
-    /// Starts with so many messages per second, 0: none. Once.
+    /// Starts to send `rate` messages per second; 0 for none. May be called once.
     void start(int rate);
     std::uint64_t sent() const { return m_sent; }
 

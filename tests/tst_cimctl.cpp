@@ -91,8 +91,8 @@ private Q_SLOTS:
             "sent 1");
         row("dump sim --filter 7FF -n 2 --sent --send 7FF#01 --log - --direction", 0,
             "^\\(.*\\) t93 7FF#01 T\n\\(.*\\) t93 7FF#01 R\n$", "sent 1");
-        row("dump 127.0.0.1:1 nowhere", 2, "", "^error: target 'nowhere': .*\n$");
-        row("send sim 123#R", 2, "", "there are no remote frames");
+        row("dump 127.0.0.1:1 nowhere", 2, "", "^error: target 'nowhere' is neither .*\n$");
+        row("send sim 123#R", 2, "", "remote frames are not supported");
         row("gen sim --seed 7 -n 3 -g 0 -I 100-101 -L 2 --sent", 0, "^(  t93  TX - -  10[01]   \\[2\\] .*\n){3}$",
             "sent 3, lost 0");
         row("list > /dev/null; printf '# by hand\n(1.0) a 123#11\n(1.0) a 7FF#\n(2.0) a 001#\n(1.5) a 0A0#\n' "
@@ -105,6 +105,13 @@ private Q_SLOTS:
         row("list > /dev/null; printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' "
             "| " CIM_CIMCTL " replay sim -",
             2, "", "^error: -: holds no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
+        row("compare /dev/null /nowhere/a.log", 2, "", "^error: /nowhere/a.log: .*\n$");
+        for (const char* command : {"compare $'\\xe4.log' /dev/null", "dump sim -n 1 --log $'\\xe4.log'"}) {
+            row(command, 2, "", "^error: '.*\\.log': the name is not in UTF-8");
+        }
+        row("compare <(echo '(1.0) a 123#11') <(printf '(1.0) b 123#12\n(2.0) b 00000123#\n')", 0,
+            "^ID .*\n123  data .* -  11 .* -  12\n$",
+            "^identifiers: 1 before, 1 after, 1 of them differ; lines .*: 1\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
         row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2'\n$");

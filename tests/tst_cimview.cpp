@@ -1,6 +1,7 @@
 #include "InterfaceT93/rmFrame.h"
 #include "apps/cimview/busloadPlot.h"
 #include "apps/cimview/colours.h"
+#include "apps/cimview/comparisonDialog.h"
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/logActions.h"
 #include "apps/cimview/mainWindow.h"
@@ -443,8 +444,17 @@ private Q_SLOTS:
         run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
-        run.window->messagePanel().pauseAction().trigger();
-        QCOMPARE(run.lines().last(), "hall RX 100 AA"_s);
+        QCOMPARE(run.window->windowTitle(), "a.log - CAN interfaces"_s);
+        QAction& pause = run.window->messagePanel().pauseAction();
+        run.press({Qt::Key_Escape}); // the log stays
+        pause.trigger();
+        QVERIFY(pause.isChecked());
+        QCOMPARE(run.trace().rowCount(), 2);
+        run.press({Qt::Key_Return});
+        pause.trigger();
+        QVERIFY(!pause.isChecked());
+        QCOMPARE(run.lines(), QStringList{"hall RX 100 AA"_s}); // none behind the log
+        QCOMPARE(run.window->windowTitle(), "CAN interfaces"_s);
     }
 
     void shownMessagesAreSavedAndReplayed()
@@ -472,7 +482,7 @@ private Q_SLOTS:
         const QString path = m_folder.filePath("saved.log"_s);
         QVERIFY(run.workbench.feed().isUnsaved());
         QTRY_COMPARE(run.trace().rowCount(), 4); // with those that were sent
-        accept("fileNameEdit", path);
+        accept("fileNameEdit", path.chopped(4)); // the ending is added
         run.find<QAction>("&Save log ...")->trigger();
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
         QVERIFY(contentOf(path).startsWith("(1.000000) hall 123#11\n"));
@@ -485,6 +495,19 @@ private Q_SLOTS:
         QVERIFY(run.workbench.feed().isUnsaved());
     }
 
+    void logsAreCompared()
+    {
+        const CSourceNames names;
+        const QString before = m_folder.filePath("before.log"_s);
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n"), before));
+        CComparisonDialog dialog(nullptr, names, before, writeFile(m_folder, "(1.0) a 124#11\n"));
+        const QAbstractItemModel& rows = *dialog.findChild<QTableView*>()->model();
+        QTRY_COMPARE(rows.rowCount(), 2);
+        QCOMPARE(rows.index(0, 1).data().toString() + rows.index(1, 1).data().toString(), "missingnew"_s);
+        const CComparisonDialog failed(nullptr, names, before, "/nowhere/a.log"_s);
+        QVERIFY(failed.findChildren<QLabel*>().last()->text().startsWith("/nowhere/a.log: "_s));
+    }
+
     void stateIsKept()
     {
         const char* const text = "any text or data";
@@ -493,6 +516,7 @@ private Q_SLOTS:
             run.find<QLineEdit>(text, "placeholderText")->setText("bb"_s);
             run.workbench.sendList().add({message(0x123), 10, {}, {}});
             run.window->resize(1000, 700);
+            run.window->findChild<QAction*>("SendFolded"_s)->toggle();
             run.find<QAction>("Messages a&lone")->toggle();
             run.window->close();
         }
@@ -506,6 +530,11 @@ private Q_SLOTS:
         QVERIFY(send->isHidden());
         run.find<QAction>("Messages a&lone")->toggle();
         QVERIFY(!send->isHidden());
+        QVERIFY(!send->widget()->isEnabled());
+        QCOMPARE(send->height(), send->titleBarWidget()->sizeHint().height());
+        run.find<QAction>("Send")->trigger(); // Ctrl and a number
+        QVERIFY(send->widget()->isEnabled());
+        QTRY_VERIFY(send->height() > 100);
     }
 
     void textIsFoundAndIdentifiersAreHidden()
@@ -547,6 +576,8 @@ private Q_SLOTS:
             const bool isNamed = area->inherits("QTableView") || area->inherits("QPlainTextEdit");
             QVERIFY(!isNamed || !area->accessibleName().isEmpty());
         }
+        CMainWindow::prepareApplication();
+        QCOMPARE(QAccessible::queryAccessibleInterface(qApp)->text(QAccessible::Name), "cimview"_s);
         QWidget* next = run.window->findChild<QDockWidget*>("Send"_s)->findChild<QComboBox*>();
         while (!(next = next->nextInFocusChain())->inherits("QLineEdit")) {
         }

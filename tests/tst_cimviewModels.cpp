@@ -3,11 +3,12 @@
 #include "apps/cimview/identifierModel.h"
 #include "apps/cimview/interfaceList.h"
 #include "apps/cimview/logFiles.h"
-#include "apps/cimview/logRecorder.h"
 #include "apps/cimview/logReplay.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
 #include "apps/host/interfaceStore.h"
+#include "apps/host/logRecorder.h"
+#include "apps/host/sessionStatistics.h"
 #include "cim/canInterfacePlugin.h"
 #include "testData.h"
 
@@ -68,12 +69,12 @@ private Q_SLOTS:
         CSourceNames names;
         names.numberOf("hall A"_s);
         QVERIFY(!names.loadIds(writeFile(m_folder, "# all\n123  Amplifier  left # 1\n\n7ff last\n")));
-        QCOMPARE(names.idText(received.message), "123 Amplifier left"_s);
+        QCOMPARE(names.idText(0x123), "123 Amplifier left"_s);
         QTEST(CMessageMatcher(*filters, cell<QString>("text")).matches(received, names), "matches");
         for (const char* wrong : {"124 x\nx left\n", "124 x\n800 left\n"}) {
             const auto failure = names.loadIds(writeFile(m_folder, wrong));
             QVERIFY(failure && failure->text.contains("line 2"_s));
-            QCOMPARE(names.idText(received.message), "123 Amplifier left"_s); // those before stay
+            QCOMPARE(names.idText(0x123), "123 Amplifier left"_s); // those before stay
         }
     }
 
@@ -391,9 +392,10 @@ private Q_SLOTS:
     void recordingGoesOnInTheNextFile()
     {
         const QTemporaryDir folder;
-        Cimview::CLogRecorder recorder(m_names, 1000);
-        const QSignalSpy ended(&recorder, &Cimview::CLogRecorder::ended);
-        recorder.start(folder.path(), rowName() == "with direction");
+        vexmor::Apps::CLogRecorder recorder("a-"_s, 1000);
+        const QSignalSpy ended(&recorder, &vexmor::Apps::CLogRecorder::ended);
+        const auto format = [this](const auto& one) { return logLine(one, m_names, rowName() == "with direction"); };
+        recorder.start(folder.path(), vexmor::Apps::CLogRecorder::EPeriod::eDay, format);
         for (int i = 0; i < 10; ++i) {
             recorder.record(numbered(i * 10, 10));
         }
@@ -408,9 +410,79 @@ private Q_SLOTS:
             QCOMPARE(content.contains(" R\n"), rowName() == "with direction");
         }
         QCOMPARE(lines, 100);
-        recorder.start(folder.filePath("nowhere"_s));
+        recorder.start(folder.filePath("nowhere"_s), vexmor::Apps::CLogRecorder::EPeriod::eDay, format);
         QVERIFY(!recorder.isRunning());
         QVERIFY(!ended.last().at(0).toString().isEmpty());
+    }
+
+    void recordingsBeginEachPeriod_data()
+    {
+        const auto row = columns<bool, int, int>("isHourly", "seconds", "files"); // from one message to the next
+        row("same hour", true, 3599, 1);
+        row("next hour", true, 3600, 2);
+        row("next hour, by day", false, 3600, 1);
+        row("next day", false, 86400, 2);
+    }
+    void recordingsBeginEachPeriod()
+    {
+        const QTemporaryDir folder;
+        vexmor::Apps::CLogRecorder recorder({});
+        using EPeriod = vexmor::Apps::CLogRecorder::EPeriod;
+        recorder.start(folder.path(), cell<bool>("isHourly") ? EPeriod::eHour : EPeriod::eDay,
+                       [](const auto&) { return QByteArray(); });
+        const QDateTime begin(QDate::currentDate().addDays(3), QTime(9, 0)); // whenever the test runs
+        recorder.record(numbered(0, 1), begin);
+        const int before = int(QDir(folder.path()).entryList(QDir::Files).size());
+        recorder.record(numbered(0, 1), begin.addSecs(cell<int>("seconds")));
+        QTEST(int(QDir(folder.path()).entryList(QDir::Files).size()) - before + 1, "files");
+    }
+
+    void tables()
+    {
+        const QString path = m_folder.filePath("a.csv"_s);
+        CLogSaver saver(m_names);
+        QSignalSpy saved(&saver, &CLogSaver::finished);
+        saver.save(path, {record(0x1E5, hex("0102"), 1398128223803317, m_names.numberOf("a \"b\""_s))}, false);
+        QVERIFY(saved.wait());
+        const QString time = QDateTime::fromMSecsSinceEpoch(1398128223803).toString("yyyy-MM-dd HH:mm:ss"_s);
+        QCOMPARE(QString::fromUtf8(contentOf(path)),
+                 "time,interface,direction,id,data\n%1.803317,\"a \"\"b\"\"\",RX,0x1E5,01 02\n"_s.arg(time));
+    }
+
+    void statistics()
+    {
+        CSessionStatistics statistics(1000000000);
+        SDelivery delivery;
+        delivery.records = numbered(0, 3); // in one second
+        delivery.records.push_back(record(1, {}, 1000000));
+        delivery.records[1].sent = true;
+        delivery.records.push_back(record(2, {}, 1000000, 1));
+        delivery.records.back().code = 109;
+        delivery.errors = {{0, 1, 7, 2}};
+        delivery.lost = 5;
+        statistics.add(delivery);
+        delivery = {{}, {{0, 1, 7, 1}}, 1};
+        statistics.add(delivery);
+        for (const auto percent : {std::optional(10), std::optional(30), std::optional<int>()}) {
+            statistics.addLoad(0, percent);
+        }
+        const QString text = statistics.text(
+            1010000000, [](int source) { return "bus %1"_s.arg(source); },
+            [](int source, int error) { return "text %1 %2\nmore"_s.arg(source).arg(error); });
+        QCOMPARE(text.section(QLatin1Char('\n'), 1), QString(R"(
+bus 0
+  messages: received 3, sent 1, refused 0
+  messages/s: mean 0.4, peak 3
+  bus load: mean 20 %, peak 30 %
+
+bus 1
+  messages: received 0, sent 0, refused 1
+  messages/s: mean 0.0, peak 0
+  bus load: not known
+  error 7, times: 3. text 1 7
+
+Messages that this program lost because it was busy: 6
+)"_s));
     }
 
     void replayKeepsOrderAndPace()
@@ -427,6 +499,20 @@ private Q_SLOTS:
         replay.start(numbered(0, 5), [](const auto&) { return false; }); // its interface is closed
         QVERIFY(finished.wait());
         QCOMPARE(finished.last().at(0).toInt(), 0);
+
+        const SClock fast;
+        sent.clear();
+        replay.setLoop(true);
+        replay.setSpeed(1000);
+        QSignalSpy progressed(&replay, &CLogReplay::progressed);
+        replay.start({record(1, {}, 0), record(2, {}, 100000000)},
+                     [&](const auto& message) { return sent.append(message.id().value()), sent.size() < 4; });
+        QVERIFY(finished.wait());
+        QCOMPARE(sent, (QList<int>{1, 2, 1, 2}));
+        QVERIFY(fast.elapsed() < 10000); // it was 200 s
+        QVERIFY(fast.elapsed() >= 200);
+        QCOMPARE(finished.last().at(0).toInt(), 3);
+        QVERIFY(progressed.contains(QList<QVariant>{2, 2}));
     }
 
     void listKeepsTheStore()

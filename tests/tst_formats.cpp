@@ -2,6 +2,7 @@
 #include "InterfaceT93/rmFrame.h"
 #include "InterfaceT93/t93DeviceDetection.h"
 #include "canlog/candumpLog.h"
+#include "canlog/logComparison.h"
 #include "scanData.h"
 
 using namespace vexmor::CanLog;
@@ -55,6 +56,47 @@ private Q_SLOTS:
         const CCanMessage shown = message(0x123, hex(rowName()));
         QTEST(QByteArray::fromStdString(formatAdministration(shown)), "text");
         QTEST(errorOf(shown), "error");
+    }
+
+    void comparison_data()
+    {
+        // Each log: ID#DATA, a message a second; a number before it: so many of them, evenly over 9 s.
+        const auto row = columns<QStringList, QStringList, QByteArray>("before", "after", "differences");
+        row("the same", {"123#11"_s, "124#"_s}, {"124#"_s, "123#11"_s}, "");
+        row("missing and new", {"123#11"_s, "124#"_s}, {"123#11"_s, "125#"_s}, "124 missing | 125 new |");
+        row("constant data", {"123#1122"_s}, {"123#1133"_s}, "123 data 11 22|11 33");
+        row("data that changes in both", {"123#1122"_s, "123#1133"_s}, {"123#1144"_s, "123#1155"_s}, "");
+        row("constant no more", {"123#1122"_s, "123#1122"_s}, {"123#1122"_s, "123#1133"_s}, "123 data 11 22|11 ..");
+        row("length", {"123#11"_s, "123#11"_s}, {"123#11"_s, "123#1100"_s}, "123 data 11|11 ..");
+        row("first the longer", {"123#1122"_s, "123#11"_s}, {"123#11"_s, "123#11"_s}, "123 data 11 ..|11");
+        row("rate", {"100*123#11"_s}, {"50*123#11"_s}, "123 rate 11|11");
+        row("greater rate", {"50*123#11"_s}, {"100*123#11"_s}, "123 rate 11|11");
+        row("rate and data", {"100*123#11"_s}, {"50*123#22"_s}, "123 rate, data 11|22");
+        row("8 % are no other rate", {"100*123#11"_s}, {"108*123#11"_s}, "");
+        row("a message less is no other rate", {"3*123#11"_s}, {"2*123#11"_s}, "");
+        row("empty", {}, {}, "");
+        row("one message has no rate", {"123#"_s}, {"123#"_s, "123#"_s, "123#"_s, "123#"_s}, "");
+    }
+    void comparison()
+    {
+        CLogProfile profiles[2];
+        for (const int index : {0, 1}) {
+            std::int64_t second = 0;
+            for (const QString& line : cell<QStringList>(index == 0 ? "before" : "after")) {
+                const int count = qMax(1, line.section(QLatin1Char('*'), 0, -2).toInt());
+                const CCanMessage one = *parseFrame(line.section(QLatin1Char('*'), -1).toLatin1());
+                for (int i = 0; i < count; ++i) {
+                    const std::int64_t time = count == 1 ? second * 1000000 : 9000000LL * i / (count - 1);
+                    profiles[index].add({time, "can0", one});
+                }
+                ++second;
+            }
+        }
+        QByteArrayList found;
+        for (const SLogDifference& one : profiles[0].differencesIn(profiles[1])) {
+            found += formatId(one.id) + ' ' + one.text().toLatin1() + ' ' + one.before.data + '|' + one.after.data;
+        }
+        QTEST(found.join(' '), "differences");
     }
 
     void framer_data()

@@ -43,6 +43,7 @@ std::pair<CLI::App&, Options&> addCommand(CLI::App& app, Action& chosen, const s
     return {addCommand(app, chosen, name, help, Action(action)), *options};
 }
 
+void addCompare(CLI::App& app, Action& chosen);
 void addInfo(CLI::App& app, Action& chosen);
 void addScan(CLI::App& app, Action& chosen);
 void addTrafficCommands(CLI::App& app, Action& chosen);

@@ -34,6 +34,7 @@ With nothing at hand: cimctl dump sim --seconds 3)");
     addScan(app, options.action);
     addTrafficCommands(app, options.action);
     addLoad(app, options.action);
+    addCompare(app, options.action);
     addStoreCommands(app, options.action);
 }
 
@@ -56,8 +57,6 @@ EExitCode runCommand(const SOptions& options)
 int cimctl(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     installTranslations(application, {QStringLiteral("interfaceT93")});
 
     CCommandLine app("cimctl", "Works with CAN interfaces: receives and sends messages through a T93 gateway.");

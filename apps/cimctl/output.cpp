@@ -1,5 +1,7 @@
 #include "apps/cimctl/output.h"
 
+#include "apps/cli/program.h"
+
 #include <QJsonDocument>
 
 #include <cstdio>
@@ -31,13 +33,7 @@ QByteArray jsonLine(const QJsonObject& object)
 
 QByteArray printable(const QString& text)
 {
-    QString shown = text;
-    for (QChar& character : shown) {
-        if (!character.isPrint()) {
-            character = QLatin1Char('?');
-        }
-    }
-    return shown.toLocal8Bit();
+    return printableText(text).toLocal8Bit();
 }
 
 COutput::COutput(bool json)

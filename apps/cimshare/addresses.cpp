@@ -32,15 +32,18 @@ bool isAmongTheLast(qintptr descriptor)
 }
 } // namespace
 
-Failure SAllowedNetworks::add(const QString& text)
+Failure SAllowedNetworks::add(const QStringList& texts)
 {
-    const QString address = plainAddress(text.section(QLatin1Char('/'), 0, 0));
-    bool isPrefix = true;
-    const int prefix = text.contains(QLatin1Char('/')) ? text.section(QLatin1Char('/'), 1).toInt(&isPrefix) : IPV4_BITS;
-    if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
-        return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
+    for (const QString& text : texts) {
+        const QStringList parts = text.split(QLatin1Char('/'));
+        const QString address = plainAddress(parts.first());
+        bool isPrefix = parts.size() <= 2;
+        const int prefix = parts.size() == 2 ? parts.last().toInt(&isPrefix) : IPV4_BITS;
+        if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
+            return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
+        }
+        networks.append({QHostAddress(address), prefix});
     }
-    networks.append({QHostAddress(address), prefix});
     return {};
 }
 
@@ -55,11 +58,14 @@ Failure SListenAddress::set(const QString& text)
                : wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
 }
 
+QString placeOf(const QHostAddress& address, quint16 port)
+{
+    return QStringLiteral("%1:%2").arg(address.toString()).arg(port);
+}
+
 QString peerOf(const QTcpSocket& socket)
 {
-    return QStringLiteral("%1:%2")
-        .arg(QHostAddress(socket.peerAddress().toIPv4Address()).toString())
-        .arg(socket.peerPort());
+    return placeOf(QHostAddress(socket.peerAddress().toIPv4Address()), socket.peerPort());
 }
 
 void limitSilence(QTcpSocket& socket, bool isBrief)
@@ -113,8 +119,8 @@ Failure CAdmission::admit(QTcpSocket& socket)
 
 void CAdmission::printListening()
 {
-    m_log.print("listening", m_subject,
-                QStringLiteral("on %1:%2").arg(m_server.serverAddress().toString()).arg(m_server.serverPort()),
+    const QString place = placeOf(m_server.serverAddress(), m_server.serverPort());
+    m_log.print("listening", m_subject, QStringLiteral("on ") + place,
                 {{QStringLiteral("port"), m_server.serverPort()}});
 }
 
@@ -125,13 +131,12 @@ Failure reserveDescriptors(std::size_t ports, std::size_t buses)
     const rlim_t needed = OF_THE_PROGRAM + buses * OF_A_BUS + ports * CAdmission::MAX_CLIENTS;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    if (needed > limit.rlim_max) {
+    limit.rlim_cur = std::max(limit.rlim_cur, needed);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
         return SProblem{QStringLiteral("%1 open files are needed, and the limit is %2 (ulimit -Hn, LimitNOFILE)")
                             .arg(needed)
                             .arg(limit.rlim_max)};
     }
-    limit.rlim_cur = std::max(limit.rlim_cur, needed);
-    setrlimit(RLIMIT_NOFILE, &limit);
     return {};
 }
 

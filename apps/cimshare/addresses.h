@@ -4,8 +4,8 @@
 #include "canlog/problem.h"
 
 #include <QHostAddress>
-#include <QList>
 #include <QPair>
+#include <QStringList>
 
 class QTcpServer;
 class QTcpSocket;
@@ -17,8 +17,8 @@ namespace vexmor::Apps::Cimshare
 struct SAllowedNetworks {
     QList<QPair<QHostAddress, int>> networks; ///< None: clients may connect from anywhere.
 
-    /// Adds ADDRESS or ADDRESS/PREFIX.
-    Failure add(const QString& text);
+    /// Adds networks, each of them ADDRESS or ADDRESS/PREFIX.
+    Failure add(const QStringList& texts);
 };
 
 /// An address to listen on.
@@ -31,7 +31,9 @@ struct SListenAddress {
     Failure set(const QString& text);
 };
 
-/// ADDRESS:PORT of the client.
+/// ADDRESS:PORT.
+QString placeOf(const QHostAddress& address, quint16 port);
+/// The same of the client.
 QString peerOf(const QTcpSocket& socket);
 
 /// Ends the connection to a PC that vanished, or to a client that reads nothing any more, after about 30 s, or 5 s.

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <QElapsedTimer>
 #include <QJsonObject>
+#include <QObject>
 #include <QString>
+#include <QThreadPool>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdio>
 #include <deque>
 #include <map>
 #include <mutex>
-#include <thread>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -21,13 +20,13 @@ namespace vexmor::Apps::Cimshare
 ///
 /// A thread of its own waits for the reader. Lines that do not fit into its queue are left out, and their number is
 /// printed after those that waited. Any thread may call `print`.
-class CEventLog
+class CEventLog : public QObject
 {
 public:
     /// With `json` each line is an object of "event", "subject", "text" and the fields.
     explicit CEventLog(bool json, std::FILE* stream = stdout);
     /// Waits until everything is printed.
-    ~CEventLog();
+    ~CEventLog() override;
 
     /// Prints "SUBJECT: TEXT".
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
@@ -37,24 +36,17 @@ public:
     quint64 leftOut() const { return m_allLeftOut; }
 
 private:
-    struct SSecond {
-        QElapsedTimer clock;
-        int lines = 0; ///< In this second, printed or not.
-    };
-
-    void run();
+    void writeNext();
 
     const bool m_json;
     std::FILE* const m_stream;
-    std::map<QString, SSecond> m_seconds; ///< By event and subject.
+    std::map<QString, int> m_lines; ///< In this second, printed or not, by event and subject.
 
     std::atomic<quint64> m_allLeftOut{0};
-    std::mutex m_lock; ///< Guards the next three members.
+    std::mutex m_lock; ///< Guards the next two members.
     std::deque<QByteArray> m_waiting;
-    int m_leftOut = 0; ///< Lines.
-    bool m_isEnding = false;
-    std::condition_variable m_changed;
-    std::thread m_thread;
+    int m_leftOut = 0;    ///< Lines.
+    QThreadPool m_writer; ///< One thread.
 };
 
 } // namespace vexmor::Apps::Cimshare

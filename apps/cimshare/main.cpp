@@ -27,8 +27,11 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
     options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const auto setAddress = [&broker](const QString& text) { return broker.setAddress(text); };
-    const COption mqtt = addValue(app, "--mqtt", setAddress, "Publish at this broker", "HOST[:PORT]").group(GROUP);
+    const COption mqtt =
+        addTexts(app, "--mqtt", broker.nodes, "Publish at this broker; may be given again for each node of a cluster",
+                 "HOST[:PORT]")
+            .check(SBroker::checkNode)
+            .group(GROUP);
     const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
         addText(app, name, value, help, type).group(GROUP).needs(mqtt);
     };
@@ -73,9 +76,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
              "SECONDS");
     addText(app, "--metrics", options.metricsFile, "Write a file for Prometheus's node_exporter every 15 s", "FILE");
     addFlag(app, "--json", options.json, "Every line a JSON object");
-    addText(app, "--plugin", options.plugins.file, "The plugin library to use", "FILE");
-    addText(app, "--plugin-dir", options.plugins.folder, "Folder of the plugins (or environment: CIM_PLUGIN_PATH)",
-            "DIR");
+    addPluginPlace(app, options.plugins);
 }
 
 constexpr unsigned int LONGEST_END_S = 2;
@@ -96,8 +97,6 @@ int cimshare(int argc, char** argv)
     s_warnings = &warnings;
     qInstallMessageHandler(onQtMessage);
     const auto atEnd = qScopeGuard([] { qInstallMessageHandler(nullptr); });
-    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
 
     const auto fail = [](const SProblem& problem) { return Apps::fail("cimshare", problem); };
     CCommandLine app(
@@ -111,13 +110,10 @@ int cimshare(int argc, char** argv)
     if (const auto exitCode = app.parse(argc, argv, fail)) {
         return *exitCode;
     }
-    for (const QString& network : std::as_const(networks)) {
-        if (const Failure failure = options.allowed.add(network)) {
-            return fail(*failure);
-        }
-    }
-    if (const Failure failure = options.sending.rules.add(sendRules.join(QLatin1Char(',')))) {
-        return fail(*failure);
+    const Failure wrongNetwork = options.allowed.add(networks);
+    const Failure wrongRule = options.sending.rules.add(sendRules.join(QLatin1Char(',')));
+    if (wrongNetwork || wrongRule) {
+        return fail(wrongNetwork ? *wrongNetwork : *wrongRule);
     }
     if (options.isCheck) {
         const Failure failure = CShareService(std::move(options)).check();

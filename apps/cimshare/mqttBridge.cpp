@@ -140,7 +140,7 @@ void CMqttBridge::publishBatch(SBatch& batch)
     const QByteArrayList messages = std::exchange(batch.messages, {});
     const int count = static_cast<int>(messages.size());
     if (count > 0 && !m_link.publish(batch.topic, m_form.messages(messages), false, count)) {
-        onLost(batch.topic, count);
+        onLost(batch.topic, count, microsecondsNow());
     }
 }
 
@@ -152,11 +152,11 @@ void CMqttBridge::flush()
     }
 }
 
-void CMqttBridge::onLost(const QString& topic, int messages)
+void CMqttBridge::onLost(const QString& topic, int messages, qint64 since)
 {
     for (SPublishedBus& published : m_published) {
         if (topic == published.received.topic || topic == published.sent.topic) {
-            published.lostSince = published.lost == 0 ? microsecondsNow() : published.lostSince;
+            published.lostSince = published.lost == 0 ? since : std::min<qint64>(published.lostSince, since);
             published.lost += messages;
             published.bus->countLost(m_name, messages);
         }

@@ -55,7 +55,7 @@ private:
     QByteArray payloadOf(const SPublishedBus& published, const SBusRecord& record) const;
     void publishBatch(SBatch& batch);
     void flush();
-    void onLost(const QString& topic, int messages);
+    void onLost(const QString& topic, int messages, qint64 since);
     bool publishObject(const QString& topic, QJsonObject object, bool isRetained = false);
     void publishChange(const QString& topic, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);

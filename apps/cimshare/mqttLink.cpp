@@ -1,5 +1,7 @@
 #include "apps/cimshare/mqttLink.h"
 
+#include "apps/host/clock.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 
@@ -25,7 +27,7 @@ constexpr int STABLE_MS = 60'000;
 /// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
 /// Publications without messages that may wait for an acknowledgement.
-constexpr int EVENT_LIMIT = 1000;
+constexpr std::size_t EVENT_LIMIT = 1000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
 /// An inbox takes so many bytes and at most a thousand lines, or one publication.
 constexpr int INBOX_SIZE = 256 * 1024;
@@ -79,14 +81,12 @@ Failure useTls(mosquitto* client, const SBroker& broker)
 }
 } // namespace
 
-Failure SBroker::setAddress(const QString& text)
+Failure SBroker::checkNode(const QString& text)
 {
     const QStringList parts = text.split(QLatin1Char(':'));
-    bool isPort = true;
-    port = parts.size() > 1 ? parts.at(1).toUShort(&isPort) : 0;
-    hostName = parts.at(0);
-    const bool isAddress = !hostName.isEmpty() && isPort && parts.size() <= 2 && (parts.size() == 1 || port != 0);
-    return isAddress ? Failure() : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
+    const bool isPort = parts.size() == 1 || (parts.size() == 2 && parts.at(1).toUShort() != 0);
+    return isPort && !parts.at(0).isEmpty() ? Failure()
+                                            : wrongUsage(QStringLiteral("'%1' is not a HOST[:PORT]").arg(text));
 }
 
 CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QString& willTopic,
@@ -104,7 +104,8 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // EVENT_LIMIT counts, and before
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
-    mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onPublished(id); });
+    mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onAcknowledged(id); });
+    mosquitto_unsubscribe_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onReceipt(); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
     // The log line says more than the code of a failed handshake.
     mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
@@ -171,16 +172,19 @@ Failure CMqttLink::readCredentials()
 
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
-    const std::lock_guard<std::mutex> guard(m_lock); // the callback of this publication waits for it
+    const std::lock_guard<std::mutex> guard(m_lock); // publications wait in the order of sending
     const bool isEvent = messages == 0;
-    const bool fits = isEvent ? int(m_unacknowledged.size()) < EVENT_LIMIT : m_waitingMessages < WAITING_LIMIT;
+    const bool fits = isEvent ? m_unacknowledged.size() < EVENT_LIMIT : m_waitingMessages < WAITING_LIMIT;
     int id = 0;
     if (!m_isConnected || !fits ||
         mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(),
                           isEvent ? 1 : 0, isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
     }
-    isEvent ? void(m_unacknowledged.insert(id)) : m_waiting.push_back({id, topic, messages});
+    if (isEvent) {
+        m_unacknowledged.insert(id);
+    }
+    m_waiting.push_back({topic, messages, microsecondsNow()});
     m_waitingMessages += messages;
     return true;
 }
@@ -195,27 +199,36 @@ SInbox CMqttLink::take(const QString& topic)
 
 void CMqttLink::run()
 {
+    const auto& nodes = m_broker.nodes;
+    int next = 0;
     int pause = 0;
     do {
-        pause = runOnce() ? FIRST_PAUSE_S : std::clamp(2 * pause, FIRST_PAUSE_S, LONGEST_PAUSE_S);
+        for (int failed = 0; failed < nodes.size() && m_ending.available() == 0; next = (next + 1) % nodes.size()) {
+            const bool wasStable = runOnce(nodes.at(next));
+            failed = wasStable ? 0 : failed + 1;
+            pause = wasStable ? 0 : pause;
+        }
+        pause = std::clamp(2 * pause, FIRST_PAUSE_S, LONGEST_PAUSE_S);
     } while (!m_ending.tryAcquire(1, pause * 1000));
 }
 
-/// One connection, from the first attempt to its end. Returns whether the broker accepted it, and for long.
-bool CMqttLink::runOnce()
+/// One connection, from the first attempt to its end. Returns whether the node accepted it, and for long.
+bool CMqttLink::runOnce(const QString& node)
 {
     const QDeadlineTimer stable(STABLE_MS);
     m_problem.clear();
     m_isAccepted = false;
-    const int port = m_broker.caFile.isEmpty() ? 1883 : 8883;
-    int code = mosquitto_connect_async(m_client.get(), m_broker.hostName.toUtf8().constData(),
-                                       m_broker.port == 0 ? port : m_broker.port, KEEPALIVE_S);
+    const QStringList parts = node.split(QLatin1Char(':'));
+    const int usualPort = m_broker.caFile.isEmpty() ? 1883 : 8883;
+    const int port = parts.size() > 1 ? parts.at(1).toInt() : usualPort;
+    int code = mosquitto_connect_async(m_client.get(), parts.at(0).toUtf8().constData(), port, KEEPALIVE_S);
     QDeadlineTimer end(QDeadlineTimer::Forever);
     while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
         if (const std::lock_guard<std::mutex> guard(m_lock); m_isAccepted && !std::exchange(m_isConnected, true)) {
             Q_EMIT connected(); // the library has sent again what was not acknowledged: before anything newer
         }
+        code = code == MOSQ_ERR_SUCCESS ? requestReceipt() : code;
         if (m_ending.available() > 0 && end.isForever()) {
             end.setRemainingTime(END_MS);
         }
@@ -225,9 +238,10 @@ bool CMqttLink::runOnce()
     const bool wasConnected = std::exchange(m_isConnected, false);
     const auto neverLeft = std::exchange(m_waiting, {});
     m_waitingMessages = 0;
+    m_awaitingReceipt = 0;
     guard.unlock();
     for (const SWaiting& publication : neverLeft) {
-        Q_EMIT lost(publication.topic, publication.messages);
+        Q_EMIT lost(publication.topic, publication.messages, publication.since);
     }
     Q_EMIT disconnected(why);
     return wasConnected && stable.hasExpired();
@@ -247,10 +261,32 @@ void CMqttLink::onConnect(int code)
     }
 }
 
-void CMqttLink::onPublished(int id)
+void CMqttLink::onAcknowledged(int id)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    if (m_unacknowledged.erase(id) == 0 && !m_waiting.empty() && m_waiting.front().id == id) {
+    m_unacknowledged.erase(id); // it is called for publications of messages, too
+}
+
+/// Has the broker confirm what it has read, which QoS 0 does not: it answers a request after all that was sent before.
+/// The end of a subscription that does not exist changes nothing. Returns an error when the answer is overdue.
+int CMqttLink::requestReceipt()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_awaitingReceipt > 0) {
+        return m_sinceRequest.hasExpired(qint64{KEEPALIVE_S} * 1000) ? MOSQ_ERR_KEEPALIVE : MOSQ_ERR_SUCCESS;
+    }
+    if (m_waiting.empty() || (m_sinceRequest.isValid() && !m_sinceRequest.hasExpired(LOOP_MS))) {
+        return MOSQ_ERR_SUCCESS;
+    }
+    m_sinceRequest.start();
+    m_awaitingReceipt = m_waiting.size();
+    return mosquitto_unsubscribe(m_client.get(), nullptr, m_willTopic + "/receipt");
+}
+
+void CMqttLink::onReceipt()
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (; m_awaitingReceipt > 0; --m_awaitingReceipt) {
         m_waitingMessages -= m_waiting.front().messages;
         m_waiting.pop_front();
     }

@@ -3,9 +3,10 @@
 #include "canlog/problem.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QSemaphore>
-#include <QString>
+#include <QStringList>
 
 #include <deque>
 #include <functional>
@@ -24,16 +25,15 @@ namespace vexmor::Apps::Cimshare
 
 /// How a broker is reached.
 struct SBroker {
-    QString hostName; ///< Empty: no broker.
-    int port = 0;     ///< 0: 1883, or 8883 with a certificate authority.
+    QStringList nodes; ///< Each as HOST[:PORT], in the order of trying: those of a cluster. Empty: no broker.
     QString credentialsFile;
     QString caFile; ///< Not empty: use TLS.
     QString certificateFile;
     QString keyFile;
     bool allowsPlaintext = false; ///< The password may be sent without TLS.
 
-    /// Reads HOST[:PORT].
-    Failure setAddress(const QString& text);
+    /// Fails when a text is not a HOST[:PORT].
+    static Failure checkNode(const QString& text);
 };
 
 /// A publication that arrived.
@@ -49,8 +49,8 @@ struct SInbox {
     int refusedLines = 0; ///< Lines of publications that did not fit; zero when it is empty.
 };
 
-/// A connection to a broker (MQTT 3.1.1), kept by a thread of its own, the only one that waits for the network. A lost
-/// connection is tried again and again, with growing pauses.
+/// A connection to a broker (MQTT 3.1.1), kept by a thread of its own, the only one that waits for the network. After a
+/// loss it tries the next node at once, and pauses after each round in which every node failed. The pauses grow.
 class CMqttLink : public QObject
 {
     Q_OBJECT
@@ -85,8 +85,8 @@ Q_SIGNALS:
     void connected();
     /// The inbox of a topic was empty and is no longer.
     void arrived(const QByteArray& topic);
-    /// A publication that `publish` accepted did not reach the broker.
-    void lost(const QString& topic, int messages);
+    /// The broker did not confirm a publication that `publish` accepted `since` (microseconds); it may have read it.
+    void lost(const QString& topic, int messages, qint64 since);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
 
@@ -98,31 +98,36 @@ private:
         std::function<void()> onArrived;
     };
 
-    /// A publication that waits for the broker.
+    /// A publication that the broker has not confirmed.
     struct SWaiting {
-        int id; ///< Of the library.
         QString topic;
         int messages;
+        qint64 since;
     };
 
     void run();
-    bool runOnce();
+    bool runOnce(const QString& node);
     void onConnect(int code);
     void onMessage(const mosquitto_message& message);
-    void onPublished(int id);
+    void onAcknowledged(int id);
+    int requestReceipt();
+    void onReceipt();
 
     std::unique_ptr<mosquitto, void (*)(mosquitto*)> m_client;
     const SBroker m_broker;
     const QByteArray m_willTopic;
-    QString m_problem;         ///< Used by the thread: why the broker refused.
-    bool m_isAccepted = false; ///< Used by the thread: the broker has accepted the connection.
+    QString m_problem;            ///< Used by the thread: why the broker refused.
+    bool m_isAccepted = false;    ///< Used by the thread: the broker has accepted the connection.
+    QElapsedTimer m_sinceRequest; ///< Used by the thread: since the last request for a receipt.
 
-    std::mutex m_lock;                                   ///< Guards the inboxes and the next four members.
+    std::mutex m_lock;                                   ///< Guards the inboxes and the next five members.
     std::map<QByteArray, SSubscription> m_subscriptions; ///< By topic.
     bool m_isConnected = false;
-    std::deque<SWaiting> m_waiting; ///< Publications of messages, in the order in which they are sent.
-    std::set<int> m_unacknowledged; ///< Publications without messages, by the library's number.
+    std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
+    std::set<int>
+        m_unacknowledged; ///< Publications without messages that the broker owes an acknowledgement, by number.
     int m_waitingMessages = 0;
+    std::size_t m_awaitingReceipt = 0; ///< So many of the first of them does the requested receipt confirm.
 
     QSemaphore m_ending; ///< Available when the thread is to end.
     std::thread m_thread;

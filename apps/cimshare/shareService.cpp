@@ -16,8 +16,6 @@ namespace
 {
 constexpr std::size_t HIGHEST_PORT = 65535;
 constexpr int METRICS_MS = 15'000;
-/// The names of the events that a connection has another state, in the order of EConnection.
-constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
@@ -34,7 +32,7 @@ CShareService::CShareService(SShareOptions options) : m_options(std::move(option
 /// All that reads the options, and tries nothing.
 Failure CShareService::prepare()
 {
-    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.hostName.isEmpty()) {
+    if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.nodes.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
     }
     if (Failure failure = addBuses()) {
@@ -68,7 +66,7 @@ Failure CShareService::check()
         print(true, bus->name(), QStringLiteral("be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
         print(m_options.t93.isGiven(), QStringLiteral("t93 ") + bus->name(), listening(m_options.t93, number++));
     }
-    const QString broker = m_options.broker.hostName;
+    const QString broker = m_options.broker.nodes.join(QStringLiteral(", "));
     print(m_options.socketcand.isGiven(), QStringLiteral("socketcand"), listening(m_options.socketcand, 0));
     print(!broker.isEmpty(), QStringLiteral("mqtt"),
           QStringLiteral("publish at %1, below %2").arg(broker, m_options.mqtt.topic));
@@ -129,7 +127,7 @@ Failure CShareService::addProtocols()
         }
     }
     const std::size_t ports = m_protocols.size();
-    if (!m_options.broker.hostName.isEmpty()) {
+    if (!m_options.broker.nodes.isEmpty()) {
         m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqtt, m_log));
     }
     return reserveDescriptors(ports, m_buses.size());
@@ -161,38 +159,16 @@ Failure CShareService::addBuses()
         if (!canInterface) {
             return canInterface.problem();
         }
-        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending);
+        auto bus = std::make_unique<CSharedBus>(std::move(*target), std::move(*canInterface), m_options.sending, m_log);
         for (const auto& one : m_buses) {
             if (one->plainName() == bus->plainName()) {
                 return wrongUsage(
                     QStringLiteral("'%1' and '%2' would have the same name for clients").arg(one->name(), bus->name()));
             }
         }
-        watch(*bus);
         m_buses.push_back(std::move(bus));
     }
     return {};
-}
-
-/// Prints the events of a bus.
-void CShareService::watch(CSharedBus& bus)
-{
-    const auto print = [this, name = bus.name()](const char* event, const QString& text) {
-        m_log.printLimited(event, name, text);
-    };
-    connect(&bus, &CSharedBus::clientEvent, this, print);
-    connect(&bus, &CSharedBus::connectionChanged, this, [print, &status = bus.status()] {
-        print(CONNECTION_EVENTS[static_cast<int>(status.connection)], connectionTextWithReason(status));
-    });
-    connect(&bus, &CSharedBus::identified, this, [print, &bus, &status = bus.status()] {
-        print("identified", QStringLiteral("%1, firmware %2").arg(status.interfaceId, status.firmwareVersion));
-        if (const Failure failure = bus.identityProblem()) {
-            print("anotherGateway", failure->text);
-        }
-    });
-    connect(&bus, &CSharedBus::errorRaised, this, [print, &bus](int error, quint64 count) {
-        print("interfaceError", QStringLiteral("interface error %1: %2").arg(error).arg(bus.errorTitle(error, count)));
-    });
 }
 
 // ---- Status ----

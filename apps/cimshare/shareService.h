@@ -49,7 +49,6 @@ private:
     Failure prepare();
     Failure addBuses();
     Failure addProtocols();
-    void watch(CSharedBus& bus);
     void printStatus();
     void printStatus(CSharedBus& bus);
     Failure writeMetrics() const;

@@ -10,12 +10,18 @@
 
 namespace vexmor::Apps::Cimshare
 {
+namespace
+{
+/// The names of the events that a connection has another state, in the order of EConnection.
+constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
+} // namespace
 
 CSharedBus::CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface,
-                       const SSendPermission& permission)
+                       const SSendPermission& permission, CEventLog& log)
     : m_target(std::move(target)),
       m_canInterface(std::move(canInterface)),
       m_permission(permission),
+      m_log(log),
       m_knownId(m_canInterface->commonInfo().interfaceId())
 {
     connect(m_mailbox.get(), &CMailbox::filled, this, &CSharedBus::onMail, Qt::QueuedConnection);
@@ -72,29 +78,22 @@ Failure CSharedBus::permit(std::uint16_t id, QObject& client, const QString& pro
     if (!failure && m_permission.isPinned && status().hasLink()) {
         failure = identityProblem();
     }
-    if (!failure) {
-        failure = limitProblem(client);
+    if (const int most = m_permission.messagesPerSecond; most > 0 && !failure) {
+        if (m_messages.empty()) {
+            QTimer::singleShot(SECOND_MS, this, [this] { m_messages.clear(); });
+        }
+        if (++m_messages[&client] > most) {
+            failure = SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
+        }
     }
     const QString clientName = protocol + QLatin1Char(' ') + client.objectName();
     if (failure) {
-        Q_EMIT clientEvent("refused", QStringLiteral("%1 refused: %2").arg(clientName, failure->text));
+        print("refused", QStringLiteral("%1 refused: %2").arg(clientName, failure->text));
     } else if (!client.property("sends").toBool()) {
         client.setProperty("sends", true);
-        Q_EMIT clientEvent("sends", clientName + QStringLiteral(" sends"));
+        print("sends", clientName + QStringLiteral(" sends"));
     }
     return failure;
-}
-
-Failure CSharedBus::limitProblem(const QObject& client)
-{
-    if (!m_second.isValid() || m_second.hasExpired(SECOND_MS)) {
-        m_second.start();
-        m_messages.clear();
-    }
-    const int most = m_permission.messagesPerSecond;
-    return most == 0 || ++m_messages[&client] <= most
-               ? Failure()
-               : SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
 }
 
 void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QString& protocol,
@@ -157,23 +156,22 @@ void CSharedBus::onMail()
 
 void CSharedBus::reportError(int error, quint64 count)
 {
+    const auto reportFurther = [this] {
+        for (const auto& [further, times] : std::exchange(m_errors, {})) {
+            if (times > 0) {
+                reportError(further, times);
+            }
+        }
+    };
     if (m_errors.empty()) {
-        QTimer::singleShot(SECOND_MS, this, &CSharedBus::onErrorSecond);
+        QTimer::singleShot(SECOND_MS, this, reportFurther);
     }
     const auto [kind, isFirst] = m_errors.try_emplace(error, 0);
     if (isFirst) {
+        print("interfaceError", QStringLiteral("interface error %1: %2").arg(error).arg(errorTitle(error, count)));
         Q_EMIT errorRaised(error, count);
     } else {
         kind->second += count;
-    }
-}
-
-void CSharedBus::onErrorSecond()
-{
-    for (const auto& [error, count] : std::exchange(m_errors, {})) {
-        if (count > 0) {
-            reportError(error, count);
-        }
     }
 }
 
@@ -181,11 +179,16 @@ void CSharedBus::onStatus()
 {
     const SInterfaceStatus before = std::exchange(m_status, m_inUse->status());
     if (m_status.connection != before.connection) {
+        print(CONNECTION_EVENTS[static_cast<int>(m_status.connection)], connectionTextWithReason(m_status));
         Q_EMIT connectionChanged();
     }
     const QString identity = m_status.interfaceId + m_status.firmwareVersion;
     if (m_status.isIdentified() && std::exchange(m_identity, identity) != identity) {
         m_knownId = m_knownId.isEmpty() ? m_status.interfaceId : m_knownId;
+        print("identified", QStringLiteral("%1, firmware %2").arg(m_status.interfaceId, m_status.firmwareVersion));
+        if (const Failure failure = identityProblem()) {
+            print("anotherGateway", failure->text);
+        }
         Q_EMIT identified();
     }
     const bool isSilent = m_status.connection == EConnection::eSilent && before.connection != EConnection::eSilent;

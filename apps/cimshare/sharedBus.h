@@ -1,12 +1,12 @@
 #pragma once
 
+#include "apps/cimshare/eventLog.h"
 #include "apps/cimshare/sendRules.h"
 #include "apps/host/interfaceInUse.h"
 #include "apps/host/target.h"
 #include "canlog/problem.h"
 #include "cim/resultCodes.h"
 
-#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 
@@ -21,7 +21,7 @@ namespace vexmor::Apps::Cimshare
 
 /// The CAN bus behind a gateway, for many clients: what one client sends reaches the gateway and all other clients;
 /// what the gateway receives reaches all clients. Keeps the interface open: tries until that succeeds, and again when
-/// the link was lost.
+/// the link was lost. Logs what happens to the gateway, which client begins to send, and which message is refused.
 class CSharedBus : public QObject
 {
     Q_OBJECT
@@ -35,8 +35,9 @@ public:
 
     using Outcome = std::function<void(const Failure& failure)>;
 
-    /// Takes over a closed interface. `permission`, which outlives the bus, has what clients may send.
-    CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, const SSendPermission& permission);
+    /// Takes over a closed interface. `permission` has what clients may send. It and the log outlive the bus.
+    CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, const SSendPermission& permission,
+               CEventLog& log);
 
     /// Begins to open the interface, or begins anew.
     void start();
@@ -90,8 +91,6 @@ Q_SIGNALS:
     void connectionChanged();
     /// The gateway has sent its identity, or another one than before.
     void identified();
-    /// A client begins to send ("sends"), or may not send a message ("refused").
-    void clientEvent(const char* event, const QString& text);
 
 private:
     /// A message whose outcome has not come yet.
@@ -102,16 +101,16 @@ private:
 
     static constexpr int SECOND_MS = 1000; ///< The time that the limits of messages and of errors are counted in.
 
-    Failure limitProblem(const QObject& client);
+    void print(const char* event, const QString& text) { m_log.printLimited(event, name(), text); }
     void onMail();
     void takeOutcome(const SBusRecord& record);
     void reportError(int error, quint64 count);
-    void onErrorSecond();
     void onStatus();
 
     const CTarget m_target;
     const std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< stays closed: a clone is used
     const SSendPermission& m_permission;
+    CEventLog& m_log;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
     SDelivery m_delivery;
@@ -120,8 +119,7 @@ private:
     std::map<int, quint64> m_errors; ///< Kinds that were reported in this second, and errors to report at its end.
     SInterfaceStatus m_status;
     QString m_identity;
-    QString m_knownId; ///< MAC address of the known gateway.
-    QElapsedTimer m_second;
+    QString m_knownId;                        ///< MAC address of the known gateway.
     std::map<const QObject*, int> m_messages; ///< Of each client in this second, sent or not.
     SCount m_received;
     SCount m_sent;

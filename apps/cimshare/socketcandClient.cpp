@@ -50,17 +50,19 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
         return;
     }
     const auto found = m_subscriptions.find(message.id().value()); // none but in broadcast manager mode
-    if (found == m_subscriptions.end()) {
-        return;
+    if (found != m_subscriptions.end()) {
+        found->second.pending = element;
+        deliverPending(found->second);
     }
-    SSubscription& subscription = found->second;
-    if (subscription.timer.isActive()) {
-        subscription.pending = element;
-        return;
-    }
-    write(element);
-    if (subscription.timer.interval() > 0) {
-        subscription.timer.start();
+}
+
+void CSocketcandClient::deliverPending(SSubscription& subscription)
+{
+    if (!subscription.timer.isActive() && !subscription.pending.isEmpty()) {
+        write(std::exchange(subscription.pending, {}));
+        if (subscription.timer.interval() > 0) {
+            subscription.timer.start();
+        }
     }
 }
 
@@ -71,11 +73,10 @@ void CSocketcandClient::writeError(const QString& text, EErrorClass errorClass)
 
 void CSocketcandClient::writeStatistics()
 {
-    write(QStringLiteral("\n< stat %1 %2 %3 %4 >")
-              .arg(m_bus->received().bytes)
-              .arg(m_bus->received().messages)
-              .arg(m_bus->sent().bytes)
-              .arg(m_bus->sent().messages)
+    const CSharedBus::SCount& received = m_bus->received();
+    const CSharedBus::SCount& sent = m_bus->sent();
+    write(QString::asprintf("\n< stat %llu %llu %llu %llu >", received.bytes, received.messages, sent.bytes,
+                            sent.messages)
               .toLatin1());
 }
 
@@ -222,12 +223,7 @@ void CSocketcandClient::subscribe(const SCommand& command)
     SSubscription& subscription = m_subscriptions[command.id()];
     subscription.timer.setInterval(command.milliseconds);
     subscription.timer.setSingleShot(true);
-    connect(&subscription.timer, &QTimer::timeout, this, [this, &subscription] {
-        if (!subscription.pending.isEmpty()) {
-            write(std::exchange(subscription.pending, {}));
-            subscription.timer.start();
-        }
-    });
+    connect(&subscription.timer, &QTimer::timeout, this, [this, &subscription] { deliverPending(subscription); });
 }
 
 void CSocketcandClient::send(const SCommand& command)

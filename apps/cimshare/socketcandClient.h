@@ -53,6 +53,7 @@ private:
     void open(const SCommand& command);
     void setMode(EMode mode);
     void forget(EMode mode);
+    void deliverPending(SSubscription& subscription);
     void end();
     void subscribe(const SCommand& command);
     void addCyclic(const SCommand& command);

@@ -40,10 +40,8 @@ CSocketcandServer::CSocketcandServer(const CSharedBuses& buses, const SListenAdd
 Failure CSocketcandServer::start()
 {
     if (!m_server.listen(m_address.address, m_address.port)) {
-        return SProblem{QStringLiteral("cannot listen on %1:%2 for socketcand: %3")
-                            .arg(m_address.address.toString())
-                            .arg(m_address.port)
-                            .arg(m_server.errorString())};
+        return SProblem{QStringLiteral("cannot listen on %1 for socketcand: %2")
+                            .arg(placeOf(m_address.address, m_address.port), m_server.errorString())};
     }
     m_admission.printListening();
     for (const QString& name : m_names) {
@@ -106,27 +104,18 @@ void CSocketcandServer::deliver(const CSharedBus& bus, const SBusRecord& record,
 void CSocketcandServer::sendBeacon()
 {
     const QHostAddress own = m_server.serverAddress();
+    const QString text = QStringLiteral(R"(<CANBeacon name="%1" type="adapter" description="cimshare">)"
+                                        R"(<URL>can://%2</URL><Bus name="%3"/></CANBeacon>)");
+    const QString names = m_names.join(QStringLiteral(R"("/><Bus name=")"));
     for (const QNetworkInterface& network : QNetworkInterface::allInterfaces()) {
         for (const QNetworkAddressEntry& entry : network.addressEntries()) {
             if (!entry.broadcast().isNull() && (own == QHostAddress::AnyIPv4 || own == entry.ip())) {
-                m_beaconSocket.writeDatagram(beacon(entry.ip()), entry.broadcast(), BEACON_PORT);
+                const QString place = placeOf(entry.ip(), m_server.serverPort());
+                const QString beacon = text.arg(QHostInfo::localHostName().toHtmlEscaped(), place, names);
+                m_beaconSocket.writeDatagram(beacon.toUtf8(), entry.broadcast(), BEACON_PORT);
             }
         }
     }
-}
-
-/// The announcement for a network in which this service has `address`.
-QByteArray CSocketcandServer::beacon(const QHostAddress& address) const
-{
-    QString buses;
-    for (const QString& name : m_names) {
-        buses += QStringLiteral(R"(<Bus name="%1"/>)").arg(name);
-    }
-    return QStringLiteral(
-               R"(<CANBeacon name="%1" type="adapter" description="cimshare"><URL>can://%2:%3</URL>%4</CANBeacon>)")
-        .arg(QHostInfo::localHostName().toHtmlEscaped(), address.toString(), QString::number(m_server.serverPort()),
-             buses)
-        .toUtf8();
 }
 
 } // namespace vexmor::Apps::Cimshare

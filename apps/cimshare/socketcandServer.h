@@ -31,7 +31,6 @@ private:
     void addClient(std::unique_ptr<QTcpSocket> socket);
     void deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
     void sendBeacon();
-    QByteArray beacon(const QHostAddress& address) const;
 
     QStringList m_names; ///< For clients, in the order of the buses.
     CBusesByName m_byName;

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <optional>
 
 namespace vexmor::Apps::Cimshare
@@ -72,16 +71,15 @@ Failure readInterval(CWords& words, SCommand& command)
 
 Failure readId(CWords& words, SCommand& command)
 {
-    const QByteArray word = next(words);
-    bool isNumber = false;
-    const uint id = word.toUInt(&isNumber, 16);
-    if (!isNumber) {
+    const bool isExtended = words.value(0).size() >= EXTENDED_ID_DIGITS;
+    const auto id = nextNumber(words, 16, UINT32_MAX);
+    if (!id) {
         return wrong("the identifier is no hexadecimal number");
     }
-    if (id > CanLog::MAX_ID || word.size() >= EXTENDED_ID_DIGITS) {
+    if (*id > CanLog::MAX_ID || isExtended) {
         return wrong("a T93 has no 29-bit identifiers");
     }
-    command.message.setId(Cim::CCanId::fromValue(static_cast<std::uint16_t>(id)));
+    command.message.setId(Cim::CCanId::fromValue(static_cast<std::uint16_t>(*id)));
     return {};
 }
 
@@ -128,8 +126,7 @@ constexpr SSyntax SYNTAX[] = {
 
 QByteArray timeText(std::int64_t microseconds)
 {
-    const std::lldiv_t time = std::lldiv(microseconds, MICROSECONDS);
-    return QString::asprintf("%lld.%06lld", time.quot, time.rem).toLatin1();
+    return QByteArray::number(static_cast<double>(microseconds) / MICROSECONDS, 'f', 6);
 }
 
 /// Verbs of what a T93 cannot do.
@@ -216,10 +213,9 @@ QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microsecon
 
 QByteArray errorElement(const QString& text)
 {
-    QByteArray line = text.simplified().toLatin1().replace('<', '(').replace('>', ')');
-    std::replace_if(
-        line.begin(), line.end(), [](char one) { return static_cast<signed char>(one) < ' '; }, '?');
-    return "\n< error " + line + " >";
+    static const QRegularExpression OTHERS(QStringLiteral("[^ -~]"));
+    const QString line = text.simplified().replace(OTHERS, QStringLiteral("?"));
+    return "\n< error " + line.toLatin1().replace('<', '(').replace('>', ')') + " >";
 }
 
 QByteArray errorElement(EErrorClass errorClass, std::int64_t microseconds, const QString& text)

@@ -4,15 +4,8 @@
 #include "apps/host/bitRates.h"
 #include "apps/host/gatewayAddress.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QCoreApplication>
-#include <QDialog>
-#include <QDialogButtonBox>
-#include <QFormLayout>
 #include <QHostInfo>
-#include <QLabel>
-#include <QLineEdit>
+#include <QtWidgets>
 
 namespace vexmor::Apps::Cimview
 {

@@ -3,10 +3,7 @@
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/panelWidgets.h"
 
-#include <QPlainTextEdit>
-#include <QSplitter>
-#include <QTableView>
-#include <QVBoxLayout>
+#include <QtWidgets>
 
 namespace vexmor::Apps::Cimview
 {

@@ -154,7 +154,7 @@ QVariant CIdentifierModel::data(const QModelIndex& index, int role) const
     }
     switch (index.column()) {
     case eId:
-        return m_names.idText(row.last.message);
+        return m_names.idText(row.last.message.id().value());
     case eInterface:
         return m_names.name(row.last.source);
     case eDirection:

@@ -4,17 +4,7 @@
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
-#include <QActionGroup>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMenu>
-#include <QMessageBox>
-#include <QPointer>
-#include <QPushButton>
-#include <QTableView>
-#include <QToolBar>
-#include <QToolButton>
-#include <QVBoxLayout>
+#include <QtWidgets>
 
 #include <algorithm>
 

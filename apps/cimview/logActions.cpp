@@ -1,16 +1,18 @@
 #include "apps/cimview/logActions.h"
 
+#include "apps/cimview/comparisonDialog.h"
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
-#include <QFileDialog>
-#include <QInputDialog>
-#include <QMessageBox>
+#include <QtWidgets>
 
 namespace vexmor::Apps::Cimview
 {
 namespace
 {
+constexpr double MAX_SPEED = 100; ///< of a replay, times that of the messages
+constexpr double SPEED_STEP = 0.5;
+
 QString fileTypes()
 {
     return CLogActions::tr("candump logs (*.log);;All files (*)");
@@ -23,21 +25,23 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
       m_window(window),
       m_load(makeAction(this, tr("&Load log ..."), QKeySequence::Open, [this] { chooseLoad(); })),
       m_save(makeAction(this, tr("&Save log ..."), QKeySequence::Save, [this] { chooseSave(); })),
+      m_compare(makeAction(this, tr("&Compare two logs ..."), {}, [this] { chooseComparison(); })),
       m_record(makeAction(this, tr("&Record to files ..."), {}, [this](bool start) { chooseRecord(start); })),
       m_replay(makeAction(this, tr("Re&play what is shown ..."), {}, [this](bool start) { chooseReplay(start); })),
+      m_hourly(new QAction(tr("Record to a new file each &hour"), this)),
       m_direction(new QAction(tr("Write the &direction into logs (R, T)"), this)),
       m_loader(workbench.names()),
       m_saver(workbench.names())
 {
     m_record->setCheckable(true);
     m_replay->setCheckable(true);
+    m_hourly->setCheckable(true);
+    m_hourly->setObjectName(QStringLiteral("HourlyRecordings"));
     m_direction->setCheckable(true);
+    m_direction->setObjectName(QStringLiteral("LogDirection"));
     CMessageFeed& feed = m_workbench.feed();
-    connect(&m_loader, &CLogLoader::loaded, this, [&feed](const auto& records) {
-        feed.clear();
-        feed.setPaused(true);
-        feed.show(records);
-    });
+    connect(&m_loader, &CLogLoader::loaded, this,
+            [this, &feed](const auto& records) { feed.showLog(m_loaded, records); });
     connect(&m_loader, &CLogLoader::finished, this, [this](quint64 count, const QString& problem) {
         const QString note = tr("%1 messages loaded; live messages wait until the pause ends.").arg(count);
         report(count > 0 ? note : QString(), problem);
@@ -76,12 +80,15 @@ void CLogActions::chooseLoad()
 void CLogActions::load(const QString& path)
 {
     setBusy(true);
+    m_loaded = QFileInfo(path).fileName();
     m_loader.load(path);
 }
 
 void CLogActions::chooseSave()
 {
-    const QString path = QFileDialog::getSaveFileName(m_window, tr("Save log"), QString(), fileTypes());
+    const QString name = QDateTime::currentDateTime().toString(QStringLiteral("'cimview-'yyyyMMdd-HHmmss"));
+    const QString path = chooseFileToWrite(m_window, tr("Save log"), name,
+                                           tr("candump logs (*.log);;Tables for other programs (*.csv)"));
     if (!path.isEmpty()) {
         CMessageFeed& feed = m_workbench.feed();
         m_liveBefore = feed.liveCount();
@@ -89,6 +96,20 @@ void CLogActions::chooseSave()
         setBusy(true);
         // Without those that a filter hides or a pause holds back.
         m_saver.save(path, feed.trace().records(), m_direction->isChecked());
+    }
+}
+
+/// The two may be chosen together, then the one whose name comes first is the earlier; recordings have names by time.
+void CLogActions::chooseComparison()
+{
+    const QString title = tr("Logs to compare: two, or the earlier one");
+    QStringList paths = QFileDialog::getOpenFileNames(m_window, title, QString(), fileTypes());
+    paths.sort();
+    if (paths.size() == 1) {
+        paths += QFileDialog::getOpenFileNames(m_window, tr("Log to compare with it"), QString(), fileTypes());
+    }
+    if (paths.size() == 2) {
+        (new CComparisonDialog(m_window, m_workbench.names(), paths.at(0), paths.at(1)))->show();
     }
 }
 
@@ -100,7 +121,10 @@ void CLogActions::chooseRecord(bool start)
         m_record->setChecked(false);
         m_workbench.recorder().stop();
     } else {
-        m_workbench.recorder().start(folder, m_direction->isChecked());
+        const auto period = m_hourly->isChecked() ? CLogRecorder::EPeriod::eHour : CLogRecorder::EPeriod::eDay;
+        m_workbench.recorder().start(folder, period, [this, withDirection = m_direction->isChecked()](const auto& one) {
+            return logLine(one, m_workbench.names(), withDirection);
+        });
     }
 }
 
@@ -125,6 +149,34 @@ void CLogActions::chooseReplay(bool start)
     if (start && open.isEmpty()) {
         m_workbench.warn(interfaces.sendObstacle({})->text);
     }
+}
+
+QWidget* CLogActions::makeReplayBar()
+{
+    auto* const loop = new QAction(tr("Loop"), this);
+    auto* const speed = new QDoubleSpinBox;
+    auto* const progress = new QProgressBar;
+    loop->setCheckable(true);
+    speed->setAccessibleName(tr("Speed of the replay"));
+    speed->setSuffix(tr(" x"));
+    speed->setRange(0.1, MAX_SPEED);
+    speed->setSingleStep(SPEED_STEP);
+    speed->setValue(1);
+    progress->setAccessibleName(tr("Replay"));
+    progress->setFormat(tr("Replay") + QStringLiteral(" %p %"));
+    QToolBar* const bar = makeToolBar({loop, makeAction(this, tr("Stop"), {}, [this] { m_player.stop(); })}, m_window);
+    bar->addWidget(speed);
+    bar->addWidget(progress);
+    connect(loop, &QAction::toggled, &m_player, &CLogReplay::setLoop);
+    connect(speed, QOverload<double>::of(&QDoubleSpinBox::valueChanged), &m_player, &CLogReplay::setSpeed);
+    connect(&m_player, &CLogReplay::progressed, bar, [bar, progress](int sent, int all) {
+        bar->show();
+        progress->setMaximum(all);
+        progress->setValue(sent);
+    });
+    connect(&m_player, &CLogReplay::finished, bar, &QWidget::hide);
+    bar->hide();
+    return bar;
 }
 
 void CLogActions::setBusy(bool busy)

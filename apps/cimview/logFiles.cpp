@@ -1,5 +1,9 @@
 #include "apps/cimview/logFiles.h"
 
+#include "apps/host/logRecorder.h"
+
+#include <QDateTime>
+
 #include <algorithm>
 #include <utility>
 
@@ -86,9 +90,14 @@ void CLogSaver::save(const QString& path, std::vector<SBusRecord> records, bool 
 
 void CLogSaver::savePiece()
 {
+    const bool isTable = m_file.fileName().endsWith(QLatin1String(".csv"), Qt::CaseInsensitive);
     const std::size_t end = std::min(m_written + PIECE, m_records.size());
+    if (isTable && m_written == 0) {
+        m_file.write("time,interface,direction,id,data\n");
+    }
     for (; m_written < end; ++m_written) {
-        m_file.write(logLine(m_records[m_written], m_names, m_withDirection) + '\n');
+        const SBusRecord& record = m_records[m_written];
+        m_file.write((isTable ? tableLine(record, m_names) : logLine(record, m_names, m_withDirection)) + '\n');
     }
     if (m_written < m_records.size()) {
         return;
@@ -98,17 +107,23 @@ void CLogSaver::savePiece()
     Q_EMIT finished(ok ? m_written : 0, ok ? QString() : writeProblem(m_file));
 }
 
-QString writeProblem(const QFileDevice& file)
-{
-    return CLogSaver::tr("%1 cannot be written: %2").arg(file.fileName(), file.errorString());
-}
-
 QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection)
 {
     // A field of the line: no blanks in it.
     const QByteArray name = names.name(record.source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
     const char direction = record.sent ? 'T' : 'R';
     return CanLog::formatLogLine({record.microseconds, name, record.message, withDirection ? direction : '\0'});
+}
+
+QByteArray tableLine(const SBusRecord& record, const CSourceNames& names)
+{
+    const QDateTime time = QDateTime::fromMSecsSinceEpoch(record.microseconds / 1000);
+    const QString name = names.name(record.source).replace(QLatin1Char('"'), QStringLiteral("\"\""));
+    // With 0x: 1E5 alone is a number to spreadsheets.
+    return QStringLiteral("%1 %2,\"%3\",%4,0x%5,%6")
+        .arg(time.toString(QStringLiteral("yyyy-MM-dd")), timeText(record.microseconds), name,
+             directionText(record.sent), idText(record.message), dataText(record.message))
+        .toUtf8();
 }
 
 } // namespace vexmor::Apps::Cimview

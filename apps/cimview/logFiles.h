@@ -50,11 +50,11 @@ private:
 /// without, as every program reads it.
 QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection);
 
-/// A text for the user: why a file cannot be written.
-QString writeProblem(const QFileDevice& file);
+/// The same as a row of a table, for other programs: local time, interface, direction, identifier and data.
+QByteArray tableLine(const SBusRecord& record, const CSourceNames& names);
 
-/// Writes messages as a log in candump's format, one piece per turn of the event loop. The file appears when it is
-/// whole.
+/// Writes messages as a log in candump's format, or as a table where the name of the file ends in .csv, one piece per
+/// turn of the event loop. The file appears when it is whole.
 class CLogSaver : public QObject
 {
     Q_OBJECT

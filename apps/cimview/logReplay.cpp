@@ -5,7 +5,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int TICK_MS = 5;
-constexpr std::int64_t MICROSECONDS_PER_MS = 1000;
+constexpr int SENT_PER_TURN = 1000; ///< messages in one turn of the event loop
 } // namespace
 
 CLogReplay::CLogReplay()
@@ -19,7 +19,8 @@ void CLogReplay::start(std::vector<SBusRecord> records, Send send)
     m_records = std::move(records);
     m_send = std::move(send);
     m_next = 0;
-    m_clock.start();
+    m_sent = 0;
+    continueAt(0);
     m_timer.start(TICK_MS);
 }
 
@@ -27,21 +28,50 @@ void CLogReplay::stop()
 {
     if (m_timer.isActive()) {
         m_timer.stop();
-        Q_EMIT finished(m_next);
+        Q_EMIT finished(m_sent);
     }
+}
+
+void CLogReplay::setSpeed(double speed)
+{
+    continueAt(position());
+    m_speed = speed;
+}
+
+std::int64_t CLogReplay::position() const
+{
+    return m_position + static_cast<std::int64_t>(static_cast<double>(m_clock.elapsed()) * 1000 * m_speed);
+}
+
+void CLogReplay::continueAt(std::int64_t microseconds)
+{
+    m_position = microseconds;
+    m_clock.start();
 }
 
 void CLogReplay::sendDue()
 {
-    const std::int64_t now = m_clock.elapsed() * MICROSECONDS_PER_MS;
-    while (m_next < m_records.size() && m_records[m_next].microseconds - m_records.front().microseconds <= now) {
-        if (!m_send(m_records[m_next].message)) {
+    const std::int64_t due = position();
+    for (int i = 0; i < SENT_PER_TURN && m_next < m_records.size(); ++i) {
+        const SBusRecord& record = m_records[m_next];
+        if (record.microseconds - m_records.front().microseconds > due) {
+            break;
+        }
+        if (!m_send(record.message)) {
             stop();
             return;
         }
         ++m_next;
+        ++m_sent;
     }
-    if (m_next == m_records.size()) {
+    Q_EMIT progressed(static_cast<int>(m_next), static_cast<int>(m_records.size()));
+    if (m_next < m_records.size()) {
+        return;
+    }
+    if (m_loops && m_next > 0) {
+        m_next = 0;
+        continueAt(0);
+    } else {
         stop();
     }
 }

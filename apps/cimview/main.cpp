@@ -110,6 +110,7 @@ int run(char** argv, const SOptions& options)
 {
     int nameAlone = 1; // Qt has options of its own with the names of ours
     QApplication application(nameAlone, argv);
+    QApplication::setWindowIcon(QIcon(QStringLiteral(":/cimview.png")));
     installTranslations(application,
                         {QStringLiteral("cimview"), QStringLiteral("interfaceT93"), QStringLiteral("qtbase")});
     const SPluginSearch search = searchPlugins(options.place);

@@ -10,19 +10,7 @@
 #include "apps/cimview/sendPanel.h"
 #include "apps/cimview/workbench.h"
 
-#include <QCloseEvent>
-#include <QDockWidget>
-#include <QFileInfo>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMenuBar>
-#include <QMessageBox>
-#include <QMimeData>
-#include <QPainter>
-#include <QScreen>
-#include <QSettings>
-#include <QStatusBar>
-#include <QTableView>
+#include <QtWidgets>
 
 namespace vexmor::Apps::Cimview
 {
@@ -31,32 +19,28 @@ namespace
 const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
-const QString DIRECTION = QStringLiteral("LogDirection");
-const QString ALONE = QStringLiteral("MessagesAlone");
-const QString DARK = QStringLiteral("Dark");
+/// Of the action that folds a panel, behind the name of the panel.
+const QString FOLDED = QStringLiteral("Folded");
 /// Names of the tables whose columns are kept, and the keys of these.
 const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("Trace"), QStringLiteral("Identifiers")};
 constexpr int RATE_INTERVAL_MS = 1000;
 constexpr int RESULT_MS = 10000; ///< for which the end of a task is shown in the status bar
 constexpr QSize INITIAL_SIZE(1500, 900);
+constexpr QSize REPORT_SIZE(560, 400);
 constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
 
-/// Two nodes on the two wires of a bus.
-QIcon icon()
-{
-    QPixmap picture(64, 64);
-    picture.fill(Qt::transparent);
-    QPainter painter(&picture);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(CURVES_ON_LIGHT[0]), 6));
-    painter.drawLine(4, 38, 60, 38);
-    painter.drawLine(4, 52, 60, 52);
-    painter.setBrush(QColor(CURVES_ON_LIGHT[1]));
-    for (const int x : {10, 38}) {
-        painter.drawLine(x + 8, 26, x + 8, 38);
-        painter.drawRoundedRect(x, 8, 16, 16, 4, 4);
+/// What screen readers know of the application: its own name, not that of the settings store.
+struct SReadApplication : QAccessibleApplication {
+    QString text(QAccessible::Text text) const override
+    {
+        return text == QAccessible::Name ? QGuiApplication::applicationDisplayName()
+                                         : QAccessibleApplication::text(text);
     }
-    return picture;
+};
+
+QAccessibleInterface* describeApplication(const QString& /*className*/, QObject* object)
+{
+    return object == QCoreApplication::instance() ? new SReadApplication : nullptr;
 }
 } // namespace
 
@@ -73,7 +57,6 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
       m_dark(new QAction(tr("D&ark"), this))
 {
     setWindowTitle(tr("CAN interfaces"));
-    setWindowIcon(icon());
     setCentralWidget(m_messages);
     setAcceptDrops(true); // a log
     setDockNestingEnabled(true);
@@ -88,7 +71,11 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     makeMenus();
 
     statusBar()->addWidget(m_rate);
+    statusBar()->addPermanentWidget(m_logs->makeReplayBar());
     statusBar()->addPermanentWidget(m_unread);
+    connect(&workbench.feed(), &CMessageFeed::logChanged, this, [this](const QString& log) {
+        setWindowTitle(log.isEmpty() ? tr("CAN interfaces") : tr("%1 - CAN interfaces").arg(log));
+    });
     connect(&workbench, &CWorkbench::progressed, this,
             [this](const QString& text, bool isEnd) { statusBar()->showMessage(text, isEnd ? RESULT_MS : 0); });
     connect(&m_rateTimer, &QTimer::timeout, this, &CMainWindow::showRate);
@@ -110,6 +97,7 @@ void CMainWindow::prepareApplication()
     QCoreApplication::setApplicationName(QStringLiteral("Cim")); // of the store, which all hosts share
     QGuiApplication::setApplicationDisplayName(QStringLiteral("cimview"));
     QGuiApplication::setDesktopFileName(QStringLiteral("cimview"));
+    QAccessible::installFactory(&describeApplication);
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // always so since
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
@@ -123,8 +111,41 @@ QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QW
     auto* const dock = new QDockWidget(title, this);
     dock->setObjectName(name); // the key of the dock in the saved state
     dock->setWidget(panel);
+    makeTitle(*dock);
     addDockWidget(Qt::RightDockWidgetArea, dock);
     return dock;
+}
+
+/// Gives a panel a title with buttons that fold and hide it. Panels that share a place with tabs are folded together.
+void CMainWindow::makeTitle(QDockWidget& dock)
+{
+    auto* const fold = new QAction(this);
+    fold->setObjectName(dock.objectName() + FOLDED);
+    fold->setCheckable(true);
+    m_kept.append(fold);
+    QToolBar* const title = makeToolBar({fold, makeAction(&dock, tr("Hide"), {}, [&dock] { dock.hide(); })}, &dock);
+    dock.setTitleBarWidget(title);
+    const auto showTitle = [&dock, fold] {
+        const QString arrow = fold->isChecked() ? QStringLiteral("\u25B8 ") : QStringLiteral("\u25BE ");
+        fold->setText(arrow + dock.windowTitle());
+    };
+    connect(fold, &QAction::toggled, &dock, [this, &dock, title, fold, showTitle](bool isFolded) {
+        if (isFolded && dock.isVisible()) { // otherwise it has no height yet
+            fold->setData(dock.height());
+        }
+        showTitle();
+        dock.widget()->setEnabled(!isFolded); // a hidden one would narrow the panels above and below
+        dock.setMaximumHeight(isFolded ? title->sizeHint().height() : QWIDGETSIZE_MAX);
+        for (const QDockWidget* const other : tabifiedDockWidgets(&dock)) {
+            findChild<QAction*>(other->objectName() + FOLDED)->setChecked(isFolded);
+        }
+        if (!isFolded) {
+            const int height = fold->data().isValid() ? fold->data().toInt() : dock.widget()->sizeHint().height();
+            resizeDocks({&dock}, {height}, Qt::Vertical);
+        }
+    });
+    connect(&dock, &QDockWidget::windowTitleChanged, fold, showTitle);
+    showTitle();
 }
 
 void CMainWindow::makeMenus()
@@ -144,6 +165,8 @@ void CMainWindow::makeMenus()
     messages->addActions(m_messages->messageActions());
     messages->addSeparator();
     messages->addActions(m_messages->timeActions());
+    messages->addSeparator();
+    messages->addAction(tr("&Statistics ..."), this, &CMainWindow::showStatistics);
 
     makeViewMenu();
     menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
@@ -160,7 +183,8 @@ void CMainWindow::makeViewMenu()
     const QList<QDockWidget*> docks = findChildren<QDockWidget*>();
     int number = 1;
     for (QDockWidget* const dock : docks) {
-        QAction* const action = view->addAction(dock->windowTitle(), [dock] {
+        QAction* const action = view->addAction(dock->windowTitle(), [this, dock] {
+            findChild<QAction*>(dock->objectName() + FOLDED)->setChecked(false);
             dock->show();
             dock->raise();
             dock->widget()->setFocus(Qt::ShortcutFocusReason);
@@ -173,6 +197,10 @@ void CMainWindow::makeViewMenu()
     QMenu* const shown = createPopupMenu();
     shown->setTitle(tr("&Shown panels"));
     view->addMenu(shown);
+    view->addMenu(tr("&Folded panels"))->addActions(m_kept);
+    m_kept += QList<QAction*>{m_alone, m_dark} + m_logs->choices();
+    m_alone->setObjectName(QStringLiteral("MessagesAlone"));
+    m_dark->setObjectName(QStringLiteral("Dark"));
     m_alone->setCheckable(true);
     m_alone->setShortcut(Qt::Key_F11);
     connect(m_alone, &QAction::toggled, this, &CMainWindow::showAlone);
@@ -192,6 +220,21 @@ void CMainWindow::showAlone(bool alone)
     m_panels = QMainWindow::saveState();
     for (QDockWidget* const dock : findChildren<QDockWidget*>()) {
         dock->hide();
+    }
+}
+
+void CMainWindow::showStatistics()
+{
+    QInputDialog dialog(this);
+    dialog.setOption(QInputDialog::UsePlainTextEditForTextInput);
+    dialog.setWindowTitle(tr("Statistics"));
+    dialog.setLabelText(tr("Since the start of the program:"));
+    dialog.setTextValue(m_workbench.statistics());
+    dialog.setOkButtonText(tr("Copy"));
+    dialog.setCancelButtonText(tr("Close"));
+    dialog.resize(REPORT_SIZE);
+    if (dialog.exec() == QDialog::Accepted) {
+        QApplication::clipboard()->setText(dialog.textValue());
     }
 }
 
@@ -219,9 +262,9 @@ void CMainWindow::loadState()
     settings.beginGroup(GROUP);
     restoreGeometry(settings.value(GEOMETRY).toByteArray());
     restoreState(settings.value(STATE).toByteArray());
-    m_alone->setChecked(settings.value(ALONE).toBool());
-    m_dark->setChecked(m_dark->isChecked() || settings.value(DARK).toBool());
-    m_logs->directionAction().setChecked(settings.value(DIRECTION).toBool());
+    for (QAction* const action : m_kept) {
+        action->setChecked(settings.value(action->objectName()).toBool());
+    }
     m_messages->loadState(settings);
     for (const QString& key : COLUMNS) {
         findChild<QTableView*>(key)->horizontalHeader()->restoreState(settings.value(key).toByteArray());
@@ -235,9 +278,9 @@ void CMainWindow::saveState()
     settings.beginGroup(GROUP);
     settings.setValue(GEOMETRY, saveGeometry());
     settings.setValue(STATE, m_alone->isChecked() ? m_panels : QMainWindow::saveState());
-    settings.setValue(ALONE, m_alone->isChecked());
-    settings.setValue(DARK, m_dark->isChecked());
-    settings.setValue(DIRECTION, m_logs->directionAction().isChecked());
+    for (const QAction* const action : m_kept) {
+        settings.setValue(action->objectName(), action->isChecked());
+    }
     m_messages->saveState(settings);
     for (const QString& key : COLUMNS) {
         settings.setValue(key, findChild<QTableView*>(key)->horizontalHeader()->saveState());

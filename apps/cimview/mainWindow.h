@@ -43,10 +43,12 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
+    void makeTitle(QDockWidget& dock);
     QDockWidget* addPanel(const QString& name, const QString& title, QWidget* panel);
     void makeMenus();
     void makeViewMenu();
     void showAlone(bool alone);
+    void showStatistics();
     void showUnread();
     void showRate();
     void loadState();
@@ -63,7 +65,8 @@ private:
     QLabel* m_unread;
     QAction* m_alone;
     QAction* m_dark;
-    QByteArray m_panels; ///< their places, while the messages are alone
+    QList<QAction*> m_kept; ///< choices that are kept for the next time, under their object names
+    QByteArray m_panels;    ///< their places, while the messages are alone
     QTimer m_rateTimer;
     std::uint64_t m_fetched = 0; ///< messages, when the rate was shown last
 };

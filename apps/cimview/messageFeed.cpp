@@ -33,6 +33,15 @@ void CMessageFeed::show(const std::vector<SBusRecord>& records)
     }
 }
 
+void CMessageFeed::showLog(const QString& name, const std::vector<SBusRecord>& records)
+{
+    clear();
+    setPaused(true);
+    show(records);
+    m_log = name;
+    Q_EMIT logChanged(m_log);
+}
+
 void CMessageFeed::setPaused(bool paused)
 {
     if (paused == m_paused) {
@@ -40,6 +49,9 @@ void CMessageFeed::setPaused(bool paused)
     }
     m_paused = paused;
     if (!paused) {
+        if (!m_log.isEmpty()) {
+            empty();
+        }
         show(m_waiting);
         m_waiting = {}; // gives the memory back
     }
@@ -50,8 +62,15 @@ void CMessageFeed::clear()
 {
     m_settled = m_live;
     m_waiting = {};
+    empty();
+}
+
+void CMessageFeed::empty()
+{
     m_trace.clear();
     m_identifiers.clear();
+    m_log.clear();
+    Q_EMIT logChanged(m_log);
 }
 
 } // namespace vexmor::Apps::Cimview

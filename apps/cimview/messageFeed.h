@@ -26,9 +26,13 @@ public:
 
     /// Adds live messages, or holds them back in a pause.
     void addLive(const std::vector<SBusRecord>& records);
-    /// Adds messages of a log, in a pause as well.
+    /// Adds messages, in a pause as well.
     void show(const std::vector<SBusRecord>& records);
-    /// Holds live messages back, or shows those that were held back.
+    /// Shows the messages of a log in place of all others; a pause begins.
+    void showLog(const QString& name, const std::vector<SBusRecord>& records);
+    /// The name of the log that is shown; empty: none.
+    const QString& log() const { return m_log; }
+    /// Holds live messages back, or shows those that were held back, in place of a log.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
     /// Number of messages that are held back.
@@ -44,12 +48,16 @@ public:
 
 Q_SIGNALS:
     void pausedChanged(bool paused);
+    void logChanged(const QString& name);
 
 private:
+    void empty();
+
     const std::size_t m_capacity;
     CTraceModel m_trace;
     CIdentifierModel m_identifiers;
     bool m_paused = false;
+    QString m_log;
     std::uint64_t m_live = 0;
     std::uint64_t m_settled = 0; ///< live messages that are saved or cleared
     std::vector<SBusRecord> m_waiting;

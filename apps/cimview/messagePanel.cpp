@@ -4,18 +4,7 @@
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
-#include <QActionGroup>
-#include <QFileDialog>
-#include <QFontDatabase>
-#include <QHBoxLayout>
-#include <QHeaderView>
-#include <QLabel>
-#include <QLineEdit>
-#include <QScrollBar>
-#include <QSettings>
-#include <QTabWidget>
-#include <QTableView>
-#include <QToolBar>
+#include <QtWidgets>
 
 #include <functional>
 
@@ -60,7 +49,7 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
 
 void CMessagePanel::makeActions()
 {
-    m_pause = makeAction(this, tr("&Pause"), Qt::Key_F8, [this](bool paused) { m_feed.setPaused(paused); });
+    m_pause = makeAction(this, tr("&Pause"), Qt::Key_F8, &CMessagePanel::pause);
     m_pause->setCheckable(true);
     connect(&m_feed, &CMessageFeed::pausedChanged, m_pause, &QAction::setChecked);
     m_follow = new QAction(tr("F&ollow"), this);
@@ -91,6 +80,17 @@ void CMessagePanel::makeActions()
         group->addAction(action);
     }
     m_times = group->actions();
+}
+
+/// Live messages take the place of a log only when the user wants it.
+void CMessagePanel::pause(bool paused)
+{
+    const bool stays =
+        !paused && !m_feed.log().isEmpty() &&
+        QMessageBox::question(this, tr("Pause"), tr("Show live messages in place of %1?").arg(m_feed.log()),
+                              QMessageBox::Ok | QMessageBox::Cancel) != QMessageBox::Ok;
+    m_feed.setPaused(paused || stays);
+    m_pause->setChecked(m_feed.isPaused());
 }
 
 QWidget* CMessagePanel::makeFilterBar()

@@ -41,6 +41,7 @@ public:
 
 private:
     void makeActions();
+    void pause(bool paused);
     QWidget* makeFilterBar();
     void makeTables();
     const SBusRecord& recordOf(const QTableView& view, int row) const;

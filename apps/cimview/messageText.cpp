@@ -77,13 +77,12 @@ QString dateText(std::int64_t microseconds)
 
 QString idText(const Cim::CCanMessage& message)
 {
-    return QString::number(message.id().value(), 16).toUpper().rightJustified(3, QLatin1Char('0'));
+    return QString::fromLatin1(CanLog::formatId(message.id().value()));
 }
 
 QString dataText(const Cim::CCanMessage& message)
 {
-    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return QString::fromLatin1(data.toHex(' ').toUpper());
+    return QString::fromLatin1(CanLog::formatData(message));
 }
 
 QString asciiText(const Cim::CCanMessage& message)
@@ -116,7 +115,7 @@ bool CMessageMatcher::matches(const SBusRecord& record, const CSourceNames& name
     }
     return CSearchLine(record).contains(m_searched) ||
            names.name(record.source).contains(m_text, Qt::CaseInsensitive) ||
-           names.idName(record.message).contains(m_text, Qt::CaseInsensitive);
+           names.idName(record.message.id().value()).contains(m_text, Qt::CaseInsensitive);
 }
 
 Result<std::vector<SFilter>> readFilters(const QString& text)

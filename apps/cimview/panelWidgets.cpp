@@ -3,13 +3,7 @@
 #include "apps/cimview/cellDelegates.h"
 #include "apps/cimview/colours.h"
 
-#include <QApplication>
-#include <QClipboard>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMenu>
-#include <QTableView>
-#include <QToolBar>
+#include <QtWidgets>
 
 #include <algorithm>
 
@@ -102,6 +96,19 @@ QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent)
         bar->widgetForAction(action)->setFocusPolicy(Qt::StrongFocus);
     }
     return bar;
+}
+
+QString chooseFileToWrite(QWidget* parent, const QString& title, const QString& suggestion, const QString& types)
+{
+    QFileDialog dialog(parent, title, QString(), types);
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    const auto takeEnding = [&dialog](const QString& type) {
+        dialog.setDefaultSuffix(type.section(QStringLiteral("*."), 1).remove(QLatin1Char(')')));
+    };
+    QObject::connect(&dialog, &QFileDialog::filterSelected, takeEnding);
+    takeEnding(dialog.selectedNameFilter());
+    dialog.selectFile(suggestion);
+    return dialog.exec() == QDialog::Accepted ? dialog.selectedFiles().value(0) : QString();
 }
 
 QLabel* makeLabel(const QString& text, QWidget* field)

@@ -27,6 +27,10 @@ QList<int> selectedRows(const QTableView& table);
 /// Buttons for actions, with their texts, that Tab reaches; a menu has those that do not fit.
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 
+/// Runs the dialog for the name of a file to write. A name without an ending gets that of the type; `types` are
+/// separated by ";;". Returns nothing when the user cancels.
+QString chooseFileToWrite(QWidget* parent, const QString& title, const QString& suggestion, const QString& types);
+
 /// The label of a field; the letter behind & sets the focus to the field.
 QLabel* makeLabel(const QString& text, QWidget* field);
 

@@ -3,15 +3,7 @@
 #include "apps/cimview/panelWidgets.h"
 #include "apps/cimview/workbench.h"
 
-#include <QComboBox>
-#include <QFileDialog>
-#include <QFontDatabase>
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QSettings>
-#include <QTableView>
+#include <QtWidgets>
 
 #include <algorithm>
 
@@ -210,7 +202,7 @@ void CSendPanel::loadList()
 
 void CSendPanel::saveList()
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save list"), QStringLiteral("messages.ini"), LIST_TYPE);
+    const QString path = chooseFileToWrite(this, tr("Save list"), QStringLiteral("messages"), LIST_TYPE);
     if (path.isEmpty()) {
         return;
     }

@@ -1,6 +1,5 @@
 #include "apps/cimview/sourceNames.h"
 
-#include "apps/cimview/messageText.h"
 #include "apps/host/words.h"
 #include "canlog/candumpLog.h"
 
@@ -38,10 +37,10 @@ Failure CSourceNames::loadIds(const QString& path)
     return {};
 }
 
-QString CSourceNames::idText(const Cim::CCanMessage& message) const
+QString CSourceNames::idText(std::uint16_t id) const
 {
-    const QString name = idName(message);
-    const QString number = Cimview::idText(message);
+    const QString name = idName(id);
+    const QString number = QString::fromLatin1(CanLog::formatId(id));
     return name.isEmpty() ? number : QStringLiteral("%1 %2").arg(number, name);
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "canlog/problem.h"
-#include "cim/canMessage.h"
 
 #include <QHash>
 #include <QString>
@@ -38,9 +37,9 @@ public:
     /// comment from # on.
     Failure loadIds(const QString& path);
     /// The name of an identifier; empty: it has none.
-    QString idName(const Cim::CCanMessage& message) const { return m_idNames.value(message.id().value()); }
+    QString idName(std::uint16_t id) const { return m_idNames.value(id); }
     /// The identifier, and its name if it has one.
-    QString idText(const Cim::CCanMessage& message) const;
+    QString idText(std::uint16_t id) const;
 
 private:
     QStringList m_names;

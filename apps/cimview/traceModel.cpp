@@ -136,7 +136,7 @@ QVariant CTraceModel::data(const QModelIndex& index, int role) const
     case eDirection:
         return directionText(shown.sent);
     case eId:
-        return m_names.idText(shown.message);
+        return m_names.idText(shown.message.id().value());
     case eData:
         return dataText(shown.message);
     case eAscii:

@@ -1,7 +1,5 @@
 #include "apps/cimview/workbench.h"
 
-#include "apps/host/clock.h"
-
 #include <algorithm>
 
 namespace vexmor::Apps::Cimview
@@ -79,6 +77,15 @@ void CWorkbench::addFound()
     Q_EMIT scanEnded(added);
 }
 
+QString CWorkbench::statistics() const
+{
+    const auto errorText = [this](std::uint16_t source, int error) {
+        return m_interfaces.eventOf(SErrorRecord{0, source, error}).text;
+    };
+    const auto name = [this](std::uint16_t source) { return m_names.name(source); };
+    return m_statistics.text(microsecondsNow(), name, errorText);
+}
+
 void CWorkbench::note(const QString& text)
 {
     m_events.add(eventNow(EEvent::eNote, text));
@@ -92,6 +99,7 @@ void CWorkbench::warn(const QString& text)
 void CWorkbench::fetch()
 {
     m_mailbox->take(m_delivery);
+    m_statistics.add(m_delivery);
     reportRefused();
     m_fetched += m_delivery.records.size();
     m_feed.addLive(m_delivery.records);
@@ -127,6 +135,7 @@ void CWorkbench::sampleStates()
             m_feed.identifiers().interrupt(m_names.numberOf(one.name()), microsecondsNow());
         }
         m_busloads.add(one.name(), {microsecondsNow(), one.status().busload});
+        m_statistics.addLoad(m_names.numberOf(one.name()), one.status().busload);
     }
     m_interfaces.refreshStates();
 }

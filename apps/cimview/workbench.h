@@ -3,13 +3,15 @@
 #include "apps/cimview/busloadHistory.h"
 #include "apps/cimview/eventModel.h"
 #include "apps/cimview/interfaceList.h"
-#include "apps/cimview/logRecorder.h"
 #include "apps/cimview/messageFeed.h"
 #include "apps/cimview/sendList.h"
 #include "apps/cimview/sourceNames.h"
+#include "apps/host/clock.h"
 #include "apps/host/embeddedSim.h"
 #include "apps/host/interfaceScan.h"
+#include "apps/host/logRecorder.h"
 #include "apps/host/mailbox.h"
+#include "apps/host/sessionStatistics.h"
 
 #include <QObject>
 #include <QTimer>
@@ -47,6 +49,8 @@ public:
     CEmbeddedSim& sim() { return m_sim; }
     /// Starts a scan of the network, unless one is running; an event reports what prevents it.
     void startScan();
+    /// What happened since the program was started, as a text for the user.
+    QString statistics() const;
     /// Adds a text to the event log.
     void note(const QString& text);
     /// The same about something that was lost or did not work: counted as unread.
@@ -67,13 +71,14 @@ private:
     CEmbeddedSim m_sim; ///< outlives the interfaces that use it
     CSourceNames m_names;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
-    CLogRecorder m_recorder{m_names};
+    CLogRecorder m_recorder{QStringLiteral("cimview-")};
     CInterfaceList m_interfaces;
     CInterfaceScan m_scan;
     CMessageFeed m_feed;
     CEventModel m_events;
     CSendList m_sendList{[this](const QString& name) { return m_interfaces.sendObstacle(name); }};
     CBusloadHistory m_busloads;
+    CSessionStatistics m_statistics{microsecondsNow()};
     QTimer m_fetchTimer;
     QTimer m_sampleTimer;
     SDelivery m_delivery;

@@ -5,12 +5,12 @@
 namespace vexmor::Apps
 {
 
-/// What the exit code of each of the programs means.
+/// The exit codes of all programs.
 enum EExitCode : int {
     eDone = 0,
-    eRefused = 1,      ///< the gateway, the plugin or the system refused
-    eWrongUsage = 2,   ///< what was typed, or a log, makes no sense
-    eInterrupted = 130 ///< Ctrl-C before everything was sent or found
+    eRefused = 1,      ///< The gateway, the plugin or the system refused the operation.
+    eWrongUsage = 2,   ///< The command line or a log is wrong.
+    eInterrupted = 130 ///< Ctrl-C before everything was sent or found.
 };
 
 inline EExitCode exitCodeOf(const SProblem& problem)

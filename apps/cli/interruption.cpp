@@ -13,7 +13,7 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// Not SIGHUP where it is ignored, as nohup leaves it for the program that it starts.
+/// Sets the handler of the signals, except for SIGHUP if it is ignored, as it is in programs that nohup starts.
 void handleSignals(void (*handler)(int))
 {
     struct sigaction action = {};

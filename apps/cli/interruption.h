@@ -5,15 +5,16 @@
 namespace vexmor::Apps
 {
 
-/// Turns the first SIGINT (Ctrl-C), SIGTERM or SIGHUP (the terminal is closed; not under nohup) into a signal of the
-/// event loop; a second one ends the program at once. One object at a time, in the main thread, after QCoreApplication.
+/// Emits a signal from the event loop at the first SIGINT (Ctrl-C), SIGTERM or SIGHUP (closed terminal; ignored under
+/// nohup). A second one of these ends the program at once. Only one object may exist at a time, in the main thread,
+/// created after QCoreApplication.
 class CInterruption : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Without a free descriptor the signals keep their default action. With `seconds` the program ends at the latest
-    /// so long after the first of the signals, with success, whatever holds it up.
+    /// If `seconds` is not 0, the program ends with success that long after the first signal, even if it is blocked. If
+    /// no file descriptor is free, the signals keep their default action.
     explicit CInterruption(QObject* parent = nullptr, unsigned int seconds = 0);
     ~CInterruption() override;
 
@@ -24,7 +25,7 @@ private:
     static void onSignal(int number);
     void onWakeUp();
 
-    static int s_writeEnd; ///< a signal handler may do little more than write a byte
+    static int s_writeEnd; ///< Pipe to which the signal handler writes a byte.
     static unsigned int s_seconds;
 
     int m_readEnd = -1;

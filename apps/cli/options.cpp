@@ -13,16 +13,29 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// Text as it was typed; bytes that are none in the user's locale are kept as they can be.
+/// Returns a text that was typed, decoded by the user's locale.
 QString textOf(const std::string& typed)
 {
     return QString::fromLocal8Bit(typed.c_str());
 }
 
-// The help, which would look different with each version of the parser; packaging/fromHelp reads it.
+/// The same for a value. Bytes that are no text in the user's locale are refused: they would name another file.
+QString valueOf(const std::string& typed)
+{
+    QString text = textOf(typed);
+    if (text.toLocal8Bit() != typed.c_str()) {
+        throw CLI::ValidationError("'" + text.toStdString() +
+                                   "': the name is not in UTF-8; rename the file or link to it");
+    }
+    return text;
+}
+
+// The functions below format the help. Otherwise it would differ between versions of the parser, and packaging/fromHelp
+// could not read it.
 constexpr std::size_t TEXT_COLUMN = 30;
 
-/// What can be typed and, from TEXT_COLUMN on, what it does; in a line of its own where it does not fit beside it.
+/// Returns an option or command and, from TEXT_COLUMN on, its description; the description has a line of its own if
+/// there is no room in the first.
 std::string helpLine(const std::string& typed, const std::string& text)
 {
     const std::string left = "  " + typed;
@@ -38,7 +51,7 @@ bool takesSeveral(const CLI::Option& option)
 std::string typedOf(const CLI::Option& option)
 {
     std::string text = option.get_name(option.get_positional(), !option.get_positional());
-    if (option.get_items_expected_max() > 0) { // no flag
+    if (option.get_items_expected_max() > 0) { // not a flag
         const std::string type = option.get_type_name();
         const std::string value = option.get_default_str();
         text += (type.empty() ? "" : " " + type) + (value.empty() ? "" : "=" + value);
@@ -51,7 +64,7 @@ std::string typedOf(const CLI::Option& option)
     return text;
 }
 
-/// The options of a kind under a title; empty without any.
+/// Returns a title and the options of a kind; empty if there are none.
 std::string helpSection(const CLI::App& app, const std::string& title,
                         const std::function<bool(const CLI::Option*)>& isMeant)
 {
@@ -89,7 +102,7 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
     return text + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + '\n');
 }
 
-/// Makes a clear yes "true" and a clear no "false"; returns whether the text was one of them.
+/// Replaces yes and no, in one of their usual forms, by "true" and "false". Returns false for any other text.
 bool readAnswer(std::string& text)
 {
     static const std::map<std::string, std::string> ANSWERS = {{"true", "true"}, {"yes", "true"},   {"on", "true"},
@@ -98,7 +111,7 @@ bool readAnswer(std::string& text)
     return CLI::CheckedTransformer(ANSWERS, CLI::ignore_case)(text).empty();
 }
 
-/// For flags: the library itself takes many other texts for a yes or a no.
+/// Returns a validator for flags. The parser itself accepts many other texts for yes and no.
 CLI::Validator isAnswer()
 {
     const auto read = [](std::string& text) {
@@ -107,7 +120,7 @@ CLI::Validator isAnswer()
     return CLI::Validator(read, "");
 }
 
-/// Reads files of options. The library would take an empty value for a yes.
+/// Reads files of options. The parser itself would take an empty value of a flag for yes.
 class COptionFile : public CLI::ConfigTOML
 {
 public:
@@ -117,7 +130,7 @@ public:
         if (text.empty() || text == "{}") {
             throw CLI::ConversionError(item.fullname() + " has no value");
         }
-        readAnswer(text); // any other text is left for the option
+        readAnswer(text); // leaves any other text to the validator of the option
         return text;
     }
 };
@@ -155,9 +168,8 @@ std::optional<int> CCommandLine::parse(int argc, char** argv, const std::functio
     } catch (const CLI::Error& error) {
         const std::vector<std::string> unknown = m_app->remaining();
         const bool isCommand = needsCommand && m_app->get_subcommands().empty() && !unknown.empty();
-        const std::string text = isCommand ? "there is no command '" + unknown.front() + "'" : error.what();
-        return fail(wrongUsage(
-            QStringLiteral("%1 (%2 --help tells what can be typed)").arg(textOf(text), textOf(m_app->get_name()))));
+        const std::string text = isCommand ? "unknown command '" + unknown.front() + "'" : error.what();
+        return fail(wrongUsage(QStringLiteral("%1 (see %2 --help)").arg(textOf(text), textOf(m_app->get_name()))));
     }
     return std::nullopt;
 }
@@ -198,14 +210,14 @@ COption COption::check(const std::function<Failure(const QString&)>& read, const
         const Failure failure = read(textOf(text));
         return failure ? failure->text.toStdString() : std::string();
     };
-    return m_option->transform(CLI::Validator(fault, name)); // comes before those that were added earlier
+    return m_option->transform(CLI::Validator(fault, name)); // runs before those that were added earlier
 }
 
 COption COption::address() const
 {
     const auto read = [](std::string& text) {
         const std::string typed = std::exchange(text, plainAddress(textOf(text)).toStdString());
-        return text.empty() ? "'" + typed + "' is no address like 192.168.1.70" : std::string();
+        return text.empty() ? "'" + typed + "' is not an address like 192.168.1.70" : std::string();
     };
     return m_option->transform(CLI::Validator(read, ""));
 }
@@ -261,7 +273,7 @@ COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest
 COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
                   const std::string& help, const std::string& type)
 {
-    const auto check = [=](const QString& text) { // CLI::Range would let "nan" through
+    const auto check = [=](const QString& text) { // CLI::Range accepts "nan"
         bool ok = false;
         const double number = text.toDouble(&ok);
         const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);
@@ -293,7 +305,7 @@ COption addText(CLI::App& app, const std::string& names, const std::function<voi
 {
     return app
         .add_option_function<std::string>(
-            names, [take](const std::string& text) { take(textOf(text)); }, help)
+            names, [take](const std::string& text) { take(valueOf(text)); }, help)
         ->type_name(type);
 }
 
@@ -303,7 +315,7 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
     const auto take = [&values](const std::vector<std::string>& texts) {
         values.clear();
         for (const std::string& text : texts) {
-            values.append(textOf(text));
+            values.append(valueOf(text));
         }
     };
     return app.add_option_function<std::vector<std::string>>(names, take, help)

@@ -11,18 +11,18 @@
 #include <string>
 #include <vector>
 
-// Not <CLI/CLI.hpp>, which takes longer to compile than all the rest: options.cpp alone includes it.
+// Only options.cpp includes <CLI/CLI.hpp>, which takes long to compile.
 namespace CLI
 {
 class App;
 class Option;
 } // namespace CLI
 
-/// How the programs read what is typed.
+/// The command lines of the programs.
 namespace vexmor::Apps
 {
 
-/// The command line of a program: --help, --version and what is added to it by the functions below.
+/// The command line of a program: --help, --version, and options added by the functions below.
 class CCommandLine
 {
 public:
@@ -32,15 +32,15 @@ public:
 
     /// Adds an option that names a file of options, "name=value", one per line. Unknown names are wrong usage.
     void addConfigFile(const std::string& names, const std::string& help, const std::string& type);
-    /// Returns the exit code when nothing is left to do: after --help and --version, and that of `fail` after wrong
-    /// usage.
+    /// Parses the arguments. Returns an exit code if the program is to end: after --help and --version, and the result
+    /// of `fail` after wrong usage.
     std::optional<int> parse(int argc, char** argv, const std::function<int(const SProblem&)>& fail);
 
 private:
     std::unique_ptr<CLI::App> m_app;
 };
 
-/// An option that was added to a command line, with what else is to be said of it.
+/// An option of a command line. Its functions add properties to it.
 class COption
 {
 public:
@@ -48,24 +48,30 @@ public:
     COption required() const;
     COption group(const char* title) const;
     COption needs(const COption& other) const;
-    /// Takes several values at a time.
+    /// Lets the option take several values at a time.
     COption several() const;
-    /// May be given without a value, which is then empty.
+    /// Lets the option be given without a value, which is then empty.
     COption optionalValue() const;
-    /// The help shows the value that it has without the option.
+    /// Shows a default value in the help.
     COption showDefault(const QString& text) const;
-    // What it may be; the help does not repeat it, but for the name of `check`.
-    COption address() const; ///< IPv4, which becomes one without leading zeros
-    COption bitRate() const; ///< of the CAN bus, kbit/s
+
+    // Restrictions of the value. The help shows only the name of `check`.
+
+    /// Accepts IPv4 addresses and removes leading zeros.
+    COption address() const;
+    /// Accepts bit rates of the CAN bus in kbit/s.
+    COption bitRate() const;
     COption whole(int lowest, int highest) const;
-    COption oneOf(const std::vector<std::string>& choices) const; ///< becomes one of these, whatever its case
+    /// Accepts one of the choices in any case and replaces the value by it.
+    COption oneOf(const std::vector<std::string>& choices) const;
+    /// Accepts values for which `read` does not fail.
     COption check(const std::function<Failure(const QString&)>& read, const std::string& name = {}) const;
 
 private:
     CLI::Option* m_option;
 };
 
-/// Adds a command, one of which is to be typed.
+/// Adds a command and requires that one command is given. `chosen` is called if it is this one.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
 void setFooter(CLI::App& app, const std::string& text);
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
@@ -78,13 +84,13 @@ COption addText(CLI::App& app, const std::string& names, QString& value, const s
                 const std::string& type = {});
 COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
                 const std::string& help, const std::string& type);
-/// Reads the text; a problem is wrong usage, and printed as it is.
+/// Adds an option whose value is passed to `read`. Its failure is wrong usage, and its text is printed unchanged.
 COption addValue(CLI::App& app, const std::string& names, const std::function<Failure(const QString&)>& read,
                  const std::string& help, const std::string& type);
-/// One value each time it is given.
+/// Adds an option that may be given several times, with one value each.
 COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
                  const std::string& type = {});
-/// Values in one, with commas between them. The help shows those that it has without the option.
+/// Adds an option with a list of values, separated by commas. The help shows the present `values` as the default.
 COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help);
 
 } // namespace vexmor::Apps

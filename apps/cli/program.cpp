@@ -2,6 +2,9 @@
 
 #include "apps/cli/exitCodes.h"
 
+#include <QCoreApplication>
+
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -16,7 +19,7 @@ void keepStandardDescriptors()
 {
     int descriptor = 0;
     do {
-        descriptor = open("/dev/null", O_RDONLY); // the lowest that is free; to print there fails
+        descriptor = open("/dev/null", O_RDONLY); // gets the lowest free number; writing to it fails
     } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
     close(descriptor);
 }
@@ -24,8 +27,10 @@ void keepStandardDescriptors()
 
 int runProgram(const char* prefix, const std::function<int()>& program)
 {
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
+    QCoreApplication::setApplicationName(QStringLiteral("Cim"));
     keepStandardDescriptors();
-    std::signal(SIGPIPE, SIG_IGN); // to write where no one reads any more fails, and does not end the program
+    std::signal(SIGPIPE, SIG_IGN); // writing to a closed pipe fails instead of ending the program
     try {
         const int exitCode = program();
         if (exitCode != eDone || flushOutput()) {
@@ -42,6 +47,13 @@ int fail(const char* prefix, const SProblem& problem)
 {
     std::fprintf(stderr, "%s: %s\n", prefix, qPrintable(problem.text));
     return exitCodeOf(problem);
+}
+
+QString printableText(QString text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](QChar one) { return !one.isPrint(); }, QLatin1Char('?'));
+    return text;
 }
 
 bool flushOutput()

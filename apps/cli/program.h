@@ -2,21 +2,27 @@
 
 #include "canlog/problem.h"
 
+#include <QString>
+
 #include <functional>
 
-/// What every program does around its work.
+/// The common part of all programs: `main`, errors and output.
 namespace vexmor::Apps
 {
 
-/// The rest of `main`: runs a program and returns its exit code. Takes the descriptors 0 to 2 when they are closed, so
-/// that no socket gets the number and with it what is printed; reports an exception (no memory, say), and output that
-/// the system did not take (disk full), in a line on stderr that begins with `prefix`.
+/// Runs a program and returns the exit code for `main`. Sets the names that locate the store of interfaces, and opens the descriptors 0 to 2 if they are closed:
+/// otherwise a socket could get such a number and with it the printed output. Reports exceptions (no memory) and output
+/// that could not be written (disk full) in a line on stderr that begins with `prefix`.
 int runProgram(const char* prefix, const std::function<int()>& program);
 
-/// Prints a problem on stderr in a line that begins with `prefix`, and returns the exit code for it.
+/// Prints a problem in a line on stderr that begins with `prefix`, and returns its exit code.
 int fail(const char* prefix, const SProblem& problem);
 
-/// Hands what was printed to the system. False when it was not taken, now or before.
+/// Returns the text with a question mark in place of each character that is not printable: texts from the network may
+/// contain line ends and sequences that control a terminal.
+QString printableText(QString text);
+
+/// Writes buffered output of stdout. Returns false if this, or an earlier write, failed.
 bool flushOutput();
 
 } // namespace vexmor::Apps

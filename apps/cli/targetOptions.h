@@ -11,17 +11,17 @@
 namespace vexmor::Apps
 {
 
-/// The gateways that the user named.
+/// The gateways that the user named on the command line.
 struct STargetOptions {
-    QStringList texts; ///< TARGET, one at least
-    Settings settings; ///< of the options beside it; not for a stored name
+    QStringList texts; ///< The TARGET texts.
+    Settings settings; ///< Settings from options; not allowed for a stored interface.
 
     enum class ENumber { eOne, eSeveral, eAny };
-    /// Adds TARGET, or TARGETS, and the options beside it to a command.
+    /// Adds TARGET or TARGETS, and the options for the settings, to a command.
     void addTo(CLI::App& command, ENumber number = ENumber::eOne);
 };
 
-/// Adds the options that say where the plugins are.
+/// Adds the options for the place of the plugins.
 void addPluginPlace(CLI::App& app, SPluginPlace& place);
 /// Adds an option for a parameter of an interface.
 COption addSetting(CLI::App& command, const std::string& names, Settings& settings, QLatin1String key,

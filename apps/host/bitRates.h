@@ -5,7 +5,7 @@
 namespace vexmor::Apps
 {
 
-/// The bit rates that a T93 can set on its CAN bus, kbit/s, as the user types or chooses them.
+/// Returns the bit rates of the CAN bus that a T93 supports, in kbit/s, as texts that users type or choose.
 inline QStringList bitRates()
 {
     return {QStringLiteral("50"),  QStringLiteral("100"), QStringLiteral("125"),

@@ -7,7 +7,8 @@
 namespace vexmor::Apps
 {
 
-/// Microseconds since the epoch; 0 on a PC whose clock stands before it, since logs have no such times.
+/// Returns the time in microseconds since the epoch; 0 when the clock is set to an earlier time, which logs cannot
+/// hold.
 inline std::int64_t microsecondsNow()
 {
     using namespace std::chrono;

@@ -13,27 +13,28 @@
 namespace vexmor::Apps
 {
 
-/// A simulated gateway inside this program, on 127.0.0.1 and a port that the system picks, with traffic on its bus:
-/// some amplifiers that report, or a log that is played. It echoes what a host sends. Lives in the main thread.
+/// A simulated gateway inside this program, on 127.0.0.1 and a port that the system chooses. Its bus has generated
+/// traffic, or that of a log. Messages that are sent to it come back. It lives in the main thread.
 class CEmbeddedSim : public QObject
 {
     Q_OBJECT
 
 public:
     CEmbeddedSim();
-    /// Starts the gateway. An empty `logFile` stands for generated traffic. With `loop` the log begins again at its
+    /// Starts the gateway. An empty `logFile` stands for generated traffic; with `loop`, the log starts again at its
     /// end. Fails when the gateway cannot listen or the log cannot be read.
     Failure start(const QString& logFile, bool loop = false);
 
     Sim::CSimBus& bus() { return m_bus; }
     Sim::CSimGateway& gateway() { return m_gateway; }
-    /// Starts the traffic as soon as the gateway knows a host: none of it is missed.
+    /// Starts the traffic as soon as a host is connected, so that the host misses no message.
     void startTraffic();
-    /// Messages that were on the bus for the host so far.
+    /// Returns the number of messages on the bus so far that the host should have received.
     std::uint64_t messagesToHost() const { return m_messagesToHost; }
 
 Q_SIGNALS:
-    /// The log was played to its end; `error` tells when a line could not be read. Its last messages may be under way.
+    /// The log was played to its end, or to a malformed line, which `error` then describes. Its last messages may not
+    /// have arrived yet.
     void logEnded(const QString& error);
 
 private:

@@ -10,7 +10,7 @@ namespace
 {
 const QString PORT_TEXT = QStringLiteral("IP=");
 
-/// The parts between colons, the address first and without leading zeros; it is empty when it is none.
+/// Returns the parts between colons. The first is the address without leading zeros, or empty if it is invalid.
 QStringList partsOf(const QString& text)
 {
     const int start = text.startsWith(PORT_TEXT) ? PORT_TEXT.size() : 0;
@@ -55,7 +55,7 @@ QString plainAddress(const QString& typed)
     for (QString& number : numbers) {
         bool ok = false;
         const unsigned int value = number.toUInt(&ok);
-        // toUInt alone would also take blanks and signs.
+        // toUInt also accepts blanks and signs.
         if (!ok || value > 0xFF || !number.front().isDigit() || !number.back().isDigit()) {
             return {};
         }
@@ -74,13 +74,13 @@ Result<Settings> readAddress(const QString& text, Settings present)
     const QStringList parts = partsOf(text);
     Failure failure;
     if (parts.first().isEmpty()) {
-        failure = wrongUsage(Words::tr("'%1' is no address like 192.168.1.70:30000:TCP").arg(text));
+        failure = wrongUsage(Words::tr("'%1' is not an address like 192.168.1.70:30000:TCP").arg(text));
     } else if (text.startsWith(PORT_TEXT) && parts.size() != 3) {
         failure = wrongUsage(Words::tr("port text %1: must be IP=ADDRESS:PORT:PROTOCOL").arg(text));
     } else if (parts.size() > 3) {
         failure = wrongUsage(Words::tr("address %1: must be ADDRESS[:PORT][:TCP|:UDP]").arg(text));
     }
-    // The port may be left out: then the protocol comes second.
+    // Without a port, the protocol is the second part.
     const bool hasPort = parts.size() == 3 || (parts.size() == 2 && !isProtocol(parts.at(1)));
     if (!failure && hasPort) {
         failure = setPort(present, parts.at(1));

@@ -8,9 +8,9 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// From one repetition of the requests to a silent gateway to the next.
+/// Time between two repetitions of the requests to a silent gateway.
 constexpr int REPEAT_MS = 3000;
-/// A request that has no answer after this time counts as unanswered; a gateway answers within milliseconds.
+/// Time after which a request counts as unanswered; a gateway answers within milliseconds.
 constexpr int ANSWER_MS = 1000;
 } // namespace
 
@@ -23,7 +23,7 @@ CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterf
     m_canInterface->setCommonInfo(info);
     m_canInterface->setParent(this);
     m_canInterface->setSpyHandler(&CHostedInterface::spy);
-    // By name: the class that has the signal is known to the plugin alone.
+    // Connected by name, because only the plugin knows the class that has the signal.
     connect(m_canInterface.get(), SIGNAL(interfaceError(int)), this, SIGNAL(errorRaised(int)));
 }
 
@@ -48,15 +48,15 @@ QString titleOf(const QString& errorText)
 
 const SInterfaceStatus& CHostedInterface::updateStatus()
 {
-    const SInterfaceStatus now = look();
+    const SInterfaceStatus now = readStatus();
     const bool isUnheard = now.connection == EConnection::eOpen || now.connection == EConnection::eSilent;
     if (!isUnheard || m_canInterface->property("Protocol").toString() != QLatin1String("UDP")) {
         m_nextRequest = QDeadlineTimer();
     } else if (!m_status.hasLink()) {
-        m_nextRequest.setRemainingTime(REPEAT_MS); // the opening has just sent them
+        m_nextRequest.setRemainingTime(REPEAT_MS); // opening has just sent the requests
     } else if (m_nextRequest.hasExpired()) {
         m_nextRequest.setRemainingTime(REPEAT_MS);
-        QMetaObject::invokeMethod(m_canInterface.get(), "onSocketConnected"); // sends what follows a connection
+        QMetaObject::invokeMethod(m_canInterface.get(), "onSocketConnected"); // sends the requests of a new connection
     }
     const bool mayAnswer = m_nextRequest.remainingTime() > REPEAT_MS - ANSWER_MS;
     if (now.connection != EConnection::eSilent || !mayAnswer) {
@@ -65,8 +65,8 @@ const SInterfaceStatus& CHostedInterface::updateStatus()
     return m_status;
 }
 
-/// Returns what the interface says of its connection.
-SInterfaceStatus CHostedInterface::look()
+/// Returns the present status of the interface.
+SInterfaceStatus CHostedInterface::readStatus()
 {
     const Cim::CCommonInfo& info = m_canInterface->commonInfo();
     const SEvidence evidence{m_canInterface->isOpened(), info.connectionState() == Cim::CCommonInfo::eConnected,
@@ -91,7 +91,7 @@ SInterfaceStatus CHostedInterface::look()
 
 int CHostedInterface::spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& /*message*/)
 {
-    if (!sending) { // whether a message is sent is known when `writeMessage` returns
+    if (!sending) { // `send` reports sent messages, after `writeMessage` has accepted them
         auto* const self = static_cast<CHostedInterface*>(canInterface.parent());
         ++self->m_arrived;
         self->takeMessages();

@@ -12,14 +12,14 @@
 namespace vexmor::Apps
 {
 
-/// Returns the first line of an interface's text for an error: what happened. The other lines say what to do.
+/// Returns the first line of an interface's text for an error, which names the error. The other lines give advice.
 QString titleOf(const QString& errorText);
 
-/// An interface whose messages and errors are signals.
+/// An interface that reports its messages and errors by signals.
 ///
 /// The spy handler empties the queue of the interface at each received message, so that the queue never fills, and sent
 /// and received messages keep their order. Lives in the thread of its interface, which must run an event loop; both
-/// move to another thread together, by `moveToThread` of this object. A slot deletes it by `deleteLater` only.
+/// move to another thread together, by `moveToThread` of this object. Slots may delete it only by `deleteLater`.
 class CHostedInterface : public QObject
 {
     Q_OBJECT
@@ -33,11 +33,11 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message and returns the result code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// Looks at the connection and returns what is known of it. Called several times per second while the interface is
-    /// open: over UDP, where requests and answers can be lost, this also repeats the requests for identity and load
-    /// every 3 s while nothing is heard. There a gateway counts as silent only when it did not answer them for 1 s.
+    /// Checks the connection and returns its status. Called several times per second while the interface is open. Over
+    /// UDP, where requests and answers can be lost, it also repeats the requests for identity and load every 3 s while
+    /// no frame arrives; there a gateway counts as silent only after leaving such a request unanswered for 1 s.
     const SInterfaceStatus& updateStatus();
-    /// Returns what `updateStatus` returned last.
+    /// Returns the last result of `updateStatus`.
     const SInterfaceStatus& status() const { return m_status; }
     /// Returns the number of messages that `received` reported.
     std::uint64_t receivedCount() const { return m_received; }
@@ -46,7 +46,7 @@ public:
 
 Q_SIGNALS:
     void received(const vexmor::Cim::CCanMessage& message);
-    /// The interface accepted a message.
+    /// The interface accepted a message for sending.
     void sent(const vexmor::Cim::CCanMessage& message);
     /// The interface raised an error; it stays open.
     void errorRaised(int error);
@@ -54,13 +54,13 @@ Q_SIGNALS:
 private:
     static int spy(const Cim::CCanInterface& canInterface, bool sending, const Cim::CCanMessage& message);
     void takeMessages();
-    SInterfaceStatus look();
+    SInterfaceStatus readStatus();
 
-    std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< child: so the spy handler, a plain function, finds this
-    std::uint64_t m_arrived = 0;                        ///< messages that the spy handler saw
+    std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< A child, so that the spy handler finds this object.
+    std::uint64_t m_arrived = 0;                        ///< Number of received messages that the spy handler saw.
     std::uint64_t m_received = 0;
     SInterfaceStatus m_status;
-    QDeadlineTimer m_nextRequest; ///< expired while the gateway is heard
+    QDeadlineTimer m_nextRequest; ///< Time of the next repeated requests; expired while frames arrive.
 };
 
 } // namespace vexmor::Apps

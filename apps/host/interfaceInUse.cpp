@@ -14,7 +14,7 @@ CInterfaceInUse::CInterfaceInUse(std::unique_ptr<Cim::CCanInterface> canInterfac
     m_status.connection = EConnection::eConnecting;
     connect(m_worker.get(), &CInterfaceWorker::statusWaits, this, &CInterfaceInUse::onStatus, Qt::QueuedConnection);
     connect(m_worker.get(), &CInterfaceWorker::wasReset, this, &CInterfaceInUse::wasReset, Qt::QueuedConnection);
-    // The attempt may have ended before the signal was connected; the owner has connected its slots by then.
+    // Reports the status once more: the attempt may have ended before the signal was connected.
     QMetaObject::invokeMethod(this, &CInterfaceInUse::onStatus, Qt::QueuedConnection);
 }
 

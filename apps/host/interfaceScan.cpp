@@ -23,12 +23,12 @@ Failure CInterfaceScan::start(const QStringList& addresses)
     for (const SPlugin& plugin : m_plugins) {
         for (const QString& address : addresses) {
             if (!plugin.object->addScanAddress(plainAddress(address))) {
-                return wrongUsage(Words::tr("'%1' is no address like 192.168.1.70").arg(address));
+                return wrongUsage(Words::tr("'%1' is not an address like 192.168.1.70").arg(address));
             }
         }
         m_running += plugin.object->scanInterfaces() == 0 ? 1 : 0;
     }
-    return isRunning() ? Failure() : SProblem{Words::tr("the plugin scans already")};
+    return isRunning() ? Failure() : SProblem{Words::tr("the scan cannot be started; another one may be running")};
 }
 
 void CInterfaceScan::onScanFinished(int /*pluginId*/, const QList<CCanInterface*>& interfaceList)

@@ -13,10 +13,10 @@
 namespace vexmor::Apps
 {
 
-using Cim::CCanInterface; // a slot is connected by the names of its parameters, as the plugin writes them
+using Cim::CCanInterface; // the slot's parameter must be written as in the plugin's signal
 
-/// Scans the network by every plugin at once, as often as the user likes, and keeps what the last scan found. A scan
-/// takes over 4 s, in the event loop. When this object is deleted before that, the plugin deletes what it finds.
+/// Scans the network with all plugins at the same time and keeps the interfaces that the last scan found. A scan takes
+/// over 4 s and needs the event loop. If this object is deleted before its end, the plugins delete what they find.
 class CInterfaceScan : public QObject
 {
     Q_OBJECT
@@ -25,15 +25,15 @@ public:
     /// `plugins` must outlive the object.
     explicit CInterfaceScan(const std::vector<SPlugin>& plugins);
 
-    /// Starts a scan, when none is running; requests also go to each of `addresses`. Fails when one is no address, and
-    /// when no plugin can scan.
+    /// Starts a scan unless one is running. Requests are also sent directly to each of `addresses`. Fails when one of
+    /// them is invalid, or no plugin can scan.
     Failure start(const QStringList& addresses = {});
     bool isRunning() const { return m_running > 0; }
-    /// The interfaces found, closed, in the order in which they answered.
+    /// Returns the interfaces found, closed, in the order in which they answered. The caller may take them.
     std::vector<std::unique_ptr<CCanInterface>>& found() { return m_found; }
 
 Q_SIGNALS:
-    /// Every plugin has delivered its interfaces.
+    /// All plugins have delivered their interfaces.
     void finished();
 
 private Q_SLOTS:
@@ -42,7 +42,7 @@ private Q_SLOTS:
 private:
     const std::vector<SPlugin>& m_plugins;
     std::vector<std::unique_ptr<CCanInterface>> m_found;
-    int m_running = 0; ///< number of plugins that scan
+    int m_running = 0; ///< Number of plugins that are scanning.
 };
 
 } // namespace vexmor::Apps

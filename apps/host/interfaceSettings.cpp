@@ -10,13 +10,13 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// The property by which an interface shows a parameter: its key without dashes.
+/// Returns the property for a parameter: its key without dashes.
 QByteArray propertyOf(const QString& key)
 {
     return QString(key).remove(QLatin1Char('-')).toLatin1();
 }
 
-/// Sets a parameter; false when the interface does not have it, or refuses the value.
+/// Sets a parameter. Returns false when the interface does not have it or refuses the value.
 bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, const QVariant& value)
 {
     if (canInterface.metaObject()->indexOfProperty(property) < 0 || !canInterface.setProperty(property, value)) {
@@ -33,7 +33,7 @@ bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, 
     }
 }
 
-/// As the store has it: flags as numbers.
+/// Returns a value as in the store, where flags are numbers.
 QString textOf(const QVariant& value)
 {
     return value.userType() == QMetaType::Bool ? QString::number(value.toInt()) : value.toString();
@@ -56,7 +56,7 @@ Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings
             return SProblem{canInterface.errorCodeToString(Cim::RC_BAUDRATE_NOT_SUPPORTED),
                             Cim::RC_BAUDRATE_NOT_SUPPORTED};
         }
-        return SProblem{Words::tr("the interface does not take %1 %2").arg(entry.key(), *entry)};
+        return SProblem{Words::tr("the interface does not accept %1 %2").arg(entry.key(), *entry)};
     }
     return {};
 }

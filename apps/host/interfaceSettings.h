@@ -14,7 +14,7 @@ class CCanInterface;
 namespace vexmor::Apps
 {
 
-/// The keys of one interface: the documented format of the store. Only those that this program reads or writes itself.
+/// Keys in the documented format of the settings store: those that this code uses.
 namespace StoreKey
 {
 inline const QLatin1String PLUGIN_NAME("PluginName");
@@ -34,24 +34,24 @@ inline const QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
 inline const QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
 inline const QLatin1String FIRMWARE_VERSION("FirmwareVersion");
 inline const QLatin1String SCANABLE("Scanable"); // true, false
-/// Those that are parameters of the interface, and its properties.
+/// The keys of parameters, which are properties of the interface.
 inline const QLatin1String PARAMETERS[] = {HOSTNAME,  ADDRESS,       PORT,         PROTOCOL,
                                            SERVICE,   LOCAL_ADDRESS, UDP_BIND_ANY, QLatin1String("AutoIpUpdate"),
                                            POLL_TIME, MEASURE_TIME,  BAUDRATE};
 } // namespace StoreKey
 
-/// The bit rate that stands for the gateway's own: it is left as it is.
+/// The bit rate that leaves the gateway's own rate unchanged.
 inline const QString GATEWAYS_BIT_RATE = QStringLiteral("0");
 
-/// Values of an interface by key, as texts; a missing key leaves what the plugin has by default.
+/// Settings of an interface: texts by key. For a missing key, the plugin's default applies.
 using Settings = QMap<QString, QString>;
 
-/// Gives a closed interface these parameters, and its description. When it refuses one, those before it, by key, are
-/// set.
+/// Sets the parameters and the description of a closed interface. Fails at the first value, in the order of the keys,
+/// that the interface refuses; those before it are then set.
 Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
-/// What an interface would store, besides its DHCP flag, which nobody but its own store sees.
+/// Returns the settings that an interface would store, without the DHCP flag, which it does not show.
 Settings settingsOf(Cim::CCanInterface& canInterface);
-/// Gives an interface the name under which it is stored, and shown.
+/// Sets the name under which an interface is stored and shown.
 void setUniqueName(Cim::CCanInterface& canInterface, const QString& name);
 
 } // namespace vexmor::Apps

@@ -18,9 +18,9 @@ namespace vexmor::Apps
 namespace
 {
 const QString GROUP = QStringLiteral("CanInterfaces");
-/// Longer than the 30 s after which Qt takes over a lock that a program left without its name when it was killed.
+/// Longer than the 30 s after which Qt takes over an incomplete lock of a program that was killed.
 constexpr int LOCK_WAIT_MS = 60'000;
-constexpr unsigned long LOCK_LOOK_MS = 10;
+constexpr unsigned long LOCK_RETRY_MS = 10;
 constexpr int ATTEMPTS = 3;
 
 QString groupOf(const QString& name)
@@ -54,7 +54,7 @@ CInterfaceStore::CInterfaceStore(const QString& organization, const QString& app
 
 Failure CInterfaceStore::failure()
 {
-    m_settings.allKeys(); // as much as is needed of a file is read when it is needed
+    m_settings.allKeys(); // reads the whole file, which QSettings otherwise postpones
     return m_settings.status() == QSettings::NoError
                ? Failure()
                : SProblem{Words::tr("the settings store %1 cannot be read").arg(m_settings.fileName())};
@@ -80,7 +80,7 @@ bool CInterfaceStore::contains(const QString& name)
 Settings CInterfaceStore::settings(const QString& name)
 {
     Settings values;
-    if (name.isEmpty()) { // would stand for all of them
+    if (name.isEmpty()) { // an empty group name would mean all interfaces
         return values;
     }
     m_settings.beginGroup(groupOf(name));
@@ -103,7 +103,7 @@ Failure CInterfaceStore::remove(const QString& name)
     if (Failure failure = change({name}, removeAll)) {
         return failure;
     }
-    return contains(name) ? SProblem{Words::tr("'%1' stands in the store of the whole system and stays").arg(name)}
+    return contains(name) ? SProblem{Words::tr("'%1' is stored for the whole system and cannot be removed").arg(name)}
                           : Failure();
 }
 
@@ -125,8 +125,8 @@ Failure CInterfaceStore::load(Cim::CCanInterface& canInterface, const QString& n
 {
     setUniqueName(canInterface, name);
     Failure failure = failureOf(canInterface, canInterface.loadSettings(QString()));
-    // The description's port text follows: as stored by others it may name another gateway, and whoever hands the
-    // description over again would be sent there.
+    // Sets the port text of the description, which another program may have stored with another address: setCommonInfo
+    // with this description would use that address.
     canInterface.setProperty("Port", canInterface.property("Port"));
     return failure;
 }
@@ -141,16 +141,16 @@ Failure CInterfaceStore::save(Cim::CCanInterface& canInterface, const QString& n
 
 Failure CInterfaceStore::change(const QStringList& names, const std::function<Failure()>& make)
 {
-    if (!m_settings.isWritable()) { // makes the folder, too
+    if (!m_settings.isWritable()) { // also creates the folder
         return notWritable();
     }
     QLockFile lock(m_settings.fileName() + QStringLiteral(".saving"));
     const QDeadlineTimer deadline(LOCK_WAIT_MS);
-    while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) { // a wait of its own grows to seconds
+    while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) { // its own pauses grow to seconds
         if (deadline.hasExpired()) {
-            return SProblem{Words::tr("other programs keep writing the settings store %1").arg(m_settings.fileName())};
+            return SProblem{Words::tr("other programs keep the settings store %1 locked").arg(m_settings.fileName())};
         }
-        QThread::msleep(LOCK_LOOK_MS);
+        QThread::msleep(LOCK_RETRY_MS);
     }
     const auto stored = [&] {
         QList<Settings> interfaces;

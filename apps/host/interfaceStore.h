@@ -11,51 +11,50 @@
 namespace vexmor::Apps
 {
 
-/// The interfaces kept in the settings store, shared with every host of the organisation "Vexmor", application "Cim":
-/// one group each below "CanInterfaces", named by CCommonInfo::settingsGroup.
+/// The interfaces in the settings store, which all programs with the organisation "Vexmor" and the application "Cim"
+/// share: one group per interface below "CanInterfaces", named by CCommonInfo::settingsGroup.
 ///
-/// The constructor reads the file. What other programs change later is seen only after this object's own next change:
-/// make a new object for each operation of the user. A change is made under a lock that all these programs use, and has
-/// reached the disk and was read back from there when the call returns without a failure.
+/// The constructor reads the file. Later changes by other programs are not seen until this object makes a change
+/// itself: create a new object for each operation of the user. Changes are made under a lock common to all these
+/// programs. When a change returns without a failure, it was written to the disk and verified by reading it back.
 class CInterfaceStore
 {
 public:
-    /// The store of this program's organisation and application, in the program's default format: the one that
-    /// interfaces load from and store in.
+    /// Opens the store of this program's organisation and application, in the program's default format, which
+    /// interfaces themselves also use.
     CInterfaceStore() = default;
-    /// The store of another program, in the platform's own format, whatever format this program prefers.
+    /// Opens the store of another program, in the native format of the platform.
     CInterfaceStore(const QString& organization, const QString& application);
 
-    /// What is wrong when the file cannot be read: then nothing seems to be stored.
+    /// Fails when the file cannot be read; the store then appears empty.
     Failure failure();
-    /// Names of the stored interfaces, in alphabetical order.
+    /// Returns the names of the stored interfaces, in alphabetical order.
     QStringList names();
     bool contains(const QString& name);
-    /// All that is stored under a name; empty when nothing is.
+    /// Returns everything stored under a name; empty for an unknown name.
     Settings settings(const QString& name);
-    /// Removes exactly this interface.
+    /// Removes the interface of this name.
     Failure remove(const QString& name);
-    /// Stores settings as an interface has them (`settingsOf`), by name, each in the place of what was stored there: in
-    /// one piece, however many.
+    /// Stores settings (from `settingsOf`) by name, each in place of everything stored under its name, all in one
+    /// change.
     Failure put(const QMap<QString, Settings>& interfaces);
 
-    /// Gives a closed interface the name and what is stored under it.
+    /// Sets the name of a closed interface and loads its settings.
     static Failure load(Cim::CCanInterface& canInterface, const QString& name);
-    /// Lets the interface store itself under a name, in the place of what was stored there.
+    /// Sets the name of a closed interface and lets it store itself, in place of everything stored under that name.
     Failure save(Cim::CCanInterface& canInterface, const QString& name);
 
 private:
-    /// Makes a change of these interfaces while no other program makes one, and writes all that was changed, also
-    /// through other objects. When another program's QSettings has overwritten it since, it is made again, a few times.
+    /// Makes a change to these interfaces under the lock and writes everything that was changed, also through other
+    /// objects. It repeats the change, a few times, when the QSettings of another program has overwritten it.
     Failure change(const QStringList& names, const std::function<Failure()>& make);
-    /// Reads the file whether or not QSettings would take it for unchanged, which it does by size and time: of two
-    /// saves of one size within a tick of the file system's clock it sees one. So the file gets a time that it never
-    /// had.
+    /// Reads the file in any case. QSettings notices a change by size and time of the file, and misses one of equal
+    /// size within a tick of the file system's clock; therefore this sets a new time first.
     void readAnew();
     Failure notWritable() const;
 
-    QSettings m_settings; ///< what another object could not write waits here
-    QDateTime m_fileTime; ///< the last one that the file was given
+    QSettings m_settings; ///< Also holds changes that another object could not write.
+    QDateTime m_fileTime; ///< Last time set on the file.
 };
 
 } // namespace vexmor::Apps

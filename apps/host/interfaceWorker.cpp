@@ -15,19 +15,20 @@ namespace vexmor::Apps
 {
 namespace
 {
-constexpr int LOOK_MS = 100;
-/// From an attempt to open the interface to the next one.
+constexpr int POLL_MS = 100;
+/// Time between two attempts to open the interface.
 constexpr int RETRY_MS = 3000;
 constexpr std::size_t MAX_BATCH = 10'000;
-/// A gateway accepts one connection at a time, and may notice the end of the last one a moment late: for so long after
-/// a close, a refused attempt to open is repeated.
+/// Time after a close during which a refused attempt to open is repeated: a gateway accepts one connection at a time
+/// and may notice the end of the last one with a delay.
 constexpr std::chrono::seconds RELEASE_TIME{1};
-constexpr unsigned long RELEASE_LOOK_MS = 100;
+constexpr unsigned long RELEASE_RETRY_MS = 100;
 using Clock = SInterfaceStatus::Clock;
-/// When this program last closed an interface that had a link.
+/// Time when this program last closed an interface that had a link.
 std::atomic<Clock::time_point> s_lastClose{};
 
-/// Workers whose threads may run. The threads run code of the plugin, so they end before the application object.
+/// Workers whose threads may be running. The threads use code of the plugin, so they must end before the application
+/// object.
 std::mutex s_mutex;
 std::list<std::shared_ptr<CInterfaceWorker>> s_workers;
 } // namespace
@@ -39,7 +40,7 @@ std::shared_ptr<CInterfaceWorker> CInterfaceWorker::start(std::unique_ptr<Cim::C
     const std::lock_guard<std::mutex> guard(s_mutex);
     s_workers.remove_if([](const auto& worker) { return worker->wait(0); });
     s_workers.emplace_back(new CInterfaceWorker(std::move(canInterface), std::move(mailbox), source, opening));
-    qRemovePostRoutine(&CInterfaceWorker::endAll); // once is enough
+    qRemovePostRoutine(&CInterfaceWorker::endAll); // registered once only
     qAddPostRoutine(&CInterfaceWorker::endAll);
     return s_workers.back();
 }
@@ -59,22 +60,22 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
       m_source(source),
       m_opening(opening),
       m_hosted(new CHostedInterface(std::move(canInterface), this)),
-      m_lookTimer(this),
+      m_pollTimer(this),
       m_retryTimer(this)
 {
     m_status.connection = EConnection::eConnecting;
     connect(m_hosted, &CHostedInterface::received, this, [this](const auto& message) { store(message, false, 0); });
     connect(m_hosted, &CHostedInterface::sent, this, [this](const auto& message) { store(message, true, 0); });
     connect(m_hosted, &CHostedInterface::errorRaised, this, &CInterfaceWorker::onError);
-    m_lookTimer.setInterval(LOOK_MS);
+    m_pollTimer.setInterval(POLL_MS);
     m_retryTimer.setSingleShot(true);
-    connect(&m_lookTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
+    connect(&m_pollTimer, &QTimer::timeout, this, &CInterfaceWorker::updateStatus);
     connect(&m_retryTimer, &QTimer::timeout, this, &CInterfaceWorker::open);
     connect(&m_thread, &QThread::finished, m_hosted, &QObject::deleteLater);
     moveToThread(&m_thread);
     m_thread.start();
     QMetaObject::invokeMethod(this, [this] {
-        // When everything that came in one turn of the event loop has been read.
+        // The event loop emits this signal when it has processed all data that arrived in one turn.
         connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
                 &CInterfaceWorker::handOver);
         open();
@@ -133,9 +134,9 @@ void CInterfaceWorker::end()
     }
     enqueue([this] {
         m_hasEnded = true;
-        m_hosted->disconnect(this); // a late error must not start anything again
+        m_hosted->disconnect(this); // a late error must not start anything
         m_cyclic.clear();
-        m_lookTimer.stop();
+        m_pollTimer.stop();
         m_retryTimer.stop();
         handOver();
         can().closeCommunication();
@@ -150,8 +151,7 @@ SInterfaceStatus CInterfaceWorker::takeStatus()
     return m_status;
 }
 
-/// Executes a command in the thread of the interface, after the commands before it and not while the interface is being
-/// opened.
+/// Executes a command in the thread of the interface, in order, and not while the interface is being opened.
 void CInterfaceWorker::enqueue(const std::function<void()>& command)
 {
     QMetaObject::invokeMethod(this, [=] {
@@ -163,16 +163,16 @@ void CInterfaceWorker::enqueue(const std::function<void()>& command)
     });
 }
 
-// ---- Opening, and what is known of the connection ----
+// ---- Opening and status ----
 
-/// Makes one attempt, or several while the gateway may still have the last connection of this program.
+/// Makes one attempt to open, or several while the gateway may not have noticed the end of the last connection.
 void CInterfaceWorker::open()
 {
     m_isOpening = true;
     int code = can().openCommunication(); // processes events
     while (code == Cim::RC_TCP_CONNECT_FAILED && Clock::now() - s_lastClose.load() < RELEASE_TIME &&
            !m_thread.isInterruptionRequested()) {
-        QThread::msleep(RELEASE_LOOK_MS);
+        QThread::msleep(RELEASE_RETRY_MS);
         code = can().openCommunication();
     }
     m_isOpening = false;
@@ -187,7 +187,7 @@ void CInterfaceWorker::open()
 void CInterfaceWorker::onOpened(int code)
 {
     if (code == Cim::RC_OK) {
-        m_lookTimer.start();
+        m_pollTimer.start();
         updateStatus();
         return;
     }
@@ -205,12 +205,12 @@ void CInterfaceWorker::onOpened(int code)
 void CInterfaceWorker::updateStatus()
 {
     const SInterfaceStatus& status = m_hosted->updateStatus();
-    if (status.hasLink() || (!m_isOpening && can().isOpened())) { // else the end of the attempt decides, in `onOpened`
+    if (status.hasLink() || (!m_isOpening && can().isOpened())) { // otherwise `onOpened` publishes the outcome
         publish(status);
     }
 }
 
-/// Makes a status the newest. The owner is notified once until it takes a status, however many follow each other.
+/// Stores a status for the owner, who is notified once until it takes the status.
 void CInterfaceWorker::publish(SInterfaceStatus status)
 {
     status.losses = m_losses;
@@ -228,7 +228,7 @@ void CInterfaceWorker::publish(SInterfaceStatus status)
 
 void CInterfaceWorker::onError(int error)
 {
-    handOver(); // messages received before the error
+    handOver(); // delivers the messages received before the error first
     m_mailbox->postError({microsecondsNow(), m_source, error});
     m_losses += error == Cim::IE_TCP_CONNECTION_LOST ? 1 : 0;
     updateStatus();
@@ -268,7 +268,7 @@ void CInterfaceWorker::handOver()
 {
     if (!m_batch.empty()) {
         if (!m_status.hasLink()) {
-            updateStatus(); // the owner learns of a regained link before its messages
+            updateStatus(); // reports a regained link before its messages
         }
         m_mailbox->post(m_batch);
         m_batch.clear();

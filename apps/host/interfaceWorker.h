@@ -18,8 +18,8 @@ namespace vexmor::Apps
 
 /// The part of CInterfaceInUse that lives in the thread of the interface.
 ///
-/// A list of all workers keeps each until its thread has ended; when the application object ends, the program ends them
-/// and waits. `end` is the last operation.
+/// A list of all workers owns each one until its thread has ended. When the application object ends, all workers are
+/// ended and waited for. No other function is called after `end`.
 class CInterfaceWorker : public QObject
 {
     Q_OBJECT
@@ -37,11 +37,11 @@ public:
     void reset();
     void end();
     bool wait(unsigned long milliseconds = ULONG_MAX) { return m_thread.wait(milliseconds); }
-    /// Returns the newest status; from now on, `statusWaits` reports a change again.
+    /// Returns the present status. `statusWaits` is emitted again for the next change.
     SInterfaceStatus takeStatus();
 
 Q_SIGNALS:
-    /// The status changed after the last `takeStatus`. Emitted once, in the thread of the interface.
+    /// The status has changed since the last `takeStatus`. Emitted once until the next, in the thread of the interface.
     void statusWaits();
     void wasReset();
 
@@ -65,23 +65,23 @@ private:
     const std::shared_ptr<CMailbox> m_mailbox;
     const std::uint16_t m_source;
     const CInterfaceInUse::EOpening m_opening;
-    CHostedInterface* const m_hosted; ///< child; deleted when the thread ends
-    bool m_isOpening = false;         ///< while `openCommunication` runs, which processes events
+    CHostedInterface* const m_hosted; ///< A child, deleted when the thread ends.
+    bool m_isOpening = false;         ///< Whether an attempt to open, which processes events, is in progress.
     bool m_hasEnded = false;
-    std::vector<std::function<void()>> m_commands; ///< executed when the attempt to open has ended
-    QTimer m_lookTimer;  ///< polls the status: no signal reports a regained link, an answer, or a new load
-    QTimer m_retryTimer; ///< until the next attempt to open
-    std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< by the owner's key
-    std::vector<SBusRecord> m_batch;                 ///< records of this turn of the event loop
-    unsigned m_losses = 0;                           ///< of the link
-    std::int64_t m_lastTime = 0;                     ///< time of the last record
+    std::vector<std::function<void()>> m_commands; ///< Commands that wait for the end of the attempt to open.
+    QTimer m_pollTimer;  ///< Polls the status, as no signal reports a regained link, an answer or a new load.
+    QTimer m_retryTimer; ///< Pause before the next attempt to open.
+    std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< Timers of cyclic messages by key.
+    std::vector<SBusRecord> m_batch;                 ///< Records of this turn of the event loop.
+    unsigned m_losses = 0;                           ///< Number of link losses.
+    std::int64_t m_lastTime = 0;                     ///< Time of the last record.
 
-    std::mutex m_mutex; ///< guards the members below, which both threads use
+    std::mutex m_mutex; ///< Guards the three members below, which both threads use.
     std::vector<Cim::CCanMessage> m_outbox;
     SInterfaceStatus m_status;
     bool m_isStatusWaiting = false;
 
-    QThread m_thread; ///< destroyed first
+    QThread m_thread; ///< Last member, so that it is destroyed first.
 };
 
 } // namespace vexmor::Apps

@@ -12,20 +12,20 @@
 namespace vexmor::Apps
 {
 
-/// A message that an interface received, sent or refused to send.
+/// A message that an interface received, sent, or refused to send.
 struct SBusRecord {
-    std::int64_t microseconds = 0; ///< since the epoch; grows from each record of an interface to the next
+    std::int64_t microseconds = 0; ///< Time since the epoch, which grows from record to record of an interface.
     Cim::CCanMessage message;
-    std::uint16_t source = 0; ///< number of its interface, which the owner chose
-    bool sent = false;        ///< false: received
-    std::uint8_t code = 0;    ///< result code of a message that was refused; else 0
+    std::uint16_t source = 0; ///< Number of the interface, chosen by the owner.
+    bool sent = false;        ///< True for a message to be sent, false for a received one.
+    std::uint8_t code = 0;    ///< Result code of a refused message; else 0.
 };
 
 static_assert(sizeof(SBusRecord) <= 24, "hundreds of thousands of them are kept");
 
-/// The errors of one kind that an interface raised since the mailbox was emptied.
+/// The errors of one kind that an interface raised since the mailbox was last emptied.
 struct SErrorRecord {
-    std::int64_t microseconds = 0; ///< time of the first error, since the epoch
+    std::int64_t microseconds = 0; ///< Time of the first error, since the epoch.
     std::uint16_t source = 0;
     int error = 0;
     std::uint64_t count = 1;
@@ -35,33 +35,33 @@ struct SErrorRecord {
 struct SDelivery {
     std::vector<SBusRecord> records;
     std::vector<SErrorRecord> errors;
-    std::uint64_t lost = 0; ///< records that did not fit
+    std::uint64_t lost = 0; ///< Number of received messages that did not fit.
 
     bool isEmpty() const { return records.empty() && errors.empty() && lost == 0; }
 };
 
-/// Takes messages and errors from the threads of interfaces and keeps them until the owner fetches them. Any thread may
-/// use it.
+/// Collects messages and errors from the threads of interfaces until the owner takes them. Any thread may use it.
 ///
 /// Its memory is bounded: received messages that do not fit are counted as lost, and errors of one kind are counted
-/// together. Records of sent messages have as much room again, so that a flood of received messages displaces none.
+/// together. Records of sent messages have their own, equal limit, so that a flood of received messages displaces none.
 class CMailbox : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Ten seconds of 20,000 messages per second.
+    /// Default limit for received messages: ten seconds at 20,000 messages per second.
     static constexpr std::size_t CAPACITY = 200'000;
 
     explicit CMailbox(std::size_t capacity = CAPACITY) : m_capacity(capacity) {}
 
     void post(const std::vector<SBusRecord>& records);
     void postError(const SErrorRecord& error);
-    /// Replaces the content of `delivery` by everything that was posted. The memory of `delivery` is used again.
+    /// Replaces the content of `delivery` by that of the mailbox, which is then empty. The memory of `delivery` is
+    /// reused.
     void take(SDelivery& delivery);
 
 Q_SIGNALS:
-    /// The mailbox was empty and is no longer. Emitted in the thread that posted; the next time after `take`.
+    /// The mailbox is no longer empty. Emitted in the thread that posted, once until the next `take`.
     void filled();
 
 private:

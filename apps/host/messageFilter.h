@@ -11,8 +11,8 @@
 namespace vexmor::Apps
 {
 
-/// Lets a message through when its identifier, in the bits of `mask`, is one of `low` to `high`; inverse: when it is
-/// not.
+/// A filter that passes messages whose identifier, in the bits of `mask`, is in the range `low` to `high`. An inverse
+/// filter rejects these messages.
 struct SFilter {
     std::uint16_t low = 0;
     std::uint16_t high = 0;
@@ -20,10 +20,10 @@ struct SFilter {
     bool inverse = false;
 };
 
-/// Reads ID, ID:MASK, ID~MASK (all but these) or LOW-HIGH, hexadecimal.
+/// Reads a filter: ID, ID:MASK, ID~MASK (inverse) or LOW-HIGH, all hexadecimal.
 Result<SFilter> readFilter(const QString& text);
 
-/// True for a message that one of the filters lets through and no inverse one holds back; no filter: all are.
+/// Returns whether a message passes: no inverse filter rejects it, and one of the other filters, if any, passes it.
 bool passesFilters(const std::vector<SFilter>& filters, const Cim::CCanMessage& message);
 
 } // namespace vexmor::Apps

@@ -38,7 +38,7 @@ Result<SPlugin> loadPlugin(const QString& file)
     }
     plugin.object = qobject_cast<Cim::CCanInterfacePlugin*>(instance);
     if (plugin.object == nullptr) {
-        return SProblem{Words::tr("%1 is a plugin of another kind: it does not offer %2")
+        return SProblem{Words::tr("%1 is not a CAN interface plugin: it does not provide %2")
                             .arg(file, QLatin1String(qobject_interface_iid<Cim::CCanInterfacePlugin*>()))};
     }
     plugin.metaData = plugin.loader->metaData();
@@ -64,7 +64,7 @@ SPluginSearch searchPlugins(const SPluginPlace& place)
             files.append(info.absoluteFilePath());
         }
         if (files.isEmpty() && search.problems.isEmpty()) {
-            search.problems.append(Words::tr("plugin folder %1 holds no library (*.so)").arg(folder.path()));
+            search.problems.append(Words::tr("plugin folder %1 contains no library (*.so)").arg(folder.path()));
         }
     }
     for (const QString& file : std::as_const(files)) {

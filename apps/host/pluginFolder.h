@@ -19,35 +19,35 @@ class CCanInterfacePlugin;
 namespace vexmor::Apps
 {
 
-/// A plugin library that is loaded. The plugin object belongs to the library, which stays loaded to the end.
+/// A loaded plugin library. The plugin object belongs to the library, which stays loaded until the program ends.
 struct SPlugin {
     QString file;
     Cim::CCanInterfacePlugin* object = nullptr;
     QJsonObject metaData;
-    QString libraryText; ///< what the library says of itself; empty when it says nothing
+    QString libraryText; ///< Text of canInterfaceLibIdent; empty if the library has none.
     std::shared_ptr<QPluginLoader> loader;
 };
 
-/// Where plugins are looked for: one file, or else every library in a folder. An empty folder stands for the
-/// environment variable CIM_PLUGIN_PATH, and without that for the folder where plugins lie beside this program.
+/// The place of the plugins: one file or, if that is empty, all libraries in a folder. An empty folder stands for the
+/// environment variable CIM_PLUGIN_PATH and, if that is not set, for the installed plugin folder.
 struct SPluginPlace {
     QString file;
     QString folder;
 };
 
-/// What was found there.
+/// The result of a search for plugins.
 struct SPluginSearch {
     std::vector<SPlugin> plugins;
-    QStringList problems; ///< a line for each library that cannot be used: which, and why
+    QStringList problems; ///< One line per library that cannot be used, with the reason.
 
-    /// For a program that needs a plugin: what is wrong when none can be used.
+    /// Returns the problems as a failure if no plugin can be used.
     Failure failure() const;
 };
 
-/// Loads what is found at a place; libraries that cannot be used are told of, never a failure.
+/// Loads all plugins at a place. Libraries that cannot be used are listed as problems.
 SPluginSearch searchPlugins(const SPluginPlace& place);
 
-/// The plugin of that name, the first for an empty one; null when it is not among them.
+/// Returns the plugin of this name, or the first one for an empty name; null when there is none.
 const SPlugin* pluginNamed(const std::vector<SPlugin>& plugins, const QString& name);
 
 } // namespace vexmor::Apps

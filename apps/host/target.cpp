@@ -19,14 +19,15 @@ const QString SIM = QStringLiteral("sim");
 const QString NO_ADDRESS = QStringLiteral("0.0.0.0");
 const QString SIM_LOG = QStringLiteral("sim:");
 
-/// A text that may begin with a host name: a word alone is rather a name that was mistyped, and nobody is asked for it.
+/// Returns whether a text may begin with a host name. A single word other than localhost is more likely a mistyped name
+/// of a stored interface, and is not resolved.
 bool mayBeHostName(const QString& text)
 {
     static const QRegularExpression FORM(QStringLiteral("^(localhost|[\\w-]+([.][\\w-]+)+|[\\w-]+(?=:))(:.*)?$"));
     return FORM.match(text).hasMatch();
 }
 
-/// The same with the address of the host, or with none where the name must not be looked up.
+/// Returns the text with the host name replaced by the host's address, or by none where it must not be looked up.
 Result<QString> resolved(const QString& text, bool tries)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
@@ -55,9 +56,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
     target.m_isStored = store.contains(text);
     if (target.m_isStored) {
         if (!settings.isEmpty()) {
-            return wrongUsage(
-                QStringLiteral("'%1' is a stored interface: its settings stand in the store (option for %2 refused)")
-                    .arg(text, settings.firstKey()));
+            return wrongUsage(QStringLiteral("'%1' is a stored interface: %2 is set in the store, not by an option")
+                                  .arg(text, settings.firstKey()));
         }
         target.m_settings = store.settings(text);
     } else if (isSimTarget(text) && !tries) {
@@ -82,7 +82,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
         target.m_settings = *read;
     } else {
         return wrongUsage(
-            QStringLiteral("target '%1': no stored interface, no address like 192.168.1.70:30000:TCP, and not sim")
+            QStringLiteral(
+                "target '%1' is neither a stored interface, nor an address like 192.168.1.70:30000:TCP, nor sim")
                 .arg(text));
     }
     return Result<CTarget>(std::move(target));

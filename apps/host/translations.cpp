@@ -11,7 +11,8 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// True when messages are to stay as they are, whatever LANGUAGE says: scripts set LC_ALL=C and read the output.
+/// Returns whether the locale is C, so that texts stay English whatever LANGUAGE says: scripts that read the output set
+/// LC_ALL=C.
 bool isUntranslatedLocale()
 {
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
@@ -32,7 +33,7 @@ QString folderOfQt()
 #endif
 }
 
-/// False when there is no such catalog.
+/// Installs a catalog. Returns false when it does not exist.
 bool installCatalog(QCoreApplication& application, const QString& catalog, const QString& language)
 {
     const QString folders[] = {QCoreApplication::applicationDirPath() + QLatin1Char('/') +
@@ -40,7 +41,7 @@ bool installCatalog(QCoreApplication& application, const QString& catalog, const
                                folderOfQt()};
     auto translator = std::make_unique<QTranslator>();
     for (const QString& folder : folders) {
-        if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // for de_AT also finds de
+        if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // finds de for de_AT, too
             QCoreApplication::installTranslator(translator.get());
             translator.release()->setParent(&application);
             return true;

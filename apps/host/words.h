@@ -5,7 +5,7 @@
 namespace vexmor::Apps
 {
 
-/// The context in which the catalogs of programs have the texts of common code.
+/// The translation context of the texts in this folder.
 struct Words {
     Q_DECLARE_TR_FUNCTIONS(Common)
 };

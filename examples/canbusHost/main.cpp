@@ -1,4 +1,4 @@
-// A program on Qt's CAN bus API, which knows nothing of T93: sends one frame and prints what comes back.
+// A program for Qt's CAN bus API, without any code for the T93. It sends one frame and prints the first one received.
 #include <QCanBus>
 #include <QCanBusDevice>
 #include <QCoreApplication>
@@ -11,7 +11,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QString error = QStringLiteral("usage: canbusHost BACKEND DEVICE"); // t93canbus 192.168.1.70
+    QString error = QStringLiteral("usage: canbusHost BACKEND DEVICE"); // for example: t93canbus 192.168.1.70
     const std::unique_ptr<QCanBusDevice> device(argc == 3 ? QCanBus::instance()->createDevice(argv[1], argv[2], &error)
                                                           : nullptr);
     if (!device) {
@@ -31,7 +31,7 @@ int main(int argc, char** argv)
         out << device->readFrame().toString().simplified() << Qt::endl;
         app.quit();
     });
-    device->setConfigurationParameter(QCanBusDevice::BitRateKey, 500000);
+    device->setConfigurationParameter(QCanBusDevice::BitRateKey, 500000); // bit/s of the CAN bus
     device->connectDevice();
     return app.exec();
 }

@@ -1,4 +1,4 @@
-// The smallest host: opens a gateway, sends one message and prints the first one that comes back.
+// A minimal host application: opens an interface, sends one message and prints the first message that it receives.
 #include <cim/canInterface.h>
 #include <cim/canInterfacePlugin.h>
 #include <cim/resultCodes.h>
@@ -35,7 +35,7 @@ int main(int argc, char** argv)
     CCommonInfo info = gateway->commonInfo();
     info.setPort(CCommonInfo::buildIpPortStr(words.at(1), port, CCommonInfo::eProtocolTcp));
     gateway->setCommonInfo(info);
-    // Opening sets the rate of the gateway, for all on the bus.
+    // Opening sets the bit rate of the gateway. A wrong rate disturbs every device on the bus.
     int code = gateway->setBaudrate(words.at(3).toInt()) ? gateway->openCommunication() : RC_BAUDRATE_NOT_SUPPORTED;
     if (code == RC_OK) {
         code = gateway->writeMessage(CCanMessage(CCanId::fromValue(0x123), 2, 0x11, 0x22));
@@ -43,7 +43,7 @@ int main(int argc, char** argv)
     if (code != RC_OK) {
         return fail(1, gateway->errorCodeToString(code));
     }
-    QTimer poll; // messages arrive in the event loop
+    QTimer poll; // no signal announces a message, and messages arrive only while the event loop runs
     QObject::connect(&poll, &QTimer::timeout, &app, [&] {
         CCanMessage message;
         if (gateway->readMessage(message) == RC_OK) {

@@ -1,4 +1,4 @@
-// The backend "t93canbus" of Qt's CAN bus API: T93 gateways for every program that uses QCanBus.
+// The backend "t93canbus" of Qt SerialBus, by which programs that use QCanBus can use T93 gateways.
 #include "t93CanDevice.h"
 
 #include "apps/host/gatewayAddress.h"
@@ -16,7 +16,7 @@ namespace
 {
 using Interface = std::unique_ptr<Cim::CCanInterface>;
 
-/// The plugin is the very library whose contract classes this one uses.
+/// Returns the plugin object of the library that contains the contract classes used here.
 Result<Cim::CCanInterfacePlugin*> loadPlugin()
 {
     Dl_info library{};
@@ -26,12 +26,12 @@ Result<Cim::CCanInterfacePlugin*> loadPlugin()
     return plugin != nullptr ? Result<Cim::CCanInterfacePlugin*>(plugin) : SProblem{loader.errorString()};
 }
 
-/// What cimctl and cimview store, whatever the name of the program that asks.
+/// The settings store of cimctl and cimview, in programs of any name.
 struct SStore : Apps::CInterfaceStore {
     SStore() : CInterfaceStore(QStringLiteral("Vexmor"), QStringLiteral("Cim")) {}
 };
 
-/// Of a stored interface, or of an address, whose gateway keeps its bit rate.
+/// Returns the parameters of a stored interface, or of an address, with which the gateway's bit rate stays unchanged.
 Result<Apps::Settings> parametersOf(const QString& name)
 {
     const Apps::Settings stored = SStore().settings(name);
@@ -74,7 +74,7 @@ public:
         return canInterface ? new CT93CanDevice(std::move(*canInterface)) : nullptr;
     }
 
-    /// The stored ones: nobody is asked over the network.
+    /// Returns the stored interfaces. The network is not scanned.
     QList<QCanBusDeviceInfo> availableDevices(QString* /*errorMessage*/) const override
     {
         QList<QCanBusDeviceInfo> devices;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What differs between the CAN bus API of Qt 5.15 and that of Qt 6. The backend is written for Qt 6.
+// Adapts the API of Qt SerialBus 5.15 to that of Qt 6, for which the backend is written.
 
 #include <QCanBusDevice>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
@@ -18,7 +18,7 @@ namespace vexmor::CanBus
 
 using ConfigurationKey = int;
 
-/// Has the operations of Qt 6 that are functions to be set, or missing, in Qt 5.
+/// Provides the virtual functions of Qt 6 that Qt 5 does not have, or has as functions to be set.
 class CSerialBusDevice : public QCanBusDevice
 {
 public:

@@ -16,16 +16,16 @@ namespace
 {
 using Device = QCanBusDevice;
 
-/// May wait to be sent: a second of a full bus.
+/// Frames that may wait to be sent: one second of a full bus.
 constexpr int SEND_LIMIT = 9'000;
 constexpr unsigned long END_WAIT_MS = 100;
-/// Received frames that may wait for this thread, which stops to take them long before.
+/// Received frames that may wait for this thread.
 constexpr std::size_t MAILBOX_LIMIT = 100'000;
 
-/// What an interface error is to users of QCanBus.
+/// The meaning of an interface error for users of QCanBus.
 struct SMeaning {
     Device::CanBusError error;
-    Device::CanBusStatus busStatus = Device::CanBusStatus::Unknown; ///< that it tells of
+    Device::CanBusStatus busStatus = Device::CanBusStatus::Unknown; ///< Bus status that follows from it.
 };
 const SMeaning MEANINGS[] = {
     {Device::ConnectionError},                             // IE_TCP_CONNECTION_LOST
@@ -42,21 +42,20 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
-/// Keeps one line out of the program's log: where no bit rate is chosen, the library calls it a failure that it sets
-/// none. All other lines go on to the handler that the program has. Stays from the first need to the end of this
-/// library.
+/// Removes one line from the program's log: the library warns when it is opened without a bit rate, which is intended
+/// here. All other lines are passed to the program's own handler. The filter stays until this library is unloaded.
 class CLogFilter
 {
 public:
     CLogFilter()
     {
-        s_next = qInstallMessageHandler(nullptr); // first: other threads may write a line at any time
+        s_next = qInstallMessageHandler(nullptr); // before `filter` is installed, which needs it in any thread
         qInstallMessageHandler(filter);
     }
     ~CLogFilter()
     {
         const QtMessageHandler last = qInstallMessageHandler(s_next);
-        if (last != filter) { // the program's own, installed since
+        if (last != filter) { // the program has installed another handler since
             qInstallMessageHandler(last);
         }
     }
@@ -91,8 +90,8 @@ bool matches(const Device::Filter& filter, unsigned int id)
 
 CT93CanDevice::CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model) : m_model(std::move(model))
 {
-    m_model->setParent(this);       // moves to another thread with the device
-    if (m_model->baudrate() != 0) { // else the gateway keeps its own
+    m_model->setParent(this);       // so that it moves to another thread with the device
+    if (m_model->baudrate() != 0) { // 0: the gateway keeps its own rate
         QCanBusDevice::setConfigurationParameter(BitRateKey, m_model->baudrate() * 1000);
     }
 }
@@ -121,13 +120,13 @@ void CT93CanDevice::setConfigurationParameter(CanBus::ConfigurationKey key, cons
 {
     QString refusal;
     if (key == CanFdKey && value.toBool()) {
-        refusal = tr("A T93 has no CAN FD.");
+        refusal = tr("A T93 does not support CAN FD.");
     } else if (key == BitRateKey && state() != UnconnectedState) {
-        refusal = tr("The bit rate can be set while the device is not connected only.");
+        refusal = tr("The bit rate can only be set while the device is not connected.");
     } else if (key == BitRateKey && value.isValid() &&
                !Apps::bitRates().contains(QString::number(value.toInt() / 1000.0))) {
-        refusal =
-            tr("Bit rate %1: a T93 has %2 kbit/s.").arg(value.toString(), Apps::bitRates().join(QStringLiteral(", ")));
+        refusal = tr("Bit rate %1: a T93 supports %2 kbit/s.")
+                      .arg(value.toString(), Apps::bitRates().join(QStringLiteral(", ")));
     }
     if (refusal.isEmpty()) {
         QCanBusDevice::setConfigurationParameter(key, value);
@@ -141,7 +140,7 @@ void CT93CanDevice::setConfigurationParameter(CanBus::ConfigurationKey key, cons
 bool CT93CanDevice::open()
 {
     if (state() != ConnectingState ||
-        m_interface) { // disconnected in a slot on that change of state, or connected again
+        m_interface) { // a slot on this change of state has disconnected the device, or connected it again
         return state() == ConnectingState;
     }
     while (hasOutgoingFrames()) {
@@ -175,7 +174,7 @@ void CT93CanDevice::close()
 void CT93CanDevice::leave()
 {
     delete m_opening;
-    if (m_interface) { // then the next connection finds the gateway free
+    if (m_interface) { // waits until the gateway is free for the next connection
         Apps::CInterfaceInUse::close(std::exchange(m_interface, nullptr), END_WAIT_MS);
     }
 }
@@ -207,8 +206,8 @@ QString CT93CanDevice::refusalOf(const QCanBusFrame& frame) const
            : frame.hasExtendedFrameFormat() || frame.frameId() > CanLog::MAX_ID
                ? tr("Not sent: a T93 sends 11-bit identifiers only.")
            : frame.hasFlexibleDataRateFormat() || frame.payload().size() > CanLog::MAX_DATA_LENGTH
-               ? tr("Not sent: a T93 has no CAN FD, and no more than 8 data bytes.")
-           : framesToWrite() >= SEND_LIMIT ? tr("Not sent: %1 frames wait already.").arg(SEND_LIMIT)
+               ? tr("Not sent: a T93 does not support CAN FD or more than 8 data bytes.")
+           : framesToWrite() >= SEND_LIMIT ? tr("Not sent: %1 frames are already waiting.").arg(SEND_LIMIT)
                                            : QString();
 }
 
@@ -222,11 +221,11 @@ void CT93CanDevice::onStatus()
         m_busStatus = CanBusStatus::Good;
         setState(ConnectedState);
     } else if (status.connection == Apps::EConnection::eSilent) {
-        m_busStatus = CanBusStatus::Good; // when heard again: it may have been switched off
+        m_busStatus = CanBusStatus::Good; // for the next frame, since the gateway may have been restarted
     } else if (status.connection == Apps::EConnection::eClosed) {
         const QPointer<QObject> opening = m_opening;
         setError(status.reason, status.code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
-        if (opening) { // else deleted, disconnected or connected anew in a slot
+        if (opening) { // otherwise a slot has deleted, disconnected or reconnected the device
             close();
         }
     }
@@ -292,7 +291,7 @@ void CT93CanDevice::takeFrames(const Apps::SDelivery& delivery, const QPointer<Q
         enqueueReceivedFrames(frames);
     }
     if (opening && isNew) {
-        setError(tr("%1 received frames wait to be read: further ones are dropped.").arg(m_receiveLimit), ReadError);
+        setError(tr("%1 received frames wait to be read; further ones are dropped.").arg(m_receiveLimit), ReadError);
     }
 }
 
@@ -307,7 +306,7 @@ void CT93CanDevice::takeError(int error, const QPointer<QObject>& opening)
         m_busStatus = meaning.busStatus;
     }
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
-    if (opening && m_isLost) { // else regained in a slot that ran the event loop
+    if (opening && m_isLost) { // a slot that ran the event loop may have seen it regained
         setState(ConnectingState);
     }
 }

@@ -10,31 +10,31 @@
 namespace vexmor::CanBus
 {
 
-/// A T93 gateway as a device of Qt's CAN bus API. Nothing waits for the gateway, which lives in a thread of its own:
-/// the results of a call are signals of the device, from the event loop of its thread.
+/// A T93 gateway as a device of Qt SerialBus. The interface lives in a thread of its own, so that no function waits for
+/// the gateway; the event loop of the device's thread reports results by signals.
 ///
-/// It may be disconnected, connected again and deleted in a slot on any of its signals; but not deleted on the two
-/// changes of state that Qt's own `connectDevice` and `disconnectDevice` make before they go on, to ConnectingState of
-/// one that was unconnected, and to ClosingState: there `deleteLater`.
+/// Slots on its signals may disconnect, connect or delete the device, with one exception: in a slot on the change of
+/// state from UnconnectedState to ConnectingState, or to ClosingState, use `deleteLater`, because `connectDevice` and
+/// `disconnectDevice` of Qt still use the device.
 class CT93CanDevice : public CSerialBusDevice
 {
     Q_OBJECT
-    /// So many received frames may wait to be read; what finds no room is dropped, of which an error tells once until
-    /// half of them were read.
+    /// The number of received frames that may wait to be read. Further frames are dropped, which raises one error until
+    /// half of the waiting frames were read.
     Q_PROPERTY(int receiveLimit MEMBER m_receiveLimit)
-    /// Frames dropped for want of room since the device was made.
+    /// The number of received frames that were dropped since the device was created.
     Q_PROPERTY(qlonglong droppedFrames READ droppedFrames)
-    /// What is known of the connection to the gateway, in words: "open, no answer yet", "connected", "silent for 12 s".
-    /// ConnectedState alone says that the link stands; over UDP, that is the socket. The bus status is known while the
-    /// gateway is connected.
+    /// The state of the connection to the gateway, in words: "open, no answer yet", "connected", "silent for 12 s".
+    /// ConnectedState only means that the link is up (over UDP, that the socket is bound). The bus status is known only
+    /// while the gateway is connected.
     Q_PROPERTY(QString connection READ connection)
 
 public:
-    /// For a closed interface of this thread. A bit rate that it has becomes BitRateKey.
+    /// Takes over a closed interface of the calling thread. BitRateKey gets its bit rate, if it has one.
     explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model);
     ~CT93CanDevice() override { leave(); }
 
-    /// Describes a gateway.
+    /// Returns the device information for a gateway.
     static QCanBusDeviceInfo infoOf(const QString& name, const QString& interfaceId, const QString& description);
 
     void setConfigurationParameter(CanBus::ConfigurationKey key, const QVariant& value) override;
@@ -42,7 +42,7 @@ public:
     void resetController() override;
     bool hasBusStatus() const override { return true; }
     CanBusStatus busStatus() override { return status().isConnected() ? m_busStatus : CanBusStatus::Unknown; }
-    QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 gives none
+    QString interpretErrorFrame(const QCanBusFrame& /*frame*/) override { return {}; } // a T93 sends no error frames
     QCanBusDeviceInfo deviceInfo() const override;
 
     qlonglong droppedFrames() const { return m_droppedFrames; }
@@ -57,22 +57,22 @@ private:
     QString refusalOf(const QCanBusFrame& frame) const;
     void leave();
 
-    // What the interface reports. The signals of these may close, reopen or delete the device: then `opening`, a copy
-    // of `m_opening` on the stack, is null.
+    // Handlers of what the interface reports. They emit signals, whose slots may close, reopen or delete the device;
+    // `opening`, a copy of `m_opening` on the stack, is null afterwards.
     void onStatus();
     void onMail();
     void takeOutcome(const Apps::SBusRecord& record);
     void takeFrames(const Apps::SDelivery& delivery, const QPointer<QObject>& opening);
     void takeError(int error, const QPointer<QObject>& opening);
 
-    const std::unique_ptr<Cim::CCanInterface> m_model;  ///< child; stays closed: each opening has a clone
-    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< of this opening
-    std::unique_ptr<Apps::CInterfaceInUse> m_interface; ///< null while unconnected
-    QPointer<QObject> m_opening; ///< child; receives what the interface reports, and ends with the opening
-    bool m_isLost = false;       ///< the link, which is being regained
+    const std::unique_ptr<Cim::CCanInterface> m_model;  ///< A child that stays closed and is cloned for each opening.
+    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< Mailbox of this opening.
+    std::unique_ptr<Apps::CInterfaceInUse> m_interface; ///< The interface in use; null while unconnected.
+    QPointer<QObject> m_opening; ///< A child for the connections of this opening, deleted with it.
+    bool m_isLost = false;       ///< Whether the link was lost and is being regained.
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
     int m_receiveLimit = 100'000;
-    bool m_isFull = false; ///< an error has told so
+    bool m_isFull = false; ///< Whether the error about dropped frames was raised.
     qlonglong m_droppedFrames = 0;
 };
 

@@ -43,8 +43,8 @@
         <translation>Nachricht „%1“: %2</translation>
     </message>
     <message>
-        <source>no # between identifier and data, as in 123#1122</source>
-        <translation>kein # zwischen Identifier und Daten, wie in 123#1122</translation>
+        <source>a # must separate identifier and data, as in 123#1122</source>
+        <translation>ein # muss Identifier und Daten trennen, wie in 123#1122</translation>
     </message>
     <message>
         <source>the identifier must be hexadecimal, 0 to 7FF</source>
@@ -67,12 +67,36 @@
         <translation>%1, Zeile %2: %3</translation>
     </message>
     <message>
-        <source>there are no remote frames</source>
-        <translation>es gibt keine Remote-Frames</translation>
+        <source>remote frames are not supported</source>
+        <translation>Remote-Frames werden nicht unterstützt</translation>
     </message>
     <message>
         <source>standard input</source>
         <translation>Standardeingabe</translation>
+    </message>
+    <message>
+        <source>new</source>
+        <translation>neu</translation>
+    </message>
+    <message>
+        <source>missing</source>
+        <translation>fehlt</translation>
+    </message>
+    <message>
+        <source>rate</source>
+        <translation>Rate</translation>
+    </message>
+    <message>
+        <source>data</source>
+        <translation>Daten</translation>
+    </message>
+    <message>
+        <source>identifiers: %1 before, %2 after, %3 of them differ</source>
+        <translation>Identifier: %1 vorher, %2 nachher, %3 davon sind verschieden</translation>
+    </message>
+    <message>
+        <source>; lines that hold no standard frame: %1</source>
+        <translation>; Zeilen ohne Standard-Frame: %1</translation>
     </message>
 </context>
 <context>
@@ -90,7 +114,7 @@
         <translation>Protokoll %1: muss TCP oder UDP sein</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; is no address like 192.168.1.70:30000:TCP</source>
+        <source>&apos;%1&apos; is not an address like 192.168.1.70:30000:TCP</source>
         <translation>„%1“ ist keine Adresse wie 192.168.1.70:30000:TCP</translation>
     </message>
     <message>
@@ -102,15 +126,15 @@
         <translation>Adresse %1: muss ADRESSE[:PORT][:TCP|:UDP] sein</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; is no address like 192.168.1.70</source>
+        <source>&apos;%1&apos; is not an address like 192.168.1.70</source>
         <translation>„%1“ ist keine Adresse wie 192.168.1.70</translation>
     </message>
     <message>
-        <source>the plugin scans already</source>
-        <translation>das Plugin sucht schon</translation>
+        <source>the scan cannot be started; another one may be running</source>
+        <translation>die Suche kann nicht beginnen; vielleicht läuft schon eine</translation>
     </message>
     <message>
-        <source>the interface does not take %1 %2</source>
+        <source>the interface does not accept %1 %2</source>
         <translation>die Schnittstelle nimmt %1 %2 nicht an</translation>
     </message>
     <message>
@@ -118,31 +142,31 @@
         <translation>unter dem Namen „%1“ ist keine Schnittstelle gespeichert</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; stands in the store of the whole system and stays</source>
-        <translation>„%1“ steht im Speicher des ganzen Systems und bleibt</translation>
+        <source>&apos;%1&apos; is stored for the whole system and cannot be removed</source>
+        <translation>„%1“ ist für das ganze System gespeichert und kann nicht entfernt werden</translation>
     </message>
     <message>
         <source>the settings store %1 cannot be written</source>
         <translation>der Einstellungsspeicher %1 kann nicht geschrieben werden</translation>
     </message>
     <message>
-        <source>other programs keep writing the settings store %1</source>
-        <translation>andere Programme schreiben dauernd in den Einstellungsspeicher %1</translation>
+        <source>other programs keep the settings store %1 locked</source>
+        <translation>andere Programme sperren den Einstellungsspeicher %1</translation>
     </message>
     <message>
         <source>%1 cannot be loaded: %2</source>
         <translation>%1 kann nicht geladen werden: %2</translation>
     </message>
     <message>
-        <source>%1 is a plugin of another kind: it does not offer %2</source>
-        <translation>%1 ist ein Plugin anderer Art: es bietet nicht %2</translation>
+        <source>%1 is not a CAN interface plugin: it does not provide %2</source>
+        <translation>%1 ist kein Plugin für CAN-Schnittstellen: es bietet %2 nicht</translation>
     </message>
     <message>
         <source>plugin folder %1 does not exist</source>
         <translation>den Plugin-Ordner %1 gibt es nicht</translation>
     </message>
     <message>
-        <source>plugin folder %1 holds no library (*.so)</source>
+        <source>plugin folder %1 contains no library (*.so)</source>
         <translation>im Plugin-Ordner %1 ist keine Bibliothek (*.so)</translation>
     </message>
     <message>
@@ -181,6 +205,52 @@
         <source>%1, line %2: must be ID NAME, like 123 Amplifier left</source>
         <translation>%1, Zeile %2: muss ID NAME sein, wie 123 Verstärker links</translation>
     </message>
+    <message>
+        <source>%1 cannot be written: %2</source>
+        <translation>%1 kann nicht geschrieben werden: %2</translation>
+    </message>
+    <message>
+        <source>Recording ended: the disk of %1 is nearly full.</source>
+        <translation>Aufnahme beendet: Der Datenträger von %1 ist fast voll.</translation>
+    </message>
+    <message>
+        <source>not known</source>
+        <translation>nicht bekannt</translation>
+    </message>
+    <message>
+        <source>mean %1 %, peak %2 %</source>
+        <translation>im Mittel %1 %, höchstens %2 %</translation>
+    </message>
+    <message>
+        <source>  messages: received %1, sent %2, refused %3
+  messages/s: mean %4, peak %5
+  bus load: %6
+</source>
+        <translation>  Nachrichten: empfangen %1, gesendet %2, abgelehnt %3
+  Nachrichten/s: im Mittel %4, höchstens %5
+  Buslast: %6
+</translation>
+    </message>
+    <message>
+        <source>%1 to %2, %3 s
+</source>
+        <translation>%1 bis %2, %3 s
+</translation>
+    </message>
+    <message>
+        <source>  error %1, times: %2. %3
+</source>
+        <translation>  Fehler %1, Anzahl: %2. %3
+</translation>
+    </message>
+    <message>
+        <source>
+Messages that this program lost because it was busy: %1
+</source>
+        <translation>
+Nachrichten, die dieses Programm verlor, weil es beschäftigt war: %1
+</translation>
+    </message>
 </context>
 <context>
     <name>Table</name>
@@ -210,6 +280,47 @@
     <message>
         <source>%1 s</source>
         <translation>%1 s</translation>
+    </message>
+</context>
+<context>
+    <name>vexmor::Apps::Cimview::CComparisonDialog</name>
+    <message>
+        <source>Reading ...</source>
+        <translation>Wird gelesen ...</translation>
+    </message>
+    <message>
+        <source>Comparison of two logs</source>
+        <translation>Vergleich zweier Logs</translation>
+    </message>
+    <message>
+        <source>ID</source>
+        <translation>ID</translation>
+    </message>
+    <message>
+        <source>Differs</source>
+        <translation>Unterschied</translation>
+    </message>
+    <message>
+        <source>Before [1/s]</source>
+        <translation>Vorher [1/s]</translation>
+    </message>
+    <message>
+        <source>After [1/s]</source>
+        <translation>Nachher [1/s]</translation>
+    </message>
+    <message>
+        <source>Data before</source>
+        <translation>Daten vorher</translation>
+    </message>
+    <message>
+        <source>Data after</source>
+        <translation>Daten nachher</translation>
+    </message>
+    <message>
+        <source>Before: %1
+After: %2</source>
+        <translation>Vorher: %1
+Nachher: %2</translation>
     </message>
 </context>
 <context>
@@ -545,26 +656,48 @@
         <source>There are messages that are not saved. Discard them?</source>
         <translation>Einige Nachrichten sind nicht gespeichert. Verwerfen?</translation>
     </message>
+    <message>
+        <source>&amp;Compare two logs ...</source>
+        <translation>Zwei Logs &amp;vergleichen ...</translation>
+    </message>
+    <message>
+        <source>Record to a new file each &amp;hour</source>
+        <translation>Je &amp;Stunde in eine neue Datei aufnehmen</translation>
+    </message>
+    <message>
+        <source>candump logs (*.log);;Tables for other programs (*.csv)</source>
+        <translation>candump-Logs (*.log);;Tabellen für andere Programme (*.csv)</translation>
+    </message>
+    <message>
+        <source>Logs to compare: two, or the earlier one</source>
+        <translation>Zu vergleichende Logs: zwei, oder das frühere</translation>
+    </message>
+    <message>
+        <source>Log to compare with it</source>
+        <translation>Log, das damit verglichen wird</translation>
+    </message>
+    <message>
+        <source>Loop</source>
+        <translation>Wiederholen</translation>
+    </message>
+    <message>
+        <source>Speed of the replay</source>
+        <translation>Tempo des Abspielens</translation>
+    </message>
+    <message>
+        <source> x</source>
+        <translation>-fach</translation>
+    </message>
+    <message>
+        <source>Stop</source>
+        <translation>Anhalten</translation>
+    </message>
 </context>
 <context>
     <name>vexmor::Apps::Cimview::CLogLoader</name>
     <message>
         <source>%1: lines skipped (29-bit, remote, error or CAN FD frames): %2</source>
         <translation>%1: übersprungene Zeilen (29-Bit-, Remote-, Error- oder CAN-FD-Frames): %2</translation>
-    </message>
-</context>
-<context>
-    <name>vexmor::Apps::Cimview::CLogRecorder</name>
-    <message>
-        <source>Recording ended: the disk of %1 is nearly full.</source>
-        <translation>Aufnahme beendet: Der Datenträger von %1 ist fast voll.</translation>
-    </message>
-</context>
-<context>
-    <name>vexmor::Apps::Cimview::CLogSaver</name>
-    <message>
-        <source>%1 cannot be written: %2</source>
-        <translation>%1 kann nicht geschrieben werden: %2</translation>
     </message>
 </context>
 <context>
@@ -662,6 +795,38 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
     <message>
         <source>&amp;Shown panels</source>
         <translation>&amp;Sichtbare Felder</translation>
+    </message>
+    <message>
+        <source>%1 - CAN interfaces</source>
+        <translation>%1 - CAN-Schnittstellen</translation>
+    </message>
+    <message>
+        <source>Hide</source>
+        <translation>Ausblenden</translation>
+    </message>
+    <message>
+        <source>&amp;Statistics ...</source>
+        <translation>S&amp;tatistik ...</translation>
+    </message>
+    <message>
+        <source>&amp;Folded panels</source>
+        <translation>&amp;Eingeklappte Felder</translation>
+    </message>
+    <message>
+        <source>Statistics</source>
+        <translation>Statistik</translation>
+    </message>
+    <message>
+        <source>Since the start of the program:</source>
+        <translation>Seit dem Start des Programms:</translation>
+    </message>
+    <message>
+        <source>Copy</source>
+        <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>Schließen</translation>
     </message>
 </context>
 <context>
@@ -822,6 +987,14 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
     <message>
         <source>%L1, %L2 hidden by the filter</source>
         <translation>%L1, %L2 durch den Filter ausgeblendet</translation>
+    </message>
+    <message>
+        <source>Pause</source>
+        <translation>Pause</translation>
+    </message>
+    <message>
+        <source>Show live messages in place of %1?</source>
+        <translation>Laufende Nachrichten anstelle von %1 zeigen?</translation>
     </message>
 </context>
 <context>

@@ -7,12 +7,11 @@ namespace vexmor::CoreLib::DataTypes
 
 /// A CAN identifier: 16 bits wide, of which a standard identifier uses bits 0 to 10 (0x000 to 0x7FF).
 ///
-/// A plain value, exactly two bytes, so that it can lie in messages that host and plugin share. Nothing is masked: what
-/// is stored is what is read back and what is sent.
+/// It is a plain value of exactly two bytes. The number is neither checked nor masked; it is sent as it was stored.
 class CCanId
 {
 public:
-    /// The identifier made of a high byte and a low byte; the third byte is reserved for wider identifiers and ignored.
+    /// Creates an identifier from a high byte and a low byte; the third byte is reserved and ignored.
     constexpr CCanId(unsigned char high, unsigned char low, unsigned char /*reserved*/)
         : m_value(static_cast<std::uint16_t>((high << 8) | low))
     {
@@ -20,14 +19,17 @@ public:
     constexpr CCanId(const CCanId&) = default;
     constexpr CCanId& operator=(const CCanId&) = default;
 
-    /// The identifier with the given 16-bit value.
+    /// Returns the identifier with this number.
     static constexpr CCanId fromValue(std::uint16_t value)
     {
         return CCanId(static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value & 0xFF), 0);
     }
 
+    /// Returns the identifier as a number.
     constexpr std::uint16_t value() const { return m_value; }
+    /// Returns bits 8 to 15 of the number.
     constexpr std::uint8_t high() const { return static_cast<std::uint8_t>(m_value >> 8); }
+    /// Returns bits 0 to 7 of the number.
     constexpr std::uint8_t low() const { return static_cast<std::uint8_t>(m_value & 0xFF); }
 
     constexpr bool operator==(const CCanId& other) const { return m_value == other.m_value; }

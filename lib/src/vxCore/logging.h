@@ -5,28 +5,31 @@
 namespace vexmor::CoreLib::Logging
 {
 
-/// Receives one log line: its level (20 progress, 30 refused operations, 50 errors), the source path of the unit
-/// without extension, the source line, and a printf-style format with its arguments; texts are in the local 8-bit
-/// encoding. The arguments live only for the length of the call. It may be called from any thread that uses the
-/// library, in the middle of an operation: it must leave interfaces and the plugin object alone.
+/// A function that receives the log lines. Its arguments are the level (20 progress, 30 refused operations, 50 errors),
+/// the path of the source file without extension, the number of the source line, and a printf-style format with its
+/// arguments, texts in the local 8-bit encoding. They are valid only during the call.
+///
+/// It may be called from any thread that uses the library, in the middle of an operation. It must therefore not use
+/// interfaces or the plugin object.
 using VxLogHandler = void (*)(int level, const char* source, int line, const char* format, ...);
 
-/// The installed handler, or null (the state at program start): nothing is logged then.
+/// Returns the installed handler; null, as at program start, when nothing is logged. Any thread may call this.
 VXCORE_EXPORT VxLogHandler VxLoggingHandler();
 
-/// The threshold: lines below it are not written. 30 at program start.
+/// Returns the lowest level that is logged; 30 at program start. Any thread may call this.
 VXCORE_EXPORT int VxLoggingLevel();
 
-/// Installs a handler; null removes it. Safe from any thread; a line that is being written still reaches the old one.
+/// Installs a handler; null removes it. Any thread may call this. A line that is being logged at that moment may still
+/// reach the previous handler.
 VXCORE_EXPORT void setVxLoggingHandler(VxLogHandler handler);
 
-/// Sets the threshold. Safe from any thread.
+/// Sets the lowest level that is logged. Any thread may call this.
 VXCORE_EXPORT void setVxLoggingLevel(int level);
 
 } // namespace vexmor::CoreLib::Logging
 
-/// Writes one log line through the installed handler. The arguments are evaluated only when the line is written.
-/// SOURCE is the path of the unit without extension.
+/// Logs a line through the installed handler. SOURCE is the path of the source file without extension. The arguments
+/// are evaluated only when the line is logged.
 #define VX_LOG(LEVEL, SOURCE, ...)                                                                                     \
     do {                                                                                                               \
         if (::vexmor::CoreLib::Logging::VxLoggingLevel() <= (LEVEL)) {                                                 \

@@ -5,11 +5,11 @@
 namespace vexmor::CoreLib
 {
 
-/// Helpers for the calling thread.
+/// Functions for the calling thread.
 class VXCORE_EXPORT CThread
 {
 public:
-    /// Pauses the calling thread for at least `milliseconds`; no event is processed meanwhile.
+    /// Pauses the calling thread for at least `milliseconds`, without processing events.
     static void sleepMsecs(unsigned int milliseconds);
 };
 

@@ -21,7 +21,7 @@ bool CBusloadMeter::confirmGatewayMeasures()
 
 void CBusloadMeter::takeGatewayValue(std::uint32_t value, std::uint32_t kbitPerSecond)
 {
-    // The gateway counts frames a second and takes 74 bits for one: value * 74 / (kbit/s * 1000) * 100 percent.
+    // The gateway reports frames per second of 74 bits each: value * 74 / (kbit/s * 1000) * 100 percent.
     if (kbitPerSecond != 0) {
         m_percent = value * 74U / kbitPerSecond / 10U;
     }

@@ -5,15 +5,15 @@
 namespace vexmor::Cim
 {
 
-/// Bits that a message is counted with: its data bits and a fixed 46 around them.
+/// Returns the number of bits that a message counts for: its data bits and 46 others.
 constexpr std::uint64_t canMessageBits(unsigned int dataLength)
 {
     return dataLength * 8U + 46U;
 }
 
-/// The load of a CAN bus in percent: what the gateway measured, once it has confirmed that it does; an estimate from
-/// the messages of this host until then. A value without timer and socket: whoever owns it says when a period ends and
-/// what the gateway answered. A result that would need a division by zero leaves the load as it was.
+/// The load of a CAN bus in percent: an estimate from the messages of this interface, or the gateway's own measurement
+/// once the gateway has confirmed that it measures. It has no timer and no socket; its owner reports the end of each
+/// period and the gateway's replies. The load keeps its value where the calculation would divide by zero.
 class CBusloadMeter
 {
 public:
@@ -21,18 +21,18 @@ public:
     bool gatewayMeasures() const { return m_gatewayMeasures; }
 
     void countMessage(unsigned int dataLength) { m_bits += canMessageBits(dataLength); }
-    /// Ends a period of the estimate: the load becomes that of the messages counted since the last one, rounded down.
-    /// The period's capacity is a 32-bit product (1 ms at 1 kbit/s is 1 bit), which may wrap to 0.
+    /// Ends a period of the estimate: calculates the load from the messages counted in it, rounded down. The capacity
+    /// of the period is a 32-bit product (1 ms at 1 kbit/s is 1 bit), which may wrap to 0.
     void endPeriod(std::uint32_t periodMs, std::uint32_t kbitPerSecond);
-    /// The gateway confirms that it measures; false when it had done so before.
+    /// Notes that the gateway confirmed that it measures. Returns false when it had confirmed this before.
     bool confirmGatewayMeasures();
-    /// Takes the value that the gateway measured on a bus of `kbitPerSecond`; the load is rounded down.
+    /// Calculates the load, rounded down, from the value that the gateway measured on a bus of `kbitPerSecond`.
     void takeGatewayValue(std::uint32_t value, std::uint32_t kbitPerSecond);
 
 private:
     std::uint32_t m_percent = 0;
     bool m_gatewayMeasures = false;
-    std::uint64_t m_bits = 0; ///< sent and received since the last period
+    std::uint64_t m_bits = 0; ///< Bits of messages sent and received in this period.
 };
 
 } // namespace vexmor::Cim

@@ -12,11 +12,11 @@ namespace vexmor::Cim
 
 /// The received messages of an interface that were not read yet: a ring that exists from open to close.
 ///
-/// A full queue refuses new messages: what was stored stays, in order, until it is read. Messages are written and
-/// stored without the lock, and handed to the readers together by `publish`, which takes it once. So the lock is held
-/// for a few instructions only, never while a function of the host runs, and nothing is allocated meanwhile.
+/// A full queue refuses new messages and keeps the stored ones in order. The driver writes messages without the lock;
+/// `publish` takes it once to make them visible to readers. The lock is held for a few instructions only, without
+/// allocation, and never during a call to the host application.
 ///
-/// Any thread may call `take`. All else belongs to the driver's thread.
+/// Any thread may call `take`. Only the driver's thread calls the other functions.
 class CCanMsgQueue
 {
 public:
@@ -24,46 +24,46 @@ public:
 
     enum class EStore {
         eStored,
-        eBecameFull, ///< stored, and it took the last free slot
-        eRefused     ///< the queue was full
+        eBecameFull, ///< The message was stored in the last free slot.
+        eRefused     ///< The queue was full.
     };
     enum class ETake { eTaken, eEmpty, eNoQueue };
 
-    /// Makes an empty queue in the place of any that is there.
+    /// Makes an empty queue; an existing one is replaced.
     void create();
     /// Frees the queue and the messages in it.
     void destroy();
 
-    /// The place of the next message, which still holds an older one; null while there is no queue.
+    /// Returns the slot of the next message, which still holds an older one; null while there is no queue.
     CCanMessage* slot() const { return m_writeSlot; }
-    /// Stores the message that was written to `slot`. Readers get it after the next `publish`.
+    /// Stores the message that was written to `slot`. Readers see it after the next `publish`.
     EStore store();
-    /// Lets readers have all messages that were stored.
+    /// Makes all stored messages visible to readers.
     void publish();
 
-    /// Takes the oldest message; `message` is untouched unless one was taken.
+    /// Takes the oldest message; without one, `message` is unchanged.
     ETake take(CCanMessage& message);
 
 private:
-    /// One slot more than there may be messages, so that the writer always has one of its own.
+    /// One slot more than the capacity, so that the writer always has a slot of its own.
     static constexpr std::uint32_t SLOT_COUNT = CAPACITY + 1;
 
     struct SRing {
-        /// The slot behind another one, which has the first behind the last.
+        /// Returns the slot that follows another one; the first one follows the last.
         CCanMessage* next(CCanMessage* slot) { return slot == &slots.back() ? &slots.front() : slot + 1; }
 
         std::array<CCanMessage, SLOT_COUNT> slots;
-        CCanMessage* readSlot = &slots.front(); ///< that the next message is taken from
-        std::uint32_t count = 0;                ///< messages published and not yet taken
+        CCanMessage* readSlot = &slots.front(); ///< Slot of the oldest message.
+        std::uint32_t count = 0;                ///< Number of messages that were published and not yet taken.
     };
 
-    std::mutex m_lock; ///< guards the pointer, and of the ring all but the slots that were not published
+    std::mutex m_lock; ///< Guards m_ring and the ring, except for slots that were not published.
     std::unique_ptr<SRing> m_ring;
 
-    // Of the driver's thread:
-    CCanMessage* m_writeSlot = nullptr; ///< that the next message is written to; null while there is no queue
-    std::uint32_t m_unpublished = 0;    ///< messages stored since the last `publish`
-    std::uint32_t m_room = 0; ///< messages that fit in any case: readers may have made room since the last `publish`
+    // Used by the driver's thread only:
+    CCanMessage* m_writeSlot = nullptr; ///< Slot of the next message; null while there is no queue.
+    std::uint32_t m_unpublished = 0;    ///< Number of messages stored since the last `publish`.
+    std::uint32_t m_room = 0;           ///< Free slots at the last `publish`; readers may have freed more since.
 };
 
 inline CCanMsgQueue::EStore CCanMsgQueue::store()

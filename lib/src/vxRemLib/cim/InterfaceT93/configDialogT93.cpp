@@ -33,8 +33,8 @@ const QString ADDRESS_MASK = QStringLiteral("000.000.000.000");
 const QString PORT_MASK = QStringLiteral("00000;");
 const QChar DOT = QLatin1Char('.');
 
-/// Selects what a line edit with a mask holds when the user comes with the Tab key. Qt does so only without a mask:
-/// with one, 10.0.0.5 typed over 192.168.1.70 would leave the old digits in between and give 102.068.0.50.
+/// Selects the text of a line edit with a mask when the user enters it with the Tab key, as Qt does for edits without a
+/// mask. Otherwise typing 10.0.0.5 over 192.168.1.70 would keep old digits in between: 102.068.0.50.
 class CSelectOnTab : public QObject
 {
 public:
@@ -46,7 +46,7 @@ private:
         if (event->type() == QEvent::FocusIn) {
             const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
             if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason) {
-                // After the edit's own handling, which moves the cursor.
+                // Delayed, because the edit itself then moves the cursor.
                 QTimer::singleShot(0, static_cast<QLineEdit*>(watched), &QLineEdit::selectAll);
             }
         }
@@ -59,7 +59,7 @@ QLineEdit* makeMaskedEdit(const QString& mask, const QString& text)
     auto* const edit = new QLineEdit;
     edit->setInputMask(mask);
     edit->setText(text);
-    edit->setMinimumWidth(edit->sizeHint().width()); // the dialog is small at first: a whole address must show
+    edit->setMinimumWidth(edit->sizeHint().width()); // a whole address must fit, although the dialog is small at first
     edit->installEventFilter(new CSelectOnTab(edit));
     return edit;
 }
@@ -76,12 +76,12 @@ QSpinBox* makeBusloadSpin(std::uint32_t milliseconds)
     auto* const spin = new QSpinBox;
     spin->setRange(MIN_BUSLOAD_MS, MAX_BUSLOAD_MS);
     spin->setSingleStep(1);
-    // Held within the range before it becomes an int: a huge value is no negative one.
+    // Limited before the conversion to int, which would make a huge value negative.
     spin->setValue(static_cast<int>(std::clamp(milliseconds, MIN_BUSLOAD_MS, MAX_BUSLOAD_MS)));
     return spin;
 }
 
-/// A combo box with the texts of some enumerators; the first one is shown for a value that has none.
+/// Returns a combo box with the texts of some enumerators. For a value that is not among them, it shows the first.
 template <typename Enum, std::size_t COUNT, typename ToStr>
 QComboBox* makeEnumCombo(const Enum (&values)[COUNT], Enum current, const QString& unknown, ToStr&& toStr)
 {
@@ -100,15 +100,15 @@ QComboBox* makeBaudrateCombo(std::uint32_t baudrate)
 {
     auto* const combo = new QComboBox;
     combo->setEditable(true);
-    combo->setCompleter(nullptr); // what is typed counts: 5 must not become 50 while the user types
+    combo->setCompleter(nullptr); // 5 must not become 50 while the user types
     for (const std::uint32_t entry : BAUDRATES) {
         combo->addItem(QString::number(entry));
     }
-    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // none: an empty field
+    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // a rate without an entry: an empty field
     return combo;
 }
 
-/// Each part as the decimal number that the user reads: QHostAddress takes 010 for an octal one.
+/// Returns the address with each part read as a decimal number; QHostAddress would read 010 as an octal one.
 QHostAddress addressOf(const QString& text)
 {
     QStringList parts = text.split(DOT);
@@ -158,7 +158,7 @@ void CConfigDialogT93::setupUi()
     // The Tab key follows the rows, since the layout adopts the fields in this order.
     auto addRow = [this, row = 0](QLabel*& label, QWidget* field) mutable {
         label = new QLabel;
-        label->setBuddy(field); // what a screen reader calls the field
+        label->setBuddy(field); // a screen reader names the field by it
         m_gridLayout->addWidget(label, row, 0);
         m_gridLayout->addWidget(field, row, 1);
         ++row;
@@ -265,8 +265,8 @@ bool CConfigDialogT93::checkValues()
 
     if (!ok) {
         QMessageBox box(QMessageBox::Warning, QString(), message, QMessageBox::Ok);
-        box.setTextFormat(Qt::PlainText); // the lines hold < and >
-        // Without the dialog the box has nothing to say, and whoever waits for the dialog would wait for the box.
+        box.setTextFormat(Qt::PlainText); // the lines contain < and >
+        // The box closes with the dialog: the caller of the dialog would otherwise wait for the box.
         connect(this, &QDialog::finished, &box, &QDialog::reject);
         connect(this, &QObject::destroyed, &box, &QDialog::reject);
         box.exec(); // the dialog may be deleted meanwhile

@@ -16,35 +16,34 @@ class QVBoxLayout;
 namespace vexmor::Cim
 {
 
-/// The modal dialog in which a user edits the settings of one T93 gateway. Run once with `exec`; when that gives
-/// `QDialog::Accepted`, `configParam` gives what was entered. It knows neither sockets nor the settings store: what
-/// becomes of the result is its caller's business. GUI thread only.
+/// The modal dialog in which a user edits the settings of one T93 gateway. Run it once with `exec`; if that returns
+/// `QDialog::Accepted`, `configParam` returns the values entered. The dialog does not use them itself. GUI thread only.
 ///
-/// OK checks the port (0 to 65535) and the four parts (0 to 255) of both addresses. What is wrong is told in one
-/// message box, a line for each field, and the dialog stays open with what the user typed. Nothing else is checked: any
-/// integer is taken as a baud rate. Cancel, Escape and the close button discard everything without a question.
+/// OK checks the port (0 to 65535) and the four parts (0 to 255) of both addresses. A message box lists the faults, one
+/// line per field, and the dialog stays open with the user's input. Other fields are not checked; any integer is
+/// accepted as a baud rate. Cancel, Escape and the close button discard the input without confirmation.
 ///
-/// Its texts follow the language of the application while it is open. Every field can be edited at all times. DHCP flag
-/// and MAC address are not shown; the result has them reset.
+/// Its texts follow the language of the application while it is open. DHCP flag and MAC address are not shown; in the
+/// result they have their default values.
 class CConfigDialogT93 : public QDialog
 {
     Q_OBJECT
 
 public:
-    /// Shows the values of `param`. Bus load times are held within 100 to 3000 ms; a socket mode or protocol without an
-    /// entry shows the first one; a baud rate without an entry leaves the field empty.
+    /// Shows the values of `param`. Bus load times are limited to 100 to 3000 ms; for a socket mode or protocol without
+    /// an entry the first entry is shown; for a baud rate without an entry the field is empty.
     CConfigDialogT93(const CConfigParamT93& param, QWidget* parent, Qt::WindowFlags flags);
     ~CConfigDialogT93() override;
 
-    /// A new record of what the fields hold now; may be called any number of times. What is no number leaves the
-    /// record's default (port 30000, 100 kbit/s). Leading zeros of an address mean nothing: 010 is 10.
+    /// Returns the present values of the fields. A port or baud rate that is no number counts as the default (30000,
+    /// 100 kbit/s). Leading zeros in an address are ignored: 010 is 10.
     CConfigParamT93 configParam() const;
 
 public Q_SLOTS:
-    // What the buttons do. They hide the signals of these names: connect to those as &QDialog::accepted.
-    /// Closes with `QDialog::Accepted` when the values are good.
+    // The actions of the buttons. They hide the signals of the same names: connect to those as &QDialog::accepted.
+    /// Closes the dialog with `QDialog::Accepted` if the values are valid.
     void accepted();
-    /// Closes with `QDialog::Rejected`.
+    /// Closes the dialog with `QDialog::Rejected`.
     void rejected();
 
 protected:
@@ -54,14 +53,15 @@ private:
     void setupUi();
     void createFields();
     void retranslateUi();
-    /// False, after a message box, when port or addresses are not good. The dialog may be gone then.
+    /// Returns whether port and addresses are valid. Otherwise it shows a message box first, during which the dialog
+    /// may be deleted.
     bool checkValues();
-    /// Appends a line to `message`, and clears `ok`, when `address` is not good.
+    /// Appends a line to `message` and clears `ok` if `address` is invalid.
     static void checkIpAddress(const QString& label, const QString& address, QString& message, bool& ok);
 
-    const CConfigParamT93 m_configParam; ///< the values at first
+    const CConfigParamT93 m_configParam; ///< Initial values.
 
-    // Owned by the tree of the dialog's objects.
+    // Owned by the dialog as their parent.
     QVBoxLayout* m_mainLayout = nullptr;
     QDialogButtonBox* m_buttonBox = nullptr;
     QGridLayout* m_gridLayout = nullptr;

@@ -16,7 +16,7 @@ constexpr int SERVICE_COUNT = 3;
 const QString SERVICES[SERVICE_COUNT] = {QStringLiteral("CLIENT"), QStringLiteral("SERVER"),
                                          QStringLiteral("Invalid")}; // by EServiceType
 
-/// Keeps a settings group open for a scope; an empty name opens none.
+/// Opens a settings group for the lifetime of this object; an empty name opens none.
 class CSettingsGroup
 {
 public:
@@ -40,8 +40,8 @@ private:
     const bool m_open;
 };
 
-/// Parses the address stored under a key into `address`, which keeps its value when the key is absent. On failure gives
-/// false and the stored text.
+/// Reads the address stored under a key; without such a key, `address` is unchanged. Returns false, with the stored
+/// text in `text`, when it is no address.
 bool readAddress(const QSettings& settings, const QString& key, QHostAddress& address, QString& text)
 {
     if (!settings.contains(key)) {
@@ -210,8 +210,9 @@ int CConfigParamT93::saveSettings(const QString& group, CCommonInfo& commonInfo)
     QSettings settings;
     const CSettingsGroup outer(settings, group);
     const QString ownGroup = commonInfo.settingsGroup();
-    if (!ownGroup.isEmpty()) { // removing an empty key would remove every other interface in the group
-        const QVariant namesake = settings.value(ownGroup); // a key of an unnamed interface goes with the group
+    if (!ownGroup.isEmpty()) { // removing an empty key would remove all interfaces
+        // A key of the unnamed interface may have the name of this group, and must stay.
+        const QVariant namesake = settings.value(ownGroup);
         settings.remove(ownGroup);
         if (namesake.isValid()) {
             settings.setValue(ownGroup, namesake);

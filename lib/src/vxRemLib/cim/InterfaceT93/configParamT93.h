@@ -12,17 +12,17 @@
 namespace vexmor::Cim
 {
 
-/// Everything the system knows about how to reach and drive one T93 gateway.
+/// The parameters of the interface to one T93 gateway.
 ///
-/// A plain value without a lock; it validates nothing, every setter stores what it is given. It reads and writes itself
-/// in the host's settings store.
+/// It is a plain value without a lock. The setters do not check their values. It loads itself from the settings store
+/// of the application, and saves itself there.
 class CConfigParamT93
 {
 public:
     /// Socket mode of the gateway; its texts are "CLIENT", "SERVER" and "Invalid".
     enum EServiceType : int { eServiceClient = 0, eServiceServer = 1, eServiceInvalid = 2 };
 
-    /// A MAC address, first (leftmost printed) byte first.
+    /// A MAC address; the first byte is the leftmost when printed.
     using MacAddress = std::array<std::uint8_t, 6>;
 
     CConfigParamT93();
@@ -49,49 +49,52 @@ public:
     std::uint16_t busloadMeasureInterval() const { return m_busloadMeasureInterval; }
     void setBusloadMeasureInterval(std::uint16_t milliseconds) { m_busloadMeasureInterval = milliseconds; }
     std::uint32_t busloadPollTime() const { return m_busloadPollTime; }
-    /// Held as it is; with 0 the driver measures every 100 ms, and only the gateway's own measurement gives a load.
+    /// Stores the value unchanged. With 0 the driver measures every 100 ms, and only the gateway's own measurement
+    /// yields a load.
     void setBusloadPollTime(std::uint32_t milliseconds) { m_busloadPollTime = milliseconds; }
     std::uint32_t canBaudrate() const { return m_canBaudrate; }
     void setCanBaudrate(std::uint32_t kbitPerSecond) { m_canBaudrate = kbitPerSecond; }
     void setMacAddress(const MacAddress& address) { m_macAddress = address; }
 
-    /// The port text of an interface description, like IP=192.168.1.70:30000:TCP.
+    /// Returns the port text for the description of an interface, like IP=192.168.1.70:30000:TCP.
     QString ipPortString() const;
-    /// The MAC address, each byte as two lower-case hexadecimal digits, with the separator between them.
+    /// Returns the MAC address: two lower-case hexadecimal digits per byte, with the separator between bytes.
     QString macAddressString(const QChar& separator) const;
-    /// Text of the protocol; `ok` becomes false, and the text "Invalid", when it has none.
+    /// Returns the text of the protocol; when it has none, "Invalid", and `ok` becomes false.
     QString protocolTypeString(bool& ok) const;
-    /// Text of the service type; `ok` becomes false, and the text "Invalid", when it has none.
+    /// Returns the text of the service type; when it has none, "Invalid", and `ok` becomes false.
     QString serviceTypeString(bool& ok) const;
 
-    /// False, with the text "Invalid" and a log line of level 30, for a value that has no text.
+    /// Sets `text` to the text of a service type. Returns false, with the text "Invalid" and a log line of level 30,
+    /// for a value that has none.
     static bool serviceEnumToStr(EServiceType type, QString& text);
-    /// Case-sensitive; false, `type` untouched and a log line of level 30, for an unknown text.
+    /// Sets `type` to the service type for a text (case-sensitive). Returns false, with `type` unchanged and a log line
+    /// of level 30, for an unknown text.
     static bool serviceStrToEnum(const QString& text, EServiceType& type);
 
-    /// Loads this record and `commonInfo` from the settings group of `commonInfo`'s unique name below `group`. Missing
-    /// keys leave their fields. 7 when another plugin's interface is stored there, 9 for a text that is no address, 8
-    /// for one that is no protocol or service: nothing is changed then. 0 otherwise.
+    /// Loads this object and `commonInfo` from the settings group of `commonInfo`'s unique name below `group`. Missing
+    /// keys leave their fields unchanged. Returns 0; 7 when the group belongs to another plugin, 8 when a protocol or
+    /// service is unknown, 9 when an address is invalid: nothing is changed then.
     int loadSettings(const QString& group, CCommonInfo& commonInfo);
-    /// Stores this record and `commonInfo` there, in the place of everything that was stored under that unique name.
-    /// With an empty unique name the keys stand directly in `group`, and nothing in it is removed. 10, and nothing
-    /// written, when protocol or service have no text; 0 otherwise.
+    /// Stores this object and `commonInfo` there, in place of everything stored under that unique name. With an empty
+    /// unique name the keys are stored directly in `group`, and nothing is removed. Returns 0; 10, and nothing is
+    /// written, when protocol or service have no text.
     int saveSettings(const QString& group, CCommonInfo& commonInfo);
 
 private:
     EServiceType m_serviceType = eServiceServer;
     CCommonInfo::EProtocolType m_protocolType = CCommonInfo::eProtocolTcp;
     QHostAddress m_ipAddress;
-    QHostAddress m_localIpAddress; ///< of the PC's network interface to the gateway; UDP binds to it
-    std::uint16_t m_port = 30000;  ///< TCP or UDP port of the gateway
-    bool m_udpBindAnyIp = false;   ///< UDP: bind to any address of the PC
-    bool m_dhcp = false;           ///< kept for the user, not acted on
-    bool m_autoIpUpdate = false;   ///< kept for the user, not acted on
-    MacAddress m_macAddress{};     ///< never stored
+    QHostAddress m_localIpAddress; ///< UDP: address of this computer to which the socket is bound.
+    std::uint16_t m_port = 30000;  ///< TCP or UDP port of the gateway.
+    bool m_udpBindAnyIp = false;   ///< UDP: bind the socket to all addresses of this computer.
+    bool m_dhcp = false;           ///< Stored for the user; has no effect.
+    bool m_autoIpUpdate = false;   ///< Stored for the user; has no effect.
+    MacAddress m_macAddress{};     ///< As sent by the gateway; not stored.
     QString m_hostname;
-    std::uint16_t m_busloadMeasureInterval = 1000; ///< ms
-    std::uint32_t m_busloadPollTime = 800;         ///< ms
-    std::uint32_t m_canBaudrate = 100;             ///< kbit/s
+    std::uint16_t m_busloadMeasureInterval = 1000; ///< Interval in ms.
+    std::uint32_t m_busloadPollTime = 800;         ///< Interval in ms.
+    std::uint32_t m_canBaudrate = 100;             ///< Bit rate in kbit/s.
 
     static const QString KEY_HOSTNAME;
     static const QString KEY_PORT;

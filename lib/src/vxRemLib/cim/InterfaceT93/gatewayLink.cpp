@@ -16,16 +16,16 @@ namespace vexmor::Cim
 {
 namespace
 {
-/// The log knows driver and link as one unit.
+/// Driver and link log under one name.
 constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
-/// Read from the kernel ahead of the deframer at most; a peer that sends more waits in TCP's own flow control.
+/// Bytes that are read from the kernel ahead of the deframer; TCP's flow control stops a peer that sends more.
 constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
-/// About a second of a full CAN bus: 1 Mbit/s carries 9,000 frames of 8 data bytes, framed in 15 bytes each. So much
-/// may wait here for a gateway that does not read, and half as much again in the kernel (`tune`).
+/// Bytes that may wait here for a gateway that does not read: about a second of a full CAN bus, which carries 9,000
+/// messages of 8 data bytes at 1 Mbit/s, framed in 15 bytes each. Half as many may wait in the kernel (`tune`).
 constexpr qint64 SEND_BUFFER_LIMIT = 9000LL * 15;
 
-/// A link that is deleted through the event loop.
+/// Returns a link that is deleted by the event loop.
 template <typename Link>
 std::shared_ptr<CGatewayLink> makeLink(const CConfigParamT93& config)
 {
@@ -37,7 +37,7 @@ class CTcpLink : public CGatewayLink
 public:
     explicit CTcpLink(const CConfigParamT93& config) : CGatewayLink(m_socket), m_config(config)
     {
-        m_socket.setProxy(QNetworkProxy::NoProxy); // a gateway is never behind the host's web proxy
+        m_socket.setProxy(QNetworkProxy::NoProxy); // gateways are not reached through a web proxy
         m_socket.setReadBufferSize(READ_AHEAD_LIMIT);
         connect(&m_socket, &QAbstractSocket::connected, this, &CTcpLink::tune);
     }
@@ -76,7 +76,8 @@ protected:
     qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) override;
 
 private:
-    bool isOwn(const Q_IPV6ADDR& sender) const; ///< an IPv4 sender in its IPv6 form
+    /// Returns whether a datagram came from this interface; an IPv4 address of the sender is given in its IPv6 form.
+    bool isOwn(const Q_IPV6ADDR& sender) const;
 
     const CConfigParamT93& m_config;
     QUdpSocket m_socket;
@@ -105,12 +106,12 @@ int CTcpLink::waitUntilUp(int timeoutMs)
     return RC_OK;
 }
 
-/// Small frames leave at once, and a peer that vanished is noticed.
+/// Sets the socket so that small frames leave at once and the loss of the peer is noticed.
 void CTcpLink::tune()
 {
     m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     m_socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    // The kernel would let its own buffer grow to megabytes: minutes of stale commands.
+    // By default the kernel's buffer grows to megabytes, which hold minutes of outdated messages.
     m_socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, static_cast<int>(SEND_BUFFER_LIMIT / 2));
     setPeerLossTimers(m_socket);
 }
@@ -119,7 +120,7 @@ bool CTcpLink::send(const char* bytes, qint64 size)
 {
     qint64 waiting = m_socket.bytesToWrite();
     if (waiting > 0) {
-        m_socket.flush(); // the kernel may have room by now, and may as well find the link broken
+        m_socket.flush(); // may make room, or find the link broken
         waiting = m_socket.bytesToWrite();
         if (!isUp() || waiting + size > SEND_BUFFER_LIMIT) {
             return false;
@@ -152,7 +153,7 @@ bool CUdpLink::send(const char* bytes, qint64 size)
 
 qint64 CUdpLink::readPiece(char* bytes, qint64 maxSize, bool isFirst)
 {
-    // The first time without a look: unless something is read, Qt signals no more.
+    // The first read is always made: without one, Qt would signal no further datagram.
     if (!isFirst && !m_socket.hasPendingDatagrams()) {
         return NOTHING;
     }

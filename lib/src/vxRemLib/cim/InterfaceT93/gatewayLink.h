@@ -13,75 +13,76 @@ namespace vexmor::Cim
 
 class CConfigParamT93;
 
-/// One connection to a gateway: a TCP connection, or a UDP socket that is bound for it. Made anew for each open and
-/// each reconnection, so that the deframer, and all else that belongs to one connection, ends with it. Whoever uses it
-/// need not know which of both it is.
+/// One connection to a gateway over TCP, or over a bound UDP socket. Each open and each reconnection makes a new one,
+/// so that the state of a connection (the deframer, for example) ends with it.
 ///
-/// Lives in the thread of its owner, the driver. It is shared only with functions on the stack that call the host,
-/// which may close the interface meanwhile, and is deleted through the event loop: it may be in the middle of a signal.
+/// It lives in the thread of its owner, the driver. Only calls to the host application share it (CHostCall), because
+/// the interface may be closed during such a call. It is deleted by the event loop, because its socket may be emitting
+/// a signal.
 class CGatewayLink : public QObject
 {
 public:
     /// How a read ended.
     enum class EReadEnd {
-        eUnderWay, ///< another read takes the bytes: this one was called from within it
-        eDrained,  ///< nothing waits any more
-        eFailed,   ///< a read from the socket failed
-        eStopped,  ///< whoever takes the bytes wants no more
-        eMoreWaits ///< enough for one turn of the event loop: to be gone on with in another
+        eUnderWay, ///< It was called within another read, which takes the bytes.
+        eDrained,  ///< Everything that waited was read.
+        eFailed,   ///< Reading from the socket failed.
+        eStopped,  ///< `take` returned false.
+        eMoreWaits ///< The limit of one turn of the event loop was reached: read again in another turn.
     };
 
-    /// A link that was not started yet, over the protocol of `config`; null for one that is neither TCP nor UDP.
-    /// Addresses are read from `config` when they are needed; it must live for as long as the link is used.
+    /// Returns a link for the protocol of `config` that is not started yet; null for a protocol other than TCP and UDP.
+    /// The link reads addresses from `config` whenever it needs them: `config` must outlive it.
     static std::shared_ptr<CGatewayLink> create(const CConfigParamT93& config);
-    /// Another one of the same kind.
+    /// Returns a new link of the same protocol and configuration.
     virtual std::shared_ptr<CGatewayLink> successor() const = 0;
 
-    /// For its signals `connected`, `disconnected` and `readyRead`. Over UDP only the last one comes.
+    /// Returns the socket, for its signals `connected`, `disconnected` and `readyRead`; over UDP only the last is
+    /// emitted.
     QAbstractSocket& socket() { return m_socket; }
 
-    /// Starts to connect (TCP), or binds (UDP): 0, 103 or 104.
+    /// Starts to connect (TCP), or binds the socket (UDP). Returns 0, 103 or 104.
     virtual int start() = 0;
-    /// Waits until a started link is up: 0, or 103 when that takes longer. Processes the host's events once after it
-    /// has waited: the host may then have closed or deleted the interface.
+    /// Waits until a started link is up. Returns 0, or 103 when that fails or takes longer. Over TCP it then processes
+    /// pending events, which may close or delete the interface.
     virtual int waitUntilUp(int timeoutMs) = 0;
-    /// Ends the link at once; what waits to be sent is lost.
+    /// Ends the link at once; bytes that wait to be sent are lost.
     void close();
 
-    /// Frames can be sent: the TCP connection stands, the UDP socket is bound.
+    /// Returns whether frames can be sent: the TCP connection is made, or the UDP socket is bound.
     bool isUp() const
     {
         return m_socket.state() == QAbstractSocket::ConnectedState || m_socket.state() == QAbstractSocket::BoundState;
     }
-    /// An attempt to connect is under way.
+    /// Returns whether an attempt to connect is in progress.
     bool isStarting() const { return m_socket.state() == QAbstractSocket::ConnectingState; }
-    /// It reaches every gateway on the network: none of them is to be asked anything.
+    /// Returns whether the link reaches every gateway on the network (broadcast mode); no requests are sent then.
     virtual bool reachesAll() const = 0;
 
-    /// Sends `size` bytes, a whole frame; false when not one of them will be sent: the link failed, or as much waits
-    /// already as may wait for a gateway that does not read.
+    /// Sends `size` bytes, a whole frame. Returns false when none of them will be sent, because the link failed or too
+    /// much already waits for a gateway that does not read.
     virtual bool send(const char* bytes, qint64 size) = 0;
 
-    /// Reads what waits, piece by piece of RM_BUFFER_SIZE bytes or a datagram, and gives each to `take(const char*
-    /// bytes, qint64 count)`, which returns false to stop. A call from within `take` does nothing, for the call that is
-    /// under way takes what has come meanwhile: pieces stay in order, and whole.
+    /// Reads what the socket has, in pieces of up to RM_BUFFER_SIZE bytes or a datagram, and passes each piece to
+    /// `take(const char* bytes, qint64 count)`, which returns false to stop. A call within `take` does nothing: the
+    /// outer call also reads what arrived meanwhile, so that pieces stay in order.
     template <typename Take>
     EReadEnd read(Take&& take);
 
     CRmDeframer& deframer() { return m_deframer; }
 
 protected:
-    /// Of a member of the derived class.
+    /// `socket` is a member of the derived class.
     explicit CGatewayLink(QAbstractSocket& socket) : m_socket(socket) {}
 
-    /// What readPiece gives besides the number of bytes, and 0 or -1 when the read failed.
-    static constexpr qint64 NOTHING = -2; ///< nothing waits
-    static constexpr qint64 SKIPPED = -3; ///< a piece that is not for the host
+    static constexpr qint64 NOTHING = -2; ///< Result of readPiece when there is nothing to read.
+    static constexpr qint64 SKIPPED = -3; ///< Result of readPiece for a datagram of this interface itself.
 
+    /// Reads a piece and returns its number of bytes, one of the values above, or 0 or -1 when reading failed.
     virtual qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) = 0;
 
 private:
-    /// Taken in one turn of the event loop at most, so that a flood cannot keep the host from its other events.
+    /// Pieces read in one turn of the event loop, so that a flood does not delay other events.
     static constexpr int MAX_PIECES_PER_TURN = 256;
 
     QAbstractSocket& m_socket;

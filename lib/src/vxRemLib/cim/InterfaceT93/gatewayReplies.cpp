@@ -7,7 +7,7 @@ namespace vexmor::Cim
 {
 namespace
 {
-// CAN message payload: identifier high byte, identifier low byte, data, and with the timed command a time stamp.
+// CAN message payload: high and low byte of the identifier, data, and with the timed command a time stamp.
 constexpr int CAN_ID_SIZE = 2;
 constexpr int TIME_STAMP_SIZE = 4;
 constexpr unsigned int MAX_DATA_LENGTH = 8;
@@ -18,7 +18,7 @@ constexpr int FIRMWARE_REPLY_SIZE = 4;
 constexpr std::size_t FIRMWARE_MAJOR = 2;
 constexpr std::size_t FIRMWARE_MINOR = 3;
 
-constexpr int DEVICE_NUMBER_SIZE = 2; // behind the identification text
+constexpr int DEVICE_NUMBER_SIZE = 2; // after the identification text
 } // namespace
 
 void readCanMessage(const SRmFrame& frame, CCanMessage& message)
@@ -28,11 +28,11 @@ void readCanMessage(const SRmFrame& frame, CCanMessage& message)
     auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
     const CCanId id(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0);
 
-    if (dataLength == MAX_DATA_LENGTH) { // the usual: nothing is left of the message before, and no loop is needed
+    if (dataLength == MAX_DATA_LENGTH) { // the usual size: overwrites the previous message without a loop
         message.setData(0, MAX_DATA_LENGTH, data);
     } else {
         message = CCanMessage();
-        if (message.setLength(dataLength)) { // else it has logged why
+        if (message.setLength(dataLength)) { // otherwise it has logged the reason
             message.setData(0, dataLength, data);
         }
     }
@@ -47,7 +47,7 @@ EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version)
     const int major = frame[FIRMWARE_MAJOR];
     const int minor = frame[FIRMWARE_MINOR];
     if (major == 2 && minor == 3) {
-        return EFirmwareReply::eAskDeviceId;
+        return EFirmwareReply::eInDeviceId;
     }
     version = QStringLiteral("%1.%2").arg(major).arg(minor, 2, 10, QLatin1Char('0'));
     return EFirmwareReply::eVersion;

@@ -7,18 +7,19 @@
 namespace vexmor::Cim
 {
 
-/// Made on the stack by an operation of the driver before it calls the host, who may close, reopen or delete the
-/// interface in that call. Tells afterwards whether the operation may go on, and keeps the link alive that long.
+/// Guards a call to the host application, which may close, reopen or delete the interface. An operation of the driver
+/// makes one on the stack before such a call. Afterwards it shows whether the operation may go on; it also keeps the
+/// link alive until then.
 class CInterfaceT93::CHostCall
 {
 public:
     explicit CHostCall(CInterfaceT93& owner) : m_owner(&owner), m_link(owner.m_link), m_openings(owner.m_openings) {}
 
-    /// The link that was used when the call was made.
+    /// Returns the link that was used when this object was made.
     const std::shared_ptr<CGatewayLink>& link() const { return m_link; }
-    /// False once the host has deleted the interface: no member of it may be touched any more.
+    /// Returns false once the interface was deleted: none of its members may then be used.
     bool isOwnerAlive() const { return !m_owner.isNull(); }
-    /// False once the host has deleted, closed or reopened the interface. A link that was lost meanwhile is no reason.
+    /// Returns false once the interface was deleted, closed or reopened. A lost link does not count.
     bool isSameOpening() const { return isOwnerAlive() && m_owner->m_link && m_owner->m_openings == m_openings; }
 
 private:

@@ -18,7 +18,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
 constexpr int CONNECT_WAIT_MS = 1000;
 constexpr int RECONNECT_INTERVAL_MS = 3000;
-/// The gateway drops a request that comes within this time of the connection.
+/// The gateway drops requests that arrive within this time after the connection.
 constexpr unsigned int PAUSE_AFTER_CONNECT_MS = 20;
 const QString PLUGIN_NAME = QStringLiteral("InterfaceT93Plugin");
 } // namespace
@@ -44,7 +44,7 @@ CInterfaceT93::CInterfaceT93() : m_connectSvTimer(this), m_busloadPollTimer(this
 
 CInterfaceT93::~CInterfaceT93()
 {
-    if (m_configDialog) { // ends `configure`, which waits for it
+    if (m_configDialog) { // `configure` waits for it
         m_configDialog->reject();
     }
     teardown();
@@ -76,7 +76,7 @@ int CInterfaceT93::openCommunication()
     ++m_openings;
     m_deviceIdExpected = false;
     m_nextReconnection = QDeadlineTimer();
-    m_commonInfo.setConnectionState(CCommonInfo::eNotConnected); // a scan's result or a clone says otherwise
+    m_commonInfo.setConnectionState(CCommonInfo::eNotConnected); // may differ after a scan or in a clone
     useLink(CGatewayLink::create(m_configParam));
     if (!m_link) {
         VX_LOG(50, LOG_SOURCE, "unknown protocol %d", static_cast<int>(m_configParam.protocolType()));
@@ -89,14 +89,14 @@ int CInterfaceT93::openCommunication()
     if (code == RC_OK) {
         code = call.link()->waitUntilUp(CONNECT_WAIT_MS);
     }
-    if (!call.isSameOpening()) { // events were processed, in which the host closed or deleted it
+    if (!call.isSameOpening()) { // a processed event closed, reopened or deleted this interface
         return call.isOwnerAlive() && m_link ? RC_ALREADY_OPENED : RC_TCP_CONNECT_FAILED;
     }
     if (code != RC_OK) {
         teardown();
         return code;
     }
-    if (m_link->isUp() && m_commonInfo.connectionState() == CCommonInfo::eNotConnected) { // bound: no signal says so
+    if (m_link->isUp() && m_commonInfo.connectionState() == CCommonInfo::eNotConnected) { // UDP: no signal reports it
         m_commonInfo.setConnectionState(CCommonInfo::eConnected);
         requestStartup(false);
     }
@@ -171,7 +171,7 @@ void CInterfaceT93::onSocketConnected()
 void CInterfaceT93::onSocketDisconnected()
 {
     VX_LOG(20, LOG_SOURCE, "disconnected from socket received");
-    // What came before the loss is handed over first, and from the event loop: a send may have found the link broken.
+    // Data received before the loss is delivered first, from the event loop, since a send may have found the loss.
     QMetaObject::invokeMethod(this, &CInterfaceT93::onReadyRead, Qt::QueuedConnection);
 }
 
@@ -184,7 +184,7 @@ void CInterfaceT93::giveUpLostLink()
     Q_EMIT queuedInterfaceError(IE_TCP_CONNECTION_LOST);
     if (m_nextReconnection.hasExpired()) {
         reconnect();
-    } else { // a gateway that accepts and closes at once must not keep the host busy
+    } else { // a gateway that accepts and closes at once must not keep the host application busy
         m_connectSvTimer.start(static_cast<int>(m_nextReconnection.remainingTime()));
     }
 }
@@ -199,10 +199,10 @@ void CInterfaceT93::onConnectSvTimerTimeout()
 
 void CInterfaceT93::reconnect()
 {
-    // Started first: an attempt that fails at once (network down) must be followed by others too.
+    // Started before the attempt, which may fail at once: other attempts must follow it, too.
     m_connectSvTimer.start(RECONNECT_INTERVAL_MS);
     m_nextReconnection.setRemainingTime(RECONNECT_INTERVAL_MS);
-    if (!m_link->isStarting()) { // an attempt that is under way is left running
+    if (!m_link->isStarting()) { // a running attempt goes on
         useLink(m_link->successor());
         m_link->start();
     }
@@ -210,16 +210,16 @@ void CInterfaceT93::reconnect()
 
 void CInterfaceT93::requestStartup(bool reset)
 {
-    const bool asks = !m_link->reachesAll();
+    const bool isOneGateway = !m_link->reachesAll();
     if (reset) {
         sendCommand(RM_CMD_RESET);
     }
-    if (asks) {
+    if (isOneGateway) {
         sendCommand(RM_CMD_MAC_ADDRESS);
         sendCommand(RM_CMD_FIRMWARE_VERSION);
     }
     restartBusload();
-    if (asks) {
+    if (isOneGateway) {
         const std::uint16_t interval = m_configParam.busloadMeasureInterval();
         sendCommand(RM_CMD_BUSLOAD_INTERVAL,
                     {static_cast<std::uint8_t>(interval >> 8), static_cast<std::uint8_t>(interval & 0xFF)});

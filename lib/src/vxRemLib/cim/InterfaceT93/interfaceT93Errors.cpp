@@ -2,7 +2,7 @@
 #include "cim/resultCodes.h"
 #include "cim/textTable.h"
 
-// The texts of the gateway's result codes and of the interface errors, and the way of an error to the host.
+// The texts of the gateway's result codes and of the interface errors, and how an error reaches the host application.
 
 namespace vexmor::Cim
 {

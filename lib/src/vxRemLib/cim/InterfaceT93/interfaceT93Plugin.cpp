@@ -21,11 +21,11 @@ namespace
 constexpr bool SKIP_LOOPBACK = true;
 constexpr int WAIT_FOR_REPLIES_MS = 4000;
 constexpr unsigned long CANCEL_LIMIT_MS = 100;
-// At the end of the program, which takes away what the scan thread uses:
-constexpr int END_LIMIT_MS = 5000;         // the thread has no more to do than to end, but the computer may be busy
-constexpr int END_LIMIT_LOGGING_MS = 1000; // a log handler may wait for the thread that waits here
+// At the end of the program, which destroys objects that the scan thread uses:
+constexpr int END_LIMIT_MS = 5000;         // the thread ends at once, unless the computer is busy
+constexpr int END_LIMIT_LOGGING_MS = 1000; // a log handler may be waiting for the thread that waits here
 
-CInterfaceT93Plugin* s_scanning = nullptr; ///< the object whose scan runs
+CInterfaceT93Plugin* s_scanning = nullptr; ///< The object whose scan is running.
 
 CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& plugin)
 {
@@ -42,7 +42,7 @@ CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& pl
 CInterfaceT93Plugin::CInterfaceT93Plugin()
 {
     CInterfaceT93::retranslateErrorStrings();
-    // Qt takes event filters of the application from its own thread only.
+    // Qt accepts event filters of the application only from objects in the application's thread.
     QCoreApplication* const application = QCoreApplication::instance();
     if (application != nullptr && application->thread() == thread()) {
         application->installEventFilter(this);
@@ -56,7 +56,7 @@ CInterfaceT93Plugin::~CInterfaceT93Plugin()
 
 bool CInterfaceT93Plugin::eventFilter(QObject* watched, QEvent* event)
 {
-    // As a filter of the application it sees the events of every object: the type tells nearly all of them apart.
+    // The type is compared first, because this filter sees the events of every object.
     if (event->type() == QEvent::LanguageChange && watched == QCoreApplication::instance()) {
         CInterfaceT93::retranslateErrorStrings();
     }
@@ -121,19 +121,19 @@ int CInterfaceT93Plugin::scanInterfaces()
                                                                     DDT_PORT, nullptr);
     connect(m_detectionThread.get(), &QThread::finished, this, &CInterfaceT93Plugin::deviceDetectionThreadFinished);
     m_detectionThread->start();
-    if (!m_detectionThread->isRunning()) { // the system gave no thread
+    if (!m_detectionThread->isRunning()) { // the system provided no thread
         setIdle();
         return -1;
     }
     return 0;
 }
 
-/// A program ends with its application object, or by exit(), which destroys what is static: what was made last first.
+/// Has the scan cancelled when the application object ends, or exit() destroys static objects (the last made first).
 void CInterfaceT93Plugin::cancelScanWhenProgramEnds()
 {
     qAddPostRoutine(&CInterfaceT93Plugin::cancelScanAtEndOfProgram);
-    // What Qt makes when it is first needed must be there before the guard: the scan thread would make it after, and
-    // find it gone while it still runs.
+    // Qt makes some static objects at their first use. They must exist before the guard, which is then destroyed first:
+    // the scan thread uses them.
     QNetworkInterface::allInterfaces();
     QUdpSocket socket;
     socket.setProxy(QNetworkProxy::NoProxy);
@@ -145,7 +145,7 @@ void CInterfaceT93Plugin::cancelScanWhenProgramEnds()
 
 void CInterfaceT93Plugin::deviceDetectionThreadFinished()
 {
-    if (!m_detectionThread || !m_detectionThread->isFinished()) { // called by somebody else
+    if (!m_detectionThread || !m_detectionThread->isFinished()) { // not called by the thread's signal
         return;
     }
     QList<CCanInterface*> interfaceList;
@@ -157,9 +157,9 @@ void CInterfaceT93Plugin::deviceDetectionThreadFinished()
     }
     setIdle();
     if (isSignalConnected(QMetaMethod::fromSignal(&CInterfaceT93Plugin::interfaceScanFinished))) {
-        Q_EMIT interfaceScanFinished(pluginId(), interfaceList); // the host may delete this object
+        Q_EMIT interfaceScanFinished(pluginId(), interfaceList); // a slot may delete this object
     } else {
-        qDeleteAll(interfaceList); // nobody is there to own them
+        qDeleteAll(interfaceList); // no receiver owns them
     }
 }
 

@@ -15,15 +15,14 @@ namespace vexmor::Cim
 
 class CT93DeviceDetectionThread;
 
-/// The plugin object of the T93: the one instance that the library gives a host. Lives in the thread that loaded the
-/// library. It keeps no interfaces: each belongs to whoever received it.
+/// The plugin object of the T93, the instance that QPluginLoader returns. CCanInterfacePlugin describes its operations.
 ///
-/// A scan runs in a thread of its own and needs the event loop of the plugin's thread to end. When the plugin object is
-/// deleted, the library unloaded or the program ended meanwhile, the scan is cut short without a result: its pauses and
-/// its wait end at once, and the scan thread is waited for, for at most 100 ms. One that takes longer (a host's log
-/// handler may hold it up) ends by itself later, and this library stays in memory even when it is unloaded, so that it
-/// can. At the end of the program, which takes away what the thread uses, it is waited for longer: for at most 5 s when
-/// the computer is busy, and for 1 s while a log handler has it.
+/// A scan runs in a thread of its own; its result is delivered by the event loop of the plugin's thread. If the plugin
+/// object is deleted, the library unloaded or the program ended meanwhile, the scan is cancelled without a result: its
+/// pauses end at once, and the destructor waits up to 100 ms for the thread. A thread that takes longer, for example
+/// because a log handler blocks it, ends by itself later; the library then stays in memory even when it is unloaded. At
+/// the end of the program, which destroys objects that the thread uses, the wait is longer: up to 5 s on a busy
+/// computer, or 1 s while a log handler blocks the thread.
 class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
 {
     Q_OBJECT
@@ -31,10 +30,10 @@ class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
     Q_INTERFACES(vexmor::Cim::CCanInterfacePlugin)
 
 public:
-    /// Fills the translated texts of all result codes and interface errors.
+    /// Translates the texts of all result codes and interface errors.
     CInterfaceT93Plugin();
     ~CInterfaceT93Plugin() override;
-    /// Fills them again when translators were installed or removed.
+    /// Translates them again when translators were installed or removed.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
     QString pluginName() override;
@@ -46,30 +45,28 @@ public:
     QStringList scanAddresses() override;
 
 Q_SIGNALS:
-    /// The end of a scan, and a closed interface for each endpoint in each reply: a gateway that was reached in several
-    /// ways is there several times, under one unique name. Whoever receives the interfaces owns them. The slot may
-    /// start the next scan and delete the plugin object; it must not unload the library, to which it returns.
+    /// Reports the end of a scan, with a closed interface for each endpoint in each reply: a gateway that answered
+    /// several times is listed several times, under one unique name. The receiver owns the interfaces. The slot may
+    /// start the next scan or delete the plugin object; it must not unload the library, whose code called it.
     void interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
 
 public Q_SLOTS:
-    /// Starts a scan: 0, and -1 when one is running already or no thread can be had. It asks once from every address of
-    /// this computer, by a broadcast and each scan address directly, and takes replies for 4 s after the last request.
     int scanInterfaces() override;
-    /// Hands the result over; called by the scan thread's signal.
+    /// Delivers the result; connected to the scan thread's `finished`.
     void deviceDetectionThreadFinished();
 
 private:
-    /// Back to idle, without a result.
+    /// Ends a running scan without a result.
     void cancelScan(bool atEndOfProgram);
     bool waitAtEndOfProgram();
     void setIdle();
     static void cancelScanWhenProgramEnds();
-    /// Cancels the scan of whichever plugin object scans.
+    /// Cancels the running scan, whichever plugin object started it.
     static void cancelScanAtEndOfProgram();
 
-    std::unique_ptr<CT93DeviceDetectionThread> m_detectionThread; ///< null when no scan runs
-    QMutex m_scanMutex;                  ///< held while a scan runs; only tells so, nobody waits for it
-    QList<QHostAddress> m_scanAddresses; ///< asked directly by every scan, in the order added, without duplicates
+    std::unique_ptr<CT93DeviceDetectionThread> m_detectionThread; ///< The scan; null when none is running.
+    QMutex m_scanMutex;                  ///< Held while a scan is running; only tried, never waited for.
+    QList<QHostAddress> m_scanAddresses; ///< Addresses of direct requests, in the order added, without duplicates.
 };
 
 } // namespace vexmor::Cim

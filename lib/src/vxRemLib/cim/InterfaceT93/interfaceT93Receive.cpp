@@ -1,4 +1,4 @@
-// What the driver makes of the frames that a gateway sends.
+// How the driver handles the frames that a gateway sends.
 #include "InterfaceT93/gatewayReplies.h"
 #include "InterfaceT93/hostCall.h"
 #include "InterfaceT93/interfaceT93.h"
@@ -12,7 +12,7 @@ namespace vexmor::Cim
 {
 namespace
 {
-/// Stands in for a poll time of 0, which would keep the event loop busy for nothing.
+/// Used for a poll time of 0, which would keep the event loop busy.
 constexpr std::uint32_t MIN_POLL_TIME_MS = 100;
 
 constexpr int STATUS_BIT_COUNT = 7;
@@ -58,7 +58,7 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
 {
     bool isFirst = true;
     const auto onFrame = [&](const SRmFrame& frame) {
-        if (std::exchange(isFirst, false)) { // the clock is read once per piece, not per frame
+        if (std::exchange(isFirst, false)) { // the clock is read once per call, not once per frame
             m_sinceFrame.start();
         }
         const CCanMessage* const message = RM_ParseRxMsg(frame);
@@ -79,8 +79,8 @@ bool CInterfaceT93::RxRmTcp(const CHostCall& call, const char* bytes, qint64 cou
 
 bool CInterfaceT93::callSpyHandler(const CHostCall& call, const CCanMessage* received)
 {
-    m_canMsgQueue.publish();               // the handler may read the message
-    const CCanMessage message = *received; // and may free the queue that holds it
+    m_canMsgQueue.publish();               // so that the handler can read the message
+    const CCanMessage message = *received; // a copy: the handler may free the queue
     m_spyHandler(*this, false, message);
     return call.isSameOpening();
 }
@@ -124,7 +124,7 @@ const CCanMessage* CInterfaceT93::receiveCanMessage(const SRmFrame& frame)
     }
     readCanMessage(frame, *message);
     m_busload.countMessage(message->length());
-    // A message that does not fit was on the bus all the same: it is counted, and shown to the spy handler.
+    // A message that does not fit is counted and passed to the spy handler, because it was on the bus.
     if (m_canMsgQueue.store() == CCanMsgQueue::EStore::eBecameFull) {
         Q_EMIT queuedInterfaceError(IE_RX_QUEUE_FULL);
     }
@@ -137,7 +137,7 @@ void CInterfaceT93::receiveFirmwareVersion(const SRmFrame& frame)
     switch (firmwareVersionOfReply(frame, version)) {
     case EFirmwareReply::eTooShort:
         break;
-    case EFirmwareReply::eAskDeviceId:
+    case EFirmwareReply::eInDeviceId:
         m_deviceIdExpected = true;
         sendCommand(RM_CMD_DEVICE_ID);
         break;
@@ -208,7 +208,7 @@ void CInterfaceT93::onBusloadPollTimeout()
         return;
     }
     if (m_busload.gatewayMeasures()) {
-        sendCommand(RM_CMD_BUSLOAD); // the reply starts the timer again
+        sendCommand(RM_CMD_BUSLOAD); // the reply restarts the timer
         return;
     }
     m_busload.endPeriod(m_configParam.busloadPollTime(), m_configParam.canBaudrate());

@@ -1,4 +1,4 @@
-// How the interface is set up: bit rate, description, store, dialog and properties.
+// The settings of the interface: bit rate, description, store, dialog and properties.
 #include "InterfaceT93/configDialogT93.h"
 #include "InterfaceT93/hostCall.h"
 #include "InterfaceT93/interfaceT93.h"
@@ -15,7 +15,7 @@ namespace
 const QString DEFAULT_GROUP = QStringLiteral("CanInterfaces");
 constexpr char IPV4_RULE[] = "must be an IPv4 address like 192.168.1.70, without leading zeros";
 
-/// The number in the type of its parameter; none outside of its range.
+/// Returns a number in the type of its parameter; nothing for one outside of that type's range.
 template <typename Number>
 std::optional<Number> inRange(qlonglong number)
 {
@@ -23,7 +23,8 @@ std::optional<Number> inRange(qlonglong number)
     return fits ? std::optional<Number>(static_cast<Number>(number)) : std::nullopt;
 }
 
-/// An IPv4 address in its usual form. Qt reads more: "10.5", "010.0.0.5" (octal), IPv6, which a port text cannot hold.
+/// Reads an IPv4 address of four decimal numbers; returns nothing for other forms that Qt would read: "10.5",
+/// "010.0.0.5" (octal), and IPv6, which a port text cannot hold.
 std::optional<QHostAddress> ipv4Address(const QString& text)
 {
     const QHostAddress address(text);
@@ -31,7 +32,7 @@ std::optional<QHostAddress> ipv4Address(const QString& text)
     return fits ? std::optional<QHostAddress>(address) : std::nullopt;
 }
 
-/// The one of two texts that it is, as its enumerator.
+/// Returns the enumerator whose text is given; nothing for any other text.
 template <typename Enum>
 std::optional<Enum> oneOf(const QString& text, const char* firstText, Enum first, const char* secondText, Enum second)
 {
@@ -93,8 +94,8 @@ int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
         m_configDialog->activateWindow();
         return RC_OK;
     }
-    // The host's events go on while the dialog runs, and may delete this interface or the parent. A parent takes the
-    // dialog with it: on the stack it would then be deleted twice, hence on the heap and watched.
+    // Events are processed while the dialog is shown, and may delete this interface or the parent, which deletes the
+    // dialog. The dialog is therefore on the heap: on the stack it would be deleted twice.
     const CHostCall call(*this);
     const QPointer<CConfigDialogT93> dialog = new CConfigDialogT93(m_configParam, parent, flags);
     m_configDialog = dialog.data();
@@ -105,7 +106,7 @@ int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
     if (!isAccepted || !call.isOwnerAlive()) {
         return RC_OK;
     }
-    if (isOpened()) { // by somebody else, meanwhile
+    if (isOpened()) { // by an event, meanwhile
         return RC_NO_CHANGE_WHILE_OPEN;
     }
     m_configParam = param;

@@ -17,8 +17,8 @@ namespace vexmor::Cim
 #if defined(CIM_LINUX_CALLS)
 namespace
 {
-// A silent peer is probed after 4 s, then every 2 s; after 8 s without an answer, to a probe or to data, it is gone. So
-// is one that answers, but for 8 s has had no room for the data that waits for it.
+// A silent peer is probed after 4 s, then every 2 s. The link is lost after 8 s without an answer to a probe or to
+// data, and also when a peer that answers accepts no data for 8 s.
 constexpr int KEEP_ALIVE_IDLE_S = 4;
 constexpr int KEEP_ALIVE_INTERVAL_S = 2;
 constexpr int KEEP_ALIVE_PROBES = 3;
@@ -29,7 +29,7 @@ void setTcpOption(QAbstractSocket& socket, int option, int value)
     setsockopt(static_cast<int>(socket.socketDescriptor()), IPPROTO_TCP, option, &value, sizeof value);
 }
 
-/// An address as a socket of either family takes it. The size is 0 for an address that only Qt can translate.
+/// An address for system calls on a socket of either family. The size is 0 for an address that only Qt can translate.
 struct SNativeAddress {
     sockaddr_storage storage{};
     socklen_t size = 0;
@@ -46,7 +46,7 @@ SNativeAddress ipv4Address(const QHostAddress& address, quint16 port)
     return native;
 }
 
-/// For a socket that is bound to any address, which is one of IPv6 that reaches IPv4 addresses in their IPv6 form.
+/// Returns an IPv4 address in its IPv6 form: a socket that is bound to any address is an IPv6 socket.
 SNativeAddress mappedAddress(const QHostAddress& address, quint16 port)
 {
     SNativeAddress native;
@@ -59,7 +59,7 @@ SNativeAddress mappedAddress(const QHostAddress& address, quint16 port)
     return native;
 }
 
-/// QUdpSocket::writeDatagram allocates for each datagram. False, and nothing sent, for IPv6.
+/// Sends a datagram without the allocation of QUdpSocket::writeDatagram. Returns false, and sends nothing, for IPv6.
 bool sendDatagramAtOnce(QUdpSocket& socket, const char* bytes, qint64 size, const QHostAddress& address, quint16 port,
                         qint64& sent)
 {
@@ -75,7 +75,7 @@ bool sendDatagramAtOnce(QUdpSocket& socket, const char* bytes, qint64 size, cons
     return true;
 }
 
-/// The sender of the datagram that is read next; QUdpSocket::readDatagram allocates to tell it.
+/// Sets `sender` to the sender of the next datagram, without the allocation of QUdpSocket::readDatagram.
 void peekSender(QUdpSocket& socket, Q_IPV6ADDR& sender)
 {
     sockaddr_storage native{};
@@ -103,7 +103,7 @@ void setPeerLossTimers(QAbstractSocket& socket)
 
 qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
 {
-    // A write through Qt's buffer would cost another turn of the event loop for each frame.
+    // A write through Qt's buffer would take another turn of the event loop per frame.
     const ssize_t sent = ::send(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
                                 MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent >= 0) {

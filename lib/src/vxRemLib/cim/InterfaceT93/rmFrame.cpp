@@ -4,7 +4,7 @@ namespace vexmor::Cim
 {
 namespace
 {
-// Offsets in a frame, and what it holds besides command and payload.
+// Offsets in a frame, and sizes of the parts of a CAN message.
 constexpr std::size_t OFFSET_LENGTH = 1;
 constexpr std::size_t OFFSET_COMMAND = 2;
 constexpr std::size_t OFFSET_PAYLOAD = 3;
@@ -17,7 +17,7 @@ struct SBaudrate {
 };
 constexpr SBaudrate BAUDRATES[] = {{50, 0x02}, {100, 0xFE}, {125, 0x03}, {250, 0x04}, {500, 0x05}, {1000, 0x07}};
 
-/// Start, length, command, checksum and end around a payload that lies in the buffer already and whose XOR is known.
+/// Completes a frame whose payload is already in the buffer, with the given XOR. Returns its number of bytes.
 std::size_t closeFrame(std::uint8_t command, std::size_t payloadLength, std::uint8_t payloadXor, std::uint8_t* buffer)
 {
     const auto length = static_cast<std::uint8_t>(1 + payloadLength);
@@ -36,7 +36,7 @@ std::size_t canMessageFrame(std::uint8_t command, const CCanMessage& message, st
     const std::uint8_t low = message.id().low();
     buffer[OFFSET_PAYLOAD] = high;
     buffer[OFFSET_PAYLOAD + 1] = low;
-    // All data bytes, for a fixed size needs no loop: checksum and end overwrite those that are not sent.
+    // All data bytes, since a fixed size needs no loop. Checksum and end marker overwrite those that are not sent.
     std::memcpy(buffer + OFFSET_PAYLOAD + CAN_ID_SIZE, message.data(), CAN_DATA_SIZE);
     const auto payloadXor = static_cast<std::uint8_t>(high ^ low ^ rmXorOfBytes(message.data(), message.length()));
     return closeFrame(command, CAN_ID_SIZE + message.length(), payloadXor, buffer);

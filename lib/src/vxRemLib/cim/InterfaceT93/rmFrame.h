@@ -19,7 +19,7 @@
 ///     2 + L    1       checksum: XOR of all bytes before it, start marker and length included
 ///     3 + L    1       end marker 0x0D
 ///
-/// There is no escaping. Framer and deframer know no sockets and allocate nothing.
+/// Bytes are not escaped. Framer and deframer use no sockets and allocate no memory.
 namespace vexmor::Cim
 {
 
@@ -27,7 +27,7 @@ constexpr std::uint8_t RM_START_OF_FRAME = 0x43;
 constexpr std::uint8_t END_OF_FILE = 0x0D;
 
 enum ERmCommand : std::uint8_t {
-    RM_CMD_TX11BIT_MSG = 0x00,      ///< PC to gateway: identifier high, identifier low, data
+    RM_CMD_TX11BIT_MSG = 0x00,      ///< PC to gateway: high and low byte of the identifier, data
     RM_CMD_RX11BIT_MSG = 0x00,      ///< gateway to PC: the same
     RM_CMD_RX11BIT_TIME_MSG = 0x01, ///< the same, followed by 4 time-stamp bytes
     RM_CMD_RX29BIT_MSG = 0x02,      ///< 29-bit identifiers are not supported
@@ -48,44 +48,44 @@ enum ERmCommand : std::uint8_t {
     RM_CMD_RESET = 0xC0
 };
 
-/// Longest payload that the deframer takes; a frame that announces more is dropped.
+/// The longest payload that the deframer accepts; a frame that announces more is dropped.
 constexpr std::size_t RM_MAX_RX_PAYLOAD = 34;
-/// Size of a buffer that takes any frame, and of one socket read.
+/// The size of a buffer for any frame, and of one read from a socket.
 constexpr std::size_t RM_BUFFER_SIZE = 1600;
 
-/// What an operation asks of the gateway. For the CAN message commands the payload is built from a message instead.
+/// A request to the gateway. For the CAN message commands the payload is made from a message instead.
 struct SRmRequest {
     std::uint8_t payloadLength = 0;
     std::uint8_t rmCommand = 0;
-    std::array<std::uint8_t, 255> payload; ///< the first payloadLength bytes carry meaning
+    std::array<std::uint8_t, 255> payload; ///< Only the first payloadLength bytes are used.
 };
 
-/// A received frame, where it lies: valid while it is handled.
+/// A received frame. Its payload lies in the buffer of the receiver and is valid only while the frame is handled.
 struct SRmFrame {
     std::uint8_t command = 0;
     std::uint8_t payloadLength = 0;
     const std::uint8_t* payload = nullptr;
 
-    /// A payload byte; 0 behind the last one.
+    /// Returns a payload byte; 0 after the last one.
     std::uint8_t operator[](std::size_t index) const { return index < payloadLength ? payload[index] : 0; }
 };
 
-/// The baud rate code for a CAN bit rate in kbit/s; none for a rate that the gateway does not know.
+/// Returns the baud rate code for a CAN bit rate in kbit/s; nothing for a rate that the gateway does not know.
 std::optional<std::uint8_t> rmBaudrateCode(std::uint32_t kbitPerSecond);
-/// The CAN bit rate in kbit/s for a baud rate code, 0 for an unknown code.
+/// Returns the CAN bit rate in kbit/s for a baud rate code; 0 for an unknown code.
 std::uint32_t rmBaudrateOfCode(std::uint8_t code);
 
-/// Frames a request into `buffer`, which holds RM_BUFFER_SIZE bytes. `message` is needed for the CAN message commands
-/// (its identifier is sent as stored) and not looked at for the others. Gives the number of bytes of the frame, or -1
-/// when it cannot be framed: a command that is not sent, or a CAN message command without a message.
+/// Writes the frame of a request to `buffer`, which holds RM_BUFFER_SIZE bytes. `message` is used only by the CAN
+/// message commands, which send its identifier unchanged. Returns the number of bytes of the frame, or -1 for a command
+/// that is not sent and for a CAN message command without a message.
 int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8_t* buffer);
 
-/// Writes a whole frame for any command to `buffer` (room for payloadLength + 5 bytes; at most 255 payload bytes) and
-/// gives the number of bytes. The side that answers, the gateway, frames with this.
+/// Writes a frame of any command to `buffer`, which has room for payloadLength + 5 bytes, and returns its number of
+/// bytes. `payloadLength` is at most 255. Gateways frame their replies with this function.
 std::size_t rmFrameBytes(std::uint8_t command, const std::uint8_t* payload, std::size_t payloadLength,
                          std::uint8_t* buffer);
 
-/// XOR of `count` bytes, several at a time.
+/// Returns the XOR of `count` bytes, calculated several at a time.
 inline std::uint8_t rmXorOfBytes(const std::uint8_t* bytes, std::size_t count)
 {
     std::uint64_t words = 0;
@@ -110,30 +110,30 @@ inline std::uint8_t rmXorOfBytes(const std::uint8_t* bytes, std::size_t count)
     return result;
 }
 
-/// Cuts a byte stream into frames. The state is carried from one feed to the next, so that a stream may be cut
+/// Cuts a byte stream into frames. It keeps its state between calls of `feed`, so that the pieces of a stream may end
 /// anywhere.
 class CRmDeframer
 {
 public:
-    /// Back to the state of a new deframer: hunting for a start marker.
+    /// Returns to the initial state, in which it searches for a start marker.
     void reset() { *this = CRmDeframer(); }
 
-    /// Feeds bytes. `onFrame(const SRmFrame&)` is called for each valid frame and `onWrongChecksum()` for each frame
-    /// with a wrong checksum, in stream order. Either returns false to stop: the rest of the bytes is then dropped and
-    /// the deframer is not touched any more, so that the handler may have reset or destroyed it.
+    /// Reads bytes. Calls `onFrame(const SRmFrame&)` for each valid frame and `onWrongChecksum()` for each frame with a
+    /// wrong checksum, in the order of the stream. Either returns false to stop: the other bytes are then dropped, and
+    /// the deframer is not accessed any more, so that the handler may reset or delete it.
     template <typename OnFrame, typename OnWrongChecksum>
     void feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame, OnWrongChecksum&& onWrongChecksum);
 
 private:
     enum class EState : std::uint8_t { eHunting, eLength, eCommand, ePayload, eChecksum, eEnd };
 
-    /// A frame that lies whole in the bytes behind a start marker, looked at where it lies: gives the number of bytes
-    /// used, or 0 when it is not one and has to be taken byte by byte.
+    /// Reads a frame that is complete in the bytes after a start marker, without copying it. Returns the number of
+    /// bytes used, or 0 when it is incomplete or faulty and must be read byte by byte.
     static std::size_t wholeFrame(const std::uint8_t* bytes, std::size_t count, SRmFrame& frame);
     void startFrame();
 
-    std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> m_payload{}; ///< of a frame that is taken byte by byte
-    std::uint32_t m_index = 0;                               ///< payload bytes received so far
+    std::array<std::uint8_t, RM_MAX_RX_PAYLOAD> m_payload{}; ///< Payload of a frame that is read byte by byte.
+    std::uint32_t m_index = 0;                               ///< Number of payload bytes received so far.
     std::uint8_t m_payloadLength = 0;
     std::uint8_t m_command = 0;
     EState m_state = EState::eHunting;
@@ -148,7 +148,7 @@ inline void CRmDeframer::startFrame()
 
 inline std::size_t CRmDeframer::wholeFrame(const std::uint8_t* bytes, std::size_t count, SRmFrame& frame)
 {
-    // Behind the start marker: length, command, payload, checksum, end marker.
+    // After the start marker: length, command, payload, checksum, end marker.
     constexpr std::size_t COMMAND = 1;
     constexpr std::size_t PAYLOAD = 2;
     if (count < PAYLOAD || bytes[0] == 0 || bytes[0] > RM_MAX_RX_PAYLOAD + 1) {
@@ -212,7 +212,7 @@ void CRmDeframer::feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& o
             m_state = m_payloadLength > 0 ? EState::ePayload : EState::eChecksum;
             break;
         case EState::ePayload: {
-            // In registers: a byte written to the payload might, for all the compiler knows, be one of the members.
+            // Local copies stay in registers: to the compiler, a write to the payload might change any member.
             const std::uint32_t length = m_payloadLength;
             std::uint32_t index = m_index;
             std::uint8_t checksum = m_checksum;

@@ -16,7 +16,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/t93DeviceDetect
 
 constexpr int PAUSE_AFTER_BROADCAST_MS = 100;
 constexpr int PAUSE_AFTER_UNICAST_MS = 40;
-/// Datagrams taken in one turn of the event loop, so that a flood does not keep the scan from its end.
+/// Datagrams read in one turn of the event loop, so that a flood does not delay the end of the scan.
 constexpr int MAX_DATAGRAMS_PER_TURN = 256;
 } // namespace
 
@@ -77,7 +77,7 @@ void CT93DeviceDetection::bindSockets()
                 return;
             }
             auto socket = std::make_unique<QUdpSocket>();
-            socket->setProxy(QNetworkProxy::NoProxy); // a gateway is never behind the host's web proxy
+            socket->setProxy(QNetworkProxy::NoProxy); // gateways are not reached through a web proxy
             if (!socket->bind(entry.ip(), 0, QAbstractSocket::DefaultForPlatform)) {
                 continue;
             }
@@ -100,7 +100,7 @@ void CT93DeviceDetection::sendIdentRequests()
             return;
         }
         previousWasSent = broadcastIdentRequest(scanSocket);
-        if (!askScanAddresses(*scanSocket.socket)) {
+        if (!sendToScanAddresses(*scanSocket.socket)) {
             return;
         }
     }
@@ -129,8 +129,8 @@ bool CT93DeviceDetection::broadcastIdentRequest(const CScanSocket& scanSocket)
     return true;
 }
 
-/// False when the scan is to end.
-bool CT93DeviceDetection::askScanAddresses(QUdpSocket& socket)
+/// Sends the request to each scan address. Returns false when a stop was requested.
+bool CT93DeviceDetection::sendToScanAddresses(QUdpSocket& socket)
 {
     for (const QHostAddress& address : m_scanAddresses) {
         const bool wasSent = socket.writeDatagram(m_identRequest, address, m_scanPort) == m_identRequest.size();
@@ -148,8 +148,8 @@ void CT93DeviceDetection::readPendingDatagrams()
         return;
     }
     int taken = 0;
-    do { // a first read even when nothing is there any more: without one Qt would signal no further datagram
-        const qint64 waiting = socket->pendingDatagramSize(); // -1: none yet, but one may come before the read
+    do { // the first read is always made: without one, Qt would signal no further datagram
+        const qint64 waiting = socket->pendingDatagramSize(); // -1: none, but one may arrive before the read
         const qint64 size = waiting < 0 ? DDT_MAX_SIZE : std::clamp<qint64>(waiting, 1, DDT_MAX_SIZE);
         QByteArray data(static_cast<int>(size), Qt::Uninitialized);
         QHostAddress sender;
@@ -216,7 +216,7 @@ QString CT93DeviceDetection::buildUniqueName(const CConfigParamT93& param)
     QString service;
     CCommonInfo::protocolEnumToStr(param.protocolType(), protocol);
     CConfigParamT93::serviceEnumToStr(param.serviceType(), service);
-    // Joined rather than filled in by arg(): a host name that holds %1 is a name.
+    // Without arg(), which would replace a %1 in the host name.
     return param.hostname() + QLatin1Char('-') + protocol + QLatin1Char('-') + service + QLatin1Char('-') +
            QString::number(param.port());
 }
@@ -248,7 +248,7 @@ CT93DeviceDetectionThread::CT93DeviceDetectionThread(const QList<QHostAddress>& 
 
 CT93DeviceDetectionThread::~CT93DeviceDetectionThread()
 {
-    // The end of run() happened before: a thread sanitizer, which does not see into QThread, learns it by the lock.
+    // run() has ended. The lock shows this to a thread sanitizer, which does not see the synchronisation in QThread.
     const std::lock_guard<std::mutex> lock(m_resultMutex);
 }
 

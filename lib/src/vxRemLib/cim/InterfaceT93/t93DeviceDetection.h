@@ -23,29 +23,29 @@
 namespace vexmor::Cim
 {
 
-/// One endpoint of a gateway that a scan found: description and parameters for its interface. A value.
+/// One endpoint of a gateway that a scan found: description and parameters for an interface.
 struct CDetectedInterface {
     CCommonInfo commonInfo;
     CConfigParamT93 configParam;
 };
 
-/// A socket bound to one address of this computer; the requests of a scan leave through all of them.
+/// A socket bound to one address of this computer. A scan sends its requests from all of them.
 struct CScanSocket {
     std::unique_ptr<QUdpSocket> socket;
-    QNetworkAddressEntry addressEntry; ///< the address it is bound to
+    QNetworkAddressEntry addressEntry; ///< Address to which it is bound.
 };
 
-/// A datagram that may be a gateway's reply.
+/// A datagram of the kind of an ident reply.
 struct CReceivedDatagram {
-    QHostAddress localAddress; ///< of the socket that received it
+    QHostAddress localAddress; ///< Address of the socket that received it.
     QByteArray data;
 };
 
-/// The request that a scan end early, and the reason why it may not end at once. Any thread may use it.
+/// A request to end a scan early, and whether a log handler may be delaying its end. Any thread may use it.
 class CScanStop
 {
 public:
-    /// Exists in the scan thread while it writes log lines.
+    /// Marks the scan thread as logging for the lifetime of this object.
     class CLogging
     {
     public:
@@ -60,9 +60,10 @@ public:
 
     void request();
     bool isRequested() const;
-    /// Pauses the calling thread; a request ends the pause. False when a stop was requested, now or before.
+    /// Pauses the calling thread until the time is over or a stop is requested. Returns false when a stop was
+    /// requested.
     bool pause(int milliseconds) const;
-    /// The host's log handler has the scan thread, and may hold it up for as long as it likes.
+    /// Returns whether the scan thread is in the log handler, which may block it.
     bool isLogging() const { return m_isLogging; }
 
 private:
@@ -72,18 +73,18 @@ private:
     bool m_requested = false;
 };
 
-/// The work of one scan: asks on every address of this computer, collects what is answered, and evaluates it. All of it
-/// is called in the scan thread. Failures (an address that cannot be bound, a request that cannot be sent) are silent
-/// and only make the result shorter.
+/// The steps of a scan, all called in the scan thread: sends requests from each address of this computer, collects the
+/// replies and evaluates them. Failures (an address that cannot be bound, a request that cannot be sent) are not
+/// reported; they only make the result shorter.
 ///
-/// What strangers send is bounded: the first replies of a scan are kept, at most LIMIT in all and at most SENDER_LIMIT
-/// of one sender, so that a flood does not hide the gateways. Bytes behind the longest possible reply are not read.
+/// Memory is bounded: at most LIMIT replies are kept in all, and at most SENDER_LIMIT of one sender, so that a flood
+/// does not hide the gateways. Bytes beyond the longest possible reply are not read.
 class CT93DeviceDetection : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Replies that were kept, or may be.
+    /// A number of replies that are kept, or the limit for it.
     struct SKept {
         int datagrams = 0;
         qint64 bytes = 0;
@@ -101,34 +102,35 @@ public:
     static constexpr SKept LIMIT{4096, 1'048'576};
     static constexpr SKept SENDER_LIMIT{512, 131'072};
 
-    /// `scanAddresses` are asked directly, besides the broadcast; `scanPort` is where gateways listen. `stop` must
-    /// outlive the object.
+    /// Requests are broadcast and also sent to each of `scanAddresses`, on port `scanPort`. `stop` must outlive the
+    /// object.
     CT93DeviceDetection(const QList<QHostAddress>& scanAddresses, bool skipLoopback, quint16 scanPort,
                         const CScanStop& stop);
     ~CT93DeviceDetection() override;
 
-    // The steps of a scan, in this order. Each ends early once a stop is requested.
+    // The steps of a scan, in this order: collect, bind, send (below), close, evaluate. Each ends early once a stop is
+    // requested.
     void collectNetworkInterfaces();
     void bindSockets();
-    /// Turns the received datagrams into `detectedInterfaces`, in the order of arrival.
+    /// Makes `detectedInterfaces` from the received datagrams, in the order of arrival.
     void evaluateDatagrams();
-    /// Receives nothing any more; what is received stays.
+    /// Ends reception and keeps the received datagrams.
     void closeSockets();
     void deleteSockets();
     const QList<CDetectedInterface>& detectedInterfaces() const { return m_detectedInterfaces; }
 
-    /// Host name, protocol, service and port, joined like hall-gw-UDP-SERVER-30000.
+    /// Returns host name, protocol, service and port, joined like hall-gw-UDP-SERVER-30000.
     static QString buildUniqueName(const CConfigParamT93& param);
 
 public Q_SLOTS:
-    /// Sends the ident request once from every socket to everybody, and to each scan address; with 100 ms between the
-    /// broadcasts and 40 ms after each of the others, so that the replies do not come all at once.
+    /// Sends an ident request from each socket: one as a broadcast, and one to each scan address. Pauses 100 ms between
+    /// the broadcasts and 40 ms after each other request, so that the replies do not arrive all at once.
     void sendIdentRequests();
     void readPendingDatagrams();
 
 private:
     bool broadcastIdentRequest(const CScanSocket& scanSocket);
-    bool askScanAddresses(QUdpSocket& socket);
+    bool sendToScanAddresses(QUdpSocket& socket);
     void keepDatagram(const QHostAddress& sender, const QHostAddress& localAddress, const QByteArray& data);
     void addDetectedInterface(const CConfigParamT93& param);
 
@@ -137,19 +139,18 @@ private:
     const quint16 m_scanPort;
     const QList<QHostAddress> m_scanAddresses;
     QList<QNetworkInterface> m_allInterfaces;
-    QList<QNetworkInterface> m_interfaces; ///< those that are scanned
+    QList<QNetworkInterface> m_interfaces; ///< Interfaces that are scanned.
     std::vector<CScanSocket> m_scanSockets;
     QByteArray m_identRequest;
-    std::uint16_t m_sequence = 0; ///< of the next request
+    std::uint16_t m_sequence = 0; ///< Sequence of the next request.
     std::vector<CReceivedDatagram> m_receivedDatagrams;
     SKept m_kept;
-    QHash<QHostAddress, SKept> m_keptOf; ///< by sender
+    QHash<QHostAddress, SKept> m_keptOf; ///< Kept replies by sender.
     QList<CDetectedInterface> m_detectedInterfaces;
 };
 
-/// One scan, in a thread of its own: made, started, finished, read and deleted by the plugin object. It ends
-/// `waitTimeMs` after the last request was sent, and only while the thread that created it runs its event loop; `stop`
-/// ends it without that.
+/// The thread of one scan, owned by the plugin object. It ends `waitTimeMs` after the last request was sent, provided
+/// that the thread that created it runs its event loop; `stop` ends it in any case.
 class CT93DeviceDetectionThread : public QThread
 {
     Q_OBJECT
@@ -158,14 +159,14 @@ public:
     /// Keeps a copy of `scanAddresses`.
     CT93DeviceDetectionThread(const QList<QHostAddress>& scanAddresses, bool skipLoopback, int waitTimeMs,
                               quint16 scanPort, QObject* parent);
-    /// Only of a thread that is not running.
+    /// The thread must not be running.
     ~CT93DeviceDetectionThread() override;
 
-    /// What was found; empty before `finished`, and after `stop`.
+    /// Returns the interfaces found; none before the thread has finished, and none after `stop`.
     QList<CDetectedInterface> detectedInterfaces() const;
-    /// Ends the scan as soon as possible, whatever it is doing, with an empty result. From any thread; does not wait.
+    /// Ends the scan as soon as possible, with an empty result, and does not wait for it. Any thread may call this.
     void stop();
-    /// The host's log handler holds the scan up.
+    /// Returns whether the scan thread is in the log handler, which may block it.
     bool isLogging() const { return m_stop.isLogging(); }
 
 public Q_SLOTS:
@@ -182,7 +183,7 @@ private:
     const int m_waitTimeMs;
     const quint16 m_scanPort;
     CScanStop m_stop;
-    std::unique_ptr<CT93DeviceDetection> m_detection; ///< during run() only, like the timer
+    std::unique_ptr<CT93DeviceDetection> m_detection; ///< Exists only during run(), like the timer.
     std::unique_ptr<QTimer> m_waitTimer;
     mutable std::mutex m_resultMutex;
     QList<CDetectedInterface> m_detectedInterfaces;

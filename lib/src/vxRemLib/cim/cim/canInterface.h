@@ -12,90 +12,82 @@ class QWidget;
 namespace vexmor::Cim
 {
 
-/// One CAN interface, whatever plugin provides it: the class through which a host opens, configures, reads, writes and
-/// closes it. Objects come from `CCanInterfacePlugin::createInterface`, from `clone` or from a scan, are closed at
-/// first, and belong to whoever received them; they may be deleted at any time, also in a callback, but all before the
-/// library is unloaded and before the application object.
+/// One CAN interface of any plugin: the class through which a host application opens, configures, reads, writes and
+/// closes it.
 ///
-/// Threads: an object is made in the plugin's thread, and may be moved to another by `moveToThread` while it is closed.
-/// It is used and deleted in the thread where it lives, whose event loop must run for messages to arrive. Only
-/// `readMessage` and the texts of codes and errors may be asked for from any thread, as long as the object itself
-/// lives.
+/// Ownership: `CCanInterfacePlugin::createInterface`, `clone` and a scan return new, closed objects, each owned by
+/// whoever received it. An object may be deleted at any time, also in a callback. Delete all of them before the library
+/// is unloaded and before the application object is deleted.
 ///
-/// A worker thread with an interface is ended in this order: in that thread `closeCommunication` and `delete` (or
-/// `deleteLater`, whose work is done when the thread's event loop ends), then `QThread::quit` and `wait`.
+/// Threads: an object is created in the plugin's thread. While it is closed, `moveToThread` can move it to another. Use
+/// and delete it only in the thread where it lives; messages arrive only while that thread runs its event loop. While
+/// the object exists, any thread may call `readMessage`, `errorCodeToString`, `interfaceErrorToString` and
+/// `commonErrorCodeToString`.
 ///
-/// Results are `int` codes, named in resultCodes.h, whose texts `errorCodeToString` gives: 0 is success, 1 to 10 are
-/// common to all interfaces, codes from 100 on are the implementation's. Expected failures never throw.
+/// To end a worker thread with an interface: in that thread call `closeCommunication` and `delete` (or `deleteLater`,
+/// which takes effect when the thread's event loop ends), then call `QThread::quit` and `wait`.
 ///
-/// Trouble that arises on its own is told by the implementation's signal `interfaceError(int error)`, a numbering of
-/// its own (resultCodes.h), whose user-facing text `interfaceErrorToString` gives; connect to it by name:
-/// `SIGNAL(interfaceError(int))`. It comes from the event loop, never from within an operation; what happened before
-/// `closeCommunication` may therefore be told after it, and after a reopening. A slot that shows a modal dialog gets
-/// the next error inside of it, and so has a dialog on top of the other for each: show errors without waiting for the
-/// user. That a lost link was regained is told by nothing but `commonInfo().connectionState()`: look at it from time to
-/// time.
+/// Results: operations return `int` codes, named in resultCodes.h; `errorCodeToString` returns their texts. 0 is
+/// success, 1 to 10 are common to all interfaces, codes from 100 on belong to the implementation. Expected failures
+/// never throw.
 ///
-/// Parameters beyond bit rate, address and port are properties of the object, which need no library of the
-/// implementation: `canInterface->setProperty("Protocol", "UDP")`, `canInterface->property("Protocol")`. Those of the
-/// T93, named as the keys of the settings store without their dashes:
+/// Errors that arise outside of an operation are reported by the implementation's signal `interfaceError(int error)`.
+/// Its numbers are those of EInterfaceError in resultCodes.h; `interfaceErrorToString` returns their texts. Connect to
+/// it by name: `SIGNAL(interfaceError(int))`. It is emitted from the event loop, never within an operation. An error
+/// that arose before `closeCommunication` may therefore be reported after it, even after the next `openCommunication`.
+/// Do not wait for the user in the slot: a modal dialog runs the event loop, and each further error would open another
+/// dialog on top of it.
 ///
-///     Hostname                QString    the gateway's name, for the user
-///     IPAddress               QString    of the gateway, IPv4 like 192.168.1.70 (leading zeros are refused)
-///     Port                    qlonglong  of the gateway, 0 to 65535
+/// An implementation regains a lost link by itself, and no signal reports it: poll `commonInfo().connectionState()`.
+///
+/// Properties: all parameters are properties of the object, so that no header of the implementation is needed:
+/// `canInterface->setProperty("Protocol", "UDP")`, `canInterface->property("Protocol")`. The properties of the T93 are
+/// named as the keys of the settings store, without dashes:
+///
+///     Hostname                QString    name of the gateway, shown to the user
+///     IPAddress               QString    IPv4 address of the gateway, like 192.168.1.70, without leading zeros
+///     Port                    qlonglong  port of the gateway, 0 to 65535
 ///     Protocol                QString    TCP or UDP
-///     Service                 QString    the gateway's socket mode, SERVER or CLIENT; for the user
-///     LocalIPAddress          QString    UDP: of the network interface to the gateway, 0.0.0.0 for any
-///     UdpBindAnyIp            bool       UDP: take datagrams at any address of this computer
-///     AutoIpUpdate            bool       kept for the user
-///     BusloadPollTime         qlonglong  ms from one bus load to the next; 0: 100, and no estimate of a gateway that
-///                                        does not measure
-///     BusloadMeasureInterval  qlonglong  ms that the gateway measures over, 0 to 65535
-///     CanBaudrate             qlonglong  kbit/s as `setBaudrate` takes it, or 0: the gateway's rate is left as it
-///                                        is (opening warns of it), and bus load is unknown: it stays as it was
+///     Service                 QString    socket mode of the gateway, SERVER or CLIENT; shown to the user
+///     LocalIPAddress          QString    UDP: address of this computer to which the socket is bound; 0.0.0.0: any
+///     UdpBindAnyIp            bool       UDP: bind the socket to all addresses of this computer
+///     AutoIpUpdate            bool       stored for the user; has no effect
+///     BusloadPollTime         qlonglong  ms between bus load measurements, 0 to 4294967295. 0 stands for 100, without
+///                                        an estimate for a gateway that does not measure the load itself
+///     BusloadMeasureInterval  qlonglong  ms over which the gateway measures the bus load, 0 to 65535
+///     CanBaudrate             qlonglong  bit rate in kbit/s, as for `setBaudrate`. 0: opening leaves the gateway's
+///                                        rate unchanged, with a Qt warning, and the bus load is not updated
 ///
-/// They can be read at any time, in the interface's thread, and set while it is closed; the port text of the
-/// description follows. A value that does not fit, and any value while it is open, is refused with a Qt warning that
-/// says why, and changes nothing. `setProperty` gives true all the same: it reports whether the property exists. A host
-/// must read the property back, or the next open uses the old value, at first 100 kbit/s, which disturbs a bus that has
-/// another rate:
+/// They can be read at any time and set while the interface is closed. IPAddress, Port and Protocol also change the
+/// port text of the description. A value out of range, and any value while the interface is open, is refused with a Qt
+/// warning that gives the reason, and changes nothing. `setProperty` returns true nevertheless, because the property
+/// exists. Read the property back: otherwise the next open uses the old value, and a wrong bit rate (initially 100
+/// kbit/s) disturbs the bus:
 ///
 ///     canInterface->setProperty("CanBaudrate", rate);
 ///     if (canInterface->property("CanBaudrate").toInt() != rate) { /* refused: do not open */ }
 ///
-/// A stored DHCP flag is kept, but is no property: nothing acts on it.
+/// A DHCP flag in the settings store is preserved, but it is not a property and has no effect.
 ///
-/// Protocol UDP with the IPAddress 255.255.255.255 is the broadcast mode: what is sent reaches every gateway on the
-/// network, and what any of them sends is received, without a mark of its origin. No gateway is asked for its identity
-/// or its bus load: interface identifier and firmware version stay as they were, and the load is the plugin's estimate.
+/// One property is read-only:
 ///
-/// One more property can only be read:
+///     MillisecondsSinceFrame  qlonglong  ms since the last valid frame from the gateway; -1 before the first frame
+///                                        after opening, and while the interface is closed
 ///
-///     MillisecondsSinceFrame  qlonglong  ms since the last valid frame of the gateway, or -1 when none has come since
-///                                        the interface was opened, and while it is closed
+/// Every frame with a correct checksum counts, whatever it carries; the loss of a link does not restart the count. Over
+/// UDP this property is the only evidence of a gateway: `openCommunication` returns 0 and the connection state is
+/// connected as soon as the local socket is bound. From a gateway that measures the bus load, the interface requests
+/// the load BusloadPollTime after each reply; three times BusloadPollTime without a frame means that the gateway no
+/// longer answers. Over UDP a lost request or reply ends these requests; `resetCommunication` starts them again. A
+/// gateway that does not measure the load receives no such requests, and is silent while its bus is idle.
 ///
-/// Every frame with a right checksum counts, whatever it carries; a loss of the link does not restart the count. Over
-/// UDP this is the only evidence that a gateway exists: `openCommunication` gives 0 and the connection state says
-/// connected as soon as the local socket is bound. The interface requests the bus load every BusloadPollTime from a
-/// gateway that measures it, and therefore hears from such a gateway at least that often; three polls without a frame
-/// mean that it does not answer any more. A gateway that does not measure is not polled, and is silent whenever its
-/// bus is.
+/// Broadcast mode: with Protocol UDP and IPAddress 255.255.255.255, messages reach every gateway on the network, and
+/// messages from all of them are received, without a mark of their origin. Identity and bus load are not requested:
+/// interface identifier and firmware version keep their values, and the load is an estimate.
 ///
-/// One more property can only be read:
-///
-///     MillisecondsSinceFrame  qlonglong  ms since the last valid frame of the gateway, or -1 when none has come since
-///                                        the interface was opened, and while it is closed
-///
-/// Every frame with a right checksum counts, whatever it carries; a loss of the link does not restart the count. Over
-/// UDP this is the only evidence that a gateway exists: `openCommunication` gives 0 and the connection state says
-/// connected as soon as the local socket is bound. The interface requests the bus load every BusloadPollTime from a
-/// gateway that measures it, and therefore hears from such a gateway at least that often; three polls without a frame
-/// mean that it does not answer any more. A gateway that does not measure is not polled, and is silent whenever its
-/// bus is.
-///
-/// Settings are stored under the organisation and application name that the host gave QCoreApplication. A host that
-/// gave none stores in the name of "Unknown Organization", where it may find the settings of others who forgot. The
-/// stored interfaces are the groups below "CanInterfaces" in a QSettings of the host, which may be empty:
+/// Settings are stored under the organisation and application name of QCoreApplication. Set both: without an
+/// organisation name the store is "Unknown Organization", which other applications without a name share. The stored
+/// interfaces are the groups below "CanInterfaces":
 ///
 ///     QSettings settings;
 ///     settings.beginGroup("CanInterfaces");
@@ -103,103 +95,121 @@ namespace vexmor::Cim
 ///         names.append(CCommonInfo::uniqueNameOfSettingsGroup(group));
 ///     }
 ///
-/// The order of the virtual operations is part of the contract: host and plugin are built separately.
+/// The order of the virtual functions is part of the contract: host application and plugin are built separately.
 class CIM_EXPORT CCanInterface : public QObject
 {
 public:
-    /// Sees every message: `sending` is true for a message that is being sent (before the send, whatever its outcome),
-    /// false for a received one (after it was stored). Called in the thread of the interface; the result is ignored.
-    /// The message lives only for the call. The handler may close, reopen or delete the interface, and may run the
-    /// event loop: messages stay in order. Until it returns nothing more is received, and a link that is lost meanwhile
-    /// is neither reported nor regained: what came before the loss comes before error 0. It gets no context and may not
-    /// change what it gets, so that a host which wants to act keeps a pointer of its own.
+    /// A function that is called for every message: with `sending` true before a message is sent, whatever the outcome;
+    /// with false after a received message was stored, or refused by a full queue. It is called in the thread of the
+    /// interface; its result is ignored. `message` is valid only during the call, and neither argument may be changed.
+    ///
+    /// The handler receives no context: to act on the interface, keep a pointer to it. It may close, reopen or delete
+    /// the interface and run the event loop; messages stay in order. Until it returns, nothing more is received, and a
+    /// link that is lost meanwhile is neither reported nor regained: messages that came before the loss are delivered
+    /// before error 0.
     using SpyHandler = int (*)(const CCanInterface& canInterface, bool sending, const CCanMessage& message);
 
     CCanInterface();
     ~CCanInterface() override;
 
-    /// A new, closed interface with the same description, spy handler and configuration; the caller owns it. The
-    /// description has this one's connection state, too, until the new interface is opened.
+    /// Returns a new, closed interface with the same description, configuration and spy handler; the caller owns it.
+    /// Its description keeps the connection state of this interface until it is opened.
     virtual CCanInterface* clone() = 0;
-    /// Brings the device back to a known state and restarts the bus load measurement. With `checkConnection` 1, a link
-    /// that is down is refused: 109, and interface error 4. Otherwise 0, although nothing reaches the gateway while its
-    /// link is down; when it is regained the requests of a new link are sent, without the reset. 2 when not open.
+    /// Resets the gateway and restarts the bus load measurement. Returns 0, or 2 when the interface is not open. While
+    /// the link is down nothing reaches the gateway: with `checkConnection` 1 the result is then 109, and interface
+    /// error 4 is raised; otherwise it is 0. A link that is regained later does not repeat the reset.
     virtual int resetCommunication(int checkConnection) = 0;
-    /// Opens the interface and sets the bit rate of the gateway's CAN bus. May block for about a second, and runs
-    /// pending events of the host. 0 when it is open; 1 when it was open already; 103 when no TCP connection came
-    /// within a second, or an event closed or deleted the interface; 104 when the local address cannot be bound (UDP);
-    /// 105 when the protocol is neither TCP nor UDP. It stays closed with 103 to 105.
+    /// Opens the interface and sets the bit rate of the gateway's CAN bus. Over TCP it blocks for up to about a second
+    /// and, when connected, processes pending events of the calling thread.
     ///
-    /// Over UDP 0 and the connection state "connected" mean that the local socket is bound, and no more: they are the
-    /// same when no gateway has this address. MillisecondsSinceFrame shows whether one answers: it does so within some
-    /// milliseconds, unless in the broadcast mode.
+    /// Returns 0 when the interface is open; 1 when it was open already, or such an event opened it; 103 when no TCP
+    /// connection was made within a second, or such an event closed or deleted the interface; 104 when the local
+    /// address cannot be bound (UDP); 105 when the protocol is neither TCP nor UDP. The interface stays closed with 103
+    /// to 105.
+    ///
+    /// Over UDP, 0 and the connection state "connected" mean only that the local socket is bound, whether or not a
+    /// gateway has the address. MillisecondsSinceFrame shows whether one answers; except in broadcast mode, it does so
+    /// within milliseconds.
     virtual int openCommunication() = 0;
-    /// Closes the interface at once and discards the messages not yet read, and those accepted for sending that did not
-    /// leave yet: after a burst let the event loop run for a moment before (a second of a full bus may wait). Always 0,
-    /// also when it is not open.
+    /// Closes the interface at once. Messages that were not read yet, and messages that were accepted for sending but
+    /// did not leave yet (up to about a second of a full bus), are discarded: after a burst, run the event loop for a
+    /// moment before. Always returns 0, also when the interface is not open.
     virtual int closeCommunication() = 0;
-    /// Takes the oldest received message. 4 when there is none, 2 when not open; `message` is then untouched. May be
-    /// called from any thread. Messages carry no time, and what this interface sends is not read back: both are seen in
-    /// the spy handler.
+    /// Takes the oldest received message from the queue. Returns 0; 4 when the queue is empty, 2 when the interface is
+    /// not open: `message` is then unchanged. May be called from any thread. Messages carry no time stamp, and messages
+    /// sent by this interface do not appear here; use a spy handler for both.
     virtual int readMessage(CCanMessage& message) = 0;
-    /// Sends a message: 0 when it was handed over whole, any other code when nothing of it will be sent. 2 when not
-    /// open. Identifiers are 11 bits wide; one above 0x7FF is sent as it is, and what a gateway makes of it is not
-    /// defined: a host that takes identifiers from users checks them.
+    /// Sends a message. Returns 0 when it was accepted whole; with any other code nothing of it will ever be sent: 2
+    /// when the interface is not open, 102 when the spy handler closed or deleted it, 108 when the link failed or about
+    /// a second of a full bus already waits for a gateway that does not read, 109 while the TCP connection is down.
+    ///
+    /// Check identifiers that come from users: they have 11 bits. One above 0x7FF is sent unchanged, and what a gateway
+    /// does with it is undefined.
     virtual int writeMessage(const CCanMessage& message) = 0;
-    /// The load of the CAN bus in percent of its bit rate, 0 until the first measurement. 2 when not open; `percent` is
-    /// then untouched. More than 100 is possible, when the bit rate set here is below that of the bus or frames are
-    /// counted longer than they are: show what is above as 100. The value stays while a gateway does not answer.
+    /// Sets `percent` to the load of the CAN bus in percent of the bit rate, rounded down; 0 before the first
+    /// measurement. Returns 0, or 2 when the interface is not open: `percent` is then unchanged. The value can exceed
+    /// 100 when the bit rate set here is below that of the bus, or when frames are counted longer than they are: show
+    /// such values as 100. It keeps its last value while a gateway does not answer.
     virtual int busload(int& percent) = 0;
-    /// Text of a result code, translated; empty for an unknown code. This and the other texts may be asked for from any
-    /// thread.
+    /// Returns the translated text of a result code, empty for an unknown code. May be called from any thread.
     virtual QString errorCodeToString(int code) = 0;
-    /// Long, user-facing text of an interface error, translated; empty for an unknown error.
+    /// Returns the translated text of an interface error for the user, several lines; empty for an unknown error. May
+    /// be called from any thread.
     virtual QString interfaceErrorToString(int error) = 0;
-    /// From a successful open to the close: also while a lost link is being regained.
+    /// Returns true from a successful open to the close, also while a lost link is being regained.
     virtual bool isOpened() = 0;
-    /// Bit rate of the CAN bus in kbit/s, as it was set here: the gateway's own is not known. 0 when opening is to
-    /// leave the gateway's rate as it is.
+    /// Returns the bit rate in kbit/s that was set here; 0 when opening leaves the gateway's rate unchanged. The rate
+    /// of the gateway itself cannot be queried.
     virtual int baudrate() = 0;
-    /// Sets the bit rate in kbit/s (the T93 knows 50, 100, 125, 250, 500 and 1000; 100 at first), which the next open
-    /// gives to the gateway; false when the interface is open or does not know the rate.
+    /// Sets the bit rate in kbit/s that the next open sends to the gateway: 50, 100 (the default), 125, 250, 500 or
+    /// 1000 for a T93. Returns false, and changes nothing, when the interface is open or does not know the rate.
     virtual bool setBaudrate(int kbitPerSecond) = 0;
-    /// Loads description and parameters from the settings group of this interface's unique name below `group` (below
-    /// "CanInterfaces" for a null string). 7, 8 or 9, and nothing changed, when the stored values do not fit. 0, and
-    /// nothing changed, when nothing is stored under this name: look it up in the store where that matters. While
-    /// open, a reconnection and the next open use what was loaded, the bit rate the next open alone; but over UDP a new
-    /// address and port count at once for what is sent.
+    /// Loads description and parameters from the settings group of this interface's unique name below `group`, or below
+    /// "CanInterfaces" when `group` is a null string. Returns 0; 7 when the group belongs to another plugin, 8 or 9
+    /// when a stored value is invalid: nothing is changed then. It also returns 0, and changes nothing, when nothing is
+    /// stored under the name: where that matters, look it up in the store.
+    ///
+    /// Of an open interface, `baudrate` and the bus load use the new values at once; address and port count from the
+    /// next reconnection on (TCP) or at once for what is sent (UDP); protocol, local address and the gateway's bit rate
+    /// change with the next open.
     virtual int loadSettings(const QString& group) = 0;
-    /// Stores description and parameters, replacing what was stored under this unique name below `group`
-    /// ("CanInterfaces" for a null string). 10, and nothing written, when a parameter has no text. 0 does not tell
-    /// whether the disk took it: a host that must know makes a QSettings of its own before the call (a later one may
-    /// know nothing of it), and after it calls `sync` and looks at `status` there.
+    /// Stores description and parameters in place of everything stored under this unique name below `group`
+    /// ("CanInterfaces" for a null string). Returns 0; 10, and nothing is written, when a parameter has no text.
+    ///
+    /// 0 does not mean that the data reached the disk. To find out, create a QSettings before this call, and after it
+    /// call `sync` and check `status` of that object; one created later may not know of the failure.
     virtual int saveSettings(const QString& group) = 0;
-    /// Lets the user edit the parameters in a modal dialog; a `parent` may be null. The event loop runs until the user
-    /// has closed it. 6, and no dialog, when the interface is open; 6, and nothing changed, when the user pressed OK
-    /// but the interface has been opened meanwhile; 0 otherwise, also when the user cancelled. Deleting the interface
-    /// or the parent meanwhile closes the dialog as if cancelled. A call while the dialog is up already brings it to
-    /// the front and gives 0 at once. GUI thread only: the interface must live there.
+    /// Shows a modal dialog in which the user edits the parameters, and runs the event loop until it is closed.
+    /// `parent` may be null. Call it in the GUI thread only, where the interface must live.
+    ///
+    /// Returns 0 when the user pressed OK or cancelled; 6, without a dialog, when the interface is open; 6, and nothing
+    /// is changed, when the user pressed OK but the interface was opened meanwhile. Deleting the interface or the
+    /// parent closes the dialog as if cancelled. A call while the dialog is shown brings it to the front and returns 0
+    /// at once. Without a QApplication there is no dialog: a Qt warning is logged, and the result is 0.
     virtual int configure(QWidget* parent, Qt::WindowFlags flags) = 0;
-    /// The type of the interface, for example "T93".
+    /// Returns the type of the interface, for example "T93".
     virtual QString interfaceType() = 0;
-    /// Sets the handler that sees every message; null removes it. Always 0.
+    /// Sets the function that is called for every message; null removes it. Always returns 0.
     virtual int setSpyHandler(SpyHandler handler);
-    /// The description; the reference lives as long as the interface.
+    /// Returns the description; the reference is valid for as long as the interface exists.
     virtual const CCommonInfo& commonInfo();
-    /// Replaces the description. 6, and nothing changed, when the interface is open. The T93 takes its address and port
-    /// from a port text of the IP form, too, but not the protocol, and says 0 whatever stands there: a host name, or
-    /// anything else that is no address, leaves it without an address (opening fails with 103, and what is saved then
-    /// can never be loaded again: code 9). A port above 65535 loses its higher bits (70000 becomes 4464); one that is
-    /// no number leaves the port as it was, with a Qt warning. Parts are IPv4 only, for an IPv6 address has colons of
-    /// its own. Leading zeros make a part octal, as C has it (010.0.0.5 is 8.0.0.5), though not in the dialog. The
-    /// properties refuse all of these.
+    /// Replaces the description. Returns 0; 6, and nothing is changed, when the interface is open.
+    ///
+    /// The T93 also takes its address and port, but not its protocol, from a port text of the IP form. It does not
+    /// check them and returns 0 in any case, even for these, which the properties IPAddress and Port refuse:
+    /// - A text that is no IPv4 address, such as a host name, leaves the interface without an address. Opening then
+    ///   fails with 103, and settings saved in this state can never be loaded again (code 9).
+    /// - Address parts with leading zeros are octal: 010.0.0.5 is 8.0.0.5. In the dialog they are decimal.
+    /// - A port above 65535 loses its higher bits: 70000 becomes 4464. One that is no number leaves the port unchanged,
+    ///   with a Qt warning.
     virtual int setCommonInfo(const CCommonInfo& info);
-    /// Text of one of the common result codes 0 to 10, translated; empty for any other code.
+    /// Returns the translated text of a common result code, 0 to 10; empty for any other code. May be called from any
+    /// thread.
     virtual QString commonErrorCodeToString(int code);
 
-    /// Fills the translated texts of the common result codes (context "QObject") from the translators installed now.
-    /// From any thread, also while others read the texts. A plugin does this when it is loaded, and when the host's
-    /// language changes.
+    /// Translates the texts of the common result codes (context "QObject") by the translators installed now. May be
+    /// called from any thread, also while others read the texts. A plugin calls it when it is loaded and when the
+    /// language of the application changes.
     static void retranslateCommonErrorStrings();
 
 protected:
@@ -208,8 +218,8 @@ protected:
     CCommonInfo m_commonInfo;
     SpyHandler m_spyHandler;
 
-    static const char* const m_errorCommonRcStrings[COMMON_RC_COUNT]; ///< English texts by code
-    static QString m_errorCommonRcStringsTr[COMMON_RC_COUNT];         ///< translated texts, empty until retranslated
+    static const char* const m_errorCommonRcStrings[COMMON_RC_COUNT]; ///< English texts by code.
+    static QString m_errorCommonRcStringsTr[COMMON_RC_COUNT];         ///< Translated texts, empty at first.
 };
 
 } // namespace vexmor::Cim

@@ -11,29 +11,28 @@ namespace vexmor::Cim
 
 class CCanInterface;
 
-/// The one object that a CAN interface plugin offers. A host loads the library with QPluginLoader, casts the instance
-/// to this class with qobject_cast, and uses it from the thread that loaded it (the plugin's thread) for as long as the
-/// library stays loaded; the loader deletes it.
+/// The object through which a CAN interface plugin offers its interfaces.
 ///
-/// Interfaces are the host's, but their code is the library's: all are deleted before the library is unloaded, and
-/// before the application object. Unload it from the event loop, never in a slot or handler that it called.
+/// Loading: load the library with QPluginLoader and cast its instance to this class with qobject_cast. The plugin of
+/// the T93 is the file libInterfaceT93.so in the folder that the CMake package names `VexmorCim_PLUGIN_DIR` and
+/// pkg-config `plugindir`. Use the object only in the thread that loaded it (the plugin's thread). It exists as long as
+/// the library stays loaded, and the loader deletes it. Delete all interfaces before the library is unloaded and before
+/// the application object is deleted; unload the library from the event loop, never in a slot or handler that it
+/// called.
 ///
-/// The instance is a QObject with the signal `interfaceScanFinished(int pluginId, QList<CCanInterface*>
-/// interfaceList)`; whoever receives it owns the interfaces in the list, which live in the plugin's thread. Connect to
-/// it by name: `SIGNAL(interfaceScanFinished(int,QList<CCanInterface*>))`, and write the slot's parameter the same,
-/// without a namespace. The slot is called in the plugin's thread, and may start the next scan. For an object in
-/// another thread Qt queues the call, and drops it unless the host has called
-/// `qRegisterMetaType<QList<CCanInterface*>>("QList<CCanInterface*>")` before it connects.
+/// Scan results: the instance is a QObject with the signal
+/// `interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList)`. The interfaces in the list live in the
+/// plugin's thread and are owned by the receiver. Connect to the signal by name,
+/// `SIGNAL(interfaceScanFinished(int,QList<CCanInterface*>))`, and write the parameters of the slot the same way,
+/// without a namespace. The slot may start the next scan. When the receiver lives in another thread, Qt queues the
+/// call; it drops the call unless `qRegisterMetaType<QList<CCanInterface*>>("QList<CCanInterface*>")` was called before
+/// the connection was made.
 ///
-/// The plugin of the T93 is the file libInterfaceT93.so, in the folder that the CMake package names
-/// `VexmorCim_PLUGIN_DIR` and pkg-config `plugindir`; hosts load it by QPluginLoader.
+/// Texts for the user are translated by the translators that are installed when the library is loaded, and again
+/// whenever the application installs or removes one (QEvent::LanguageChange). For this, load the library in the thread
+/// of the application object. Descriptions of existing interfaces keep their language.
 ///
-/// Texts for the user are taken from the translators installed when the library is loaded, and again whenever the host
-/// installs or removes one (Qt then sends QEvent::LanguageChange to the application). This takes no call, but the
-/// library must have been loaded in the application's thread. Other threads may read texts at any time. Descriptions of
-/// interfaces are data: they stay as they were made.
-///
-/// The order of the virtual operations is part of the contract: host and plugin are built separately.
+/// The order of the virtual functions is part of the contract: host application and plugin are built separately.
 class CIM_EXPORT CCanInterfacePlugin
 {
 public:
@@ -42,29 +41,31 @@ public:
     CCanInterfacePlugin& operator=(const CCanInterfacePlugin& other);
     virtual ~CCanInterfacePlugin();
 
-    /// The plugin's name, as it stands in each interface description.
+    /// Returns the name of the plugin, which the description of each of its interfaces contains.
     virtual QString pluginName() = 0;
-    /// The plugin's number, handed over with every scan result.
+    /// Returns the number of the plugin, the first argument of `interfaceScanFinished`.
     virtual int pluginId() = 0;
-    /// Type of the interfaces that the plugin creates, for example "T93".
+    /// Returns the type of the interfaces that the plugin creates, for example "T93".
     virtual QString interfaceType() = 0;
-    /// A new, closed interface with the plugin's defaults and no unique name; the caller owns it. Called in the
-    /// plugin's thread, where the interface then lives: `moveToThread` takes it to another while it is closed.
+    /// Returns a new, closed interface with default values and no unique name; the caller owns it. Call this in the
+    /// plugin's thread, where the interface then lives.
     virtual CCanInterface* createInterface() = 0;
-    /// Adds an IP address that scans also ask directly; true also when it was there. False when the text is no address.
+    /// Adds an IP address to which scans also send a request directly. Returns true, also when it was added before;
+    /// false when the text is no address.
     virtual bool addScanAddress(const QString& address) = 0;
-    /// Removes such an address; false when it was not there, or the text is no address.
+    /// Removes such an address. Returns false when the text is no address, or none that was added.
     virtual bool removeScanAddress(const QString& address) = 0;
-    /// The added addresses, in the order they were added.
+    /// Returns the addresses that were added, in this order.
     virtual QStringList scanAddresses() = 0;
-    /// Starts a scan, whose result comes with `interfaceScanFinished`; the event loop must run for that. The interfaces
-    /// that were found are deleted when nobody is connected to the signal at that time. 0 when started, -1 when none
-    /// was started (one is running already).
+    /// Starts a scan of the network. Returns 0 when it was started, or -1 when it was not, because a scan is running or
+    /// the system provides no thread. The T93's scan broadcasts a request from each address of this computer and takes
+    /// replies for 4 s after the last request. `interfaceScanFinished` then delivers the result from the event loop; if
+    /// nothing is connected to it at that time, the interfaces found are deleted.
     ///
-    /// Unique names are made of host name, protocol, socket mode and port: two gateways with equal host names get the
-    /// same, and so does one gateway that answered twice. The interface identifiers, which are the MAC
-    /// addresses, show whether it is one gateway or two. A host that stores both gives one of them another name first,
-    /// or the second replaces the first.
+    /// Unique names consist of host name, protocol, socket mode and port. Gateways with equal host names therefore have
+    /// equal unique names, and so have several replies of one gateway; the interface identifier, which is the MAC
+    /// address, tells gateways apart. Rename one of two interfaces of equal name before storing both: otherwise the
+    /// second replaces the first in the store.
     virtual int scanInterfaces() = 0;
 };
 
@@ -72,5 +73,6 @@ public:
 
 Q_DECLARE_INTERFACE(vexmor::Cim::CCanInterfacePlugin, "quinmark.CCanInterfacePlugin/1.1")
 
-/// Text that identifies the library, a constant; exported under its plain name, for hosts that look before they load.
+/// Returns a constant text that identifies the library. The function is exported under its plain name, so that it can
+/// be called before the plugin object is created.
 extern "C" CIM_EXPORT const char* canInterfaceLibIdent();

@@ -23,10 +23,10 @@ short bigEndian(unsigned char high, unsigned char low)
 
 std::atomic<int> CCanMessage::m_metaId{0};
 
-/// Runs in every constructor, so it is no more than a look at a number from the second time on.
+/// Runs in every constructor; after the first time it only reads a number.
 inline void CCanMessage::registerMetaType()
 {
-    // Two threads may both register: Qt's registry gives both the same id.
+    // Two threads may register at the same time: Qt returns the same id to both.
     if (Q_UNLIKELY(m_metaId.load(std::memory_order_relaxed) == 0)) {
         m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
     }
@@ -53,7 +53,7 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
 {
     const unsigned int count = std::min<unsigned int>(length, MAX_LENGTH);
     va_list bytes;
-    // Clang warns, for `length` is no int: the host's contract has it so, and both compilers take it as it was passed.
+    // Clang warns because `length` is no int. The contract requires this type, and both compilers handle it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wvarargs"
     va_start(bytes, length);
@@ -66,8 +66,8 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
     registerMetaType();
 }
 
-// Each message is copied twice on its way to the host, hence in one piece: the compiler's own copy goes byte by byte.
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): memmove may copy a thing to itself
+// Each message is copied twice on its way to the host application. The compiler's own copy would go byte by byte.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): memmove may copy an object to itself
 CCanMessage& CCanMessage::operator=(const CCanMessage& other)
 {
     m_id = other.m_id;
@@ -132,11 +132,11 @@ bool CCanMessage::setDataAt(unsigned int index, unsigned char value)
 
 bool CCanMessage::setData(unsigned int offset, unsigned int count, unsigned char* bytes)
 {
-    // Compared without adding the two, so that a huge count cannot wrap.
+    // Without adding offset and count, which would wrap for a huge count.
     if (bytes == nullptr || offset > MAX_LENGTH || count > MAX_LENGTH - offset) {
         return false;
     }
-    std::memmove(m_data + offset, bytes, count); // they may be bytes of this message
+    std::memmove(m_data + offset, bytes, count); // `bytes` may point into this message
     m_length = static_cast<unsigned char>(offset + count);
     return true;
 }

@@ -10,24 +10,24 @@ namespace vexmor::Cim
 
 using CoreLib::DataTypes::CCanId;
 
-/// View of data byte 0 as the administration byte of the host's protocol.
+/// View of data byte 0 as the administration byte of the protocol between host application and devices.
 union AdminByte {
-    unsigned char value; ///< the byte as a whole
+    unsigned char value; ///< The whole byte.
     struct {
-        unsigned char low : 4;         ///< bits 0 to 3, the host protocol's own
-        unsigned char messageType : 3; ///< bits 4 to 6, a MsgType
-        unsigned char error : 1;       ///< bit 7, set in an error reply
+        unsigned char low : 4;         ///< Bits 0 to 3, free for that protocol.
+        unsigned char messageType : 3; ///< Bits 4 to 6, a MsgType.
+        unsigned char error : 1;       ///< Bit 7, set in an error reply.
     } bits;
 };
 
-/// Second view of data byte 0, used for stream transfers; its bits are the host protocol's own.
+/// View of data byte 0 in stream transfers; the meaning of its bits belongs to the protocol of the devices.
 union StreamAdminByte {
     unsigned char value;
 };
 
 static_assert(sizeof(AdminByte) == 1 && sizeof(StreamAdminByte) == 1, "views of one data byte");
 
-/// The message type, bits 4 to 6 of the administration byte. The meanings belong to the host's protocol.
+/// The message type, bits 4 to 6 of the administration byte. Its meaning belongs to the protocol of the devices.
 enum MsgType {
     eMsgType0 = 0,
     eMsgType1 = 1,
@@ -39,71 +39,77 @@ enum MsgType {
     eMsgType7 = 7
 };
 
-/// One CAN frame with a standard (11-bit) identifier: the value in which every frame crosses between host and plugin.
+/// A CAN frame with a standard (11-bit) identifier, as host application and plugin exchange it.
 ///
-/// A plain value of 12 bytes without locks, copied freely: identifier, length (0 to 8) and eight data bytes, of which
-/// the first `length` carry meaning. Constructing one registers the class with Qt's meta-type system as "CCanMessage",
-/// so that messages can travel through queued connections: there a parameter of signal and slot must be written
-/// `CCanMessage`, without its namespace, for Qt compares the text. Into a QVariant a message goes as
-/// `QVariant(QMetaType::type("CCanMessage"), &message)`, and comes out as
-/// `*static_cast<const CCanMessage*>(variant.constData())`. No operation throws; a refused call returns false and
-/// changes nothing.
+/// It is a plain value of 12 bytes without locks: identifier, length (0 to 8) and eight data bytes, of which the first
+/// `length` are valid. No function throws; one that returns false has changed nothing.
+///
+/// The constructors register the class with Qt's meta-type system under the name "CCanMessage", for queued connections.
+/// In a signal or slot the parameter must therefore be written `CCanMessage`, without its namespace, because Qt
+/// compares the text. To store a message in a QVariant, use `QVariant(QMetaType::type("CCanMessage"), &message)`; to
+/// read it, `*static_cast<const CCanMessage*>(variant.constData())`.
 class CIM_EXPORT CCanMessage
 {
 public:
-    /// Identifier 0, length 0, all data bytes 0.
+    /// Creates a message with identifier 0, length 0 and all data bytes 0.
     CCanMessage();
     CCanMessage(const CCanMessage& other);
 
-    /// Copies `length` bytes from `data`. A length above 8, or a null `data`, gives an empty message (length 0).
+    /// Creates a message with a copy of `length` bytes from `data`. If `length` is above 8 or `data` is null, the
+    /// message has length 0.
     CCanMessage(const CCanId& id, unsigned char length, unsigned char* data);
 
-    /// Takes the data bytes as further arguments, each passed as an `int`, as many as `length`; a length above 8 is cut
-    /// to 8. Beware: a single literal 0 as third argument is a null pointer and selects the constructor above.
+    /// Creates a message with the data bytes given as further arguments: `length` of them, each an `int`. A length
+    /// above 8 counts as 8. A literal 0 as the only data byte is taken for a null pointer and selects the constructor
+    /// above.
     CCanMessage(const CCanId& id, unsigned char length, ...);
 
-    /// Any other pointer to data (const, or to char) would be taken for the first of further arguments, and the bytes
-    /// for whatever lies on the stack: an error of compilation instead.
+    /// Rejects any other pointer to data (const, or to char) at compile time: the constructor above would take it for
+    /// the first data byte.
     template <typename T>
     CCanMessage(const CCanId& id, unsigned char length, const T* data) = delete;
 
     CCanMessage& operator=(const CCanMessage& other);
 
-    /// Equal identifiers, lengths and first `length` data bytes.
+    /// Compares identifier, length and the first `length` data bytes.
     bool operator==(const CCanMessage& other) const;
 
     const CCanId& id() const;
     void setId(const CCanId& id);
 
-    /// Number of valid data bytes, 0 to 8.
+    /// Returns the number of valid data bytes, 0 to 8.
     unsigned int length() const;
-    /// Refuses (and says so through qDebug) a length above 8.
+    /// Sets the length. Returns false, with a qDebug line, when it is above 8.
     bool setLength(unsigned int length);
 
-    /// All eight data bytes, whatever the length.
+    /// Returns a pointer to all eight data bytes, whatever the length; it is valid as long as the message exists.
     const unsigned char* data() const;
-    /// Reads data byte `index`, 0 to 7, whatever the length; refuses (and says so through qDebug) an index above 7.
+    /// Copies data byte `index` (0 to 7, whatever the length) to `value`. Returns false, with a qDebug line, when
+    /// `index` is above 7.
     bool dataAt(unsigned int index, unsigned char& value) const;
-    /// Writes data byte `index`, 0 to 7; the length stays.
+    /// Sets data byte `index` (0 to 7, whatever the length) and keeps the length. Returns false when `index` is
+    /// above 7.
     bool setDataAt(unsigned int index, unsigned char value);
-    /// Copies `count` bytes to data bytes `offset` onward and sets the length to offset + count, which must not
-    /// exceed 8. A null `bytes` is refused; bytes of the message itself may be given.
+    /// Copies `count` bytes to the data bytes from `offset` on and sets the length to `offset + count`. Returns false
+    /// when that exceeds 8 or `bytes` is null. `bytes` may point into this message.
     bool setData(unsigned int offset, unsigned int count, unsigned char* bytes);
 
-    /// Data byte 0, whatever the length.
+    /// Returns data byte 0, whatever the length.
     AdminByte administrationByte() const;
+    /// Returns data byte 0, whatever the length.
     StreamAdminByte streamAdministrationByte() const;
-    /// Writes data byte 0; the length stays.
+    /// Sets data byte 0 and keeps the length.
     void setAdministrationByte(AdminByte byte);
+    /// Sets data byte 0 and keeps the length.
     void setAdministrationByte(StreamAdminByte byte);
-    /// Bits 4 to 6 of data byte 0, whatever the length.
+    /// Returns bits 4 to 6 of data byte 0, whatever the length.
     MsgType messageType() const;
 
-    /// The signed 16-bit error number in data bytes 1 and 2 (high byte first) of an error reply (bit 7 of byte 0 set,
-    /// at least 3 bytes); 0 for any other message.
+    /// Returns the signed 16-bit error number in data bytes 1 and 2 (high byte first) of an error reply, which has bit
+    /// 7 of byte 0 set and at least 3 bytes; 0 for any other message.
     short errorNumber();
-    /// The signed 16-bit device checksum in data bytes 3 and 4 (high byte first) of a message with administration byte
-    /// 0x90 and at least 5 bytes; 0 for any other message.
+    /// Returns the signed 16-bit device checksum in data bytes 3 and 4 (high byte first) of a message with
+    /// administration byte 0x90 and at least 5 bytes; 0 for any other message.
     short deviceCheckSum();
 
 private:
@@ -113,7 +119,7 @@ private:
     unsigned char m_length;
     unsigned char m_data[8];
 
-    static std::atomic<int> m_metaId; ///< Qt meta-type id, 0 until the first message is constructed
+    static std::atomic<int> m_metaId; ///< Qt meta-type id; 0 until the first message is constructed.
 };
 
 static_assert(sizeof(CCanMessage) == 12, "host and plugin share messages byte for byte");

@@ -2,12 +2,12 @@
 
 #include <QtGlobal>
 
-#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR // by pkg-config; CMake refuses the package
+#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR // possible with pkg-config; the CMake package checks it itself
 #error "VexmorCim was built for another Qt: use the package vexmor-cim with Qt 5, and vexmor-cim-qt6 with Qt 6"
 #endif
 
-/// Marks the contract classes: compiled into the plugin library and exported from it, so that host and plugin share one
-/// copy of them.
+/// Marks the classes of the contract. They are compiled into the plugin library and exported from it, so that host
+/// application and plugin share one copy.
 #if defined(CIM_BUILD)
 #define CIM_EXPORT __attribute__((visibility("default")))
 #else

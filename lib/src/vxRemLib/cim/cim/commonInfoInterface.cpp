@@ -27,7 +27,7 @@ const QString KEY_PORT_ID = QStringLiteral("PortId");
 const QString KEY_SCANABLE = QStringLiteral("Scanable");
 const QString KEY_INTERFACE_TYPE = QStringLiteral("InterfaceType");
 
-/// Two hexadecimal digits stand from `index` on.
+/// Returns whether two hexadecimal digits stand at `index`.
 bool isHexByte(const QString& text, int index)
 {
     const auto isDigit = [](QChar character) { return character.unicode() < 0x80 && isxdigit(character.unicode()); };
@@ -134,7 +134,7 @@ QString CCommonInfo::buildIpPortStr(const QString& address, unsigned short port,
 {
     QString protocolText;
     protocolEnumToStr(protocol, protocolText);
-    // Joined rather than filled in by arg(): an address text that holds %2 must not draw in the port.
+    // Without arg(), which would replace a %2 in the address text.
     return IP_PREFIX + address + QLatin1Char(':') + QString::number(port) + QLatin1Char(':') + protocolText;
 }
 

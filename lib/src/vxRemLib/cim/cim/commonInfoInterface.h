@@ -9,89 +9,96 @@ class QSettings;
 namespace vexmor::Cim
 {
 
-/// Describes one CAN interface to the host, in terms that every plugin shares: who made it, what to call it, how it is
-/// reached, whether it is connected.
+/// The description of a CAN interface in terms common to all plugins: which plugin made it, its names, how it is
+/// reached, and whether it is connected.
 ///
-/// A plain value without locks; every interface owns one (`CCanInterface::commonInfo`). Texts are compared
+/// It is a plain value without locks; each interface has one (`CCanInterface::commonInfo`). Texts are compared
 /// case-sensitively.
 class CIM_EXPORT CCommonInfo
 {
 public:
+    /// Whether the link of an interface is up.
     enum EInterfaceConnectionState : int { eNotConnected = 0, eConnected = 1 };
 
-    /// Transport protocol of an IP interface; its texts are "TCP", "UDP", "NA" and "Invalid".
+    /// The transport protocol of an IP interface. Its texts are "TCP", "UDP", "NA" and "Invalid".
     enum EProtocolType : int { eProtocolTcp = 0, eProtocolUdp = 1, eProtocolNa = 2, eProtocolInvalid = 3 };
 
-    /// All texts empty, not connected, not scannable.
+    /// Creates a description with empty texts, not connected and not scannable.
     CCommonInfo();
     CCommonInfo(const CCommonInfo& other);
     CCommonInfo& operator=(const CCommonInfo& other);
-    /// Equal when all nine fields are equal, the connection state included.
+    /// Compares all nine fields, including the connection state.
     bool operator==(const CCommonInfo& other) const;
     bool operator!=(const CCommonInfo& other) const;
 
-    /// Name of the plugin that made the interface.
+    /// The name of the plugin that made the interface.
     QString pluginName() const;
     void setPluginName(const QString& name);
-    /// Text shown to the user.
+    /// A text that describes the interface to the user.
     QString description() const;
     void setDescription(const QString& description);
-    /// Tells this interface from all others; its settings are stored in the group `settingsGroup()`, in the store of
-    /// the organisation and application that the host named to QCoreApplication ("Unknown Organization" if it did not).
+    /// The name that identifies the interface in the settings store, where its settings are kept in the group
+    /// `settingsGroup()`.
     QString uniqueName() const;
     void setUniqueName(const QString& name);
-    /// Of an open interface: whether its link stands, over UDP from the successful open to the close. In the result of
-    /// a scan it says connected, for the gateway answered, and a clone has that of its original: both are closed, and
-    /// the state becomes true with the first open.
+    /// Whether the link of an open interface is up; over UDP, it is up from the successful open to the close. The state
+    /// of a closed interface is "not connected", with two exceptions until it is first opened: a scan returns its
+    /// interfaces as connected, because the gateway answered, and a clone keeps the state of its original.
     EInterfaceConnectionState connectionState() const;
     void setConnectionState(EInterfaceConnectionState state);
-    /// Identifier of the device; for a gateway its MAC address, like 00:1a:2b:3c:4d:5e.
+    /// The identifier of the device; for a gateway its MAC address, like 00:1a:2b:3c:4d:5e. Empty until the gateway has
+    /// sent it.
     QString interfaceId() const;
     void setInterfaceId(const QString& id);
+    /// The firmware version of the device, like 1.05. Empty until the gateway has sent it.
     QString firmwareVersion() const;
     void setFirmwareVersion(const QString& version);
-    /// How the interface is reached, in one of two forms: COM= and the serial port's text, or IP= and address, port and
-    /// protocol text joined by colons, like IP=192.168.1.70:30000:TCP.
+    /// The port text, which says how the interface is reached. It has one of two forms: COM= and the name of a serial
+    /// port, or IP= and address, port and protocol joined by colons, like IP=192.168.1.70:30000:TCP.
     QString port() const;
     void setPort(const QString& port);
-    /// Interface type, for example "T93".
+    /// The type of the interface, for example "T93".
     QString type() const;
     void setType(const QString& type);
-    /// True for interfaces of a kind that a scan can find.
+    /// Whether a scan can find interfaces of this type.
     bool isScanable() const;
     void setScanable(bool scanable);
 
+    /// Returns the port text for a serial port.
     static QString buildComPortStr(const QString& port);
-    /// An unknown protocol gives the text "Invalid" in the third part.
+    /// Returns the port text for an IP interface. For an unknown protocol its third part is "Invalid".
     static QString buildIpPortStr(const QString& address, unsigned short port, EProtocolType protocol);
+    /// Returns whether the port text begins with COM=.
     bool isComPort() const;
+    /// Returns whether the port text begins with IP=.
     bool isIpPort() const;
-    /// The part behind COM=; false, and `port` untouched, for any other port text.
+    /// Sets `port` to the part of the port text after COM=. Returns false, with `port` unchanged, for any other form.
     bool comPort(QString& port) const;
-    /// The parts of an IP port text, as they stand in it; false, and the outputs untouched, unless it has exactly
-    /// three (an IPv6 address, which has colons of its own, never fits). An unknown protocol text gives
-    /// `eProtocolInvalid` (and a log line), but is no failure.
+    /// Sets the arguments to parts of an IP port text, unchecked. Returns false, with the arguments unchanged, unless
+    /// the text has exactly three parts; an IPv6 address, which contains colons, never fits.
     bool ipAddress(QString& address, QString& port) const;
+    /// Also sets `protocol`. An unknown protocol text sets it to `eProtocolInvalid` and logs a line, but is no failure.
     bool ipAddress(QString& address, QString& port, EProtocolType& protocol) const;
 
-    /// False, with the text "Invalid", for a value that has no text of its own.
+    /// Sets `text` to the text of a protocol. Returns false, with the text "Invalid", for a value that has none.
     static bool protocolEnumToStr(EProtocolType protocol, QString& text);
-    /// Case-sensitive; false, with `eProtocolInvalid` and a log line of level 30, for an unknown text.
+    /// Sets `protocol` to the value for a text (case-sensitive). Returns false, with `eProtocolInvalid` and a log line
+    /// of level 30, for an unknown text.
     static bool protocolStrToEnum(const QString& text, EProtocolType& protocol);
 
-    /// Reads the fields from the group that is open on `settings`; a missing key leaves its field unchanged. The plugin
-    /// name, the unique name and the connection state are never read. Returns 0.
+    /// Reads the fields from the current group of `settings`; a missing key leaves its field unchanged. Plugin name,
+    /// unique name and connection state are not read. Always returns 0.
     int loadSettings(QSettings& settings);
-    /// Writes the fields to the group that is open on `settings`; the unique name and the connection state are not
-    /// stored. Returns 0.
+    /// Writes the fields to the current group of `settings`; unique name and connection state are not stored. Always
+    /// returns 0.
     int saveSettings(QSettings& settings) const;
 
-    /// Name of the settings group of this interface, below the group of all interfaces: the unique name itself. Only
-    /// "/", "\" and a "%" that two hexadecimal digits follow are percent-encoded (%2F, %5C, %25), so that no name can
-    /// reach into another interface's group, and no two names share one.
-    /// Empty for an empty unique name: such an interface stores its keys in the group of all interfaces.
+    /// Returns the name of this interface's settings group below the group of all interfaces. It is the unique name, in
+    /// which "/", "\" and each "%" followed by two hexadecimal digits are percent-encoded (%2F, %5C, %25): no name
+    /// reaches into the group of another interface, and no two names share a group. Returns an empty text for an empty
+    /// unique name: such an interface stores its keys directly in the group of all interfaces.
     QString settingsGroup() const;
-    /// The unique name that a settings group stands for: the inverse of `settingsGroup`.
+    /// Returns the unique name for a settings group: the inverse of `settingsGroup`.
     static QString uniqueNameOfSettingsGroup(const QString& group);
 
 private:

@@ -5,18 +5,18 @@
 #include <array>
 #include <mutex>
 
-/// The class-wide tables of translated texts, which any thread may read while another one fills them anew.
+/// Access to the class-wide tables of translated texts, which any thread may read while another one refills them.
 namespace vexmor::Cim
 {
 
-/// One lock around all of them.
+/// Returns the lock that guards all tables.
 inline std::mutex& textLock()
 {
     static std::mutex lock;
     return lock;
 }
 
-/// A copy of the text; empty for an index outside of the table.
+/// Returns a copy of a text; empty for an index outside of the table.
 template <std::size_t COUNT>
 QString textIn(const QString (&table)[COUNT], int index)
 {
@@ -27,8 +27,8 @@ QString textIn(const QString (&table)[COUNT], int index)
     return table[index];
 }
 
-/// Fills a table with what `translate` makes of the English texts. It is called without the lock: a translator of the
-/// host may ask for texts itself.
+/// Fills a table with the translations that `translate` returns for the English texts. It is called without the lock,
+/// because a translator of the host application may read texts itself.
 template <std::size_t COUNT, typename Translate>
 void fillTexts(QString (&table)[COUNT], const char* const (&english)[COUNT], Translate&& translate)
 {
