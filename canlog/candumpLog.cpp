@@ -238,4 +238,19 @@ bool CLogReader::rewind()
     return m_device && m_device->seek(0);
 }
 
+Result<std::uint64_t> CLogReader::countAll()
+{
+    std::uint64_t count = 0;
+    for (bool isEnd = false; !isEnd;) {
+        auto entry = next();
+        if (!entry) {
+            return entry.problem();
+        }
+        isEnd = !*entry;
+        count += isEnd ? 0 : 1;
+    }
+    rewind();
+    return count;
+}
+
 } // namespace vexmor::CanLog

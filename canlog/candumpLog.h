@@ -90,6 +90,9 @@ public:
     Result<std::optional<SLogEntry>> next();
     /// Returns to the first entry. Returns false when that fails.
     bool rewind();
+    /// Reads the whole log and returns to the first entry. Returns the number of entries, or the problem of the first
+    /// malformed line.
+    Result<std::uint64_t> countAll();
     /// Returns the number of frames skipped so far because they are of a foreign kind.
     int skipped() const { return std::accumulate(m_skipped.begin(), m_skipped.end(), 0); }
     /// Returns the number of frames of one kind that were skipped so far.

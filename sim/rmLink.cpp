@@ -40,10 +40,11 @@ void CRmLink::send(const QByteArray& frame)
     if (m_peer.udp != nullptr) {
         m_peer.udp->writeDatagram(frame, m_peer.address, m_peer.port);
     } else if (isTcp() && m_peer.tcp->isOpen()) { // otherwise `disconnected` follows
-        if (waiting() >= SEND_LIMIT && !m_hasLost) {
+        const auto isFull = [this] { return m_peer.tcp->bytesToWrite() >= SEND_LIMIT; };
+        if (isFull() && !m_hasLost) {
             flush();
         }
-        if (waiting() >= SEND_LIMIT) {
+        if (isFull()) {
             m_hasLost = true;
             Q_EMIT frameLost();
             return;

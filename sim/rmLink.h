@@ -54,7 +54,7 @@ public:
         return m_peer.address == address && m_peer.port == port;
     }
     /// Returns the number of bytes that wait for the host.
-    qint64 waiting() const { return isTcp() ? m_peer.tcp->bytesToWrite() : 0; }
+    virtual qint64 waiting() const { return isTcp() ? m_peer.tcp->bytesToWrite() : 0; }
 
     /// Sends a frame. Over TCP the frames of one turn of the event loop leave in one write; over UDP each is a
     /// datagram.

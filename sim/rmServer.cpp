@@ -12,6 +12,8 @@ namespace
 {
 constexpr int PORT_TRIES = 20;
 constexpr int LISTEN_RETRY_MS = 10;
+/// Limits the datagrams that are read in one turn of the event loop.
+constexpr int DATAGRAMS_PER_TURN = 1000;
 constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // the number of bits that a host assumes per reported frame
 
 /// Returns a byte array with the low 8 bits of each number.
@@ -83,7 +85,7 @@ void CRmServer::onNewConnection()
 
 void CRmServer::onDatagrams()
 {
-    while (m_udp.hasPendingDatagrams()) {
+    for (int i = 0; i < DATAGRAMS_PER_TURN && m_udp.hasPendingDatagrams(); ++i) {
         char bytes[Cim::RM_BUFFER_SIZE];
         QHostAddress address;
         quint16 port = 0;

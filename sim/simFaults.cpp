@@ -7,6 +7,8 @@ namespace vexmor::Sim
 namespace
 {
 constexpr char NOT_AN_END_MARKER = 0x0A;
+constexpr int DELAYED_LIMIT = 10000;    // answers
+constexpr qint64 MEMORY_PER_WRITE = 64; // beside its bytes
 
 bool isNth(int count, int every)
 {
@@ -23,6 +25,10 @@ CFaultyLink::CFaultyLink(SRmPeer peer, const SSimFaults& faults) : CRmLink(std::
 
 void CFaultyLink::send(const QByteArray& frame)
 {
+    if (m_bytesToCome >= SEND_LIMIT) {
+        Q_EMIT frameLost();
+        return;
+    }
     m_merged += m_faults.garbage + spoiled(frame);
     if (++m_mergedCount < m_faults.mergeCount) {
         return;
@@ -36,6 +42,19 @@ void CFaultyLink::send(const QByteArray& frame)
         sendRaw(bytes);
     } else if (!m_faults.blackHole) {
         CRmLink::send(bytes);
+    }
+}
+
+void CFaultyLink::reply(const QByteArray& frame)
+{
+    if (m_faults.replyDelayMs == 0) {
+        send(frame);
+    } else if (m_delayed < DELAYED_LIMIT) {
+        ++m_delayed;
+        QTimer::singleShot(m_faults.replyDelayMs, this, [this, frame] {
+            --m_delayed;
+            send(frame);
+        });
     }
 }
 
@@ -57,6 +76,7 @@ void CFaultyLink::sendRaw(const QByteArray& bytes)
 {
     if (!m_faults.blackHole) {
         m_writes.push_back(bytes);
+        m_bytesToCome += bytes.size() + MEMORY_PER_WRITE;
     }
     if (!m_pause.isActive()) {
         writeNext();
@@ -69,6 +89,7 @@ void CFaultyLink::writeNext()
     while (!m_writes.empty() && !m_pause.isActive()) {
         CRmLink::send(m_writes.front());
         flush();
+        m_bytesToCome -= m_writes.front().size() + MEMORY_PER_WRITE;
         m_writes.pop_front();
         if (m_faults.cutAt > 0) {
             m_pause.start(m_faults.cutDelayMs);

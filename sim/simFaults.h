@@ -33,7 +33,12 @@ public:
     /// `faults` must outlive the link.
     CFaultyLink(SRmPeer peer, const SSimFaults& faults);
 
+    /// Drops the frame, over TCP and UDP, while SEND_LIMIT bytes wait for the pauses between the pieces of other
+    /// frames.
     void send(const QByteArray& frame) override;
+    /// Sends an answer after the configured delay. Drops it when too many answers wait for their delay.
+    void reply(const QByteArray& frame);
+    qint64 waiting() const override { return CRmLink::waiting() + m_bytesToCome; }
     /// Sends bytes without faults, in a write of their own.
     void sendRaw(const QByteArray& bytes);
     /// Starts or stops reading, as the present faults require.
@@ -48,7 +53,9 @@ private:
     QByteArray m_merged;             ///< Frames that wait to be joined with others.
     int m_mergedCount = 0;           ///< Number of these frames.
     std::deque<QByteArray> m_writes; ///< Writes to be made, one by one.
+    qint64 m_bytesToCome = 0;        ///< Size of these writes, with the memory that each needs besides.
     QTimer m_pause;                  ///< Pause between two writes while frames are cut.
+    int m_delayed = 0;               ///< Number of answers that wait for their delay.
 };
 
 } // namespace vexmor::Sim

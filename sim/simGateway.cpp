@@ -2,6 +2,7 @@
 
 #include "sim/simBus.h"
 
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QtEndian>
 
@@ -13,6 +14,7 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int FLOOD_PER_TURN = 500;
+constexpr int FLOOD_TURN_MS = 20;            // a turn ends after so long, however many hosts there are
 constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host while flooding
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 } // namespace
@@ -52,13 +54,8 @@ bool CSimGateway::isReachable(bool overTcp) const
 
 void CSimGateway::reply(CRmLink& link, const QByteArray& frame)
 {
-    if (m_faults.mute) {
-        return;
-    }
-    if (m_faults.replyDelayMs > 0) {
-        QTimer::singleShot(m_faults.replyDelayMs, &link, [target = &link, frame] { target->send(frame); });
-    } else {
-        link.send(frame);
+    if (!m_faults.mute) {
+        static_cast<CFaultyLink&>(link).reply(frame); // see makeLink
     }
 }
 
@@ -116,7 +113,8 @@ void CSimGateway::flood(int count)
 void CSimGateway::floodOn()
 {
     const auto isBehind = [](const auto& link) { return link->waiting() > FLOOD_AHEAD; };
-    for (int i = 0; i < FLOOD_PER_TURN && m_floodLeft > 0; ++i) {
+    const QDeadlineTimer turn(FLOOD_TURN_MS);
+    for (int i = 0; i < FLOOD_PER_TURN && m_floodLeft > 0 && !turn.hasExpired(); ++i) {
         if (std::any_of(links().begin(), links().end(), isBehind)) {
             return; // continues when the host has read
         }

@@ -1,5 +1,6 @@
 #include "sim/simTraffic.h"
 
+#include <QDeadlineTimer>
 #include <QtEndian>
 
 #include <utility>
@@ -9,6 +10,9 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int TICK_MS = 1;
+/// Messages in one turn of the event loop end after so long, however many are due: everything else has its turn as
+/// well.
+constexpr int TURN_MS = 20;
 constexpr int DEVICE_COUNT = 8;
 constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;
 constexpr double MICROSECONDS_PER_MS = 1000.0;
@@ -40,6 +44,16 @@ Failure CSimReplay::open(const QString& path, double speed, bool loop)
     return {};
 }
 
+Failure CSimReplay::check()
+{
+    const auto count = m_reader.countAll();
+    if (!count) {
+        return count.problem();
+    }
+    (void)m_reader.next(); // the first, which is known
+    return {};
+}
+
 void CSimReplay::start()
 {
     m_clock.start();
@@ -49,9 +63,8 @@ void CSimReplay::start()
 void CSimReplay::onTimeout()
 {
     const double now = static_cast<double>(m_clock.nsecsElapsed()) / MICROSECONDS_PER_MS * m_speed;
-    // A limit, so that other events are processed however many frames are due.
-    const std::uint64_t turnLimit = m_sent + 100000;
-    while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && m_sent < turnLimit) {
+    const QDeadlineTimer turn(TURN_MS);
+    while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && !turn.hasExpired()) {
         ++m_sent;
         m_bus.send(m_next.message);
         if (!advance()) {
@@ -95,7 +108,8 @@ void CSimGenerator::start(int rate)
 void CSimGenerator::onTimeout()
 {
     const auto due = static_cast<std::uint64_t>(m_clock.elapsed()) * static_cast<std::uint64_t>(m_rate) / 1000;
-    while (m_sent < due) {
+    const QDeadlineTimer turn(TURN_MS);
+    while (m_sent < due && !turn.hasExpired()) {
         // Each device reports its number and its count of reports.
         const auto device = static_cast<unsigned char>(m_sent % DEVICE_COUNT);
         const auto count = static_cast<std::uint32_t>(m_sent / DEVICE_COUNT);

@@ -12,8 +12,8 @@
 namespace vexmor::Sim
 {
 
-/// Plays a log in candump's format on a bus with the original timing. Frames that are due at the same time are sent in
-/// one turn of the event loop, all of them and in order.
+/// Plays a log in candump's format on a bus with the original timing: all its frames, in order. With more clients than
+/// this timing allows, it takes longer.
 class CSimReplay : public QObject
 {
     Q_OBJECT
@@ -24,6 +24,8 @@ public:
     /// Opens a log for `start`. `speed` is a factor; with `loop`, the log starts again at its end. Fails when the file
     /// cannot be read or contains no frame.
     Failure open(const QString& path, double speed, bool loop);
+    /// Reads the whole log that was opened, before `start`. Fails when one of its lines is no frame.
+    Failure check();
     void start();
     std::uint64_t sent() const { return m_sent; }
 
@@ -47,7 +49,8 @@ private:
     std::uint64_t m_sent = 0;
 };
 
-/// Puts generated messages on a bus at a steady rate: reports of a few devices in turn, each with a counter.
+/// Puts generated messages on a bus at a steady rate: reports of a few devices in turn, each with a counter. With more
+/// clients than this rate allows, the messages come later.
 class CSimGenerator : public QObject
 {
     Q_OBJECT

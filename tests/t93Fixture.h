@@ -23,18 +23,7 @@ using namespace vexmor::Sim;
 /// A whole frame around a command and its payload.
 inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
 {
-    std::uint8_t buffer[300];
-    const auto size = rmFrameBytes(command, reinterpret_cast<const std::uint8_t*>(payload.constData()),
-                                   static_cast<std::size_t>(payload.size()), buffer);
-    return QByteArray(reinterpret_cast<const char*>(buffer), static_cast<int>(size));
-}
-
-/// The frame around a message.
-inline QByteArray frame(const CCanMessage& message)
-{
-    const int id = message.id().value();
-    const auto* const data = reinterpret_cast<const char*>(message.data());
-    return frame(0x00, QByteArray(1, char(id >> 8)) + char(id & 0xff) + QByteArray(data, int(message.length())));
+    return rmFrame(command, payload);
 }
 
 inline CCanInterfacePlugin& plugin()
@@ -234,6 +223,16 @@ struct SRawGateway {
     SServer server;
     std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
     QByteArray received;
+};
+
+/// The same, and an open interface to it whose requests have come.
+struct SInterfaceAtRawGateway : SRawGateway {
+    SInterfaceAtRawGateway()
+    {
+        can->openCommunication();
+        waitFor(23); // MAC address, version, interval, bit rate
+    }
+    std::unique_ptr<CCanInterface> can = makeInterface(port());
 };
 
 } // namespace vexmor::Test

@@ -37,13 +37,16 @@ struct SOtherThread {
     }};
 };
 
-/// A language in which everything is shouted.
+/// A language in which everything is shouted, by a translator that reads texts itself.
 struct SShout : QTranslator {
+    explicit SShout(CCanInterface& can) : can(can) {}
     bool isEmpty() const override { return false; }
     QString translate(const char*, const char* text, const char*, int) const override
     {
+        (void)(can.errorCodeToString(4) + can.errorCodeToString(103) + can.interfaceErrorToString(0));
         return QString::fromLatin1(text).toUpper();
     }
+    CCanInterface& can;
 };
 } // namespace
 
@@ -97,9 +100,9 @@ private Q_SLOTS:
             QCOMPARE(code, act == "reopen" || act == "reset" ? 0 : 102);
         } else {
             // Several frames in one read: what follows the first must not reach a session that has ended. A second
-            // start marker has the frame behind it taken byte by byte.
-            host.gateway.sendRaw(frame(0x42, hex("01")) + hex(isUdp ? "43" : "") + frame(0x00, hex("0101")) +
-                                 frame(0x00, hex("0102")) + frame(0x42, hex("02")));
+            // start marker has the frame behind it taken byte by byte. A wrong checksum is the first error.
+            host.gateway.sendRaw(hex("430242090b0d") + frame(0x42, hex("01")) + hex(isUdp ? "43" : "") +
+                                 frame(0x00, hex("0101")) + frame(0x00, hex("0102")) + frame(0x42, hex("02")));
         }
         QTRY_VERIFY(!s_act);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -128,7 +131,7 @@ private Q_SLOTS:
         QList<CCanMessage> sent;
         for (std::uint16_t id = 0; id < FRAMES; ++id) {
             sent.append(message(id));
-            stream += frame(sent.last());
+            stream += rmFrame(sent.last());
         }
         SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload()); // no reply comes between
         QVERIFY(host.isAllHeard());
@@ -149,6 +152,40 @@ private Q_SLOTS:
         QCOMPARE(host.receive(1).size(), 1);
     }
 
+    void oneTurnOfTheEventLoopIsBounded() // when with each message the next one comes
+    {
+        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload());
+        QVERIFY(host.isAllHeard());
+        host.can->setSpyHandler(spy);
+        int shown = 0;
+        int shownInOneTurn = 0;
+        std::function<void()> go = [&] {
+            if (shown == 0) {
+                QTimer::singleShot(0, this, [&] { shownInOneTurn = shown; });
+            }
+            s_act = ++shown < 1000 ? go : nullptr;
+            host.bus.send(message(1));
+        };
+        s_act = go;
+        host.bus.send(message(1));
+        QTRY_COMPARE(shown, 1000);
+        QTRY_COMPARE(shownInOneTurn, 256);
+    }
+
+    void readsAheadIsBounded() // of a spy handler that runs the event loop
+    {
+        SInterfaceAtRawGateway host;
+        host.can->setSpyHandler(spy);
+        bool isAllTaken = true;
+        s_act = [&] {
+            isAllTaken = QTest::qWaitFor([&] { return host.link->bytesToWrite() == 0; }, 1000);
+            host.can->closeCommunication();
+        };
+        host.link->write(rmFrame(message(1)).repeated(1 << 23)); // far more than the kernel takes
+        QTRY_VERIFY(!host.can->isOpened());
+        QVERIFY(!isAllTaken);
+    }
+
     void linkIsLostInTheSpyHandler_data()
     {
         const auto row = columns<int>("messages");
@@ -157,35 +194,32 @@ private Q_SLOTS:
     }
     void linkIsLostInTheSpyHandler() // while it runs the event loop
     {
-        SRawGateway gateway;
-        const auto can = makeInterface(gateway.port());
+        SInterfaceAtRawGateway host;
         QList<CCanMessage> read;
-        const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
-        can->setSpyHandler(spy);
-        QCOMPARE(can->openCommunication(), 0);
-        QVERIFY(!gateway.waitFor(1).isEmpty());
+        const QSignalSpy errors(host.can.get(), SIGNAL(interfaceError(int)));
+        host.can->setSpyHandler(spy);
         const auto isLost = [&] { return errorNumbers(errors).contains(0); };
         std::function<void()> go = [&] { // with each message, which can be read, and each error, up to error 0
-            const QList<CCanMessage> now = unread(*can);
+            const QList<CCanMessage> now = unread(*host.can);
             QCOMPARE(now.size(), errors.isEmpty() ? 1 : 0);
             read += now;
             QCoreApplication::processEvents();
             s_act = isLost() ? nullptr : go;
         };
         s_act = go;
-        connect(can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+        connect(host.can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
         QByteArray stream;
         QList<CCanMessage> sent;
         for (int number = 0; number < cell<int>("messages"); ++number) {
             sent.append(message(0x111, QByteArray::number(number).rightJustified(8, '0')));
-            stream += frame(sent.last());
+            stream += rmFrame(sent.last());
         }
-        gateway.link->write(stream + frame(0x42, hex("01")));
-        gateway.link->disconnectFromHost();
+        host.link->write(stream + frame(0x42, hex("01")));
+        host.link->disconnectFromHost();
         QTRY_VERIFY(isLost());
         QVERIFY(read == sent);
         QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
-        QTRY_VERIFY(isConnected(*can)); // again
+        QTRY_VERIFY(isConnected(*host.can)); // again
     }
 
     void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }
@@ -240,7 +274,7 @@ private Q_SLOTS:
         };
         const QStringList quiet = texts();
         std::atomic<int> wrong{0};
-        SShout shout;
+        SShout shout(*can);
         {
             const SOtherThread asker{[&] {
                 const QStringList now = texts();

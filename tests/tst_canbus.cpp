@@ -83,6 +83,16 @@ private Q_SLOTS:
             }
             QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000 && host.seen().isEmpty());
         }
+        int dropped = 2000;
+        for (const int read : {0, 1999, 2000}) { // of 4000: the error repeats when half were read
+            for (int i = 0; i < read; ++i) {
+                host.device->readFrame();
+            }
+            host.gateway.flood(1 + (read == 0 ? 4000 : read));
+            ++dropped;
+            QTRY_COMPARE(host.device->property("droppedFrames").toInt(), dropped);
+            QCOMPARE(host.told.count("ReadError"_s), read == 2000 ? 4 : 3);
+        }
     }
 
     void sendsWhatAT93Can()
@@ -120,7 +130,7 @@ private Q_SLOTS:
     void setsTheBitRateWhereAsked()
     {
         SDevice host;
-        host.device->setConfigurationParameter(Device::BitRateKey, 33333);
+        host.device->setConfigurationParameter(Device::BitRateKey, 125500);
         host.device->setConfigurationParameter(Device::CanFdKey, true);
         QCOMPARE(host.told, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
@@ -146,6 +156,7 @@ private Q_SLOTS:
         row("masked", true, {Filter{0x12F, 0x7F0, Frame::DataFrame}}, "120* 123 124"_s);
         row("either", true, {Filter{0x10, 0x7FF}, Filter{0x124, 0x7FF, Frame::DataFrame}}, "10 124"_s);
         row("other frames", true, {Filter{0, 0, Frame::RemoteRequestFrame}}, {});
+        row("29 bit", true, {Filter{0, 0, Frame::DataFrame, Filter::MatchExtendedFormat}}, {});
     }
     void deliversWhatIsWanted()
     {
@@ -243,6 +254,11 @@ private Q_SLOTS:
             QCOMPARE(device->framesToWrite(), 0);
         }
         QVERIFY(clock.elapsed() < 700);
+        for (int i = 0; i <= 9000; ++i) { // a second of a full bus may wait
+            QCOMPARE(device->writeFrame(Frame(1, {})), i < 9000);
+        }
+        device->setConfigurationParameter(Device::BitRateKey, 125000);
+        QVERIFY(!device->configurationParameter(Device::BitRateKey).isValid()); // refused
         QTRY_COMPARE(device->state(), Device::UnconnectedState);
         QCOMPARE(device->error(), Device::ConnectionError);
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));

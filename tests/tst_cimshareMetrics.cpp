@@ -90,7 +90,7 @@ private Q_SLOTS:
             "no.such.host:8:UDP: would be opened, IP=0.0.0.0:8:UDP, bit rate 500\n"
             "t93 no.such.host:8:UDP: would listen on 127.0.0.1:3\n"
             "socketcand: would listen on 127.0.0.1:PORT\n"
-            "mqtt: would publish at 127.0.0.1, below site\n"
+            "mqtt: would publish at 127.0.0.1:PORT, below site\n"
             "metrics: would write /no/x.prom\n");
         row("nothing to serve", "sim"_s, 2, "nothing to serve");
         row("nothing to share", "--socketcand 1"_s, 2, "nothing to share");

@@ -164,7 +164,7 @@ private Q_SLOTS:
     {
         const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
         runDialog(*can, 0, [&](const SDialog&) {
-            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|10.9.0.1| |25|150|250"_s)) {
+            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|192.168.1.70| |25|150|250"_s)) {
                 QCoreApplication::processEvents();
                 if (typed == "UP"_s || typed == "DOWN"_s) {
                     press(typed == "UP"_s ? Qt::Key_Up : Qt::Key_Down);
@@ -172,6 +172,13 @@ private Q_SLOTS:
                     QTest::keyClicks(QApplication::focusWidget(), typed);
                 }
                 press(Qt::Key_Tab);
+            }
+            for (const int key : {Qt::Key_Backtab, Qt::Key_Tab}) { // from OK to the last address and back
+                for (int field = ROWS; field > LOCAL_ADDRESS; --field) {
+                    press(key);
+                }
+                QCoreApplication::processEvents();
+                QTest::keyClicks(QApplication::focusWidget(), key == Qt::Key_Backtab ? "10.9.0.1"_s : QString());
             }
             press(Qt::Key_Space); // OK comes next
         });

@@ -217,13 +217,15 @@ private Q_SLOTS:
         QCOMPARE(host.can->property(property), kept);
         QVERIFY(host.can->commonInfo() == info);
 
-        // The property is the parameter that the store has under the same name, in the default group.
-        const std::unique_ptr<CCanInterface> other(plugin().createInterface());
-        can->saveSettings({});
-        QVERIFY(QSettings().contains("CanInterfaces/PluginName"_s));
-        other->loadSettings({});
-        QCOMPARE(other->property(property), can->property(property));
-        QVERIFY(other->commonInfo() == can->commonInfo());
+        // The property is the parameter that the store has under the same name, in no group or the default one.
+        for (const QString& group : {""_s, QString()}) {
+            const std::unique_ptr<CCanInterface> other(plugin().createInterface());
+            can->saveSettings(group);
+            QVERIFY(QSettings().contains(group.isNull() ? "CanInterfaces/PluginName"_s : "PluginName"_s));
+            other->loadSettings(group);
+            QCOMPARE(other->property(property), can->property(property));
+            QVERIFY(other->commonInfo() == can->commonInfo());
+        }
     }
 
     void millisecondsSinceFrame_data() { rows({"TCP", "UDP"}); }
@@ -234,7 +236,7 @@ private Q_SLOTS:
         const auto can = makeInterface(one.gateway.port(), rowProtocol());
         const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
-        QByteArray wrongChecksum = frame(message(0x123));
+        QByteArray wrongChecksum = rmFrame(message(0x123));
         wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
 
         QCOMPARE(silence(), -1);
@@ -245,7 +247,7 @@ private Q_SLOTS:
 
             one.gateway.sendRaw(frame(0x99)); // of any command
             QTRY_VERIFY(silence() >= 0);
-            for (const QByteArray& bytes : {frame(message(0x123)), frame(0x42, hex("00"))}) {
+            for (const QByteArray& bytes : {rmFrame(message(0x123)), frame(0x42, hex("00"))}) {
                 QTRY_VERIFY(silence() >= SILENT_MS);
                 one.gateway.sendRaw(bytes);
                 QVERIFY(QTest::qWaitFor([&] { return silence() < SILENT_MS; }));

@@ -1,4 +1,6 @@
+#include "apps/host/gatewayAddress.h"
 #include "apps/host/interfaceInUse.h"
+#include "apps/host/messageFilter.h"
 #include "t93Fixture.h"
 
 using namespace vexmor;
@@ -21,6 +23,10 @@ struct SUse : SGateway {
         auto can = makeInterface(port, rowProtocol());
         can->setProperty("Port", port); // and with it the description's port text
         can->setProperty("BusloadPollTime", POLL_MS);
+        CCommonInfo info = can->commonInfo(); // as a store has it
+        info.setInterfaceId("old"_s);
+        info.setFirmwareVersion("old"_s);
+        can->setCommonInfo(info);
         QObject::connect(mailbox.get(), &CMailbox::filled, [this] { fetch(); }); // at once, in the other thread
         interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), opening);
         QObject::connect(interface.get(), &CInterfaceInUse::statusChanged, [this] {
@@ -73,12 +79,60 @@ private Q_SLOTS:
         row("heard now", true, true, 0, 800, EConnection::eConnected);
         row("three polls ago", true, true, 2400, 800, EConnection::eConnected);
         row("longer ago", true, true, 2401, 800, EConnection::eSilent);
-        row("no poll time", true, true, 301, 0, EConnection::eSilent);
+        row("no poll time, three of 100 ms ago", true, true, 300, 0, EConnection::eConnected);
+        row("no poll time, longer ago", true, true, 301, 0, EConnection::eSilent);
     }
     void connectionFollowsTheEvidence()
     {
         const SEvidence evidence{cell<bool>("open"), cell<bool>("link"), cell<int>("since"), cell<int>("poll")};
         QTEST(connectionOf(evidence), "connection");
+    }
+
+    void addresses_data()
+    {
+        const auto row = columns<QString>("read"); // empty: refused
+        row("10.0.0.255:65535:udp", "10.0.0.255 65535 UDP 0"_s);
+        row("IP=010.0.0.008:1:TCP", "10.0.0.8 1 TCP 0"_s);
+        row("0.0.0.0:UDP", "0.0.0.0  UDP 0"_s);
+        for (const char* wrong : {"10.0.0.256", "10.0.0", "10.0.0.1.1", "10.0.0.+1", "10.0.0.\t1", "10.0.0.1:0",
+                                  "10.0.0.1:65536", "10.0.0.1:-1", "10.0.0.1:1:NA", "10.0.0.1:1:TCP:1", "IP=10.0.0.1:1",
+                                  "ip=10.0.0.1:1:TCP", "", "10.0.0.1:8 contradicts"}) {
+            row(wrong, {});
+        }
+    }
+    void addresses()
+    {
+        const bool hasPort = rowName().endsWith("contradicts"); // by an option
+        const Settings options = hasPort ? Settings{{StoreKey::PORT, "9"_s}} : Settings();
+        auto read = readAddress(QString::fromLatin1(rowName().split(' ').first()), options);
+        QStringList parts;
+        for (const QLatin1String key : {StoreKey::ADDRESS, StoreKey::PORT, StoreKey::PROTOCOL, StoreKey::BAUDRATE}) {
+            parts += read ? QStringList{read->value(key)} : QStringList();
+        }
+        QTEST(parts.join(QLatin1Char(' ')), "read");
+    }
+
+    void filters_data()
+    {
+        const auto row = columns<QString>("passed"); // of 000, 123, 7FE and 7FF
+        row("123-123", "123"_s);
+        row("123-7FF", "123 7FE 7FF"_s);
+        row("7FE:7FE", "7FE 7FF"_s);
+        row("0~7FF", "123 7FE 7FF"_s);
+        row("0~7FF 7FF", "7FF"_s);
+        row("0-7FF 123~7FF", "000 7FE 7FF"_s);
+    }
+    void filters()
+    {
+        std::vector<SFilter> filters;
+        for (const QString& text : list(QString::fromLatin1(rowName()))) {
+            filters.push_back(*readFilter(text));
+        }
+        QStringList passed;
+        for (const QString& id : list("000 123 7FE 7FF"_s)) {
+            passed += passesFilters(filters, message(id.toUShort(nullptr, 16))) ? QStringList{id} : QStringList();
+        }
+        QTEST(passed.join(QLatin1Char(' ')), "passed");
     }
 
     void mailboxIsBounded()
@@ -89,14 +143,14 @@ private Q_SLOTS:
         for (int i = 0; i < 15; ++i) {
             mailbox.post({{i, message(1), 0, false, 0}});
             mailbox.post({{i, message(1), 0, true, 0}, {i, message(1), 0, true, 0}});
-            mailbox.postError({i, 0, i % 2, 1});
+            mailbox.postError({i, std::uint16_t(i == 0), i % 2, 1});
         }
         SDelivery delivery;
         mailbox.take(delivery);
         QCOMPARE(delivery.records.size(), std::size_t(20));
         QCOMPARE(delivery.lost, std::uint64_t(25));
-        QCOMPARE(delivery.errors.size(), std::size_t(2));
-        QCOMPARE(delivery.errors.front().count, std::uint64_t(8));
+        QCOMPARE(delivery.errors.size(), std::size_t(3));
+        QCOMPARE(delivery.errors.back().count, std::uint64_t(7));
         QCOMPARE(wakeUps, 1);
         mailbox.take(delivery);
         QVERIFY(delivery.isEmpty());
@@ -114,6 +168,7 @@ private Q_SLOTS:
         if (isUdp) {
             QTRY_COMPARE(use.connection(), EConnection::eOpen);
             QCOMPARE(connectionText(use.interface->status()), "open, no answer yet"_s);
+            QCOMPARE(use.interface->status().interfaceId + use.interface->status().firmwareVersion, QString());
             QVERIFY(use.interface->send(message(1))); // nothing says that it did not arrive
             QTRY_COMPARE(use.fetch(), QStringList{"1 sent"_s});
             use.gateway.setFaults({});

@@ -194,6 +194,7 @@ private Q_SLOTS:
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(one.gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for the scan
         const SClock clock;
         QCOMPARE(plugin().scanInterfaces(), 0); // for nobody: what it finds goes with it, or it leaks
         QVERIFY(QTest::qWaitFor([] { return plugin().scanInterfaces() == 0; }, 10000));
@@ -275,7 +276,9 @@ private Q_SLOTS:
         can->setProperty("IPAddress", "255.255.255.255"_s);
         can->setProperty("LocalIPAddress", FIRST);
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for gateways
         QCOMPARE(can->openCommunication(), 0);
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
         QCOMPARE(can->resetCommunication(1), 0);
         QCOMPARE(can->writeMessage(message(0x123)), 0);
         QByteArrayList datagrams;
@@ -313,6 +316,7 @@ private Q_SLOTS:
         const auto can = makeInterface(30000);
         can->setProperty("IPAddress", "10.9.0.2"_s);
         can->setProperty("BusloadPollTime", pollTime);
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for gateways
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         QCOMPARE(can->openCommunication(), 0);
         QTRY_VERIFY(!can->commonInfo().firmwareVersion().isEmpty());

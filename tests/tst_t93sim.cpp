@@ -1,3 +1,4 @@
+#include "sim/simDetection.h"
 #include "sim/simTraffic.h"
 #include "t93Fixture.h"
 
@@ -17,9 +18,9 @@ struct SPlainHost {
         socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
         connected = socket.waitForConnected(1000);
     }
-    QByteArray read(int size)
+    QByteArray read(int size, int limitMs = 2000)
     {
-        (void)QTest::qWaitFor([&] { return socket.bytesAvailable() >= size; }, 2000);
+        (void)QTest::qWaitFor([&] { return socket.bytesAvailable() >= size; }, limitMs);
         return socket.readAll();
     }
     QTcpSocket socket;
@@ -41,7 +42,9 @@ private Q_SLOTS:
         row("identification", hex("430140020d"), frame(0x40, "T93 SIM SW02.03" + hex("0001")));
         row("bus load interval", hex("4303a403e80f0d"), hex("4303a403e80f0d"));
         row("bus load of an idle bus", hex("430147050d"), hex("4303 47 0000 07 0d"));
+        row("interval of one byte", hex("4302a403e60d 430141030d"), hex("4305410000010503 0d"));
         row("bit rate", hex("430257fee80d"), hex("430257fee80d"));
+        row("unknown bit rate", hex("430257091f0d"), hex("430257091f0d"));
         row("nothing to a reset", hex("4301c0820d 430141030d"), hex("4305410000010503 0d"));
     }
     void answersToTheByte()
@@ -57,17 +60,95 @@ private Q_SLOTS:
         udp.writeDatagram(request, one.gateway.address(), one.gateway.port());
         QTRY_VERIFY(udp.hasPendingDatagrams());
         QCOMPARE(udp.receiveDatagram().data().toHex(), reply.toHex());
+        QCOMPARE(one.bus.baudrate(), rowName() == "bit rate" ? 100U : 500U);
     }
 
     void onlySoManyHostsAreServed()
     {
         SGateway one;
         auto first = std::make_unique<SPlainHost>(one.gateway.port());
-        QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
+        const SPlainHost second(one.gateway.port()); // before the first one is accepted
+        QTRY_COMPARE(second.socket.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(one.gateway.tcpHostCount(), 1);
         QVERIFY(!SPlainHost(one.gateway.port()).connected);
         first.reset();
         QTRY_COMPARE(one.gateway.tcpHostCount(), 0);
         QVERIFY(SPlainHost(one.gateway.port()).connected);
+
+        QUdpSocket udp[2]; // of one PC: the later one takes the place of the other
+        for (QUdpSocket& host : udp) {
+            host.writeDatagram(GOOD, one.gateway.address(), one.gateway.port());
+            QTRY_COMPARE(one.atGateway.size(), host.localPort() == udp[0].localPort() ? 1 : 2);
+        }
+        QCOMPARE(one.gateway.udpHostCount(), 1);
+        SSimFaults faults;
+        faults.cutAt = rmFrame(message(1)).size(); // at the end: still one datagram for each
+        one.gateway.setFaults(faults);
+        for (const std::uint16_t id : {1, 2}) {
+            one.bus.send(message(id));
+            QTRY_VERIFY(udp[1].hasPendingDatagrams());
+            QCOMPARE(udp[1].receiveDatagram().data(), rmFrame(message(id)));
+        }
+        QVERIFY(!udp[0].hasPendingDatagrams());
+    }
+
+    void portIsNotShared()
+    {
+        QUdpSocket other;
+        QVERIFY(other.bind(QHostAddress(QHostAddress::LocalHost), 0, QAbstractSocket::ShareAddress));
+        SGateway one;
+        QVERIFY(one.gateway.listen(QHostAddress(QHostAddress::LocalHost), other.localPort()));
+    }
+
+    void hostThatDoesNotReadIsBounded()
+    {
+        constexpr int MESSAGES = 1'000'000;
+        constexpr int REQUESTS = 40'000; // with long answers
+        SGateway one;
+        SPlainHost host(one.gateway.port());
+        host.socket.setReadBufferSize(1);
+        int lost = 0;
+        connect(&one.gateway, &CSimGateway::frameLost, [&lost] { ++lost; });
+        QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
+        for (int i = 0; i < MESSAGES; ++i) {
+            one.bus.send(message(0x123, hex("4455")));
+        }
+        const int kept = (MESSAGES - lost) * GOOD.size();
+        QVERIFY2(kept >= 0x100000 && kept < 0x600000, QByteArray::number(kept)); // the kernel has a share
+        host.socket.setReadBufferSize(0);
+        QCOMPARE(host.read(kept, 30000).size(), kept);
+        one.bus.send(message(0x123, hex("4455")));
+        one.bus.send(message(0x123, hex("4455")));
+        const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // one report
+        QCOMPARE(host.read(rest.size()).toHex(), rest.toHex());
+
+        SSimIdentity wordy;
+        wordy.deviceText = QByteArray(240, 'x');
+        SGateway other(wordy); // requests are not even read: each answer finds room
+        SPlainHost asking(other.gateway.port());
+        asking.socket.setReadBufferSize(1);
+        QSignalSpy lostAnswers(&other.gateway, &CSimGateway::frameLost);
+        asking.socket.write(frame(RM_CMD_DEVICE_ID).repeated(REQUESTS));
+        QVERIFY(!lostAnswers.wait(500));
+        asking.socket.setReadBufferSize(0);
+        const int answers = REQUESTS * frame(RM_CMD_DEVICE_ID, wordy.deviceText + "id").size();
+        QCOMPARE(asking.read(answers, 30000).size(), answers);
+    }
+
+    void requestForOneAddressIsAnsweredThere()
+    {
+        SGateway one;
+        SGateway two;
+        listenOn(two.gateway, QHostAddress("127.0.0.2"_s));
+        const quint16 port = SServer().serverPort();
+        CSimDetection detection;
+        QVERIFY(!detection.listen(port));
+        detection.addGateway(one.gateway);
+        detection.addGateway(two.gateway);
+        QUdpSocket host;
+        host.writeDatagram(ddtIdentRequest(), two.gateway.address(), port);
+        QTRY_VERIFY(host.hasPendingDatagrams());
+        QCOMPARE(host.receiveDatagram().senderAddress().toIPv4Address(), two.gateway.address().toIPv4Address());
     }
 
     void misbehaves_data()
@@ -133,11 +214,62 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() >= 150, qPrintable(QString::number(clock.elapsed())));
     }
 
+    void hostsThatAreTooManyLeaveTurnsForTheRest_data() { rows({"generated", "replayed"}); }
+    void hostsThatAreTooManyLeaveTurnsForTheRest()
+    {
+        const QTemporaryDir folder;
+        CSimBus bus;
+        CSimReplay replay(bus);
+        CSimGenerator generator(bus);
+        QTimer turns;
+        int inTurn = 0, most = 0, count = 0;
+        connect(&turns, &QTimer::timeout, [&] { inTurn = 0; });
+        connect(&bus, &CSimBus::messageSent, [&] {
+            QThread::msleep(5); // what it takes to send a message to a thousand hosts
+            most = qMax(most, ++inTurn);
+            ++count;
+        });
+        turns.start(0);
+        if (rowName() == "generated") {
+            generator.start(1000);
+        } else {
+            QVERIFY(!replay.open(writeFile(folder, QByteArray("(1.0) a 123#\n").repeated(50)), 1, false));
+            replay.start();
+        }
+        QTRY_VERIFY(count >= 50);
+        QVERIFY2(most <= 5, qPrintable(QString::number(most))); // of 5 ms each, in a turn of 20 ms
+    }
+
+    void framesForASlowLinkAreBounded_data() { rows({"TCP", "UDP"}); }
+    void framesForASlowLinkAreBounded()
+    {
+        SGateway one;
+        SSimFaults faults;
+        faults.cutAt = 3;
+        one.gateway.setFaults(faults);
+        const SPlainHost tcp(one.gateway.port());
+        QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
+        QUdpSocket udp;
+        if (rowName() == "UDP") {
+            one.gateway.dropLinks();
+            udp.writeDatagram(frame(RM_CMD_MAC_ADDRESS), one.gateway.address(), one.gateway.port());
+            QTRY_COMPARE(one.gateway.udpHostCount(), 1);
+        }
+        const QSignalSpy lost(&one.gateway, &CSimGateway::frameLost);
+        constexpr int COUNT = 150000;
+        for (int i = 0; i < COUNT; ++i) {
+            one.bus.send(message(0x123, hex("4455")));
+        }
+        const qint64 waiting = (COUNT - lost.count()) * qint64(GOOD.size());
+        QVERIFY2(waiting < CRmLink::SEND_LIMIT, qPrintable(QString::number(waiting)));
+        QVERIFY(waiting > 0);
+    }
+
     void badOptionsGiveOneLine_data()
     {
         const auto row = columns<int>("exitCode");
         row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
-        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n') --start-now > /dev/null", 2);
+        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // at the start
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);
         }
@@ -145,7 +277,8 @@ private Q_SLOTS:
             "--seconds nan|--port 70000|--baud 33|--replay /nonexistent|--mac 01:02|--firmware 2|--status 256|"
             "--garbage 1g|--address 300.1.1.1|--gateways 0|--port 65535 --gateways 2|--replay /dev/null|"
             "--endpoint tcp|--endpoint tcp-server:70000|--detect-port 0|--loop|--port 0 --ident-cut 3|"
-            "--port 0 --status-every 5";
+            "--port 0 --status-every 5|--refuse --black-hole|--refuse --mute|--refuse --drop-after 5|"
+            "--black-hole --cut 3|--mute --delay 5";
         for (const QByteArray& options : wrong.split('|')) {
             row(options, 2);
         }

@@ -1,7 +1,10 @@
 #include "apps/cimctl/gatewayRun.h"
 
+#include "apps/host/clock.h"
 #include "apps/host/embeddedSim.h"
 #include "cim/resultCodes.h"
+
+#include <QDateTime>
 
 #include <cmath>
 
@@ -14,6 +17,12 @@ constexpr int END_OF_LOG_LIMIT_MS = 1000;
 /// A gateway answers within milliseconds.
 constexpr int SILENCE_MS = 1000;
 constexpr int LOOK_MS = 20;
+
+/// A time of the day, from seconds since the epoch.
+QString timeOfDay(double seconds)
+{
+    return QDateTime::fromMSecsSinceEpoch(std::llround(seconds * 1000)).toString(QStringLiteral("HH:mm:ss"));
+}
 } // namespace
 
 SGateway::SGateway(SContext& context, const STargetOptions& options, const QString& text)
@@ -23,8 +32,7 @@ SGateway::SGateway(SContext& context, const STargetOptions& options, const QStri
 {
 }
 
-CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options, EExitCode onInterruption)
-    : m_context(context)
+CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options) : m_context(context)
 {
     for (const QString& text : options.texts) {
         m_gateways.push_back(std::make_unique<SGateway>(context, options, text));
@@ -32,7 +40,7 @@ CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options, EExit
         connect(&gateway.hosted, &CHostedInterface::errorRaised, this,
                 [this, &gateway](int error) { reportError(gateway, error); });
     }
-    connect(&m_interruption, &CInterruption::interrupted, this, [this, onInterruption] { end(onInterruption); });
+    connect(&m_interruption, &CInterruption::interrupted, this, [this] { end(eInterrupted); });
     connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
     connect(&m_lookTimer, &QTimer::timeout, this, &CGatewayRun::look);
 }
@@ -50,6 +58,7 @@ void CGatewayRun::open(double seconds)
     m_sinceOpen.start();
     for (const auto& gateway : m_gateways) {
         gateway->summary.start();
+        gateway->sinceLink.start();
         if (gateway->hosted.canInterface().baudrate() == 0) {
             report(*gateway, QStringLiteral("the bit rate of the bus stays as the gateway has it (--baudrate sets it)"),
                    {{QStringLiteral("event"), QStringLiteral("bitRateKept")}});
@@ -93,18 +102,35 @@ void CGatewayRun::report(const SGateway& gateway, const QString& text, QJsonObje
     if (several) {
         object.insert(QStringLiteral("name"), gateway.target.name());
     }
-    output().report((several ? gateway.target.name() + QStringLiteral(": ") : QString()) + text, object, color);
+    object.insert(QStringLiteral("time"), secondsNow());
+    const QString line = (several ? gateway.target.name() + QStringLiteral(": ") : QString()) + text;
+    color == EColor::eRed ? output().reportError(line, object) : output().report(line, object, color);
 }
 
 void CGatewayRun::reportError(SGateway& gateway, int error)
 {
     const QString text = gateway.hosted.canInterface().interfaceErrorToString(error).trimmed();
     const QString shown = m_context.diagnostics.isVerbose() ? text : titleOf(text);
-    report(gateway, QStringLiteral("interface error %1: %2").arg(QString::number(error), shown),
+    QString when;
+    if (error == Cim::IE_TCP_CONNECTION_LOST && !gateway.lostAt) {
+        gateway.lostAt = secondsNow();
+        when = QStringLiteral(" (%1)").arg(timeOfDay(*gateway.lostAt));
+    }
+    report(gateway, QStringLiteral("interface error %1: %2%3").arg(QString::number(error), shown, when),
            {{QStringLiteral("event"), QStringLiteral("interfaceError")},
             {QStringLiteral("error"), error},
             {QStringLiteral("text"), text}},
            EColor::eRed);
+}
+
+void CGatewayRun::reportBack(SGateway& gateway)
+{
+    const double now = secondsNow();
+    const double seconds = now - *std::exchange(gateway.lostAt, std::nullopt);
+    gateway.shown = EConnection::eConnected;
+    report(gateway, QStringLiteral("gateway: back after %1 s (%2)").arg(seconds, 0, 'f', 1).arg(timeOfDay(now)),
+           {{QStringLiteral("event"), QStringLiteral("connected")}, {QStringLiteral("lostSeconds"), seconds}},
+           EColor::eGreen);
 }
 
 void CGatewayRun::look()
@@ -114,7 +140,16 @@ void CGatewayRun::look()
     }
     lookForAnswer();
     for (const auto& gateway : m_gateways) {
-        if (!m_exitCode && gateway->shown != gateway->hosted.status().connection) {
+        const SInterfaceStatus& status = gateway->hosted.status();
+        if (status.connection != EConnection::eOpen) {
+            gateway->sinceLink.start();
+        }
+        if (m_exitCode) {
+            return;
+        }
+        if (gateway->lostAt && status.isConnected()) { // also where it was regained at once, between two looks
+            reportBack(*gateway);
+        } else if (gateway->shown != status.connection) {
             reportConnection(*gateway);
         }
     }
@@ -138,7 +173,7 @@ void CGatewayRun::reportConnection(SGateway& gateway)
     Cim::CCanInterface& canInterface = gateway.hosted.canInterface();
     const SInterfaceStatus& status = gateway.hosted.status();
     const bool isSilent = status.connection == EConnection::eSilent;
-    if ((status.connection == EConnection::eOpen && m_sinceOpen.elapsed() < SILENCE_MS) ||
+    if ((status.connection == EConnection::eOpen && gateway.sinceLink.elapsed() < SILENCE_MS) ||
         (isSilent && canInterface.property("Protocol").toString() != QLatin1String("UDP"))) {
         return;
     }

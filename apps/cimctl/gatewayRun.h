@@ -32,6 +32,8 @@ struct SGateway {
     CHostedInterface hosted;
     CSummary summary;
     EConnection shown = EConnection::eConnected; ///< state of the connection as the last line on it has it
+    QElapsedTimer sinceLink;                     ///< since the link stands without an answer
+    std::optional<double> lostAt;                ///< seconds since the epoch; nothing: the gateway is not lost
 };
 
 /// What all commands that talk to gateways share: open interfaces, until something ends the run (a limit, Ctrl-C, the
@@ -39,9 +41,9 @@ struct SGateway {
 class CGatewayRun : public QObject
 {
 public:
-    /// Finds the gateways, opens nothing yet. Ctrl-C ends the run with `onInterruption`. Throws a problem when there is
-    /// no such gateway.
-    CGatewayRun(SContext& context, const STargetOptions& options, EExitCode onInterruption);
+    /// Finds the gateways, opens nothing yet. Ctrl-C ends the run as interrupted. Throws a problem when there is no
+    /// such gateway.
+    CGatewayRun(SContext& context, const STargetOptions& options);
 
     COutput& output() { return m_context.output; }
     const std::vector<std::unique_ptr<SGateway>>& gateways() const { return m_gateways; }
@@ -64,6 +66,7 @@ public:
 private:
     /// A line about one of the gateways, with its name where there are several.
     void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
+    void reportBack(SGateway& gateway);
     void reportError(SGateway& gateway, int error);
     void look();
     void lookForAnswer();

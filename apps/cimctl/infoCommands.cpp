@@ -1,6 +1,7 @@
 // The commands about plugins and bus load: info, load.
 #include "apps/cimctl/command.h"
 #include "apps/cimctl/gatewayRun.h"
+#include "apps/host/clock.h"
 #include "cim/canInterface.h"
 #include "cim/canInterfacePlugin.h"
 
@@ -71,6 +72,7 @@ void showLoad(COutput& output, const SInterfaceStatus& status)
     const int percent = load.value_or(0);
     if (output.isJson()) {
         output.print(QJsonObject{{QStringLiteral("event"), QStringLiteral("load")},
+                                 {QStringLiteral("time"), secondsNow()},
                                  {QStringLiteral("percent"), load ? QJsonValue(percent) : QJsonValue()},
                                  {QStringLiteral("connection"), QLatin1String(connectionName(status.connection))}});
         return;
@@ -104,7 +106,7 @@ EExitCode info(SContext& context)
 
 EExitCode load(SContext& context, const SLoadOptions& options)
 {
-    CGatewayRun run(context, options.target, eDone);
+    CGatewayRun run(context, options.target);
     if (run.gateway().hosted.canInterface().baudrate() == 0) {
         failUsage(
             QStringLiteral("a gateway counts bits, not percent: load needs the bit rate of the bus (--baudrate)"));
@@ -126,7 +128,8 @@ EExitCode load(SContext& context, const SLoadOptions& options)
 
 void addInfo(CLI::App& app, Action& chosen)
 {
-    addCommand(app, chosen, "info", "List the plugins found", info);
+    addExamples(addCommand(app, chosen, "info", "List the plugins found", info),
+                {"cimctl info", "cimctl info --json | jq .file"});
 }
 
 void addLoad(CLI::App& app, Action& chosen)
@@ -134,6 +137,7 @@ void addLoad(CLI::App& app, Action& chosen)
     const auto [command, options] = addCommand(app, chosen, "load", "Show the bus load once a second", load);
     options.target.addTo(command);
     addNumber(command, "-s,--seconds", options.seconds, 1, 1e6, "End so many seconds after the interface is open", "S");
+    addExamples(command, {"cimctl load hall", "cimctl load 192.168.1.70 --baudrate 500 --json | jq .percent"});
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -14,6 +14,7 @@ namespace
 struct SOptions {
     bool json = false;
     bool verbose = false;
+    bool quiet = false;
     int logLevel = 0; ///< 0: no log
     SPluginPlace place;
     Action action;
@@ -23,12 +24,13 @@ void addOptions(CLI::App& app, SOptions& options)
 {
     addFlag(app, "--json", options.json, "Every line a JSON object, on stdout and on stderr");
     addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
+    addFlag(app, "-q,--quiet", options.quiet,
+            "On stderr, errors alone: no summary, no changes of the state, no warnings");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
              "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
     addPluginPlace(app, options.place);
-    setFooter(app, R"(Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage,
-130 interrupted (Ctrl-C) before everything was sent or found.
-With nothing at hand: cimctl dump sim --seconds 3)");
+    setFooter(app, "Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage, "
+                   "130 interrupted (Ctrl-C).\nWith nothing at hand: cimctl dump sim --seconds 3");
 
     addInfo(app, options.action);
     addScan(app, options.action);
@@ -40,7 +42,7 @@ With nothing at hand: cimctl dump sim --seconds 3)");
 
 EExitCode runCommand(const SOptions& options)
 {
-    COutput output(options.json);
+    COutput output(options.json, options.quiet);
     CDiagnostics diagnostics(output, options.verbose, options.logLevel);
     SContext context{output, diagnostics, options.place};
     try {

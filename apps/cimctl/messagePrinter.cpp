@@ -13,6 +13,7 @@ namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
 constexpr std::int64_t MICROSECONDS = 1000000;
+constexpr int RECORD_MS = 50;                             ///< after which the recorder gets what was shown
 constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH; ///< a blank and two digits for each byte
 
 QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
@@ -59,9 +60,28 @@ CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
     if (!options.logFile.isEmpty() && !m_logsToOutput) {
         require(checkLogFile(options));
     }
+    connect(&m_recorder, &CLogRecorder::ended, &run, [this, &run](const QString& problem) {
+        m_recordProblem = problem;
+        run.end(eRefused); // which changes nothing when it has ended
+    });
+    connect(&m_recordTimer, &QTimer::timeout, this, &CMessagePrinter::record);
+    if (!options.logFolder.isEmpty()) {
+        const auto format = [this](const SBusRecord& one) {
+            const char direction = m_options.direction ? (one.sent ? 'T' : 'R') : '\0';
+            return CanLog::formatLogLine({one.microseconds, m_names.at(one.source), one.message, direction});
+        };
+        const auto period = options.hourly ? CLogRecorder::EPeriod::eHour : CLogRecorder::EPeriod::eDay;
+        m_recorder.start(options.logFolder, period, format);
+        if (!m_recorder.isRunning()) {
+            throw SProblem{m_recordProblem};
+        }
+        m_recordTimer.start(RECORD_MS);
+    }
     connect(&m_log, &CLineSink::failed, &run, [&run] { run.end(eRefused); });
     for (const auto& gateway : run.gateways()) {
-        const auto source = std::make_shared<SSource>(SSource{nameOf(run, *gateway), {}});
+        m_names.append(nameOf(run, *gateway));
+        const auto number = static_cast<std::uint16_t>(m_names.size() - 1);
+        const auto source = std::make_shared<SSource>(SSource{m_names.last(), number, {}});
         if (options.received) {
             connect(&gateway->hosted, &CHostedInterface::received, this,
                     [this, source](const auto& message) { show(*source, message, false); });
@@ -75,6 +95,12 @@ CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
 
 EExitCode CMessagePrinter::finish(EExitCode exitCode)
 {
+    record();
+    m_recorder.stop();
+    if (!m_recordProblem.isEmpty()) {
+        m_output.reportProblem({m_recordProblem});
+        return eRefused;
+    }
     if (m_log.handOver()) {
         return exitCode;
     }
@@ -97,12 +123,20 @@ void CMessagePrinter::show(SSource& source, const Cim::CCanMessage& message, boo
         const char direction = m_options.direction ? (sending ? 'T' : 'R') : '\0';
         log(CanLog::formatLogLine({now, source.name, message, direction}));
     }
+    if (m_recorder.isRunning()) {
+        m_toRecord.push_back({now, message, source.number, sending});
+    }
     if (!m_logsToOutput) {
         m_output.isJson() ? m_output.print(jsonOf(source.name, message, sending, now))
                           : m_output.print(lineOf(source, message, sending, now));
     }
     ++m_shown;
     Q_EMIT messageShown();
+}
+
+void CMessagePrinter::record()
+{
+    m_recorder.record(std::exchange(m_toRecord, {}));
 }
 
 void CMessagePrinter::log(const QByteArray& line)

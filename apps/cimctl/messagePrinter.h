@@ -2,11 +2,13 @@
 
 #include "apps/cimctl/gatewayRun.h"
 #include "apps/cimctl/lineSink.h"
+#include "apps/host/logRecorder.h"
 #include "apps/host/messageFilter.h"
 #include "cim/canMessage.h"
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <cstdint>
 #include <map>
@@ -28,6 +30,8 @@ struct SShowOptions {
     bool append = false;          ///< continue a log that exists
     bool force = false;           ///< replace a log that exists
     bool direction = false;       ///< each line of the log ends with its direction
+    QString logFolder;            ///< what is shown is also recorded in files in this folder; empty: nowhere
+    bool hourly = false;          ///< a new file of these each hour, not each day
 };
 
 /// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file, which is opened with
@@ -56,10 +60,13 @@ private:
     /// The messages of a gateway under a name.
     struct SSource {
         QByteArray name;
+        std::uint16_t number;                                            ///< of the gateway
         std::map<std::pair<std::uint16_t, bool>, Cim::CCanMessage> last; ///< by identifier and direction
     };
 
     void log(const QByteArray& line);
+    /// Hands what was shown to the recorder.
+    void record();
     void show(SSource& source, const Cim::CCanMessage& message, bool sending);
     QByteArray lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now);
     QByteArray timeText(std::int64_t now);
@@ -69,6 +76,11 @@ private:
     const SShowOptions m_options;
     const bool m_logsToOutput;
     CLineSink m_log;
+    QByteArrayList m_names; ///< of the gateways
+    CLogRecorder m_recorder{QStringLiteral("cimctl-")};
+    std::vector<SBusRecord> m_toRecord; ///< shown since the recorder got some; `source` is an index of `m_names`
+    QTimer m_recordTimer;
+    QString m_recordProblem;     ///< why the recorder ended; empty: it has not
     std::int64_t m_timeBase = 0; ///< of the first line, or of the one before; 0: there is none
     bool m_stopped = false;
     std::uint64_t m_shown = 0;

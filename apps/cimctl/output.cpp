@@ -4,8 +4,10 @@
 
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <cstdio>
 #include <unistd.h>
+#include <utility>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -36,8 +38,9 @@ QByteArray printable(const QString& text)
     return printableText(text).toLocal8Bit();
 }
 
-COutput::COutput(bool json)
+COutput::COutput(bool json, bool quiet)
     : m_json(json),
+      m_quiet(quiet),
       m_terminal(isatty(STDOUT_FILENO) == 1),
       m_color(mayColor(STDOUT_FILENO, json)),
       m_errorColor(mayColor(STDERR_FILENO, json))
@@ -55,6 +58,29 @@ void COutput::print(const QByteArray& line)
 void COutput::print(const QJsonObject& object)
 {
     print(jsonLine(object));
+}
+
+void COutput::printTable(const QStringList& titles, const std::vector<QStringList>& rows)
+{
+    QString head;
+    QStringList lines;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        lines.append(QString());
+    }
+    for (int column = 0; column < titles.size(); ++column) {
+        auto width = titles.at(column).size();
+        for (const QStringList& row : rows) {
+            width = std::max(width, row.at(column).size());
+        }
+        head += titles.at(column).leftJustified(width + 2);
+        for (int i = 0; i < lines.size(); ++i) {
+            lines[i] += rows[static_cast<std::size_t>(i)].at(column).leftJustified(width + 2);
+        }
+    }
+    print(paint(EColor::eBold, printable(head).trimmed()));
+    for (const QString& line : std::as_const(lines)) {
+        print(printable(line).trimmed());
+    }
 }
 
 void COutput::printOver(const QByteArray& line)
@@ -83,6 +109,13 @@ EExitCode COutput::finish(EExitCode exitCode)
 
 void COutput::report(const QString& text, const QJsonObject& object, EColor color)
 {
+    if (!m_quiet) {
+        reportError(text, object, color);
+    }
+}
+
+void COutput::reportError(const QString& text, const QJsonObject& object, EColor color)
+{
     endOpenLine();
     m_data.handOver(); // what happened before comes first
     if (m_json) {
@@ -104,7 +137,7 @@ void COutput::reportProblem(const SProblem& problem)
         head = QStringLiteral("error %1: ").arg(problem.code);
         object.insert(QStringLiteral("code"), problem.code);
     }
-    report(head + problem.text, object, EColor::eRed);
+    reportError(head + problem.text, object);
 }
 
 QByteArray COutput::paint(EColor color, const QByteArray& text) const

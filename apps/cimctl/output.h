@@ -8,6 +8,9 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QString>
+#include <QStringList>
+
+#include <vector>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -26,7 +29,8 @@ class COutput : public QObject
     Q_OBJECT
 
 public:
-    explicit COutput(bool json);
+    /// With `quiet`, errors alone appear on stderr.
+    explicit COutput(bool json, bool quiet = false);
 
     bool isJson() const { return m_json; }
     /// True when stdout is a terminal.
@@ -35,13 +39,17 @@ public:
     /// A line of data; the line end is added.
     void print(const QByteArray& line);
     void print(const QJsonObject& object);
+    /// A line of titles, and one for each row, in columns.
+    void printTable(const QStringList& titles, const std::vector<QStringList>& rows);
     /// A line that the next call writes over; for terminals. Whatever else is printed starts on a line of its own.
     void printOver(const QByteArray& line);
     /// The exit code of a program that ends with this one: refused, with a line on stderr, when data was lost.
     EExitCode finish(EExitCode exitCode);
 
-    /// A line on stderr, `text` or, for machines, `object`.
+    /// A line on stderr, `text` or, for machines, `object`; none with `quiet`.
     void report(const QString& text, const QJsonObject& object, EColor color = EColor::ePlain);
+    /// The same, also with `quiet`.
+    void reportError(const QString& text, const QJsonObject& object, EColor color = EColor::eRed);
     /// What went wrong: "error 103: TCP connect failed. ..."; without the number when there is none.
     void reportProblem(const SProblem& problem);
 
@@ -56,6 +64,7 @@ private:
     void endOpenLine();
 
     const bool m_json;
+    const bool m_quiet;
     const bool m_terminal;
     const bool m_color;      ///< colours on stdout
     const bool m_errorColor; ///< colours on stderr

@@ -98,23 +98,16 @@ bool waitForScan(COutput& output, CInterfaceScan& scan)
 
 void printTable(COutput& output, const std::vector<SEndpoint>& endpoints)
 {
-    QString title;
-    std::vector<QString> lines(endpoints.size());
-    for (int column = 0; column < eColumnCount; ++column) {
-        const QString head = QString::fromLatin1(COLUMNS[column].first);
-        int width = static_cast<int>(head.size());
-        for (const SEndpoint& endpoint : endpoints) {
-            width = std::max(width, static_cast<int>(endpoint.cells[column].size()));
-        }
-        title += head.leftJustified(width + 2);
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            lines[i] += endpoints[i].cells[column].leftJustified(width + 2);
-        }
+    QStringList titles;
+    for (const auto& column : COLUMNS) {
+        titles.append(QString::fromLatin1(column.first));
     }
-    output.print(output.paint(EColor::eBold, printable(title).trimmed()));
-    for (const QString& line : lines) {
-        output.print(printable(line).trimmed());
+    std::vector<QStringList> rows;
+    rows.reserve(endpoints.size());
+    for (const SEndpoint& endpoint : endpoints) {
+        rows.emplace_back(endpoint.cells.begin(), endpoint.cells.end());
     }
+    output.printTable(titles, rows);
 }
 
 void printJson(COutput& output, const SEndpoint& endpoint)
@@ -225,6 +218,7 @@ void addScan(CLI::App& app, Action& chosen)
             bitRates().join(QLatin1Char('|')).toStdString())
         .bitRate()
         .needs(save);
+    addExamples(command, {"cimctl scan --save", "cimctl scan --address 10.1.2.3 --json"});
 }
 
 } // namespace vexmor::Apps::Cimctl

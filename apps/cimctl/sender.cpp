@@ -1,5 +1,6 @@
 #include "apps/cimctl/sender.h"
 
+#include "apps/cimctl/frameInput.h"
 #include "cim/resultCodes.h"
 
 #include <algorithm>
@@ -33,12 +34,30 @@ CSender::CSender(CGatewayRun& run, Source source, double speed)
 void CSender::start()
 {
     m_clock.start();
-    if (!m_source(m_next)) {
-        Q_EMIT finished();
-        return;
+    if (fetchNext()) {
+        onTimeout();
     }
-    m_firstMicroseconds = m_next.microseconds;
-    onTimeout();
+}
+
+void CSender::goOn()
+{
+    if (m_isWaiting && fetchNext()) {
+        onTimeout();
+    }
+}
+
+/// Returns whether there is a message to send now or later; otherwise waits for the source, or ends.
+bool CSender::fetchNext()
+{
+    const ENext next = m_source(m_next);
+    m_isWaiting = next == ENext::eLater;
+    if (next == ENext::eEnd) {
+        finish();
+    } else if (next == ENext::eMessage && !m_firstMicroseconds) {
+        m_firstMicroseconds = m_next.microseconds;
+        m_clock.start();
+    }
+    return next == ENext::eMessage;
 }
 
 void CSender::onTimeout()
@@ -53,8 +72,7 @@ void CSender::onTimeout()
             m_timer.start(RETRY_MS);
             return;
         }
-        if (!m_source(m_next)) {
-            finish();
+        if (!fetchNext()) {
             return;
         }
     }
@@ -63,7 +81,7 @@ void CSender::onTimeout()
 
 qint64 CSender::millisecondsToNext() const
 {
-    const double due = static_cast<double>(m_next.microseconds - m_firstMicroseconds) / 1000 / m_speed;
+    const double due = static_cast<double>(m_next.microseconds - *m_firstMicroseconds) / 1000 / m_speed;
     const qint64 wait = std::llround(due) - m_clock.elapsed();
     return std::min(wait, MAX_WAIT_MS); // a later turn waits for the rest
 }
@@ -115,13 +133,45 @@ void CSender::finish()
 
 EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed)
 {
-    CGatewayRun run(context, options.target, eInterrupted);
+    CGatewayRun run(context, options.target);
     CMessagePrinter printer(run, options.show);
     run.open(0);
     CSender sender(run, std::move(source), speed);
     QObject::connect(&sender, &CSender::finished, &run,
                      [&run, &sender] { run.end(sender.hasRefused() ? eRefused : eDone); });
     run.whenAnswered([&sender] { sender.start(); });
+    return printer.finish(run.waitForEnd());
+}
+
+EExitCode sendInput(SContext& context, const SSending& options, double interval)
+{
+    CGatewayRun run(context, options.target);
+    CMessagePrinter printer(run, options.show);
+    CFrameInput input;
+    QElapsedTimer clock;
+    const auto source = [&, due = 0.0](CanLog::SLogEntry& entry) mutable {
+        if (!input.next(entry.message)) {
+            return input.hasEnded() ? CSender::ENext::eEnd : CSender::ENext::eLater;
+        }
+        due = clock.isValid() ? std::max(due + interval * 1000, static_cast<double>(clock.nsecsElapsed()) / 1000) : 0;
+        if (!clock.isValid()) {
+            clock.start();
+        }
+        entry.microseconds = static_cast<std::int64_t>(due);
+        return CSender::ENext::eMessage;
+    };
+    run.open(0);
+    CSender sender(run, source, 1);
+    QObject::connect(&sender, &CSender::finished, &run, [&] {
+        if (input.failure()) {
+            run.output().reportProblem(*input.failure());
+        }
+        run.end(input.failure() ? eWrongUsage : sender.hasRefused() ? eRefused : eDone);
+    });
+    run.whenAnswered([&] {
+        QObject::connect(&input, &CFrameInput::changed, &sender, &CSender::goOn);
+        sender.start();
+    });
     return printer.finish(run.waitForEnd());
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -27,14 +28,18 @@ class CSender : public QObject
     Q_OBJECT
 
 public:
-    /// Gives the next message with its time in microseconds (only differences count); false at the end.
-    using Source = std::function<bool(CanLog::SLogEntry& entry)>;
+    enum class ENext { eMessage, eLater, eEnd };
+    /// Gives the next message with its time in microseconds (only differences count), if there is one. After eLater the
+    /// source calls `goOn` when it has more.
+    using Source = std::function<ENext(CanLog::SLogEntry& entry)>;
 
     /// `speed` 2 sends twice as fast. `run` must outlive the sender.
     CSender(CGatewayRun& run, Source source, double speed);
 
     /// Starts with the first message. `finished` may be emitted at once.
     void start();
+    /// The source, which had nothing to give, has something now.
+    void goOn();
     /// True when a message was refused.
     bool hasRefused() const { return m_hasRefused; }
 
@@ -44,6 +49,7 @@ Q_SIGNALS:
 private:
     qint64 millisecondsToNext() const;
     void onTimeout();
+    bool fetchNext();
     bool sendNext();
     void refuse(int code);
     void noteBusTime();
@@ -54,7 +60,8 @@ private:
     const double m_speed;
 
     CanLog::SLogEntry m_next;
-    std::int64_t m_firstMicroseconds = 0;
+    std::optional<std::int64_t> m_firstMicroseconds; ///< nothing: no message has come
+    bool m_isWaiting = false;                        ///< for the source
     QTimer m_timer;
     QElapsedTimer m_clock;
     qint64 m_waitingSince = -1; ///< ms on the clock since when the gateway takes nothing; -1: it does
@@ -71,5 +78,7 @@ struct SSending {
 
 /// Sends all messages of a source; the command ends with it.
 EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed);
+/// Sends frames from the standard input as they come, with at least so many milliseconds from one to the next.
+EExitCode sendInput(SContext& context, const SSending& options, double interval);
 
 } // namespace vexmor::Apps::Cimctl

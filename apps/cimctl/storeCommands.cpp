@@ -10,6 +10,7 @@
 #include <QHostAddress>
 
 #include <algorithm>
+#include <iterator>
 
 namespace vexmor::Apps::Cimctl
 {
@@ -17,9 +18,13 @@ namespace
 {
 QJsonObject jsonOf(const QString& name, const Settings& settings)
 {
+    static const QLatin1String NUMBERS[] = {StoreKey::PORT,      StoreKey::UDP_BIND_ANY, QLatin1String("AutoIpUpdate"),
+                                            StoreKey::POLL_TIME, StoreKey::MEASURE_TIME, StoreKey::BAUDRATE};
     QJsonObject values;
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
-        values.insert(entry.key(), entry.value());
+        bool isNumber = std::find(std::begin(NUMBERS), std::end(NUMBERS), entry.key()) != std::end(NUMBERS);
+        const int number = isNumber ? entry.value().toInt(&isNumber) : 0; // or what another program stored
+        values.insert(entry.key(), isNumber ? QJsonValue(number) : QJsonValue(entry.value()));
     }
     return {{QStringLiteral("event"), QStringLiteral("interface")},
             {QStringLiteral("name"), name},
@@ -38,28 +43,25 @@ EExitCode list(SContext& context, const bool& namesOnly)
     CInterfaceStore store;
     require(store.failure());
     const QStringList names = store.names();
-    int width = 0;
-    for (const QString& name : names) {
-        width = std::max(width, static_cast<int>(name.size()));
-    }
+    std::vector<QStringList> rows;
     for (const QString& name : names) {
         const Settings settings = store.settings(name);
         if (output.isJson()) {
             output.print(jsonOf(name, settings));
-            continue;
-        }
-        if (namesOnly) {
+        } else if (namesOnly) {
             output.print(printable(name));
-            continue;
+        } else {
+            const QString rate = settings.value(StoreKey::BAUDRATE);
+            rows.push_back(
+                {name, settings.value(StoreKey::INTERFACE_TYPE), settings.value(StoreKey::PORT_TEXT),
+                 rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's") : rate + QStringLiteral(" kbit/s"),
+                 settings.value(StoreKey::HOSTNAME)});
         }
-        const QString rate = settings.value(StoreKey::BAUDRATE);
-        output.print(printable(QStringLiteral("%1  %2  %3  %4  %5")
-                                   .arg(name.leftJustified(width), settings.value(StoreKey::INTERFACE_TYPE),
-                                        settings.value(StoreKey::PORT_TEXT),
-                                        rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's bit rate")
-                                                                  : rate + QStringLiteral(" kbit/s"),
-                                        settings.value(StoreKey::HOSTNAME))
-                                   .trimmed()));
+    }
+    if (!rows.empty()) {
+        output.printTable({QStringLiteral("NAME"), QStringLiteral("TYPE"), QStringLiteral("ADDRESS"),
+                           QStringLiteral("BIT RATE"), QStringLiteral("HOST NAME")},
+                          rows);
     }
     if (names.isEmpty() && !output.isJson() && !namesOnly) {
         output.print("no interfaces are stored (cimctl add NAME ADDRESS stores one)");
@@ -133,6 +135,7 @@ void addStoreCommands(CLI::App& app, Action& chosen)
 {
     const auto [listCommand, namesOnly] = addCommand(app, chosen, "list", "List the stored interfaces", list);
     addFlag(listCommand, "--names", namesOnly, "Print the names alone");
+    addExamples(listCommand, {"cimctl list", "cimctl list --names"});
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
     addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();
@@ -142,13 +145,17 @@ void addStoreCommands(CLI::App& app, Action& chosen)
     addSetting(command, "--hostname", options.settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
     addSetting(command, "--description", options.settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
     addFlag(command, "--replace", options.replace, "Replace what is stored under the name");
+    addExamples(command, {"cimctl add hall 192.168.1.70 --baudrate 500",
+                          "cimctl add stage 192.168.1.71:30000:UDP --local-address 192.168.1.20"});
 
-    const auto addForOne = [&](const char* name, const char* help, EExitCode (*act)(SContext&, const QString&)) {
+    const auto addForOne = [&](const char* name, const char* help, EExitCode (*act)(SContext&, const QString&),
+                               std::initializer_list<const char*> examples) {
         const auto [command, stored] = addCommand(app, chosen, name, help, act);
         addText(command, "NAME", stored, "A stored interface").required();
+        addExamples(command, examples);
     };
-    addForOne("show", "Show a stored interface", show);
-    addForOne("remove", "Remove a stored interface", remove);
+    addForOne("show", "Show a stored interface", show, {"cimctl show hall", "cimctl show hall --json | jq .settings"});
+    addForOne("remove", "Remove a stored interface", remove, {"cimctl remove hall", "cimctl remove \"hall 2\""});
 }
 
 } // namespace vexmor::Apps::Cimctl

@@ -71,10 +71,7 @@ QString leftOutOf(const CanLog::CLogReader& log)
 /// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
-    std::uint64_t count = 0;
-    while (valueOf(log.next())) {
-        ++count;
-    }
+    const std::uint64_t count = valueOf(log.countAll());
     const QString leftOut = leftOutOf(log);
     if (count == 0) {
         failUsage(QStringLiteral("%1: holds no frame to send%2").arg(file, leftOut));
@@ -82,7 +79,6 @@ void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString&
     if (!leftOut.isEmpty()) {
         diagnostics.warn(QStringLiteral("%1: frames to send: %2%3").arg(file).arg(count).arg(leftOut));
     }
-    log.rewind();
 }
 
 /// The entries of a log, one after the other; with `loop` it begins again a moment after its end.
@@ -94,7 +90,7 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
         const bool isNewRound = read && !*read && loop && log.rewind();
         auto next = isNewRound ? log.next() : std::move(read);
         if (!next || !*next) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         entry = **next;
         if (isNewRound) {
@@ -102,7 +98,7 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
         }
         entry.microseconds += offset;
         last = entry.microseconds;
-        return true;
+        return CSender::ENext::eMessage;
     };
 }
 
@@ -125,10 +121,13 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     SShowOptions show = options.show;
     show.received = true;
+    if (show.direction && show.logFile.isEmpty() && show.logFolder.isEmpty()) {
+        failUsage(QStringLiteral("--direction requires --log or --log-dir"));
+    }
     for (const QString& filter : options.filters) {
         show.filters.push_back(valueOf(readFilter(filter)));
     }
-    CGatewayRun run(context, options.target, eDone);
+    CGatewayRun run(context, options.target);
     CMessagePrinter printer(run, show);
     const auto limit = static_cast<std::uint64_t>(options.count);
     QObject::connect(&printer, &CMessagePrinter::messageShown, &run, [&run, &printer, limit] {
@@ -144,19 +143,26 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     return printer.finish(run.waitForEnd());
 }
 
-/// Sends messages. Nothing is sent when one of the frames makes no sense.
+/// Sends messages. Nothing is sent when one of the frames makes no sense; of the standard input, what comes before it
+/// is.
 EExitCode send(SContext& context, const SSendOptions& options)
 {
+    if (options.frames == QStringList{QStringLiteral("-")}) {
+        if (options.repeat > 1) {
+            failUsage(QStringLiteral("the standard input cannot be repeated"));
+        }
+        return sendInput(context, options, options.interval);
+    }
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
     const std::uint64_t count = messages.size() * static_cast<std::uint64_t>(options.repeat);
     const auto source = [&messages, count, &options, index = std::uint64_t(0)](CanLog::SLogEntry& entry) mutable {
         if (index == count) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         entry.message = messages[index % messages.size()];
         entry.microseconds = static_cast<std::int64_t>(static_cast<double>(index) * options.interval * 1000);
         ++index;
-        return true;
+        return CSender::ENext::eMessage;
     };
     return sendAll(context, options, source, 1);
 }
@@ -176,7 +182,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
     return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
             index = 0](CanLog::SLogEntry& entry) mutable {
         if (options.count > 0 && index == options.count) {
-            return false;
+            return CSender::ENext::eEnd;
         }
         const auto any = [&random](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
         unsigned char data[CanLog::MAX_DATA_LENGTH];
@@ -188,7 +194,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
         entry.message = Cim::CCanMessage(Cim::CCanId::fromValue(id), static_cast<unsigned char>(length), data);
         entry.microseconds = static_cast<std::int64_t>(index * options.gap * 1000);
         ++index;
-        return true;
+        return CSender::ENext::eMessage;
     };
 }
 
@@ -221,24 +227,35 @@ void addDump(CLI::App& app, Action& chosen)
     addFlag(command, "--append", options.show.append, "Continue a log that exists").needs(log);
     addFlag(command, "--force", options.show.force, "Replace a log that exists, with the first message").needs(log);
     addFlag(command, "--direction", options.show.direction,
-            "End each line of the log with R or T: received, sent (Wireshark does not read that)")
-        .needs(log);
+            "End each line of the log with R or T: received, sent (Wireshark does not read that)");
+    const COption folder =
+        addText(command, "--log-dir", options.show.logFolder,
+                "Write the messages to files in this folder, named by date and time: a new one each day and after 64 "
+                "MB; ends before the disk is full",
+                "DIR")
+            .excludes({log});
+    addFlag(command, "--hourly", options.show.hourly, "A new file each hour").needs(folder);
     addTexts(command, "-f,--filter", options.filters,
              "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
     addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");
+    addExamples(command, {"cimctl dump hall --filter 200-2FF --log hall.log",
+                          "cimctl dump hall stage --time a --log-dir records --hourly"});
 }
 
 void addSend(CLI::App& app, Action& chosen)
 {
     const auto [command, options] = addCommand(app, chosen, "send", "Send messages", send);
     options.target.addTo(command);
-    addTexts(command, "FRAMES", options.frames, "Frames: ID#DATA, hexadecimal, like 123#1122AABB", "ID#DATA")
+    addTexts(command, "FRAMES", options.frames,
+             "Frames: ID#DATA, hexadecimal, like 123#1122AABB; -: a line each from the standard input", "ID#DATA")
         .several()
         .required();
     addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Send all of them so often", "N");
     addNumber(command, "--interval", options.interval, 0, 1e6,
               "Milliseconds from one message to the next (0: as fast as the gateway takes them)", "MS");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command,
+                {"cimctl send hall 123#1122AABB", "cimctl send hall 100#01 101#02 --repeat 10 --interval 100"});
 }
 
 void addReplay(CLI::App& app, Action& chosen)
@@ -250,6 +267,7 @@ void addReplay(CLI::App& app, Action& chosen)
     addNumber(command, "--speed", options.speed, 0.001, 1e6, "So many times as fast", "N");
     addFlag(command, "--loop", options.loop, "Begin again at the end, until Ctrl-C");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command, {"cimctl replay hall hall.log", "cimctl replay hall hall.log --speed 2 --loop"});
 }
 
 void addGen(CLI::App& app, Action& chosen)
@@ -263,6 +281,7 @@ void addGen(CLI::App& app, Action& chosen)
     addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
     addWhole(command, "--seed", options.seed, 0, INT_MAX, "The same number makes the same messages (0)");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addExamples(command, {"cimctl gen hall --gap 10 --count 1000", "cimctl gen hall --id 100-1FF --length 8 --seed 7"});
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "apps/cimshare/eventLog.h"
 
 #include "apps/cli/program.h"
+#include "apps/host/clock.h"
 
 #include <QJsonDocument>
 #include <QTimer>
@@ -34,6 +35,7 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
     if (m_json) {
         fields.insert(QStringLiteral("event"), QLatin1String(event));
         fields.insert(QStringLiteral("subject"), subject);
+        fields.insert(QStringLiteral("time"), secondsNow());
         fields.insert(QStringLiteral("text"), printableText(text));
         line = QJsonDocument(fields).toJson(QJsonDocument::Compact);
     }

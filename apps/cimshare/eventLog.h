@@ -23,7 +23,8 @@ namespace vexmor::Apps::Cimshare
 class CEventLog : public QObject
 {
 public:
-    /// With `json` each line is an object of "event", "subject", "text" and the fields.
+    /// With `json` each line is an object of "event", "subject", "text", "time" (seconds since the epoch) and the
+    /// fields.
     explicit CEventLog(bool json, std::FILE* stream = stdout);
     /// Waits until everything is printed.
     ~CEventLog() override;

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
+#include <sstream>
 #include <utility>
 
 namespace vexmor::Apps
@@ -33,6 +34,35 @@ QString valueOf(const std::string& typed)
 // The functions below format the help. Otherwise it would differ between versions of the parser, and packaging/fromHelp
 // could not read it.
 constexpr std::size_t TEXT_COLUMN = 30;
+constexpr std::size_t COLUMNS = 80;
+
+/// The text in lines of at most 80 columns, broken between words and indented by so many blanks, except the first line.
+/// Lines that begin with a blank stay as they are.
+std::string wrapped(const std::string& text, std::size_t indent = 0)
+{
+    std::string result;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line); result += '\n') {
+        if (line.rfind(' ', 0) == 0) {
+            result += line;
+            continue;
+        }
+        std::istringstream words(line);
+        std::size_t column = indent;
+        for (std::string word; words >> word; column += word.size()) {
+            const bool isFirst = column == indent;
+            if (!isFirst && column + 1 + word.size() > COLUMNS) {
+                result += '\n' + std::string(indent, ' ');
+                column = indent;
+            } else if (!isFirst) {
+                result += ' ';
+                ++column;
+            }
+            result += word;
+        }
+    }
+    return result;
+}
 
 /// Returns an option or command and, from TEXT_COLUMN on, its description; the description has a line of its own if
 /// there is no room in the first.
@@ -40,7 +70,8 @@ std::string helpLine(const std::string& typed, const std::string& text)
 {
     const std::string left = "  " + typed;
     const bool fits = left.size() < TEXT_COLUMN;
-    return left + (fits ? "" : "\n") + std::string(TEXT_COLUMN - (fits ? left.size() : 0), ' ') + text + '\n';
+    const std::string gap(TEXT_COLUMN - (fits ? left.size() : 0), ' ');
+    return left + (fits ? "" : "\n") + gap + wrapped(text, TEXT_COLUMN);
 }
 
 bool takesSeveral(const CLI::Option& option)
@@ -87,7 +118,7 @@ std::string usageOf(const CLI::App& app, const std::string& name)
 
 std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatMode /*mode*/)
 {
-    std::string text = app->get_description() + '\n' + usageOf(*app, name);
+    std::string text = wrapped(app->get_description()) + usageOf(*app, name);
     text += helpSection(*app, "Positionals", [](auto* option) { return option->get_positional(); });
     const std::string defaultGroup = CLI::OptionDefaults().get_group(); // its name depends on the parser's version
     for (const std::string& group : app->get_groups()) {
@@ -99,7 +130,7 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
         commands += helpLine(command->get_name(), command->get_description());
     }
     text += commands.empty() ? commands : "\nSubcommands:\n" + commands;
-    return text + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + '\n');
+    return text + (app->get_footer().empty() ? "" : '\n' + wrapped(app->get_footer()));
 }
 
 /// Replaces yes and no, in one of their usual forms, by "true" and "false". Returns false for any other text.
@@ -167,9 +198,11 @@ std::optional<int> CCommandLine::parse(int argc, char** argv, const std::functio
         return eDone;
     } catch (const CLI::Error& error) {
         const std::vector<std::string> unknown = m_app->remaining();
-        const bool isCommand = needsCommand && m_app->get_subcommands().empty() && !unknown.empty();
+        const std::vector<CLI::App*> commands = m_app->get_subcommands();
+        const bool isCommand = needsCommand && commands.empty() && !unknown.empty();
         const std::string text = isCommand ? "unknown command '" + unknown.front() + "'" : error.what();
-        return fail(wrongUsage(QStringLiteral("%1 (see %2 --help)").arg(textOf(text), textOf(m_app->get_name()))));
+        const std::string typed = m_app->get_name() + (commands.empty() ? "" : ' ' + commands.front()->get_name());
+        return fail(wrongUsage(QStringLiteral("%1 (see %2 --help)").arg(textOf(text), textOf(typed))));
     }
     return std::nullopt;
 }
@@ -187,6 +220,14 @@ COption COption::group(const char* title) const
 COption COption::needs(const COption& other) const
 {
     return m_option->needs(other.m_option);
+}
+
+COption COption::excludes(std::initializer_list<COption> others) const
+{
+    for (const COption& other : others) {
+        m_option->excludes(other.m_option);
+    }
+    return *this;
 }
 
 COption COption::several() const
@@ -252,6 +293,16 @@ CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::strin
 void setFooter(CLI::App& app, const std::string& text)
 {
     app.footer(text);
+}
+
+void addExamples(CLI::App& app, std::initializer_list<const char*> examples)
+{
+    std::string text = "Examples:";
+    for (const char* const example : examples) {
+        text += std::string("\n  ") + example;
+    }
+    const std::string before = app.get_footer();
+    app.footer((before.empty() ? before : before + "\n\n") + text);
 }
 
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help)

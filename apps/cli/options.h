@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,6 +49,8 @@ public:
     COption required() const;
     COption group(const char* title) const;
     COption needs(const COption& other) const;
+    /// Refuses a command line that has this option and any of the others.
+    COption excludes(std::initializer_list<COption> others) const;
     /// Lets the option take several values at a time.
     COption several() const;
     /// Lets the option be given without a value, which is then empty.
@@ -73,7 +76,10 @@ private:
 
 /// Adds a command and requires that one command is given. `chosen` is called if it is this one.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
+/// What the help says below the options. A line that begins with a blank is not wrapped.
 void setFooter(CLI::App& app, const std::string& text);
+/// Command lines to copy, below the footer, which is to be set before.
+void addExamples(CLI::App& app, std::initializer_list<const char*> examples);
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
 COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help);
 COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,

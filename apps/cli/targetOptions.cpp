@@ -7,9 +7,9 @@ namespace vexmor::Apps
 namespace
 {
 const char* const TARGET_HELP =
-    R"(TARGET is the name of a stored interface (see cimctl list), an address or host name
-ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated
-gateway in this program (sim:FILE plays a candump log on its bus; cimctl ends with the log).)";
+    "TARGET is the name of a stored interface (see cimctl list), an address or host name "
+    "ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated gateway in this "
+    "program (sim:FILE plays a candump log on its bus; cimctl ends with the log).";
 } // namespace
 
 void STargetOptions::addTo(CLI::App& command, ENumber number)

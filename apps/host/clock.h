@@ -15,4 +15,10 @@ inline std::int64_t microsecondsNow()
     return std::max<std::int64_t>(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count(), 0);
 }
 
+/// The same in seconds, as JSON objects have it.
+inline double secondsNow()
+{
+    return static_cast<double>(microsecondsNow()) / 1e6;
+}
+
 } // namespace vexmor::Apps

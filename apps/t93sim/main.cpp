@@ -128,23 +128,29 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup faults(cli, "Faults");
     Sim::SSimFaults& wrong = options.faults;
-    faults.number("--wrong-checksum", wrong.wrongChecksumEvery, 1, 1000000, "Every Nth frame has a wrong checksum");
-    faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Every Nth frame has no end marker");
-    faults.text("--garbage", options.garbage, "Bytes before every frame").check(hexBytes(0), "HEX");
-    faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame behind its Nth byte");
-    faults.number("--merge", wrong.mergeCount, 2, 1000, "Joins N frames into one write");
-    faults.number("--delay", wrong.replyDelayMs, 1, 60000, "Milliseconds before each reply");
-    faults.flag("--mute", wrong.mute, "Answers no request");
-    faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, says nothing");
-    faults.flag("--refuse", wrong.refuse, "Refuses connections");
-    faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
-                  "Drops the links so many milliseconds after each connection");
+    const COption checksum =
+        faults.number("--wrong-checksum", wrong.wrongChecksumEvery, 1, 1000000, "Every Nth frame has a wrong checksum");
+    const COption end =
+        faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Every Nth frame has no end marker");
+    const COption garbage =
+        faults.text("--garbage", options.garbage, "Bytes before every frame").check(hexBytes(0), "HEX");
+    const COption cut = faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame behind its Nth byte");
+    const COption merge = faults.number("--merge", wrong.mergeCount, 2, 1000, "Joins N frames into one write");
+    const COption delay = faults.number("--delay", wrong.replyDelayMs, 1, 60000, "Milliseconds before each reply");
+    const COption mute = faults.flag("--mute", wrong.mute, "Answers no request").excludes({delay});
+    const COption drop = faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
+                                       "Drops the links so many milliseconds after each connection");
     const COption status =
         faults.number("--status", options.status, 0, 255, "Reports this status byte again and again");
     faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
         .needs(status);
-    faults.number("--flood", options.flood, 1, 100000000,
-                  "Messages sent as fast as they go when the first host is there");
+    const COption flood = faults.number("--flood", options.flood, 1, 100000000,
+                                        "Messages sent as fast as they go when the first host is there");
+    const auto spoken = {checksum, end, garbage, cut, merge, delay, mute, status, flood};
+    const COption blackHole =
+        faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, says nothing")
+            .excludes(spoken);
+    faults.flag("--refuse", wrong.refuse, "Refuses connections").excludes(spoken).excludes({blackHole, drop});
 }
 
 int t93sim(int argc, char** argv)

@@ -58,6 +58,22 @@ std::optional<unsigned int> readNumber(const QString& text, const QMap<QString, 
     return ok && value <= limit ? std::optional(value) : std::nullopt;
 }
 
+/// What a host requests, or sends, with a command.
+QString nameOf(int command)
+{
+    static const QMap<int, const char*> NAMES{{Cim::RM_CMD_TX11BIT_MSG, "CAN message"},
+                                              {Cim::RM_CMD_TX11BIT_MSG_ALT, "CAN message"},
+                                              {Cim::RM_CMD_TX29BIT_MSG_ALT, "CAN message with a 29-bit identifier"},
+                                              {Cim::RM_CMD_DEVICE_ID, "identification"},
+                                              {Cim::RM_CMD_FIRMWARE_VERSION, "firmware version"},
+                                              {Cim::RM_CMD_MAC_ADDRESS, "MAC address"},
+                                              {Cim::RM_CMD_BUSLOAD, "bus load"},
+                                              {Cim::RM_CMD_BUSLOAD_INTERVAL, "bus load interval"},
+                                              {Cim::RM_CMD_CAN_BAUD_RATE, "CAN bit rate"},
+                                              {Cim::RM_CMD_RESET, "reset"}};
+    return QLatin1String(NAMES.value(command, "unknown"));
+}
+
 /// One line at once, also into a pipe: scripts wait for it. The program ends when nobody takes it.
 void print(const QString& line)
 {
@@ -112,7 +128,9 @@ Failure CSimProgram::start()
 {
     m_bus.setBaudrate(static_cast<std::uint32_t>(m_options.baud));
     if (!m_options.replay.isEmpty()) {
-        if (Failure failure = m_replay.open(m_options.replay, m_options.speed, m_options.loop)) {
+        Failure failure = m_replay.open(m_options.replay, m_options.speed, m_options.loop);
+        failure = failure ? failure : m_replay.check();
+        if (failure) {
             return failure;
         }
     }
@@ -200,8 +218,8 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
         startTraffic(); // the first request: a host is there and listens
         if (m_options.verbose) {
-            const QString bytes = QString::fromLatin1(payload.toHex(' '));
-            print(name + QStringLiteral("command %1 %2").arg(command, 2, 16, QLatin1Char('0')).arg(bytes));
+            const QByteArray bytes = QByteArray(1, static_cast<char>(command)).append(payload).toHex(' ');
+            print(name + QStringLiteral("command %1 (%2)").arg(QString::fromLatin1(bytes), nameOf(command)));
         }
     });
     if (m_options.verbose) {

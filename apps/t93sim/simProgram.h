@@ -56,7 +56,7 @@ struct SSimOptions {
 };
 
 /// The gateways of one run of t93sim, their bus and its traffic. Ends the application with a summary: when it is told
-/// to (CInterruption), at a line of the log that makes no sense, and when nobody takes what it prints.
+/// to (CInterruption), at a line of the log that was spoiled since the start, and when nobody takes what it prints.
 class CSimProgram : public QObject
 {
     Q_OBJECT

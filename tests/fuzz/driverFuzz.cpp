@@ -1,5 +1,6 @@
 // A host that does anything, in any order, to an interface whose gateway does anything, too; the sanitizers watch.
-// Every code must be one that the operation may give, and in the end a message passes each way.
+// Every code must be one that the operation may give; what is read and shown was sent since the opening, in order; what
+// was refused never reaches the gateway; and in the end a message passes each way.
 //
 //     driverFuzz [--seed N] [--steps N] [--reader]
 //
@@ -23,17 +24,36 @@ void actAt(EPlace place)
     }
 }
 
-int spy(const CCanInterface&, bool, const CCanMessage& message)
-{
-    actAt(eSpy);
-    return message.length();
-}
-
 void expect(const char* operation, int code, std::initializer_list<int> allowed)
 {
     if (std::find(allowed.begin(), allowed.end(), code) == allowed.end()) {
         qFatal("%s gave %d", operation, code);
     }
+}
+
+/// The number of a message that this program made, counted up from 1; 0 for any other message.
+quint32 numberOf(const CCanMessage& message)
+{
+    const bool isOwn = message.length() == 8 && std::memcmp(message.data(), "mark", 4) == 0;
+    return isOwn ? qFromBigEndian<quint32>(message.data() + 4) : 0;
+}
+
+/// Requires that numbered messages come in order, and behind the number `after`.
+void expectInOrder(const char* place, const CCanMessage& message, quint32& last, quint32 after = 0)
+{
+    if (const quint32 number = numberOf(message); number != 0) {
+        expect(place, number > std::max(std::exchange(last, number), after) ? 1 : 0, {1});
+    }
+}
+
+int spy(const CCanInterface&, bool sending, const CCanMessage& message)
+{
+    static quint32 s_last[2] = {};
+    const CCanMessage before = message;
+    expectInOrder("the order in the spy handler", message, s_last[sending ? 1 : 0]);
+    actAt(eSpy);
+    expect("the message behind the act", before == message ? 1 : 0, {1});
+    return 0;
 }
 } // namespace
 
@@ -42,7 +62,14 @@ class DriverFuzz : public QObject
     Q_OBJECT
 
 public:
-    explicit DriverFuzz(unsigned int seed) : m_random(seed) { listenOn(m_gateway); }
+    explicit DriverFuzz(unsigned int seed) : m_random(seed)
+    {
+        listenOn(m_gateway);
+        m_gateway.setMaxClients(2); // one that reopens may come before its old link is gone
+        connect(&m_gateway, &CSimGateway::messageReceived, this, [this](const CCanMessage& message) {
+            expect("a refused message at the gateway", m_refused.contains(numberOf(message)) ? 1 : 0, {0});
+        });
+    }
 
     void step()
     {
@@ -83,9 +110,11 @@ public:
     void read() // from any thread
     {
         const std::lock_guard lock(m_life);
+        const quint32 before = m_numberAtOpening;
         int code = m_can ? RC_OK : RC_NOT_OPENED;
         for (CCanMessage next; code == RC_OK && (code = m_can->readMessage(next)) == RC_OK; ++m_taken) {
             expect("a message", next.length() <= 8 ? next.id().value() >> 11 : -1, {0});
+            expectInOrder("the order of what is read", next, m_lastRead, before);
         }
         expect("read", code, {2, 4});
     }
@@ -105,13 +134,23 @@ private:
     void open()
     {
         CCanInterface* const opened = m_can.get();
+        const quint32 number = m_number;
         const int code = opened->openCommunication();
+        m_numberAtOpening = code == RC_OK ? number : m_numberAtOpening.load();
         expect("open", code, {0, 1, 103, 105});
         expect("isOpened", m_can.get() == opened && opened->isOpened() ? 1 : 0, {m_can.get() == opened && code <= 1});
     }
     void close() { expect("close", m_can->closeCommunication(), {0}); }
     void reset() { expect("reset", m_can->resetCommunication(pick(2)), {0, 2, 109}); }
-    void send() { expect("send", m_can->writeMessage(anyMessage()), {0, 2, 102, 108, 109}); }
+    void send()
+    {
+        CCanInterface* const sender = m_can.get();
+        const CCanMessage message = anyMessage();
+        const int code = sender->writeMessage(message);
+        const bool isOpen = m_can.get() == sender && sender->isOpened();
+        isOpen ? expect("send", code, {0, 108, 109}) : expect("send, and closed", code, {2, 102});
+        code != RC_OK&& numberOf(message) != 0 ? void(m_refused.insert(numberOf(message))) : void();
+    }
     void load()
     {
         static const char* const PROTOCOLS[] = {"TCP", "TCP", "UDP", "UDP", "NA", "tcp"};
@@ -151,8 +190,18 @@ private:
     }
 
     // What the gateway does.
-    void receive() { m_bus.send(anyMessage()); }
-    void flood() { m_gateway.flood(pick(4) == 0 ? 12000 : 100); }
+    void receive()
+    {
+        for (int left = pick(4); left >= 0; --left) { // often in one read
+            m_bus.send(anyMessage());
+        }
+    }
+    void flood()
+    {
+        for (int left = pick(4) == 0 ? 12000 : 100; left > 0; --left) {
+            m_bus.send(numbered());
+        }
+    }
     void drop() { m_gateway.dropLinks(); }
     void behave() { m_gateway.setFaults({}); }
     void misbehave()
@@ -170,7 +219,14 @@ private:
         bytes[pick(bytes.size())] = pick(2) == 0 ? char(pick(256)) : char(RM_START_OF_FRAME);
         m_gateway.sendRaw(bytes.left(1 + pick(2 * bytes.size())));
     }
-    CCanMessage anyMessage() { return message(std::uint16_t(pick(0x800)), QByteArray(pick(9), 'x')); }
+    CCanMessage numbered()
+    {
+        return message(1, "mark" + QByteArray::fromHex(QByteArray::number(++m_number, 16).rightJustified(8, '0')));
+    }
+    CCanMessage anyMessage()
+    {
+        return pick(2) == 0 ? numbered() : message(std::uint16_t(pick(0x800)), QByteArray(pick(9), 'x'));
+    }
 
     std::mt19937 m_random;
     CSimBus m_bus;
@@ -178,6 +234,10 @@ private:
     std::mutex m_life; ///< held to read and to delete: a host must not delete what another thread reads
     std::unique_ptr<CCanInterface> m_can;
     std::atomic<int> m_taken{0};
+    quint32 m_number = 0; ///< of the last message that was numbered
+    std::atomic<quint32> m_numberAtOpening{0};
+    quint32 m_lastRead = 0;
+    QSet<quint32> m_refused;
 };
 
 int main(int argc, char** argv)

@@ -1,19 +1,39 @@
 // Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them; whatever a
-// frame holds, what the driver makes of it is a message that a bus can carry.
+// frame holds, what the driver and a shared gateway make of it is a message that a bus can carry, or one whole answer.
 #include "InterfaceT93/gatewayReplies.h"
 #include "fuzz/require.h"
+#include "sim/rmServer.h"
 
 #include <algorithm>
 #include <vector>
 
+using namespace vexmor;
 using namespace vexmor::Cim;
 
 namespace
 {
 using Bytes = std::vector<std::uint8_t>;
 
+struct SGateway : Sim::CRmServer {
+    SGateway() : CRmServer(ETransports::eTcp) {}
+    void putOnBus(const CCanMessage& message, Sim::CRmLink& /*from*/) override { requireCarried(message); }
+    void change(const SRmFrame& request) override { require(request.payloadLength <= RM_MAX_RX_PAYLOAD); }
+    void reply(Sim::CRmLink& /*link*/, const QByteArray& answer) override
+    {
+        int frames = 0;
+        CRmDeframer().feed(
+            reinterpret_cast<const std::uint8_t*>(answer.constData()), static_cast<std::size_t>(answer.size()),
+            [&frames](const SRmFrame& /*frame*/) { return ++frames > 0; }, [] { return true; });
+        require(frames == 1);
+    }
+    using CRmServer::handle;
+};
+
 void decode(const SRmFrame& frame)
 {
+    static SGateway gateway;
+    static Sim::CRmLink host({});
+    gateway.handle(host, frame);
     CCanMessage message;
     readCanMessage(frame, message);
     requireCarried(message);
