@@ -113,7 +113,7 @@ private Q_SLOTS:
         QVERIFY(share.happened("broker"_s, 2, 60000));
         qInfo("%s: %lld ms without a link", rowName().constData(), static_cast<long long>(clock.elapsed()));
         const int sentMeanwhile = sent;
-        QTRY_COMPARE_WITH_TIMEOUT(timesHeard(sentMeanwhile + 100), 1, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(sent > sentMeanwhile + 100 && timesHeard(sent - 20) == 1, 60000);
         const auto missingBefore = [&](int end) {
             int result = 0;
             for (int i = 0; i < end; ++i) {
@@ -154,7 +154,7 @@ private Q_SLOTS:
             QVERIFY2(timesHeard(i) <= 1, qPrintable(floodText(i)));
         }
         // While it elects a leader, nats-server ends connections whose publications with QoS 1 it cannot store.
-        QCOMPARE(share.count("broker"_s), isKilled ? 2 : share.count("brokerAway"_s));
+        QTRY_COMPARE(share.count("broker"_s), share.count("brokerAway"_s)); // the first of both: 127.0.0.1:1
         QTRY_VERIFY(missingBefore(sent) <= allInGaps());
     }
 

@@ -84,12 +84,12 @@ private Q_SLOTS:
             "site --metrics /no/x.prom --baudrate 500"_s,
             0,
             "sim: would be opened, IP=0.0.0.0:30000:TCP, bit rate 500\n"
-            "t93 sim: would listen on 127.0.0.1:1\n"
             "127.0.0.1:PORT: would be opened, IP=127.0.0.1:PORT:TCP, bit rate 500\n"
-            "t93 127.0.0.1:PORT: would listen on 127.0.0.1:2\n"
             "no.such.host:8:UDP: would be opened, IP=0.0.0.0:8:UDP, bit rate 500\n"
-            "t93 no.such.host:8:UDP: would listen on 127.0.0.1:3\n"
             "socketcand: would listen on 127.0.0.1:PORT\n"
+            "t93 sim: would listen on 127.0.0.1:1\n"
+            "t93 127.0.0.1:PORT: would listen on 127.0.0.1:2\n"
+            "t93 no.such.host:8:UDP: would listen on 127.0.0.1:3\n"
             "mqtt: would publish at 127.0.0.1:PORT, below site\n"
             "metrics: would write /no/x.prom\n");
         row("nothing to serve", "sim"_s, 2, "nothing to serve");

@@ -17,7 +17,6 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int IPV4_BITS = 32;
 /// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 constexpr int ACCEPT_RETRY_MS = 100;
@@ -35,14 +34,10 @@ bool isAmongTheLast(qintptr descriptor)
 Failure SAllowedNetworks::add(const QStringList& texts)
 {
     for (const QString& text : texts) {
-        const QStringList parts = text.split(QLatin1Char('/'));
-        const QString address = plainAddress(parts.first());
-        bool isPrefix = parts.size() <= 2;
-        const int prefix = parts.size() == 2 ? parts.last().toInt(&isPrefix) : IPV4_BITS;
-        if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
+        networks.append(QHostAddress::parseSubnet(text));
+        if (plainAddress(text.section(QLatin1Char('/'), 0, 0)).isEmpty() || networks.last().second < 0) {
             return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
         }
-        networks.append({QHostAddress(address), prefix});
     }
     return {};
 }
@@ -115,6 +110,11 @@ Failure CAdmission::admit(QTcpSocket& socket)
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
     print("connected", QStringLiteral("%1 connected").arg(peerOf(socket)));
     return {};
+}
+
+void CAdmission::printPlan(const SListenAddress& place)
+{
+    m_log.print("check", m_subject, QStringLiteral("would listen on ") + placeOf(place.address, place.port));
 }
 
 void CAdmission::printListening()

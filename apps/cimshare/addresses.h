@@ -57,6 +57,8 @@ public:
     /// that vanished. Its place is free again when the socket is deleted. When it fails, the caller must close the
     /// connection.
     Failure admit(QTcpSocket& socket);
+    /// Prints the place where clients could connect.
+    void printPlan(const SListenAddress& place);
     /// Prints the place where clients can connect.
     void printListening();
     /// Prints an event that a client caused.

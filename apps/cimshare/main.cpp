@@ -32,24 +32,18 @@ void addMqtt(CLI::App& app, SShareOptions& options)
                  "HOST[:PORT]")
             .check(SBroker::checkNode)
             .group(GROUP);
-    const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
-        addText(app, name, value, help, type).group(GROUP).needs(mqtt);
-    };
-    add("--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this PC)", "TOPIC");
-    addText(app, "--mqtt-format", options.mqtt.format, "Payloads: candump's lines, or JSON for databases", "log|json")
-        .oneOf({"log", "json"})
-        .group(GROUP)
-        .needs(mqtt);
-    addFlag(app, "--mqtt-last", options.mqtt.hasLast, "Retain the last message with each identifier")
-        .group(GROUP)
-        .needs(mqtt);
-    add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
-    add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
-    add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");
-    add("--mqtt-key", broker.keyFile, "Its key", "FILE");
-    addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS")
-        .group(GROUP)
-        .needs(mqtt);
+    const auto add = [&](const COption& option) { option.group(GROUP).needs(mqtt); };
+    add(addText(app, "--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this PC)", "TOPIC"));
+    const auto setFormat = [&options](const QString& text) { options.mqtt.isJson = text == QLatin1String("json"); };
+    add(addText(app, "--mqtt-format", setFormat, "Payloads: candump's lines, or JSON for databases", "log|json")
+            .oneOf({"log", "json"})
+            .showDefault(QStringLiteral("log")));
+    add(addFlag(app, "--mqtt-last", options.mqtt.hasLast, "Retain the last message with each identifier"));
+    add(addText(app, "--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE"));
+    add(addText(app, "--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE"));
+    add(addText(app, "--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE"));
+    add(addText(app, "--mqtt-key", broker.keyFile, "Its key", "FILE"));
+    add(addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS"));
 }
 
 void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks, QStringList& sendRules)

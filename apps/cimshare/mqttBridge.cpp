@@ -107,6 +107,12 @@ CMqttBridge::~CMqttBridge()
     publishObject(m_topic + STATE, serviceState(false), true);
 }
 
+void CMqttBridge::printPlan()
+{
+    const QString nodes = m_link.broker().nodes.join(QStringLiteral(", "));
+    m_log.print("check", m_name, QStringLiteral("would publish at %1, below %2").arg(nodes, m_form.topic));
+}
+
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
@@ -165,7 +171,7 @@ void CMqttBridge::onLost(const QString& topic, int messages, qint64 since)
 
 bool CMqttBridge::publishObject(const QString& topic, QJsonObject object, bool isRetained)
 {
-    if (m_form.isJson()) {
+    if (m_form.isJson) {
         object.insert(TIME, microsecondsNow() / 1e6);
     }
     return m_link.publish(topic, m_form.object(object), isRetained);
@@ -214,7 +220,7 @@ QJsonObject CMqttBridge::serviceState(bool isOnline) const
     QJsonObject result{{QStringLiteral("online"), isOnline},
                        {QStringLiteral("service"), m_service},
                        {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}};
-    if (m_form.isJson()) {
+    if (m_form.isJson) {
         QJsonObject interfaces;
         for (const auto& bus : m_buses) {
             interfaces.insert(bus->plainName(), isOnline && bus->status().isConnected() ? 1 : 0);
@@ -284,23 +290,22 @@ void CMqttBridge::sendNext(SPublishedBus& published)
         }
     };
     published.unsent = 1; // this loop
-    for (const SArrival& arrival : inbox.arrivals) {
-        auto lines = arrival.problem.isEmpty() ? readMqttLines(arrival.payload)
-                                               : std::vector{SMqttSend{arrival.payload, SProblem{arrival.problem}}};
-        for (SMqttSend& send : lines) {
-            if (!send.message) {
-                publishRefusal(published, send.line, send.message.problem().text);
-                continue;
-            }
-            ++published.unsent;
-            const auto onOutcome = [=, &published, message = *send.message](const Failure& failure) {
-                if (failure) {
-                    publishRefusal(published, CanLog::formatFrame(message), failure->text);
-                }
-                finishOne();
-            };
-            published.bus->send(*send.message, *this, m_name, onOutcome);
+    const auto onLine = [&](const QByteArray& line, Result<Cim::CCanMessage> message) {
+        if (!message) {
+            publishRefusal(published, line, message.problem().text);
+            return;
         }
+        ++published.unsent;
+        published.bus->send(*message, *this, m_name, [=, &published, sent = *message](const Failure& failure) {
+            if (failure) {
+                publishRefusal(published, CanLog::formatFrame(sent), failure->text);
+            }
+            finishOne();
+        });
+    };
+    for (const SArrival& arrival : inbox.arrivals) {
+        arrival.problem.isEmpty() ? readMqttLines(arrival.payload, onLine)
+                                  : onLine(arrival.payload, SProblem{arrival.problem});
         endRefusals(published);
     }
     published.refusals = MAX_REFUSALS + inbox.refusedLines; // none of them one by one

@@ -22,6 +22,7 @@ public:
     ~CMqttBridge() override;
 
     Failure prepare() override { return m_link.prepare(); }
+    void printPlan() override;
     Failure start() override;
     std::optional<bool> isBrokerConnected() const override { return m_isConnected; }
 

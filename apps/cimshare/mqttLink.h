@@ -63,6 +63,7 @@ public:
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
+    const SBroker& broker() const { return m_broker; }
     /// Reads the files. Fails when one cannot be used.
     Failure prepare();
     /// Begins to connect.

@@ -7,8 +7,7 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr std::size_t MAX_LINES = 200;
-constexpr int DATA_BEGIN = 4; // behind "123#"
+constexpr int MAX_LINES = 200;
 
 /// A log line, or a frame alone.
 Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
@@ -29,23 +28,24 @@ Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
 
 QByteArray SMqttForm::message(const CanLog::SLogEntry& entry) const
 {
-    if (!isJson()) {
+    if (!isJson) {
         return CanLog::formatLogLine(entry);
     }
-    const QByteArray data = CanLog::formatFrame(entry.message).mid(DATA_BEGIN);
+    const Cim::CCanMessage& message = entry.message;
+    const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
     return QString::asprintf(R"({"time":%.6f,"id":%d,"data":"%s","direction":"%s"})", entry.microseconds / 1e6,
-                             entry.message.id().value(), data.constData(), entry.direction == 'T' ? "tx" : "rx")
+                             message.id().value(), data.toHex().constData(), entry.direction == 'T' ? "tx" : "rx")
         .toLatin1();
 }
 
 QByteArray SMqttForm::messages(const QByteArrayList& each) const
 {
-    return isJson() ? '[' + each.join(',') + ']' : each.join('\n');
+    return isJson ? '[' + each.join(',') + ']' : each.join('\n');
 }
 
 QByteArray SMqttForm::object(QJsonObject object) const
 {
-    for (auto value = object.begin(); isJson() && value != object.end(); ++value) {
+    for (auto value = object.begin(); isJson && value != object.end(); ++value) {
         if (value.value().isBool()) {
             value.value() = value.value().toBool() ? 1 : 0;
         }
@@ -53,17 +53,16 @@ QByteArray SMqttForm::object(QJsonObject object) const
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-std::vector<SMqttSend> readMqttLines(const QByteArray& payload)
+void readMqttLines(const QByteArray& payload, const MqttLineReader& onLine)
 {
     const SProblem tooMany{QStringLiteral("more than %1 lines").arg(MAX_LINES)};
-    std::vector<SMqttSend> result;
+    int lines = 0;
     for (const QByteArray& whole : payload.split('\n')) {
         const QByteArray line = whole.trimmed();
         if (!line.isEmpty() && !line.startsWith('#')) {
-            result.push_back({line, result.size() < MAX_LINES ? readMqttLine(line) : tooMany});
+            onLine(line, ++lines <= MAX_LINES ? readMqttLine(line) : tooMany);
         }
     }
-    return result;
 }
 
 } // namespace vexmor::Apps::Cimshare

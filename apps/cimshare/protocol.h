@@ -21,6 +21,8 @@ public:
 
     /// Reads files. Fails when one cannot be used.
     virtual Failure prepare() { return {}; }
+    /// Prints what `start` would do.
+    virtual void printPlan() = 0;
     /// Begins to serve clients, or to connect to a broker.
     virtual Failure start() = 0;
     const QString& name() const { return m_name; }

@@ -54,24 +54,16 @@ Failure CShareService::check()
     if (Failure failure = prepare()) {
         return failure;
     }
-    const auto print = [this](bool isGiven, const QString& subject, const QString& text) {
-        isGiven ? m_log.print("check", subject, QStringLiteral("would ") + text) : void();
-    };
-    const auto listening = [](const SListenAddress& at, int further) {
-        const int port = at.port == 0 ? 0 : at.port + further;
-        return QStringLiteral("listen on %1:%2").arg(at.address.toString()).arg(port);
-    };
-    int number = 0;
     for (const auto& bus : m_buses) {
-        print(true, bus->name(), QStringLiteral("be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
-        print(m_options.t93.isGiven(), QStringLiteral("t93 ") + bus->name(), listening(m_options.t93, number++));
+        m_log.print("check", bus->name(),
+                    QStringLiteral("would be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
     }
-    const QString broker = m_options.broker.nodes.join(QStringLiteral(", "));
-    print(m_options.socketcand.isGiven(), QStringLiteral("socketcand"), listening(m_options.socketcand, 0));
-    print(!broker.isEmpty(), QStringLiteral("mqtt"),
-          QStringLiteral("publish at %1, below %2").arg(broker, m_options.mqtt.topic));
-    print(!m_options.metricsFile.isEmpty(), QStringLiteral("metrics"),
-          QStringLiteral("write ") + m_options.metricsFile);
+    for (const auto& protocol : m_protocols) {
+        protocol->printPlan();
+    }
+    if (!m_options.metricsFile.isEmpty()) {
+        m_log.print("check", QStringLiteral("metrics"), QStringLiteral("would write ") + m_options.metricsFile);
+    }
     return {};
 }
 
