@@ -1,7 +1,5 @@
 #include "apps/cimshare/addresses.h"
 
-#include "apps/host/gatewayAddress.h"
-
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -30,28 +28,6 @@ bool isAmongTheLast(qintptr descriptor)
     return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor) + KEPT >= limit.rlim_cur;
 }
 } // namespace
-
-Failure SAllowedNetworks::add(const QStringList& texts)
-{
-    for (const QString& text : texts) {
-        networks.append(QHostAddress::parseSubnet(text));
-        if (plainAddress(text.section(QLatin1Char('/'), 0, 0)).isEmpty() || networks.last().second < 0) {
-            return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
-        }
-    }
-    return {};
-}
-
-Failure SListenAddress::set(const QString& text)
-{
-    const int colon = text.lastIndexOf(QLatin1Char(':'));
-    bool isPort = false;
-    port = text.mid(colon + 1).toUShort(&isPort);
-    address = QHostAddress(colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon)));
-    return isPort && isGiven()
-               ? Failure()
-               : wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
-}
 
 QString placeOf(const QHostAddress& address, quint16 port)
 {
@@ -92,9 +68,7 @@ Failure CAdmission::admit(QTcpSocket& socket)
         print(event, problem.text);
         return problem;
     };
-    const auto& networks = m_allowed.networks;
-    const auto holds = [&address](const auto& network) { return address.isInSubnet(network); };
-    if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
+    if (!m_allowed.allow(address)) {
         return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
     }
     if (m_clients.count(address) >= MAX_CLIENTS - m_clients.size()) {

@@ -1,35 +1,17 @@
 #pragma once
 
 #include "apps/cimshare/eventLog.h"
+#include "apps/cli/networkOptions.h"
 #include "canlog/problem.h"
 
 #include <QHostAddress>
-#include <QPair>
-#include <QStringList>
+#include <QList>
 
 class QTcpServer;
 class QTcpSocket;
 
 namespace vexmor::Apps::Cimshare
 {
-
-/// The networks that clients may connect from.
-struct SAllowedNetworks {
-    QList<QPair<QHostAddress, int>> networks; ///< None: clients may connect from anywhere.
-
-    /// Adds networks, each of them ADDRESS or ADDRESS/PREFIX.
-    Failure add(const QStringList& texts);
-};
-
-/// An address to listen on.
-struct SListenAddress {
-    QHostAddress address; ///< Null: none was given.
-    quint16 port = 0;
-
-    bool isGiven() const { return !address.isNull(); }
-    /// Reads [ADDRESS:]PORT.
-    Failure set(const QString& text);
-};
 
 /// ADDRESS:PORT.
 QString placeOf(const QHostAddress& address, quint16 port);

@@ -2,6 +2,7 @@
 #include "apps/cimshare/shareService.h"
 #include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
+#include "apps/cli/networkOptions.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
 
@@ -16,12 +17,6 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-COption addListening(CLI::App& app, const std::string& name, SListenAddress& address, const std::string& help)
-{
-    const auto set = [&address](const QString& text) { return address.set(text); };
-    return addValue(app, name, set, help, "[ADDRESS:]PORT");
-}
-
 void addMqtt(CLI::App& app, SShareOptions& options)
 {
     constexpr char GROUP[] = "MQTT";

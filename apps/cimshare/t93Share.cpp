@@ -99,19 +99,12 @@ void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
 std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
     QTcpSocket* const socket = peer.tcp.get();
-    connect(socket, &QTcpSocket::readyRead, this, [socket, isFirst = true]() mutable {
-        if (std::exchange(isFirst, false) && !socket->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
-            socket->abort();
-        }
-    });
     if (identity().deviceText.isEmpty() || m_admission.admit(*socket)) {
         return nullptr;
     }
     auto link = CRmServer::makeLink(std::move(peer));
     link->setObjectName(peerOf(*socket));
-    auto* const limit = new QObject(link.get());
-    QTimer::singleShot(CAdmission::TIME_LIMIT_MS, limit, [socket] { socket->abort(); });
-    connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QObject::deleteLater);
+    link->requireFrame(CAdmission::TIME_LIMIT_MS);
     return link;
 }
 
