@@ -1,6 +1,7 @@
 #include "apps/cimshare/mqttBridge.h"
 
 #include "apps/host/clock.h"
+#include "canlog/candumpLog.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -128,17 +129,12 @@ void CMqttBridge::onMessage(SPublishedBus& published, const SBusRecord& record)
         published.last[record.message.id().value()] = {record};
     }
     SBatch& batch = record.sent ? published.sent : published.received;
-    batch.messages.append(payloadOf(published, record));
+    batch.messages.append(m_form.message(record, published.name));
     if (batch.messages.size() >= BATCH_MESSAGES) {
         publishBatch(batch);
     } else if (!m_batchTimer.isActive()) {
         m_batchTimer.start(BATCH_MS);
     }
-}
-
-QByteArray CMqttBridge::payloadOf(const SPublishedBus& published, const SBusRecord& record) const
-{
-    return m_form.message({record.microseconds, published.name, record.message, record.sent ? 'T' : 'R'});
 }
 
 void CMqttBridge::publishBatch(SBatch& batch)
@@ -208,9 +204,9 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
 void CMqttBridge::publishLast(SPublishedBus& published)
 {
     for (auto& [id, last] : published.last) {
-        const QString name = QString::number(id, 16).toUpper().rightJustified(3, QLatin1Char('0'));
-        last.isPublished = last.isPublished ||
-                           m_link.publish(published.topic + LAST + name, payloadOf(published, last.record), true, 1);
+        const QString topic = published.topic + LAST + QLatin1String(CanLog::formatId(id));
+        last.isPublished =
+            last.isPublished || m_link.publish(topic, m_form.message(last.record, published.name), true, 1);
     }
 }
 

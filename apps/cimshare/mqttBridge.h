@@ -53,7 +53,6 @@ private:
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);
     void onMessage(SPublishedBus& published, const SBusRecord& record);
-    QByteArray payloadOf(const SPublishedBus& published, const SBusRecord& record) const;
     void publishBatch(SBatch& batch);
     void flush();
     void onLost(const QString& topic, int messages, qint64 since);

@@ -1,5 +1,7 @@
 #include "apps/cimshare/mqttText.h"
 
+#include "canlog/candumpLog.h"
+
 #include <QJsonDocument>
 #include <QList>
 
@@ -26,15 +28,15 @@ Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
 }
 } // namespace
 
-QByteArray SMqttForm::message(const CanLog::SLogEntry& entry) const
+QByteArray SMqttForm::message(const SBusRecord& record, const QByteArray& busName) const
 {
+    const Cim::CCanMessage& message = record.message;
     if (!isJson) {
-        return CanLog::formatLogLine(entry);
+        return CanLog::formatLogLine({record.microseconds, busName, message, record.sent ? 'T' : 'R'});
     }
-    const Cim::CCanMessage& message = entry.message;
     const QByteArray data(reinterpret_cast<const char*>(message.data()), static_cast<int>(message.length()));
-    return QString::asprintf(R"({"time":%.6f,"id":%d,"data":"%s","direction":"%s"})", entry.microseconds / 1e6,
-                             message.id().value(), data.toHex().constData(), entry.direction == 'T' ? "tx" : "rx")
+    return QString::asprintf(R"({"time":%.6f,"id":%d,"data":"%s","direction":"%s"})", record.microseconds / 1e6,
+                             message.id().value(), data.toHex().constData(), record.sent ? "tx" : "rx")
         .toLatin1();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "canlog/candumpLog.h"
+#include "apps/host/mailbox.h"
 #include "canlog/problem.h"
 #include "cim/canMessage.h"
 
@@ -19,8 +19,8 @@ struct SMqttForm {
     bool isJson = false;  ///< All payloads are JSON, with a time, and 0 or 1 for bool.
     bool hasLast = false; ///< The last message with each identifier is published as well.
 
-    /// A line of candump's log format, or a JSON object.
-    QByteArray message(const CanLog::SLogEntry& entry) const;
+    /// A line of candump's log format with the name of a bus, or a JSON object.
+    QByteArray message(const SBusRecord& record, const QByteArray& busName) const;
     /// Several of these in one payload.
     QByteArray messages(const QByteArrayList& each) const;
     /// A JSON object in both formats.
