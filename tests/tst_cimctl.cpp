@@ -122,7 +122,7 @@ private Q_SLOTS:
         }
         row("compare <(echo '(1.0) a 123#11') <(printf '(1.0) b 123#12\n(2.0) b 00000123#\n')", 0,
             "^ID .*\n123  data .* -  11 .* -  12\n$",
-            "^identifiers: 1 before, 1 after, 1 of them differ; lines .*: 1\n$");
+            "^identifiers: 1 before, 1 after; different: 1; lines .*: 1\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
         row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
         row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2'\n$");
