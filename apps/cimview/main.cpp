@@ -36,17 +36,16 @@ void addOptions(CLI::App& app, SOptions& options)
         options.simLog = file;
     };
     addText(app, "--sim", takeSim,
-            "Start with a simulated gateway in this program; FILE: a log of candump is played on its bus", "[FILE]")
+            "Start with a simulated gateway in this program; FILE: a candump log to play on its bus", "[FILE]")
         .optionalValue();
     addTexts(app, "TARGETS", options.targets,
-             "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
+             "Interfaces to open at the start: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
         .several();
     addText(app, "--baudrate", options.bitRate,
-            "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)",
-            "KBIT")
+            "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (unchanged)", "KBIT")
         .bitRate();
-    addFlag(app, "--scan", options.scan, "Scan the network for gateways at once");
-    addFlag(app, "--dark", options.dark, "Use a dark palette (from then on)");
+    addFlag(app, "--scan", options.scan, "Scan the network for gateways at the start");
+    addFlag(app, "--dark", options.dark, "Use a dark palette, also at later starts");
     addPluginPlace(app, options.place);
     setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
