@@ -14,7 +14,7 @@ namespace
 constexpr double RATE_TOLERANCE = 0.1;
 constexpr double PER_SECOND = 1e6;
 
-/// True when a rate is greater than another one, by more than the tolerance and one message.
+/// Returns true when a rate is greater than another rate by more than the tolerance and one message.
 bool isGreater(double messages, double seconds, double otherMessages, double otherSeconds)
 {
     return (messages - 1) / seconds > (otherMessages + 1) / otherSeconds * (1 + RATE_TOLERANCE);
