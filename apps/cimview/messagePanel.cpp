@@ -95,7 +95,7 @@ void CMessagePanel::pause(bool paused)
 
 QWidget* CMessagePanel::makeFilterBar()
 {
-    m_idEdit->setPlaceholderText(tr("all, or for example 123  120:7F0"));
+    m_idEdit->setPlaceholderText(tr("all; example: 123  120:7F0"));
     m_textEdit->setPlaceholderText(tr("any text or data"));
     m_textEdit->setToolTip(tr("Shows only messages with this text in any column."));
     m_findEdit->setObjectName(QStringLiteral("Find"));

@@ -8,7 +8,7 @@ namespace
 {
 constexpr int SETTLE_MS = 1500;  ///< Time in which all messages under way arrive.
 constexpr int CATCH_UP = 100;    ///< Messages per turn at most, so that buffers do not overflow after a pause.
-constexpr int MAX_CLIENTS = 256; ///< A host that was cut off may connect again before the gateway notices.
+constexpr int MAX_CLIENTS = 256; ///< More than one, as a host may reconnect before the gateway notices the loss.
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {

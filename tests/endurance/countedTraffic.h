@@ -56,8 +56,8 @@ public:
     /// Returns whether the link was lost this many times and all other promises hold; prints the broken ones.
     bool isAsPromised(std::uint64_t losses) const;
 
-    SWay up;            ///< From the host to the gateway.
-    SWay down;          ///< From the gateway to the host.
+    SWay up;            ///< Messages from the host to the gateway.
+    SWay down;          ///< Messages from the gateway to the host.
     std::string events; ///< "error 0 after 5.8 s, sends give 109 after 5.8 s"
 
 private Q_SLOTS:
@@ -79,7 +79,7 @@ private:
     Errors m_errors; ///< Interface errors by number.
     QElapsedTimer m_clock;
     QTimer m_pacer;
-    QElapsedTimer m_sending; ///< Since the pace was set.
+    QElapsedTimer m_sending; ///< Time since the rate was set.
     std::int64_t m_done = 0; ///< Messages of each end since then.
     int m_rate = 0;
     bool m_isHostSilent = false;

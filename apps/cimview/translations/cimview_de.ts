@@ -879,8 +879,8 @@ Anleitung: docs/cimview.md in den Quellen.</translation>
         <translation>A&amp;ufzeichnung</translation>
     </message>
     <message>
-        <source>all, or for example 123  120:7F0</source>
-        <translation>alle, oder zum Beispiel 123  120:7F0</translation>
+        <source>all; example: 123  120:7F0</source>
+        <translation>alle; Beispiel: 123  120:7F0</translation>
     </message>
     <message>
         <source>any text or data</source>
