@@ -112,11 +112,11 @@ void addDetectionOptions(CLI::App& cli, SSimOptions& options)
 
 void addTrafficOptions(CLI::App& cli, SSimOptions& options)
 {
-    COptionGroup traffic(cli, "Traffic (starts when the first host connects)");
+    COptionGroup traffic(cli, "Traffic (starts with the first request of a host)");
     const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: from stdin");
     addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed of the replay", "FLOAT")
         .showDefault(QString::number(options.speed))
-        .group("Traffic (starts when the first host connects)")
+        .group("Traffic (starts with the first request of a host)")
         .needs(replay);
     traffic.flag("--loop", options.loop, "Starts the replay again at its end").needs(replay);
     traffic.number("--generate", options.generate, 1, 200000, "Generated messages per second");
@@ -144,7 +144,7 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
     faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
         .needs(status);
     const COption flood = faults.number("--flood", options.flood, 1, 100000000,
-                                        "Messages sent as fast as possible when the first host connects");
+                                        "Messages sent as fast as possible after the first request of a host");
     const auto spoken = {checksum, end, garbage, cut, merge, delay, mute, status, flood};
     const COption blackHole =
         faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, sends nothing")
