@@ -16,7 +16,7 @@ namespace
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
 /// Time without an answer after which a gateway counts as silent; gateways answer within milliseconds.
 constexpr int SILENCE_MS = 1000;
-constexpr int LOOK_MS = 20;
+constexpr int POLL_MS = 20;
 
 /// Returns the time of day, from seconds since the epoch.
 QString timeOfDay(double seconds)
@@ -42,7 +42,7 @@ CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options) : m_c
     }
     connect(&m_interruption, &CInterruption::interrupted, this, [this] { end(eInterrupted); });
     connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
-    connect(&m_lookTimer, &QTimer::timeout, this, &CGatewayRun::look);
+    connect(&m_pollTimer, &QTimer::timeout, this, &CGatewayRun::poll);
 }
 
 void CGatewayRun::open(double seconds)
@@ -69,7 +69,7 @@ void CGatewayRun::open(double seconds)
             sim->startTraffic();
         }
     }
-    m_lookTimer.start(LOOK_MS);
+    m_pollTimer.start(POLL_MS);
     if (seconds > 0) {
         QTimer::singleShot(static_cast<int>(std::lround(seconds * 1000)), Qt::PreciseTimer, this,
                            [this] { end(eDone); });
@@ -133,7 +133,7 @@ void CGatewayRun::reportBack(SGateway& gateway)
            EColor::eGreen);
 }
 
-void CGatewayRun::look()
+void CGatewayRun::poll()
 {
     for (const auto& gateway : m_gateways) {
         gateway->hosted.updateStatus();

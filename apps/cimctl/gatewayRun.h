@@ -68,7 +68,7 @@ private:
     void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
     void reportBack(SGateway& gateway);
     void reportError(SGateway& gateway, int error);
-    void look();
+    void poll();
     void lookForAnswer();
     void reportConnection(SGateway& gateway);
     void onLogEnded(SGateway& gateway, const QString& error);
@@ -77,7 +77,7 @@ private:
     const CInterruption m_interruption;
     std::vector<std::unique_ptr<SGateway>> m_gateways;
     QElapsedTimer m_sinceOpen;
-    QTimer m_lookTimer; ///< Polls the state, because no signal reports an answer or silence.
+    QTimer m_pollTimer; ///< Polls the state, because no signal reports an answer or silence.
     std::function<void()> m_onAnswer;
     QEventLoop m_loop;
     std::optional<EExitCode> m_exitCode; ///< Set when the run has ended.

@@ -30,7 +30,7 @@ constexpr QSize REPORT_SIZE(560, 400);
 constexpr QSize FRAME_SIZE(20, 60); ///< Approximate size of what the window manager adds around the window.
 
 /// Gives screen readers the name of the program, not the name of the settings store.
-struct SReadApplication : QAccessibleApplication {
+struct SAccessibleApplication : QAccessibleApplication {
     QString text(QAccessible::Text text) const override
     {
         return text == QAccessible::Name ? QGuiApplication::applicationDisplayName()
@@ -40,7 +40,7 @@ struct SReadApplication : QAccessibleApplication {
 
 QAccessibleInterface* describeApplication(const QString& /*className*/, QObject* object)
 {
-    return object == QCoreApplication::instance() ? new SReadApplication : nullptr;
+    return object == QCoreApplication::instance() ? new SAccessibleApplication : nullptr;
 }
 } // namespace
 
