@@ -60,7 +60,7 @@ public:
     QString connectionNotice() const;
     /// The port text of the gateway.
     QString port() const { return m_canInterface->commonInfo().port(); }
-    /// In kbit/s; 0: as the gateway has it.
+    /// In kbit/s; 0: unchanged.
     int bitRate() const { return m_canInterface->baudrate(); }
     /// The first line of the interface's text for one of its errors, which says what happened; the other lines say what
     /// to do. With the number of errors, where there were several.

@@ -1,11 +1,11 @@
 -- Shows T93 traffic in Wireshark and tshark: RM frames over TCP and UDP ("t93"), and the datagrams by which gateways
--- are found ("t93ddt"), as docs/protocol.md describes them. Bytes are taken apart as the plugin does it: what no host
--- gets has no t93.can.id. For another port than 30000 use "Decode as", or tshark -d tcp.port==30001,t93.
+-- are found ("t93ddt"), as docs/protocol.md describes them. Frames are read as the plugin reads them: a frame that it drops
+-- has no t93.can.id. For another port than 30000 use "Decode as", or tshark -d tcp.port==30001,t93.
 
 local t93, ddt = Proto("t93", "T93 RM frame"), Proto("t93ddt", "T93 DDT datagram")
 
 local function note(name, text) return ProtoExpert.new(name, text, expert.group.PROTOCOL, expert.severity.WARN) end
-local function add_text(tree, field, range) -- gives the text, fit for a column
+local function add_text(tree, field, range) -- returns the text, with ? for characters that no column can show
     local foreign = range:string(ENC_UTF_8) == range:raw() and "%c" or "[%c\x80-\xFF]"
     tree:add_packet_field(field, range, ENC_UTF_8)
     return (range:raw():gsub("%z.*", ""):gsub(foreign, "?"))
@@ -37,7 +37,7 @@ local f = {
     firmware = ProtoField.string("t93.firmware", "Firmware version"),
     status = ProtoField.uint8("t93.status", "Status", base.HEX),
     mac = ProtoField.ether("t93.mac", "MAC address"),
-    busload = ProtoField.uint16("t93.busload", "Bus load, frames a second"),
+    busload = ProtoField.uint16("t93.busload", "Bus load, frames per second"),
     interval = ProtoField.uint16("t93.busload.interval", "Measuring interval, ms"),
     bit_rate = ProtoField.uint8("t93.bitrate", "CAN bit rate", base.HEX, BIT_RATES),
 }
@@ -53,8 +53,8 @@ local e = {
 }
 t93.experts = e
 
--- ---- RM frames: payloads. What shows one gets its tree, the payload (nil: empty) and its size, and gives the text of
--- the info column; nil when the payload is too short, as requests and confirmations are.
+-- ---- RM frames: payloads. A function that shows a payload gets its tree, the payload (nil: empty) and its size. It returns
+-- the text of the info column, or nil when the payload is too short, like that of requests and confirmations.
 local SHOW = {}
 
 local function can_message(command, stamp_size)
@@ -76,7 +76,7 @@ end
 can_message(0x00, 0)
 can_message(0x01, 4)
 
--- A payload of one value with so many bytes. `read` gives it, and its text where that is another.
+-- A payload of one value with this number of bytes. `read` returns the value, and its text if that is different.
 local function value(command, field, at, count, read)
     SHOW[command] = function(tree, payload, size)
         if size < at + count then return nil end
@@ -113,11 +113,11 @@ end
 -- ---- RM frames: the stream
 local END, AROUND = 0x0D, 4 -- AROUND: start marker, length, checksum, end marker
 
-local function show_frame(tree, tvb) -- at the beginning of these bytes; gives its text and size
+local function show_frame(tree, tvb) -- at the beginning of these bytes; returns its text and size
     local length, command, wanted = tvb(1, 1):uint(), tvb(2, 1):uint(), 0
     for _, byte in ipairs({ tvb:raw(0, length + 2):byte(1, -1) }) do wanted = bit.bxor(wanted, byte) end
     local is_right, has_end = tvb(length + 2, 1):uint() == wanted, tvb(length + 3, 1):uint() == END
-    -- Behind a wrong checksum the plugin hunts at once. (Where segments are joined there, a frame may be shown twice.)
+    -- After a wrong checksum the plugin searches the next start at once. (If segments are joined here, a frame may be shown twice.)
     local size = (is_right or has_end) and length + AROUND or length + AROUND - 1
     local item, payload = tree:add(t93, tvb(0, size)), length > 1 and tvb(3, length - 1) or nil
     item:add(f.length, tvb(1, 1))
@@ -138,7 +138,7 @@ local function show_frame(tree, tvb) -- at the beginning of these bytes; gives i
     return text, size
 end
 
-local function show_stream(tree, tvb) -- gives the texts, and where a frame begins that does not end here
+local function show_stream(tree, tvb) -- returns the texts, and the begin of a frame that does not end here
     local bytes, texts, at = tvb:raw(), {}, 0
     while at < #bytes do
         local begin = (bytes:find("C[\1-\35]", at + 1) or bytes:find("C$", at + 1) or #bytes + 1) - 1
@@ -155,8 +155,8 @@ local function show_stream(tree, tvb) -- gives the texts, and where a frame begi
     return texts
 end
 
--- Over UDP a frame may begin in one datagram and end in the next: what waits in each direction, and what the datagram
--- of a number was found to go on with.
+-- Over UDP a frame may begin in one datagram and end in the next: the beginnings that wait in each direction, and the
+-- beginning that belongs to the datagram with a number.
 local waiting, begun = {}, {}
 function t93.init() waiting, begun = {}, {} end
 
@@ -176,7 +176,7 @@ function t93.dissector(tvb, pinfo, tree)
         tree:add(t93, whole(cut_at)):set_text("T93, " .. texts[#texts]):add(f.cut, whole(cut_at))
     end
     pinfo.cols.protocol = "T93"
-    if #texts > 0 then -- a segment with the end of one frame and others behind it is shown in two calls
+    if #texts > 0 then -- a segment with the end of a frame and further frames is shown in two calls
         local text = (pinfo.private.t93 and "; " or "") .. table.concat(texts, "; ", 1, math.min(#texts, SHOWN))
         pinfo.private.t93 = "shown"
         pinfo.cols.info:set(text .. (#texts > SHOWN and string.format(" (+%d)", #texts - SHOWN) or ""))
@@ -229,7 +229,7 @@ function ddt.dissector(tvb, pinfo, tree)
         entry:add(d.port, tvb(at + 6, 2))
         entry:add(d.mac, tvb(at + 8, 6))
         add_text(entry, d.type_text, tvb(at + 14, 22))
-        name = add_text(entry, d.host_name, tvb(at + 36, 28)) .. ", " -- the same in all, from a gateway
+        name = add_text(entry, d.host_name, tvb(at + 36, 28)) .. ", " -- a gateway sends the same name in all entries
     end
     if kind == REQUEST then
         askers[pinfo.src_port] = askers[pinfo.src_port] or pinfo.number
