@@ -71,7 +71,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
 constexpr unsigned int LONGEST_END_S = 2;
 CEventLog* s_warnings = nullptr; ///< Qt's handler of messages has no object.
 
-/// Prints warnings of the library, except that about a bit rate which is meant to stay as the gateway has it.
+/// Prints warnings of the library, except the one about bit rate 0, which means unchanged here.
 void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
     if (text != QLatin1String("Setting baudrate to 0 failed.")) {
