@@ -1,4 +1,4 @@
-// A program for Qt's CAN bus API, without any code for the T93: sends one frame and prints the first frame that it receives.
+// A program for Qt's CAN bus API, without any code for the T93. It sends one frame and prints the first one received.
 #include <QCanBus>
 #include <QCanBusDevice>
 #include <QCoreApplication>
