@@ -1,5 +1,5 @@
-// What callgrind counts: frames through the whole plugin in a single process, so that the number of instructions is the
-// same every time. Run by script/instructions. Only what lies between the toggles is counted.
+// The program that script/instructions measures with callgrind: frames pass through the whole plugin in a single
+// process, so that the number of instructions is the same every time. Only the code between the toggles is counted.
 #include "bench/links.h"
 #include "bench/measuring.h"
 
@@ -20,7 +20,7 @@ constexpr int BATCH = 100; ///< Frames that one socket read brings.
 constexpr int WARM_UP_TURNS = 20;
 const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
 
-/// Puts frames into the plugin's socket, where they lie when this returns.
+/// Writes frames to the plugin's socket. They have arrived there when this returns.
 void deliver(int gateway, int count)
 {
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
@@ -30,7 +30,7 @@ void deliver(int gateway, int count)
     check(::send(gateway, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()), "send");
 }
 
-/// Takes what the plugin has sent.
+/// Reads what the plugin has sent.
 void swallow(int gateway)
 {
     std::vector<std::uint8_t> bytes(READ_SIZE);
@@ -43,7 +43,7 @@ void swallow(int gateway)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    std::thread([] {}).join(); // as most hosts, a process with threads
+    std::thread([] {}).join(); // makes this a process with threads, like most host applications
     const std::string what = argc == 2 ? argv[1] : "";
     const int framesPerTurn = what == "receive-single" ? 1 : BATCH;
     const CLoopbackSocket listener(EProtocol::eTcp); // stands for the gateway

@@ -70,7 +70,7 @@ public:
             m_socket->connectToHost(m_host, port);
             m_socket->waitForConnected(PATIENCE_S * 1000);
             m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        } else { // bound, not connected, like the plugin's
+        } else { // bound but not connected, like the socket of the plugin
             m_socket = std::make_unique<QUdpSocket>();
             m_socket->bind(m_host, 0);
         }
@@ -106,9 +106,9 @@ private:
     }
 
     const QHostAddress m_host{QHostAddress::LocalHost};
-    const std::uint16_t m_port; ///< of the gateway
+    const std::uint16_t m_port; ///< Port of the gateway.
     std::unique_ptr<QAbstractSocket> m_socket;
-    QUdpSocket* m_udp = nullptr; ///< the same, when it is one
+    QUdpSocket* m_udp = nullptr; ///< `m_socket` when it is a UDP socket.
     CFrameReader m_reader;
 };
 

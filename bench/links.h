@@ -44,8 +44,8 @@ protected:
 /// at once.
 std::unique_ptr<CLink> makeRawLink(EProtocol protocol, std::uint16_t port);
 
-/// A bare QTcpSocket or QUdpSocket in the event loop, with the raw side's parser: what is left of a plugin in Qt when
-/// it does nothing. Each message is flushed.
+/// A bare QTcpSocket or QUdpSocket in the event loop, with the parser of the raw side: the cost of Qt without a plugin.
+/// Each message is flushed.
 std::unique_ptr<CLink> makeQtLink(EProtocol protocol, std::uint16_t port);
 
 /// The plugin: an open interface, drained after every turn of the event loop.

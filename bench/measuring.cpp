@@ -22,7 +22,7 @@ double nanoseconds(clockid_t clock)
 
 namespace
 {
-/// Returns the value below which `share` (0 to 1) of the values lie, between two of them if need be.
+/// Returns the value below which `share` (0 to 1) of the values lie, interpolated between two values.
 double quantile(Values values, double share)
 {
     std::sort(values.begin(), values.end());

@@ -10,7 +10,7 @@ namespace vexmor::Bench
 
 double nanoseconds(clockid_t clock);
 
-/// What an action takes, in ns: CPU time of this process, and time on the wall.
+/// The cost of an action in ns: CPU time of this process, and elapsed time.
 struct SCost {
     double cpu = 0;
     double wall = 0;
@@ -34,27 +34,27 @@ void repeat(int times, Action&& action)
     }
 }
 
-/// What was measured of one thing, one value per round.
+/// The measured values of one quantity, one per round.
 using Values = std::vector<double>;
 
-/// 0 when there are no values.
+/// Returns the median, or 0 without values.
 double median(const Values& values);
 
-/// As printf.
+/// Returns a text that is formatted as by printf.
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
-/// A figure with about three digits that count.
+/// Returns a number with about three significant digits.
 std::string figure(double value);
-/// The ratios round by round, since what else the machine does meets both sides of a round alike: the median and where
-/// the middle half lies, "1.40 (1.36-1.44)". Empty when a side was not measured.
+/// Returns the median of the ratios of all rounds, and the range of the middle half: "1.40 (1.36-1.44)". Other load on
+/// the machine affects both sides of a round alike. Empty when a side was not measured.
 std::string ratio(const Values& of, const Values& to);
 
-/// Prints a promise that does not hold; returns whether it holds.
+/// Returns whether a promise holds, and prints it when it does not.
 bool holds(const char* promise, bool isTrue);
 
-/// What this process holds now.
+/// The resources that this process uses.
 struct SResources {
     double residentKib = 0;
-    double heapKib = 0; ///< allocated and not freed
+    double heapKib = 0; ///< Memory that is allocated and not freed.
     int descriptors = 0;
 
     SResources operator-(const SResources& before) const
@@ -63,12 +63,12 @@ struct SResources {
     }
 };
 SResources resources();
-/// "memory 1 KiB, heap 2 KiB, descriptors 3"
+/// Returns a text like "memory 1 KiB, heap 2 KiB, descriptors 3".
 std::string textOf(const SResources& resources);
-/// Returns whether a process that has grown by so much is flat; prints when it is not.
+/// Returns whether a process has not grown, and prints the growth when it has.
 bool isFlat(const SResources& grown, double memoryLimitKib);
 
-// A table in Markdown, whose first column is text and whose others are figures. Each row is printed as it comes.
+// A table in Markdown with a first column of text and further columns of numbers. Each row is printed at once.
 void printHead(const std::vector<std::string>& cells);
 void printRow(const std::vector<std::string>& cells);
 

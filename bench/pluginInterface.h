@@ -7,26 +7,25 @@
 #include <functional>
 #include <memory>
 
-/// What a host has of the plugin: everything by way of the contract.
+/// The plugin as a host application uses it, by the contract alone.
 namespace vexmor::Bench
 {
 
-/// The plugin, loaded once. Throws std::runtime_error when it cannot be.
+/// Returns the plugin, which is loaded once. Throws std::runtime_error when it cannot be loaded.
 Cim::CCanInterfacePlugin& plugin();
 
-/// A closed interface for a gateway.
+/// Returns a closed interface for a gateway.
 std::unique_ptr<Cim::CCanInterface> makeInterface(EProtocol protocol, std::uint16_t port,
                                                   const QString& address = QStringLiteral("127.0.0.1"));
 
-/// Opens it; throws std::runtime_error with the interface's own text when it cannot.
+/// Opens the interface. Throws std::runtime_error with the interface's own text when this fails.
 void open(Cim::CCanInterface& canInterface);
-/// Closes it, and frees what Qt would keep until the event loop turns.
+/// Closes the interface, and frees what Qt would keep until the event loop runs.
 void close(Cim::CCanInterface& canInterface);
 
-/// Runs the event loop for so long.
+/// Runs the event loop for this time.
 void runFor(int milliseconds);
-/// Runs the event loop until the condition holds; throws std::runtime_error when an event after PATIENCE_S changes
-/// nothing.
+/// Runs the event loop until the condition holds. Throws std::runtime_error when it does not hold after PATIENCE_S.
 void waitUntil(const std::function<bool()>& condition);
 
 } // namespace vexmor::Bench

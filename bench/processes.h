@@ -17,7 +17,7 @@ void check(bool ok, const char* what);
 /// Keeps the calling process on one processor. Throws std::system_error when it may not run there.
 void stayOn(int processor);
 
-/// A socket bound to 127.0.0.1 and a free port, for TCP listening. Throws std::system_error.
+/// A socket bound to 127.0.0.1 and a free port; a TCP socket listens. Throws std::system_error.
 class CLoopbackSocket
 {
 public:
@@ -28,7 +28,7 @@ public:
 
     std::uint16_t port() const;
     int descriptor() const { return m_socket; }
-    /// Waits for a TCP client, to which small frames leave at once; the socket belongs to the caller.
+    /// Waits for a TCP client and returns its socket, which sends small frames at once and belongs to the caller.
     int acceptClient() const;
 
 private:
@@ -57,17 +57,17 @@ private:
 
 using OnMessage = std::function<void(const SMessage&)>;
 
-/// How messages are written on the wire.
+/// The format of messages on the wire.
 struct SLanguage {
     /// Appends a message to what is sent to a client.
     void (*append)(const SMessage& message, std::vector<std::uint8_t>& bytes);
-    /// Takes whole messages out of what a client sent and returns the number of bytes used up.
+    /// Reads the whole messages that a client has sent, and returns the number of bytes used.
     std::size_t (*parse)(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage);
 };
 extern const SLanguage RM_LANGUAGE; ///< The RM frames of a T93.
 
-/// The least that can stand for a gateway: a process with a plain socket on 127.0.0.1, which handles a CAN message as
-/// the message's identifier says (wire.h) and answers nothing else. It serves one client at a time.
+/// The simplest gateway: a process with a plain socket on 127.0.0.1. The identifier of a CAN message decides what it
+/// does (wire.h); it answers nothing else. It serves one client at a time.
 class CGatewayProcess
 {
 public:

@@ -1,5 +1,5 @@
-// What many gateways in one process cost a host, each at a full bus of 1 Mbit/s. Prints a table in Markdown. See
-// docs/performance.md.
+// Measures the cost of many gateways in one host process, each with a full bus of 1 Mbit/s. Prints a table in Markdown.
+// See docs/performance.md.
 #include "bench/measuring.h"
 #include "bench/pluginInterface.h"
 #include "bench/processes.h"
@@ -33,7 +33,7 @@ constexpr std::size_t SEGMENT = 9; ///< Frames that a gateway joins.
 constexpr int SEND_BUFFER = 256 * 1024;
 constexpr int FRAMES_PER_SECOND = 9000; ///< Frames of 8 data bytes that a bus of 1 Mbit/s carries.
 constexpr std::chrono::nanoseconds TICK(1000000000 / FRAMES_PER_SECOND);
-constexpr std::chrono::milliseconds MAX_LAG(50); ///< A sending process further behind gives up what it missed.
+constexpr std::chrono::milliseconds MAX_LAG(50); ///< A sending process that is further behind skips the missed frames.
 
 /// Gateways at full buses behind one TCP port: every connection is a gateway. They start when all are connected, and
 /// send at the pace of a bus, spread over time, whether the host keeps up or not. What does not fit into a connection's
@@ -66,7 +66,7 @@ void sendAtBusPace(const CLoopbackSocket& listener, std::size_t gateways)
     }
 }
 
-/// An open interface, and what has come from its gateway.
+/// An open interface, and a check of the messages from its gateway.
 struct SBus {
     std::unique_ptr<Cim::CCanInterface> canInterface;
     SSequence sequence;
@@ -83,7 +83,7 @@ struct SBus {
     }
 };
 
-/// Prints the row of so many gateways.
+/// Prints the row for this number of gateways.
 void measure(int gateways, int turns)
 {
     Values nsPerFrame, delivered, heapKib;
@@ -125,8 +125,8 @@ int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     stayOn(HOST_PROCESSOR);
-    std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
-    plugin();                  // loaded before memory is looked at
+    std::thread([] {}).join(); // makes this a process with threads, like most host applications: locks cost more there
+    plugin();                  // loaded before memory is measured
     printHead({"gateways", "CPU per frame, ns", "delivered, %", "lost", "heap per interface, KiB"});
     for (const int gateways : GATEWAYS) {
         if (gateways <= (argc > 2 ? std::atoi(argv[2]) : *std::rbegin(GATEWAYS))) {

@@ -1,5 +1,5 @@
-// What the plugin costs a host from end to end, beside a plain socket, a bare Qt socket and, where it is installed, Qt
-// SerialBus's virtualcan in the same run. Prints a table in Markdown. See docs/performance.md.
+// Measures the cost of the plugin in a host from end to end, and in the same run that of a plain socket, a bare Qt
+// socket and, if installed, virtualcan of Qt SerialBus. Prints a table in Markdown. See docs/performance.md.
 #include "bench/links.h"
 #include "bench/measuring.h"
 
@@ -34,7 +34,7 @@ void exchange(CLink& link, const SMessage& request, int answers, std::uint64_t s
     }
 }
 
-/// The CPU time in ns per frame of bursts that the gateway sends on request.
+/// Returns the CPU time in ns per frame of bursts that the gateway sends on request.
 double receiveBursts(CLink& link, int bursts, int frames)
 {
     const SMessage request{ID_BURST, {static_cast<std::uint8_t>(frames >> 8), static_cast<std::uint8_t>(frames)}};
@@ -45,8 +45,8 @@ double receiveBursts(CLink& link, int bursts, int frames)
     return costOf([&] { repeat(bursts, [&] { exchange(link, request, frames, sum); }); }).cpu / (bursts * frames);
 }
 
-/// The CPU time in ns per message, each sent in a turn of the event loop, without the time in which the gateway catches
-/// up.
+/// Returns the CPU time in ns per message, each sent in its own turn of the event loop, without the time in which the
+/// gateway catches up.
 double send(CLink& link)
 {
     double cpu = 0;
@@ -62,7 +62,7 @@ double send(CLink& link)
     return cpu / (SEND_BATCHES * SEND_BATCH);
 }
 
-/// The median time of a round trip in us.
+/// Returns the median time of a round trip in us.
 double roundTrip(CLink& link)
 {
     Values times;
@@ -76,7 +76,8 @@ struct SSide {
     std::unique_ptr<CLink> (*makeLink)(EProtocol protocol, std::uint16_t port);
     const SLanguage& language;
 };
-using Row = std::pair<std::string, std::function<double(CLink&)>>; ///< Its name, and what a round measures.
+using Row =
+    std::pair<std::string, std::function<double(CLink&)>>; ///< The name of the row, and the measurement of a round.
 
 /// Prints the rows of a protocol. The sides take turns, each with a gateway process of its own on the same processor.
 void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::vector<Row>& rows)
@@ -121,11 +122,11 @@ int main(int argc, char** argv)
     // virtualcan reads the local time for each frame. Without TZ the C library looks at the file of the time zone each
     // time, which would flatter the plugin.
     setenv("TZ", "UTC", 0);
-    setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // virtualcan logs that it is no server
+    setenv("QT_LOGGING_RULES", "qt.canbus.*=false", 0); // virtualcan logs that it is not a server
     const QCoreApplication application(argc, argv);
     const int rounds = argc > 1 ? std::max(std::atoi(argv[1]), 1) : DEFAULT_ROUNDS;
     stayOn(HOST_PROCESSOR);
-    std::thread([] {}).join(); // as most hosts, a process with threads: locks cost more there
+    std::thread([] {}).join(); // makes this a process with threads, like most host applications: locks cost more there
     printHead({"frames of 8 data bytes", "raw", "Qt socket", "plugin", "virtualcan", "plugin / raw",
                "plugin / Qt socket", "virtualcan / plugin"});
     compare(EProtocol::eTcp, OTHER_PROCESSOR, rounds,

@@ -6,31 +6,31 @@
 #include <cstring>
 #include <stdexcept>
 
-/// The frames as the plain-socket side of the measurements knows them: made and taken apart with nothing to spare, so
-/// that they stand for what is possible at all.
+/// The least code that writes and reads RM frames, for the plain socket in the measurements: the limit of what is
+/// possible.
 namespace vexmor::Bench
 {
 
 enum class EProtocol { eTcp, eUdp };
 
-constexpr std::size_t DATA_SIZE = 8; ///< data bytes of every message that is sent here
+constexpr std::size_t DATA_SIZE = 8; ///< Data bytes of every message that is sent here.
 /// Size of such a message in its frame.
 constexpr std::size_t FRAME_SIZE = 15;
 constexpr std::size_t READ_SIZE = 64 * 1024;
-/// Silence on the link after which a measurement is given up.
+/// Time without data after which a measurement is given up.
 constexpr int PATIENCE_S = 5;
 
-// What the gateway process does with a message is said by its identifier.
-constexpr std::uint16_t ID_SWALLOW = 0x100; ///< nothing
-constexpr std::uint16_t ID_ECHO = 0x101;    ///< sends it back
-constexpr std::uint16_t ID_BURST = 0x102;   ///< sends as many messages as data bytes 0 and 1 (high byte first) say
+// The identifier of a message decides what the gateway process does with it.
+constexpr std::uint16_t ID_SWALLOW = 0x100; ///< It drops the message.
+constexpr std::uint16_t ID_ECHO = 0x101;    ///< It sends the message back.
+constexpr std::uint16_t ID_BURST = 0x102;   ///< It sends as many messages as data bytes 0 and 1 say (high byte first).
 
 struct SMessage {
     std::uint16_t id = 0;
     std::array<std::uint8_t, DATA_SIZE> data{};
 };
 
-/// One of a burst.
+/// Returns a message of a burst.
 inline SMessage burstMessage(int number)
 {
     SMessage message{static_cast<std::uint16_t>(number & 0x7FF), {}};
@@ -38,8 +38,8 @@ inline SMessage burstMessage(int number)
     return message;
 }
 
-/// What every host does with a message that it receives: it looks at identifier, length and bytes. The sum over all
-/// shows whether it received what was sent.
+/// Returns the sum of identifier, length and bytes of a message, which every host calculates. The total of all messages
+/// shows whether a host received what was sent.
 inline std::uint64_t lookAt(std::uint16_t id, std::size_t length, const std::uint8_t* data)
 {
     if (length != DATA_SIZE) {
@@ -69,8 +69,8 @@ inline void writeFrame(const SMessage& message, std::uint8_t* frame)
     frame[FRAME_SIZE - 1] = 0x0D;
 }
 
-/// Takes the CAN messages out of a buffer of whole and cut frames, skips other frames, and gives the number of bytes
-/// used up: what is left is the start of a frame. Throws on anything that no gateway sends.
+/// Reads the CAN messages in a buffer and skips other frames. Returns the number of bytes used; the rest is the start
+/// of a frame. Throws on bytes that no gateway sends.
 template <typename OnMessage>
 std::size_t parseFrames(const std::uint8_t* bytes, std::size_t count, OnMessage&& onMessage)
 {
@@ -99,11 +99,11 @@ std::size_t parseFrames(const std::uint8_t* bytes, std::size_t count, OnMessage&
     return used;
 }
 
-/// Takes the messages out of a socket. Any number of these share one buffer.
+/// Reads the messages of a socket. Several readers share one buffer.
 class CFrameReader
 {
 public:
-    /// `read(bytes, size)` gives what the socket has, as recv does. Throws when it gives nothing.
+    /// Reads once by `read(bytes, size)`, which returns a number of bytes like recv. Throws when it returns none.
     template <typename Read, typename OnMessage>
     void readFrom(Read&& read, OnMessage&& onMessage)
     {
@@ -120,21 +120,21 @@ public:
     }
 
 private:
-    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< start of a frame
+    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< Start of a frame.
     std::size_t m_cutSize = 0;
 };
 
-/// Watches messages come in that carry a number in their first four data bytes: each may come once, and only higher
-/// than the ones before.
+/// Checks received messages with a number in their first four data bytes: each number may arrive once, and only after
+/// all lower ones.
 struct SSequence {
     std::uint64_t received = 0;
-    std::uint64_t missing = 0;    ///< numbers that were left out so far
-    std::uint64_t gaps = 0;       ///< how often some were left out, except where that was permitted
-    bool mayMiss = false;         ///< some may be left out before the next message
-    std::uint64_t disordered = 0; ///< came twice, or late
-    std::uint32_t nextNumber = 0; ///< one above the highest so far
+    std::uint64_t missing = 0;    ///< Numbers that have not arrived.
+    std::uint64_t gaps = 0;       ///< Number of unexpected gaps in the sequence.
+    bool mayMiss = false;         ///< A gap before the next message is permitted.
+    std::uint64_t disordered = 0; ///< Messages that arrived twice or too late.
+    std::uint32_t nextNumber = 0; ///< One above the highest number so far.
 
-    /// Of a message with these data bytes.
+    /// Checks a message with these data bytes.
     void take(const std::uint8_t* data)
     {
         std::uint32_t number = 0;

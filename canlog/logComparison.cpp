@@ -14,7 +14,7 @@ namespace
 constexpr double RATE_TOLERANCE = 0.1;
 constexpr double PER_SECOND = 1e6;
 
-/// True when a rate is greater than another one, by more than the tolerance and one message.
+/// Returns true when a rate is greater than another rate by more than the tolerance and one message.
 bool isGreater(double messages, double seconds, double otherMessages, double otherSeconds)
 {
     return (messages - 1) / seconds > (otherMessages + 1) / otherSeconds * (1 + RATE_TOLERANCE);
@@ -137,12 +137,12 @@ Result<bool> CLogComparison::readOn(int count)
 QString CLogComparison::text() const
 {
     const auto count = [](std::size_t number) { return static_cast<qulonglong>(number); };
-    const QString text = Words::tr("identifiers: %1 before, %2 after, %3 of them differ")
+    const QString text = Words::tr("identifiers: %1 before, %2 after; different: %3")
                              .arg(count(m_profiles[0].identifierCount()))
                              .arg(count(m_profiles[1].identifierCount()))
                              .arg(count(differences().size()));
     const int skipped = m_readers[0].skipped() + m_readers[1].skipped();
-    return skipped == 0 ? text : text + Words::tr("; lines that hold no standard frame: %1").arg(skipped);
+    return skipped == 0 ? text : text + Words::tr("; lines without a standard frame: %1").arg(skipped);
 }
 
 } // namespace vexmor::CanLog

@@ -1,5 +1,5 @@
-# Catalogs of translations: NAME_LANGUAGE.ts becomes NAME_LANGUAGE.qm, installed to CIM_TRANSLATION_DIR. The build tree has
-# the same folder, seen from a program: $BUILD/apps/PROGRAM/PROGRAM stands for bin/PROGRAM.
+# Catalogs of translations: NAME_LANGUAGE.ts becomes NAME_LANGUAGE.qm, which is installed to CIM_TRANSLATION_DIR. In the build
+# tree, the folder has the same place relative to a program: $BUILD/apps/PROGRAM/PROGRAM stands for bin/PROGRAM.
 find_package(Qt${CIM_QT} ${CIM_QT_VERSION} REQUIRED COMPONENTS LinguistTools)
 
 set(CIM_TRANSLATION_DIR ${CMAKE_INSTALL_DATADIR}/vexmor${CIM_QT_SUFFIX}/translations)
@@ -7,7 +7,7 @@ file(RELATIVE_PATH CIM_TRANSLATION_DIR_FROM_PROGRAM /${CMAKE_INSTALL_BINDIR} /${
 get_filename_component(CIM_BUILD_TRANSLATION_DIR
     ${PROJECT_BINARY_DIR}/apps/program/${CIM_TRANSLATION_DIR_FROM_PROGRAM} ABSOLUTE)
 
-# cim_add_translations(TARGET FILE...) builds these catalogs together with TARGET. To take over the texts of changed sources:
+# cim_add_translations(TARGET FILE...) builds these catalogs together with TARGET. To update them from changed sources:
 # lupdate -locations none -no-obsolete -I . SOURCES -ts FILE
 function(cim_add_translations target)
     set_source_files_properties(${ARGN} PROPERTIES OUTPUT_LOCATION ${CIM_BUILD_TRANSLATION_DIR})

@@ -1,5 +1,5 @@
-# Builds for 64-bit ARM with Debian's cross compiler, and runs what it built by the emulator. script/aarch64 makes the sysroot:
-# Debian's arm64 packages, with the tools of Qt (moc, rcc, lrelease) of this machine.
+# Builds for 64-bit ARM with Debian's cross compiler and runs the results in the emulator. script/aarch64 makes the sysroot:
+# Debian's arm64 packages, with Qt's tools (moc, rcc, lrelease) of this machine.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)

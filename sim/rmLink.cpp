@@ -1,6 +1,7 @@
 #include "sim/rmLink.h"
 
 #include <QPointer>
+#include <QTimer>
 
 #include <algorithm>
 #include <utility>
@@ -63,6 +64,14 @@ void CRmLink::flush()
     }
 }
 
+void CRmLink::requireFrame(int milliseconds)
+{
+    m_mustBegin = true;
+    auto* const limit = new QObject(this);
+    QTimer::singleShot(milliseconds, limit, [this] { m_peer.tcp->abort(); });
+    connect(this, &CRmLink::frameReceived, limit, &QObject::deleteLater);
+}
+
 void CRmLink::abort()
 {
     m_peer.udp = nullptr;
@@ -83,6 +92,12 @@ void CRmLink::setReading(bool isReading)
 
 void CRmLink::readTcp()
 {
+    if (m_mustBegin && m_peer.tcp->bytesAvailable() > 0) {
+        m_mustBegin = false;
+        if (!m_peer.tcp->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
+            m_peer.tcp->abort();
+        }
+    }
     const QPointer<CRmLink> self(this);
     char bytes[READ_LIMIT];
     while (self && m_isReading && waiting() < SEND_LIMIT / 2 && m_peer.tcp->bytesAvailable() > 0) {

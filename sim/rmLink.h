@@ -61,6 +61,8 @@ public:
     virtual void send(const QByteArray& frame);
     /// Handles bytes from the host: a datagram, or a piece of the stream.
     void receive(const char* bytes, qint64 count);
+    /// Ends a TCP link whose first byte begins no frame, and one without a frame within a time.
+    void requireFrame(int milliseconds);
     /// Ends the link at once; bytes that wait are lost.
     void abort();
 
@@ -82,7 +84,8 @@ private:
     SRmPeer m_peer;
     Cim::CRmDeframer m_deframer;
     bool m_isReading = true;
-    bool m_hasLost = false; ///< Frames were dropped, and the host has not been notified yet.
+    bool m_mustBegin = false; ///< The next byte must begin a frame.
+    bool m_hasLost = false;   ///< Frames were dropped, and the host has not been notified yet.
 };
 
 } // namespace vexmor::Sim

@@ -44,7 +44,7 @@ void CSimDetection::onDatagrams()
         }
         const QHostAddress host = request.senderAddress();
         const auto port = static_cast<std::uint16_t>(request.senderPort());
-        Q_EMIT asked(host, port);
+        Q_EMIT requestReceived(host, port);
         for (const SAnswerer& answerer : m_answerers) {
             const QHostAddress own = answerer.gateway->address();
             const SSimFaults& faults = answerer.gateway->faults();

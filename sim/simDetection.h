@@ -58,8 +58,8 @@ public:
     void setFaults(const SSimDetectionFaults& faults) { m_faults = faults; }
 
 Q_SIGNALS:
-    /// An ident request was received.
-    void asked(const QHostAddress& sender, std::uint16_t port);
+    /// Emitted for each ident request.
+    void requestReceived(const QHostAddress& sender, std::uint16_t port);
 
 private:
     struct SAnswerer {

@@ -7,8 +7,8 @@ namespace vexmor::Sim
 namespace
 {
 constexpr char NOT_AN_END_MARKER = 0x0A;
-constexpr int DELAYED_LIMIT = 10000;    // answers
-constexpr qint64 MEMORY_PER_WRITE = 64; // beside its bytes
+constexpr int DELAYED_LIMIT = 10000;    ///< Answers that may wait for their delay.
+constexpr qint64 MEMORY_PER_WRITE = 64; ///< Bytes that a waiting write needs in addition to its data.
 
 bool isNth(int count, int every)
 {

@@ -53,7 +53,7 @@ private:
     QByteArray m_merged;             ///< Frames that wait to be joined with others.
     int m_mergedCount = 0;           ///< Number of these frames.
     std::deque<QByteArray> m_writes; ///< Writes to be made, one by one.
-    qint64 m_bytesToCome = 0;        ///< Size of these writes, with the memory that each needs besides.
+    qint64 m_bytesToCome = 0;        ///< Size of these writes, with their additional memory.
     QTimer m_pause;                  ///< Pause between two writes while frames are cut.
     int m_delayed = 0;               ///< Number of answers that wait for their delay.
 };

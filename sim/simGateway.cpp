@@ -14,7 +14,7 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int FLOOD_PER_TURN = 500;
-constexpr int FLOOD_TURN_MS = 20;            // a turn ends after so long, however many hosts there are
+constexpr int FLOOD_TURN_MS = 20;            // duration of a turn of the event loop, for any number of hosts
 constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host while flooding
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 } // namespace

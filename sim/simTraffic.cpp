@@ -10,8 +10,7 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int TICK_MS = 1;
-/// Messages in one turn of the event loop end after so long, however many are due: everything else has its turn as
-/// well.
+/// Time for messages in one turn of the event loop, however many are due, so that other events are processed as well.
 constexpr int TURN_MS = 20;
 constexpr int DEVICE_COUNT = 8;
 constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;
@@ -50,7 +49,7 @@ Failure CSimReplay::check()
     if (!count) {
         return count.problem();
     }
-    (void)m_reader.next(); // the first, which is known
+    (void)m_reader.next(); // skips the first entry, which was read before
     return {};
 }
 

@@ -109,24 +109,23 @@ private Q_SLOTS:
         row("dump sim --direction", 2, "", "^error: --direction requires --log or --log-dir\n$");
         row("dump sim --log-dir /nonexistent", 1, "", "^error: .*/nonexistent.*\n$");
         row("dump sim --log-dir /tmp --log a", 2, "", "^error: --log(-dir)? excludes --log");
-        row("send sim - --repeat 2", 2, "", "^error: the standard input cannot be repeated\n$");
+        row("send sim - --repeat 2", 2, "", "^error: the standard input cannot be repeated: .*\n$");
         row("send sim - --sent < /dev/null", 0, "", "sent 0");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "peak [345] %\n$");
-        row("replay sim /dev/null", 2, "", "^error: /dev/null: holds no frame to send\n$");
+        row("replay sim /dev/null", 2, "", "^error: /dev/null: contains no frame to send\n$");
         row("list > /dev/null; printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' "
             "| " CIM_CIMCTL " replay sim -",
-            2, "", "^error: -: holds no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
+            2, "", "^error: -: contains no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
         row("compare /dev/null /nowhere/a.log", 2, "", "^error: /nowhere/a.log: .*\n$");
         for (const char* command : {"compare $'\\xe4.log' /dev/null", "dump sim -n 1 --log $'\\xe4.log'"}) {
             row(command, 2, "", "^error: '.*\\.log': the name is not in UTF-8");
         }
         row("compare <(echo '(1.0) a 123#11') <(printf '(1.0) b 123#12\n(2.0) b 00000123#\n')", 0,
-            "^ID .*\n123  data .* -  11 .* -  12\n$",
-            "^identifiers: 1 before, 1 after, 1 of them differ; lines .*: 1\n$");
+            "^ID .*\n123  data .* -  11 .* -  12\n$", "^identifiers: 1 before, 1 after; different: 1; lines .*: 1\n$");
         row("show hall", 2, "", "^error: no interface is stored under the name 'hall' .*\n$");
-        row("add sim 10.0.0.1", 2, "", "^error: .*'sim'\n$");
-        row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2'\n$");
-        row("add group 224.0.0.1", 2, "", "^error: no gateway can have the address 224.0.0.1\n$");
+        row("add sim 10.0.0.1", 2, "", "^error: .*'sim': .*\n$");
+        row("add 10.0.0.2 10.0.0.1", 2, "", "^error: .*'10.0.0.2': .*\n$");
+        row("add group 224.0.0.1", 2, "", "^error: no gateway can have the address 224.0.0.1: .*\n$");
         row("list; mkdir -p $XDG_CONFIG_HOME/Vexmor/Cim.conf; " CIM_CIMCTL " list", 1, "no interfaces are stored.*\n$",
             "^error: the settings store .*/Vexmor/Cim.conf cannot be read\n$");
         row("list > /dev/null; trap '' XFSZ; ulimit -f 0; " CIM_CIMCTL " add a 10.0.0.1", 1, "",
@@ -214,7 +213,7 @@ private Q_SLOTS:
         QCOMPARE(framesOf(dump.out).size(), 2);
         QCOMPARE(cimctl("dump hall/1 --baudrate 50"_s).exitCode, 2);
         QCOMPARE(cimctl("remove hall/1"_s).exitCode, 0);
-        QVERIFY(cimctl("list"_s).out.endsWith("\nother  T93   IP=127.0.0.1:1:TCP  the gateway's\n"));
+        QVERIFY(cimctl("list"_s).out.endsWith("\nother  T93   IP=127.0.0.1:1:TCP  unchanged\n"));
         QSettings(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat).setValue("CanInterfaces/other"_s, 1);
         QCOMPARE(cimctl("remove other"_s).exitCode, 0); // but not the key beside it
         const QSettings store(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat);

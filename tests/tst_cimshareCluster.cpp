@@ -113,18 +113,29 @@ private Q_SLOTS:
         QVERIFY(share.happened("broker"_s, 2, 60000));
         qInfo("%s: %lld ms without a link", rowName().constData(), static_cast<long long>(clock.elapsed()));
         const int sentMeanwhile = sent;
-        QTRY_COMPARE_WITH_TIMEOUT(timesHeard(sentMeanwhile + 100), 1, 30000);
-        int missing = 0;
-        for (int i = 0; i < sentMeanwhile + 100; ++i) {
-            missing += timesHeard(i) == 0 ? 1 : 0;
-        }
-        int inGap = 0;
-        for (const QJsonObject& gap : share.named("gap"_s)) {
-            inGap += gap.value("text"_s).toString().split(QLatin1Char(' ')).first().toInt();
-        }
+        // While it elects a leader, nats-server ends connections whose publications with QoS 1 it cannot store.
+        int end = 0;
+        QTRY_VERIFY_WITH_TIMEOUT(sent > sentMeanwhile + 100 && timesHeard(end = sent - 20) == 1, 60000);
+        const int losses = share.count("broker"_s) - 1;
+        const auto missingBefore = [&](int number) {
+            int result = 0;
+            for (int i = 0; i < number; ++i) {
+                result += timesHeard(i) == 0 ? 1 : 0;
+            }
+            return result;
+        };
+        const auto allInGaps = [&] {
+            int result = 0;
+            for (const QJsonObject& gap : share.named("gap"_s)) {
+                result += gap.value("text"_s).toString().split(QLatin1Char(' ')).first().toInt();
+            }
+            return result;
+        };
+        const int missing = missingBefore(end);
+        const int inGap = allInGaps();
         qInfo("%d messages are missing, the gap has %d", missing, inGap);
         QVERIFY(missing <= inGap);
-        QVERIFY(inGap <= missing + 200); // a second: those that were confirmed too late
+        QVERIFY(inGap <= missing + 200 * losses); // a second each: those that were confirmed too late
         QVERIFY(isKilled || missing > sentMeanwhile - sentBefore - 100);
         QCOMPARE(static_cast<int>(heard.count("/gap {")), share.count("gap"_s));
         const double gapBegins = heard.mid(heard.indexOf("/gap {\"from\":") + 13, 17).toDouble(); // 0: there is none
@@ -145,7 +156,8 @@ private Q_SLOTS:
         for (int i = 0; i < sent; ++i) {
             QVERIFY2(timesHeard(i) <= 1, qPrintable(floodText(i)));
         }
-        QCOMPARE(share.count("broker"_s), 2);
+        QTRY_COMPARE(share.count("broker"_s), share.count("brokerAway"_s)); // the first of both: 127.0.0.1:1
+        QTRY_VERIFY(missingBefore(sent) <= allInGaps());
     }
 
 private:

@@ -59,8 +59,61 @@ struct SSubscriber {
         return QTest::qWaitFor([&] { return heard.contains(text); }, 10000);
     }
 
+    QByteArray heard; // outlives the program, which may still print while it is stopped
     SProgram program;
-    QByteArray heard;
+};
+
+/// A broker that acknowledges no publication. It keeps what it reads.
+struct SForgetfulBroker : SServer {
+    SForgetfulBroker()
+    {
+        connect(this, &QTcpServer::newConnection, [this] {
+            link = nextPendingConnection();
+            bytes.clear();
+            connect(link, &QTcpSocket::readyRead, [this] {
+                bytes += link->readAll();
+                while (takePacket()) {
+                }
+            });
+        });
+    }
+    bool takePacket()
+    {
+        int length = 0, begin = 1;
+        for (bool more = true; more; ++begin) {
+            if (begin >= bytes.size()) {
+                return false;
+            }
+            more = (bytes.at(begin) & 0x80) != 0;
+            length |= (bytes.at(begin) & 0x7f) << (7 * (begin - 1));
+        }
+        if (bytes.size() < begin + length) {
+            return false;
+        }
+        const QByteArray body = bytes.mid(begin, length);
+        const int type = bytes.at(0) & 0xf0, flags = bytes.at(0) & 0x0f;
+        bytes.remove(0, begin + length);
+        if (type == 0x10) { // connection
+            link->write(hex("20020000"));
+        } else if (type == 0xc0) { // alive?
+            link->write(hex("d000"));
+        } else if (type == 0x30) {
+            const int topicLength = body.at(1), idLength = (flags & 6) != 0 ? 2 : 0;
+            const QByteArray topic = body.mid(2, topicLength).split('/').last();
+            heard.append(QByteArray::number(flags) + ' ' + topic + ' ' + body.mid(2 + topicLength + idLength));
+        }
+        return true;
+    }
+    /// Number of publications with flags and the end of a topic, like "3 state".
+    int count(const QByteArray& begin) const
+    {
+        return static_cast<int>(std::count_if(heard.begin(), heard.end(),
+                                              [&](const QByteArray& one) { return one.startsWith(begin + ' '); }));
+    }
+
+    QPointer<QTcpSocket> link;
+    QByteArray bytes;
+    QList<QByteArray> heard;
 };
 } // namespace
 
@@ -107,6 +160,50 @@ private Q_SLOTS:
         QVERIFY(all.hears("/state {\"bitRate\":0,\"connected\":false,\"connection\":\"silent\","));
         share.end();
         QVERIFY(all.hears("site/state {\"online\":false,"));
+    }
+
+    /// Everything is as the installed schema says, and the state of the service answers for the interfaces.
+    void publishesJson()
+    {
+        REQUIRE_TOOL("jsonschema");
+        SBroker broker;
+        SSubscriber all(broker);
+        SShare share(broker.options("--mqtt-format json --mqtt-last --allow-send"_s));
+        const QByteArray name = share.name.toLatin1(), topic = "site/" + name;
+        const auto state = [&](const QByteArray& flag) {
+            return "site/state {\"connected\":" + flag + ",\"interfaces\":{\"" + name + "\":" + flag + "},\"online\":";
+        };
+        QVERIFY(all.hears(state("1") + '1'));
+        SClock clock;
+        share.gateway.flood(5000); // all identifiers, twice and more
+        QVERIFY(all.hears(topic + "/last/123 {\"time\":"));
+        QVERIFY(all.hears(R"(,"id":291,"data":"0000000000001123","direction":"rx"})"));
+        broker.publish("site/"_s + share.name + "/send"_s,
+                       QByteArray("123#1122\n7FF#\n") + QByteArray("x\n").repeated(20));
+        QVERIFY(all.hears(topic + "/refused {\"further\":"));
+        QVERIFY(all.hears(R"(,"id":291,"data":"1122","direction":"tx"},{"time":)"));
+        share.gateway.sendStatus(0x08);
+        QVERIFY(all.hears(topic + "/error {\"number\":8,"));
+        QTRY_VERIFY(all.heard.count("/last/123 ") > 1);
+        QVERIFY(all.heard.count("/last/123 ") <= clock.elapsed() / 1000 + 2);
+        broker.program.stop();
+        QVERIFY(share.happened("brokerAway"_s));
+        share.gateway.flood(10);
+        broker.start(); // it has forgotten everything
+        QVERIFY(share.happened("gap"_s));
+        SSubscriber later(broker);
+        QVERIFY(later.hears(topic + "/gap {\"from\":"));
+        QVERIFY(later.hears(topic + "/last/7FF {"));
+        share.program.kill();
+        QVERIFY(share.program.waitForFinished());
+        QVERIFY(later.hears(state("0") + '0'));
+        const QTemporaryDir folder;
+        const QString file = writeFile(folder, all.heard + later.heard);
+        const SOutcome kinds = run(QStringLiteral(CIM_MQTT_SCHEMA " ") + file);
+        QVERIFY2(kinds.exitCode == 0, kinds.err);
+        QCOMPARE(kinds.out, QByteArray("error gap load message messages refused service state\n"));
+        share.start(); // to end well
+        QVERIFY(share.happened("broker"_s));
     }
 
     void takesMessages()
@@ -235,6 +332,38 @@ private Q_SLOTS:
         QVERIFY(all.hears("/gap {\"from\":"));
         QVERIFY(!isKilled || all.heard.contains("\"messages\":1000,"));
         QTRY_VERIFY((share.put("123#"), all.heard.contains(" 123# R")));
+    }
+
+    /// What is published once is sent again after a loss, and before anything newer. It waits within limits.
+    void brokerThatAcknowledgesNothing()
+    {
+        SForgetfulBroker broker;
+        SShare share("--allow-send --mqtt-topic site --mqtt 127.0.0.1:%1"_s.arg(broker.serverPort()));
+        QTRY_VERIFY(broker.heard.join().contains(R"("connected":true)"));
+        share.gateway.sendStatus(0x08);
+        QTRY_COMPARE(broker.count("2 error"), 1); // quality 1, not retained
+        share.put("123#");
+        QTRY_COMPARE(broker.count("0 rx"), 1);
+        broker.link->abort();
+        broker.heard.clear();
+        QTRY_COMPARE(broker.count("3 load"), 1); // the last of what each connection begins with
+        QCOMPARE(broker.count("10 error"), 1);   // the same again
+        QCOMPARE(broker.count("0 rx"), 0);
+        const QByteArray send = "site/" + share.name.toLatin1() + "/send", lines = QByteArray("x\n").repeated(100);
+        const auto publish = [&](const QByteArray& payload) {
+            const auto size = static_cast<unsigned int>(send.size() + payload.size() + 2);
+            broker.link->write("\x30" + QByteArray(1, static_cast<char>(size % 128 + 128)) +
+                               static_cast<char>(size / 128) + '\0' + static_cast<char>(send.size()) + send + payload);
+        };
+        for (int i = 1; i <= 100; ++i) { // eleven answers each
+            publish(lines);
+            QTRY_VERIFY(broker.count("2 refused") >= std::min(11 * i, 950));
+        }
+        publish("124#");
+        QTRY_COMPARE(broker.count("0 tx"), 1); // after everything before
+        QVERIFY2(broker.count("2 refused") < 1000, qPrintable(QString::number(broker.count("2 refused"))));
+        const auto isAgain = [](const QByteArray& one) { return one.startsWith('1'); };
+        QVERIFY(std::is_partitioned(broker.heard.begin(), broker.heard.end(), isAgain));
     }
 
     void brokerThatReadsNothing()

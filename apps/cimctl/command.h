@@ -11,29 +11,29 @@
 #include <memory>
 #include <utility>
 
-/// What the commands are made of. A function `addX` adds a command, or several that are alike: what can be typed for it
-/// and what is then done.
+/// The commands of cimctl and what they share. A function `addX` adds one command, or several similar ones, with its
+/// options and its action.
 namespace vexmor::Apps::Cimctl
 {
 
-/// What a command works with.
+/// The parts of the program that every command uses.
 struct SContext {
     COutput& output;
     CDiagnostics& diagnostics;
     const SPluginPlace& place;
 };
 
-/// Does what was typed. Throws an SProblem when it cannot go on, but only before its event loop runs.
+/// Runs a command and returns its exit code. Throws an SProblem on failure, but only before its event loop runs.
 using Action = std::function<EExitCode(SContext&)>;
 
-/// Adds a command to the parser, which sets `chosen` when it is typed.
+/// Adds a command to the parser, which sets `chosen` to its action when the user types it.
 inline CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& name, const std::string& help,
                             Action action)
 {
     return addSubcommand(app, name, help, [&chosen, action = std::move(action)] { chosen = action; });
 }
 
-/// The same with options, which the caller adds to the parser; both belong to the parser.
+/// Adds a command with options, which the caller adds to the parser. The parser owns the command and the options.
 template <typename Options>
 std::pair<CLI::App&, Options&> addCommand(CLI::App& app, Action& chosen, const std::string& name,
                                           const std::string& help, EExitCode (*act)(SContext&, const Options&))
@@ -71,7 +71,7 @@ T valueOf(Result<T> result)
     throw wrongUsage(text);
 }
 
-/// Returns the plugins that can be used, one at least.
+/// Returns the usable plugins, at least one. Throws a problem when there is none.
 inline std::vector<SPlugin> plugins(const SContext& context)
 {
     SPluginSearch search = searchPlugins(context.place);

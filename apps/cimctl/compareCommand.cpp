@@ -1,4 +1,4 @@
-// The command that needs no gateway, only logs: compare.
+// The command that compares two logs: compare.
 #include "apps/cimctl/command.h"
 #include "canlog/logComparison.h"
 
@@ -8,7 +8,7 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-constexpr int ENTRIES_PER_CALL = 100000; ///< entries that are read in a row
+constexpr int ENTRIES_PER_CALL = 100000; ///< Log entries read per call.
 
 struct SCompareOptions {
     QString before;
@@ -65,9 +65,9 @@ void addCompare(CLI::App& app, Action& chosen)
 {
     const auto [command, options] =
         addCommand(app, chosen, "compare",
-                   "Compare two logs: identifiers that are missing, new, or whose rate or data differ", compare);
-    addText(command, "BEFORE", options.before, "A log of candump").required();
-    addText(command, "AFTER", options.after, "The log that is compared with it").required();
+                   "Compare two logs: print the identifiers that are missing, new, or differ in rate or data", compare);
+    addText(command, "BEFORE", options.before, "The earlier log, in candump's format; -: standard input").required();
+    addText(command, "AFTER", options.after, "The later log").required();
     addExamples(command, {"cimctl compare monday.log tuesday.log", "cimctl compare monday.log - --json < tuesday.log"});
 }
 

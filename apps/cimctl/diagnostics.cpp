@@ -11,10 +11,10 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-CDiagnostics* s_diagnostics = nullptr; ///< what Qt and the library call are plain functions
-std::recursive_mutex s_mutex; ///< for the pointer: they call from any thread, and while one of them is answered
+CDiagnostics* s_diagnostics = nullptr; ///< The object, for the plain functions that Qt and the library call.
+std::recursive_mutex s_mutex;          ///< Protects the pointer; the functions are called from any thread, and nested.
 
-/// Does something with the object in its thread: at once, or when its event loop runs.
+/// Calls `act` with the object in its thread: at once in this thread, otherwise when its event loop runs.
 template <typename Act>
 void inMainThread(Act act)
 {
@@ -48,7 +48,7 @@ CDiagnostics::~CDiagnostics()
         const std::lock_guard<std::recursive_mutex> lock(s_mutex);
         s_diagnostics = nullptr;
     }
-    QCoreApplication::sendPostedEvents(this); // what other threads had to say
+    QCoreApplication::sendPostedEvents(this); // messages that other threads have posted
 }
 
 void CDiagnostics::warn(const QString& text)

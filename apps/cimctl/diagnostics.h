@@ -8,28 +8,28 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// Hands what Qt and the core library have to say, in whatever thread, to the output. One object in a program, in the
-/// main thread.
+/// Passes messages of Qt and log lines of the core library, from any thread, to the output. A program has one object,
+/// in the main thread.
 ///
-/// Warnings are held at first: a command that fails says by its code what they say.
+/// Warnings are held at first, because the error of a command that fails says the same.
 class CDiagnostics : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `verbose` shows also debug lines, and warnings of a command that failed. Log lines of the core library from
-    /// `logLevel` on are shown (20 progress, 30 refused operations, 50 errors); 0: none. `output` must outlive the
-    /// object.
+    /// With `verbose`, debug lines and the warnings of a failed command are shown as well. Log lines of the core
+    /// library are shown from `logLevel` on (20 progress, 30 refused operations, 50 errors); 0 shows none. `output`
+    /// must outlive the object.
     CDiagnostics(COutput& output, bool verbose, int logLevel);
     ~CDiagnostics() override;
 
     bool isVerbose() const { return m_verbose; }
     void warn(const QString& text);
-    /// A warning with this text is no news, and is not shown.
+    /// Hides warnings with this text, because they are expected.
     void expect(const QString& text) { m_expected = text; }
-    /// The command runs: shows the warnings held so far, and those to come at once.
+    /// Shows the warnings held so far, and all later ones at once. To be called when the command runs.
     void release();
-    /// The command failed.
+    /// Drops the warnings held so far, unless `verbose` is set. To be called when the command has failed.
     void drop();
 
 private:

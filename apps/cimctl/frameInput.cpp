@@ -20,7 +20,7 @@ void CFrameInput::read()
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
-    m_notifier.setEnabled(false); // until `next` needs more
+    m_notifier.setEnabled(false); // until `next` needs more input
     if (count > 0) {
         m_bytes.append(piece, static_cast<int>(count));
     } else {

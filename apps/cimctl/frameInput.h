@@ -10,26 +10,26 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// Frames that come over the standard input, ID#DATA, one per line; empty lines and comments (#) are skipped. Keeps
-/// at most one piece of the input, and reads on when that is used up.
+/// Reads frames from the standard input, ID#DATA, one per line; skips empty lines and comments (#). Keeps at most one
+/// piece of the input and reads the next piece when the first one is used up.
 class CFrameInput : public QObject
 {
     Q_OBJECT
 
 public:
-    static constexpr int MAX_LINE = 4096; ///< bytes
+    static constexpr int MAX_LINE = 4096; ///< Bytes.
 
     CFrameInput();
 
-    /// Takes the next frame; false while none has come, and after the end.
+    /// Takes the next frame. Returns false when none has arrived yet, and after the end.
     bool next(Cim::CCanMessage& message);
-    /// The input ended, or a line is wrong.
+    /// Returns true when the input has ended or a line is wrong.
     bool hasEnded() const { return m_hasEnded; }
-    /// What is wrong, with the number of the line.
+    /// Returns what is wrong, with the number of the line, or nothing.
     const Failure& failure() const { return m_failure; }
 
 Q_SIGNALS:
-    /// `next` or `hasEnded` has news.
+    /// Emitted when `next` or `hasEnded` may return something else than before.
     void changed();
 
 private:
@@ -37,8 +37,8 @@ private:
     void fail(const QString& why);
 
     QSocketNotifier m_notifier;
-    QByteArray m_bytes; ///< lines that were not taken yet; the last one may be incomplete
-    int m_line = 0;     ///< number of the last line that was taken
+    QByteArray m_bytes; ///< Lines that were not taken yet; the last one may be incomplete.
+    int m_line = 0;     ///< Number of the last line that was taken.
     bool m_inputEnded = false;
     bool m_hasEnded = false;
     Failure m_failure;

@@ -12,13 +12,13 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-/// The last messages of a log need a few turns of the event loop to the host; over UDP one may be lost.
+/// The last messages of a log need a few turns of the event loop to arrive; over UDP, one may be lost.
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
-/// A gateway answers within milliseconds.
+/// Time without an answer after which a gateway counts as silent; gateways answer within milliseconds.
 constexpr int SILENCE_MS = 1000;
-constexpr int LOOK_MS = 20;
+constexpr int POLL_MS = 20;
 
-/// A time of the day, from seconds since the epoch.
+/// Returns the time of day, from seconds since the epoch.
 QString timeOfDay(double seconds)
 {
     return QDateTime::fromMSecsSinceEpoch(std::llround(seconds * 1000)).toString(QStringLiteral("HH:mm:ss"));
@@ -42,12 +42,12 @@ CGatewayRun::CGatewayRun(SContext& context, const STargetOptions& options) : m_c
     }
     connect(&m_interruption, &CInterruption::interrupted, this, [this] { end(eInterrupted); });
     connect(&output(), &COutput::failed, this, [this] { end(eRefused); });
-    connect(&m_lookTimer, &QTimer::timeout, this, &CGatewayRun::look);
+    connect(&m_pollTimer, &QTimer::timeout, this, &CGatewayRun::poll);
 }
 
 void CGatewayRun::open(double seconds)
 {
-    m_context.diagnostics.expect(QStringLiteral("Setting baudrate to 0 failed.")); // meant so, and told below
+    m_context.diagnostics.expect(QStringLiteral("Setting baudrate to 0 failed.")); // intended, and reported below
     for (const auto& gateway : m_gateways) {
         const int code = gateway->hosted.canInterface().openCommunication();
         if (code != Cim::RC_OK) {
@@ -60,7 +60,7 @@ void CGatewayRun::open(double seconds)
         gateway->summary.start();
         gateway->sinceLink.start();
         if (gateway->hosted.canInterface().baudrate() == 0) {
-            report(*gateway, QStringLiteral("the bit rate of the bus stays as the gateway has it (--baudrate sets it)"),
+            report(*gateway, QStringLiteral("the bit rate of the bus is unchanged (--baudrate sets it)"),
                    {{QStringLiteral("event"), QStringLiteral("bitRateKept")}});
         }
         if (CEmbeddedSim* const sim = gateway->target.sim()) {
@@ -69,7 +69,7 @@ void CGatewayRun::open(double seconds)
             sim->startTraffic();
         }
     }
-    m_lookTimer.start(LOOK_MS);
+    m_pollTimer.start(POLL_MS);
     if (seconds > 0) {
         QTimer::singleShot(static_cast<int>(std::lround(seconds * 1000)), Qt::PreciseTimer, this,
                            [this] { end(eDone); });
@@ -133,7 +133,7 @@ void CGatewayRun::reportBack(SGateway& gateway)
            EColor::eGreen);
 }
 
-void CGatewayRun::look()
+void CGatewayRun::poll()
 {
     for (const auto& gateway : m_gateways) {
         gateway->hosted.updateStatus();
@@ -147,7 +147,7 @@ void CGatewayRun::look()
         if (m_exitCode) {
             return;
         }
-        if (gateway->lostAt && status.isConnected()) { // also where it was regained at once, between two looks
+        if (gateway->lostAt && status.isConnected()) { // also when the link returned between two polls
             reportBack(*gateway);
         } else if (gateway->shown != status.connection) {
             reportConnection(*gateway);
@@ -161,13 +161,14 @@ void CGatewayRun::lookForAnswer()
         std::exchange(m_onAnswer, nullptr)();
     } else if (m_onAnswer && m_sinceOpen.elapsed() >= SILENCE_MS) {
         m_onAnswer = nullptr;
-        output().reportProblem({QStringLiteral("nothing was sent, %1 does not answer: is it a T93 gateway?")
-                                    .arg(gateway().hosted.canInterface().commonInfo().port())});
+        output().reportProblem(
+            {QStringLiteral("nothing was sent, %1 does not answer: check the address, and that it is a T93 gateway")
+                 .arg(gateway().hosted.canInterface().commonInfo().port())});
         end(eRefused);
     }
 }
 
-/// Prints a line on a state that is news. Silence over TCP is none: the link stands, and the bus may be idle.
+/// Reports a new state of the connection. Silence over TCP is not reported: the link exists, and the bus may be idle.
 void CGatewayRun::reportConnection(SGateway& gateway)
 {
     Cim::CCanInterface& canInterface = gateway.hosted.canInterface();
@@ -179,10 +180,11 @@ void CGatewayRun::reportConnection(SGateway& gateway)
     }
     gateway.shown = status.connection;
     if (status.connection == EConnection::eOpen) {
-        report(gateway,
-               QStringLiteral("open, no answer yet: is %1 a T93 gateway?").arg(canInterface.commonInfo().port()),
-               {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
-    } else if (isSilent || status.isConnected()) { // a loss is an error of the interface, which has a line
+        report(
+            gateway,
+            QStringLiteral("open, no answer yet: check that %1 is a T93 gateway").arg(canInterface.commonInfo().port()),
+            {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
+    } else if (isSilent || status.isConnected()) { // reportError prints a line about a loss
         report(gateway, QStringLiteral("gateway: ") + connectionText(status),
                {{QStringLiteral("event"), QLatin1String(connectionName(status.connection))}},
                isSilent ? EColor::eYellow : EColor::ePlain);

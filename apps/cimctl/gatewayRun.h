@@ -22,53 +22,53 @@ namespace vexmor::Apps::Cimctl
 
 /// A gateway that a command works with.
 struct SGateway {
-    /// Throws a problem when there is no such gateway.
+    /// Throws a problem when `text` names no gateway.
     SGateway(SContext& context, const STargetOptions& options, const QString& text);
 
-    /// What the interface says of one of its codes.
+    /// Returns a code of the interface with its text.
     SProblem problemOf(int code) { return {hosted.canInterface().errorCodeToString(code), code}; }
 
     const CTarget target;
     CHostedInterface hosted;
     CSummary summary;
-    EConnection shown = EConnection::eConnected; ///< state of the connection as the last line on it has it
-    QElapsedTimer sinceLink;                     ///< since the link stands without an answer
-    std::optional<double> lostAt;                ///< seconds since the epoch; nothing: the gateway is not lost
+    EConnection shown = EConnection::eConnected; ///< State of the connection that was reported last.
+    QElapsedTimer sinceLink;      ///< Time since the link was established, while no gateway has answered.
+    std::optional<double> lostAt; ///< Start of the present loss, in seconds since the epoch.
 };
 
-/// What all commands that talk to gateways share: open interfaces, until something ends the run (a limit, Ctrl-C, the
-/// end of a log that the simulated gateway plays, an output that takes nothing), and a summary of each.
+/// A run of a command with open interfaces, and a summary of each interface at its end. It ends at a limit, with
+/// Ctrl-C, at the end of the log that the simulated gateway plays, or when the output cannot be written.
 class CGatewayRun : public QObject
 {
 public:
-    /// Finds the gateways, opens nothing yet. Ctrl-C ends the run as interrupted. Throws a problem when there is no
-    /// such gateway.
+    /// Finds the gateways without opening an interface. Throws a problem when a target names no gateway. From then on,
+    /// Ctrl-C ends the run as interrupted.
     CGatewayRun(SContext& context, const STargetOptions& options);
 
     COutput& output() { return m_context.output; }
     const std::vector<std::unique_ptr<SGateway>>& gateways() const { return m_gateways; }
-    /// The one of a command that works with one.
+    /// Returns the gateway of a command that works with one gateway.
     SGateway& gateway() { return *m_gateways.front(); }
 
-    /// Opens all and lets the simulated gateway's traffic begin. The run ends after so many seconds; 0: it does not by
-    /// itself. Throws the interface's code and text when one does not open.
+    /// Opens all interfaces and starts the traffic of simulated gateways. The run ends after `seconds`, or has no time
+    /// limit with 0. Throws the code and text of an interface that cannot be opened.
     void open(double seconds);
-    /// Calls `act` once the first gateway has answered. The run ends as refused when it does not answer within 1 s of
-    /// the opening: over UDP, and at any other server, nothing else shows that there is no gateway.
+    /// Calls `act` as soon as the first gateway has answered. When it has not answered within 1 s of the opening, the
+    /// run ends as refused: an interface also opens over UDP without a gateway, and over TCP at any other server.
     void whenAnswered(std::function<void()> act) { m_onAnswer = std::move(act); }
-    /// Time since they are open.
+    /// Returns the time since the interfaces were opened.
     qint64 openMilliseconds() const { return m_sinceOpen.elapsed(); }
-    /// Ends the run; the first call counts.
+    /// Ends the run with this exit code. Later calls have no effect.
     void end(EExitCode exitCode);
-    /// Waits for the end, prints the summaries, and gives the exit code.
+    /// Waits for the end, prints the summaries and returns the exit code.
     EExitCode waitForEnd();
 
 private:
-    /// A line about one of the gateways, with its name where there are several.
+    /// Reports a line about a gateway, which begins with its name when the run has several gateways.
     void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
     void reportBack(SGateway& gateway);
     void reportError(SGateway& gateway, int error);
-    void look();
+    void poll();
     void lookForAnswer();
     void reportConnection(SGateway& gateway);
     void onLogEnded(SGateway& gateway, const QString& error);
@@ -77,10 +77,10 @@ private:
     const CInterruption m_interruption;
     std::vector<std::unique_ptr<SGateway>> m_gateways;
     QElapsedTimer m_sinceOpen;
-    QTimer m_lookTimer; ///< no signal reports an answer, or silence
+    QTimer m_pollTimer; ///< Polls the state, because no signal reports an answer or silence.
     std::function<void()> m_onAnswer;
     QEventLoop m_loop;
-    std::optional<EExitCode> m_exitCode; ///< nothing: the run has not ended
+    std::optional<EExitCode> m_exitCode; ///< Set when the run has ended.
 };
 
 } // namespace vexmor::Apps::Cimctl

@@ -15,13 +15,13 @@ namespace
 {
 constexpr int LOAD_INTERVAL_MS = 1000;
 constexpr int HALF_INTERVAL_MS = LOAD_INTERVAL_MS / 2;
-constexpr int BAR_WIDTH = 50; ///< characters for 100 percent
+constexpr int BAR_WIDTH = 50; ///< Characters for 100 percent.
 constexpr int BUSY_PERCENT = 50;
 constexpr int CROWDED_PERCENT = 80;
 
 struct SLoadOptions {
     STargetOptions target;
-    double seconds = 0; ///< 0: no limit
+    double seconds = 0; ///< Duration; 0: no limit.
 };
 
 QString qtVersionOf(const QJsonObject& metaData)
@@ -109,7 +109,7 @@ EExitCode load(SContext& context, const SLoadOptions& options)
     CGatewayRun run(context, options.target);
     if (run.gateway().hosted.canInterface().baudrate() == 0) {
         failUsage(
-            QStringLiteral("a gateway counts bits, not percent: load needs the bit rate of the bus (--baudrate)"));
+            QStringLiteral("load needs the bit rate of the bus (--baudrate): a gateway counts messages, not percent"));
     }
     run.open(0);
     QTimer timer;
@@ -134,9 +134,10 @@ void addInfo(CLI::App& app, Action& chosen)
 
 void addLoad(CLI::App& app, Action& chosen)
 {
-    const auto [command, options] = addCommand(app, chosen, "load", "Show the bus load once a second", load);
+    const auto [command, options] = addCommand(app, chosen, "load", "Show the bus load once per second", load);
     options.target.addTo(command);
-    addNumber(command, "-s,--seconds", options.seconds, 1, 1e6, "End so many seconds after the interface is open", "S");
+    addNumber(command, "-s,--seconds", options.seconds, 1, 1e6, "End this many seconds after the interface is open",
+              "S");
     addExamples(command, {"cimctl load hall", "cimctl load 192.168.1.70 --baudrate 500 --json | jq .percent"});
 }
 

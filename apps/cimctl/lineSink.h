@@ -6,8 +6,8 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// A file, or stdout, for lines: buffered, and handed to the system at most 50 ms later (the event loop must run for
-/// that) and in the end. Opened as any QFile.
+/// A file, or stdout, for lines. Lines are buffered and handed to the system within 50 ms, while the event loop runs,
+/// and at the end. It is opened like any QFile.
 class CLineSink : public QFile
 {
     Q_OBJECT
@@ -16,11 +16,11 @@ public:
     CLineSink();
 
     void writeLine(const QByteArray& line);
-    /// Hands everything to the system. Returns false when it was not taken, now or before; see `errorString`.
+    /// Hands all buffered lines to the system. Returns false when this failed now or before; see `errorString`.
     bool handOver();
 
 Q_SIGNALS:
-    /// The system does not take what is written (disk full, reader gone): there is no use in more.
+    /// Emitted when a line could not be written (disk full, closed pipe). Later lines will fail as well.
     void failed();
 
 private:

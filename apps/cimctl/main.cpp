@@ -1,4 +1,4 @@
-// cimctl: works with CAN interfaces from the command line. Here stands what can be typed for all commands.
+// cimctl: works with CAN interfaces from the command line. This file has the options that all commands share.
 #include "apps/cimctl/command.h"
 #include "apps/cli/program.h"
 #include "apps/cli/targetOptions.h"
@@ -10,27 +10,27 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-/// What was typed for all commands together, and what is to be done.
+/// The options that all commands share, and the chosen command.
 struct SOptions {
     bool json = false;
     bool verbose = false;
     bool quiet = false;
-    int logLevel = 0; ///< 0: no log
+    int logLevel = 0; ///< Lowest level of the log lines that are shown; 0: none.
     SPluginPlace place;
     Action action;
 };
 
 void addOptions(CLI::App& app, SOptions& options)
 {
-    addFlag(app, "--json", options.json, "Every line a JSON object, on stdout and on stderr");
-    addFlag(app, "-v,--verbose", options.verbose, "Show warnings that an error tells already, and errors in full");
+    addFlag(app, "--json", options.json, "Print every line as a JSON object, on stdout and on stderr");
+    addFlag(app, "-v,--verbose", options.verbose, "Show errors in full, and also the warnings behind an error");
     addFlag(app, "-q,--quiet", options.quiet,
-            "On stderr, errors alone: no summary, no changes of the state, no warnings");
+            "Print only errors on stderr: no summary, no changes of state, no warnings");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
              "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
     addPluginPlace(app, options.place);
     setFooter(app, "Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage, "
-                   "130 interrupted (Ctrl-C).\nWith nothing at hand: cimctl dump sim --seconds 3");
+                   "130 interrupted (Ctrl-C).\nNo hardware? Try: cimctl dump sim --seconds 3");
 
     addInfo(app, options.action);
     addScan(app, options.action);
@@ -65,7 +65,7 @@ int cimctl(int argc, char** argv)
     SOptions options;
     addOptions(app, options);
     const auto exitCode = app.parse(argc, argv, [&](const SProblem& problem) {
-        // Read apart: the parser gave up in the middle of the line.
+        // The parser stopped before the end of the command line, so `options.json` may not be set yet.
         COutput(QCoreApplication::arguments().contains(QStringLiteral("--json"))).reportProblem({problem.text});
         return exitCodeOf(problem);
     });

@@ -13,8 +13,8 @@ namespace
 {
 const QByteArray INTERFACE_NAME = QByteArrayLiteral("t93");
 constexpr std::int64_t MICROSECONDS = 1000000;
-constexpr int RECORD_MS = 50;                             ///< after which the recorder gets what was shown
-constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH; ///< a blank and two digits for each byte
+constexpr int RECORD_MS = 50;                             ///< Interval at which the recorder gets the messages.
+constexpr int DATA_COLUMNS = 3 * CanLog::MAX_DATA_LENGTH; ///< Width of the data: a blank and two digits per byte.
 
 QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool sending, std::int64_t microseconds)
 {
@@ -30,7 +30,7 @@ QJsonObject jsonOf(const QByteArray& name, const Cim::CCanMessage& message, bool
     return object;
 }
 
-/// A field of a line: without blanks.
+/// Returns the name of a gateway without blanks, because it is a field of a line.
 QByteArray nameOf(const CGatewayRun& run, const SGateway& gateway)
 {
     return run.gateways().size() == 1 ? INTERFACE_NAME
@@ -42,14 +42,14 @@ Failure checkLogFile(const SShowOptions& options)
     const QFileInfo file(options.logFile);
     if (file.isFile() && !options.append && !options.force) {
         return wrongUsage(
-            QStringLiteral("%1 exists (--append continues it, --force replaces it)").arg(options.logFile));
+            QStringLiteral("%1 exists already (--append continues it, --force replaces it)").arg(options.logFile));
     }
-    const bool mayWrite =
-        file.exists() ? !file.isDir() && file.isWritable() : QFileInfo(file.path()).isWritable(); // that is its folder
-    return mayWrite
-               ? Failure()
-               : SProblem{
-                     QStringLiteral("%1 cannot be written: no such folder, or not permitted").arg(options.logFile)};
+    const bool mayWrite = file.exists() ? !file.isDir() && file.isWritable()
+                                        : QFileInfo(file.path()).isWritable(); // for a new file, its folder
+    return mayWrite ? Failure()
+                    : SProblem{QStringLiteral(
+                                   "%1 cannot be written: the folder does not exist, or the permission is missing")
+                                   .arg(options.logFile)};
 }
 } // namespace
 
@@ -62,7 +62,7 @@ CMessagePrinter::CMessagePrinter(CGatewayRun& run, const SShowOptions& options)
     }
     connect(&m_recorder, &CLogRecorder::ended, &run, [this, &run](const QString& problem) {
         m_recordProblem = problem;
-        run.end(eRefused); // which changes nothing when it has ended
+        run.end(eRefused); // has no effect when the run has ended already
     });
     connect(&m_recordTimer, &QTimer::timeout, this, &CMessagePrinter::record);
     if (!options.logFolder.isEmpty()) {
@@ -155,7 +155,7 @@ QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& mess
 {
     const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
     QByteArray line = timeText(now) + CanLog::formatDump(source.name + direction, message);
-    const int data = line.lastIndexOf(']') + 2; // a blank and two digits for each byte
+    const int data = line.lastIndexOf(']') + 2; // the data begins after "[8]" with a blank and two digits per byte
     if (m_options.ascii) {
         line = line.leftJustified(data + DATA_COLUMNS) + "  '" + CanLog::formatAscii(message) + '\'';
     }
@@ -169,8 +169,8 @@ QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& mess
     }
     const auto [known, isFirst] = source.last.try_emplace({message.id().value(), sending}, message);
     const Cim::CCanMessage before = std::exchange(known->second, message);
-    for (int i = static_cast<int>(message.length()) - 1; i >= 0 && !isFirst;
-         --i) { // from the last: it only moves those
+    // From the last byte on, because the colour sequences move the text behind them.
+    for (int i = static_cast<int>(message.length()) - 1; i >= 0 && !isFirst; --i) {
         if (i >= static_cast<int>(before.length()) || before.data()[i] != message.data()[i]) {
             const int at = data + 3 * i + 1;
             line.replace(at, 2, m_output.paint(EColor::eBold, line.mid(at, 2)));

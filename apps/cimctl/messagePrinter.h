@@ -18,54 +18,56 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// Which messages are shown, and how.
+/// The messages that are shown, and their form.
 struct SShowOptions {
     bool received = false;
     bool sent = false;
-    char time = 0;                ///< each line begins with the time: a absolute, d since the line before, z the first
-    bool ascii = false;           ///< each line ends with the data as characters
-    std::vector<SFilter> filters; ///< a message that one of them lets through is shown; none: all are
-    QString logFile;              ///< what is shown is also written here, in candump's log format; empty: nowhere; "-"
-                                  ///< to the output instead of what it shows otherwise
-    bool append = false;          ///< continue a log that exists
-    bool force = false;           ///< replace a log that exists
-    bool direction = false;       ///< each line of the log ends with its direction
-    QString logFolder;            ///< what is shown is also recorded in files in this folder; empty: nowhere
-    bool hourly = false;          ///< a new file of these each hour, not each day
+    /// Time at the begin of each line: a absolute, d since the previous line, z since the first line; 0: none.
+    char time = 0;
+    bool ascii = false;           ///< Each line ends with the data as characters.
+    std::vector<SFilter> filters; ///< Messages that pass one of the filters are shown; all without filters.
+    /// File to which the messages are also written, in candump's log format; empty: none; "-": the log replaces the
+    /// ordinary lines of the output.
+    QString logFile;
+    bool append = false;    ///< An existing log is continued.
+    bool force = false;     ///< An existing log is replaced.
+    bool direction = false; ///< Each line of the log ends with the direction.
+    QString logFolder;      ///< Folder in which the messages are also recorded; empty: none.
+    bool hourly = false;    ///< A recording begins a new file each hour, not each day.
 };
 
-/// Shows the messages of a run: on the output in candump's layout, or as JSON, and in a log file, which is opened with
-/// the first message: a log that exists stays as it is until then.
+/// Shows the messages of a run on the output, in candump's layout or as JSON, and in a log file. The log file is opened
+/// with the first message; an existing log is unchanged until then.
 class CMessagePrinter : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Throws a problem when the log file exists and is to be neither continued nor replaced, and when it could not be
-    /// written. `run` must outlive the printer; it ends when the file
-    /// takes nothing any more.
+    /// Throws a problem when the log file cannot be written, and when it exists and is neither to be continued nor
+    /// replaced. `run` must outlive the printer; the printer ends it when a line cannot be written to the file.
     CMessagePrinter(CGatewayRun& run, const SShowOptions& options);
 
     /// Shows nothing from now on.
     void stop() { m_stopped = true; }
-    /// The exit code of a run that ended with this one: refused, with a line on stderr, when the log lost something.
+    /// Completes the files. Returns `exitCode`, or eRefused, with an error on stderr, when lines were lost.
     EExitCode finish(EExitCode exitCode);
     std::uint64_t shown() const { return m_shown; }
 
 Q_SIGNALS:
-    /// Another message was shown.
+    /// Emitted for each message that was shown.
     void messageShown();
 
 private:
-    /// The messages of a gateway under a name.
+    /// A gateway whose messages are shown.
     struct SSource {
         QByteArray name;
-        std::uint16_t number;                                            ///< of the gateway
-        std::map<std::pair<std::uint16_t, bool>, Cim::CCanMessage> last; ///< by identifier and direction
+        std::uint16_t number; ///< Index of the name in `m_names`.
+        std::map<std::pair<std::uint16_t, bool>, Cim::CCanMessage>
+            last; ///< Last message of each identifier and direction.
     };
 
     void log(const QByteArray& line);
-    /// Hands what was shown to the recorder.
+    /// Hands the messages shown since the last call to the recorder.
     void record();
     void show(SSource& source, const Cim::CCanMessage& message, bool sending);
     QByteArray lineOf(SSource& source, const Cim::CCanMessage& message, bool sending, std::int64_t now);
@@ -76,12 +78,12 @@ private:
     const SShowOptions m_options;
     const bool m_logsToOutput;
     CLineSink m_log;
-    QByteArrayList m_names; ///< of the gateways
+    QByteArrayList m_names; ///< Names of the gateways.
     CLogRecorder m_recorder{QStringLiteral("cimctl-")};
-    std::vector<SBusRecord> m_toRecord; ///< shown since the recorder got some; `source` is an index of `m_names`
+    std::vector<SBusRecord> m_toRecord; ///< Messages for the next call of `record`; `source` is an index of `m_names`.
     QTimer m_recordTimer;
-    QString m_recordProblem;     ///< why the recorder ended; empty: it has not
-    std::int64_t m_timeBase = 0; ///< of the first line, or of the one before; 0: there is none
+    QString m_recordProblem;     ///< Why the recorder has ended; empty while it runs.
+    std::int64_t m_timeBase = 0; ///< Time of the first or of the previous line; 0 before the first line.
     bool m_stopped = false;
     std::uint64_t m_shown = 0;
 };

@@ -117,7 +117,7 @@ void COutput::report(const QString& text, const QJsonObject& object, EColor colo
 void COutput::reportError(const QString& text, const QJsonObject& object, EColor color)
 {
     endOpenLine();
-    m_data.handOver(); // what happened before comes first
+    m_data.handOver(); // keeps the order of stdout and stderr
     if (m_json) {
         std::fprintf(stderr, "%s\n", jsonLine(object).constData());
         return;

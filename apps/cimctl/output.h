@@ -17,47 +17,47 @@ namespace vexmor::Apps::Cimctl
 
 enum class EColor { ePlain, eBold, eDim, eRed, eGreen, eYellow, eCyan };
 
-/// The text as a terminal may get it: characters that do not print (control sequences, in a name that came over the
-/// network) become question marks.
+/// Returns the text with a question mark in place of each character that is not printable: a name from the network may
+/// contain sequences that control a terminal.
 QByteArray printable(const QString& text);
 
-/// Where the program speaks: data on stdout, everything else (errors, warnings, the summary) on stderr, after the data
-/// before it. With `json` every line on either is one JSON object. Colours and other terminal sequences appear only on
-/// a terminal, and none when the environment variable NO_COLOR is set. Lives in the main thread.
+/// The output of the program: data on stdout; errors, warnings and the summary on stderr, in the order of the calls.
+/// With `json`, every line is one JSON object. Colours and other terminal sequences are only printed to a terminal, and
+/// never when the environment variable NO_COLOR is set. The object belongs to the main thread.
 class COutput : public QObject
 {
     Q_OBJECT
 
 public:
-    /// With `quiet`, errors alone appear on stderr.
+    /// With `quiet`, only errors are printed on stderr.
     explicit COutput(bool json, bool quiet = false);
 
     bool isJson() const { return m_json; }
-    /// True when stdout is a terminal.
+    /// Returns true when stdout is a terminal.
     bool isTerminal() const { return m_terminal; }
 
-    /// A line of data; the line end is added.
+    /// Prints a line of data; the line end is added.
     void print(const QByteArray& line);
     void print(const QJsonObject& object);
-    /// A line of titles, and one for each row, in columns.
+    /// Prints a line of titles and one line per row, in columns.
     void printTable(const QStringList& titles, const std::vector<QStringList>& rows);
-    /// A line that the next call writes over; for terminals. Whatever else is printed starts on a line of its own.
+    /// Prints a line that the next call overwrites; for terminals. All other output starts on a new line.
     void printOver(const QByteArray& line);
-    /// The exit code of a program that ends with this one: refused, with a line on stderr, when data was lost.
+    /// Completes the output. Returns `exitCode`, or eRefused, with an error on stderr, when data was lost.
     EExitCode finish(EExitCode exitCode);
 
-    /// A line on stderr, `text` or, for machines, `object`; none with `quiet`.
+    /// Prints a line on stderr, `text` or, with `json`, `object`. Prints nothing with `quiet`.
     void report(const QString& text, const QJsonObject& object, EColor color = EColor::ePlain);
-    /// The same, also with `quiet`.
+    /// Prints a line on stderr also with `quiet`.
     void reportError(const QString& text, const QJsonObject& object, EColor color = EColor::eRed);
-    /// What went wrong: "error 103: TCP connect failed. ..."; without the number when there is none.
+    /// Prints an error on stderr: "error 103: TCP connect failed. ...", without a number when the problem has no code.
     void reportProblem(const SProblem& problem);
 
-    /// The text in a colour, for stdout.
+    /// Returns the text in a colour when stdout shows colours, otherwise unchanged.
     QByteArray paint(EColor color, const QByteArray& text) const;
 
 Q_SIGNALS:
-    /// Data was not taken (disk full, reader gone): there is no use in more.
+    /// Emitted when data could not be written (disk full, closed pipe). Later output will fail as well.
     void failed();
 
 private:
@@ -66,10 +66,10 @@ private:
     const bool m_json;
     const bool m_quiet;
     const bool m_terminal;
-    const bool m_color;      ///< colours on stdout
-    const bool m_errorColor; ///< colours on stderr
+    const bool m_color;      ///< Colours on stdout.
+    const bool m_errorColor; ///< Colours on stderr.
     CLineSink m_data;
-    bool m_lineOpen = false; ///< by printOver
+    bool m_lineOpen = false; ///< The last line is from printOver.
 };
 
 } // namespace vexmor::Apps::Cimctl

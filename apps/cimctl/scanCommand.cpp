@@ -19,30 +19,30 @@ namespace vexmor::Apps::Cimctl
 namespace
 {
 constexpr int PROGRESS_MS = 1000;
-const char* const NOTHING_FOUND = R"(no gateway answered. Look at these in turn:
-  - Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.
-  - Has this computer an address in the gateway's subnet (ip -4 address)?
+const char* const NOTHING_FOUND = R"(no gateway answered. Check in turn:
+  - Is the gateway switched on, and on the same switch? A broadcast does not pass a router, and rarely a WLAN.
+  - Does this computer have an address in the gateway's subnet (ip -4 address)?
   - Does a firewall drop UDP datagrams from port 33333?
-  - Behind a router: ask it directly, cimctl scan --address 192.168.1.70)";
-/// What is shown of an endpoint: the title of its column, and its key in JSON.
+  - Behind a router: request an answer directly, cimctl scan --address 192.168.1.70)";
+/// The columns of the table of endpoints: title, and key in JSON.
 enum EColumn { eName, eAddress, ePort, eProtocol, eRole, eMac, ePcAddress, eColumnCount };
 const std::pair<const char*, const char*> COLUMNS[] = {
     {"NAME", "name"}, {"ADDRESS", "address"}, {"PORT", "port"},           {"PROTOCOL", "protocol"},
     {"ROLE", "role"}, {"MAC", "mac"},         {"PC ADDRESS", "pcAddress"}};
 
 struct SScanOptions {
-    QStringList addresses; ///< asked directly, besides the broadcast
+    QStringList addresses; ///< Addresses that get a request directly, in addition to the broadcast.
     bool save = false;
-    QString bitRate = GATEWAYS_BIT_RATE; ///< for what is stored anew
+    QString bitRate = GATEWAYS_BIT_RATE; ///< Bit rate of newly stored interfaces.
 };
 
-/// What a scan knows better than the store; all else that is stored under the name was the user's choice.
+/// The settings that a scan updates in the store; the user has chosen all others.
 const QLatin1String FOUND_KEYS[] = {StoreKey::PLUGIN_NAME,  StoreKey::INTERFACE_TYPE, StoreKey::PORT_TEXT,
                                     StoreKey::INTERFACE_ID, StoreKey::HOSTNAME,       StoreKey::ADDRESS,
                                     StoreKey::PORT,         StoreKey::PROTOCOL,       StoreKey::SERVICE,
                                     StoreKey::LOCAL_ADDRESS};
 
-/// An endpoint of a gateway, as a user wants to see it. What the interface cannot tell is empty.
+/// An endpoint of a gateway with its cells in the table; a cell is empty when the interface does not know its content.
 struct SEndpoint {
     Cim::CCanInterface* canInterface = nullptr;
     Settings settings;
@@ -77,7 +77,7 @@ void showProgress(COutput& output, int seconds)
     }
 }
 
-/// False when the user interrupted the scan.
+/// Waits for the end of the scan. Returns false when the user has interrupted it.
 bool waitForScan(COutput& output, CInterfaceScan& scan)
 {
     QEventLoop loop;
@@ -133,7 +133,7 @@ void showFound(COutput& output, const std::vector<SEndpoint>& endpoints)
     }
 }
 
-/// What is to be stored for an endpoint. Fails when it has a protocol that no host could load again.
+/// Returns the settings to store for an endpoint. Fails when its protocol is invalid, because no program could load it.
 Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoint, const QString& bitRate)
 {
     if (endpoint.settings.value(StoreKey::PROTOCOL) == QLatin1String("Invalid") || endpoint.name().isEmpty()) {
@@ -153,7 +153,7 @@ Result<Settings> settingsToStore(CInterfaceStore& store, const SEndpoint& endpoi
     return settings;
 }
 
-/// Stores what was found, of several with one name the first that answered.
+/// Stores the endpoints; of several with the same name, the first that answered.
 EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, const QString& bitRate)
 {
     CInterfaceStore store;
@@ -187,8 +187,8 @@ EExitCode storeFound(COutput& output, const std::vector<SEndpoint>& endpoints, c
     return exitCode;
 }
 
-/// Finds gateways and shows their endpoints, all that answered; stores them when that is wanted. What the user had set
-/// for a stored one stays.
+/// Finds gateways, shows all endpoints that answered, and stores them with `--save`. Other settings of an interface
+/// that is stored already are kept.
 EExitCode scan(SContext& context, const SScanOptions& options)
 {
     const std::vector<SPlugin> used{plugins(context).front()};
@@ -210,11 +210,11 @@ EExitCode scan(SContext& context, const SScanOptions& options)
 void addScan(CLI::App& app, Action& chosen)
 {
     const auto [command, options] = addCommand(app, chosen, "scan", "Find the gateways on the network", scan);
-    addTexts(command, "-a,--address", options.addresses, "Ask this address directly, too (for one behind a router)",
-             "ADDRESS");
+    addTexts(command, "-a,--address", options.addresses,
+             "Also send the request to this address (gateway behind a router)", "ADDRESS");
     const COption save =
-        addFlag(command, "--save", options.save, "Store what was found, under the names shown; each is a TARGET then");
-    addText(command, "--baudrate", options.bitRate, "Bit rate to store for new ones, kbit/s (as the gateway has it)",
+        addFlag(command, "--save", options.save, "Store the interfaces found under the names shown, to use as TARGET");
+    addText(command, "--baudrate", options.bitRate, "Bit rate of newly stored interfaces, kbit/s (unchanged)",
             bitRates().join(QLatin1Char('|')).toStdString())
         .bitRate()
         .needs(save);

@@ -14,12 +14,13 @@ constexpr qint64 PATIENCE_MS = 2000;
 constexpr qint64 MAX_WAIT_MS = 24LL * 3600 * 1000;
 constexpr int RETRY_MS = 5;
 constexpr int LINGER_MS = 100;
-/// Messages in one turn of the event loop at most: what comes in has its turn as well.
+/// Messages per turn of the event loop at most, so that received messages are processed in between.
 constexpr int MAX_PER_TURN = 256;
-/// An 11-bit frame with 8 data bytes takes up to 135 bits with all its stuff bits and the pause behind it.
+/// Bits of a frame besides its data: an 11-bit frame with 8 data bytes takes up to 135 bits, with all stuff bits and
+/// the pause after it.
 constexpr double OVERHEAD_BITS = 47;
 constexpr double STUFFING = 1.22;
-/// Where the gateway keeps its own bit rate: what a gateway has by default.
+/// Bit rate that is assumed when the rate of the bus is unknown: the default of a gateway.
 constexpr int ASSUMED_KBIT = 100;
 } // namespace
 
@@ -46,7 +47,7 @@ void CSender::goOn()
     }
 }
 
-/// Returns whether there is a message to send now or later; otherwise waits for the source, or ends.
+/// Fetches the next message of the source. Returns false when there is none; the sender then waits or has finished.
 bool CSender::fetchNext()
 {
     const ENext next = m_source(m_next);
@@ -83,7 +84,7 @@ qint64 CSender::millisecondsToNext() const
 {
     const double due = static_cast<double>(m_next.microseconds - *m_firstMicroseconds) / 1000 / m_speed;
     const qint64 wait = std::llround(due) - m_clock.elapsed();
-    return std::min(wait, MAX_WAIT_MS); // a later turn waits for the rest
+    return std::min(wait, MAX_WAIT_MS); // the next timeout waits for the rest
 }
 
 bool CSender::sendNext()

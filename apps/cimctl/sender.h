@@ -17,20 +17,21 @@ namespace vexmor::Apps::Cimctl
 
 /// Sends a sequence of messages at their times over an open interface.
 ///
-/// When the gateway does not keep up (code 108), the message waits until there is room, for 2 s at most, and those
-/// behind it leave late. Any other refusal drops it: what was meant for an earlier moment is never sent later. The
-/// first refusal of a series is reported, all are counted, and the sequence goes on.
+/// When the gateway does not keep up (code 108), the message waits until it is accepted, for 2 s at most, and later
+/// messages are delayed. After any other code, the message is dropped, so that no message is sent long after its time.
+/// The first refusal of a series is reported, all refusals are counted, and the sequence continues.
 ///
-/// Closing an interface may cut off what the gateway has not put on the bus yet, and nothing tells when it has. So the
-/// end comes only after a bus at the interface's bit rate has had the time to carry everything, and 100 ms more.
+/// An interface that is closed too early may cut off messages that the gateway has not sent to the bus yet, and no
+/// signal reports when they were sent. The sequence therefore ends only after a bus at the interface's bit rate could
+/// have carried all messages, and 100 ms more.
 class CSender : public QObject
 {
     Q_OBJECT
 
 public:
     enum class ENext { eMessage, eLater, eEnd };
-    /// Gives the next message with its time in microseconds (only differences count), if there is one. After eLater the
-    /// source calls `goOn` when it has more.
+    /// Delivers the next message with its time in microseconds, of which only differences matter. A source that returns
+    /// eLater calls `goOn` when it has the next message.
     using Source = std::function<ENext(CanLog::SLogEntry& entry)>;
 
     /// `speed` 2 sends twice as fast. `run` must outlive the sender.
@@ -38,9 +39,9 @@ public:
 
     /// Starts with the first message. `finished` may be emitted at once.
     void start();
-    /// The source, which had nothing to give, has something now.
+    /// Continues after eLater. To be called when the source has the next message or has ended.
     void goOn();
-    /// True when a message was refused.
+    /// Returns true when a message was refused.
     bool hasRefused() const { return m_hasRefused; }
 
 Q_SIGNALS:
@@ -60,25 +61,25 @@ private:
     const double m_speed;
 
     CanLog::SLogEntry m_next;
-    std::optional<std::int64_t> m_firstMicroseconds; ///< nothing: no message has come
-    bool m_isWaiting = false;                        ///< for the source
+    std::optional<std::int64_t> m_firstMicroseconds; ///< Time of the first message.
+    bool m_isWaiting = false;                        ///< Waits for the source.
     QTimer m_timer;
     QElapsedTimer m_clock;
-    qint64 m_waitingSince = -1; ///< ms on the clock since when the gateway takes nothing; -1: it does
-    int m_lastCode = 0;         ///< of the last message that was sent or refused
+    qint64 m_waitingSince = -1; ///< Clock in ms since when the gateway accepts nothing; -1: it accepts.
+    int m_lastCode = 0;         ///< Code of the last message that was sent or refused.
     bool m_hasRefused = false;
-    double m_busFreeAt = 0; ///< ms on the clock when the bus can have carried what was sent
+    double m_busFreeAt = 0; ///< Clock in ms at which the bus could have carried all messages.
 };
 
-/// What all commands that send have in common: where to, and what is shown of it.
+/// The options that all sending commands share: the target, and what is shown of the messages.
 struct SSending {
     STargetOptions target;
     SShowOptions show;
 };
 
-/// Sends all messages of a source; the command ends with it.
+/// Sends all messages of a source and returns the exit code of the command.
 EExitCode sendAll(SContext& context, const SSending& options, CSender::Source source, double speed);
-/// Sends frames from the standard input as they come, with at least so many milliseconds from one to the next.
+/// Sends frames from the standard input as they arrive, at least `interval` milliseconds apart.
 EExitCode sendInput(SContext& context, const SSending& options, double interval);
 
 } // namespace vexmor::Apps::Cimctl

@@ -23,7 +23,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
     QJsonObject values;
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
         bool isNumber = std::find(std::begin(NUMBERS), std::end(NUMBERS), entry.key()) != std::end(NUMBERS);
-        const int number = isNumber ? entry.value().toInt(&isNumber) : 0; // or what another program stored
+        const int number = isNumber ? entry.value().toInt(&isNumber) : 0; // another program may have stored any text
         values.insert(entry.key(), isNumber ? QJsonValue(number) : QJsonValue(entry.value()));
     }
     return {{QStringLiteral("event"), QStringLiteral("interface")},
@@ -34,7 +34,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
 [[noreturn]] void failUnknown(const QString& name)
 {
     failUsage(
-        QStringLiteral("no interface is stored under the name '%1' (cimctl list shows those that are)").arg(name));
+        QStringLiteral("no interface is stored under the name '%1' (cimctl list shows the stored names)").arg(name));
 }
 
 EExitCode list(SContext& context, const bool& namesOnly)
@@ -52,10 +52,9 @@ EExitCode list(SContext& context, const bool& namesOnly)
             output.print(printable(name));
         } else {
             const QString rate = settings.value(StoreKey::BAUDRATE);
-            rows.push_back(
-                {name, settings.value(StoreKey::INTERFACE_TYPE), settings.value(StoreKey::PORT_TEXT),
-                 rate == GATEWAYS_BIT_RATE ? QStringLiteral("the gateway's") : rate + QStringLiteral(" kbit/s"),
-                 settings.value(StoreKey::HOSTNAME)});
+            rows.push_back({name, settings.value(StoreKey::INTERFACE_TYPE), settings.value(StoreKey::PORT_TEXT),
+                            rate == GATEWAYS_BIT_RATE ? QStringLiteral("unchanged") : rate + QStringLiteral(" kbit/s"),
+                            settings.value(StoreKey::HOSTNAME)});
         }
     }
     if (!rows.empty()) {
@@ -112,17 +111,20 @@ EExitCode add(SContext& context, const SAddOptions& options)
     CInterfaceStore store;
     require(store.failure());
     if (options.name.isEmpty() || isSimTarget(options.name) || isAddress(options.name)) {
-        failUsage(QStringLiteral("an interface cannot be stored under the name '%1'").arg(options.name));
+        failUsage(
+            QStringLiteral("an interface cannot be stored under the name '%1': it must not be empty, an address or sim")
+                .arg(options.name));
     }
     if (store.contains(options.name) && !options.replace) {
-        failUsage(QStringLiteral("'%1' is stored already (--replace stores another in its place)").arg(options.name));
+        failUsage(QStringLiteral("'%1' is stored already (--replace replaces it)").arg(options.name));
     }
     const Settings settings = valueOf(readAddress(options.address, options.settings));
     const QHostAddress address(settings.value(StoreKey::ADDRESS));
     const bool isTcp = settings.value(StoreKey::PROTOCOL) != QLatin1String("UDP");
     if (address.isMulticast() || address == QHostAddress(QHostAddress::AnyIPv4) ||
         (isTcp && address == QHostAddress(QHostAddress::Broadcast))) {
-        failUsage(QStringLiteral("no gateway can have the address %1").arg(address.toString()));
+        failUsage(QStringLiteral("no gateway can have the address %1: use the address of one device")
+                      .arg(address.toString()));
     }
     const std::unique_ptr<Cim::CCanInterface> canInterface(plugins(context).front().object->createInterface());
     require(applySettings(*canInterface, settings));
@@ -138,13 +140,14 @@ void addStoreCommands(CLI::App& app, Action& chosen)
     addExamples(listCommand, {"cimctl list", "cimctl list --names"});
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);
-    addText(command, "NAME", options.name, "Its name, from then on a TARGET").required();
+    addText(command, "NAME", options.name, "Name of the interface, to use as TARGET").required();
     addText(command, "ADDRESS", options.address, "ADDRESS[:PORT][:TCP|:UDP] of the gateway, or a port text (IP=...)")
         .required();
     addInterfaceSettings(command, options.settings);
     addSetting(command, "--hostname", options.settings, StoreKey::HOSTNAME, "TEXT", "Host name of the gateway");
-    addSetting(command, "--description", options.settings, StoreKey::DESCRIPTION, "TEXT", "Text to show to users");
-    addFlag(command, "--replace", options.replace, "Replace what is stored under the name");
+    addSetting(command, "--description", options.settings, StoreKey::DESCRIPTION, "TEXT",
+               "Description that is shown to users");
+    addFlag(command, "--replace", options.replace, "Replace the interface stored under this name");
     addExamples(command, {"cimctl add hall 192.168.1.70 --baudrate 500",
                           "cimctl add stage 192.168.1.71:30000:UDP --local-address 192.168.1.20"});
 

@@ -6,9 +6,9 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-/// Short enough to see every value of an interface that measures at its default pace of 800 ms.
+/// Short enough to see every value of an interface with the default interval of 800 ms.
 constexpr int BUSLOAD_SAMPLE_MS = 400;
-/// An interface reports 0 until its first measurement, which takes no longer than this by default.
+/// Time after which the first bus load is known by default; until then, an interface reports 0.
 constexpr int FIRST_BUSLOAD_MS = 2000;
 } // namespace
 
@@ -42,7 +42,7 @@ void CSummary::sampleBusload()
 std::pair<QString, QJsonObject> CSummary::finish()
 {
     m_busloadTimer.stop();
-    sampleBusload(); // a short session ends before the timer could see its only value
+    sampleBusload(); // a short session may end before the timer has sampled its only value
     const std::uint64_t received = m_interface.receivedCount();
     const std::uint64_t lost = m_interface.lostCount();
     QString load = QStringLiteral("not measured");

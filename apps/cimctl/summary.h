@@ -14,18 +14,18 @@
 namespace vexmor::Apps::Cimctl
 {
 
-/// Keeps count of what an interface does while it is open.
+/// Counts messages and errors of an open interface, and samples its bus load.
 class CSummary : public QObject
 {
 public:
     /// `hosted` must outlive the summary.
     explicit CSummary(CHostedInterface& hosted);
 
-    /// The interface is open.
+    /// Starts to count. To be called when the interface is open.
     void start();
-    /// A message that the interface refused was given up.
+    /// Counts a message that was refused and dropped.
     void countRefused() { ++m_refused; }
-    /// Returns the last line, as a text and for machines: received, sent, refused, lost, errors, mean and peak bus
+    /// Returns the summary as a text and as a JSON object: received, sent, refused, lost, errors, mean and peak bus
     /// load.
     std::pair<QString, QJsonObject> finish();
 
@@ -37,7 +37,7 @@ private:
     std::uint64_t m_refused = 0;
     std::uint64_t m_errors = 0;
 
-    QElapsedTimer m_sinceUnknown; ///< since the load was not known, at the latest since the start
+    QElapsedTimer m_sinceUnknown; ///< Time since the bus load was last unknown, or since the start.
     QTimer m_busloadTimer;
     int m_busloadSamples = 0;
     std::int64_t m_busloadSum = 0;

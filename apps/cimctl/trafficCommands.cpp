@@ -19,15 +19,15 @@ struct SDumpOptions {
     STargetOptions target;
     SShowOptions show;
     QStringList filters; ///< ID:MASK
-    QStringList frames;  ///< sent once when the interface is open
-    int count = 0;       ///< ends after so many messages are shown; 0: no limit
-    double seconds = 0;  ///< ends so long after the interface is open; 0: no limit
+    QStringList frames;  ///< Frames that are sent once when the interface is open.
+    int count = 0;       ///< Number of messages to show; 0: no limit.
+    double seconds = 0;  ///< Duration after the opening; 0: no limit.
 };
 
 struct SSendOptions : SSending {
     QStringList frames;
     int repeat = 1;
-    double interval = 0; ///< ms from one message to the next
+    double interval = 0; ///< Milliseconds from one message to the next.
 };
 
 struct SReplayOptions : SSending {
@@ -37,10 +37,10 @@ struct SReplayOptions : SSending {
 };
 
 struct SGenOptions : SSending {
-    QString ids = QStringLiteral("0-7FF"); ///< ID or LOW-HIGH
-    int length = -1;                       ///< -1: any
-    int count = 0;                         ///< 0: no end
-    double gap = 200;                      ///< ms
+    QString ids = QStringLiteral("0-7FF"); ///< ID or LOW-HIGH.
+    int length = -1;                       ///< Number of data bytes; -1: any.
+    int count = 0;                         ///< Number of messages; 0: no limit.
+    double gap = 200;                      ///< Milliseconds from one message to the next.
     int seed = 0;
 };
 
@@ -53,7 +53,7 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
     return messages;
 }
 
-/// The end of a line on a log: the frames that were left out, by kind; empty without any.
+/// Returns the end of a message about a log: the number of omitted frames by kind; empty without omitted frames.
 QString leftOutOf(const CanLog::CLogReader& log)
 {
     static const char* const NAMES[] = {"29-bit", "remote", "error", "CAN FD"}; // in the order of EForeign
@@ -63,25 +63,26 @@ QString leftOutOf(const CanLog::CLogReader& log)
             texts.append(QStringLiteral("%1: %2").arg(QLatin1String(NAMES[kind])).arg(count));
         }
     }
-    return texts.isEmpty()
-               ? QString()
-               : QStringLiteral("; a T93 cannot send what is left out (%1)").arg(texts.join(QLatin1String(", ")));
+    return texts.isEmpty() ? QString()
+                           : QStringLiteral("; frames that a T93 cannot send are left out (%1)")
+                                 .arg(texts.join(QLatin1String(", ")));
 }
 
-/// Reads a whole log once: nothing is to be sent of one that breaks off in the middle.
+/// Reads the whole log once, so that nothing is sent of a log that is damaged further down. Throws a problem for a
+/// damaged log and for a log without frames.
 void checkLog(CDiagnostics& diagnostics, CanLog::CLogReader& log, const QString& file)
 {
     const std::uint64_t count = valueOf(log.countAll());
     const QString leftOut = leftOutOf(log);
     if (count == 0) {
-        failUsage(QStringLiteral("%1: holds no frame to send%2").arg(file, leftOut));
+        failUsage(QStringLiteral("%1: contains no frame to send%2").arg(file, leftOut));
     }
     if (!leftOut.isEmpty()) {
         diagnostics.warn(QStringLiteral("%1: frames to send: %2%3").arg(file).arg(count).arg(leftOut));
     }
 }
 
-/// The entries of a log, one after the other; with `loop` it begins again a moment after its end.
+/// Returns a source that delivers the entries of a log. With `loop`, it starts again shortly after the end.
 CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
 {
     constexpr std::int64_t PAUSE_BETWEEN_ROUNDS_US = 1000;
@@ -102,7 +103,7 @@ CSender::Source sourceOfLog(CanLog::CLogReader& log, bool loop)
     };
 }
 
-/// Sends messages; the first that is refused ends the run.
+/// Sends messages. The first message that is refused ends the run.
 void sendAtOnce(CGatewayRun& run, const std::vector<Cim::CCanMessage>& messages)
 {
     for (const Cim::CCanMessage& message : messages) {
@@ -115,7 +116,7 @@ void sendAtOnce(CGatewayRun& run, const std::vector<Cim::CCanMessage>& messages)
     }
 }
 
-/// Prints messages as they come.
+/// Runs `dump`: prints messages as they arrive.
 EExitCode dump(SContext& context, const SDumpOptions& options)
 {
     const std::vector<Cim::CCanMessage> messages = parseFrames(options.frames);
@@ -143,13 +144,13 @@ EExitCode dump(SContext& context, const SDumpOptions& options)
     return printer.finish(run.waitForEnd());
 }
 
-/// Sends messages. Nothing is sent when one of the frames makes no sense; of the standard input, what comes before it
-/// is.
+/// Runs `send`. Nothing is sent when one of the frames is invalid. From the standard input, the frames before an
+/// invalid one are sent.
 EExitCode send(SContext& context, const SSendOptions& options)
 {
     if (options.frames == QStringList{QStringLiteral("-")}) {
         if (options.repeat > 1) {
-            failUsage(QStringLiteral("the standard input cannot be repeated"));
+            failUsage(QStringLiteral("the standard input cannot be repeated: omit --repeat"));
         }
         return sendInput(context, options, options.interval);
     }
@@ -167,7 +168,7 @@ EExitCode send(SContext& context, const SSendOptions& options)
     return sendAll(context, options, source, 1);
 }
 
-/// Sends a log at its own timing. Nothing is sent when one of its lines makes no sense.
+/// Runs `replay`: sends a log with its own timing. Nothing is sent when one of its lines is invalid.
 EExitCode replay(SContext& context, const SReplayOptions& options)
 {
     CanLog::CLogReader log;
@@ -176,7 +177,7 @@ EExitCode replay(SContext& context, const SReplayOptions& options)
     return sendAll(context, options, sourceOfLog(log, options.loop), options.speed);
 }
 
-/// Messages of any content, the same for the same seed.
+/// Returns a source of messages with random content, which is the same for the same seed.
 CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
 {
     return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
@@ -198,7 +199,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
     };
 }
 
-/// Sends messages that are made up.
+/// Runs `gen`: sends random messages.
 EExitCode gen(SContext& context, const SGenOptions& options)
 {
     auto ids = readFilter(options.ids);
@@ -210,34 +211,35 @@ EExitCode gen(SContext& context, const SGenOptions& options)
 
 void addDump(CLI::App& app, Action& chosen)
 {
-    const auto [command, options] = addCommand(app, chosen, "dump", "Print messages as they come", dump);
+    const auto [command, options] = addCommand(app, chosen, "dump", "Print messages as they arrive", dump);
     options.target.addTo(command, STargetOptions::ENumber::eSeveral);
-    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
-    addNumber(command, "-s,--seconds", options.seconds, 0.001, 1e6, "End so many seconds after the interface is open",
+    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after this many messages", "N");
+    addNumber(command, "-s,--seconds", options.seconds, 0.001, 1e6, "End this many seconds after the interface is open",
               "S");
     addFlag(command, "--sent", options.show.sent, "Show sent messages too, and the direction of each");
     const auto takeTime = [&show = options.show](const QString& text) { show.time = text.at(0).toLatin1(); };
     addText(command, "-t,--time", takeTime,
-            "Begin each line with the time: a absolute, d since the line before, z since the first", "a|d|z")
+            "Begin each line with the time: a absolute, d since the previous line, z since the first", "a|d|z")
         .oneOf({"a", "d", "z"});
     addFlag(command, "-a,--ascii", options.show.ascii, "End each line with the data as characters");
-    const COption log = addText(
-        command, "-l,--log", options.show.logFile,
-        "Write the messages to a new file too, in candump's log format; -: to stdout, and nothing else", "FILE");
-    addFlag(command, "--append", options.show.append, "Continue a log that exists").needs(log);
-    addFlag(command, "--force", options.show.force, "Replace a log that exists, with the first message").needs(log);
+    const COption log =
+        addText(command, "-l,--log", options.show.logFile,
+                "Write the messages also to a new file, in candump's log format; -: only that, to stdout", "FILE");
+    addFlag(command, "--append", options.show.append, "Continue an existing log").needs(log);
+    addFlag(command, "--force", options.show.force, "Replace an existing log when the first message arrives")
+        .needs(log);
     addFlag(command, "--direction", options.show.direction,
-            "End each line of the log with R or T: received, sent (Wireshark does not read that)");
+            "End each line of the log with R (received) or T (sent); Wireshark cannot read this");
     const COption folder =
         addText(command, "--log-dir", options.show.logFolder,
-                "Write the messages to files in this folder, named by date and time: a new one each day and after 64 "
+                "Write the messages to files in this folder, named by date and time: a new file each day and after 64 "
                 "MB; ends before the disk is full",
                 "DIR")
             .excludes({log});
-    addFlag(command, "--hourly", options.show.hourly, "A new file each hour").needs(folder);
+    addFlag(command, "--hourly", options.show.hourly, "Begin a new file each hour").needs(folder);
     addTexts(command, "-f,--filter", options.filters,
-             "Show only these identifiers: ID, ID:MASK, LOW-HIGH; ID~MASK: all but these", "FILTER");
-    addTexts(command, "--send", options.frames, "Send this when the interface is open (the first)", "ID#DATA");
+             "Show only these identifiers: ID, ID:MASK or LOW-HIGH; ID~MASK: all but these", "FILTER");
+    addTexts(command, "--send", options.frames, "Send this frame when the (first) interface is open", "ID#DATA");
     addExamples(command, {"cimctl dump hall --filter 200-2FF --log hall.log",
                           "cimctl dump hall stage --time a --log-dir records --hourly"});
 }
@@ -247,12 +249,12 @@ void addSend(CLI::App& app, Action& chosen)
     const auto [command, options] = addCommand(app, chosen, "send", "Send messages", send);
     options.target.addTo(command);
     addTexts(command, "FRAMES", options.frames,
-             "Frames: ID#DATA, hexadecimal, like 123#1122AABB; -: a line each from the standard input", "ID#DATA")
+             "Frames: ID#DATA, hexadecimal, like 123#1122AABB; -: from the standard input, one per line", "ID#DATA")
         .several()
         .required();
-    addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Send all of them so often", "N");
+    addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Repeat the list this many times", "N");
     addNumber(command, "--interval", options.interval, 0, 1e6,
-              "Milliseconds from one message to the next (0: as fast as the gateway takes them)", "MS");
+              "Milliseconds from one message to the next (0: as fast as the gateway accepts them)", "MS");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
     addExamples(command,
                 {"cimctl send hall 123#1122AABB", "cimctl send hall 100#01 101#02 --repeat 10 --interval 100"});
@@ -260,26 +262,26 @@ void addSend(CLI::App& app, Action& chosen)
 
 void addReplay(CLI::App& app, Action& chosen)
 {
-    const auto [command, options] =
-        addCommand(app, chosen, "replay", "Send a log of candump at its own timing", replay);
+    const auto [command, options] = addCommand(app, chosen, "replay", "Send a candump log with its own timing", replay);
     options.target.addTo(command);
     addText(command, "FILE", options.file, "The log: lines like (1398128223.803317) can0 166#D0320009").required();
-    addNumber(command, "--speed", options.speed, 0.001, 1e6, "So many times as fast", "N");
-    addFlag(command, "--loop", options.loop, "Begin again at the end, until Ctrl-C");
+    addNumber(command, "--speed", options.speed, 0.001, 1e6, "Speed factor", "N");
+    addFlag(command, "--loop", options.loop, "Start again at the end, until Ctrl-C");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
     addExamples(command, {"cimctl replay hall hall.log", "cimctl replay hall hall.log --speed 2 --loop"});
 }
 
 void addGen(CLI::App& app, Action& chosen)
 {
-    const auto [command, options] = addCommand(app, chosen, "gen", "Send messages that are made up", gen);
+    const auto [command, options] = addCommand(app, chosen, "gen", "Send random messages", gen);
     options.target.addTo(command);
     addNumber(command, "-g,--gap", options.gap, 0, 1e6, "Milliseconds from one message to the next (200)", "MS");
-    addText(command, "-I,--id", options.ids, "Identifier, or the least and the greatest (0-7FF)", "IDS");
+    addText(command, "-I,--id", options.ids, "Identifier, or lowest and highest identifier (0-7FF)", "IDS");
     addWhole(command, "-L,--length", options.length, 0, CanLog::MAX_DATA_LENGTH, "Data bytes in each message (any)",
              "N");
-    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after so many messages", "N");
-    addWhole(command, "--seed", options.seed, 0, INT_MAX, "The same number makes the same messages (0)");
+    addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after this many messages", "N");
+    addWhole(command, "--seed", options.seed, 0, INT_MAX,
+             "Seed of the random messages: equal seeds send equal messages (0)");
     addFlag(command, "--sent", options.show.sent, "Show what is sent");
     addExamples(command, {"cimctl gen hall --gap 10 --count 1000", "cimctl gen hall --id 100-1FF --length 8 --seed 7"});
 }

@@ -1,7 +1,5 @@
 #include "apps/cimshare/addresses.h"
 
-#include "apps/host/gatewayAddress.h"
-
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -17,7 +15,6 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-constexpr int IPV4_BITS = 32;
 /// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 constexpr int ACCEPT_RETRY_MS = 100;
@@ -31,32 +28,6 @@ bool isAmongTheLast(qintptr descriptor)
     return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor) + KEPT >= limit.rlim_cur;
 }
 } // namespace
-
-Failure SAllowedNetworks::add(const QStringList& texts)
-{
-    for (const QString& text : texts) {
-        const QStringList parts = text.split(QLatin1Char('/'));
-        const QString address = plainAddress(parts.first());
-        bool isPrefix = parts.size() <= 2;
-        const int prefix = parts.size() == 2 ? parts.last().toInt(&isPrefix) : IPV4_BITS;
-        if (address.isEmpty() || !isPrefix || prefix < 0 || prefix > IPV4_BITS) {
-            return wrongUsage(QStringLiteral("'%1' is not a network like 192.168.1.0/24").arg(text));
-        }
-        networks.append({QHostAddress(address), prefix});
-    }
-    return {};
-}
-
-Failure SListenAddress::set(const QString& text)
-{
-    const int colon = text.lastIndexOf(QLatin1Char(':'));
-    bool isPort = false;
-    port = text.mid(colon + 1).toUShort(&isPort);
-    address = QHostAddress(colon < 0 ? QStringLiteral("127.0.0.1") : plainAddress(text.left(colon)));
-    return isPort && isGiven()
-               ? Failure()
-               : wrongUsage(QStringLiteral("'%1' is not an [ADDRESS:]PORT like 0.0.0.0:29536").arg(text));
-}
 
 QString placeOf(const QHostAddress& address, quint16 port)
 {
@@ -97,9 +68,7 @@ Failure CAdmission::admit(QTcpSocket& socket)
         print(event, problem.text);
         return problem;
     };
-    const auto& networks = m_allowed.networks;
-    const auto holds = [&address](const auto& network) { return address.isInSubnet(network); };
-    if (!networks.isEmpty() && std::none_of(networks.begin(), networks.end(), holds)) {
+    if (!m_allowed.allow(address)) {
         return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
     }
     if (m_clients.count(address) >= MAX_CLIENTS - m_clients.size()) {
@@ -115,6 +84,11 @@ Failure CAdmission::admit(QTcpSocket& socket)
     socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, KERNEL_BUFFER);
     print("connected", QStringLiteral("%1 connected").arg(peerOf(socket)));
     return {};
+}
+
+void CAdmission::printPlan(const SListenAddress& place)
+{
+    m_log.print("check", m_subject, QStringLiteral("would listen on ") + placeOf(place.address, place.port));
 }
 
 void CAdmission::printListening()

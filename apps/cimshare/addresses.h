@@ -1,35 +1,17 @@
 #pragma once
 
 #include "apps/cimshare/eventLog.h"
+#include "apps/cli/networkOptions.h"
 #include "canlog/problem.h"
 
 #include <QHostAddress>
-#include <QPair>
-#include <QStringList>
+#include <QList>
 
 class QTcpServer;
 class QTcpSocket;
 
 namespace vexmor::Apps::Cimshare
 {
-
-/// The networks that clients may connect from.
-struct SAllowedNetworks {
-    QList<QPair<QHostAddress, int>> networks; ///< None: clients may connect from anywhere.
-
-    /// Adds networks, each of them ADDRESS or ADDRESS/PREFIX.
-    Failure add(const QStringList& texts);
-};
-
-/// An address to listen on.
-struct SListenAddress {
-    QHostAddress address; ///< Null: none was given.
-    quint16 port = 0;
-
-    bool isGiven() const { return !address.isNull(); }
-    /// Reads [ADDRESS:]PORT.
-    Failure set(const QString& text);
-};
 
 /// ADDRESS:PORT.
 QString placeOf(const QHostAddress& address, quint16 port);
@@ -57,6 +39,8 @@ public:
     /// that vanished. Its place is free again when the socket is deleted. When it fails, the caller must close the
     /// connection.
     Failure admit(QTcpSocket& socket);
+    /// Prints the place where clients could connect.
+    void printPlan(const SListenAddress& place);
     /// Prints the place where clients can connect.
     void printListening();
     /// Prints an event that a client caused.

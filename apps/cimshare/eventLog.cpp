@@ -45,6 +45,7 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
         m_writer.start([this] { writeNext(); });
     } else {
         ++m_leftOut;
+        ++m_allLeftOut;
     }
 }
 
@@ -76,6 +77,8 @@ void CEventLog::printLimited(const char* event, const QString& subject, const QS
     }
     if (++lines <= LINES_PER_SECOND) {
         print(event, subject, text);
+    } else {
+        ++m_allLeftOut;
     }
 }
 

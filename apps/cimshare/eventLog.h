@@ -5,6 +5,7 @@
 #include <QString>
 #include <QThreadPool>
 
+#include <atomic>
 #include <cstdio>
 #include <deque>
 #include <map>
@@ -32,6 +33,8 @@ public:
     void print(const char* event, const QString& subject, const QString& text, QJsonObject fields = {});
     /// Prints an event that a client or a gateway caused.
     void printLimited(const char* event, const QString& subject, const QString& text);
+    /// Lines that were not printed, since the start.
+    quint64 leftOut() const { return m_allLeftOut; }
 
 private:
     void writeNext();
@@ -40,6 +43,7 @@ private:
     std::FILE* const m_stream;
     std::map<QString, int> m_lines; ///< In this second, printed or not, by event and subject.
 
+    std::atomic<quint64> m_allLeftOut{0};
     std::mutex m_lock; ///< Guards the next two members.
     std::deque<QByteArray> m_waiting;
     int m_leftOut = 0;    ///< Lines.

@@ -1,6 +1,8 @@
 // cimshare: shares CAN interfaces with many programs. Here stands what can be typed.
 #include "apps/cimshare/shareService.h"
+#include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
+#include "apps/cli/networkOptions.h"
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
 
@@ -15,37 +17,33 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-COption addListening(CLI::App& app, const std::string& name, SListenAddress& address, const std::string& help)
-{
-    const auto set = [&address](const QString& text) { return address.set(text); };
-    return addValue(app, name, set, help, "[ADDRESS:]PORT");
-}
-
 void addMqtt(CLI::App& app, SShareOptions& options)
 {
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
-    options.mqttTopic = QStringLiteral("can/") + QHostInfo::localHostName();
+    options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
     const COption mqtt =
         addTexts(app, "--mqtt", broker.nodes, "Publish at this broker; may be given again for each node of a cluster",
                  "HOST[:PORT]")
             .check(SBroker::checkNode)
             .group(GROUP);
-    const auto add = [&](const char* name, QString& value, const char* help, const char* type) {
-        addText(app, name, value, help, type).group(GROUP).needs(mqtt);
-    };
-    add("--mqtt-topic", options.mqttTopic, "Above all topics (can/ and the name of this PC)", "TOPIC");
-    add("--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE");
-    add("--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE");
-    add("--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE");
-    add("--mqtt-key", broker.keyFile, "Its key", "FILE");
-    addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS")
-        .group(GROUP)
-        .needs(mqtt);
+    const auto add = [&](const COption& option) { option.group(GROUP).needs(mqtt); };
+    add(addText(app, "--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this PC)", "TOPIC"));
+    const auto setFormat = [&options](const QString& text) { options.mqtt.isJson = text == QLatin1String("json"); };
+    add(addText(app, "--mqtt-format", setFormat, "Payloads: candump's lines, or JSON for databases", "log|json")
+            .oneOf({"log", "json"})
+            .showDefault(QStringLiteral("log")));
+    add(addFlag(app, "--mqtt-last", options.mqtt.hasLast, "Retain the last message with each identifier"));
+    add(addText(app, "--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE"));
+    add(addText(app, "--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE"));
+    add(addText(app, "--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE"));
+    add(addText(app, "--mqtt-key", broker.keyFile, "Its key", "FILE"));
+    add(addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS"));
 }
 
 void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks, QStringList& sendRules)
 {
+    addFlag(app, "--check", options.isCheck, "Read the options, print what they mean, and end");
     app.addConfigFile("--config", "Read options from a file: name=value, a line each", "FILE");
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
@@ -65,6 +63,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
     addMqtt(app, options);
     addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
              "SECONDS");
+    addText(app, "--metrics", options.metricsFile, "Write a file for Prometheus's node_exporter every 15 s", "FILE");
     addFlag(app, "--json", options.json, "Every line a JSON object");
     addPluginPlace(app, options.plugins);
 }
@@ -104,6 +103,10 @@ int cimshare(int argc, char** argv)
     const Failure wrongRule = options.sending.rules.add(sendRules.join(QLatin1Char(',')));
     if (wrongNetwork || wrongRule) {
         return fail(wrongNetwork ? *wrongNetwork : *wrongRule);
+    }
+    if (options.isCheck) {
+        const Failure failure = CShareService(std::move(options)).check();
+        return failure ? fail(*failure) : eDone;
     }
     CInterruption interruption(nullptr, LONGEST_END_S);
     QObject::connect(&interruption, &CInterruption::interrupted, &application, &QCoreApplication::quit);

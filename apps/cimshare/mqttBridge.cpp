@@ -1,6 +1,5 @@
 #include "apps/cimshare/mqttBridge.h"
 
-#include "apps/cimshare/mqttText.h"
 #include "apps/host/clock.h"
 #include "canlog/candumpLog.h"
 
@@ -20,25 +19,15 @@ constexpr int BATCH_MS = 20;
 constexpr int BATCH_MESSAGES = 200;
 constexpr int CHANGE_MS = 1000;
 const QString STATE = QStringLiteral("state"); // of the service, and of a bus
+const QString TIME = QStringLiteral("time");
 const QString SEND = QStringLiteral("send");
+const QString LAST = QStringLiteral("last/");
 const QString REFUSED = QStringLiteral("refused");
 
 /// Refused lines of one publication, or of one second, that are published one by one.
 constexpr int MAX_REFUSALS = 10;
 /// Bytes of a refused line, or characters of the name of another service, that are reported.
 constexpr int MAX_LINE = 100;
-
-QByteArray jsonOf(const QJsonObject& object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-QByteArray online(bool isOnline, const QString& service)
-{
-    return jsonOf({{QStringLiteral("online"), isOnline},
-                   {QStringLiteral("service"), service},
-                   {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}});
-}
 
 /// The same for the same service when it starts again: the broker then ends its old connection, which may still exist,
 /// and publishes the will of that before, not after, the new connection publishes its state. Services that only share
@@ -63,12 +52,14 @@ QJsonObject stateOf(const CSharedBus& bus)
 }
 } // namespace
 
-CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log)
+CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const SMqttForm& form, CEventLog& log)
     : CProtocol(QStringLiteral("mqtt"), log),
-      m_topic(topic + QLatin1Char('/')),
+      m_buses(buses),
+      m_form(form),
+      m_topic(form.topic + QLatin1Char('/')),
       m_service(QStringLiteral("%1:%2").arg(QHostInfo::localHostName()).arg(QCoreApplication::applicationPid())),
       m_published(buses.size()),
-      m_link(broker, clientId(topic, buses), m_topic + STATE, online(false, m_service))
+      m_link(broker, clientId(form.topic, buses), m_topic + STATE, m_form.object(serviceState(false)))
 {
     setObjectName(QStringLiteral("broker"));
     m_link.subscribe(m_topic + STATE, [this] { takeState(); });
@@ -77,14 +68,12 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
     connect(&m_link, &CMqttLink::connected, this, &CMqttBridge::onConnected, Qt::QueuedConnection);
     connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
-        if (!std::exchange(m_isLossLogged, true)) {
+        if (std::exchange(m_isConnected, false) != false) {
             m_log.print("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
-    connect(&m_changeTimer, &QTimer::timeout, this, [this] {
-        m_isStateWrong = m_isStateWrong && !m_link.publish(m_topic + STATE, online(true, m_service), true);
-    });
+    connect(&m_changeTimer, &QTimer::timeout, this, &CMqttBridge::publishAllChanges);
     for (std::size_t i = 0; i < buses.size(); ++i) {
         connectBus(m_published[i], *buses[i]);
     }
@@ -102,12 +91,11 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
     const auto publishItsChanges = [this, &published] { publishChanges(published); };
     connect(&bus, &CSharedBus::connectionChanged, this, publishItsChanges);
     connect(&bus, &CSharedBus::identified, this, publishItsChanges);
-    connect(&m_changeTimer, &QTimer::timeout, this, publishItsChanges);
     connect(&bus, &CSharedBus::errorRaised, this, [this, &published](int error) {
-        const QJsonObject object{{QStringLiteral("number"), error},
-                                 {QStringLiteral("text"), published.bus->errorTitle(error)},
-                                 {QStringLiteral("time"), microsecondsNow() / 1e6}};
-        m_link.publish(published.topic + QStringLiteral("error"), jsonOf(object));
+        publishObject(published.topic + QStringLiteral("error"),
+                      {{QStringLiteral("number"), error},
+                       {QStringLiteral("text"), published.bus->errorTitle(error)},
+                       {TIME, microsecondsNow() / 1e6}});
     });
     // Also where clients may not send: they get an answer.
     m_link.subscribe(published.topic + SEND, [this, &published] { sendNext(published); });
@@ -117,24 +105,32 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
 CMqttBridge::~CMqttBridge()
 {
     flush();
-    m_link.publish(m_topic + STATE, online(false, m_service), true);
+    publishObject(m_topic + STATE, serviceState(false), true);
+}
+
+void CMqttBridge::printPlan()
+{
+    const QString nodes = m_link.broker().nodes.join(QStringLiteral(", "));
+    m_log.print("check", m_name, QStringLiteral("would publish at %1, below %2").arg(nodes, m_form.topic));
 }
 
 Failure CMqttBridge::start()
 {
     m_changeTimer.start(CHANGE_MS);
-    return m_link.start();
+    m_link.start();
+    return {};
 }
 
 // ---- To the broker ----
 
 void CMqttBridge::onMessage(SPublishedBus& published, const SBusRecord& record)
 {
+    if (m_form.hasLast) {
+        published.last[record.message.id().value()] = {record};
+    }
     SBatch& batch = record.sent ? published.sent : published.received;
-    batch.lines += batch.lines.isEmpty() ? "" : "\n";
-    batch.lines +=
-        CanLog::formatLogLine({record.microseconds, published.name, record.message, record.sent ? 'T' : 'R'});
-    if (++batch.messages >= BATCH_MESSAGES) {
+    batch.messages.append(m_form.message(record, published.name));
+    if (batch.messages.size() >= BATCH_MESSAGES) {
         publishBatch(batch);
     } else if (!m_batchTimer.isActive()) {
         m_batchTimer.start(BATCH_MS);
@@ -143,10 +139,10 @@ void CMqttBridge::onMessage(SPublishedBus& published, const SBusRecord& record)
 
 void CMqttBridge::publishBatch(SBatch& batch)
 {
-    const QByteArray lines = std::exchange(batch.lines, {});
-    const int messages = std::exchange(batch.messages, 0);
-    if (messages > 0 && !m_link.publish(batch.topic, lines, false, messages)) {
-        onLost(batch.topic, messages, microsecondsNow());
+    const QByteArrayList messages = std::exchange(batch.messages, {});
+    const int count = static_cast<int>(messages.size());
+    if (count > 0 && !m_link.publish(batch.topic, m_form.messages(messages), false, count)) {
+        onLost(batch.topic, count, microsecondsNow());
     }
 }
 
@@ -161,19 +157,27 @@ void CMqttBridge::flush()
 void CMqttBridge::onLost(const QString& topic, int messages, qint64 since)
 {
     for (SPublishedBus& published : m_published) {
-        if (messages > 0 && topic.startsWith(published.topic)) {
+        if (topic == published.received.topic || topic == published.sent.topic) {
             published.lostSince = published.lost == 0 ? since : std::min<qint64>(published.lostSince, since);
             published.lost += messages;
-            countLost(*published.bus, messages);
+            published.bus->countLost(m_name, messages);
         }
     }
 }
 
-/// Publishes a retained object that is not what the broker has.
-void CMqttBridge::publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object)
+bool CMqttBridge::publishObject(const QString& topic, QJsonObject object, bool isRetained)
 {
-    QJsonObject& before = published.retained[last];
-    if (object != before && m_link.publish(published.topic + last, jsonOf(object), true)) {
+    if (m_form.isJson) {
+        object.insert(TIME, microsecondsNow() / 1e6);
+    }
+    return m_link.publish(topic, m_form.object(object), isRetained);
+}
+
+/// Publishes a retained object that is not what the broker has.
+void CMqttBridge::publishChange(const QString& topic, const QJsonObject& object)
+{
+    QJsonObject& before = m_retained[topic];
+    if (object != before && publishObject(topic, object, true)) {
         before = object;
     }
 }
@@ -182,29 +186,72 @@ void CMqttBridge::publishChange(SPublishedBus& published, const QString& last, c
 void CMqttBridge::publishChanges(SPublishedBus& published)
 {
     endRefusals(published);
-    publishChange(published, STATE, stateOf(*published.bus));
+    publishChange(published.topic + STATE, stateOf(*published.bus));
     const std::optional<int> load = published.bus->status().busload;
-    publishChange(published, QStringLiteral("load"),
+    publishChange(published.topic + QStringLiteral("load"),
                   {{QStringLiteral("percent"), load ? QJsonValue(*load) : QJsonValue()}});
     const QJsonObject gap{{QStringLiteral("messages"), published.lost},
                           {QStringLiteral("from"), published.lostSince / 1e6},
                           {QStringLiteral("to"), microsecondsNow() / 1e6}};
-    if (published.lost > 0 && m_link.publish(published.topic + QStringLiteral("gap"), jsonOf(gap), true)) {
+    if (published.lost > 0 && publishObject(published.topic + QStringLiteral("gap"), gap, true)) {
         m_log.print("gap", published.bus->name(), QStringLiteral("%1 messages were not published").arg(published.lost));
         published.lost = 0;
     }
 }
 
+/// Publishes the last messages since the former call, once per identifier. They count as messages that wait for the
+/// broker, so that there is a limit; their loss is none.
+void CMqttBridge::publishLast(SPublishedBus& published)
+{
+    for (auto& [id, last] : published.last) {
+        const QString topic = published.topic + LAST + QLatin1String(CanLog::formatId(id));
+        last.isPublished =
+            last.isPublished || m_link.publish(topic, m_form.message(last.record, published.name), true, 1);
+    }
+}
+
+/// In JSON it says whether all interfaces are connected, and each: the broker publishes the end of all together.
+QJsonObject CMqttBridge::serviceState(bool isOnline) const
+{
+    QJsonObject result{{QStringLiteral("online"), isOnline},
+                       {QStringLiteral("service"), m_service},
+                       {QStringLiteral("version"), QStringLiteral(CIM_VERSION)}};
+    if (m_form.isJson) {
+        QJsonObject interfaces;
+        for (const auto& bus : m_buses) {
+            interfaces.insert(bus->plainName(), isOnline && bus->status().isConnected() ? 1 : 0);
+        }
+        const bool areConnected = std::find(interfaces.begin(), interfaces.end(), QJsonValue(0)) == interfaces.end();
+        result.insert(QStringLiteral("connected"), areConnected);
+        result.insert(QStringLiteral("interfaces"), interfaces);
+    }
+    return result;
+}
+
+void CMqttBridge::publishAllChanges()
+{
+    if (std::exchange(m_isStateWrong, false)) {
+        m_retained.erase(m_topic + STATE);
+    }
+    publishChange(m_topic + STATE, serviceState(true));
+    for (SPublishedBus& published : m_published) {
+        publishChanges(published);
+        publishLast(published);
+    }
+}
+
 void CMqttBridge::onConnected()
 {
-    m_isLossLogged = false;
+    m_isConnected = true;
     m_isOtherLogged = false;
     m_log.print("broker", m_name, QStringLiteral("connected, topics below %1").arg(m_topic.chopped(1)));
-    m_link.publish(m_topic + STATE, online(true, m_service), true);
+    m_retained.clear();
     for (SPublishedBus& published : m_published) {
-        published.retained.clear();
-        publishChanges(published);
+        for (auto& [id, last] : published.last) {
+            last.isPublished = false;
+        }
     }
+    publishAllChanges();
 }
 
 // ---- From the broker ----
@@ -216,7 +263,7 @@ void CMqttBridge::takeState()
     for (const SArrival& arrival : m_link.take(m_topic + STATE).arrivals) {
         const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
         const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
-        m_isStateWrong = !object.value(QStringLiteral("online")).toBool();
+        m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // 0 is false, too
         m_isOwnStateSeen = m_isOwnStateSeen || service == m_service; // before, it is what was left over
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
             m_log.print("sameTopic", m_name, QStringLiteral("another service with this topic: %1").arg(service));
@@ -239,23 +286,22 @@ void CMqttBridge::sendNext(SPublishedBus& published)
         }
     };
     published.unsent = 1; // this loop
-    for (const SArrival& arrival : inbox.arrivals) {
-        auto lines = arrival.problem.isEmpty() ? readMqttLines(arrival.payload)
-                                               : std::vector{SMqttSend{arrival.payload, SProblem{arrival.problem}}};
-        for (SMqttSend& send : lines) {
-            if (!send.message) {
-                publishRefusal(published, send.line, send.message.problem().text);
-                continue;
-            }
-            ++published.unsent;
-            const auto onOutcome = [=, &published, message = *send.message](const Failure& failure) {
-                if (failure) {
-                    publishRefusal(published, CanLog::formatFrame(message), failure->text);
-                }
-                finishOne();
-            };
-            published.bus->send(*send.message, *this, m_name, onOutcome);
+    const auto onLine = [&](const QByteArray& line, Result<Cim::CCanMessage> message) {
+        if (!message) {
+            publishRefusal(published, line, message.problem().text);
+            return;
         }
+        ++published.unsent;
+        published.bus->send(*message, *this, m_name, [=, &published, sent = *message](const Failure& failure) {
+            if (failure) {
+                publishRefusal(published, CanLog::formatFrame(sent), failure->text);
+            }
+            finishOne();
+        });
+    };
+    for (const SArrival& arrival : inbox.arrivals) {
+        arrival.problem.isEmpty() ? readMqttLines(arrival.payload, onLine)
+                                  : onLine(arrival.payload, SProblem{arrival.problem});
         endRefusals(published);
     }
     published.refusals = MAX_REFUSALS + inbox.refusedLines; // none of them one by one
@@ -268,7 +314,7 @@ void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& lin
     if (++published.refusals <= MAX_REFUSALS) {
         const QJsonObject object{{QStringLiteral("line"), QString::fromUtf8(line.left(MAX_LINE))},
                                  {QStringLiteral("reason"), reason}};
-        m_link.publish(published.topic + REFUSED, jsonOf(object));
+        publishObject(published.topic + REFUSED, object);
     }
 }
 
@@ -276,7 +322,7 @@ void CMqttBridge::publishRefusal(SPublishedBus& published, const QByteArray& lin
 void CMqttBridge::endRefusals(SPublishedBus& published)
 {
     if (const int further = std::exchange(published.refusals, 0) - MAX_REFUSALS; further > 0) {
-        m_link.publish(published.topic + REFUSED, jsonOf({{QStringLiteral("further"), further}}));
+        publishObject(published.topic + REFUSED, {{QStringLiteral("further"), further}});
     }
 }
 

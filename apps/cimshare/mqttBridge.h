@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/cimshare/mqttLink.h"
+#include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/protocol.h"
 
 #include <QJsonObject>
@@ -17,18 +18,24 @@ namespace vexmor::Apps::Cimshare
 class CMqttBridge : public QObject, public CProtocol
 {
 public:
-    /// All topics begin with `topic`.
-    CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const QString& topic, CEventLog& log);
+    CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const SMqttForm& form, CEventLog& log);
     ~CMqttBridge() override;
 
+    Failure prepare() override { return m_link.prepare(); }
+    void printPlan() override;
     Failure start() override;
+    std::optional<bool> isBrokerConnected() const override { return m_isConnected; }
 
 private:
-    /// Lines that are published together.
+    /// Messages that are published together.
     struct SBatch {
         QString topic;
-        QByteArray lines;
-        int messages = 0;
+        QByteArrayList messages;
+    };
+    /// The last message with an identifier.
+    struct SLast {
+        SBusRecord record;
+        bool isPublished = false;
     };
     /// A bus as the broker has it.
     struct SPublishedBus {
@@ -37,11 +44,11 @@ private:
         QString topic;   ///< Above all topics of the bus, with a slash at the end.
         SBatch received;
         SBatch sent;
-        int refusals = 0;                        ///< Refused lines since `endRefusals`.
-        int unsent = 0;                          ///< Messages of the broker that still have no outcome.
-        int lost = 0;                            ///< Messages lost since the last gap was published.
-        std::int64_t lostSince = 0;              ///< Time of the first of them, in microseconds.
-        std::map<QString, QJsonObject> retained; ///< The last object published, by the end of its topic.
+        int refusals = 0;                    ///< Refused lines since `endRefusals`.
+        int unsent = 0;                      ///< Messages of the broker that still have no outcome.
+        int lost = 0;                        ///< Messages lost since the last gap was published.
+        std::int64_t lostSince = 0;          ///< Time of the first of them, in microseconds.
+        std::map<std::uint16_t, SLast> last; ///< By identifier: 2048 at most.
     };
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);
@@ -49,22 +56,29 @@ private:
     void publishBatch(SBatch& batch);
     void flush();
     void onLost(const QString& topic, int messages, qint64 since);
-    void publishChange(SPublishedBus& published, const QString& last, const QJsonObject& object);
+    bool publishObject(const QString& topic, QJsonObject object, bool isRetained = false);
+    void publishChange(const QString& topic, const QJsonObject& object);
     void publishChanges(SPublishedBus& published);
+    void publishLast(SPublishedBus& published);
+    QJsonObject serviceState(bool isOnline) const;
+    void publishAllChanges();
     void onConnected();
     void takeState();
     void sendNext(SPublishedBus& published);
     void publishRefusal(SPublishedBus& published, const QByteArray& line, const QString& reason);
     void endRefusals(SPublishedBus& published);
 
-    const QString m_topic;
+    const CSharedBuses& m_buses;
+    const SMqttForm m_form;
+    const QString m_topic;         ///< Above all topics, with a slash at the end.
     const QString m_service;       ///< Names this service among others with the same topic.
     bool m_isOwnStateSeen = false; ///< The broker has delivered a state of this service.
     bool m_isStateWrong = false;   ///< The broker has another state than this service.
     std::vector<SPublishedBus> m_published;
+    std::map<QString, QJsonObject> m_retained; ///< By topic: the last object published in this connection.
     QTimer m_batchTimer;
     QTimer m_changeTimer;
-    bool m_isLossLogged = false;
+    std::optional<bool> m_isConnected;
     bool m_isOtherLogged = false; ///< Another service with this topic, since the connection began.
     CMqttLink m_link;             ///< The last member: its thread ends first.
 };

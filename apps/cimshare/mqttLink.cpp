@@ -26,6 +26,8 @@ constexpr int END_MS = 1000;
 constexpr int STABLE_MS = 60'000;
 /// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;
+/// Publications without messages that may wait for an acknowledgement.
+constexpr std::size_t EVENT_LIMIT = 1000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
 /// An inbox takes so many bytes and at most a thousand lines, or one publication.
 constexpr int INBOX_SIZE = 256 * 1024;
@@ -99,8 +101,10 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // EVENT_LIMIT counts, and before
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
+    mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onAcknowledged(id); });
     mosquitto_unsubscribe_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onReceipt(); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
     // The log line says more than the code of a failed handshake.
@@ -122,7 +126,7 @@ CMqttLink::~CMqttLink()
     mosquitto_lib_cleanup();
 }
 
-Failure CMqttLink::start()
+Failure CMqttLink::prepare()
 {
     if (m_broker.certificateFile.isEmpty() != m_broker.keyFile.isEmpty() ||
         (m_broker.caFile.isEmpty() && !m_broker.keyFile.isEmpty())) {
@@ -134,11 +138,12 @@ Failure CMqttLink::start()
     if (Failure failure = readCredentials()) {
         return failure;
     }
-    if (Failure failure = useTls(m_client.get(), m_broker)) {
-        return failure;
-    }
+    return useTls(m_client.get(), m_broker);
+}
+
+void CMqttLink::start()
+{
     m_thread = std::thread([this] { run(); });
-    return {};
 }
 
 Failure CMqttLink::readCredentials()
@@ -168,10 +173,16 @@ Failure CMqttLink::readCredentials()
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
     const std::lock_guard<std::mutex> guard(m_lock); // publications wait in the order of sending
-    if (!m_isConnected || (messages > 0 && m_waitingMessages >= WAITING_LIMIT) ||
-        mosquitto_publish(m_client.get(), nullptr, topic.toUtf8().constData(), payload.size(), payload.constData(), 0,
-                          isRetained) != MOSQ_ERR_SUCCESS) {
+    const bool isEvent = messages == 0;
+    const bool fits = isEvent ? m_unacknowledged.size() < EVENT_LIMIT : m_waitingMessages < WAITING_LIMIT;
+    int id = 0;
+    if (!m_isConnected || !fits ||
+        mosquitto_publish(m_client.get(), &id, topic.toUtf8().constData(), payload.size(), payload.constData(),
+                          isEvent ? 1 : 0, isRetained) != MOSQ_ERR_SUCCESS) {
         return false;
+    }
+    if (isEvent) {
+        m_unacknowledged.insert(id);
     }
     m_waiting.push_back({topic, messages, microsecondsNow()});
     m_waitingMessages += messages;
@@ -206,6 +217,7 @@ bool CMqttLink::runOnce(const QString& node)
 {
     const QDeadlineTimer stable(STABLE_MS);
     m_problem.clear();
+    m_isAccepted = false;
     const QStringList parts = node.split(QLatin1Char(':'));
     const int usualPort = m_broker.caFile.isEmpty() ? 1883 : 8883;
     const int port = parts.size() > 1 ? parts.at(1).toInt() : usualPort;
@@ -213,6 +225,9 @@ bool CMqttLink::runOnce(const QString& node)
     QDeadlineTimer end(QDeadlineTimer::Forever);
     while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
+        if (const std::lock_guard<std::mutex> guard(m_lock); m_isAccepted && !std::exchange(m_isConnected, true)) {
+            Q_EMIT connected(); // the library has sent again what was not acknowledged: before anything newer
+        }
         code = code == MOSQ_ERR_SUCCESS ? requestReceipt() : code;
         if (m_ending.available() > 0 && end.isForever()) {
             end.setRemainingTime(END_MS);
@@ -238,15 +253,18 @@ void CMqttLink::onConnect(int code)
         m_problem = QString::fromUtf8(mosquitto_connack_string(code));
         return;
     }
-    std::unique_lock<std::mutex> guard(m_lock);
-    if (std::exchange(m_isConnected, true)) {
+    if (std::exchange(m_isAccepted, true)) {
         return; // one answer to a connection is enough, however many a broker sends
     }
-    guard.unlock();
     for (const auto& [topic, subscription] : m_subscriptions) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.constData(), 0);
     }
-    Q_EMIT connected();
+}
+
+void CMqttLink::onAcknowledged(int id)
+{
+    const std::lock_guard<std::mutex> guard(m_lock);
+    m_unacknowledged.erase(id); // it is called for publications of messages, too
 }
 
 /// Has the broker confirm what it has read, which QoS 0 does not: it answers a request after all that was sent before.

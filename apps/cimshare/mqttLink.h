@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -62,8 +63,11 @@ public:
     /// Sends the waiting publications, for a second at most, and disconnects.
     ~CMqttLink() override;
 
-    /// Begins to connect. Fails when a file cannot be used.
-    Failure start();
+    const SBroker& broker() const { return m_broker; }
+    /// Reads the files. Fails when one cannot be used.
+    Failure prepare();
+    /// Begins to connect.
+    void start();
     /// Subscribes a topic at each connection; to be called before `start`. The event loop calls `onArrived` when the
     /// inbox of the topic was empty and is no longer.
     void subscribe(const QString& topic, const std::function<void()>& onArrived)
@@ -72,8 +76,9 @@ public:
     }
     /// Takes what has arrived for a subscribed topic.
     SInbox take(const QString& topic);
-    /// Hands a publication of `messages` messages to the broker. Returns false without a connection, and when too many
-    /// messages wait; a publication without messages has no such limit.
+    /// Hands a publication of `messages` messages to the broker. One without messages has the quality 1: it is sent
+    /// again in the next connection when the broker has not acknowledged it. Returns false without a connection, and
+    /// when too many messages wait, or too many acknowledgements are missing.
     bool publish(const QString& topic, const QByteArray& payload, bool isRetained = false, int messages = 0);
 
 Q_SIGNALS:
@@ -105,6 +110,7 @@ private:
     bool runOnce(const QString& node);
     void onConnect(int code);
     void onMessage(const mosquitto_message& message);
+    void onAcknowledged(int id);
     int requestReceipt();
     void onReceipt();
 
@@ -112,12 +118,15 @@ private:
     const SBroker m_broker;
     const QByteArray m_willTopic;
     QString m_problem;            ///< Used by the thread: why the broker refused.
+    bool m_isAccepted = false;    ///< Used by the thread: the broker has accepted the connection.
     QElapsedTimer m_sinceRequest; ///< Used by the thread: since the last request for a receipt.
 
-    std::mutex m_lock;                                   ///< Guards the inboxes and the next four members.
+    std::mutex m_lock;                                   ///< Guards the inboxes and the next five members.
     std::map<QByteArray, SSubscription> m_subscriptions; ///< By topic.
     bool m_isConnected = false;
     std::deque<SWaiting> m_waiting; ///< In the order in which they are sent.
+    std::set<int>
+        m_unacknowledged; ///< Publications without messages that the broker owes an acknowledgement, by number.
     int m_waitingMessages = 0;
     std::size_t m_awaitingReceipt = 0; ///< So many of the first of them does the requested receipt confirm.
 

@@ -3,7 +3,10 @@
 #include "apps/cimshare/eventLog.h"
 #include "apps/cimshare/sharedBus.h"
 
+#include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace vexmor::Apps::Cimshare
 {
@@ -16,26 +19,23 @@ public:
     CProtocol(QString name, CEventLog& log) : m_name(std::move(name)), m_log(log) {}
     virtual ~CProtocol() = default;
 
+    /// Reads files. Fails when one cannot be used.
+    virtual Failure prepare() { return {}; }
+    /// Prints what `start` would do.
+    virtual void printPlan() = 0;
     /// Begins to serve clients, or to connect to a broker.
     virtual Failure start() = 0;
     const QString& name() const { return m_name; }
     /// Clients that are connected to a bus.
     virtual int clientCount(const CSharedBus& /*bus*/) const { return 0; }
-    /// Messages that did not reach a client or the broker, since the start.
-    quint64 lost() const { return m_lost; }
+    /// Nothing: there is no broker, or the first attempt to connect is under way.
+    virtual std::optional<bool> isBrokerConnected() const { return {}; }
 
 protected:
-    void countLost(CSharedBus& bus, int messages)
-    {
-        m_lost += static_cast<quint64>(messages);
-        bus.countLost(messages);
-    }
-
     const QString m_name;
     CEventLog& m_log;
-
-private:
-    quint64 m_lost = 0;
 };
+
+using CProtocols = std::vector<std::unique_ptr<CProtocol>>;
 
 } // namespace vexmor::Apps::Cimshare

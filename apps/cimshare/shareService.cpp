@@ -1,5 +1,6 @@
 #include "apps/cimshare/shareService.h"
 
+#include "apps/cimshare/metrics.h"
 #include "apps/cimshare/mqttBridge.h"
 #include "apps/cimshare/socketcandServer.h"
 #include "apps/cimshare/t93Share.h"
@@ -14,15 +15,22 @@ namespace vexmor::Apps::Cimshare
 namespace
 {
 constexpr std::size_t HIGHEST_PORT = 65535;
+constexpr int METRICS_MS = 15'000;
 } // namespace
 
 CShareService::CShareService(SShareOptions options) : m_options(std::move(options)), m_log(m_options.json)
 {
     connect(&m_statusTimer, &QTimer::timeout, this, qOverload<>(&CShareService::printStatus));
+    connect(&m_metricsTimer, &QTimer::timeout, this, [this] {
+        if (const Failure failure = writeMetrics()) {
+            m_log.print("metrics", QStringLiteral("metrics"), failure->text);
+        }
+    });
     connect(&m_aliveTimer, &QTimer::timeout, this, [] { sd_notify(0, "WATCHDOG=1"); });
 }
 
-Failure CShareService::start()
+/// All that reads the options, and tries nothing.
+Failure CShareService::prepare()
 {
     if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.nodes.isEmpty()) {
         return wrongUsage(QStringLiteral("nothing to serve: give --socketcand, --t93 or --mqtt"));
@@ -31,6 +39,37 @@ Failure CShareService::start()
         return failure;
     }
     if (Failure failure = addProtocols()) {
+        return failure;
+    }
+    for (const auto& protocol : m_protocols) {
+        if (Failure failure = protocol->prepare()) {
+            return failure;
+        }
+    }
+    return {};
+}
+
+Failure CShareService::check()
+{
+    if (Failure failure = prepare()) {
+        return failure;
+    }
+    for (const auto& bus : m_buses) {
+        m_log.print("check", bus->name(),
+                    QStringLiteral("would be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
+    }
+    for (const auto& protocol : m_protocols) {
+        protocol->printPlan();
+    }
+    if (!m_options.metricsFile.isEmpty()) {
+        m_log.print("check", QStringLiteral("metrics"), QStringLiteral("would write ") + m_options.metricsFile);
+    }
+    return {};
+}
+
+Failure CShareService::start()
+{
+    if (Failure failure = prepare()) {
         return failure;
     }
     for (const auto& protocol : m_protocols) {
@@ -46,6 +85,12 @@ Failure CShareService::start()
     }
     for (const auto& bus : m_buses) {
         bus->start();
+    }
+    if (!m_options.metricsFile.isEmpty()) {
+        if (Failure failure = writeMetrics()) {
+            return failure;
+        }
+        m_metricsTimer.start(METRICS_MS);
     }
     if (m_options.statusSeconds > 0) {
         m_statusTimer.start(m_options.statusSeconds * 1000);
@@ -75,7 +120,7 @@ Failure CShareService::addProtocols()
     }
     const std::size_t ports = m_protocols.size();
     if (!m_options.broker.nodes.isEmpty()) {
-        m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqttTopic, m_log));
+        m_protocols.push_back(std::make_unique<CMqttBridge>(m_buses, m_options.broker, m_options.mqtt, m_log));
     }
     return reserveDescriptors(ports, m_buses.size());
 }
@@ -98,7 +143,7 @@ Failure CShareService::addBuses()
         return failure;
     }
     for (const QString& name : std::as_const(names)) {
-        auto target = CTarget::find(search.plugins, name, m_options.targets.settings);
+        auto target = CTarget::find(search.plugins, name, m_options.targets.settings, !m_options.isCheck);
         if (!target) {
             return target.problem();
         }
@@ -122,12 +167,12 @@ Failure CShareService::addBuses()
 
 void CShareService::printStatus()
 {
+    std::map<QString, quint64> lost;
     for (const auto& bus : m_buses) {
         printStatus(*bus);
-    }
-    std::map<QString, quint64> lost;
-    for (const auto& protocol : m_protocols) {
-        lost[protocol->name()] += protocol->lost();
+        for (const auto& [protocol, messages] : bus->lostByProtocol()) {
+            lost[protocol] += messages;
+        }
     }
     for (const auto& [name, messages] : lost) {
         if (messages > 0) {
@@ -158,6 +203,11 @@ void CShareService::printStatus(CSharedBus& bus)
                  {QStringLiteral("received"), static_cast<qint64>(bus.received().messages)},
                  {QStringLiteral("sent"), static_cast<qint64>(bus.sent().messages)},
                  {QStringLiteral("lost"), static_cast<qint64>(bus.lost())}});
+}
+
+Failure CShareService::writeMetrics() const
+{
+    return replaceFile(m_options.metricsFile, metricsText(m_buses, m_protocols, m_log));
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -3,6 +3,7 @@
 #include "apps/cimshare/addresses.h"
 #include "apps/cimshare/eventLog.h"
 #include "apps/cimshare/mqttLink.h"
+#include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/protocol.h"
 #include "apps/cli/targetOptions.h"
 
@@ -24,9 +25,11 @@ struct SShareOptions {
     bool beacon = false;
     SListenAddress t93;
     SBroker broker;
-    QString mqttTopic;     ///< The beginning of all topics.
+    SMqttForm mqtt;
     int statusSeconds = 0; ///< Between two status lines; 0: none.
+    QString metricsFile;   ///< Empty: none.
     bool json = false;
+    bool isCheck = false; ///< Print what `start` would do, and do nothing.
     SPluginPlace plugins;
 };
 
@@ -39,18 +42,23 @@ public:
     /// Starts the protocols, begins to open the interfaces, and reports that to the service manager. Fails when an
     /// option cannot be satisfied.
     Failure start();
+    /// Prints what `start` would do. Fails as it would, but for what only trying shows.
+    Failure check();
 
 private:
+    Failure prepare();
     Failure addBuses();
     Failure addProtocols();
     void printStatus();
     void printStatus(CSharedBus& bus);
+    Failure writeMetrics() const;
 
     SShareOptions m_options;
     CEventLog m_log;
     CSharedBuses m_buses;
-    std::vector<std::unique_ptr<CProtocol>> m_protocols;
+    CProtocols m_protocols;
     QTimer m_statusTimer;
+    QTimer m_metricsTimer;
     QTimer m_aliveTimer; ///< Shows the service manager's watchdog that the event loop runs.
 };
 

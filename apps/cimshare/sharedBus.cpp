@@ -106,6 +106,7 @@ void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QS
         failure = SProblem{QStringLiteral("too many messages wait to be sent")};
     }
     if (failure) {
+        ++m_refused;
         onOutcome(failure);
     } else {
         m_pending[m_source].push_back({&client, onOutcome});
@@ -121,6 +122,7 @@ void CSharedBus::takeOutcome(const SBusRecord& record)
     if (record.code == 0) {
         Q_EMIT messageSent(record, pending.client ? pending.client.data() : this);
     } else {
+        ++m_refused;
         failure = SProblem{m_canInterface->errorCodeToString(record.code), record.code};
     }
     if (pending.client) {
@@ -146,6 +148,7 @@ void CSharedBus::onMail()
         }
     }
     for (const SErrorRecord& error : m_delivery.errors) {
+        m_errorCounts[error.error] += error.count;
         reportError(error.error, error.count);
     }
     m_lost += m_delivery.lost;

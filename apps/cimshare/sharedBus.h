@@ -5,6 +5,7 @@
 #include "apps/host/interfaceInUse.h"
 #include "apps/host/target.h"
 #include "canlog/problem.h"
+#include "cim/resultCodes.h"
 
 #include <QObject>
 #include <QPointer>
@@ -57,15 +58,26 @@ public:
     const SInterfaceStatus& status() const { return m_status; }
     /// The same as a line for clients.
     QString connectionNotice() const;
-    /// In kbit/s; 0: as the gateway has it.
+    /// The port text of the gateway.
+    QString port() const { return m_canInterface->commonInfo().port(); }
+    /// In kbit/s; 0: unchanged.
     int bitRate() const { return m_canInterface->baudrate(); }
     /// The first line of the interface's text for one of its errors, which says what happened; the other lines say what
     /// to do. With the number of errors, where there were several.
     QString errorTitle(int error, quint64 count = 1) const;
     const SCount& received() const { return m_received; }
     const SCount& sent() const { return m_sent; }
-    /// Counts messages that did not reach a client or the broker.
-    void countLost(int messages) { m_lost += static_cast<quint64>(messages); }
+    /// Messages of clients that were not sent.
+    quint64 refused() const { return m_refused; }
+    /// Errors of the interface, by their numbers: those that were raised, and "bus off".
+    const std::map<int, quint64>& errors() const { return m_errorCounts; }
+    /// Counts messages that did not reach a client of a protocol, or the broker.
+    void countLost(const QString& protocol, int messages)
+    {
+        m_lost += static_cast<quint64>(messages);
+        m_lostByProtocol[protocol] += static_cast<quint64>(messages);
+    }
+    const std::map<QString, quint64>& lostByProtocol() const { return m_lostByProtocol; }
     /// Returns the number of these, and of received messages that were lost because this program was busy for too long.
     quint64 lost() const { return m_lost; }
 
@@ -112,6 +124,9 @@ private:
     SCount m_received;
     SCount m_sent;
     quint64 m_lost = 0;
+    std::map<QString, quint64> m_lostByProtocol;
+    quint64 m_refused = 0;
+    std::map<int, quint64> m_errorCounts{{Cim::IE_CAN_BUS_OFF, 0}}; ///< An alert notices the step from 0.
 };
 
 using CSharedBuses = std::vector<std::unique_ptr<CSharedBus>>;

@@ -75,7 +75,7 @@ void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
     CSocketcandClient* const client = m_clients.back().get();
     connect(client, &CSocketcandClient::frameLost, this, [this, client, isFirst = true]() mutable {
         if (client->bus() != nullptr) {
-            countLost(*client->bus(), 1);
+            client->bus()->countLost(m_name, 1);
         }
         if (std::exchange(isFirst, false)) {
             m_admission.print("slowClient",

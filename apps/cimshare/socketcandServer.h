@@ -23,6 +23,7 @@ public:
     CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                       const SAllowedNetworks& allowed, CEventLog& log);
 
+    void printPlan() override { m_admission.printPlan(m_address); }
     Failure start() override;
     int clientCount(const CSharedBus& bus) const override;
 

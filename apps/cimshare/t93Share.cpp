@@ -27,7 +27,7 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
             [this] { m_admission.print("disconnected", QStringLiteral("a host disconnected")); });
-    connect(this, &CRmServer::frameLost, this, [this] { countLost(m_bus, 1); });
+    connect(this, &CRmServer::frameLost, this, [this] { m_bus.countLost(m_name, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
     connect(&bus, &CSharedBus::identified, this, &CT93Share::identify);
@@ -99,19 +99,12 @@ void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)
 std::unique_ptr<Sim::CRmLink> CT93Share::makeLink(Sim::SRmPeer peer)
 {
     QTcpSocket* const socket = peer.tcp.get();
-    connect(socket, &QTcpSocket::readyRead, this, [socket, isFirst = true]() mutable {
-        if (std::exchange(isFirst, false) && !socket->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
-            socket->abort();
-        }
-    });
     if (identity().deviceText.isEmpty() || m_admission.admit(*socket)) {
         return nullptr;
     }
     auto link = CRmServer::makeLink(std::move(peer));
     link->setObjectName(peerOf(*socket));
-    auto* const limit = new QObject(link.get());
-    QTimer::singleShot(CAdmission::TIME_LIMIT_MS, limit, [socket] { socket->abort(); });
-    connect(link.get(), &Sim::CRmLink::frameReceived, limit, &QObject::deleteLater);
+    link->requireFrame(CAdmission::TIME_LIMIT_MS);
     return link;
 }
 

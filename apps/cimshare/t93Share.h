@@ -16,6 +16,7 @@ class CT93Share : public Sim::CRmServer, public CProtocol
 public:
     CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log);
 
+    void printPlan() override { m_admission.printPlan(m_place); }
     Failure start() override;
     int clientCount(const CSharedBus& bus) const override { return &bus == &m_bus ? tcpHostCount() : 0; }
 

@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// The context of the texts in the catalogs.
+/// The context of these texts in the catalogs.
 struct AddDialog {
     Q_DECLARE_TR_FUNCTIONS(AddDialog)
 };
@@ -19,7 +19,7 @@ struct AddDialog {
 
 QVector<std::pair<QString, QString>> bitRateTexts()
 {
-    QVector<std::pair<QString, QString>> texts{{GATEWAYS_BIT_RATE, AddDialog::tr("as the gateway has it")}};
+    QVector<std::pair<QString, QString>> texts{{GATEWAYS_BIT_RATE, AddDialog::tr("unchanged")}};
     for (const QString& rate : bitRates()) {
         texts.append({rate, AddDialog::tr("%1 kbit/s").arg(rate)});
     }
@@ -32,7 +32,7 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
     auto* const name = new QLineEdit;
     auto* const address = new QLineEdit;
     auto* const baudrate = new QComboBox;
-    auto* const keep = new QCheckBox(AddDialog::tr("&Store it for the next time"));
+    auto* const keep = new QCheckBox(AddDialog::tr("&Store it for the next start"));
     auto* const problem = new QLabel;
     auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     dialog.setWindowTitle(AddDialog::tr("Add interface"));

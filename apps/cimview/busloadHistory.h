@@ -10,19 +10,19 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The bus load of each interface over the last ten minutes, as it was read.
+/// The bus load of each interface over the last ten minutes: every value that was read.
 class CBusloadHistory
 {
 public:
     static constexpr std::int64_t KEPT_MICROSECONDS = 600LL * 1000000;
 
     struct SSample {
-        std::int64_t microseconds = 0; ///< since the epoch
-        std::optional<int> percent;    ///< nothing: not known from then on
+        std::int64_t microseconds = 0; ///< Since the epoch.
+        std::optional<int> percent;    ///< The load; without a value, it is unknown from then on.
     };
     using Samples = std::deque<SSample>;
 
-    /// Adds a sample, not older than those before it; drops what has become too old.
+    /// Adds a sample, which must not be older than those before it, and drops samples that have become too old.
     void add(const QString& source, const SSample& sample)
     {
         const auto known = m_samples.find(source);
@@ -38,7 +38,7 @@ public:
             entry = samples.empty() ? m_samples.erase(entry) : std::next(entry);
         }
     }
-    /// By name of the interface.
+    /// Returns the samples of each interface, by its name.
     const std::map<QString, Samples>& samples() const { return m_samples; }
 
 private:

@@ -14,9 +14,9 @@ constexpr int UPDATE_INTERVAL_MS = 500;
 constexpr int MIN_TOP_PERCENT = 10;
 constexpr double CURVE_WIDTH = 1.8;
 constexpr int GRID_ALPHA = 80;
-constexpr int GAP = 4;       ///< between marks, labels and titles
-constexpr int KEY_SIZE = 9;  ///< of the coloured square before a name
-constexpr int NAME_GAP = 12; ///< between a name and the next one
+constexpr int GAP = 4;       ///< Distance between marks, labels and titles.
+constexpr int KEY_SIZE = 9;  ///< Size of the coloured square before a name.
+constexpr int NAME_GAP = 12; ///< Distance between two names.
 } // namespace
 
 CBusloadPlot::CBusloadPlot(const CBusloadHistory& history, QWidget* parent) : QWidget(parent), m_history(history)
@@ -64,8 +64,8 @@ void CBusloadPlot::paintEvent(QPaintEvent* /*event*/)
     drawCurves(painter, scale);
 }
 
-/// Draws the names of the interfaces in a grid from `left` on, shortened where it would take more than a quarter of the
-/// height. Returns the height of the grid.
+/// Draws the names of the interfaces in a grid from `left` on. Names are shortened when the grid would take more than a
+/// quarter of the height. Returns the height of the grid.
 int CBusloadPlot::drawLegend(QPainter& painter, int left) const
 {
     const QFontMetrics metrics = fontMetrics();
@@ -136,7 +136,7 @@ void CBusloadPlot::drawCurves(QPainter& painter, const SBusloadScale& scale) con
     for (const auto& entry : m_history.samples()) {
         painter.setPen(QPen(colourOf(index++), CURVE_WIDTH, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         for (const QPolygonF& line : scale.linesOf(entry.second)) {
-            if (line.size() == 1) { // a dot
+            if (line.size() == 1) { // a single sample is drawn as a dot
                 painter.drawLine(line.first() - QPointF(1, 0), line.first() + QPointF(1, 0));
             }
             painter.drawPolyline(line);
@@ -144,7 +144,7 @@ void CBusloadPlot::drawCurves(QPainter& painter, const SBusloadScale& scale) con
     }
 }
 
-/// Returns the colour of the interface at this place in the alphabet.
+/// Returns the colour of the interface at this index of the alphabetical order.
 QColor CBusloadPlot::colourOf(int index) const
 {
     const auto& colours = curveColours(palette().color(QPalette::Base));

@@ -21,7 +21,7 @@ public:
     explicit CBusloadPlot(const CBusloadHistory& history, QWidget* parent = nullptr);
 
     QSize sizeHint() const override { return {400, 200}; }
-    /// Small: the plot gives way to the other panels.
+    /// Returns a small size, so that the other panels get the space that they need.
     QSize minimumSizeHint() const override { return {150, 80}; }
 
 protected:

@@ -22,18 +22,18 @@ inline int markStep(int range, int count)
     return step;
 }
 
-/// Where bus loads lie in a rectangle: time from left to right, the present at the right edge, 0 % at the bottom.
+/// Maps times and bus loads to points in a rectangle: the present is at the right edge, 0 % at the bottom.
 struct SBusloadScale {
     static constexpr int SHOWN_SECONDS = 120;
 
     QRectF area;
     int topPercent = 100;
-    std::int64_t now = 0; ///< microseconds since the epoch
+    std::int64_t now = 0; ///< Microseconds since the epoch.
 
     double xOf(double secondsAgo) const { return area.right() - area.width() * secondsAgo / SHOWN_SECONDS; }
     double yOf(double percent) const { return area.bottom() - area.height() * percent / topPercent; }
 
-    /// Returns what is shown of samples: from the last one before the left edge, where there is one.
+    /// Returns the samples that are shown, and the last one before the left edge, whose line enters the rectangle.
     CBusloadHistory::Samples shown(const CBusloadHistory::Samples& samples) const
     {
         const auto isBefore = [](const CBusloadHistory::SSample& sample, std::int64_t time) {
@@ -43,7 +43,7 @@ struct SBusloadScale {
         return {first == samples.begin() ? first : std::prev(first), samples.end()};
     }
 
-    /// Returns a line for each time in which the load was known without a gap.
+    /// Returns one line for each period in which the load was known without a gap.
     QVector<QPolygonF> linesOf(const CBusloadHistory::Samples& samples) const
     {
         QVector<QPolygonF> lines;

@@ -15,7 +15,7 @@ void CMarkDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIn
     markCheckBoxes(option->palette);
     const auto mark = static_cast<EMark>(index.data(MARK_ROLE).toInt());
     if (mark != EMark::eNone) {
-        option->backgroundBrush = groundOf(mark, option->palette.color(QPalette::Base));
+        option->backgroundBrush = backgroundOf(mark, option->palette.color(QPalette::Base));
     }
 }
 

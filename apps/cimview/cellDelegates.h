@@ -5,7 +5,7 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Colours the ground of cells as their EMark has it.
+/// Colours the background of a cell according to its EMark.
 class CMarkDelegate : public QStyledItemDelegate
 {
     Q_OBJECT
@@ -17,7 +17,7 @@ protected:
     void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
 };
 
-/// Paints the data column of a CIdentifierModel: bytes that changed lately stand on the highlight colour.
+/// Paints the data column of a CIdentifierModel: bytes that changed lately have the highlight colour as background.
 class CChangedBytesDelegate : public CMarkDelegate
 {
     Q_OBJECT

@@ -8,39 +8,39 @@
 
 #include <array>
 
-/// All colours of the window that are not the style's own.
+/// All colours of the window that the style does not define.
 namespace vexmor::Apps::Cimview
 {
 
-/// Colours of curves on a light background, distinguishable with colour blindness, too.
+/// Colours of curves on a light background, which colour-blind people can distinguish as well.
 constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
 /// The same for a dark background.
 constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
 
-inline bool isDark(const QColor& ground)
+inline bool isDark(const QColor& background)
 {
     constexpr int MIDDLE_LIGHTNESS = 128;
-    return ground.lightness() < MIDDLE_LIGHTNESS;
+    return background.lightness() < MIDDLE_LIGHTNESS;
 }
 
-/// The colours of curves that can be seen on a ground.
-inline const std::array<QRgb, 6>& curveColours(const QColor& ground)
+/// Returns the colours of curves that are visible on a background.
+inline const std::array<QRgb, 6>& curveColours(const QColor& background)
 {
-    return isDark(ground) ? CURVES_ON_DARK : CURVES_ON_LIGHT;
+    return isDark(background) ? CURVES_ON_DARK : CURVES_ON_LIGHT;
 }
 
-/// The colour of text that makes no sense, with a contrast of 4.5 to a ground at least.
-inline QColor wrongText(const QColor& ground)
+/// Returns the colour of invalid text, with a contrast to the background of at least 4.5.
+inline QColor wrongText(const QColor& background)
 {
-    return isDark(ground) ? QColor(255, 135, 125) : QColor(195, 25, 25);
+    return isDark(background) ? QColor(255, 135, 125) : QColor(195, 25, 25);
 }
 
-/// The ground of a marked cell, on which the usual text is read as well as on the usual ground.
-inline QColor groundOf(EMark mark, const QColor& usual)
+/// Returns the background of a marked cell, on which ordinary text is as readable as on the ordinary background.
+inline QColor backgroundOf(EMark mark, const QColor& ordinary)
 {
     constexpr QRgb ON_LIGHT[] = {0xFFFFFFFF, 0xFFD2EFD2, 0xFFFFEDB0, 0xFFFFD0D0};
     constexpr QRgb ON_DARK[] = {0xFF000000, 0xFF25502C, 0xFF5C4C14, 0xFF6E2C2C};
-    return QColor((isDark(usual) ? ON_DARK : ON_LIGHT)[static_cast<int>(mark)]);
+    return QColor((isDark(ordinary) ? ON_DARK : ON_LIGHT)[static_cast<int>(mark)]);
 }
 
 /// A dark palette, for desktops that offer none.
@@ -63,7 +63,7 @@ inline QPalette darkPalette()
     return palette;
 }
 
-/// Where it is dark, makes the lines around check boxes light: the style draws them in a darker colour than the window.
+/// In a dark palette, makes the lines around check boxes light: the style draws them darker than the window.
 inline void markCheckBoxes(QPalette& palette)
 {
     if (isDark(palette.color(QPalette::Base))) {

@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr QSize DIALOG_SIZE(900, 420);
-constexpr int LINES_PER_TURN = 20000; ///< log lines in one turn of the event loop
+constexpr int LINES_PER_TURN = 20000; ///< Log lines per turn of the event loop.
 } // namespace
 
 CComparisonDialog::CComparisonDialog(QWidget* parent, const CSourceNames& names, const QString& before,

@@ -13,7 +13,8 @@ namespace vexmor::Apps::Cimview
 
 class CSourceNames;
 
-/// Compares two logs, read in pieces, and shows the identifiers in which they differ until the user closes it.
+/// A dialog that compares two logs, one piece per turn of the event loop, and shows the identifiers that differ. It
+/// deletes itself when the user closes it.
 class CComparisonDialog : public QDialog
 {
     Q_OBJECT

@@ -11,28 +11,28 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// What a row of the event log is about.
+/// The kinds of events in the event log.
 enum class EEvent {
-    eInterfaceError, ///< an error that an interface raised
-    eResult,         ///< an operation was refused with a code
-    eWarning,        ///< something was lost or did not work, without a number
-    eNote            ///< a notice
+    eInterfaceError, ///< An error that an interface raised.
+    eResult,         ///< An operation that was refused with a code.
+    eWarning,        ///< A loss or a failure without a number.
+    eNote            ///< A notice.
 };
 
 struct SEvent {
-    std::int64_t microseconds = 0; ///< since the epoch; of the first, when it happened more than once
+    std::int64_t microseconds = 0; ///< Time of the first occurrence, since the epoch.
     EEvent kind = EEvent::eNote;
-    QString source;          ///< name of the interface; empty: the program
-    int number = 0;          ///< of the error, or the code
-    std::uint64_t count = 1; ///< how often it happened in a row
-    QString text;            ///< the whole text
+    QString source;          ///< Name of the interface; empty for the program itself.
+    int number = 0;          ///< Number of the error, or the code.
+    std::uint64_t count = 1; ///< Number of occurrences in a row.
+    QString text;            ///< The whole text; the table shows its first line.
 };
 
-/// An event that happens now.
+/// Returns an event with the present time.
 SEvent eventNow(EEvent kind, const QString& text, const QString& source = {}, int number = 0);
 
-/// The event log, oldest first: the last 10,000 events. Events of one kind that follow each other within a second share
-/// a row, so that a flood removes no others. Counts the events that the user has not seen yet.
+/// The event log: the last 10,000 events, oldest first. Equal events that follow each other within a second share a
+/// row, so that a flood of one event does not push out the other events. Counts the events that the user has not seen.
 class CEventModel : public CTableModel
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ public:
     void add(const SEvent& event);
     void clear();
     const SEvent& eventAt(int row) const { return m_rows[static_cast<std::size_t>(row)].event; }
-    /// Number of events but notes since the last call of `markRead`.
+    /// Returns the number of events since the last call of `markRead`, notices not counted.
     int unread() const { return m_unread; }
     void markRead() { setUnread(0); }
 

@@ -18,7 +18,7 @@ CEventPanel::CEventPanel(CEventModel& events, QWidget* parent)
     setFocusProxy(m_table);
     m_text->setReadOnly(true);
     m_text->setTabChangesFocus(true);
-    m_text->setPlaceholderText(tr("The whole text of the chosen event"));
+    m_text->setPlaceholderText(tr("Whole text of the selected event"));
     m_text->setAccessibleName(m_text->placeholderText());
 
     auto* const splitter = new QSplitter(Qt::Vertical, this);

@@ -10,8 +10,8 @@ namespace vexmor::Apps::Cimview
 
 class CEventModel;
 
-/// The event log: a line for each event, and the whole text of the selected one. Events count as read when the user can
-/// see the panel.
+/// The panel with the event log: one line per event, and the whole text of the selected event. Events count as read
+/// while the panel is visible.
 class CEventPanel : public QWidget
 {
     Q_OBJECT
@@ -19,7 +19,7 @@ class CEventPanel : public QWidget
 public:
     explicit CEventPanel(CEventModel& events, QWidget* parent = nullptr);
 
-    /// Whether the user can see the panel: then events are read as they come.
+    /// Sets whether the panel is visible: new events then count as read at once.
     void setInView(bool inView);
 
 private:

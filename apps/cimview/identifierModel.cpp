@@ -6,7 +6,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// How much the newest distance between two messages counts in the mean.
+/// Weight of the newest period in the mean.
 constexpr double NEWEST_WEIGHT = 0.125;
 constexpr double MICROSECONDS_PER_MS = 1000;
 } // namespace
@@ -47,7 +47,8 @@ void CIdentifierModel::append(const std::vector<SBusRecord>& records)
     }
 }
 
-/// True when the time from the last message of a row to the next is a period: nothing came between them.
+/// Returns true when the time from the last message of a row to the next message is a period: the interface was not
+/// interrupted between them.
 bool CIdentifierModel::isPeriod(const SRow& row, const SBusRecord& next) const
 {
     const auto interruption = m_interruptions.find(next.source);
@@ -59,7 +60,8 @@ void CIdentifierModel::setNow(std::int64_t microseconds)
     constexpr std::int64_t SLOT = CMessageRate::SLOT_MICROSECONDS;
     const bool isNextSlot = microseconds / SLOT != m_now / SLOT;
     m_now = microseconds;
-    if (isNextSlot && m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) { // then all rates are 0, and no marks
+    if (isNextSlot &&
+        m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) { // later, all rates are 0 and no byte is marked
         rowsChanged();
     }
 }

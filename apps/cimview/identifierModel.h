@@ -17,8 +17,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// One row per identifier, interface and direction, sorted in this order: count, rate, periods and last data of its
-/// messages, and which bytes changed within the last second.
+/// One row per identifier, interface and direction, sorted in this order. A row has the count, the rate, the periods
+/// and the last data of its messages, and marks the bytes that changed within the last second.
 class CIdentifierModel : public CTableModel
 {
     Q_OBJECT
@@ -38,25 +38,25 @@ public:
         eLastSeen,
         eAdmin
     };
-    /// Role of the data column: an int, bit N stands for a change of byte N.
+    /// Role of the data column: an int whose bit N stands for a change of byte N.
     static constexpr int CHANGED_BYTES_ROLE = Qt::UserRole;
-    /// Role by which rows are sorted: numbers as numbers.
+    /// Role by which rows are sorted; a number is sorted by its value, not by its text.
     static constexpr int SORT_ROLE = Qt::UserRole + 1;
-    /// Time for which a change is marked.
+    /// Time for which a changed byte stays marked.
     static constexpr std::int64_t MARK_MICROSECONDS = 1000000;
 
     /// `names` must outlive the model.
     explicit CIdentifierModel(const CSourceNames& names);
 
     void append(const std::vector<SBusRecord>& records);
-    /// Sets the time, at which old marks end and rates fall.
+    /// Sets the present time: old marks end, and rates fall.
     void setNow(std::int64_t microseconds);
-    /// Nothing could be received from this interface at this time: the distance between its messages before and behind
-    /// it is no period.
+    /// Notes that the interface could receive nothing at this time: the time between its messages before and after this
+    /// moment does not count as a period.
     void interrupt(std::uint16_t source, std::int64_t microseconds) { m_interruptions[source] = microseconds; }
     void clear();
 
-    /// The last message of a row.
+    /// Returns the last message of a row.
     const SBusRecord& record(int row) const { return m_rows[static_cast<std::size_t>(row)].last; }
 
     QVariant data(const QModelIndex& index, int role) const override;
@@ -66,7 +66,7 @@ private:
         SBusRecord last;
         std::uint64_t count = 0;
         CMessageRate rate;
-        double periodMicroseconds = 0; ///< mean, the newest counts most; 0 before the first period
+        double periodMicroseconds = 0; ///< Mean in which new periods weigh most; 0 before the first period.
         double leastMicroseconds = 0;
         double greatestMicroseconds = 0;
         std::array<std::int64_t, CanLog::MAX_DATA_LENGTH> changedAt{};
@@ -75,7 +75,7 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const SBusRecord& record);
-    /// The number in a column of numbers; nothing where the cell is empty.
+    /// Returns the number in a column of numbers, or nothing where the cell is empty.
     std::optional<double> numberIn(const SRow& row, int column) const;
     SRow& rowFor(const SBusRecord& record);
     bool isPeriod(const SRow& row, const SBusRecord& next) const;
@@ -83,10 +83,11 @@ private:
     void rowsChanged();
 
     const CSourceNames& m_names;
-    std::vector<SRow> m_rows;                                        ///< sorted by key
-    std::unordered_map<std::uint16_t, std::int64_t> m_interruptions; ///< the last of each interface
+    std::vector<SRow> m_rows; ///< Sorted by key.
+    std::unordered_map<std::uint16_t, std::int64_t>
+        m_interruptions; ///< Time of the last interruption of each interface.
     std::int64_t m_now = 0;
-    std::int64_t m_newest = 0; ///< time of the newest message
+    std::int64_t m_newest = 0; ///< Time of the newest message.
 };
 
 /// Shows those rows of a CIdentifierModel whose last message matches, in the order that the user chooses.
@@ -95,7 +96,7 @@ class CIdentifierFilter : public QSortFilterProxyModel
     Q_OBJECT
 
 public:
-    /// Both must outlive the filter.
+    /// `model` and `names` must outlive the filter.
     CIdentifierFilter(CIdentifierModel& model, const CSourceNames& names);
     void setMatcher(const CMessageMatcher& matcher);
 

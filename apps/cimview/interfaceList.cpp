@@ -14,16 +14,16 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr int MAX_ADDED = 1000; ///< by one scan
+constexpr int MAX_ADDED = 1000; ///< Interfaces that one scan may add.
 
-/// Address, port and protocol as the user types them.
+/// Returns address, port and protocol in the form in which the user types them.
 QString addressText(const Cim::CCommonInfo& info)
 {
     return info.isIpPort() ? info.port().section(QLatin1Char('='), 1) : info.port();
 }
 
-/// Returns the wanted name, and where that is in use, with the first free number from 2 on behind it: "hall (2)".
-/// `names` holds the names in use, each with the number that its last namesake got, so that no number is tried twice.
+/// Returns the wanted name or, when it is in use, the name with the first free number from 2 on: "hall (2)". `names`
+/// contains the names in use, each with the number that was assigned last, so that no number is tried twice.
 QString freeName(QHash<QString, int>& names, const QString& wanted)
 {
     QString name = wanted;
@@ -47,13 +47,13 @@ CInterfaceList::CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames
 
 CInterfaceList::~CInterfaceList()
 {
-    for (const auto& one : m_rows) { // all at once, not one after the other
+    for (const auto& one : m_rows) { // at the same time, not one after the other
         one->disconnect(this);
         one->close();
     }
 }
 
-// ---- Which interfaces there are ----
+// ---- The interfaces in the list ----
 
 void CInterfaceList::loadStored()
 {
@@ -87,7 +87,7 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
         return wrongUsage(tr("An interface needs a name."));
     }
     if (rowOf(name) >= 0) {
-        return wrongUsage(tr("There is an interface '%1' already.").arg(name));
+        return wrongUsage(tr("An interface '%1' exists already. Choose another name.").arg(name));
     }
     auto canInterface = create(QString());
     Failure failure = applySettings(**canInterface, settings);
@@ -104,7 +104,7 @@ Failure CInterfaceList::add(const QString& name, const Settings& settings, bool 
 std::pair<int, int> CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found)
 {
     QHash<QString, int> names;
-    // Equal port texts: the same device, or another one at the same address, which is reached in the same way.
+    // Interfaces with equal port texts have the same address and protocol, so only one of them is added.
     QSet<QString> ports;
     QSet<QString> foundPorts;
     for (const auto& one : m_rows) {
@@ -126,7 +126,10 @@ std::pair<int, int> CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CC
         }
     }
     if (count > MAX_ADDED) {
-        const QString text = tr("%1 more were found, too many to be added. Are they real?").arg(count - MAX_ADDED);
+        const QString text =
+            tr("%1 more interfaces were found but not added: a scan adds %2 at most. Check which devices answer.")
+                .arg(count - MAX_ADDED)
+                .arg(MAX_ADDED);
         Q_EMIT eventRaised(eventNow(EEvent::eWarning, text));
     }
     return {static_cast<int>(foundPorts.size()), std::min(count, MAX_ADDED)};
@@ -179,7 +182,7 @@ QStringList CInterfaceList::openNames() const
 Failure CInterfaceList::sendObstacle(const QString& name) const
 {
     const int row = rowOf(name);
-    return row < 0 ? wrongUsage(tr("Open an interface first: there is none to send on.")) : at(row).sendObstacle();
+    return row < 0 ? wrongUsage(tr("Nothing is sent: open an interface first.")) : at(row).sendObstacle();
 }
 
 Failure CInterfaceList::send(const QString& name, const Cim::CCanMessage& message) const
@@ -256,8 +259,7 @@ QString CInterfaceList::cellText(const CManagedInterface& shown, int column)
     case eBusload:
         return shown.status().busload ? tr("%1 %").arg(*shown.status().busload) : QString();
     case eBaudrate:
-        return shown.settings().baudrate() == 0 ? tr("the gateway's")
-                                                : tr("%1 kbit/s").arg(shown.settings().baudrate());
+        return shown.settings().baudrate() == 0 ? tr("unchanged") : tr("%1 kbit/s").arg(shown.settings().baudrate());
     case eStored:
         return shown.isStored() ? tr("yes") : tr("no");
     default:
@@ -292,7 +294,7 @@ void CInterfaceList::sort(int column, Qt::SortOrder order)
     for (const QModelIndex& index : before) {
         shown.push_back(&at(index.row()));
     }
-    QCollator natural; // gateway 10 behind gateway 9
+    QCollator natural; // gateway 10 after gateway 9
     natural.setNumericMode(true);
     std::stable_sort(m_rows.begin(), m_rows.end(), [&](const auto& one, const auto& other) {
         const int comparison = natural.compare(cellText(*one, column), cellText(*other, column));

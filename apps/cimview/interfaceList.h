@@ -12,8 +12,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The interfaces that the user works with, one per row: those of the settings store, those that a scan found, and
-/// those that the user added. Owns them.
+/// The interfaces that the user works with, one per row: interfaces of the settings store, interfaces that a scan
+/// found, and interfaces that the user added. The list owns them.
 class CInterfaceList : public CTableModel
 {
     Q_OBJECT
@@ -21,7 +21,7 @@ class CInterfaceList : public CTableModel
 public:
     enum EColumn { eName, eState, eBusload, eAddress, eBaudrate, eType, eFirmware, eStored, eColumnCount };
 
-    /// All must outlive the list; `plugins` must not be empty.
+    /// `plugins` and `names` must outlive the list; `plugins` must not be empty.
     CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames& names, std::shared_ptr<CMailbox> mailbox);
     ~CInterfaceList() override;
 
@@ -29,37 +29,39 @@ public:
     void loadStored();
     /// Adds an interface with these settings, and stores it when `keep` is true.
     Failure add(const QString& name, const Settings& settings, bool keep);
-    /// Adds the interfaces that a scan found, without those that are in the list already. A name that is in use gets a
-    /// number. Adds 1000 at most, since anything may answer a scan; an event reports how many were left out.
-    /// Returns how many were found, each counted once, and how many were added.
+    /// Adds the interfaces that a scan found, unless they are in the list already. A name that is in use gets a number.
+    /// Adds at most 1000, since any device may answer a scan; an event reports how many were left out. Returns how many
+    /// different interfaces were found, and how many of them were added.
     std::pair<int, int> addFound(std::vector<std::unique_ptr<Cim::CCanInterface>> found);
-    /// Removes an interface, from the store as well. Only a closed one.
+    /// Removes an interface, which must be closed, from the list and from the store.
     void remove(int row);
 
     CManagedInterface& at(int row) const { return *m_rows[static_cast<std::size_t>(row)]; }
-    int rowOf(const QString& name) const; ///< -1: there is none
-    /// Names of the open interfaces, in the order of the rows.
+    /// Returns the row of an interface, or -1 when no interface has this name.
+    int rowOf(const QString& name) const;
+    /// Returns the names of the open interfaces, in the order of the rows.
     QStringList openNames() const;
-    /// Why nothing can be sent on an interface; otherwise nothing.
+    /// Returns the reason why nothing can be sent on an interface, or nothing when it can send.
     Failure sendObstacle(const QString& name) const;
-    /// Sends a message, unless there is an obstacle.
+    /// Sends a message, or returns the reason why it was not sent.
     Failure send(const QString& name, const Cim::CCanMessage& message) const;
-    /// The row of the event log for an error of an interface.
+    /// Returns the event for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
-    /// Takes note of the errors of the interfaces, and of messages that show that a bus works.
+    /// Updates the last error of each interface: a new error replaces it, a received message shows that the bus works
+    /// and ends it.
     void noteErrors(const SDelivery& delivery);
-    /// The same of a message that was not sent.
+    /// Returns the event for a message that was refused.
     SEvent eventOf(const SBusRecord& refused) const;
-    /// Shows the states anew, which have times in them.
+    /// Updates the state texts, which contain times.
     void refreshStates();
 
     QVariant data(const QModelIndex& index, int role) const override;
-    /// Sorts the present rows; rows that are added later follow behind them.
+    /// Sorts the present rows; rows that are added later follow after them.
     void sort(int column, Qt::SortOrder order) override;
 
 Q_SIGNALS:
     void eventRaised(const vexmor::Apps::Cimview::SEvent& event);
-    /// The state of an interface changed, or a row was added or removed.
+    /// Emitted when the state of an interface has changed, or a row was added or removed.
     void statesChanged();
 
 private:

@@ -12,7 +12,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr int MOST_NAMED = 10; ///< in a question
+constexpr int MOST_NAMED = 10; ///< Names that a question lists.
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -28,7 +28,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
                {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet   "), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
-    m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder); // as they came, until the user chooses
+    m_table->horizontalHeader()->setSortIndicator(
+        -1, Qt::AscendingOrder); // in the order of arrival until the user chooses a column
     m_table->setSortingEnabled(true);
     makeActions();
     makeLayout();
@@ -56,14 +57,15 @@ void CInterfacePanel::makeActions()
     m_add = makeAction(this, tr("&Add ..."), QKeySequence::New, &CInterfacePanel::addInterface);
     m_configure = makeAction(this, tr("Con&figure ..."), Qt::Key_F4, &CInterfacePanel::configure);
     m_store = makeAction(this, tr("&Store"), {}, forSelected(&CManagedInterface::store));
-    m_store->setToolTip(tr("Keeps an interface that was found for the next time"));
+    m_store->setToolTip(tr("Stores the interface, so that the list has it at the next start"));
     m_remove = makeAction(this, tr("Re&move"), {}, &CInterfacePanel::removeSelected);
     m_scan = makeAction(this, tr("Scan &network"), Qt::Key_F5, &CInterfacePanel::startScan);
     m_simulate = makeAction(this, tr("Try a simu&lated gateway"), {}, &CInterfacePanel::simulate);
     m_sendTo = makeAction(this, tr("Send on &this interface"), {}, [this] {
         Q_EMIT sendTargetChosen(m_workbench.interfaces().at(selectedRows(*m_table).first()).name());
     });
-    m_baudrate->setToolTip(tr("Bit rate of the CAN bus. One that is set here is set on the bus when it is opened."));
+    m_baudrate->setToolTip(
+        tr("Bit rate of the CAN bus. A rate chosen here is set on the bus when the interface is opened."));
     auto* const rates = new QActionGroup(this);
     for (const auto& [rate, text] : bitRateTexts()) {
         QAction* const action = makeAction(this, text, {}, [this, rate = rate] { setBaudrate(rate); });
@@ -110,7 +112,7 @@ void CInterfacePanel::removeSelected()
         anyStored = anyStored || interfaces.at(row).isStored();
     }
     const bool areMany = names.size() > MOST_NAMED;
-    const QString question = tr("Remove these interfaces, from the store as well?") + QStringLiteral("\n\n") +
+    const QString question = tr("Remove these interfaces from the list and from the store?") + QStringLiteral("\n\n") +
                              names.mid(0, MOST_NAMED).join(QLatin1Char('\n')) +
                              (areMany ? QStringLiteral("\n...") : QString());
     if (anyStored && QMessageBox::question(this, tr("Remove"), question, QMessageBox::Yes | QMessageBox::Cancel,
@@ -150,7 +152,7 @@ void CInterfacePanel::configure()
     }
     CManagedInterface& configured = interfaces.at(interfaces.rowOf(name));
     if (const int rate = canInterface.baudrate(); rateBefore == 0 && rate != 0) {
-        configured.setBitRate(GATEWAYS_BIT_RATE); // until the user has answered
+        configured.setBitRate(GATEWAYS_BIT_RATE); // the rate stays unchanged until the user has answered
         confirmBitRate(name, rate);
     } else {
         configured.settingsChanged();
@@ -158,15 +160,16 @@ void CInterfacePanel::configure()
     updateActions();
 }
 
-/// The dialog has no entry for the gateway's own rate: it makes a rate of it, also when the user changes nothing.
+/// Asks whether the rate of the plugin's dialog is to be set. The dialog has no entry for an unchanged rate and always
+/// sets one, also when the user changes nothing.
 void CInterfacePanel::confirmBitRate(const QString& name, int rate)
 {
     QMessageBox box(QMessageBox::Question, tr("Baud rate"),
-                    tr("%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. "
-                       "Set this rate? It disturbs a bus that runs at another one.")
+                    tr("%1 has not changed the baud rate of the bus so far. The dialog now shows %2 kbit/s. "
+                       "Set this rate? It disturbs a bus that runs at another rate.")
                         .arg(name, QString::number(rate)),
                     QMessageBox::NoButton, this);
-    QPushButton* const leave = box.addButton(tr("&Leave the gateway's rate"), QMessageBox::RejectRole);
+    QPushButton* const leave = box.addButton(tr("&Leave it unchanged"), QMessageBox::RejectRole);
     const QPushButton* const set = box.addButton(tr("&Set %1 kbit/s").arg(rate), QMessageBox::AcceptRole);
     box.setDefaultButton(leave);
     box.exec();
@@ -189,7 +192,7 @@ void CInterfacePanel::simulate()
     }
 }
 
-/// Selects the rows that a scan has added.
+/// Selects the last rows, which a scan has added.
 void CInterfacePanel::showFound(int added)
 {
     m_scan->setEnabled(true);
@@ -209,7 +212,7 @@ void CInterfacePanel::setBaudrate(const QString& rate)
     for (const int row : selectedRows(*m_table)) {
         CManagedInterface& one = m_workbench.interfaces().at(row);
         if (!one.setBitRate(rate)) {
-            m_workbench.note(tr("%1 keeps its baud rate.").arg(one.name()));
+            m_workbench.note(tr("The baud rate of %1 was not changed: close the interface first.").arg(one.name()));
         }
     }
 }
@@ -223,7 +226,7 @@ void CInterfacePanel::updateActions()
     const bool anyClosed = any(isClosed);
     const bool oneClosed = rows.size() == 1 && anyClosed;
     m_hint->setVisible(interfaces.rowCount() == 0);
-    m_simulate->setEnabled(m_workbench.sim().gateway().port() == 0); // one is enough
+    m_simulate->setEnabled(m_workbench.sim().gateway().port() == 0); // one simulated gateway is enough
     m_open->setEnabled(anyClosed);
     m_close->setEnabled(any([&](int row) { return !isClosed(row); }));
     m_configure->setEnabled(oneClosed);

@@ -20,15 +20,15 @@ class CInterfacePanel : public QWidget
 public:
     explicit CInterfacePanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
-    /// For a menu; the panel owns them.
+    /// Returns the actions for a menu; the panel owns them.
     QList<QAction*> interfaceActions() const;
     /// Runs the plugin's dialog for the selected interface.
     void configure();
-    /// Starts a scan; the interfaces that it adds are selected.
+    /// Starts a scan. The interfaces that the scan adds become selected.
     void startScan();
 
 Q_SIGNALS:
-    /// The user wants to send on this interface.
+    /// Emitted when the user chooses an interface to send on.
     void sendTargetChosen(const QString& name);
 
 private:
@@ -44,7 +44,7 @@ private:
 
     CWorkbench& m_workbench;
     QTableView* m_table;
-    QLabel* m_hint; ///< what to do when there is no interface
+    QLabel* m_hint; ///< Shows what to do while the list is empty.
     QMenu* m_baudrate;
     QAction* m_open;
     QAction* m_close;

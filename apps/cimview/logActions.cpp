@@ -10,7 +10,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr double MAX_SPEED = 100; ///< of a replay, times that of the messages
+constexpr double MAX_SPEED = 100; ///< Greatest speed factor of a replay.
 constexpr double SPEED_STEP = 0.5;
 
 QString fileTypes()
@@ -64,7 +64,7 @@ CLogActions::CLogActions(CWorkbench& workbench, QWidget* window)
 bool CLogActions::mayDiscardTrace()
 {
     return !m_workbench.feed().isUnsaved() ||
-           QMessageBox::warning(m_window, tr("Trace"), tr("There are messages that are not saved. Discard them?"),
+           QMessageBox::warning(m_window, tr("Trace"), tr("Some messages are not saved. Discard them?"),
                                 QMessageBox::Discard | QMessageBox::Cancel,
                                 QMessageBox::Cancel) == QMessageBox::Discard;
 }
@@ -94,19 +94,20 @@ void CLogActions::chooseSave()
         m_liveBefore = feed.liveCount();
         m_messages = feed.trace().size() + feed.waitingCount();
         setBusy(true);
-        // Without those that a filter hides or a pause holds back.
+        // Messages that a filter hides or a pause holds back are not saved.
         m_saver.save(path, feed.trace().records(), m_direction->isChecked());
     }
 }
 
-/// The two may be chosen together, then the one whose name comes first is the earlier; recordings have names by time.
+/// Lets the user choose two logs to compare, together or one after the other. Of two logs chosen together, the first
+/// by name counts as the earlier one: names of recordings begin with their time.
 void CLogActions::chooseComparison()
 {
-    const QString title = tr("Logs to compare: two, or the earlier one");
+    const QString title = tr("Choose two logs to compare, or the earlier one first");
     QStringList paths = QFileDialog::getOpenFileNames(m_window, title, QString(), fileTypes());
     paths.sort();
     if (paths.size() == 1) {
-        paths += QFileDialog::getOpenFileNames(m_window, tr("Log to compare with it"), QString(), fileTypes());
+        paths += QFileDialog::getOpenFileNames(m_window, tr("Choose the later log"), QString(), fileTypes());
     }
     if (paths.size() == 2) {
         (new CComparisonDialog(m_window, m_workbench.names(), paths.at(0), paths.at(1)))->show();
@@ -134,7 +135,7 @@ void CLogActions::chooseReplay(bool start)
     const QStringList open = interfaces.openNames();
     bool chosen = start && !open.isEmpty();
     const QString name =
-        chosen ? QInputDialog::getItem(m_window, tr("Replay"), tr("Send what is shown on:"), open, 0, false, &chosen)
+        chosen ? QInputDialog::getItem(m_window, tr("Replay"), tr("Interface for the replay:"), open, 0, false, &chosen)
                : QString();
     if (chosen) {
         m_player.start(m_workbench.feed().trace().records(), [this, &interfaces, name](const auto& message) {

@@ -11,27 +11,27 @@ namespace vexmor::Apps::Cimview
 
 class CWorkbench;
 
-/// What the user does with logs of messages: load, save, record and replay, each an action with its dialog. Results go
-/// to the event log.
+/// The actions on logs of messages, each with its dialog: load, save, compare, record and replay. Results are reported
+/// in the event log.
 class CLogActions : public QObject
 {
     Q_OBJECT
 
 public:
-    /// `workbench` must outlive the object. `window` owns it, and the dialogs.
+    /// `workbench` must outlive the object. `window` owns the object and the dialogs.
     CLogActions(CWorkbench& workbench, QWidget* window);
 
-    /// For a menu.
+    /// Returns all actions, for a menu.
     QList<QAction*> actions() const { return {m_load, m_save, m_compare, m_record, m_replay, m_hourly, m_direction}; }
-    /// Those that are a choice for later: whether recordings begin a new file each hour, and whether lines that are
-    /// written name the direction, R or T; other programs may not read these.
+    /// Returns the options among the actions: whether a recording begins a new file each hour, and whether each line of
+    /// a log ends with the direction, R or T, which some programs cannot read.
     QList<QAction*> choices() const { return {m_hourly, m_direction}; }
-    /// Shows how a replay goes on, with its speed; for a status bar. Hidden while none runs.
+    /// Makes a bar with speed and progress of the replay, for the status bar. The bar is hidden while no replay runs.
     QWidget* makeReplayBar();
-    /// Shows a log in place of the trace, once it is read; live messages wait then, as in a pause.
+    /// Reads a log and then shows it in place of the trace. Live messages wait from then on, as in a pause.
     void load(const QString& path);
-    /// Asks the user whether live messages of the trace that are not saved may be discarded; true also when all are
-    /// saved.
+    /// Asks the user whether unsaved live messages may be discarded. Returns true when the user agrees or when all
+    /// messages are saved.
     bool mayDiscardTrace();
 
 private:
@@ -55,9 +55,9 @@ private:
     CLogLoader m_loader;
     CLogSaver m_saver;
     CLogReplay m_player;
-    QString m_loaded;               ///< name of the log that is being read
-    std::uint64_t m_liveBefore = 0; ///< number of live messages when the present saving began
-    std::size_t m_messages = 0;     ///< number of messages then, shown or not
+    QString m_loaded;               ///< Name of the log that is being read.
+    std::uint64_t m_liveBefore = 0; ///< Number of live messages when the present save began.
+    std::size_t m_messages = 0;     ///< Number of all messages at that time, hidden ones included.
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// Messages in one turn of the event loop: some milliseconds.
+/// Messages per turn of the event loop, which take some milliseconds.
 constexpr std::size_t PIECE = 5000;
 } // namespace
 
@@ -23,7 +23,7 @@ CLogLoader::CLogLoader(CSourceNames& names) : m_names(names)
 void CLogLoader::load(const QString& path)
 {
     m_path = path;
-    m_records.clear(); // of one that was being read
+    m_records.clear(); // messages of an earlier log that was not read to its end
     m_count = 0;
     m_reader = CanLog::CLogReader();
     if (const Failure failure = m_reader.open(path)) {
@@ -51,7 +51,7 @@ void CLogLoader::loadPiece()
     }
 }
 
-/// The text on lines that were skipped, where some were.
+/// Returns the text on skipped lines, or an empty text when no line was skipped.
 QString CLogLoader::skippedText() const
 {
     return m_reader.skipped() == 0 ? QString()
@@ -109,7 +109,7 @@ void CLogSaver::savePiece()
 
 QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection)
 {
-    // A field of the line: no blanks in it.
+    // The name is a field of the line, so it must not contain blanks.
     const QByteArray name = names.name(record.source).replace(QLatin1Char(' '), QLatin1Char('_')).toUtf8();
     const char direction = record.sent ? 'T' : 'R';
     return CanLog::formatLogLine({record.microseconds, name, record.message, withDirection ? direction : '\0'});
@@ -119,7 +119,7 @@ QByteArray tableLine(const SBusRecord& record, const CSourceNames& names)
 {
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(record.microseconds / 1000);
     const QString name = names.name(record.source).replace(QLatin1Char('"'), QStringLiteral("\"\""));
-    // With 0x: 1E5 alone is a number to spreadsheets.
+    // Spreadsheets would read 1E5 as a number, so the identifier begins with 0x.
     return QStringLiteral("%1 %2,\"%3\",%4,0x%5,%6")
         .arg(time.toString(QStringLiteral("yyyy-MM-dd")), timeText(record.microseconds), name,
              directionText(record.sent), idText(record.message), dataText(record.message))

@@ -15,7 +15,7 @@ namespace vexmor::Apps::Cimview
 {
 
 /// Reads a log in candump's format, one piece per turn of the event loop, so that a long log does not block the window.
-/// Of more messages than a trace holds it delivers the last.
+/// When the log has more messages than fit into a trace, the loader delivers the last ones.
 class CLogLoader : public QObject
 {
     Q_OBJECT
@@ -24,13 +24,13 @@ public:
     /// `names` must outlive the loader.
     explicit CLogLoader(CSourceNames& names);
 
-    /// Starts to read; ends with `finished`.
+    /// Starts to read. `finished` is emitted at the end.
     void load(const QString& path);
 
 Q_SIGNALS:
-    /// The messages, unless the log has none.
+    /// Delivers the messages; not emitted for an empty log.
     void loaded(const std::vector<vexmor::Apps::SBusRecord>& records);
-    /// Number of messages read. `problem` is a text for the user when a part of the file could not be read.
+    /// Reports the number of messages read. `problem` is a text for the user when a part of the file could not be read.
     void finished(quint64 count, const QString& problem);
 
 private:
@@ -46,15 +46,15 @@ private:
     quint64 m_count = 0;
 };
 
-/// A message as a line of a log, without a line end, under the name of its interface; with R or T at its end, or
-/// without, as every program reads it.
+/// Returns a message as a line of a log in candump's format, without a line end. The line ends with R or T when
+/// `withDirection` is true; some programs can only read lines without it.
 QByteArray logLine(const SBusRecord& record, const CSourceNames& names, bool withDirection);
 
-/// The same as a row of a table, for other programs: local time, interface, direction, identifier and data.
+/// Returns a message as a row of a CSV table: local time, interface, direction, identifier and data.
 QByteArray tableLine(const SBusRecord& record, const CSourceNames& names);
 
-/// Writes messages as a log in candump's format, or as a table where the name of the file ends in .csv, one piece per
-/// turn of the event loop. The file appears when it is whole.
+/// Writes messages to a file, one piece per turn of the event loop: as a log in candump's format, or as a table when
+/// the name of the file ends in .csv. The file appears under its name when it is complete.
 class CLogSaver : public QObject
 {
     Q_OBJECT
@@ -62,11 +62,11 @@ class CLogSaver : public QObject
 public:
     explicit CLogSaver(const CSourceNames& names);
 
-    /// Starts to write; ends with `finished`.
+    /// Starts to write. `finished` is emitted at the end.
     void save(const QString& path, std::vector<SBusRecord> records, bool withDirection);
 
 Q_SIGNALS:
-    /// Number of messages written. `problem` is a text for the user when the file could not be written.
+    /// Reports the number of messages written. `problem` is a text for the user when the file could not be written.
     void finished(quint64 count, const QString& problem);
 
 private:

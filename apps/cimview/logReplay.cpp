@@ -5,7 +5,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int TICK_MS = 5;
-constexpr int SENT_PER_TURN = 1000; ///< messages in one turn of the event loop
+constexpr int SENT_PER_TURN = 1000; ///< Messages per turn of the event loop at most.
 } // namespace
 
 CLogReplay::CLogReplay()

@@ -12,27 +12,27 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Sends messages at the pace at which they were received, or at a multiple of it, once or again and again. Window
-/// thread only: some milliseconds late while that is busy.
+/// Sends messages at the pace at which they were received, or at a multiple of it, once or in a loop. Used in the
+/// window's thread only; messages leave some milliseconds late while this thread is busy.
 class CLogReplay : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Returns false when the message cannot be sent any more: then the replay ends.
+    /// Sends a message. Returns false when it cannot be sent; the replay then ends.
     using Send = std::function<bool(const Cim::CCanMessage& message)>;
 
     CLogReplay();
     void start(std::vector<SBusRecord> records, Send send);
     void stop();
-    /// 1: the pace of the messages. Also while it runs.
+    /// Sets the speed factor; 1 is the pace of the messages. Can be called while a replay runs.
     void setSpeed(double speed);
     void setLoop(bool loops) { m_loops = loops; }
 
 Q_SIGNALS:
-    /// So many of the messages were sent, in this round.
+    /// Reports how many of all messages were sent in the present round.
     void progressed(int sent, int all);
-    /// Number of messages sent.
+    /// Reports the number of messages sent in all rounds.
     void finished(quint64 count);
 
 private:
@@ -43,10 +43,10 @@ private:
     std::vector<SBusRecord> m_records;
     Send m_send;
     std::size_t m_next = 0;
-    quint64 m_sent = 0; ///< in all rounds
+    quint64 m_sent = 0; ///< Messages sent in all rounds.
     bool m_loops = false;
     double m_speed = 1;
-    std::int64_t m_position = 0; ///< microseconds behind the first message when the clock was started
+    std::int64_t m_position = 0; ///< Microseconds since the first message at the start of the clock.
     QElapsedTimer m_clock;
     QTimer m_timer;
 };

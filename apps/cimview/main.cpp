@@ -1,4 +1,4 @@
-// cimview: works with CAN interfaces in a window. Here stands what can be typed, and what is made of it.
+// cimview: works with CAN interfaces in a window. This file has its command line and its start.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/workbench.h"
@@ -18,13 +18,13 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// What was typed.
+/// The options of the command line.
 struct SOptions {
     SPluginPlace place;
     bool sim = false;
-    QString simLog; ///< empty: generated traffic
+    QString simLog; ///< Log that the simulated gateway plays; empty: generated traffic.
     QStringList targets;
-    QString bitRate = GATEWAYS_BIT_RATE; ///< for addresses
+    QString bitRate = GATEWAYS_BIT_RATE; ///< Bit rate for targets that are addresses.
     bool scan = false;
     bool dark = false;
 };
@@ -36,30 +36,30 @@ void addOptions(CLI::App& app, SOptions& options)
         options.simLog = file;
     };
     addText(app, "--sim", takeSim,
-            "Start with a simulated gateway in this program; FILE: a log of candump is played on its bus", "[FILE]")
+            "Start with a simulated gateway in this program; FILE: a candump log to play on its bus", "[FILE]")
         .optionalValue();
     addTexts(app, "TARGETS", options.targets,
-             "Interfaces to open at once: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
+             "Interfaces to open at the start: stored names, or addresses ADDRESS[:PORT][:TCP|:UDP]")
         .several();
     addText(app, "--baudrate", options.bitRate,
-            "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (as the gateway has it)",
-            "KBIT")
+            "Bit rate of the CAN bus behind an address: 50, 100, 125, 250, 500 or 1000 kbit/s (unchanged)", "KBIT")
         .bitRate();
-    addFlag(app, "--scan", options.scan, "Scan the network for gateways at once");
-    addFlag(app, "--dark", options.dark, "Use a dark palette (from then on)");
+    addFlag(app, "--scan", options.scan, "Scan the network for gateways at the start");
+    addFlag(app, "--dark", options.dark, "Use a dark palette, also at later starts");
     addPluginPlace(app, options.place);
     setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
 }
 
 constexpr char PREFIX[] = "error";
 
-/// Opens a stored interface by its name, or adds and opens an address, with a bus of this bit rate.
+/// Opens a stored interface by its name, or adds and opens an interface with an address and this bit rate.
 Failure openTarget(CInterfaceList& interfaces, const QString& target, const QString& bitRate)
 {
     if (interfaces.rowOf(target) < 0) {
         if (!isAddress(target)) {
             return wrongUsage(
-                CMainWindow::tr("'%1' is no stored interface, and no address like 192.168.1.70:30000:TCP").arg(target));
+                CMainWindow::tr("'%1' is neither a stored interface nor an address like 192.168.1.70:30000:TCP")
+                    .arg(target));
         }
         Result<Settings> settings = readAddress(target, {{StoreKey::BAUDRATE, bitRate}});
         Failure failure = settings ? interfaces.add(target, *settings, false) : settings.problem();
@@ -71,7 +71,7 @@ Failure openTarget(CInterfaceList& interfaces, const QString& target, const QStr
     return {};
 }
 
-/// Fills the list of interfaces as the command line has it.
+/// Fills the list of interfaces as the command line requests it.
 Failure openAll(CWorkbench& workbench, const SOptions& options)
 {
     CInterfaceList& interfaces = workbench.interfaces();
@@ -98,7 +98,7 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
     const CInterruption interruption;
     QObject::connect(&interruption, &CInterruption::interrupted, &window, [&window] {
         window.close();
-        QApplication::quit(); // also when a dialog is open
+        QApplication::quit(); // ends the program also while a dialog is open
     });
     if (options.scan) {
         window.interfacePanel().startScan();
@@ -108,7 +108,7 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 
 int run(char** argv, const SOptions& options)
 {
-    int nameAlone = 1; // Qt has options of its own with the names of ours
+    int nameAlone = 1; // keeps our options from Qt, which has options with the same names
     QApplication application(nameAlone, argv);
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/cimview.png")));
     installTranslations(application,
@@ -119,7 +119,7 @@ int run(char** argv, const SOptions& options)
     }
     const int exitCode = runWindow(options, search.plugins);
     CInterfaceInUse::endAll();
-    // Ends a scan that still runs, while there is an application for it to run in.
+    // Ends a scan that is still running, because it needs the application object.
     for (const SPlugin& plugin : search.plugins) {
         plugin.loader->unload();
     }

@@ -19,18 +19,18 @@ namespace
 const QString GROUP = QStringLiteral("Cimview");
 const QString GEOMETRY = QStringLiteral("Geometry");
 const QString STATE = QStringLiteral("WindowState");
-/// Of the action that folds a panel, behind the name of the panel.
+/// Suffix of the object name of an action that folds a panel; the name of the panel stands before it.
 const QString FOLDED = QStringLiteral("Folded");
-/// Names of the tables whose columns are kept, and the keys of these.
+/// Names of the tables whose columns are saved; also the keys in the settings.
 const QString COLUMNS[] = {QStringLiteral("InterfaceColumns"), QStringLiteral("Trace"), QStringLiteral("Identifiers")};
 constexpr int RATE_INTERVAL_MS = 1000;
-constexpr int RESULT_MS = 10000; ///< for which the end of a task is shown in the status bar
+constexpr int RESULT_MS = 10000; ///< Time for which the status bar shows the result of a task.
 constexpr QSize INITIAL_SIZE(1500, 900);
 constexpr QSize REPORT_SIZE(560, 400);
-constexpr QSize FRAME_SIZE(20, 60); ///< what a window manager puts around it, about
+constexpr QSize FRAME_SIZE(20, 60); ///< Approximate size of what the window manager adds around the window.
 
-/// What screen readers know of the application: its own name, not that of the settings store.
-struct SReadApplication : QAccessibleApplication {
+/// Gives screen readers the name of the program, not the name of the settings store.
+struct SAccessibleApplication : QAccessibleApplication {
     QString text(QAccessible::Text text) const override
     {
         return text == QAccessible::Name ? QGuiApplication::applicationDisplayName()
@@ -40,7 +40,7 @@ struct SReadApplication : QAccessibleApplication {
 
 QAccessibleInterface* describeApplication(const QString& /*className*/, QObject* object)
 {
-    return object == QCoreApplication::instance() ? new SReadApplication : nullptr;
+    return object == QCoreApplication::instance() ? new SAccessibleApplication : nullptr;
 }
 } // namespace
 
@@ -58,7 +58,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
 {
     setWindowTitle(tr("CAN interfaces"));
     setCentralWidget(m_messages);
-    setAcceptDrops(true); // a log
+    setAcceptDrops(true); // a log file may be dropped on the window
     setDockNestingEnabled(true);
     QDockWidget* const interfaces = addPanel(QStringLiteral("Interfaces"), tr("Interfaces"), m_interfaces);
     QDockWidget* const plot =
@@ -85,7 +85,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces}, {width() * 3 / 8}, Qt::Horizontal);
     resizeDocks({interfaces, plot, send}, {5, 3, 7}, Qt::Vertical);
-    send->raise(); // until the saved state is loaded
+    send->raise(); // in front until the saved state is loaded
     loadState();
 }
 
@@ -94,29 +94,29 @@ CMainWindow::~CMainWindow() = default;
 void CMainWindow::prepareApplication()
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Vexmor"));
-    QCoreApplication::setApplicationName(QStringLiteral("Cim")); // of the store, which all hosts share
+    QCoreApplication::setApplicationName(QStringLiteral("Cim")); // names the store that all host applications share
     QGuiApplication::setApplicationDisplayName(QStringLiteral("cimview"));
     QGuiApplication::setDesktopFileName(QStringLiteral("cimview"));
     QAccessible::installFactory(&describeApplication);
-#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // always so since
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 6 always does this
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
 #endif
 }
 
-/// The panels are beside the messages, which have the height of the window, one below the other.
+/// Adds a panel beside the messages, below the other panels.
 QDockWidget* CMainWindow::addPanel(const QString& name, const QString& title, QWidget* panel)
 {
-    panel->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Ignored); // to be folded: down to its title
+    panel->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Ignored); // so that it can be folded down to its title
     auto* const dock = new QDockWidget(title, this);
-    dock->setObjectName(name); // the key of the dock in the saved state
+    dock->setObjectName(name); // the key of the panel in the saved state
     dock->setWidget(panel);
     makeTitle(*dock);
     addDockWidget(Qt::RightDockWidgetArea, dock);
     return dock;
 }
 
-/// Gives a panel a title with buttons that fold and hide it. Panels that share a place with tabs are folded together.
+/// Gives a panel a title bar with buttons that fold and hide it. Panels that share a place as tabs are folded together.
 void CMainWindow::makeTitle(QDockWidget& dock)
 {
     auto* const fold = new QAction(this);
@@ -130,11 +130,11 @@ void CMainWindow::makeTitle(QDockWidget& dock)
         fold->setText(arrow + dock.windowTitle());
     };
     connect(fold, &QAction::toggled, &dock, [this, &dock, title, fold, showTitle](bool isFolded) {
-        if (isFolded && dock.isVisible()) { // otherwise it has no height yet
+        if (isFolded && dock.isVisible()) { // a panel that was never visible has no height yet
             fold->setData(dock.height());
         }
         showTitle();
-        dock.widget()->setEnabled(!isFolded); // a hidden one would narrow the panels above and below
+        dock.widget()->setEnabled(!isFolded); // not hidden, because that would narrow the panels above and below
         dock.setMaximumHeight(isFolded ? title->sizeHint().height() : QWIDGETSIZE_MAX);
         for (const QDockWidget* const other : tabifiedDockWidgets(&dock)) {
             findChild<QAction*>(other->objectName() + FOLDED)->setChecked(isFolded);
@@ -172,7 +172,7 @@ void CMainWindow::makeMenus()
     menuBar()->addMenu(tr("&Help"))->addAction(tr("&About"), this, [this] {
         QMessageBox::about(this, windowTitle(),
                            tr("cimview %1: CAN interfaces of T93 gateways in a window.\n"
-                              "Its guide is docs/cimview.md of the source.")
+                              "User guide: docs/cimview.md in the source.")
                                .arg(QStringLiteral(CIM_VERSION)));
     });
 }
@@ -210,7 +210,7 @@ void CMainWindow::makeViewMenu()
     view->addAction(m_dark);
 }
 
-/// Hides all panels, or shows them again as they were.
+/// Hides all panels, or shows them again at their previous places.
 void CMainWindow::showAlone(bool alone)
 {
     if (!alone) {
@@ -240,7 +240,7 @@ void CMainWindow::showStatistics()
 
 void CMainWindow::showUnread()
 {
-    const int unread = m_workbench.events().unread(); // the panel in front may have read it meanwhile
+    const int unread = m_workbench.events().unread(); // a visible panel may have marked the events as read
     m_eventDock->setWindowTitle(unread == 0 ? tr("Events") : tr("Events (%1 new)").arg(unread));
     m_unread->setText(unread == 0 ? QString() : unread == 1 ? tr("1 new error") : tr("%1 new errors").arg(unread));
 }
@@ -252,7 +252,7 @@ void CMainWindow::showRate()
     const CLogRecorder& recorder = m_workbench.recorder();
     const QString recording =
         recorder.isRunning() ? tr(", recording to %1").arg(QFileInfo(recorder.fileName()).fileName()) : QString();
-    m_rate->setText(tr("%L1 messages/s, %L2 in all").arg(rate).arg(fetched) + recording);
+    m_rate->setText(tr("%L1 messages/s, %L2 in total").arg(rate).arg(fetched) + recording);
     m_fetched = fetched;
 }
 
@@ -304,7 +304,7 @@ void CMainWindow::dropEvent(QDropEvent* event)
 
 void CMainWindow::closeEvent(QCloseEvent* event)
 {
-    if (event->spontaneous() && !m_logs->mayDiscardTrace()) { // by the user; a signal to the program needs no answer
+    if (event->spontaneous() && !m_logs->mayDiscardTrace()) { // closed by the user, not by a signal to the program
         event->ignore();
         return;
     }

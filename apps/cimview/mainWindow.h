@@ -17,8 +17,8 @@ class CMessagePanel;
 class CSendPanel;
 class CWorkbench;
 
-/// The window: the messages on the left, the other panels beside them, to be moved, folded or hidden. Keeps its state
-/// in the group "Cimview" of the settings store.
+/// The main window: the messages on the left, and beside them the other panels, which the user can move, fold and hide.
+/// Keeps its state in the group "Cimview" of the settings store.
 class CMainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -28,8 +28,8 @@ public:
     explicit CMainWindow(CWorkbench& workbench);
     ~CMainWindow() override;
 
-    /// Before the application object is made: sets the names of organisation and application, and full resolution on
-    /// dense screens.
+    /// Sets the names of organisation and application, and full resolution on high-density screens. To be called before
+    /// the application object is created.
     static void prepareApplication();
 
     CInterfacePanel& interfacePanel() { return *m_interfaces; }
@@ -65,10 +65,10 @@ private:
     QLabel* m_unread;
     QAction* m_alone;
     QAction* m_dark;
-    QList<QAction*> m_kept; ///< choices that are kept for the next time, under their object names
-    QByteArray m_panels;    ///< their places, while the messages are alone
+    QList<QAction*> m_kept; ///< Options that are saved under their object names.
+    QByteArray m_panels;    ///< Places of the panels, saved while the messages are shown alone.
     QTimer m_rateTimer;
-    std::uint64_t m_fetched = 0; ///< messages, when the rate was shown last
+    std::uint64_t m_fetched = 0; ///< Number of messages at the last update of the rate.
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -58,10 +58,12 @@ bool CManagedInterface::isUnreachable() const
 Failure CManagedInterface::sendObstacle() const
 {
     if (!isOpen()) {
-        return wrongUsage(tr("Nothing is sent: %1 is not open.").arg(name()));
+        return wrongUsage(tr("Nothing is sent: open %1 first.").arg(name()));
     }
     if (status().connection == EConnection::eOpen) {
-        return wrongUsage(tr("Nothing is sent: no gateway has answered at the address of %1.").arg(name()));
+        return wrongUsage(
+            tr("Nothing is sent: no gateway has answered at the address of %1. Check the address and the gateway.")
+                .arg(name()));
     }
     return {};
 }
@@ -117,7 +119,7 @@ void CManagedInterface::onStatusChanged()
         m_canInterface->setCommonInfo(info);
     }
     const auto before = std::exchange(m_shown, std::pair(current.connection, current.losses));
-    if (current.code != 0) { // it was not opened
+    if (current.code != 0) { // the interface was not opened
         m_openFailure = SProblem{current.reason, current.code};
         report(*m_openFailure);
         m_inUse.reset();
@@ -126,7 +128,7 @@ void CManagedInterface::onStatusChanged()
         m_cyclic.clear();
     }
     if (m_shown != before) {
-        m_error.clear(); // of the connection before
+        m_error.clear(); // it belongs to the previous connection
     }
     Q_EMIT changed();
     if (m_shown != before) {
@@ -141,7 +143,7 @@ void CManagedInterface::noteConnection(bool wasLost)
     const bool wasUnreachable = std::exchange(m_wasUnreachable, isUnreachable()) || wasLost;
     if (m_wasOpen != wasOpen) {
         Q_EMIT eventRaised(eventNow(EEvent::eNote, m_wasOpen ? tr("Opened.") : tr("Closed."), name()));
-    } else if (m_shown.first == EConnection::eSilent && m_wasUnreachable) { // a lost link is an error of the interface
+    } else if (m_shown.first == EConnection::eSilent && m_wasUnreachable) { // the interface itself reports a lost link
         report({tr("The gateway does not answer any more.")});
     } else if (m_wasOpen && wasUnreachable && !m_wasUnreachable) {
         const auto count = m_cyclic.size();

@@ -17,9 +17,9 @@ namespace vexmor::Apps::Cimview
 
 /// An interface that the user works with, open or closed, in the window's thread.
 ///
-/// It keeps a closed interface, which has the settings: that one is configured, stored and asked for texts. To open it,
-/// a clone is used, in a thread of its own. So the window never waits for a gateway, and what is configured never
-/// changes under an open link.
+/// The object keeps a closed interface with the settings, which is configured, stored and used for texts. A clone of it
+/// is opened, in a thread of its own. The window therefore never waits for a gateway, and settings never change under
+/// an open link.
 class CManagedInterface : public QObject
 {
     Q_OBJECT
@@ -31,70 +31,74 @@ public:
 
     QString name() const { return m_canInterface->commonInfo().uniqueName(); }
     const Cim::CCommonInfo& info() const { return m_canInterface->commonInfo(); }
-    /// What is known of its connection.
+    /// Returns what is known of the connection.
     const SInterfaceStatus& status() const;
-    /// The same for the user: the connection, or why it was not opened; and the last error of the bus, until a message
-    /// shows that the bus works.
+    /// Returns the state as a text for the user: the connection, or why the interface was not opened, and the last
+    /// error of the bus until a message shows that the bus works.
     QString stateText() const;
     EMark stateMark() const;
-    /// Why the last attempt to open it failed, if it did.
+    /// Returns why the last attempt to open the interface failed, or nothing when it succeeded.
     const Failure& openFailure() const { return m_openFailure; }
     bool hasError() const { return !m_error.isEmpty(); }
-    /// The text of an error of the bus; empty: a message was received.
+    /// Sets the text of the last error of the bus. An empty text ends the error.
     void setError(const QString& text);
     bool isClosed() const { return status().connection == EConnection::eClosed; }
     bool isStored() const { return m_isStored; }
-    /// The interface that has the settings, always closed; only to be changed while this one is closed.
+    /// Returns the closed interface with the settings. It may only be changed while this interface is closed.
     Cim::CCanInterface& settings() const { return *m_canInterface; }
-    /// Neither closed nor connecting.
+    /// Returns true when the interface is neither closed nor connecting.
     bool isOpen() const;
-    /// True while the gateway is known not to be reachable: without a link, or silent over UDP, where a gateway that
-    /// runs answers.
+    /// Returns true while the gateway is known to be unreachable: the link is lost, or the gateway is silent over UDP,
+    /// where a running gateway always answers.
     bool isUnreachable() const;
-    /// Why nothing can be sent on it: it is not open, or no gateway has answered since it was opened. Otherwise
-    /// nothing.
+    /// Returns why nothing can be sent: the interface is not open, or no gateway has answered since it was opened.
+    /// Returns nothing when messages can be sent.
     Failure sendObstacle() const;
-    /// Hands over a message to be sent, unless there is an obstacle; it may still be refused, which is an event.
+    /// Hands over a message to be sent, or returns why it cannot be sent. An event reports a message that is refused
+    /// later.
     Failure send(const Cim::CCanMessage& message);
-    /// Sends a message every so many milliseconds, until the interface is closed; 0 ends that.
+    /// Sends a message at this interval until the interface is closed; 0 stops it. `key` identifies the message.
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
 
     void open();
     void close();
-    /// Sets the bit rate, in kbit/s or GATEWAYS_BIT_RATE. False when it is not closed or refuses the rate.
+    /// Sets the bit rate, in kbit/s or GATEWAYS_BIT_RATE. Returns false when the interface is not closed or refuses the
+    /// rate.
     bool setBitRate(const QString& rate);
-    /// After a change through `settings`: shows it, and stores it when the interface is stored.
+    /// Shows a change that was made through `settings`, and stores it when the interface is stored.
     void settingsChanged();
-    /// Stores the interface under its name, and removes it from the store. An event reports what prevents it.
+    /// Stores the interface under its name. An event reports what prevents it.
     void store();
+    /// Removes the interface from the store. Returns false, with an event, when it cannot be removed.
     bool removeFromStore();
 
 Q_SIGNALS:
-    /// Something that is shown of it.
+    /// Emitted when something that is shown of the interface has changed.
     void changed();
-    /// Its state, too.
+    /// Emitted after `changed` when the connection has changed as well.
     void stateChanged();
-    /// Something for the event log.
+    /// Reports an event for the event log.
     void eventRaised(const vexmor::Apps::Cimview::SEvent& event);
 
 private:
     void onStatusChanged();
-    /// `wasLost`: the link was lost since the last time, though it may stand again.
+    /// Reports a change of the connection as an event. `wasLost` is true when the link was lost since the last call,
+    /// also when it was restored since.
     void noteConnection(bool wasLost);
     void report(const SProblem& problem);
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface;
-    std::unique_ptr<CInterfaceInUse> m_inUse; ///< null while closed
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< Null while closed.
     CSourceNames& m_names;
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;
     Failure m_openFailure;
-    QString m_error;        ///< the last of the bus
-    std::set<int> m_cyclic; ///< keys of the messages that are sent cyclically
-    /// The connection that was reported last, and the losses of the link by then.
+    QString m_error;        ///< Text of the last error of the bus.
+    std::set<int> m_cyclic; ///< Keys of the messages that are sent cyclically.
+    /// The connection that was reported last, and the number of lost links at that time.
     std::pair<EConnection, unsigned> m_shown{EConnection::eClosed, 0};
-    bool m_wasOpen = false;        ///< since it was closed last
-    bool m_wasUnreachable = false; ///< when the connection was reported last
+    bool m_wasOpen = false;        ///< `isOpen` at the last report.
+    bool m_wasUnreachable = false; ///< `isUnreachable` at the last report.
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -20,7 +20,8 @@ void CMessageFeed::addLive(const std::vector<SBusRecord>& records)
     }
     m_waiting.insert(m_waiting.end(), records.begin(), records.end());
     if (m_waiting.size() > m_capacity) {
-        const std::size_t excess = m_waiting.size() - m_capacity + m_capacity / 10; // rarely, then many
+        // Removes many at once, because that is slow.
+        const std::size_t excess = m_waiting.size() - m_capacity + m_capacity / 10;
         m_waiting.erase(m_waiting.begin(), m_waiting.begin() + static_cast<std::ptrdiff_t>(excess));
     }
 }
@@ -53,7 +54,7 @@ void CMessageFeed::setPaused(bool paused)
             empty();
         }
         show(m_waiting);
-        m_waiting = {}; // gives the memory back
+        m_waiting = {}; // frees the memory
     }
     Q_EMIT pausedChanged(paused);
 }

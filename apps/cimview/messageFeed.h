@@ -12,8 +12,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Adds messages to both models. While the display is paused it holds live ones back, the last that a trace has room
-/// for, and shows them when the pause ends.
+/// Adds messages to both models. While the display is paused, live messages are held back, at most as many as fit into
+/// a trace, and added when the pause ends.
 class CMessageFeed : public QObject
 {
     Q_OBJECT
@@ -24,26 +24,26 @@ public:
     CTraceModel& trace() { return m_trace; }
     CIdentifierModel& identifiers() { return m_identifiers; }
 
-    /// Adds live messages, or holds them back in a pause.
+    /// Adds live messages, or holds them back during a pause.
     void addLive(const std::vector<SBusRecord>& records);
-    /// Adds messages, in a pause as well.
+    /// Adds messages, during a pause as well.
     void show(const std::vector<SBusRecord>& records);
-    /// Shows the messages of a log in place of all others; a pause begins.
+    /// Shows the messages of a log in place of all other messages, and starts a pause.
     void showLog(const QString& name, const std::vector<SBusRecord>& records);
-    /// The name of the log that is shown; empty: none.
+    /// Returns the name of the log that is shown, or an empty name.
     const QString& log() const { return m_log; }
-    /// Holds live messages back, or shows those that were held back, in place of a log.
+    /// Starts or ends a pause. At its end, the messages that were held back are added; a log is no longer shown.
     void setPaused(bool paused);
     bool isPaused() const { return m_paused; }
-    /// Number of messages that are held back.
+    /// Returns the number of messages that are held back.
     std::size_t waitingCount() const { return m_waiting.size(); }
-    /// Removes all messages, those that are held back as well.
+    /// Removes all messages, also those that are held back.
     void clear();
-    /// Live messages added so far.
+    /// Returns the number of live messages so far.
     std::uint64_t liveCount() const { return m_live; }
-    /// True when live messages were added that are neither saved nor cleared.
+    /// Returns true when some live messages are neither saved nor cleared.
     bool isUnsaved() const { return m_live > m_settled; }
-    /// The first so many live messages are saved.
+    /// Notes that the first `count` live messages are saved.
     void markSaved(std::uint64_t count) { m_settled = std::max(m_settled, count); }
 
 Q_SIGNALS:
@@ -59,7 +59,7 @@ private:
     bool m_paused = false;
     QString m_log;
     std::uint64_t m_live = 0;
-    std::uint64_t m_settled = 0; ///< live messages that are saved or cleared
+    std::uint64_t m_settled = 0; ///< Number of live messages that are saved or cleared.
     std::vector<SBusRecord> m_waiting;
 };
 

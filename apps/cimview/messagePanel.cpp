@@ -16,7 +16,7 @@ const QString ID_FILTER = QStringLiteral("IdFilter");
 const QString TEXT_FILTER = QStringLiteral("TextFilter");
 const QString NAMES_FILE = QStringLiteral("IdentifierNames");
 const QString TAB = QStringLiteral("MessageTab");
-/// A filter is applied when the user stops typing: it goes over the whole trace.
+/// Time after the last key until a filter is applied, since a filter searches the whole trace.
 constexpr int FILTER_DELAY_MS = 250;
 constexpr int COUNT_INTERVAL_MS = 500;
 } // namespace
@@ -57,7 +57,7 @@ void CMessagePanel::makeActions()
     m_follow->setCheckable(true);
     m_follow->setChecked(true);
     m_follow->setToolTip(
-        tr("Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again."));
+        tr("Keeps the newest message in view. Scrolling up turns it off; scrolling to the end turns it on."));
     m_clear = makeAction(this, tr("C&lear"), QKeySequence(QStringLiteral("Ctrl+L")), [this] { m_feed.clear(); });
     m_actions = {
         m_pause,
@@ -70,8 +70,8 @@ void CMessagePanel::makeActions()
                    [this] { loadNames(QFileDialog::getOpenFileName(this)); })};
     const std::pair<QString, CTraceModel::ETime> times[] = {
         {tr("Time of &day"), CTraceModel::ETime::eOfDay},
-        {tr("Time since the &first"), CTraceModel::ETime::eSinceStart},
-        {tr("Time since the one &before"), CTraceModel::ETime::eSinceBefore}};
+        {tr("Time since the &first message"), CTraceModel::ETime::eSinceStart},
+        {tr("Time since the message &before"), CTraceModel::ETime::eSinceBefore}};
     auto* const group = new QActionGroup(this);
     for (const auto& [text, time] : times) {
         QAction* const action = makeAction(this, text, {}, [this, time = time] { m_feed.trace().setTime(time); });
@@ -82,7 +82,7 @@ void CMessagePanel::makeActions()
     m_times = group->actions();
 }
 
-/// Live messages take the place of a log only when the user wants it.
+/// Starts or ends a pause. When a log is shown, the user is asked first, because live messages replace it.
 void CMessagePanel::pause(bool paused)
 {
     const bool stays =
@@ -95,12 +95,12 @@ void CMessagePanel::pause(bool paused)
 
 QWidget* CMessagePanel::makeFilterBar()
 {
-    m_idEdit->setPlaceholderText(tr("all, or like 123  120:7F0"));
+    m_idEdit->setPlaceholderText(tr("all; example: 123  120:7F0"));
     m_textEdit->setPlaceholderText(tr("any text or data"));
     m_textEdit->setToolTip(tr("Shows only messages with this text in any column."));
     m_findEdit->setObjectName(QStringLiteral("Find"));
     m_findEdit->setPlaceholderText(tr("any text or data"));
-    m_findEdit->setToolTip(tr("Goes to messages with this text in any column: next F3, previous Shift+F3."));
+    m_findEdit->setToolTip(tr("Finds messages with this text in any column. F3: next, Shift+F3: previous."));
     connect(m_findEdit, &QLineEdit::returnPressed, this, [this] { find(true); });
     connect(m_findEdit, &QLineEdit::textChanged, this, [this] { markWrong(*m_findEdit, false); });
     m_filterTimer.setSingleShot(true);
@@ -119,7 +119,7 @@ QWidget* CMessagePanel::makeFilterBar()
         connect(edit, &QLineEdit::textChanged, &m_filterTimer, QOverload<>::of(&QTimer::start));
         connect(edit, &QLineEdit::returnPressed, this, &CMessagePanel::applyFilter);
     }
-    auto* const corner = new QWidget(m_tabs); // in the row of the tabs, which is empty there
+    auto* const corner = new QWidget(m_tabs); // in the empty part of the row of tabs
     auto* const beside = new QHBoxLayout(corner);
     beside->setContentsMargins(0, 0, 0, 0);
     beside->addWidget(m_counts);
@@ -145,7 +145,8 @@ void CMessagePanel::makeTables()
                 QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
                 QStringLiteral("10000.0"), QStringLiteral("10000.0"), data, QStringLiteral("12345678"),
                 QStringLiteral("00:00:00.000"), QStringLiteral("type 1, er")});
-    for (const int column : {CIdentifierModel::eAdmin, CIdentifierModel::eData}) { // what is looked at most comes first
+    for (const int column :
+         {CIdentifierModel::eAdmin, CIdentifierModel::eData}) { // the columns that users need most come first
         QHeaderView* const header = m_identifierView->horizontalHeader();
         header->moveSection(header->visualIndex(column), CIdentifierModel::eCount);
     }
@@ -176,12 +177,12 @@ void CMessagePanel::addRowActions(QTableView& view)
     add(tr("Hide this identifier"), [this](const auto& record) {
         m_idEdit->setText(QStringLiteral("%1 %2~7FF").arg(m_idEdit->text(), idText(record.message)).trimmed());
     });
-    add(tr("Add to the messages to send"), [this](const auto& record) {
+    add(tr("Add to the send list"), [this](const auto& record) {
         m_workbench.sendList().add({record.message, CSendList::DEFAULT_INTERVAL_MS, {}, {}});
     });
 }
 
-/// Chooses the next or the previous row with the text to find, around the end.
+/// Selects the next or the previous row that contains the text to find; continues at the other end of the table.
 void CMessagePanel::find(bool forward)
 {
     auto& view = *(m_tabs->currentIndex() == 0 ? m_traceView : m_identifierView);
@@ -230,13 +231,13 @@ void CMessagePanel::followEnd()
         m_lastRow = maximum;
         follow();
     });
-    // With another range it was rows that came, or a view that was resized; with the same it was the user.
+    // When the range has changed, rows were added or the view was resized; otherwise the user has scrolled.
     connect(bar, &QScrollBar::valueChanged, this, [this](int value) {
         if (m_traceView->verticalScrollBar()->maximum() == m_lastRow) {
             m_follow->setChecked(value == m_lastRow);
         }
     });
-    // What the user reads stays in its place when older messages go.
+    // The rows that the user reads stay in place when older messages are removed.
     connect(&trace, &QAbstractItemModel::rowsRemoved, this, [this, bar](const QModelIndex&, int first, int last) {
         if (!m_follow->isChecked()) {
             bar->setValue(bar->value() - (last - first + 1));
@@ -249,7 +250,7 @@ void CMessagePanel::applyFilter()
 {
     m_filterTimer.stop();
     auto filters = readFilters(m_idEdit->text());
-    if (filters) { // otherwise it is still being typed: what was there before goes on
+    if (filters) { // while the text is not a filter yet, the previous filter stays
         const CMessageMatcher matcher(*filters, m_textEdit->text());
         m_feed.trace().setMatcher(matcher);
         m_identifiers.setMatcher(matcher);
@@ -258,7 +259,7 @@ void CMessagePanel::applyFilter()
     markWrong(*m_idEdit, !filters);
     m_idEdit->setToolTip(
         filters ? tr("Identifiers to show, hexadecimal: ID, LOW-HIGH, ID:MASK for all that equal ID in the\n"
-                     "bits of MASK, ID~MASK for all but these. Several stand with blanks between.")
+                     "bits of MASK, ID~MASK for all but these. Separate several filters by blanks.")
                 : m_filterProblem);
     showCounts();
 }

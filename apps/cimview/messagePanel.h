@@ -18,8 +18,8 @@ namespace vexmor::Apps::Cimview
 
 class CWorkbench;
 
-/// The messages: the live trace, which follows its end until the user scrolls up, and the view by identifier; with
-/// filters and pause.
+/// The panel with the messages: the live trace, which shows the newest message until the user scrolls up, the view by
+/// identifier, filters and pause.
 class CMessagePanel : public QWidget
 {
     Q_OBJECT
@@ -27,15 +27,15 @@ class CMessagePanel : public QWidget
 public:
     explicit CMessagePanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
-    /// For a menu.
+    /// Returns the actions for a menu.
     QList<QAction*> messageActions() const { return m_actions; }
-    /// For a menu: which time the trace shows, one of several.
+    /// Returns the actions that choose the time in the trace, for a menu.
     QList<QAction*> timeActions() const { return m_times; }
     QAction& pauseAction() { return *m_pause; }
     QAction& followAction() { return *m_follow; }
     QTableView& traceView() { return *m_traceView; }
 
-    /// Filters and tab, in the group that is open on `settings`.
+    /// Loads the filters and the chosen tab from the group that is open on `settings`.
     void loadState(QSettings& settings);
     void saveState(QSettings& settings) const;
 
@@ -67,11 +67,11 @@ private:
     QAction* m_clear;
     QList<QAction*> m_actions;
     QList<QAction*> m_times;
-    QString m_namesFile;     ///< the names of identifiers in use; empty: none
-    QString m_filterProblem; ///< why the text in `m_idEdit` is no filter; empty: it is one
+    QString m_namesFile;     ///< File with the names of identifiers; empty: none.
+    QString m_filterProblem; ///< Why the text in `m_idEdit` is not a filter; empty when it is one.
     QTimer m_filterTimer;
     QTimer m_countTimer;
-    int m_lastRow = 0; ///< where the scroll bar of the trace ends
+    int m_lastRow = 0; ///< Maximum of the scroll bar of the trace.
 };
 
 } // namespace vexmor::Apps::Cimview

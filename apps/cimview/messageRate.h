@@ -8,8 +8,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Counts messages, and gives their rate over the last two seconds; shortly after the first message, over the time
-/// since then, at least a second.
+/// Counts messages and returns their rate over the last two seconds. Shortly after the first message, the rate is taken
+/// over the time since then, but over one second at least.
 class CMessageRate
 {
 public:
@@ -27,7 +27,7 @@ public:
     }
     double perSecond(std::int64_t now) const
     {
-        const std::int64_t present = now / SLOT_MICROSECONDS; // has not ended
+        const std::int64_t present = now / SLOT_MICROSECONDS; // this slot has not ended and does not count
         std::uint32_t count = 0;
         for (const SSlot& slot : m_slots) {
             count += slot.number < present && slot.number >= present - SLOTS ? slot.count : 0;
@@ -38,11 +38,11 @@ public:
 
 private:
     struct SSlot {
-        std::int64_t number = 0; ///< since the epoch
+        std::int64_t number = 0; ///< Slots since the epoch.
         std::uint32_t count = 0;
     };
-    std::array<SSlot, SLOTS + 1> m_slots{}; ///< of the last messages
-    std::int64_t m_first = INT64_MAX;       ///< number of the first slot
+    std::array<SSlot, SLOTS + 1> m_slots{}; ///< The slots of the last messages.
+    std::int64_t m_first = INT64_MAX;       ///< Number of the first slot.
 };
 
 } // namespace vexmor::Apps::Cimview

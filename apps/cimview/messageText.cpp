@@ -14,8 +14,8 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// The text that the text filter searches, in upper case: direction, identifier, data with blanks and without, ASCII,
-/// administration. Made for every message of a busy bus: without an allocation.
+/// The line of a message that the text filter searches, in upper case: direction, identifier, data with blanks and
+/// without, ASCII, administration. Made for every message of a busy bus, therefore without an allocation.
 class CSearchLine
 {
 public:

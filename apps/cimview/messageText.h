@@ -9,31 +9,32 @@
 #include <string>
 #include <vector>
 
-/// Texts of messages for the user, and the search in them.
+/// Texts of messages for the user, and the search in these texts.
 namespace vexmor::Apps::Cimview
 {
 
-/// Time of day with microseconds, local.
+/// Returns the local time of day with microseconds.
 QString timeText(std::int64_t microseconds);
-/// Date and time of day, local, as the user's country writes them.
+/// Returns local date and time in the format of the user's country.
 QString dateText(std::int64_t microseconds);
-/// Three hexadecimal digits.
+/// Returns the identifier as three hexadecimal digits.
 QString idText(const Cim::CCanMessage& message);
-/// Two hexadecimal digits for each byte, with blanks between.
+/// Returns two hexadecimal digits per data byte, with blanks between the bytes.
 QString dataText(const Cim::CCanMessage& message);
-/// A character for each byte, a dot for a byte that is none.
+/// Returns one character per data byte, a dot for a byte that is not a printable character.
 QString asciiText(const Cim::CCanMessage& message);
-/// What the first byte says by the rules of administration messages; empty where it is 0.
+/// Returns what the first data byte means in an administration message; empty when it is 0.
 QString adminText(const Cim::CCanMessage& message);
-/// "TX" or "RX".
+/// Returns "TX" or "RX".
 QString directionText(bool sent);
 
-/// Selects the messages that one of the filters lets through and that contain a text.
+/// Selects the messages that pass one of the filters and contain a text.
 class CMessageMatcher
 {
 public:
-    /// `text` is searched in the names of interface and identifier, and in direction, identifier, data (with blanks and
-    /// without), ASCII and administration side by side, in upper or lower case. An empty text matches.
+    /// Without filters, every identifier passes. `text` is searched without regard to case in the names of interface
+    /// and identifier, and in a line of direction, identifier, data (with blanks and without), ASCII and
+    /// administration. An empty text matches every message.
     explicit CMessageMatcher(std::vector<SFilter> filters = {}, const QString& text = {});
 
     bool matches(const SBusRecord& record, const CSourceNames& names) const;
@@ -41,10 +42,10 @@ public:
 private:
     std::vector<SFilter> m_filters;
     QString m_text;
-    std::string m_searched; ///< the same in upper case
+    std::string m_searched; ///< The searched text in upper case.
 };
 
-/// Reads filters as readFilter does, with blanks or commas between them.
+/// Reads filters in the form of `readFilter`, with blanks or commas between them.
 Result<std::vector<SFilter>> readFilters(const QString& text);
 
 } // namespace vexmor::Apps::Cimview

@@ -12,7 +12,7 @@ namespace vexmor::Apps::Cimview
 
 namespace
 {
-/// The selected rows as lines, with tabs between the cells, in the order in which they are shown.
+/// Returns the selected rows as lines with tabs between the cells, in the order in which they are shown.
 QString selectedText(const QTableView& table)
 {
     QString text;
@@ -28,7 +28,7 @@ QString selectedText(const QTableView& table)
     return text;
 }
 
-/// A menu of the columns, to show and hide them.
+/// Opens a menu that shows and hides columns.
 void chooseColumns(QTableView& table, const QPoint& place)
 {
     QMenu menu;
@@ -53,7 +53,7 @@ void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& mode
     table.setShowGrid(false);
     table.setWordWrap(false);
     table.setTabKeyNavigation(false);
-    // All rows of one known height, so that the view measures none of them.
+    // All rows have the same known height, so that the view does not measure every row.
     table.verticalHeader()->hide();
     table.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table.verticalHeader()->setMinimumSectionSize(1);

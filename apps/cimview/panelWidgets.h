@@ -12,32 +12,32 @@ class QTableView;
 class QToolBar;
 class QWidget;
 
-/// Parts that several panels are made of.
+/// Widgets and dialogs that several panels use.
 namespace vexmor::Apps::Cimview
 {
 
-/// Makes a table, with a name for screen readers, of compact rows of one height, selected as a whole; Tab leaves it,
-/// Ctrl+C and the context menu copy the selected rows. The first columns are wide enough for these samples and for
-/// their titles. Uses the font of the table.
+/// Sets up a table with compact rows of equal height and a name for screen readers. The user selects whole rows, copies
+/// them with Ctrl+C or the context menu, and leaves the table with Tab. The first columns become wide enough for their
+/// titles and these samples in the font of the table.
 void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& model, const QStringList& samples);
 
 /// Returns the selected rows from top to bottom.
 QList<int> selectedRows(const QTableView& table);
 
-/// Buttons for actions, with their texts, that Tab reaches; a menu has those that do not fit.
+/// Makes a tool bar with text buttons for actions, which Tab reaches. A menu contains the buttons that do not fit.
 QToolBar* makeToolBar(const QList<QAction*>& actions, QWidget* parent);
 
-/// Runs the dialog for the name of a file to write. A name without an ending gets that of the type; `types` are
-/// separated by ";;". Returns nothing when the user cancels.
+/// Runs the dialog for the name of a file to write. A name without a suffix gets the suffix of the chosen type; `types`
+/// are separated by ";;". Returns an empty name when the user cancels.
 QString chooseFileToWrite(QWidget* parent, const QString& title, const QString& suggestion, const QString& types);
 
-/// The label of a field; the letter behind & sets the focus to the field.
+/// Makes the label of a field. Alt and the letter after & set the focus to the field.
 QLabel* makeLabel(const QString& text, QWidget* field);
 
-/// Shows the text of a field or label in the colour of what makes no sense, or as usual.
+/// Shows the text of a field or label in the colour of invalid text, or in the ordinary colour.
 void markWrong(QWidget& widget, bool isWrong = true);
 
-/// An action that belongs to `owner` and calls `act` when the user triggers it.
+/// Makes an action that belongs to `owner` and calls `act` when the user triggers it.
 template <typename Owner, typename Act>
 QAction* makeAction(Owner* owner, const QString& text, const QKeySequence& shortcut, Act&& act)
 {

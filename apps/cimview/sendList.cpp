@@ -185,7 +185,7 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
         return false;
     }
     Q_EMIT dataChanged(index, index);
-    if (index.column() == eInterface) { // on the other one it begins when the user wants it
+    if (index.column() == eInterface) { // the user starts it again on the new interface
         setSentOn(index.row(), QString());
     } else if (!changed.sentOn.isEmpty() && index.column() != eName) {
         Q_EMIT cyclicChanged(changed.key, changed.sentOn, changed.message, changed.milliseconds);
@@ -200,7 +200,7 @@ Failure CSendList::edit(SSendItem& item, int column, const QString& text)
         return {};
     }
     if (column == eInterval) {
-        const int milliseconds = text.toInt(); // 0 where it is no number
+        const int milliseconds = text.toInt(); // 0 when the text is not a number
         if (milliseconds < 1 || milliseconds > MAX_INTERVAL_MS) {
             return wrongUsage(tr("interval %1: must be 1 to %2 ms").arg(text).arg(MAX_INTERVAL_MS));
         }

@@ -16,21 +16,22 @@ class QSettings;
 namespace vexmor::Apps::Cimview
 {
 
-/// Reads identifier and data as the user types them, in hexadecimal, data with or without blanks.
+/// Reads a message from hexadecimal texts; the data may contain blanks between the bytes.
 Result<Cim::CCanMessage> readMessage(const QString& id, const QString& data);
 
+/// A message of the list.
 struct SSendItem {
     Cim::CCanMessage message;
-    int milliseconds = 0;   ///< from one message to the next, in cyclic sending
-    QString name;           ///< what it means to the user
-    QString interface;      ///< on which it is sent; empty: the one that is chosen for all
-    int key = 0;            ///< identifies the item; the list sets it
-    QString sentOn = {};    ///< the interface on which it is being sent cyclically; empty: it is not
-    std::uint64_t sent = 0; ///< how often it was sent
+    int milliseconds = 0;   ///< Interval of cyclic sending.
+    QString name;           ///< The user's name for the message.
+    QString interface;      ///< Name of the interface to send on; empty: the target of the list.
+    int key = 0;            ///< Identifies the item; assigned by the list.
+    QString sentOn = {};    ///< Interface of the present cyclic sending; empty: not sent cyclically.
+    std::uint64_t sent = 0; ///< Number of times that the message was sent.
 };
 
-/// The messages that the user keeps at hand, to send once or cyclically. Edited in place: a text that is no message is
-/// refused. Sends nothing itself.
+/// The messages that the user keeps ready for sending, once or cyclically. They are edited in the table; a text that is
+/// not a valid message is refused. The list does not send by itself, it emits `cyclicChanged`.
 class CSendList : public CTableModel
 {
     Q_OBJECT
@@ -38,11 +39,11 @@ class CSendList : public CTableModel
 public:
     enum EColumn { eCyclic, eName, eId, eData, eInterval, eSent, eInterface, eColumnCount };
     static constexpr int MAX_INTERVAL_MS = 3600000;
-    static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< until the user edits it
+    static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< Interval of a new item.
 
     static constexpr int MAX_LOADED = 1000;
 
-    /// What prevents the sending on an interface, if anything does.
+    /// Returns why nothing can be sent on an interface, or nothing when messages can be sent.
     using Obstacle = std::function<Failure(const QString& interface)>;
 
     explicit CSendList(Obstacle obstacle = {});
@@ -50,19 +51,20 @@ public:
     void add(const SSendItem& item);
     void remove(int row);
     const SSendItem& item(int row) const { return m_items[static_cast<std::size_t>(row)]; }
-    /// The interface for the items that have none of their own, when their sending starts from now on.
+    /// Sets the interface for items without an interface of their own. Cyclic sending that runs already stays where it
+    /// is.
     void setTarget(const QString& interface) { m_target = interface; }
-    /// The interface on which an item is sent.
+    /// Returns the interface on which an item is sent.
     QString interfaceOf(const SSendItem& item) const { return item.interface.isEmpty() ? m_target : item.interface; }
-    /// Counts how often the items were sent, also by other means than this list.
+    /// Counts how often the items were sent, also when the same message was sent from elsewhere in the window.
     void countSent(const std::vector<SBusRecord>& records, const CSourceNames& names);
-    /// Ends the cyclic sending on all interfaces but these.
+    /// Stops cyclic sending on all interfaces except these.
     void stopAllBut(const QStringList& interfaces);
     void stopAll() { stopAllBut({}); }
 
-    /// Adds the items of the group that is open on `settings`, MAX_LOADED at most.
+    /// Adds the items of the group that is open on `settings`, at most MAX_LOADED.
     void load(QSettings& settings);
-    /// Writes all items to that group.
+    /// Writes all items to the group that is open on `settings`.
     void save(QSettings& settings) const;
 
     Qt::ItemFlags flags(const QModelIndex& index) const override;
@@ -70,9 +72,9 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
 
 Q_SIGNALS:
-    /// From now on the message is to be sent every so many milliseconds; 0 ends that.
+    /// Requests that the message is sent at this interval from now on; 0 stops it.
     void cyclicChanged(int key, const QString& interface, const vexmor::Cim::CCanMessage& message, int milliseconds);
-    /// A typed text was refused, and why.
+    /// Reports why a typed text was refused.
     void refused(const QString& text);
 
 private:

@@ -17,7 +17,7 @@ CSendPanel::CSendPanel(CWorkbench& workbench, QWidget* parent)
       m_interface(new QComboBox(this)),
       m_add(new QPushButton(tr("Add to &list"), this)),
       m_stop(new QPushButton(tr("S&top all"), this)),
-      m_id(new QLineEdit(this)), // made in reading order, as Tab goes
+      m_id(new QLineEdit(this)), // made in the order in which Tab reaches the fields
       m_data(new QLineEdit(this)),
       m_send(new QPushButton(tr("&Send"), this)),
       m_table(new QTableView(this)),
@@ -103,7 +103,8 @@ void CSendPanel::showInterfaces()
     for (const QString& name : open) {
         m_interface->addItem(name, name);
     }
-    if (!chosen.isEmpty() && !open.contains(chosen)) { // it stays chosen: nothing must go to another bus unasked
+    // An interface that was closed stays selected, so that no message goes to another bus by surprise.
+    if (!chosen.isEmpty() && !open.contains(chosen)) {
         m_interface->addItem(tr("%1 (not open)").arg(chosen), chosen);
     }
     m_interface->setCurrentIndex(std::max(0, m_interface->findData(chosen)));
@@ -128,7 +129,7 @@ void CSendPanel::choose()
     m_workbench.sendList().setTarget(chosenInterface());
 }
 
-/// Half a byte may still become a whole one; everything else that is wrong is marked at once.
+/// Marks invalid fields while the user types. A single digit at the end is accepted, as a second one may follow.
 void CSendPanel::markTyped()
 {
     const QString zero = QStringLiteral("0");
@@ -184,7 +185,7 @@ void CSendPanel::moveSelected()
 void CSendPanel::removeSelected()
 {
     const QList<int> rows = selectedRows(*m_table);
-    // From the last row, so that the rows before keep their numbers.
+    // Removed from the last row on, so that the rows before keep their numbers.
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.sendList().remove(row); });
 }
 
@@ -197,7 +198,8 @@ void CSendPanel::loadList()
     QSettings file(path, QSettings::IniFormat);
     const int before = m_workbench.sendList().rowCount();
     m_workbench.sendList().load(file);
-    showProblem(m_workbench.sendList().rowCount() > before ? QString() : tr("%1: no messages to send").arg(path));
+    showProblem(m_workbench.sendList().rowCount() > before ? QString()
+                                                           : tr("%1 contains no messages to send").arg(path));
 }
 
 void CSendPanel::saveList()
@@ -223,7 +225,7 @@ void CSendPanel::setCyclic(int key, const QString& interface, const Cim::CCanMes
 
 void CSendPanel::showProblem(const QString& text)
 {
-    markWrong(*m_problem); // in the colours of now
+    markWrong(*m_problem); // the palette may have changed
     m_problem->setText(text);
     m_problem->setVisible(!text.isEmpty());
 }

@@ -17,7 +17,7 @@ namespace vexmor::Apps::Cimview
 
 class CWorkbench;
 
-/// Sends messages on interfaces that are open: one that is typed, or those of the list, once or cyclically.
+/// The panel that sends messages on open interfaces: a typed message, or messages of the list, once or cyclically.
 class CSendPanel : public QWidget
 {
     Q_OBJECT
@@ -25,7 +25,7 @@ class CSendPanel : public QWidget
 public:
     explicit CSendPanel(CWorkbench& workbench, QWidget* parent = nullptr);
 
-    /// Chooses the interface to send on, when it is open.
+    /// Selects the interface to send on, if it is open.
     void chooseInterface(const QString& name);
 
 private:
@@ -33,11 +33,11 @@ private:
     void makeLayout();
     void connectWidgets();
     void showInterfaces();
-    /// The name of the interface to send on; empty: there is none.
+    /// Returns the name of the selected interface, or an empty name.
     QString chosenInterface() const;
     void choose();
     void markTyped();
-    /// The message in the fields; nothing, with the problem shown, when it is none.
+    /// Returns the message in the fields. When it is not valid, shows the problem and returns nothing.
     std::optional<Cim::CCanMessage> typedMessage();
     void sendTyped();
     void addTyped();

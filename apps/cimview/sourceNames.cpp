@@ -9,7 +9,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr qint64 MAX_BYTES = 1000000; ///< of a file, which has 2048 names at most
+constexpr qint64 MAX_BYTES = 1000000; ///< Bytes of a file with names; there are at most 2048 names.
 }
 
 Failure CSourceNames::loadIds(const QString& path)

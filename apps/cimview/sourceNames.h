@@ -11,13 +11,13 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The names of interfaces by number, and those that the user has for identifiers. Interfaces have numbers so that a
-/// record needs two bytes for the name. A name keeps its number until the program ends, also after its interface was
-/// removed. Window thread only.
+/// The names of interfaces by number, and the user's names of identifiers. Interfaces have numbers so that a record
+/// needs only two bytes for the name. A name keeps its number until the program ends, also after its interface was
+/// removed. Used in the window's thread only.
 class CSourceNames
 {
 public:
-    /// The number of a name; a new name gets the next one. Names past the 65535th share the last number.
+    /// Returns the number of a name; a new name gets the next number. Names after the 65535th share the last number.
     std::uint16_t numberOf(const QString& name)
     {
         const auto known = m_numbers.constFind(name);
@@ -33,12 +33,12 @@ public:
     }
     QString name(std::uint16_t number) const { return m_names.value(number); }
 
-    /// Replaces the names of identifiers by those of a file, which has an identifier and its name in each line, or is a
-    /// comment from # on.
+    /// Replaces the names of identifiers by the names in a file. Each line has an identifier and its name; # begins a
+    /// comment.
     Failure loadIds(const QString& path);
-    /// The name of an identifier; empty: it has none.
+    /// Returns the name of an identifier, or an empty text.
     QString idName(std::uint16_t id) const { return m_idNames.value(id); }
-    /// The identifier, and its name if it has one.
+    /// Returns the identifier, with its name if it has one.
     QString idText(std::uint16_t id) const;
 
 private:

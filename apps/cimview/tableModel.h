@@ -6,13 +6,12 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// How good or bad that is which a cell says; the view colours its ground.
+/// The rating of the content of a cell; the view colours the background of the cell accordingly.
 enum class EMark { eNone, eGood, eDoubtful, eBad };
-/// Role of an EMark.
+/// Role in which a model returns an EMark.
 constexpr int MARK_ROLE = Qt::UserRole + 10;
 
-/// What the table models of this window have in common: a number of rows, none of which has children, and titles of
-/// columns that never change.
+/// Base of the table models of this window: a flat table whose column titles never change.
 class CTableModel : public QAbstractTableModel
 {
 public:

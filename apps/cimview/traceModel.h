@@ -11,10 +11,10 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// The last messages, oldest first, those that the matcher lets through as rows.
+/// The last messages, oldest first. The messages that the matcher selects are the rows.
 ///
-/// Bounded: a full trace drops its oldest tenth at once, so that views pay for removed rows rarely. Rows are only added
-/// at the end and only removed at the beginning; another matcher resets the model.
+/// A full trace drops its oldest tenth at once, because the removal of rows is expensive for views. Rows are only added
+/// at the end and only removed at the beginning; a new matcher resets the model.
 class CTraceModel : public CTableModel
 {
     Q_OBJECT
@@ -24,31 +24,31 @@ public:
     static constexpr std::size_t CAPACITY = 500000;
     enum class ETime {
         eOfDay,
-        eSinceStart,  ///< since the first message after the last `clear`
-        eSinceBefore, ///< since the row before
+        eSinceStart,  ///< Time since the first message after the last `clear`.
+        eSinceBefore, ///< Time since the previous row.
     };
 
     /// `names` must outlive the model.
     explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY);
 
-    /// Adds messages; of more than fit, the last.
+    /// Adds messages; when there are more than the capacity, only the last ones.
     void append(const std::vector<SBusRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);
-    /// Which time the first column shows.
+    /// Sets the time that the first column shows.
     void setTime(ETime time);
 
-    /// Messages kept, shown or not.
+    /// Returns the number of messages, hidden ones included.
     std::size_t size() const { return m_records.size(); }
-    /// The message of a row.
+    /// Returns the message of a row.
     const SBusRecord& record(int row) const;
-    /// The messages of all rows.
+    /// Returns the messages of all rows.
     std::vector<SBusRecord> records() const;
 
     QVariant data(const QModelIndex& index, int role) const override;
 
 private:
-    using Serial = std::uint64_t; ///< number of a message since the model was made
+    using Serial = std::uint64_t; ///< Number of a message since the model was created.
 
     std::size_t shownRows() const override { return m_rows.size(); }
     void makeRoom(std::size_t count);
@@ -59,10 +59,10 @@ private:
     const std::size_t m_capacity;
     CMessageMatcher m_matcher;
     std::deque<SBusRecord> m_records;
-    Serial m_first = 0;         ///< serial of the oldest message kept
-    std::vector<Serial> m_rows; ///< those that are shown
+    Serial m_first = 0;         ///< Serial of the oldest message in the trace.
+    std::vector<Serial> m_rows; ///< The messages that are shown.
     ETime m_time = ETime::eOfDay;
-    std::int64_t m_start = 0; ///< microseconds of the first message
+    std::int64_t m_start = 0; ///< Microseconds of the first message.
 };
 
 } // namespace vexmor::Apps::Cimview

@@ -6,7 +6,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// Fast enough for the eye, and rare enough that a batch of a busy bus is worth its repaint.
+/// Short enough that the window looks live, and long enough that one repaint shows many messages of a busy bus.
 constexpr int FETCH_INTERVAL_MS = 40;
 constexpr int SAMPLE_INTERVAL_MS = 250;
 } // namespace
@@ -15,7 +15,7 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins), m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventRaised, this, [this](const SEvent& event) {
-        fetch(); // the errors before it
+        fetch(); // errors that were raised before
         m_events.add(event);
     });
     connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);
@@ -54,7 +54,7 @@ Failure CWorkbench::simulate(const QString& logFile)
 void CWorkbench::startScan()
 {
     if (!m_scan.isRunning() && m_scan.start()) {
-        warn(tr("No scan could be started."));
+        warn(tr("The scan could not be started. Another one may be running."));
     } else {
         Q_EMIT progressed(tr("Scanning the network, which takes over 4 s ..."), false);
     }
@@ -67,13 +67,14 @@ void CWorkbench::addFound()
     if (count > 0) {
         note(text);
     } else {
-        warn(tr("Scan finished: no gateway answered. Look at these in turn:\n"
-                "- Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.\n"
-                "- Has this computer an address in the gateway's subnet?\n"
+        warn(tr("Scan finished: no gateway answered. Check in turn:\n"
+                "- Is the gateway switched on, and on the same switch? A broadcast does not pass a router, and rarely "
+                "a WLAN.\n"
+                "- Does this computer have an address in the gateway's subnet?\n"
                 "- Does a firewall drop UDP datagrams from port 33333?\n"
                 "- Behind a router: add the interface by its address."));
     }
-    Q_EMIT progressed(count > 0 ? text : tr("%1. What to look at stands in Events.").arg(text), true);
+    Q_EMIT progressed(count > 0 ? text : tr("%1. Events shows what to check.").arg(text), true);
     Q_EMIT scanEnded(added);
 }
 
@@ -114,7 +115,7 @@ void CWorkbench::fetch()
     }
 }
 
-/// Messages that were not sent are events; they are not shown among those that were.
+/// Reports refused messages as events and removes them from the messages to show.
 void CWorkbench::reportRefused()
 {
     auto& records = m_delivery.records;

@@ -21,9 +21,9 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Everything that the window shows, without widgets, and the flow of data between the parts: 25 times a second, it
-/// takes the messages and errors out of the mailbox of the interfaces' threads and adds them to the models. Window
-/// thread only.
+/// Owns all models of the window, without widgets, and moves data between them: 25 times per second, it takes messages
+/// and errors out of the mailbox of the interfaces' threads and adds them to the models. Used in the window's thread
+/// only.
 class CWorkbench : public QObject
 {
     Q_OBJECT
@@ -40,26 +40,27 @@ public:
     CSendList& sendList() { return m_sendList; }
     CLogRecorder& recorder() { return m_recorder; }
     const CBusloadHistory& busloads() const { return m_busloads; }
-    /// Number of messages fetched so far.
+    /// Returns the number of messages fetched so far.
     std::uint64_t fetched() const { return m_fetched; }
 
-    /// Starts a simulated gateway in this program, puts it into the list over both of its transports, and opens the
-    /// first. An empty `logFile` stands for generated traffic. Once.
+    /// Starts a simulated gateway in this program, adds its TCP and its UDP interface to the list, and opens the first.
+    /// With an empty `logFile`, the gateway generates traffic. To be called at most once.
     Failure simulate(const QString& logFile);
     CEmbeddedSim& sim() { return m_sim; }
-    /// Starts a scan of the network, unless one is running; an event reports what prevents it.
+    /// Starts a scan of the network, unless a scan is running. An event reports what prevents it.
     void startScan();
-    /// What happened since the program was started, as a text for the user.
+    /// Returns the statistics since the start of the program as a text for the user.
     QString statistics() const;
-    /// Adds a text to the event log.
+    /// Adds a notice to the event log.
     void note(const QString& text);
-    /// The same about something that was lost or did not work: counted as unread.
+    /// Adds a warning about a loss or a failure to the event log, where it counts as unread.
     void warn(const QString& text);
 
 Q_SIGNALS:
-    /// A scan has ended, and has added so many interfaces behind those of before.
+    /// Reports the end of a scan, and how many interfaces it has added at the end of the list.
     void scanEnded(int added);
-    /// How a task goes on that takes some time; without an end: until the next text.
+    /// Reports the progress of a longer task for the status bar. The text stays until the next one; after `isEnd`, for
+    /// some seconds.
     void progressed(const QString& text, bool isEnd);
 
 private:
@@ -68,7 +69,7 @@ private:
     void reportRefused();
     void sampleStates();
 
-    CEmbeddedSim m_sim; ///< outlives the interfaces that use it
+    CEmbeddedSim m_sim; ///< Outlives the interfaces that use it.
     CSourceNames m_names;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
     CLogRecorder m_recorder{QStringLiteral("cimview-")};

@@ -20,7 +20,8 @@ QString textOf(const std::string& typed)
     return QString::fromLocal8Bit(typed.c_str());
 }
 
-/// The same for a value. Bytes that are no text in the user's locale are refused: they would name another file.
+/// Returns a value of the command line as text. Bytes that are not text in the user's locale are refused, because they
+/// would name a different file.
 QString valueOf(const std::string& typed)
 {
     QString text = textOf(typed);
@@ -36,8 +37,8 @@ QString valueOf(const std::string& typed)
 constexpr std::size_t TEXT_COLUMN = 30;
 constexpr std::size_t COLUMNS = 80;
 
-/// The text in lines of at most 80 columns, broken between words and indented by so many blanks, except the first line.
-/// Lines that begin with a blank stay as they are.
+/// Returns the text in lines of at most 80 columns, broken between words. All lines except the first are indented by
+/// this number of blanks. Lines that begin with a blank are not changed.
 std::string wrapped(const std::string& text, std::size_t indent = 0)
 {
     std::string result;

@@ -76,9 +76,9 @@ private:
 
 /// Adds a command and requires that one command is given. `chosen` is called if it is this one.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
-/// What the help says below the options. A line that begins with a blank is not wrapped.
+/// Sets the text below the options in the help. A line that begins with a blank is not wrapped.
 void setFooter(CLI::App& app, const std::string& text);
-/// Command lines to copy, below the footer, which is to be set before.
+/// Adds command lines to copy below the footer, which must be set before.
 void addExamples(CLI::App& app, std::initializer_list<const char*> examples);
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
 COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help);

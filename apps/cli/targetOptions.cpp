@@ -46,7 +46,7 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
     addSetting(command, "--protocol", settings, StoreKey::PROTOCOL, "TCP|UDP", "Transport to the gateway (TCP)")
         .oneOf({"TCP", "UDP"});
     addSetting(command, "--baudrate", settings, StoreKey::BAUDRATE, bitRates().join(QLatin1Char('|')).toStdString(),
-               "Bit rate of the CAN bus, kbit/s (as the gateway has it)")
+               "Bit rate of the CAN bus, kbit/s (unchanged)")
         .bitRate();
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
                "UDP: address of this computer's network interface to the gateway (any)")

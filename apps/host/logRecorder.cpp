@@ -49,7 +49,7 @@ void CLogRecorder::openNext(const QDateTime& now)
     }
     const QString stem = QDir(m_folder).filePath(m_prefix + now.toString(QStringLiteral("yyyyMMdd-HHmmss")));
     QString path = stem + QStringLiteral(".log");
-    for (int number = 2; QFile::exists(path); ++number) { // more than one in a second
+    for (int number = 2; QFile::exists(path); ++number) { // several files within one second
         path = QStringLiteral("%1-%2.log").arg(stem).arg(number);
     }
     m_file.setFileName(path);

@@ -16,6 +16,7 @@ namespace vexmor::Apps
 namespace
 {
 const QString SIM = QStringLiteral("sim");
+const QString NO_ADDRESS = QStringLiteral("0.0.0.0");
 const QString SIM_LOG = QStringLiteral("sim:");
 
 /// Returns whether a text may begin with a host name. A single word other than localhost is more likely a mistyped name
@@ -26,10 +27,13 @@ bool mayBeHostName(const QString& text)
     return FORM.match(text).hasMatch();
 }
 
-/// Returns the text with the host name replaced by the host's address.
-Result<QString> resolved(const QString& text)
+/// Returns the text with the host name replaced by the host's address, or by none where it must not be looked up.
+Result<QString> resolved(const QString& text, bool tries)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
+    if (!tries) {
+        return NO_ADDRESS + text.mid(host.size());
+    }
     const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
     const auto isIpv4 = [](const QHostAddress& one) { return one.protocol() == QAbstractSocket::IPv4Protocol; };
     const auto found = std::find_if(addresses.begin(), addresses.end(), isIpv4);
@@ -42,7 +46,7 @@ Result<QString> resolved(const QString& text)
 
 CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
 
-Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings)
+Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings, bool tries)
 {
     CTarget target(std::move(plugins), text);
     CInterfaceStore store;
@@ -56,6 +60,8 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
                                   .arg(text, settings.firstKey()));
         }
         target.m_settings = store.settings(text);
+    } else if (isSimTarget(text) && !tries) {
+        target.m_settings = *readAddress(NO_ADDRESS, settings);
     } else if (isSimTarget(text)) {
         target.m_sim = std::make_shared<CEmbeddedSim>();
         if (Failure failure = target.m_sim->start(text.mid(SIM_LOG.size()))) {
@@ -68,7 +74,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
             target.m_settings.insert(StoreKey::BAUDRATE, QString::number(target.m_sim->bus().baudrate()));
         }
     } else if (isAddress(text) || mayBeHostName(text)) {
-        auto address = isAddress(text) ? Result<QString>(text) : resolved(text);
+        auto address = isAddress(text) ? Result<QString>(text) : resolved(text, tries);
         auto read = address ? readAddress(*address, settings) : address.problem();
         if (!read) {
             return read.problem();

@@ -26,8 +26,10 @@ class CTarget
 {
 public:
     /// Finds the gateway for a text. Fails when the text is none of these, when a host name is unknown, when `settings`
-    /// contradict the text, or when a simulated gateway cannot start.
-    static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings);
+    /// contradict the text, or when a simulated gateway cannot start. Unless it `tries`, no such gateway is started and
+    /// no host name is looked up: both then have the address 0.0.0.0.
+    static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings,
+                                bool tries = true);
 
     /// Returns a new, closed interface for the gateway. Fails when the plugin is missing or refuses the settings.
     Result<std::unique_ptr<Cim::CCanInterface>> makeInterface() const;

@@ -1,4 +1,4 @@
-// t93sim: a T93 gateway in software, on the command line. Here stands what can be typed.
+// t93sim: a T93 gateway in software. This file has its command line.
 
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
@@ -13,7 +13,7 @@ using namespace vexmor::Apps;
 
 namespace
 {
-/// Options that the help shows under one title. Defaults are shown where they say something.
+/// Adds options that the help shows under one title. Empty defaults and numbers up to 0 are not shown.
 class COptionGroup
 {
 public:
@@ -40,7 +40,7 @@ private:
     const char* const m_title;
 };
 
-/// Bytes in hexadecimal, so many or, for 0, any number.
+/// Returns a check that a text is this number of bytes in hexadecimal; 0: any number, but at least one.
 std::function<Failure(const QString&)> hexBytes(int count)
 {
     return [count](const QString& text) {
@@ -53,7 +53,7 @@ std::function<Failure(const QString&)> hexBytes(int count)
     };
 }
 
-/// Text that `read` takes apart.
+/// Returns a check that `read` accepts a text; `fault` is the error.
 template <typename Value>
 std::function<Failure(const QString&)> readableBy(std::optional<Value> (*read)(const QString&), const char* fault)
 {
@@ -65,13 +65,13 @@ void addGatewayOptions(CLI::App& cli, SSimOptions& options)
     COptionGroup network(cli, "Network");
     network.text("--address", options.address, "Address to serve on").address();
     network.number("--port", options.port, 0, 65535, "Port of the first gateway, TCP and UDP; 0: the system picks");
-    network.number("--gateways", options.gateways, 1, 200, "Gateways on one bus, on ports that count up");
-    network.number("--clients", options.clients, 1, 1000, "Hosts that a gateway serves at a time");
+    network.number("--gateways", options.gateways, 1, 200, "Number of gateways on one bus, on consecutive ports");
+    network.number("--clients", options.clients, 1, 1000, "Host applications that a gateway serves at a time");
 
     COptionGroup identity(cli, "Identity");
     identity.text("--mac", options.mac, "MAC address of the first gateway").check(hexBytes(6), "HEX");
     identity
-        .text("--firmware", options.firmware, "Firmware version MAJOR.MINOR; 2.3 makes hosts ask for the device text")
+        .text("--firmware", options.firmware, "Firmware version MAJOR.MINOR; 2.3 makes hosts request the device text")
         .check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255"), "VERSION");
     identity.text("--device-text", options.deviceText, "Device identification");
     addWhole(cli, "--baud", options.baud, 1, INT_MAX, "CAN bit rate at start, kbit/s", "INT")
@@ -85,42 +85,42 @@ void addDetectionOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup detection(cli, "Detection (hosts that scan the network)");
     const COption detect =
-        detection.flag("--detect", options.detect, "Answers ident requests, on all addresses of this computer");
+        detection.flag("--detect", options.detect, "Answers ident requests on all addresses of this computer");
     detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests").needs(detect);
     detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered")
         .needs(detect);
     addList(cli, "--endpoint", options.endpoints,
-            "tcp or udp, client or server, and a port if it is another, like udp-server:30001; numbers, like "
-            "7-2, for what no gateway has")
+            "Endpoint that replies contain: tcp or udp, client or server, and a different port if wanted, like "
+            "udp-server:30001; numbers, like 7-2, for invalid endpoints")
         .group("Detection (hosts that scan the network)")
         .needs(detect)
         .check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]"), "ENDPOINT");
 
     COptionGroup faults(cli, "Faults of detection");
     Sim::SSimDetectionFaults& wrong = options.detectionFaults;
-    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end behind their Nth byte").needs(detect);
+    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end after their Nth byte").needs(detect);
     faults
         .number("--ident-count", wrong.entryCount, 0, Cim::DDT_MAX_ENTRIES,
-                "Replies announce so many entries, whatever they hold")
+                "Replies announce this number of entries, whatever they contain")
         .needs(detect);
     faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end")
         .needs(detect);
-    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is no UTF-8").needs(detect);
-    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply so often").needs(detect);
+    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is not valid UTF-8").needs(detect);
+    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply this many times").needs(detect);
     faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply").needs(detect);
 }
 
 void addTrafficOptions(CLI::App& cli, SSimOptions& options)
 {
-    COptionGroup traffic(cli, "Traffic (starts when the first host is there)");
-    const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: of stdin");
+    COptionGroup traffic(cli, "Traffic (starts with the first request of a host)");
+    const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: from stdin");
     addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed of the replay", "FLOAT")
         .showDefault(QString::number(options.speed))
-        .group("Traffic (starts when the first host is there)")
+        .group("Traffic (starts with the first request of a host)")
         .needs(replay);
     traffic.flag("--loop", options.loop, "Starts the replay again at its end").needs(replay);
-    traffic.number("--generate", options.generate, 1, 200000, "Generated messages a second");
-    traffic.flag("--echo", options.echo, "Puts every message of a host on the bus again");
+    traffic.number("--generate", options.generate, 1, 200000, "Generated messages per second");
+    traffic.flag("--echo", options.echo, "Repeats every message of a host on the bus");
     traffic.flag("--start-now", options.startNow, "Starts the traffic without waiting for a host");
 }
 
@@ -134,21 +134,20 @@ void addFaultOptions(CLI::App& cli, SSimOptions& options)
         faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Every Nth frame has no end marker");
     const COption garbage =
         faults.text("--garbage", options.garbage, "Bytes before every frame").check(hexBytes(0), "HEX");
-    const COption cut = faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame behind its Nth byte");
+    const COption cut = faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame after its Nth byte");
     const COption merge = faults.number("--merge", wrong.mergeCount, 2, 1000, "Joins N frames into one write");
     const COption delay = faults.number("--delay", wrong.replyDelayMs, 1, 60000, "Milliseconds before each reply");
     const COption mute = faults.flag("--mute", wrong.mute, "Answers no request").excludes({delay});
     const COption drop = faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
-                                       "Drops the links so many milliseconds after each connection");
-    const COption status =
-        faults.number("--status", options.status, 0, 255, "Reports this status byte again and again");
+                                       "Drops the links this many milliseconds after each connection");
+    const COption status = faults.number("--status", options.status, 0, 255, "Reports this status byte repeatedly");
     faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
         .needs(status);
     const COption flood = faults.number("--flood", options.flood, 1, 100000000,
-                                        "Messages sent as fast as they go when the first host is there");
+                                        "Messages sent as fast as possible after the first request of a host");
     const auto spoken = {checksum, end, garbage, cut, merge, delay, mute, status, flood};
     const COption blackHole =
-        faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, says nothing")
+        faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, sends nothing")
             .excludes(spoken);
     faults.flag("--refuse", wrong.refuse, "Refuses connections").excludes(spoken).excludes({blackHole, drop});
 }
@@ -163,7 +162,7 @@ int t93sim(int argc, char** argv)
     addTrafficOptions(cli, options);
     addFaultOptions(cli, options);
     addDetectionOptions(cli, options);
-    addNumber(cli, "--seconds", options.seconds, 0.001, 1e6, "Ends by itself after so long", "FLOAT");
+    addNumber(cli, "--seconds", options.seconds, 0.001, 1e6, "Ends after this many seconds", "FLOAT");
     addFlag(cli, "--verbose", options.verbose, "Prints every request and message");
     setFooter(cli, "Exit codes: 0 ended by --seconds, Ctrl-C or another signal, 1 the system refused, 2 wrong usage.");
     const auto fail = [](const SProblem& problem) { return Apps::fail("t93sim", problem); };

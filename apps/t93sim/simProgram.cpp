@@ -49,7 +49,7 @@ SSimAnnouncement announcementOf(const SSimOptions& options, int number)
     return announcement;
 }
 
-/// The number that a name stands for, or that is written out.
+/// Returns the number that a name stands for, or the number in the text.
 std::optional<unsigned int> readNumber(const QString& text, const QMap<QString, unsigned int>& names,
                                        unsigned int limit)
 {
@@ -58,7 +58,7 @@ std::optional<unsigned int> readNumber(const QString& text, const QMap<QString, 
     return ok && value <= limit ? std::optional(value) : std::nullopt;
 }
 
-/// What a host requests, or sends, with a command.
+/// Returns what a host requests or sends with a command.
 QString nameOf(int command)
 {
     static const QMap<int, const char*> NAMES{{Cim::RM_CMD_TX11BIT_MSG, "CAN message"},
@@ -74,12 +74,13 @@ QString nameOf(int command)
     return QLatin1String(NAMES.value(command, "unknown"));
 }
 
-/// One line at once, also into a pipe: scripts wait for it. The program ends when nobody takes it.
+/// Prints one line at once, also into a pipe, because scripts wait for it. Ends the program when it cannot be written.
 void print(const QString& line)
 {
     std::printf("%s\n", qPrintable(line));
     if (!flushOutput()) {
-        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit); // it may not run yet
+        QTimer::singleShot(0, QCoreApplication::instance(),
+                           &QCoreApplication::quit); // posted, because the event loop may not run yet
     }
 }
 } // namespace
@@ -189,9 +190,9 @@ Failure CSimProgram::startDetection()
     for (int number = 0; number < m_options.gateways; ++number) {
         m_detection.addGateway(*m_gateways[static_cast<std::size_t>(number)], announcementOf(m_options, number));
     }
-    print(QStringLiteral("ident requests are answered on port %1").arg(m_options.detectPort));
+    print(QStringLiteral("answering ident requests on port %1").arg(m_options.detectPort));
     if (m_options.verbose) {
-        connect(&m_detection, &CSimDetection::asked, this, [](const QHostAddress& host, std::uint16_t port) {
+        connect(&m_detection, &CSimDetection::requestReceived, this, [](const QHostAddress& host, std::uint16_t port) {
             print(QStringLiteral("ident request from %1:%2").arg(host.toString()).arg(port));
         });
     }
@@ -216,7 +217,7 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     }
     connect(gateway, &CSimGateway::messageReceived, this, [this] { ++m_fromHosts; });
     connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
-        startTraffic(); // the first request: a host is there and listens
+        startTraffic(); // with the first request, when a host is connected and receives
         if (m_options.verbose) {
             const QByteArray bytes = QByteArray(1, static_cast<char>(command)).append(payload).toHex(' ');
             print(name + QStringLiteral("command %1 (%2)").arg(QString::fromLatin1(bytes), nameOf(command)));
@@ -224,7 +225,8 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     });
     if (m_options.verbose) {
         connect(gateway, &CSimGateway::hostConnected, this, [name] { print(name + QStringLiteral("host connected")); });
-        connect(gateway, &CSimGateway::hostDisconnected, this, [name] { print(name + QStringLiteral("host gone")); });
+        connect(gateway, &CSimGateway::hostDisconnected, this,
+                [name] { print(name + QStringLiteral("host disconnected")); });
     }
     if (m_options.status >= 0) {
         auto* const timer = new QTimer(gateway);

@@ -18,7 +18,7 @@
 namespace vexmor::Apps
 {
 
-/// What the user asks of t93sim, already checked by the parser of the command line.
+/// The options of t93sim, already checked by the parser of the command line.
 struct SSimOptions {
     QString address = QStringLiteral("127.0.0.1");
     int port = 30000;
@@ -43,20 +43,21 @@ struct SSimOptions {
     Sim::SSimFaults faults;
     QString garbage;
     int dropAfterMs = 0;
-    int status = -1; ///< -1: none
+    int status = -1; ///< Status byte to report; -1: none.
     int statusEveryMs = 1000;
     int flood = 0;
-    double seconds = 0; ///< 0: until it is interrupted
+    double seconds = 0; ///< Duration; 0: until it is interrupted.
     bool verbose = false;
 
-    /// Takes "1.05" apart, into major and minor version.
+    /// Reads a version like "1.05" into major and minor version. Returns nothing when it is not valid.
     static std::optional<std::pair<std::uint8_t, std::uint8_t>> readFirmware(const QString& text);
-    /// Takes "udp-client:30001" or, with numbers for protocol and service, "7-2" apart.
+    /// Reads an endpoint like "udp-client:30001" or, with numbers for protocol and service, "7-2". Returns nothing when
+    /// it is not valid.
     static std::optional<Sim::SSimEndpoint> readEndpoint(const QString& text);
 };
 
-/// The gateways of one run of t93sim, their bus and its traffic. Ends the application with a summary: when it is told
-/// to (CInterruption), at a line of the log that was spoiled since the start, and when nobody takes what it prints.
+/// The gateways of one run of t93sim, their bus and its traffic. The application ends with a summary: after a signal,
+/// at a log line that was damaged since the start, or when the output cannot be written.
 class CSimProgram : public QObject
 {
     Q_OBJECT

@@ -6,9 +6,9 @@ namespace vexmor::Endurance
 {
 namespace
 {
-constexpr int SETTLE_MS = 1500;  ///< What is under way when the traffic stops has arrived by then.
-constexpr int CATCH_UP = 100;    ///< Messages at once at most: buffers would overflow after a pause of the process.
-constexpr int MAX_CLIENTS = 256; ///< A host that was cut off may connect again before the gateway notices.
+constexpr int SETTLE_MS = 1500;  ///< Time in which all messages under way arrive.
+constexpr int CATCH_UP = 100;    ///< Messages per turn at most, so that buffers do not overflow after a pause.
+constexpr int MAX_CLIENTS = 256; ///< More than one, as a host may reconnect before the gateway notices the loss.
 
 Cim::CCanMessage numberedMessage(std::uint64_t count)
 {
@@ -90,7 +90,7 @@ void CCountedTraffic::onInterfaceError(int error)
 {
     ++m_errors[error];
     if (error == 0) {
-        read(); // what came before the loss
+        read(); // messages that arrived before the loss
         down.arrived.mayMiss = true;
     }
     addEvent(text("error %d", error));

@@ -32,32 +32,32 @@ class CCountedTraffic : public QObject
     Q_OBJECT
 
 public:
-    /// The gateway's address and port (0: any); it is switched off at first.
+    /// Sets the gateway's address and port (0: any). The gateway is switched off at first.
     CCountedTraffic(EProtocol protocol, const QString& address, std::uint16_t port);
 
     Sim::CSimGateway& gateway() { return *m_gateway; }
     bool hasClient() const { return m_gateway && m_gateway->tcpHostCount() + m_gateway->udpHostCount() > 0; }
 
-    /// Switches a gateway on; the last byte of its MAC address is given. Throws std::runtime_error.
+    /// Switches a gateway on, whose MAC address ends with this byte. Throws std::runtime_error.
     void switchOn(std::uint8_t lastMacByte);
     void switchOff() { m_gateway.reset(); }
     /// Opens the interface, which reads every millisecond, and returns when the gateway knows it. A silent host sends
     /// neither messages nor requests.
     void open(bool isHostSilent = false);
-    /// From now on sends so many messages per second each way; 0 stops.
+    /// Sets the number of messages per second each way from now on; 0 stops.
     void send(int rate);
     /// Starts the clock of `events`.
     void startClock() { m_clock.start(); }
-    /// Stops the traffic, and returns when what is under way has arrived.
+    /// Stops the traffic, and returns when all messages under way have arrived.
     void finish();
 
-    /// Messages lost, as a cell under LOST_HEAD.
+    /// Returns the number of lost messages, as a cell under LOST_HEAD.
     std::string lost() const;
-    /// Returns whether the link was lost so many times and everything else is as promised; prints what is not.
+    /// Returns whether the link was lost this many times and all other promises hold; prints the broken ones.
     bool isAsPromised(std::uint64_t losses) const;
 
-    SWay up;            ///< From the host to the gateway.
-    SWay down;          ///< From the gateway to the host.
+    SWay up;            ///< Messages from the host to the gateway.
+    SWay down;          ///< Messages from the gateway to the host.
     std::string events; ///< "error 0 after 5.8 s, sends give 109 after 5.8 s"
 
 private Q_SLOTS:
@@ -74,12 +74,12 @@ private:
     Sim::CSimBus m_bus;
     std::optional<Sim::CSimGateway> m_gateway;
     std::unique_ptr<Cim::CCanInterface> m_host;
-    std::uint64_t m_refused = 0; ///< Sends that gave a code.
+    std::uint64_t m_refused = 0; ///< Sends that returned an error code.
     using Errors = std::map<int, std::uint64_t>;
     Errors m_errors; ///< Interface errors by number.
     QElapsedTimer m_clock;
     QTimer m_pacer;
-    QElapsedTimer m_sending; ///< Since the pace was set.
+    QElapsedTimer m_sending; ///< Time since the rate was set.
     std::int64_t m_done = 0; ///< Messages of each end since then.
     int m_rate = 0;
     bool m_isHostSilent = false;

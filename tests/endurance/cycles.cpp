@@ -1,5 +1,5 @@
-// A host that loads and unloads the plugin, opens and closes an interface, again and again: cycles [TIMES, 10000]. Not
-// linked to the plugin's library, so that nothing else keeps it. Prints a table in Markdown.
+// A host that repeatedly loads and unloads the plugin, and opens and closes an interface: cycles [TIMES, 10000]. It is
+// not linked to the plugin's library, so that the library can be unloaded. Prints a table in Markdown.
 #include "bench/measuring.h"
 #include "bench/pluginInterface.h"
 #include "bench/processes.h"

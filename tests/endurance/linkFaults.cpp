@@ -1,6 +1,6 @@
-// What a host sees of a link that fails: an interface and a gateway in network namespaces of this process, joined by a
-// cable that can be pulled or lose packets. Prints a row of a Markdown table for each fault: linkFaults [FIRST WORDS OF
-// A FAULT].
+// Tests how a host notices link faults: an interface and a gateway in network namespaces of this process are connected
+// by a cable that can be pulled or lose packets. Prints one row of a Markdown table per fault: linkFaults [FIRST WORDS
+// OF A FAULT].
 #include "tests/endurance/countedTraffic.h"
 #include "tests/endurance/virtualCable.h"
 
@@ -39,7 +39,7 @@ public:
         ::close(m_hostNetwork);
     }
 
-    /// The gateway's network ends with it, so that it closes no connection in an orderly way.
+    /// Stops the gateway together with its network, so that it cannot close connections in an orderly way.
     void stopGateway()
     {
         cable.plug(-1, -1);
@@ -61,7 +61,7 @@ public:
 private:
     const int m_hostNetwork = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
     const CVirtualPort m_near{"host", 1, "10.9.0.1"};
-    std::optional<CVirtualPort> m_far; ///< Of the gateway.
+    std::optional<CVirtualPort> m_far; ///< The port of the gateway.
 };
 
 using Act = std::function<void(CScene&)>;
@@ -74,7 +74,7 @@ const Act PULL = cableThatLoses(1);
 const Act LOSE = cableThatLoses(0.1);
 const Act HEAL = cableThatLoses(0);
 
-/// From one moment to the next; all gateways have the same address.
+/// Returns an act that replaces the gateway by another one with the same address.
 Act anotherGateway(std::uint8_t lastMacByte)
 {
     return [=](CScene& scene) {
@@ -85,7 +85,7 @@ Act anotherGateway(std::uint8_t lastMacByte)
 void switchOffInTheMiddleOfAFrame(CScene& scene)
 {
     scene.traffic.send(0);
-    scene.traffic.gateway().sendRaw(QByteArray::fromHex("430b0001")); // the rest never comes
+    scene.traffic.gateway().sendRaw(QByteArray::fromHex("430b0001")); // the rest of the frame never arrives
     runFor(50);
     scene.stopGateway();
     scene.traffic.send(RATE);
@@ -123,7 +123,7 @@ bool run(const SFault& fault)
     fault.begin(scene);
     runFor(fault.lastsMs);
     fault.end(scene);
-    QElapsedTimer back; // until messages pass both ways again
+    QElapsedTimer back; // time until messages pass both ways again
     back.start();
     for (const auto up = traffic.up.arrived.received, down = traffic.down.arrived.received;
          (!fault.isHostSilent && traffic.up.arrived.received == up) || traffic.down.arrived.received == down;) {

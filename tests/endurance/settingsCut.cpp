@@ -1,10 +1,10 @@
-// What a power cut in the middle of a save leaves: a process that saves the settings of three interfaces again and
-// again is killed at a random moment, and another one looks at the store. Each interface must be wholly as one save
-// left it, no save that had returned may be missing, and what else the host stored must be there. Fails at the first
-// kill after which that is not so.
+// Tests the effect of a power cut during a save: a process that repeatedly saves the settings of three interfaces is
+// killed at a random moment, then another process reads the store. Each interface must have exactly the settings of one
+// save, no completed save may be missing, and all other settings of the host must exist. Fails at the first kill after
+// which this is not the case.
 //
-// Then what saves at the same moment do to each other: several processes save an interface each, as the programs here
-// do, some a new process for each save. What was saved must be in the file then.
+// Then tests simultaneous saves: several processes save one interface each, like the programs of this project; some
+// start a new process for each save. All saved settings must be in the file at the end.
 //
 // settingsCut [KILLS, 1000] [SAVES of each of several processes, 500]
 #include "apps/host/interfaceStore.h"
@@ -136,7 +136,7 @@ int main(int argc, char** argv)
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path());
     QCoreApplication::setOrganizationName(QStringLiteral("endurance"));
     QCoreApplication::setApplicationName(QStringLiteral("cut"));
-    plugin(); // loaded before the first process is made
+    plugin(); // loaded before the first process is started
     void* const shared = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     check(shared != MAP_FAILED, "mmap");
     auto& saved = *static_cast<Progress*>(shared);

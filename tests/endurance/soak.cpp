@@ -1,5 +1,5 @@
-// A gateway and a host that talk for a long time, while the link is lost again and again: soak [MINUTES, 60] [RATE,
-// 5000] [LOSS EVERY SECONDS, 10]. Prints what became of the messages, and what has grown.
+// Traffic between a gateway and a host for a long time with regular losses of the link: soak [MINUTES, 60] [RATE, 5000]
+// [LOSS EVERY SECONDS, 10]. Prints the number of lost messages and the growth of resources.
 #include "tests/endurance/countedTraffic.h"
 
 #include <QCoreApplication>

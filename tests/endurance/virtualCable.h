@@ -17,7 +17,7 @@
 #include <thread>
 
 /// Network interfaces in private namespaces, and the cable between two of them, which can lose packets.
-/// It needs no more of the kernel than namespaces and TAP interfaces.
+/// The kernel must support namespaces and TAP interfaces.
 namespace vexmor::Endurance
 {
 
@@ -29,7 +29,7 @@ inline void ip(const std::string& command)
     }
 }
 
-/// A network interface of the calling thread's namespace, whose packets come out of a descriptor.
+/// A network interface in the calling thread's namespace, whose packets are read and written with a descriptor.
 class CVirtualPort
 {
 public:
@@ -67,14 +67,14 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    /// The ports at its ends; -1: none. They must not be closed while they are plugged in.
+    /// Connects the ports at its ends; -1: none. They must not be closed while they are connected.
     void plug(int near, int far)
     {
         const std::lock_guard lock(m_mutex);
         m_near = near;
         m_far = far;
     }
-    /// Loses a share of the packets, each way.
+    /// Sets the share of the packets that are lost, each way.
     void setLoss(double loss) { m_loss = loss; }
 
 private:

@@ -1,5 +1,5 @@
-// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway; LOG, a log of candump, is
-// the traffic.
+// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway that plays LOG, a candump
+// log.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
@@ -27,9 +27,9 @@ constexpr int PATIENCE_MS = 30000;
 constexpr int ENOUGH_MESSAGES = 1000;
 constexpr std::size_t ENOUGH_BUSLOADS = 40;
 constexpr std::uint8_t OVERFLOW_AND_BUS_OFF = 0x09;
-constexpr int ERRORS_OF_STATUS = 4; ///< two errors on each of two interfaces
+constexpr int ERRORS_OF_STATUS = 4; ///< Two errors on each of two interfaces.
 
-/// Processes events until a condition is met; the timers of the window end each wait for an event.
+/// Processes events until a condition is met. The timers of the window keep each wait short.
 void waitUntil(const char* condition, const std::function<bool()>& isMet)
 {
     const QDeadlineTimer deadline(PATIENCE_MS);
@@ -52,7 +52,7 @@ void save(const QPixmap& picture, const QString& folder, const char* name)
 
 void save(QWidget& widget, const QString& folder, const char* name)
 {
-    QCoreApplication::processEvents(); // the layout follows what has changed
+    QCoreApplication::processEvents(); // updates the layout
     save(widget.grab(), folder, name);
 }
 

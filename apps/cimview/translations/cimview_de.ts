@@ -4,8 +4,8 @@
 <context>
     <name>AddDialog</name>
     <message>
-        <source>&amp;Store it for the next time</source>
-        <translation>Für das nächste Mal &amp;speichern</translation>
+        <source>&amp;Store it for the next start</source>
+        <translation>Für den nächsten Start &amp;speichern</translation>
     </message>
     <message>
         <source>Add interface</source>
@@ -20,8 +20,8 @@
         <translation>&amp;Adresse:</translation>
     </message>
     <message>
-        <source>as the gateway has it</source>
-        <translation>wie im Gateway</translation>
+        <source>unchanged</source>
+        <translation>unverändert</translation>
     </message>
     <message>
         <source>%1 kbit/s</source>
@@ -91,11 +91,11 @@
         <translation>Daten</translation>
     </message>
     <message>
-        <source>identifiers: %1 before, %2 after, %3 of them differ</source>
-        <translation>Identifier: %1 vorher, %2 nachher, %3 davon sind verschieden</translation>
+        <source>identifiers: %1 before, %2 after; different: %3</source>
+        <translation>Identifier: %1 vorher, %2 nachher; verschieden: %3</translation>
     </message>
     <message>
-        <source>; lines that hold no standard frame: %1</source>
+        <source>; lines without a standard frame: %1</source>
         <translation>; Zeilen ohne Standard-Frame: %1</translation>
     </message>
 </context>
@@ -361,8 +361,8 @@ Nachher: %2</translation>
 <context>
     <name>vexmor::Apps::Cimview::CEventPanel</name>
     <message>
-        <source>The whole text of the chosen event</source>
-        <translation>Der ganze Text des gewählten Ereignisses</translation>
+        <source>Whole text of the selected event</source>
+        <translation>Ganzer Text des ausgewählten Ereignisses</translation>
     </message>
     <message>
         <source>&amp;Clear events</source>
@@ -435,12 +435,12 @@ Nachher: %2</translation>
         <translation>Die Schnittstelle braucht einen Namen.</translation>
     </message>
     <message>
-        <source>There is an interface &apos;%1&apos; already.</source>
-        <translation>Es gibt bereits eine Schnittstelle „%1“.</translation>
+        <source>An interface &apos;%1&apos; exists already. Choose another name.</source>
+        <translation>Eine Schnittstelle „%1“ gibt es bereits. Wählen Sie einen anderen Namen.</translation>
     </message>
     <message>
-        <source>%1 more were found, too many to be added. Are they real?</source>
-        <translation>%1 weitere wurden gefunden, zu viele, um sie aufzunehmen. Sind sie echt?</translation>
+        <source>%1 more interfaces were found but not added: a scan adds %2 at most. Check which devices answer.</source>
+        <translation>%1 weitere Schnittstellen wurden gefunden, aber nicht aufgenommen: eine Suche nimmt höchstens %2 auf. Prüfen Sie, welche Geräte antworten.</translation>
     </message>
     <message>
         <source>%1 %</source>
@@ -491,12 +491,12 @@ Nachher: %2</translation>
         <translation>Gespeichert</translation>
     </message>
     <message>
-        <source>the gateway&apos;s</source>
-        <translation>die des Gateways</translation>
+        <source>unchanged</source>
+        <translation>unverändert</translation>
     </message>
     <message>
-        <source>Open an interface first: there is none to send on.</source>
-        <translation>Öffnen Sie zuerst eine Schnittstelle: Es gibt keine, auf der gesendet werden kann.</translation>
+        <source>Nothing is sent: open an interface first.</source>
+        <translation>Es wird nichts gesendet: Öffnen Sie zuerst eine Schnittstelle.</translation>
     </message>
 </context>
 <context>
@@ -530,24 +530,24 @@ Nachher: %2</translation>
         <translation>&amp;Netz durchsuchen</translation>
     </message>
     <message>
-        <source>Keeps an interface that was found for the next time</source>
-        <translation>Behält eine gefundene Schnittstelle für das nächste Mal</translation>
+        <source>Stores the interface, so that the list has it at the next start</source>
+        <translation>Speichert die Schnittstelle, damit sie beim nächsten Start in der Liste steht</translation>
     </message>
     <message>
-        <source>%1 keeps its baud rate.</source>
-        <translation>%1 behält seine Baudrate.</translation>
+        <source>The baud rate of %1 was not changed: close the interface first.</source>
+        <translation>Die Baudrate von %1 wurde nicht geändert: Schließen Sie zuerst die Schnittstelle.</translation>
     </message>
     <message>
         <source>Remove</source>
         <translation>Entfernen</translation>
     </message>
     <message>
-        <source>Bit rate of the CAN bus. One that is set here is set on the bus when it is opened.</source>
-        <translation>Bitrate des CAN-Busses. Eine hier gewählte wird beim Öffnen auf dem Bus eingestellt.</translation>
+        <source>Bit rate of the CAN bus. A rate chosen here is set on the bus when the interface is opened.</source>
+        <translation>Bitrate des CAN-Busses. Eine hier gewählte Rate wird beim Öffnen der Schnittstelle auf dem Bus eingestellt.</translation>
     </message>
     <message>
-        <source>Remove these interfaces, from the store as well?</source>
-        <translation>Diese Schnittstellen entfernen, auch aus dem Speicher?</translation>
+        <source>Remove these interfaces from the list and from the store?</source>
+        <translation>Diese Schnittstellen aus der Liste und aus dem Speicher entfernen?</translation>
     </message>
     <message>
         <source>Try a simu&amp;lated gateway</source>
@@ -562,12 +562,12 @@ Nachher: %2</translation>
         <translation>Baudrate</translation>
     </message>
     <message>
-        <source>%1 has left the baud rate of the bus as the gateway has it. The dialog made %2 kbit/s of that. Set this rate? It disturbs a bus that runs at another one.</source>
-        <translation>%1 lässt die Baudrate des Busses bisher, wie das Gateway sie hat. Der Dialog hat daraus %2 kbit/s gemacht. Soll diese Rate gesetzt werden? Sie stört einen Bus, der mit einer anderen läuft.</translation>
+        <source>%1 has not changed the baud rate of the bus so far. The dialog now shows %2 kbit/s. Set this rate? It disturbs a bus that runs at another rate.</source>
+        <translation>%1 hat die Baudrate des Busses bisher nicht geändert. Der Dialog zeigt jetzt %2 kbit/s. Soll diese Rate gesetzt werden? Sie stört einen Bus, der mit einer anderen Rate läuft.</translation>
     </message>
     <message>
-        <source>&amp;Leave the gateway&apos;s rate</source>
-        <translation>&amp;Rate des Gateways lassen</translation>
+        <source>&amp;Leave it unchanged</source>
+        <translation>&amp;Nicht ändern</translation>
     </message>
     <message>
         <source>&amp;Set %1 kbit/s</source>
@@ -641,8 +641,8 @@ Nachher: %2</translation>
         <translation>Abspielen</translation>
     </message>
     <message>
-        <source>Send what is shown on:</source>
-        <translation>Gezeigtes senden auf:</translation>
+        <source>Interface for the replay:</source>
+        <translation>Schnittstelle für das Abspielen:</translation>
     </message>
     <message>
         <source>Write the &amp;direction into logs (R, T)</source>
@@ -653,7 +653,7 @@ Nachher: %2</translation>
         <translation>%1 von %2 Nachrichten gespeichert: nur die angezeigten.</translation>
     </message>
     <message>
-        <source>There are messages that are not saved. Discard them?</source>
+        <source>Some messages are not saved. Discard them?</source>
         <translation>Einige Nachrichten sind nicht gespeichert. Verwerfen?</translation>
     </message>
     <message>
@@ -669,12 +669,12 @@ Nachher: %2</translation>
         <translation>candump-Logs (*.log);;Tabellen für andere Programme (*.csv)</translation>
     </message>
     <message>
-        <source>Logs to compare: two, or the earlier one</source>
-        <translation>Zu vergleichende Logs: zwei, oder das frühere</translation>
+        <source>Choose two logs to compare, or the earlier one first</source>
+        <translation>Zwei Logs zum Vergleichen wählen, oder zuerst das frühere</translation>
     </message>
     <message>
-        <source>Log to compare with it</source>
-        <translation>Log, das damit verglichen wird</translation>
+        <source>Choose the later log</source>
+        <translation>Das spätere Log wählen</translation>
     </message>
     <message>
         <source>Loop</source>
@@ -747,7 +747,7 @@ Nachher: %2</translation>
         <translation>Ereignisse (%1 neu)</translation>
     </message>
     <message>
-        <source>%L1 messages/s, %L2 in all</source>
+        <source>%L1 messages/s, %L2 in total</source>
         <translation>%L1 Nachrichten/s, insgesamt %L2</translation>
     </message>
     <message>
@@ -755,8 +755,8 @@ Nachher: %2</translation>
         <translation>Nachrichten</translation>
     </message>
     <message>
-        <source>&apos;%1&apos; is no stored interface, and no address like 192.168.1.70:30000:TCP</source>
-        <translation>„%1“ ist keine gespeicherte Schnittstelle und keine Adresse wie 192.168.1.70:30000:TCP</translation>
+        <source>&apos;%1&apos; is neither a stored interface nor an address like 192.168.1.70:30000:TCP</source>
+        <translation>„%1“ ist weder eine gespeicherte Schnittstelle noch eine Adresse wie 192.168.1.70:30000:TCP</translation>
     </message>
     <message>
         <source>1 new error</source>
@@ -776,9 +776,9 @@ Nachher: %2</translation>
     </message>
     <message>
         <source>cimview %1: CAN interfaces of T93 gateways in a window.
-Its guide is docs/cimview.md of the source.</source>
+User guide: docs/cimview.md in the source.</source>
         <translation>cimview %1: CAN-Schnittstellen von T93-Gateways in einem Fenster.
-Seine Anleitung ist docs/cimview.md der Quellen.</translation>
+Anleitung: docs/cimview.md in den Quellen.</translation>
     </message>
     <message>
         <source>D&amp;ark</source>
@@ -844,12 +844,12 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>Geschlossen.</translation>
     </message>
     <message>
-        <source>Nothing is sent: %1 is not open.</source>
-        <translation>Es wird nichts gesendet: %1 ist nicht geöffnet.</translation>
+        <source>Nothing is sent: open %1 first.</source>
+        <translation>Es wird nichts gesendet: Öffnen Sie zuerst %1.</translation>
     </message>
     <message>
-        <source>Nothing is sent: no gateway has answered at the address of %1.</source>
-        <translation>Es wird nichts gesendet: Unter der Adresse von %1 hat noch kein Gateway geantwortet.</translation>
+        <source>Nothing is sent: no gateway has answered at the address of %1. Check the address and the gateway.</source>
+        <translation>Es wird nichts gesendet: Unter der Adresse von %1 hat noch kein Gateway geantwortet. Prüfen Sie Adresse und Gateway.</translation>
     </message>
     <message>
         <source>The gateway does not answer any more.</source>
@@ -879,8 +879,8 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>A&amp;ufzeichnung</translation>
     </message>
     <message>
-        <source>all, or like 123  120:7F0</source>
-        <translation>alle, oder wie 123  120:7F0</translation>
+        <source>all; example: 123  120:7F0</source>
+        <translation>alle; Beispiel: 123  120:7F0</translation>
     </message>
     <message>
         <source>any text or data</source>
@@ -907,34 +907,34 @@ Seine Anleitung ist docs/cimview.md der Quellen.</translation>
         <translation>F&amp;olgen</translation>
     </message>
     <message>
-        <source>Keeps the newest message in view. Scrolling up ends it, scrolling to the end begins it again.</source>
-        <translation>Hält die neueste Nachricht im Blick. Hochrollen beendet es, zum Ende rollen beginnt es wieder.</translation>
+        <source>Keeps the newest message in view. Scrolling up turns it off; scrolling to the end turns it on.</source>
+        <translation>Hält die neueste Nachricht im Blick. Hochscrollen schaltet es aus, Scrollen zum Ende schaltet es ein.</translation>
     </message>
     <message>
         <source>Show only this identifier</source>
         <translation>Nur diesen Identifier zeigen</translation>
     </message>
     <message>
-        <source>Add to the messages to send</source>
-        <translation>Zu den Sendenachrichten</translation>
+        <source>Add to the send list</source>
+        <translation>Zur Sendeliste hinzufügen</translation>
     </message>
     <message>
         <source>Time of &amp;day</source>
         <translation>&amp;Uhrzeit</translation>
     </message>
     <message>
-        <source>Time since the &amp;first</source>
-        <translation>Zeit seit der &amp;ersten</translation>
+        <source>Time since the &amp;first message</source>
+        <translation>Zeit seit der &amp;ersten Nachricht</translation>
     </message>
     <message>
-        <source>Time since the one &amp;before</source>
-        <translation>Zeit seit der &amp;vorigen</translation>
+        <source>Time since the message &amp;before</source>
+        <translation>Zeit seit der &amp;vorigen Nachricht</translation>
     </message>
     <message>
         <source>Identifiers to show, hexadecimal: ID, LOW-HIGH, ID:MASK for all that equal ID in the
-bits of MASK, ID~MASK for all but these. Several stand with blanks between.</source>
+bits of MASK, ID~MASK for all but these. Separate several filters by blanks.</source>
         <translation>Zu zeigende Identifier, hexadezimal: ID, VON-BIS, ID:MASKE für alle, die ID in den
-Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeichen dazwischen.</translation>
+Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere Filter durch Leerzeichen trennen.</translation>
     </message>
     <message>
         <source>wrong filter</source>
@@ -961,8 +961,8 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Zeigt nur Nachrichten mit diesem Text in irgendeiner Spalte.</translation>
     </message>
     <message>
-        <source>Goes to messages with this text in any column: next F3, previous Shift+F3.</source>
-        <translation>Geht zu Nachrichten mit diesem Text in irgendeiner Spalte: nächste F3, vorige Umschalt+F3.</translation>
+        <source>Finds messages with this text in any column. F3: next, Shift+F3: previous.</source>
+        <translation>Findet Nachrichten mit diesem Text in irgendeiner Spalte. F3: nächste, Umschalt+F3: vorige.</translation>
     </message>
     <message>
         <source>F&amp;ind:</source>
@@ -1107,8 +1107,8 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Liste laden</translation>
     </message>
     <message>
-        <source>%1: no messages to send</source>
-        <translation>%1: keine Nachrichten zum Senden</translation>
+        <source>%1 contains no messages to send</source>
+        <translation>%1 enthält keine Nachrichten zum Senden</translation>
     </message>
     <message>
         <source>Save list</source>
@@ -1157,8 +1157,8 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
 <context>
     <name>vexmor::Apps::Cimview::CWorkbench</name>
     <message>
-        <source>No scan could be started.</source>
-        <translation>Die Suche konnte nicht gestartet werden.</translation>
+        <source>The scan could not be started. Another one may be running.</source>
+        <translation>Die Suche konnte nicht gestartet werden. Vielleicht läuft schon eine.</translation>
     </message>
     <message>
         <source>The window was busy for too long: %1 messages were lost.</source>
@@ -1185,19 +1185,19 @@ Bits von MASKE gleichen, ID~MASKE für alle außer diesen. Mehrere mit Leerzeich
         <translation>Suche beendet: %1 gefunden, %2 neu</translation>
     </message>
     <message>
-        <source>Scan finished: no gateway answered. Look at these in turn:
-- Is the gateway on, and on the same switch? A broadcast passes no router, and seldom a WLAN.
-- Has this computer an address in the gateway&apos;s subnet?
+        <source>Scan finished: no gateway answered. Check in turn:
+- Is the gateway switched on, and on the same switch? A broadcast does not pass a router, and rarely a WLAN.
+- Does this computer have an address in the gateway&apos;s subnet?
 - Does a firewall drop UDP datagrams from port 33333?
 - Behind a router: add the interface by its address.</source>
         <translation>Suche beendet: kein Gateway hat geantwortet. Der Reihe nach zu prüfen:
-- Ist das Gateway an, und am selben Switch? Ein Rundruf geht durch keinen Router und selten durch ein WLAN.
+- Ist das Gateway eingeschaltet und am selben Switch? Ein Rundruf geht durch keinen Router und selten durch ein WLAN.
 - Hat dieser Rechner eine Adresse im Teilnetz des Gateways?
 - Verwirft eine Firewall UDP-Datagramme von Port 33333?
 - Hinter einem Router: die Schnittstelle mit ihrer Adresse hinzufügen.</translation>
     </message>
     <message>
-        <source>%1. What to look at stands in Events.</source>
+        <source>%1. Events shows what to check.</source>
         <translation>%1. Unter Ereignisse steht, was zu prüfen ist.</translation>
     </message>
 </context>
