@@ -1,11 +1,11 @@
--- Shows T93 traffic in Wireshark and tshark: RM frames over TCP and UDP ("t93"), and the datagrams by which gateways
--- are found ("t93ddt"), as docs/protocol.md describes them. Frames are read as the plugin reads them: a frame that it drops
--- has no t93.can.id. For another port than 30000 use "Decode as", or tshark -d tcp.port==30001,t93.
+-- Shows T93 traffic in Wireshark and tshark: RM frames over TCP and UDP ("t93"), and the datagrams of a scan ("t93ddt").
+-- docs/protocol.md describes both. Frames are found as the plugin finds them: a frame that the plugin drops has no
+-- t93.can.id. For another port than 30000 use "Decode as", or tshark -d tcp.port==30001,t93.
 
 local t93, ddt = Proto("t93", "T93 RM frame"), Proto("t93ddt", "T93 DDT datagram")
 
 local function note(name, text) return ProtoExpert.new(name, text, expert.group.PROTOCOL, expert.severity.WARN) end
-local function add_text(tree, field, range) -- returns the text, with ? for characters that no column can show
+local function add_text(tree, field, range) -- returns the text without control characters, for a column
     local foreign = range:string(ENC_UTF_8) == range:raw() and "%c" or "[%c\x80-\xFF]"
     tree:add_packet_field(field, range, ENC_UTF_8)
     return (range:raw():gsub("%z.*", ""):gsub(foreign, "?"))
@@ -37,7 +37,7 @@ local f = {
     firmware = ProtoField.string("t93.firmware", "Firmware version"),
     status = ProtoField.uint8("t93.status", "Status", base.HEX),
     mac = ProtoField.ether("t93.mac", "MAC address"),
-    busload = ProtoField.uint16("t93.busload", "Bus load, frames per second"),
+    busload = ProtoField.uint16("t93.busload", "Bus load, messages per second"),
     interval = ProtoField.uint16("t93.busload.interval", "Measuring interval, ms"),
     bit_rate = ProtoField.uint8("t93.bitrate", "CAN bit rate", base.HEX, BIT_RATES),
 }
@@ -48,13 +48,13 @@ t93.fields = f
 local e = {
     checksum = note("t93.checksum.bad", "Wrong checksum: the frame is dropped"),
     no_end = note("t93.end.missing", "No end marker: the frame is dropped"),
-    can_length = note("t93.can.length.bad", "Not 0 to 8 data bytes: the host gets length 0"),
+    can_length = note("t93.can.length.bad", "Not 0 to 8 data bytes: the application receives length 0"),
     status = note("t93.status.report", "The gateway reports trouble"),
 }
 t93.experts = e
 
--- ---- RM frames: payloads. A function that shows a payload gets its tree, the payload (nil: empty) and its size. It returns
--- the text of the info column, or nil when the payload is too short, like that of requests and confirmations.
+-- ---- RM frames: payloads. SHOW has a function for each command. It adds the payload to the tree and returns the text of
+-- the info column, or nil when the payload is too short, as in requests and confirmations. A payload of nil is empty.
 local SHOW = {}
 
 local function can_message(command, stamp_size)
@@ -76,7 +76,7 @@ end
 can_message(0x00, 0)
 can_message(0x01, 4)
 
--- A payload of one value with this number of bytes. `read` returns the value, and its text if that is different.
+-- For a payload with one value: `count` bytes at offset `at`. `read` returns the value, and its text if that differs.
 local function value(command, field, at, count, read)
     SHOW[command] = function(tree, payload, size)
         if size < at + count then return nil end
@@ -113,11 +113,12 @@ end
 -- ---- RM frames: the stream
 local END, AROUND = 0x0D, 4 -- AROUND: start marker, length, checksum, end marker
 
-local function show_frame(tree, tvb) -- at the beginning of these bytes; returns its text and size
+local function show_frame(tree, tvb) -- shows the frame at the beginning of tvb; returns its text and size
     local length, command, wanted = tvb(1, 1):uint(), tvb(2, 1):uint(), 0
     for _, byte in ipairs({ tvb:raw(0, length + 2):byte(1, -1) }) do wanted = bit.bxor(wanted, byte) end
     local is_right, has_end = tvb(length + 2, 1):uint() == wanted, tvb(length + 3, 1):uint() == END
-    -- After a wrong checksum the plugin searches the next start at once. (If segments are joined here, a frame may be shown twice.)
+    -- After a wrong checksum the plugin looks for a start marker at once, also in the byte where the end marker should be.
+    -- (If segments are joined at this place, a frame may be shown twice.)
     local size = (is_right or has_end) and length + AROUND or length + AROUND - 1
     local item, payload = tree:add(t93, tvb(0, size)), length > 1 and tvb(3, length - 1) or nil
     item:add(f.length, tvb(1, 1))
@@ -138,7 +139,7 @@ local function show_frame(tree, tvb) -- at the beginning of these bytes; returns
     return text, size
 end
 
-local function show_stream(tree, tvb) -- returns the texts, and the begin of a frame that does not end here
+local function show_stream(tree, tvb) -- returns the texts, and the offset of a frame that does not end in tvb
     local bytes, texts, at = tvb:raw(), {}, 0
     while at < #bytes do
         local begin = (bytes:find("C[\1-\35]", at + 1) or bytes:find("C$", at + 1) or #bytes + 1) - 1
@@ -155,8 +156,8 @@ local function show_stream(tree, tvb) -- returns the texts, and the begin of a f
     return texts
 end
 
--- Over UDP a frame may begin in one datagram and end in the next: the beginnings that wait in each direction, and the
--- beginning that belongs to the datagram with a number.
+-- Over UDP a frame may begin in one datagram and end in the next. `waiting` has the beginning of a frame, by direction;
+-- `begun` has the beginning that a datagram completes, by the number of the datagram.
 local waiting, begun = {}, {}
 function t93.init() waiting, begun = {}, {} end
 
@@ -176,7 +177,7 @@ function t93.dissector(tvb, pinfo, tree)
         tree:add(t93, whole(cut_at)):set_text("T93, " .. texts[#texts]):add(f.cut, whole(cut_at))
     end
     pinfo.cols.protocol = "T93"
-    if #texts > 0 then -- a segment with the end of a frame and further frames is shown in two calls
+    if #texts > 0 then -- a segment with the end of one frame and further frames is shown in two calls
         local text = (pinfo.private.t93 and "; " or "") .. table.concat(texts, "; ", 1, math.min(#texts, SHOWN))
         pinfo.private.t93 = "shown"
         pinfo.cols.info:set(text .. (#texts > SHOWN and string.format(" (+%d)", #texts - SHOWN) or ""))
@@ -187,7 +188,7 @@ end
 DissectorTable.get("tcp.port"):add(30000, t93)
 DissectorTable.get("udp.port"):add(30000, t93)
 
--- ---- Detection datagrams
+-- ---- Datagrams of a scan
 local HEADER, ENTRY, REQUEST, REPLY = 4, 64, 0x80, 0x00
 local d = {
     sequence = ProtoField.uint16("t93ddt.sequence", "Sequence"),
@@ -205,8 +206,8 @@ local d = {
 local short = note("t93ddt.short", "Shorter than it announces")
 ddt.fields, ddt.experts = d, { short }
 
-local askers = {} -- ports from which requests were sent: replies come to them, from any port
-function ddt.init() askers = {} end
+local requesters = {} -- the ports that sent requests: replies are sent to them, from any port
+function ddt.init() requesters = {} end
 
 function ddt.dissector(tvb, pinfo, tree)
     local item, size, name = tree:add(ddt, tvb()), tvb:len(), ""
@@ -229,10 +230,10 @@ function ddt.dissector(tvb, pinfo, tree)
         entry:add(d.port, tvb(at + 6, 2))
         entry:add(d.mac, tvb(at + 8, 6))
         add_text(entry, d.type_text, tvb(at + 14, 22))
-        name = add_text(entry, d.host_name, tvb(at + 36, 28)) .. ", " -- a gateway sends the same name in all entries
+        name = add_text(entry, d.host_name, tvb(at + 36, 28)) .. ", " -- a gateway has the same name in all entries
     end
     if kind == REQUEST then
-        askers[pinfo.src_port] = askers[pinfo.src_port] or pinfo.number
+        requesters[pinfo.src_port] = requesters[pinfo.src_port] or pinfo.number
         pinfo.cols.info = "Ident request " .. tvb(0, 2):le_uint()
     else
         local text = (kind == REPLY and "Ident reply: " or "Unknown kind: ") .. name .. present .. " endpoint"
@@ -242,8 +243,8 @@ function ddt.dissector(tvb, pinfo, tree)
 end
 
 ddt:register_heuristic("udp", function(tvb, pinfo, tree)
-    local asked = askers[pinfo.dst_port]
-    if not asked or pinfo.number < asked or (tvb:len() > 2 and tvb(2, 1):uint() ~= REPLY) then return false end
+    local requested = requesters[pinfo.dst_port]
+    if not requested or pinfo.number < requested or (tvb:len() > 2 and tvb(2, 1):uint() ~= REPLY) then return false end
     ddt.dissector(tvb, pinfo, tree)
     return true
 end)
