@@ -216,6 +216,7 @@ private Q_SLOTS:
         QVERIFY(isRegained());  // the time of the last one is not, but it was before the close
         QVERIFY(!isRegained()); // a gateway that closes at once does not keep the host busy
         QTRY_VERIFY_WITH_TIMEOUT(isConnected(*host.can), 4000);
+        QCOMPARE(host.errorNumbers(), (QList<int>{0, 0, 0, 0})); // each loss once
     }
 
     void reopenedInterfaceBeginsAnew_data() { rows({"TCP", "UDP"}); }
