@@ -49,10 +49,9 @@ QStringList threads()
 
 void requireNoScanThread(int limitMs = 500)
 {
-    QElapsedTimer clock;
-    clock.start();
+    const QDeadlineTimer limit(limitMs);
     while (threads().size() > OWN_THREADS) { // QThread may be done with it, and the system not yet
-        check(clock.elapsed() < limitMs, "no thread outlives what it uses");
+        check(!limit.hasExpired(), "no thread outlives what it uses");
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();
         }
@@ -81,7 +80,7 @@ void delayScanThread()
     }
 }
 
-void endScan()
+void endScan() // by returning here, "return" leaves main with the scan running
 {
     QElapsedTimer clock;
     clock.start();
@@ -105,7 +104,6 @@ void endScan()
         s_goOn.release();
         requireNoScanThread(END_LIMIT_MS);
     }
-    QCoreApplication::quit(); // "return" leaves main with the scan running
 }
 
 void onLogLine(int, const char*, int, const char* format, ...)
@@ -124,7 +122,8 @@ int run(int argc, char** argv)
     QCoreApplication app(argc, argv);
     check(argc == 3, "two arguments");
     s_way = argv[1];
-    if (qstrcmp(argv[2], "beginning") == 0) {
+    const QByteArray moment = argv[2];
+    if (moment == "beginning") {
         for (int i = 0; i < BEGINNINGS; ++i) { // each in a program of its own: how long after the start of the scan
             const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
             check(QProcess::execute(app.applicationFilePath(), arguments) == ENDED_AS_TOLD,
@@ -132,7 +131,7 @@ int run(int argc, char** argv)
         }
         return 0;
     }
-    const bool whileSending = qstrcmp(argv[2], "sending") == 0;
+    const bool whileSending = moment == "sending";
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
     loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
     s_loader = &loader;
@@ -145,20 +144,18 @@ int run(int argc, char** argv)
     CoreLib::Logging::setVxLoggingLevel(20);
     CoreLib::Logging::setVxLoggingHandler(onLogLine);
     check(plugin->scanInterfaces() == 0, "the scan starts");
-    if (std::isdigit(argv[2][0])) {
-        QThread::usleep(std::strtoul(argv[2], nullptr, 10));
+    if (std::isdigit(moment[0])) {
+        QThread::usleep(moment.toULong());
         std::exit(ENDED_AS_TOLD);
     }
-    QTimer look; // not by an event from the scan thread: a thread sanitizer would not know that it orders anything
-    QObject::connect(&look, &QTimer::timeout, [&look] {
-        if (s_isThere) {
-            look.stop();
-            endScan();
-        }
-    });
-    look.start(1);
-    QTimer::singleShot(END_LIMIT_MS, [] { check(false, "the scan gets so far"); });
-    return app.exec();
+    const QDeadlineTimer limit(END_LIMIT_MS);
+    while (!s_isThere) {
+        check(!limit.hasExpired(), "the scan gets so far");
+        QCoreApplication::processEvents();
+        QThread::msleep(1);
+    }
+    endScan();
+    return 0;
 }
 } // namespace
 

@@ -21,22 +21,6 @@ int spy(const CCanInterface&, bool, const CCanMessage& message)
     return static_cast<int>(message.id().value()); // still readable
 }
 
-/// Acts over and over in another thread while it exists.
-struct SOtherThread {
-    ~SOtherThread()
-    {
-        isEnding = true;
-        thread.join();
-    }
-    const std::function<void()> act;
-    std::atomic<bool> isEnding{false};
-    std::thread thread{[this] {
-        while (!isEnding) {
-            act();
-        }
-    }};
-};
-
 /// A language in which everything is shouted, by a translator that reads texts itself.
 struct SShout : QTranslator {
     explicit SShout(CCanInterface& can) : can(can) {}
@@ -50,78 +34,13 @@ struct SShout : QTranslator {
 };
 } // namespace
 
-/// Where the driver calls the host, the host does what it likes to the interface; the address sanitizer watches.
-/// Another thread reads messages and texts while the owner of the interface receives, closes, reopens and changes its
-/// language.
+/// What a host may do where the driver calls it, with an exact order of messages and exact bounds; closing, reopening,
+/// resetting and deleting there stand in driverFuzz. Another thread reads texts while the language changes.
 class CallbacksTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void hostActsInACallback_data()
-    {
-        const auto row = columns<QByteArray, QByteArray>("place", "act");
-        for (const QByteArray place : {"spy receive", "spy send", "error slot"}) {
-            for (const QByteArray act : {"close", "reopen", "delete", "close in a nested loop", "reset"}) {
-                row("TCP, " + place + ", " + act, place, act);
-                row("UDP, " + place + ", " + act, place, act);
-            }
-        }
-    }
-    void hostActsInACallback()
-    {
-        QFETCH(QByteArray, place);
-        QFETCH(QByteArray, act);
-        const bool isUdp = rowProtocol() == CCommonInfo::eProtocolUdp;
-        SOpenInterface host(rowProtocol());
-        host.gateway.setMaxClients(2); // a reopening host may come before the old link is gone
-        s_act = [&] {
-            if (act == "reset") {
-                QCOMPARE(host.can->resetCommunication(0), 0);
-            } else if (act == "delete") {
-                host.errors.reset();
-                host.can.reset();
-            } else if (act == "close in a nested loop") {
-                QTimer::singleShot(0, host.can.get(), [&] { host.can->closeCommunication(); });
-                QTRY_VERIFY(!host.can->isOpened());
-            } else {
-                host.can->closeCommunication();
-                QCOMPARE(act == "reopen" ? host.can->openCommunication() : 0, 0);
-            }
-        };
-        if (place == "error slot") {
-            connect(host.can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-        } else {
-            host.can->setSpyHandler(spy);
-        }
-
-        if (place == "spy send") {
-            const int code = host.can->writeMessage(message(0x100));
-            QCOMPARE(code, act == "reopen" || act == "reset" ? 0 : 102);
-        } else {
-            // Several frames in one read: what follows the first must not reach a session that has ended. A second
-            // start marker has the frame behind it taken byte by byte. A wrong checksum is the first error.
-            host.gateway.sendRaw(hex("430242090b0d") + frame(0x42, hex("01")) + hex(isUdp ? "43" : "") +
-                                 frame(0x00, hex("0101")) + frame(0x00, hex("0102")) + frame(0x42, hex("02")));
-        }
-        QTRY_VERIFY(!s_act);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QTest::qWait(20);
-        if (act == "delete") {
-            return;
-        }
-        // It works on, or again.
-        QCOMPARE(host.can->isOpened() ? 0 : host.can->openCommunication(), 0);
-        const bool isStale = act == "reopen" && place == "spy receive"; // what was read before
-        QVERIFY(unread(*host.can).isEmpty() || !isStale);
-        QTRY_VERIFY(host.gateway.tcpHostCount() + host.gateway.udpHostCount() >= 1);
-        host.can->setSpyHandler(nullptr);
-        QVERIFY(QTest::qWaitFor([&] {
-            host.bus.send(message(0x321));
-            return unread(*host.can).contains(message(0x321));
-        }));
-    }
-
     void spyHandlerProcessesEvents()
     {
         // Frames cut over datagrams; with each few of them another datagram comes, until a turn ends by their number.
@@ -222,49 +141,6 @@ private Q_SLOTS:
         QTRY_VERIFY(isConnected(*host.can)); // again
     }
 
-    void hostActsWhileItOpens_data() { rows({"close", "delete", "reopen"}); }
-    void hostActsWhileItOpens()
-    {
-        const bool reopens = rowName() == "reopen";
-        SRawGateway gateway;
-        auto can = makeInterface(gateway.port());
-        QTimer::singleShot(0, this, [&] { // pending when the open processes events
-            rowName() == "delete" ? can.reset() : void(can->closeCommunication());
-            QCOMPARE(reopens ? can->openCommunication() : 0, 0);
-        });
-        QCOMPARE(can->openCommunication(), reopens ? 1 : 103);
-        QVERIFY(!can || can->isOpened() == reopens);
-    }
-
-    void readerInAnotherThread()
-    {
-        constexpr int ROUNDS = 20;
-        SOpenInterface host;
-        std::atomic<int> taken{0};
-        std::atomic<int> wrong{0};
-        const SOtherThread reader{[&, can = host.can.get(), last = -1]() mutable {
-            CCanMessage next;
-            if (can->readMessage(next) != RC_OK) {
-                std::this_thread::yield();
-                return;
-            }
-            const int number = next.id().value(); // flood counts up; a reopening starts again at 0
-            wrong += next.length() == 8 && (number == last + 1 || number == 0) ? 0 : 1;
-            last = number;
-            ++taken;
-        }};
-        for (int round = 1; round <= ROUNDS; ++round) {
-            host.gateway.flood(500);
-            QTRY_COMPARE(taken.load(), round * 500);
-            host.can->closeCommunication();
-            QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
-            QCOMPARE(host.can->openCommunication(), RC_OK);
-            QTRY_COMPARE(host.gateway.tcpHostCount(), 1);
-        }
-        QCOMPARE(wrong.load(), 0);
-        QCOMPARE(taken.load(), ROUNDS * 500);
-    }
-
     void textsWhileTheLanguageChanges()
     {
         constexpr int CHANGES = 40000;
@@ -275,17 +151,20 @@ private Q_SLOTS:
         const QStringList quiet = texts();
         std::atomic<int> wrong{0};
         SShout shout(*can);
-        {
-            const SOtherThread asker{[&] {
+        std::atomic<bool> isEnding{false};
+        std::thread reader([&] {
+            while (!isEnding) {
                 const QStringList now = texts();
                 for (int i = 0; i < quiet.size(); ++i) {
                     wrong += now.at(i) == quiet.at(i) || now.at(i) == quiet.at(i).toUpper() ? 0 : 1;
                 }
-            }};
-            for (int i = 0; i < CHANGES; ++i) {
-                i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
             }
+        });
+        for (int i = 0; i < CHANGES; ++i) {
+            i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
         }
+        isEnding = true;
+        reader.join();
         QCOMPARE(wrong.load(), 0);
         QCOMPARE(texts(), quiet);
     }

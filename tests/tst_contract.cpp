@@ -1,5 +1,5 @@
-#include "cim/canInterface.h"
-#include "cim/canInterfacePlugin.h"
+#include "cim/canMessage.h"
+#include "cim/commonInfoInterface.h"
 #include "testData.h"
 
 using namespace vexmor::Cim;
@@ -15,22 +15,6 @@ namespace
 {
 const QString OTHER = "other"_s;
 
-/// Whether virtual operations stand one behind the other in the table of their class.
-template <typename... Operations>
-bool standInARow(std::size_t first, Operations... operations)
-{
-    const auto placeOf = [](auto operation) {
-        std::size_t bytes = 0;
-        memcpy(&bytes, &operation, sizeof bytes);
-        return bytes / sizeof(void*);
-    };
-    return ((placeOf(operations) == first++) && ...);
-}
-template <typename... Data>
-constexpr bool TAKES = std::is_constructible_v<CCanMessage, CCanId, unsigned char, Data...>;
-static_assert(TAKES<> && TAKES<int, int> && TAKES<unsigned char*> && TAKES<std::nullptr_t>);
-static_assert(!TAKES<const unsigned char*> && !TAKES<char*> && !TAKES<const char*>);
-
 unsigned char s_bytes[] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8};
 
 /// Identifier, length and all eight data bytes.
@@ -42,26 +26,13 @@ QByteArray textOf(const CCanMessage& message)
 }
 } // namespace
 
-/// What the contract has without a plugin: the order of the operations, the description of an interface (port texts,
-/// what is compared, what is stored), and the value that carries every frame between host and plugin.
+/// What the contract has without a plugin: the description of an interface (port texts, what is compared, what is
+/// stored), and the value that carries every frame between host and plugin. script/abi compares places and layouts.
 class ContractTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void operationsKeepTheirPlaces() // by which host and plugin, built apart, call each other
-    {
-        using I = CCanInterface;
-        using P = CCanInterfacePlugin;
-        QVERIFY(standInARow(12, &I::clone, &I::resetCommunication, &I::openCommunication, &I::closeCommunication,
-                            &I::readMessage, &I::writeMessage, &I::busload, &I::errorCodeToString,
-                            &I::interfaceErrorToString, &I::isOpened, &I::baudrate, &I::setBaudrate, &I::loadSettings,
-                            &I::saveSettings, &I::configure, &I::interfaceType, &I::setSpyHandler, &I::commonInfo,
-                            &I::setCommonInfo, &I::commonErrorCodeToString)); // behind those of QObject
-        QVERIFY(standInARow(2, &P::pluginName, &P::pluginId, &P::interfaceType, &P::createInterface, &P::addScanAddress,
-                            &P::removeScanAddress, &P::scanAddresses, &P::scanInterfaces)); // behind the destructor
-    }
-
     void portTextsAreBuilt()
     {
         QCOMPARE(CCommonInfo::buildComPortStr("3"_s), "COM=3"_s);
@@ -175,14 +146,6 @@ private Q_SLOTS:
         const CCanMessage other = ::message(0x123, hex("01"));
         const QVariant variant(type, &other);
         QVERIFY(*static_cast<const CCanMessage*>(variant.constData()) == other);
-    }
-
-    void layoutIsSharedWithHosts() // identifier in the byte order of the machine, length, data
-    {
-        const CCanMessage message(CCanId(0x01, 0x23, 0), 2, 0xAA, 0xBB);
-        const std::uint16_t id = 0x0123;
-        const QByteArray bytes(reinterpret_cast<const char*>(&message), 11);
-        QCOMPARE(bytes, QByteArray(reinterpret_cast<const char*>(&id), 2) + hex("02aabb000000000000"));
     }
 
     void constructors()

@@ -147,7 +147,7 @@ private Q_SLOTS:
         row("a start marker in the place of the end", "43 02 42 09 0a 43 43 01 41 03 0d", "41:");
         row("length 0: 255 payload bytes", "43 00 43 01 41 03 0d", "41:");
         row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
-        QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
+        const QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
         addRow("34 payload bytes", longest, "42:" + QByteArray(68, '1'));
         for (const int size : {1, 7, 8, 15, 16, 17, 33}) { // nothing of what follows may stand behind it
             QByteArray frame = hex("43") + char(size + 1) + hex("42") + QByteArray(size, 0x11);
@@ -155,8 +155,7 @@ private Q_SLOTS:
             addRow("before 34 payload bytes: " + QByteArray::number(size), frame + hex("0d") + longest,
                    "42:" + QByteArray(2 * size, '1') + " 42:" + QByteArray(68, '1'));
         }
-        longest.insert(3, 0x11)[1] = 0x24;
-        addRow("35 payload bytes", longest + hex("430141030d"), "41:");
+        addRow("35 payload bytes", hex("432442") + QByteArray(35, 0x11) + hex("340d 430141030d"), "41:");
     }
     void deframer() // whole, and in two pieces cut at every place
     {
