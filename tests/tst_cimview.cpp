@@ -79,6 +79,7 @@ struct SWindow : SGateway {
     {
         QTimer::singleShot(0, window.get(), [=]() mutable {
             if (QWidget* const dialog = QApplication::activeModalWidget(); dialog != nullptr && dialog->isVisible()) {
+                question = dialog->property("text").toString();
                 for (int i = 0; i < texts.size(); ++i) {
                     dialog->findChildren<QLineEdit*>(fields).at(i)->setText(texts.at(i));
                 }
@@ -115,6 +116,7 @@ struct SWindow : SGateway {
     QLineEdit* id = nullptr;
     QLineEdit* data = nullptr;
     QLabel* problem = nullptr;
+    QString question; ///< of the last dialog in which a key was pressed
 };
 
 /// Whether a field is in the colour of wrong text.
@@ -422,7 +424,16 @@ private Q_SLOTS:
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.bus.send(message(0x101));
         QTRY_COMPARE(run.trace().rowCount(), 1);
-        run.window->logs().load(writeFile(m_folder, "no log"));
+        QMimeData log;
+        log.setUrls({QUrl::fromLocalFile(writeFile(m_folder, "no log"))});
+        QDragEnterEvent enter({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
+        QDropEvent drop({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
+        run.press({Qt::Key_Escape}); // what is not saved stays
+        QCoreApplication::sendEvent(run.window.get(), &enter);
+        QCoreApplication::sendEvent(run.window.get(), &drop);
+        QVERIFY(!run.question.isEmpty());
+        QVERIFY(run.find<QAction>("&Load log ...")->isEnabled());
+        run.window->logs().load(m_folder.filePath("a.log"_s));
         QTRY_COMPARE(run.workbench.events().unread(), 1); // reported, and the trace stays
         QCOMPARE(run.trace().rowCount(), 1);
         run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
@@ -566,6 +577,27 @@ private Q_SLOTS:
         QCOMPARE(next, run.id);
     }
 
+    void selectedInterfacesAreRemoved()
+    {
+        SWindow run;
+        for (int i = 0; i < 13; ++i) {
+            (void)run.list().add("i%1"_s.arg(i), {{StoreKey::ADDRESS, "127.0.0.1"_s}}, true);
+        }
+        auto& selection = *run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectionModel();
+        for (const auto& [last, isCut] : {std::pair(10, false), {11, true}}) { // named: ten at most
+            selection.clear();
+            selection.select({run.list().index(1, 0), run.list().index(last, 0)},
+                             QItemSelectionModel::Select | QItemSelectionModel::Rows);
+            run.press({isCut ? Qt::Key_Y : Qt::Key_Escape});
+            run.find<QAction>("Re&move")->trigger();
+            QVERIFY(run.question.contains("i10"_s));
+            QCOMPARE(run.question.endsWith("\n..."_s), isCut);
+            QVERIFY(!run.question.contains("i11"_s));
+        }
+        QCOMPARE(CInterfaceStore().names(), (QStringList{"i0"_s, "i12"_s}));
+        QCOMPARE(run.list().rowCount(), 2);
+    }
+
     void hostNameIsAddedAsAddress()
     {
         SWindow run;
@@ -593,10 +625,11 @@ private Q_SLOTS:
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 1900);
         QCOMPARE(bar->value(), 500);
+        table.setColumnHidden(CTraceModel::eAdmin, true);
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\t\n"_s), 2);
+        QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\n"_s), 2);
     }
 
 private:
