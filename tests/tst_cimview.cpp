@@ -354,17 +354,21 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s, 15000);
 
         // With another interface open, nothing goes there unasked.
-        CSimGateway stage(run.bus);
-        listenOn(stage);
-        QVERIFY(run.openAndWait(STAGE, stage));
+        SGateway other;
+        QVERIFY(run.openAndWait("other"_s, other.gateway));
         run.at(HALL).close();
         QCOMPARE(sendCyclically(), QString());
         run.problem->clear();
         QTest::keyClick(run.data, Qt::Key_Return);
         QVERIFY2(run.problem->text().contains(HALL), qPrintable(run.problem->text()));
+        run.list().send("other"_s, message(0x555)); // a mark behind what must not be sent
+        QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
         QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // it accepts one connection at a time
         run.at(HALL).open();
         QTRY_VERIFY(run.at(HALL).status().isIdentified());
+        CSimGateway stage(run.bus);
+        listenOn(stage);
+        QVERIFY(run.openAndWait(STAGE, stage));
         run.workbench.feed().clear();
         run.bus.send(message(0x100, hex("AA")));
         run.list().send(STAGE, message(0x101, hex("BB")));
@@ -373,6 +377,10 @@ private Q_SLOTS:
         run.gateway.dropLinks();
         QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000); // nothing is sent cyclically
         QTRY_COMPARE(sendCyclically(), HALL);
+        run.at(HALL).close();
+        run.bus.send(message(0x102));
+        QTRY_VERIFY(run.lines().contains("stage RX 102 "_s));
+        QCOMPARE(run.state(STAGE), EConnection::eConnected);
     }
 
     void silenceOverUdpIsReported()
