@@ -270,13 +270,15 @@ private Q_SLOTS:
         const auto row = columns<int>("exitCode");
         row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
         row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // at the start
+        row("--port 0 --loop --start-now --replay LOG | { read -r; echo none >> LOG; cat; }; exit ${PIPESTATUS[0]}", 2);
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);
         }
         const QByteArray wrong =
             "--seconds nan|--port 70000|--baud 33|--replay /nonexistent|--mac 01:02|--firmware 2|--status 256|"
             "--garbage 1g|--address 300.1.1.1|--gateways 0|--port 65535 --gateways 2|--replay /dev/null|"
-            "--endpoint tcp|--endpoint tcp-server:70000|--detect-port 0|--loop|--port 0 --ident-cut 3|"
+            "--endpoint tcp|--endpoint tcp-server:70000|--detect --endpoint tcp-server:1:2|--detect-port "
+            "0|--loop|--port 0 --ident-cut 3|"
             "--port 0 --status-every 5|--refuse --black-hole|--refuse --mute|--refuse --drop-after 5|"
             "--black-hole --cut 3|--mute --delay 5";
         for (const QByteArray& options : wrong.split('|')) {
@@ -285,9 +287,41 @@ private Q_SLOTS:
     }
     void badOptionsGiveOneLine()
     {
-        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName()));
+        const QTemporaryDir folder;
+        const QByteArray log = writeFile(folder, "(1.0) a 1#\n").toLocal8Bit();
+        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName().replace("LOG", log)));
         QTEST(outcome.exitCode, "exitCode");
         QVERIFY2(outcome.err.startsWith("t93sim: ") && outcome.err.count('\n') == 1, outcome.err.constData());
+    }
+
+    void programServes_data()
+    {
+        const auto row = columns<QByteArray>("out");
+        row("--port 65535 --firmware 255.255", "gateway 1: 127.0.0.1:65535 .*\n");
+        row("--port 0 --gateways 3", "(gateway \\d: 127.0.0.1:\\d{4,5} .*\n){3}");
+    }
+    void programServes()
+    {
+        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " --seconds 0.01 ") + QLatin1String(rowName()));
+        QCOMPARE(outcome.exitCode, 0);
+        const QRegularExpression expected(QLatin1String('^' + cell<QByteArray>("out") + "messages: 0 .*\n$"));
+        QVERIFY2(expected.match(QLatin1String(outcome.out)).hasMatch(), outcome.out);
+    }
+
+    void everyConnectionIsServedAndDropped()
+    {
+        QProcess program;
+        program.start(QStringLiteral(CIM_T93SIM), list("--port 0 --status 0 --status-every 10 --drop-after 200"_s));
+        QVERIFY(program.waitForReadyRead());
+        const auto port = program.readLine().split(' ').at(2).split(':').at(1).toUShort();
+        for (int round = 0; round < 2; ++round) {
+            SPlainHost host(port);
+            const QByteArray report = frame(RM_CMD_STATUS, hex("00"));
+            QCOMPARE(host.read(report.size()).left(report.size()), report);
+            QTRY_COMPARE(host.socket.state(), QAbstractSocket::UnconnectedState);
+        }
+        program.terminate();
+        QVERIFY(program.waitForFinished());
     }
 
 private:
