@@ -144,7 +144,7 @@ private Q_SLOTS:
             0, "", "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
         row("dump sim -n 300 -td --quiet", 0, "^(\\(000.*\n)+$", ""); // lasts for more than a second
-        row("dump sim -n 1 >&-", 1, "", "error: .*\n$"); // the descriptor is no other file's
+        row("dump sim -n 1 <&- >&-", 1, "", "error: .*\n$");          // the descriptors are no other files
         row("dump sim --count 3 --quiet --json", 0, "^(\\{.*\\}\n){3}$", "");
         row("dump sim --seconds 0.4 --quiet", 0, "^(  t93 .*\n)+$", "");
         row("dump sim --count 1 --seconds 1e6 --quiet", 0, "^  t93 .*\n$", "");
@@ -267,7 +267,7 @@ private Q_SLOTS:
     {
         const QTemporaryDir folder;
         const QByteArray shown = cimctl("dump sim --count 20 --log-dir "_s + folder.path()).out;
-        const QStringList files = QDir(folder.path()).entryList({"cimctl-????????-??????.log"_s}, QDir::Files);
+        const QStringList files = QDir(folder.path()).entryList({"cimctl-????????[-]??????.log"_s}, QDir::Files);
         QCOMPARE(framesOf(shown).size(), 20);
         QCOMPARE(framesOf(contentOf(folder.filePath(files.value(0)))), framesOf(shown));
 
