@@ -265,6 +265,8 @@ private Q_SLOTS:
         const SOutcome again = run(command); // nothing that cannot be stored
         QCOMPARE(again.exitCode, 0);
         QCOMPARE(again.err.count("\"event\":\"updated\""), 4);
+        const SOutcome first = run(CIM_CIMCTL " show away-TCP-SERVER-30000"_s);
+        QVERIFY2(first.out.contains(" 10.9.0.1\n"), first.out); // of several with one name
         QCOMPARE(run(CIM_CIMCTL " dump hall-2-TCP-SERVER-30001 -n 3 -s 5"_s).out.count('\n'), 3);
     }
 

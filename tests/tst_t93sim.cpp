@@ -266,29 +266,54 @@ private Q_SLOTS:
         QVERIFY(waiting > 0);
     }
 
-    void badOptionsGiveOneLine_data()
+    void options_data()
     {
-        const auto row = columns<int>("exitCode");
+        const auto addRow = columns<int, QByteArray>("exitCode", "text");
+        addRow("--seconds 0.01 --port 65535 --firmware 255.255", 0, "gateway 1: 127.0.0.1:65535 .*\nmessages: 0 .*\n");
+        addRow("--seconds 0.01 --port 0 --gateways 3", 0, "(gateway \\d: 127.0.0.1:\\d{4,5} .*\n){3}messages: 0 .*\n");
+        const auto row = [&](const QByteArray& typed, int exitCode) { addRow(typed, exitCode, "t93sim: .+\n"); };
         row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
         row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // at the start
+        row("--port 0 --loop --start-now --replay LOG | { read -r; echo none >> LOG; cat; }; exit ${PIPESTATUS[0]}", 2);
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);
         }
         const QByteArray wrong =
             "--seconds nan|--port 70000|--baud 33|--replay /nonexistent|--mac 01:02|--firmware 2|--status 256|"
             "--garbage 1g|--address 300.1.1.1|--gateways 0|--port 65535 --gateways 2|--replay /dev/null|"
-            "--endpoint tcp|--endpoint tcp-server:70000|--detect-port 0|--loop|--port 0 --ident-cut 3|"
+            "--endpoint tcp|--endpoint tcp-server:70000|--detect --endpoint tcp-server:1:2|--detect-port "
+            "0|--loop|--port 0 --ident-cut 3|"
             "--port 0 --status-every 5|--refuse --black-hole|--refuse --mute|--refuse --drop-after 5|"
             "--black-hole --cut 3|--mute --delay 5";
         for (const QByteArray& options : wrong.split('|')) {
             row(options, 2);
         }
     }
-    void badOptionsGiveOneLine()
+    void options()
     {
-        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName()));
+        const QTemporaryDir folder;
+        const QByteArray log = writeFile(folder, "(1.0) a 1#\n").toLocal8Bit();
+        const SOutcome outcome = run(QStringLiteral(CIM_T93SIM " ") + QLatin1String(rowName().replace("LOG", log)));
         QTEST(outcome.exitCode, "exitCode");
-        QVERIFY2(outcome.err.startsWith("t93sim: ") && outcome.err.count('\n') == 1, outcome.err.constData());
+        const QString text = QString::fromLocal8Bit(outcome.exitCode == 0 ? outcome.out : outcome.err);
+        const QString expected = QRegularExpression::anchoredPattern(QLatin1String(cell<QByteArray>("text")));
+        QVERIFY2(QRegularExpression(expected).match(text).hasMatch(), qPrintable(text));
+    }
+
+    void everyConnectionIsServedAndDropped()
+    {
+        QProcess program;
+        program.start(QStringLiteral(CIM_T93SIM), list("--port 0 --status 0 --status-every 10 --drop-after 200"_s));
+        QVERIFY(program.waitForReadyRead());
+        const auto port = program.readLine().split(' ').at(2).split(':').at(1).toUShort();
+        for (int round = 0; round < 2; ++round) {
+            SPlainHost host(port);
+            const QByteArray report = frame(RM_CMD_STATUS, hex("00"));
+            QCOMPARE(host.read(report.size()).left(report.size()), report);
+            QTRY_COMPARE(host.socket.state(), QAbstractSocket::UnconnectedState);
+        }
+        program.terminate();
+        QVERIFY(program.waitForFinished());
     }
 
 private:
