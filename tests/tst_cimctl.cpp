@@ -166,7 +166,7 @@ private Q_SLOTS:
         row("list > /dev/null; export LC_ALL=C.UTF-8; " CIM_CIMCTL " add $'h\\xc2\\x9b1m' 10.0.0.1; " CIM_CIMCTL
             " list --names",
             0, "^h\\?1m\n$", "");
-        row("add all 255.255.255.255", 2, "", "^error: .* 255.255.255.255\n$");
+        row("add all 255.255.255.255", 2, "", "^error: .* 255.255.255.255: .*\n$");
         for (const char* german : {"LANG=de_DE.UTF-8", "LANG=de_AT", "LANG=en_US.UTF-8 LC_MESSAGES=de_CH.UTF-8",
                                    "LANG=fr_FR.UTF-8 LANGUAGE=fr:de", "LC_ALL=C.UTF-8 LANGUAGE=de"}) {
             row(german, 1, "", "^error 103: Die TCP-Verbindung konnte");
