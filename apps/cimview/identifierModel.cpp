@@ -60,8 +60,8 @@ void CIdentifierModel::setNow(std::int64_t microseconds)
     constexpr std::int64_t SLOT = CMessageRate::SLOT_MICROSECONDS;
     const bool isNextSlot = microseconds / SLOT != m_now / SLOT;
     m_now = microseconds;
-    if (isNextSlot &&
-        m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) { // later, all rates are 0 and no byte is marked
+    // Later, all rates are 0 and no byte is marked.
+    if (isNextSlot && m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) {
         rowsChanged();
     }
 }

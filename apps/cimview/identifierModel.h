@@ -84,8 +84,8 @@ private:
 
     const CSourceNames& m_names;
     std::vector<SRow> m_rows; ///< Sorted by key.
-    std::unordered_map<std::uint16_t, std::int64_t>
-        m_interruptions; ///< Time of the last interruption of each interface.
+    /// Time of the last interruption of each interface.
+    std::unordered_map<std::uint16_t, std::int64_t> m_interruptions;
     std::int64_t m_now = 0;
     std::int64_t m_newest = 0; ///< Time of the newest message.
 };

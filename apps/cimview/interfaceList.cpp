@@ -126,11 +126,8 @@ std::pair<int, int> CInterfaceList::addFound(std::vector<std::unique_ptr<Cim::CC
         }
     }
     if (count > MAX_ADDED) {
-        const QString text =
-            tr("%1 more interfaces were found but not added: a scan adds %2 at most. Check which devices answer.")
-                .arg(count - MAX_ADDED)
-                .arg(MAX_ADDED);
-        Q_EMIT eventRaised(eventNow(EEvent::eWarning, text));
+        const QString text = tr("Too many interfaces found; %1 were not added. Check which devices answer.");
+        Q_EMIT eventRaised(eventNow(EEvent::eWarning, text.arg(count - MAX_ADDED)));
     }
     return {static_cast<int>(foundPorts.size()), std::min(count, MAX_ADDED)};
 }

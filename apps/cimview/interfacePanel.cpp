@@ -28,8 +28,8 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
                {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet   "), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
-    m_table->horizontalHeader()->setSortIndicator(
-        -1, Qt::AscendingOrder); // in the order of arrival until the user chooses a column
+    // In the order of arrival, until the user chooses a column.
+    m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder);
     m_table->setSortingEnabled(true);
     makeActions();
     makeLayout();

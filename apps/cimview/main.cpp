@@ -10,7 +10,6 @@
 #include "apps/host/translations.h"
 
 #include <QApplication>
-#include <QPluginLoader>
 
 #include <vector>
 

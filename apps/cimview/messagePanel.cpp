@@ -145,8 +145,8 @@ void CMessagePanel::makeTables()
                 QStringLiteral("1000000"), QStringLiteral("10000.0"), QStringLiteral("10000.0"),
                 QStringLiteral("10000.0"), QStringLiteral("10000.0"), data, QStringLiteral("12345678"),
                 QStringLiteral("00:00:00.000"), QStringLiteral("type 1, er")});
-    for (const int column :
-         {CIdentifierModel::eAdmin, CIdentifierModel::eData}) { // the columns that users need most come first
+    // The columns that users need most come first.
+    for (const int column : {CIdentifierModel::eAdmin, CIdentifierModel::eData}) {
         QHeaderView* const header = m_identifierView->horizontalHeader();
         header->moveSection(header->visualIndex(column), CIdentifierModel::eCount);
     }

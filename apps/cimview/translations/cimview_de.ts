@@ -439,8 +439,8 @@ Nachher: %2</translation>
         <translation>Eine Schnittstelle „%1“ gibt es bereits. Wählen Sie einen anderen Namen.</translation>
     </message>
     <message>
-        <source>%1 more interfaces were found but not added: a scan adds %2 at most. Check which devices answer.</source>
-        <translation>%1 weitere Schnittstellen wurden gefunden, aber nicht aufgenommen: eine Suche nimmt höchstens %2 auf. Prüfen Sie, welche Geräte antworten.</translation>
+        <source>Too many interfaces found; %1 were not added. Check which devices answer.</source>
+        <translation>Zu viele Schnittstellen gefunden; %1 wurden nicht aufgenommen. Prüfen Sie, welche Geräte antworten.</translation>
     </message>
     <message>
         <source>%1 %</source>
