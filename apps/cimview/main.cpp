@@ -10,6 +10,7 @@
 #include "apps/host/translations.h"
 
 #include <QApplication>
+#include <QPluginLoader>
 
 #include <vector>
 
