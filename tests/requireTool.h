@@ -3,7 +3,7 @@
 #include <QStandardPaths>
 #include <QTest>
 
-/// Skips the test where somebody else's program is missing; on CI it fails instead.
+/// Skips the test when a program of another project is not installed. On CI, the test fails instead.
 #define REQUIRE_TOOL(name)                                                                                             \
     if (QStandardPaths::findExecutable(QStringLiteral(name)).isEmpty()) {                                              \
         if (qEnvironmentVariableIsSet("CI")) {                                                                         \

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the tests of the scan write down their datagrams with, apart from the code that is tested.
+// Builds the datagrams for the tests of the scan, independently of the tested code.
 
 #include "testData.h"
 
@@ -9,7 +9,7 @@
 namespace vexmor::Test
 {
 
-/// An entry of a reply: 192.168.1.70, 00:1a:2b:3c:4d:5e.
+/// Returns an entry of a reply, for the address 192.168.1.70 and the MAC address 00:1a:2b:3c:4d:5e.
 inline QByteArray entry(int service, int protocol, const QByteArray& name = "gw1", std::uint16_t port = 30000)
 {
     return hex("c0a80146") + char(service) + char(protocol) + char(port >> 8) + char(port & 0xff) +

@@ -1,5 +1,5 @@
-// Ends a scan before its time, in the way and at the moment that the command line names; exit code 0 when that went
-// well. Not linked to the plugin, whose code therefore really goes when it is unloaded. Run by inNamespace.
+// Ends a scan early, in the way and at the moment that the command line names. The exit code is 0 when all checks pass.
+// Not linked to the plugin, so that unloading the plugin really removes its code. Run by inNamespace.
 
 #include "cim/canInterfacePlugin.h"
 #include "vxCore/logging.h"
@@ -15,24 +15,25 @@ using namespace vexmor;
 
 namespace
 {
-constexpr int SOCKETS = 4; // addresses in the namespace
+constexpr int SOCKETS = 4; // the scan has one socket for each address in the namespace
 #if defined(__SANITIZE_THREAD__)
-constexpr int OWN_THREADS = 2; // the sanitizer has one
+constexpr int OWN_THREADS = 2; // the sanitizer has a thread of its own
 #else
 constexpr int OWN_THREADS = 1;
 #endif
-constexpr int END_LIMIT_MS = 5000; // a scan that is not cut short takes longer
+constexpr int END_LIMIT_MS = 5000; // a scan that is not ended early takes longer
 constexpr int DELAY_MS = 1500;
-constexpr int BEGINNINGS = 30; // programs that end at another moment of the scan's beginning each
+// Number of programs, each of which ends at a different moment at the beginning of a scan.
+constexpr int BEGINNINGS = 30;
 constexpr int BEGINNING_STEP_US = 30;
 constexpr int ENDED_AS_TOLD = 7;
 
 QPluginLoader* s_loader = nullptr;
 QByteArray s_way;
-int s_broadcastsLeft = 0; ///< until the scan is where it is to end
+int s_broadcastsLeft = 0; ///< Broadcasts that the scan sends before it must end.
 std::atomic<bool> s_isThere{false};
 std::atomic<bool> s_isDelayed{false};
-QSemaphore s_goOn; ///< until then the log handler holds the scan thread up, if that is the way
+QSemaphore s_goOn; ///< Released when the log handler may let the scan thread continue (way "hold").
 
 void check(bool ok, const char* fact)
 {
@@ -50,7 +51,7 @@ QStringList threads()
 void requireNoScanThread(int limitMs = 500)
 {
     const QDeadlineTimer limit(limitMs);
-    while (threads().size() > OWN_THREADS) { // QThread may be done with it, and the system not yet
+    while (threads().size() > OWN_THREADS) { // the system may end a thread later than QThread reports
         check(!limit.hasExpired(), "no thread outlives what it uses");
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();
@@ -58,12 +59,12 @@ void requireNoScanThread(int limitMs = 500)
     }
 }
 
-/// Made before the plugin is loaded, and so destroyed after whatever the plugin has.
+/// Created before the plugin is loaded, and therefore destroyed after all objects of the plugin.
 const struct SEndOfProgram {
     ~SEndOfProgram() { requireNoScanThread(); }
 } s_endOfProgram;
 
-/// The scan thread gets no processor for a while, wherever it is: it sleeps in the handler of a signal.
+/// Stops the scan thread for a while, wherever it is, by letting it sleep in a signal handler.
 void delayScanThread()
 {
     std::signal(SIGUSR1, [](int) {
@@ -80,7 +81,7 @@ void delayScanThread()
     }
 }
 
-void endScan() // by returning here, "return" leaves main with the scan running
+void endScan() // the way "return" does nothing here: main returns while the scan runs
 {
     QElapsedTimer clock;
     clock.start();
@@ -124,7 +125,8 @@ int run(int argc, char** argv)
     s_way = argv[1];
     const QByteArray moment = argv[2];
     if (moment == "beginning") {
-        for (int i = 0; i < BEGINNINGS; ++i) { // each in a program of its own: how long after the start of the scan
+        // Each program ends at another time after the start of its scan.
+        for (int i = 0; i < BEGINNINGS; ++i) {
             const QStringList arguments{QStringLiteral("exit"), QString::number(i * BEGINNING_STEP_US)};
             check(QProcess::execute(app.applicationFilePath(), arguments) == ENDED_AS_TOLD,
                   "a program that ends while a scan begins");
@@ -133,11 +135,11 @@ int run(int argc, char** argv)
     }
     const bool whileSending = moment == "sending";
     QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
-    loader.setLoadHints({}); // by default Qt unloads a plugin without unmapping it
+    loader.setLoadHints({}); // by default, Qt does not unmap an unloaded plugin
     s_loader = &loader;
     auto* const plugin = qobject_cast<Cim::CCanInterfacePlugin*>(loader.instance());
     check(plugin != nullptr, "the plugin loads");
-    for (int i = 1; whileSending && i <= 100; ++i) { // 4 s of pauses before the second broadcast
+    for (int i = 1; whileSending && i <= 100; ++i) { // these addresses cause 4 s of pauses before the second broadcast
         plugin->addScanAddress(QStringLiteral("10.9.0.%1").arg(i));
     }
     s_broadcastsLeft = whileSending ? 1 : SOCKETS;
@@ -162,6 +164,7 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     const int code = run(argc, argv);
-    requireNoScanThread(); // the application object is gone, which the scan needs
+    // The application object, which the scan needs, does not exist any more.
+    requireNoScanThread();
     return code;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The program cimshare at a simulated gateway, and clients of it.
+// The program cimshare with a simulated gateway, and its clients.
 
 #include "canlog/candumpLog.h"
 #include "t93Fixture.h"
@@ -13,19 +13,19 @@
 namespace vexmor::Test
 {
 
-/// As a log has it: identifier, and data in hexadecimal.
+/// Returns a message in the form of a log, like 123#1122: identifier and data in hexadecimal.
 inline QString textOf(const CCanMessage& message)
 {
     return QString::fromLatin1(CanLog::formatFrame(message));
 }
 
-/// What the simulated gateway sends as number `i` of a flood.
+/// Returns message number `i` of the simulated gateway's flood, in the form of a log.
 inline QString floodText(int i)
 {
     return "%1#%2"_s.arg(i % 0x800, 3, 16, QLatin1Char('0')).arg(i, 16, 16, QLatin1Char('0')).toUpper();
 }
 
-/// Fails the test, and goes on.
+/// Fails the test if `holds` is false, but continues.
 inline void require(bool holds, const QString& what)
 {
     QTest::qVerify(holds, qPrintable(what), "", __FILE__, __LINE__);
@@ -49,7 +49,7 @@ inline void makeCertificates(const QTemporaryDir& folder)
     require(made.exitCode == 0, "openssl makes certificates"_s);
 }
 
-/// Ends with its scope.
+/// A process that is ended with its scope.
 struct SProgram : QProcess {
     ~SProgram() override { stop(); }
     void stop()
@@ -59,9 +59,10 @@ struct SProgram : QProcess {
     }
 };
 
-/// The program, which shares a gateway of the test as "127.0.0.1:PORT". The test fails unless it starts and ends well.
+/// The program cimshare, which shares a gateway of the test as "127.0.0.1:PORT". The test fails when the program does
+/// not start, or does not end with exit code 0.
 struct SShare : SGateway {
-    /// `options` follow the gateway, which may be out of reach at first.
+    /// `options` follow the gateway on the command line. With `isAway`, the gateway refuses connections at first.
     explicit SShare(const QString& options, bool isAway = false)
     {
         isAway ? leave() : void();
@@ -85,7 +86,7 @@ struct SShare : SGateway {
         misbehave(&SSimFaults::refuse);
         gateway.dropLinks();
     }
-    /// Puts frames on the bus.
+    /// Sends frames on the bus of the gateway; blanks separate them.
     void put(const char* frames)
     {
         for (const QByteArray& frame : QByteArray(frames).split(' ')) {
@@ -98,7 +99,7 @@ struct SShare : SGateway {
         events.clear();
         program.start(QStringLiteral(CIM_CIMSHARE), arguments);
     }
-    /// Ends it as a service manager does.
+    /// Ends the program as a service manager does.
     void end()
     {
         program.terminate();
@@ -113,7 +114,7 @@ struct SShare : SGateway {
         return result;
     }
     int count(const QString& event) const { return static_cast<int>(named(event).size()); }
-    /// The text of the newest event of that name.
+    /// Returns the text of the newest event with that name, and waits for the first one.
     QString text(const QString& event)
     {
         return happened(event) ? named(event).last().value("text"_s).toString() : QString();
@@ -122,7 +123,7 @@ struct SShare : SGateway {
     {
         return QTest::qWaitFor([&] { return count(event) >= times; }, timeoutMs);
     }
-    /// Where it listens.
+    /// Returns the port on which the program listens for a protocol.
     quint16 port(const QString& protocol)
     {
         int result = 0;
@@ -139,10 +140,10 @@ struct SShare : SGateway {
     QStringList arguments;
     QProcess program;
     QList<QJsonObject> events;
-    QStringList sent; ///< to the gateway
+    QStringList sent; ///< Messages that the gateway received, in the form of a log.
 };
 
-/// A client by hand, with all that it read.
+/// A TCP client without a protocol, with a record of all bytes that it received.
 struct SPeer : QTcpSocket {
     explicit SPeer(quint16 port, const char* from = "127.0.0.1")
     {
@@ -164,14 +165,14 @@ struct SPeer : QTcpSocket {
     QByteArray heard;
 };
 
-/// Raw bytes from a T93 client to the service and back.
+/// A T93 client that sends and receives raw bytes.
 struct SRawHost : SPeer {
     explicit SRawHost(SShare& share, const char* from = "127.0.0.1") : SPeer(share.port("t93"_s), from) {}
 };
 
 /// A client of the socketcand protocol.
 struct SClient : SPeer {
-    /// In a mode, or without a bus.
+    /// Opens the bus and enters `mode`; without a mode, only connects.
     explicit SClient(SShare& share, const QByteArray& mode = "rawmode", const char* from = "127.0.0.1")
         : SPeer(share.port("socketcand"_s), from)
     {
@@ -181,7 +182,7 @@ struct SClient : SPeer {
                     "a client opens the bus"_s);
         }
     }
-    /// Writes a request and waits for its answer; what was heard before is forgotten.
+    /// Writes a request and waits for its answer. Clears `heard` first.
     bool asks(const QByteArray& request, const QByteArray& answer)
     {
         heard.clear();
@@ -193,7 +194,7 @@ struct SClient : SPeer {
         (void)QTest::qWaitFor([&] { return heard.contains(text) || state() == UnconnectedState; });
         return heard.contains(text);
     }
-    /// The same for an error of an open bus, as python-can reads it since 4.6: its class and its text.
+    /// The same for an error element with class and time, as python-can 4.6 and later expect; `error` is "CLASS TEXT".
     bool getsError(const QByteArray& request, const QString& error)
     {
         heard.clear();
@@ -206,7 +207,7 @@ struct SClient : SPeer {
                                          QRegularExpression::escape(error.mid(4)) + " >"_s);
         return QTest::qWaitFor([&] { return element.match(QString::fromLatin1(heard)).hasMatch(); });
     }
-    /// Identifier and data of each frame, like 123#1122.
+    /// Returns the received frames, each like 123#1122.
     QStringList frames() const
     {
         static const QRegularExpression FRAME("< frame (\\w{3}) \\d+\\.\\d{6} (\\w*) >"_s);

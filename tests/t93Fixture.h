@@ -1,6 +1,6 @@
 #pragma once
 
-// What the tests of the driver share: the real plugin, loaded as a host loads it, and peers that play the gateway.
+// Shared by the tests of the driver: the real plugin, loaded as a host loads it, and peers that act as the gateway.
 
 #include "InterfaceT93/interfaceT93.h"
 #include "cim/canInterface.h"
@@ -20,7 +20,7 @@ namespace vexmor::Test
 using namespace vexmor::Cim;
 using namespace vexmor::Sim;
 
-/// A whole frame around a command and its payload.
+/// Returns a complete frame with a command and its payload.
 inline QByteArray frame(std::uint8_t command, const QByteArray& payload = {})
 {
     return rmFrame(command, payload);
@@ -36,7 +36,7 @@ inline CCanInterfacePlugin& plugin()
     return *object;
 }
 
-/// The driver behind an interface. Only its virtual operations can be called from outside the library.
+/// Returns the driver behind an interface. Only its virtual functions can be called from outside the library.
 inline CInterfaceT93& driver(CCanInterface& can)
 {
     return static_cast<CInterfaceT93&>(can);
@@ -44,7 +44,7 @@ inline CInterfaceT93& driver(CCanInterface& can)
 
 using Protocol = CCommonInfo::EProtocolType;
 
-/// Of a row whose name begins with TCP or UDP.
+/// Returns UDP if the name of the current row begins with UDP, otherwise TCP.
 inline Protocol rowProtocol()
 {
     return rowName().startsWith("UDP") ? CCommonInfo::eProtocolUdp : CCommonInfo::eProtocolTcp;
@@ -59,7 +59,7 @@ void configure(CCanInterface& can, Change&& change)
     driver(can).setConfigParam(param);
 }
 
-/// A closed interface for a gateway at 127.0.0.1.
+/// Returns a closed interface for a gateway at 127.0.0.1.
 inline std::unique_ptr<CCanInterface> makeInterface(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
 {
     std::unique_ptr<CCanInterface> can(plugin().createInterface());
@@ -72,7 +72,7 @@ inline std::unique_ptr<CCanInterface> makeInterface(std::uint16_t port, Protocol
     return can;
 }
 
-/// Takes the messages that are there, at most so many.
+/// Reads the waiting messages, at most `atMost`.
 inline QList<CCanMessage> unread(CCanInterface& can, int atMost = INT_MAX)
 {
     QList<CCanMessage> messages;
@@ -82,7 +82,7 @@ inline QList<CCanMessage> unread(CCanInterface& can, int atMost = INT_MAX)
     return messages;
 }
 
-/// What the signal interfaceError said.
+/// Returns the numbers that the signal interfaceError reported.
 inline QList<int> errorNumbers(const QSignalSpy& errors)
 {
     QList<int> numbers;
@@ -104,7 +104,7 @@ inline void listenOn(CSimGateway& gateway, const QHostAddress& address = QHostAd
     }
 }
 
-/// A gateway that misbehaves in one way.
+/// Returns the settings of a gateway with a single fault.
 inline SSimFaults faulty(bool SSimFaults::*fault)
 {
     SSimFaults faults;
@@ -112,7 +112,7 @@ inline SSimFaults faulty(bool SSimFaults::*fault)
     return faults;
 }
 
-/// A gateway that by itself says nothing of bus load.
+/// Returns the identity of a gateway that does not measure the bus load, so that it receives no polls.
 inline SSimIdentity withoutBusload()
 {
     SSimIdentity identity;
@@ -128,18 +128,18 @@ struct SGateway {
         listenOn(gateway);
         QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const auto& one) { atGateway.append(one); });
     }
-    QList<CCanMessage> atGateway; ///< messages that the gateway received
+    QList<CCanMessage> atGateway; ///< Messages that the gateway received.
     CSimBus bus;
     CSimGateway gateway{bus};
 };
 
-/// An interface that is open and knows its gateway, with a record of its errors.
+/// An open interface that has received the identity of its gateway, with a record of its errors.
 struct SHost {
     explicit SHost(std::uint16_t port, Protocol protocol = CCommonInfo::eProtocolTcp)
         : can(makeInterface(port, protocol)),
           errors(std::make_unique<QSignalSpy>(can.get(), SIGNAL(interfaceError(int))))
     {
-        // The last of the start-up replies: from here on the gateway knows this host.
+        // These answers to the requests at the opening come last. By then, the gateway has accepted this host.
         const bool isSettled =
             can->openCommunication() == RC_OK && QTest::qWaitFor([this] {
                 return !can->commonInfo().interfaceId().isEmpty() && !can->commonInfo().firmwareVersion().isEmpty();
@@ -147,7 +147,7 @@ struct SHost {
         (void)QTest::qVerify(isSettled, "settled", "the interface is open and knows its gateway", __FILE__, __LINE__);
     }
 
-    /// Takes messages until there are `count`, or for 5 s.
+    /// Reads messages until `count` were read, or for 5 s.
     QList<CCanMessage> receive(int count)
     {
         QList<CCanMessage> messages;
@@ -160,20 +160,22 @@ struct SHost {
     std::unique_ptr<QSignalSpy> errors;
 };
 
-/// The same at a simulated gateway.
+/// An open interface with its simulated gateway.
 struct SOpenInterface : SGateway, SHost {
     explicit SOpenInterface(Protocol protocol = CCommonInfo::eProtocolTcp, const SSimIdentity& identity = {})
         : SGateway(identity), SHost(gateway.port(), protocol)
     {
     }
-    /// Lets the gateway raise error 5, and so waits until all that it said before has been dealt with.
+    /// Makes the gateway send a status that raises error 5, and waits for the error: everything that the gateway sent
+    /// before has been processed then.
     bool isAllHeard()
     {
         const int before = errors->size();
         gateway.sendStatus(0x01);
         return QTest::qWaitFor([&] { return errors->size() == before + 1; });
     }
-    /// The connection is lost and cannot be had again: error 0, the first one.
+    /// Breaks the connection and keeps it from being re-established. Returns whether error 0 was raised, as the first
+    /// error.
     bool lose()
     {
         gateway.setFaults(faulty(&SSimFaults::refuse));
@@ -187,7 +189,7 @@ struct SServer : QTcpServer {
     SServer() { listen(QHostAddress(QHostAddress::LocalHost)); }
 };
 
-/// A port where connections are neither accepted nor refused: its queue is full.
+/// A port that neither accepts nor refuses connections, because its queue is full.
 struct SDeafPort : SServer {
     SDeafPort()
     {
@@ -202,7 +204,7 @@ struct SDeafPort : SServer {
     QTcpSocket fillers[2];
 };
 
-/// A gateway that only listens: records what the host sends and says what the test says.
+/// A gateway without behaviour of its own: records the bytes of the host, and the test writes the answers.
 struct SRawGateway {
     SRawGateway()
     {
@@ -213,7 +215,7 @@ struct SRawGateway {
         });
     }
     std::uint16_t port() const { return server.serverPort(); }
-    /// Waits until so many bytes came over the link that stands now; gives what came.
+    /// Waits until at least `count` bytes were received over the present link, and returns all of them.
     QByteArray waitFor(int count)
     {
         (void)QTest::qWaitFor([&] { return received.size() >= count; });
@@ -221,16 +223,16 @@ struct SRawGateway {
     }
 
     SServer server;
-    std::unique_ptr<QTcpSocket> link; ///< belongs to the server, too, and so goes before it
+    std::unique_ptr<QTcpSocket> link; ///< Must be destroyed before the server, which is its parent.
     QByteArray received;
 };
 
-/// The same, and an open interface to it whose requests have come.
+/// Such a gateway, and an open interface whose first requests it has received.
 struct SInterfaceAtRawGateway : SRawGateway {
     SInterfaceAtRawGateway()
     {
         can->openCommunication();
-        waitFor(23); // MAC address, version, interval, bit rate
+        waitFor(23); // the requests of MAC address, version, measuring interval and bit rate
     }
     std::unique_ptr<CCanInterface> can = makeInterface(port());
 };

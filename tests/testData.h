@@ -1,6 +1,6 @@
 #pragma once
 
-// What tests write down their values with, and hear log lines with.
+// Helpers of the tests: values in short notation, tables, and a recorder of log lines.
 
 #include "cim/canMessage.h"
 #include "vxCore/logging.h"
@@ -18,13 +18,13 @@ inline QString operator""_s(const char* text, std::size_t size)
     return QString::fromUtf8(text, static_cast<int>(size));
 }
 
-/// The parts of a text between its bars or, where it has none, its blanks: reads better in a table.
+/// Splits a text at its bars or, if it has none, at its blanks. Lists are easier to read this way in a table.
 inline QStringList list(const QString& text)
 {
     return text.split(QLatin1Char(text.contains(QLatin1Char('|')) ? '|' : ' '));
 }
 
-/// A clock that has been started.
+/// A running clock.
 struct SClock : QElapsedTimer {
     SClock() { start(); }
 };
@@ -43,7 +43,8 @@ inline Cim::CCanMessage message(std::uint16_t id, const QByteArray& data = {})
     return result;
 }
 
-/// Makes the columns of a data table; what it gives adds a row: auto row = columns<int, QString>("code", "text").
+/// Creates the columns of a data table, and returns a function that adds a row. Example:
+/// auto row = columns<int, QString>("code", "text");
 template <typename... Values, typename... Names>
 auto columns(Names... names)
 {
@@ -53,14 +54,14 @@ auto columns(Names... names)
         [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
 }
 
-/// A cell of the row that runs.
+/// Returns a cell of the current row.
 template <typename Value>
 Value cell(const char* column)
 {
     return *static_cast<const Value*>(QTest::qData(column, qMetaTypeId<Value>()));
 }
 
-/// Makes a data table whose rows are their names alone.
+/// Creates a data table whose rows have only a name.
 inline void rows(std::initializer_list<const char*> names)
 {
     QTest::addColumn<bool>("none");
@@ -69,13 +70,13 @@ inline void rows(std::initializer_list<const char*> names)
     }
 }
 
-/// The name of the row that runs.
+/// Returns the name of the current row.
 inline QByteArray rowName()
 {
     return QTest::currentDataTag();
 }
 
-/// Writes a file; gives its name.
+/// Writes a file in a folder, and returns its path.
 inline QString writeFile(const QTemporaryDir& folder, const QByteArray& content)
 {
     QFile file(folder.filePath("a.log"_s));
@@ -97,7 +98,7 @@ struct SOutcome {
     QByteArray err;
 };
 
-/// Runs what could be typed into a shell.
+/// Runs a command in a shell and waits for its end.
 inline SOutcome run(const QString& command)
 {
     QProcess shell;
@@ -106,7 +107,7 @@ inline SOutcome run(const QString& command)
     return {hasEnded ? shell.exitCode() : -1, shell.readAllStandardOutput(), shell.readAllStandardError()};
 }
 
-/// While it exists, settings are stored in a folder of its own.
+/// Keeps the settings of its scope in a temporary folder.
 class CPrivateStore
 {
 public:
@@ -124,7 +125,7 @@ private:
     const QTemporaryDir m_folder;
 };
 
-/// Records the log lines of its scope, each as "LEVEL UNIT: TEXT", the unit without the folders that all share.
+/// Records the log lines of its scope, each as "LEVEL UNIT: TEXT". Units are without their common folders.
 class CLogRecorder
 {
 public:

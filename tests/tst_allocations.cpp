@@ -1,10 +1,10 @@
-// Nothing is taken from the heap for a message, whichever way it goes. Counted by this program's own malloc, which Qt
-// and the plugin use, too.
+// A sent or received message allocates no memory on the heap. This program counts allocations with its own malloc,
+// which Qt and the plugin use, too.
 #include "t93Fixture.h"
 
 static int s_allocations = 0;
 
-// The C library's own stand behind these.
+// These functions count, and call those of the C library.
 extern "C" {
 #define CIM_COUNTED(name, parameters, arguments)                                                                       \
     void* __libc_##name parameters;                                                                                    \
@@ -36,10 +36,10 @@ private Q_SLOTS:
         can->setProperty("UdpBindAnyIp", rowName().endsWith("any address"));
         can->setProperty("BusloadPollTime", 60000);
         QCOMPARE(can->openCommunication(), RC_OK);
-        constexpr int MESSAGES = 100; // Qt's socket may take a few blocks for all of them
+        constexpr int MESSAGES = 100; // Qt's socket may allocate a few blocks for all of them
         const QByteArray bytes = frame(0x00, hex("0123 0102030405060708"));
         QVERIFY(isTcp ? !tcp.waitFor(1).isEmpty() : udp.waitForReadyRead());
-        quint16 hostPort = 0; // as its first request tells
+        quint16 hostPort = 0; // the sender of the first request
         udp.readDatagram(nullptr, 0, nullptr, &hostPort);
         const auto arrive = [&] {
             for (int i = 0; i < MESSAGES; ++i) {
@@ -56,7 +56,7 @@ private Q_SLOTS:
                 received += can->readMessage(next) == RC_OK ? 1 : 0;
             }
         };
-        for (const bool isWarm : {false, true}) { // at first buffers grow
+        for (const bool isWarm : {false, true}) { // buffers still grow in the first round
             arrive();
             s_allocations = 0;
             receive();
@@ -66,7 +66,7 @@ private Q_SLOTS:
             }
             QVERIFY2(!isWarm || s_allocations == 0, QByteArray::number(s_allocations));
             QVERIFY2(!isWarm || forReceived < MESSAGES / 20, QByteArray::number(forReceived));
-            QCOMPARE(received, 0); // all came, and all went
+            QCOMPARE(received, 0); // all messages were received and sent
         }
     }
 };

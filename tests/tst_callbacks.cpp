@@ -18,10 +18,10 @@ void actOnce()
 int spy(const CCanInterface&, bool, const CCanMessage& message)
 {
     actOnce();
-    return static_cast<int>(message.id().value()); // still readable
+    return static_cast<int>(message.id().value()); // reading it must still be possible
 }
 
-/// A language in which everything is shouted, by a translator that reads texts itself.
+/// A translator that returns texts in upper case, and itself reads texts of the interface.
 struct SShout : QTranslator {
     explicit SShout(CCanInterface& can) : can(can) {}
     bool isEmpty() const override { return false; }
@@ -34,8 +34,8 @@ struct SShout : QTranslator {
 };
 } // namespace
 
-/// What a host may do where the driver calls it, with an exact order of messages and exact bounds; closing, reopening,
-/// resetting and deleting there stand in driverFuzz. Another thread reads texts while the language changes.
+/// Actions of a host inside calls from the driver, with the exact order of messages and exact bounds; driverFuzz tests
+/// closing, reopening, resetting and deleting there. Also, another thread reads texts while the language changes.
 class CallbacksTest : public QObject
 {
     Q_OBJECT
@@ -43,16 +43,17 @@ class CallbacksTest : public QObject
 private Q_SLOTS:
     void spyHandlerProcessesEvents()
     {
-        // Frames cut over datagrams; with each few of them another datagram comes, until a turn ends by their number.
+        // Frames are cut into datagrams. After every few frames another datagram arrives, so that a turn of the event
+        // loop ends only by the limit of frames.
         constexpr int FRAMES = 0x7FF;
-        constexpr int SIZE = 33; // 4 frames and most of a fifth
+        constexpr int SIZE = 33; // four frames and most of a fifth one
         QByteArray stream;
         QList<CCanMessage> sent;
         for (std::uint16_t id = 0; id < FRAMES; ++id) {
             sent.append(message(id));
             stream += rmFrame(sent.last());
         }
-        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload()); // no reply comes between
+        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload()); // no reply arrives between the messages
         QVERIFY(host.isAllHeard());
         host.can->setSpyHandler(spy);
         const auto sendOne = [&] { host.gateway.sendRaw(stream.left(SIZE)), stream.remove(0, SIZE); };
@@ -67,11 +68,11 @@ private Q_SLOTS:
             sendOne();
         }
         QVERIFY(host.receive(FRAMES) == sent);
-        host.bus.send(message(1)); // it still hears
+        host.bus.send(message(1)); // messages still arrive
         QCOMPARE(host.receive(1).size(), 1);
     }
 
-    void oneTurnOfTheEventLoopIsBounded() // when with each message the next one comes
+    void oneTurnOfTheEventLoopIsBounded() // even if each message causes the next one
     {
         SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload());
         QVERIFY(host.isAllHeard());
@@ -91,7 +92,7 @@ private Q_SLOTS:
         QTRY_COMPARE(shownInOneTurn, 256);
     }
 
-    void readsAheadIsBounded() // of a spy handler that runs the event loop
+    void readsAheadIsBounded() // reading ahead while a spy handler runs the event loop
     {
         SInterfaceAtRawGateway host;
         host.can->setSpyHandler(spy);
@@ -100,7 +101,7 @@ private Q_SLOTS:
             isAllTaken = QTest::qWaitFor([&] { return host.link->bytesToWrite() == 0; }, 1000);
             host.can->closeCommunication();
         };
-        host.link->write(rmFrame(message(1)).repeated(1 << 23)); // far more than the kernel takes
+        host.link->write(rmFrame(message(1)).repeated(1 << 23)); // far more than the kernel buffers
         QTRY_VERIFY(!host.can->isOpened());
         QVERIFY(!isAllTaken);
     }
@@ -111,14 +112,15 @@ private Q_SLOTS:
         row("a few pieces of the stream", 300);
         row("more pieces than one turn of the event loop takes", 27500);
     }
-    void linkIsLostInTheSpyHandler() // while it runs the event loop
+    void linkIsLostInTheSpyHandler() // the handler runs the event loop
     {
         SInterfaceAtRawGateway host;
         QList<CCanMessage> read;
         const QSignalSpy errors(host.can.get(), SIGNAL(interfaceError(int)));
         host.can->setSpyHandler(spy);
         const auto isLost = [&] { return errorNumbers(errors).contains(0); };
-        std::function<void()> go = [&] { // with each message, which can be read, and each error, up to error 0
+        // Called for each message, which must be readable, and for each error up to error 0.
+        std::function<void()> go = [&] {
             const QList<CCanMessage> now = unread(*host.can);
             QCOMPARE(now.size(), errors.isEmpty() ? 1 : 0);
             read += now;
@@ -138,7 +140,7 @@ private Q_SLOTS:
         QTRY_VERIFY(isLost());
         QVERIFY(read == sent);
         QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
-        QTRY_VERIFY(isConnected(*host.can)); // again
+        QTRY_VERIFY(isConnected(*host.can)); // the connection is re-established
     }
 
     void textsWhileTheLanguageChanges()

@@ -20,7 +20,7 @@ QString at(quint16 port)
     return "127.0.0.1:%1"_s.arg(port);
 }
 
-/// A device at a gateway, with a record of what both hear.
+/// A device with its gateway, with records of what both receive.
 struct SDevice : SGateway {
     SDevice()
     {
@@ -40,7 +40,8 @@ struct SDevice : SGateway {
     {
         return device->connectDevice() && QTest::qWaitFor([this] { return isUp(); });
     }
-    /// Identifiers of all that waits to be read, with a mark behind those of own frames.
+    /// Reads all waiting frames. Returns their identifiers, with a "*" behind those of frames that the device sent
+    /// itself.
     QString seen() const
     {
         QStringList ids;
@@ -50,13 +51,13 @@ struct SDevice : SGateway {
         return ids.join(QLatin1Char(' '));
     }
 
-    QStringList told; ///< states, errors and what was written
+    QStringList told; ///< States, errors and written frames, in the order of their signals.
     std::function<void(const QString&)> on = [](const QString& /*what*/) {};
     std::unique_ptr<Device> device;
 };
 } // namespace
 
-/// The backend of Qt's CAN bus API, through that API.
+/// The backend "t93canbus", used through Qt's CAN bus API.
 class CanBusTest : public QObject
 {
     Q_OBJECT
@@ -84,7 +85,8 @@ private Q_SLOTS:
             QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000 && host.seen().isEmpty());
         }
         int dropped = 2000;
-        for (const int read : {0, 1999, 2000}) { // of 4000: the error repeats when half were read
+        // The buffer holds 4000 frames; the error is raised again after half of them were read.
+        for (const int read : {0, 1999, 2000}) {
             for (int i = 0; i < read; ++i) {
                 host.device->readFrame();
             }
@@ -118,9 +120,10 @@ private Q_SLOTS:
         QVERIFY(host.seen().isEmpty());
         QCOMPARE(host.told.count("WriteError"_s), 7);
 
-        listenOn(host.gateway); // elsewhere: what is lost now is not regained
+        listenOn(host.gateway); // on another port, so that the lost link cannot be re-established
         host.gateway.dropLinks();
-        for (int i = 0; i < 20; ++i) { // before the loss is known; the link takes a few of them at most
+        // The device does not know of the loss yet; the link accepts a few frames at most.
+        for (int i = 0; i < 20; ++i) {
             QVERIFY(host.device->writeFrame(Frame(1, {})));
         }
         QTRY_COMPARE(host.told.count("written"_s) + host.told.count("WriteError"_s), 2 + 7 + 20);
@@ -142,7 +145,7 @@ private Q_SLOTS:
         QTRY_COMPARE(rates, QList<quint32>{250});
         host.device->disconnectDevice();
         host.device->setConfigurationParameter(Device::BitRateKey, 500000);
-        QVERIFY(host.device->connectDevice()); // the message waits for the rate
+        QVERIFY(host.device->connectDevice()); // the message is sent after the bit rate was set
         QTRY_COMPARE(rates, (QList<quint32>{250, 500}));
         QCOMPARE(host.told.filter("Error"_s).size(), 2);
     }
@@ -171,13 +174,13 @@ private Q_SLOTS:
         }
         QString seen = "not yet"_s;
         host.on = [&](const QString& what) { seen = what == "ReadError"_s ? host.seen() : seen; };
-        host.gateway.sendStatus(0x01); // comes behind them
+        host.gateway.sendStatus(0x01); // arrives after the messages
         QTRY_COMPARE(seen, cell<QString>("seen"));
     }
 
     void knowsWhatIsStored()
     {
-        const CPrivateStore store; // makes another format the program's default one
+        const CPrivateStore store; // makes another settings format the default of the program
         SDevice host;
         QSettings settings(QSettings::NativeFormat, QSettings::UserScope, "Vexmor"_s, "Cim"_s);
         settings.setValue("CanInterfaces/hall/IP-Address"_s, "127.0.0.1"_s);
@@ -245,7 +248,7 @@ private Q_SLOTS:
         const SClock clock;
         std::unique_ptr<Device> device;
         for (int round = 0; round < 2; ++round) {
-            device = makeDevice(at(deaf.serverPort())); // deletes one that is still connecting
+            device = makeDevice(at(deaf.serverPort())); // deletes a device that is still connecting
             QVERIFY(device->connectDevice());
             QVERIFY(device->writeFrame(Frame(1, {})));
             device->disconnectDevice();
@@ -254,11 +257,11 @@ private Q_SLOTS:
             QCOMPARE(device->framesToWrite(), 0);
         }
         QVERIFY(clock.elapsed() < 700);
-        for (int i = 0; i <= 9000; ++i) { // a second of a full bus may wait
+        for (int i = 0; i <= 9000; ++i) { // the messages of one second of a fully loaded bus may wait
             QCOMPARE(device->writeFrame(Frame(1, {})), i < 9000);
         }
         device->setConfigurationParameter(Device::BitRateKey, 125000);
-        QVERIFY(!device->configurationParameter(Device::BitRateKey).isValid()); // refused
+        QVERIFY(!device->configurationParameter(Device::BitRateKey).isValid()); // the bit rate was refused
         QTRY_COMPARE(device->state(), Device::UnconnectedState);
         QCOMPARE(device->error(), Device::ConnectionError);
         QVERIFY(device->errorString().startsWith("TCP connect failed."_s));
@@ -284,7 +287,8 @@ private Q_SLOTS:
         QTRY_COMPARE(host.device->busStatus(), Status::Unknown);
         QVERIFY(host.device->property("connection").toString().startsWith("silent for "_s));
         QCOMPARE(host.device->state(), Device::ConnectedState);
-        host.bus.send(message(1)); // heard again: it may have been switched off meanwhile
+        // The gateway is received again. It may have been switched off meanwhile, so "bus off" is no longer known.
+        host.bus.send(message(1));
         QTRY_COMPARE(host.device->busStatus(), Status::Good);
     }
 
@@ -329,7 +333,7 @@ private Q_SLOTS:
             QSKIP("a program without a sanitizer loads no library with one");
         }
         SDevice host;
-        const SDeafPort deaf; // where it is still connecting when the program ends
+        const SDeafPort deaf; // a gateway to which the program is still connecting when it ends
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
         QProcess listener;
         listener.start("canbusutil"_s, {"-l"_s, "t93canbus"_s, at(host.gateway.port())});

@@ -9,7 +9,7 @@ using namespace vexmor::Test;
 
 namespace
 {
-/// The frames in a log, or in what dump prints, as ID#DATA.
+/// Returns the frames in a log, or in the output of dump, as ID#DATA.
 QStringList framesOf(const QByteArray& text)
 {
     const QRegularExpression source(R"(^(\(.*\) \S+ |  t93  (TX - -  )?)|  type .*$)"_s,
@@ -19,7 +19,7 @@ QStringList framesOf(const QByteArray& text)
     return frames.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
-/// t93sim, with any free port by default.
+/// The program t93sim, by default on any free port.
 struct SGatewayProgram : QProcess {
     explicit SGatewayProgram(const QString& options, const QString& port = "0"_s)
     {
@@ -27,23 +27,24 @@ struct SGatewayProgram : QProcess {
         address = waitForReadyRead() ? QString::fromLatin1(readLine().split(' ').at(2)) : QString();
     }
     ~SGatewayProgram() override { (void)stop(); }
-    /// What it prints last when it is ended.
+    /// Ends the program, and returns what it prints at its end.
     QByteArray stop()
     {
         terminate();
         return waitForFinished() && exitCode() == 0 ? readAllStandardOutput() : QByteArray();
     }
-    QString address; ///< and port
+    QString address; ///< Address and port.
 };
 } // namespace
 
-/// The command-line host as people and scripts use it.
+/// The command-line tool cimctl, used like people and scripts use it.
 class CimctlTest : public QObject
 {
     Q_OBJECT
 
     static SOutcome cimctl(const QString& arguments) { return run(QStringLiteral(CIM_CIMCTL " ") + arguments); }
-    QString writeLog(int count) const // three in a row have one time; one goes back in time
+    // Three consecutive lines have the same time; the time of line 150 goes back.
+    QString writeLog(int count) const
     {
         QByteArray lines;
         for (int i = 0; i < count; ++i) {
@@ -59,13 +60,14 @@ class CimctlTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        qputenv("XDG_CONFIG_HOME", m_folder.path().toLocal8Bit()); // nobody's own store
+        qputenv("XDG_CONFIG_HOME", m_folder.path().toLocal8Bit()); // not the store of the user who runs the test
         QDir(m_folder.filePath("Vexmor"_s)).removeRecursively();
     }
 
     void exitCodes_data()
     {
-        const auto row = columns<int, QByteArray, QByteArray>("exitCode", "out", "err"); // expressions; empty: nothing
+        // The outputs are regular expressions; empty: no output.
+        const auto row = columns<int, QByteArray, QByteArray>("exitCode", "out", "err");
         const char* const summary = "^received \\d+, sent 0, lost 0, errors 0, bus load not measured\n$";
         row("info", 0, "^InterfaceT93Plugin\n(.*\n)*.*quinmark.CCanInterfacePlugin/1.1(.*\n)*.*Library for T93\n", "");
         row("info --plugin /dev/null", 1, "", "^error: /dev/null cannot be loaded: .*\n$");
@@ -142,8 +144,8 @@ private Q_SLOTS:
             " list; echo $? >&2; } | { exec <&-; echo > closed; }",
             0, "", "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
-        row("dump sim -n 300 -td --quiet", 0, "^(\\(000.*\n)+$", ""); // lasts for more than a second
-        row("dump sim -n 1 <&- >&-", 1, "", "error: .*\n$");          // the descriptors are no other files
+        row("dump sim -n 300 -td --quiet", 0, "^(\\(000.*\n)+$", ""); // takes more than a second
+        row("dump sim -n 1 <&- >&-", 1, "", "error: .*\n$");          // the closed descriptors are not reused
         row("dump sim --count 3 --quiet --json", 0, "^(\\{.*\\}\n){3}$", "");
         row("dump sim --seconds 0.4 --quiet", 0, "^(  t93 .*\n)+$", "");
         row("dump sim --count 1 --seconds 1e6 --quiet", 0, "^  t93 .*\n$", "");
@@ -157,7 +159,7 @@ private Q_SLOTS:
             "line 1: .*4096.*\n.*sent 0,");
         row("list > $XDG_CONFIG_HOME/log; echo '(1.0) a 1#' > $XDG_CONFIG_HOME/log; timeout 9 " CIM_CIMCTL
             " replay sim $XDG_CONFIG_HOME/log --loop --sent | head -n 30 | wc -l",
-            0, "^30\n$", "."); // each round as long as the first
+            0, "^30\n$", "."); // every round of the loop is as long as the first
         row("compare <(yes '(1.0) a 1#' | head -n 200000; echo '(1.0) a 2#') <(echo '(1.0) a 1#')", 0, "\n002  ", ".");
         row("add a 10.0.0.1 --protocol udp; sed -i 's/Port=.*/Port=x/' $XDG_CONFIG_HOME/Vexmor/Cim.conf; " CIM_CIMCTL
             " show a --json",
@@ -184,7 +186,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, out);
         QFETCH(QByteArray, err);
-        const QString typed = QString::fromLatin1(rowName()); // or the environment
+        const QString typed = QString::fromLatin1(rowName()); // or the environment variables
         const bool isEnvironment = rowName().startsWith('L');
         const SOutcome outcome =
             isEnvironment ? run("env -i %1 " CIM_CIMCTL " dump 127.0.0.1:1"_s.arg(typed)) : cimctl(typed);
@@ -200,7 +202,7 @@ private Q_SLOTS:
         QProcess program;
         program.start(QStringLiteral(CIM_CIMCTL), list("send sim - --sent --interval 500"_s));
         program.write("123#11\n\n# none\n7F");
-        QVERIFY(program.waitForReadyRead()); // the first is sent
+        QVERIFY(program.waitForReadyRead()); // the first frame was sent
         const SClock clock;
         program.write("F#22\n002#\n001#");
         program.closeWriteChannel();
@@ -223,13 +225,13 @@ private Q_SLOTS:
         const SOutcome outcome =
             cimctl("dump %1 --count %2 --force --log %3"_s.arg(target).arg(COUNT - 1).arg(written));
         QCOMPARE(outcome.exitCode, 0);
-        const QStringList frames = framesOf(contentOf(log)).mid(0, COUNT - 1); // the last comes in the same burst
+        const QStringList frames = framesOf(contentOf(log)).mid(0, COUNT - 1); // the last one may follow at once
         QCOMPARE(frames.size(), COUNT - 1);
         QCOMPARE(framesOf(outcome.out), frames);
         QCOMPARE(framesOf(contentOf(written)), frames);
-        QCOMPARE(run("log2asc -I %1 t93"_s.arg(written)).out.count(" Rx "), COUNT - 1); // other people's readers
+        QCOMPARE(run("log2asc -I %1 t93"_s.arg(written)).out.count(" Rx "), COUNT - 1); // readers of other projects
         const SOutcome wireshark = run("tshark -r "_s + written);
-        QVERIFY(wireshark.exitCode == 127 || wireshark.out.count('\n') == COUNT - 1); // where it is installed
+        QVERIFY(wireshark.exitCode == 127 || wireshark.out.count('\n') == COUNT - 1); // if it is installed
         QVERIFY(isInside || gateway.stop().endsWith("messages: 1 from hosts, 900 replayed, 0 generated\n"));
     }
 
@@ -240,9 +242,9 @@ private Q_SLOTS:
         const QString add = "add 'all/ 1' %1:UDP --hostname gw1 --description stage --baudrate "_s.arg(address);
         QCOMPARE(cimctl(add + "33"_s).exitCode, 2);
         QCOMPARE(cimctl(add + "250"_s).exitCode, 0);
-        QCOMPARE(cimctl(add + "500"_s).exitCode, 2); // there is one
+        QCOMPARE(cimctl(add + "500"_s).exitCode, 2); // the name exists already
         QCOMPARE(cimctl(add + "500 --replace"_s).exitCode, 0);
-        QCOMPARE(cimctl("add other 010.0.0.001"_s).exitCode, 0); // decimal, whatever the zeros
+        QCOMPARE(cimctl("add other 010.0.0.001"_s).exitCode, 0); // leading zeros do not make numbers octal
         const QList<QByteArray> table = cimctl("list"_s).out.split('\n');
         QVERIFY2(table.at(0).startsWith("NAME    TYPE  ADDRESS "), table.at(0));
         QCOMPARE(table.at(1).simplified(), "all/ 1 T93 IP=" + address.toLatin1() + ":UDP 500 kbit/s gw1");
@@ -250,14 +252,14 @@ private Q_SLOTS:
         QCOMPARE(settings["Port"_s].toInt(), address.section(QLatin1Char(':'), 1).toInt());
         QCOMPARE(settings["Description"_s].toString(), "stage"_s);
 
-        // By another host, which keeps the port text as it likes: the link goes to address and port.
+        // Another host may store any port text: the link uses the keys of address and port.
         run("sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' $XDG_CONFIG_HOME/Vexmor/Cim.conf"_s);
-        QVERIFY(cimctl("dump 'all/ 1' sim -n 40"_s).out.contains("  all/_1  ")); // a field without blanks
+        QVERIFY(cimctl("dump 'all/ 1' sim -n 40"_s).out.contains("  all/_1  ")); // the name, as a field without blanks
         QCOMPARE(cimctl("dump 'all/ 1' --baudrate 50"_s).exitCode, 2);
         QCOMPARE(cimctl("remove 'all/ 1'"_s).exitCode, 0);
         QVERIFY(cimctl("list"_s).out.endsWith("\nother  T93   IP=127.0.0.1:1:TCP  unchanged\n"));
         QSettings(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat).setValue("CanInterfaces/other"_s, 1);
-        QCOMPARE(cimctl("remove other"_s).exitCode, 0); // but not the key beside it
+        QCOMPARE(cimctl("remove other"_s).exitCode, 0); // the key of the same name must remain
         const QSettings store(m_folder.filePath("Vexmor/Cim.conf"_s), QSettings::IniFormat);
         QCOMPARE(store.allKeys(), QStringList{"CanInterfaces/other"_s});
     }
@@ -273,7 +275,7 @@ private Q_SLOTS:
         const QString log = writeFile(m_folder, "precious\n");
         const QString dump = "dump %1 --count 1 --filter 200 --log "_s + log;
         QCOMPARE(cimctl(dump.arg("sim"_s)).exitCode, 2);
-        QCOMPARE(cimctl(dump.arg("127.0.0.1:1"_s) + " --force"_s).exitCode, 1); // no gateway, no message
+        QCOMPARE(cimctl(dump.arg("127.0.0.1:1"_s) + " --force"_s).exitCode, 1); // no message arrives
         QCOMPARE(contentOf(log), QByteArray("precious\n"));
         QCOMPARE(cimctl(dump.arg("sim"_s) + " --append"_s).exitCode, 0);
         QVERIFY(contentOf(log).startsWith("precious\n("));
@@ -284,8 +286,8 @@ private Q_SLOTS:
     void nothingIsSentWithoutAnAnswer_data() { rows({"send|TCP|123#11", "replay|UDP|LOG", "dump|UDP|--send 1#"}); }
     void nothingIsSentWithoutAnAnswer()
     {
-        const QStringList row = list(QString::fromLatin1(rowName())); // command, protocol, and the rest
-        SGatewayProgram gateway("--mute --verbose"_s);                // as a server of another kind
+        const QStringList row = list(QString::fromLatin1(rowName())); // command, protocol, other arguments
+        SGatewayProgram gateway("--mute --verbose"_s);                // like a server of another kind
         const QString rest = QString(row[2]).replace("LOG"_s, writeLog(10));
         const SOutcome outcome = cimctl("%1 %2:%3 %4"_s.arg(row[0], gateway.address, row[1], rest));
         QCOMPARE(outcome.exitCode, 1);
@@ -296,7 +298,7 @@ private Q_SLOTS:
         QVERIFY2(seen.contains("command 44 (MAC address)\n") && seen.contains("messages: 0 from hosts"), seen);
     }
 
-    /// A gateway that is switched on, off and on again while cimctl watches.
+    /// The gateway is switched on, off and on again while cimctl runs.
     void connectionIsShown()
     {
         auto gateway = std::make_unique<SGatewayProgram>("--generate 100"_s);
@@ -305,7 +307,7 @@ private Q_SLOTS:
         QProcess load;
         load.start(QStringLiteral(CIM_CIMCTL), list("load 127.0.0.1:%1:UDP --baudrate 50 --poll-time 100"_s.arg(port)));
         QByteArray out;
-        const auto shows = [&](const char* expression) { // from now on
+        const auto shows = [&](const char* expression) { // in the output from now on
             out.clear();
             const QRegularExpression line(QString::fromLatin1(expression), QRegularExpression::MultilineOption);
             return QTest::qWaitFor(
@@ -358,7 +360,7 @@ private Q_SLOTS:
         for (const char* part : {"\\fB\\-\\-log\\-level\\fR", ".SS replay\n", ".SH EXAMPLES\n", ".SH FILES\n"}) {
             QVERIFY2(manual.out.contains(part), part);
         }
-        for (const char* name : {"hall", "'hall 2'", "'h$(echo x)'"}) { // a scan stores what the network says
+        for (const char* name : {"hall", "'hall 2'", "'h$(echo x)'"}) { // a scan stores names from the network
             QCOMPARE(cimctl("add %1 10.0.0.1"_s.arg(QString::fromLatin1(name))).exitCode, 0);
         }
         const QString completion = m_folder.filePath("completion"_s);
@@ -371,8 +373,9 @@ private Q_SLOTS:
               std::pair("load --baudrate 5", "50 500\n")}) {
             QCOMPARE(run(complete.arg(completion, QLatin1String(typed))).out, QByteArray(expected));
         }
+        // This help has another form.
         const QString other =
-            writeFile(m_folder, "#!/bin/sh\nprintf 'Works.\\nprogram [OPTIONS]\\nOPTIONS:\\n  -h\\n'"); // another form
+            writeFile(m_folder, "#!/bin/sh\nprintf 'Works.\\nprogram [OPTIONS]\\nOPTIONS:\\n  -h\\n'");
         QCOMPARE(run("chmod +x %1 && " CIM_FROM_HELP " man %1"_s.arg(other)).exitCode, 1);
     }
 
@@ -390,7 +393,7 @@ private Q_SLOTS:
         const QString each =
             "^bitRateKept((( failure)? interfaceError| interfaceError failure)( connected|(?= summary)))+ summary$"_s;
         QVERIFY2(QRegularExpression(each).match(events.join(QLatin1Char(' '))).hasMatch(), outcome.err);
-        QVERIFY2(events.count("failure"_s) >= 2, outcome.err); // the first loss may be too short for one
+        QVERIFY2(events.count("failure"_s) >= 2, outcome.err); // the first loss may be too short for a failure
         QCOMPARE(lines.last()["sent"_s].toInt() + lines.last()["refused"_s].toInt(), 500);
         const QJsonObject& lost = lines[events.indexOf("interfaceError"_s)];
         QCOMPARE(lost["error"_s].toInt(), 0);
@@ -399,7 +402,7 @@ private Q_SLOTS:
         QVERIFY2(qAbs(back - regained["lostSeconds"_s].toDouble()) < 0.1, outcome.err);
     }
 
-    /// Every line, and every key in it.
+    /// Checks every line and every key in it.
     void jsonIsAsItsSchemaSays_data()
     {
         const auto row = columns<QString>("events");
@@ -442,7 +445,7 @@ private Q_SLOTS:
         QProcess program;
         program.start(QStringLiteral(CIM_CIMCTL),
                       list("replay %1 %2 --sent --baudrate 1000"_s.arg(gateway.address, log)));
-        QVERIFY(program.waitForReadyRead()); // the first is sent; a second later follow the others
+        QVERIFY(program.waitForReadyRead()); // the first message was sent; the others follow a second later
         const auto sim = static_cast<pid_t>(gateway.processId());
         ::kill(sim, SIGSTOP);
         const bool hasEnded = program.waitForFinished();
@@ -472,7 +475,7 @@ private Q_SLOTS:
         QProcess program;
         const QString prefix = rowName().endsWith("nohup") ? "exec nohup "_s : "exec "_s;
         program.start("bash"_s, {"-c"_s, prefix + CIM_CIMCTL " "_s + QString(command).replace("LOG"_s, log)});
-        QVERIFY(program.waitForReadyRead()); // while it runs
+        QVERIFY(program.waitForReadyRead()); // the program is running now
         ::kill(static_cast<pid_t>(program.processId()), cell<int>("signal"));
         QVERIFY(program.waitForFinished());
         QTEST(program.exitCode(), "exitCode");
@@ -489,7 +492,7 @@ private Q_SLOTS:
     {
         const QString fifo = m_folder.filePath("fifo"_s);
         QCOMPARE(::mkfifo(qPrintable(fifo), 0600), 0);
-        const int reader = ::open(qPrintable(fifo), O_RDWR | O_NONBLOCK); // that never reads
+        const int reader = ::open(qPrintable(fifo), O_RDWR | O_NONBLOCK); // a reader that never reads
         QProcess program;
         program.setStandardOutputFile(fifo);
         program.start(QStringLiteral(CIM_CIMCTL), list("gen sim --gap 0 --sent"_s));

@@ -16,8 +16,8 @@ using namespace vexmor::Apps::Cimshare;
 
 namespace
 {
-const QString MESSAGES =
-    "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|socketcand hall 100"_s; // protocol, bus, number
+/// Messages, each as "PROTOCOL BUS IDENTIFIER".
+const QString MESSAGES = "mqtt hall 000|mqtt hall 1FF|mqtt hall 7FF|t93 hall 100|t93 a:1 100|socketcand hall 100"_s;
 
 bool isWhole(const QStringList& frames)
 {
@@ -25,7 +25,8 @@ bool isWhole(const QStringList& frames)
     return std::all_of(frames.begin(), frames.end(), [&](const QString& frame) { return frame == floodText(i++); });
 }
 
-/// stunnel with a configuration of docs/sharing.md, all of it in a folder and on ports of 127.0.0.1.
+/// The program stunnel with a configuration of docs/sharing.md, changed to use files of one folder and ports of
+/// 127.0.0.1.
 struct STunnel : SProgram {
     /// `first` is the first line of the configuration; `changes` are sed commands for it.
     STunnel(const QTemporaryDir& folder, const QString& first, const QString& changes)
@@ -37,7 +38,7 @@ struct STunnel : SProgram {
                                      .arg(folder.path(), first, QStringLiteral(CIM_SHARING_DOCUMENT), changes)});
         require(port("t93"_s) != 0, "stunnel listens"_s);
     }
-    ~STunnel() override { stop(); } // while `said` exists
+    ~STunnel() override { stop(); } // ends the process while `said` still exists
     quint16 port(const QString& service)
     {
         const QRegularExpression bound(R"(\[%1\] \(FD=\d+\) bound to 127.0.0.1:(\d+))"_s.arg(service));
@@ -48,18 +49,18 @@ struct STunnel : SProgram {
     QByteArray said;
 };
 
-// ---- Promised limits: what a client can reach, as a number ----
+// ---- Functions that measure what a client can reach, for the table of promised limits ----
 
 using Measure = std::function<qint64()>;
 
-/// Time until a client is disconnected, in milliseconds.
+/// Returns the time until a client is disconnected, in milliseconds, or -1.
 qint64 msUntilDisconnected(SShare& share)
 {
     const SClock clock;
     return share.happened("disconnected"_s, 1, 60000) ? clock.elapsed() : -1;
 }
 
-/// Frames, until the client loses some that it does not read.
+/// Lets a client stop reading, and sends frames until it loses some. Returns false if it loses none.
 bool fill(SShare& share, SClient& client, int frames = 200'000)
 {
     client.stopReading();
@@ -71,7 +72,7 @@ qint64 cyclicMessages()
 {
     SShare share("--socketcand 0 --allow-send"_s);
     SClient client(share, "bcmmode");
-    (void)client.asks("< add >", "< error "); // errors do not wait any more
+    (void)client.asks("< add >", "< error "); // the pause before the first frames is over, so errors arrive at once
     for (int id = 0; id < 100; ++id) {
         client.write("< add 3600 0 " + QByteArray::number(id, 16) + " 0 >");
     }
@@ -83,7 +84,7 @@ qint64 linesOfClients()
     SShare share("--socketcand 0 --allow 127.0.1.1"_s);
     const auto isTurnedAway = [](const SClient& one) { return one.state() == QAbstractSocket::UnconnectedState; };
     for (int i = 0; i < 10; ++i) {
-        std::list<SClient> strangers; // as many as fit into the queue of a listening socket
+        std::list<SClient> strangers; // fewer than fit into the queue of a listening socket
         while (strangers.size() < 40) {
             strangers.emplace_back(share, "");
         }
@@ -109,15 +110,16 @@ qint64 bytesReadAtOnce()
     const CBusesByName none;
     const CSocketcandClient client(std::move(socket), none);
     peer.write(QByteArray(200'000, ' '));
-    (void)peer.waitForBytesWritten(5000); // all of it arrives before the client reads
+    (void)peer.waitForBytesWritten(5000); // all bytes arrive before the client reads
     return QTest::qWaitFor([&] { return all == 200'000; }) ? most : -1;
 }
 
-/// The bytes that a client that read nothing for a while receives before the report of its loss; nothing is missing in
-/// there, and nothing at a client that reads. A T93 client that did not read receives a report, too.
+/// Returns the number of bytes that a client receives before the report of its loss, after it did not read for a while.
+/// Checks that no frame is missing among them, that a client that reads loses nothing, and that a T93 client that did
+/// not read receives a report, too.
 qint64 bytesThatWait()
 {
-    constexpr int FRAMES = 400'000; // several times what kernel and program keep for a client
+    constexpr int FRAMES = 400'000; // several times as much as kernel and program buffer for a client
     SShare share("--socketcand 0 --t93 0 --status 1"_s);
     SClient slow(share), quick(share);
     SRawHost slowHost(share);
@@ -136,7 +138,7 @@ qint64 bytesThatWait()
     slow.write("< echo >");
     slow.readAgain();
     slowHost.readAgain();
-    const auto putUntilReported = [&] { // until there is room
+    const auto putUntilReported = [&] { // until buffers have room for the reports
         share.put("7F0#");
         return slow.heard.contains(" frames were lost >") && slowHost.heard.contains(frame(RM_CMD_STATUS, hex("01")));
     };
@@ -147,8 +149,8 @@ qint64 bytesThatWait()
     return isWhole(slow.frames()) ? slow.heard.size() : -1;
 }
 
-/// Requests of a client that does not read the answers, until the service does not read them either. When the client
-/// reads again, it receives each answer.
+/// Sends requests without reading the answers, until the service stops reading the requests. Returns the number of
+/// bytes written, or -1 if other clients were not served meanwhile or an answer is missing in the end.
 qint64 bytesOfUnread(SShare& share, SPeer& deaf, const QByteArray& request, const QByteArray& answer)
 {
     constexpr qint64 ENDLESS = 32 * 1024 * 1024;
@@ -196,7 +198,7 @@ qint64 msToSendAFrame()
     return share.happened("disconnected"_s, 2, 2000) ? -1 : measured;
 }
 
-/// For a client that sends the last bytes, and reads nothing any more.
+/// Measures the time until a client is disconnected that does not read any more, and sends `last`.
 Measure msWithoutReading(const QByteArray& last)
 {
     return [last]() -> qint64 {
@@ -227,7 +229,7 @@ Measure msAfterThePcVanished(const QString& commands = {})
 } // namespace
 Q_DECLARE_METATYPE(Measure)
 
-/// The service that shares a bus: what it reads, and the program with clients of every kind.
+/// The service that shares a bus: its parsers, and the program with clients of every kind.
 class CimshareTest : public QObject
 {
     Q_OBJECT
@@ -303,7 +305,7 @@ private Q_SLOTS:
         QVERIFY(!take(outside, all));
     }
 
-    /// What one client sends, all others receive, over each protocol.
+    /// A message of one client reaches all other clients, over each protocol.
     void allSeeTheSame()
     {
         SShare share("--socketcand 0 --t93 0 --allow-send"_s);
@@ -334,7 +336,7 @@ private Q_SLOTS:
         const auto rate = share.bus.baudrate();
         host.can->setBaudrate(125);
         QCOMPARE(host.can->resetCommunication(1), int(RC_OK));
-        QVERIFY(share.happened("ignored"_s, 3)); // bit rates at the start
+        QVERIFY(share.happened("ignored"_s, 3)); // the first ones are bit rates at the start
         QVERIFY(share.bus.baudrate() == rate);
         share.gateway.sendStatus(0x08);
         QVERIFY(one.hearsError("040 T93 CAN bus off error."_s));
@@ -343,7 +345,7 @@ private Q_SLOTS:
         QVERIFY(one.hearsError("001 T93 CAN transmit timeout."_s));
     }
 
-    void answersStandAlone() // clients compare them with what they read
+    void answersStandAlone() // clients compare the result of one read with the answer
     {
         const QTemporaryDir folder;
         const QString log = writeFile(folder, "(1.0) x 7FF#\n");
@@ -361,7 +363,7 @@ private Q_SLOTS:
         SClient ofTheOther(share);
         client.heard.clear();
         QVERIFY(client.hears("< frame 123 "));
-        ofTheOther.write("< send 800 0 >"); // its error comes after all that waited
+        ofTheOther.write("< send 800 0 >"); // its error comes after all frames that waited
         QVERIFY(ofTheOther.hearsError("001 a T93 has no 29-bit identifiers"_s));
         QVERIFY(!ofTheOther.heard.contains("< frame 123 "));
     }
@@ -425,11 +427,12 @@ private Q_SLOTS:
         QTRY_COMPARE(share.text("sends"_s), name + " sends"_s);
         other.write("< send 101 0 >");
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "100# 100# 100# 101#"_s);
-        QTRY_VERIFY((client.write("< send 1FF 0 >"), share.sent.contains("1FF#"_s))); // in another second
+        // Accepted in the next second, when the limit does not apply any more.
+        QTRY_VERIFY((client.write("< send 1FF 0 >"), share.sent.contains("1FF#"_s)));
         QTRY_COMPARE(share.count("sends"_s), 2);
     }
 
-    /// Another gateway answers in the place of the known one.
+    /// A gateway with another identity answers in the place of the known one.
     void anotherGateway_data() { rows({"", " --pin", " --pin --protocol UDP", " --pin (stored)"}); }
     void anotherGateway()
     {
@@ -437,7 +440,7 @@ private Q_SLOTS:
         const bool isPinned = rowName().contains("--pin"), isStored = rowName().endsWith("(stored)");
         qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
         SShare share("--socketcand 0 --allow-send"_s + QString::fromLatin1(rowName().replace(" (stored)", "")));
-        share.gateway.setMaxClients(2); // a new link may come before the old one is gone
+        share.gateway.setMaxClients(2); // the new link may arrive before the old one is closed
         SSimIdentity other;
         other.macAddress[5] ^= 1;
         if (isStored) {
@@ -458,13 +461,14 @@ private Q_SLOTS:
             const int noAnswers = share.count("noAnswer"_s);
             share.misbehave(&SSimFaults::mute);
             share.gateway.dropLinks();
-            if (isPinned) { // a link, and nothing known of the gateway behind it
+            if (isPinned) { // a link exists, but the gateway's identity is unknown
                 QVERIFY(share.happened("noAnswer"_s, noAnswers + 1));
                 const auto isRefused = [&early] {
                     early.write("< send 102 0 >");
                     return early.heard.contains("gateway: its identity is not known yet >");
                 };
-                QTRY_VERIFY_WITH_TIMEOUT(isRefused(), 10000); // the gateway may take the former connection for one more
+                // The gateway may count the previous connection as a second one for some time.
+                QTRY_VERIFY_WITH_TIMEOUT(isRefused(), 10000);
             }
             share.gateway.setIdentity(other);
             share.gateway.setFaults({});
@@ -525,10 +529,10 @@ private Q_SLOTS:
         QVERIFY2(outcome.exitCode == 0, outcome.out.right(200) + outcome.err); // exposure 1.5
     }
 
-    /// The recipe of docs/sharing.md: TLS in front of both ports, for clients with a certificate.
+    /// The configuration of docs/sharing.md: TLS in front of both ports, for clients with a certificate.
     void behindStunnel_data()
     {
-        const auto row = columns<QString, bool>("changes", "isAdmitted"); // of the client's configuration
+        const auto row = columns<QString, bool>("changes", "isAdmitted"); // changes of the client's configuration
         row("certificate of the authority", {}, true);
         row("of another authority", "s/client[.]/stranger./"_s, false);
         row("no certificate", "/^cert/d; /^key/d"_s, false);
@@ -554,7 +558,7 @@ private Q_SLOTS:
         program.connectToHost(QHostAddress(QHostAddress::LocalHost), client.port("socketcand"_s));
         if (cell<bool>("isAdmitted")) {
             QTRY_COMPARE(program.peek(100), QByteArray("< hi >"));
-            const SHost host(client.port("t93"_s)); // knows its gateway
+            const SHost host(client.port("t93"_s)); // receives the identity of its gateway
         } else {
             QTRY_VERIFY(client.said.contains("error") || client.said.contains("alert"));
             QTRY_COMPARE(program.state(), QAbstractSocket::UnconnectedState);
@@ -563,7 +567,7 @@ private Q_SLOTS:
         }
     }
 
-    /// Over UDP, where no connection is refused or lost.
+    /// A gateway over UDP, where no connection is refused or lost.
     void gatewayOverUdp()
     {
         SShare share("--socketcand 0 --protocol UDP --status 1"_s, true);
@@ -598,16 +602,16 @@ private Q_SLOTS:
         SClient client(share, "bcmmode");
         const SClock clock;
         QVERIFY(client.hearsError("040 gateway: lost, trying again"_s));
-        QVERIFY2(clock.elapsed() > 250, QByteArray::number(clock.elapsed())); // time to choose a mode
+        QVERIFY2(clock.elapsed() > 250, QByteArray::number(clock.elapsed())); // the client has time to choose a mode
         QVERIFY(client.getsError("< add 0 1000 124 0 >", "001 gateway: lost, trying again"_s));
-        SRawHost early(share); // the identity of the gateway is not known yet
+        SRawHost early(share); // turned away: the identity of the gateway is not known yet
         QTRY_COMPARE(early.state(), QAbstractSocket::UnconnectedState);
-        QVERIFY(share.happened("status"_s, 4)); // it was tried again by then
+        QVERIFY(share.happened("status"_s, 4)); // another attempt to connect was made by then
         QCOMPARE(client.heard.count('<'), 1);
         SSimIdentity identity;
         identity.firmwareMajor = 2;
         identity.firmwareMinor = 3;
-        identity.deviceText = "T93 S SW5\n\x1b[31m\x9bx1234567890abcde"; // as long as a frame allows
+        identity.deviceText = "T93 S SW5\n\x1b[31m\x9bx1234567890abcde"; // the longest text that fits into a frame
         share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s));
@@ -616,12 +620,13 @@ private Q_SLOTS:
         QTRY_VERIFY(share.sent.contains("124#"_s));
 
         const SHost host(share.port("t93"_s));
-        QTRY_VERIFY(
-            host.can->commonInfo().firmwareVersion().endsWith("x1234567890"_s)); // what fits behind "T93 SHARED SW"
+        // The part that fits behind "T93 SHARED SW".
+        QTRY_VERIFY(host.can->commonInfo().firmwareVersion().endsWith("x1234567890"_s));
         client.heard.clear();
         share.leave();
         QTRY_COMPARE(host.errorNumbers(), QList<int>{IE_CAN_BUS_OFF});
-        QTRY_COMPARE(client.heard.count("< error "), 3); // of the link, of the state, of the first message
+        // Interface error, state of the gateway, first cyclic message.
+        QTRY_COMPARE(client.heard.count("< error "), 3);
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QVERIFY(client.asks("< send 1 0 >", "< error "));
         QCOMPARE(host.can->writeMessage(message(2)), int(RC_OK));
@@ -646,28 +651,28 @@ private Q_SLOTS:
         client.write("< subscribe 0 50000 200 >< add 0 5000 123 1 11 >");
         QTRY_VERIFY(share.sent.size() > 2);
         QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#11 123#11"_s);
-        client.write("< add 0 5000 123 1 22 >"); // instead of the one before
+        client.write("< add 0 5000 123 1 22 >"); // replaces the previous one
         QTRY_COMPARE(share.sent.last(), "123#22"_s);
         client.heard.clear();
         client.write("< delete 123 >< send 7F1 0 >");
-        QTRY_COMPARE(share.sent.last(), "7F1#"_s); // and with it everything that was under way
+        QTRY_COMPARE(share.sent.last(), "7F1#"_s); // the messages before it have been sent, too
         QTRY_COMPARE(watcher.heard.count("< frame 123 ") + 1, share.sent.size());
         share.sent.clear();
         share.put("200#01 200#02 200#03");
-        QTRY_COMPARE(client.seen(), "200#01 200#03"_s); // the newest, when it is time
+        QTRY_COMPARE(client.seen(), "200#01 200#03"_s); // the newest frame, after the interval
         QVERIFY(share.sent.isEmpty());
         client.write("< add 0 2000 124 0 >");
         QTRY_VERIFY(!share.sent.isEmpty());
         QVERIFY(client.asks("< controlmode >", "< ok >"));
         QVERIFY(client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
-        QTRY_COMPARE(share.sent.last(), "7F0#"_s); // ends with its mode
+        QTRY_COMPARE(share.sent.last(), "7F0#"_s); // the cyclic message ends with its mode
         QVERIFY(client.asks("< controlmode >", "< ok >"));
         QVERIFY(client.asks("< statistics 10 >", "< stat "));
         QCOMPARE(share.sent.last(), "7F0#"_s);
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         client.heard.clear();
         share.put("100#");
-        QVERIFY(client.hears("< frame 100 ")); // after a pause
+        QVERIFY(client.hears("< frame 100 ")); // frames arrive after a pause
         QVERIFY(!client.heard.contains("< stat "));
     }
 
@@ -726,7 +731,7 @@ private Q_SLOTS:
         QVERIFY(early.hears("< hi >"));
         QTRY_VERIFY(!earlyHost.heard.isEmpty());
 
-        setLimit(static_cast<rlim_t>(used) + 16 + 4); // 16 are kept
+        setLimit(static_cast<rlim_t>(used) + 16 + 4); // 16 descriptors are reserved
         std::list<SClient> clients;
         while (clients.size() < 8) {
             clients.emplace_back(share, "");
@@ -778,8 +783,8 @@ private Q_SLOTS:
         row("cyclic messages of a client", cyclicMessages, 64, 64);
         row("lines of an event in a second", linesOfClients, 100, 100);
         row("bytes read from a client at once", bytesReadAtOnce, 1024, 1024);
-        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000); // with those in the kernel
-        row("bytes of unread echoes", bytesOfUnreadEchoes, 0x100000, 0x800000); // with those of the client's kernel
+        row("bytes that wait for a client", bytesThatWait, 0x100000, 0x200000); // includes bytes in the kernel
+        row("bytes of unread echoes", bytesOfUnreadEchoes, 0x100000, 0x800000); // includes both kernels' buffers
         row("bytes of unread addresses", bytesOfUnreadAddresses, 0x40000, 0x800000);
         row("ms to choose a bus", msToChooseABus, 9'000, 15'000);
         row("ms to send a frame", msToSendAFrame, 9'000, 15'000);
@@ -808,7 +813,8 @@ private Q_SLOTS:
         const QTemporaryDir folder;
         QVERIFY(QFile::rename(writeFile(folder, "(1.0) x 123#\n"), folder.filePath("a&\"b"_s)));
         SShare share("sim:%1/a&\"b --socketcand 10.9.1.1:0 --beacon"_s.arg(folder.path()));
-        QTRY_COMPARE(share.count("openToAll"_s), 1); // and not on 127.0.0.1: sendsByRule
+        // Not on 127.0.0.1: sendsByRule checks that.
+        QTRY_COMPARE(share.count("openToAll"_s), 1);
         QTRY_VERIFY(network.hasPendingDatagrams());
         const SClock clock;
         QCOMPARE(QString::fromUtf8(network.receiveDatagram().data()),
@@ -823,7 +829,7 @@ private Q_SLOTS:
 
     void hostileBytes_data()
     {
-        const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection ends
+        const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection is closed
         row("blanks", " \r\n < echo >", "< echo >");
         row("no brackets", QByteArray(100000, '\xff') + "< echo >", "");
         row("a web page", "POST / HTTP/1.1\r\n\r\n< open bus1 >< rawmode >< send 001 2 DE AD >", "");
@@ -859,12 +865,12 @@ private Q_SLOTS:
         QTRY_COMPARE(share.sent, isT93 && !answer.isEmpty() ? list("7FF#"_s) : QStringList());
     }
 
-    /// python-can, as Debian ships it, and as it reads errors since 4.6: each client receives 4000 of 4000 frames,
-    /// whatever happens to the gateway and to messages of clients.
+    /// python-can as Debian ships it, and with the parser of errors of version 4.6: each client receives 4000 of 4000
+    /// frames, whatever happens to the gateway and to the clients' messages.
     void pythonCan_data() { rows({"Since46", "Debian"}); }
     void pythonCan()
     {
-        REQUIRE_TOOL("mosquitto"); // installed with it
+        REQUIRE_TOOL("mosquitto"); // python-can is installed with it
         SShare share("--socketcand 0 --allow-send"_s, true);
         QVERIFY(share.happened("away"_s));
         QProcess python;
@@ -964,13 +970,13 @@ print("errors", *one.errors, flush=True)
         row("sim MQTT-plaintext --mqtt-credentials /etc/passwd", "/etc/passwd: other users can read it");
         row("sim MQTT-credentials /usr/bin/env --mqtt-ca /nowhere", "/nowhere cannot be used: No such file");
         row("sim MQTT-credentials /nowhere", "--mqtt-plaintext allows it");
-        row("sim --socketcand 192.0.2.1:0", "cannot listen on 192.0.2.1:0"); // an address of another machine
+        row("sim --socketcand 192.0.2.1:0", "cannot listen on 192.0.2.1:0"); // not an address of this machine
     }
     void wrongUsage()
     {
         const QByteArray typed = rowName().replace("MQTT", "--mqtt localhost --mqtt");
-        const SOutcome outcome = // as if the service manager had handed over all programs as credentials
-            run(QString::fromLatin1("CREDENTIALS_DIRECTORY=/usr/bin " CIM_CIMSHARE " " + typed));
+        // As if a service manager had provided all programs as credentials.
+        const SOutcome outcome = run(QString::fromLatin1("CREDENTIALS_DIRECTORY=/usr/bin " CIM_CIMSHARE " " + typed));
         QCOMPARE(outcome.exitCode, typed.contains("192.0.2.1") ? 1 : 2);
         QVERIFY2(outcome.err.contains(cell<QByteArray>("says")), outcome.err);
     }

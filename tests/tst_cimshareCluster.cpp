@@ -8,7 +8,7 @@ using namespace vexmor::Test;
 
 namespace
 {
-/// A nats-server with MQTT.
+/// A node of the cluster: nats-server with MQTT.
 struct SNode {
     void start() { program.start("nats-server"_s, {"-c"_s, folder.filePath("a.log"_s)}); }
     void signal(int number) const
@@ -25,11 +25,11 @@ struct SNode {
     SProgram program;
 };
 
-/// Three nodes keep retained messages and sessions together, and go on when one of them fails.
+/// A cluster of three nodes that share retained messages and sessions, and continue when one of them fails.
 struct SCluster {
     SCluster()
     {
-        const SServer ports[9]; // while all of them are open, they differ
+        const SServer ports[9]; // all are open at the same time, so that they differ
         const auto address = [&](int i) { return "127.0.0.1:"_s + QString::number(ports[i].serverPort()); };
         const QString routes = R"("nats://%1", "nats://%2", "nats://%3")"_s.arg(address(6), address(7), address(8));
         for (int i = 0; i < 3; ++i) {
@@ -58,7 +58,7 @@ struct SCluster {
 };
 } // namespace
 
-/// A bus at a cluster of brokers.
+/// The MQTT bridge of cimshare with a cluster of brokers.
 class CimshareClusterTest : public QObject
 {
     Q_OBJECT
@@ -72,7 +72,7 @@ private Q_SLOTS:
     void init() { m_cluster.emplace().start(); }
     void cleanup() { m_cluster.reset(); }
 
-    /// A reader at another node gets no message twice, and a gap that covers those it does not get.
+    /// A reader at another node receives no message twice, and a gap that covers the missing ones.
     void nodeFails_data() { rows({"killed", "stopped"}); }
     void nodeFails()
     {
@@ -85,18 +85,18 @@ private Q_SLOTS:
         QByteArray heard;
         QObject::connect(&reader, &QProcess::readyRead, [&] { heard += reader.readAll(); });
         reader.start("mosquitto_sub"_s, read);
-        QByteArray options = "mqtt-topic=" + rowName() + "\nmqtt=127.0.0.1:1\n"; // where no node is
+        QByteArray options = "mqtt-topic=" + rowName() + "\nmqtt=127.0.0.1:1\n"; // no node listens there
         for (const SNode& node : m_cluster->nodes) {
             options += "mqtt=127.0.0.1:" + node.port.toLatin1() + "\n";
         }
         const QTemporaryDir folder;
         SShare share("--socketcand 0"_s);
         share.end();
-        share.arguments = QStringList{"localhost:%1"_s.arg(share.gateway.port()), // without dots, for nats-server
+        share.arguments = QStringList{"localhost:%1"_s.arg(share.gateway.port()), // nats-server allows no dots
                                       "--json"_s, "--config"_s, writeFile(folder, options)};
         share.start();
         QVERIFY(share.happened("broker"_s, 1, 30000));
-        QVERIFY(share.happened("identified"_s)); // before, it receives nothing
+        QVERIFY(share.happened("identified"_s)); // the gateway sends no messages before
         int sent = 0;
         QTimer traffic;
         QObject::connect(&traffic, &QTimer::timeout, [&] { share.put(floodText(sent++).toLatin1()); });
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QVERIFY(share.happened("broker"_s, 2, 60000));
         qInfo("%s: %lld ms without a link", rowName().constData(), static_cast<long long>(clock.elapsed()));
         const int sentMeanwhile = sent;
-        // While it elects a leader, nats-server ends connections whose publications with QoS 1 it cannot store.
+        // While nats-server elects a leader, it closes connections whose publications with QoS 1 it cannot store.
         int end = 0;
         QTRY_VERIFY_WITH_TIMEOUT(sent > sentMeanwhile + 100 && timesHeard(end = sent - 20) == 1, 60000);
         const int losses = share.count("broker"_s) - 1;
@@ -135,17 +135,19 @@ private Q_SLOTS:
         const int inGap = allInGaps();
         qInfo("%d messages are missing, the gap has %d", missing, inGap);
         QVERIFY(missing <= inGap);
-        QVERIFY(inGap <= missing + 200 * losses); // a second each: those that were confirmed too late
+        QVERIFY(inGap <= missing + 200 * losses); // one second of each loss: messages that were confirmed too late
         QVERIFY(isKilled || missing > sentMeanwhile - sentBefore - 100);
         QCOMPARE(static_cast<int>(heard.count("/gap {")), share.count("gap"_s));
-        const double gapBegins = heard.mid(heard.indexOf("/gap {\"from\":") + 13, 17).toDouble(); // 0: there is none
+        // 0 if no gap was published.
+        const double gapBegins = heard.mid(heard.indexOf("/gap {\"from\":") + 13, 17).toDouble();
         QVERIFY2(gapBegins < failedAt + 1, qPrintable(QString::number(gapBegins - failedAt)));
 
-        const QByteArray offline = rowName() + "/state {\"online\":false"; // the will, of the node that goes on
+        const QByteArray offline = rowName() + "/state {\"online\":false"; // the will, published by a running node
         const auto offlineBefore = heard.count(offline);
         isKilled ? first.start() : first.signal(SIGCONT);
         QTRY_VERIFY_WITH_TIMEOUT(isKilled || heard.count(offline) > offlineBefore, 20000);
-        for (int i = isKilled ? 0 : 1; i < 3; ++i) { // a stopped nats-server 2.9 may keep what was retained before
+        // A nats-server 2.9 that was stopped may keep older retained messages.
+        for (int i = isKilled ? 0 : 1; i < 3; ++i) {
             const auto state = [&] {
                 return m_cluster->nodes[i].mosquitto("sub -C 1 -t %1/state"_s.arg(topic)).out.left(14);
             };
@@ -156,7 +158,8 @@ private Q_SLOTS:
         for (int i = 0; i < sent; ++i) {
             QVERIFY2(timesHeard(i) <= 1, qPrintable(floodText(i)));
         }
-        QTRY_COMPARE(share.count("broker"_s), share.count("brokerAway"_s)); // the first of both: 127.0.0.1:1
+        // "brokerAway" counts the failed attempt at 127.0.0.1:1, but no loss of the present connection.
+        QTRY_COMPARE(share.count("broker"_s), share.count("brokerAway"_s));
         QTRY_VERIFY(missingBefore(sent) <= allInGaps());
     }
 

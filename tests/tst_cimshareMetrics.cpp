@@ -3,7 +3,7 @@
 
 using namespace vexmor::Test;
 
-/// What cimshare writes for monitoring, and what --check reads.
+/// The metrics and alerts of cimshare for monitoring, and the option --check.
 class CimshareMetricsTest : public QObject
 {
     Q_OBJECT
@@ -22,15 +22,15 @@ private Q_SLOTS:
         QVERIFY(QDir(gone.path()).removeRecursively());
         const QByteArray begin = contentOf(file);
         QVERIFY(begin.contains("cimshare_interface_connected{interface=\"" + share.name.toLatin1() + "\"} 0\n"));
-        QVERIFY(!begin.contains("load_ratio"));      // unknown
-        QVERIFY(!begin.contains("silent_seconds"));  // unknown
-        QVERIFY(!begin.contains("cimshare_broker")); // unknown
+        QVERIFY(!begin.contains("load_ratio"));      // not known yet
+        QVERIFY(!begin.contains("silent_seconds"));  // not known yet
+        QVERIFY(!begin.contains("cimshare_broker")); // not known yet
         SClient client(share), second(share);
         share.put("123#1122 124#");
         client.write("< send 7F 3 11 22 33 >< send 80 1 11 >");
         share.gateway.sendStatus(0x08);
         notABroker.close();
-        share.misbehave(&SSimFaults::mute); // from now on silent
+        share.misbehave(&SSimFaults::mute); // silent from now on
         QVERIFY(share.happened("interfaceError"_s));
         QVERIFY(share.happened("silent"_s));
         QTRY_VERIFY_WITH_TIMEOUT(contentOf(file).contains("silent_seconds"), 20000);
@@ -62,9 +62,9 @@ private Q_SLOTS:
         const SOutcome checked = run("promtool check metrics < "_s + file);
         QVERIFY2(checked.exitCode == 0, checked.err);
         QCOMPARE(checked.err, QByteArray());
-        QVERIFY(QFileInfo(file).permission(QFile::ReadOther)); // node_exporter is another user
+        QVERIFY(QFileInfo(file).permission(QFile::ReadOther)); // node_exporter runs as another user
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{"cimshare.prom"_s});
-        QVERIFY(unwritable.text("metrics"_s).startsWith(gone.path())); // and it goes on
+        QVERIFY(unwritable.text("metrics"_s).startsWith(gone.path())); // reported, and the service continues
     }
 
     void alertRules()
@@ -101,7 +101,7 @@ private Q_SLOTS:
         row("no file", "sim --mqtt x --mqtt-ca /no/ca.pem"_s, 2, "/no/ca.pem cannot be used");
         row("no configuration", "--config /no/file"_s, 2, "/no/file");
     }
-    /// Nothing is connected, listened on, looked up or written: all of that would fail.
+    /// The check does not connect, listen, look up names or write: all of that would fail here.
     void check()
     {
         SServer taken;

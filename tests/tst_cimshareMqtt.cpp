@@ -11,7 +11,7 @@ using namespace vexmor::Test;
 
 namespace
 {
-/// A broker as Debian has it, on a port of its own.
+/// The broker mosquitto of Debian, on a port of its own.
 struct SBroker {
     explicit SBroker(const QByteArray& rules = "allow_anonymous true\n")
     {
@@ -46,7 +46,7 @@ struct SBroker {
     SProgram program;
 };
 
-/// mosquitto_sub: what was published, a line each, or several of a batch.
+/// The program mosquitto_sub, with a record of all publications: a line for each, or several lines for a batch.
 struct SSubscriber {
     explicit SSubscriber(const SBroker& broker, const QString& topic = "#"_s, const QString& format = "%t %p"_s)
     {
@@ -59,11 +59,11 @@ struct SSubscriber {
         return QTest::qWaitFor([&] { return heard.contains(text); }, 10000);
     }
 
-    QByteArray heard; // outlives the program, which may still print while it is stopped
+    QByteArray heard; // must outlive the program, which may print until it has stopped
     SProgram program;
 };
 
-/// A broker that acknowledges no publication. It keeps what it reads.
+/// A broker that acknowledges no publication, and records the publications.
 struct SForgetfulBroker : SServer {
     SForgetfulBroker()
     {
@@ -93,9 +93,9 @@ struct SForgetfulBroker : SServer {
         const QByteArray body = bytes.mid(begin, length);
         const int type = bytes.at(0) & 0xf0, flags = bytes.at(0) & 0x0f;
         bytes.remove(0, begin + length);
-        if (type == 0x10) { // connection
+        if (type == 0x10) { // connect
             link->write(hex("20020000"));
-        } else if (type == 0xc0) { // alive?
+        } else if (type == 0xc0) { // ping
             link->write(hex("d000"));
         } else if (type == 0x30) {
             const int topicLength = body.at(1), idLength = (flags & 6) != 0 ? 2 : 0;
@@ -104,7 +104,7 @@ struct SForgetfulBroker : SServer {
         }
         return true;
     }
-    /// Number of publications with flags and the end of a topic, like "3 state".
+    /// Returns the number of publications that begin with flags and the last part of the topic, like "3 state".
     int count(const QByteArray& begin) const
     {
         return static_cast<int>(std::count_if(heard.begin(), heard.end(),
@@ -117,7 +117,7 @@ struct SForgetfulBroker : SServer {
 };
 } // namespace
 
-/// A bus at a broker of other people.
+/// The MQTT bridge of cimshare with the broker mosquitto.
 class CimshareMqttTest : public QObject
 {
     Q_OBJECT
@@ -146,11 +146,11 @@ private Q_SLOTS:
             const QString end = " "_s + share.name + " "_s + floodText(i) + " R"_s;
             QVERIFY2(lines.at(i).startsWith('('), lines.at(i));
             QVERIFY2(lines.at(i).endsWith(end.toLatin1()), lines.at(i));
-            const QByteArray time = lines.at(i).mid(1, 17); // seconds.microseconds
+            const QByteArray time = lines.at(i).mid(1, 17); // as seconds.microseconds
             QVERIFY2(time > std::exchange(before, time), lines.at(i));
             QCOMPARE(frames.at(i + 1).split(' ').at(3), time);
         }
-        QVERIFY(all.heard.count("/rx (") < 1000); // batches
+        QVERIFY(all.heard.count("/rx (") < 1000); // messages are published in batches
         share.gateway.sendStatus(0x08);
         QVERIFY(all.hears(topic + "/error {\"number\":8,\"text\":\"T93 CAN bus off error.\",\"time\":"));
         client.write("< send 123 1 11 >");
@@ -162,7 +162,7 @@ private Q_SLOTS:
         QVERIFY(all.hears("site/state {\"online\":false,"));
     }
 
-    /// Everything is as the installed schema says, and the state of the service answers for the interfaces.
+    /// All payloads comply with the installed schema, and the state of the service includes the interfaces.
     void publishesJson()
     {
         REQUIRE_TOOL("jsonschema");
@@ -175,7 +175,7 @@ private Q_SLOTS:
         };
         QVERIFY(all.hears(state("1") + '1'));
         SClock clock;
-        share.gateway.flood(5000); // all identifiers, twice and more
+        share.gateway.flood(5000); // every identifier at least twice
         QVERIFY(all.hears(topic + "/last/123 {\"time\":"));
         QVERIFY(all.hears(R"(,"id":291,"data":"0000000000001123","direction":"rx"})"));
         broker.publish("site/"_s + share.name + "/send"_s,
@@ -189,7 +189,7 @@ private Q_SLOTS:
         broker.program.stop();
         QVERIFY(share.happened("brokerAway"_s));
         share.gateway.flood(10);
-        broker.start(); // it has forgotten everything
+        broker.start(); // the restarted broker has no retained messages
         QVERIFY(share.happened("gap"_s));
         SSubscriber later(broker);
         QVERIFY(later.hears(topic + "/gap {\"from\":"));
@@ -202,7 +202,7 @@ private Q_SLOTS:
         const SOutcome kinds = run(QStringLiteral(CIM_MQTT_SCHEMA " ") + file);
         QVERIFY2(kinds.exitCode == 0, kinds.err);
         QCOMPARE(kinds.out, QByteArray("error gap load message messages refused service state\n"));
-        share.start(); // to end well
+        share.start(); // so that the fixture can end it properly
         QVERIFY(share.happened("broker"_s));
     }
 
@@ -236,15 +236,16 @@ private Q_SLOTS:
         QVERIFY(share.happened("sameTopic"_s));
         QVERIFY(listening.happened("sameTopic"_s));
         share.end();
-        broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s}); // would be sent at every connection
+        // It would otherwise be sent in every connection.
+        broker.publish("site/"_s + share.name + "/send"_s, "126#", {"-r"_s});
         share.start();
         QVERIFY(all.hears("/refused {\"line\":\"126#\",\"reason\":\"retained\"}"));
         QCOMPARE(share.sent.size(), 202);
         QVERIFY(listening.sent.isEmpty());
     }
 
-    /// The state stays true when something else publishes it, and when a service starts again while the broker still
-    /// has its old connection, as after a power cut.
+    /// The state stays correct when another program publishes it, and when a service restarts while its old connection
+    /// still exists at the broker, as after a power cut.
     void stateStaysTrue()
     {
         const SBroker broker;
@@ -269,7 +270,7 @@ private Q_SLOTS:
         QVERIFY(share.happened("sameTopic"_s));
     }
 
-    /// Other clients notice nothing of it, and no memory is used for it.
+    /// A flood of publications neither delays other clients nor uses memory.
     void floodOfPublications()
     {
         const SBroker broker;
@@ -277,7 +278,7 @@ private Q_SLOTS:
         SShare share(broker.options("--allow-send --socketcand 0"_s));
         QVERIFY(share.happened("broker"_s));
         SClient client(share, "controlmode");
-        const auto memory = [&] { // the most it ever used, in KiB
+        const auto memory = [&] { // the largest amount used so far, in KiB
             const QByteArray status = contentOf("/proc/%1/status"_s.arg(share.program.processId()));
             return status.mid(status.indexOf("VmHWM:") + 6, 12).trimmed().split(' ').first().toInt();
         };
@@ -302,14 +303,15 @@ private Q_SLOTS:
         }
         std::sort(echoes.begin(), echoes.end());
         QVERIFY2(echoes[20] < 200, qPrintable(QString::number(echoes[20])));
-        // A sanitizer keeps what was freed.
+        // A sanitizer keeps freed memory.
         QVERIFY2(*CIM_SANITIZE != '\0' || memory() - before < 16 * 1024,
                  qPrintable(QString::number(memory() - before)));
-        static const QRegularExpression MANY("\"further\":\\d{5}"_s); // of several publications
+        static const QRegularExpression MANY("\"further\":\\d{5}"_s); // counted over several publications
         QVERIFY(QTest::qWaitFor([&] { return MANY.match(QString::fromLatin1(all.heard)).hasMatch(); }));
     }
 
-    /// What could not be published is told as a gap of that length; who serves others is not held up.
+    /// Messages that could not be published are reported as a gap of that length, and other clients are served
+    /// meanwhile.
     void brokerGoesAndComes_data() { rows({"killed", "stuck"}); }
     void brokerGoesAndComes()
     {
@@ -323,7 +325,7 @@ private Q_SLOTS:
         QVERIFY(share.happened("broker"_s));
         isKilled ? broker.program.stop() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGSTOP));
         QVERIFY(!isKilled || share.happened("brokerAway"_s));
-        const int messages = isKilled ? 1000 : 200'000; // more than may wait
+        const int messages = isKilled ? 1000 : 200'000; // more messages than may wait
         share.gateway.flood(messages);
         QTRY_COMPARE_WITH_TIMEOUT(client.heard.count('>'), messages + 1, 30000);
         isKilled ? broker.start() : void(::kill(static_cast<pid_t>(broker.program.processId()), SIGCONT));
@@ -334,20 +336,21 @@ private Q_SLOTS:
         QTRY_VERIFY((share.put("123#"), all.heard.contains(" 123# R")));
     }
 
-    /// What is published once is sent again after a loss, and before anything newer. It waits within limits.
+    /// An unacknowledged event is sent again after a loss, before anything newer. The number of waiting events is
+    /// bounded.
     void brokerThatAcknowledgesNothing()
     {
         SForgetfulBroker broker;
         SShare share("--allow-send --mqtt-topic site --mqtt 127.0.0.1:%1"_s.arg(broker.serverPort()));
         QTRY_VERIFY(broker.heard.join().contains(R"("connected":true)"));
         share.gateway.sendStatus(0x08);
-        QTRY_COMPARE(broker.count("2 error"), 1); // quality 1, not retained
+        QTRY_COMPARE(broker.count("2 error"), 1); // quality of service 1, not retained
         share.put("123#");
         QTRY_COMPARE(broker.count("0 rx"), 1);
         broker.link->abort();
         broker.heard.clear();
-        QTRY_COMPARE(broker.count("3 load"), 1); // the last of what each connection begins with
-        QCOMPARE(broker.count("10 error"), 1);   // the same again
+        QTRY_COMPARE(broker.count("3 load"), 1); // the last publication at the beginning of a connection
+        QCOMPARE(broker.count("10 error"), 1);   // the same error, sent again
         QCOMPARE(broker.count("0 rx"), 0);
         const QByteArray send = "site/" + share.name.toLatin1() + "/send", lines = QByteArray("x\n").repeated(100);
         const auto publish = [&](const QByteArray& payload) {
@@ -355,12 +358,12 @@ private Q_SLOTS:
             broker.link->write("\x30" + QByteArray(1, static_cast<char>(size % 128 + 128)) +
                                static_cast<char>(size / 128) + '\0' + static_cast<char>(send.size()) + send + payload);
         };
-        for (int i = 1; i <= 100; ++i) { // eleven answers each
+        for (int i = 1; i <= 100; ++i) { // eleven answers for each publication
             publish(lines);
             QTRY_VERIFY(broker.count("2 refused") >= std::min(11 * i, 950));
         }
         publish("124#");
-        QTRY_COMPARE(broker.count("0 tx"), 1); // after everything before
+        QTRY_COMPARE(broker.count("0 tx"), 1); // published after all earlier events
         QVERIFY2(broker.count("2 refused") < 1000, qPrintable(QString::number(broker.count("2 refused"))));
         const auto isAgain = [](const QByteArray& one) { return one.startsWith('1'); };
         QVERIFY(std::is_partitioned(broker.heard.begin(), broker.heard.end(), isAgain));
@@ -374,15 +377,15 @@ private Q_SLOTS:
         QTcpSocket* const link = broker.nextPendingConnection();
         QTRY_VERIFY(link->bytesAvailable() > 8);
         link->setReadBufferSize(1);
-        QCOMPARE(link->readAll().mid(2, 7), QByteArray("\0\x04MQTT\x04", 7)); // MQTT 3.1.1
+        QCOMPARE(link->readAll().mid(2, 7), QByteArray("\0\x04MQTT\x04", 7)); // the header of MQTT 3.1.1
         link->write(hex("20020000"));
         QVERIFY(share.happened("broker"_s));
         share.gateway.flood(300'000);
-        QVERIFY(share.happened("lost"_s, 1, 30000)); // as many wait as may
+        QVERIFY(share.happened("lost"_s, 1, 30000)); // the limit of waiting messages is reached
         share.end();
     }
 
-    /// Whatever a broker sends, other clients are served, and the connection is tried again or goes on.
+    /// Whatever a broker sends, other clients are served, and the connection continues or is retried.
     void brokerThatErrs_data()
     {
         const auto row = columns<QByteArray, QString, QString>("answer", "event", "text");
@@ -428,10 +431,10 @@ private Q_SLOTS:
         QTRY_COMPARE(client.seen(), "123#11"_s);
     }
 
-    /// A log that nobody reads any more holds nothing up.
+    /// A log that is not read any more delays nothing.
     void unreadOutput()
     {
-        const QString options = "--socketcand %1"_s.arg(SServer().serverPort()); // which is free then
+        const QString options = "--socketcand %1"_s.arg(SServer().serverPort()); // a free port
         SShare share(options);
         share.end();
         const QTemporaryDir folder;
@@ -440,15 +443,15 @@ private Q_SLOTS:
         const int reader = ::open(pipe.constData(), O_RDWR | O_CLOEXEC);
         ::fcntl(reader, F_SETPIPE_SZ, 4096);
         share.program.setStandardOutputFile(QString::fromLocal8Bit(pipe));
-        share.program.start(QStringLiteral(CIM_CIMSHARE), share.arguments); // its port is known from before
+        share.program.start(QStringLiteral(CIM_CIMSHARE), share.arguments); // listens on the same port
         const auto connects = [&] {
             QTcpSocket socket;
             socket.connectToHost(QHostAddress(QHostAddress::LocalHost), share.port("socketcand"_s));
             return socket.waitForConnected();
         };
         QTRY_VERIFY(connects());
-        for (int i = 0; i < 100; ++i) { // an address has more places
-            QVERIFY(connects());        // two lines each: the pipe holds fewer
+        for (int i = 0; i < 100; ++i) { // fewer than the places of one address
+            QVERIFY(connects());        // two lines each: more than fit into the pipe
         }
         SClient client(share);
         QVERIFY(client.asks("< echo >", "< echo >"));
@@ -489,7 +492,7 @@ private Q_SLOTS:
         row("key of another certificate", client + "ca.key"_s, "ca.key cannot be used: key values mismatch"_s);
         row("encrypted key", client + "locked.key"_s, "locked.key cannot be used: interrupted or cancelled"_s);
     }
-    /// They are refused at the start, not at each connection.
+    /// Unusable files are reported at the start, not at each connection.
     void unusableFiles()
     {
         REQUIRE_TOOL("openssl");
@@ -505,7 +508,7 @@ private Q_SLOTS:
 
     void whoMayConnect_data()
     {
-        const auto row = columns<QString, QString>("options", "refusal"); // empty: it may
+        const auto row = columns<QString, QString>("options", "refusal"); // empty: the connection is accepted
         const QString key = " --mqtt-cert F/client.pem --mqtt-key F/client.key"_s;
         const QString name = " --mqtt-credentials F/right"_s;
         row("everything right", "--mqtt-ca F/ca.pem"_s + key + name, {});

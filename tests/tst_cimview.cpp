@@ -23,7 +23,7 @@ namespace
 const QString HALL = "hall"_s;
 const QString STAGE = "stage"_s;
 
-/// A window as the program shows it, and a gateway.
+/// The window of the program, and a gateway.
 struct SWindow : SGateway {
     SWindow() : workbench(plugins), window(std::make_unique<CMainWindow>(workbench))
     {
@@ -37,7 +37,7 @@ struct SWindow : SGateway {
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
     EConnection state(const QString& name) { return at(name).status().connection; }
-    /// The text, and the mark in parentheses.
+    /// Returns the shown state of an interface, with its mark in parentheses.
     QString shownState(const QString& name)
     {
         const QModelIndex state = list().index(list().rowOf(name), CInterfaceList::eState);
@@ -63,7 +63,7 @@ struct SWindow : SGateway {
         return QTest::qWaitFor([&] { return peer.tcpHostCount() == 1 && at(name).status().isIdentified(); });
     }
     QString cell(int row, int column) { return trace().index(row, column).data().toString(); }
-    /// The whole trace, as "INTERFACE DIRECTION ID DATA".
+    /// Returns the sorted rows of the trace, each as "INTERFACE DIRECTION ID DATA".
     QStringList lines()
     {
         QStringList lines;
@@ -74,7 +74,7 @@ struct SWindow : SGateway {
         lines.sort();
         return lines;
     }
-    /// Fills fields of the dialog that comes, the first with such a name, and presses one key after the other.
+    /// Fills the first fields named `fields` of the next dialog, and presses one key after the other.
     void press(std::vector<Qt::Key> keys, const QStringList& texts = {}, const QString& fields = {})
     {
         QTimer::singleShot(0, window.get(), [=]() mutable {
@@ -85,13 +85,13 @@ struct SWindow : SGateway {
                 }
                 const Qt::Key key = keys.front();
                 keys.erase(keys.begin());
-                QTimer::singleShot(5000, dialog, &QWidget::close); // it stays open where a text is refused
+                QTimer::singleShot(5000, dialog, &QWidget::close); // closes a dialog that refuses a text
                 QTest::keyClick(dialog->focusWidget() != nullptr ? dialog->focusWidget() : dialog, key);
             }
             keys.empty() ? void() : press(keys, texts, fields);
         });
     }
-    /// Sends what is typed, and compares that it is refused since no gateway has answered.
+    /// Types and sends a message, and checks that it is refused because no gateway has answered.
     void refusesWithoutAnswer()
     {
         id->setText("97"_s);
@@ -116,17 +116,17 @@ struct SWindow : SGateway {
     QLineEdit* id = nullptr;
     QLineEdit* data = nullptr;
     QLabel* problem = nullptr;
-    QString question; ///< of the last dialog in which a key was pressed
+    QString question; ///< The text of the last dialog in which a key was pressed.
 };
 
-/// Whether a field is in the colour of wrong text.
+/// Returns whether a field has the colour of invalid text.
 bool isMarked(const QLineEdit* field)
 {
     return field->palette().text().color() == wrongText(field->palette().base().color());
 }
 } // namespace
 
-/// The window and what stands behind it, on simulated gateways.
+/// The window and the objects behind it, with simulated gateways.
 class CimviewTest : public QObject
 {
     Q_OBJECT
@@ -134,8 +134,9 @@ class CimviewTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0"); // they would stand in what is read
-        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {       // for programs that are started
+        // Suppressions would appear in the output that the test reads.
+        qputenv("LSAN_OPTIONS", qgetenv("LSAN_OPTIONS") + ":print_suppressions=0");
+        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) { // for programs that are started
             qputenv(variable, m_folder.path().toLocal8Bit());
         }
     }
@@ -150,7 +151,7 @@ private Q_SLOTS:
 
     void commandLine_data()
     {
-        const auto row = columns<int, QString>("exitCode", "error"); // an expression
+        const auto row = columns<int, QString>("exitCode", "error"); // a regular expression
         row("--bogus", 2, "^error: .*--bogus.*\n$"_s);
         row("--sim /nowhere/a.log", 2, "^error: .*/nowhere/a.log.*\n$"_s);
         row("nowhere", 2, "^error: .*nowhere.*\n$"_s);
@@ -197,7 +198,7 @@ private Q_SLOTS:
         QCOMPARE(events.eventAt(0).number, 103);
         QCOMPARE(run.state(STAGE), EConnection::eClosed);
         QCOMPARE(run.shownState(STAGE), "not opened, code 103 (3)"_s);
-        run.open(STAGE, deaf.serverPort()); // once more
+        run.open(STAGE, deaf.serverPort()); // a second attempt
         QCOMPARE(run.state(STAGE), EConnection::eConnecting);
         run.list().at(0).close();
         QVERIFY(run.openAndWait(HALL, run.gateway));
@@ -207,7 +208,7 @@ private Q_SLOTS:
         run.bus.send(message(0x123));
         QTRY_COMPARE(run.trace().rowCount(), 1);
         QCOMPARE(run.shownState(HALL), "connected (1)"_s);
-        run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot come back
+        run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot reconnect
         run.gateway.dropLinks();
         QTRY_COMPARE(run.state(HALL), EConnection::eLost);
         QTRY_COMPARE(events.unread(), 4);
@@ -216,14 +217,14 @@ private Q_SLOTS:
         QCOMPARE(lost.source, HALL);
         QVERIFY(lost.text.startsWith("TCP connection lost."_s));
         QVERIFY(lost.text.contains("- network cable"_s));
-        run.list().send(HALL, message(0x100)); // refused with a code, counted in one row
+        run.list().send(HALL, message(0x100)); // refused with a code; both count in one row
         run.list().send(HALL, message(0x100));
         QTRY_COMPARE(events.unread(), 6);
         QCOMPARE(run.lastEvent().number, 109);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
         dock->raise();
-        QTRY_COMPARE(events.unread(), 0); // looked at
+        QTRY_COMPARE(events.unread(), 0); // the user sees the events
         run.workbench.warn("seen at once"_s);
         QCOMPARE(dock->windowTitle(), "Events"_s);
         QCOMPARE(run.shownState(HALL), "lost, trying again (3)"_s);
@@ -233,11 +234,12 @@ private Q_SLOTS:
         run.bus.send(message(0x123));
         QTRY_COMPARE(run.trace().rowCount(), 2);
         const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
-        QCOMPARE(identifiers.index(0, CIdentifierModel::eGreatest).data(), QVariant(QString())); // it was an outage
+        // An outage is no period.
+        QCOMPARE(identifiers.index(0, CIdentifierModel::eGreatest).data(), QVariant(QString()));
     }
 
     void endsCleanly_data() { rows({"busy", "scan"}); }
-    void endsCleanly() // with one interface quiet, one flooded that sends, one opening, and a scan
+    void endsCleanly() // one interface idle, one busy both ways, one opening; a scan
     {
         SGateway stays;
         const SDeafPort deaf;
@@ -269,11 +271,11 @@ private Q_SLOTS:
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(run.gateway);
         QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
-        for (int round = 1; round <= 2; ++round) { // the second finds nothing new
+        for (int round = 1; round <= 2; ++round) { // the second scan finds nothing new
             run.workbench.startScan();
             QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
             QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
-            QCOMPARE(run.list().rowCount(), 2); // over TCP and over UDP
+            QCOMPARE(run.list().rowCount(), 2); // one over TCP, one over UDP
             const auto* const table = run.window->findChild<QTableView*>("InterfaceColumns"_s);
             QCOMPARE(table->selectionModel()->selectedRows().size(), 2);
             QCOMPARE(run.window->statusBar()->currentMessage(), "Scan finished: 2 found, %1 new"_s.arg(4 - 2 * round));
@@ -284,17 +286,18 @@ private Q_SLOTS:
         QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
     }
 
-    /// The window is busy while a link is lost and regained.
+    /// A link is lost and re-established while the window is busy.
     void shortLossIsReported()
     {
         SWindow run;
-        QTcpServer gateway; // waits without the event loop
+        QTcpServer gateway; // can wait without the event loop
         QVERIFY(gateway.listen(QHostAddress::LocalHost));
         run.open(HALL, gateway.serverPort());
         QVERIFY(gateway.waitForNewConnection(5000));
         QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
         run.refusesWithoutAnswer();
-        run.at(HALL).setCyclic(1, message(0x97), 150); // less often than the state is looked at
+        // The period is longer than that of the checks of the state.
+        run.at(HALL).setCyclic(1, message(0x97), 150);
         gateway.nextPendingConnection()->abort();
         QVERIFY(gateway.waitForNewConnection(5000));
         QTcpSocket* const link = gateway.nextPendingConnection();
@@ -310,8 +313,9 @@ private Q_SLOTS:
     {
         SWindow run;
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        for (const QString& typed : {"||"_s, "97F||id"_s, "x||id"_s, "97|0a ff1|"_s, "97|1g|data"_s,
-                                     "97|001122334455667788|data"_s}) { // ID|DATA|what is marked while it is typed
+        // Texts are ID|DATA|FIELD; the field is marked while the user types.
+        for (const QString& typed :
+             {"||"_s, "97F||id"_s, "x||id"_s, "97|0a ff1|"_s, "97|1g|data"_s, "97|001122334455667788|data"_s}) {
             run.id->setText(typed.section(QLatin1Char('|'), 0, 0));
             run.data->setText(typed.section(QLatin1Char('|'), 1, 1));
             QCOMPARE((isMarked(run.id) ? "id"_s : QString()) + (isMarked(run.data) ? "data"_s : QString()),
@@ -325,7 +329,7 @@ private Q_SLOTS:
             QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
         }
         QCOMPARE(run.workbench.sendList().rowCount(), 0);
-        run.list().send(HALL, message(0x555)); // a mark behind what must not be sent
+        run.list().send(HALL, message(0x555)); // a last message, behind those that must not be sent
         QTRY_COMPARE(run.atGateway, QList<CCanMessage>{message(0x555)});
     }
 
@@ -353,7 +357,7 @@ private Q_SLOTS:
         run.gateway.dropLinks();
         QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s, 15000);
 
-        // With another interface open, nothing goes there unasked.
+        // With another interface open, nothing is sent there unless the user chooses it.
         SGateway other;
         QVERIFY(run.openAndWait("other"_s, other.gateway));
         run.at(HALL).close();
@@ -361,9 +365,9 @@ private Q_SLOTS:
         run.problem->clear();
         QTest::keyClick(run.data, Qt::Key_Return);
         QVERIFY2(run.problem->text().contains(HALL), qPrintable(run.problem->text()));
-        run.list().send("other"_s, message(0x555)); // a mark behind what must not be sent
+        run.list().send("other"_s, message(0x555)); // a last message, behind those that must not be sent
         QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
-        QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // it accepts one connection at a time
+        QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // the gateway accepts one connection at a time
         run.at(HALL).open();
         QTRY_VERIFY(run.at(HALL).status().isIdentified());
         CSimGateway stage(run.bus);
@@ -375,7 +379,7 @@ private Q_SLOTS:
         QTRY_COMPARE(run.lines(),
                      vexmor::Test::list("hall RX 100 AA|hall RX 101 BB|stage RX 100 AA|stage TX 101 BB"_s));
         run.gateway.dropLinks();
-        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000); // nothing is sent cyclically
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000); // without "sent cyclically"
         QTRY_COMPARE(sendCyclically(), HALL);
         run.at(HALL).close();
         run.bus.send(message(0x102));
@@ -436,13 +440,13 @@ private Q_SLOTS:
         log.setUrls({QUrl::fromLocalFile(writeFile(m_folder, "no log"))});
         QDragEnterEvent enter({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
         QDropEvent drop({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
-        run.press({Qt::Key_Escape}); // what is not saved stays
+        run.press({Qt::Key_Escape}); // unsaved messages stay
         QCoreApplication::sendEvent(run.window.get(), &enter);
         QCoreApplication::sendEvent(run.window.get(), &drop);
         QVERIFY(!run.question.isEmpty());
         QVERIFY(run.find<QAction>("&Load log ...")->isEnabled());
         run.window->logs().load(m_folder.filePath("a.log"_s));
-        QTRY_COMPARE(run.workbench.events().unread(), 1); // reported, and the trace stays
+        QTRY_COMPARE(run.workbench.events().unread(), 1); // reported; the trace stays
         QCOMPARE(run.trace().rowCount(), 1);
         run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
         QTRY_COMPARE(run.trace().rowCount(), 2);
@@ -451,14 +455,14 @@ private Q_SLOTS:
         QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         QCOMPARE(run.window->windowTitle(), "a.log - CAN interfaces"_s);
         QAction& pause = run.window->messagePanel().pauseAction();
-        run.press({Qt::Key_Escape}); // the log stays
+        run.press({Qt::Key_Escape}); // the log remains shown
         pause.trigger();
         QVERIFY(pause.isChecked());
         QCOMPARE(run.trace().rowCount(), 2);
         run.press({Qt::Key_Return});
         pause.trigger();
         QVERIFY(!pause.isChecked());
-        QCOMPARE(run.lines(), QStringList{"hall RX 100 AA"_s}); // none behind the log
+        QCOMPARE(run.lines(), QStringList{"hall RX 100 AA"_s}); // only new messages, not those of the log
         QCOMPARE(run.window->windowTitle(), "CAN interfaces"_s);
     }
 
@@ -469,7 +473,7 @@ private Q_SLOTS:
             {{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
         QAction* const replay = run.find<QAction>("Re&play what is shown ...");
         replay->trigger();
-        QCOMPARE(run.workbench.events().unread(), 1); // nowhere to send it
+        QCOMPARE(run.workbench.events().unread(), 1); // no interface is open to send them
         QVERIFY(!replay->isChecked());
         QVERIFY(run.openAndWait(HALL, run.gateway));
         run.press({Qt::Key_Return});
@@ -478,8 +482,8 @@ private Q_SLOTS:
         QTRY_VERIFY(!replay->isChecked());
         const QString path = m_folder.filePath("saved.log"_s);
         QVERIFY(run.workbench.feed().isUnsaved());
-        QTRY_COMPARE(run.trace().rowCount(), 4);                          // with those that were sent
-        run.press({Qt::Key_Return}, {path.chopped(4)}, "fileNameEdit"_s); // the ending is added
+        QTRY_COMPARE(run.trace().rowCount(), 4);                          // includes those that were sent
+        run.press({Qt::Key_Return}, {path.chopped(4)}, "fileNameEdit"_s); // the extension is added
         run.find<QAction>("&Save log ...")->trigger();
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
         QVERIFY(contentOf(path).startsWith("(1.000000) hall 123#11\n"));
@@ -520,7 +524,7 @@ private Q_SLOTS:
         SWindow run;
         run.workbench.feed().show({{0, message(1, hex("AA")), 0, false}, {0, message(2, hex("BB")), 0, false}});
         QCOMPARE(run.find<QLineEdit>(text, "placeholderText")->text(), "bb"_s);
-        QCOMPARE(run.trace().rowCount(), 1); // and it filters
+        QCOMPARE(run.trace().rowCount(), 1); // the loaded filter applies
         QCOMPARE(run.workbench.sendList().rowCount(), 1);
         QCOMPARE(run.window->size(), QSize(1000, 700));
         auto* const send = run.window->findChild<QDockWidget*>("Send"_s);
@@ -529,7 +533,7 @@ private Q_SLOTS:
         QVERIFY(!send->isHidden());
         QVERIFY(!send->widget()->isEnabled());
         QCOMPARE(send->height(), send->titleBarWidget()->sizeHint().height());
-        run.find<QAction>("Send")->trigger(); // Ctrl and a number
+        run.find<QAction>("Send")->trigger(); // the action of Ctrl and a number
         QVERIFY(send->widget()->isEnabled());
         QTRY_VERIFY(send->height() > 100);
     }
@@ -551,7 +555,7 @@ private Q_SLOTS:
         }
         QCOMPARE(rows, "134143"_s);
         QVERIFY(!run.window->messagePanel().followAction().isChecked());
-        QCOMPARE(run.trace().rowCount(), 5); // it is no filter
+        QCOMPARE(run.trace().rowCount(), 5); // the search does not filter
         text->setText("DD"_s);
         run.find<QAction>("Find ne&xt")->trigger();
         QVERIFY(isMarked(text));
@@ -562,7 +566,7 @@ private Q_SLOTS:
         QCOMPARE(run.cell(0, CTraceModel::eId), "100"_s);
         QVERIFY(run.find<QLabel>("3, 2 hidden by the filter")->isVisible());
         run.window->messagePanel().traceView().selectRow(0);
-        hide->trigger(); // the other one, too
+        hide->trigger(); // hides the other identifier, too
         QTRY_COMPARE(run.trace().rowCount(), 0);
     }
 
@@ -592,7 +596,7 @@ private Q_SLOTS:
             (void)run.list().add("i%1"_s.arg(i), {{StoreKey::ADDRESS, "127.0.0.1"_s}}, true);
         }
         auto& selection = *run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectionModel();
-        for (const auto& [last, isCut] : {std::pair(10, false), {11, true}}) { // named: ten at most
+        for (const auto& [last, isCut] : {std::pair(10, false), {11, true}}) { // at most ten are named
             selection.clear();
             selection.select({run.list().index(1, 0), run.list().index(last, 0)},
                              QItemSelectionModel::Select | QItemSelectionModel::Rows);
@@ -642,7 +646,7 @@ private Q_SLOTS:
 
 private:
     const CPrivateStore m_store;
-    const QTemporaryDir m_folder; // of programs that are started
+    const QTemporaryDir m_folder; // The home of the programs that the test starts.
 };
 
 QTEST_MAIN(CimviewTest)

@@ -37,7 +37,7 @@ QString cell(const QAbstractItemModel& model, int row, int column)
     return model.index(row, column).data().toString();
 }
 
-/// The texts of all rows in these columns, with bars between the cells.
+/// Returns the texts of all rows in these columns, with bars between the cells.
 QStringList lines(const QAbstractItemModel& model, std::initializer_list<int> columns)
 {
     QStringList lines;
@@ -50,7 +50,7 @@ QStringList lines(const QAbstractItemModel& model, std::initializer_list<int> co
     return lines;
 }
 
-/// How many messages a trace shows, and the identifiers of the first and the last.
+/// Returns how many messages a trace shows, and the identifiers of the first and the last one.
 QString range(const CTraceModel& trace)
 {
     const int last = trace.rowCount() - 1;
@@ -58,7 +58,7 @@ QString range(const CTraceModel& trace)
 }
 } // namespace
 
-/// What the window shows, without the window.
+/// The models behind the window, without the window.
 class CimviewModelsTest : public QObject
 {
     Q_OBJECT
@@ -66,7 +66,8 @@ class CimviewModelsTest : public QObject
 private Q_SLOTS:
     void matcher_data()
     {
-        // FILTERS|TEXT, after ! where they do not match 123 [4] 41 62 0F F0 of "hall A", received.
+        // Rows are FILTERS|TEXT, with "!" in front if they must not match the received message "123 [4] 41 62 0F F0"
+        // of "hall A".
         rows({"120:7F0|", " 7FF, 123 |", "|62 0f", "|620ff0", "|ab..", "|HALL", "|amplifier", "|type 4", "|rx 1",
               "!|tx", "!124|hall"});
     }
@@ -94,18 +95,19 @@ private Q_SLOTS:
         }
         QCOMPARE((QStringList{names.idText(0x123), names.idText(0x124), names.idText(0x7FF)}),
                  list("123 Amplifier left|124|7FF last"_s));
-        for (int number = 0; number <= 65536; ++number) { // one more than there are numbers of interfaces
+        for (int number = 0; number <= 65536; ++number) { // one more than the numbers of interfaces
             QCOMPARE(int(names.numberOf(QString::number(number))), std::min(number, 65535));
         }
     }
 
     void traceShowsTheLast_data()
     {
-        // So many messages at a time, numbered through, of which 100 are kept; the filter is set behind the first.
+        // The row name has the numbers of messages that are appended in each step; 100 messages are kept. The filter is
+        // set after the first step.
         const auto row = columns<QString, QString>("filter", "shown");
         row("95 5", {}, "100: 000 to 063"_s);
         row("95 20", {}, "100: 00F to 072"_s);
-        row("95 20 1", {}, "91: 019 to 073"_s); // one too many: a tenth goes
+        row("95 20 1", {}, "91: 019 to 073"_s); // one too many: a tenth is dropped
         row("95 1000", {}, "100: 3E3 to 446"_s);
         row("32 64", "008:00F"_s, "6: 008 to 058"_s);
         row("32 64 30", "008:00F"_s, "6: 028 to 078"_s);
@@ -132,12 +134,12 @@ private Q_SLOTS:
         for (const int first : {0, 50, 100}) {
             feed.addLive(numbered(first, 50));
         }
-        QCOMPARE(feed.waitingCount(), std::size_t(90)); // a full one drops a tenth more than it has to
+        QCOMPARE(feed.waitingCount(), std::size_t(90)); // a full buffer drops a tenth more than necessary
         feed.setPaused(false);
         QCOMPARE(range(feed.trace()), "90: 03C to 095"_s);
         QCOMPARE(feed.waitingCount(), std::size_t(0));
         feed.trace().setTime(CTraceModel::ETime::eSinceStart);
-        for (const std::int64_t start : {3000000, 9000000}) { // times count from the first message behind a clear
+        for (const std::int64_t start : {3000000, 9000000}) { // times count from the first message after a clear
             QVERIFY(feed.isUnsaved());
             feed.clear();
             feed.markSaved(0);
@@ -167,7 +169,7 @@ private Q_SLOTS:
             model.setNow(time);
             return model.index(1, CIdentifierModel::eData).data(CIdentifierModel::CHANGED_BYTES_ROLE).toInt();
         };
-        QCOMPARE(marksAt(1 + 20 * MS), 0b110); // a byte that was not there before is a change, too
+        QCOMPARE(marksAt(1 + 20 * MS), 0b110); // an additional byte is a change, too
         QCOMPARE(marksAt(1 + 10 * MS + CIdentifierModel::MARK_MICROSECONDS), 0b100);
         QCOMPARE(marksAt(1 + 20 * MS + CIdentifierModel::MARK_MICROSECONDS), 0);
         const SBusRecord error = record(0x200, hex("90FFFE"));
@@ -182,7 +184,7 @@ private Q_SLOTS:
 
     void rateIsThatOfTheLastSeconds_data()
     {
-        // Of 50 messages every 20 ms for so many seconds, seen by the model some time after the last.
+        // Rows have a number of pieces, one every 20 ms with 50 messages each, and the time after the last one.
         const auto row = columns<int, std::int64_t, QString>("pieces", "afterMs", "rate");
         row("half a second old", 25, 100, "1250.0"_s);
         row("a second old", 50, 100, "2500.0"_s);
@@ -196,9 +198,9 @@ private Q_SLOTS:
         constexpr std::int64_t PIECE = 20000;
         const int pieces = cell<int>("pieces");
         CIdentifierModel model(m_names);
-        QString shown; // by a view, which looks when it has to
+        QString shown; // as a view shows it, which reads when it is notified
         connect(&model, &CIdentifierModel::dataChanged, this, [&] { shown = cell(model, 0, CIdentifierModel::eRate); });
-        std::vector<SBusRecord> records; // all of a piece at once, as they are read from a socket
+        std::vector<SBusRecord> records; // all of a piece together, as a socket delivers them
         for (int i = 0; i < pieces * 50; ++i) {
             records.push_back(record(0x123, {}, START + i / 50 * PIECE + i % 50));
         }
@@ -215,9 +217,9 @@ private Q_SLOTS:
         CIdentifierModel model(m_names);
         model.append({record(1, {}, 10 * MS), record(1, {}, 20 * MS), record(2, {}, 20 * MS, 1)});
         model.interrupt(0, 25 * MS);
-        model.append({record(1, {}, 24 * MS)}); // was on its way
+        model.append({record(1, {}, 24 * MS)}); // was received before the interruption
         model.append({record(1, {}, 9000 * MS), record(1, {}, 9007 * MS), record(1, {}, 9016 * MS)});
-        model.append({record(2, {}, 9000 * MS, 1)}); // of another interface
+        model.append({record(2, {}, 9000 * MS, 1)}); // from another interface
         QCOMPARE(lines(model, {CIdentifierModel::eLeast, CIdentifierModel::eGreatest}),
                  (QStringList{"7.0|10.0"_s, "8980.0|8980.0"_s}));
     }
@@ -236,14 +238,14 @@ private Q_SLOTS:
 
     void busloadLines_data()
     {
-        // Samples as SECONDS-AGO:PERCENT, in 120 to 100 pixels; lines as X,Y.
+        // Samples are SECONDS-AGO:PERCENT, lines are points X,Y in a rectangle of 120 x 100 pixels.
         const auto row = columns<QString>("lines");
         row("60:20 50:40", "60,80 70,60 "_s);
         row("60:20 50:? 40:30 30:? 30:? 20:5 10:6", "60,80 |80,70 |100,95 110,94 "_s);
-        row("140:1 130:10 60:20", "-10,90 60,80 "_s); // the line comes in from the left
+        row("140:1 130:10 60:20", "-10,90 60,80 "_s); // the line enters from the left
         row("130:10 125:? 60:20", "60,80 "_s);
         row("60:100 50:0 40:120", "60,0 70,100 80,-20 "_s);
-        row("605:3 5:10", "-485,97 115,90 "_s); // ten minutes are kept
+        row("605:3 5:10", "-485,97 115,90 "_s); // samples of ten minutes are kept
         row("606:3 5:10", "115,90 "_s);
     }
     void busloadLines()
@@ -278,7 +280,7 @@ private Q_SLOTS:
         CEventModel events;
         auto tester = std::make_unique<QAbstractItemModelTester>(&events, FATAL);
         SEvent event{0, EEvent::eInterfaceError, "a"_s, 1, 2, "Wrong.\n\nReasons"_s};
-        // A flood of one kind is one row.
+        // A flood of equal events is one row.
         for (; event.microseconds < 5000 * SECOND; event.microseconds += SECOND / 10) {
             events.add(event);
         }
@@ -291,10 +293,10 @@ private Q_SLOTS:
         events.add(event);
         QCOMPARE(lines(events, {CEventModel::eCount, CEventModel::eText}),
                  (QStringList{"100000|Wrong."_s, "|Wrong."_s, "|Wrong."_s, "|Wrong."_s}));
-        QCOMPARE(events.unread(), 100002); // a note is no error
+        QCOMPARE(events.unread(), 100002); // a notice does not count
         events.markRead();
         QCOMPARE(events.unread(), 0);
-        tester.reset(); // it looks at every row each time
+        tester.reset(); // too slow: it reads all rows after each change
         for (event.number = 3; event.number < 4 + static_cast<int>(CEventModel::CAPACITY); ++event.number) {
             events.add(event);
         }
@@ -304,7 +306,7 @@ private Q_SLOTS:
 
     void sendListRefusesWhatIsNoMessage_data()
     {
-        // What stands afterwards; before: 123 / 11 22 / 100.
+        // The content of the cell afterwards; before, the row has 123 / 11 22 / 100.
         const auto row = columns<int, QString, QString>("column", "typed", "stands");
         row("identifier", int(CSendList::eId), "7ff"_s, "7FF"_s);
         row("identifier of 12 bits", int(CSendList::eId), "800"_s, "123"_s);
@@ -351,9 +353,10 @@ private Q_SLOTS:
         list.setTarget(HALL);
         QVERIFY(start(0));
         QCOMPARE(list.index(0, CSendList::eId).data(MARK_ROLE).toInt(), static_cast<int>(EMark::eGood));
-        list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it runs
+        list.setData(list.index(0, CSendList::eInterval), 20, Qt::EditRole); // while it is sent
         list.setData(list.index(1, CSendList::eInterval), 30, Qt::EditRole);
-        list.setTarget("away"_s); // what runs stays where it is, and a row may have an interface of its own
+        // A running row keeps its interface, and a row may have its own.
+        list.setTarget("away"_s);
         QVERIFY(start(1));
         list.countSent({{0, message(0x123, hex("1122")), m_names.numberOf(HALL), true}}, m_names);
         QCOMPARE(lines(list, {CSendList::eSent, CSendList::eInterface}), (QStringList{"1|hall"_s, "0|stage"_s}));
@@ -371,7 +374,7 @@ private Q_SLOTS:
         QCOMPARE(cell(list, 1, CSendList::eSent), "0"_s);
 
         QSettings settings;
-        list.add({message(1), 0, {}, {}}); // as a hand may have written it
+        list.add({message(1), 0, {}, {}}); // as edited by hand: interval 0
         list.save(settings);
         CSendList loaded;
         loaded.load(settings);
@@ -395,7 +398,7 @@ private Q_SLOTS:
         const bool withDirection = rowName() == "with direction";
         const QString path = m_folder.filePath("saved.log"_s);
         std::vector<SBusRecord> records;
-        for (std::uint16_t i = 0; i < 12000; ++i) { // more than one piece
+        for (std::uint16_t i = 0; i < 12000; ++i) { // loaded in more than one piece
             const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? "hall"_s : "stage"_s);
             records.push_back(record(i % 0x800, hex("0102"), 1398128223803317 + i, source));
             records.back().sent = withDirection && i % 3 == 0;
@@ -422,14 +425,14 @@ private Q_SLOTS:
                            [shown](const auto& a, const auto& b) { return shown(a) == shown(b); }));
         loader.load(writeFile(m_folder, "(1.0) can0 123#11\nnonsense\n(2.0) can0 124#\n"));
         QVERIFY(finished.wait());
-        QCOMPARE(loaded.size(), std::size_t(1)); // what stands before it is shown
+        QCOMPARE(loaded.size(), std::size_t(1)); // the lines before the wrong one are shown
         QCOMPARE(finished.at(0).mid(0, 1) + finished.at(1).mid(0, 1), (QList<QVariant>{12000, 1}));
         QVERIFY2(finished.at(1).at(1).toString().contains("2"_s), "the line is named");
     }
 
     void recordingGoesOnInTheNextFile_data()
     {
-        // Messages, of which 100 fill a file, and the time to one more.
+        // Rows have a number of messages, of which 100 fill a file, and the seconds until one more message.
         const auto row = columns<bool, int, int, int>("isHourly", "messages", "seconds", "files");
         row("same hour", true, 1, 3599, 1);
         row("next hour", true, 1, 3600, 2);
@@ -446,7 +449,7 @@ private Q_SLOTS:
         const auto format = [](const auto&) { return QByteArray("123456789"); };
         const auto period = cell<bool>("isHourly") ? CRecorder::EPeriod::eHour : CRecorder::EPeriod::eDay;
         recorder.start(folder.path(), period, format);
-        const QDateTime begin(QDate::currentDate().addDays(3), QTime(9, 0)); // whenever the test runs
+        const QDateTime begin(QDate::currentDate().addDays(3), QTime(9, 0)); // independent of the time of the test
         recorder.record(numbered(0, cell<int>("messages")), begin);
         recorder.record(numbered(0, 1), begin.addSecs(cell<int>("seconds")));
         recorder.stop();
@@ -455,7 +458,7 @@ private Q_SLOTS:
         for (const QString& name : files) {
             lines += contentOf(folder.filePath(name)).count('\n');
         }
-        QTEST(int(files.size()) - 1, "files"); // one was begun at the start
+        QTEST(int(files.size()) - 1, "files"); // the first file was begun at the start
         QCOMPARE(lines, cell<int>("messages") + 1);
         QCOMPARE(int(recorder.count()), lines);
         recorder.start(folder.filePath("nowhere"_s), period, format);
@@ -479,7 +482,7 @@ private Q_SLOTS:
     {
         CSessionStatistics statistics(1000000000);
         SDelivery delivery;
-        delivery.records = numbered(0, 3); // in one second
+        delivery.records = numbered(0, 3); // three in one second
         delivery.records.push_back(record(1, {}, 1000000));
         delivery.records[1].sent = true;
         delivery.records.push_back(record(2, {}, 1000000, 1));
@@ -517,7 +520,8 @@ Messages that this program lost because it was busy: 6
         QSignalSpy finished(&replay, &CLogReplay::finished);
         const QSignalSpy progressed(&replay, &CLogReplay::progressed);
         QList<int> sent;
-        /// Accepts so many messages; gives the milliseconds that it took.
+        /// Replays records, accepts `accepted` messages and refuses the next one. Returns the milliseconds until the
+        /// end, or -1 if the reported count of messages is wrong.
         const auto play = [&](const std::vector<SBusRecord>& records, int accepted) {
             const SClock clock;
             sent.clear();
@@ -529,10 +533,10 @@ Messages that this program lost because it was busy: 6
         };
         QVERIFY(play({record(1, {}, 5000000), record(2, {}, 5000000), record(3, {}, 5100000)}, 3) >= 100);
         QCOMPARE(sent, (QList<int>{1, 2, 3}));
-        QVERIFY(play(numbered(0, 5), 0) >= 0); // its interface is closed
+        QVERIFY(play(numbered(0, 5), 0) >= 0); // the first message is refused
         replay.setLoop(true);
         replay.setSpeed(1000);
-        const qint64 elapsed = play({record(1, {}, 0), record(2, {}, 100000000)}, 3); // without the speed, 200 s
+        const qint64 elapsed = play({record(1, {}, 0), record(2, {}, 100000000)}, 3); // without the speed: 200 s
         QVERIFY2(elapsed >= 200 && elapsed < 10000, QByteArray::number(elapsed));
         QCOMPARE(sent, (QList<int>{1, 2, 1, 2}));
         QVERIFY(progressed.contains(QList<QVariant>{2, 2}));
@@ -561,7 +565,8 @@ Messages that this program lost because it was busy: 6
         QFile file(QSettings().fileName());
         QVERIFY(file.open(QFile::ReadWrite));
         const QDateTime time = file.fileTime(QFile::FileModificationTime);
-        const QByteArray content = file.readAll().replace("one", "two"); // another program, within a tick of the clock
+        // Another program changes the file, within one tick of the clock.
+        const QByteArray content = file.readAll().replace("one", "two");
         QVERIFY(file.seek(0) && file.write(content) == content.size() && file.flush());
         QVERIFY(file.setFileTime(time, QFile::FileModificationTime));
         QVERIFY(!list.add("attic"_s, settings, true));
@@ -587,12 +592,12 @@ Messages that this program lost because it was busy: 6
         const auto [count, added] = list.addFound(std::move(found));
         QCOMPARE(count, 3);
         QCOMPARE(added, 2);
-        QLocale::setDefault(QLocale::English); // C knows no numbers in texts
+        QLocale::setDefault(QLocale::English); // the locale C does not sort numbers in texts
         list.sort(CInterfaceList::eAddress, Qt::DescendingOrder);
         QCOMPARE(lines(list, {CInterfaceList::eName}), (QStringList{"10.0.0.10:30000:TCP"_s, "hall (2)"_s, "hall"_s}));
 
         const QSignalSpy events(&list, &CInterfaceList::eventRaised);
-        for (int port = 1; port <= 4000; ++port) { // strangers, all of one name
+        for (int port = 1; port <= 4000; ++port) { // devices that all report the same name
             answer("10.0.0.8:%1"_s.arg(port), "stranger"_s);
         }
         QCOMPARE(list.addFound(std::move(found)).second, 1000);

@@ -8,7 +8,7 @@ namespace
 {
 enum ERow { HOST, MODE, PROTOCOL, ADDRESS, AUTO_IP, PORT, LOCAL_ADDRESS, ANY_ADDRESS, BAUDRATE, POLL, MEASURE, ROWS };
 
-/// The stored settings by row, and behind them one without a row. As all such lists joined by "|", which reads well.
+/// The keys of the settings in the order of the rows, and one without a row. Lists are texts with bars, for legibility.
 const QStringList KEYS = list("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
                               "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp"_s);
 const QString DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0"_s;
@@ -24,7 +24,7 @@ QString settingsOf(CCanInterface& can)
     return values.join(QLatin1Char('|'));
 }
 
-/// The dialog on the screen as a user meets it: by rows and buttons.
+/// The dialog as a user sees it: rows and buttons.
 struct SDialog {
     QWidget* at(int row, int column = 1) const
     {
@@ -50,7 +50,7 @@ struct SDialog {
     {
         QTest::mouseClick(dialog.findChild<QDialogButtonBox*>()->button(button), Qt::LeftButton);
     }
-    /// Presses OK and acts when a warning comes; gives its text, or none.
+    /// Presses OK and calls `act` when a warning appears. Returns the text of the warning, or an empty text.
     QString pressOk(const std::function<void(QMessageBox&)>& act = [](QMessageBox& box) { box.accept(); }) const
     {
         QString text;
@@ -69,7 +69,7 @@ struct SDialog {
     QDialog& dialog;
 };
 
-/// Lets a user act in the dialog of an interface, and cancels it if it is still there then. It must end with the code.
+/// Opens the dialog of an interface, calls `user`, and cancels the dialog if it is still open. It must return `code`.
 void runDialog(CCanInterface& can, int code, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
 {
     const QObject whileItRuns;
@@ -86,7 +86,7 @@ void runDialog(CCanInterface& can, int code, const std::function<void(const SDia
 }
 } // namespace
 
-/// The dialog of a gateway's settings, through the loaded plugin, with keys and clicks.
+/// The dialog of a gateway's settings, opened by the loaded plugin and used by keys and clicks.
 class ConfigDialogTest : public QObject
 {
     Q_OBJECT
@@ -140,7 +140,7 @@ private Q_SLOTS:
                 QCOMPARE(qobject_cast<QLabel*>(user.at(row, 0))->text(), labels[row]);
                 QVERIFY(user.at(row)->toolTip().contains(toolTips[row].trimmed()));
             }
-            QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second one
+            QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second dialog opens
             QCOMPARE(QApplication::activeModalWidget(), &user.dialog);
         });
     }
@@ -173,14 +173,14 @@ private Q_SLOTS:
                 }
                 press(Qt::Key_Tab);
             }
-            for (const int key : {Qt::Key_Backtab, Qt::Key_Tab}) { // from OK to the last address and back
+            for (const int key : {Qt::Key_Backtab, Qt::Key_Tab}) { // from OK to the local address and back
                 for (int field = ROWS; field > LOCAL_ADDRESS; --field) {
                     press(key);
                 }
                 QCoreApplication::processEvents();
                 QTest::keyClicks(QApplication::focusWidget(), key == Qt::Key_Backtab ? "10.9.0.1"_s : QString());
             }
-            press(Qt::Key_Space); // OK comes next
+            press(Qt::Key_Space); // OK has the focus now
         });
         QCOMPARE(settingsOf(*can), "hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|150|250|0"_s);
     }
@@ -232,11 +232,11 @@ private Q_SLOTS:
         SOpenInterface open;
         runDialog(*open.can, 6, [](const SDialog&) { QFAIL("a dialog"); });
         open.can->closeCommunication();
-        open.gateway.setMaxClients(2); // it may not know yet
+        open.gateway.setMaxClients(2); // it may not know yet that the link was closed
         const QString before = settingsOf(*open.can);
         runDialog(*open.can, 6, [&](const SDialog& user) {
             user.type(HOST, "hall"_s);
-            QCOMPARE(open.can->openCommunication(), 0); // by another part of the host
+            QCOMPARE(open.can->openCommunication(), 0); // called by another part of the host
             user.press(QDialogButtonBox::Ok);
         });
         QCOMPARE(settingsOf(*open.can), before);
@@ -257,7 +257,7 @@ private Q_SLOTS:
             } else {
                 remove();
             }
-            QVERIFY(QApplication::activeModalWidget() == nullptr); // closed by itself
+            QVERIFY(QApplication::activeModalWidget() == nullptr); // the dialog has closed itself
         };
         runDialog(*can, 0, user, parent.get());
         QVERIFY(!can || settingsOf(*can) == DEFAULTS);

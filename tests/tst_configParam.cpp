@@ -17,7 +17,7 @@ CCommonInfo infoNamed(const QString& name)
     return info;
 }
 
-/// All that the store has under a path, as KEY=VALUE.
+/// Returns all entries of the store under a path, as KEY=VALUE.
 QStringList storedUnder(const QString& path)
 {
     QSettings store;
@@ -35,14 +35,14 @@ const QStringList FILLED = list("AutoIpUpdate=1 BusloadMeasureInterval=65535 Bus
                                 "PluginName=InterfaceT93Plugin Port=31000 PortId= Protocol=UDP Scanable=true "
                                 "Service=CLIENT UdpBindAnyIp=1"_s);
 
-/// Another value for each of them, as it may be stored.
+/// Stored entries with another value for each key.
 const QStringList STORED = list("AutoIpUpdate=0 BusloadMeasureInterval=1 BusloadPollTime=2 CanBaudrate=3 "
                                 "Description=stored Dhcp=1 FirmwareVersion=stored Hostname=stored IP-Address=10.0.0.6 "
                                 "InterfaceId=stored InterfaceType=stored Local-IP-Address=10.0.0.2 "
                                 "PluginName=InterfaceT93Plugin Port=4 PortId=stored Protocol=TCP Scanable=false "
                                 "Service=SERVER UdpBindAnyIp=0"_s);
 
-/// Stores lines of KEY=VALUE under a path.
+/// Stores entries KEY=VALUE under a path.
 void store(const QString& path, const QStringList& lines)
 {
     QSettings settings;
@@ -53,7 +53,8 @@ void store(const QString& path, const QStringList& lines)
 
 } // namespace
 
-/// The settings of a gateway: what is stored where, what is refused, and that nothing else in the store is touched.
+/// The settings of a gateway: where they are stored, which values are refused, and that no other entry of the store
+/// changes.
 class ConfigParamTest : public QObject
 {
     Q_OBJECT
@@ -70,17 +71,18 @@ private Q_SLOTS:
 
     void whatIsLoadedIsSaved()
     {
-        QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing there: nothing changes
+        QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing is stored: nothing changes
         QSettings().setValue("CanInterfaces/a/OldKey"_s, 1);
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
-        QCOMPARE(storedUnder({}).size(), FILLED.size()); // one group, without the old key
+        QCOMPARE(storedUnder({}).size(), FILLED.size()); // only one group, without the old key
         QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
     }
 
     void storedValues_data()
     {
-        // Stored besides STORED: what is loaded for it, or nothing where nothing at all is taken.
+        // The row name is stored in addition to STORED. "loaded" is the resulting entry; empty: the whole group is
+        // refused.
         const auto row = columns<QString, int, QList<QByteArray>>("loaded", "code", "log");
         for (const char* same : {"Service=CLIENT", "Service=Invalid", "Protocol=NA", "Dhcp=0"}) {
             row(same, QString::fromLatin1(same), 0, {});
@@ -104,12 +106,12 @@ private Q_SLOTS:
         store("CanInterfaces/a/"_s, STORED + QStringList(QString::fromLatin1(rowName())));
         const CLogRecorder recorder;
         QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
-        QCOMPARE(m_info == infoNamed("a"_s), code != 0); // what is stored describes another
+        QCOMPARE(m_info == infoNamed("a"_s), code != 0); // the stored description differs
         QTEST(recorder.lines(), "log");
         store("Expected/"_s, code == 0 ? STORED + QStringList(cell<QString>("loaded")) : FILLED);
         QCOMPARE(m_param.saveSettings({}, m_info), 0);
         QCOMPARE(storedUnder("a"_s), storedUnder("Expected"_s));
-        const CLogRecorder quiet(51); // above every level: nothing is written
+        const CLogRecorder quiet(51); // above every level: nothing is logged
         QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
         QVERIFY(quiet.lines().isEmpty());
     }
@@ -140,14 +142,14 @@ private Q_SLOTS:
         rows({"", "/", "a/b", "a/Port", "../a", "a/", "\\a", "a\n[x]", "%2F", "\x01\x7f", "größe 1", ".", "General",
               "Key"});
     }
-    void otherInterfacesStay() // whatever an interface is called: saving it touches its own group alone
+    void otherInterfacesStay() // whatever its name, an interface changes only its own group
     {
         for (const QString& other : {"a"_s, "b"_s, "2F"_s}) {
             m_info = infoNamed(other);
             QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         }
         QSettings().setValue("Other/key"_s, 1);
-        QSettings().setValue("CanInterfaces/Key"_s, 1); // as an interface without a name stores it
+        QSettings().setValue("CanInterfaces/Key"_s, 1); // as stored by an interface without a name
         const QStringList before = storedUnder({});
         m_info = infoNamed(QString::fromUtf8(rowName()));
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
@@ -160,11 +162,11 @@ private Q_SLOTS:
         QCOMPARE(loaded.hostname(), "hall"_s);
     }
 
-    // ---- As Qt properties, by which hosts set an interface up without a store ----
+    // ---- Settings as Qt properties, by which a host configures an interface without a store ----
 
     void properties_data()
     {
-        const auto row = columns<QVariant, QString, QString>("value", "taken", "port"); // empty: refused
+        const auto row = columns<QVariant, QString, QString>("value", "taken", "port"); // an empty "taken": refused
         const QString before = "192.168.1.70:30000:TCP"_s;
         row("Hostname", "hall"_s, "hall"_s, before);
         row("IPAddress", "10.0.0.5"_s, "10.0.0.5"_s, "10.0.0.5:30000:TCP"_s);
@@ -196,7 +198,7 @@ private Q_SLOTS:
         QFETCH(QVariant, value);
         QFETCH(QString, taken);
         const QByteArray property = QByteArray(QTest::currentDataTag()).split(' ').first();
-        SOpenInterface host; // one that is open, beside one that is closed
+        SOpenInterface host; // an open interface, beside a closed one
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         const QVariant before = can->property(property);
         QVERIFY(before.isValid());
@@ -217,7 +219,7 @@ private Q_SLOTS:
         QCOMPARE(host.can->property(property), kept);
         QVERIFY(host.can->commonInfo() == info);
 
-        // The property is the parameter that the store has under the same name, in no group or the default one.
+        // The property equals the stored parameter of the same name, without a group and in the default group.
         for (const QString& group : {""_s, QString()}) {
             const std::unique_ptr<CCanInterface> other(plugin().createInterface());
             can->saveSettings(group);
@@ -245,7 +247,7 @@ private Q_SLOTS:
             QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
             QCOMPARE(silence(), -1);
 
-            one.gateway.sendRaw(frame(0x99)); // of any command
+            one.gateway.sendRaw(frame(0x99)); // any command counts
             QTRY_VERIFY(silence() >= 0);
             for (const QByteArray& bytes : {rmFrame(message(0x123)), frame(0x42, hex("00"))}) {
                 QTRY_VERIFY(silence() >= SILENT_MS);
@@ -255,7 +257,7 @@ private Q_SLOTS:
             QTRY_VERIFY(silence() >= SILENT_MS);
             one.gateway.sendRaw("noise" + wrongChecksum);
             QTRY_COMPARE(errorNumbers(errors).count(1), opening);
-            if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss is no frame
+            if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss does not count as a frame
                 const QSignalSpy regained(&one.gateway, &CSimGateway::hostConnected);
                 one.gateway.dropLinks();
                 QTRY_VERIFY(!regained.isEmpty());
@@ -271,8 +273,8 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<CPrivateStore> m_store;
-    CConfigParamT93 m_param; ///< holds FILLED
-    CCommonInfo m_info;      ///< its description, named a
+    CConfigParamT93 m_param; ///< Has the values of FILLED.
+    CCommonInfo m_info;      ///< The description of the interface, with the name "a".
 };
 
 QTEST_GUILESS_MAIN(ConfigParamTest)

@@ -9,11 +9,11 @@ using namespace vexmor::Test;
 
 namespace
 {
-// The requests after a connection, as they stand on the wire, and half a frame.
-const QByteArray START_UP = hex("430144060d 430141030d 4303a403e80f0d"); // MAC address, version, interval of 1000 ms
+/// The requests after a connection: MAC address, version, measuring interval of 1000 ms.
+const QByteArray START_UP = hex("430144060d 430141030d 4303a403e80f0d");
 const QByteArray RESET_REQUEST = hex("4301 c082 0d");
 const QByteArray BAUDRATE_500 = hex("4302 5705 13 0d");
-const QByteArray HALF = hex("430b00");
+const QByteArray HALF = hex("430b00"); // the beginning of a frame
 } // namespace
 
 /// Opening, closing, resetting, losing and regaining a connection.
@@ -30,7 +30,7 @@ private Q_SLOTS:
             host.link->write(bytes);
             return QTest::qWaitFor([&] { return unread(*host.can).size() == 1; });
         };
-        QVERIFY(hears(frame(0x00, hex("0444")) + HALF)); // forgotten by the reset
+        QVERIFY(hears(frame(0x00, hex("0444")) + HALF)); // the reset discards the half frame
         QCOMPARE(host.can->resetCommunication(1), 0);
         QCOMPARE(host.waitFor((RESET_REQUEST + START_UP).size()).toHex(), (RESET_REQUEST + START_UP).toHex());
         QVERIFY(hears(frame(0x00, hex("0123"))));
@@ -58,7 +58,8 @@ private Q_SLOTS:
 
     void baudrates_data()
     {
-        // The request in bytes: the simulator takes its codes from the table that the plugin has. Empty: no such rate.
+        // Requests are given in bytes, because the simulator uses the same table of codes as the plugin. Empty: no such
+        // rate.
         const auto row = columns<QByteArray>("request");
         for (const char* known : {"50 43025702140d", "100 430257fee80d", "125 43025703150d", "250 43025704120d",
                                   "500 43025705130d", "1000 43025707110d", "0 ", "-125 ", "800 "}) {
@@ -78,21 +79,22 @@ private Q_SLOTS:
         }
         QCOMPARE(can->setBaudrate(rate), !request.isEmpty());
         QCOMPARE(can->baudrate(), request.isEmpty() ? 1000 : rate);
-        configure(*can, [rate](CConfigParamT93& param) { param.setCanBaudrate(unsigned(rate)); }); // as a store may
+        // A store may have any rate.
+        configure(*can, [rate](CConfigParamT93& param) { param.setCanBaudrate(unsigned(rate)); });
         QCOMPARE(can->openCommunication(), 0);
-        QVERIFY(!can->setBaudrate(rate == 125 ? 250 : 125)); // while it is open
+        QVERIFY(!can->setBaudrate(rate == 125 ? 250 : 125)); // refused while the interface is open
         QCOMPARE(can->baudrate(), rate);
         QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
         const QByteArray sent = START_UP + request + hex("43050001231122570d");
         QCOMPARE(gateway.waitFor(sent.size()).toHex(), sent.toHex());
     }
 
-    void firstRequestWaits() // a gateway drops what comes within 20 ms of the connection
+    void firstRequestWaits() // a gateway drops requests within 20 ms of the connection
     {
         SServer gateway;
         gateway.pauseAccepting();
         const int listener = static_cast<int>(gateway.socketDescriptor());
-        ::fcntl(listener, F_SETFL, 0); // its thread waits
+        ::fcntl(listener, F_SETFL, 0); // accept() in the thread must block
         const SClock clock;
         qint64 came = 0;
         std::thread reader([&] {
@@ -137,7 +139,7 @@ private Q_SLOTS:
     void datagramThatTheKernelRefuses_data() { rows({"bound to an address", "bound to any"}); }
     void datagramThatTheKernelRefuses()
     {
-        const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // a port that nothing can be sent to
+        const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // nothing can be sent to port 0
         configure(*can, [](CConfigParamT93& param) { param.setUdpBindAnyIp(rowName() == "bound to any"); });
         QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 500 failed.");
         QCOMPARE(can->openCommunication(), 0);
@@ -145,7 +147,7 @@ private Q_SLOTS:
     }
 
     void nothingIsLostOrOvertaken_data() { rows({"host turns its event loop", "host never turns its event loop"}); }
-    void nothingIsLostOrOvertaken() // by a gateway that reads what there is when the host is refused
+    void nothingIsLostOrOvertaken() // the gateway reads whenever the host's message is refused
     {
         SInterfaceAtRawGateway host;
         QByteArray accepted = host.received;
@@ -155,7 +157,7 @@ private Q_SLOTS:
                 message(std::uint16_t(number % 0x800), QByteArray::number(number).rightJustified(8, '0'));
             int code = host.can->writeMessage(one);
             for (int tries = 0; code == 108 && tries < 100; code = host.can->writeMessage(one), ++tries, ++refused) {
-                QVERIFY(number >= 9000); // a second of a full bus is not refused
+                QVERIFY(number >= 9000); // the messages of one second of a full bus are accepted
                 host.link->waitForReadyRead(10);
                 if (rowName() == "host turns its event loop") {
                     QCoreApplication::processEvents();
@@ -168,7 +170,7 @@ private Q_SLOTS:
         QVERIFY(host.waitFor(accepted.size()) == accepted);
     }
 
-    /// up, send more than the gateway takes, down, send, up: what was sent before must not appear.
+    /// Connect, send more than the gateway reads, lose the link, send, reconnect: earlier messages must not arrive.
     void lostConnectionIsRegained()
     {
         SOpenInterface host;
@@ -178,7 +180,7 @@ private Q_SLOTS:
         for (int sent = 0; code == 0 && sent < 1000000; ++sent) {
             code = host.can->writeMessage(message(0x111, hex("0001020304050607")));
         }
-        QCOMPARE(code, 108); // it is not fed without end
+        QCOMPARE(code, 108); // the waiting messages are bounded
         QVERIFY(host.lose());
         QVERIFY(host.can->isOpened());
         QVERIFY(!isConnected(*host.can));
@@ -186,9 +188,9 @@ private Q_SLOTS:
         for (const int check : {0, 2, -1, 1}) {
             QCOMPARE(host.can->resetCommunication(check), check == 1 ? 109 : 0);
         }
-        QCOMPARE(host.errorNumbers(), QList<int>{0}); // the next one comes from the event loop
+        QCOMPARE(host.errorNumbers(), QList<int>{0}); // the next error comes from the event loop
 
-        // The first attempts are refused; the tries go on.
+        // The first attempts are refused; further attempts follow.
         (void)QTest::qWaitFor([&] { return !connections.isEmpty(); }, 3500);
         QVERIFY(connections.isEmpty());
         host.gateway.setFaults({});
@@ -201,29 +203,31 @@ private Q_SLOTS:
     void lossIsRegainedAtOnceButOnceInAnInterval()
     {
         SOpenInterface host;
-        const auto isRegained = [&] { // in half of the time between two attempts
+        const auto isRegained = [&] { // within half of the interval between two attempts
             const QSignalSpy connected(&host.gateway, &CSimGateway::hostConnected);
             host.gateway.dropLinks();
             return QTest::qWaitFor([&] { return !connected.isEmpty(); }, 1500);
         };
         QVERIFY(isRegained());
-        QTest::qWait(3500); // the time of that attempt is over
+        QTest::qWait(3500); // the interval of that attempt is over
         QVERIFY(isRegained());
         host.can->closeCommunication();
         QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
         QCOMPARE(host.can->openCommunication(), 0);
         QTRY_COMPARE(host.gateway.tcpHostCount(), 1);
-        QVERIFY(isRegained());  // the time of the last one is not, but it was before the close
-        QVERIFY(!isRegained()); // a gateway that closes at once does not keep the host busy
+        // The interval of the last attempt is not over, but that attempt was before the close.
+        QVERIFY(isRegained());
+        // A gateway that closes connections at once does not keep the host busy.
+        QVERIFY(!isRegained());
         QTRY_VERIFY_WITH_TIMEOUT(isConnected(*host.can), 4000);
-        QCOMPARE(host.errorNumbers(), (QList<int>{0, 0, 0, 0})); // each loss once
+        QCOMPARE(host.errorNumbers(), (QList<int>{0, 0, 0, 0})); // each loss is reported once
     }
 
     void reopenedInterfaceBeginsAnew_data() { rows({"TCP", "UDP"}); }
     void reopenedInterfaceBeginsAnew()
     {
         SOpenInterface host(rowProtocol());
-        // What it asks stays unanswered, so that what comes first is a message.
+        // Its requests stay unanswered, so that the first received frame is a message.
         host.gateway.setFaults(faulty(&SSimFaults::mute));
         host.gateway.sendRaw(frame(0x41, hex("00000203")) + frame(0x00, hex("0444")) + frame(0x00, hex("0445")) + HALF);
         QCOMPARE(host.receive(1).size(), 1);
@@ -243,12 +247,12 @@ private Q_SLOTS:
         SOpenInterface host;
         SRawGateway other;
         configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
-        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts the second frame
+        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts off the second frame
         QCOMPARE(host.receive(1).size(), 1);
         host.gateway.dropLinks();
         QTRY_VERIFY(other.link != nullptr);
         QCOMPARE(other.waitFor(START_UP.size()).toHex(), START_UP.toHex());
-        other.link->write(frame(0x00, hex("0123"))); // a whole frame, not the rest of that one
+        other.link->write(frame(0x00, hex("0123"))); // a complete frame, not the rest of the other one
         QCOMPARE(host.receive(1), QList<CCanMessage>{message(0x123)});
     }
 
@@ -271,13 +275,13 @@ private Q_SLOTS:
         QVERIFY(isConnected(*can));
         QByteArray requests;
         QNetworkDatagram request;
-        for (int datagrams = 0; datagrams < 4; ++datagrams) { // one frame a datagram
+        for (int datagrams = 0; datagrams < 4; ++datagrams) { // one frame per datagram
             QTRY_VERIFY(gateway.hasPendingDatagrams());
             requests += (request = gateway.receiveDatagram()).data();
         }
         QCOMPARE(requests.toHex(), (START_UP + BAUDRATE_500).toHex());
-        // A frame cut over two datagrams, another joined to it; then a status from elsewhere, which always gets
-        // through.
+        // Two frames in two datagrams, cut inside the first one; then a status from another address, which is never
+        // skipped.
         const QByteArray frames = frame(0x00, hex("012355")) + frame(0x00, hex("0124"));
         gateway.writeDatagram(request.makeReply(frames.left(4)));
         gateway.writeDatagram(request.makeReply(frames.mid(4)));
@@ -291,14 +295,15 @@ private Q_SLOTS:
         const QList<CCanMessage> both{message(0x123, hex("55")), message(0x124)};
         QCOMPARE(unread(*can), cell<bool>("received") ? both : QList<CCanMessage>());
         sayFromElsewhere("");
-        QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // nothing in it: a failed read
+        QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // an empty datagram is a failed read
         QVERIFY(can->isOpened());
     }
 
-    void smallMessagesDoNotWait() // 40 ms for the acknowledgement of the one before
+    void smallMessagesDoNotWait() // otherwise 40 ms, for the acknowledgement of the previous message
     {
         const SInterfaceAtRawGateway host;
-        int lowDelays = 0; // of all that this process has open: the plugin's end of the connection
+        // Among all descriptors of this process, only the plugin's end of the connection has the option.
+        int lowDelays = 0;
         for (int file = 0; file < 100; ++file) {
             int value = 0;
             socklen_t size = sizeof value;

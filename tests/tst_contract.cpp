@@ -17,7 +17,7 @@ const QString OTHER = "other"_s;
 
 unsigned char s_bytes[] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8};
 
-/// Identifier, length and all eight data bytes.
+/// Returns identifier, length and all eight data bytes as text.
 QByteArray textOf(const CCanMessage& message)
 {
     const QByteArray data(reinterpret_cast<const char*>(message.data()), 8);
@@ -26,8 +26,8 @@ QByteArray textOf(const CCanMessage& message)
 }
 } // namespace
 
-/// What the contract has without a plugin: the description of an interface (port texts, what is compared, what is
-/// stored), and the value that carries every frame between host and plugin. script/abi compares places and layouts.
+/// The classes of the contract that need no plugin: the description of an interface (port texts, comparison, storage),
+/// and the CAN message. script/abi compares addresses and layouts.
 class ContractTest : public QObject
 {
     Q_OBJECT
@@ -43,7 +43,8 @@ private Q_SLOTS:
 
     void portTextsAreTakenApart_data()
     {
-        const auto row = columns<QString>("parts"); // which outputs get: the number of the COM port, and those of IP
+        // The outputs: number of the COM port, and those of an IP port.
+        const auto row = columns<QString>("parts");
         row("COM=3", "3|other|other|9"_s);
         row("IP=10.0.0.5:30000:TCP", "other|10.0.0.5|30000|0"_s);
         row("IP=10.0.0.5:30000:NA", "other|10.0.0.5|30000|2"_s);
@@ -51,7 +52,7 @@ private Q_SLOTS:
         row("IP=10.0.0.5:30000:Invalid", "other|10.0.0.5|30000|3"_s);
         row("IP=::", "other|||3"_s);
         for (const char* neither : {"com=3", "IP=10.0.0.5:30000", "IP=a:b:c:d", "ip=10.0.0.5:30000:TCP"}) {
-            row(neither, "other|other|other|9"_s); // untouched
+            row(neither, "other|other|other|9"_s); // the outputs remain unchanged
         }
     }
     void portTextsAreTakenApart()
@@ -82,7 +83,7 @@ private Q_SLOTS:
         row("two digits behind", "50%25"_s, "50%2525"_s);
         row("percent twice", "%%41"_s, "%%2541"_s);
     }
-    void settingsGroups() // no name reaches into another group, and no two share one
+    void settingsGroups() // names have different groups, and none is in another's group
     {
         QFETCH(QString, name);
         CCommonInfo info;
@@ -93,7 +94,7 @@ private Q_SLOTS:
 
     void fields_data()
     {
-        // The key, empty if it is not stored, and whether it is loaded again.
+        // Rows have the key, empty if the field is not stored, and whether the field is loaded.
         const auto row = columns<QString, bool, Change>("key", "loaded", "change");
         row("plugin", "PluginName"_s, false, [](CCommonInfo& info) { info.setPluginName(OTHER); });
         row("description", "Description"_s, true, [](CCommonInfo& info) { info.setDescription(OTHER); });
@@ -105,7 +106,7 @@ private Q_SLOTS:
         row("type", "InterfaceType"_s, true, [](CCommonInfo& info) { info.setType(OTHER); });
         row("scanable", "Scanable"_s, true, [](CCommonInfo& info) { info.setScanable(false); });
     }
-    void fields() // each one is compared, copied, stored and loaded, or not
+    void fields() // each field is compared, copied, and stored and loaded as given
     {
         CCommonInfo plain;
         plain.setScanable(true);
@@ -153,10 +154,10 @@ private Q_SLOTS:
         const CCanId id(0x07, 0xFF, 0);
         QCOMPARE(textOf(CCanMessage(id, 8, s_bytes)), QByteArray("7ff 8 a0a1a2a3a4a5a6a7"));
         QCOMPARE(textOf(CCanMessage(id, 9, s_bytes)), QByteArray("7ff 0 0000000000000000"));
-        QCOMPARE(textOf(CCanMessage(id, 1, 0)), QByteArray("7ff 0 0000000000000000")); // a null pointer, too
+        QCOMPARE(textOf(CCanMessage(id, 1, 0)), QByteArray("7ff 0 0000000000000000")); // from a null pointer
         CCanMessage cut(id, 12, 1, 2, 3, 4, 0x105, -1, 7, 8, 9, 10, 11, 12);
         QCOMPARE(textOf(cut), QByteArray("7ff 8 0102030405ff0708"));
-        cut.setLength(2); // bytes behind the length are copied, too
+        cut.setLength(2); // bytes beyond the length are copied, too
         CCanMessage assigned;
         assigned = CCanMessage(cut);
         QCOMPARE(textOf(assigned), QByteArray("7ff 2 0102030405ff0708"));
@@ -164,8 +165,8 @@ private Q_SLOTS:
 
     void changes_data()
     {
-        const auto row =
-            columns<QByteArray, MessageChange>("after", "change"); // length and all data bytes; empty: refused
+        // "after" has length and all data bytes; empty: refused.
+        const auto row = columns<QByteArray, MessageChange>("after", "change");
         row("length 9", "", [](CCanMessage& m) { return m.setLength(9); });
         row("length 8", "8 1011121314151617", [](CCanMessage& m) { return m.setLength(8); });
         row("byte 7", "2 10111213141516a0", [](CCanMessage& m) { return m.setDataAt(7, 0xA0); });
@@ -193,8 +194,8 @@ private Q_SLOTS:
     {
         CCanMessage message = ::message(0, hex("1011121314151617"));
         QTest::ignoreMessage(QtDebugMsg, "CCanMessage::setLength illegal param length: 264\n");
-        QVERIFY(!message.setLength(264)); // 8 in the low byte
-        message.setLength(0);             // bytes are read behind the length
+        QVERIFY(!message.setLength(264)); // the low byte is 8
+        message.setLength(0);             // bytes beyond the length can be read
         unsigned char value = 0;
         QVERIFY(message.dataAt(7, value));
         QTest::ignoreMessage(QtDebugMsg, "CCanMessage::dataAt illegal param index: 8\n");
@@ -238,9 +239,9 @@ private Q_SLOTS:
         CCanMessage behind = message;
         behind.setDataAt(2, 0xFF);
         QVERIFY(behind == message);
-        QVERIFY(!(::message(0x123, hex("010200")) == message)); // the shorter one is a prefix
+        QVERIFY(!(::message(0x123, hex("010200")) == message)); // the shorter data are a prefix
         QVERIFY(!(::message(0x123, hex("0103")) == message));
-        QVERIFY(!(::message(0x923, hex("0102")) == message)); // all 16 bits count
+        QVERIFY(!(::message(0x923, hex("0102")) == message)); // all 16 bits are compared
     }
 };
 

@@ -9,10 +9,10 @@ using namespace vexmor::Test;
 
 namespace
 {
-/// The two ports, as options of text2pcap, and what goes from the first to the second.
+/// The two ports as options of text2pcap, and the payloads of packets from the first port to the second.
 using Conversation = QPair<QString, QByteArrayList>;
 
-/// What tshark prints of it.
+/// Returns the output of tshark for conversations.
 QByteArray shownBy(const QString& arguments, const QList<Conversation>& conversations)
 {
     const QTemporaryDir folder;
@@ -32,7 +32,7 @@ QByteArray shownBy(const QString& arguments, const QList<Conversation>& conversa
 }
 } // namespace
 
-/// Wireshark's view of T93 traffic, as tshark gives it.
+/// The dissector for T93 traffic, used by tshark.
 class DissectorTest : public QObject
 {
     Q_OBJECT
@@ -43,7 +43,7 @@ private Q_SLOTS:
     void shows()
     {
         QList<Conversation> conversations;
-        QByteArrayList expected; // of each packet the info column and the fields
+        QByteArrayList expected; // info column and fields of each packet
         const auto row = [&](const QString& ports, const QByteArrayList& payloads, const QByteArrayList& texts) {
             conversations.append({ports, payloads});
             expected += texts;
@@ -53,7 +53,7 @@ private Q_SLOTS:
         const QByteArray messageText = "Message 123 [4] 11 22 33 44 can.id=0x0123 can.length=4 can.data=11 22 33 44";
         row(tcp(), {message}, {messageText});
         row("-u 30000,50000"_s, {message}, {messageText});
-        row("-T 30001,50000"_s, {message}, {messageText}); // decoded as T93
+        row("-T 30001,50000"_s, {message}, {messageText}); // a port of the option "decode as"
         row(tcp(), {frame(0x01, hex("07ffaa01020304")), frame(0x00, "123456789ab"), frame(0x00)},
             {"Message 7FF [1] AA can.id=0x07ff can.length=1 can.data=aa can.timestamp=01 02 03 04",
              "Message 132 [0], length 9 announced can.id=0x0132 can.length=0 can.length.bad=1",
@@ -81,7 +81,7 @@ private Q_SLOTS:
         const QByteArray one = frame(0x99);
         row(tcp(), {one.repeated(6)}, {"Command 99; Command 99; Command 99; Command 99 (+2)"});
         row("-u 30000,50001"_s, {one + one.left(1)}, {"Command 99; Beginning of a frame cut=43"});
-        row("-u 50001,30000"_s, {one}, {"Command 99"}); // each way by itself
+        row("-u 50001,30000"_s, {one}, {"Command 99"}); // each direction has its own stream
         row("-u 30000,50001"_s, {one.mid(1, 1), one.mid(2)}, {"Beginning of a frame cut=43 01", "Command 99"});
         row("-u 30000,50000"_s, {hex("00ff0d") + one + hex("0d")},
             {"Garbage; Command 99; Garbage garbage=00 ff 0d,0d"});
@@ -92,7 +92,7 @@ private Q_SLOTS:
 
         const SDdtEntry entry{0xC0A80146, 2, 0, 30000, {0, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}, "T93 ", "hall-gw"};
         const QByteArray reply = ddtDatagram(DDT_IDENT_REPLY, {entry});
-        row("-u 40000,50000"_s, {reply}, {}); // nobody has asked yet
+        row("-u 40000,50000"_s, {reply}, {}); // no request was sent yet
         row("-u 50000,33333"_s, {hex("05008000"), hex("01004000")},
             {"Ident request 5 sequence=5 kind=0x80 count=0", "Unknown kind: 0 endpoints sequence=1 kind=0x40 count=0"});
         row("-u 40000,50000"_s, {reply, hex("00000002"), hex("000000")},
@@ -134,8 +134,7 @@ private Q_SLOTS:
         QVERIFY2(!shown.contains("Command: Unknown"), shown.constData());
     }
 
-    /// Whatever happened to the bytes, and wherever they are cut: messages and checksum errors are those that a host
-    /// gets.
+    /// Finds the same messages and checksum errors as a host, in damaged bytes that are cut anywhere.
     void agreesWithTheDeframer()
     {
         std::mt19937 random(1);

@@ -12,12 +12,11 @@ using namespace vexmor::Test;
 
 namespace
 {
-/// What a deframer hands on, as text: each frame as command:payload, "checksum" for each
-/// wrong one.
+/// Records the output of a deframer as texts: command:payload for each frame, "checksum" for each wrong checksum.
 struct SListener {
     void feed(const QByteArray& bytes)
     {
-        // On the heap and of exact size, so that a read behind its end is seen.
+        // A copy of exact size on the heap, so that a sanitizer detects a read beyond its end.
         const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
         deframer.feed(
             copy.data(), copy.size(),
@@ -34,8 +33,8 @@ struct SListener {
 };
 } // namespace
 
-/// The formats, to the byte: frames both ways, and what becomes of broken ones; what a scan requests, and what replies
-/// mean; logs, what is refused of them and why, and that what is written can be read again.
+/// The formats, byte by byte: frames in both directions, broken frames, requests and replies of a scan, and logs: which
+/// lines are refused and why, and that written lines can be read again.
 class FormatsTest : public QObject
 {
     Q_OBJECT
@@ -43,7 +42,7 @@ class FormatsTest : public QObject
 private Q_SLOTS:
     void administration_data()
     {
-        const auto row = columns<QByteArray, int>("text", "error"); // of the data
+        const auto row = columns<QByteArray, int>("text", "error"); // "error" is the error number in the data
         row("", "", 0);
         row("00 01 02", "", 0);
         row("05", "type 0", 0);
@@ -62,7 +61,7 @@ private Q_SLOTS:
 
     void comparison_data()
     {
-        // Each log: ID#DATA, a message a second; a number before it: so many of them, evenly over 9 s.
+        // Logs have one message ID#DATA per second. N*ID#DATA means N messages, evenly spread over 9 s.
         const auto row = columns<QStringList, QStringList, QByteArray>("before", "after", "differences");
         row("the same", {"123#11"_s, "124#"_s}, {"124#"_s, "123#11"_s}, "");
         row("missing and new", {"123#11"_s, "124#"_s}, {"123#11"_s, "125#"_s}, "124 missing | 125 new |");
@@ -118,11 +117,10 @@ private Q_SLOTS:
     void framer()
     {
         QFETCH(QByteArray, payload);
-        QFETCH(int, id); // of a message with this payload; below 0: of no message
+        QFETCH(int, id); // identifier of a message with this payload; below 0: no message
         SRmRequest request;
         request.rmCommand = static_cast<std::uint8_t>(cell<int>("command"));
-        request.payloadLength =
-            static_cast<std::uint8_t>(id < 0 ? payload.size() : 200); // with a message not looked at
+        request.payloadLength = static_cast<std::uint8_t>(id < 0 ? payload.size() : 200); // ignored with a message
         std::copy(payload.begin(), payload.end(), request.payload.begin());
         const CCanMessage one = message(static_cast<std::uint16_t>(id), payload);
         std::uint8_t buffer[RM_BUFFER_SIZE];
@@ -147,7 +145,8 @@ private Q_SLOTS:
         row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
         const QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
         addRow("34 payload bytes", longest, "42:" + QByteArray(68, '1'));
-        for (const int size : {1, 7, 8, 15, 16, 17, 33}) { // nothing of what follows may stand behind it
+        // Bytes that follow a frame must not appear behind it.
+        for (const int size : {1, 7, 8, 15, 16, 17, 33}) {
             QByteArray frame = hex("43") + char(size + 1) + hex("42") + QByteArray(size, 0x11);
             frame += char(0x43 ^ (size + 1) ^ 0x42 ^ (size % 2 == 0 ? 0 : 0x11));
             addRow("before 34 payload bytes: " + QByteArray::number(size), frame + hex("0d") + longest,
@@ -155,7 +154,7 @@ private Q_SLOTS:
         }
         addRow("35 payload bytes", hex("432442") + QByteArray(35, 0x11) + hex("340d 430141030d"), "41:");
     }
-    void deframer() // whole, and in two pieces cut at every place
+    void deframer() // the whole stream, and two pieces cut at every position
     {
         QFETCH(QByteArray, stream);
         QFETCH(QByteArray, heard);
@@ -221,7 +220,7 @@ private Q_SLOTS:
 
     void logFrames_data()
     {
-        const auto row = columns<QByteArray>("formatted"); // empty: refused
+        const auto row = columns<QByteArray>("formatted"); // an empty text: refused
         row("123#1122", "123#1122");
         row("1#", "001#");
         row("7ff#aa.bb.cc", "7FF#AABBCC");
@@ -266,7 +265,7 @@ private Q_SLOTS:
         if (read && *read) {
             const SLogEntry& entry = **read;
             QCOMPARE(entry.microseconds, std::int64_t(1398128223803317));
-            QCOMPARE(formatLogLine(entry), rowName().trimmed()); // with its direction, where it has one
+            QCOMPARE(formatLogLine(entry), rowName().trimmed()); // with its direction, if it has one
             QCOMPARE(formatDump(entry.interfaceName, entry.message), QByteArray("  can0  166   [4]  D0 32 00 09"));
         }
     }

@@ -11,23 +11,23 @@ Q_DECLARE_METATYPE(EConnection)
 
 namespace
 {
-/// A short poll: silence after 300 ms.
+/// A short interval of polls: the gateway counts as silent after 300 ms.
 constexpr int POLL_MS = 100;
 
-/// An interface in use, and the gateway it is opened for.
+/// An interface in use, with its gateway and a record of deliveries and states.
 struct SUse : SGateway {
     using EOpening = CInterfaceInUse::EOpening;
     ~SUse() { CInterfaceInUse::endAll(); }
     void open(std::uint16_t port, EOpening opening = EOpening::eOnce)
     {
         auto can = makeInterface(port, rowProtocol());
-        can->setProperty("Port", port); // and with it the description's port text
+        can->setProperty("Port", port); // also sets the port text of the description
         can->setProperty("BusloadPollTime", POLL_MS);
-        CCommonInfo info = can->commonInfo(); // as a store has it
+        CCommonInfo info = can->commonInfo(); // as loaded from a store
         info.setInterfaceId("old"_s);
         info.setFirmwareVersion("old"_s);
         can->setCommonInfo(info);
-        QObject::connect(mailbox.get(), &CMailbox::filled, [this] { fetch(); }); // at once, in the other thread
+        QObject::connect(mailbox.get(), &CMailbox::filled, [this] { fetch(); }); // fetched at once, in the other thread
         interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), opening);
         QObject::connect(interface.get(), &CInterfaceInUse::statusChanged, [this] {
             const QString text = connectionText(interface->status()).section(" for"_s, 0, 0);
@@ -37,7 +37,7 @@ struct SUse : SGateway {
         });
     }
     EConnection connection() const { return interface->status().connection; }
-    /// Takes what came; sent messages as "ID sent" or "ID CODE".
+    /// Fetches the delivered records and errors. Returns all so far; sent messages are "ID sent" or "ID CODE".
     QStringList fetch()
     {
         const std::lock_guard lock(mutex);
@@ -56,15 +56,15 @@ struct SUse : SGateway {
 
     std::shared_ptr<CMailbox> mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> interface;
-    QStringList texts; ///< of the states, in order
-    std::mutex mutex;  ///< guards what stands below
+    QStringList texts; ///< Texts of the states, in their order.
+    std::mutex mutex;  ///< Guards the members below.
     QStringList seen;
     std::int64_t lastTime = 0;
     std::atomic<bool> isInOrder{true};
 };
 } // namespace
 
-/// What every host application here does with an interface.
+/// The class with which all host applications here use an interface, and the functions around it.
 class InterfaceInUseTest : public QObject
 {
     Q_OBJECT
@@ -90,7 +90,7 @@ private Q_SLOTS:
 
     void addresses_data()
     {
-        const auto row = columns<QString>("read"); // empty: refused
+        const auto row = columns<QString>("read"); // an empty text: refused
         row("10.0.0.255:65535:udp", "10.0.0.255 65535 UDP 0"_s);
         row("IP=010.0.0.008:1:TCP", "10.0.0.8 1 TCP 0"_s);
         row("0.0.0.0:UDP", "0.0.0.0  UDP 0"_s);
@@ -102,7 +102,7 @@ private Q_SLOTS:
     }
     void addresses()
     {
-        const bool hasPort = rowName().endsWith("contradicts"); // by an option
+        const bool hasPort = rowName().endsWith("contradicts"); // an option contradicts the address
         const Settings options = hasPort ? Settings{{StoreKey::PORT, "9"_s}} : Settings();
         auto read = readAddress(QString::fromLatin1(rowName().split(' ').first()), options);
         QStringList parts;
@@ -114,7 +114,7 @@ private Q_SLOTS:
 
     void filters_data()
     {
-        const auto row = columns<QString>("passed"); // of 000, 123, 7FE and 7FF
+        const auto row = columns<QString>("passed"); // which of 000, 123, 7FE and 7FF pass
         row("123-123", "123"_s);
         row("123-7FF", "123 7FE 7FF"_s);
         row("7FE:7FE", "7FE 7FF"_s);
@@ -163,17 +163,17 @@ private Q_SLOTS:
     {
         SUse use;
         const bool isUdp = rowName() == "UDP";
-        use.gateway.setFaults(isUdp ? faulty(&SSimFaults::mute) : SSimFaults()); // as good as switched off
+        use.gateway.setFaults(isUdp ? faulty(&SSimFaults::mute) : SSimFaults()); // like a gateway that is switched off
         use.open(use.gateway.port());
         if (isUdp) {
             QTRY_COMPARE(use.connection(), EConnection::eOpen);
             QCOMPARE(connectionText(use.interface->status()), "open, no answer yet"_s);
             QCOMPARE(use.interface->status().interfaceId + use.interface->status().firmwareVersion, QString());
-            QVERIFY(use.interface->send(message(1))); // nothing says that it did not arrive
+            QVERIFY(use.interface->send(message(1))); // over UDP, the loss is not noticed
             QTRY_COMPARE(use.fetch(), QStringList{"1 sent"_s});
             use.gateway.setFaults({});
         }
-        QTRY_COMPARE(use.connection(), EConnection::eConnected); // asked again over UDP
+        QTRY_COMPARE(use.connection(), EConnection::eConnected); // over UDP, the requests are repeated
         QTRY_VERIFY(use.interface->status().isIdentified());
         QTRY_VERIFY(use.interface->status().busload);
         use.gateway.setFaults(faulty(&SSimFaults::mute));
@@ -181,14 +181,15 @@ private Q_SLOTS:
         QVERIFY(!use.interface->status().busload);
         QVERIFY(use.interface->status().hasLink());
         const QSignalSpy requests(&use.gateway, &CSimGateway::requestReceived);
-        QCOMPARE(QTest::qWaitFor([&] { return !requests.isEmpty(); }, 3500), isUdp); // where one can be lost
+        // Requests are repeated only over UDP, where they can be lost.
+        QCOMPARE(QTest::qWaitFor([&] { return !requests.isEmpty(); }, 3500), isUdp);
         use.gateway.setFaults({});
         isUdp ? void() : use.bus.send(message(1));
         QTRY_COMPARE(use.connection(), EConnection::eConnected);
         QCOMPARE(use.texts.mid(use.texts.indexOf("connected"_s)), list("connected silent connected"_s));
     }
 
-    /// A gateway that is not polled answers when it is asked, and so does not alternate between two states.
+    /// A gateway that is not polled answers other requests, so its state does not alternate.
     void silenceOverUdpIsAnUnansweredRequest_data() { rows({"UDP"}); }
     void silenceOverUdpIsAnUnansweredRequest()
     {
@@ -222,7 +223,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.fetch().last(), "error 0 x1"_s);
         QVERIFY(use.interface->send(message(0x101)));
         QTRY_COMPARE(use.fetch().last(), "101 109"_s);
-        bool isKnown = true; // that the link is back, when its messages come
+        bool isKnown = true; // messages arrive only after the link is reported as back
         connect(use.mailbox.get(), &CMailbox::filled, &use.gateway,
                 [&] { isKnown = isKnown && use.connection() != EConnection::eLost; });
         connect(&use.gateway, &CSimGateway::hostConnected, &use.gateway, [&] { use.bus.send(message(4)); });
@@ -243,7 +244,7 @@ private Q_SLOTS:
         use.open(use.gateway.port(), isOnce ? SUse::EOpening::eOnce : SUse::EOpening::eUntilOpen);
         QCOMPARE(use.connection(), EConnection::eConnecting);
         QVERIFY(use.interface->send(message(5)));
-        QTRY_COMPARE(use.fetch(), QStringList{"5 2"_s}); // refused: not opened
+        QTRY_COMPARE(use.fetch(), QStringList{"5 2"_s}); // refused with code 2: not opened
         QTRY_COMPARE(use.connection(), isOnce ? EConnection::eClosed : EConnection::eLost);
         QCOMPARE(use.interface->status().code, int(RC_TCP_CONNECT_FAILED));
         QVERIFY(!use.interface->status().reason.isEmpty());
@@ -268,7 +269,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.connection(), EConnection::eClosed);
         QTRY_COMPARE(use.fetch().size(), LIMIT);
         CInterfaceInUse::endAll();
-        QCOMPARE(use.fetch().count("1 2"_s), LIMIT); // refused: not opened
+        QCOMPARE(use.fetch().count("1 2"_s), LIMIT); // refused with code 2: not opened
     }
 
     void nothingWaitsForAGatewayThatDoesNotAnswer()

@@ -7,7 +7,7 @@ Q_DECLARE_METATYPE(vexmor::Cim::CCanMessage)
 
 namespace
 {
-QList<CCanMessage> s_shown[2]; ///< to the spy handler: received and sent ones
+QList<CCanMessage> s_shown[2]; ///< Messages shown to the spy handler: received ones, sent ones.
 
 int spy(const CCanInterface&, bool sending, const CCanMessage& message)
 {
@@ -15,8 +15,8 @@ int spy(const CCanInterface&, bool sending, const CCanMessage& message)
     return 0;
 }
 
-// How the texts of codes 0 to 10 and 100 to 109 begin, and those of interface errors 0 to 11. Whole they stand in the
-// catalog, from which no text of the sources may be missing.
+// The beginnings of the texts of codes 0 to 10 and 100 to 109, and of interface errors 0 to 11. The translation catalog
+// has the complete texts; translationsComplete finds missing ones.
 const QStringList COMMON_TEXTS = list("OK|Interface already|Interface not opened|Interface not connected|Receive queue|"
                                       "CAN Baudrate|No configuration change|Change of|Conversion string to enumeration|"
                                       "Conversion string to host|Conversion enumeration"_s);
@@ -33,7 +33,7 @@ int busloadOf(CCanInterface& can)
 }
 } // namespace
 
-/// What the operations of an open interface do, over both transports, against the simulated gateway.
+/// The operations of an open interface, over both transports, with the simulated gateway.
 class InterfaceT93Test : public QObject
 {
     Q_OBJECT
@@ -50,7 +50,7 @@ private Q_SLOTS:
                  "werden.|Der TCP-Puffer des T93 ist übergelaufen.|T93-Ethernet-Schnittstelle"_s);
         QTranslator german;
         QVERIFY(german.load("interfaceT93_de"_s, QStringLiteral(CIM_TRANSLATION_DIR)));
-        for (const bool isGerman : {true, false, true}) { // for the first time before the plugin is loaded
+        for (const bool isGerman : {true, false, true}) { // German before the plugin is loaded
             isGerman ? QCoreApplication::installTranslator(&german) : QCoreApplication::removeTranslator(&german);
             const std::unique_ptr<CCanInterface> can(plugin().createInterface());
             const QString error = can->interfaceErrorToString(11).section(QLatin1Char('\n'), 2, 2);
@@ -63,7 +63,7 @@ private Q_SLOTS:
     void pluginAnswersItsContract()
     {
         QPluginLoader loader(QStringLiteral(CIM_PLUGIN_FILE));
-        QVERIFY(!loader.metaData()["debug"_s].toBool()); // or release hosts refuse it
+        QVERIFY(!loader.metaData()["debug"_s].toBool()); // otherwise release builds of hosts refuse it
         QObject* const object = loader.instance();
         QCOMPARE(loader.instance(), object);
         void* const part = object->qt_metacast("quinmark.CCanInterfacePlugin/1.1");
@@ -133,13 +133,13 @@ private Q_SLOTS:
         SOpenInterface host(rowProtocol());
         host.can->setSpyHandler(spy);
         QList<CCanMessage> sent;
-        for (int value = 0; value < 256; ++value) { // each value once at every place of the data
+        for (int value = 0; value < 256; ++value) { // each value of a byte, in all lengths of data
             sent.append(message(std::uint16_t(value * 8), QByteArray(value % 9, char(value))));
         }
         for (const CCanMessage& one : std::as_const(sent)) {
             QCOMPARE(host.can->writeMessage(one), 0);
             host.bus.send(one);
-            QCoreApplication::processEvents(); // datagrams that nobody takes overflow
+            QCoreApplication::processEvents(); // otherwise the buffer of datagrams overflows
         }
         QCOMPARE(host.receive(sent.size()), sent);
         QTRY_COMPARE(host.atGateway, sent);
@@ -155,7 +155,7 @@ private Q_SLOTS:
 
     void gatewayTellsWhoItIs_data()
     {
-        // The version that it tells, then its identification; empty where that must not be asked for.
+        // Rows have the reported version and the identification; empty: the identification must not be requested.
         const auto row = columns<QByteArray, QByteArray, QString>("version", "identification", "known");
         row("1.5", hex("00000105"), {}, "1.05"_s);
         row("two digits", hex("ffff0a63"), {}, "10.99"_s);
@@ -169,21 +169,21 @@ private Q_SLOTS:
     void gatewayTellsWhoItIs()
     {
         QFETCH(QByteArray, identification);
-        SSimIdentity identity = withoutBusload(); // no request besides those that the version causes
+        SSimIdentity identity = withoutBusload(); // only the version causes requests
         identity.macAddress = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
         identity.firmwareMajor = identity.firmwareMinor = 9;
         identity.deviceText = identification;
-        identity.deviceNumber = 0x3939; // digits, too
+        identity.deviceNumber = 0x3939; // the bytes are digits, too
         SOpenInterface host(CCommonInfo::eProtocolTcp, identity);
         QCOMPARE(host.can->commonInfo().interfaceId(), "00:1a:2b:3c:4d:5e"_s);
         QCOMPARE(driver(*host.can).configParam().macAddressString(QLatin1Char('-')), "00-1a-2b-3c-4d-5e"_s);
         QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
         host.gateway.sendFrame(RM_CMD_FIRMWARE_VERSION, cell<QByteArray>("version"));
         QVERIFY(host.isAllHeard());
-        QCOMPARE(host.can->writeMessage(message(1)), 0); // behind its request, if there is one
+        QCOMPARE(host.can->writeMessage(message(1)), 0); // sent after the request for identification, if there is one
         QTRY_COMPARE(host.atGateway.size(), 1);
         QCOMPARE(requests.at(0).at(0).toInt(), int(identification.isEmpty() ? RM_CMD_TX11BIT_MSG : RM_CMD_DEVICE_ID));
-        // An identification that nobody asked for, or a second one, changes nothing.
+        // An identification that was not requested, or a second one, changes nothing.
         host.gateway.sendFrame(RM_CMD_DEVICE_ID, "T93 X SW08.08\x01\x02");
         QVERIFY(host.isAllHeard());
         QTEST(host.can->commonInfo().firmwareVersion(), "known");
@@ -202,7 +202,7 @@ private Q_SLOTS:
         row("timed, two data bytes", frame(0x01, hex("0123aabb00000001")), {}, {message(0x123, hex("aabb"))});
         row("timed, too short", frame(0x01, hex("0123aabb")), {}, {message(0x123)});
         row("29-bit and unknown", frame(0x02, hex("01020304")) + frame(0x03) + frame(0x99) + frame(0x57), {}, {});
-        const QByteArray asked = frame(0x41, hex("00000203")); // an identification is expected
+        const QByteArray asked = frame(0x41, hex("00000203")); // the next identification is expected
         row("short replies",
             frame(0x41, hex("000007")) + asked + frame(0x40) + asked + frame(0x40, "T") + asked +
                 frame(0x40, "T93 X\x01\x02") + frame(0x47),
@@ -212,7 +212,7 @@ private Q_SLOTS:
     {
         SOpenInterface host;
         const CCommonInfo before = host.can->commonInfo();
-        const CCanMessage good = message(0x7FF, hex("010203")); // the next one, which gets through
+        const CCanMessage good = message(0x7FF, hex("010203")); // a valid message, which must be received afterwards
         host.gateway.sendRaw(cell<QByteArray>("bytes") + frame(0x00, hex("07ff010203")));
         const QList<CCanMessage> expected = cell<QList<CCanMessage>>("stored") << good;
         QCOMPARE(host.receive(expected.size()), expected);
@@ -231,7 +231,8 @@ private Q_SLOTS:
         QList<CCanMessage> expected;
         QList<int> errors;
         int number = 0;
-        // Messages that arrive, or with a minus are read; each round begins at another slot of the ring.
+        // Numbers of messages that arrive or, with a minus sign, are read. Each round begins at another position of the
+        // ring.
         for (const int step : {9999, 1, 500, -3000, 2999, 1, 500, -3000, 3500, -CAPACITY - 1}) {
             if (step < 0) {
                 QVERIFY(unread(*host.can, -step) == expected.mid(0, -step));
@@ -247,10 +248,10 @@ private Q_SLOTS:
                 expected += expected.size() < CAPACITY ? QList<CCanMessage>{one} : QList<CCanMessage>();
             }
             host.gateway.sendRaw(stream);
-            host.gateway.sendStatus(0x01); // error 5 ends what is heard
+            host.gateway.sendStatus(0x01); // error 5 marks the end of the messages
             errors += hasRoom && expected.size() == CAPACITY ? QList<int>{2, 5} : QList<int>{5};
             QTRY_COMPARE(host.errorNumbers(), errors);
-            QCOMPARE(s_shown[0].size(), isSpied ? step : 0); // the spy handler sees the refused ones, too
+            QCOMPARE(s_shown[0].size(), isSpied ? step : 0); // the spy handler sees dropped messages, too
         }
     }
 
@@ -258,7 +259,7 @@ private Q_SLOTS:
     {
         const auto row =
             columns<int, unsigned int, unsigned int, unsigned int>("messages", "period", "rate", "percent");
-        // Messages of 8 data bytes have 110 bits. Before the period the load is 7 %.
+        // A message with 8 data bytes has 110 bits. Before the period, the load is 7 %.
         row("just below the next percent", 136, 1000, 500, 2);
         row("just at it", 137, 1000, 500, 3);
         row("more than the bus can carry", 100, 10, 10, 11000);
@@ -276,14 +277,15 @@ private Q_SLOTS:
         }
         meter.endPeriod(cell<unsigned int>("period"), cell<unsigned int>("rate"));
         QTEST(meter.percent(), "percent");
-        meter.endPeriod(1000, 500); // what was counted is counted once
+        meter.endPeriod(1000, 500); // each message is counted once
         QCOMPARE(meter.percent(), 0U);
     }
 
     void localBusload()
     {
         SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
-        for (const unsigned int pollTime : {1U, 0U}) { // a host may be in a hurry, but for 0 none keeps the loop busy
+        // A host may choose 1 ms, but 0 must not keep the event loop busy.
+        for (const unsigned int pollTime : {1U, 0U}) {
             configure(*host.can, [=](auto& param) { param.setBusloadPollTime(pollTime), param.setCanBaudrate(50); });
             QCOMPARE(host.can->resetCommunication(0), 0);
             for (const QTimer* timer : host.can->findChildren<QTimer*>()) {
@@ -293,7 +295,8 @@ private Q_SLOTS:
         configure(*host.can, [](CConfigParamT93& param) { param.setBusloadPollTime(600000); });
         QCOMPARE(host.can->resetCommunication(0), 0);
         configure(*host.can, [](CConfigParamT93& param) { param.setBusloadPollTime(1000); });
-        const auto busloadOfPeriod = [&](int code) { // which the test ends; 100 messages of 8 bytes have 11000 bits
+        // The test ends the period itself. 100 messages with 8 data bytes have 11000 bits.
+        const auto busloadOfPeriod = [&](int code) {
             host.gateway.flood(100);
             QCOMPARE(host.receive(100).size(), 100);
             QVERIFY(code == 0 || host.lose());
@@ -303,11 +306,11 @@ private Q_SLOTS:
             QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
         };
         busloadOfPeriod(0);
-        QCOMPARE(busloadOf(*host.can), 44); // sent and received both count
+        QCOMPARE(busloadOf(*host.can), 44); // sent and received messages count
         host.can->setSpyHandler(spy);
         busloadOfPeriod(109);
-        QCOMPARE(busloadOf(*host.can), 22); // refused ones do not count
-        QCOMPARE(s_shown[1].size(), 100);   // but are shown
+        QCOMPARE(busloadOf(*host.can), 22); // refused messages do not count
+        QCOMPARE(s_shown[1].size(), 100);   // but are shown to the spy handler
     }
 
     void gatewayMeasuresBusload()
@@ -318,23 +321,23 @@ private Q_SLOTS:
         QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
         const auto polls = [&] { return errorNumbers(requests).count(RM_CMD_BUSLOAD); };
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8"));
-        QTRY_COMPARE(polls(), 1); // asked at once, then one poll time after each answer
+        QTRY_COMPARE(polls(), 1); // the first poll at once, then one poll time after each answer
         host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("ffff"));
         QTRY_COMPARE(busloadOf(*host.can), 3879);                     // (65535 * 74) / 125 = 38796, / 10 = 3879
-        host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // the timer runs: nothing
+        host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // no poll: the timer runs
         QVERIFY(host.isAllHeard());
         QCOMPARE(host.can->resetCommunication(0), 0);
         QCOMPARE(busloadOf(*host.can), 0);
         host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8"));
         QTRY_COMPARE(polls(), 2);
-        host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // the answer was lost: asked again
+        host.gateway.sendFrame(RM_CMD_BUSLOAD_INTERVAL, hex("03e8")); // the answer was lost: another poll
         QTRY_COMPARE(polls(), 3);
         configure(*host.can, [](CConfigParamT93& param) { param.setCanBaudrate(0); });
         host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("f401"));
         QVERIFY(host.isAllHeard());
         QCOMPARE(busloadOf(*host.can), 0);
         QCOMPARE(host.can->writeMessage(message(1)), 0);
-        QTRY_COMPARE(host.atGateway.size(), 1); // all that was asked came before
+        QTRY_COMPARE(host.atGateway.size(), 1); // all earlier requests have arrived by then
         QCOMPARE(polls(), 3);
     }
 
@@ -356,8 +359,8 @@ private Q_SLOTS:
         const QSignalSpy requests(&host.gateway, &CSimGateway::requestReceived);
         QCOMPARE(copy->openCommunication(), 0);
         QCOMPARE(copy->writeMessage(message(1)), 0);
-        QCOMPARE(s_shown[1].size(), 1);                                   // the copy has the spy handler, too
-        QTRY_VERIFY(errorNumbers(requests).contains(RM_CMD_MAC_ADDRESS)); // and a connection of its own
+        QCOMPARE(s_shown[1].size(), 1);                                   // the copy has the same spy handler
+        QTRY_VERIFY(errorNumbers(requests).contains(RM_CMD_MAC_ADDRESS)); // and its own connection
     }
 
     void descriptionSetsAddressAndPort()

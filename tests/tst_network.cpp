@@ -11,11 +11,11 @@ Q_DECLARE_METATYPE(Addresses)
 
 namespace
 {
-const QString FIRST = "10.9.0.1"_s; // of this computer, like 10.9.0.3 and fd09::1
+const QString FIRST = "10.9.0.1"_s; // an address of this PC, like 10.9.0.3 and fd09::1
 const QString SECOND_INTERFACE = "10.9.1.1"_s;
-const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // of each log line
+const QByteArray UNIT = "20 InterfaceT93/t93DeviceDetection: "; // beginning of each log line
 
-/// Hears what is sent to a port, on all addresses.
+/// Records the datagrams that are sent to a port of its own, on all addresses.
 struct SRecorder : QUdpSocket {
     SRecorder()
     {
@@ -29,10 +29,10 @@ struct SRecorder : QUdpSocket {
     }
     SClock clock;
     QList<QNetworkDatagram> arrivals;
-    QList<qint64> milliseconds; ///< when each was heard
+    QList<qint64> milliseconds; ///< Time of each arrival.
 };
 
-/// A whole scan with the times and the port of the test; gives the names of what came to the first address.
+/// Runs a scan with the times and the port of the test. Returns the names of interfaces found by the address FIRST.
 QStringList scan(quint16 port, int waitMs, const Addresses& scanAddresses = {}, bool skipLoopback = true)
 {
     CT93DeviceDetectionThread thread(scanAddresses, skipLoopback, waitMs, port, nullptr);
@@ -50,14 +50,14 @@ QStringList scan(quint16 port, int waitMs, const Addresses& scanAddresses = {}, 
     return found;
 }
 
-/// Takes the results of the plugin's scans, as a host does.
+/// Receives the results of the plugin's scans, as a host does.
 class CResult : public QObject
 {
     Q_OBJECT
 public:
     ~CResult() override { qDeleteAll(interfaces); }
     QList<CCanInterface*> interfaces;
-    QList<int> returned; ///< by the plugin to the scan that is started in the slot
+    QList<int> returned; ///< Results of starting another scan in the slot.
 public Q_SLOTS:
     void take(int pluginId, QList<CCanInterface*> interfaceList)
     {
@@ -67,7 +67,7 @@ public Q_SLOTS:
     }
 };
 
-/// Runs while it exists.
+/// A process that is ended with its scope.
 struct SProcess : QProcess {
     explicit SProcess(const QString& command) { start("bash"_s, {"-c"_s, "exec "_s + command}); }
     ~SProcess() override
@@ -77,15 +77,15 @@ struct SProcess : QProcess {
     }
 };
 
-/// Plugs or pulls the cable at the gateway, or switches the network interface of this PC on or off.
+/// Sets the link "up" or "down": at the gateway, like a cable, or the network interface of this PC.
 bool setLink(bool atGateway, const QString& state)
 {
     return run((atGateway ? "nsenter -t $CIM_FAR -n ip link set far "_s : "ip link set near "_s) + state).exitCode == 0;
 }
 } // namespace
 
-/// What needs a network of its own: 10.9.0.1, 10.9.0.3 and fd09::1 on one interface, 10.9.1.1 on another. Scans on the
-/// wire, broadcasts and pulled cables.
+/// Tests in a network of their own, with 10.9.0.1, 10.9.0.3 and fd09::1 on one network interface and 10.9.1.1 on
+/// another: scans, broadcasts and pulled cables.
 class NetworkTest : public QObject
 {
     Q_OBJECT
@@ -95,10 +95,10 @@ private Q_SLOTS:
 
     void requestsOnTheWire_data()
     {
-        // Each request: sender, sequence, milliseconds since the one before.
+        // Requests have sender, sequence number and milliseconds since the previous request.
         const auto row = columns<Addresses, bool, QString>("scanAddresses", "skipLoopback", "requests");
         row("one from each address", {}, true, "10.9.0.1 0 0|10.9.0.3 1 100|10.9.1.1 2 100"_s);
-        // The socket of fd09::1 may not broadcast: no pause follows, and the sequence stays.
+        // The socket of fd09::1 cannot broadcast, so no pause follows and the sequence number stays.
         row("addresses asked directly", {QHostAddress(FIRST), QHostAddress("fd09::1"_s)}, true,
             "10.9.0.1 0 0|10.9.0.1 1 0|10.9.0.3 1 140|10.9.0.3 2 0|fd09::1 2 140|10.9.1.1 2 40|10.9.1.1 3 0"_s);
         row("loopback too", {QHostAddress(QHostAddress::LocalHost)}, false,
@@ -108,7 +108,7 @@ private Q_SLOTS:
     {
         QFETCH(bool, skipLoopback);
         const QStringList expected = list(cell<QString>("requests"));
-        bool isPrompt = false; // once at least, however busy the computer is
+        bool isPrompt = false; // required once only, because the PC may be busy
         for (int round = 0; round < 10 && !isPrompt; ++round) {
             SRecorder recorder;
             const CLogRecorder log(20);
@@ -132,7 +132,7 @@ private Q_SLOTS:
 
     void hostileReplies_data()
     {
-        // Strangers send so many times in turns; behind them a gateway answers.
+        // Strangers take turns to send the replies, "times" in all; then a gateway answers.
         const auto row = columns<QByteArrayList, int, int, int>("replies", "strangers", "times", "found");
         const QByteArray good = reply(1, entry(2, 0));
         QByteArray longest;
@@ -148,7 +148,7 @@ private Q_SLOTS:
         row("more than 4096", {good, good, good, good, good, good}, 10, 1000, 4096);
         row("longer than any reply", {longest + QByteArray(40000, 'x')}, 1, 1, 255 + 1);
         row("more than 128 KiB of one", {longest}, 1, 80, 8 * 255 + 1);
-        row("more than 1 MiB", {longest}, 10, 80, 64 * 255 + 1); // the gateway's short one fits behind them
+        row("more than 1 MiB", {longest}, 10, 80, 64 * 255 + 1); // the gateway's short reply still fits
     }
     void hostileReplies()
     {
@@ -159,9 +159,9 @@ private Q_SLOTS:
             QVERIFY(strangers[i].bind(QHostAddress("127.0.0.%1"_s.arg(i + 2))));
         }
         const QByteArrayList gateway{reply(1, entry(2, 0))};
-        QTimer pace; // a burst would not fit into the receiver's buffer
+        QTimer pace; // slows the senders: a burst would overflow the receiver's buffer
         connect(&pace, &QTimer::timeout, &pace, [&] {
-            const bool isScanListening = // since the last request
+            const bool isScanListening = // true after the last request
                 !recorder.arrivals.isEmpty() &&
                 recorder.arrivals.last().senderAddress().isEqual(QHostAddress(SECOND_INTERFACE));
             if (isScanListening && times >= 0) {
@@ -194,22 +194,23 @@ private Q_SLOTS:
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(one.gateway);
         auto* const object = dynamic_cast<QObject*>(&plugin());
-        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for the scan
+        // A scan must not use the proxy.
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1});
         const SClock clock;
-        QCOMPARE(plugin().scanInterfaces(), 0); // for nobody: what it finds goes with it, or it leaks
+        QCOMPARE(plugin().scanInterfaces(), 0); // no receiver: its results must be deleted, or they leak
         QVERIFY(QTest::qWaitFor([] { return plugin().scanInterfaces() == 0; }, 10000));
 
         CResult result;
         connect(object, SIGNAL(interfaceScanFinished(int, QList<CCanInterface*>)), &result,
                 SLOT(take(int, QList<CCanInterface*>)));
         QCOMPARE(plugin().scanInterfaces(), -1);
-        QVERIFY(plugin().addScanAddress(FIRST));                            // for the next scan only
-        QMetaObject::invokeMethod(object, "deviceDetectionThreadFinished"); // not yet: no effect
+        QVERIFY(plugin().addScanAddress(FIRST));                            // used by the next scan only
+        QMetaObject::invokeMethod(object, "deviceDetectionThreadFinished"); // too early: no effect
         QTRY_COMPARE_WITH_TIMEOUT(result.returned, QList<int>{0}, 10000);
         QVERIFY2(clock.elapsed() >= 2 * 4200, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(plugin().scanInterfaces(), -1);
 
-        QCOMPARE(result.interfaces.size(), 2 * 3); // TCP and UDP, asked from three addresses
+        QCOMPARE(result.interfaces.size(), 2 * 3); // TCP and UDP, found by three addresses
         for (CCanInterface* const can : std::as_const(result.interfaces)) {
             const CCommonInfo& info = can->commonInfo();
             const CConfigParamT93 param = driver(*can).configParam();
@@ -223,7 +224,7 @@ private Q_SLOTS:
             QCOMPARE(info.connectionState(), CCommonInfo::eConnected);
         }
         QTRY_COMPARE_WITH_TIMEOUT(result.returned.size(), 2, 10000);
-        QCOMPARE(result.interfaces.size(), 6 + 12); // the second scan asked by the address, too
+        QCOMPARE(result.interfaces.size(), 6 + 12); // the second scan also used the added address
     }
 
     void cimctlFindsAndOpensGateways()
@@ -259,14 +260,14 @@ private Q_SLOTS:
         expected.sort();
         QCOMPARE(QString::fromUtf8(scan.out.trimmed()).split(QLatin1Char('\n')), expected);
         QCOMPARE(scan.err.count("\"event\":\"stored\""), 6);
-        QCOMPARE(scan.err.count("\"event\":\"notStored\""), expected.size() - 6 - 2); // two cannot be
+        QCOMPARE(scan.err.count("\"event\":\"notStored\""), expected.size() - 6 - 2); // two cannot be stored
         far.terminate();
         QVERIFY(far.waitForFinished());
-        const SOutcome again = run(command); // nothing that cannot be stored
+        const SOutcome again = run(command); // finds no interface that cannot be stored
         QCOMPARE(again.exitCode, 0);
         QCOMPARE(again.err.count("\"event\":\"updated\""), 4);
         const SOutcome first = run(CIM_CIMCTL " show away-TCP-SERVER-30000"_s);
-        QVERIFY2(first.out.contains(" 10.9.0.1\n"), first.out); // of several with one name
+        QVERIFY2(first.out.contains(" 10.9.0.1\n"), first.out); // one of several with the same name
         QCOMPARE(run(CIM_CIMCTL " dump hall-2-TCP-SERVER-30001 -n 3 -s 5"_s).out.count('\n'), 3);
     }
 
@@ -278,7 +279,8 @@ private Q_SLOTS:
         can->setProperty("IPAddress", "255.255.255.255"_s);
         can->setProperty("LocalIPAddress", FIRST);
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
-        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for gateways
+        // The connection to a gateway must not use the proxy.
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1});
         QCOMPARE(can->openCommunication(), 0);
         QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
         QCOMPARE(can->resetCommunication(1), 0);
@@ -290,7 +292,7 @@ private Q_SLOTS:
             request = gateways.receiveDatagram();
             datagrams.append(request.data().toHex());
         }
-        // The bit rate, the reset, the message; no MAC address, no version, no bus load.
+        // Sent: bit rate, reset and message. Not sent: requests of MAC address, version and bus load.
         QCOMPARE(datagrams, (QByteArrayList{"43025705130d", "4301c0820d", frame(0x00, hex("0123")).toHex()}));
 
         const auto sayStatus = [&request](const QString& from, const QByteArray& status) {
@@ -298,32 +300,34 @@ private Q_SLOTS:
             QVERIFY(socket.bind(QHostAddress(from)));
             socket.writeDatagram(frame(0x42, status), request.senderAddress(), quint16(request.senderPort()));
         };
-        sayStatus(FIRST, hex("01")); // from the own address: skipped
+        sayStatus(FIRST, hex("01")); // skipped: from the own address
         sayStatus("10.9.0.3"_s, hex("08"));
         QTRY_COMPARE(errorNumbers(errors), QList<int>{8});
     }
 
     void pulledCable_data()
     {
-        // Attempts to reconnect fail at once behind a network that is switched off: they must go on all the same.
+        // While the network is switched off, attempts to reconnect fail at once; they must continue nevertheless.
         rows({"while requests are under way", "while the link is idle", "network switched off on this side"});
     }
     void pulledCable()
     {
         const bool atGateway = rowName().startsWith("while");
         const unsigned int pollTime = rowName().endsWith("idle") ? 600000 : 300;
-        // With a second client: it may not yet know that the old connection is gone when the new one comes.
+        // Two clients are allowed, because the new connection may arrive before the gateway notices that the old one is
+        // lost.
         SProcess gateway("nsenter -t $CIM_FAR -n " CIM_T93SIM " --address 10.9.0.2 --seconds 60 --clients 2"_s);
         QVERIFY(gateway.waitForReadyRead());
         const auto can = makeInterface(30000);
         can->setProperty("IPAddress", "10.9.0.2"_s);
         can->setProperty("BusloadPollTime", pollTime);
-        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1}); // not for gateways
+        // The connection to a gateway must not use the proxy.
+        QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, "127.0.0.1"_s, 1});
         QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         QCOMPARE(can->openCommunication(), 0);
         QTRY_VERIFY(!can->commonInfo().firmwareVersion().isEmpty());
-        // An idle link with its cable in is no loss, however silent.
-        QTest::qWait(pollTime > 10000 ? 12000 : 0); // longer than a loss takes to be noticed
+        // An idle link with its cable plugged in is not lost, however silent it is.
+        QTest::qWait(pollTime > 10000 ? 12000 : 0); // longer than the detection of a loss takes
         QVERIFY(errors.isEmpty());
 
         QVERIFY(setLink(atGateway, "down"_s));

@@ -11,7 +11,7 @@ namespace
 {
 const QByteArray GOOD = frame(0x00, hex("01234455"));
 
-/// A host without the plugin: what a gateway really says.
+/// A host without the plugin, which receives the gateway's bytes.
 struct SPlainHost {
     explicit SPlainHost(std::uint16_t port)
     {
@@ -28,7 +28,7 @@ struct SPlainHost {
 };
 } // namespace
 
-/// The simulated gateway by itself, and the program around it.
+/// The simulated gateway, and the program t93sim.
 class T93SimTest : public QObject
 {
     Q_OBJECT
@@ -67,7 +67,7 @@ private Q_SLOTS:
     {
         SGateway one;
         auto first = std::make_unique<SPlainHost>(one.gateway.port());
-        const SPlainHost second(one.gateway.port()); // before the first one is accepted
+        const SPlainHost second(one.gateway.port()); // connects before the first one is accepted
         QTRY_COMPARE(second.socket.state(), QAbstractSocket::UnconnectedState);
         QCOMPARE(one.gateway.tcpHostCount(), 1);
         QVERIFY(!SPlainHost(one.gateway.port()).connected);
@@ -75,14 +75,14 @@ private Q_SLOTS:
         QTRY_COMPARE(one.gateway.tcpHostCount(), 0);
         QVERIFY(SPlainHost(one.gateway.port()).connected);
 
-        QUdpSocket udp[2]; // of one PC: the later one takes the place of the other
+        QUdpSocket udp[2]; // two hosts of one PC: the later one replaces the other
         for (QUdpSocket& host : udp) {
             host.writeDatagram(GOOD, one.gateway.address(), one.gateway.port());
             QTRY_COMPARE(one.atGateway.size(), host.localPort() == udp[0].localPort() ? 1 : 2);
         }
         QCOMPARE(one.gateway.udpHostCount(), 1);
         SSimFaults faults;
-        faults.cutAt = rmFrame(message(1)).size(); // at the end: still one datagram for each
+        faults.cutAt = rmFrame(message(1)).size(); // cuts at the end: still one datagram per message
         one.gateway.setFaults(faults);
         for (const std::uint16_t id : {1, 2}) {
             one.bus.send(message(id));
@@ -114,17 +114,17 @@ private Q_SLOTS:
             one.bus.send(message(0x123, hex("4455")));
         }
         const int kept = (MESSAGES - lost) * GOOD.size();
-        QVERIFY2(kept >= 0x100000 && kept < 0x600000, QByteArray::number(kept)); // the kernel has a share
+        QVERIFY2(kept >= 0x100000 && kept < 0x600000, QByteArray::number(kept)); // includes the kernel's buffers
         host.socket.setReadBufferSize(0);
         QCOMPARE(host.read(kept, 30000).size(), kept);
         one.bus.send(message(0x123, hex("4455")));
         one.bus.send(message(0x123, hex("4455")));
-        const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // one report
+        const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // a single report of the loss
         QCOMPARE(host.read(rest.size()).toHex(), rest.toHex());
 
         SSimIdentity wordy;
         wordy.deviceText = QByteArray(240, 'x');
-        SGateway other(wordy); // requests are not even read: each answer finds room
+        SGateway other(wordy); // requests are not read until their answers fit
         SPlainHost asking(other.gateway.port());
         asking.socket.setReadBufferSize(1);
         QSignalSpy lostAnswers(&other.gateway, &CSimGateway::frameLost);
@@ -153,7 +153,7 @@ private Q_SLOTS:
 
     void misbehaves_data()
     {
-        // For two frames of the bus, and "raw" between them: so many bytes before that, and all.
+        // The gateway sends a frame, "raw" and a frame. Rows have the number of bytes before "raw", and all bytes.
         const auto row = columns<int, QByteArray, Change>("first", "bytes", "change");
         const int size = GOOD.size();
         const QByteArray wrongChecksum = GOOD.left(size - 2) + char(~GOOD[size - 2]) + '\r';
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QTRY_COMPARE(one.gateway.tcpHostCount(), 1);
         one.bus.send(message(0x123, hex("4455")));
         QTRY_COMPARE(host.socket.bytesAvailable(), qint64(cell<int>("first")));
-        one.gateway.sendRaw("raw"); // passes a frame that waits to be joined
+        one.gateway.sendRaw("raw"); // is sent before a frame that waits to be merged
         one.bus.send(message(0x123, hex("4455")));
         QCOMPARE(host.read(qMax(bytes.size(), 1)).toHex(), bytes.toHex());
     }
@@ -191,8 +191,9 @@ private Q_SLOTS:
         host.socket.write(interval);
         QCOMPARE(host.read(interval.size()), interval);
         const auto isMeasured = [&] {
-            for (int i = 0; i < 40000; ++i) {                                   // far more than the answer can hold
-                one.bus.send(message(0x123, QByteArray(8, 'x')), &one.gateway); // not delivered to this host
+            // Far more messages than the answer can count; they are not delivered to this host.
+            for (int i = 0; i < 40000; ++i) {
+                one.bus.send(message(0x123, QByteArray(8, 'x')), &one.gateway);
             }
             host.socket.write(request);
             return host.read(idle.size()) == frame(RM_CMD_BUSLOAD, hex("ffff"));
@@ -211,7 +212,7 @@ private Q_SLOTS:
         QVERIFY(!replay.open(log, 1, true));
         const SClock clock;
         replay.start();
-        QTRY_VERIFY(replay.sent() >= 6); // three rounds of 50 ms
+        QTRY_VERIFY(replay.sent() >= 6); // three rounds of 50 ms each
         QVERIFY2(clock.elapsed() >= 150, qPrintable(QString::number(clock.elapsed())));
     }
 
@@ -226,7 +227,7 @@ private Q_SLOTS:
         int inTurn = 0, most = 0, count = 0;
         connect(&turns, &QTimer::timeout, [&] { inTurn = 0; });
         connect(&bus, &CSimBus::messageSent, [&] {
-            QThread::msleep(5); // what it takes to send a message to a thousand hosts
+            QThread::msleep(5); // the time to send a message to a thousand hosts
             most = qMax(most, ++inTurn);
             ++count;
         });
@@ -238,7 +239,7 @@ private Q_SLOTS:
             replay.start();
         }
         QTRY_VERIFY(count >= 50);
-        QVERIFY2(most <= 5, qPrintable(QString::number(most))); // of 5 ms each, in a turn of 20 ms
+        QVERIFY2(most <= 5, qPrintable(QString::number(most))); // messages of 5 ms each, in a turn of 20 ms
     }
 
     void framesForASlowLinkAreBounded_data() { rows({"TCP", "UDP"}); }
@@ -272,8 +273,8 @@ private Q_SLOTS:
         addRow("--seconds 0.01 --port 65535 --firmware 255.255", 0, "gateway 1: 127.0.0.1:65535 .*\nmessages: 0 .*\n");
         addRow("--seconds 0.01 --port 0 --gateways 3", 0, "(gateway \\d: 127.0.0.1:\\d{4,5} .*\n){3}messages: 0 .*\n");
         const auto row = [&](const QByteArray& typed, int exitCode) { addRow(typed, exitCode, "t93sim: .+\n"); };
-        row("--port " + QByteArray::number(m_server.serverPort()), 1); // taken
-        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // at the start
+        row("--port " + QByteArray::number(m_server.serverPort()), 1); // the port is in use
+        row("--port 0 --replay <(printf '(1.0) can0 1#\nnone\n')", 2); // the wrong line is found at the start
         row("--port 0 --loop --start-now --replay LOG | { read -r; echo none >> LOG; cat; }; exit ${PIPESTATUS[0]}", 2);
         for (const char* output : {"--help > /dev/full", "--port 0 > /dev/full", "--port 0 >&-"}) {
             row(output, 1);

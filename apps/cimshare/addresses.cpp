@@ -15,12 +15,12 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// Bytes that the kernel keeps for a client that does not read. Without a limit it keeps megabytes.
+/// Bytes that the kernel buffers for a client that does not read. Without a limit, it buffers megabytes.
 constexpr int KERNEL_BUFFER = 128 * 1024;
 constexpr int ACCEPT_RETRY_MS = 100;
 
-/// Whether a client would take one of the last descriptors, which are kept for the gateways and the broker. Were there
-/// none left for a client, the server would not notice, and try to accept it all the time.
+/// Returns whether a descriptor is one of the last ones, which are reserved for the gateways and the broker. Clients
+/// must not use them up: without a free descriptor, QTcpServer would try to accept the same connection again and again.
 bool isAmongTheLast(qintptr descriptor)
 {
     constexpr rlim_t KEPT = 16;
@@ -54,7 +54,8 @@ void limitSilence(QTcpSocket& socket, bool isBrief)
 CAdmission::CAdmission(QTcpServer& server, QString subject, const SAllowedNetworks& allowed, CEventLog& log)
     : m_server(server), m_subject(std::move(subject)), m_allowed(allowed), m_log(log)
 {
-    connect(&server, &QTcpServer::acceptError, this, [this] { // it has stopped
+    // The server has stopped accepting connections.
+    connect(&server, &QTcpServer::acceptError, this, [this] {
         print("acceptError", QStringLiteral("cannot accept a client: ") + m_server.errorString());
         QTimer::singleShot(ACCEPT_RETRY_MS, &m_server, &QTcpServer::resumeAccepting);
     });

@@ -13,37 +13,39 @@ class QTcpSocket;
 namespace vexmor::Apps::Cimshare
 {
 
-/// ADDRESS:PORT.
+/// Returns "ADDRESS:PORT".
 QString placeOf(const QHostAddress& address, quint16 port);
-/// The same of the client.
+/// Returns the address and port of the client at the other end of a connection, as `placeOf` writes them.
 QString peerOf(const QTcpSocket& socket);
 
-/// Ends the connection to a PC that vanished, or to a client that reads nothing any more, after about 30 s, or 5 s.
+/// Lets the kernel end a connection whose PC has vanished or whose client reads nothing: after about 30 s, or after 5 s
+/// when `isBrief`.
 void limitSilence(QTcpSocket& socket, bool isBrief);
 
-/// Admits clients to a port, and logs that. When its server, which outlives it, cannot accept a connection, it tries
-/// again.
+/// Decides which clients may connect to one port, and logs the decisions. When the server cannot accept a connection,
+/// accepting resumes after a pause. The server must outlive this object.
 class CAdmission : public QObject
 {
 public:
-    /// Clients of one port. A client is turned away when its address has as many as are left: one address alone gets
-    /// half of them, and the next address finds some.
+    /// Maximum number of clients of one port. A client is turned away when its address already has as many clients as
+    /// there are free places: one address alone gets half of the places, and the next address still finds some.
     static constexpr int MAX_CLIENTS = 256;
-    /// Time of a client to choose a bus or to send a valid frame, and to read the last answers before its end.
+    /// Time in which a client must choose a bus or send a valid frame, and time in which it must read the last answers
+    /// before its connection ends.
     static constexpr int TIME_LIMIT_MS = 10'000;
 
-    /// `subject` is the port in the event log.
+    /// `subject` names the port in the event log.
     CAdmission(QTcpServer& server, QString subject, const SAllowedNetworks& allowed, CEventLog& log);
 
-    /// Checks a new connection and sets the options of its socket: low delay, a bounded buffer, and an end for a client
-    /// that vanished. Its place is free again when the socket is deleted. When it fails, the caller must close the
+    /// Checks a new connection and sets the options of its socket: low delay, a bounded buffer, and the limit of
+    /// silence. The client occupies a place until the socket is deleted. On failure, the caller must close the
     /// connection.
     Failure admit(QTcpSocket& socket);
-    /// Prints the place where clients could connect.
+    /// Prints the address and port on which the server would listen.
     void printPlan(const SListenAddress& place);
-    /// Prints the place where clients can connect.
+    /// Prints the address and port on which the server listens.
     void printListening();
-    /// Prints an event that a client caused.
+    /// Prints an event that a client caused; the number of lines per second is limited.
     void print(const char* event, const QString& text) { m_log.printLimited(event, m_subject, text); }
 
 private:
@@ -51,10 +53,11 @@ private:
     const QString m_subject;
     const SAllowedNetworks& m_allowed;
     CEventLog& m_log;
-    QList<QHostAddress> m_clients; ///< The address of each.
+    QList<QHostAddress> m_clients; ///< The addresses of the connected clients, one entry per client.
 };
 
-/// Sets the limit of open files to what so many ports and buses can need. Fails when the system does not allow it.
+/// Raises the limit of open files to the number that this many ports and buses can need. Fails when the system does not
+/// allow it.
 Failure reserveDescriptors(std::size_t ports, std::size_t buses);
 
 } // namespace vexmor::Apps::Cimshare

@@ -26,7 +26,8 @@ CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stre
 CEventLog::~CEventLog()
 {
     m_writer.waitForDone();
-    const std::lock_guard<std::mutex> guard(m_lock); // the thread sanitizer does not see Qt's locks
+    // Orders the thread's last access before the destruction: the thread sanitizer does not know Qt's own locks.
+    const std::lock_guard<std::mutex> guard(m_lock);
 }
 
 void CEventLog::print(const char* event, const QString& subject, const QString& text, QJsonObject fields)
@@ -49,7 +50,7 @@ void CEventLog::print(const char* event, const QString& subject, const QString& 
     }
 }
 
-/// In the thread of the writer.
+/// Writes the oldest line. Runs in the writer's thread.
 void CEventLog::writeNext()
 {
     std::unique_lock<std::mutex> guard(m_lock);

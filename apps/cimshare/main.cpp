@@ -1,4 +1,4 @@
-// cimshare: shares CAN interfaces with many programs. Here stands what can be typed.
+// cimshare: shares CAN interfaces with many programs. This file has its command line.
 #include "apps/cimshare/shareService.h"
 #include "apps/cli/exitCodes.h"
 #include "apps/cli/interruption.h"
@@ -69,7 +69,7 @@ void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks
 }
 
 constexpr unsigned int LONGEST_END_S = 2;
-CEventLog* s_warnings = nullptr; ///< Qt's handler of messages has no object.
+CEventLog* s_warnings = nullptr; ///< The log for Qt's message handler, which is a plain function.
 
 /// Prints warnings of the library, except the one about bit rate 0, which means unchanged here.
 void onQtMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)

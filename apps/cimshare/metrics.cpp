@@ -63,7 +63,7 @@ void addBus(const AddValue& add, const CSharedBus& bus, const CProtocols& protoc
 QByteArray metricsText(const CSharedBuses& buses, const CProtocols& protocols, const CEventLog& log)
 {
     static const double START = microsecondsNow() / 1e6;
-    std::map<QByteArray, QByteArray> families; // by name: the lines of a metric
+    std::map<QByteArray, QByteArray> families; // the lines of each metric, by its name
     const auto add = [&](const char* last, const char* help, double value, const QByteArray& labels = {}) {
         const QByteArray name = QByteArray("cimshare_") + last;
         QByteArray& lines = families[name];
@@ -92,14 +92,14 @@ QByteArray metricsText(const CSharedBuses& buses, const CProtocols& protocols, c
 
 Failure replaceFile(const QString& path, const QByteArray& content)
 {
-    const QFile::Permissions readable(0x6044); // by all users, node_exporter among them
+    const QFile::Permissions readable(0x6044); // for all users: node_exporter runs as another user
     QFile file(path + QStringLiteral(".new"));
     const bool isWritten = file.open(QIODevice::WriteOnly) && file.setPermissions(readable) &&
                            file.write(content) == content.size() && file.flush();
     if (!isWritten) {
         return SProblem{QStringLiteral("%1: %2").arg(path, file.errorString())};
     }
-    // Not QSaveFile, which waits for the disk: with it every client would wait.
+    // QSaveFile would wait for the disk, and with it all clients.
     const int code = std::rename(QFile::encodeName(file.fileName()), QFile::encodeName(path));
     return code == 0 ? Failure() : SProblem{QStringLiteral("%1: %2").arg(path, qt_error_string())};
 }

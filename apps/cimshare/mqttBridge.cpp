@@ -18,20 +18,21 @@ namespace
 constexpr int BATCH_MS = 20;
 constexpr int BATCH_MESSAGES = 200;
 constexpr int CHANGE_MS = 1000;
-const QString STATE = QStringLiteral("state"); // of the service, and of a bus
+const QString STATE = QStringLiteral("state"); // topic of the service's state and of each bus's state
 const QString TIME = QStringLiteral("time");
 const QString SEND = QStringLiteral("send");
 const QString LAST = QStringLiteral("last/");
 const QString REFUSED = QStringLiteral("refused");
 
-/// Refused lines of one publication, or of one second, that are published one by one.
+/// Number of refused lines of one publication, or of one second, that are published one by one.
 constexpr int MAX_REFUSALS = 10;
-/// Bytes of a refused line, or characters of the name of another service, that are reported.
+/// Maximum length of a reported refused line, in bytes, and of the reported name of another service, in characters.
 constexpr int MAX_LINE = 100;
 
-/// The same for the same service when it starts again: the broker then ends its old connection, which may still exist,
-/// and publishes the will of that before, not after, the new connection publishes its state. Services that only share
-/// the topic have different identifiers. Every broker accepts 23 letters and digits.
+/// Returns the client identifier, which stays the same when the service restarts: the broker then ends the old
+/// connection, if it still exists, and publishes its will before the new connection publishes its state, not after.
+/// Services that only share the topic have different identifiers. Every broker accepts identifiers of 23 letters and
+/// digits.
 QByteArray clientId(const QString& topic, const CSharedBuses& buses)
 {
     QString text = QHostInfo::localHostName() + QLatin1Char('\n') + topic;
@@ -97,11 +98,11 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                        {QStringLiteral("text"), published.bus->errorTitle(error)},
                        {TIME, microsecondsNow() / 1e6}});
     });
-    // Also where clients may not send: they get an answer.
+    // Subscribed even when clients may not send: they receive the reason for the refusal.
     m_link.subscribe(published.topic + SEND, [this, &published] { sendNext(published); });
 }
 
-/// Publishes the end itself: the broker drops the will of a client that disconnects.
+/// Publishes that the service ends, because the broker discards the will of a client that disconnects properly.
 CMqttBridge::~CMqttBridge()
 {
     flush();
@@ -173,7 +174,7 @@ bool CMqttBridge::publishObject(const QString& topic, QJsonObject object, bool i
     return m_link.publish(topic, m_form.object(object), isRetained);
 }
 
-/// Publishes a retained object that is not what the broker has.
+/// Publishes a retained object if it differs from the one published before.
 void CMqttBridge::publishChange(const QString& topic, const QJsonObject& object)
 {
     QJsonObject& before = m_retained[topic];
@@ -182,7 +183,7 @@ void CMqttBridge::publishChange(const QString& topic, const QJsonObject& object)
     }
 }
 
-/// Publishes a state or load that has changed, and a gap that is over.
+/// Publishes the state and the bus load if they have changed, and a gap that has ended.
 void CMqttBridge::publishChanges(SPublishedBus& published)
 {
     endRefusals(published);
@@ -199,8 +200,9 @@ void CMqttBridge::publishChanges(SPublishedBus& published)
     }
 }
 
-/// Publishes the last messages since the former call, once per identifier. They count as messages that wait for the
-/// broker, so that there is a limit; their loss is none.
+/// Publishes the last message of each identifier that was on the bus since the previous call. These publications count
+/// as messages that wait for the broker, so that their number is bounded; one that does not fit is published with a
+/// later call, and none is counted as lost.
 void CMqttBridge::publishLast(SPublishedBus& published)
 {
     for (auto& [id, last] : published.last) {
@@ -210,7 +212,8 @@ void CMqttBridge::publishLast(SPublishedBus& published)
     }
 }
 
-/// In JSON it says whether all interfaces are connected, and each: the broker publishes the end of all together.
+/// Returns the state of the service. In JSON, it also has the connection state of each interface and of all together,
+/// so that the will, which is this object, reports the interfaces as disconnected, too.
 QJsonObject CMqttBridge::serviceState(bool isOnline) const
 {
     QJsonObject result{{QStringLiteral("online"), isOnline},
@@ -256,15 +259,16 @@ void CMqttBridge::onConnected()
 
 // ---- From the broker ----
 
-/// Compares the state of the service at the broker. A wrong one, of a connection that ended late or of another service,
-/// is corrected with the next changes: once in a second at most.
+/// Compares the state at the broker with the state of this service. A wrong state, left by an old connection that ended
+/// late or by another service, is corrected with the next changes, at most once per second.
 void CMqttBridge::takeState()
 {
     for (const SArrival& arrival : m_link.take(m_topic + STATE).arrivals) {
         const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
         const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
-        m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // 0 is false, too
-        m_isOwnStateSeen = m_isOwnStateSeen || service == m_service; // before, it is what was left over
+        m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // "online" may be 0 or false
+        // Until then, the state at the broker is an earlier one.
+        m_isOwnStateSeen = m_isOwnStateSeen || service == m_service;
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
             m_log.print("sameTopic", m_name, QStringLiteral("another service with this topic: %1").arg(service));
             m_isStateWrong = true; // the other service notices the correction
@@ -272,7 +276,8 @@ void CMqttBridge::takeState()
     }
 }
 
-/// Sends what has arrived when everything before has its outcome: so other clients have their share of the bus.
+/// Sends the messages that have arrived, once the outcomes of all earlier ones are known, so that other clients get
+/// their share of the bus.
 void CMqttBridge::sendNext(SPublishedBus& published)
 {
     const SInbox inbox = published.unsent == 0 ? m_link.take(published.topic + SEND) : SInbox();
@@ -285,7 +290,7 @@ void CMqttBridge::sendNext(SPublishedBus& published)
                 this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
         }
     };
-    published.unsent = 1; // this loop
+    published.unsent = 1; // for the loop below, so that the batch does not end before it
     const auto onLine = [&](const QByteArray& line, Result<Cim::CCanMessage> message) {
         if (!message) {
             publishRefusal(published, line, message.problem().text);
@@ -304,7 +309,8 @@ void CMqttBridge::sendNext(SPublishedBus& published)
                                   : onLine(arrival.payload, SProblem{arrival.problem});
         endRefusals(published);
     }
-    published.refusals = MAX_REFUSALS + inbox.refusedLines; // none of them one by one
+    // Lines that did not fit into the inbox are not published one by one.
+    published.refusals = MAX_REFUSALS + inbox.refusedLines;
     endRefusals(published);
     finishOne();
 }

@@ -13,8 +13,9 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// Publishes the messages of the buses at a broker, and sends what is published there for them. Nothing waits for the
-/// broker: messages that it cannot take are lost, counted, and reported as a gap.
+/// Publishes the messages of the buses at a broker, and sends the messages that other programs publish there for the
+/// buses. Nothing waits for the broker: messages that it does not accept in time are lost, counted, and reported as a
+/// gap.
 class CMqttBridge : public QObject, public CProtocol
 {
 public:
@@ -37,18 +38,18 @@ private:
         SBusRecord record;
         bool isPublished = false;
     };
-    /// A bus as the broker has it.
+    /// A bus, and the state of its publications.
     struct SPublishedBus {
         CSharedBus* bus = nullptr;
-        QByteArray name; ///< In lines.
-        QString topic;   ///< Above all topics of the bus, with a slash at the end.
+        QByteArray name; ///< Name of the bus in the lines of the log format.
+        QString topic;   ///< Common beginning of all topics of the bus, with a slash at the end.
         SBatch received;
         SBatch sent;
-        int refusals = 0;                    ///< Refused lines since `endRefusals`.
-        int unsent = 0;                      ///< Messages of the broker that still have no outcome.
+        int refusals = 0;                    ///< Refused lines since the last call of `endRefusals`.
+        int unsent = 0;                      ///< Messages from the broker whose outcome is not known yet.
         int lost = 0;                        ///< Messages lost since the last gap was published.
-        std::int64_t lostSince = 0;          ///< Time of the first of them, in microseconds.
-        std::map<std::uint16_t, SLast> last; ///< By identifier: 2048 at most.
+        std::int64_t lostSince = 0;          ///< Time of the first lost message, in microseconds since the epoch.
+        std::map<std::uint16_t, SLast> last; ///< By identifier; at most 2048 entries.
     };
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);
@@ -70,17 +71,17 @@ private:
 
     const CSharedBuses& m_buses;
     const SMqttForm m_form;
-    const QString m_topic;         ///< Above all topics, with a slash at the end.
-    const QString m_service;       ///< Names this service among others with the same topic.
-    bool m_isOwnStateSeen = false; ///< The broker has delivered a state of this service.
-    bool m_isStateWrong = false;   ///< The broker has another state than this service.
+    const QString m_topic;         ///< Common beginning of all topics, with a slash at the end.
+    const QString m_service;       ///< Host name and process number of this service.
+    bool m_isOwnStateSeen = false; ///< The broker has delivered a state that this service published.
+    bool m_isStateWrong = false;   ///< The state at the broker is wrong and must be published again.
     std::vector<SPublishedBus> m_published;
-    std::map<QString, QJsonObject> m_retained; ///< By topic: the last object published in this connection.
+    std::map<QString, QJsonObject> m_retained; ///< Last object of each topic in this connection.
     QTimer m_batchTimer;
     QTimer m_changeTimer;
     std::optional<bool> m_isConnected;
-    bool m_isOtherLogged = false; ///< Another service with this topic, since the connection began.
-    CMqttLink m_link;             ///< The last member: its thread ends first.
+    bool m_isOtherLogged = false; ///< Another service with the same topic was logged since the connection began.
+    CMqttLink m_link;             ///< The last member, so that its thread ends first.
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -21,35 +21,36 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
-/// A connection that lasted so long ends the growing of the pauses: two clients with one identifier end each other's
-/// connections at once.
+/// A connection that lasted this long resets the pause between rounds. A shorter one does not: two clients with the
+/// same identifier keep ending each other's connections.
 constexpr int STABLE_MS = 60'000;
-/// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
+/// Maximum number of messages that wait for the broker: some megabytes, ten seconds of a fully loaded bus.
 constexpr int WAITING_LIMIT = 100'000;
-/// Publications without messages that may wait for an acknowledgement.
+/// Maximum number of publications with quality of service 1 that wait for an acknowledgement.
 constexpr std::size_t EVENT_LIMIT = 1000;
 constexpr int MAX_PAYLOAD = 64 * 1024;
-/// An inbox takes so many bytes and at most a thousand lines, or one publication.
+/// Capacity of an inbox. Each line counts LINE_SIZE bytes more than its length, which bounds the lines to about a
+/// thousand. A single publication always fits.
 constexpr int INBOX_SIZE = 256 * 1024;
 constexpr int LINE_SIZE = 256;
 
 QString textOf(int code)
 {
     const char* const text = code == MOSQ_ERR_KEEPALIVE ? "no answer" : mosquitto_strerror(code);
-    return QString::fromLocal8Bit(text); // of a system error: its text
+    return QString::fromLocal8Bit(text); // local encoding, because the text may be one of the system
 }
 
-/// The object that a callback of the library is for.
+/// Returns the object behind the pointer that libmosquitto passes to its callbacks.
 CMqttLink& of(void* link)
 {
     return *static_cast<CMqttLink*>(link);
 }
 
-/// The password of an encrypted key: no one can type it.
+/// Refuses to provide the password of an encrypted key: nobody is present to type it.
 constexpr auto NO_PASSWORD = [](char* /*buffer*/, int /*size*/, int /*isWriting*/, void* /*data*/) { return -1; };
 
-/// Has a client use TLS where the broker has a certificate authority. Loads the files as libmosquitto does at each
-/// connection, which does not report what is wrong with them.
+/// Makes the client use TLS if the broker has a certificate authority. First loads the files in the way libmosquitto
+/// does at each connection, because libmosquitto does not report what is wrong with them.
 Failure useTls(mosquitto* client, const SBroker& broker)
 {
     if (broker.caFile.isEmpty()) {
@@ -75,7 +76,7 @@ Failure useTls(mosquitto* client, const SBroker& broker)
         return code == MOSQ_ERR_SUCCESS ? Failure() : wrongUsage(QStringLiteral("certificates: %1").arg(textOf(code)));
     }
     const unsigned long error = ERR_get_error();
-    const char* const reason = ERR_reason_error_string(error); // null: an error of the system
+    const char* const reason = ERR_reason_error_string(error); // null for a system error
     return wrongUsage(QFile::decodeName(wrong) + QStringLiteral(" cannot be used: ") +
                       QString::fromLocal8Bit(reason != nullptr ? reason : std::strerror(ERR_GET_REASON(error))));
 }
@@ -101,13 +102,13 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // EVENT_LIMIT counts, and before
+    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // no limit of its own: `publish` enforces EVENT_LIMIT
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
     mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onAcknowledged(id); });
     mosquitto_unsubscribe_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onReceipt(); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
-    // The log line says more than the code of a failed handshake.
+    // The log line explains a failed TLS handshake; the code does not.
     mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
         if (QString& problem = of(link).m_problem; level == MOSQ_LOG_ERR && problem.isEmpty()) {
             problem = QString::fromUtf8(text);
@@ -159,7 +160,7 @@ Failure CMqttLink::readCredentials()
     if (!file.open(QIODevice::ReadOnly)) {
         return wrongUsage(QStringLiteral("%1: %2").arg(file.fileName(), file.errorString()));
     }
-    // Those of a service manager lie in a folder that is closed as a whole.
+    // A service manager's credentials are in a folder that other users cannot enter.
     const QString managed = qEnvironmentVariable("CREDENTIALS_DIRECTORY", QStringLiteral("/dev/null"));
     const auto ofOthers = file.permissions() & QFile::Permissions(0x77);
     if (ofOthers != 0 && !file.fileName().startsWith(managed + QLatin1Char('/'))) {
@@ -172,7 +173,7 @@ Failure CMqttLink::readCredentials()
 
 bool CMqttLink::publish(const QString& topic, const QByteArray& payload, bool isRetained, int messages)
 {
-    const std::lock_guard<std::mutex> guard(m_lock); // publications wait in the order of sending
+    const std::lock_guard<std::mutex> guard(m_lock); // held while sending, so that m_waiting has the order of sending
     const bool isEvent = messages == 0;
     const bool fits = isEvent ? m_unacknowledged.size() < EVENT_LIMIT : m_waitingMessages < WAITING_LIMIT;
     int id = 0;
@@ -212,7 +213,8 @@ void CMqttLink::run()
     } while (!m_ending.tryAcquire(1, pause * 1000));
 }
 
-/// One connection, from the first attempt to its end. Returns whether the node accepted it, and for long.
+/// Runs one connection, from the first attempt to its end. Returns whether the node accepted it and it lasted for
+/// STABLE_MS.
 bool CMqttLink::runOnce(const QString& node)
 {
     const QDeadlineTimer stable(STABLE_MS);
@@ -226,7 +228,8 @@ bool CMqttLink::runOnce(const QString& node)
     while (code == MOSQ_ERR_SUCCESS && !end.hasExpired()) {
         code = mosquitto_loop(m_client.get(), LOOP_MS, 1);
         if (const std::lock_guard<std::mutex> guard(m_lock); m_isAccepted && !std::exchange(m_isConnected, true)) {
-            Q_EMIT connected(); // the library has sent again what was not acknowledged: before anything newer
+            // The library has already resent the unacknowledged publications, so they come before any newer ones.
+            Q_EMIT connected();
         }
         code = code == MOSQ_ERR_SUCCESS ? requestReceipt() : code;
         if (m_ending.available() > 0 && end.isForever()) {
@@ -254,7 +257,7 @@ void CMqttLink::onConnect(int code)
         return;
     }
     if (std::exchange(m_isAccepted, true)) {
-        return; // one answer to a connection is enough, however many a broker sends
+        return; // a faulty broker may answer a connection request more than once
     }
     for (const auto& [topic, subscription] : m_subscriptions) {
         mosquitto_subscribe(m_client.get(), nullptr, topic.constData(), 0);
@@ -264,11 +267,12 @@ void CMqttLink::onConnect(int code)
 void CMqttLink::onAcknowledged(int id)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    m_unacknowledged.erase(id); // it is called for publications of messages, too
+    m_unacknowledged.erase(id); // no effect for publications with messages, whose sending also calls this
 }
 
-/// Has the broker confirm what it has read, which QoS 0 does not: it answers a request after all that was sent before.
-/// The end of a subscription that does not exist changes nothing. Returns an error when the answer is overdue.
+/// Requests a receipt for the publications sent so far, which quality of service 0 does not provide: the broker reads
+/// everything sent before the request and then answers it. The request ends a subscription that does not exist, which
+/// changes nothing. Returns an error when the answer to the previous request is overdue.
 int CMqttLink::requestReceipt()
 {
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -300,7 +304,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     }
     const bool isLong = message.payloadlen > MAX_PAYLOAD;
     const QByteArray payload(static_cast<const char*>(message.payload), isLong ? MAX_PAYLOAD : message.payloadlen);
-    // The broker would deliver a retained one at every connection.
+    // The broker delivers a retained publication again in every connection.
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
     const int lines = payload.trimmed().count('\n') + 1;
     const int size = payload.size() + lines * LINE_SIZE;

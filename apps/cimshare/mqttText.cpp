@@ -11,7 +11,7 @@ namespace
 {
 constexpr int MAX_LINES = 200;
 
-/// A log line, or a frame alone.
+/// Reads a log line, or a line with only a frame.
 Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
 {
     if (!line.startsWith('(')) {

@@ -9,29 +9,29 @@
 
 #include <functional>
 
-/// What goes over MQTT, as values.
+/// The texts of MQTT payloads, as functions of values.
 namespace vexmor::Apps::Cimshare
 {
 
-/// What the user chose for topics and payloads.
+/// The user's choices for topics and payloads.
 struct SMqttForm {
     QString topic;        ///< The beginning of all topics.
-    bool isJson = false;  ///< All payloads are JSON, with a time, and 0 or 1 for bool.
+    bool isJson = false;  ///< All payloads are JSON objects with a time, and with 0 or 1 instead of false and true.
     bool hasLast = false; ///< The last message with each identifier is published as well.
 
-    /// A line of candump's log format with the name of a bus, or a JSON object.
+    /// Returns a message as a line of candump's log format with the name of its bus, or as a JSON object.
     QByteArray message(const SBusRecord& record, const QByteArray& busName) const;
-    /// Several of these in one payload.
+    /// Returns several such texts as one payload.
     QByteArray messages(const QByteArrayList& each) const;
-    /// A JSON object in both formats.
+    /// Returns the text of a JSON object, which is JSON in both formats.
     QByteArray object(QJsonObject object) const;
 };
 
-/// Takes a line of what was sent to be put on a bus, and its message or what is wrong with it.
+/// Receives a line of a publication, and the message that it has or the problem with it.
 using MqttLineReader = std::function<void(const QByteArray& line, Result<Cim::CCanMessage> message)>;
 
-/// Reads log lines, or frames alone like 123#1122, a line each; empty lines and comments are left out. Lines after the
-/// first 200 are not read: they have a problem.
+/// Calls `onLine` for each line of a publication: a line of candump's log format, or only a frame like 123#1122. Empty
+/// lines and comments are skipped. Each line after the first 200 is passed with a problem.
 void readMqttLines(const QByteArray& payload, const MqttLineReader& onLine);
 
 } // namespace vexmor::Apps::Cimshare

@@ -11,24 +11,24 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A way in which buses are shared: all that the service knows of it.
+/// A protocol that shares buses with clients or through a broker, as the service sees it.
 class CProtocol
 {
 public:
-    /// `name` stands in the event log, which outlives the protocol.
+    /// `name` is the protocol's name in the event log. The log must outlive the protocol.
     CProtocol(QString name, CEventLog& log) : m_name(std::move(name)), m_log(log) {}
     virtual ~CProtocol() = default;
 
-    /// Reads files. Fails when one cannot be used.
+    /// Reads the files that the protocol needs. Fails when one cannot be used.
     virtual Failure prepare() { return {}; }
-    /// Prints what `start` would do.
+    /// Prints what `start` would do, without doing it.
     virtual void printPlan() = 0;
     /// Begins to serve clients, or to connect to a broker.
     virtual Failure start() = 0;
     const QString& name() const { return m_name; }
-    /// Clients that are connected to a bus.
+    /// Returns the number of clients that are connected to a bus.
     virtual int clientCount(const CSharedBus& /*bus*/) const { return 0; }
-    /// Nothing: there is no broker, or the first attempt to connect is under way.
+    /// Returns whether the broker is connected; no value without a broker, and during the first attempt to connect.
     virtual std::optional<bool> isBrokerConnected() const { return {}; }
 
 protected:

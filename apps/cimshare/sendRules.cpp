@@ -12,7 +12,8 @@ constexpr int HEX = 16;
 const QString ANY = QStringLiteral("*");
 } // namespace
 
-/// The name of a bus may have colons: the protocol ends at the first one, the identifiers begin at the last one.
+/// The name of a bus may contain colons: the protocol ends at the first colon, the identifiers begin after the last
+/// one.
 Failure CSendRules::add(const QString& text)
 {
     static const QRegularExpression RULE(QStringLiteral(

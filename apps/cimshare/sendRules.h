@@ -10,14 +10,15 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// Rules for what clients may send. Without a rule they may send nothing.
+/// The rules that allow clients to send. Without a rule, clients may send nothing.
 class CSendRules
 {
 public:
-    /// Adds rules, with commas between them: PROTOCOL[:BUS[:FIRST[-LAST]]], where "*" stands for each protocol or bus,
-    /// and identifiers are hexadecimal. "true" allows everything, "false" adds nothing.
+    /// Adds rules, separated by commas: PROTOCOL[:BUS[:FIRST[-LAST]]], where "*" means all protocols or all buses, and
+    /// FIRST and LAST are hexadecimal identifiers. "true" allows everything, "false" adds nothing. Fails at the first
+    /// text that is not a rule.
     Failure add(const QString& text);
-    /// Returns why clients of a protocol may not send an identifier on a bus, or nothing.
+    /// Returns the reason why clients of a protocol may not send an identifier on a bus, or no failure when they may.
     Failure problem(const QString& protocol, const QString& bus, std::uint16_t id) const;
 
 private:
@@ -30,11 +31,11 @@ private:
     std::vector<SRule> m_rules;
 };
 
-/// What the user lets clients send.
+/// The permission of clients to send, as the user configured it.
 struct SSendPermission {
     CSendRules rules;
-    int messagesPerSecond = 0; ///< Of one client on one bus; 0: no limit.
-    bool isPinned = false;     ///< To no other gateway than the known one.
+    int messagesPerSecond = 0; ///< Limit for each client on each bus; 0: no limit.
+    bool isPinned = false;     ///< Messages are sent only to the known gateway.
 };
 
 } // namespace vexmor::Apps::Cimshare

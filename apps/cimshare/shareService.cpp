@@ -29,7 +29,7 @@ CShareService::CShareService(SShareOptions options) : m_options(std::move(option
     connect(&m_aliveTimer, &QTimer::timeout, this, [] { sd_notify(0, "WATCHDOG=1"); });
 }
 
-/// All that reads the options, and tries nothing.
+/// Checks the options and creates buses and protocols, without opening or listening on anything.
 Failure CShareService::prepare()
 {
     if (!m_options.socketcand.isGiven() && !m_options.t93.isGiven() && m_options.broker.nodes.isEmpty()) {
@@ -97,7 +97,7 @@ Failure CShareService::start()
     }
     sd_notify(0, "READY=1");
     if (std::uint64_t microseconds = 0; sd_watchdog_enabled(0, &microseconds) > 0) {
-        m_aliveTimer.start(std::chrono::milliseconds(microseconds / 3000)); // three times within its time
+        m_aliveTimer.start(std::chrono::milliseconds(microseconds / 3000)); // three times per watchdog period
     }
     return {};
 }

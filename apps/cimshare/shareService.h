@@ -15,7 +15,7 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// The choices of the user.
+/// The choices of the user on the command line.
 struct SShareOptions {
     STargetOptions targets;
     bool allStored = false;
@@ -26,23 +26,24 @@ struct SShareOptions {
     SListenAddress t93;
     SBroker broker;
     SMqttForm mqtt;
-    int statusSeconds = 0; ///< Between two status lines; 0: none.
-    QString metricsFile;   ///< Empty: none.
+    int statusSeconds = 0; ///< Seconds between status lines; 0: no status lines are printed.
+    QString metricsFile;   ///< File for the metrics; empty: none is written.
     bool json = false;
-    bool isCheck = false; ///< Print what `start` would do, and do nothing.
+    bool isCheck = false; ///< Only print what `start` would do.
     SPluginPlace plugins;
 };
 
-/// The service: the buses, and the protocols that share them. Lives in the main thread.
+/// The service: owns the buses and the protocols that share them. Lives in the main thread.
 class CShareService : public QObject
 {
 public:
     explicit CShareService(SShareOptions options);
 
-    /// Starts the protocols, begins to open the interfaces, and reports that to the service manager. Fails when an
-    /// option cannot be satisfied.
+    /// Starts the protocols, begins to open the interfaces, and reports to the service manager that the service is
+    /// ready. Fails when an option cannot be satisfied.
     Failure start();
-    /// Prints what `start` would do. Fails as it would, but for what only trying shows.
+    /// Prints what `start` would do. Fails when `start` would fail, except for failures that only a real attempt
+    /// reveals, such as a port in use.
     Failure check();
 
 private:
@@ -59,7 +60,7 @@ private:
     CProtocols m_protocols;
     QTimer m_statusTimer;
     QTimer m_metricsTimer;
-    QTimer m_aliveTimer; ///< Shows the service manager's watchdog that the event loop runs.
+    QTimer m_aliveTimer; ///< Notifies the service manager's watchdog that the event loop runs.
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -12,7 +12,7 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// The names of the events that a connection has another state, in the order of EConnection.
+/// The names of the events that report a new state of the connection, in the order of EConnection.
 constexpr const char* CONNECTION_EVENTS[] = {"closed", "connecting", "noAnswer", "open", "silent", "away"};
 } // namespace
 
@@ -100,7 +100,8 @@ void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QS
                       const Outcome& onOutcome)
 {
     Failure failure = permit(message.id().value(), client, protocol);
-    if (!failure && !status().hasLink()) { // the interface may be connecting: it must not send this afterwards
+    // Without a link, the message must not be sent: it would wait and reach the bus after the connection is back.
+    if (!failure && !status().hasLink()) {
         failure = SProblem{connectionNotice()};
     } else if (!failure && !m_inUse->send(message)) {
         failure = SProblem{QStringLiteral("too many messages wait to be sent")};
@@ -195,7 +196,8 @@ void CSharedBus::onStatus()
     const bool isOverUdp = m_canInterface->property("Protocol").toString() == QLatin1String("UDP");
     const bool wasLost = !m_status.hasLink() || m_status.losses != before.losses;
     if (m_permission.isPinned && before.hasLink() && (wasLost || (isSilent && isOverUdp))) {
-        start(); // anew, and without an identity: the gateway that answers next may be another one
+        // Opens again and forgets the identity, because the gateway that answers next may be another one.
+        start();
     }
 }
 

@@ -20,14 +20,14 @@ namespace vexmor::Apps::Cimshare
 {
 
 /// The CAN bus behind a gateway, for many clients: what one client sends reaches the gateway and all other clients;
-/// what the gateway receives reaches all clients. Keeps the interface open: tries until that succeeds, and again when
-/// the link was lost. Logs what happens to the gateway, which client begins to send, and which message is refused.
+/// what the gateway receives reaches all clients. Keeps the interface open: retries until opening succeeds, and again
+/// after a loss. Logs the state of the gateway, the first message that each client sends, and refused messages.
 class CSharedBus : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Messages, and their data bytes.
+    /// A number of messages, and of their data bytes.
     struct SCount {
         quint64 messages = 0;
         quint64 bytes = 0;
@@ -35,71 +35,74 @@ public:
 
     using Outcome = std::function<void(const Failure& failure)>;
 
-    /// Takes over a closed interface. `permission` has what clients may send. It and the log outlive the bus.
+    /// Takes ownership of a closed interface. `permission` and `log` must outlive the bus.
     CSharedBus(CTarget target, std::unique_ptr<Cim::CCanInterface> canInterface, const SSendPermission& permission,
                CEventLog& log);
 
-    /// Begins to open the interface, or begins anew.
+    /// Begins to open the interface. A further call closes it and begins again.
     void start();
-    /// Hands a message of a client of `protocol` to the gateway. The log names the client by its object name.
-    /// `onOutcome` is called once, perhaps at once: with no failure when
-    /// the message was sent, otherwise with the reason why it never will be. It is not called after the end of the
-    /// client.
+    /// Sends a message of a client of `protocol`; the log names the client by its object name. `onOutcome` is called
+    /// once, possibly before this function returns: without a failure when the message was sent, otherwise with the
+    /// reason why it will not be sent. It is not called after the client was deleted.
     void send(const Cim::CCanMessage& message, QObject& client, const QString& protocol, const Outcome& onOutcome);
-    /// Returns why a client may not send an identifier now, or nothing. Counts for the limit of messages.
+    /// Returns the reason why a client may not send an identifier now, or no failure when it may. Each call counts
+    /// towards the client's limit of messages per second.
     Failure permit(std::uint16_t id, QObject& client, const QString& protocol);
 
     QString name() const { return m_target.name(); }
-    /// The name as it stands in topics and socketcand elements: blanks, unprintable characters and /+#$<> become "_".
+    /// Returns the name for topics and socketcand elements, in which blanks, unprintable characters and /+#$<> are
+    /// replaced by "_".
     QString plainName() const;
-    /// Empty when the gateway is the known one: the stored one or, where none is stored, the first one since the start.
+    /// Returns no failure when the gateway is the known one: the stored one or, if none is stored, the first one since
+    /// the start. Fails when another gateway answers, or when the gateway has not reported its identity yet.
     Failure identityProblem() const;
-    /// What is known of the connection to the gateway.
+    /// Returns the state of the connection to the gateway.
     const SInterfaceStatus& status() const { return m_status; }
-    /// The same as a line for clients.
+    /// Returns that state as a line of text for clients.
     QString connectionNotice() const;
-    /// The port text of the gateway.
+    /// Returns the port text of the gateway, which has its address.
     QString port() const { return m_canInterface->commonInfo().port(); }
-    /// In kbit/s; 0: unchanged.
+    /// Returns the bit rate in kbit/s; 0 means that the gateway's own rate is left unchanged.
     int bitRate() const { return m_canInterface->baudrate(); }
-    /// The first line of the interface's text for one of its errors, which says what happened; the other lines say what
-    /// to do. With the number of errors, where there were several.
+    /// Returns the first line of the text of an interface error, which states what happened; the other lines state what
+    /// to do. If `count` is not 1, the number of errors is added.
     QString errorTitle(int error, quint64 count = 1) const;
     const SCount& received() const { return m_received; }
     const SCount& sent() const { return m_sent; }
-    /// Messages of clients that were not sent.
+    /// Returns the number of clients' messages that were not sent.
     quint64 refused() const { return m_refused; }
-    /// Errors of the interface, by their numbers: those that were raised, and "bus off".
+    /// Returns how often each error of the interface was raised, by its number. "Bus off" always has an entry.
     const std::map<int, quint64>& errors() const { return m_errorCounts; }
-    /// Counts messages that did not reach a client of a protocol, or the broker.
+    /// Counts messages that were lost on the way to a client of a protocol or to the broker.
     void countLost(const QString& protocol, int messages)
     {
         m_lost += static_cast<quint64>(messages);
         m_lostByProtocol[protocol] += static_cast<quint64>(messages);
     }
     const std::map<QString, quint64>& lostByProtocol() const { return m_lostByProtocol; }
-    /// Returns the number of these, and of received messages that were lost because this program was busy for too long.
+    /// Returns the number of all lost messages: those of `countLost`, and received messages that were lost because this
+    /// program was busy for too long.
     quint64 lost() const { return m_lost; }
 
 Q_SIGNALS:
-    /// A message was on the bus. `client` sent it, or this object for a client that has ended; null: the gateway
-    /// received it.
+    /// A message was on the bus. `client` is the client that sent it, this object if that client no longer exists, or
+    /// null if the gateway received it.
     void messageSent(const vexmor::Apps::SBusRecord& record, const QObject* client);
-    /// The interface raised an error so many times. Further errors of the same kind are reported once a second.
+    /// The interface raised an error `count` times. Further errors with the same number are reported once per second.
     void errorRaised(int error, quint64 count);
-    /// The state of the connection is another one.
+    /// The state of the connection has changed.
     void connectionChanged();
-    /// The gateway has sent its identity, or another one than before.
+    /// The gateway has reported its identity for the first time, or a different one than before.
     void identified();
 
 private:
-    /// A message whose outcome has not come yet.
+    /// A sent message whose outcome is not known yet.
     struct SPending {
         QPointer<QObject> client;
         Outcome onOutcome;
     };
 
-    static constexpr int SECOND_MS = 1000; ///< The time that the limits of messages and of errors are counted in.
+    static constexpr int SECOND_MS = 1000; ///< The period of the limits of messages and errors.
 
     void print(const char* event, const QString& text) { m_log.printLimited(event, name(), text); }
     void onMail();
@@ -108,25 +111,29 @@ private:
     void onStatus();
 
     const CTarget m_target;
-    const std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< stays closed: a clone is used
+    const std::unique_ptr<Cim::CCanInterface> m_canInterface; ///< Stays closed; `m_inUse` works with a clone.
     const SSendPermission& m_permission;
     CEventLog& m_log;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
-    std::unique_ptr<CInterfaceInUse> m_inUse; ///< null before the start
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< Null before the start.
     SDelivery m_delivery;
-    std::uint16_t m_source = 0; ///< Of the records of `m_inUse`: another one after each start.
-    std::map<std::uint16_t, std::deque<SPending>> m_pending; ///< By source, in the order of sending.
-    std::map<int, quint64> m_errors; ///< Kinds that were reported in this second, and errors to report at its end.
+    std::uint16_t m_source = 0; ///< Source number in the records of `m_inUse`; increases with each start.
+    /// Messages without an outcome, by source, in the order of sending.
+    std::map<std::uint16_t, std::deque<SPending>> m_pending;
+    /// Errors reported in this second, by number, each with the count of further ones to report at the end of the
+    /// second.
+    std::map<int, quint64> m_errors;
     SInterfaceStatus m_status;
     QString m_identity;
     QString m_knownId;                        ///< MAC address of the known gateway.
-    std::map<const QObject*, int> m_messages; ///< Of each client in this second, sent or not.
+    std::map<const QObject*, int> m_messages; ///< Messages of each client in this second, sent or not.
     SCount m_received;
     SCount m_sent;
     quint64 m_lost = 0;
     std::map<QString, quint64> m_lostByProtocol;
     quint64 m_refused = 0;
-    std::map<int, quint64> m_errorCounts{{Cim::IE_CAN_BUS_OFF, 0}}; ///< An alert notices the step from 0.
+    /// Number of errors raised, by error. "Bus off" starts at 0, because an alert needs to see the step from 0.
+    std::map<int, quint64> m_errorCounts{{Cim::IE_CAN_BUS_OFF, 0}};
 };
 
 using CSharedBuses = std::vector<std::unique_ptr<CSharedBus>>;

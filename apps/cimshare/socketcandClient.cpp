@@ -9,15 +9,17 @@ namespace vexmor::Apps::Cimshare
 {
 namespace
 {
-/// Pause between an answer and the first frame: clients take what they read after a command for the answer.
+/// Pause between an answer and the first frame: clients expect that the bytes they read after a command are only the
+/// answer.
 constexpr int QUIET_MS = 50;
-/// The same after a bus was opened: the client may be far away, and chooses a mode next.
+/// The pause after a bus was opened, which is longer: the client chooses a mode next, and its commands may be slow to
+/// arrive.
 constexpr int OPENED_QUIET_MS = 500;
-/// Bytes of frames that wait for a client that does not read: about two seconds of a full bus.
+/// Maximum of the bytes of frames that wait for a client that does not read: about two seconds of a fully loaded bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
-/// The same with answers. Commands of a client for which more bytes wait are not read.
+/// Maximum of all bytes that wait for a client, answers included. Above it, the commands of the client are not read.
 constexpr qint64 ANSWER_LIMIT = SEND_LIMIT + 64LL * 1024;
-/// Bytes of a client that are read in one turn of the event loop.
+/// Maximum of the bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 const QString PROTOCOL = QStringLiteral("socketcand");
@@ -49,7 +51,8 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
         write(element);
         return;
     }
-    const auto found = m_subscriptions.find(message.id().value()); // none but in broadcast manager mode
+    // There are subscriptions only in broadcast manager mode.
+    const auto found = m_subscriptions.find(message.id().value());
     if (found != m_subscriptions.end()) {
         found->second.pending = element;
         deliverPending(found->second);
@@ -80,7 +83,8 @@ void CSocketcandClient::writeStatistics()
               .toLatin1());
 }
 
-/// Writes an answer: a segment of its own, without a line end, because clients compare what one read returns.
+/// Writes an answer in a segment of its own and without a line end, because clients compare the result of one read with
+/// it.
 void CSocketcandClient::answer(const QByteArray& element)
 {
     put(element);
@@ -106,14 +110,14 @@ void CSocketcandClient::write(const QByteArray& element)
 
 void CSocketcandClient::put(const QByteArray& bytes)
 {
-    if (m_socket->isOpen()) { // closed: `disconnected` is on its way
+    if (m_socket->isOpen()) { // when it is closed, `disconnected` follows
         m_socket->write(bytes);
     }
 }
 
 // ---- From the client ----
 
-/// Reads commands, while not too many answers and frames wait for the client.
+/// Reads and executes commands, unless too many bytes wait for the client.
 void CSocketcandClient::onReadyRead()
 {
     if (m_mode == eEnded || !m_socket->isOpen() || m_socket->bytesToWrite() > ANSWER_LIMIT) {
@@ -129,7 +133,7 @@ void CSocketcandClient::onReadyRead()
     }
 }
 
-/// Ends the connection when the client has read the last answer, or after a time.
+/// Ends the connection after the client has read the last answer, or after TIME_LIMIT_MS.
 void CSocketcandClient::end()
 {
     forget(eEnded);
@@ -207,7 +211,7 @@ void CSocketcandClient::setMode(EMode mode)
     m_quietTimer.start(QUIET_MS);
 }
 
-/// Changes the mode, and ends what belongs to the previous one.
+/// Changes the mode, and ends the statistics, subscriptions and cyclic messages of the previous mode.
 void CSocketcandClient::forget(EMode mode)
 {
     m_mode = mode;
@@ -250,11 +254,11 @@ void CSocketcandClient::addCyclic(const SCommand& command)
     limitSilence(*m_socket, true);
 }
 
-/// Of the refusals of a cyclic message, the client receives the first in a row.
+/// Sends a cyclic message. Of consecutive refusals, only the first is reported to the client.
 void CSocketcandClient::sendCyclic(const Cim::CCanMessage& message)
 {
     m_bus->send(message, *this, PROTOCOL, [this, id = message.id().value()](const Failure& failure) {
-        const auto cyclic = m_cyclic.find(id); // it may have been deleted meanwhile
+        const auto cyclic = m_cyclic.find(id); // the cyclic message may have been deleted meanwhile
         if (cyclic != m_cyclic.end() && !std::exchange(cyclic->second.isRefused, failure.has_value()) && failure) {
             writeError(failure->text);
         }

@@ -13,39 +13,41 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// The buses, by each name by which a client may open them.
+/// The buses, by every name under which a client may open them.
 using CBusesByName = std::map<QByteArray, CSharedBus*>;
 
-/// One client of the socketcand protocol. It chooses a bus and begins in broadcast manager mode, in which it receives
-/// the identifiers that it subscribed; in raw mode it receives every frame, in control mode counts. It may send frames.
+/// One client of the socketcand protocol. After it has opened a bus, it is in broadcast manager mode and receives the
+/// identifiers that it subscribed to. In raw mode it receives every frame, in control mode only counts of frames and
+/// bytes. It may send frames in the first two modes.
 class CSocketcandClient : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Takes the connection over; its peer is the object name. The buses outlive the client.
+    /// Takes ownership of the connection; the object name is the peer's address and port. `buses` must outlive the
+    /// client.
     CSocketcandClient(std::unique_ptr<QTcpSocket> socket, const CBusesByName& buses);
 
     CSharedBus* bus() const { return m_bus; }
-    /// Delivers a message of its bus that the gateway or another client sent; `element` is its text.
+    /// Delivers a message that the gateway or another client sent on this client's bus; `element` is its text.
     void deliver(const Cim::CCanMessage& message, const QByteArray& element);
 
 Q_SIGNALS:
     void disconnected();
-    /// The client reads too slowly and missed one more frame.
+    /// The client reads too slowly, and one more frame was lost.
     void frameLost();
 
 private:
-    /// Frames of one identifier in broadcast manager mode.
+    /// A subscription to one identifier, in broadcast manager mode.
     struct SSubscription {
-        QByteArray pending; ///< The newest frame that came too early.
-        QTimer timer;       ///< Runs until the next frame may be delivered.
+        QByteArray pending; ///< The newest frame that arrived before it may be delivered.
+        QTimer timer;       ///< Active until the next frame may be delivered.
     };
 
-    /// A message that is sent again and again.
+    /// A message that is sent cyclically.
     struct SCyclic {
         QTimer timer;
-        bool isRefused = false; ///< The last time; the client knows.
+        bool isRefused = false; ///< The last attempt was refused, and the refusal was reported to the client.
     };
 
     void onReadyRead();
@@ -69,11 +71,11 @@ private:
     const CBusesByName& m_buses;
     CSharedBus* m_bus = nullptr;
     EMode m_mode = eNoBus;
-    QByteArray m_stream; ///< From the client: the beginning of an element.
-    /// Ends the connection of a client that chooses no bus, or that does not read its last answer.
+    QByteArray m_stream; ///< Received beginning of an element that is not complete yet.
+    /// Ends the connection of a client that opens no bus, or that does not read its last answer.
     QTimer m_limitTimer;
-    QTimer m_quietTimer;  ///< Frames wait while it runs.
-    QByteArray m_waiting; ///< Frames that wait for `m_quietTimer`.
+    QTimer m_quietTimer;  ///< While active, frames are kept in `m_waiting`.
+    QByteArray m_waiting; ///< Frames to be written when `m_quietTimer` ends.
     QTimer m_statisticsTimer;
     bool m_hasLost = false;                                 ///< Frames were lost since the last frame written.
     std::map<std::uint16_t, SSubscription> m_subscriptions; ///< By identifier.

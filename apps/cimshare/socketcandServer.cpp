@@ -93,7 +93,7 @@ void CSocketcandServer::deliver(const CSharedBus& bus, const SBusRecord& record,
     QByteArray element;
     for (const auto& client : m_clients) {
         if (client->bus() == &bus && client.get() != sender) {
-            if (element.isEmpty()) { // the same for all
+            if (element.isEmpty()) { // the text is the same for all clients
                 element = frameElement(record.message, record.microseconds);
             }
             client->deliver(record.message, element);

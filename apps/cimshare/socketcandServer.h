@@ -15,11 +15,12 @@ namespace vexmor::Apps::Cimshare
 {
 
 /// Serves clients that speak socketcand: all buses on one TCP port, by the names that `busNames` makes. A client may
-/// open a bus by its plain name, too, whatever its length.
+/// also open a bus by its plain name, which may be longer.
 class CSocketcandServer : public QObject, public CProtocol
 {
 public:
-    /// With `hasBeacon` it announces itself by broadcast every 2 s, in each network that its address belongs to.
+    /// With `hasBeacon`, the server announces itself by broadcast every 2 s, in each network that its address belongs
+    /// to. `buses`, `allowed` and `log` must outlive the server.
     CSocketcandServer(const CSharedBuses& buses, const SListenAddress& address, bool hasBeacon,
                       const SAllowedNetworks& allowed, CEventLog& log);
 
@@ -33,7 +34,7 @@ private:
     void deliver(const CSharedBus& bus, const SBusRecord& record, const QObject* sender);
     void sendBeacon();
 
-    QStringList m_names; ///< For clients, in the order of the buses.
+    QStringList m_names; ///< Names of the buses for clients, in the order of the buses.
     CBusesByName m_byName;
     const SListenAddress m_address;
     QTcpServer m_server;

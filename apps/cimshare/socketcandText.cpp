@@ -22,7 +22,7 @@ constexpr int MAX_MILLISECONDS = 3'600'000;
 constexpr quint64 MIN_CYCLE = 1000;
 constexpr quint64 MAX_INTERVAL = 3600ULL * MICROSECONDS;
 
-/// The words after a verb, taken one after the other.
+/// The words of an element that have not been read yet.
 using CWords = QList<QByteArray>;
 
 QByteArray next(CWords& words)
@@ -42,7 +42,7 @@ SProblem wrong(const char* text)
     return wrongUsage(QString::fromLatin1(text));
 }
 
-// Readers of the operands of verbs.
+// Functions that read the operands of verbs.
 
 Failure readName(CWords& words, SCommand& command)
 {
@@ -91,7 +91,8 @@ Failure readData(CWords& words, SCommand& command)
     }
     unsigned char data[8] = {};
     for (unsigned int i = 0; i < *length; ++i) {
-        const auto byte = nextNumber(words, 16, UINT64_MAX); // a negative char, printed by a client, has 16 digits
+        // Up to 16 digits, because some clients print a byte above 7F with its sign extended. The low byte counts.
+        const auto byte = nextNumber(words, 16, UINT64_MAX);
         if (!byte) {
             return wrong("not as many hexadecimal bytes as the length says");
         }
@@ -108,7 +109,8 @@ constexpr unsigned ANY = eNoBus | OPEN;
 struct SSyntax {
     const char* verb;
     unsigned modes;
-    Failure (*operands[3])(CWords& words, SCommand& command); ///< Their readers; null: none.
+    /// Readers of the operands, in their order; null after the last one.
+    Failure (*operands[3])(CWords& words, SCommand& command);
 };
 constexpr SSyntax SYNTAX[] = {
     {"open", ANY, {readName}},
@@ -129,7 +131,7 @@ QByteArray timeText(std::int64_t microseconds)
     return QByteArray::number(static_cast<double>(microseconds) / MICROSECONDS, 'f', 6);
 }
 
-/// Verbs of what a T93 cannot do.
+/// Verbs that a T93 cannot serve, each with the feature that it would need.
 constexpr const char* IMPOSSIBLE[][2] = {
     {"sendrtr", "remote frames"}, {"isotpmode", "ISO-TP"}, {"isotpconf", "ISO-TP"},
     {"sendpdu", "ISO-TP"},        {"fsend", "CAN FD"},
@@ -207,7 +209,7 @@ EErrorClass classOf(int interfaceError)
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
 {
-    const QByteArray frame = CanLog::formatFrame(message); // like 123#1122
+    const QByteArray frame = CanLog::formatFrame(message); // for example 123#1122
     return "\n< frame " + frame.left(3) + ' ' + timeText(microseconds) + ' ' + frame.mid(4) + " >";
 }
 

@@ -13,7 +13,8 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
-constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2; ///< The device number follows it in a frame.
+/// Maximum length of the device text, which the device number follows in a frame.
+constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2;
 } // namespace
 
 CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowedNetworks& allowed, CEventLog& log)
@@ -23,7 +24,7 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
       m_place(place),
       m_admission(tcpServer(), QStringLiteral("t93 ") + bus.name(), allowed, log)
 {
-    setMaxClients(CAdmission::MAX_CLIENTS + 1); // further ones are turned away, with a line
+    setMaxClients(CAdmission::MAX_CLIENTS + 1); // one more, so that the admission turns it away and logs that
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
             [this] { m_admission.print("disconnected", QStringLiteral("a host disconnected")); });
@@ -56,9 +57,10 @@ void CT93Share::identify()
 {
     const SInterfaceStatus& status = m_bus.status();
     Sim::SGatewayIdentity identity;
-    const QByteArray mac = QByteArray::fromHex(status.interfaceId.toLatin1()) + QByteArray(6, '\0'); // a short one
+    // The padding is for a MAC address that is too short.
+    const QByteArray mac = QByteArray::fromHex(status.interfaceId.toLatin1()) + QByteArray(6, '\0');
     std::copy_n(mac.constData(), identity.macAddress.size(), identity.macAddress.begin());
-    // Hosts request the identification of a gateway with firmware 2.3, and any version can stand in that text.
+    // Hosts request the identification text of a gateway with firmware 2.3, and that text can have any version.
     identity.firmwareMajor = 2;
     identity.firmwareMinor = 3;
     identity.deviceText = ("T93 SHARED SW" + status.firmwareVersion.toLatin1()).left(MAX_DEVICE_TEXT);
@@ -77,7 +79,7 @@ void CT93Share::putOnBus(const Cim::CCanMessage& message, Sim::CRmLink& from)
 void CT93Share::change(const Cim::SRmFrame& request)
 {
     if (request.command == Cim::RM_CMD_BUSLOAD_INTERVAL) {
-        return; // each host sends one: not worth a line
+        return; // every host sends this, so it is not logged
     }
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")

@@ -7,10 +7,11 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A shared bus as a T93 gateway, on a TCP port of its own. Each host hears what the other clients send, and no host
-/// changes anything for them: bit rates, resets and measuring intervals are answered and ignored. Messages that no CAN
-/// frame can carry are refused. Turns hosts away until the real gateway has reported its identity, and those whose
-/// first byte begins no frame: a web page could write frames into its request.
+/// Offers a shared bus as a T93 gateway on a TCP port of its own. Each host receives what the other clients send. No
+/// host can change anything for other clients: requests for a bit rate, a reset or a measuring interval are answered
+/// and ignored. Messages that do not fit into a CAN frame are refused. Hosts are turned away until the real gateway has
+/// reported its identity, and when their first byte does not begin a frame, because a web page could hide frames in its
+/// request.
 class CT93Share : public Sim::CRmServer, public CProtocol
 {
 public:
@@ -27,7 +28,7 @@ protected:
     std::unique_ptr<Sim::CRmLink> makeLink(Sim::SRmPeer peer) override;
 
 private:
-    /// Answers as the real gateway from now on.
+    /// Takes over the identity of the real gateway for answers to hosts.
     void identify();
 
     CSharedBus& m_bus;

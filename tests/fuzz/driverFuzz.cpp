@@ -1,10 +1,11 @@
-// A host that does anything, in any order, to an interface whose gateway does anything, too; the sanitizers watch.
-// Every code must be one that the operation may give; what is read and shown was sent since the opening, in order; what
-// was refused never reaches the gateway; and in the end a message passes each way.
+// A host that performs random operations on an interface, while the gateway acts at random, too; the sanitizers check
+// memory and threads. Every result code must be one that the operation may return. Messages that are read and shown
+// were sent since the opening and are in order. A refused message never reaches the gateway. At the end, a message
+// passes in each direction.
 //
 //     driverFuzz [--seed N] [--steps N] [--reader]
 //
-// The same seed takes the same steps; --reader: another thread takes the messages, for the thread sanitizer.
+// The same seed gives the same steps. With --reader, another thread reads the messages, for the thread sanitizer.
 #include "t93Fixture.h"
 
 #include <random>
@@ -15,7 +16,7 @@ using namespace vexmor::Test;
 namespace
 {
 enum EPlace { eSpy, eSlot };
-std::function<void()> s_acts[2]; ///< what the host does when it is called at this place next
+std::function<void()> s_acts[2]; ///< Action of the host at its next call in each place.
 
 void actAt(EPlace place)
 {
@@ -31,14 +32,14 @@ void expect(const char* operation, int code, std::initializer_list<int> allowed)
     }
 }
 
-/// The number of a message that this program made, counted up from 1; 0 for any other message.
+/// Returns the number of a message that this program numbered, counted from 1; 0 for any other message.
 quint32 numberOf(const CCanMessage& message)
 {
     const bool isOwn = message.length() == 8 && std::memcmp(message.data(), "mark", 4) == 0;
     return isOwn ? qFromBigEndian<quint32>(message.data() + 4) : 0;
 }
 
-/// Requires that numbered messages come in order, and behind the number `after`.
+/// Requires that numbered messages are in order, and that their numbers are greater than `after`.
 void expectInOrder(const char* place, const CCanMessage& message, quint32& last, quint32 after = 0)
 {
     if (const quint32 number = numberOf(message); number != 0) {
@@ -65,7 +66,7 @@ public:
     explicit DriverFuzz(unsigned int seed) : m_random(seed)
     {
         listenOn(m_gateway);
-        m_gateway.setMaxClients(2); // one that reopens may come before its old link is gone
+        m_gateway.setMaxClients(2); // a reopened link may arrive before the old one is closed
         connect(&m_gateway, &CSimGateway::messageReceived, this, [this](const CCanMessage& message) {
             expect("a refused message at the gateway", m_refused.contains(numberOf(message)) ? 1 : 0, {0});
         });
@@ -74,13 +75,14 @@ public:
     void step()
     {
         using Act = void (DriverFuzz::*)();
+        // Each action is chosen by the numbers below its own.
         static const std::pair<int, Act> ACTS[] = {
             {30, &DriverFuzz::events}, {50, &DriverFuzz::send},      {60, &DriverFuzz::receive},
             {70, &DriverFuzz::read},   {80, &DriverFuzz::misbehave}, {88, &DriverFuzz::garbage},
             {94, &DriverFuzz::open},   {105, &DriverFuzz::arm},      {110, &DriverFuzz::reset},
             {114, &DriverFuzz::load},  {118, &DriverFuzz::behave},   {121, &DriverFuzz::close},
             {124, &DriverFuzz::drop},  {126, &DriverFuzz::flood},    {128, &DriverFuzz::clone},
-            {129, &DriverFuzz::renew}}; // each with the numbers below its own
+            {129, &DriverFuzz::renew}};
         if (!m_can) {
             renew();
         }
@@ -89,11 +91,11 @@ public:
         (this->*std::find_if(std::begin(ACTS), std::end(ACTS), isChosen)->second)();
     }
 
-    /// Whatever was before: with a gateway that behaves, it works.
+    /// Returns whether the interface works with a gateway without faults, whatever happened before.
     bool worksAgain()
     {
         s_acts[eSpy] = s_acts[eSlot] = nullptr;
-        QCoreApplication::removePostedEvents(this, QEvent::MetaCall); // acts that wait in the event loop
+        QCoreApplication::removePostedEvents(this, QEvent::MetaCall); // actions that wait in the event loop
         behave();
         replace(makeInterface(m_gateway.port()));
         drop();
@@ -107,7 +109,7 @@ public:
                m_can->writeMessage(message(0x123)) == RC_OK && QTest::qWaitFor([&] { return !atGateway.isEmpty(); });
     }
 
-    void read() // from any thread
+    void read() // called from any thread
     {
         const std::lock_guard lock(m_life);
         const quint32 before = m_numberAtOpening;
@@ -129,7 +131,7 @@ private Q_SLOTS:
 private:
     int pick(int count) { return static_cast<int>(m_random() % static_cast<unsigned int>(count)); }
 
-    // What the host does. Any of it may have deleted the interface when it returns.
+    // Actions of the host. Each of them may have deleted the interface when it returns.
     void events() { QCoreApplication::processEvents(QEventLoop::AllEvents, 1 + pick(5)); }
     void open()
     {
@@ -168,10 +170,10 @@ private:
     {
         if (next) {
             connect(next.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
-            next->setSpyHandler(pick(4) == 0 ? nullptr : spy); // without it pieces are published as a whole
+            next->setSpyHandler(pick(4) == 0 ? nullptr : spy); // without a handler, messages are published together
         }
         const std::lock_guard lock(m_life);
-        m_can.swap(next); // the old one is deleted behind the lock, when nobody can reach it
+        m_can.swap(next); // the old one is deleted after the unlock, when it is not reachable any more
     }
     void arm()
     {
@@ -189,10 +191,10 @@ private:
         }
     }
 
-    // What the gateway does.
+    // Actions of the gateway.
     void receive()
     {
-        for (int left = pick(4); left >= 0; --left) { // often in one read
+        for (int left = pick(4); left >= 0; --left) { // the host often reads several at once
             m_bus.send(anyMessage());
         }
     }
@@ -231,10 +233,11 @@ private:
     std::mt19937 m_random;
     CSimBus m_bus;
     CSimGateway m_gateway{m_bus};
-    std::mutex m_life; ///< held to read and to delete: a host must not delete what another thread reads
+    /// Held while reading and replacing: a host must not delete an interface from which another thread reads.
+    std::mutex m_life;
     std::unique_ptr<CCanInterface> m_can;
     std::atomic<int> m_taken{0};
-    quint32 m_number = 0; ///< of the last message that was numbered
+    quint32 m_number = 0; ///< Number of the last numbered message.
     std::atomic<quint32> m_numberAtOpening{0};
     quint32 m_lastRead = 0;
     QSet<quint32> m_refused;
@@ -242,9 +245,9 @@ private:
 
 int main(int argc, char** argv)
 {
-    qputenv("QT_LOGGING_RULES", "default.warning=false"); // they are expected
+    qputenv("QT_LOGGING_RULES", "default.warning=false"); // warnings are expected
     QCoreApplication application(argc, argv);
-    const QTemporaryDir store("/dev/shm/driverFuzz-XXXXXX"_s); // in memory: a store waits for the disk
+    const QTemporaryDir store("/dev/shm/driverFuzz-XXXXXX"_s); // in memory: storing waits for the disk
     qputenv("XDG_CONFIG_HOME", store.path().toLocal8Bit());
     QCommandLineParser options;
     options.addOptions({{"seed"_s, {}, "N"_s, QString::number(std::random_device()())},

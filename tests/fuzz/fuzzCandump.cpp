@@ -1,4 +1,5 @@
-// Any file read as a log ends, and what was read of it is the same when it is written and read again.
+// Reads any file as a log. The reader must reach an end, and each entry must stay the same when it is written and read
+// again.
 #include "canlog/candumpLog.h"
 #include "fuzz/require.h"
 

@@ -1,5 +1,5 @@
-// Any bytes, cut anywhere, give the same frames, and keep no good frame from getting through after them; whatever a
-// frame holds, what the driver and a shared gateway make of it is a message that a bus can carry, or one whole answer.
+// Deframes any bytes. They must give the same frames wherever they are cut, and must not hide a valid frame after them.
+// From any frame, the driver and a shared gateway must make a message that a bus can carry, or one complete answer.
 #include "InterfaceT93/gatewayReplies.h"
 #include "fuzz/require.h"
 #include "sim/rmServer.h"
@@ -42,13 +42,13 @@ void decode(const SRmFrame& frame)
     firmwareVersionOfIdentification(frame, version);
 }
 
-/// The frames in a stream that comes in pieces of `step` bytes, framed anew one behind the other.
+/// Returns the frames of a stream that arrives in pieces of `step` bytes, each framed again.
 Bytes framesOf(const Bytes& stream, std::size_t step, int& wrongChecksums)
 {
     Bytes frames;
     CRmDeframer deframer;
     for (std::size_t offset = 0; offset < stream.size(); offset += step) {
-        // A copy of its own size, so that a byte read behind it is seen.
+        // A copy of exact size, so that the sanitizer detects a read beyond its end.
         const Bytes piece(&stream[offset], &stream[offset] + std::min(step, stream.size() - offset));
         deframer.feed(
             piece.data(), piece.size(),
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
 {
     const Bytes good{0x43, 0x02, 0x42, 0x09, 0x0A, 0x0D};
     Bytes stream(bytes, bytes + count);
-    stream.resize(count + 40); // what a broken frame may swallow at most
+    stream.resize(count + 40); // the most that a broken frame can swallow
     stream.insert(stream.end(), good.begin(), good.end());
     int wrongWhole = 0;
     const Bytes frames = framesOf(stream, RM_BUFFER_SIZE, wrongWhole);
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t cou
         int none = 0;
         require(framesOf(stream, step, wrong) == frames);
         require(wrong == wrongWhole);
-        require(framesOf(frames, step, none) == frames); // frames that are framed again are frames
+        require(framesOf(frames, step, none) == frames); // valid frames are deframed to themselves
     }
     return 0;
 }

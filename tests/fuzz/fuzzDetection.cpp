@@ -1,5 +1,5 @@
-// Any datagrams may come as replies to a scan: an endpoint found in one is a whole one, found once, and the same when
-// it is announced again.
+// Reads any datagram as a reply to a scan. Each endpoint found must be complete, must be found once, and must be the
+// same when it is announced again.
 #include "InterfaceT93/configParamT93.h"
 #include "InterfaceT93/detectionDatagrams.h"
 #include "fuzz/require.h"
@@ -8,7 +8,7 @@ using namespace vexmor::Cim;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
-    // Not a copy, which would end with a zero byte: a look behind the datagram must be seen.
+    // Not a copy, which would end with a zero byte and hide a read beyond the datagram.
     const QByteArray reply = QByteArray::fromRawData(reinterpret_cast<const char*>(bytes), static_cast<int>(count));
     const std::vector<SDdtEntry> entries = usableDdtEntries(reply);
     const std::vector<SDdtEntry> again = usableDdtEntries(ddtDatagram(DDT_IDENT_REPLY, entries));

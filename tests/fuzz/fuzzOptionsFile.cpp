@@ -1,4 +1,4 @@
-// A file of options, as cimshare reads it, gives values within their limits, or a problem with a text.
+// Reads any file as an options file of cimshare. It must give values within their limits, or a problem with a text.
 #include "apps/cli/exitCodes.h"
 #include "apps/cli/options.h"
 #include "apps/cli/targetOptions.h"

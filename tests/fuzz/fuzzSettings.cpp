@@ -1,5 +1,4 @@
-// Any file may stand where the settings are: loading takes all of it or nothing, and what it took is what is saved
-// again.
+// Loads any file as settings. Loading must accept all settings or none, and saving must store the accepted ones again.
 #include "InterfaceT93/configParamT93.h"
 #include "fuzz/require.h"
 
@@ -9,7 +8,7 @@ using namespace vexmor::Cim;
 
 namespace
 {
-/// The keys and values that a record is stored with.
+/// Saves a record, and returns its stored keys and values.
 QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& group)
 {
     QVariantMap values;
@@ -26,17 +25,17 @@ QVariantMap stored(CConfigParamT93& param, CCommonInfo& info, const QString& gro
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
 {
     static const QTemporaryDir dir(
-        QStringLiteral("/dev/shm/fuzzSettings-XXXXXX")); // in memory: a save waits for the disk
+        QStringLiteral("/dev/shm/fuzzSettings-XXXXXX")); // in memory: saving waits for the disk
     static int inputs = 0;
     qputenv("XDG_CONFIG_HOME", dir.path().toLocal8Bit());
-    // A name for each input: Qt knows a file again by its size and the millisecond of its last change.
+    // A new name for each input: Qt recognises an unchanged file by its size and the millisecond of its last change.
     QCoreApplication::setOrganizationName(QStringLiteral("."));
     QCoreApplication::setApplicationName(QString::number(++inputs));
     QFile store(QSettings().fileName());
     require(store.open(QIODevice::WriteOnly));
     store.write("[CanInterfaces]\n");
     for (const QByteArray& line : QByteArray(reinterpret_cast<const char*>(bytes), int(count)).split('\n')) {
-        store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, and any others
+        store.write((line.startsWith('[') ? "" : "gw\\") + line + '\n'); // lines of the interface, or sections
     }
     store.close();
     CCommonInfo info;

@@ -1,4 +1,5 @@
-// What clients of a shared bus send is read to its end, and gives messages that a bus can carry.
+// Reads any bytes as texts of clients of a shared bus. The parsers must reach the end, and give only messages that a
+// bus can carry.
 #include "apps/cimshare/mqttText.h"
 #include "apps/cimshare/socketcandText.h"
 #include "fuzz/require.h"

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-/// Ends a fuzzer, which so reports its input, unless this holds.
+/// Aborts the fuzzer if a condition does not hold, so that it reports its input.
 inline void require(bool holds)
 {
     if (!holds) {
@@ -12,7 +12,7 @@ inline void require(bool holds)
     }
 }
 
-/// That a bus can carry this message.
+/// Requires that a bus can carry a message.
 inline void requireCarried(const vexmor::Cim::CCanMessage& message)
 {
     require(message.id().value() <= 0x7FF);
