@@ -2,8 +2,8 @@
 
 #include <QtGlobal>
 
-#if defined(CIM_QT) &&                                                                                                 \
-    CIM_QT != QT_VERSION_MAJOR // possible with pkg-config; the CMake package checks the version itself
+// A wrong version is possible with pkg-config; the CMake package checks the version itself.
+#if defined(CIM_QT) && CIM_QT != QT_VERSION_MAJOR
 #error "VexmorCim was built for another Qt: use the package vexmor-cim with Qt 5, and vexmor-cim-qt6 with Qt 6"
 #endif
 

@@ -39,7 +39,7 @@ enum EInterfaceError : int {
     IE_WRONG_CHECKSUM = 1,      ///< A received frame had a wrong checksum and was dropped; raised for each.
     IE_RX_QUEUE_FULL = 2,       ///< The queue now holds 10000 messages; further messages are lost until some are read.
     IE_READ_FAILED = 3,         ///< Reading from the socket failed.
-    IE_NOT_CONNECTED = 4,       ///< `resetCommunication` was called while the link was down.
+    IE_NOT_CONNECTED = 4,       ///< `resetCommunication` with `checkConnection` 1 found the link down.
     IE_STATUS_FIRST = 5,        ///< The first of 7 errors that the gateway reports by bits 0 to 6 of its status.
     IE_CAN_BUFFER_OVERFLOW = 5,
     IE_CAN_TRANSMIT_TIMEOUT = 6,
