@@ -39,8 +39,8 @@ struct SSimDetectionFaults {
 };
 
 /// Answers ident requests for simulated gateways: a broadcast is answered by all of them, a request to one address by
-/// those that serve this address. A gateway with the fault `mute` or `blackHole` does not answer. It lives in the
-/// thread of its gateways.
+/// those that serve this address. A gateway with the fault `mute` or `blackHole` (SSimFaults) does not answer. It lives
+/// in the thread of its gateways.
 ///
 /// It listens on all addresses of this computer; programs therefore create it only when the user requests it.
 class CSimDetection : public QObject
