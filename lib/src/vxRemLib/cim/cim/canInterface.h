@@ -49,11 +49,12 @@ namespace vexmor::Cim
 /// of qWarning. The properties of the T93 have the names of the keys in the settings store (see below), without dashes.
 /// Default values are in brackets; texts without one are empty:
 ///
-///     Hostname                QString    name of the gateway, shown to the user
+///     Hostname                QString    name of the gateway, stored for the user; has no effect
 ///     IPAddress               QString    IPv4 address of the gateway without leading zeros [192.168.1.70]
 ///     Port                    qlonglong  port of the gateway, 0 to 65535 [30000]
 ///     Protocol                QString    TCP or UDP [TCP]
-///     Service                 QString    socket mode of the gateway, SERVER or CLIENT; shown to the user [SERVER]
+///     Service                 QString    socket mode of the gateway, SERVER or CLIENT, stored for the user; has no
+///                                        effect [SERVER]
 ///     LocalIPAddress          QString    UDP: address of this computer to which the socket is bound; 0.0.0.0
 ///                                        stands for all IPv4 addresses [0.0.0.0]
 ///     UdpBindAnyIp            bool       UDP: bind the socket to all addresses of this computer, IPv6 included,
