@@ -21,8 +21,8 @@ constexpr int LOOP_MS = 200;
 constexpr int FIRST_PAUSE_S = 1;
 constexpr int LONGEST_PAUSE_S = 30;
 constexpr int END_MS = 1000;
-/// A connection that lasted so long ends the growing of the pauses: two clients with one identifier end each other's
-/// connections at once.
+/// Time after which a connection counts as stable: only then is the pause before the next attempt short again. Two
+/// clients with the same identifier end each other's connections at once, and their pauses must grow.
 constexpr int STABLE_MS = 60'000;
 /// Messages that may wait for the broker: some megabytes, ten seconds of a full bus.
 constexpr int WAITING_LIMIT = 100'000;

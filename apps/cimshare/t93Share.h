@@ -7,10 +7,11 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A shared bus as a T93 gateway, on a TCP port of its own. Each host hears what the other clients send, and no host
-/// changes anything for them: bit rates, resets and measuring intervals are answered and ignored. Messages that no CAN
-/// frame can carry are refused. Turns hosts away until the real gateway has reported its identity, and those whose
-/// first byte begins no frame: a web page could write frames into its request.
+/// A shared bus as a T93 gateway, on a TCP port of its own. Each host receives what the other clients send. No host
+/// changes the gateway for the other clients: requests for a bit rate, a measuring interval or a reset are answered as
+/// by a gateway, but not executed. Messages that no CAN frame can carry are refused. A host is turned away while the
+/// real gateway has not reported its identity, and when its first byte does not begin a frame: a web page could make a
+/// browser send frames within a request.
 class CT93Share : public Sim::CRmServer, public CProtocol
 {
 public:
