@@ -77,11 +77,11 @@ private:
     CLI::Option* m_option;
 };
 
-/// Adds a command and requires that one command is given. `chosen` is called if it is this one.
+/// Adds a command and requires that one command is given. `chosen` is called if the user gives this command.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
 /// Sets the text below the options in the help. A line that begins with a blank is not wrapped.
 void setFooter(CLI::App& app, const std::string& text);
-/// Adds command lines to copy below the footer, which must be set before.
+/// Adds command lines, for the user to copy, below the footer. Call `setFooter` first.
 void addExamples(CLI::App& app, std::initializer_list<const char*> examples);
 
 // In the functions below, `names` is like "-n,--count", or one word for a positional argument. The help shows `type` in
