@@ -173,7 +173,8 @@ public:
     /// Returns the translated text of an interface error for the user, several lines; empty for an unknown error. May
     /// be called from any thread.
     virtual QString interfaceErrorToString(int error) = 0;
-    /// Returns true from a successful open to the close, also while a lost link is being regained.
+    /// Returns true from a successful open to the close, also while a lost link is being regained, and already in
+    /// events that `openCommunication` processes.
     virtual bool isOpened() = 0;
     /// Returns the bit rate in kbit/s that is set in this interface; 0 when opening leaves the gateway's rate
     /// unchanged. The rate of the gateway itself cannot be queried.
@@ -184,9 +185,13 @@ public:
     virtual bool setBaudrate(int kbitPerSecond) = 0;
     /// Loads description and parameters. They are read from the settings group that belongs to the unique name of this
     /// interface (set it before, by `setCommonInfo`), below `group`, or below "CanInterfaces" when `group` is a null
-    /// string. Returns 0; 7 when the group belongs to another plugin, 8 or 9 when a stored value is invalid: nothing is
-    /// changed then. It also returns 0, and changes nothing, when nothing is stored under the name: where that matters,
-    /// first search the store for the name.
+    /// string. Returns 0; 7 when the group belongs to another plugin, 8 when the stored protocol or socket mode is
+    /// unknown, 9 when a stored address is invalid: nothing is changed then. Numbers are not checked: a stored port
+    /// above 65535 loses its higher bits, and with a bit rate that is not supported, opening leaves the gateway's rate
+    /// unchanged, with a Qt warning.
+    ///
+    /// The result is also 0, and nothing is changed, when nothing is stored under the name: where that matters, first
+    /// search the store for the name.
     ///
     /// While the interface is open, the new values take effect at different times: in `baudrate` and the bus load at
     /// once; address and port with the next reconnection (TCP) or the next message sent (UDP); protocol, local address
@@ -222,8 +227,8 @@ public:
     /// Replaces the description. Returns 0; 6, and nothing is changed, when the interface is open.
     ///
     /// If the new description has a port text of the IP form, the T93 takes its address and port, but not its protocol,
-    /// from this text. It does not check them. The result is 0 even for the following values, which the properties
-    /// IPAddress and Port would refuse:
+    /// from this text, unchecked. The result is 0 even for the following values, which the properties IPAddress and
+    /// Port would refuse:
     /// - A text that is no IPv4 address, such as a host name, leaves the interface without an address. Opening over TCP
     ///   then fails with 103, and settings saved in this state can never be loaded again (code 9).
     /// - Address parts with leading zeros are octal: 010.0.0.5 is 8.0.0.5. In the dialog of `configure` they are
