@@ -38,8 +38,8 @@ struct SBroker {
 
 /// A publication that arrived.
 struct SArrival {
-    QByteArray payload; ///< Only its beginning, where it is too long.
-    QString problem;    ///< Empty, or the reason why it must not be used.
+    QByteArray payload; ///< Payload; only its beginning when it is too long.
+    QString problem;    ///< Why the payload must not be used; empty when it may be used.
 };
 
 /// Publications to one topic. Its size is bounded.
@@ -86,7 +86,8 @@ Q_SIGNALS:
     void connected();
     /// The inbox of a topic was empty and is no longer.
     void arrived(const QByteArray& topic);
-    /// The broker did not confirm a publication that `publish` accepted `since` (microseconds); it may have read it.
+    /// The broker did not confirm a publication with this number of messages, which it may have received all the same.
+    /// `publish` accepted the publication at the time `since`, in microseconds.
     void lost(const QString& topic, int messages, qint64 since);
     /// The connection ended, or an attempt failed.
     void disconnected(const QString& why);
