@@ -14,7 +14,7 @@
 namespace vexmor::Sim
 {
 
-/// Returns a frame of any command for a host.
+/// Returns a frame of any command for a host, a program that uses the gateway.
 QByteArray rmFrame(std::uint8_t command, const QByteArray& payload);
 /// Returns the frame that delivers a CAN message to a host.
 QByteArray rmFrame(const Cim::CCanMessage& message);
@@ -39,8 +39,8 @@ class CRmLink : public QObject
 
 public:
     /// Bytes that may wait for a TCP host that does not read. Further frames are dropped, and the host receives a
-    /// status report when it reads again. While half as many wait, nothing is read from the host, to keep room for
-    /// answers.
+    /// status report when it reads again. While half of this limit waits, nothing is read from the host, to keep room
+    /// for answers.
     static constexpr qint64 SEND_LIMIT = 1024LL * 1024;
     /// Bytes of a TCP host that are read in one turn of the event loop.
     static constexpr qint64 READ_LIMIT = Cim::RM_BUFFER_SIZE;
@@ -61,7 +61,7 @@ public:
     virtual void send(const QByteArray& frame);
     /// Handles bytes from the host: a datagram, or a piece of the stream.
     void receive(const char* bytes, qint64 count);
-    /// Ends a TCP link whose first byte begins no frame, and one without a frame within a time.
+    /// Ends this TCP link if its first byte does not begin a frame, or if no frame arrives within `milliseconds`.
     void requireFrame(int milliseconds);
     /// Ends the link at once; bytes that wait are lost.
     void abort();
@@ -73,7 +73,7 @@ Q_SIGNALS:
     void disconnected();
 
 protected:
-    /// Passes waiting bytes to the network at once.
+    /// Passes the bytes that wait to the network at once.
     void flush();
     /// Turns reading from a TCP host on or off. Unread bytes stay in the socket.
     void setReading(bool isReading);

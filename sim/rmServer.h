@@ -48,7 +48,8 @@ public:
 
     const SGatewayIdentity& identity() const { return m_identity; }
     void setIdentity(const SGatewayIdentity& identity) { m_identity = identity; }
-    /// Sets the limit for TCP hosts, and for UDP hosts, that are served at a time; initially 1.
+    /// Sets how many TCP hosts are served at a time, and also how many UDP hosts; initially 1 of each. Less than 1
+    /// counts as 1.
     void setMaxClients(int count);
 
     /// Returns the number of hosts connected over TCP.
@@ -74,8 +75,8 @@ protected:
 
     /// Puts a message from a host on the bus.
     virtual void putOnBus(const Cim::CCanMessage& message, CRmLink& from) = 0;
-    /// Executes a request that changes the gateway (bit rate, measuring interval, reset), or ignores it; the answer is
-    /// the same.
+    /// Executes a request that changes the gateway (bit rate, measuring interval, reset), or ignores the request; the
+    /// host receives the same answer in both cases.
     virtual void change(const Cim::SRmFrame& request) = 0;
     /// Returns the link for a new host; null rejects the host.
     virtual std::unique_ptr<CRmLink> makeLink(SRmPeer peer) { return std::make_unique<CRmLink>(std::move(peer)); }
@@ -91,7 +92,7 @@ protected:
     QTcpServer& tcpServer() { return m_server; }
 
     /// Counts a message on the bus for the load and delivers it to all hosts except the one whose link is `sender`. If
-    /// `sender` is the gateway itself, no host receives it.
+    /// `sender` is this server, no host receives the message.
     void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);
     void sendToAll(const QByteArray& frame, const QObject* except = nullptr);
     /// Starts to measure the load of the bus over successive intervals.
@@ -124,7 +125,7 @@ private:
     QTimer m_measureTimer;
     QElapsedTimer m_measureClock;
     std::uint64_t m_bits = 0;          ///< Bits on the bus in this interval.
-    std::uint64_t m_bitsPerSecond = 0; ///< Rate of the last complete interval.
+    std::uint64_t m_bitsPerSecond = 0; ///< Mean rate in the last complete interval.
 };
 
 } // namespace vexmor::Sim

@@ -33,14 +33,14 @@ struct SSimDetectionFaults {
     int cutAt = 0;               ///< Number of bytes after which replies are cut; 0 for whole replies.
     int entryCount = -1;         ///< Number of entries that the header announces; -1 for the true number.
     bool nameWithoutEnd = false; ///< The host name fills its field, without a zero byte.
-    bool nameNoUtf8 = false;     ///< The host name begins with bytes that are not UTF-8.
+    bool nameNoUtf8 = false;     ///< The host name begins with bytes that are invalid in UTF-8.
     int repeat = 1;              ///< Number of times that each reply is sent.
-    int delayMs = 0;             ///< Delay of each reply.
+    int delayMs = 0;             ///< Delay of each reply, in ms.
 };
 
 /// Answers ident requests for simulated gateways: a broadcast is answered by all of them, a request to one address by
-/// those that serve this address. A gateway with the fault `mute` or `blackHole` does not answer. It lives in the
-/// thread of its gateways.
+/// those that serve this address. A gateway with the fault `mute` or `blackHole` (SSimFaults) does not answer. It lives
+/// in the thread of its gateways.
 ///
 /// It listens on all addresses of this computer; programs therefore create it only when the user requests it.
 class CSimDetection : public QObject

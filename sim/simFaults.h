@@ -15,9 +15,9 @@ struct SSimFaults {
     int missingEndEvery = 0;    ///< Every Nth frame has another byte instead of the end marker; 0 for none.
     QByteArray garbage;         ///< Bytes sent before every frame.
     int cutAt = 0;              ///< Size of the first of two writes (UDP: datagrams) per frame; 0 for one write.
-    int cutDelayMs = 5;         ///< Pause between these two writes.
-    int mergeCount = 1;         ///< Number of frames joined into one write; they wait until there are so many.
-    int replyDelayMs = 0;       ///< Delay of each reply.
+    int cutDelayMs = 5;         ///< Pause between these two writes, in ms.
+    int mergeCount = 1;         ///< Number of frames joined into one write; the first ones wait for the last.
+    int replyDelayMs = 0;       ///< Delay of each reply, in ms.
     bool mute = false;          ///< Requests are read but not answered; messages still pass.
     bool blackHole = false;     ///< Connections are accepted, but nothing is read or sent.
     bool refuse = false;        ///< New connections are refused; existing ones stay.
@@ -33,8 +33,8 @@ public:
     /// `faults` must outlive the link.
     CFaultyLink(SRmPeer peer, const SSimFaults& faults);
 
-    /// Drops the frame, over TCP and UDP, while SEND_LIMIT bytes wait for the pauses between the pieces of other
-    /// frames.
+    /// Drops the frame when SEND_LIMIT bytes of earlier frames, which were cut, still wait for their pauses. The limit
+    /// counts over UDP as well.
     void send(const QByteArray& frame) override;
     /// Sends an answer after the configured delay. Drops it when too many answers wait for their delay.
     void reply(const QByteArray& frame);
@@ -53,9 +53,9 @@ private:
     QByteArray m_merged;             ///< Frames that wait to be joined with others.
     int m_mergedCount = 0;           ///< Number of these frames.
     std::deque<QByteArray> m_writes; ///< Writes to be made, one by one.
-    qint64 m_bytesToCome = 0;        ///< Size of these writes, with their additional memory.
-    QTimer m_pause;                  ///< Pause between two writes while frames are cut.
-    int m_delayed = 0;               ///< Number of answers that wait for their delay.
+    qint64 m_bytesToCome = 0; ///< Size of these writes in bytes, with the memory that each needs besides its data.
+    QTimer m_pause;           ///< Pause between two writes while frames are cut.
+    int m_delayed = 0;        ///< Number of answers that wait for their delay.
 };
 
 } // namespace vexmor::Sim

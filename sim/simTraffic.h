@@ -12,8 +12,8 @@
 namespace vexmor::Sim
 {
 
-/// Plays a log in candump's format on a bus with the original timing: all its frames, in order. With more clients than
-/// this timing allows, it takes longer.
+/// Plays a log in candump's format on a bus with the original timing: all its frames, in order. When this computer
+/// cannot deliver the messages to all hosts in time, the log takes longer.
 class CSimReplay : public QObject
 {
     Q_OBJECT
@@ -49,8 +49,8 @@ private:
     std::uint64_t m_sent = 0;
 };
 
-/// Puts generated messages on a bus at a steady rate: reports of a few devices in turn, each with a counter. With more
-/// clients than this rate allows, the messages come later.
+/// Puts generated messages on a bus at a steady rate: reports of a few devices in turn, each with a counter. When this
+/// computer cannot deliver the messages to all hosts in time, they come later.
 class CSimGenerator : public QObject
 {
     Q_OBJECT

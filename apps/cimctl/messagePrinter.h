@@ -83,7 +83,7 @@ private:
     std::vector<SBusRecord> m_toRecord; ///< Messages for the next call of `record`; `source` is an index of `m_names`.
     QTimer m_recordTimer;
     QString m_recordProblem;     ///< Why the recorder has ended; empty while it runs.
-    std::int64_t m_timeBase = 0; ///< Time of the first or of the previous line; 0 before the first line.
+    std::int64_t m_timeBase = 0; ///< Time of the previous line (`--time d`) or of the first; 0 before the first line.
     bool m_stopped = false;
     std::uint64_t m_shown = 0;
 };

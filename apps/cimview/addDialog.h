@@ -16,8 +16,8 @@ class CInterfaceList;
 /// Returns true when the interface was added, false when the user cancelled.
 bool runAddDialog(CInterfaceList& interfaces, QWidget* parent);
 
-/// Returns the bit rates of a CAN bus, in the form of the store, each with its text for the user. The first one leaves
-/// the rate unchanged.
+/// Returns the bit rates of a CAN bus, each as it is stored, in kbit/s, and as a text for the user. The first rate, 0,
+/// stands for an unchanged rate.
 QVector<std::pair<QString, QString>> bitRateTexts();
 
 } // namespace vexmor::Apps::Cimview

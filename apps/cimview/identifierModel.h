@@ -18,7 +18,8 @@ namespace vexmor::Apps::Cimview
 {
 
 /// One row per identifier, interface and direction, sorted in this order. A row has the count, the rate, the periods
-/// and the last data of its messages, and marks the bytes that changed within the last second.
+/// (mean, least and greatest) and the last data of its messages, and marks the bytes that changed within the last
+/// second.
 class CIdentifierModel : public CTableModel
 {
     Q_OBJECT
@@ -51,8 +52,8 @@ public:
     void append(const std::vector<SBusRecord>& records);
     /// Sets the present time: old marks end, and rates fall.
     void setNow(std::int64_t microseconds);
-    /// Notes that the interface could receive nothing at this time: the time between its messages before and after this
-    /// moment does not count as a period.
+    /// Notes that an interface could receive nothing at this time, in microseconds since the epoch: the time between
+    /// its messages before and after this moment does not count as a period.
     void interrupt(std::uint16_t source, std::int64_t microseconds) { m_interruptions[source] = microseconds; }
     void clear();
 

@@ -47,8 +47,8 @@ public:
     Failure send(const QString& name, const Cim::CCanMessage& message) const;
     /// Returns the event for an error of an interface.
     SEvent eventOf(const SErrorRecord& error) const;
-    /// Updates the last error of each interface: a new error replaces it, a received message shows that the bus works
-    /// and ends it.
+    /// Updates the last error of each interface: a new error replaces the last one; a received message shows that the
+    /// bus works, and ends the error.
     void noteErrors(const SDelivery& delivery);
     /// Returns the event for a message that was refused.
     SEvent eventOf(const SBusRecord& refused) const;

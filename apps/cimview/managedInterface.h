@@ -48,8 +48,8 @@ public:
     Cim::CCanInterface& settings() const { return *m_canInterface; }
     /// Returns true when the interface is neither closed nor connecting.
     bool isOpen() const;
-    /// Returns true while the gateway is known to be unreachable: the link is lost, or the gateway is silent over UDP,
-    /// where a running gateway always answers.
+    /// Returns true while the gateway is known to be unreachable: the link is down (also of a closed interface), or the
+    /// gateway is silent over UDP, where a running gateway always answers.
     bool isUnreachable() const;
     /// Returns why nothing can be sent: the interface is not open, or no gateway has answered since it was opened.
     /// Returns nothing when messages can be sent.

@@ -12,8 +12,8 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Adds messages to both models. While the display is paused, live messages are held back, at most as many as fit into
-/// a trace, and added when the pause ends.
+/// Adds messages to the trace and to the view by identifier. While the display is paused, live messages are held back,
+/// at most as many as fit into a trace, and added when the pause ends.
 class CMessageFeed : public QObject
 {
     Q_OBJECT

@@ -35,7 +35,7 @@ public:
     QAction& followAction() { return *m_follow; }
     QTableView& traceView() { return *m_traceView; }
 
-    /// Loads the filters and the chosen tab from the group that is open on `settings`.
+    /// Loads the filters and the chosen tab from the current group of `settings`.
     void loadState(QSettings& settings);
     void saveState(QSettings& settings) const;
 
@@ -71,7 +71,7 @@ private:
     QString m_filterProblem; ///< Why the text in `m_idEdit` is not a filter; empty when it is one.
     QTimer m_filterTimer;
     QTimer m_countTimer;
-    int m_lastRow = 0; ///< Maximum of the scroll bar of the trace.
+    int m_lastRow = 0; ///< Position of the scroll bar of the trace at which the last row is shown.
 };
 
 } // namespace vexmor::Apps::Cimview

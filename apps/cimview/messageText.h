@@ -13,7 +13,7 @@
 namespace vexmor::Apps::Cimview
 {
 
-/// Returns the local time of day with microseconds.
+/// Returns the local time of day with microseconds. Times here are in microseconds since the epoch.
 QString timeText(std::int64_t microseconds);
 /// Returns local date and time in the format of the user's country.
 QString dateText(std::int64_t microseconds);

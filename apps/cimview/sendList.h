@@ -41,7 +41,7 @@ public:
     static constexpr int MAX_INTERVAL_MS = 3600000;
     static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< Interval of a new item.
 
-    static constexpr int MAX_LOADED = 1000;
+    static constexpr int MAX_LOADED = 1000; ///< Number of items that `load` adds at most.
 
     /// Returns why nothing can be sent on an interface, or nothing when messages can be sent.
     using Obstacle = std::function<Failure(const QString& interface)>;
@@ -51,8 +51,8 @@ public:
     void add(const SSendItem& item);
     void remove(int row);
     const SSendItem& item(int row) const { return m_items[static_cast<std::size_t>(row)]; }
-    /// Sets the interface for items without an interface of their own. Cyclic sending that runs already stays where it
-    /// is.
+    /// Sets the interface for items without an interface of their own. Cyclic sending that runs already stays on its
+    /// interface.
     void setTarget(const QString& interface) { m_target = interface; }
     /// Returns the interface on which an item is sent.
     QString interfaceOf(const SSendItem& item) const { return item.interface.isEmpty() ? m_target : item.interface; }
@@ -62,9 +62,9 @@ public:
     void stopAllBut(const QStringList& interfaces);
     void stopAll() { stopAllBut({}); }
 
-    /// Adds the items of the group that is open on `settings`, at most MAX_LOADED.
+    /// Adds the items of the current group of `settings`, at most MAX_LOADED.
     void load(QSettings& settings);
-    /// Writes all items to the group that is open on `settings`.
+    /// Writes all items to the current group of `settings`.
     void save(QSettings& settings) const;
 
     Qt::ItemFlags flags(const QModelIndex& index) const override;
@@ -72,7 +72,7 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
 
 Q_SIGNALS:
-    /// Requests that the message is sent at this interval from now on; 0 stops it.
+    /// Requests that the message is sent every `milliseconds` from now on; 0 stops the sending.
     void cyclicChanged(int key, const QString& interface, const vexmor::Cim::CCanMessage& message, int milliseconds);
     /// Reports why a typed text was refused.
     void refused(const QString& text);

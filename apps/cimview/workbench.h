@@ -59,8 +59,8 @@ public:
 Q_SIGNALS:
     /// Reports the end of a scan, and how many interfaces it has added at the end of the list.
     void scanEnded(int added);
-    /// Reports the progress of a longer task for the status bar. The text stays until the next one; after `isEnd`, for
-    /// some seconds.
+    /// Reports the progress of a longer task for the status bar. The text stays until the next text; with `isEnd` true,
+    /// only for some seconds.
     void progressed(const QString& text, bool isEnd);
 
 private:

@@ -16,7 +16,8 @@ namespace vexmor::Apps
 
 /// The networks that clients may connect from.
 struct SAllowedNetworks {
-    QList<QPair<QHostAddress, int>> networks; ///< None: clients may connect from anywhere.
+    /// Addresses with their prefix lengths. When the list is empty, clients may connect from anywhere.
+    QList<QPair<QHostAddress, int>> networks;
 
     /// Adds networks, each of them ADDRESS or ADDRESS/PREFIX.
     Failure add(const QStringList& texts);

@@ -31,7 +31,8 @@ public:
     ~CCommandLine();
     operator CLI::App&() { return *m_app; }
 
-    /// Adds an option that names a file of options, "name=value", one per line. Unknown names are wrong usage.
+    /// Adds an option that names a file of options, "name=value", one per line. Unknown option names in the file are
+    /// wrong usage.
     void addConfigFile(const std::string& names, const std::string& help, const std::string& type);
     /// Parses the arguments. Returns an exit code if the program is to end: after --help and --version, and the result
     /// of `fail` after wrong usage.
@@ -47,9 +48,11 @@ class COption
 public:
     COption(CLI::Option* option) : m_option(option) {}
     COption required() const;
+    /// Shows the option below a title in the help.
     COption group(const char* title) const;
+    /// Refuses a command line that has this option without the other option.
     COption needs(const COption& other) const;
-    /// Refuses a command line that has this option and any of the others.
+    /// Refuses a command line that has this option and any of `others`.
     COption excludes(std::initializer_list<COption> others) const;
     /// Lets the option take several values at a time.
     COption several() const;
@@ -74,12 +77,16 @@ private:
     CLI::Option* m_option;
 };
 
-/// Adds a command and requires that one command is given. `chosen` is called if it is this one.
+/// Adds a command and requires that one command is given. `chosen` is called if the user gives this command.
 CLI::App& addSubcommand(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> chosen);
 /// Sets the text below the options in the help. A line that begins with a blank is not wrapped.
 void setFooter(CLI::App& app, const std::string& text);
-/// Adds command lines to copy below the footer, which must be set before.
+/// Adds command lines, for the user to copy, below the footer. Call `setFooter` first.
 void addExamples(CLI::App& app, std::initializer_list<const char*> examples);
+
+// In the functions below, `names` is like "-n,--count", or one word for a positional argument. The help shows `type` in
+// place of the value. The variables must outlive the parsing.
+
 COption addFlag(CLI::App& app, const std::string& names, bool& value, const std::string& help);
 COption addFlag(CLI::App& app, const std::string& names, std::function<void()> given, const std::string& help);
 COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest, int highest, const std::string& help,
@@ -90,7 +97,8 @@ COption addText(CLI::App& app, const std::string& names, QString& value, const s
                 const std::string& type = {});
 COption addText(CLI::App& app, const std::string& names, const std::function<void(const QString&)>& take,
                 const std::string& help, const std::string& type);
-/// Adds an option whose value is passed to `read`. Its failure is wrong usage, and its text is printed unchanged.
+/// Adds an option whose value is passed to `read`. A failure of `read` is wrong usage, and its text is printed
+/// unchanged.
 COption addValue(CLI::App& app, const std::string& names, const std::function<Failure(const QString&)>& read,
                  const std::string& help, const std::string& type);
 /// Adds an option that may be given several times, with one value each.

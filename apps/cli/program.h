@@ -11,9 +11,9 @@ namespace vexmor::Apps
 {
 
 /// Runs a program and returns the exit code for `main`. Sets the names that locate the store of interfaces, and opens
-/// the descriptors 0 to 2 if they are closed: otherwise a socket could get such a number and with it the printed
-/// output. Reports exceptions (no memory) and output that could not be written (disk full) in a line on stderr that
-/// begins with `prefix`.
+/// the descriptors 0 to 2 if they are closed: otherwise a socket could get one of these numbers, and printed output
+/// would be sent through this socket. Reports exceptions (no memory) and output that could not be written (disk full)
+/// in a line on stderr that begins with `prefix`.
 int runProgram(const char* prefix, const std::function<int()>& program);
 
 /// Prints a problem in a line on stderr that begins with `prefix`, and returns its exit code.

@@ -7,8 +7,8 @@
 namespace vexmor::Apps
 {
 
-/// Returns the time in microseconds since the epoch; 0 when the clock is set to an earlier time, which logs cannot
-/// hold.
+/// Returns the time in microseconds since the epoch; 0 when the clock is set to a time before the epoch, which logs
+/// cannot hold.
 inline std::int64_t microsecondsNow()
 {
     using namespace std::chrono;

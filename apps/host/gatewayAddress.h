@@ -15,9 +15,9 @@ QString plainAddress(const QString& typed);
 /// Returns whether a text begins with an address, in either form of `readAddress`.
 bool isAddress(const QString& text);
 
-/// Reads ADDRESS[:PORT][:TCP|:UDP], or a port text like IP=192.168.1.70:30000:TCP, and returns it added to the settings
-/// `present` (from options), which it must not contradict. If these contain no bit rate, the result has
-/// GATEWAYS_BIT_RATE: listening must not disturb a bus.
+/// Reads ADDRESS[:PORT][:TCP|:UDP], or a port text like IP=192.168.1.70:30000:TCP, and returns the settings `present`
+/// (from options) with address, port and protocol added. Fails when the text is malformed or contradicts `present`. If
+/// `present` has no bit rate, the result has GATEWAYS_BIT_RATE, because listening must not disturb a bus.
 Result<Settings> readAddress(const QString& text, Settings present = {});
 
 } // namespace vexmor::Apps

@@ -19,7 +19,8 @@ QString titleOf(const QString& errorText);
 ///
 /// The spy handler empties the queue of the interface at each received message, so that the queue never fills, and sent
 /// and received messages keep their order. Lives in the thread of its interface, which must run an event loop; both
-/// move to another thread together, by `moveToThread` of this object. Slots may delete it only by `deleteLater`.
+/// move to another thread together, by `moveToThread` of this object. Slots may delete this object only by
+/// `deleteLater`.
 class CHostedInterface : public QObject
 {
     Q_OBJECT
@@ -33,9 +34,10 @@ public:
     Cim::CCanInterface& canInterface() { return *m_canInterface; }
     /// Sends a message and returns the result code of the interface.
     int send(const Cim::CCanMessage& message);
-    /// Checks the connection and returns its status. Called several times per second while the interface is open. Over
-    /// UDP, where requests and answers can be lost, it also repeats the requests for identity and load every 3 s while
-    /// no frame arrives; there a gateway counts as silent only after leaving such a request unanswered for 1 s.
+    /// Checks the connection and returns the status. The owner calls this several times per second while the interface
+    /// is open. Over UDP, where requests and answers can be lost, this function also repeats the requests for identity
+    /// and load every 3 s while no frame arrives; over UDP a gateway counts as silent only when it has not answered
+    /// such a request within 1 s.
     const SInterfaceStatus& updateStatus();
     /// Returns the last result of `updateStatus`.
     const SInterfaceStatus& status() const { return m_status; }

@@ -13,8 +13,8 @@ namespace vexmor::Apps
 class CInterfaceWorker;
 
 /// An interface in use. The interface itself lives in a thread of its own; this object lives in the thread of its
-/// owner, which runs an event loop. Only `close` waits for the gateway. A slot may delete this object; that closes the
-/// interface without waiting.
+/// owner, which runs an event loop. Only the static functions `close` and `endAll` wait for the gateway. A slot may
+/// delete this object; the destructor closes the interface without waiting.
 ///
 /// Messages and errors arrive in the mailbox, whose signal `filled` wakes the owner. Interfaces that share a mailbox
 /// mark their records with different numbers, `source`.
@@ -46,8 +46,8 @@ public:
     /// sent, or refused with a code. Messages wait while an attempt to open is in progress. Returns false, and no
     /// record follows, when SEND_LIMIT messages wait or the interface is closed.
     bool send(const Cim::CCanMessage& message);
-    /// Sends a message at once and then every `milliseconds`, with records as for `send`. A later call with the same
-    /// `key` replaces the message; 0 milliseconds end the sending.
+    /// Sends a message at once and then every `milliseconds`, with records as for `send`. The caller chooses `key`: a
+    /// later call with the same `key` replaces the message, and 0 milliseconds end the sending.
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
     /// Resets the gateway. `wasReset` is emitted when the requests were sent; without a link, the interface raises an
     /// error.

@@ -16,7 +16,8 @@ namespace vexmor::Apps
 using Cim::CCanInterface; // the slot's parameter must be written as in the plugin's signal
 
 /// Scans the network with all plugins at the same time and keeps the interfaces that the last scan found. A scan takes
-/// over 4 s and needs the event loop. If this object is deleted before its end, the plugins delete what they find.
+/// over 4 s and needs the event loop. If this object is deleted during a scan, the plugins delete the interfaces that
+/// they find.
 class CInterfaceScan : public QObject
 {
     Q_OBJECT

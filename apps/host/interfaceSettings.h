@@ -14,7 +14,7 @@ class CCanInterface;
 namespace vexmor::Apps
 {
 
-/// Keys in the documented format of the settings store: those that this code uses.
+/// Keys of the settings store: those that the programs use.
 namespace StoreKey
 {
 inline const QLatin1String PLUGIN_NAME("PluginName");
@@ -47,9 +47,9 @@ inline const QString GATEWAYS_BIT_RATE = QStringLiteral("0");
 using Settings = QMap<QString, QString>;
 
 /// Sets the parameters and the description of a closed interface. Fails at the first value, in the order of the keys,
-/// that the interface refuses; those before it are then set.
+/// that the interface refuses; the values before it are then set.
 Failure applySettings(Cim::CCanInterface& canInterface, const Settings& settings);
-/// Returns the settings that an interface would store, without the DHCP flag, which it does not show.
+/// Returns the settings that an interface would store, without the DHCP flag, which is not a property.
 Settings settingsOf(Cim::CCanInterface& canInterface);
 /// Sets the name under which an interface is stored and shown.
 void setUniqueName(Cim::CCanInterface& canInterface, const QString& name);

@@ -14,8 +14,8 @@ enum class EConnection {
     eClosed,     ///< The interface is not in use, or opening it failed.
     eConnecting, ///< The first attempt to open it is in progress.
     eOpen,       ///< The link is up (over UDP: the socket is bound), but no valid frame has arrived yet.
-    eConnected,  ///< The last valid frame is no older than three polls of the bus load.
-    eSilent,     ///< The link is up, but the last valid frame is older than that.
+    eConnected,  ///< The last valid frame is no older than three times `pollMs` (SEvidence).
+    eSilent,     ///< The link is up, but the last valid frame is older.
     eLost        ///< The link is down; attempts to regain it go on.
 };
 
@@ -24,7 +24,7 @@ struct SEvidence {
     bool isOpen = false;
     bool hasLink = false;
     std::int64_t sinceFrameMs = -1; ///< Time since the last valid frame; -1 before the first.
-    std::int64_t pollMs = 0;        ///< Time between two polls of the bus load.
+    std::int64_t pollMs = 0;        ///< Time between two requests for the bus load.
 };
 
 /// Returns the state that follows from the evidence. Silence alone is no fault: a gateway that does not measure the
@@ -38,7 +38,7 @@ struct SInterfaceStatus {
     EConnection connection = EConnection::eClosed;
     unsigned losses = 0; ///< Number of link losses since the opening, including those regained at once.
     int code = 0;        ///< Result code of the last attempt to open; 0 after success and before the first.
-    QString reason;      ///< Why the link is down or opening failed, a line for the user; else empty.
+    QString reason;      ///< Why the link is down or opening failed, as a line for the user; else empty.
     std::optional<Clock::time_point> lastFrame; ///< Arrival of the last valid frame; empty before the first.
     QString interfaceId;                        ///< MAC address of the gateway; empty until it was received.
     QString firmwareVersion;                    ///< Firmware version of the gateway; empty until it was received.

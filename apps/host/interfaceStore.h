@@ -46,14 +46,15 @@ public:
 
 private:
     /// Makes a change to these interfaces under the lock and writes everything that was changed, also through other
-    /// objects. It repeats the change, a few times, when the QSettings of another program has overwritten it.
+    /// QSettings objects of this program. It repeats the change, a few times, when the QSettings of another program has
+    /// overwritten it.
     Failure change(const QStringList& names, const std::function<Failure()>& make);
-    /// Reads the file in any case. QSettings notices a change by size and time of the file, and misses one of equal
-    /// size within a tick of the file system's clock; therefore this sets a new time first.
+    /// Reads the file, whether or not QSettings sees a change. QSettings notices a change by size and time of the file,
+    /// and misses one of equal size within a tick of the file system's clock; therefore this sets a new time first.
     void readAnew();
     Failure notWritable() const;
 
-    QSettings m_settings; ///< Also holds changes that another object could not write.
+    QSettings m_settings; ///< Qt shares unwritten changes among all QSettings objects of a file.
     QDateTime m_fileTime; ///< Last time set on the file.
 };
 

@@ -41,7 +41,8 @@ public:
     SInterfaceStatus takeStatus();
 
 Q_SIGNALS:
-    /// The status has changed since the last `takeStatus`. Emitted once until the next, in the thread of the interface.
+    /// The status has changed since the last `takeStatus`. Emitted once until the next `takeStatus`, in the thread of
+    /// the interface.
     void statusWaits();
     void wasReset();
 

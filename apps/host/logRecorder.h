@@ -23,13 +23,13 @@ class CLogRecorder : public QObject
     Q_OBJECT
 
 public:
-    static constexpr qint64 FILE_LIMIT = 64LL * 1024 * 1024;
+    static constexpr qint64 FILE_LIMIT = 64LL * 1024 * 1024;    ///< Bytes after which a new file is begun.
     static constexpr qint64 DISK_RESERVE = 256LL * 1024 * 1024; ///< Bytes of the disk that stay free.
     /// Returns the line of a message, without a line end.
     using Format = std::function<QByteArray(const SBusRecord&)>;
     enum class EPeriod { eDay, eHour };
 
-    /// `prefix` begins the names of all files.
+    /// `prefix` begins the names of all files; `fileLimit` is in bytes.
     explicit CLogRecorder(const QString& prefix, qint64 fileLimit = FILE_LIMIT);
 
     /// Starts to record in a folder, with a new file each day or hour. When that fails, `ended` is emitted.

@@ -35,21 +35,22 @@ struct SErrorRecord {
 struct SDelivery {
     std::vector<SBusRecord> records;
     std::vector<SErrorRecord> errors;
-    std::uint64_t lost = 0; ///< Number of received messages that did not fit.
+    std::uint64_t lost = 0; ///< Number of messages that did not fit.
 
     bool isEmpty() const { return records.empty() && errors.empty() && lost == 0; }
 };
 
 /// Collects messages and errors from the threads of interfaces until the owner takes them. Any thread may use it.
 ///
-/// Its memory is bounded: received messages that do not fit are counted as lost, and errors of one kind are counted
-/// together. Records of sent messages have their own, equal limit, so that a flood of received messages displaces none.
+/// Its memory is bounded: a received message is stored while fewer than `capacity` messages wait, a sent one while
+/// fewer than twice as many wait, so that a flood of received messages does not displace sent messages. Messages that
+/// do not fit are counted as lost, and errors of one kind are counted together.
 class CMailbox : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Default limit for received messages: ten seconds at 20,000 messages per second.
+    /// Default of `capacity`: ten seconds at 20,000 messages per second.
     static constexpr std::size_t CAPACITY = 200'000;
 
     explicit CMailbox(std::size_t capacity = CAPACITY) : m_capacity(capacity) {}

@@ -18,7 +18,7 @@ namespace vexmor::Apps
 
 class CEmbeddedSim;
 
-/// A gateway that the user has named, with the plugin for it. The text TARGET is the first that fits of:
+/// A gateway that the user has named, with the plugin for it. A TARGET text is read as the first of these that fits:
 /// - the name of a stored interface;
 /// - "sim" or "sim:FILE" for a simulated gateway in this program;
 /// - ADDRESS[:PORT][:TCP|:UDP], where ADDRESS may be a host name, or a port text like IP=10.0.0.5:30000:TCP.
@@ -26,8 +26,8 @@ class CTarget
 {
 public:
     /// Finds the gateway for a text. Fails when the text is none of these, when a host name is unknown, when `settings`
-    /// contradict the text, or when a simulated gateway cannot start. Unless it `tries`, no such gateway is started and
-    /// no host name is looked up: both then have the address 0.0.0.0.
+    /// contradict the text, or when a simulated gateway cannot start. With `tries` false, no simulated gateway is
+    /// started and no host name is looked up: the address is then 0.0.0.0 in both cases.
     static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings,
                                 bool tries = true);
 

@@ -306,7 +306,8 @@ void CT93CanDevice::takeError(int error, const QPointer<QObject>& opening)
         m_busStatus = meaning.busStatus;
     }
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
-    if (opening && m_isLost) { // a slot that ran the event loop may have seen it regained
+    // A slot of the host may have run the event loop, in which the link was regained or the device closed.
+    if (opening && m_isLost) {
         setState(ConnectingState);
     }
 }

@@ -7,10 +7,10 @@ namespace vexmor::CoreLib::Logging
 
 /// A function that receives the log lines. Its arguments are the level (20 progress, 30 refused operations, 50 errors),
 /// the path of the source file without extension, the number of the source line, and a printf-style format with its
-/// arguments, texts in the local 8-bit encoding. They are valid only during the call.
+/// arguments; text arguments are in the local 8-bit encoding. All of them are valid only during the call.
 ///
-/// It may be called from any thread that uses the library, in the middle of an operation. It must therefore not use
-/// interfaces or the plugin object.
+/// The function may be called from any thread that uses the library, several at a time, in the middle of an operation.
+/// It must therefore not use interfaces or the plugin object.
 using VxLogHandler = void (*)(int level, const char* source, int line, const char* format, ...);
 
 /// Returns the installed handler; null, as at program start, when nothing is logged. Any thread may call this.
@@ -28,8 +28,8 @@ VXCORE_EXPORT void setVxLoggingLevel(int level);
 
 } // namespace vexmor::CoreLib::Logging
 
-/// Logs a line through the installed handler. SOURCE is the path of the source file without extension. The arguments
-/// are evaluated only when the line is logged.
+/// Logs a line through the installed handler. SOURCE is the path of the source file without extension. The format and
+/// its arguments are evaluated only when the line is logged, LEVEL also when it is not.
 #define VX_LOG(LEVEL, SOURCE, ...)                                                                                     \
     do {                                                                                                               \
         if (::vexmor::CoreLib::Logging::VxLoggingLevel() <= (LEVEL)) {                                                 \

@@ -5,7 +5,7 @@
 namespace vexmor::Cim
 {
 
-/// Returns the number of bits that a message counts for: its data bits and 46 others.
+/// Returns the number of bits that a message counts for: its data bits and 46 bits of the frame around them.
 constexpr std::uint64_t canMessageBits(unsigned int dataLength)
 {
     return dataLength * 8U + 46U;
@@ -26,7 +26,8 @@ public:
     void endPeriod(std::uint32_t periodMs, std::uint32_t kbitPerSecond);
     /// Notes that the gateway confirmed that it measures. Returns false when it had confirmed this before.
     bool confirmGatewayMeasures();
-    /// Calculates the load, rounded down, from the value that the gateway measured on a bus of `kbitPerSecond`.
+    /// Calculates the load, rounded down, from a value that the gateway measured (frames per second, each counted as 74
+    /// bits) on a bus of `kbitPerSecond`.
     void takeGatewayValue(std::uint32_t value, std::uint32_t kbitPerSecond);
 
 private:

@@ -12,9 +12,9 @@ namespace vexmor::Cim
 
 /// The received messages of an interface that were not read yet: a ring that exists from open to close.
 ///
-/// A full queue refuses new messages and keeps the stored ones in order. The driver writes messages without the lock;
-/// `publish` takes it once to make them visible to readers. The lock is held for a few instructions only, without
-/// allocation, and never during a call to the host application.
+/// A full queue refuses new messages and keeps the stored ones in order. The driver (CInterfaceT93) writes messages
+/// without the lock; `publish` takes the lock once to make these messages visible to readers. The lock is held for a
+/// few instructions only, without allocation, and never during a call to the host application.
 ///
 /// Any thread may call `take`. Only the driver's thread calls the other functions.
 class CCanMsgQueue
@@ -34,14 +34,14 @@ public:
     /// Frees the queue and the messages in it.
     void destroy();
 
-    /// Returns the slot of the next message, which still holds an older one; null while there is no queue.
+    /// Returns the slot for the next message, which still holds an older message; null while there is no queue.
     CCanMessage* slot() const { return m_writeSlot; }
     /// Stores the message that was written to `slot`. Readers see it after the next `publish`.
     EStore store();
     /// Makes all stored messages visible to readers.
     void publish();
 
-    /// Takes the oldest message; without one, `message` is unchanged.
+    /// Takes the oldest message; when there is none, `message` is unchanged.
     ETake take(CCanMessage& message);
 
 private:
@@ -49,7 +49,7 @@ private:
     static constexpr std::uint32_t SLOT_COUNT = CAPACITY + 1;
 
     struct SRing {
-        /// Returns the slot that follows another one; the first one follows the last.
+        /// Returns the slot after `slot`; the first slot follows the last.
         CCanMessage* next(CCanMessage* slot) { return slot == &slots.back() ? &slots.front() : slot + 1; }
 
         std::array<CCanMessage, SLOT_COUNT> slots;

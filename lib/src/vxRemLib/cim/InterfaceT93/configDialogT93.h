@@ -17,14 +17,15 @@ namespace vexmor::Cim
 {
 
 /// The modal dialog in which a user edits the settings of one T93 gateway. Run it once with `exec`; if that returns
-/// `QDialog::Accepted`, `configParam` returns the values entered. The dialog does not use them itself. GUI thread only.
+/// `QDialog::Accepted`, `configParam` returns the values entered. The dialog does not apply these values itself. GUI
+/// thread only.
 ///
 /// OK checks the port (0 to 65535) and the four parts (0 to 255) of both addresses. A message box lists the faults, one
 /// line per field, and the dialog stays open with the user's input. Other fields are not checked; any integer is
 /// accepted as a baud rate. Cancel, Escape and the close button discard the input without confirmation.
 ///
-/// Its texts follow the language of the application while it is open. DHCP flag and MAC address are not shown; in the
-/// result they have their default values.
+/// The texts follow the language of the application while the dialog is open. DHCP flag and MAC address are not shown;
+/// `configParam` returns default values for them.
 class CConfigDialogT93 : public QDialog
 {
     Q_OBJECT

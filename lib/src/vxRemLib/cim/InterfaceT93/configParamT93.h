@@ -49,8 +49,8 @@ public:
     std::uint16_t busloadMeasureInterval() const { return m_busloadMeasureInterval; }
     void setBusloadMeasureInterval(std::uint16_t milliseconds) { m_busloadMeasureInterval = milliseconds; }
     std::uint32_t busloadPollTime() const { return m_busloadPollTime; }
-    /// Stores the value unchanged. With 0 the driver measures every 100 ms, and only the gateway's own measurement
-    /// yields a load.
+    /// Stores the value unchanged. With 0 the driver (CInterfaceT93) updates the load every 100 ms, and only the
+    /// gateway's own measurement yields a value.
     void setBusloadPollTime(std::uint32_t milliseconds) { m_busloadPollTime = milliseconds; }
     std::uint32_t canBaudrate() const { return m_canBaudrate; }
     void setCanBaudrate(std::uint32_t kbitPerSecond) { m_canBaudrate = kbitPerSecond; }
@@ -60,9 +60,9 @@ public:
     QString ipPortString() const;
     /// Returns the MAC address: two lower-case hexadecimal digits per byte, with the separator between bytes.
     QString macAddressString(const QChar& separator) const;
-    /// Returns the text of the protocol; when it has none, "Invalid", and `ok` becomes false.
+    /// Returns the text of the protocol, and sets `ok` to true; for a protocol without a text "Invalid" and false.
     QString protocolTypeString(bool& ok) const;
-    /// Returns the text of the service type; when it has none, "Invalid", and `ok` becomes false.
+    /// Returns the text of the service type, and sets `ok` to true; for a value without a text "Invalid" and false.
     QString serviceTypeString(bool& ok) const;
 
     /// Sets `text` to the text of a service type. Returns false, with the text "Invalid" and a log line of level 30,
@@ -76,9 +76,9 @@ public:
     /// keys leave their fields unchanged. Returns 0; 7 when the group belongs to another plugin, 8 when a protocol or
     /// service is unknown, 9 when an address is invalid: nothing is changed then.
     int loadSettings(const QString& group, CCommonInfo& commonInfo);
-    /// Stores this object and `commonInfo` there, in place of everything stored under that unique name. With an empty
-    /// unique name the keys are stored directly in `group`, and nothing is removed. Returns 0; 10, and nothing is
-    /// written, when protocol or service have no text.
+    /// Stores this object and `commonInfo` in the settings group of `commonInfo`'s unique name below `group`, in place
+    /// of everything stored under this name. With an empty unique name the keys are stored directly in `group`, and
+    /// nothing is removed. Returns 0; 10, and nothing is written, when protocol or service have no text.
     int saveSettings(const QString& group, CCommonInfo& commonInfo);
 
 private:

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// The datagrams of the network scan (DDT): ident requests of the PC and ident replies of the gateways. Both consist of
-/// a header and the number of entries that it announces:
+/// a header and as many entries as the header announces:
 ///
 ///     offset   size    header
 ///     0        2       sequence, low byte first
@@ -66,13 +66,16 @@ void setDdtSequence(QByteArray& datagram, std::uint16_t sequence);
 /// Returns whether a datagram has this kind; a datagram that is too short has none.
 bool isDdtKind(const QByteArray& datagram, EDdtKind kind);
 
-/// Returns the endpoints in an ident reply that an interface can use, in order. Entries that are not complete are left
-/// out, and so are entries with an unknown service or protocol 2 or 255, TCP clients, and entries with service,
-/// protocol and port of an earlier entry.
+/// Returns the endpoints in an ident reply that an interface can use, in order. These entries are left out:
+/// - incomplete entries;
+/// - entries with an unknown service;
+/// - entries with protocol 2 (not available) or 255 (none);
+/// - TCP clients, which connect to a PC instead of the reverse;
+/// - entries with the service, protocol and port of an earlier entry.
 std::vector<SDdtEntry> usableDdtEntries(const QByteArray& reply);
 
 /// Returns the parameters for an endpoint: its host name, address, port, MAC address, protocol (invalid unless TCP or
-/// UDP) and service, with default values for all others.
+/// UDP) and service, with default values for all other parameters.
 CConfigParamT93 configParamOfDdtEntry(const SDdtEntry& entry);
 
 } // namespace vexmor::Cim

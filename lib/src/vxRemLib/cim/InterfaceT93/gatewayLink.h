@@ -16,15 +16,15 @@ class CConfigParamT93;
 /// One connection to a gateway over TCP, or over a bound UDP socket. Each open and each reconnection makes a new one,
 /// so that the state of a connection (the deframer, for example) ends with it.
 ///
-/// It lives in the thread of its owner, the driver. Only calls to the host application share it (CHostCall), because
-/// the interface may be closed during such a call. It is deleted by the event loop, because its socket may be emitting
-/// a signal.
+/// It lives in the thread of its owner, the driver. Calls to the host application also keep it alive (CHostCall),
+/// because the interface may be closed during such a call. It is deleted by the event loop, because its socket may be
+/// emitting a signal.
 class CGatewayLink : public QObject
 {
 public:
     /// How a read ended.
     enum class EReadEnd {
-        eUnderWay, ///< It was called within another read, which takes the bytes.
+        eUnderWay, ///< `read` was called within another `read`, which takes the bytes.
         eDrained,  ///< Everything that waited was read.
         eFailed,   ///< Reading from the socket failed.
         eStopped,  ///< `take` returned false.
@@ -43,8 +43,8 @@ public:
 
     /// Starts to connect (TCP), or binds the socket (UDP). Returns 0, 103 or 104.
     virtual int start() = 0;
-    /// Waits until a started link is up. Returns 0, or 103 when that fails or takes longer. Over TCP it then processes
-    /// pending events, which may close or delete the interface.
+    /// Waits until a started link is up. Returns 0, or 103 when the attempt fails or takes longer. Over TCP it then
+    /// processes pending events, which may close or delete the interface.
     virtual int waitUntilUp(int timeoutMs) = 0;
     /// Ends the link at once; bytes that wait to be sent are lost.
     void close();

@@ -10,8 +10,8 @@ namespace vexmor::Cim
 {
 
 /// Sets `message` to the CAN message in a frame of command RM_CMD_RX11BIT_MSG or RM_CMD_RX11BIT_TIME_MSG: an 11-bit
-/// identifier and 0 to 8 data bytes, without the time stamp. A frame of another size yields a message with its
-/// identifier and length 0, and a debug message: readers see that a message came, but no old data.
+/// identifier and 0 to 8 data bytes, without the time stamp. A frame of another size yields a message with the
+/// identifier of the frame and length 0, and a qDebug line: readers see that a message came, but no old data.
 void readCanMessage(const SRmFrame& frame, CCanMessage& message);
 inline CCanMessage canMessageOfFrame(const SRmFrame& frame)
 {
@@ -29,7 +29,7 @@ enum class EFirmwareReply {
 EFirmwareReply firmwareVersionOfReply(const SRmFrame& frame, QString& version);
 
 /// Sets `version` to the firmware version in a device identification: to 2.03 for "T93 X SW02.03". Returns false when
-/// it contains none.
+/// the identification contains no version.
 bool firmwareVersionOfIdentification(const SRmFrame& frame, QString& version);
 
 } // namespace vexmor::Cim

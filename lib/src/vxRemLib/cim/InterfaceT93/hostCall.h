@@ -8,8 +8,8 @@ namespace vexmor::Cim
 {
 
 /// Guards a call to the host application, which may close, reopen or delete the interface. An operation of the driver
-/// makes one on the stack before such a call. Afterwards it shows whether the operation may go on; it also keeps the
-/// link alive until then.
+/// (CInterfaceT93) makes a CHostCall on the stack before such a call. After the call, this object shows whether the
+/// operation may go on. It also keeps the link alive.
 class CInterfaceT93::CHostCall
 {
 public:

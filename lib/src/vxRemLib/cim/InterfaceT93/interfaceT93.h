@@ -24,8 +24,8 @@ namespace vexmor::Cim
 /// The interface to one T93 gateway, which combines link, timers, frames, queue and description. CCanInterface
 /// describes its operations, properties, threads and ownership; the comments here add what is special.
 ///
-/// While open, it regains a lost TCP connection: it tries at once, but at most once in 3 s, and without end. Messages
-/// that were accepted before a loss are never sent after it.
+/// While open, it regains a lost TCP connection: it tries at once, but no more often than every 3 s, and does not give
+/// up. Messages that were accepted before a loss are never sent after it.
 ///
 /// The connection state in the description becomes connected when the TCP connection is made or the UDP socket is
 /// bound. It becomes not connected on closing, and after a loss as soon as everything received over the link has been
@@ -77,8 +77,8 @@ public:
     /// `loadSettings`.
     virtual void setConfigParam(const CConfigParamT93& param);
 
-    /// Translates the texts of the gateway's codes and errors, and the common ones, by the translators installed now.
-    /// May be called from any thread, also while others read the texts.
+    /// Translates the texts of the gateway's codes and errors, and of the common codes, by the translators that are
+    /// installed at the time of the call. May be called from any thread, also while other threads read the texts.
     static void retranslateErrorStrings();
 
 Q_SIGNALS:
@@ -109,6 +109,8 @@ private:
     void teardown();
     void giveUpLostLink();
     void reconnect();
+    /// Sends the requests of a new connection: first a reset of the gateway when `reset` is true, then identity and
+    /// measuring interval.
     void requestStartup(bool reset);
     void sendBaudrate();
 
@@ -170,7 +172,7 @@ private:
     CCanMsgQueue m_canMsgQueue;
     QTimer m_busloadPollTimer;
     CBusloadMeter m_busload;
-    bool m_deviceIdExpected = false;
+    bool m_deviceIdExpected = false;  ///< The device identification, which contains the version, was requested.
     QPointer<QDialog> m_configDialog; ///< The dialog of `configure`; null unless it is shown.
 
     static const QString m_type;

@@ -33,7 +33,7 @@ public:
     /// Translates the texts of all result codes and interface errors.
     CInterfaceT93Plugin();
     ~CInterfaceT93Plugin() override;
-    /// Translates them again when translators were installed or removed.
+    /// Translates the texts again when translators were installed or removed.
     bool eventFilter(QObject* watched, QEvent* event) override;
 
     QString pluginName() override;
@@ -45,9 +45,10 @@ public:
     QStringList scanAddresses() override;
 
 Q_SIGNALS:
-    /// Reports the end of a scan, with a closed interface for each endpoint in each reply: a gateway that answered
-    /// several times is listed several times, under one unique name. The receiver owns the interfaces. The slot may
-    /// start the next scan or delete the plugin object; it must not unload the library, whose code called it.
+    /// Reports the end of a scan, with a closed interface for each endpoint (protocol, socket mode and port) in each
+    /// reply: a gateway that answered several times is listed several times, under one unique name. The receiver owns
+    /// the interfaces. The slot may start the next scan or delete the plugin object; it must not unload the library,
+    /// whose code called it.
     void interfaceScanFinished(int pluginId, QList<CCanInterface*> interfaceList);
 
 public Q_SLOTS:

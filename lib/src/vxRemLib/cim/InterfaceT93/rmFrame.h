@@ -34,17 +34,17 @@ enum ERmCommand : std::uint8_t {
     RM_CMD_RX29BIT_TIME_MSG = 0x03,
     RM_CMD_TX11BIT_MSG_ALT = 0x04, ///< framed like RM_CMD_TX11BIT_MSG
     RM_CMD_TX29BIT_MSG_ALT = 0x06,
-    RM_CMD_DEVICE_ID = 0x40,        ///< reply: identification text, 2-byte device number
-    RM_CMD_FIRMWARE_VERSION = 0x41, ///< reply: 4 bytes, the last two are major and minor
-    RM_CMD_STATUS = 0x42,           ///< report: 1 byte of error flags
-    RM_CMD_STATUS_ALT = 0x43,
-    RM_CMD_MAC_ADDRESS = 0x44, ///< reply: 6 bytes
-    RM_CMD_BUSLOAD = 0x47,     ///< reply: 2 bytes, low byte first
-    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56,
-    RM_CMD_CAN_BAUD_RATE = 0x57, ///< 1 byte: baud rate code
-    RM_CMD_REQUEST_58 = 0x58,
-    RM_CMD_TIME_STAMP = 0xA1,
-    RM_CMD_BUSLOAD_INTERVAL = 0xA4, ///< 2 bytes, high byte first: measuring interval in ms
+    RM_CMD_DEVICE_ID = 0x40,            ///< reply: identification text, 2-byte device number
+    RM_CMD_FIRMWARE_VERSION = 0x41,     ///< reply: 4 bytes, the last two are major and minor
+    RM_CMD_STATUS = 0x42,               ///< report: 1 byte of error flags
+    RM_CMD_STATUS_ALT = 0x43,           ///< handled like RM_CMD_STATUS
+    RM_CMD_MAC_ADDRESS = 0x44,          ///< reply: 6 bytes
+    RM_CMD_BUSLOAD = 0x47,              ///< reply: 2 bytes, low byte first: frames per second, each counted as 74 bits
+    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56, ///< report, ignored
+    RM_CMD_CAN_BAUD_RATE = 0x57,        ///< 1 byte: baud rate code
+    RM_CMD_REQUEST_58 = 0x58,           ///< known to the framer, never sent by the driver
+    RM_CMD_TIME_STAMP = 0xA1,           ///< the same
+    RM_CMD_BUSLOAD_INTERVAL = 0xA4,     ///< 2 bytes, high byte first: measuring interval in ms
     RM_CMD_RESET = 0xC0
 };
 
@@ -119,8 +119,8 @@ public:
     void reset() { *this = CRmDeframer(); }
 
     /// Reads bytes. Calls `onFrame(const SRmFrame&)` for each valid frame and `onWrongChecksum()` for each frame with a
-    /// wrong checksum, in the order of the stream. Either returns false to stop: the other bytes are then dropped, and
-    /// the deframer is not accessed any more, so that the handler may reset or delete it.
+    /// wrong checksum, in the order of the stream. A function that returns false stops the reading: the remaining bytes
+    /// are then dropped, and the deframer is not accessed any more, so that this function may reset or delete it.
     template <typename OnFrame, typename OnWrongChecksum>
     void feed(const std::uint8_t* bytes, std::size_t count, OnFrame&& onFrame, OnWrongChecksum&& onWrongChecksum);
 

@@ -23,7 +23,8 @@
 namespace vexmor::Cim
 {
 
-/// One endpoint of a gateway that a scan found: description and parameters for an interface.
+/// One endpoint (protocol, socket mode and port) of a gateway that a scan found: description and parameters for an
+/// interface.
 struct CDetectedInterface {
     CCommonInfo commonInfo;
     CConfigParamT93 configParam;
@@ -32,7 +33,7 @@ struct CDetectedInterface {
 /// A socket bound to one address of this computer. A scan sends its requests from all of them.
 struct CScanSocket {
     std::unique_ptr<QUdpSocket> socket;
-    QNetworkAddressEntry addressEntry; ///< Address to which it is bound.
+    QNetworkAddressEntry addressEntry; ///< Address to which the socket is bound.
 };
 
 /// A datagram of the kind of an ident reply.
@@ -41,7 +42,7 @@ struct CReceivedDatagram {
     QByteArray data;
 };
 
-/// A request to end a scan early, and whether a log handler may be delaying its end. Any thread may use it.
+/// Requests the early end of a scan, and shows whether a log handler may delay this end. Any thread may use it.
 class CScanStop
 {
 public:
@@ -60,7 +61,7 @@ public:
 
     void request();
     bool isRequested() const;
-    /// Pauses the calling thread until the time is over or a stop is requested. Returns false when a stop was
+    /// Pauses the calling thread until `milliseconds` have passed or a stop is requested. Returns false when a stop was
     /// requested.
     bool pause(int milliseconds) const;
     /// Returns whether the scan thread is in the log handler, which may block it.

@@ -14,13 +14,13 @@ using CoreLib::DataTypes::CCanId;
 union AdminByte {
     unsigned char value; ///< The whole byte.
     struct {
-        unsigned char low : 4;         ///< Bits 0 to 3, free for that protocol.
+        unsigned char low : 4;         ///< Bits 0 to 3; their meaning belongs to that protocol.
         unsigned char messageType : 3; ///< Bits 4 to 6, a MsgType.
         unsigned char error : 1;       ///< Bit 7, set in an error reply.
     } bits;
 };
 
-/// View of data byte 0 in stream transfers; the meaning of its bits belongs to the protocol of the devices.
+/// View of data byte 0 in stream transfers, a part of the same protocol, which defines the meaning of its bits.
 union StreamAdminByte {
     unsigned char value;
 };
@@ -61,11 +61,11 @@ public:
 
     /// Creates a message with the data bytes given as further arguments: `length` of them, each an `int`. A length
     /// above 8 counts as 8. A literal 0 as the only data byte is taken for a null pointer and selects the constructor
-    /// above.
+    /// with a pointer, which makes a message of length 0.
     CCanMessage(const CCanId& id, unsigned char length, ...);
 
-    /// Rejects any other pointer to data (const, or to char) at compile time: the constructor above would take it for
-    /// the first data byte.
+    /// Rejects any other pointer to data (const, or to char) at compile time: the variadic constructor would take the
+    /// pointer for the first data byte.
     template <typename T>
     CCanMessage(const CCanId& id, unsigned char length, const T* data) = delete;
 
@@ -79,7 +79,7 @@ public:
 
     /// Returns the number of valid data bytes, 0 to 8.
     unsigned int length() const;
-    /// Sets the length. Returns false, with a qDebug line, when it is above 8.
+    /// Sets the length and keeps all eight data bytes. Returns false, with a qDebug line, when it is above 8.
     bool setLength(unsigned int length);
 
     /// Returns a pointer to all eight data bytes, whatever the length; it is valid as long as the message exists.

@@ -20,7 +20,8 @@ public:
     /// Whether the link of an interface is up.
     enum EInterfaceConnectionState : int { eNotConnected = 0, eConnected = 1 };
 
-    /// The transport protocol of an IP interface. Its texts are "TCP", "UDP", "NA" and "Invalid".
+    /// The transport protocol of an IP interface. The texts of its values are "TCP", "UDP", "NA" (not available) and
+    /// "Invalid".
     enum EProtocolType : int { eProtocolTcp = 0, eProtocolUdp = 1, eProtocolNa = 2, eProtocolInvalid = 3 };
 
     /// Creates a description with empty texts, not connected and not scannable.
@@ -41,16 +42,17 @@ public:
     /// `settingsGroup()`.
     QString uniqueName() const;
     void setUniqueName(const QString& name);
-    /// Whether the link of an open interface is up; over UDP, it is up from the successful open to the close. The state
-    /// of a closed interface is "not connected", with two exceptions until it is first opened: a scan returns its
-    /// interfaces as connected, because the gateway answered, and a clone keeps the state of its original.
+    /// Whether the link of an open interface is up; over UDP, the link is up from the successful open to the close. The
+    /// state of a closed interface is "not connected", with two exceptions until the interface is first opened: a scan
+    /// returns its interfaces as connected, because the gateway answered, and a clone keeps the state of its original.
     EInterfaceConnectionState connectionState() const;
     void setConnectionState(EInterfaceConnectionState state);
-    /// The identifier of the device; for a gateway its MAC address, like 00:1a:2b:3c:4d:5e. Empty until the gateway has
-    /// sent it.
+    /// The identifier of the device; for a gateway its MAC address, like 00:1a:2b:3c:4d:5e. Empty until the device has
+    /// sent it once; the last known value is stored.
     QString interfaceId() const;
     void setInterfaceId(const QString& id);
-    /// The firmware version of the device, like 1.05. Empty until the gateway has sent it.
+    /// The firmware version of the device, like 1.05. Empty until the device has sent it once; the last known value is
+    /// stored.
     QString firmwareVersion() const;
     void setFirmwareVersion(const QString& version);
     /// The port text, which says how the interface is reached. It has one of two forms: COM= and the name of a serial
@@ -66,7 +68,7 @@ public:
 
     /// Returns the port text for a serial port.
     static QString buildComPortStr(const QString& port);
-    /// Returns the port text for an IP interface. For an unknown protocol its third part is "Invalid".
+    /// Returns the port text for an IP interface. For an unknown protocol, the third part of the text is "Invalid".
     static QString buildIpPortStr(const QString& address, unsigned short port, EProtocolType protocol);
     /// Returns whether the port text begins with COM=.
     bool isComPort() const;
@@ -74,16 +76,18 @@ public:
     bool isIpPort() const;
     /// Sets `port` to the part of the port text after COM=. Returns false, with `port` unchanged, for any other form.
     bool comPort(QString& port) const;
-    /// Sets the arguments to parts of an IP port text, unchecked. Returns false, with the arguments unchanged, unless
-    /// the text has exactly three parts; an IPv6 address, which contains colons, never fits.
+    /// Sets the arguments to address and port in the port text of the form IP=, unchecked. Returns false, with the
+    /// arguments unchanged, unless the port text has this form and exactly three parts; one with an IPv6 address, which
+    /// contains colons, never fits.
     bool ipAddress(QString& address, QString& port) const;
-    /// Also sets `protocol`. An unknown protocol text sets it to `eProtocolInvalid` and logs a line, but is no failure.
+    /// Also sets `protocol`. For an unknown protocol text, this is `eProtocolInvalid`, and a line is logged; the result
+    /// is true all the same.
     bool ipAddress(QString& address, QString& port, EProtocolType& protocol) const;
 
     /// Sets `text` to the text of a protocol. Returns false, with the text "Invalid", for a value that has none.
     static bool protocolEnumToStr(EProtocolType protocol, QString& text);
     /// Sets `protocol` to the value for a text (case-sensitive). Returns false, with `eProtocolInvalid` and a log line
-    /// of level 30, for an unknown text.
+    /// of level 30 (see vxCore/logging.h), for an unknown text.
     static bool protocolStrToEnum(const QString& text, EProtocolType& protocol);
 
     /// Reads the fields from the current group of `settings`; a missing key leaves its field unchanged. Plugin name,

@@ -18,29 +18,29 @@ enum EResultCode : int {
     RC_PLUGIN_NAME_CHANGE = 7, ///< The stored settings belong to another plugin.
     RC_STRING_TO_ENUM = 8,     ///< A stored protocol or socket mode is unknown.
     RC_STRING_TO_ADDRESS = 9,  ///< A stored address is invalid.
-    RC_ENUM_TO_STRING = 10,    ///< A parameter has no text by which it could be stored.
+    RC_ENUM_TO_STRING = 10,    ///< The protocol has no text by which it could be stored.
 
     RC_GATEWAY_FIRST = 100,      ///< The first of the T93's codes.
     RC_NO_TCP_SOCKET = 100,      ///< Reserved, never returned.
     RC_NO_UDP_SOCKET = 101,      ///< Reserved, never returned.
-    RC_NO_SOCKET = 102,          ///< The interface was closed while it was sending.
+    RC_NO_SOCKET = 102,          ///< The spy handler closed or deleted the interface before the message was sent.
     RC_TCP_CONNECT_FAILED = 103, ///< The connection was refused, or not made within a second.
     RC_UDP_BIND_FAILED = 104,    ///< The local address cannot be bound; this computer may not have it.
     RC_UNKNOWN_PROTOCOL = 105,   ///< The protocol is neither TCP nor UDP.
     RC_NO_QUEUE = 106,           ///< Reserved, never returned.
-    RC_FRAMER_FAILED = 107,      ///< The request cannot be framed.
-    RC_SEND_FAILED = 108,        ///< The link failed, or too much waits for a gateway that does not read.
+    RC_FRAMER_FAILED = 107,      ///< Reserved, never returned.
+    RC_SEND_FAILED = 108,        ///< The link failed, or too many messages wait for a gateway that does not read.
     RC_NO_TCP_CONNECTION = 109   ///< The TCP connection is down; it is being regained.
 };
 
 /// Errors that the signal `interfaceError` reports. None of them closes the interface.
 enum EInterfaceError : int {
     IE_TCP_CONNECTION_LOST = 0, ///< The TCP connection was lost and is being regained; raised once per loss.
-    IE_WRONG_CHECKSUM = 1,      ///< A received frame had a wrong checksum and was dropped.
-    IE_RX_QUEUE_FULL = 2,       ///< The queue holds 10000 messages; further ones are lost until some are read.
+    IE_WRONG_CHECKSUM = 1,      ///< A received frame had a wrong checksum and was dropped; raised for each.
+    IE_RX_QUEUE_FULL = 2,       ///< The queue now holds 10000 messages; further messages are lost until some are read.
     IE_READ_FAILED = 3,         ///< Reading from the socket failed.
-    IE_NOT_CONNECTED = 4,       ///< `resetCommunication` was called while the link was down.
-    IE_STATUS_FIRST = 5,        ///< The first of the errors that the gateway reports, in bits 0 to 6 of its status.
+    IE_NOT_CONNECTED = 4,       ///< `resetCommunication` with `checkConnection` 1 found the link down.
+    IE_STATUS_FIRST = 5,        ///< The first of 7 errors that the gateway reports by bits 0 to 6 of its status.
     IE_CAN_BUFFER_OVERFLOW = 5,
     IE_CAN_TRANSMIT_TIMEOUT = 6,
     IE_CAN_ERROR_COUNTER_OVERFLOW = 7,

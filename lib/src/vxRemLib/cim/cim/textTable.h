@@ -5,7 +5,7 @@
 #include <array>
 #include <mutex>
 
-/// Access to the class-wide tables of translated texts, which any thread may read while another one refills them.
+/// Access to the class-wide tables of translated texts, which any thread may read while another thread refills them.
 namespace vexmor::Cim
 {
 
@@ -27,8 +27,8 @@ QString textIn(const QString (&table)[COUNT], int index)
     return table[index];
 }
 
-/// Fills a table with the translations that `translate` returns for the English texts. It is called without the lock,
-/// because a translator of the host application may read texts itself.
+/// Fills a table with the translations that `translate` returns for the English texts. `translate` is called without
+/// the lock, because a translator of the host application may read texts itself.
 template <std::size_t COUNT, typename Translate>
 void fillTexts(QString (&table)[COUNT], const char* const (&english)[COUNT], Translate&& translate)
 {
