@@ -27,8 +27,8 @@ struct SDevice : SGateway {
         bus.setBaudrate(250);
         device = makeDevice(at(gateway.port()));
         const auto tell = [this](auto value) {
-            told += QVariant::fromValue(value).toString();
-            on(told.last());
+            reported += QVariant::fromValue(value).toString();
+            on(reported.last());
         };
         QObject::connect(device.get(), &Device::stateChanged, tell);
         QObject::connect(device.get(), &Device::errorOccurred, tell);
@@ -51,7 +51,7 @@ struct SDevice : SGateway {
         return ids.join(QLatin1Char(' '));
     }
 
-    QStringList told; ///< States, errors and written frames, in the order of their signals.
+    QStringList reported; ///< States, errors and written frames, in the order of their signals.
     std::function<void(const QString&)> on = [](const QString& /*what*/) {};
     std::unique_ptr<Device> device;
 };
@@ -74,7 +74,7 @@ private Q_SLOTS:
             qint64 last = QDateTime::currentMSecsSinceEpoch() * 1000;
             host.gateway.flood(5000);
             QTRY_COMPARE(host.device->property("droppedFrames").toInt(), 1000 * turn);
-            QCOMPARE(host.told.count("ReadError"_s), turn);
+            QCOMPARE(host.reported.count("ReadError"_s), turn);
             for (int i = 0; i < 4000; ++i) {
                 const Frame frame = host.device->readFrame();
                 const QByteArray data = QByteArray::fromHex("%1"_s.arg(i, 16, 16, QLatin1Char('0')).toLatin1());
@@ -93,7 +93,7 @@ private Q_SLOTS:
             host.gateway.flood(1 + (read == 0 ? 4000 : read));
             ++dropped;
             QTRY_COMPARE(host.device->property("droppedFrames").toInt(), dropped);
-            QCOMPARE(host.told.count("ReadError"_s), read == 2000 ? 4 : 3);
+            QCOMPARE(host.reported.count("ReadError"_s), read == 2000 ? 4 : 3);
         }
     }
 
@@ -114,11 +114,11 @@ private Q_SLOTS:
         const QByteArray data = hex("0011223344556677");
         QVERIFY(host.device->writeFrame(Frame(0x7FF, data)));
         QVERIFY(host.device->writeFrame(Frame(0, {})));
-        QTRY_COMPARE(host.told.count("written"_s), 2);
+        QTRY_COMPARE(host.reported.count("written"_s), 2);
         QTRY_COMPARE(host.atGateway, (QList<CCanMessage>{message(0x7FF, data), message(0)}));
         QCOMPARE(host.device->framesToWrite(), 0);
         QVERIFY(host.seen().isEmpty());
-        QCOMPARE(host.told.count("WriteError"_s), 7);
+        QCOMPARE(host.reported.count("WriteError"_s), 7);
 
         listenOn(host.gateway); // on another port, so that the lost link cannot be re-established
         host.gateway.dropLinks();
@@ -126,8 +126,8 @@ private Q_SLOTS:
         for (int i = 0; i < 20; ++i) {
             QVERIFY(host.device->writeFrame(Frame(1, {})));
         }
-        QTRY_COMPARE(host.told.count("written"_s) + host.told.count("WriteError"_s), 2 + 7 + 20);
-        QVERIFY(host.told.count("written"_s) < 2 + 10);
+        QTRY_COMPARE(host.reported.count("written"_s) + host.reported.count("WriteError"_s), 2 + 7 + 20);
+        QVERIFY(host.reported.count("written"_s) < 2 + 10);
     }
 
     void setsTheBitRateWhereAsked()
@@ -135,7 +135,7 @@ private Q_SLOTS:
         SDevice host;
         host.device->setConfigurationParameter(Device::BitRateKey, 125500);
         host.device->setConfigurationParameter(Device::CanFdKey, true);
-        QCOMPARE(host.told, list("ConfigurationError ConfigurationError"_s));
+        QCOMPARE(host.reported, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
         host.device->setConfigurationParameter(Device::UserKey, 1);
         QList<quint32> rates;
@@ -147,7 +147,7 @@ private Q_SLOTS:
         host.device->setConfigurationParameter(Device::BitRateKey, 500000);
         QVERIFY(host.device->connectDevice()); // the message is sent after the bit rate was set
         QTRY_COMPARE(rates, (QList<quint32>{250, 500}));
-        QCOMPARE(host.told.filter("Error"_s).size(), 2);
+        QCOMPARE(host.reported.filter("Error"_s).size(), 2);
     }
 
     void deliversWhatIsWanted_data()
@@ -209,8 +209,8 @@ private Q_SLOTS:
         QTRY_VERIFY(host.isUp());
         QVERIFY(host.device->writeFrame(Frame(2, {})));
         QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(2)});
-        QTRY_COMPARE(host.told, list("ConnectingState ConnectedState ConnectionError ConnectingState WriteError "
-                                     "ConnectedState written"_s));
+        QTRY_COMPARE(host.reported, list("ConnectingState ConnectedState ConnectionError ConnectingState WriteError "
+                                         "ConnectedState written"_s));
     }
 
     void sameGatewayAgainAtOnce_data()
@@ -276,7 +276,7 @@ private Q_SLOTS:
         QVERIFY(host.connect());
         QTRY_COMPARE(host.device->busStatus(), Status::Good); // the gateway has answered
         host.gateway.sendStatus(0x08);
-        QTRY_COMPARE(host.told, list("ConnectingState ConnectedState UnknownError"_s));
+        QTRY_COMPARE(host.reported, list("ConnectingState ConnectedState UnknownError"_s));
         QVERIFY(host.device->errorString().startsWith("T93 CAN bus off error."_s));
         QCOMPARE(host.device->busStatus(), Status::BusOff);
         host.device->resetController();
