@@ -23,7 +23,8 @@ struct SOptions {
 void addOptions(CLI::App& app, SOptions& options)
 {
     addFlag(app, "--json", options.json, "Print every line as a JSON object, on stdout and on stderr");
-    addFlag(app, "-v,--verbose", options.verbose, "Show errors in full, and also the warnings behind an error");
+    addFlag(app, "-v,--verbose", options.verbose,
+            "Show errors in full, debug lines, and the warnings of a failed command");
     addFlag(app, "-q,--quiet", options.quiet,
             "Print only errors on stderr: no summary, no changes of state, no warnings");
     addWhole(app, "--log-level", options.logLevel, 1, 100,

@@ -213,7 +213,7 @@ void addScan(CLI::App& app, Action& chosen)
     addTexts(command, "-a,--address", options.addresses,
              "Also send the request to this address (gateway behind a router)", "ADDRESS");
     const COption save =
-        addFlag(command, "--save", options.save, "Store the interfaces found under the names shown, to use as TARGET");
+        addFlag(command, "--save", options.save, "Store the found interfaces under the names shown, to use as TARGET");
     addText(command, "--baudrate", options.bitRate, "Bit rate of newly stored interfaces, kbit/s (unchanged)",
             bitRates().join(QLatin1Char('|')).toStdString())
         .bitRate()

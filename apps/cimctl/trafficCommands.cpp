@@ -224,12 +224,12 @@ void addDump(CLI::App& app, Action& chosen)
     addFlag(command, "-a,--ascii", options.show.ascii, "End each line with the data as characters");
     const COption log =
         addText(command, "-l,--log", options.show.logFile,
-                "Write the messages also to a new file, in candump's log format; -: only that, to stdout", "FILE");
+                "Write the messages also to a new file, in candump's log format; -: only the log, to stdout", "FILE");
     addFlag(command, "--append", options.show.append, "Continue an existing log").needs(log);
     addFlag(command, "--force", options.show.force, "Replace an existing log when the first message arrives")
         .needs(log);
     addFlag(command, "--direction", options.show.direction,
-            "End each line of the log with R (received) or T (sent); Wireshark cannot read this");
+            "End each line of the log with R (received) or T (sent); Wireshark cannot read such a log");
     const COption folder =
         addText(command, "--log-dir", options.show.logFolder,
                 "Write the messages to files in this folder, named by date and time: a new file each day and after 64 "

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-/// The datagrams of the network scan (DDT): ident requests of the PC and ident replies of the gateways. Both consist of
-/// a header and as many entries as the header announces:
+/// DDT, the protocol of the network scan: ident requests of the PC and ident replies of the gateways. Both consist of a
+/// header and as many entries as the header announces:
 ///
 ///     offset   size    header
 ///     0        2       sequence, low byte first

@@ -9,7 +9,7 @@
 #include <optional>
 #include <utility>
 
-/// The frames that a PC and a T93 gateway exchange, over TCP and over UDP alike:
+/// RM, the protocol of a T93 gateway: the frames that it and a PC exchange, over TCP and over UDP alike:
 ///
 ///     offset   size    field
 ///     0        1       start marker 0x43

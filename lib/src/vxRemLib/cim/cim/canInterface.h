@@ -13,18 +13,19 @@ namespace vexmor::Cim
 {
 
 /// One CAN interface of any plugin: the class through which a host application opens, configures, reads, writes and
-/// closes it. Each plugin has its own implementation, a derived class. That of the T93 reaches a CAN bus through a T93,
-/// a gateway between Ethernet and CAN. The link to the gateway is a TCP connection, which can be lost, or a bound UDP
-/// socket, which is never lost.
+/// closes it. Each plugin has its own implementation, a derived class. The class for the T93 reaches a CAN bus through
+/// a T93, a gateway between Ethernet and CAN. The link to the gateway is a TCP connection, which can be lost, or a
+/// bound UDP socket, which is never lost.
 ///
 /// Ownership: `CCanInterfacePlugin::createInterface`, `clone` and a scan return new, closed objects, each owned by
 /// whoever received it. An object may be deleted at any time, also in a callback. Delete all of them before the library
 /// is unloaded and before the application object is deleted.
 ///
-/// Threads: an object lives in the plugin's thread, which loaded the library; a clone lives in the thread that called
-/// `clone`. While an object is closed, `moveToThread` can move it to another thread. Use and delete an object only in
-/// the thread where it lives; messages arrive only while that thread runs its event loop. While the object exists, any
-/// thread may call `readMessage`, `errorCodeToString`, `interfaceErrorToString` and `commonErrorCodeToString`.
+/// Threads: an object lives in the plugin's thread (the thread that loaded the library); a clone lives in the thread
+/// that called `clone`. While an object is closed, `moveToThread` can move it to another thread. Use and delete an
+/// object only in the thread where it lives; messages arrive only while that thread runs its event loop. While the
+/// object exists, any thread may call `readMessage`, `errorCodeToString`, `interfaceErrorToString` and
+/// `commonErrorCodeToString`.
 ///
 /// To end a worker thread with an interface: in that thread call `closeCommunication` and `delete` (or `deleteLater`,
 /// which takes effect at the latest when the thread's event loop ends), then call `QThread::quit` and `wait`.
@@ -61,16 +62,16 @@ namespace vexmor::Cim
 ///                                        and ignore what LocalIPAddress sends [false]
 ///     AutoIpUpdate            bool       stored for the user; has no effect [false]
 ///     BusloadPollTime         qlonglong  ms from one update of the bus load to the next (see `busload`), 0 to
-///                                        4294967295; 0 stands for 100, without an estimate [800]
+///                                        4294967295; 0 stands for 100, but without the estimate [800]
 ///     BusloadMeasureInterval  qlonglong  ms over which the gateway measures the bus load, 0 to 65535 [1000]
 ///     CanBaudrate             qlonglong  bit rate in kbit/s, as for `setBaudrate`, or 0: opening then leaves the
 ///                                        gateway's rate unchanged, logs a Qt warning, and the bus load is 0 [100]
 ///
-/// They can be read at any time and set while the interface is closed. IPAddress, Port and Protocol also change the
-/// port text of the description (`commonInfo().port()`). A value out of range, and any value while the interface is
-/// open, is refused with a Qt warning that gives the reason, and changes nothing. `setProperty` returns true
-/// nevertheless, because the property exists. Read the property back, and do not open the interface if it differs: the
-/// old value is still set, and a wrong bit rate (initially 100 kbit/s) disturbs the bus:
+/// The properties can be read at any time and set while the interface is closed. IPAddress, Port and Protocol also
+/// change the port text of the description (`commonInfo().port()`). A value out of range, and any value while the
+/// interface is open, is refused with a Qt warning that gives the reason, and changes nothing. `setProperty` returns
+/// true nevertheless, because the property exists. Read the property back, and do not open the interface if it differs:
+/// the old value is still set, and a wrong bit rate (initially 100 kbit/s) disturbs the bus:
 ///
 ///     canInterface->setProperty("CanBaudrate", rate);
 ///     if (canInterface->property("CanBaudrate").toInt() != rate) { /* refused: do not open */ }
@@ -83,12 +84,12 @@ namespace vexmor::Cim
 ///     MillisecondsSinceFrame  qlonglong  ms since the last valid frame from the gateway; -1 before the first frame
 ///                                        after opening, and while the interface is closed
 ///
-/// A frame is a unit of the gateway's own protocol, which carries a CAN message, a reply or a report. Every frame with
-/// a correct checksum counts; the loss of a link does not restart the count. Over UDP this property is the only
+/// A frame is a unit of the gateway's own protocol, which carries a CAN message, an answer or a report. Every frame
+/// with a correct checksum counts; the loss of a link does not restart the count. Over UDP this property is the only
 /// evidence of a gateway: `openCommunication` returns 0 and the connection state is connected as soon as the local
 /// socket is bound. From a gateway that measures the bus load, the interface requests the load again when
-/// BusloadPollTime has passed since the last reply; three times BusloadPollTime without a frame means that the gateway
-/// no longer answers. Over UDP a lost request or reply ends these requests; `resetCommunication` starts them again. A
+/// BusloadPollTime has passed since the last answer; three times BusloadPollTime without a frame means that the gateway
+/// no longer answers. Over UDP a lost request or answer ends these requests; `resetCommunication` starts them again. A
 /// gateway that does not measure the load is not sent such requests, and is silent while its bus is idle.
 ///
 /// Broadcast mode: with Protocol UDP and IPAddress 255.255.255.255, messages reach every gateway on the network, and
@@ -145,7 +146,7 @@ public:
     /// gateway does so within milliseconds.
     virtual int openCommunication() = 0;
     /// Closes the interface at once. Messages that were not read yet, and messages that were accepted for sending but
-    /// did not leave yet (at most about as many as a fully loaded bus carries in a second), are discarded: after a
+    /// did not leave yet (at most those of about a second of a full bus), are discarded: after a
     /// burst, run the event loop for a moment before closing. Always returns 0, also when the interface is not open.
     virtual int closeCommunication() = 0;
     /// Takes the oldest received message from the queue, which holds up to 10000 (see interface error 2). Returns 0; 4
@@ -154,9 +155,10 @@ public:
     /// or to see sent messages, use a spy handler.
     virtual int readMessage(CCanMessage& message) = 0;
     /// Sends a message. Returns 0 when the message was accepted; with any other code, no part of it will ever be sent:
-    /// 2 when the interface is not open, 102 when the spy handler closed or deleted the interface, 108 when the link
-    /// failed or when about as many messages as a fully loaded bus carries in a second already wait for a gateway that
-    /// does not read, 109 while the TCP connection is down.
+    /// - 2: the interface is not open;
+    /// - 102: the spy handler closed or deleted the interface;
+    /// - 108: the link failed, or the messages of about a second of a full bus wait for a gateway that does not read;
+    /// - 109: the TCP connection is down.
     ///
     /// Check identifiers that come from users: they have 11 bits. One above 0x7FF is sent unchanged, and what a gateway
     /// does with it is undefined.
@@ -199,8 +201,8 @@ public:
     virtual int loadSettings(const QString& group) = 0;
     /// Stores description and parameters in place of everything stored under the unique name of this interface below
     /// `group` ("CanInterfaces" for a null string). CCommonInfo::settingsGroup describes what happens without a unique
-    /// name. Returns 0; 10, and nothing is written, when the protocol is neither TCP, UDP nor "NA", as that of an
-    /// interface from a scan may be.
+    /// name. Returns 0; 10, and nothing is written, when the protocol is neither TCP, UDP nor "NA"; a scan may
+    /// find such an interface.
     ///
     /// 0 does not mean that the data reached the disk. To find out, create a QSettings object before this call; after
     /// this call, call its `sync` and check its `status`. An object that is created only after this call may not know
@@ -226,9 +228,9 @@ public:
     virtual const CCommonInfo& commonInfo();
     /// Replaces the description. Returns 0; 6, and nothing is changed, when the interface is open.
     ///
-    /// If the new description has a port text of the IP form, the T93 takes its address and port, but not its protocol,
-    /// from this text, unchecked. The result is 0 even for the following values, which the properties IPAddress and
-    /// Port would refuse:
+    /// If the new description has a port text of the IP form, a T93 interface takes address and port, but not the
+    /// protocol, from this text, without checking them. The result is 0 even for the following values, which the
+    /// properties IPAddress and Port would refuse:
     /// - A text that is no IPv4 address, such as a host name, leaves the interface without an address. Opening over TCP
     ///   then fails with 103, and settings saved in this state can never be loaded again (code 9).
     /// - Address parts with leading zeros are octal: 010.0.0.5 is 8.0.0.5. In the dialog of `configure` they are

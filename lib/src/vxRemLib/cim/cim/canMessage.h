@@ -14,20 +14,20 @@ using CoreLib::DataTypes::CCanId;
 union AdminByte {
     unsigned char value; ///< The whole byte.
     struct {
-        unsigned char low : 4;         ///< Bits 0 to 3; their meaning belongs to that protocol.
+        unsigned char low : 4;         ///< Bits 0 to 3; that protocol defines their meaning.
         unsigned char messageType : 3; ///< Bits 4 to 6, a MsgType.
         unsigned char error : 1;       ///< Bit 7, set in an error reply.
     } bits;
 };
 
-/// View of data byte 0 in stream transfers, a part of the same protocol, which defines the meaning of its bits.
+/// View of data byte 0 in stream transfers, a part of the same protocol, which defines the meaning of the bits.
 union StreamAdminByte {
     unsigned char value;
 };
 
 static_assert(sizeof(AdminByte) == 1 && sizeof(StreamAdminByte) == 1, "views of one data byte");
 
-/// The message type, bits 4 to 6 of the administration byte. Its meaning belongs to the protocol of the devices.
+/// The message type, bits 4 to 6 of the administration byte. The protocol of the devices defines its meaning.
 enum MsgType {
     eMsgType0 = 0,
     eMsgType1 = 1,
@@ -39,7 +39,7 @@ enum MsgType {
     eMsgType7 = 7
 };
 
-/// A CAN frame with a standard (11-bit) identifier, as host application and plugin exchange it.
+/// A CAN message with a standard (11-bit) identifier, as host application and plugin exchange it.
 ///
 /// It is a plain value of 12 bytes without locks: identifier, length (0 to 8) and eight data bytes, of which the first
 /// `length` are valid. No function throws; one that returns false has changed nothing.

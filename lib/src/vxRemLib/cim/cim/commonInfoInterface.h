@@ -76,12 +76,12 @@ public:
     bool isIpPort() const;
     /// Sets `port` to the part of the port text after COM=. Returns false, with `port` unchanged, for any other form.
     bool comPort(QString& port) const;
-    /// Sets the arguments to address and port in the port text of the form IP=, unchecked. Returns false, with the
-    /// arguments unchanged, unless the port text has this form and exactly three parts; one with an IPv6 address, which
-    /// contains colons, never fits.
+    /// Sets the arguments to the address and the port in a port text of the form IP=, without checking them. Returns
+    /// false, with the arguments unchanged, unless the port text has this form and exactly three parts; a port text
+    /// with an IPv6 address, which contains colons, has more parts.
     bool ipAddress(QString& address, QString& port) const;
-    /// Also sets `protocol`. For an unknown protocol text, this is `eProtocolInvalid`, and a line is logged; the result
-    /// is true all the same.
+    /// Does the same, and sets `protocol`. For an unknown protocol text, this is `eProtocolInvalid`, and a line is
+    /// logged; the result is true all the same.
     bool ipAddress(QString& address, QString& port, EProtocolType& protocol) const;
 
     /// Sets `text` to the text of a protocol. Returns false, with the text "Invalid", for a value that has none.
