@@ -28,8 +28,8 @@ VXCORE_EXPORT void setVxLoggingLevel(int level);
 
 } // namespace vexmor::CoreLib::Logging
 
-/// Logs a line through the installed handler. SOURCE is the path of the source file without extension. The format and
-/// its arguments are evaluated only when the line is logged, LEVEL also when it is not.
+/// Logs a line through the installed handler. SOURCE is the path of the source file without extension. LEVEL is
+/// always evaluated, the format and its arguments only when the line is logged.
 #define VX_LOG(LEVEL, SOURCE, ...)                                                                                     \
     do {                                                                                                               \
         if (::vexmor::CoreLib::Logging::VxLoggingLevel() <= (LEVEL)) {                                                 \

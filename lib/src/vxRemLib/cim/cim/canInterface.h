@@ -59,10 +59,10 @@ namespace vexmor::Cim
 ///     LocalIPAddress          QString    UDP: address of this computer to which the socket is bound; 0.0.0.0
 ///                                        stands for all IPv4 addresses [0.0.0.0]
 ///     UdpBindAnyIp            bool       UDP: bind the socket to all addresses of this computer, IPv6 included,
-///                                        and ignore what LocalIPAddress sends [false]
+///                                        and ignore datagrams from LocalIPAddress [false]
 ///     AutoIpUpdate            bool       stored for the user; has no effect [false]
 ///     BusloadPollTime         qlonglong  ms from one update of the bus load to the next (see `busload`), 0 to
-///                                        4294967295; 0 stands for 100, but without the estimate [800]
+///                                        4294967295; 0 stands for 100, but no load is estimated [800]
 ///     BusloadMeasureInterval  qlonglong  ms over which the gateway measures the bus load, 0 to 65535 [1000]
 ///     CanBaudrate             qlonglong  bit rate in kbit/s, as for `setBaudrate`, or 0: opening then leaves the
 ///                                        gateway's rate unchanged, logs a Qt warning, and the bus load is 0 [100]
@@ -110,9 +110,9 @@ namespace vexmor::Cim
 class CIM_EXPORT CCanInterface : public QObject
 {
 public:
-    /// A function that is called for every message: with `sending` true before `writeMessage` on an open interface
-    /// sends a message, whatever the outcome; with false after a received message was stored, or refused by a full
-    /// queue. It is called in the thread of the interface; its result is ignored. `message` is valid only during the
+    /// A function that is called for every message: before `writeMessage` sends it on an open interface, whatever the
+    /// outcome (`sending` is true), and after a received message was stored, or refused by a full queue (`sending` is
+    /// false). It is called in the thread of the interface; its result is ignored. `message` is valid only during the
     /// call. Do not cast away the const of the arguments.
     ///
     /// The handler receives no context: to act on the interface, keep a pointer to it. It may close, reopen or delete
