@@ -84,8 +84,8 @@ private:
     SRmPeer m_peer;
     Cim::CRmDeframer m_deframer;
     bool m_isReading = true;
-    bool m_mustBegin = false; ///< The next byte must begin a frame.
-    bool m_hasLost = false;   ///< Frames were dropped, and the host has not been notified yet.
+    bool m_mustBeginFrame = false; ///< The next byte must begin a frame.
+    bool m_hasLost = false;        ///< Frames were dropped, and the host has not been notified yet.
 };
 
 } // namespace vexmor::Sim

@@ -104,7 +104,7 @@ QComboBox* makeBaudrateCombo(std::uint32_t baudrate)
     for (const std::uint32_t entry : BAUDRATES) {
         combo->addItem(QString::number(entry));
     }
-    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // a rate without an entry: an empty field
+    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // stays empty for a rate without an entry
     return combo;
 }
 
@@ -265,7 +265,7 @@ bool CConfigDialogT93::checkValues()
 
     if (!ok) {
         QMessageBox box(QMessageBox::Warning, QString(), message, QMessageBox::Ok);
-        box.setTextFormat(Qt::PlainText); // the lines contain < and >
+        box.setTextFormat(Qt::PlainText); // otherwise the < and > in the lines might be read as HTML
         // The box closes with the dialog: the caller of the dialog would otherwise wait for the box.
         connect(this, &QDialog::finished, &box, &QDialog::reject);
         connect(this, &QObject::destroyed, &box, &QDialog::reject);

@@ -32,7 +32,7 @@ void readCanMessage(const SRmFrame& frame, CCanMessage& message)
         message.setData(0, MAX_DATA_LENGTH, data);
     } else {
         message = CCanMessage();
-        if (message.setLength(dataLength)) { // otherwise it has logged the reason
+        if (message.setLength(dataLength)) { // otherwise, setLength has logged the reason
             message.setData(0, dataLength, data);
         }
     }

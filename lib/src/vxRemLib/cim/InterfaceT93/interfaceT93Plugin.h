@@ -66,7 +66,7 @@ private:
     static void cancelScanAtEndOfProgram();
 
     std::unique_ptr<CT93DeviceDetectionThread> m_detectionThread; ///< The scan; null when none is running.
-    QMutex m_scanMutex;                  ///< Held while a scan is running; only tried, never waited for.
+    QMutex m_scanMutex;                  ///< Held while a scan is running. No thread waits for it.
     QList<QHostAddress> m_scanAddresses; ///< Addresses of direct requests, in the order added, without duplicates.
 };
 
