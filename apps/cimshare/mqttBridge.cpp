@@ -98,11 +98,11 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                        {QStringLiteral("text"), published.bus->errorTitle(error)},
                        {TIME, microsecondsNow() / 1e6}});
     });
-    // Subscribed even when clients may not send: they receive the reason for the refusal.
+    // Subscribes even when clients may not send, so that they receive the reason for the refusal.
     m_link.subscribe(published.topic + SEND, [this, &published] { sendNext(published); });
 }
 
-/// Publishes that the service ends, because the broker discards the will of a client that disconnects properly.
+/// Publishes that the service has ended, because the broker discards the will of a client that disconnects properly.
 CMqttBridge::~CMqttBridge()
 {
     flush();
@@ -267,11 +267,11 @@ void CMqttBridge::takeState()
         const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
         const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
         m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // "online" may be 0 or false
-        // Until then, the state at the broker is an earlier one.
+        // Before the broker has delivered a state of this service, an arriving state is one that was retained earlier.
         m_isOwnStateSeen = m_isOwnStateSeen || service == m_service;
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
             m_log.print("sameTopic", m_name, QStringLiteral("another service uses the same topic: %1").arg(service));
-            m_isStateWrong = true; // the other service notices the correction
+            m_isStateWrong = true; // the correction also notifies the other service
         }
     }
 }
@@ -290,7 +290,7 @@ void CMqttBridge::sendNext(SPublishedBus& published)
                 this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
         }
     };
-    published.unsent = 1; // for the loop below, so that the batch does not end before it
+    published.unsent = 1; // counts the loop below as a message, so that the batch does not end before the loop
     const auto onLine = [&](const QByteArray& line, Result<Cim::CCanMessage> message) {
         if (!message) {
             publishRefusal(published, line, message.problem().text);

@@ -58,9 +58,9 @@ public:
     Failure identityProblem() const;
     /// Returns the state of the connection to the gateway.
     const SInterfaceStatus& status() const { return m_status; }
-    /// Returns that state as a line of text for clients.
+    /// Returns the state of the connection as a line of text for clients.
     QString connectionNotice() const;
-    /// Returns the port text of the gateway, which has its address.
+    /// Returns the port text, such as IP=192.168.1.70:30000:TCP, which contains the address of the gateway.
     QString port() const { return m_canInterface->commonInfo().port(); }
     /// Returns the bit rate in kbit/s; 0 means that the gateway's own rate is left unchanged.
     int bitRate() const { return m_canInterface->baudrate(); }
@@ -102,7 +102,7 @@ private:
         Outcome onOutcome;
     };
 
-    static constexpr int SECOND_MS = 1000; ///< The period of the limits of messages and errors.
+    static constexpr int SECOND_MS = 1000; ///< Period of the limits for messages and errors.
 
     void print(const char* event, const QString& text) { m_log.printLimited(event, name(), text); }
     void onMail();
