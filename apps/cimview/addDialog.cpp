@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// The context of these texts in the catalogs.
+/// The context of the dialog's texts in the translation catalogs.
 struct AddDialog {
     Q_DECLARE_TR_FUNCTIONS(AddDialog)
 };

@@ -19,6 +19,7 @@ enum class EEvent {
     eNote            ///< A notice.
 };
 
+/// An event in the event log.
 struct SEvent {
     std::int64_t microseconds = 0; ///< Time of the first occurrence, since the epoch.
     EEvent kind = EEvent::eNote;

@@ -67,7 +67,7 @@ public:
     bool setBitRate(const QString& rate);
     /// Shows a change that was made through `settings`, and stores it when the interface is stored.
     void settingsChanged();
-    /// Stores the interface under its name. An event reports what prevents it.
+    /// Stores the interface under its name. If that fails, an event reports the reason.
     void store();
     /// Removes the interface from the store. Returns false, with an event, when it cannot be removed.
     bool removeFromStore();

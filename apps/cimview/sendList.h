@@ -41,7 +41,7 @@ public:
     static constexpr int MAX_INTERVAL_MS = 3600000;
     static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< Interval of a new item.
 
-    static constexpr int MAX_LOADED = 1000; ///< Number of items that `load` adds at most.
+    static constexpr int MAX_LOADED = 1000; ///< Maximum number of items that `load` adds.
 
     /// Returns why nothing can be sent on an interface, or nothing when messages can be sent.
     using Obstacle = std::function<Failure(const QString& interface)>;
