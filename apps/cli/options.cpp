@@ -32,8 +32,8 @@ QString valueOf(const std::string& typed)
     return text;
 }
 
-// The functions below format the help. Otherwise it would differ between versions of the parser, and packaging/fromHelp
-// could not read it.
+// The functions below format the help. Without them, the help would differ between versions of the parser, and
+// packaging/fromHelp could not read it.
 constexpr std::size_t TEXT_COLUMN = 30;
 constexpr std::size_t COLUMNS = 80;
 
@@ -65,8 +65,8 @@ std::string wrapped(const std::string& text, std::size_t indent = 0)
     return result;
 }
 
-/// Returns an option or command and, from TEXT_COLUMN on, its description; the description has a line of its own if
-/// there is no room in the first.
+/// Returns an option or command and, from TEXT_COLUMN on, its description; the description begins on a line of its own
+/// if the first line has no room for it.
 std::string helpLine(const std::string& typed, const std::string& text)
 {
     const std::string left = "  " + typed;
@@ -140,7 +140,7 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
     return text + (app->get_footer().empty() ? "" : '\n' + wrapped(app->get_footer()));
 }
 
-/// Replaces yes and no, in one of their usual forms, by "true" and "false". Returns false for any other text.
+/// Replaces a text for yes or no, such as "on" or "0", by "true" or "false". Returns false for any other text.
 bool readAnswer(std::string& text)
 {
     static const std::map<std::string, std::string> ANSWERS = {{"true", "true"}, {"yes", "true"},   {"on", "true"},
@@ -158,7 +158,7 @@ CLI::Validator isAnswer()
     return CLI::Validator(read, "");
 }
 
-/// Reads files of options. The parser itself would take an empty value of a flag for yes.
+/// Reads files of options. The parser itself would accept a flag with an empty value as yes.
 class COptionFile : public CLI::ConfigTOML
 {
 public:
@@ -258,7 +258,7 @@ COption COption::check(const std::function<Failure(const QString&)>& read) const
         const Failure failure = read(textOf(text));
         return failure ? failure->text.toStdString() : std::string();
     };
-    return m_option->transform(CLI::Validator(fault, "")); // runs before those that were added earlier
+    return m_option->transform(CLI::Validator(fault, "")); // this check runs before the checks that were added earlier
 }
 
 COption COption::address() const

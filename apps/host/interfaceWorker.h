@@ -31,7 +31,7 @@ public:
                                                    CInterfaceInUse::EOpening opening);
     static void endAll();
 
-    // From any thread.
+    // The following functions may be called from any thread.
     bool send(const Cim::CCanMessage& message);
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
     void reset();
@@ -49,10 +49,10 @@ Q_SIGNALS:
 private:
     CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterface, std::shared_ptr<CMailbox> mailbox,
                      std::uint16_t source, CInterfaceInUse::EOpening opening);
-    Cim::CCanInterface& can() { return m_hosted->canInterface(); }
+    Cim::CCanInterface& canInterface() { return m_hosted->canInterface(); }
     void enqueue(const std::function<void()>& command);
 
-    // In the thread of the interface.
+    // The following functions run in the thread of the interface.
     void open();
     void onOpened(int code);
     void updateStatus();

@@ -18,7 +18,7 @@ namespace vexmor::CanBus
 
 using ConfigurationKey = int;
 
-/// Provides the virtual functions of Qt 6 that Qt 5 does not have, or has as functions to be set.
+/// Provides the virtual functions of Qt 6 that Qt 5 does not have, or for which it calls functions that are set.
 class CSerialBusDevice : public QCanBusDevice
 {
 public:
