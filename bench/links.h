@@ -4,8 +4,8 @@
 
 #include <memory>
 
-/// The sides of a comparison: each is the host of a gateway process at 127.0.0.1 in its own way. They need the
-/// application object, and throw when a call fails or nothing arrives for PATIENCE_S.
+/// The sides of a comparison. Each side uses a gateway process at 127.0.0.1 as a host, by other means. The sides need
+/// the application object, and throw when a call fails or nothing arrives for PATIENCE_S.
 namespace vexmor::Bench
 {
 
@@ -18,18 +18,18 @@ public:
     CLink& operator=(const CLink&) = delete;
 
     virtual void send(const SMessage& message) = 0;
-    /// Waits until `count` messages have arrived, looks at each, and returns the sum (lookAt).
+    /// Waits until `count` messages have arrived, and returns the sum of `lookAt` of each.
     virtual std::uint64_t receive(int count) = 0;
 };
 
-/// A side that takes its messages from Qt's event loop.
+/// A side that receives its messages in Qt's event loop.
 class CEventLoopLink : public CLink
 {
 public:
     std::uint64_t receive(int count) final;
 
 protected:
-    /// Looks at what has arrived, up to m_missing messages, where no signal of the event loop has done so.
+    /// Passes up to `m_missing` messages that have arrived to `look`. Does nothing on a side that does this in a slot.
     virtual void take() {}
     void look(std::uint16_t id, std::size_t length, const std::uint8_t* data)
     {
@@ -51,8 +51,8 @@ std::unique_ptr<CLink> makeQtLink(EProtocol protocol, std::uint16_t port);
 /// The plugin: an open interface, drained after every turn of the event loop.
 std::unique_ptr<CLink> makePluginLink(EProtocol protocol, std::uint16_t port);
 
-/// Qt SerialBus with its backend `virtualcan`, connected over TCP to a gateway process that speaks its language:
-/// "can0:257##0102030405060708" from the client, the same without "can0:" to it.
+/// Qt SerialBus with its backend `virtualcan`, connected over TCP to a gateway process that uses its text format: a
+/// message is "can0:257##0102030405060708" from the client, and "257##0102030405060708" to the client.
 extern const SLanguage VIRTUALCAN_LANGUAGE;
 std::unique_ptr<CLink> makeVirtualcanLink(EProtocol protocol, std::uint16_t port);
 /// Returns whether the backend is installed (Debian package libqt5serialbus5-plugins).
