@@ -134,7 +134,7 @@ struct SSequence {
     std::uint64_t disordered = 0; ///< Messages that arrived twice or too late.
     std::uint32_t nextNumber = 0; ///< One above the highest number so far.
 
-    /// Checks a message with these data bytes.
+    /// Checks a message, given by its data bytes.
     void take(const std::uint8_t* data)
     {
         std::uint32_t number = 0;

@@ -39,7 +39,7 @@ struct SLogEntry {
 };
 
 /// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). For any other text
-/// it returns a problem that says what is wrong, for example an identifier above 7FF or more than 8 data bytes.
+/// it returns a problem that states what is wrong, for example an identifier above 7FF or more than 8 data bytes.
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
 /// Returns an identifier as three upper-case hexadecimal digits.

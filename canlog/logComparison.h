@@ -45,7 +45,7 @@ public:
 private:
     struct SSummary {
         std::uint64_t messages = 0;
-        Cim::CCanMessage longest;                    ///< First message among those with the most data bytes.
+        Cim::CCanMessage longest;                    ///< First message with the most data bytes.
         std::array<bool, MAX_DATA_LENGTH> changes{}; ///< Bytes that differ between messages, or are missing in some.
     };
 

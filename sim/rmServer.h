@@ -91,7 +91,7 @@ protected:
 
     QTcpServer& tcpServer() { return m_server; }
 
-    /// Counts a message on the bus for the load and delivers it to all hosts except the one whose link is `sender`. If
+    /// Counts a message on the bus for the load and delivers it to all hosts except the host whose link is `sender`. If
     /// `sender` is this server, no host receives the message.
     void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);
     void sendToAll(const QByteArray& frame, const QObject* except = nullptr);

@@ -16,7 +16,7 @@ struct SSimFaults {
     QByteArray garbage;         ///< Bytes sent before every frame.
     int cutAt = 0;              ///< Size of the first of two writes (UDP: datagrams) per frame; 0 for one write.
     int cutDelayMs = 5;         ///< Pause between the two writes of a cut frame, in ms.
-    int mergeCount = 1;         ///< Number of frames joined into one write; the first ones wait for the last.
+    int mergeCount = 1;         ///< Number of frames joined into one write; the earlier frames wait for the last.
     int replyDelayMs = 0;       ///< Delay of each reply, in ms.
     bool mute = false;          ///< Requests are read but not answered; messages still pass.
     bool blackHole = false;     ///< Connections are accepted, but nothing is read or sent.

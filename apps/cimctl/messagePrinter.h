@@ -78,7 +78,7 @@ private:
     const SShowOptions m_options;
     const bool m_logsToOutput;
     CLineSink m_log;
-    QByteArrayList m_names; ///< Names of the gateways.
+    QByteArrayList m_names; ///< Names of the gateways in lines of the log.
     CLogRecorder m_recorder{QStringLiteral("cimctl-")};
     std::vector<SBusRecord> m_toRecord; ///< Messages for the next call of `record`; `source` is an index of `m_names`.
     QTimer m_recordTimer;

@@ -14,7 +14,7 @@ constexpr qint64 PATIENCE_MS = 2000;
 constexpr qint64 MAX_WAIT_MS = 24LL * 3600 * 1000;
 constexpr int RETRY_MS = 5;
 constexpr int LINGER_MS = 100;
-/// Messages per turn of the event loop at most, so that received messages are processed in between.
+/// Maximum number of messages per turn of the event loop, so that received messages are processed in between.
 constexpr int MAX_PER_TURN = 256;
 /// Bits of a frame in addition to its data: an 11-bit frame with 8 data bytes takes up to 135 bits, with all stuff bits
 /// and the pause after it.

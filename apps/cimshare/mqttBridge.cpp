@@ -276,8 +276,8 @@ void CMqttBridge::takeState()
     }
 }
 
-/// Sends the messages that have arrived, once the outcomes of all earlier ones are known, so that other clients get
-/// their share of the bus.
+/// Sends the messages that have arrived, but only when the outcomes of all earlier messages are known, so that other
+/// clients get their share of the bus.
 void CMqttBridge::sendNext(SPublishedBus& published)
 {
     const SInbox inbox = published.unsent == 0 ? m_link.take(published.topic + SEND) : SInbox();

@@ -48,7 +48,7 @@ private:
         int unsent = 0;                      ///< Messages from the broker whose outcome is not known yet.
         int lost = 0;                        ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0;          ///< Time of the first lost message, in microseconds since the epoch.
-        std::map<std::uint16_t, SLast> last; ///< By identifier; at most 2048 entries.
+        std::map<std::uint16_t, SLast> last; ///< Last messages by identifier.
     };
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);

@@ -78,8 +78,8 @@ private:
     QByteArray m_waiting; ///< Frames to be written when `m_quietTimer` ends.
     QTimer m_statisticsTimer;
     bool m_hasLost = false;                                 ///< Frames were lost since the last frame written.
-    std::map<std::uint16_t, SSubscription> m_subscriptions; ///< By identifier.
-    std::map<std::uint16_t, SCyclic> m_cyclic;              ///< By identifier.
+    std::map<std::uint16_t, SSubscription> m_subscriptions; ///< Subscriptions by identifier.
+    std::map<std::uint16_t, SCyclic> m_cyclic;              ///< Cyclic messages by identifier.
 };
 
 } // namespace vexmor::Apps::Cimshare

@@ -209,7 +209,7 @@ EErrorClass classOf(int interfaceError)
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
 {
-    const QByteArray frame = CanLog::formatFrame(message); // for example 123#1122
+    const QByteArray frame = CanLog::formatFrame(message); // for example "123#1122": identifier and data
     return "\n< frame " + frame.left(3) + ' ' + timeText(microseconds) + ' ' + frame.mid(4) + " >";
 }
 

@@ -26,7 +26,7 @@ struct SCommand {
     QByteArray verb;    ///< The verb, a known one.
     unsigned modes = 0; ///< The states in which the command is allowed: bits of EMode.
     QByteArray busName;
-    int milliseconds = 0;     ///< The interval, rounded up.
+    int milliseconds = 0;     ///< The interval in milliseconds, rounded up.
     Cim::CCanMessage message; ///< The identifier, and the data if the verb has data.
 
     std::uint16_t id() const { return message.id().value(); }

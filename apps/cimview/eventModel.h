@@ -16,7 +16,7 @@ enum class EEvent {
     eInterfaceError, ///< An error that an interface raised.
     eResult,         ///< An operation that was refused with a code.
     eWarning,        ///< A loss or a failure without a number.
-    eNote            ///< A notice.
+    eNote            ///< A notice, which does not count as unread.
 };
 
 /// An event in the event log.

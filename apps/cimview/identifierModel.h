@@ -84,7 +84,7 @@ private:
     void rowsChanged();
 
     const CSourceNames& m_names;
-    std::vector<SRow> m_rows; ///< Sorted by key.
+    std::vector<SRow> m_rows; ///< Rows in the order of their keys.
     /// Time of the last interruption of each interface.
     std::unordered_map<std::uint16_t, std::int64_t> m_interruptions;
     std::int64_t m_now = 0;

@@ -88,7 +88,7 @@ private:
     void report(const SProblem& problem);
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface;
-    std::unique_ptr<CInterfaceInUse> m_inUse; ///< Null while closed.
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< The opened clone; null while the interface is closed.
     CSourceNames& m_names;
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;

@@ -58,7 +58,7 @@ public:
     QString interfaceOf(const SSendItem& item) const { return item.interface.isEmpty() ? m_target : item.interface; }
     /// Counts how often the items were sent, also when the same message was sent from elsewhere in the window.
     void countSent(const std::vector<SBusRecord>& records, const CSourceNames& names);
-    /// Stops cyclic sending on all interfaces except these.
+    /// Stops cyclic sending on all interfaces except `interfaces`.
     void stopAllBut(const QStringList& interfaces);
     void stopAll() { stopAllBut({}); }
 

@@ -38,7 +38,7 @@ public:
     /// Sets the time that the first column shows.
     void setTime(ETime time);
 
-    /// Returns the number of messages, hidden ones included.
+    /// Returns the number of messages, including those that are hidden.
     std::size_t size() const { return m_records.size(); }
     /// Returns the message of a row.
     const SBusRecord& record(int row) const;

@@ -38,7 +38,7 @@ constexpr std::size_t TEXT_COLUMN = 30;
 constexpr std::size_t COLUMNS = 80;
 
 /// Returns the text in lines of at most 80 columns, broken between words. All lines except the first are indented by
-/// this number of blanks. Lines that begin with a blank are not changed.
+/// `indent` blanks. Lines that begin with a blank are not changed.
 std::string wrapped(const std::string& text, std::size_t indent = 0)
 {
     std::string result;
@@ -83,7 +83,7 @@ bool takesSeveral(const CLI::Option& option)
 std::string typedOf(const CLI::Option& option)
 {
     std::string text = option.get_name(option.get_positional(), !option.get_positional());
-    if (option.get_items_expected_max() > 0) { // not a flag
+    if (option.get_items_expected_max() > 0) { // the option is not a flag
         const std::string type = option.get_type_name();
         const std::string value = option.get_default_str();
         text += (type.empty() ? "" : " " + type) + (value.empty() ? "" : "=" + value);
@@ -200,7 +200,7 @@ std::optional<int> CCommandLine::parse(int argc, char** argv, const std::functio
     }
     try {
         m_app->parse(argc, argv);
-    } catch (const CLI::Success& wanted) { // --help, --version
+    } catch (const CLI::Success& wanted) { // --help or --version was given
         m_app->exit(wanted);
         return eDone;
     } catch (const CLI::Error& error) {
@@ -331,7 +331,7 @@ COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest
 COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
                   const std::string& help, const std::string& type)
 {
-    const auto check = [=](const QString& text) { // CLI::Range accepts "nan"
+    const auto check = [=](const QString& text) { // not CLI::Range, which accepts "nan"
         bool ok = false;
         const double number = text.toDouble(&ok);
         const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);

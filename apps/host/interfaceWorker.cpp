@@ -170,7 +170,7 @@ void CInterfaceWorker::enqueue(const std::function<void()>& command)
 void CInterfaceWorker::open()
 {
     m_isOpening = true;
-    int code = canInterface().openCommunication(); // processes events
+    int code = canInterface().openCommunication(); // this call processes events
     while (code == Cim::RC_TCP_CONNECT_FAILED && Clock::now() - s_lastClose.load() < RELEASE_TIME &&
            !m_thread.isInterruptionRequested()) {
         QThread::msleep(RELEASE_RETRY_MS);

@@ -74,7 +74,7 @@ private:
     QTimer m_retryTimer; ///< Pause before the next attempt to open.
     std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< Timers of cyclic messages by key.
     std::vector<SBusRecord> m_batch;                 ///< Records of this turn of the event loop.
-    unsigned m_losses = 0;                           ///< Number of link losses.
+    unsigned m_losses = 0;                           ///< Number of link losses since the start.
     std::int64_t m_lastTime = 0;                     ///< Time of the last record.
 
     std::mutex m_mutex; ///< Guards the three members below, which both threads use.

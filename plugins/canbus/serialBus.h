@@ -1,6 +1,6 @@
 #pragma once
 
-// Adapts the API of Qt SerialBus 5.15 to that of Qt 6, for which the backend is written.
+// Adapts the API of Qt SerialBus 5.15 to the API of Qt 6, for which the backend is written.
 
 #include <QCanBusDevice>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)

@@ -68,7 +68,7 @@ private:
     void takeError(int error, const QPointer<QObject>& opening);
 
     const std::unique_ptr<Cim::CCanInterface> m_model;  ///< A child that stays closed and is cloned for each opening.
-    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< Mailbox of this opening.
+    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< Mailbox of the present opening.
     std::unique_ptr<Apps::CInterfaceInUse> m_interface; ///< The interface in use; null while unconnected.
     QPointer<QObject> m_opening; ///< A child, the context of all connections of this opening; deleted at its end.
     bool m_isLost = false;       ///< Whether the link was lost and is being regained.

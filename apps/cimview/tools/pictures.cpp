@@ -1,5 +1,5 @@
-// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway that plays LOG, a candump
-// log.
+// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, with a simulated gateway that plays LOG, a
+// candump log.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"

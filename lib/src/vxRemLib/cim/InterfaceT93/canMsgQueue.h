@@ -25,7 +25,7 @@ public:
     enum class EStore {
         eStored,
         eBecameFull, ///< The message was stored in the last free slot.
-        eRefused     ///< The queue was full.
+        eRefused     ///< The queue was full; the message was not stored.
     };
     enum class ETake { eTaken, eEmpty, eNoQueue };
 

@@ -25,7 +25,7 @@ constexpr int ADDRESS_PARTS = 4;
 constexpr int MAX_ADDRESS_PART = 255;
 constexpr std::uint32_t MIN_BUSLOAD_MS = 100;
 constexpr std::uint32_t MAX_BUSLOAD_MS = 3000;
-constexpr std::uint32_t BAUDRATES[] = {50, 100, 125, 250, 500, 1000}; // kbit/s
+constexpr std::uint32_t BAUDRATES[] = {50, 100, 125, 250, 500, 1000}; // in kbit/s
 constexpr CConfigParamT93::EServiceType SERVICES[] = {CConfigParamT93::eServiceClient, CConfigParamT93::eServiceServer};
 constexpr CCommonInfo::EProtocolType PROTOCOLS[] = {CCommonInfo::eProtocolTcp, CCommonInfo::eProtocolUdp};
 

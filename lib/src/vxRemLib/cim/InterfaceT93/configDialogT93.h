@@ -60,7 +60,7 @@ private:
     /// Appends a line to `message` and clears `ok` if `address` is invalid.
     static void checkIpAddress(const QString& label, const QString& address, QString& message, bool& ok);
 
-    const CConfigParamT93 m_configParam; ///< Initial values.
+    const CConfigParamT93 m_configParam; ///< Values that the dialog shows at first.
 
     // Owned by the dialog as their parent.
     QVBoxLayout* m_mainLayout = nullptr;

@@ -41,7 +41,7 @@ private:
 };
 
 /// Reads the address stored under a key; without such a key, `address` is unchanged. Returns false, with the stored
-/// text in `text`, when it is no address.
+/// text in `text`, when it is not an address.
 bool readAddress(const QSettings& settings, const QString& key, QHostAddress& address, QString& text)
 {
     if (!settings.contains(key)) {

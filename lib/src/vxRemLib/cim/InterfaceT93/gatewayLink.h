@@ -27,7 +27,7 @@ public:
         eUnderWay, ///< `read` was called within another `read`, which takes the bytes.
         eDrained,  ///< Everything that waited was read.
         eFailed,   ///< Reading from the socket failed.
-        eStopped,  ///< `take` returned false.
+        eStopped,  ///< `take` returned false, which stops the read.
         eMoreWaits ///< The limit of one turn of the event loop was reached: read again in another turn.
     };
 

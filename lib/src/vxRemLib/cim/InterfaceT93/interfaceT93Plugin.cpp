@@ -160,7 +160,7 @@ void CInterfaceT93Plugin::deviceDetectionThreadFinished()
     if (isSignalConnected(QMetaMethod::fromSignal(&CInterfaceT93Plugin::interfaceScanFinished))) {
         Q_EMIT interfaceScanFinished(pluginId(), interfaceList); // a slot may delete this object
     } else {
-        qDeleteAll(interfaceList); // no receiver owns them
+        qDeleteAll(interfaceList); // without a receiver, the interfaces have no owner
     }
 }
 

@@ -40,7 +40,7 @@ enum ERmCommand : std::uint8_t {
     RM_CMD_STATUS_ALT = 0x43,           ///< handled like RM_CMD_STATUS
     RM_CMD_MAC_ADDRESS = 0x44,          ///< reply: 6 bytes
     RM_CMD_BUSLOAD = 0x47,              ///< reply: 2 bytes, low byte first: frames per second, each counted as 74 bits
-    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56, ///< report, ignored
+    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56, ///< report; the driver ignores it
     RM_CMD_CAN_BAUD_RATE = 0x57,        ///< 1 byte: baud rate code
     RM_CMD_REQUEST_58 = 0x58,           ///< known to the framer, never sent by the driver
     RM_CMD_TIME_STAMP = 0xA1,           ///< known to the framer, never sent by the driver
