@@ -4,8 +4,8 @@
 
 #include <memory>
 
-/// The sides of a comparison. Each side uses a gateway process at 127.0.0.1 as a host, by other means. The sides need
-/// the application object, and throw when a call fails or nothing arrives for PATIENCE_S.
+/// The sides of a comparison. Each side is another kind of host for a gateway process at 127.0.0.1. The sides need the
+/// application object, and throw when a call fails or nothing arrives for PATIENCE_S.
 namespace vexmor::Bench
 {
 
@@ -29,7 +29,8 @@ public:
     std::uint64_t receive(int count) final;
 
 protected:
-    /// Passes up to `m_missing` messages that have arrived to `look`. Does nothing on a side that does this in a slot.
+    /// Calls `look` with each message that has arrived, at most `m_missing` of them. Does nothing on a side that does
+    /// so in a slot.
     virtual void take() {}
     void look(std::uint16_t id, std::size_t length, const std::uint8_t* data)
     {

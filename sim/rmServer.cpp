@@ -49,7 +49,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
         if (!m_server.listen(address, port)) {
             why = QStringLiteral("(TCP): ") + m_server.errorString();
         } else if (m_transports == ETransports::eTcpAndUdp &&
-                   // Another program that shares the port would receive some of the datagrams.
+                   // The port is not shared: another program would receive some of the datagrams.
                    !m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
             why = QStringLiteral("(UDP): ") + m_udp.errorString();
         } else {

@@ -71,7 +71,7 @@ Q_SIGNALS:
     void frameLost();
 
 protected:
-    // To be provided by derived classes.
+    // The following functions are provided by derived classes.
 
     /// Puts a message from a host on the bus.
     virtual void putOnBus(const Cim::CCanMessage& message, CRmLink& from) = 0;
@@ -87,7 +87,7 @@ protected:
     /// Sends the answer to a request.
     virtual void reply(CRmLink& link, const QByteArray& frame) { link.send(frame); }
 
-    // For use by derived classes.
+    // The following functions are used by derived classes.
 
     QTcpServer& tcpServer() { return m_server; }
 

@@ -71,7 +71,7 @@ void CSimGateway::sendRaw(const QByteArray& bytes)
 void CSimGateway::handle(CRmLink& link, const Cim::SRmFrame& frame)
 {
     const QPointer<CRmLink> alive(&link);
-    // Copied, because a slot may end the link that holds the frame.
+    // The payload is copied, because a slot may end the link that holds the frame.
     const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
     const std::uint8_t command = frame.command;
     Q_EMIT requestReceived(command, payload);

@@ -23,7 +23,7 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
     QJsonObject values;
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
         bool isNumber = std::find(std::begin(NUMBERS), std::end(NUMBERS), entry.key()) != std::end(NUMBERS);
-        // Another program may have stored a text that is not a number.
+        // A text that is not a number, which another program may have stored, stays a text.
         const int number = isNumber ? entry.value().toInt(&isNumber) : 0;
         values.insert(entry.key(), isNumber ? QJsonValue(number) : QJsonValue(entry.value()));
     }

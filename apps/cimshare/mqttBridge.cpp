@@ -267,7 +267,7 @@ void CMqttBridge::takeState()
         const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
         const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
         m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // "online" may be 0 or false
-        // Before the broker has delivered a state of this service, an arriving state is one that was retained earlier.
+        // States that arrive before a state of this service were retained earlier and mean nothing.
         m_isOwnStateSeen = m_isOwnStateSeen || service == m_service;
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
             m_log.print("sameTopic", m_name, QStringLiteral("another service uses the same topic: %1").arg(service));

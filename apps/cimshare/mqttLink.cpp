@@ -160,7 +160,7 @@ Failure CMqttLink::readCredentials()
     if (!file.open(QIODevice::ReadOnly)) {
         return wrongUsage(QStringLiteral("%1: %2").arg(file.fileName(), file.errorString()));
     }
-    // A service manager's credentials are in a folder that other users cannot enter.
+    // The permissions of a service manager's credentials do not matter: other users cannot enter their folder.
     const QString managed = qEnvironmentVariable("CREDENTIALS_DIRECTORY", QStringLiteral("/dev/null"));
     const auto ofOthers = file.permissions() & QFile::Permissions(0x77);
     if (ofOthers != 0 && !file.fileName().startsWith(managed + QLatin1Char('/'))) {
@@ -305,7 +305,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     }
     const bool isLong = message.payloadlen > MAX_PAYLOAD;
     const QByteArray payload(static_cast<const char*>(message.payload), isLong ? MAX_PAYLOAD : message.payloadlen);
-    // The broker delivers a retained publication again in every connection.
+    // A retained publication is refused, because the broker delivers it again in every connection.
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
     const int lines = payload.trimmed().count('\n') + 1;
     const int size = payload.size() + lines * LINE_SIZE;

@@ -52,7 +52,7 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
         write(element);
         return;
     }
-    // There are subscriptions only in broadcast manager mode.
+    // In control mode there are no subscriptions, so nothing is delivered.
     const auto found = m_subscriptions.find(message.id().value());
     if (found != m_subscriptions.end()) {
         found->second.pending = element;

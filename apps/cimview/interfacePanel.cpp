@@ -143,7 +143,7 @@ void CInterfacePanel::configure()
     Cim::CCanInterface& canInterface = interfaces.at(rows.first()).settings();
     const int rateBefore = canInterface.baudrate();
     const int code = canInterface.configure(this, Qt::WindowFlags());
-    // While the dialog was open, a scan may have added rows, and a signal may have ended the program.
+    // While the dialog was open, a signal may have ended the program. A scan may have added rows, so names are used.
     if (!self || interfaces.rowOf(name) < 0) {
         return;
     }

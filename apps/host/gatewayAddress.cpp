@@ -56,7 +56,7 @@ QString plainAddress(const QString& typed)
     for (QString& number : numbers) {
         bool ok = false;
         const unsigned int value = number.toUInt(&ok);
-        // toUInt also accepts blanks and signs.
+        // The first and the last character are checked, because toUInt also accepts blanks and signs.
         if (!ok || value > 0xFF || !number.front().isDigit() || !number.back().isDigit()) {
             return {};
         }

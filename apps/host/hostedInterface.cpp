@@ -23,7 +23,7 @@ CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterf
     m_canInterface->setCommonInfo(info);
     m_canInterface->setParent(this);
     m_canInterface->setSpyHandler(&CHostedInterface::spy);
-    // Connected by name, because only the plugin knows the class that has the signal.
+    // Connects by name, because only the plugin knows the class that has the signal.
     connect(m_canInterface.get(), SIGNAL(interfaceError(int)), this, SIGNAL(errorRaised(int)));
 }
 

@@ -75,7 +75,8 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
     moveToThread(&m_thread);
     m_thread.start();
     QMetaObject::invokeMethod(this, [this] {
-        // The event loop emits this signal when it has processed all data that arrived in one turn.
+        // The event loop emits this signal when it has processed all data of a turn: the records are delivered
+        // together.
         connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
                 &CInterfaceWorker::handOver);
         open();

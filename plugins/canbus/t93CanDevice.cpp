@@ -307,7 +307,7 @@ void CT93CanDevice::takeError(int error, const QPointer<QObject>& opening)
         m_busStatus = meaning.busStatus;
     }
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
-    // A slot of the host may have run the event loop, in which the link was regained or the device closed.
+    // A slot of the host may have run the event loop, so the link may be regained or the device closed by now.
     if (opening && m_isLost) {
         setState(ConnectingState);
     }

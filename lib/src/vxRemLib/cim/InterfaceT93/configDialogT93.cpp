@@ -46,7 +46,7 @@ private:
         if (event->type() == QEvent::FocusIn) {
             const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
             if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason) {
-                // Delayed, because the edit itself then moves the cursor.
+                // The selection is delayed, because the edit itself moves the cursor after this event.
                 QTimer::singleShot(0, static_cast<QLineEdit*>(watched), &QLineEdit::selectAll);
             }
         }
@@ -76,7 +76,7 @@ QSpinBox* makeBusloadSpin(std::uint32_t milliseconds)
     auto* const spin = new QSpinBox;
     spin->setRange(MIN_BUSLOAD_MS, MAX_BUSLOAD_MS);
     spin->setSingleStep(1);
-    // Limited before the conversion to int, which would make a huge value negative.
+    // The value is limited before the conversion to int, which would make a huge value negative.
     spin->setValue(static_cast<int>(std::clamp(milliseconds, MIN_BUSLOAD_MS, MAX_BUSLOAD_MS)));
     return spin;
 }

@@ -62,7 +62,7 @@ private:
 
     const CConfigParamT93 m_configParam; ///< Values that the dialog shows at first.
 
-    // Owned by the dialog as their parent.
+    // The dialog owns the following objects as their parent.
     QVBoxLayout* m_mainLayout = nullptr;
     QDialogButtonBox* m_buttonBox = nullptr;
     QGridLayout* m_gridLayout = nullptr;

@@ -19,7 +19,8 @@ namespace
 /// Source name in log lines; the driver uses the same name.
 constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
-/// Bytes that are read from the kernel ahead of the deframer; TCP's flow control stops a peer that sends more.
+/// Maximum number of bytes that are read from the kernel ahead of the deframer; TCP's flow control stops a peer that
+/// sends more.
 constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
 /// Bytes that may wait here for a gateway that does not read: about a second of a full CAN bus, which carries 9,000
 /// messages of 8 data bytes at 1 Mbit/s, framed in 15 bytes each. Half as many may wait in the kernel
@@ -112,7 +113,7 @@ void CTcpLink::setSocketOptions()
 {
     m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     m_socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    // By default the kernel's buffer grows to megabytes, which hold minutes of outdated messages.
+    // The kernel's buffer is limited: by default it grows to megabytes, which hold minutes of outdated messages.
     m_socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, static_cast<int>(SEND_BUFFER_LIMIT / 2));
     setPeerLossTimers(m_socket);
 }

@@ -42,7 +42,7 @@ CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& pl
 CInterfaceT93Plugin::CInterfaceT93Plugin()
 {
     CInterfaceT93::retranslateErrorStrings();
-    // Qt accepts event filters of the application only from objects in the application's thread.
+    // The filter is only installed in the application's thread, because Qt accepts no filters from other threads.
     QCoreApplication* const application = QCoreApplication::instance();
     if (application != nullptr && application->thread() == thread()) {
         application->installEventFilter(this);

@@ -85,7 +85,7 @@ int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
     if (isOpened()) {
         return RC_NO_CHANGE_WHILE_OPEN;
     }
-    // Qt ends a program that makes a widget without a QApplication.
+    // No dialog is shown without a QApplication: Qt would end the program.
     if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) {
         qWarning("%s: no dialog without a QApplication.", "vexmor::Cim::CInterfaceT93::configure");
         return RC_OK;

@@ -103,7 +103,7 @@ void setPeerLossTimers(QAbstractSocket& socket)
 
 qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
 {
-    // A write through Qt's buffer would take another turn of the event loop per frame.
+    // Qt's buffer is not used, because it would take another turn of the event loop per frame.
     const ssize_t sent = ::send(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
                                 MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent >= 0) {

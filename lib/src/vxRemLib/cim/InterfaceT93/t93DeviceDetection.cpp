@@ -16,7 +16,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/t93DeviceDetect
 
 constexpr int PAUSE_AFTER_BROADCAST_MS = 100;
 constexpr int PAUSE_AFTER_UNICAST_MS = 40;
-/// Datagrams read in one turn of the event loop, so that a flood does not delay the end of the scan.
+/// Maximum number of datagrams read in one turn of the event loop, so that a flood does not delay the end of the scan.
 constexpr int MAX_DATAGRAMS_PER_TURN = 256;
 } // namespace
 

@@ -26,7 +26,7 @@ std::atomic<int> CCanMessage::m_metaId{0};
 /// Registers this type with Qt. Every constructor calls this function; after the first call, it only reads a number.
 inline void CCanMessage::registerMetaType()
 {
-    // Two threads may register at the same time: Qt returns the same id to both.
+    // Two threads may register at the same time, which is harmless: Qt returns the same id to both.
     if (Q_UNLIKELY(m_metaId.load(std::memory_order_relaxed) == 0)) {
         m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
     }
@@ -53,7 +53,7 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
 {
     const unsigned int count = std::min<unsigned int>(length, MAX_LENGTH);
     va_list bytes;
-    // Clang warns because `length` is no int. The contract requires this type, and both compilers handle it.
+    // Clang would warn that `length` is not an int. The contract requires this type, and both compilers handle it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wvarargs"
     va_start(bytes, length);
