@@ -37,7 +37,7 @@ protected:
         m_sum += lookAt(id, length, data);
         --m_missing;
     }
-    int m_missing = 0; ///< Messages that `receive` waits for.
+    int m_missing = 0; ///< Number of messages that `receive` waits for.
     std::uint64_t m_sum = 0;
 };
 
