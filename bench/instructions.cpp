@@ -1,5 +1,6 @@
 // The program that script/instructions measures with callgrind: frames pass through the whole plugin in a single
-// process, so that the number of instructions is the same every time. Only the code between the toggles is counted.
+// process, so that the number of instructions is the same every time. Only instructions between two calls of
+// CALLGRIND_TOGGLE_COLLECT are counted.
 #include "bench/links.h"
 #include "bench/measuring.h"
 
@@ -16,11 +17,11 @@ using namespace vexmor::Bench;
 namespace
 {
 constexpr int FRAMES = 20000;
-constexpr int BATCH = 100; ///< Frames that one socket read brings.
+constexpr int BATCH = 100; ///< Frames that arrive in one read of the socket.
 constexpr int WARM_UP_TURNS = 20;
 const SMessage SWALLOWED{ID_SWALLOW, {1, 2, 3, 4, 5, 6, 7, 8}};
 
-/// Writes frames to the plugin's socket. They have arrived there when this returns.
+/// Sends frames to the plugin. They have arrived at its socket when this function returns.
 void deliver(int gateway, int count)
 {
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(count) * FRAME_SIZE);
@@ -39,14 +40,14 @@ void swallow(int gateway)
 }
 } // namespace
 
-/// instructions receive | receive-single | send
+/// Usage: instructions receive, receive-single or send. Prints the number of frames.
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     std::thread([] {}).join(); // makes this a process with threads, like most host applications
     const std::string what = argc == 2 ? argv[1] : "";
     const int framesPerTurn = what == "receive-single" ? 1 : BATCH;
-    const CLoopbackSocket listener(EProtocol::eTcp); // stands for the gateway
+    const CLoopbackSocket listener(EProtocol::eTcp); // takes the place of the gateway
     const auto link = makePluginLink(EProtocol::eTcp, listener.port());
     const int gateway = listener.acceptClient();
     // The turns below 0 warm up heap, caches and the dynamic linker.

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-/// The sides of a comparison: each is the host of a gateway process at 127.0.0.1 in its own way. They need the
+/// The sides of a comparison. Each side is another kind of host for a gateway process at 127.0.0.1. The sides need the
 /// application object, and throw when a call fails or nothing arrives for PATIENCE_S.
 namespace vexmor::Bench
 {
@@ -18,25 +18,26 @@ public:
     CLink& operator=(const CLink&) = delete;
 
     virtual void send(const SMessage& message) = 0;
-    /// Waits until `count` messages have arrived, looks at each, and returns the sum (lookAt).
+    /// Waits until `count` messages have arrived, and returns the sum of `lookAt` of each.
     virtual std::uint64_t receive(int count) = 0;
 };
 
-/// A side that takes its messages from Qt's event loop.
+/// A side that receives its messages in Qt's event loop.
 class CEventLoopLink : public CLink
 {
 public:
     std::uint64_t receive(int count) final;
 
 protected:
-    /// Looks at what has arrived, up to m_missing messages, where no signal of the event loop has done so.
+    /// Calls `look` with each message that has arrived, at most `m_missing` of them. Does nothing on a side that does
+    /// so in a slot.
     virtual void take() {}
     void look(std::uint16_t id, std::size_t length, const std::uint8_t* data)
     {
         m_sum += lookAt(id, length, data);
         --m_missing;
     }
-    int m_missing = 0; ///< Messages that `receive` waits for.
+    int m_missing = 0; ///< Number of messages that `receive` waits for.
     std::uint64_t m_sum = 0;
 };
 
@@ -51,8 +52,8 @@ std::unique_ptr<CLink> makeQtLink(EProtocol protocol, std::uint16_t port);
 /// The plugin: an open interface, drained after every turn of the event loop.
 std::unique_ptr<CLink> makePluginLink(EProtocol protocol, std::uint16_t port);
 
-/// Qt SerialBus with its backend `virtualcan`, connected over TCP to a gateway process that speaks its language:
-/// "can0:257##0102030405060708" from the client, the same without "can0:" to it.
+/// Qt SerialBus with its backend `virtualcan`, connected over TCP to a gateway process that uses its text format: a
+/// message is "can0:257##0102030405060708" from the client, and "257##0102030405060708" to the client.
 extern const SLanguage VIRTUALCAN_LANGUAGE;
 std::unique_ptr<CLink> makeVirtualcanLink(EProtocol protocol, std::uint16_t port);
 /// Returns whether the backend is installed (Debian package libqt5serialbus5-plugins).

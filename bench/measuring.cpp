@@ -77,7 +77,7 @@ SResources resources()
 {
     SResources result;
     long pages = 0;
-    std::ifstream("/proc/self/statm") >> pages >> pages; // the second number
+    std::ifstream("/proc/self/statm") >> pages >> pages; // the second number: resident pages
     result.residentKib = static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
     const struct mallinfo2 heap = mallinfo2();
     result.heapKib = static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;

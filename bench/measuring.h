@@ -48,7 +48,7 @@ std::string figure(double value);
 /// the machine affects both sides of a round alike. Empty when a side was not measured.
 std::string ratio(const Values& of, const Values& to);
 
-/// Returns whether a promise holds, and prints it when it does not.
+/// Returns `isTrue`, and prints the promise when it is false.
 bool holds(const char* promise, bool isTrue);
 
 /// The resources that this process uses.
@@ -65,7 +65,7 @@ struct SResources {
 SResources resources();
 /// Returns a text like "memory 1 KiB, heap 2 KiB, descriptors 3".
 std::string textOf(const SResources& resources);
-/// Returns whether a process has not grown, and prints the growth when it has.
+/// Returns true when a process has grown by less than the limit and has gained no descriptors. Otherwise prints a line.
 bool isFlat(const SResources& grown, double memoryLimitKib);
 
 // A table in Markdown with a first column of text and further columns of numbers. Each row is printed at once.

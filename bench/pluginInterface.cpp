@@ -40,7 +40,7 @@ void open(Cim::CCanInterface& canInterface)
 void close(Cim::CCanInterface& canInterface)
 {
     canInterface.closeCommunication();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // deletes the socket
 }
 
 void runFor(int milliseconds)
@@ -54,7 +54,7 @@ void waitUntil(const std::function<bool()>& condition)
 {
     QDeadlineTimer patience(QDeadlineTimer::Forever);
     for (int turn = 0; !condition(); ++turn) {
-        if (turn == 1) { // the clock is not read where the first turn is enough
+        if (turn == 1) { // reads no clock if one turn is enough
             patience.setRemainingTime(PATIENCE_S * 1000);
         }
         if (patience.hasExpired()) {

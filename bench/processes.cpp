@@ -59,7 +59,7 @@ void serveClient(EProtocol protocol, int socket, const SLanguage& language)
     };
     sockaddr_in client{};
     auto* const address = reinterpret_cast<sockaddr*>(&client);
-    socklen_t addressSize = sizeof client; // over TCP 0 after the first call
+    socklen_t addressSize = sizeof client; // the first call sets it to 0 over TCP
     for (std::size_t kept = 0;;) {
         const ssize_t got = recvfrom(socket, buffer.data() + kept, buffer.size() - kept, 0, address, &addressSize);
         if (got <= 0) {

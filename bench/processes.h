@@ -7,17 +7,18 @@
 #include <functional>
 #include <vector>
 
-/// Processes of their own on processors of their own, and the sockets between them.
+/// Child processes, each of which runs on one processor, and the sockets between them.
 namespace vexmor::Bench
 {
 
-/// Throws std::system_error with errno and what was tried, unless ok.
+/// Throws std::system_error with errno and the name of the attempt, unless `ok` is true.
 void check(bool ok, const char* what);
 
 /// Keeps the calling process on one processor. Throws std::system_error when it may not run there.
 void stayOn(int processor);
 
-/// A socket bound to 127.0.0.1 and a free port; a TCP socket listens. Throws std::system_error.
+/// A socket that is bound to 127.0.0.1 and a free port; a TCP socket also listens. Throws std::system_error when a call
+/// fails.
 class CLoopbackSocket
 {
 public:
@@ -28,14 +29,14 @@ public:
 
     std::uint16_t port() const;
     int descriptor() const { return m_socket; }
-    /// Waits for a TCP client and returns its socket, which sends small frames at once and belongs to the caller.
+    /// Waits for a TCP client and returns its socket, which sends small frames at once. The caller owns it.
     int acceptClient() const;
 
 private:
     const int m_socket;
 };
-/// A socket that is connected to a port of 127.0.0.1, over TCP without delay; it belongs to the caller. Throws
-/// std::system_error.
+/// Returns a socket that is connected to a port of 127.0.0.1; over TCP it sends small frames at once. The caller owns
+/// it. Throws std::system_error when a call fails.
 int connectToLoopback(EProtocol protocol, std::uint16_t port);
 
 /// A process that runs a function on one processor. It ends with the function, with this object, or with the process
@@ -59,7 +60,7 @@ using OnMessage = std::function<void(const SMessage&)>;
 
 /// The format of messages on the wire.
 struct SLanguage {
-    /// Appends a message to what is sent to a client.
+    /// Appends a message to the bytes that are sent to a client.
     void (*append)(const SMessage& message, std::vector<std::uint8_t>& bytes);
     /// Reads the whole messages that a client has sent, and returns the number of bytes used.
     std::size_t (*parse)(const std::uint8_t* bytes, std::size_t count, const OnMessage& onMessage);
@@ -67,7 +68,7 @@ struct SLanguage {
 extern const SLanguage RM_LANGUAGE; ///< The RM frames of a T93.
 
 /// The simplest gateway: a process with a plain socket on 127.0.0.1. The identifier of a CAN message decides what it
-/// does (wire.h); it answers nothing else. It serves one client at a time.
+/// does (ID_SWALLOW, ID_ECHO and ID_BURST); it answers nothing else. It serves one client at a time.
 class CGatewayProcess
 {
 public:

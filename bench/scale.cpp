@@ -29,15 +29,16 @@ constexpr int MEASURED_MS = 1000;
 constexpr int DRAIN_INTERVAL_MS = 10;
 constexpr int HOST_PROCESSOR = 0;
 constexpr int SENDER_PROCESSOR = 1;
-constexpr std::size_t SEGMENT = 9; ///< Frames that a gateway joins.
+constexpr std::size_t SEGMENT = 9; ///< Frames that a gateway sends in one segment.
 constexpr int SEND_BUFFER = 256 * 1024;
 constexpr int FRAMES_PER_SECOND = 9000; ///< Frames of 8 data bytes that a bus of 1 Mbit/s carries.
 constexpr std::chrono::nanoseconds TICK(1000000000 / FRAMES_PER_SECOND);
 constexpr std::chrono::milliseconds MAX_LAG(50); ///< A sending process that is further behind skips the missed frames.
 
-/// Gateways at full buses behind one TCP port: every connection is a gateway. They start when all are connected, and
-/// send at the pace of a bus, spread over time, whether the host keeps up or not. What does not fit into a connection's
-/// buffer is lost and leaves a gap in the numbers. Returns when the host has closed a connection.
+/// Plays gateways with full buses behind one TCP port: every connection is a gateway. They start when all are
+/// connected, and send at the pace of a bus, spread over time, even if the host does not keep up. Messages that do not
+/// fit into the buffer of a connection are lost and leave a gap in the numbers. Returns when the host has closed a
+/// connection.
 void sendAtBusPace(const CLoopbackSocket& listener, std::size_t gateways)
 {
     std::vector<int> buses;
@@ -47,7 +48,7 @@ void sendAtBusPace(const CLoopbackSocket& listener, std::size_t gateways)
     }
     prctl(PR_SET_TIMERSLACK, 1UL);
     auto due = std::chrono::steady_clock::now();
-    // In a tick a bus carries a frame, so a gateway that joins SEGMENT of them sends in every SEGMENTth tick.
+    // A bus carries one frame per tick, so a gateway that sends SEGMENT frames at a time sends in every SEGMENTth tick.
     for (std::size_t tick = 0;; ++tick) {
         std::uint8_t segment[SEGMENT * FRAME_SIZE];
         for (std::size_t i = 0; i < SEGMENT; ++i) {
@@ -66,7 +67,7 @@ void sendAtBusPace(const CLoopbackSocket& listener, std::size_t gateways)
     }
 }
 
-/// An open interface, and a check of the messages from its gateway.
+/// An open interface, and the check of the messages that it receives.
 struct SBus {
     std::unique_ptr<Cim::CCanInterface> canInterface;
     SSequence sequence;
@@ -120,7 +121,7 @@ void measure(int gateways, int turns)
 }
 } // namespace
 
-/// Arguments, for a shorter run: turns, and the largest number of gateways.
+/// Usage: scale [TURNS [MOST GATEWAYS]]. The arguments make a run shorter.
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);

@@ -1,4 +1,4 @@
-// Measures the cost of the plugin in a host from end to end, and in the same run that of a plain socket, a bare Qt
+// Measures the cost of the plugin in a host from end to end, and in the same run the cost of a plain socket, a bare Qt
 // socket and, if installed, virtualcan of Qt SerialBus. Prints a table in Markdown. See docs/performance.md.
 #include "bench/links.h"
 #include "bench/measuring.h"
@@ -17,7 +17,7 @@ namespace
 constexpr int DEFAULT_ROUNDS = 25; ///< Measured rounds, after one that warms up.
 constexpr int HOST_PROCESSOR = 0;
 constexpr int OTHER_PROCESSOR = 1;
-// The work of one round.
+// The amount of work in one round.
 constexpr int SEND_BATCH = 100; ///< Messages between two waits for the gateway.
 constexpr int SEND_BATCHES = 20;
 constexpr int ROUND_TRIPS = 200;
@@ -51,11 +51,11 @@ double send(CLink& link)
 {
     double cpu = 0;
     repeat(SEND_BATCHES, [&] {
-        exchange(link, ECHOED, 1, lookAt(ECHOED)); // until the gateway has read everything
+        exchange(link, ECHOED, 1, lookAt(ECHOED)); // waits until the gateway has read everything
         cpu += costOf([&] {
                    repeat(SEND_BATCH, [&] {
                        link.send(SWALLOWED);
-                       QCoreApplication::processEvents(); // on all sides, whether they need it or not
+                       QCoreApplication::processEvents(); // on every side, also where nothing needs it
                    });
                }).cpu;
     });
@@ -116,7 +116,7 @@ void compare(EProtocol protocol, int gatewayProcessor, int rounds, const std::ve
 }
 } // namespace
 
-/// throughput [ROUNDS]: fewer than 25 show that it works, not what it costs.
+/// Usage: throughput [ROUNDS]. With fewer than 25 rounds the figures are not reliable, but show that everything works.
 int main(int argc, char** argv)
 {
     // virtualcan reads the local time for each frame. Without TZ the C library looks at the file of the time zone each
@@ -131,7 +131,7 @@ int main(int argc, char** argv)
                "plugin / Qt socket", "virtualcan / plugin"});
     compare(EProtocol::eTcp, OTHER_PROCESSOR, rounds,
             {{"received in bursts of 8000, CPU, ns", [](CLink& link) { return receiveBursts(link, 10, 8000); }}});
-    compare(EProtocol::eUdp, OTHER_PROCESSOR, rounds, // 200 fit into any receive buffer
+    compare(EProtocol::eUdp, OTHER_PROCESSOR, rounds, // bursts of 200, which fit into any receive buffer
             {{"received in bursts of 200, CPU, ns", [](CLink& link) { return receiveBursts(link, 40, 200); }}});
     for (const EProtocol protocol : {EProtocol::eTcp, EProtocol::eUdp}) {
         compare(protocol, HOST_PROCESSOR, rounds,

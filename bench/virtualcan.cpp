@@ -51,7 +51,7 @@ public:
         }
         waitUntil([this] { return m_device->state() == QCanBusDevice::ConnectedState; });
     }
-    /// The frame leaves in the next turn of the event loop.
+    /// Sends a message, which leaves in the next turn of the event loop.
     void send(const SMessage& message) override
     {
         const QByteArray data(reinterpret_cast<const char*>(message.data.data()), DATA_SIZE);
@@ -63,7 +63,7 @@ public:
 private:
     void take() override
     {
-        const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the cheapest way
+        const QVector<QCanBusFrame> frames = m_device->readAllFrames(); // the backend has no cheaper way to read
         for (const QCanBusFrame& frame : frames) {
             const QByteArray data = frame.payload();
             look(static_cast<std::uint16_t>(frame.frameId()), static_cast<std::size_t>(data.size()),

@@ -6,24 +6,24 @@
 #include <cstring>
 #include <stdexcept>
 
-/// The least code that writes and reads RM frames, for the plain socket in the measurements: the limit of what is
-/// possible.
+/// Writes and reads RM frames with as little code as possible: with it, the plain socket shows the lowest possible
+/// cost.
 namespace vexmor::Bench
 {
 
 enum class EProtocol { eTcp, eUdp };
 
 constexpr std::size_t DATA_SIZE = 8; ///< Data bytes of every message that is sent here.
-/// Size of such a message in its frame.
+/// Size of a frame with a message of DATA_SIZE bytes.
 constexpr std::size_t FRAME_SIZE = 15;
 constexpr std::size_t READ_SIZE = 64 * 1024;
 /// Time without data after which a measurement is given up.
 constexpr int PATIENCE_S = 5;
 
 // The identifier of a message decides what the gateway process does with it.
-constexpr std::uint16_t ID_SWALLOW = 0x100; ///< It drops the message.
-constexpr std::uint16_t ID_ECHO = 0x101;    ///< It sends the message back.
-constexpr std::uint16_t ID_BURST = 0x102;   ///< It sends as many messages as data bytes 0 and 1 say (high byte first).
+constexpr std::uint16_t ID_SWALLOW = 0x100; ///< The gateway drops the message.
+constexpr std::uint16_t ID_ECHO = 0x101;    ///< The gateway sends the message back.
+constexpr std::uint16_t ID_BURST = 0x102;   ///< The gateway sends as many messages as bytes 0 (high) and 1 state.
 
 struct SMessage {
     std::uint16_t id = 0;
@@ -38,8 +38,8 @@ inline SMessage burstMessage(int number)
     return message;
 }
 
-/// Returns the sum of identifier, length and bytes of a message, which every host calculates. The total of all messages
-/// shows whether a host received what was sent.
+/// Returns a check sum of a message, which every host calculates. The total of all messages shows whether a host
+/// received what was sent. Throws when the length is not DATA_SIZE.
 inline std::uint64_t lookAt(std::uint16_t id, std::size_t length, const std::uint8_t* data)
 {
     if (length != DATA_SIZE) {
@@ -120,7 +120,7 @@ public:
     }
 
 private:
-    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< Start of a frame.
+    std::array<std::uint8_t, FRAME_SIZE> m_cut{}; ///< Beginning of a frame whose other bytes have not arrived yet.
     std::size_t m_cutSize = 0;
 };
 
@@ -134,7 +134,7 @@ struct SSequence {
     std::uint64_t disordered = 0; ///< Messages that arrived twice or too late.
     std::uint32_t nextNumber = 0; ///< One above the highest number so far.
 
-    /// Checks a message with these data bytes.
+    /// Checks a message, given by its data bytes.
     void take(const std::uint8_t* data)
     {
         std::uint32_t number = 0;

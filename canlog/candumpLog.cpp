@@ -33,7 +33,7 @@ SProblem noFrame(const QByteArray& text, const QString& reason)
 }
 
 constexpr int EXTENDED_DIGITS = 8;
-constexpr unsigned int ERROR_FLAG = 0x20000000; ///< Flag above the 29 bits of an identifier.
+constexpr unsigned int ERROR_FLAG = 0x20000000; ///< Flag of an error frame, above the 29 bits of the identifier.
 
 /// Returns the kind of a frame that can-utils write and that a CCanMessage cannot represent; nothing for other texts.
 std::optional<EForeign> foreignKind(const QByteArray& frame)
@@ -176,7 +176,7 @@ std::string formatAdministration(const Cim::CCanMessage& message)
     if (message.length() == 0 || message.administrationByte().value == 0) {
         return {};
     }
-    std::string text = "type " + std::to_string(message.messageType()); // short enough to need no allocation
+    std::string text = "type " + std::to_string(message.messageType()); // so short that it needs no allocation
     if (const int error = errorOf(message)) {
         text += ", error " + std::to_string(error);
     }

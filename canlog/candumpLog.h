@@ -25,7 +25,8 @@ constexpr unsigned int MAX_ID = 0x7FF;
 /// The highest number of data bytes in a message.
 constexpr int MAX_DATA_LENGTH = 8;
 
-/// A kind of frame that a CCanMessage cannot represent. A frame of several kinds counts as the last of them.
+/// A kind of frame that a CCanMessage cannot represent. A frame of several kinds counts as the kind that comes last in
+/// this list.
 enum class EForeign { eExtended, eRemote, eError, eFd };
 constexpr int FOREIGN_COUNT = 4;
 
@@ -38,13 +39,13 @@ struct SLogEntry {
 };
 
 /// Parses a frame like 123#1122AABB or 7FF# (cansend's syntax; dots between data bytes are allowed). For any other text
-/// it returns a problem that says what is wrong, for example an identifier above 7FF or more than 8 data bytes.
+/// it returns a problem that states what is wrong, for example an identifier above 7FF or more than 8 data bytes.
 Result<Cim::CCanMessage> parseFrame(const QByteArray& text);
 
 /// Returns an identifier as three upper-case hexadecimal digits.
 QByteArray formatId(std::uint16_t id);
 
-/// Returns two such digits per data byte, with blanks between the bytes.
+/// Returns two upper-case hexadecimal digits per data byte, with blanks between the bytes.
 QByteArray formatData(const Cim::CCanMessage& message);
 
 /// Returns a message as 123#1122AABB: three upper-case hexadecimal digits, "#", and two digits per data byte.
@@ -54,7 +55,8 @@ QByteArray formatFrame(const Cim::CCanMessage& message);
 /// that is empty, a comment (#) or a frame of a foreign kind (EForeign), and a problem for any other line.
 Result<std::optional<SLogEntry>> parseLogLine(const QByteArray& line);
 
-/// Returns such a line without a line end. A known direction follows the frame, as candump writes it.
+/// Returns the log line of an entry, in the form that `parseLogLine` reads, without a line end. A known direction
+/// follows the frame, as candump writes it.
 QByteArray formatLogLine(const SLogEntry& entry);
 
 /// Returns a line as candump prints it on a terminal: interface, identifier, [length], data bytes.
@@ -62,8 +64,8 @@ QByteArray formatDump(const QByteArray& interfaceName, const Cim::CCanMessage& m
 
 /// Returns the error number in a message, by the rules of administration messages; 0 when it reports no error.
 int errorOf(const Cim::CCanMessage& message);
-/// Returns the meaning of a message by these rules, for example "type 1, error 17, checksum 0AFF"; an empty text when
-/// it has no data or byte 0 is 0.
+/// Returns the meaning of a message by the rules of administration messages, for example "type 1, error 17, checksum
+/// 0AFF"; an empty text when it has no data or byte 0 is 0.
 std::string formatAdministration(const Cim::CCanMessage& message);
 
 /// Returns the ASCII character of a data byte; a dot for a byte that is not printable.
@@ -72,7 +74,7 @@ constexpr char asciiOf(unsigned char byte)
     return byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
 }
 
-/// Returns the data bytes as such characters.
+/// Returns the data bytes as ASCII characters, with a dot for each byte that is not printable.
 QByteArray formatAscii(const Cim::CCanMessage& message);
 
 /// Reads a log from a file, entry by entry, in constant memory; standard input and pipes are read whole first.

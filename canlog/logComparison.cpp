@@ -118,7 +118,7 @@ Failure CLogComparison::open(const QString& before, const QString& after)
     return failure ? failure : m_readers[1].open(after);
 }
 
-Result<bool> CLogComparison::readOn(int count)
+Result<bool> CLogComparison::readMore(int count)
 {
     for (int i = 0; i < count && m_reading < m_readers.size(); ++i) {
         auto entry = m_readers.at(m_reading).next();

@@ -45,7 +45,7 @@ public:
 private:
     struct SSummary {
         std::uint64_t messages = 0;
-        Cim::CCanMessage longest;                    ///< First message among those with the most data bytes.
+        Cim::CCanMessage longest;                    ///< First message with the most data bytes.
         std::array<bool, MAX_DATA_LENGTH> changes{}; ///< Bytes that differ between messages, or are missing in some.
     };
 
@@ -64,9 +64,9 @@ public:
     /// Opens both logs. Fails when one of the files cannot be read.
     Failure open(const QString& before, const QString& after);
     /// Reads at most this many further entries. Returns false when both logs have been read to their ends.
-    Result<bool> readOn(int count);
+    Result<bool> readMore(int count);
     std::vector<SLogDifference> differences() const { return m_profiles[0].differencesIn(m_profiles[1]); }
-    /// Returns a summary for the user: the number of identifiers in each log, and of different ones.
+    /// Returns a summary for the user: the number of identifiers in each log, and the number of those that differ.
     QString text() const;
 
 private:

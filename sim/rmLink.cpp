@@ -40,7 +40,7 @@ void CRmLink::send(const QByteArray& frame)
 {
     if (m_peer.udp != nullptr) {
         m_peer.udp->writeDatagram(frame, m_peer.address, m_peer.port);
-    } else if (isTcp() && m_peer.tcp->isOpen()) { // otherwise `disconnected` follows
+    } else if (isTcp() && m_peer.tcp->isOpen()) { // when it is closed, `disconnected` follows
         const auto isFull = [this] { return m_peer.tcp->bytesToWrite() >= SEND_LIMIT; };
         if (isFull() && !m_hasLost) {
             flush();
@@ -66,7 +66,7 @@ void CRmLink::flush()
 
 void CRmLink::requireFrame(int milliseconds)
 {
-    m_mustBegin = true;
+    m_mustBeginFrame = true;
     auto* const limit = new QObject(this);
     QTimer::singleShot(milliseconds, limit, [this] { m_peer.tcp->abort(); });
     connect(this, &CRmLink::frameReceived, limit, &QObject::deleteLater);
@@ -92,8 +92,8 @@ void CRmLink::setReading(bool isReading)
 
 void CRmLink::readTcp()
 {
-    if (m_mustBegin && m_peer.tcp->bytesAvailable() > 0) {
-        m_mustBegin = false;
+    if (m_mustBeginFrame && m_peer.tcp->bytesAvailable() > 0) {
+        m_mustBeginFrame = false;
         if (!m_peer.tcp->peek(1).startsWith(Cim::RM_START_OF_FRAME)) {
             m_peer.tcp->abort();
         }

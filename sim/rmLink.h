@@ -38,11 +38,11 @@ class CRmLink : public QObject
     Q_OBJECT
 
 public:
-    /// Bytes that may wait for a TCP host that does not read. Further frames are dropped, and the host receives a
-    /// status report when it reads again. While half of this limit waits, nothing is read from the host, to keep room
-    /// for answers.
+    /// Maximum number of bytes that wait for a TCP host that does not read. Further frames are dropped, and the host
+    /// receives a status report when it reads again. While half of this limit waits, nothing is read from the host, to
+    /// keep room for answers.
     static constexpr qint64 SEND_LIMIT = 1024LL * 1024;
-    /// Bytes of a TCP host that are read in one turn of the event loop.
+    /// Maximum number of bytes of a TCP host that are read in one turn of the event loop.
     static constexpr qint64 READ_LIMIT = Cim::RM_BUFFER_SIZE;
 
     explicit CRmLink(SRmPeer peer);
@@ -84,8 +84,8 @@ private:
     SRmPeer m_peer;
     Cim::CRmDeframer m_deframer;
     bool m_isReading = true;
-    bool m_mustBegin = false; ///< The next byte must begin a frame.
-    bool m_hasLost = false;   ///< Frames were dropped, and the host has not been notified yet.
+    bool m_mustBeginFrame = false; ///< The next byte must begin a frame.
+    bool m_hasLost = false;        ///< Frames were dropped, and the host has not been notified yet.
 };
 
 } // namespace vexmor::Sim

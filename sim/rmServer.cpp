@@ -12,7 +12,7 @@ namespace
 {
 constexpr int PORT_TRIES = 20;
 constexpr int LISTEN_RETRY_MS = 10;
-/// Limits the datagrams that are read in one turn of the event loop.
+/// Maximum number of datagrams that are read in one turn of the event loop.
 constexpr int DATAGRAMS_PER_TURN = 1000;
 constexpr std::uint64_t BITS_PER_COUNTED_FRAME = 74; // the number of bits that a host assumes per reported frame
 
@@ -49,7 +49,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
         if (!m_server.listen(address, port)) {
             why = QStringLiteral("(TCP): ") + m_server.errorString();
         } else if (m_transports == ETransports::eTcpAndUdp &&
-                   // Another program that shares the port would receive some of the datagrams.
+                   // The port is not shared: another program would receive some of the datagrams.
                    !m_udp.bind(address, m_server.serverPort(), QAbstractSocket::DontShareAddress)) {
             why = QStringLiteral("(UDP): ") + m_udp.errorString();
         } else {
@@ -65,7 +65,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
 void CRmServer::updateListening()
 {
     if (m_port == 0 || !isReachable(true) || count(true) >= m_maxClients) {
-        m_server.close(); // only a closed port has the kernel refuse connections
+        m_server.close(); // the kernel refuses connections only to a closed port
     } else if (!m_server.isListening() && !m_server.listen(m_address, m_port)) {
         QTimer::singleShot(LISTEN_RETRY_MS, this, &CRmServer::updateListening);
     }

@@ -71,7 +71,7 @@ Q_SIGNALS:
     void frameLost();
 
 protected:
-    // To be provided by derived classes.
+    // The following functions are provided by derived classes.
 
     /// Puts a message from a host on the bus.
     virtual void putOnBus(const Cim::CCanMessage& message, CRmLink& from) = 0;
@@ -87,11 +87,11 @@ protected:
     /// Sends the answer to a request.
     virtual void reply(CRmLink& link, const QByteArray& frame) { link.send(frame); }
 
-    // For use by derived classes.
+    // The following functions are used by derived classes.
 
     QTcpServer& tcpServer() { return m_server; }
 
-    /// Counts a message on the bus for the load and delivers it to all hosts except the one whose link is `sender`. If
+    /// Counts a message on the bus for the load and delivers it to all hosts except the host whose link is `sender`. If
     /// `sender` is this server, no host receives the message.
     void onBusMessage(const Cim::CCanMessage& message, const QObject* sender);
     void sendToAll(const QByteArray& frame, const QObject* except = nullptr);

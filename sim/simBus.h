@@ -9,8 +9,8 @@
 namespace vexmor::Sim
 {
 
-/// A simulated CAN bus: a message sent on it reaches every gateway except the one through which it came. The number of
-/// messages is not limited, so that the load can exceed 100 percent. It lives in the thread of its gateways.
+/// A simulated CAN bus: a message sent on it reaches every gateway except the gateway through which it came. The number
+/// of messages is not limited, so that the load can exceed 100 percent. It lives in the thread of its gateways.
 class CSimBus : public QObject
 {
     Q_OBJECT

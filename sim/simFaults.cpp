@@ -7,7 +7,7 @@ namespace vexmor::Sim
 namespace
 {
 constexpr char NOT_AN_END_MARKER = 0x0A;
-constexpr int DELAYED_LIMIT = 10000;    ///< Answers that may wait for their delay.
+constexpr int DELAYED_LIMIT = 10000;    ///< Maximum number of answers that wait for their delay.
 constexpr qint64 MEMORY_PER_WRITE = 64; ///< Bytes that a waiting write needs in addition to its data.
 
 bool isNth(int count, int every)
@@ -25,11 +25,11 @@ CFaultyLink::CFaultyLink(SRmPeer peer, const SSimFaults& faults) : CRmLink(std::
 
 void CFaultyLink::send(const QByteArray& frame)
 {
-    if (m_bytesToCome >= SEND_LIMIT) {
+    if (m_bytesToWrite >= SEND_LIMIT) {
         Q_EMIT frameLost();
         return;
     }
-    m_merged += m_faults.garbage + spoiled(frame);
+    m_merged += m_faults.garbage + withFaults(frame);
     if (++m_mergedCount < m_faults.mergeCount) {
         return;
     }
@@ -59,7 +59,7 @@ void CFaultyLink::reply(const QByteArray& frame)
 }
 
 /// Returns a frame with the faults that are due.
-QByteArray CFaultyLink::spoiled(QByteArray frame)
+QByteArray CFaultyLink::withFaults(QByteArray frame)
 {
     const int size = static_cast<int>(frame.size());
     ++m_frameCount;
@@ -76,7 +76,7 @@ void CFaultyLink::sendRaw(const QByteArray& bytes)
 {
     if (!m_faults.blackHole) {
         m_writes.push_back(bytes);
-        m_bytesToCome += bytes.size() + MEMORY_PER_WRITE;
+        m_bytesToWrite += bytes.size() + MEMORY_PER_WRITE;
     }
     if (!m_pause.isActive()) {
         writeNext();
@@ -85,11 +85,11 @@ void CFaultyLink::sendRaw(const QByteArray& bytes)
 
 void CFaultyLink::writeNext()
 {
-    flush(); // earlier bytes are a write of their own
+    flush(); // sends earlier bytes in a write of their own
     while (!m_writes.empty() && !m_pause.isActive()) {
         CRmLink::send(m_writes.front());
         flush();
-        m_bytesToCome -= m_writes.front().size() + MEMORY_PER_WRITE;
+        m_bytesToWrite -= m_writes.front().size() + MEMORY_PER_WRITE;
         m_writes.pop_front();
         if (m_faults.cutAt > 0) {
             m_pause.start(m_faults.cutDelayMs);

@@ -15,8 +15,8 @@ struct SSimFaults {
     int missingEndEvery = 0;    ///< Every Nth frame has another byte instead of the end marker; 0 for none.
     QByteArray garbage;         ///< Bytes sent before every frame.
     int cutAt = 0;              ///< Size of the first of two writes (UDP: datagrams) per frame; 0 for one write.
-    int cutDelayMs = 5;         ///< Pause between these two writes, in ms.
-    int mergeCount = 1;         ///< Number of frames joined into one write; the first ones wait for the last.
+    int cutDelayMs = 5;         ///< Pause between the two writes of a cut frame, in ms.
+    int mergeCount = 1;         ///< Number of frames joined into one write; the earlier frames wait for the last.
     int replyDelayMs = 0;       ///< Delay of each reply, in ms.
     bool mute = false;          ///< Requests are read but not answered; messages still pass.
     bool blackHole = false;     ///< Connections are accepted, but nothing is read or sent.
@@ -38,24 +38,24 @@ public:
     void send(const QByteArray& frame) override;
     /// Sends an answer after the configured delay. Drops it when too many answers wait for their delay.
     void reply(const QByteArray& frame);
-    qint64 waiting() const override { return CRmLink::waiting() + m_bytesToCome; }
+    qint64 waiting() const override { return CRmLink::waiting() + m_bytesToWrite; }
     /// Sends bytes without faults, in a write of their own.
     void sendRaw(const QByteArray& bytes);
     /// Starts or stops reading, as the present faults require.
     void applyFaults() { setReading(!m_faults.blackHole); }
 
 private:
-    QByteArray spoiled(QByteArray frame);
+    QByteArray withFaults(QByteArray frame);
     void writeNext();
 
     const SSimFaults& m_faults;
     int m_frameCount = 0;            ///< Number of frames sent so far, of which every Nth is faulty.
     QByteArray m_merged;             ///< Frames that wait to be joined with others.
-    int m_mergedCount = 0;           ///< Number of these frames.
+    int m_mergedCount = 0;           ///< Number of frames in `m_merged`.
     std::deque<QByteArray> m_writes; ///< Writes to be made, one by one.
-    qint64 m_bytesToCome = 0; ///< Size of these writes in bytes, with the memory that each needs besides its data.
-    QTimer m_pause;           ///< Pause between two writes while frames are cut.
-    int m_delayed = 0;        ///< Number of answers that wait for their delay.
+    qint64 m_bytesToWrite = 0;       ///< Bytes of `m_writes`, and of the memory that each write needs in addition.
+    QTimer m_pause;                  ///< Pause between two writes while frames are cut.
+    int m_delayed = 0;               ///< Number of answers that wait for their delay.
 };
 
 } // namespace vexmor::Sim

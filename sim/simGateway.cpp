@@ -14,15 +14,15 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int FLOOD_PER_TURN = 500;
-constexpr int FLOOD_TURN_MS = 20;            // duration of a turn of the event loop, for any number of hosts
-constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host while flooding
+constexpr int FLOOD_TURN_MS = 20;            // maximum duration of one turn, for any number of hosts
+constexpr qint64 FLOOD_AHEAD = 256LL * 1024; // bytes that may wait for a host during a flood
 constexpr std::uint16_t STANDARD_IDS = 0x800;
 } // namespace
 
 CSimGateway::CSimGateway(CSimBus& bus, QObject* parent) : CRmServer(ETransports::eTcpAndUdp, parent), m_bus(bus)
 {
     setIdentity(SSimIdentity());
-    connect(&m_floodTimer, &QTimer::timeout, this, &CSimGateway::floodOn);
+    connect(&m_floodTimer, &QTimer::timeout, this, &CSimGateway::continueFlood);
     connect(&bus, &CSimBus::messageSent, this, &CSimGateway::onBusMessage);
 }
 
@@ -44,7 +44,7 @@ std::unique_ptr<CRmLink> CSimGateway::makeLink(SRmPeer peer)
 
 CFaultyLink& CSimGateway::linkAt(std::size_t index) const
 {
-    return static_cast<CFaultyLink&>(*links()[index]); // makeLink makes all of them
+    return static_cast<CFaultyLink&>(*links()[index]); // makeLink makes only links of this class
 }
 
 bool CSimGateway::isReachable(bool overTcp) const
@@ -55,7 +55,7 @@ bool CSimGateway::isReachable(bool overTcp) const
 void CSimGateway::reply(CRmLink& link, const QByteArray& frame)
 {
     if (!m_faults.mute) {
-        static_cast<CFaultyLink&>(link).reply(frame); // see makeLink
+        static_cast<CFaultyLink&>(link).reply(frame); // makeLink makes only links of this class
     }
 }
 
@@ -71,7 +71,7 @@ void CSimGateway::sendRaw(const QByteArray& bytes)
 void CSimGateway::handle(CRmLink& link, const Cim::SRmFrame& frame)
 {
     const QPointer<CRmLink> alive(&link);
-    // Copied, because a slot may end the link that holds the frame.
+    // The payload is copied, because a slot may end the link that holds the frame.
     const QByteArray payload(reinterpret_cast<const char*>(frame.payload), frame.payloadLength);
     const std::uint8_t command = frame.command;
     Q_EMIT requestReceived(command, payload);
@@ -110,7 +110,7 @@ void CSimGateway::flood(int count)
     m_floodTimer.start(1);
 }
 
-void CSimGateway::floodOn()
+void CSimGateway::continueFlood()
 {
     const auto isBehind = [](const auto& link) { return link->waiting() > FLOOD_AHEAD; };
     const QDeadlineTimer turn(FLOOD_TURN_MS);

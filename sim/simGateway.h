@@ -20,7 +20,7 @@ struct SSimIdentity : SGatewayIdentity {
 };
 
 /// A simulated T93 gateway: serves TCP and UDP on one port, passes messages between its hosts and a simulated bus, and
-/// shows faults on demand.
+/// has the faults that `setFaults` sets.
 class CSimGateway : public CRmServer
 {
     Q_OBJECT
@@ -57,7 +57,7 @@ protected:
 
 private:
     CFaultyLink& linkAt(std::size_t index) const;
-    void floodOn();
+    void continueFlood();
 
     CSimBus& m_bus;
     SSimFaults m_faults;

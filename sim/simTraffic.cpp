@@ -10,7 +10,7 @@ namespace vexmor::Sim
 namespace
 {
 constexpr int TICK_MS = 1;
-/// Time for messages in one turn of the event loop, however many are due, so that other events are processed as well.
+/// Maximum time for sending messages in one turn of the event loop, so that other events are processed as well.
 constexpr int TURN_MS = 20;
 constexpr int DEVICE_COUNT = 8;
 constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;

@@ -24,7 +24,7 @@ public:
     /// Opens a log for `start`. `speed` is a factor; with `loop`, the log starts again at its end. Fails when the file
     /// cannot be read or contains no frame.
     Failure open(const QString& path, double speed, bool loop);
-    /// Reads the whole log that was opened, before `start`. Fails when one of its lines is no frame.
+    /// Reads the whole log that was opened, before `start`. Fails when one of its lines is malformed.
     Failure check();
     void start();
     std::uint64_t sent() const { return m_sent; }

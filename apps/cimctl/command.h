@@ -33,7 +33,8 @@ inline CLI::App& addCommand(CLI::App& app, Action& chosen, const std::string& na
     return addSubcommand(app, name, help, [&chosen, action = std::move(action)] { chosen = action; });
 }
 
-/// Adds a command with options, which the caller adds to the parser. The parser owns the command and the options.
+/// Adds a command with its own record of options, whose members the caller binds to options of the parser. The parser
+/// owns the command and the record.
 template <typename Options>
 std::pair<CLI::App&, Options&> addCommand(CLI::App& app, Action& chosen, const std::string& name,
                                           const std::string& help, EExitCode (*act)(SContext&, const Options&))

@@ -47,7 +47,7 @@ EExitCode compare(SContext& context, const SCompareOptions& options)
 {
     CanLog::CLogComparison comparison;
     require(comparison.open(options.before, options.after));
-    while (valueOf(comparison.readOn(ENTRIES_PER_CALL))) {
+    while (valueOf(comparison.readMore(ENTRIES_PER_CALL))) {
     }
     if (!context.output.isJson() && !comparison.differences().empty()) {
         context.output.print("ID   differs    before/s  data                     after/s  data");

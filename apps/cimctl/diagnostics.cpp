@@ -48,7 +48,7 @@ CDiagnostics::~CDiagnostics()
         const std::lock_guard<std::recursive_mutex> lock(s_mutex);
         s_diagnostics = nullptr;
     }
-    QCoreApplication::sendPostedEvents(this); // messages that other threads have posted
+    QCoreApplication::sendPostedEvents(this); // handles messages that other threads have posted
 }
 
 void CDiagnostics::warn(const QString& text)

@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimctl
 /// Passes messages of Qt and log lines of the core library, from any thread, to the output. A program has one object,
 /// in the main thread.
 ///
-/// Warnings are held at first, because the error of a command that fails says the same.
+/// Warnings are held back until the command runs: if the command fails before that, its error states the same.
 class CDiagnostics : public QObject
 {
     Q_OBJECT

@@ -11,13 +11,13 @@ namespace vexmor::Apps::Cimctl
 {
 
 /// Reads frames from the standard input, ID#DATA, one per line; skips empty lines and comments (#). Keeps at most one
-/// piece of the input and reads the next piece when the first one is used up.
+/// piece of the input, and reads the next piece when all lines of the present piece were taken.
 class CFrameInput : public QObject
 {
     Q_OBJECT
 
 public:
-    static constexpr int MAX_LINE = 4096; ///< Bytes.
+    static constexpr int MAX_LINE = 4096; ///< Maximum length of a line in bytes.
 
     CFrameInput();
 

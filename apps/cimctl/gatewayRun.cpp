@@ -12,7 +12,8 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-/// The last messages of a log need a few turns of the event loop to arrive; over UDP, one may be lost.
+/// Time after the end of a log in which its last messages must arrive. They need a few turns of the event loop, and
+/// over UDP one may be lost.
 constexpr int END_OF_LOG_LIMIT_MS = 1000;
 /// Time without an answer after which a gateway counts as silent; gateways answer within milliseconds.
 constexpr int SILENCE_MS = 1000;
@@ -86,7 +87,7 @@ void CGatewayRun::end(EExitCode exitCode)
 
 EExitCode CGatewayRun::waitForEnd()
 {
-    if (!m_exitCode) { // it may have ended while the interfaces opened
+    if (!m_exitCode) { // the run may have ended while the interfaces were opened
         m_loop.exec();
     }
     for (const auto& gateway : m_gateways) {
@@ -123,7 +124,7 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
            EColor::eRed);
 }
 
-void CGatewayRun::reportBack(SGateway& gateway)
+void CGatewayRun::reportReconnected(SGateway& gateway)
 {
     const double now = secondsNow();
     const double seconds = now - *std::exchange(gateway.lostAt, std::nullopt);
@@ -147,8 +148,8 @@ void CGatewayRun::poll()
         if (m_exitCode) {
             return;
         }
-        if (gateway->lostAt && status.isConnected()) { // also when the link returned between two polls
-            reportBack(*gateway);
+        if (gateway->lostAt && status.isConnected()) { // also if the link was lost and regained between two polls
+            reportReconnected(*gateway);
         } else if (gateway->shown != status.connection) {
             reportConnection(*gateway);
         }
@@ -184,7 +185,7 @@ void CGatewayRun::reportConnection(SGateway& gateway)
             gateway,
             QStringLiteral("open, no answer yet: check that %1 is a T93 gateway").arg(canInterface.commonInfo().port()),
             {{QStringLiteral("event"), QStringLiteral("noAnswer")}}, EColor::eYellow);
-    } else if (isSilent || status.isConnected()) { // reportError prints a line about a loss
+    } else if (isSilent || status.isConnected()) { // a loss is not reported here: reportError has printed it
         report(gateway, QStringLiteral("gateway: ") + connectionText(status),
                {{QStringLiteral("event"), QLatin1String(connectionName(status.connection))}},
                isSilent ? EColor::eYellow : EColor::ePlain);

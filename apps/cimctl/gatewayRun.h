@@ -32,8 +32,8 @@ struct SGateway {
     CHostedInterface hosted;
     CSummary summary;
     EConnection shown = EConnection::eConnected; ///< State of the connection that was reported last.
-    QElapsedTimer sinceLink;      ///< Time since the link was established, while no gateway has answered.
-    std::optional<double> lostAt; ///< Start of the present loss, in seconds since the epoch.
+    QElapsedTimer sinceLink;      ///< Time since the link was established; used until the gateway answers.
+    std::optional<double> lostAt; ///< Time of the loss in seconds since the epoch; set while the link is lost.
 };
 
 /// A run of a command with open interfaces, and a summary of each interface at its end. It ends at a limit, with
@@ -66,7 +66,7 @@ public:
 private:
     /// Reports a line about a gateway, which begins with its name when the run has several gateways.
     void report(const SGateway& gateway, const QString& text, QJsonObject object, EColor color = EColor::ePlain);
-    void reportBack(SGateway& gateway);
+    void reportReconnected(SGateway& gateway);
     void reportError(SGateway& gateway, int error);
     void poll();
     void lookForAnswer();

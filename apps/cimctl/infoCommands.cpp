@@ -15,7 +15,7 @@ namespace
 {
 constexpr int LOAD_INTERVAL_MS = 1000;
 constexpr int HALF_INTERVAL_MS = LOAD_INTERVAL_MS / 2;
-constexpr int BAR_WIDTH = 50; ///< Characters for 100 percent.
+constexpr int BAR_WIDTH = 50; ///< Number of characters of the bar for 100 percent.
 constexpr int BUSY_PERCENT = 50;
 constexpr int CROWDED_PERCENT = 80;
 

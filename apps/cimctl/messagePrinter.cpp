@@ -155,7 +155,7 @@ QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& mess
 {
     const QByteArray direction = m_options.sent ? (sending ? "  TX - -" : "  RX - -") : "";
     QByteArray line = timeText(now) + CanLog::formatDump(source.name + direction, message);
-    const int data = line.lastIndexOf(']') + 2; // the data begins after "[8]" with a blank and two digits per byte
+    const int data = line.lastIndexOf(']') + 2; // after "[8]"; the data has a blank and two digits per byte
     if (m_options.ascii) {
         line = line.leftJustified(data + DATA_COLUMNS) + "  '" + CanLog::formatAscii(message) + '\'';
     }
@@ -169,7 +169,7 @@ QByteArray CMessagePrinter::lineOf(SSource& source, const Cim::CCanMessage& mess
     }
     const auto [known, isFirst] = source.last.try_emplace({message.id().value(), sending}, message);
     const Cim::CCanMessage before = std::exchange(known->second, message);
-    // From the last byte on, because the colour sequences move the text behind them.
+    // Starts with the last byte, because each colour sequence moves the text after it.
     for (int i = static_cast<int>(message.length()) - 1; i >= 0 && !isFirst; --i) {
         if (i >= static_cast<int>(before.length()) || before.data()[i] != message.data()[i]) {
             const int at = data + 3 * i + 1;

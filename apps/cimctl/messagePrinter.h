@@ -22,10 +22,10 @@ namespace vexmor::Apps::Cimctl
 struct SShowOptions {
     bool received = false;
     bool sent = false;
-    /// Time at the begin of each line: a absolute, d since the previous line, z since the first line; 0: none.
+    /// Time at the beginning of each line: 'a' absolute, 'd' since the previous line, 'z' since the first line, 0 none.
     char time = 0;
     bool ascii = false;           ///< Each line ends with the data as characters.
-    std::vector<SFilter> filters; ///< Messages that pass one of the filters are shown; all without filters.
+    std::vector<SFilter> filters; ///< Messages that pass one of the filters are shown; without filters, all.
     /// File to which the messages are also written, in candump's log format; empty: none; "-": the log replaces the
     /// ordinary lines of the output.
     QString logFile;
@@ -47,7 +47,7 @@ public:
     /// replaced. `run` must outlive the printer; the printer ends it when a line cannot be written to the file.
     CMessagePrinter(CGatewayRun& run, const SShowOptions& options);
 
-    /// Shows nothing from now on.
+    /// Stops showing messages.
     void stop() { m_stopped = true; }
     /// Completes the files. Returns `exitCode`, or eRefused, with an error on stderr, when lines were lost.
     EExitCode finish(EExitCode exitCode);
@@ -78,7 +78,7 @@ private:
     const SShowOptions m_options;
     const bool m_logsToOutput;
     CLineSink m_log;
-    QByteArrayList m_names; ///< Names of the gateways.
+    QByteArrayList m_names; ///< Names of the gateways in lines of the log.
     CLogRecorder m_recorder{QStringLiteral("cimctl-")};
     std::vector<SBusRecord> m_toRecord; ///< Messages for the next call of `record`; `source` is an index of `m_names`.
     QTimer m_recordTimer;

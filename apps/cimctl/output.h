@@ -48,7 +48,7 @@ public:
 
     /// Prints a line on stderr, `text` or, with `json`, `object`. Prints nothing with `quiet`.
     void report(const QString& text, const QJsonObject& object, EColor color = EColor::ePlain);
-    /// Prints a line on stderr also with `quiet`.
+    /// Prints a line on stderr, like `report`, but also with `quiet`.
     void reportError(const QString& text, const QJsonObject& object, EColor color = EColor::eRed);
     /// Prints an error on stderr: "error 103: TCP connect failed. ...", without a number when the problem has no code.
     void reportProblem(const SProblem& problem);

@@ -24,7 +24,7 @@ const char* const NOTHING_FOUND = R"(no gateway answered. Check in turn:
   - Does this computer have an address in the gateway's subnet (ip -4 address)?
   - Does a firewall drop UDP datagrams from port 33333?
   - Behind a router: request an answer directly, cimctl scan --address 192.168.1.70)";
-/// The columns of the table of endpoints: title, and key in JSON.
+/// The columns of the table of endpoints.
 enum EColumn { eName, eAddress, ePort, eProtocol, eRole, eMac, ePcAddress, eColumnCount };
 const std::pair<const char*, const char*> COLUMNS[] = {
     {"NAME", "name"}, {"ADDRESS", "address"}, {"PORT", "port"},           {"PROTOCOL", "protocol"},

@@ -14,10 +14,10 @@ constexpr qint64 PATIENCE_MS = 2000;
 constexpr qint64 MAX_WAIT_MS = 24LL * 3600 * 1000;
 constexpr int RETRY_MS = 5;
 constexpr int LINGER_MS = 100;
-/// Messages per turn of the event loop at most, so that received messages are processed in between.
+/// Maximum number of messages per turn of the event loop, so that received messages are processed in between.
 constexpr int MAX_PER_TURN = 256;
-/// Bits of a frame besides its data: an 11-bit frame with 8 data bytes takes up to 135 bits, with all stuff bits and
-/// the pause after it.
+/// Bits of a frame in addition to its data: an 11-bit frame with 8 data bytes takes up to 135 bits, with all stuff bits
+/// and the pause after it.
 constexpr double OVERHEAD_BITS = 47;
 constexpr double STUFFING = 1.22;
 /// Bit rate that is assumed when the rate of the bus is unknown: the default of a gateway.
@@ -40,14 +40,15 @@ void CSender::start()
     }
 }
 
-void CSender::goOn()
+void CSender::resume()
 {
     if (m_isWaiting && fetchNext()) {
         onTimeout();
     }
 }
 
-/// Fetches the next message of the source. Returns false when there is none; the sender then waits or has finished.
+/// Fetches the next message of the source. Returns false when there is none: the sender then waits for the source, or
+/// finishes.
 bool CSender::fetchNext()
 {
     const ENext next = m_source(m_next);
@@ -170,7 +171,7 @@ EExitCode sendInput(SContext& context, const SSending& options, double interval)
         run.end(input.failure() ? eWrongUsage : sender.hasRefused() ? eRefused : eDone);
     });
     run.whenAnswered([&] {
-        QObject::connect(&input, &CFrameInput::changed, &sender, &CSender::goOn);
+        QObject::connect(&input, &CFrameInput::changed, &sender, &CSender::resume);
         sender.start();
     });
     return printer.finish(run.waitForEnd());

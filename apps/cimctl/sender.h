@@ -30,17 +30,17 @@ class CSender : public QObject
 
 public:
     enum class ENext { eMessage, eLater, eEnd };
-    /// Delivers the next message with its time in microseconds, of which only differences matter. A source that returns
-    /// eLater calls `goOn` when it has the next message.
+    /// Delivers the next message with its time in microseconds, of which only differences matter. After the source has
+    /// returned eLater, `resume` must be called when it has the next message.
     using Source = std::function<ENext(CanLog::SLogEntry& entry)>;
 
-    /// `speed` 2 sends twice as fast. `run` must outlive the sender.
+    /// `speed` is a factor: 2 sends twice as fast. `run` must outlive the sender.
     CSender(CGatewayRun& run, Source source, double speed);
 
     /// Starts with the first message. `finished` may be emitted at once.
     void start();
-    /// Continues after eLater. To be called when the source has the next message or has ended.
-    void goOn();
+    /// Continues after the source has returned eLater. To be called when the source has the next message or has ended.
+    void resume();
     /// Returns true when a message was refused.
     bool hasRefused() const { return m_hasRefused; }
 
@@ -62,13 +62,13 @@ private:
 
     CanLog::SLogEntry m_next;
     std::optional<std::int64_t> m_firstMicroseconds; ///< Time of the first message.
-    bool m_isWaiting = false;                        ///< Waits for the source.
+    bool m_isWaiting = false;                        ///< The source has no message yet.
     QTimer m_timer;
     QElapsedTimer m_clock;
-    qint64 m_waitingSince = -1; ///< Clock in ms since when the gateway accepts nothing; -1: it accepts.
+    qint64 m_waitingSince = -1; ///< Time on `m_clock` in ms since which the gateway accepts nothing; -1: it accepts.
     int m_lastCode = 0;         ///< Code of the last message that was sent or refused.
     bool m_hasRefused = false;
-    double m_busFreeAt = 0; ///< Clock in ms at which the bus could have carried all messages.
+    double m_busFreeAt = 0; ///< Time on `m_clock`, in ms, by which the bus could have carried all messages.
 };
 
 /// The options that all sending commands share: the target, and what is shown of the messages.

@@ -23,7 +23,8 @@ QJsonObject jsonOf(const QString& name, const Settings& settings)
     QJsonObject values;
     for (auto entry = settings.begin(); entry != settings.end(); ++entry) {
         bool isNumber = std::find(std::begin(NUMBERS), std::end(NUMBERS), entry.key()) != std::end(NUMBERS);
-        const int number = isNumber ? entry.value().toInt(&isNumber) : 0; // another program may have stored any text
+        // A text that is not a number, which another program may have stored, stays a text.
+        const int number = isNumber ? entry.value().toInt(&isNumber) : 0;
         values.insert(entry.key(), isNumber ? QJsonValue(number) : QJsonValue(entry.value()));
     }
     return {{QStringLiteral("event"), QStringLiteral("interface")},

@@ -6,7 +6,8 @@ namespace vexmor::Apps::Cimctl
 {
 namespace
 {
-/// Short enough to see every value of an interface with the default interval of 800 ms.
+/// Interval between two samples of the bus load: short enough not to miss a value of an interface that updates it every
+/// 800 ms, the default.
 constexpr int BUSLOAD_SAMPLE_MS = 400;
 /// Time after which the first bus load is known by default; until then, an interface reports 0.
 constexpr int FIRST_BUSLOAD_MS = 2000;
@@ -42,7 +43,7 @@ void CSummary::sampleBusload()
 std::pair<QString, QJsonObject> CSummary::finish()
 {
     m_busloadTimer.stop();
-    sampleBusload(); // a short session may end before the timer has sampled its only value
+    sampleBusload(); // a short run may end before the timer has sampled its only value
     const std::uint64_t received = m_interface.receivedCount();
     const std::uint64_t lost = m_interface.lostCount();
     QString load = QStringLiteral("not measured");

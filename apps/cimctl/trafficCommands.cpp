@@ -18,7 +18,7 @@ namespace
 struct SDumpOptions {
     STargetOptions target;
     SShowOptions show;
-    QStringList filters; ///< ID:MASK
+    QStringList filters; ///< Filters, in the forms of `readFilter`.
     QStringList frames;  ///< Frames that are sent once when the interface is open.
     int count = 0;       ///< Number of messages to show; 0: no limit.
     double seconds = 0;  ///< Duration after the opening; 0: no limit.
@@ -37,7 +37,7 @@ struct SReplayOptions : SSending {
 };
 
 struct SGenOptions : SSending {
-    QString ids = QStringLiteral("0-7FF"); ///< ID or LOW-HIGH.
+    QString ids = QStringLiteral("0-7FF"); ///< Identifiers, as ID or LOW-HIGH.
     int length = -1;                       ///< Number of data bytes; -1: any.
     int count = 0;                         ///< Number of messages; 0: no limit.
     double gap = 200;                      ///< Milliseconds from one message to the next.
@@ -53,7 +53,8 @@ std::vector<Cim::CCanMessage> parseFrames(const QStringList& texts)
     return messages;
 }
 
-/// Returns the end of a message about a log: the number of omitted frames by kind; empty without omitted frames.
+/// Returns the text about omitted frames that ends a message about a log: their number by kind; empty if none were
+/// omitted.
 QString leftOutOf(const CanLog::CLogReader& log)
 {
     static const char* const NAMES[] = {"29-bit", "remote", "error", "CAN FD"}; // in the order of EForeign

@@ -19,8 +19,9 @@ namespace
 constexpr int KERNEL_BUFFER = 128 * 1024;
 constexpr int ACCEPT_RETRY_MS = 100;
 
-/// Returns whether a descriptor is one of the last ones, which are reserved for the gateways and the broker. Clients
-/// must not use them up: without a free descriptor, QTcpServer would try to accept the same connection again and again.
+/// Returns whether a descriptor is one of the last 16 that the limit allows, which are reserved for the gateways and
+/// the broker. Clients must not use them up: without a free descriptor, QTcpServer would try to accept the same
+/// connection again and again.
 bool isAmongTheLast(qintptr descriptor)
 {
     constexpr rlim_t KEPT = 16;
@@ -54,7 +55,7 @@ void limitSilence(QTcpSocket& socket, bool isBrief)
 CAdmission::CAdmission(QTcpServer& server, QString subject, const SAllowedNetworks& allowed, CEventLog& log)
     : m_server(server), m_subject(std::move(subject)), m_allowed(allowed), m_log(log)
 {
-    // The server has stopped accepting connections.
+    // After this error, the server accepts no connection until it is resumed.
     connect(&server, &QTcpServer::acceptError, this, [this] {
         print("acceptError", QStringLiteral("cannot accept a client: ") + m_server.errorString());
         QTimer::singleShot(ACCEPT_RETRY_MS, &m_server, &QTcpServer::resumeAccepting);

@@ -27,8 +27,8 @@ void limitSilence(QTcpSocket& socket, bool isBrief);
 class CAdmission : public QObject
 {
 public:
-    /// Maximum number of clients of one port. A client is turned away when its address already has as many clients as
-    /// there are free places: one address alone gets half of the places, and the next address still finds some.
+    /// Maximum number of clients of one port. A client is rejected when its address already has as many clients as
+    /// there are free places: a single address gets half of the places, so that places remain for other addresses.
     static constexpr int MAX_CLIENTS = 256;
     /// Time in which a client must choose a bus or send a valid frame, and time in which it must read the last answers
     /// before its connection ends.

@@ -26,7 +26,7 @@ CEventLog::CEventLog(bool json, std::FILE* stream) : m_json(json), m_stream(stre
 CEventLog::~CEventLog()
 {
     m_writer.waitForDone();
-    // Orders the thread's last access before the destruction: the thread sanitizer does not know Qt's own locks.
+    // The lock shows the thread sanitizer, which does not know Qt's own locks, that the thread has ended.
     const std::lock_guard<std::mutex> guard(m_lock);
 }
 

@@ -43,7 +43,7 @@ private:
 
     const bool m_json;
     std::FILE* const m_stream;
-    std::map<QString, int> m_lines; ///< Lines of the present second, printed or not, by event and subject.
+    std::map<QString, int> m_lines; ///< Number of lines in the present second, printed or not, by event and subject.
 
     std::atomic<quint64> m_allLeftOut{0};
     std::mutex m_lock; ///< Guards the next two members.

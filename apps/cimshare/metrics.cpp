@@ -19,30 +19,30 @@ void addBus(const AddValue& add, const CSharedBus& bus, const CProtocols& protoc
 {
     QByteArray busName = bus.plainName().toUtf8();
     busName.replace('\\', "\\\\").replace('"', "\\\"");
-    const auto addOf = [&](const char* last, const char* help, double value, const QByteArray& labels = {}) {
+    const auto addOfBus = [&](const char* last, const char* help, double value, const QByteArray& labels = {}) {
         add(last, help, value, "{interface=\"" + busName + '"' + labels + '}');
     };
     const SInterfaceStatus& status = bus.status();
     const auto now = SInterfaceStatus::Clock::now();
-    addOf("interface_connected", "1 while the gateway answers.", status.isConnected() ? 1 : 0);
+    addOfBus("interface_connected", "1 while the gateway answers.", status.isConnected() ? 1 : 0);
     if (const auto last = status.isConnected() ? now : status.lastFrame) {
-        addOf("interface_silent_seconds", "Time since the last valid frame of the gateway, 0 while it answers.",
-              std::chrono::duration<double>(now - *last).count());
+        addOfBus("interface_silent_seconds", "Time since the last valid frame of the gateway, 0 while it answers.",
+                 std::chrono::duration<double>(now - *last).count());
     }
     if (status.busload) {
-        addOf("interface_load_ratio", "Load of the CAN bus.", *status.busload / 100.0);
+        addOfBus("interface_load_ratio", "Load of the CAN bus.", *status.busload / 100.0);
     }
     for (const auto& [error, count] : bus.errors()) {
         const QByteArray label = ",error=\"" + QByteArray::number(error) + '"';
-        addOf("interface_errors_total", "Errors of the interface, by their number.", count, label);
+        addOfBus("interface_errors_total", "Errors of the interface, by their number.", count, label);
     }
     for (const char* const direction : {"received", "sent"}) {
         const CSharedBus::SCount& count = *direction == 's' ? bus.sent() : bus.received();
         const QByteArray label = QByteArray(",direction=\"") + direction + '"';
-        addOf("messages_total", "Messages that passed the gateway.", count.messages, label);
-        addOf("bytes_total", "Data bytes of these messages.", count.bytes, label);
+        addOfBus("messages_total", "Messages that passed the gateway.", count.messages, label);
+        addOfBus("bytes_total", "Data bytes of these messages.", count.bytes, label);
     }
-    addOf("refused_messages_total", "Messages of clients that were not sent.", bus.refused());
+    addOfBus("refused_messages_total", "Messages of clients that were not sent.", bus.refused());
     std::map<QString, int> clients;
     for (const auto& protocol : protocols) {
         clients[protocol->name()] += protocol->clientCount(bus);
@@ -53,11 +53,11 @@ void addBus(const AddValue& add, const CSharedBus& bus, const CProtocols& protoc
     quint64 ofService = bus.lost();
     for (const auto& [protocol, count] : clients) {
         const QByteArray label = ",protocol=\"" + protocol.toUtf8() + '"';
-        addOf("clients", "Clients that are connected to the bus.", count, label);
-        addOf("lost_messages_total", lostHelp, lost[protocol], label);
+        addOfBus("clients", "Clients that are connected to the bus.", count, label);
+        addOfBus("lost_messages_total", lostHelp, lost[protocol], label);
         ofService -= lost[protocol];
     }
-    addOf("lost_messages_total", lostHelp, ofService, R"(,protocol="service")");
+    addOfBus("lost_messages_total", lostHelp, ofService, R"(,protocol="service")");
 }
 } // namespace
 
@@ -93,14 +93,14 @@ QByteArray metricsText(const CSharedBuses& buses, const CProtocols& protocols, c
 
 Failure replaceFile(const QString& path, const QByteArray& content)
 {
-    const QFile::Permissions readable(0x6044); // for all users: node_exporter runs as another user
+    const QFile::Permissions readable(0x6044); // readable for all users: node_exporter runs as another user
     QFile file(path + QStringLiteral(".new"));
     const bool isWritten = file.open(QIODevice::WriteOnly) && file.setPermissions(readable) &&
                            file.write(content) == content.size() && file.flush();
     if (!isWritten) {
         return SProblem{QStringLiteral("%1: %2").arg(path, file.errorString())};
     }
-    // QSaveFile would wait for the disk, and with it all clients.
+    // QSaveFile is not used, because it would wait for the disk, and all clients would wait with it.
     const int code = std::rename(QFile::encodeName(file.fileName()), QFile::encodeName(path));
     return code == 0 ? Failure() : SProblem{QStringLiteral("%1: %2").arg(path, qt_error_string())};
 }

@@ -98,11 +98,11 @@ void CMqttBridge::connectBus(SPublishedBus& published, CSharedBus& bus)
                        {QStringLiteral("text"), published.bus->errorTitle(error)},
                        {TIME, microsecondsNow() / 1e6}});
     });
-    // Subscribed even when clients may not send: they receive the reason for the refusal.
+    // Subscribes even when clients may not send, so that they receive the reason for the refusal.
     m_link.subscribe(published.topic + SEND, [this, &published] { sendNext(published); });
 }
 
-/// Publishes that the service ends, because the broker discards the will of a client that disconnects properly.
+/// Publishes that the service has ended, because the broker discards the will of a client that disconnects properly.
 CMqttBridge::~CMqttBridge()
 {
     flush();
@@ -267,17 +267,17 @@ void CMqttBridge::takeState()
         const QJsonObject object = QJsonDocument::fromJson(arrival.payload).object();
         const QString service = object.value(QStringLiteral("service")).toString().left(MAX_LINE);
         m_isStateWrong = !object.value(QStringLiteral("online")).toVariant().toBool(); // "online" may be 0 or false
-        // Until then, the state at the broker is an earlier one.
+        // States that arrive before a state of this service were retained earlier and mean nothing.
         m_isOwnStateSeen = m_isOwnStateSeen || service == m_service;
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
             m_log.print("sameTopic", m_name, QStringLiteral("another service uses the same topic: %1").arg(service));
-            m_isStateWrong = true; // the other service notices the correction
+            m_isStateWrong = true; // the correction also notifies the other service
         }
     }
 }
 
-/// Sends the messages that have arrived, once the outcomes of all earlier ones are known, so that other clients get
-/// their share of the bus.
+/// Sends the messages that have arrived, but only when the outcomes of all earlier messages are known, so that other
+/// clients get their share of the bus.
 void CMqttBridge::sendNext(SPublishedBus& published)
 {
     const SInbox inbox = published.unsent == 0 ? m_link.take(published.topic + SEND) : SInbox();
@@ -290,7 +290,7 @@ void CMqttBridge::sendNext(SPublishedBus& published)
                 this, [this, &published] { sendNext(published); }, Qt::QueuedConnection);
         }
     };
-    published.unsent = 1; // for the loop below, so that the batch does not end before it
+    published.unsent = 1; // counts the loop below as a message, so that the batch does not end before the loop
     const auto onLine = [&](const QByteArray& line, Result<Cim::CCanMessage> message) {
         if (!message) {
             publishRefusal(published, line, message.problem().text);

@@ -13,9 +13,8 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// Publishes the messages of the buses at a broker, and sends the messages that other programs publish there for the
-/// buses. Nothing waits for the broker: messages that it does not accept in time are lost, counted, and reported as a
-/// gap.
+/// Publishes the messages of the buses at a broker, and sends on the buses what other programs publish there. Nothing
+/// waits for the broker: messages that it does not accept in time are lost, counted, and reported as a gap.
 class CMqttBridge : public QObject, public CProtocol
 {
 public:
@@ -49,7 +48,7 @@ private:
         int unsent = 0;                      ///< Messages from the broker whose outcome is not known yet.
         int lost = 0;                        ///< Messages lost since the last gap was published.
         std::int64_t lostSince = 0;          ///< Time of the first lost message, in microseconds since the epoch.
-        std::map<std::uint16_t, SLast> last; ///< By identifier; at most 2048 entries.
+        std::map<std::uint16_t, SLast> last; ///< Last messages by identifier.
     };
 
     void connectBus(SPublishedBus& published, CSharedBus& bus);
@@ -76,7 +75,7 @@ private:
     bool m_isOwnStateSeen = false; ///< The broker has delivered a state that this service published.
     bool m_isStateWrong = false;   ///< The state at the broker is wrong and must be published again.
     std::vector<SPublishedBus> m_published;
-    std::map<QString, QJsonObject> m_retained; ///< Last object of each topic in this connection.
+    std::map<QString, QJsonObject> m_retained; ///< Object last published to each topic in this connection.
     QTimer m_batchTimer;
     QTimer m_changeTimer;
     std::optional<bool> m_isConnected;

@@ -37,7 +37,7 @@ constexpr int LINE_SIZE = 256;
 QString textOf(int code)
 {
     const char* const text = code == MOSQ_ERR_KEEPALIVE ? "no answer" : mosquitto_strerror(code);
-    return QString::fromLocal8Bit(text); // local encoding, because the text may be one of the system
+    return QString::fromLocal8Bit(text); // in the local encoding, because it may be a text of the system
 }
 
 /// Returns the object behind the pointer that libmosquitto passes to its callbacks.
@@ -46,10 +46,10 @@ CMqttLink& of(void* link)
     return *static_cast<CMqttLink*>(link);
 }
 
-/// Refuses to provide the password of an encrypted key: nobody is present to type it.
+/// Provides no password for an encrypted key: a service has no user who could type it.
 constexpr auto NO_PASSWORD = [](char* /*buffer*/, int /*size*/, int /*isWriting*/, void* /*data*/) { return -1; };
 
-/// Makes the client use TLS if the broker has a certificate authority. First loads the files in the way libmosquitto
+/// Makes the client use TLS if a certificate authority is configured. First loads the files in the way libmosquitto
 /// does at each connection, because libmosquitto does not report what is wrong with them.
 Failure useTls(mosquitto* client, const SBroker& broker)
 {
@@ -102,13 +102,13 @@ CMqttLink::CMqttLink(const SBroker& broker, const QByteArray& clientId, const QS
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // no limit of its own: `publish` enforces EVENT_LIMIT
+    mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 65535); // not limited here: `publish` enforces EVENT_LIMIT
     mosquitto_will_set(client, m_willTopic.constData(), willPayload.size(), willPayload.constData(), 0, true);
     mosquitto_connect_callback_set(client, [](auto*, void* link, int code) { of(link).onConnect(code); });
     mosquitto_publish_callback_set(client, [](auto*, void* link, int id) { of(link).onAcknowledged(id); });
     mosquitto_unsubscribe_callback_set(client, [](auto*, void* link, int /*id*/) { of(link).onReceipt(); });
     mosquitto_message_callback_set(client, [](auto*, void* link, auto* message) { of(link).onMessage(*message); });
-    // The log line explains a failed TLS handshake; the code does not.
+    // Keeps the first error that the library logs: it explains a failed TLS handshake, which the code does not.
     mosquitto_log_callback_set(client, [](auto*, void* link, int level, const char* text) {
         if (QString& problem = of(link).m_problem; level == MOSQ_LOG_ERR && problem.isEmpty()) {
             problem = QString::fromUtf8(text);
@@ -160,7 +160,7 @@ Failure CMqttLink::readCredentials()
     if (!file.open(QIODevice::ReadOnly)) {
         return wrongUsage(QStringLiteral("%1: %2").arg(file.fileName(), file.errorString()));
     }
-    // A service manager's credentials are in a folder that other users cannot enter.
+    // The permissions of a service manager's credentials do not matter: other users cannot enter their folder.
     const QString managed = qEnvironmentVariable("CREDENTIALS_DIRECTORY", QStringLiteral("/dev/null"));
     const auto ofOthers = file.permissions() & QFile::Permissions(0x77);
     if (ofOthers != 0 && !file.fileName().startsWith(managed + QLatin1Char('/'))) {
@@ -239,11 +239,11 @@ bool CMqttLink::runOnce(const QString& node)
     const QString why = m_problem.isEmpty() ? textOf(code) : m_problem;
     std::unique_lock<std::mutex> guard(m_lock);
     const bool wasConnected = std::exchange(m_isConnected, false);
-    const auto neverLeft = std::exchange(m_waiting, {});
+    const auto unconfirmed = std::exchange(m_waiting, {});
     m_waitingMessages = 0;
     m_awaitingReceipt = 0;
     guard.unlock();
-    for (const SWaiting& publication : neverLeft) {
+    for (const SWaiting& publication : unconfirmed) {
         Q_EMIT lost(publication.topic, publication.messages, publication.since);
     }
     Q_EMIT disconnected(why);
@@ -267,7 +267,8 @@ void CMqttLink::onConnect(int code)
 void CMqttLink::onAcknowledged(int id)
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    m_unacknowledged.erase(id); // no effect for publications with messages, whose sending also calls this
+    // Has no effect for quality of service 0, for which the library calls this function when the publication is sent.
+    m_unacknowledged.erase(id);
 }
 
 /// Requests a receipt for the publications sent so far, which quality of service 0 does not provide: the broker reads
@@ -304,7 +305,7 @@ void CMqttLink::onMessage(const mosquitto_message& message)
     }
     const bool isLong = message.payloadlen > MAX_PAYLOAD;
     const QByteArray payload(static_cast<const char*>(message.payload), isLong ? MAX_PAYLOAD : message.payloadlen);
-    // The broker delivers a retained publication again in every connection.
+    // A retained publication is refused, because the broker delivers it again in every connection.
     const char* const problem = isLong ? "more than 64 KiB" : message.retain ? "retained" : "";
     const int lines = payload.trimmed().count('\n') + 1;
     const int size = payload.size() + lines * LINE_SIZE;

@@ -126,7 +126,7 @@ private:
 
     /// Guards the inboxes in `m_subscriptions`, and the five members after it.
     std::mutex m_lock;
-    std::map<QByteArray, SSubscription> m_subscriptions; ///< By topic.
+    std::map<QByteArray, SSubscription> m_subscriptions; ///< Subscriptions by topic.
     bool m_isConnected = false;
     std::deque<SWaiting> m_waiting; ///< Unconfirmed publications, in the order of sending.
     /// Numbers of the publications with quality of service 1 that the broker has not acknowledged.

@@ -40,9 +40,9 @@ QByteArray SMqttForm::message(const SBusRecord& record, const QByteArray& busNam
         .toLatin1();
 }
 
-QByteArray SMqttForm::messages(const QByteArrayList& each) const
+QByteArray SMqttForm::messages(const QByteArrayList& texts) const
 {
-    return isJson ? '[' + each.join(',') + ']' : each.join('\n');
+    return isJson ? '[' + texts.join(',') + ']' : texts.join('\n');
 }
 
 QByteArray SMqttForm::object(QJsonObject object) const

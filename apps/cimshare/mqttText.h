@@ -21,9 +21,9 @@ struct SMqttForm {
 
     /// Returns a message as a line of candump's log format with the name of its bus, or as a JSON object.
     QByteArray message(const SBusRecord& record, const QByteArray& busName) const;
-    /// Returns several such texts as one payload.
-    QByteArray messages(const QByteArrayList& each) const;
-    /// Returns the text of a JSON object, which is JSON in both formats.
+    /// Returns several texts of `message` as one payload.
+    QByteArray messages(const QByteArrayList& texts) const;
+    /// Returns the text of an object; states and events are JSON in both formats.
     QByteArray object(QJsonObject object) const;
 };
 

@@ -11,7 +11,7 @@
 namespace vexmor::Apps::Cimshare
 {
 
-/// A protocol that shares buses with clients or through a broker, as the service sees it.
+/// The common interface of the protocols that share buses with clients or through a broker.
 class CProtocol
 {
 public:

@@ -58,9 +58,9 @@ public:
     Failure identityProblem() const;
     /// Returns the state of the connection to the gateway.
     const SInterfaceStatus& status() const { return m_status; }
-    /// Returns that state as a line of text for clients.
+    /// Returns the state of the connection as a line of text for clients.
     QString connectionNotice() const;
-    /// Returns the port text of the gateway, which has its address.
+    /// Returns the port text, such as IP=192.168.1.70:30000:TCP, which contains the address of the gateway.
     QString port() const { return m_canInterface->commonInfo().port(); }
     /// Returns the bit rate in kbit/s; 0 means that the gateway's own rate is left unchanged.
     int bitRate() const { return m_canInterface->baudrate(); }
@@ -80,8 +80,8 @@ public:
         m_lostByProtocol[protocol] += static_cast<quint64>(messages);
     }
     const std::map<QString, quint64>& lostByProtocol() const { return m_lostByProtocol; }
-    /// Returns the number of all lost messages: those of `countLost`, and received messages that were lost because this
-    /// program was busy for too long.
+    /// Returns the number of all lost messages: messages counted by `countLost`, and received messages that were lost
+    /// because this program was busy for too long.
     quint64 lost() const { return m_lost; }
 
 Q_SIGNALS:
@@ -102,7 +102,7 @@ private:
         Outcome onOutcome;
     };
 
-    static constexpr int SECOND_MS = 1000; ///< The period of the limits of messages and errors.
+    static constexpr int SECOND_MS = 1000; ///< Period of the limits for messages and errors.
 
     void print(const char* event, const QString& text) { m_log.printLimited(event, name(), text); }
     void onMail();
@@ -115,12 +115,12 @@ private:
     const SSendPermission& m_permission;
     CEventLog& m_log;
     const std::shared_ptr<CMailbox> m_mailbox = std::make_shared<CMailbox>();
-    std::unique_ptr<CInterfaceInUse> m_inUse; ///< Null before the start.
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< The opened clone; null before the start.
     SDelivery m_delivery;
     std::uint16_t m_source = 0; ///< Source number in the records of `m_inUse`; increases with each start.
     /// Messages without an outcome, by source, in the order of sending.
     std::map<std::uint16_t, std::deque<SPending>> m_pending;
-    /// Errors reported in this second, by number, each with the count of further ones to report at the end of the
+    /// Errors reported in this second, by number, each with the number of repetitions to report at the end of the
     /// second.
     std::map<int, quint64> m_errors;
     SInterfaceStatus m_status;

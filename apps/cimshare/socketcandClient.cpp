@@ -12,14 +12,15 @@ namespace
 /// Pause between an answer and the first frame: clients expect that the bytes they read after a command are only the
 /// answer.
 constexpr int QUIET_MS = 50;
-/// The pause after a bus was opened, which is longer: the client chooses a mode next, and its commands may be slow to
-/// arrive.
+/// Pause after a bus was opened. It is longer, because the client chooses a mode next, and its commands may arrive
+/// slowly.
 constexpr int OPENED_QUIET_MS = 500;
-/// Maximum of the bytes of frames that wait for a client that does not read: about two seconds of a fully loaded bus.
+/// Maximum number of bytes of frames that wait for a client that does not read: about two seconds of a fully loaded
+/// bus.
 constexpr qint64 SEND_LIMIT = 1024LL * 1024;
-/// Maximum of all bytes that wait for a client, answers included. Above it, the commands of the client are not read.
+/// Maximum number of bytes that wait for a client, answers included. Above it, the commands of the client are not read.
 constexpr qint64 ANSWER_LIMIT = SEND_LIMIT + 64LL * 1024;
-/// Maximum of the bytes of a client that are read in one turn of the event loop.
+/// Maximum number of bytes of a client that are read in one turn of the event loop.
 constexpr qint64 READ_LIMIT = 1024;
 constexpr std::size_t MAX_CYCLIC = 64;
 const QString PROTOCOL = QStringLiteral("socketcand");
@@ -51,7 +52,7 @@ void CSocketcandClient::deliver(const Cim::CCanMessage& message, const QByteArra
         write(element);
         return;
     }
-    // There are subscriptions only in broadcast manager mode.
+    // In control mode there are no subscriptions, so nothing is delivered.
     const auto found = m_subscriptions.find(message.id().value());
     if (found != m_subscriptions.end()) {
         found->second.pending = element;
@@ -136,7 +137,7 @@ void CSocketcandClient::onReadyRead()
 /// Ends the connection after the client has read the last answer, or after TIME_LIMIT_MS.
 void CSocketcandClient::end()
 {
-    forget(eEnded);
+    enterMode(eEnded);
     put(std::exchange(m_waiting, {}));
     m_socket->flush();
     m_socket->disconnectFromHost();
@@ -206,13 +207,13 @@ void CSocketcandClient::open(const SCommand& command)
 
 void CSocketcandClient::setMode(EMode mode)
 {
-    forget(mode);
+    enterMode(mode);
     answer("< ok >");
     m_quietTimer.start(QUIET_MS);
 }
 
 /// Changes the mode, and ends the statistics, subscriptions and cyclic messages of the previous mode.
-void CSocketcandClient::forget(EMode mode)
+void CSocketcandClient::enterMode(EMode mode)
 {
     m_mode = mode;
     m_statisticsTimer.stop();

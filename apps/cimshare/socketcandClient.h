@@ -54,7 +54,7 @@ private:
     void execute(const QByteArray& element);
     void open(const SCommand& command);
     void setMode(EMode mode);
-    void forget(EMode mode);
+    void enterMode(EMode mode);
     void deliverPending(SSubscription& subscription);
     void end();
     void subscribe(const SCommand& command);
@@ -74,12 +74,12 @@ private:
     QByteArray m_stream; ///< Received beginning of an element that is not complete yet.
     /// Ends the connection of a client that opens no bus, or that does not read its last answer.
     QTimer m_limitTimer;
-    QTimer m_quietTimer;  ///< While active, frames are kept in `m_waiting`.
+    QTimer m_quietTimer;  ///< Active during the pause in which frames are kept in `m_waiting`.
     QByteArray m_waiting; ///< Frames to be written when `m_quietTimer` ends.
     QTimer m_statisticsTimer;
     bool m_hasLost = false;                                 ///< Frames were lost since the last frame written.
-    std::map<std::uint16_t, SSubscription> m_subscriptions; ///< By identifier.
-    std::map<std::uint16_t, SCyclic> m_cyclic;              ///< By identifier.
+    std::map<std::uint16_t, SSubscription> m_subscriptions; ///< Subscriptions by identifier.
+    std::map<std::uint16_t, SCyclic> m_cyclic;              ///< Cyclic messages by identifier.
 };
 
 } // namespace vexmor::Apps::Cimshare

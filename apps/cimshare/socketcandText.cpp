@@ -91,7 +91,7 @@ Failure readData(CWords& words, SCommand& command)
     }
     unsigned char data[8] = {};
     for (unsigned int i = 0; i < *length; ++i) {
-        // Up to 16 digits, because some clients print a byte above 7F with its sign extended. The low byte counts.
+        // Up to 16 digits, because some clients print a byte above 7F with its sign extended. The low byte is the data.
         const auto byte = nextNumber(words, 16, UINT64_MAX);
         if (!byte) {
             return wrong("the data must be as many hexadecimal bytes as the length says");
@@ -209,7 +209,7 @@ EErrorClass classOf(int interfaceError)
 
 QByteArray frameElement(const Cim::CCanMessage& message, std::int64_t microseconds)
 {
-    const QByteArray frame = CanLog::formatFrame(message); // for example 123#1122
+    const QByteArray frame = CanLog::formatFrame(message); // for example "123#1122": identifier and data
     return "\n< frame " + frame.left(3) + ' ' + timeText(microseconds) + ' ' + frame.mid(4) + " >";
 }
 

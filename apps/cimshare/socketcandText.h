@@ -26,7 +26,7 @@ struct SCommand {
     QByteArray verb;    ///< The verb, a known one.
     unsigned modes = 0; ///< The states in which the command is allowed: bits of EMode.
     QByteArray busName;
-    int milliseconds = 0;     ///< The interval, rounded up.
+    int milliseconds = 0;     ///< The interval in milliseconds, rounded up.
     Cim::CCanMessage message; ///< The identifier, and the data if the verb has data.
 
     std::uint16_t id() const { return message.id().value(); }
@@ -39,8 +39,8 @@ constexpr int MAX_ELEMENT = 256; ///< Maximum number of characters between the b
 
 /// Removes the complete elements from the beginning of a client's stream and calls `onElement` with each of them,
 /// without its brackets. The beginning of an incomplete element remains; blanks between elements are skipped. Returns
-/// false when `onElement` does, when an element is too long, and when any other byte is between elements, because a web
-/// page could hide elements in its request. The stream must not be used after that.
+/// false when `onElement` does, when an element is too long, and when a byte between elements is not a blank, because a
+/// web page could hide elements in its request. The stream must not be used after that.
 bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray& element)>& onElement);
 
 /// The kind of error that an error element reports, with the numbers of the error classes in linux/can/error.h.

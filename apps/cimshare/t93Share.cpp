@@ -13,7 +13,7 @@ namespace
 constexpr std::uint8_t STATUS_BUS_OFF = 0x08;
 constexpr char STATUS_FORMAT_ERROR[] = "\x20";
 constexpr int MEASURING_MS = 1000;
-/// Maximum length of the device text, which the device number follows in a frame.
+/// Maximum length of the device text; the 2 bytes of the device number follow it in a frame.
 constexpr int MAX_DEVICE_TEXT = int(Cim::RM_MAX_RX_PAYLOAD) - 2;
 } // namespace
 
@@ -24,7 +24,7 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
       m_place(place),
       m_admission(tcpServer(), QStringLiteral("t93 ") + bus.name(), allowed, log)
 {
-    setMaxClients(CAdmission::MAX_CLIENTS + 1); // one more, so that the admission turns it away and logs that
+    setMaxClients(CAdmission::MAX_CLIENTS + 1); // one more than admitted, so that its rejection can be logged
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
             [this] { m_admission.print("disconnected", QStringLiteral("a client disconnected")); });
@@ -60,7 +60,7 @@ void CT93Share::identify()
     // The padding is for a MAC address that is too short.
     const QByteArray mac = QByteArray::fromHex(status.interfaceId.toLatin1()) + QByteArray(6, '\0');
     std::copy_n(mac.constData(), identity.macAddress.size(), identity.macAddress.begin());
-    // Hosts request the identification text of a gateway with firmware 2.3, and that text can have any version.
+    // With firmware version 2.3, hosts request the identification text, which can contain any version.
     identity.firmwareMajor = 2;
     identity.firmwareMinor = 3;
     identity.deviceText = ("T93 SHARED SW" + status.firmwareVersion.toLatin1()).left(MAX_DEVICE_TEXT);

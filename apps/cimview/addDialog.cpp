@@ -11,7 +11,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// The context of these texts in the catalogs.
+/// The context of the dialog's texts in the translation catalogs.
 struct AddDialog {
     Q_DECLARE_TR_FUNCTIONS(AddDialog)
 };
@@ -61,7 +61,7 @@ bool runAddDialog(CInterfaceList& interfaces, QWidget* parent)
         Result<Settings> settings = readAddress(place, {{StoreKey::BAUDRATE, baudrate->currentData().toString()}});
         const Failure failure =
             settings ? interfaces.add(name->text().trimmed(), *settings, keep->isChecked()) : settings.problem();
-        if (failure) { // the dialog stays open
+        if (failure) { // the dialog stays open and shows the reason
             problem->setText(failure->text);
             problem->show();
         } else {

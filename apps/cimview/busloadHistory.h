@@ -17,7 +17,7 @@ public:
     static constexpr std::int64_t KEPT_MICROSECONDS = 600LL * 1000000;
 
     struct SSample {
-        std::int64_t microseconds = 0; ///< Since the epoch.
+        std::int64_t microseconds = 0; ///< Time in microseconds since the epoch.
         std::optional<int> percent;    ///< The load; without a value, it is unknown from then on.
     };
     using Samples = std::deque<SSample>;

@@ -38,7 +38,7 @@ void CBusloadPlot::showSamples()
     if (!isVisible()) {
         return;
     }
-    QStringList loads; // for screen readers
+    QStringList loads; // read aloud by screen readers
     for (const auto& [name, samples] : m_history.samples()) {
         const std::optional<int> percent = samples.back().percent;
         loads += percent ? tr("%1: %2 %").arg(name, QString::number(*percent)) : tr("%1: not known").arg(name);

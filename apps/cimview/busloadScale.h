@@ -28,7 +28,7 @@ struct SBusloadScale {
 
     QRectF area;
     int topPercent = 100;
-    std::int64_t now = 0; ///< Microseconds since the epoch.
+    std::int64_t now = 0; ///< Present time in microseconds since the epoch.
 
     double xOf(double secondsAgo) const { return area.right() - area.width() * secondsAgo / SHOWN_SECONDS; }
     double yOf(double percent) const { return area.bottom() - area.height() * percent / topPercent; }

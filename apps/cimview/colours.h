@@ -14,7 +14,7 @@ namespace vexmor::Apps::Cimview
 
 /// Colours of curves on a light background, which colour-blind people can distinguish as well.
 constexpr std::array<QRgb, 6> CURVES_ON_LIGHT{0xFF0072B2, 0xFFD55E00, 0xFF009E73, 0xFFCC79A7, 0xFF8B6914, 0xFF444444};
-/// The same for a dark background.
+/// Colours of curves on a dark background, which colour-blind people can distinguish as well.
 constexpr std::array<QRgb, 6> CURVES_ON_DARK{0xFF56B4E9, 0xFFFFA040, 0xFF4DD2A5, 0xFFF0A0CC, 0xFFF0E442, 0xFFCCCCCC};
 
 inline bool isDark(const QColor& background)

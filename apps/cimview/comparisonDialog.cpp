@@ -42,7 +42,7 @@ CComparisonDialog::CComparisonDialog(QWidget* parent, const CSourceNames& names,
 
 void CComparisonDialog::readPiece()
 {
-    auto more = m_comparison.readOn(LINES_PER_TURN);
+    auto more = m_comparison.readMore(LINES_PER_TURN);
     if (more && *more) {
         return;
     }

@@ -16,9 +16,10 @@ enum class EEvent {
     eInterfaceError, ///< An error that an interface raised.
     eResult,         ///< An operation that was refused with a code.
     eWarning,        ///< A loss or a failure without a number.
-    eNote            ///< A notice.
+    eNote            ///< A notice, which does not count as unread.
 };
 
+/// An event in the event log.
 struct SEvent {
     std::int64_t microseconds = 0; ///< Time of the first occurrence, since the epoch.
     EEvent kind = EEvent::eNote;

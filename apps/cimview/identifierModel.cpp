@@ -60,7 +60,7 @@ void CIdentifierModel::setNow(std::int64_t microseconds)
     constexpr std::int64_t SLOT = CMessageRate::SLOT_MICROSECONDS;
     const bool isNextSlot = microseconds / SLOT != m_now / SLOT;
     m_now = microseconds;
-    // Later, all rates are 0 and no byte is marked.
+    // Some time after the newest message, all rates are 0 and no byte is marked, so nothing changes any more.
     if (isNextSlot && m_now - m_newest <= (CMessageRate::SLOTS + 2) * SLOT) {
         rowsChanged();
     }

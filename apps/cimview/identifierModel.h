@@ -50,7 +50,7 @@ public:
     explicit CIdentifierModel(const CSourceNames& names);
 
     void append(const std::vector<SBusRecord>& records);
-    /// Sets the present time: old marks end, and rates fall.
+    /// Sets the present time: marks of bytes that changed long ago end, and rates are calculated anew.
     void setNow(std::int64_t microseconds);
     /// Notes that an interface could receive nothing at this time, in microseconds since the epoch: the time between
     /// its messages before and after this moment does not count as a period.
@@ -76,7 +76,7 @@ private:
 
     std::size_t shownRows() const override { return m_rows.size(); }
     static Key keyOf(const SBusRecord& record);
-    /// Returns the number in a column of numbers, or nothing where the cell is empty.
+    /// Returns the number that a column of numbers shows for a row, or nothing if the cell is empty.
     std::optional<double> numberIn(const SRow& row, int column) const;
     SRow& rowFor(const SBusRecord& record);
     bool isPeriod(const SRow& row, const SBusRecord& next) const;
@@ -84,7 +84,7 @@ private:
     void rowsChanged();
 
     const CSourceNames& m_names;
-    std::vector<SRow> m_rows; ///< Sorted by key.
+    std::vector<SRow> m_rows; ///< Rows in the order of their keys.
     /// Time of the last interruption of each interface.
     std::unordered_map<std::uint16_t, std::int64_t> m_interruptions;
     std::int64_t m_now = 0;

@@ -14,7 +14,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr int MAX_ADDED = 1000; ///< Interfaces that one scan may add.
+constexpr int MAX_ADDED = 1000; ///< Maximum number of interfaces that one scan adds.
 
 /// Returns address, port and protocol in the form in which the user types them.
 QString addressText(const Cim::CCommonInfo& info)
@@ -47,7 +47,7 @@ CInterfaceList::CInterfaceList(const std::vector<SPlugin>& plugins, CSourceNames
 
 CInterfaceList::~CInterfaceList()
 {
-    for (const auto& one : m_rows) { // at the same time, not one after the other
+    for (const auto& one : m_rows) { // closing waits for no gateway, so all interfaces close at the same time
         one->disconnect(this);
         one->close();
     }
@@ -204,7 +204,7 @@ void CInterfaceList::noteErrors(const SDelivery& delivery)
         if (one->hasError() && std::any_of(delivery.records.begin(), delivery.records.end(), isReceived)) {
             one->setError({});
         }
-        for (const SErrorRecord& error : delivery.errors) { // after the messages
+        for (const SErrorRecord& error : delivery.errors) { // an error counts as newer than the messages
             if (error.source == source && one->status().hasLink()) {
                 one->setError(eventOf(error).text.section(QLatin1Char('\n'), 0, 0).remove(QLatin1Char('.')));
             }
@@ -291,7 +291,7 @@ void CInterfaceList::sort(int column, Qt::SortOrder order)
     for (const QModelIndex& index : before) {
         shown.push_back(&at(index.row()));
     }
-    QCollator natural; // gateway 10 after gateway 9
+    QCollator natural; // sorts gateway 10 after gateway 9
     natural.setNumericMode(true);
     std::stable_sort(m_rows.begin(), m_rows.end(), [&](const auto& one, const auto& other) {
         const int comparison = natural.compare(cellText(*one, column), cellText(*other, column));

@@ -27,7 +27,7 @@ public:
 
     /// Adds the interfaces of the settings store; an event reports each that cannot be loaded.
     void loadStored();
-    /// Adds an interface with these settings, and stores it when `keep` is true.
+    /// Adds an interface with the given name and settings, and stores it when `keep` is true.
     Failure add(const QString& name, const Settings& settings, bool keep);
     /// Adds the interfaces that a scan found, unless they are in the list already. A name that is in use gets a number.
     /// Adds at most 1000, since any device may answer a scan; an event reports how many were left out. Returns how many

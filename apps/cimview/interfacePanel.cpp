@@ -12,7 +12,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr int MOST_NAMED = 10; ///< Names that a question lists.
+constexpr int MAX_NAMED = 10; ///< Maximum number of names that a question lists.
 } // namespace
 
 CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
@@ -28,7 +28,7 @@ CInterfacePanel::CInterfacePanel(CWorkbench& workbench, QWidget* parent)
                {QStringLiteral("Some interface 1"), QStringLiteral("open, no answer yet   "), QStringLiteral("100 %"),
                 QStringLiteral("192.168.1.70:30000:TCP"), QStringLiteral("1000 kbit/s"), QStringLiteral("T93"),
                 QStringLiteral("02.03")});
-    // In the order of arrival, until the user chooses a column.
+    // The rows keep the order in which they were added until the user chooses a column to sort by.
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder);
     m_table->setSortingEnabled(true);
     makeActions();
@@ -111,15 +111,15 @@ void CInterfacePanel::removeSelected()
         names.append(interfaces.at(row).name());
         anyStored = anyStored || interfaces.at(row).isStored();
     }
-    const bool areMany = names.size() > MOST_NAMED;
+    const bool areMany = names.size() > MAX_NAMED;
     const QString question = tr("Remove these interfaces from the list and from the store?") + QStringLiteral("\n\n") +
-                             names.mid(0, MOST_NAMED).join(QLatin1Char('\n')) +
+                             names.mid(0, MAX_NAMED).join(QLatin1Char('\n')) +
                              (areMany ? QStringLiteral("\n...") : QString());
     if (anyStored && QMessageBox::question(this, tr("Remove"), question, QMessageBox::Yes | QMessageBox::Cancel,
                                            QMessageBox::Cancel) != QMessageBox::Yes) {
         return;
     }
-    // A scan that ends meanwhile adds rows at the end only.
+    // These row numbers are still valid: a scan that has ended while the question was open added rows only at the end.
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.interfaces().remove(row); });
 }
 
@@ -143,7 +143,7 @@ void CInterfacePanel::configure()
     Cim::CCanInterface& canInterface = interfaces.at(rows.first()).settings();
     const int rateBefore = canInterface.baudrate();
     const int code = canInterface.configure(this, Qt::WindowFlags());
-    // While the dialog was open, a scan may have added rows, and a signal may have ended the program.
+    // While the dialog was open, a signal may have ended the program. A scan may have added rows, so names are used.
     if (!self || interfaces.rowOf(name) < 0) {
         return;
     }

@@ -57,7 +57,7 @@ private:
     CLogReplay m_player;
     QString m_loaded;               ///< Name of the log that is being read.
     std::uint64_t m_liveBefore = 0; ///< Number of live messages when the present save began.
-    std::size_t m_messages = 0;     ///< Number of all messages when the save began, hidden ones included.
+    std::size_t m_messages = 0;     ///< Number of all messages when the save began, including hidden messages.
 };
 
 } // namespace vexmor::Apps::Cimview

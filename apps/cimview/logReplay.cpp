@@ -5,7 +5,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 constexpr int TICK_MS = 5;
-constexpr int SENT_PER_TURN = 1000; ///< Messages per turn of the event loop at most.
+constexpr int SENT_PER_TURN = 1000; ///< Maximum number of messages per turn of the event loop.
 } // namespace
 
 CLogReplay::CLogReplay()

@@ -46,7 +46,7 @@ private:
     quint64 m_sent = 0; ///< Messages sent in all rounds.
     bool m_loops = false;
     double m_speed = 1;
-    std::int64_t m_position = 0; ///< Microseconds since the first message at the start of the clock.
+    std::int64_t m_position = 0; ///< Position in the log when `m_clock` was started, in microseconds.
     QElapsedTimer m_clock;
     QTimer m_timer;
 };

@@ -108,7 +108,7 @@ int runWindow(const SOptions& options, const std::vector<SPlugin>& plugins)
 
 int run(char** argv, const SOptions& options)
 {
-    int nameAlone = 1; // keeps our options from Qt, which has options with the same names
+    int nameAlone = 1; // hides this program's options from Qt, which has options with the same names
     QApplication application(nameAlone, argv);
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/cimview.png")));
     installTranslations(application,

@@ -85,7 +85,7 @@ CMainWindow::CMainWindow(CWorkbench& workbench)
     resize(INITIAL_SIZE.boundedTo(screen()->availableSize() - FRAME_SIZE));
     resizeDocks({interfaces}, {width() * 3 / 8}, Qt::Horizontal);
     resizeDocks({interfaces, plot, send}, {5, 3, 7}, Qt::Vertical);
-    send->raise(); // in front until the saved state is loaded
+    send->raise(); // in front, unless the saved state has another panel there
     loadState();
 }
 
@@ -122,7 +122,7 @@ void CMainWindow::makeTitle(QDockWidget& dock)
     auto* const fold = new QAction(this);
     fold->setObjectName(dock.objectName() + FOLDED);
     fold->setCheckable(true);
-    m_kept.append(fold);
+    m_savedOptions.append(fold);
     QToolBar* const title = makeToolBar({fold, makeAction(&dock, tr("Hide"), {}, [&dock] { dock.hide(); })}, &dock);
     dock.setTitleBarWidget(title);
     const auto showTitle = [&dock, fold] {
@@ -197,8 +197,8 @@ void CMainWindow::makeViewMenu()
     QMenu* const shown = createPopupMenu();
     shown->setTitle(tr("&Shown panels"));
     view->addMenu(shown);
-    view->addMenu(tr("&Folded panels"))->addActions(m_kept);
-    m_kept += QList<QAction*>{m_alone, m_dark} + m_logs->choices();
+    view->addMenu(tr("&Folded panels"))->addActions(m_savedOptions);
+    m_savedOptions += QList<QAction*>{m_alone, m_dark} + m_logs->choices();
     m_alone->setObjectName(QStringLiteral("MessagesAlone"));
     m_dark->setObjectName(QStringLiteral("Dark"));
     m_alone->setCheckable(true);
@@ -262,7 +262,7 @@ void CMainWindow::loadState()
     settings.beginGroup(GROUP);
     restoreGeometry(settings.value(GEOMETRY).toByteArray());
     restoreState(settings.value(STATE).toByteArray());
-    for (QAction* const action : m_kept) {
+    for (QAction* const action : m_savedOptions) {
         action->setChecked(settings.value(action->objectName()).toBool());
     }
     m_messages->loadState(settings);
@@ -278,7 +278,7 @@ void CMainWindow::saveState()
     settings.beginGroup(GROUP);
     settings.setValue(GEOMETRY, saveGeometry());
     settings.setValue(STATE, m_alone->isChecked() ? m_panels : QMainWindow::saveState());
-    for (const QAction* const action : m_kept) {
+    for (const QAction* const action : m_savedOptions) {
         settings.setValue(action->objectName(), action->isChecked());
     }
     m_messages->saveState(settings);

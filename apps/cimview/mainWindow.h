@@ -65,10 +65,10 @@ private:
     QLabel* m_unread;
     QAction* m_alone;
     QAction* m_dark;
-    QList<QAction*> m_kept; ///< Options that are saved under their object names.
-    QByteArray m_panels;    ///< Places of the panels, saved while the messages are shown alone.
+    QList<QAction*> m_savedOptions; ///< Options that are saved under their object names.
+    QByteArray m_panels;            ///< Places of the panels, saved while the messages are shown alone.
     QTimer m_rateTimer;
-    std::uint64_t m_fetched = 0; ///< Number of messages at the last update of the rate.
+    std::uint64_t m_fetched = 0; ///< Number of messages fetched before the last update of the rate.
 };
 
 } // namespace vexmor::Apps::Cimview

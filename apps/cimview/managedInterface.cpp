@@ -128,7 +128,7 @@ void CManagedInterface::onStatusChanged()
         m_cyclic.clear();
     }
     if (m_shown != before) {
-        m_error.clear(); // it belongs to the previous connection
+        m_error.clear(); // the error belongs to the previous connection
     }
     Q_EMIT changed();
     if (m_shown != before) {

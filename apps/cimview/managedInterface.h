@@ -67,7 +67,7 @@ public:
     bool setBitRate(const QString& rate);
     /// Shows a change that was made through `settings`, and stores it when the interface is stored.
     void settingsChanged();
-    /// Stores the interface under its name. An event reports what prevents it.
+    /// Stores the interface under its name. If that fails, an event reports the reason.
     void store();
     /// Removes the interface from the store. Returns false, with an event, when it cannot be removed.
     bool removeFromStore();
@@ -88,7 +88,7 @@ private:
     void report(const SProblem& problem);
 
     std::unique_ptr<Cim::CCanInterface> m_canInterface;
-    std::unique_ptr<CInterfaceInUse> m_inUse; ///< Null while closed.
+    std::unique_ptr<CInterfaceInUse> m_inUse; ///< The opened clone; null while the interface is closed.
     CSourceNames& m_names;
     const std::shared_ptr<CMailbox> m_mailbox;
     bool m_isStored;

@@ -20,7 +20,7 @@ void CMessageFeed::addLive(const std::vector<SBusRecord>& records)
     }
     m_waiting.insert(m_waiting.end(), records.begin(), records.end());
     if (m_waiting.size() > m_capacity) {
-        // Removes many at once, because that is slow.
+        // Removing messages is slow, so many are removed at once.
         const std::size_t excess = m_waiting.size() - m_capacity + m_capacity / 10;
         m_waiting.erase(m_waiting.begin(), m_waiting.begin() + static_cast<std::ptrdiff_t>(excess));
     }
@@ -51,7 +51,7 @@ void CMessageFeed::setPaused(bool paused)
     m_paused = paused;
     if (!paused) {
         if (!m_log.isEmpty()) {
-            empty();
+            removeShown();
         }
         show(m_waiting);
         m_waiting = {}; // frees the memory
@@ -63,10 +63,10 @@ void CMessageFeed::clear()
 {
     m_settled = m_live;
     m_waiting = {};
-    empty();
+    removeShown();
 }
 
-void CMessageFeed::empty()
+void CMessageFeed::removeShown()
 {
     m_trace.clear();
     m_identifiers.clear();

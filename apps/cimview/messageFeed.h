@@ -51,7 +51,7 @@ Q_SIGNALS:
     void logChanged(const QString& name);
 
 private:
-    void empty();
+    void removeShown();
 
     const std::size_t m_capacity;
     CTraceModel m_trace;

@@ -231,7 +231,7 @@ void CMessagePanel::followEnd()
         m_lastRow = maximum;
         follow();
     });
-    // When the range has changed, rows were added or the view was resized; otherwise the user has scrolled.
+    // If the range has changed, rows were added or the view was resized; if not, the user has scrolled.
     connect(bar, &QScrollBar::valueChanged, this, [this](int value) {
         if (m_traceView->verticalScrollBar()->maximum() == m_lastRow) {
             m_follow->setChecked(value == m_lastRow);

@@ -38,10 +38,10 @@ public:
 
 private:
     struct SSlot {
-        std::int64_t number = 0; ///< Slots since the epoch.
+        std::int64_t number = 0; ///< Number of the slot, counted from the epoch.
         std::uint32_t count = 0;
     };
-    std::array<SSlot, SLOTS + 1> m_slots{}; ///< The slots of the last messages.
+    std::array<SSlot, SLOTS + 1> m_slots{}; ///< Slots with the latest messages.
     std::int64_t m_first = INT64_MAX;       ///< Number of the first slot.
 };
 

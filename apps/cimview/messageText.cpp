@@ -15,7 +15,7 @@ namespace vexmor::Apps::Cimview
 namespace
 {
 /// The line of a message that the text filter searches, in upper case: direction, identifier, data with blanks and
-/// without, ASCII, administration. Made for every message of a busy bus, therefore without an allocation.
+/// without, ASCII, administration. It allocates no memory, because one is made for every message of a busy bus.
 class CSearchLine
 {
 public:
@@ -58,7 +58,8 @@ private:
         }
     }
 
-    std::array<char, 96> m_text{}; ///< 3 + 3 + 24 + 1 + 16 + 1 + 8 + 1 + 6 + 14 + 15 at most
+    /// At most 92 bytes: direction 3, identifier 3, data 24 with blanks and 17 without, ASCII 9, administration 36.
+    std::array<char, 96> m_text{};
     std::size_t m_size = 0;
 };
 } // namespace

@@ -42,7 +42,7 @@ public:
 private:
     std::vector<SFilter> m_filters;
     QString m_text;
-    std::string m_searched; ///< The searched text in upper case.
+    std::string m_searched; ///< The text to search for, in upper case.
 };
 
 /// Reads filters in the form of `readFilter`, with blanks or commas between them.

@@ -18,7 +18,7 @@ namespace vexmor::Apps::Cimview
 
 /// Sets up a table with compact rows of equal height and a name for screen readers. The user selects whole rows, copies
 /// them with Ctrl+C or the context menu, and leaves the table with Tab. The first columns become wide enough for their
-/// titles and these samples in the font of the table.
+/// titles and for `samples` in the font of the table.
 void setUpTable(QTableView& table, const QString& name, QAbstractItemModel& model, const QStringList& samples);
 
 /// Returns the selected rows from top to bottom.

@@ -185,7 +185,7 @@ bool CSendList::setData(const QModelIndex& index, const QVariant& value, int rol
         return false;
     }
     Q_EMIT dataChanged(index, index);
-    if (index.column() == eInterface) { // the user starts it again on the new interface
+    if (index.column() == eInterface) { // stops the cyclic sending; the user starts it on the new interface
         setSentOn(index.row(), QString());
     } else if (!changed.sentOn.isEmpty() && index.column() != eName) {
         Q_EMIT cyclicChanged(changed.key, changed.sentOn, changed.message, changed.milliseconds);

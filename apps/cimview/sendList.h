@@ -41,7 +41,7 @@ public:
     static constexpr int MAX_INTERVAL_MS = 3600000;
     static constexpr int DEFAULT_INTERVAL_MS = 1000; ///< Interval of a new item.
 
-    static constexpr int MAX_LOADED = 1000; ///< Number of items that `load` adds at most.
+    static constexpr int MAX_LOADED = 1000; ///< Maximum number of items that `load` adds.
 
     /// Returns why nothing can be sent on an interface, or nothing when messages can be sent.
     using Obstacle = std::function<Failure(const QString& interface)>;
@@ -58,7 +58,7 @@ public:
     QString interfaceOf(const SSendItem& item) const { return item.interface.isEmpty() ? m_target : item.interface; }
     /// Counts how often the items were sent, also when the same message was sent from elsewhere in the window.
     void countSent(const std::vector<SBusRecord>& records, const CSourceNames& names);
-    /// Stops cyclic sending on all interfaces except these.
+    /// Stops cyclic sending on all interfaces except `interfaces`.
     void stopAllBut(const QStringList& interfaces);
     void stopAll() { stopAllBut({}); }
 

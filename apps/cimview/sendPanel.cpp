@@ -185,7 +185,7 @@ void CSendPanel::moveSelected()
 void CSendPanel::removeSelected()
 {
     const QList<int> rows = selectedRows(*m_table);
-    // Removed from the last row on, so that the rows before keep their numbers.
+    // The last row is removed first, so that the rows before it keep their numbers.
     std::for_each(rows.rbegin(), rows.rend(), [this](int row) { m_workbench.sendList().remove(row); });
 }
 

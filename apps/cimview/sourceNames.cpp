@@ -9,7 +9,7 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-constexpr qint64 MAX_BYTES = 1000000; ///< Bytes of a file with names; there are at most 2048 names.
+constexpr qint64 MAX_BYTES = 1000000; ///< Maximum size of a file with names, of which there are at most 2048.
 }
 
 Failure CSourceNames::loadIds(const QString& path)

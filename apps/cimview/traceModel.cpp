@@ -44,14 +44,14 @@ void CTraceModel::makeRoom(std::size_t count)
     const std::size_t wanted = std::max(m_records.size() + count - m_capacity, m_capacity / 10);
     const std::size_t dropped = std::min(wanted, m_records.size());
     const auto firstKept = std::lower_bound(m_rows.begin(), m_rows.end(), m_first + dropped);
-    const auto gone = static_cast<int>(firstKept - m_rows.begin());
-    if (gone > 0) {
-        beginRemoveRows({}, 0, gone - 1);
+    const auto removedRows = static_cast<int>(firstKept - m_rows.begin());
+    if (removedRows > 0) {
+        beginRemoveRows({}, 0, removedRows - 1);
         m_rows.erase(m_rows.begin(), firstKept);
     }
     m_records.erase(m_records.begin(), m_records.begin() + static_cast<std::ptrdiff_t>(dropped));
     m_first += dropped;
-    if (gone > 0) {
+    if (removedRows > 0) {
         endRemoveRows();
     }
 }

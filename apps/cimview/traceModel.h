@@ -31,14 +31,14 @@ public:
     /// `names` must outlive the model.
     explicit CTraceModel(const CSourceNames& names, std::size_t capacity = CAPACITY);
 
-    /// Adds messages; when there are more than the capacity, only the last ones.
+    /// Adds messages. Of more messages than the capacity, it adds only the last ones.
     void append(const std::vector<SBusRecord>& records);
     void clear();
     void setMatcher(const CMessageMatcher& matcher);
     /// Sets the time that the first column shows.
     void setTime(ETime time);
 
-    /// Returns the number of messages, hidden ones included.
+    /// Returns the number of messages, including those that are hidden.
     std::size_t size() const { return m_records.size(); }
     /// Returns the message of a row.
     const SBusRecord& record(int row) const;
@@ -62,7 +62,7 @@ private:
     Serial m_first = 0;         ///< Serial of the oldest message in the trace.
     std::vector<Serial> m_rows; ///< The messages that are shown.
     ETime m_time = ETime::eOfDay;
-    std::int64_t m_start = 0; ///< Microseconds of the first message.
+    std::int64_t m_start = 0; ///< Time of the first message after the last `clear`, since the epoch.
 };
 
 } // namespace vexmor::Apps::Cimview

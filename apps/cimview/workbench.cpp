@@ -6,7 +6,8 @@ namespace vexmor::Apps::Cimview
 {
 namespace
 {
-/// Short enough that the window looks live, and long enough that one repaint shows many messages of a busy bus.
+/// Interval at which messages are fetched: short enough that the window looks live, and long enough that one repaint
+/// shows many messages of a busy bus.
 constexpr int FETCH_INTERVAL_MS = 40;
 constexpr int SAMPLE_INTERVAL_MS = 250;
 } // namespace
@@ -15,7 +16,7 @@ CWorkbench::CWorkbench(const std::vector<SPlugin>& plugins)
     : m_interfaces(plugins, m_names, m_mailbox), m_scan(plugins), m_feed(m_names)
 {
     connect(&m_interfaces, &CInterfaceList::eventRaised, this, [this](const SEvent& event) {
-        fetch(); // errors that were raised before
+        fetch(); // first adds the errors that were raised before this event
         m_events.add(event);
     });
     connect(&m_interfaces, &CInterfaceList::statesChanged, this, &CWorkbench::sampleStates);

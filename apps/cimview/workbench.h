@@ -47,7 +47,7 @@ public:
     /// With an empty `logFile`, the gateway generates traffic. To be called at most once.
     Failure simulate(const QString& logFile);
     CEmbeddedSim& sim() { return m_sim; }
-    /// Starts a scan of the network, unless a scan is running. An event reports what prevents it.
+    /// Starts a scan of the network, unless a scan is running. If that fails, an event reports the reason.
     void startScan();
     /// Returns the statistics since the start of the program as a text for the user.
     QString statistics() const;

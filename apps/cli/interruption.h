@@ -6,8 +6,8 @@ namespace vexmor::Apps
 {
 
 /// Emits a signal from the event loop at the first SIGINT (Ctrl-C), SIGTERM or SIGHUP (closed terminal; ignored under
-/// nohup). A second one of these ends the program at once. Only one object may exist at a time, in the main thread,
-/// created after QCoreApplication.
+/// nohup). A second signal ends the program at once. Only one object may exist at a time, in the main thread, created
+/// after QCoreApplication.
 class CInterruption : public QObject
 {
     Q_OBJECT

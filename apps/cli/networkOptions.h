@@ -26,7 +26,7 @@ struct SAllowedNetworks {
 
 /// An address to listen on.
 struct SListenAddress {
-    QHostAddress address; ///< Null: none was given.
+    QHostAddress address; ///< The address; null when none was given.
     quint16 port = 0;
 
     bool isGiven() const { return !address.isNull(); }

@@ -32,13 +32,13 @@ QString valueOf(const std::string& typed)
     return text;
 }
 
-// The functions below format the help. Otherwise it would differ between versions of the parser, and packaging/fromHelp
-// could not read it.
+// The functions below format the help. Without them, the help would differ between versions of the parser, and
+// packaging/fromHelp could not read it.
 constexpr std::size_t TEXT_COLUMN = 30;
 constexpr std::size_t COLUMNS = 80;
 
 /// Returns the text in lines of at most 80 columns, broken between words. All lines except the first are indented by
-/// this number of blanks. Lines that begin with a blank are not changed.
+/// `indent` blanks. Lines that begin with a blank are not changed.
 std::string wrapped(const std::string& text, std::size_t indent = 0)
 {
     std::string result;
@@ -65,8 +65,8 @@ std::string wrapped(const std::string& text, std::size_t indent = 0)
     return result;
 }
 
-/// Returns an option or command and, from TEXT_COLUMN on, its description; the description has a line of its own if
-/// there is no room in the first.
+/// Returns an option or command and, from TEXT_COLUMN on, its description; the description begins on a line of its own
+/// if the first line has no room for it.
 std::string helpLine(const std::string& typed, const std::string& text)
 {
     const std::string left = "  " + typed;
@@ -83,7 +83,7 @@ bool takesSeveral(const CLI::Option& option)
 std::string typedOf(const CLI::Option& option)
 {
     std::string text = option.get_name(option.get_positional(), !option.get_positional());
-    if (option.get_items_expected_max() > 0) { // not a flag
+    if (option.get_items_expected_max() > 0) { // the option is not a flag
         const std::string type = option.get_type_name();
         const std::string value = option.get_default_str();
         text += (type.empty() ? "" : " " + type) + (value.empty() ? "" : "=" + value);
@@ -140,7 +140,7 @@ std::string helpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
     return text + (app->get_footer().empty() ? "" : '\n' + wrapped(app->get_footer()));
 }
 
-/// Replaces yes and no, in one of their usual forms, by "true" and "false". Returns false for any other text.
+/// Replaces a text for yes or no, such as "on" or "0", by "true" or "false". Returns false for any other text.
 bool readAnswer(std::string& text)
 {
     static const std::map<std::string, std::string> ANSWERS = {{"true", "true"}, {"yes", "true"},   {"on", "true"},
@@ -158,7 +158,7 @@ CLI::Validator isAnswer()
     return CLI::Validator(read, "");
 }
 
-/// Reads files of options. The parser itself would take an empty value of a flag for yes.
+/// Reads files of options. The parser itself would accept a flag with an empty value as yes.
 class COptionFile : public CLI::ConfigTOML
 {
 public:
@@ -200,7 +200,7 @@ std::optional<int> CCommandLine::parse(int argc, char** argv, const std::functio
     }
     try {
         m_app->parse(argc, argv);
-    } catch (const CLI::Success& wanted) { // --help, --version
+    } catch (const CLI::Success& wanted) { // --help or --version was given
         m_app->exit(wanted);
         return eDone;
     } catch (const CLI::Error& error) {
@@ -258,7 +258,7 @@ COption COption::check(const std::function<Failure(const QString&)>& read) const
         const Failure failure = read(textOf(text));
         return failure ? failure->text.toStdString() : std::string();
     };
-    return m_option->transform(CLI::Validator(fault, "")); // runs before those that were added earlier
+    return m_option->transform(CLI::Validator(fault, "")); // this check runs before the checks that were added earlier
 }
 
 COption COption::address() const
@@ -331,7 +331,7 @@ COption addWhole(CLI::App& app, const std::string& names, int& value, int lowest
 COption addNumber(CLI::App& app, const std::string& names, double& value, double lowest, double highest,
                   const std::string& help, const std::string& type)
 {
-    const auto check = [=](const QString& text) { // CLI::Range accepts "nan"
+    const auto check = [=](const QString& text) { // not CLI::Range, which accepts "nan"
         bool ok = false;
         const double number = text.toDouble(&ok);
         const QString fault = QStringLiteral("must be %1 to %2").arg(lowest, 0, 'g', 9).arg(highest, 0, 'g', 9);

@@ -67,6 +67,7 @@ public:
     COption address() const;
     /// Accepts bit rates of the CAN bus in kbit/s.
     COption bitRate() const;
+    /// Accepts whole numbers in this range.
     COption whole(int lowest, int highest) const;
     /// Accepts one of the choices in any case and replaces the value by it.
     COption oneOf(const std::vector<std::string>& choices) const;

@@ -19,7 +19,7 @@ void keepStandardDescriptors()
 {
     int descriptor = 0;
     do {
-        descriptor = open("/dev/null", O_RDONLY); // gets the lowest free number; writing to it fails
+        descriptor = open("/dev/null", O_RDONLY); // opens the lowest free descriptor, to which writing fails
     } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
     close(descriptor);
 }

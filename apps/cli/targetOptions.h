@@ -13,7 +13,7 @@ namespace vexmor::Apps
 
 /// The gateways that the user named on the command line.
 struct STargetOptions {
-    QStringList texts; ///< The TARGET texts.
+    QStringList texts; ///< The texts that the user gave for TARGET or TARGETS.
     Settings settings; ///< Settings from options; not allowed for a stored interface.
 
     enum class ENumber { eOne, eSeveral, eAny };

@@ -15,7 +15,7 @@ inline std::int64_t microsecondsNow()
     return std::max<std::int64_t>(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count(), 0);
 }
 
-/// Returns the present time in seconds since the epoch, the form of JSON objects.
+/// Returns the present time in seconds since the epoch, the unit in JSON objects.
 inline double secondsNow()
 {
     return static_cast<double>(microsecondsNow()) / 1e6;

@@ -6,7 +6,7 @@ namespace vexmor::Apps
 {
 namespace
 {
-constexpr int GENERATED_RATE = 200; ///< Messages per second.
+constexpr int GENERATED_RATE = 200; ///< Rate of the generated traffic, in messages per second.
 }
 
 CEmbeddedSim::CEmbeddedSim() : m_gateway(m_bus), m_generator(m_bus), m_replay(m_bus)

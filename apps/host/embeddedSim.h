@@ -14,7 +14,7 @@ namespace vexmor::Apps
 {
 
 /// A simulated gateway inside this program, on 127.0.0.1 and a port that the system chooses. Its bus has generated
-/// traffic, or that of a log. Messages that are sent to it come back. It lives in the main thread.
+/// traffic, or the traffic of a log. Messages that a host sends are sent back to it. It lives in the main thread.
 class CEmbeddedSim : public QObject
 {
     Q_OBJECT

@@ -10,7 +10,8 @@ namespace
 {
 const QString PORT_TEXT = QStringLiteral("IP=");
 
-/// Returns the parts between colons. The first is the address without leading zeros, or empty if it is invalid.
+/// Returns the parts of an address text between its colons. The first part is the address without leading zeros, or
+/// empty if it is invalid.
 QStringList partsOf(const QString& text)
 {
     const int start = text.startsWith(PORT_TEXT) ? PORT_TEXT.size() : 0;
@@ -55,7 +56,7 @@ QString plainAddress(const QString& typed)
     for (QString& number : numbers) {
         bool ok = false;
         const unsigned int value = number.toUInt(&ok);
-        // toUInt also accepts blanks and signs.
+        // The first and the last character are checked, because toUInt also accepts blanks and signs.
         if (!ok || value > 0xFF || !number.front().isDigit() || !number.back().isDigit()) {
             return {};
         }

@@ -12,7 +12,7 @@ namespace vexmor::Apps
 /// read octal numbers, and short forms like "10.1".)
 QString plainAddress(const QString& typed);
 
-/// Returns whether a text begins with an address, in either form of `readAddress`.
+/// Returns whether a text begins with an address, in one of the two forms that `readAddress` reads.
 bool isAddress(const QString& text);
 
 /// Reads ADDRESS[:PORT][:TCP|:UDP], or a port text like IP=192.168.1.70:30000:TCP, and returns the settings `present`

@@ -23,7 +23,7 @@ CHostedInterface::CHostedInterface(std::unique_ptr<Cim::CCanInterface> canInterf
     m_canInterface->setCommonInfo(info);
     m_canInterface->setParent(this);
     m_canInterface->setSpyHandler(&CHostedInterface::spy);
-    // Connected by name, because only the plugin knows the class that has the signal.
+    // Connects by name, because only the plugin knows the class that has the signal.
     connect(m_canInterface.get(), SIGNAL(interfaceError(int)), this, SIGNAL(errorRaised(int)));
 }
 
@@ -49,8 +49,8 @@ QString titleOf(const QString& errorText)
 const SInterfaceStatus& CHostedInterface::updateStatus()
 {
     const SInterfaceStatus now = readStatus();
-    const bool isUnheard = now.connection == EConnection::eOpen || now.connection == EConnection::eSilent;
-    if (!isUnheard || m_canInterface->property("Protocol").toString() != QLatin1String("UDP")) {
+    const bool isUnanswered = now.connection == EConnection::eOpen || now.connection == EConnection::eSilent;
+    if (!isUnanswered || m_canInterface->property("Protocol").toString() != QLatin1String("UDP")) {
         m_nextRequest = QDeadlineTimer();
     } else if (!m_status.hasLink()) {
         m_nextRequest.setRemainingTime(REPEAT_MS); // opening has just sent the requests

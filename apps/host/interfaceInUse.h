@@ -55,7 +55,7 @@ public:
 
     /// Closes and deletes an interface, and waits up to `milliseconds` until the gateway is free for the next
     /// connection. An interface that is being opened needs up to a second more. Records may still arrive in the mailbox
-    /// meanwhile.
+    /// while it waits.
     static void close(std::unique_ptr<CInterfaceInUse> interface, unsigned long milliseconds);
     /// Closes all interfaces of this program and waits for their threads, up to a second if one is being opened. It is
     /// called when the application object ends; a program that unloads plugins calls it before that.

@@ -33,7 +33,7 @@ bool setParameter(Cim::CCanInterface& canInterface, const QByteArray& property, 
     }
 }
 
-/// Returns a value as in the store, where flags are numbers.
+/// Returns the text of a value as the store has it: a flag is a number there.
 QString textOf(const QVariant& value)
 {
     return value.userType() == QMetaType::Bool ? QString::number(value.toInt()) : value.toString();

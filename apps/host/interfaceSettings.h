@@ -14,7 +14,7 @@ class CCanInterface;
 namespace vexmor::Apps
 {
 
-/// Keys of the settings store: those that the programs use.
+/// Keys of the settings store that the programs use.
 namespace StoreKey
 {
 inline const QLatin1String PLUGIN_NAME("PluginName");
@@ -25,15 +25,15 @@ inline const QLatin1String INTERFACE_ID("InterfaceId"); // MAC address
 inline const QLatin1String HOSTNAME("Hostname");
 inline const QLatin1String ADDRESS("IP-Address");
 inline const QLatin1String PORT("Port");
-inline const QLatin1String PROTOCOL("Protocol"); // TCP, UDP
-inline const QLatin1String SERVICE("Service");   // SERVER, CLIENT
+inline const QLatin1String PROTOCOL("Protocol"); // TCP or UDP
+inline const QLatin1String SERVICE("Service");   // SERVER or CLIENT
 inline const QLatin1String LOCAL_ADDRESS("Local-IP-Address");
-inline const QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0, 1
-inline const QLatin1String POLL_TIME("BusloadPollTime");           // ms
-inline const QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // ms
-inline const QLatin1String BAUDRATE("CanBaudrate");                // kbit/s
+inline const QLatin1String UDP_BIND_ANY("UdpBindAnyIp");           // 0 or 1
+inline const QLatin1String POLL_TIME("BusloadPollTime");           // in ms
+inline const QLatin1String MEASURE_TIME("BusloadMeasureInterval"); // in ms
+inline const QLatin1String BAUDRATE("CanBaudrate");                // in kbit/s
 inline const QLatin1String FIRMWARE_VERSION("FirmwareVersion");
-inline const QLatin1String SCANABLE("Scanable"); // true, false
+inline const QLatin1String SCANABLE("Scanable"); // true or false
 /// The keys of parameters, which are properties of the interface.
 inline const QLatin1String PARAMETERS[] = {HOSTNAME,  ADDRESS,       PORT,         PROTOCOL,
                                            SERVICE,   LOCAL_ADDRESS, UDP_BIND_ANY, QLatin1String("AutoIpUpdate"),

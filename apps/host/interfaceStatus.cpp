@@ -10,7 +10,7 @@ namespace vexmor::Apps
 namespace
 {
 constexpr std::int64_t SILENT_POLLS = 3;
-constexpr std::int64_t SHORTEST_POLL_MS = 100; ///< Used by interfaces for a poll time of 0.
+constexpr std::int64_t SHORTEST_POLL_MS = 100; ///< Poll time that interfaces use instead of 0.
 } // namespace
 
 EConnection connectionOf(const SEvidence& evidence)

@@ -36,7 +36,7 @@ struct SInterfaceStatus {
     using Clock = std::chrono::steady_clock;
 
     EConnection connection = EConnection::eClosed;
-    unsigned losses = 0; ///< Number of link losses since the opening, including those regained at once.
+    unsigned losses = 0; ///< Number of link losses since the opening, including links that were regained at once.
     int code = 0;        ///< Result code of the last attempt to open; 0 after success and before the first.
     QString reason;      ///< Why the link is down or opening failed, as a line for the user; else empty.
     std::optional<Clock::time_point> lastFrame; ///< Arrival of the last valid frame; empty before the first.

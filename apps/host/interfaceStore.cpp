@@ -18,7 +18,8 @@ namespace vexmor::Apps
 namespace
 {
 const QString GROUP = QStringLiteral("CanInterfaces");
-/// Longer than the 30 s after which Qt takes over an incomplete lock of a program that was killed.
+/// Maximum wait for the lock: longer than the 30 s after which Qt takes over an incomplete lock of a program that was
+/// killed.
 constexpr int LOCK_WAIT_MS = 60'000;
 constexpr unsigned long LOCK_RETRY_MS = 10;
 constexpr int ATTEMPTS = 3;
@@ -125,8 +126,8 @@ Failure CInterfaceStore::load(Cim::CCanInterface& canInterface, const QString& n
 {
     setUniqueName(canInterface, name);
     Failure failure = failureOf(canInterface, canInterface.loadSettings(QString()));
-    // Sets the port text of the description, which another program may have stored with another address: setCommonInfo
-    // with this description would use that address.
+    // Sets the port text of the description anew: another program may have stored it with another address, which a
+    // later setCommonInfo with this description would set.
     canInterface.setProperty("Port", canInterface.property("Port"));
     return failure;
 }
@@ -141,12 +142,13 @@ Failure CInterfaceStore::save(Cim::CCanInterface& canInterface, const QString& n
 
 Failure CInterfaceStore::change(const QStringList& names, const std::function<Failure()>& make)
 {
-    if (!m_settings.isWritable()) { // also creates the folder
+    if (!m_settings.isWritable()) { // this call also creates the folder of the file
         return notWritable();
     }
     QLockFile lock(m_settings.fileName() + QStringLiteral(".saving"));
     const QDeadlineTimer deadline(LOCK_WAIT_MS);
-    while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) { // its own pauses grow to seconds
+    // tryLock is called without a wait, because its own pauses grow to seconds.
+    while (!lock.tryLock(0) && lock.error() == QLockFile::LockFailedError) {
         if (deadline.hasExpired()) {
             return SProblem{Words::tr("other programs keep the settings store %1 locked").arg(m_settings.fileName())};
         }
@@ -163,13 +165,13 @@ Failure CInterfaceStore::change(const QStringList& names, const std::function<Fa
         if (Failure failure = make()) {
             return failure;
         }
-        const QList<Settings> meant = stored();
+        const QList<Settings> expected = stored();
         m_settings.sync();
         if (!m_settings.isWritable() || m_settings.status() != QSettings::NoError) {
             return notWritable();
         }
         readAnew();
-        if (stored() == meant) {
+        if (stored() == expected) {
             return {};
         }
     }

@@ -45,9 +45,9 @@ public:
     Failure save(Cim::CCanInterface& canInterface, const QString& name);
 
 private:
-    /// Makes a change to these interfaces under the lock and writes everything that was changed, also through other
-    /// QSettings objects of this program. It repeats the change, a few times, when the QSettings of another program has
-    /// overwritten it.
+    /// Calls `make`, which changes the interfaces `names`, under the lock, and writes everything that was changed, also
+    /// through other QSettings objects of this program. Repeats this a few times when the QSettings of another program
+    /// has overwritten the change.
     Failure change(const QStringList& names, const std::function<Failure()>& make);
     /// Reads the file, whether or not QSettings sees a change. QSettings notices a change by size and time of the file,
     /// and misses one of equal size within a tick of the file system's clock; therefore this sets a new time first.

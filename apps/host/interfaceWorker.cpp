@@ -40,7 +40,7 @@ std::shared_ptr<CInterfaceWorker> CInterfaceWorker::start(std::unique_ptr<Cim::C
     const std::lock_guard<std::mutex> guard(s_mutex);
     s_workers.remove_if([](const auto& worker) { return worker->wait(0); });
     s_workers.emplace_back(new CInterfaceWorker(std::move(canInterface), std::move(mailbox), source, opening));
-    qRemovePostRoutine(&CInterfaceWorker::endAll); // registered once only
+    qRemovePostRoutine(&CInterfaceWorker::endAll); // removed first, so that it is registered only once
     qAddPostRoutine(&CInterfaceWorker::endAll);
     return s_workers.back();
 }
@@ -75,7 +75,8 @@ CInterfaceWorker::CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterf
     moveToThread(&m_thread);
     m_thread.start();
     QMetaObject::invokeMethod(this, [this] {
-        // The event loop emits this signal when it has processed all data that arrived in one turn.
+        // The event loop emits this signal when it has processed all data of a turn: the records are delivered
+        // together.
         connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
                 &CInterfaceWorker::handOver);
         open();
@@ -119,7 +120,7 @@ void CInterfaceWorker::reset()
 {
     enqueue([this] {
         constexpr int CHECK_CONNECTION = 1;
-        if (can().resetCommunication(CHECK_CONNECTION) == Cim::RC_OK) {
+        if (canInterface().resetCommunication(CHECK_CONNECTION) == Cim::RC_OK) {
             Q_EMIT wasReset();
         }
     });
@@ -139,7 +140,7 @@ void CInterfaceWorker::end()
         m_pollTimer.stop();
         m_retryTimer.stop();
         handOver();
-        can().closeCommunication();
+        canInterface().closeCommunication();
         m_thread.quit();
     });
 }
@@ -151,7 +152,8 @@ SInterfaceStatus CInterfaceWorker::takeStatus()
     return m_status;
 }
 
-/// Executes a command in the thread of the interface, in order, and not while the interface is being opened.
+/// Executes commands in the thread of the interface, in the order of the calls, and not while the interface is being
+/// opened.
 void CInterfaceWorker::enqueue(const std::function<void()>& command)
 {
     QMetaObject::invokeMethod(this, [=] {
@@ -169,11 +171,11 @@ void CInterfaceWorker::enqueue(const std::function<void()>& command)
 void CInterfaceWorker::open()
 {
     m_isOpening = true;
-    int code = can().openCommunication(); // processes events
+    int code = canInterface().openCommunication(); // this call processes events
     while (code == Cim::RC_TCP_CONNECT_FAILED && Clock::now() - s_lastClose.load() < RELEASE_TIME &&
            !m_thread.isInterruptionRequested()) {
         QThread::msleep(RELEASE_RETRY_MS);
-        code = can().openCommunication();
+        code = canInterface().openCommunication();
     }
     m_isOpening = false;
     onOpened(code);
@@ -195,7 +197,7 @@ void CInterfaceWorker::onOpened(int code)
     SInterfaceStatus status = m_status;
     status.connection = triesAgain ? EConnection::eLost : EConnection::eClosed;
     status.code = code;
-    status.reason = can().errorCodeToString(code);
+    status.reason = canInterface().errorCodeToString(code);
     publish(status);
     if (triesAgain) {
         m_retryTimer.start(RETRY_MS);
@@ -205,12 +207,12 @@ void CInterfaceWorker::onOpened(int code)
 void CInterfaceWorker::updateStatus()
 {
     const SInterfaceStatus& status = m_hosted->updateStatus();
-    if (status.hasLink() || (!m_isOpening && can().isOpened())) { // otherwise `onOpened` publishes the outcome
+    if (status.hasLink() || (!m_isOpening && canInterface().isOpened())) { // otherwise `onOpened` publishes the outcome
         publish(status);
     }
 }
 
-/// Stores a status for the owner, who is notified once until it takes the status.
+/// Stores a status for the owner. The owner is notified once, and again only after it has taken the status.
 void CInterfaceWorker::publish(SInterfaceStatus status)
 {
     status.losses = m_losses;

@@ -31,7 +31,7 @@ public:
                                                    CInterfaceInUse::EOpening opening);
     static void endAll();
 
-    // From any thread.
+    // The following functions may be called from any thread.
     bool send(const Cim::CCanMessage& message);
     void setCyclic(int key, const Cim::CCanMessage& message, int milliseconds);
     void reset();
@@ -49,10 +49,10 @@ Q_SIGNALS:
 private:
     CInterfaceWorker(std::unique_ptr<Cim::CCanInterface> canInterface, std::shared_ptr<CMailbox> mailbox,
                      std::uint16_t source, CInterfaceInUse::EOpening opening);
-    Cim::CCanInterface& can() { return m_hosted->canInterface(); }
+    Cim::CCanInterface& canInterface() { return m_hosted->canInterface(); }
     void enqueue(const std::function<void()>& command);
 
-    // In the thread of the interface.
+    // The following functions run in the thread of the interface.
     void open();
     void onOpened(int code);
     void updateStatus();
@@ -74,7 +74,7 @@ private:
     QTimer m_retryTimer; ///< Pause before the next attempt to open.
     std::map<int, std::unique_ptr<QTimer>> m_cyclic; ///< Timers of cyclic messages by key.
     std::vector<SBusRecord> m_batch;                 ///< Records of this turn of the event loop.
-    unsigned m_losses = 0;                           ///< Number of link losses.
+    unsigned m_losses = 0;                           ///< Number of link losses since the start.
     std::int64_t m_lastTime = 0;                     ///< Time of the last record.
 
     std::mutex m_mutex; ///< Guards the three members below, which both threads use.

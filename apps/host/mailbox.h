@@ -57,8 +57,8 @@ public:
 
     void post(const std::vector<SBusRecord>& records);
     void postError(const SErrorRecord& error);
-    /// Replaces the content of `delivery` by that of the mailbox, which is then empty. The memory of `delivery` is
-    /// reused.
+    /// Replaces the content of `delivery` by the content of the mailbox, which is then empty. The memory of `delivery`
+    /// is reused.
     void take(SDelivery& delivery);
 
 Q_SIGNALS:

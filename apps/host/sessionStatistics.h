@@ -37,10 +37,10 @@ private:
         std::uint64_t sent = 0;
         std::uint64_t refused = 0;
         std::int64_t second = 0;    ///< Second of the last message, since the epoch.
-        std::uint64_t inSecond = 0; ///< Messages in that second.
+        std::uint64_t inSecond = 0; ///< Number of messages in `second`.
         std::uint64_t peak = 0;     ///< Greatest number of messages in a second.
         std::uint64_t loads = 0;    ///< Number of samples with a known load.
-        std::uint64_t loadSum = 0;  ///< Sum of these loads, in percent.
+        std::uint64_t loadSum = 0;  ///< Sum of the known loads, in percent.
         int loadPeak = 0;
         std::map<int, std::uint64_t> errors; ///< Count of each error, by its number.
     };
@@ -48,7 +48,7 @@ private:
 
     std::int64_t m_start;
     std::uint64_t m_lost = 0;
-    std::map<std::uint16_t, SCounts> m_counts; ///< Counts of each interface.
+    std::map<std::uint16_t, SCounts> m_counts; ///< Counts of each interface, by its number.
 };
 
 } // namespace vexmor::Apps

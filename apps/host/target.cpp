@@ -27,11 +27,11 @@ bool mayBeHostName(const QString& text)
     return FORM.match(text).hasMatch();
 }
 
-/// Returns the text with the host name replaced by the host's address, or by none where it must not be looked up.
-Result<QString> resolved(const QString& text, bool tries)
+/// Returns the text with the host name replaced by the address of the host, or by 0.0.0.0 if `isForUse` is false.
+Result<QString> resolved(const QString& text, bool isForUse)
 {
     const QString host = text.section(QLatin1Char(':'), 0, 0);
-    if (!tries) {
+    if (!isForUse) {
         return NO_ADDRESS + text.mid(host.size());
     }
     const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
@@ -46,7 +46,8 @@ Result<QString> resolved(const QString& text, bool tries)
 
 CTarget::CTarget(std::vector<SPlugin> plugins, QString name) : m_plugins(std::move(plugins)), m_name(std::move(name)) {}
 
-Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings, bool tries)
+Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings,
+                              bool isForUse)
 {
     CTarget target(std::move(plugins), text);
     CInterfaceStore store;
@@ -60,7 +61,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
                                   .arg(text, settings.firstKey()));
         }
         target.m_settings = store.settings(text);
-    } else if (isSimTarget(text) && !tries) {
+    } else if (isSimTarget(text) && !isForUse) {
         target.m_settings = *readAddress(NO_ADDRESS, settings);
     } else if (isSimTarget(text)) {
         target.m_sim = std::make_shared<CEmbeddedSim>();
@@ -74,7 +75,7 @@ Result<CTarget> CTarget::find(std::vector<SPlugin> plugins, const QString& text,
             target.m_settings.insert(StoreKey::BAUDRATE, QString::number(target.m_sim->bus().baudrate()));
         }
     } else if (isAddress(text) || mayBeHostName(text)) {
-        auto address = isAddress(text) ? Result<QString>(text) : resolved(text, tries);
+        auto address = isAddress(text) ? Result<QString>(text) : resolved(text, isForUse);
         auto read = address ? readAddress(*address, settings) : address.problem();
         if (!read) {
             return read.problem();

@@ -25,11 +25,12 @@ class CEmbeddedSim;
 class CTarget
 {
 public:
-    /// Finds the gateway for a text. Fails when the text is none of these, when a host name is unknown, when `settings`
-    /// contradict the text, or when a simulated gateway cannot start. With `tries` false, no simulated gateway is
-    /// started and no host name is looked up: the address is then 0.0.0.0 in both cases.
+    /// Finds the gateway for a text. Fails when the text has none of the forms above, when a host name is unknown, when
+    /// `settings` contradict the text, or when a simulated gateway cannot start. If `isForUse` is false, because only
+    /// the text is to be checked, no simulated gateway is started and no host name is looked up: the address is then
+    /// 0.0.0.0 in both cases.
     static Result<CTarget> find(std::vector<SPlugin> plugins, const QString& text, const Settings& settings,
-                                bool tries = true);
+                                bool isForUse = true);
 
     /// Returns a new, closed interface for the gateway. Fails when the plugin is missing or refuses the settings.
     Result<std::unique_ptr<Cim::CCanInterface>> makeInterface() const;

@@ -11,8 +11,8 @@ namespace vexmor::Apps
 {
 namespace
 {
-/// Returns whether the locale is C, so that texts stay English whatever LANGUAGE says: scripts that read the output set
-/// LC_ALL=C.
+/// Returns whether the locale is C, so that texts stay English whatever the value of LANGUAGE: scripts that read the
+/// output set LC_ALL=C.
 bool isUntranslatedLocale()
 {
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
@@ -41,7 +41,7 @@ bool installCatalog(QCoreApplication& application, const QString& catalog, const
                                folderOfQt()};
     auto translator = std::make_unique<QTranslator>();
     for (const QString& folder : folders) {
-        if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // finds de for de_AT, too
+        if (translator->load(catalog + QLatin1Char('_') + language, folder)) { // for de_AT, also finds de
             QCoreApplication::installTranslator(translator.get());
             translator.release()->setParent(&application);
             return true;

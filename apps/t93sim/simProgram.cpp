@@ -74,13 +74,14 @@ QString nameOf(int command)
     return QLatin1String(NAMES.value(command, "unknown"));
 }
 
-/// Prints one line at once, also into a pipe, because scripts wait for it. Ends the program when it cannot be written.
+/// Prints one line at once, also into a pipe, because scripts wait for lines. Ends the program when the line cannot be
+/// written.
 void print(const QString& line)
 {
     std::printf("%s\n", qPrintable(line));
     if (!flushOutput()) {
         QTimer::singleShot(0, QCoreApplication::instance(),
-                           &QCoreApplication::quit); // posted, because the event loop may not run yet
+                           &QCoreApplication::quit); // from the event loop, which may not run yet
     }
 }
 } // namespace
@@ -147,10 +148,10 @@ Failure CSimProgram::start()
     if (failure) {
         return failure;
     }
-    const auto finishInOrder = [this] { finish(eDone); };
-    connect(new CInterruption(this), &CInterruption::interrupted, this, finishInOrder);
+    const auto finishNormally = [this] { finish(eDone); };
+    connect(new CInterruption(this), &CInterruption::interrupted, this, finishNormally);
     if (m_options.seconds > 0) {
-        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, finishInOrder);
+        QTimer::singleShot(static_cast<int>(m_options.seconds * 1000), this, finishNormally);
     }
     if (m_options.startNow) {
         startTraffic();
@@ -217,7 +218,7 @@ std::unique_ptr<CSimGateway> CSimProgram::makeGateway(int number)
     }
     connect(gateway, &CSimGateway::messageReceived, this, [this] { ++m_fromHosts; });
     connect(gateway, &CSimGateway::requestReceived, this, [this, name](int command, const QByteArray& payload) {
-        startTraffic(); // with the first request, when a host is connected and receives
+        startTraffic(); // a host that sends a request is connected and can receive
         if (m_options.verbose) {
             const QByteArray bytes = QByteArray(1, static_cast<char>(command)).append(payload).toHex(' ');
             print(name + QStringLiteral("command %1 (%2)").arg(QString::fromLatin1(bytes), nameOf(command)));

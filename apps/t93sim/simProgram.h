@@ -56,8 +56,9 @@ struct SSimOptions {
     static std::optional<Sim::SSimEndpoint> readEndpoint(const QString& text);
 };
 
-/// The gateways of one run of t93sim, their bus and its traffic. The application ends with a summary: after a signal,
-/// at a log line that was damaged since the start, or when the output cannot be written.
+/// The gateways of one run of t93sim, their bus and its traffic. The application ends with a summary after the
+/// requested time, after a signal, or at a log line that became invalid after the start; it ends without one when the
+/// output cannot be written.
 class CSimProgram : public QObject
 {
     Q_OBJECT

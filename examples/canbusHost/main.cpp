@@ -11,7 +11,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
-    QString error = QStringLiteral("usage: canbusHost BACKEND DEVICE"); // for example: t93canbus 192.168.1.70
+    QString error = QStringLiteral("usage: canbusHost BACKEND DEVICE"); // such as canbusHost t93canbus 192.168.1.70
     const std::unique_ptr<QCanBusDevice> device(argc == 3 ? QCanBus::instance()->createDevice(argv[1], argv[2], &error)
                                                           : nullptr);
     if (!device) {

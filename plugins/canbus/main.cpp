@@ -26,7 +26,7 @@ Result<Cim::CCanInterfacePlugin*> loadPlugin()
     return plugin != nullptr ? Result<Cim::CCanInterfacePlugin*>(plugin) : SProblem{loader.errorString()};
 }
 
-/// The settings store of cimctl and cimview, in programs of any name.
+/// The settings store of cimctl and cimview, whatever the program that uses this backend is called.
 struct SStore : Apps::CInterfaceStore {
     SStore() : CInterfaceStore(QStringLiteral("Vexmor"), QStringLiteral("Cim")) {}
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-// Adapts the API of Qt SerialBus 5.15 to that of Qt 6, for which the backend is written.
+// Adapts the API of Qt SerialBus 5.15 to the API of Qt 6, for which the backend is written.
 
 #include <QCanBusDevice>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
@@ -18,7 +18,7 @@ namespace vexmor::CanBus
 
 using ConfigurationKey = int;
 
-/// Provides the virtual functions of Qt 6 that Qt 5 does not have, or has as functions to be set.
+/// Provides the virtual functions of Qt 6 that Qt 5 does not have, or for which it calls functions that are set.
 class CSerialBusDevice : public QCanBusDevice
 {
 public:

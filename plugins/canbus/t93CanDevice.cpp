@@ -16,16 +16,16 @@ namespace
 {
 using Device = QCanBusDevice;
 
-/// Frames that may wait to be sent: one second of a full bus.
+/// Maximum number of frames that wait to be sent: one second of a full bus.
 constexpr int SEND_LIMIT = 9'000;
 constexpr unsigned long END_WAIT_MS = 100;
-/// Received frames that may wait for this thread.
+/// Maximum number of received frames that wait for the thread of the device.
 constexpr std::size_t MAILBOX_LIMIT = 100'000;
 
 /// The meaning of an interface error for users of QCanBus.
 struct SMeaning {
     Device::CanBusError error;
-    Device::CanBusStatus busStatus = Device::CanBusStatus::Unknown; ///< Bus status that follows from it.
+    Device::CanBusStatus busStatus = Device::CanBusStatus::Unknown; ///< Bus status that follows from the error.
 };
 const SMeaning MEANINGS[] = {
     {Device::ConnectionError},                             // IE_TCP_CONNECTION_LOST
@@ -42,20 +42,21 @@ const SMeaning MEANINGS[] = {
     {Device::WriteError},                                  // IE_TCP_BUFFER_OVERFLOW
 };
 
-/// Removes one line from the program's log: the library warns when it is opened without a bit rate, which is intended
-/// here. All other lines are passed to the program's own handler. The filter stays until this library is unloaded.
+/// Removes one line from the program's log: the warning of the library when an interface is opened without a bit rate,
+/// which is intended here. All other lines are passed to the program's own handler. The filter stays until this library
+/// is unloaded.
 class CLogFilter
 {
 public:
     CLogFilter()
     {
-        s_next = qInstallMessageHandler(nullptr); // before `filter` is installed, which needs it in any thread
+        s_next = qInstallMessageHandler(nullptr); // set first, because any thread may call `filter` once installed
         qInstallMessageHandler(filter);
     }
     ~CLogFilter()
     {
         const QtMessageHandler last = qInstallMessageHandler(s_next);
-        if (last != filter) { // the program has installed another handler since
+        if (last != filter) { // the program has installed another handler since then, which must stay
             qInstallMessageHandler(last);
         }
     }
@@ -166,12 +167,12 @@ bool CT93CanDevice::open()
 
 void CT93CanDevice::close()
 {
-    leave();
+    closeInterface();
     m_busStatus = CanBusStatus::Unknown;
     setState(UnconnectedState);
 }
 
-void CT93CanDevice::leave()
+void CT93CanDevice::closeInterface()
 {
     delete m_opening;
     if (m_interface) { // waits until the gateway is free for the next connection
@@ -221,7 +222,7 @@ void CT93CanDevice::onStatus()
         m_busStatus = CanBusStatus::Good;
         setState(ConnectedState);
     } else if (status.connection == Apps::EConnection::eSilent) {
-        m_busStatus = CanBusStatus::Good; // for the next frame, since the gateway may have been restarted
+        m_busStatus = CanBusStatus::Good; // assumed when frames arrive again, since the gateway may have been restarted
     } else if (status.connection == Apps::EConnection::eClosed) {
         const QPointer<QObject> opening = m_opening;
         setError(status.reason, status.code == Cim::RC_TCP_CONNECT_FAILED ? ConnectionError : ConfigurationError);
@@ -306,7 +307,7 @@ void CT93CanDevice::takeError(int error, const QPointer<QObject>& opening)
         m_busStatus = meaning.busStatus;
     }
     setError(m_model->interfaceErrorToString(error).trimmed(), meaning.error);
-    // A slot of the host may have run the event loop, in which the link was regained or the device closed.
+    // A slot of the host may have run the event loop, so the link may be regained or the device closed by now.
     if (opening && m_isLost) {
         setState(ConnectingState);
     }

@@ -30,9 +30,10 @@ class CT93CanDevice : public CSerialBusDevice
     Q_PROPERTY(QString connection READ connection)
 
 public:
-    /// Takes over a closed interface of the calling thread. BitRateKey gets its bit rate, if it has one.
+    /// Takes over a closed interface of the calling thread. Sets BitRateKey to the bit rate of the interface, if it has
+    /// one.
     explicit CT93CanDevice(std::unique_ptr<Cim::CCanInterface> model);
-    ~CT93CanDevice() override { leave(); }
+    ~CT93CanDevice() override { closeInterface(); }
 
     /// Returns the device information for a gateway.
     static QCanBusDeviceInfo infoOf(const QString& name, const QString& interfaceId, const QString& description);
@@ -55,7 +56,8 @@ protected:
 private:
     Apps::SInterfaceStatus status() const { return m_interface ? m_interface->status() : Apps::SInterfaceStatus(); }
     QString refusalOf(const QCanBusFrame& frame) const;
-    void leave();
+    /// Closes the interface of this opening, and waits until the gateway is free for the next connection.
+    void closeInterface();
 
     // Handlers of what the interface reports. They emit signals, whose slots may close, reopen or delete the device;
     // `opening`, a copy of `m_opening` on the stack, is null afterwards.
@@ -66,9 +68,9 @@ private:
     void takeError(int error, const QPointer<QObject>& opening);
 
     const std::unique_ptr<Cim::CCanInterface> m_model;  ///< A child that stays closed and is cloned for each opening.
-    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< Mailbox of this opening.
+    std::shared_ptr<Apps::CMailbox> m_mailbox;          ///< Mailbox of the present opening.
     std::unique_ptr<Apps::CInterfaceInUse> m_interface; ///< The interface in use; null while unconnected.
-    QPointer<QObject> m_opening; ///< A child for the connections of this opening, deleted with it.
+    QPointer<QObject> m_opening; ///< A child, the context of all connections of this opening; deleted at its end.
     bool m_isLost = false;       ///< Whether the link was lost and is being regained.
     CanBusStatus m_busStatus = CanBusStatus::Unknown;
     int m_receiveLimit = 100'000;

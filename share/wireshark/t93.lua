@@ -14,7 +14,7 @@ end
 local BIT_RATES = { [0x02] = "50 kbit/s", [0xFE] = "100 kbit/s", [0x03] = "125 kbit/s", [0x04] = "250 kbit/s",
     [0x05] = "500 kbit/s", [0x07] = "1000 kbit/s" }
 local STATUS_FLAGS = { "CAN buffer overflow", "CAN transmit timeout", "CAN error counter overflow", "CAN bus off",
-    "TCP syntax error", "TCP format error", "TCP buffer overflow" } -- lowest bit first
+    "TCP syntax error", "TCP format error", "TCP buffer overflow" } -- the flag of the lowest bit first
 local COMMANDS = { [0x00] = "CAN message", [0x01] = "CAN message, time stamp", [0x02] = "CAN message, 29 bit",
     [0x03] = "CAN message, 29 bit, time stamp", [0x40] = "Identification", [0x41] = "Firmware version",
     [0x42] = "Status", [0x43] = "Status", [0x44] = "MAC address", [0x47] = "Bus load", [0x50] = "Report 50",
@@ -41,7 +41,7 @@ local f = {
     interval = ProtoField.uint16("t93.busload.interval", "Measuring interval, ms"),
     bit_rate = ProtoField.uint8("t93.bitrate", "CAN bit rate", base.HEX, BIT_RATES),
 }
-for index, flag in ipairs(STATUS_FLAGS) do -- t93.status.can_bus_off
+for index, flag in ipairs(STATUS_FLAGS) do -- makes fields such as t93.status.can_bus_off
     f[flag] = ProtoField.bool("t93.status." .. flag:lower():gsub(" ", "_"), flag, 8, nil, 2 ^ (index - 1))
 end
 t93.fields = f
@@ -76,7 +76,8 @@ end
 can_message(0x00, 0)
 can_message(0x01, 4)
 
--- For a payload with one value: `count` bytes at offset `at`. `read` returns the value, and its text if that differs.
+-- Defines how a payload with one value is shown: `count` bytes at offset `at`. `read` returns the value, and its text
+-- if it is not the value.
 local function value(command, field, at, count, read)
     SHOW[command] = function(tree, payload, size)
         if size < at + count then return nil end
@@ -111,7 +112,7 @@ SHOW[0x40] = function(tree, payload, size)
 end
 
 -- ---- RM frames: the stream
-local END, AROUND = 0x0D, 4 -- AROUND: start marker, length, checksum, end marker
+local END, AROUND = 0x0D, 4 -- AROUND: bytes of start marker, length, checksum and end marker
 
 local function show_frame(tree, tvb) -- shows the frame at the beginning of tvb; returns its text and size
     local length, command, wanted = tvb(1, 1):uint(), tvb(2, 1):uint(), 0

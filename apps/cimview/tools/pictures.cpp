@@ -1,5 +1,5 @@
-// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, on a simulated gateway that plays LOG, a candump
-// log.
+// cimviewPictures FOLDER [LOG]: takes the pictures of the user guide, with a simulated gateway that plays LOG, a
+// candump log.
 #include "apps/cimview/interfacePanel.h"
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
@@ -27,7 +27,7 @@ constexpr int PATIENCE_MS = 30000;
 constexpr int ENOUGH_MESSAGES = 1000;
 constexpr std::size_t ENOUGH_BUSLOADS = 40;
 constexpr std::uint8_t OVERFLOW_AND_BUS_OFF = 0x09;
-constexpr int ERRORS_OF_STATUS = 4; ///< Two errors on each of two interfaces.
+constexpr int ERRORS_OF_STATUS = 4; ///< Number of errors that the status byte raises: two on each of two interfaces.
 
 /// Processes events until a condition is met. The timers of the window keep each wait short.
 void waitUntil(const char* condition, const std::function<bool()>& isMet)

@@ -25,7 +25,7 @@ public:
     enum class EStore {
         eStored,
         eBecameFull, ///< The message was stored in the last free slot.
-        eRefused     ///< The queue was full.
+        eRefused     ///< The queue was full; the message was not stored.
     };
     enum class ETake { eTaken, eEmpty, eNoQueue };
 
@@ -60,7 +60,7 @@ private:
     std::mutex m_lock; ///< Guards m_ring and the ring, except for slots that were not published.
     std::unique_ptr<SRing> m_ring;
 
-    // Used by the driver's thread only:
+    // The following members are used by the driver's thread only.
     CCanMessage* m_writeSlot = nullptr; ///< Slot of the next message; null while there is no queue.
     std::uint32_t m_unpublished = 0;    ///< Number of messages stored since the last `publish`.
     std::uint32_t m_room = 0;           ///< Free slots at the last `publish`; readers may have freed more since.

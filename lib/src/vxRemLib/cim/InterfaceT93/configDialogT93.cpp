@@ -25,7 +25,7 @@ constexpr int ADDRESS_PARTS = 4;
 constexpr int MAX_ADDRESS_PART = 255;
 constexpr std::uint32_t MIN_BUSLOAD_MS = 100;
 constexpr std::uint32_t MAX_BUSLOAD_MS = 3000;
-constexpr std::uint32_t BAUDRATES[] = {50, 100, 125, 250, 500, 1000}; // kbit/s
+constexpr std::uint32_t BAUDRATES[] = {50, 100, 125, 250, 500, 1000}; // in kbit/s
 constexpr CConfigParamT93::EServiceType SERVICES[] = {CConfigParamT93::eServiceClient, CConfigParamT93::eServiceServer};
 constexpr CCommonInfo::EProtocolType PROTOCOLS[] = {CCommonInfo::eProtocolTcp, CCommonInfo::eProtocolUdp};
 
@@ -46,7 +46,7 @@ private:
         if (event->type() == QEvent::FocusIn) {
             const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
             if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason) {
-                // Delayed, because the edit itself then moves the cursor.
+                // The selection is delayed, because the edit itself moves the cursor after this event.
                 QTimer::singleShot(0, static_cast<QLineEdit*>(watched), &QLineEdit::selectAll);
             }
         }
@@ -76,7 +76,7 @@ QSpinBox* makeBusloadSpin(std::uint32_t milliseconds)
     auto* const spin = new QSpinBox;
     spin->setRange(MIN_BUSLOAD_MS, MAX_BUSLOAD_MS);
     spin->setSingleStep(1);
-    // Limited before the conversion to int, which would make a huge value negative.
+    // The value is limited before the conversion to int, which would make a huge value negative.
     spin->setValue(static_cast<int>(std::clamp(milliseconds, MIN_BUSLOAD_MS, MAX_BUSLOAD_MS)));
     return spin;
 }
@@ -104,7 +104,7 @@ QComboBox* makeBaudrateCombo(std::uint32_t baudrate)
     for (const std::uint32_t entry : BAUDRATES) {
         combo->addItem(QString::number(entry));
     }
-    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // a rate without an entry: an empty field
+    combo->setCurrentIndex(combo->findText(QString::number(baudrate))); // stays empty for a rate without an entry
     return combo;
 }
 
@@ -265,7 +265,7 @@ bool CConfigDialogT93::checkValues()
 
     if (!ok) {
         QMessageBox box(QMessageBox::Warning, QString(), message, QMessageBox::Ok);
-        box.setTextFormat(Qt::PlainText); // the lines contain < and >
+        box.setTextFormat(Qt::PlainText); // otherwise the < and > in the lines might be read as HTML
         // The box closes with the dialog: the caller of the dialog would otherwise wait for the box.
         connect(this, &QDialog::finished, &box, &QDialog::reject);
         connect(this, &QObject::destroyed, &box, &QDialog::reject);

@@ -60,9 +60,9 @@ private:
     /// Appends a line to `message` and clears `ok` if `address` is invalid.
     static void checkIpAddress(const QString& label, const QString& address, QString& message, bool& ok);
 
-    const CConfigParamT93 m_configParam; ///< Initial values.
+    const CConfigParamT93 m_configParam; ///< Values that the dialog shows at first.
 
-    // Owned by the dialog as their parent.
+    // The dialog owns the following objects as their parent.
     QVBoxLayout* m_mainLayout = nullptr;
     QDialogButtonBox* m_buttonBox = nullptr;
     QGridLayout* m_gridLayout = nullptr;

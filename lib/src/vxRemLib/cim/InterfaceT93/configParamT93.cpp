@@ -14,7 +14,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/configParamT93"
 
 constexpr int SERVICE_COUNT = 3;
 const QString SERVICES[SERVICE_COUNT] = {QStringLiteral("CLIENT"), QStringLiteral("SERVER"),
-                                         QStringLiteral("Invalid")}; // by EServiceType
+                                         QStringLiteral("Invalid")}; // in the order of EServiceType
 
 /// Opens a settings group for the lifetime of this object; an empty name opens none.
 class CSettingsGroup
@@ -41,7 +41,7 @@ private:
 };
 
 /// Reads the address stored under a key; without such a key, `address` is unchanged. Returns false, with the stored
-/// text in `text`, when it is no address.
+/// text in `text`, when it is not an address.
 bool readAddress(const QSettings& settings, const QString& key, QHostAddress& address, QString& text)
 {
     if (!settings.contains(key)) {

@@ -60,9 +60,11 @@ public:
     QString ipPortString() const;
     /// Returns the MAC address: two lower-case hexadecimal digits per byte, with the separator between bytes.
     QString macAddressString(const QChar& separator) const;
-    /// Returns the text of the protocol, and sets `ok` to true; for a protocol without a text "Invalid" and false.
+    /// Returns the text of the protocol, and sets `ok` to true. For a protocol without a text, returns "Invalid" and
+    /// sets `ok` to false.
     QString protocolTypeString(bool& ok) const;
-    /// Returns the text of the service type, and sets `ok` to true; for a value without a text "Invalid" and false.
+    /// Returns the text of the service type, and sets `ok` to true. For a value without a text, returns "Invalid" and
+    /// sets `ok` to false.
     QString serviceTypeString(bool& ok) const;
 
     /// Sets `text` to the text of a service type. Returns false, with the text "Invalid" and a log line of level 30,
@@ -73,12 +75,12 @@ public:
     static bool serviceStrToEnum(const QString& text, EServiceType& type);
 
     /// Loads this object and `commonInfo` from the settings group of `commonInfo`'s unique name below `group`. Missing
-    /// keys leave their fields unchanged. Returns 0; 7 when the group belongs to another plugin, 8 when a protocol or
-    /// service is unknown, 9 when an address is invalid: nothing is changed then.
+    /// keys leave their fields unchanged. Returns 0, or without changing anything 7 when the group belongs to another
+    /// plugin, 8 when a protocol or service is unknown, and 9 when an address is invalid.
     int loadSettings(const QString& group, CCommonInfo& commonInfo);
     /// Stores this object and `commonInfo` in the settings group of `commonInfo`'s unique name below `group`, in place
     /// of everything stored under this name. With an empty unique name the keys are stored directly in `group`, and
-    /// nothing is removed. Returns 0; 10, and nothing is written, when protocol or service have no text.
+    /// nothing is removed. Returns 0, or 10 without writing anything when protocol or service have no text.
     int saveSettings(const QString& group, CCommonInfo& commonInfo);
 
 private:
@@ -90,10 +92,10 @@ private:
     bool m_udpBindAnyIp = false;   ///< UDP: bind the socket to all addresses of this computer.
     bool m_dhcp = false;           ///< Stored for the user; has no effect.
     bool m_autoIpUpdate = false;   ///< Stored for the user; has no effect.
-    MacAddress m_macAddress{};     ///< As sent by the gateway; not stored.
+    MacAddress m_macAddress{};     ///< MAC address that the gateway sent; not stored.
     QString m_hostname;
-    std::uint16_t m_busloadMeasureInterval = 1000; ///< Interval in ms.
-    std::uint32_t m_busloadPollTime = 800;         ///< Interval in ms.
+    std::uint16_t m_busloadMeasureInterval = 1000; ///< Time over which the gateway measures the bus load, in ms.
+    std::uint32_t m_busloadPollTime = 800;         ///< Time between two updates of the bus load, in ms.
     std::uint32_t m_canBaudrate = 100;             ///< Bit rate in kbit/s.
 
     static const QString KEY_HOSTNAME;

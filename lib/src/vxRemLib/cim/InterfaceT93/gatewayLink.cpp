@@ -16,13 +16,15 @@ namespace vexmor::Cim
 {
 namespace
 {
-/// Driver and link log under one name.
+/// Source name in log lines; the driver uses the same name.
 constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/interfaceT93";
 
-/// Bytes that are read from the kernel ahead of the deframer; TCP's flow control stops a peer that sends more.
+/// Maximum number of bytes that are read from the kernel ahead of the deframer; TCP's flow control stops a peer that
+/// sends more.
 constexpr qint64 READ_AHEAD_LIMIT = 64LL * 1024;
 /// Bytes that may wait here for a gateway that does not read: about a second of a full CAN bus, which carries 9,000
-/// messages of 8 data bytes at 1 Mbit/s, framed in 15 bytes each. Half as many may wait in the kernel (`tune`).
+/// messages of 8 data bytes at 1 Mbit/s, framed in 15 bytes each. Half as many may wait in the kernel
+/// (`setSocketOptions`).
 constexpr qint64 SEND_BUFFER_LIMIT = 9000LL * 15;
 
 /// Returns a link that is deleted by the event loop.
@@ -39,7 +41,7 @@ public:
     {
         m_socket.setProxy(QNetworkProxy::NoProxy); // gateways are not reached through a web proxy
         m_socket.setReadBufferSize(READ_AHEAD_LIMIT);
-        connect(&m_socket, &QAbstractSocket::connected, this, &CTcpLink::tune);
+        connect(&m_socket, &QAbstractSocket::connected, this, &CTcpLink::setSocketOptions);
     }
 
     std::shared_ptr<CGatewayLink> successor() const override { return makeLink<CTcpLink>(m_config); }
@@ -52,7 +54,7 @@ protected:
     qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) override;
 
 private:
-    void tune();
+    void setSocketOptions();
 
     const CConfigParamT93& m_config;
     QTcpSocket m_socket;
@@ -106,12 +108,12 @@ int CTcpLink::waitUntilUp(int timeoutMs)
     return RC_OK;
 }
 
-/// Sets the socket so that small frames leave at once and the loss of the peer is noticed.
-void CTcpLink::tune()
+/// Sets the options of the socket, so that small frames leave at once and the loss of the peer is noticed.
+void CTcpLink::setSocketOptions()
 {
     m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     m_socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    // By default the kernel's buffer grows to megabytes, which hold minutes of outdated messages.
+    // The kernel's buffer is limited: by default it grows to megabytes, which hold minutes of outdated messages.
     m_socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, static_cast<int>(SEND_BUFFER_LIMIT / 2));
     setPeerLossTimers(m_socket);
 }
@@ -120,7 +122,7 @@ bool CTcpLink::send(const char* bytes, qint64 size)
 {
     qint64 waiting = m_socket.bytesToWrite();
     if (waiting > 0) {
-        m_socket.flush(); // may make room, or find the link broken
+        m_socket.flush(); // may free memory in the buffer, or find the link broken
         waiting = m_socket.bytesToWrite();
         if (!isUp() || waiting + size > SEND_BUFFER_LIMIT) {
             return false;

@@ -27,7 +27,7 @@ public:
         eUnderWay, ///< `read` was called within another `read`, which takes the bytes.
         eDrained,  ///< Everything that waited was read.
         eFailed,   ///< Reading from the socket failed.
-        eStopped,  ///< `take` returned false.
+        eStopped,  ///< `take` returned false, which stops the read.
         eMoreWaits ///< The limit of one turn of the event loop was reached: read again in another turn.
     };
 
@@ -82,7 +82,7 @@ protected:
     virtual qint64 readPiece(char* bytes, qint64 maxSize, bool isFirst) = 0;
 
 private:
-    /// Pieces read in one turn of the event loop, so that a flood does not delay other events.
+    /// Maximum number of pieces read in one turn of the event loop, so that a flood does not delay other events.
     static constexpr int MAX_PIECES_PER_TURN = 256;
 
     QAbstractSocket& m_socket;

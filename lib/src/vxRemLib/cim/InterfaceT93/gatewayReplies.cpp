@@ -18,21 +18,21 @@ constexpr int FIRMWARE_REPLY_SIZE = 4;
 constexpr std::size_t FIRMWARE_MAJOR = 2;
 constexpr std::size_t FIRMWARE_MINOR = 3;
 
-constexpr int DEVICE_NUMBER_SIZE = 2; // after the identification text
+constexpr int DEVICE_NUMBER_SIZE = 2; // size of the number after the identification text
 } // namespace
 
 void readCanMessage(const SRmFrame& frame, CCanMessage& message)
 {
     const int timeStampSize = frame.command == RM_CMD_RX11BIT_TIME_MSG ? TIME_STAMP_SIZE : 0;
     const auto dataLength = static_cast<unsigned int>(frame.payloadLength - CAN_ID_SIZE - timeStampSize);
-    auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads them
+    auto* const data = const_cast<std::uint8_t*>(frame.payload) + CAN_ID_SIZE; // setData only reads the bytes
     const CCanId id(frame[0] & STANDARD_ID_HIGH_BITS, frame[1], 0);
 
     if (dataLength == MAX_DATA_LENGTH) { // the usual size: overwrites the previous message without a loop
         message.setData(0, MAX_DATA_LENGTH, data);
     } else {
         message = CCanMessage();
-        if (message.setLength(dataLength)) { // otherwise it has logged the reason
+        if (message.setLength(dataLength)) { // otherwise, setLength has logged the reason
             message.setData(0, dataLength, data);
         }
     }

@@ -96,7 +96,8 @@ int CInterfaceT93::openCommunication()
         teardown();
         return code;
     }
-    if (m_link->isUp() && m_commonInfo.connectionState() == CCommonInfo::eNotConnected) { // UDP: no signal reports it
+    // Over TCP, onSocketConnected has done this; for a bound UDP socket there is no such signal.
+    if (m_link->isUp() && m_commonInfo.connectionState() == CCommonInfo::eNotConnected) {
         m_commonInfo.setConnectionState(CCommonInfo::eConnected);
         requestStartup(false);
     }
@@ -199,7 +200,7 @@ void CInterfaceT93::onConnectSvTimerTimeout()
 
 void CInterfaceT93::reconnect()
 {
-    // Started before the attempt, which may fail at once: other attempts must follow it, too.
+    // The timer is started before the attempt, because the attempt may fail at once, and further attempts must follow.
     m_connectSvTimer.start(RECONNECT_INTERVAL_MS);
     m_nextReconnection.setRemainingTime(RECONNECT_INTERVAL_MS);
     if (!m_link->isStarting()) { // a running attempt goes on

@@ -21,9 +21,9 @@ namespace
 constexpr bool SKIP_LOOPBACK = true;
 constexpr int WAIT_FOR_REPLIES_MS = 4000;
 constexpr unsigned long CANCEL_LIMIT_MS = 100;
-// At the end of the program, which destroys objects that the scan thread uses:
-constexpr int END_LIMIT_MS = 5000;         // the thread ends at once, unless the computer is busy
-constexpr int END_LIMIT_LOGGING_MS = 1000; // a log handler may be waiting for the thread that waits here
+// Limits of the wait for the scan thread at the end of the program, which destroys objects that the thread uses.
+constexpr int END_LIMIT_MS = 5000;         // the thread ends much sooner, unless the computer is busy
+constexpr int END_LIMIT_LOGGING_MS = 1000; // while the thread is in a log handler, which may wait for the main thread
 
 CInterfaceT93Plugin* s_scanning = nullptr; ///< The object whose scan is running.
 
@@ -42,7 +42,7 @@ CCommonInfo describe(const CDetectedInterface& detected, CCanInterfacePlugin& pl
 CInterfaceT93Plugin::CInterfaceT93Plugin()
 {
     CInterfaceT93::retranslateErrorStrings();
-    // Qt accepts event filters of the application only from objects in the application's thread.
+    // The filter is only installed in the application's thread, because Qt accepts no filters from other threads.
     QCoreApplication* const application = QCoreApplication::instance();
     if (application != nullptr && application->thread() == thread()) {
         application->installEventFilter(this);
@@ -128,7 +128,8 @@ int CInterfaceT93Plugin::scanInterfaces()
     return 0;
 }
 
-/// Has the scan cancelled when the application object ends, or exit() destroys static objects (the last made first).
+/// Arranges that the scan is cancelled when the application object ends, or when exit() destroys static objects, in
+/// reverse order of their creation.
 void CInterfaceT93Plugin::cancelScanWhenProgramEnds()
 {
     qAddPostRoutine(&CInterfaceT93Plugin::cancelScanAtEndOfProgram);
@@ -145,7 +146,7 @@ void CInterfaceT93Plugin::cancelScanWhenProgramEnds()
 
 void CInterfaceT93Plugin::deviceDetectionThreadFinished()
 {
-    if (!m_detectionThread || !m_detectionThread->isFinished()) { // not called by the thread's signal
+    if (!m_detectionThread || !m_detectionThread->isFinished()) { // the caller was not the thread's signal
         return;
     }
     QList<CCanInterface*> interfaceList;
@@ -159,7 +160,7 @@ void CInterfaceT93Plugin::deviceDetectionThreadFinished()
     if (isSignalConnected(QMetaMethod::fromSignal(&CInterfaceT93Plugin::interfaceScanFinished))) {
         Q_EMIT interfaceScanFinished(pluginId(), interfaceList); // a slot may delete this object
     } else {
-        qDeleteAll(interfaceList); // no receiver owns them
+        qDeleteAll(interfaceList); // without a receiver, the interfaces have no owner
     }
 }
 

@@ -16,13 +16,12 @@ namespace vexmor::Cim
 class CT93DeviceDetectionThread;
 
 /// The plugin object of the T93, the instance that QPluginLoader returns. CCanInterfacePlugin describes its operations.
-///
-/// A scan runs in a thread of its own; its result is delivered by the event loop of the plugin's thread. If the plugin
-/// object is deleted, the library unloaded or the program ended meanwhile, the scan is cancelled without a result: its
-/// pauses end at once, and the destructor waits up to 100 ms for the thread. A thread that takes longer, for example
-/// because a log handler blocks it, ends by itself later; the library then stays in memory even when it is unloaded. At
-/// the end of the program, which destroys objects that the thread uses, the wait is longer: up to 5 s on a busy
-/// computer, or 1 s while a log handler blocks the thread.
+///  A scan runs in a thread of its own; its result is delivered by the event loop of the plugin's thread. If the plugin
+/// object is deleted, the library unloaded or the program ended during the scan, the scan is cancelled without a
+/// result: its pauses end at once, and the destructor waits up to 100 ms for the thread. A thread that takes longer,
+/// for example because a log handler blocks it, ends by itself later; the library then stays in memory even when it is
+/// unloaded. At the end of the program, which destroys objects that the thread uses, the wait is longer: up to 5 s on a
+/// busy computer, or 1 s while a log handler blocks the thread.
 class CInterfaceT93Plugin : public QObject, public CCanInterfacePlugin
 {
     Q_OBJECT
@@ -66,7 +65,7 @@ private:
     static void cancelScanAtEndOfProgram();
 
     std::unique_ptr<CT93DeviceDetectionThread> m_detectionThread; ///< The scan; null when none is running.
-    QMutex m_scanMutex;                  ///< Held while a scan is running; only tried, never waited for.
+    QMutex m_scanMutex;                  ///< Held while a scan is running. No thread waits for it.
     QList<QHostAddress> m_scanAddresses; ///< Addresses of direct requests, in the order added, without duplicates.
 };
 

@@ -12,7 +12,7 @@ namespace vexmor::Cim
 {
 namespace
 {
-/// Used for a poll time of 0, which would keep the event loop busy.
+/// Poll time that is used instead of 0, which would keep the event loop busy.
 constexpr std::uint32_t MIN_POLL_TIME_MS = 100;
 
 constexpr int STATUS_BIT_COUNT = 7;
@@ -110,7 +110,7 @@ const CCanMessage* CInterfaceT93::RM_ParseRxMsg(const SRmFrame& frame)
     case RM_CMD_BUSLOAD_INTERVAL:
         receiveBusloadConfirmation();
         break;
-    default: // 29-bit messages, reports that were not requested, unknown commands
+    default: // ignores 29-bit messages, reports that were not requested, and unknown commands
         break;
     }
     return nullptr;

@@ -15,7 +15,7 @@ namespace
 const QString DEFAULT_GROUP = QStringLiteral("CanInterfaces");
 constexpr char IPV4_RULE[] = "must be an IPv4 address like 192.168.1.70, without leading zeros";
 
-/// Returns a number in the type of its parameter; nothing for one outside of that type's range.
+/// Returns a number converted to the type of its parameter; nothing for a number that this type cannot hold.
 template <typename Number>
 std::optional<Number> inRange(qlonglong number)
 {
@@ -85,7 +85,8 @@ int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
     if (isOpened()) {
         return RC_NO_CHANGE_WHILE_OPEN;
     }
-    if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) { // a widget would end the program
+    // No dialog is shown without a QApplication: Qt would end the program.
+    if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) {
         qWarning("%s: no dialog without a QApplication.", "vexmor::Cim::CInterfaceT93::configure");
         return RC_OK;
     }
@@ -106,7 +107,7 @@ int CInterfaceT93::configure(QWidget* parent, Qt::WindowFlags flags)
     if (!isAccepted || !call.isOwnerAlive()) {
         return RC_OK;
     }
-    if (isOpened()) { // by an event, meanwhile
+    if (isOpened()) { // an event opened it while the dialog was shown
         return RC_NO_CHANGE_WHILE_OPEN;
     }
     m_configParam = param;

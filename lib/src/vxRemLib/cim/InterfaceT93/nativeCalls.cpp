@@ -103,7 +103,7 @@ void setPeerLossTimers(QAbstractSocket& socket)
 
 qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
 {
-    // A write through Qt's buffer would take another turn of the event loop per frame.
+    // Qt's buffer is not used, because it would take another turn of the event loop per frame.
     const ssize_t sent = ::send(static_cast<int>(socket.socketDescriptor()), bytes, static_cast<size_t>(size),
                                 MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent >= 0) {
@@ -123,9 +123,9 @@ qint64 sendDatagram(QUdpSocket& socket, const char* bytes, qint64 size, const QH
 
 void keepLibraryLoaded()
 {
-    static const char anythingInIt = 0;
+    static const char addressInLibrary = 0;
     Dl_info library;
-    if (dladdr(&anythingInIt, &library) != 0) {
+    if (dladdr(&addressInLibrary, &library) != 0) {
         dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     }
 }
@@ -135,7 +135,7 @@ void setPeerLossTimers(QAbstractSocket&) {}
 qint64 sendAtOnce(QAbstractSocket& socket, const char* bytes, qint64 size)
 {
     const qint64 taken = socket.write(bytes, size);
-    socket.flush(); // the rest waits in the socket's buffer
+    socket.flush(); // bytes that are not sent now wait in the socket's buffer
     return taken;
 }
 

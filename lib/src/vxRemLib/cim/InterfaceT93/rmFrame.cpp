@@ -17,7 +17,8 @@ struct SBaudrate {
 };
 constexpr SBaudrate BAUDRATES[] = {{50, 0x02}, {100, 0xFE}, {125, 0x03}, {250, 0x04}, {500, 0x05}, {1000, 0x07}};
 
-/// Completes a frame whose payload is already in the buffer, with the given XOR. Returns its number of bytes.
+/// Completes a frame whose payload is already in the buffer; `payloadXor` is the XOR of the payload. Returns the number
+/// of bytes of the frame.
 std::size_t closeFrame(std::uint8_t command, std::size_t payloadLength, std::uint8_t payloadXor, std::uint8_t* buffer)
 {
     const auto length = static_cast<std::uint8_t>(1 + payloadLength);
@@ -36,7 +37,8 @@ std::size_t canMessageFrame(std::uint8_t command, const CCanMessage& message, st
     const std::uint8_t low = message.id().low();
     buffer[OFFSET_PAYLOAD] = high;
     buffer[OFFSET_PAYLOAD + 1] = low;
-    // All data bytes, since a fixed size needs no loop. Checksum and end marker overwrite those that are not sent.
+    // Copies all 8 data bytes, because a fixed size needs no loop. Checksum and end marker overwrite those that are not
+    // sent.
     std::memcpy(buffer + OFFSET_PAYLOAD + CAN_ID_SIZE, message.data(), CAN_DATA_SIZE);
     const auto payloadXor = static_cast<std::uint8_t>(high ^ low ^ rmXorOfBytes(message.data(), message.length()));
     return closeFrame(command, CAN_ID_SIZE + message.length(), payloadXor, buffer);
@@ -82,7 +84,7 @@ int txRmFramer(const SRmRequest& request, const CCanMessage* message, std::uint8
     case RM_CMD_BUSLOAD_INTERVAL:
     case RM_CMD_RESET:
         return static_cast<int>(rmFrameBytes(request.rmCommand, request.payload.data(), request.payloadLength, buffer));
-    default: // 29-bit messages among them
+    default: // other commands, such as 29-bit messages, are not sent
         return -1;
     }
 }

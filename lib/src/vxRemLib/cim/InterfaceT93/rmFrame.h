@@ -28,8 +28,8 @@ constexpr std::uint8_t END_OF_FILE = 0x0D;
 
 enum ERmCommand : std::uint8_t {
     RM_CMD_TX11BIT_MSG = 0x00,      ///< PC to gateway: high and low byte of the identifier, data
-    RM_CMD_RX11BIT_MSG = 0x00,      ///< gateway to PC: the same
-    RM_CMD_RX11BIT_TIME_MSG = 0x01, ///< the same, followed by 4 time-stamp bytes
+    RM_CMD_RX11BIT_MSG = 0x00,      ///< gateway to PC: the same payload
+    RM_CMD_RX11BIT_TIME_MSG = 0x01, ///< gateway to PC: that payload, and 4 bytes of a time stamp
     RM_CMD_RX29BIT_MSG = 0x02,      ///< 29-bit identifiers are not supported
     RM_CMD_RX29BIT_TIME_MSG = 0x03,
     RM_CMD_TX11BIT_MSG_ALT = 0x04, ///< framed like RM_CMD_TX11BIT_MSG
@@ -40,10 +40,10 @@ enum ERmCommand : std::uint8_t {
     RM_CMD_STATUS_ALT = 0x43,           ///< handled like RM_CMD_STATUS
     RM_CMD_MAC_ADDRESS = 0x44,          ///< reply: 6 bytes
     RM_CMD_BUSLOAD = 0x47,              ///< reply: 2 bytes, low byte first: frames per second, each counted as 74 bits
-    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56, ///< report, ignored
+    RM_CMD_CAN_BAUD_RATE_REPORT = 0x56, ///< report; the driver ignores it
     RM_CMD_CAN_BAUD_RATE = 0x57,        ///< 1 byte: baud rate code
     RM_CMD_REQUEST_58 = 0x58,           ///< known to the framer, never sent by the driver
-    RM_CMD_TIME_STAMP = 0xA1,           ///< the same
+    RM_CMD_TIME_STAMP = 0xA1,           ///< known to the framer, never sent by the driver
     RM_CMD_BUSLOAD_INTERVAL = 0xA4,     ///< 2 bytes, high byte first: measuring interval in ms
     RM_CMD_RESET = 0xC0
 };

@@ -16,7 +16,7 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/InterfaceT93/t93DeviceDetect
 
 constexpr int PAUSE_AFTER_BROADCAST_MS = 100;
 constexpr int PAUSE_AFTER_UNICAST_MS = 40;
-/// Datagrams read in one turn of the event loop, so that a flood does not delay the end of the scan.
+/// Maximum number of datagrams read in one turn of the event loop, so that a flood does not delay the end of the scan.
 constexpr int MAX_DATAGRAMS_PER_TURN = 256;
 } // namespace
 
@@ -91,7 +91,7 @@ void CT93DeviceDetection::sendIdentRequests()
 {
     m_receivedDatagrams.clear();
     m_kept = {};
-    m_keptOf.clear();
+    m_keptBySender.clear();
     m_identRequest = ddtIdentRequest();
     m_sequence = 0;
     bool previousWasSent = false;
@@ -108,20 +108,20 @@ void CT93DeviceDetection::sendIdentRequests()
 
 bool CT93DeviceDetection::broadcastIdentRequest(const CScanSocket& scanSocket)
 {
-    const QHostAddress everybody(QHostAddress::Broadcast);
+    const QHostAddress broadcast(QHostAddress::Broadcast);
     const auto text = [](const QHostAddress& address) { return address.toString().toLocal8Bit(); };
     {
         const CScanStop::CLogging logging(m_stop);
         VX_LOG(20, LOG_SOURCE, "broadcast DDT message for T93 device scan:");
         VX_LOG(20, LOG_SOURCE, "IP Address:               %s", text(scanSocket.addressEntry.ip()).constData());
         VX_LOG(20, LOG_SOURCE, "Subnet-Broadcast Address: %s", text(scanSocket.addressEntry.broadcast()).constData());
-        VX_LOG(20, LOG_SOURCE, "Using Broadcast Address:  %s", text(everybody).constData());
+        VX_LOG(20, LOG_SOURCE, "Using Broadcast Address:  %s", text(broadcast).constData());
     }
     if (m_stop.isRequested()) {
         return false;
     }
 
-    const qint64 sent = scanSocket.socket->writeDatagram(m_identRequest, everybody, m_scanPort);
+    const qint64 sent = scanSocket.socket->writeDatagram(m_identRequest, broadcast, m_scanPort);
     if (sent != m_identRequest.size()) {
         return false;
     }
@@ -149,7 +149,7 @@ void CT93DeviceDetection::readPendingDatagrams()
     }
     int taken = 0;
     do { // the first read is always made: without one, Qt would signal no further datagram
-        const qint64 waiting = socket->pendingDatagramSize(); // -1: none, but one may arrive before the read
+        const qint64 waiting = socket->pendingDatagramSize(); // -1: no datagram, but one may arrive before the read
         const qint64 size = waiting < 0 ? DDT_MAX_SIZE : std::clamp<qint64>(waiting, 1, DDT_MAX_SIZE);
         QByteArray data(static_cast<int>(size), Qt::Uninitialized);
         QHostAddress sender;
@@ -166,7 +166,7 @@ void CT93DeviceDetection::keepDatagram(const QHostAddress& sender, const QHostAd
     if (!m_kept.hasRoom(data.size(), LIMIT)) {
         return;
     }
-    SKept& ofSender = m_keptOf[sender];
+    SKept& ofSender = m_keptBySender[sender];
     if (ofSender.hasRoom(data.size(), SENDER_LIMIT)) {
         m_kept.add(data.size());
         ofSender.add(data.size());
@@ -216,7 +216,7 @@ QString CT93DeviceDetection::buildUniqueName(const CConfigParamT93& param)
     QString service;
     CCommonInfo::protocolEnumToStr(param.protocolType(), protocol);
     CConfigParamT93::serviceEnumToStr(param.serviceType(), service);
-    // Without arg(), which would replace a %1 in the host name.
+    // Made without arg(), which would replace a %1 in the host name.
     return param.hostname() + QLatin1Char('-') + protocol + QLatin1Char('-') + service + QLatin1Char('-') +
            QString::number(param.port());
 }

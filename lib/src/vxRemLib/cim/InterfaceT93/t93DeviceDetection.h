@@ -146,7 +146,7 @@ private:
     std::uint16_t m_sequence = 0; ///< Sequence of the next request.
     std::vector<CReceivedDatagram> m_receivedDatagrams;
     SKept m_kept;
-    QHash<QHostAddress, SKept> m_keptOf; ///< Kept replies by sender.
+    QHash<QHostAddress, SKept> m_keptBySender; ///< Kept replies by sender.
     QList<CDetectedInterface> m_detectedInterfaces;
 };
 
@@ -184,7 +184,7 @@ private:
     const int m_waitTimeMs;
     const quint16 m_scanPort;
     CScanStop m_stop;
-    std::unique_ptr<CT93DeviceDetection> m_detection; ///< Exists only during run(), like the timer.
+    std::unique_ptr<CT93DeviceDetection> m_detection; ///< Exists only during run(), as does `m_waitTimer`.
     std::unique_ptr<QTimer> m_waitTimer;
     mutable std::mutex m_resultMutex;
     QList<CDetectedInterface> m_detectedInterfaces;

@@ -23,10 +23,10 @@ short bigEndian(unsigned char high, unsigned char low)
 
 std::atomic<int> CCanMessage::m_metaId{0};
 
-/// Runs in every constructor; after the first time it only reads a number.
+/// Registers this type with Qt. Every constructor calls this function; after the first call, it only reads a number.
 inline void CCanMessage::registerMetaType()
 {
-    // Two threads may register at the same time: Qt returns the same id to both.
+    // Two threads may register at the same time, which is harmless: Qt returns the same id to both.
     if (Q_UNLIKELY(m_metaId.load(std::memory_order_relaxed) == 0)) {
         m_metaId.store(qRegisterMetaType<CCanMessage>("CCanMessage"), std::memory_order_relaxed);
     }
@@ -53,7 +53,7 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
 {
     const unsigned int count = std::min<unsigned int>(length, MAX_LENGTH);
     va_list bytes;
-    // Clang warns because `length` is no int. The contract requires this type, and both compilers handle it.
+    // Clang would warn that `length` is not an int. The contract requires this type, and both compilers handle it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wvarargs"
     va_start(bytes, length);
@@ -66,7 +66,7 @@ CCanMessage::CCanMessage(const CCanId& id, unsigned char length, ...) : m_id(id)
     registerMetaType();
 }
 
-// Each message is copied twice on its way to the host application. The compiler's own copy would go byte by byte.
+// Each message is copied twice on its way to the host application. The assignment by default would go byte by byte.
 // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): memmove may copy an object to itself
 CCanMessage& CCanMessage::operator=(const CCanMessage& other)
 {
@@ -132,7 +132,7 @@ bool CCanMessage::setDataAt(unsigned int index, unsigned char value)
 
 bool CCanMessage::setData(unsigned int offset, unsigned int count, unsigned char* bytes)
 {
-    // Without adding offset and count, which would wrap for a huge count.
+    // Offset and count are not added, because the sum would wrap for a huge count.
     if (bytes == nullptr || offset > MAX_LENGTH || count > MAX_LENGTH - offset) {
         return false;
     }

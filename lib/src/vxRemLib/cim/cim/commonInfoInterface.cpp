@@ -16,7 +16,8 @@ constexpr char LOG_SOURCE[] = "lib/src/vxRemLib/cim/cim/commonInfoInterface";
 const QString COM_PREFIX = QStringLiteral("COM=");
 const QString IP_PREFIX = QStringLiteral("IP=");
 const QString PROTOCOL_INVALID = QStringLiteral("Invalid");
-const QString PROTOCOLS[] = {QStringLiteral("TCP"), QStringLiteral("UDP"), QStringLiteral("NA")}; // by EProtocolType
+/// The texts of the protocols, in the order of EProtocolType.
+const QString PROTOCOLS[] = {QStringLiteral("TCP"), QStringLiteral("UDP"), QStringLiteral("NA")};
 constexpr int PROTOCOL_COUNT = 3;
 
 const QString KEY_PLUGIN_NAME = QStringLiteral("PluginName");
@@ -134,7 +135,7 @@ QString CCommonInfo::buildIpPortStr(const QString& address, unsigned short port,
 {
     QString protocolText;
     protocolEnumToStr(protocol, protocolText);
-    // Without arg(), which would replace a %2 in the address text.
+    // Made without arg(), which would replace a %2 in the address text.
     return IP_PREFIX + address + QLatin1Char(':') + QString::number(port) + QLatin1Char(':') + protocolText;
 }
 
