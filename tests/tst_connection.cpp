@@ -1,8 +1,5 @@
 #include "t93Fixture.h"
 
-#include <thread>
-
-#include <fcntl.h>
 #include <netinet/tcp.h>
 
 using namespace vexmor::Test;
@@ -34,6 +31,15 @@ private Q_SLOTS:
         QCOMPARE(host.can->resetCommunication(1), 0);
         QCOMPARE(host.waitFor((RESET_REQUEST + START_UP).size()).toHex(), (RESET_REQUEST + START_UP).toHex());
         QVERIFY(hears(frame(0x00, hex("0123"))));
+        // Small messages do not wait for the acknowledgement of the previous one. Among all descriptors of this
+        // process, only the plugin's end of the connection has the option.
+        int lowDelays = 0;
+        for (int file = 0; file < 100; ++file) {
+            int value = 0;
+            socklen_t size = sizeof value;
+            lowDelays += ::getsockopt(file, SOL_TCP, TCP_NODELAY, &value, &size) == 0 && value != 0 ? 1 : 0;
+        }
+        QCOMPARE(lowDelays, 1);
         QCOMPARE(host.can->closeCommunication(), 0);
         QVERIFY(!host.can->isOpened());
         QVERIFY(!isConnected(*host.can));
@@ -43,17 +49,13 @@ private Q_SLOTS:
     void documentShowsTheSameFrames()
     {
         const QString document = QString::fromUtf8(contentOf(QStringLiteral(CIM_PROTOCOL_DOCUMENT)));
-        auto examples = QRegularExpression("(?m)(^|`)43( [0-9A-F]{2})+ 0D"_s).globalMatch(document);
-        QByteArray startUp;
-        int count = 0;
-        for (; examples.hasNext(); ++count) {
-            const QByteArray line = examples.next().captured().toLatin1();
-            const QByteArray bytes = hex(line);
-            QCOMPARE(frame(std::uint8_t(bytes.at(2)), bytes.mid(3, bytes.size() - 5)).toHex(), bytes.toHex());
-            startUp += line.startsWith('`') ? QByteArray() : bytes;
+        auto examples = QRegularExpression("(?m)(?<=^|`)43( [0-9A-F]{2})+ 0D"_s).globalMatch(document);
+        QByteArray shown;
+        while (examples.hasNext()) {
+            shown += hex(examples.next().captured().toLatin1());
         }
-        QCOMPARE(startUp.toHex(), (START_UP + BAUDRATE_500).toHex());
-        QCOMPARE(count, 4 + 4);
+        const QByteArray sent = frame(0x00, hex("01231122")) + START_UP + BAUDRATE_500 + frame(0x40) + frame(0x47);
+        QCOMPARE(shown.toHex(), (sent + RESET_REQUEST).toHex());
     }
 
     void baudrates_data()
@@ -81,31 +83,18 @@ private Q_SLOTS:
         QCOMPARE(can->baudrate(), request.isEmpty() ? 1000 : rate);
         // A store may have any rate.
         configure(*can, [rate](CConfigParamT93& param) { param.setCanBaudrate(unsigned(rate)); });
+        bool isProcessed = false;
+        QMetaObject::invokeMethod(
+            this, [&isProcessed] { isProcessed = true; }, Qt::QueuedConnection);
+        const SClock clock;
         QCOMPARE(can->openCommunication(), 0);
+        QVERIFY(isProcessed);                                // an event that was pending
+        QVERIFY(clock.elapsed() >= 20);                      // a gateway drops requests within 20 ms of the connection
         QVERIFY(!can->setBaudrate(rate == 125 ? 250 : 125)); // refused while the interface is open
         QCOMPARE(can->baudrate(), rate);
         QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
         const QByteArray sent = START_UP + request + hex("43050001231122570d");
         QCOMPARE(gateway.waitFor(sent.size()).toHex(), sent.toHex());
-    }
-
-    void firstRequestWaits() // a gateway drops requests within 20 ms of the connection
-    {
-        SServer gateway;
-        gateway.pauseAccepting();
-        const int listener = static_cast<int>(gateway.socketDescriptor());
-        ::fcntl(listener, F_SETFL, 0); // accept() in the thread must block
-        const SClock clock;
-        qint64 came = 0;
-        std::thread reader([&] {
-            char first = 0;
-            came = ::recv(::accept(listener, nullptr, nullptr), &first, 1, 0) == 1 ? clock.elapsed() : -1;
-        });
-        const auto can = makeInterface(gateway.serverPort());
-        const int code = can->openCommunication();
-        reader.join();
-        QCOMPARE(code, 0);
-        QVERIFY(came >= 20);
     }
 
     void failedOpenLeavesItClosed_data()
@@ -114,8 +103,7 @@ private Q_SLOTS:
         row("connection refused", CCommonInfo::eProtocolTcp, 103, "TCP connect (failed:|timeout,) sockErr = 0"_s);
         row("no answer", CCommonInfo::eProtocolTcp, 103, "^TCP connect timeout, sockErr = \\d+$"_s);
         row("local address of another machine", CCommonInfo::eProtocolUdp, 104, {});
-        row("protocol NA", CCommonInfo::eProtocolNa, 105, {});
-        row("protocol invalid", CCommonInfo::eProtocolInvalid, 105, {});
+        row("unknown protocol", CCommonInfo::eProtocolNa, 105, {});
     }
     void failedOpenLeavesItClosed()
     {
@@ -136,14 +124,15 @@ private Q_SLOTS:
         QCOMPARE(can->readMessage(none), 2);
     }
 
-    void datagramThatTheKernelRefuses_data() { rows({"bound to an address", "bound to any"}); }
     void datagramThatTheKernelRefuses()
     {
-        const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // nothing can be sent to port 0
-        configure(*can, [](CConfigParamT93& param) { param.setUdpBindAnyIp(rowName() == "bound to any"); });
-        QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 500 failed.");
-        QCOMPARE(can->openCommunication(), 0);
-        QCOMPARE(can->writeMessage(message(0x123)), 108);
+        for (const bool isBoundToAny : {false, true}) {
+            const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // nothing can be sent to port 0
+            can->setProperty("UdpBindAnyIp", isBoundToAny);
+            QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 500 failed.");
+            QCOMPARE(can->openCommunication(), 0);
+            QCOMPARE(can->writeMessage(message(0x123)), 108);
+        }
     }
 
     void nothingIsLostOrOvertaken_data() { rows({"host turns its event loop", "host never turns its event loop"}); }
@@ -164,10 +153,13 @@ private Q_SLOTS:
                 }
             }
             QCOMPARE(code, 0);
+            QVERIFY(refused > 0 || number < 40000); // those of a few seconds are not
             accepted += rmFrame(one);
         }
-        QVERIFY(refused > 0);
         QVERIFY(host.waitFor(accepted.size()) == accepted);
+        host.link.reset();
+        QCOMPARE(host.can->writeMessage(message(1)), 0);   // accepted by the kernel, whose peer then answers that it is
+        QCOMPARE(host.can->writeMessage(message(1)), 108); // closed
     }
 
     /// Connect, send more than the gateway reads, lose the link, send, reconnect: earlier messages must not arrive.
@@ -297,19 +289,6 @@ private Q_SLOTS:
         sayFromElsewhere("");
         QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // an empty datagram is a failed read
         QVERIFY(can->isOpened());
-    }
-
-    void smallMessagesDoNotWait() // otherwise 40 ms, for the acknowledgement of the previous message
-    {
-        const SInterfaceAtRawGateway host;
-        // Among all descriptors of this process, only the plugin's end of the connection has the option.
-        int lowDelays = 0;
-        for (int file = 0; file < 100; ++file) {
-            int value = 0;
-            socklen_t size = sizeof value;
-            lowDelays += ::getsockopt(file, SOL_TCP, TCP_NODELAY, &value, &size) == 0 && value != 0 ? 1 : 0;
-        }
-        QCOMPARE(lowDelays, 1);
     }
 };
 
