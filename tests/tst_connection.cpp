@@ -1,5 +1,7 @@
 #include "t93Fixture.h"
 
+#include <thread>
+
 #include <netinet/tcp.h>
 
 using namespace vexmor::Test;
@@ -11,9 +13,37 @@ const QByteArray START_UP = hex("430144060d 430141030d 4303a403e80f0d");
 const QByteArray RESET_REQUEST = hex("4301 c082 0d");
 const QByteArray BAUDRATE_500 = hex("4302 5705 13 0d");
 const QByteArray HALF = hex("430b00"); // the beginning of a frame
+
+std::function<void()> s_act;
+
+void actOnce()
+{
+    if (s_act) {
+        std::exchange(s_act, nullptr)();
+    }
+}
+
+int spy(const CCanInterface&, bool, const CCanMessage& message)
+{
+    actOnce();
+    return static_cast<int>(message.id().value()); // reading it must still be possible
+}
+
+/// A translator that returns texts in upper case, and itself reads a text of the interface.
+struct SShout : QTranslator {
+    explicit SShout(CCanInterface& can) : can(can) {}
+    bool isEmpty() const override { return false; }
+    QString translate(const char*, const char* text, const char*, int) const override
+    {
+        return can.errorCodeToString(4).isNull() ? QString() : QString::fromLatin1(text).toUpper();
+    }
+    CCanInterface& can;
+};
 } // namespace
 
-/// Opening, closing, resetting, losing and regaining a connection.
+/// Opening, closing, resetting, losing and regaining a connection, and actions of a host inside calls from the driver,
+/// with the exact order of messages and exact bounds; driverFuzz tests closing, reopening, resetting and deleting
+/// there.
 class ConnectionTest : public QObject
 {
     Q_OBJECT
@@ -44,18 +74,6 @@ private Q_SLOTS:
         QVERIFY(!host.can->isOpened());
         QVERIFY(!isConnected(*host.can));
         QTRY_COMPARE(host.link->state(), QAbstractSocket::UnconnectedState);
-    }
-
-    void documentShowsTheSameFrames()
-    {
-        const QString document = QString::fromUtf8(contentOf(QStringLiteral(CIM_PROTOCOL_DOCUMENT)));
-        auto examples = QRegularExpression("(?m)(?<=^|`)43( [0-9A-F]{2})+ 0D"_s).globalMatch(document);
-        QByteArray shown;
-        while (examples.hasNext()) {
-            shown += hex(examples.next().captured().toLatin1());
-        }
-        const QByteArray sent = frame(0x00, hex("01231122")) + START_UP + BAUDRATE_500 + frame(0x40) + frame(0x47);
-        QCOMPARE(shown.toHex(), (sent + RESET_REQUEST).toHex());
     }
 
     void baudrates_data()
@@ -124,17 +142,6 @@ private Q_SLOTS:
         QCOMPARE(can->readMessage(none), 2);
     }
 
-    void datagramThatTheKernelRefuses()
-    {
-        for (const bool isBoundToAny : {false, true}) {
-            const auto can = makeInterface(0, CCommonInfo::eProtocolUdp); // nothing can be sent to port 0
-            can->setProperty("UdpBindAnyIp", isBoundToAny);
-            QTest::ignoreMessage(QtWarningMsg, "Setting baudrate to 500 failed.");
-            QCOMPARE(can->openCommunication(), 0);
-            QCOMPARE(can->writeMessage(message(0x123)), 108);
-        }
-    }
-
     void nothingIsLostOrOvertaken_data() { rows({"host turns its event loop", "host never turns its event loop"}); }
     void nothingIsLostOrOvertaken() // the gateway reads whenever the host's message is refused
     {
@@ -162,11 +169,14 @@ private Q_SLOTS:
         QCOMPARE(host.can->writeMessage(message(1)), 108); // closed
     }
 
-    /// Connect, send more than the gateway reads, lose the link, send, reconnect: earlier messages must not arrive.
+    /// Connect, send more than the gateway reads, lose the link, send, reconnect to the address that was set meanwhile:
+    /// earlier messages must not arrive.
     void lostConnectionIsRegained()
     {
         SOpenInterface host;
         QSignalSpy connections(&host.gateway, &CSimGateway::hostConnected);
+        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts off the second frame
+        QCOMPARE(host.receive(1).size(), 1);
         host.gateway.setFaults(faulty(&SSimFaults::blackHole));
         int code = 0;
         for (int sent = 0; code == 0 && sent < 1000000; ++sent) {
@@ -185,10 +195,14 @@ private Q_SLOTS:
         // The first attempts are refused; further attempts follow.
         (void)QTest::qWaitFor([&] { return !connections.isEmpty(); }, 3500);
         QVERIFY(connections.isEmpty());
-        host.gateway.setFaults({});
+        SRawGateway other;
+        configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
         QTRY_VERIFY_WITH_TIMEOUT(isConnected(*host.can), 4000);
         QCOMPARE(host.can->writeMessage(message(0x222)), 0);
-        QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(0x222)});
+        const QByteArray sent = START_UP + rmFrame(message(0x222));
+        QCOMPARE(other.waitFor(sent.size()).toHex(), sent.toHex());
+        other.link->write(frame(0x00, hex("0123"))); // a complete frame, not the rest of the other one
+        QCOMPARE(host.receive(1), QList<CCanMessage>{message(0x123)});
         QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
     }
 
@@ -234,20 +248,6 @@ private Q_SLOTS:
         QCOMPARE(host.can->commonInfo().firmwareVersion(), "1.05"_s);
     }
 
-    void loadedAddressIsUsedByTheReconnection()
-    {
-        SOpenInterface host;
-        SRawGateway other;
-        configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
-        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts off the second frame
-        QCOMPARE(host.receive(1).size(), 1);
-        host.gateway.dropLinks();
-        QTRY_VERIFY(other.link != nullptr);
-        QCOMPARE(other.waitFor(START_UP.size()).toHex(), START_UP.toHex());
-        other.link->write(frame(0x00, hex("0123"))); // a complete frame, not the rest of the other one
-        QCOMPARE(host.receive(1), QList<CCanMessage>{message(0x123)});
-    }
-
     void ownDatagramsAreSkipped_data()
     {
         const auto row = columns<bool, QString, bool>("bindAny", "localAddress", "received");
@@ -289,7 +289,107 @@ private Q_SLOTS:
         sayFromElsewhere("");
         QTRY_COMPARE(errorNumbers(errors), (QList<int>{5, 3})); // an empty datagram is a failed read
         QVERIFY(can->isOpened());
+        configure(*can, [](CConfigParamT93& param) { param.setPort(0); }); // the kernel sends nothing there
+        QCOMPARE(can->writeMessage(message(0x123)), 108);
     }
+
+    void oneTurnOfTheEventLoopIsBounded() // even if each message causes the next one
+    {
+        SOpenInterface host(CCommonInfo::eProtocolUdp, withoutBusload());
+        QVERIFY(host.isAllHeard());
+        host.can->setSpyHandler(spy);
+        int shown = 0;
+        int shownInOneTurn = 0;
+        std::function<void()> go = [&] {
+            if (shown == 0) {
+                QTimer::singleShot(0, this, [&] { shownInOneTurn = shown; });
+            }
+            s_act = ++shown < 1024 ? go : nullptr;
+            host.bus.send(message(1));
+        };
+        s_act = go;
+        host.bus.send(message(1));
+        QTRY_COMPARE(shown, 1024);
+        QTRY_COMPARE(shownInOneTurn, 256);
+        QVERIFY(host.isAllHeard()); // without a read error in the turn that finds nothing
+        QCOMPARE(host.errorNumbers(), (QList<int>{5, 5}));
+    }
+
+    void readsAheadIsBounded() // reading ahead while a spy handler runs the event loop
+    {
+        SInterfaceAtRawGateway host;
+        host.can->setSpyHandler(spy);
+        bool isAllTaken = true;
+        s_act = [&] {
+            isAllTaken = QTest::qWaitFor([&] { return host.link->bytesToWrite() == 0; }, 1000);
+            host.can->closeCommunication();
+        };
+        host.link->write(rmFrame(message(1)).repeated(1 << 23)); // far more than the kernel buffers
+        QTRY_VERIFY(!host.can->isOpened());
+        QVERIFY(!isAllTaken);
+    }
+
+    void linkIsLostInTheSpyHandler_data()
+    {
+        const auto row = columns<int>("messages");
+        row("a few pieces of the stream", 300);
+        row("more pieces than one turn of the event loop takes", 27500);
+    }
+    void linkIsLostInTheSpyHandler() // the handler runs the event loop
+    {
+        SInterfaceAtRawGateway host;
+        QList<CCanMessage> read;
+        const QSignalSpy errors(host.can.get(), SIGNAL(interfaceError(int)));
+        host.can->setSpyHandler(spy);
+        const auto isLost = [&] { return errorNumbers(errors).contains(0); };
+        // Called for each message, which must be readable, and for each error up to error 0.
+        std::function<void()> go = [&] {
+            const QList<CCanMessage> now = unread(*host.can);
+            QCOMPARE(now.size(), errors.isEmpty() ? 1 : 0);
+            read += now;
+            QCoreApplication::processEvents();
+            s_act = isLost() ? nullptr : go;
+        };
+        s_act = go;
+        connect(host.can.get(), SIGNAL(interfaceError(int)), this, SLOT(onInterfaceError(int)));
+        QByteArray stream;
+        QList<CCanMessage> sent;
+        for (int number = 0; number < cell<int>("messages"); ++number) {
+            sent.append(message(0x111, QByteArray::number(number).rightJustified(8, '0')));
+            stream += rmFrame(sent.last());
+        }
+        host.link->write(stream + frame(0x42, hex("01")));
+        host.link->disconnectFromHost();
+        QTRY_VERIFY(isLost());
+        QVERIFY(read == sent);
+        QCOMPARE(errorNumbers(errors), (QList<int>{5, 0}));
+        QTRY_VERIFY(isConnected(*host.can)); // the connection is re-established
+    }
+
+    void textsWhileTheLanguageChanges()
+    {
+        constexpr int CHANGES = 40000;
+        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
+        const QString quiet = can->interfaceErrorToString(0);
+        std::atomic<int> wrong{0};
+        SShout shout(*can);
+        std::atomic<bool> isEnding{false};
+        std::thread reader([&] {
+            while (!isEnding) {
+                const QString now = can->interfaceErrorToString(0);
+                wrong += now == quiet || now == quiet.toUpper() ? 0 : 1;
+            }
+        });
+        for (int i = 0; i < CHANGES; ++i) {
+            i % 2 == 0 ? QCoreApplication::installTranslator(&shout) : QCoreApplication::removeTranslator(&shout);
+        }
+        isEnding = true;
+        reader.join();
+        QCOMPARE(wrong.load(), 0);
+        QCOMPARE(can->interfaceErrorToString(0), quiet);
+    }
+
+    void onInterfaceError(int /*error*/) { actOnce(); }
 };
 
 QTEST_GUILESS_MAIN(ConnectionTest)

@@ -68,10 +68,7 @@ private Q_SLOTS:
         QVERIFY(!loader.metaData()["debug"_s].toBool()); // otherwise release builds of hosts refuse it
         QObject* const object = loader.instance();
         QCOMPARE(loader.instance(), object);
-        void* const part = object->qt_metacast("quinmark.CCanInterfacePlugin/1.1");
-        QVERIFY(part != nullptr);
-        QVERIFY(part != object);
-        QCOMPARE(object->qt_metacast("CCanInterfacePlugin"), part);
+        QVERIFY(object->qt_metacast("quinmark.CCanInterfacePlugin/1.1") != nullptr);
         QCOMPARE(plugin().pluginId(), 1);
         QCOMPARE((QStringList{loader.metaData()["IID"_s].toString(), loader.metaData()["className"_s].toString(),
                               plugin().pluginName(), plugin().interfaceType(), QLatin1String(canInterfaceLibIdent())}),
@@ -90,7 +87,6 @@ private Q_SLOTS:
     {
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         QVERIFY(can->qt_metacast("quinmark.CCanInterface/1.0") != nullptr);
-        QVERIFY(qobject_cast<CCanInterface*>(static_cast<QObject*>(can.get())) == can.get());
         const CCommonInfo info = can->commonInfo();
         QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type()}),
                  list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93"_s));
@@ -179,6 +175,7 @@ private Q_SLOTS:
     {
         const auto row = columns<QByteArray, QList<int>, QList<CCanMessage>>("bytes", "errors", "stored");
         row("wrong checksums", hex("430400012301650d 430400012301650d"), {1, 1}, {});
+        row("length 0", hex("4300430d") + QByteArray(20, '\0'), {1}, {}); // the second marker begins a frame
         row("status 0x09", frame(0x42, hex("09")), {5, 8}, {});
         row("status 0xFF, other code", frame(0x43, hex("ff")), {5, 6, 7, 8, 9, 10, 11}, {});
         row("status without payload", frame(0x42), {}, {});
