@@ -6,10 +6,8 @@
 
 #include <QtCore>
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <csignal>
+#include <unistd.h>
 
 using namespace vexmor;
 
@@ -27,7 +25,6 @@ constexpr int ENDED_AS_REQUESTED = 7;
 QByteArray s_way;
 int s_broadcastsLeft = 0; ///< Broadcasts that the scan sends before it must end.
 std::atomic<bool> s_isUnderWay{false};
-std::atomic<bool> s_isDelayed{false};
 QSemaphore s_goOn; ///< Released when the log handler may let the scan thread continue (way "hold").
 
 void check(bool ok, const char* fact)
@@ -38,15 +35,14 @@ void check(bool ok, const char* fact)
     }
 }
 
-QStringList threads()
-{
-    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-}
-
 void requireNoScanThread(int limitMs = 500)
 {
     const QDeadlineTimer limit(limitMs);
-    while (threads().size() > OWN_THREADS) { // the system may end a thread later than QThread reports
+    // The system may end a thread later than QThread reports.
+    const auto threads = [] {
+        return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::AllDirs | QDir::NoDotAndDotDot);
+    };
+    while (threads().size() > OWN_THREADS) {
         check(!limit.hasExpired(), "no thread outlives what it uses");
         if (QCoreApplication::instance() != nullptr) {
             QCoreApplication::processEvents();
@@ -59,21 +55,15 @@ const struct SEndOfProgram {
     ~SEndOfProgram() { requireNoScanThread(); }
 } s_endOfProgram;
 
-/// Stops the scan thread for a while, wherever it is, by letting it sleep in a signal handler.
+/// Stops the scan thread for a while, wherever it is: it alone takes the signal, whose handler sleeps.
 void delayScanThread()
 {
-    std::signal(SIGUSR1, [](int) {
-        s_isDelayed = true;
-        ::usleep(1500 * 1000);
-    });
-    for (const QString& thread : threads()) {
-        if (thread.toInt() != ::getpid()) {
-            ::syscall(SYS_tgkill, ::getpid(), thread.toInt(), SIGUSR1);
-        }
-    }
-    while (!s_isDelayed) {
-        QThread::msleep(1);
-    }
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGUSR1, [](int) { ::usleep(1500 * 1000); });
+    ::kill(::getpid(), SIGUSR1);
 }
 
 void endScan(QPluginLoader& loader) // the way "return" does nothing here: main returns while the scan runs
@@ -112,7 +102,7 @@ void onLogLine(int, const char*, int, const char* format, ...)
     }
 }
 
-/// Each program ends at another time after the start of its scan.
+/// Each of several programs ends at another time after the start of its scan.
 void endAtTheBeginning()
 {
     for (int microseconds = 0; microseconds < 900; microseconds += 30) {

@@ -1,4 +1,3 @@
-#include "InterfaceT93/busloadMeter.h"
 #include "t93Fixture.h"
 
 using namespace vexmor::Test;
@@ -88,8 +87,8 @@ private Q_SLOTS:
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         QVERIFY(can->qt_metacast("quinmark.CCanInterface/1.0") != nullptr);
         const CCommonInfo info = can->commonInfo();
-        QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type()}),
-                 list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93"_s));
+        QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type(), can->interfaceType()}),
+                 list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93|T93"_s));
         QVERIFY(info.isScanable());
         QVERIFY(!can->isOpened());
         CCanMessage untouched = message(0x55);
@@ -238,30 +237,6 @@ private Q_SLOTS:
         }
     }
 
-    void busloadPeriods_data()
-    {
-        const auto row =
-            columns<int, unsigned int, unsigned int, unsigned int>("messages", "period", "rate", "percent");
-        // A message with 8 data bytes has 110 bits. Before the period, the load is 7 %.
-        row("just below the next percent", 136, 1000, 500, 2);
-        row("far above 100", 137, 10, 50, 3014);
-        row("a capacity that wraps to 0 changes nothing", 100, 1024, 0x400000, 7);
-        row("a rate of 0 changes nothing", 100, 1000, 0, 7);
-    }
-    void busloadPeriods()
-    {
-        CBusloadMeter meter;
-        meter.takeGatewayValue(119, 125); // 119 * 74 / 125 / 10
-        QCOMPARE(meter.percent(), 7U);
-        for (int i = 0; i < cell<int>("messages"); ++i) {
-            meter.countMessage(8);
-        }
-        meter.endPeriod(cell<unsigned int>("period"), cell<unsigned int>("rate"));
-        QTEST(meter.percent(), "percent");
-        meter.endPeriod(1000, 500); // each message is counted once
-        QCOMPARE(meter.percent(), 0U);
-    }
-
     void busload() // measured by the gateway, then estimated by the interface
     {
         SOpenInterface host(CCommonInfo::eProtocolTcp, withoutBusload());
@@ -289,13 +264,13 @@ private Q_SLOTS:
         QTRY_COMPARE(polls(), 3);
         QVERIFY(host.isAllHeard()); // no poll by the clock alone
         set(60000, 125);
-        host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("ffff"));
-        QTRY_COMPARE(busloadOf(*host.can), 3879); // (65535 * 74) / 125 = 38796, / 10 = 3879
+        host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("fffe"));
+        QTRY_COMPARE(busloadOf(*host.can), 3864); // (65279 * 74) / 125 = 38645, / 10 = 3864
         set(60000, 0);
         host.gateway.sendFrame(RM_CMD_BUSLOAD, hex("f401"));
         confirm(); // no poll: the timer runs
         QVERIFY(host.isAllHeard());
-        QCOMPARE(busloadOf(*host.can), 3879);
+        QCOMPARE(busloadOf(*host.can), 3864);
         QCOMPARE(host.can->writeMessage(message(1)), 0);
         QTRY_COMPARE(host.atGateway.size(), 1); // all earlier requests have arrived by then
         QCOMPARE(polls(), 3);
@@ -307,11 +282,18 @@ private Q_SLOTS:
             QCOMPARE(busloadOf(*host.can), 0);
             QCOMPARE(nextPoll(), pollTime == 0 ? 100 : int(qMin(pollTime, ~0U / 2)));
         }
-        set(1000, 50);
+        // The test ends the periods itself.
+        const auto loadAfter = [&](unsigned int period, unsigned int rate) {
+            set(period, rate);
+            QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
+            return busloadOf(*host.can);
+        };
         host.can->setSpyHandler(spy);
-        // The test ends the period itself. 100 messages with 8 data bytes have 11000 bits.
         for (const int code : {0, 109}) {
+            const int percent = code == 0 ? 44 : 22; // refused messages do not count, but the spy handler sees them
             s_shown[1].clear();
+            set(0xFFFFFFFFU, 50);
+            QCOMPARE(host.can->resetCommunication(0), 0);
             host.gateway.flood(100);
             QCOMPARE(host.receive(100).size(), 100);
             host.errors->clear();
@@ -319,10 +301,12 @@ private Q_SLOTS:
             for (int i = 0; i < 100; ++i) {
                 QCOMPARE(host.can->writeMessage(message(0x100, hex("0001020304050607"))), code);
             }
-            QMetaObject::invokeMethod(host.can.get(), "onBusloadPollTimeout");
-            QVERIFY(code != 0 || nextPoll() == 1000);
-            QCOMPARE(busloadOf(*host.can), code == 0 ? 44 : 22); // refused messages do not count,
-            QCOMPARE(s_shown[1].size(), 100);                    // but are shown to the spy handler
+            QCOMPARE(s_shown[1].size(), 100);
+            QCOMPARE(loadAfter(978, 50), percent); // 200 messages of 110 bits: just below 45 %
+            QVERIFY(code != 0 || nextPoll() == 978);
+            QCOMPARE(loadAfter(1024, 0x400000), percent); // a capacity that wraps to 0 changes nothing,
+            QCOMPARE(loadAfter(1000, 0), percent);        // and so does a rate of 0
+            QCOMPARE(loadAfter(978, 50), 0);              // each message counts once
         }
     }
 
@@ -337,6 +321,7 @@ private Q_SLOTS:
         CCommonInfo other = before;
         other.setPort("IP=127.0.0.2:1:UDP"_s);
         QCOMPARE(host.can->setCommonInfo(other), 6);
+        QCOMPARE(host.can->configure(nullptr, Qt::Dialog), 6);
         const std::unique_ptr<CCanInterface> copy(host.can->clone());
         QVERIFY(!copy->isOpened());
         QVERIFY(copy->commonInfo() == before);
