@@ -73,20 +73,22 @@ private Q_SLOTS:
                               plugin().pluginName(), plugin().interfaceType(), QLatin1String(canInterfaceLibIdent())}),
                  list("quinmark.CanInterfaces.CInterfaceT93Plugin|CInterfaceT93Plugin|InterfaceT93Plugin|T93|"
                       "vex CAN Interface Library for T93"_s));
+        CCanInterfacePlugin& scanner = plugin();
         const QString address = "10.0.0.9"_s;
-        const auto add = [](const QString& text) { return plugin().addScanAddress(text); };
-        const auto remove = [](const QString& text) { return plugin().removeScanAddress(text); };
-        QCOMPARE((QList<bool>{add("gateway"_s), add(address), add(address)}), (QList<bool>{false, true, true}));
-        QCOMPARE(plugin().scanAddresses(), QStringList(address));
-        QCOMPARE((QList<bool>{remove("10.0.0.8"_s), remove(address)}), (QList<bool>{false, true}));
-        QVERIFY(plugin().scanAddresses().isEmpty());
+        QCOMPARE((QList<bool>{scanner.addScanAddress("gateway"_s), scanner.addScanAddress(address),
+                              scanner.addScanAddress(address)}),
+                 (QList<bool>{false, true, true}));
+        QCOMPARE(scanner.scanAddresses(), QStringList(address));
+        QCOMPARE((QList<bool>{scanner.removeScanAddress("10.0.0.8"_s), scanner.removeScanAddress(address)}),
+                 (QList<bool>{false, true}));
+        QVERIFY(scanner.scanAddresses().isEmpty());
     }
 
-    void newInterfaceHasTheDefaults()
+    void closedInterfaceHasDefaultsAndTakesADescription()
     {
         const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         QVERIFY(can->qt_metacast("quinmark.CCanInterface/1.0") != nullptr);
-        const CCommonInfo info = can->commonInfo();
+        CCommonInfo info = can->commonInfo();
         QCOMPARE((QStringList{info.pluginName(), info.description(), info.port(), info.type(), can->interfaceType()}),
                  list("InterfaceT93Plugin|T93 Ethernet Interface|IP=192.168.1.70:30000:TCP|T93|T93"_s));
         QVERIFY(info.isScanable());
@@ -104,6 +106,17 @@ private Q_SLOTS:
         QVERIFY((s_shown[0] + s_shown[1]).isEmpty());
         QVERIFY(untouched == message(0x55));
         QCOMPARE(percent, 7);
+
+        // The description sets address and port.
+        const auto portAfter = [&](const QString& port) {
+            info.setPort(port);
+            return can->setCommonInfo(info) == 0 ? driver(*can).configParam().ipPortString() : "refused"_s;
+        };
+        QCOMPARE(portAfter("IP=10.0.0.5:70000:UDP"_s), "IP=10.0.0.5:4464:TCP"_s);
+        QTest::ignoreMessage(QtWarningMsg,
+                             "vexmor::Cim::CInterfaceT93::setCommonInfo: convert IP port string to uint failed.");
+        QCOMPARE(portAfter("IP=10.0.0.6:http:TCP"_s), "IP=10.0.0.6:4464:TCP"_s);
+        QCOMPARE(portAfter("COM=3"_s), "IP=10.0.0.6:4464:TCP"_s);
     }
 
     void messagesPassBothWays_data() { rows({"TCP", "UDP"}); }
@@ -331,21 +344,6 @@ private Q_SLOTS:
         QCOMPARE(copy->writeMessage(message(1)), 0);
         QCOMPARE(s_shown[1].size(), 1);                                   // the copy has the same spy handler
         QTRY_VERIFY(errorNumbers(requests).contains(RM_CMD_MAC_ADDRESS)); // and its own connection
-    }
-
-    void descriptionSetsAddressAndPort()
-    {
-        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
-        CCommonInfo info = can->commonInfo();
-        const auto portAfter = [&](const QString& port) {
-            info.setPort(port);
-            return can->setCommonInfo(info) == 0 ? driver(*can).configParam().ipPortString() : "refused"_s;
-        };
-        QCOMPARE(portAfter("IP=10.0.0.5:70000:UDP"_s), "IP=10.0.0.5:4464:TCP"_s);
-        QTest::ignoreMessage(QtWarningMsg,
-                             "vexmor::Cim::CInterfaceT93::setCommonInfo: convert IP port string to uint failed.");
-        QCOMPARE(portAfter("IP=10.0.0.6:http:TCP"_s), "IP=10.0.0.6:4464:TCP"_s);
-        QCOMPARE(portAfter("COM=3"_s), "IP=10.0.0.6:4464:TCP"_s);
     }
 };
 
