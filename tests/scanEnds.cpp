@@ -80,7 +80,7 @@ void endScan(QPluginLoader& loader) // the way "return" does nothing here: main 
     } else if (s_way == "unload" || s_way == "hold") {
         check(loader.unload(), "the library lets itself be unloaded");
         QFile maps(QStringLiteral("/proc/self/maps"));
-        maps.open(QIODevice::ReadOnly);
+        check(maps.open(QIODevice::ReadOnly), "the list of libraries can be read");
         check(maps.readAll().contains("libInterfaceT93") == (s_way == "hold"),
               "its code stays exactly while the scan needs it");
     }
