@@ -1,20 +1,32 @@
 #include "t93Fixture.h"
 
+#include <QtWidgets>
+
 using namespace vexmor::Test;
 
 namespace
 {
-const QString GROUP = "CanInterfaces"_s;
-constexpr int SILENT_MS = 50;
-const QByteArray UNIT = "InterfaceT93/configParamT93: ";
+enum ERow { HOST, MODE, PROTOCOL, ADDRESS, AUTO_IP, PORT, LOCAL_ADDRESS, ANY_ADDRESS, BAUDRATE, POLL, MEASURE, ROWS };
 
-CCommonInfo infoNamed(const QString& name)
+/// The keys of the settings, those with a row in the dialog first. Lists are texts with bars, for legibility.
+const QStringList KEYS = list("Hostname|Service|Protocol|IP-Address|AutoIpUpdate|Port|Local-IP-Address|UdpBindAnyIp|"
+                              "CanBaudrate|BusloadPollTime|BusloadMeasureInterval|Dhcp|PluginName|Description|"
+                              "FirmwareVersion|InterfaceId|InterfaceType|PortId|Scanable"_s);
+const QString DEFAULTS = "|SERVER|TCP|192.168.1.70|0|30000|0.0.0.0|0|100|800|1000|0"_s;
+const QString FILLED = "hall|CLIENT|UDP|10.0.0.5|1|31000|10.0.0.1|1|1000|4000000000|65535|0|"
+                       "InterfaceT93Plugin||||||true"_s;
+const QString STORED = "stored|SERVER|TCP|10.0.0.6|0|4|10.0.0.2|0|3|2|1|1|" // another value for each key
+                       "InterfaceT93Plugin|stored|stored|stored|stored|stored|false"_s;
+const QString GROUP = "CanInterfaces"_s;
+const QString IPV4_RULE = ": must be an IPv4 address like 192.168.1.70, without leading zeros"_s;
+constexpr unsigned int SILENT_MS = 50;
+
+/// Stores the values of the first keys under a path.
+void store(const QString& path, const QString& values)
 {
-    CCommonInfo info;
-    info.setPluginName("InterfaceT93Plugin"_s);
-    info.setUniqueName(name);
-    info.setScanable(true);
-    return info;
+    for (int index = 0; index < list(values).size(); ++index) {
+        QSettings().setValue(path + KEYS[index], list(values)[index]);
+    }
 }
 
 /// Returns all entries of the store under a path, as KEY=VALUE.
@@ -29,32 +41,95 @@ QStringList storedUnder(const QString& path)
     return lines;
 }
 
-const QStringList FILLED = list("AutoIpUpdate=1 BusloadMeasureInterval=65535 BusloadPollTime=4000000000 "
-                                "CanBaudrate=1000 Description= Dhcp=0 FirmwareVersion= Hostname=hall "
-                                "IP-Address=10.0.0.5 InterfaceId= InterfaceType= Local-IP-Address=10.0.0.1 "
-                                "PluginName=InterfaceT93Plugin Port=31000 PortId= Protocol=UDP Scanable=true "
-                                "Service=CLIENT UdpBindAnyIp=1"_s);
-
-/// Stored entries with another value for each key.
-const QStringList STORED = list("AutoIpUpdate=0 BusloadMeasureInterval=1 BusloadPollTime=2 CanBaudrate=3 "
-                                "Description=stored Dhcp=1 FirmwareVersion=stored Hostname=stored IP-Address=10.0.0.6 "
-                                "InterfaceId=stored InterfaceType=stored Local-IP-Address=10.0.0.2 "
-                                "PluginName=InterfaceT93Plugin Port=4 PortId=stored Protocol=TCP Scanable=false "
-                                "Service=SERVER UdpBindAnyIp=0"_s);
-
-/// Stores entries KEY=VALUE under a path.
-void store(const QString& path, const QStringList& lines)
+/// Returns the settings of an interface in the order of the rows, and Dhcp.
+QString settingsOf(CCanInterface& can)
 {
-    QSettings settings;
-    for (const QString& line : lines) {
-        settings.setValue(path + line.section(QLatin1Char('='), 0, 0), line.section(QLatin1Char('='), 1));
+    can.saveSettings("Group"_s);
+    QStringList values;
+    for (int index = 0; index <= ROWS; ++index) {
+        values += QSettings().value("Group/"_s + KEYS[index]).toString();
     }
+    return values.join(QLatin1Char('|'));
 }
 
+/// The dialog as a user sees it: rows and buttons.
+struct SDialog {
+    QWidget* at(int row, int column = 1) const
+    {
+        return dialog.findChild<QGridLayout*>()->itemAtPosition(row, column)->widget();
+    }
+    QString shown() const
+    {
+        QStringList values;
+        for (int row = 0; row < ROWS; ++row) {
+            values += at(row)->metaObject()->userProperty().read(at(row)).toString();
+        }
+        return values.join(QLatin1Char('|'));
+    }
+    /// Returns the texts that depend on the language: title, labels and tool tips.
+    QStringList texts() const
+    {
+        QStringList labels{dialog.windowTitle()}, toolTips;
+        for (int row = 0; row < ROWS; ++row) {
+            const auto* const label = qobject_cast<QLabel*>(at(row, 0));
+            labels += label->buddy() == at(row) ? label->text() : "label of another field"_s;
+            toolTips += at(row)->toolTip();
+        }
+        return labels + toolTips;
+    }
+    void type(int row, const QString& text) const
+    {
+        auto* const inside = at(row)->findChild<QLineEdit*>();
+        auto* const edit = inside != nullptr ? inside : qobject_cast<QLineEdit*>(at(row));
+        QTest::mouseClick(edit, Qt::LeftButton);
+        QCoreApplication::processEvents();
+        QVERIFY(!edit->hasSelectedText()); // only the Tab key selects
+        edit->selectAll();
+        QTest::keyClick(edit, Qt::Key_Delete);
+        QTest::keyClicks(edit, text);
+    }
+    void press(QDialogButtonBox::StandardButton button) const
+    {
+        QTest::mouseClick(dialog.findChild<QDialogButtonBox*>()->button(button), Qt::LeftButton);
+    }
+    /// Presses OK and calls `act` when a warning appears. Returns the text of the warning, or an empty text.
+    QString pressOk(const std::function<void(QMessageBox&)>& act = [](QMessageBox& box) { box.accept(); }) const
+    {
+        QString text;
+        const QObject whilePressed;
+        QTimer::singleShot(0, &whilePressed, [&] {
+            if (auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                const bool isPlain = box->icon() == QMessageBox::Warning && box->textFormat() == Qt::PlainText &&
+                                     box->standardButtons() == QMessageBox::Ok && box->parent() == nullptr;
+                text = isPlain ? box->windowTitle() + box->text() : "another kind of box"_s;
+                act(*box);
+            }
+        });
+        press(QDialogButtonBox::Ok);
+        return text;
+    }
+    QDialog& dialog;
+};
+
+/// Opens the dialog of an interface, calls `user`, and cancels the dialog if it is still open. It must return `code`.
+void runDialog(CCanInterface& can, int code, const std::function<void(const SDialog&)>& user, QWidget* parent = nullptr)
+{
+    const QObject whileItRuns;
+    QTimer::singleShot(0, &whileItRuns, [&user] {
+        const QPointer<QDialog> dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (dialog && QTest::qWaitForWindowActive(dialog)) {
+            user(SDialog{*dialog});
+        }
+        if (dialog && dialog->isVisible()) {
+            dialog->reject();
+        }
+    });
+    QCOMPARE(can.configure(parent, Qt::Dialog | Qt::WindowStaysOnTopHint), code);
+}
 } // namespace
 
 /// The settings of a gateway: where they are stored, which values are refused, and that no other entry of the store
-/// changes.
+/// changes; and the dialog, opened by the loaded plugin and used by keys and clicks.
 class ConfigParamTest : public QObject
 {
     Q_OBJECT
@@ -63,52 +138,53 @@ private Q_SLOTS:
     void init()
     {
         m_store = std::make_unique<CPrivateStore>();
-        m_info = infoNamed("a"_s);
+        m_info = {};
+        m_info.setPluginName("InterfaceT93Plugin"_s);
+        m_info.setUniqueName("a"_s);
+        can.reset(plugin().createInterface());
         store("Filled/a/"_s, FILLED);
         QCOMPARE(m_param.loadSettings("Filled"_s, m_info), 0);
         QSettings().remove("Filled"_s);
     }
 
-    void whatIsLoadedIsSaved()
-    {
-        QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing is stored: nothing changes
-        QSettings().setValue("CanInterfaces/a/OldKey"_s, 1);
-        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
-        QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
-        QCOMPARE(storedUnder({}).size(), FILLED.size()); // only one group, without the old key
-        QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
-    }
-
     void storedValues_data()
     {
-        // The row name is stored in addition to STORED. "loaded" is the resulting entry; empty: the whole group is
-        // refused.
-        const auto row = columns<QString, int, QList<QByteArray>>("loaded", "code", "log");
-        for (const char* same : {"Service=CLIENT", "Service=Invalid", "Protocol=NA", "Dhcp=0"}) {
-            row(same, QString::fromLatin1(same), 0, {});
+        // The row name is stored in addition to STORED. "loaded" is the resulting value.
+        const auto row = columns<QString, int, QByteArray>("loaded", "code", "log");
+        for (const char* same : {"Service=CLIENT", "Service=Invalid", "Protocol=NA", "Dhcp=0", "CanBaudrate=0",
+                                 "BusloadMeasureInterval=0"}) {
+            row(same, QString::fromLatin1(same).section(QLatin1Char('='), 1), 0, {});
         }
-        row("Port=70000", "Port=4464"_s, 0, {});
-        row("Port=http", "Port=0"_s, 0, {});
-        row("BusloadMeasureInterval=65537", "BusloadMeasureInterval=1"_s, 0, {});
+        row("Port=70000", "4464"_s, 0, {});
+        row("Port=http", "0"_s, 0, {});
+        row("BusloadMeasureInterval=65537", "1"_s, 0, {});
         row("Service=client", {}, 8,
-            {"30 " + UNIT + "Conversion of service 'client' to EServiceType failed!",
-             "50 " + UNIT + "could not convert 'client' to a service type."});
+            "30 Conversion of service 'client' to EServiceType failed!|"
+            "50 could not convert 'client' to a service type.");
         row("Protocol=SCTP", {}, 8,
-            {"30 cim/commonInfoInterface: Conversion of protocol string = 'SCTP' to EProtoclType failed!",
-             "50 " + UNIT + "could not convert 'SCTP' to a protocol type."});
-        row("IP-Address=300.1.1.1", {}, 9, {"50 " + UNIT + "Could not convert '300.1.1.1' to an IP address."});
-        row("Local-IP-Address=here", {}, 9, {"50 " + UNIT + "could not convert 'here' to an IP address for local IP."});
-        row("PluginName=Other", {}, 7, {"30 " + UNIT + "Plugin T93 cannot change to 'Other' when loading settings!"});
+            "30 cim/commonInfoInterface: Conversion of protocol string = 'SCTP' to EProtoclType failed!|"
+            "50 could not convert 'SCTP' to a protocol type.");
+        row("IP-Address=300.1.1.1", {}, 9, "50 Could not convert '300.1.1.1' to an IP address.");
+        row("IP-Address=", {}, 9, "50 Could not convert '' to an IP address.");
+        row("Local-IP-Address=here", {}, 9, "50 could not convert 'here' to an IP address for local IP.");
+        row("PluginName=Other", {}, 7, "30 Plugin T93 cannot change to 'Other' when loading settings!");
+        row("PluginName=", {}, 7, "30 Plugin T93 cannot change to '' when loading settings!");
     }
     void storedValues()
     {
         QFETCH(int, code);
-        store("CanInterfaces/a/"_s, STORED + QStringList(QString::fromLatin1(rowName())));
+        const QStringList changed = QString::fromLatin1(rowName()).split(QLatin1Char('='));
+        QCOMPARE(m_param.loadSettings(GROUP, m_info), 0); // nothing is stored yet: nothing changes
+        store("CanInterfaces/a/"_s, STORED);
+        QSettings().setValue("CanInterfaces/a/"_s + changed[0], changed[1]);
         const CLogRecorder recorder;
         QCOMPARE(m_param.loadSettings(GROUP, m_info), code);
-        QCOMPARE(m_info == infoNamed("a"_s), code != 0); // the stored description differs
-        QTEST(recorder.lines(), "log");
-        store("Expected/"_s, code == 0 ? STORED + QStringList(cell<QString>("loaded")) : FILLED);
+        QTEST(recorder.lines().join('|').replace("InterfaceT93/configParamT93: ", ""), "log");
+        store("Expected/"_s, code == 0 ? STORED : FILLED);
+        if (code == 0) {
+            QSettings().setValue("Expected/"_s + changed[0], cell<QString>("loaded"));
+        }
+        QSettings().setValue("a/OldKey"_s, 1); // to be removed
         QCOMPARE(m_param.saveSettings({}, m_info), 0);
         QCOMPARE(storedUnder("a"_s), storedUnder("Expected"_s));
         const CLogRecorder quiet(51); // above every level: nothing is logged
@@ -118,23 +194,26 @@ private Q_SLOTS:
 
     void valuesWithoutATextAreNotSaved_data()
     {
-        const auto row = columns<int, int, QList<QByteArray>>("protocol", "service", "log");
-        const QByteArray conversion = "30 " + UNIT + "Conversion of service = ";
-        const QByteArray refusal = "50 " + UNIT + "cannot convert ";
-        row("protocol", 3, 0, {refusal + "protocol =3 to string!"});
-        row("service", 0, 3, {conversion + "3 to string failed!", refusal + "service =3 to string!"});
-        row("negative service", 0, -1, {conversion + "-1 to string failed!", refusal + "service =-1 to string!"});
+        const auto row = columns<int, int, QByteArray>("protocol", "service", "log");
+        row("protocol", 3, 0, "50 cannot convert protocol =3 to string!");
+        for (const int service : {3, -1}) {
+            const QByteArray number = QByteArray::number(service);
+            row("service " + number, 0, service,
+                "30 Conversion of service = " + number + " to string failed!|50 cannot convert service =" + number +
+                    " to string!");
+        }
     }
     void valuesWithoutATextAreNotSaved()
     {
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
+        const QStringList before = storedUnder({});
         m_param.setProtocolType(static_cast<CCommonInfo::EProtocolType>(cell<int>("protocol")));
         m_param.setServiceType(static_cast<CConfigParamT93::EServiceType>(cell<int>("service")));
         m_param.setPort(1);
         const CLogRecorder recorder;
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 10);
-        QTEST(recorder.lines(), "log");
-        QCOMPARE(storedUnder("CanInterfaces/a"_s), FILLED);
+        QTEST(recorder.lines().join('|').replace("InterfaceT93/configParamT93: ", ""), "log");
+        QCOMPARE(storedUnder({}), before);
     }
 
     void otherInterfacesStay_data()
@@ -144,18 +223,18 @@ private Q_SLOTS:
     }
     void otherInterfacesStay() // whatever its name, an interface changes only its own group
     {
-        for (const QString& other : {"a"_s, "b"_s, "2F"_s}) {
-            m_info = infoNamed(other);
+        for (const QString& other : list("a b 2F"_s)) {
+            m_info.setUniqueName(other);
             QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         }
         QSettings().setValue("Other/key"_s, 1);
         QSettings().setValue("CanInterfaces/Key"_s, 1); // as stored by an interface without a name
         const QStringList before = storedUnder({});
-        m_info = infoNamed(QString::fromUtf8(rowName()));
+        m_info.setUniqueName(QString::fromUtf8(rowName()));
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         QCOMPARE(m_param.saveSettings(GROUP, m_info), 0);
         const QStringList after = storedUnder({});
-        QCOMPARE(after.size(), before.size() + FILLED.size());
+        QCOMPARE(after.size(), before.size() + KEYS.size());
         QVERIFY(std::includes(after.begin(), after.end(), before.begin(), before.end()));
         CConfigParamT93 loaded;
         QCOMPARE(loaded.loadSettings(GROUP, m_info), 0);
@@ -166,51 +245,54 @@ private Q_SLOTS:
 
     void properties_data()
     {
-        const auto row = columns<QVariant, QString, QString>("value", "taken", "port"); // an empty "taken": refused
-        const QString before = "192.168.1.70:30000:TCP"_s;
-        row("Hostname", "hall"_s, "hall"_s, before);
-        row("IPAddress", "10.0.0.5"_s, "10.0.0.5"_s, "10.0.0.5:30000:TCP"_s);
-        row("Port", 65535, "65535"_s, "192.168.1.70:65535:TCP"_s);
-        row("Port as text", "31000"_s, "31000"_s, "192.168.1.70:31000:TCP"_s);
-        row("Port 70000", 70000, {}, before);
-        row("Port -1", -1, {}, before);
-        row("Port that wraps to 80", (qlonglong(1) << 32) + 80, {}, before);
-        row("Protocol", "UDP"_s, "UDP"_s, "192.168.1.70:30000:UDP"_s);
-        row("Service", "CLIENT"_s, "CLIENT"_s, before);
-        row("LocalIPAddress", "10.9.0.1"_s, "10.9.0.1"_s, before);
-        row("UdpBindAnyIp", true, "true"_s, before);
-        row("AutoIpUpdate", true, "true"_s, before);
-        row("BusloadPollTime", 4294967295LL, "4294967295"_s, before);
-        row("BusloadPollTime too long", 4294967296LL, {}, before);
-        row("BusloadMeasureInterval", 65535, "65535"_s, before);
-        row("BusloadMeasureInterval 65536", 65536, {}, before);
-        row("CanBaudrate", 1000, "1000"_s, before);
-        row("CanBaudrate 0", 0, "0"_s, before);
-        row("CanBaudrate 33", 33, {}, before);
-        for (const char* text :
-             {"IPAddress 010.0.0.5", "IPAddress 10.5", "IPAddress gateway", "IPAddress ", "IPAddress ::1",
-              "IPAddress 10.0.0.256", "Protocol udp", "Protocol NA", "Service Invalid", "LocalIPAddress x"}) {
-            row(text, QString::fromLatin1(text).section(QLatin1Char(' '), 1), {}, before);
+        // The row name has property, value and, if the value is refused, the reason.
+        rows({"Hostname hall",
+              "IPAddress 10.0.0.5",
+              "Port 65535",
+              "Port 0",
+              "Protocol UDP",
+              "Service CLIENT",
+              "LocalIPAddress 10.9.0.1",
+              "UdpBindAnyIp true",
+              "AutoIpUpdate true",
+              "BusloadPollTime 4294967295",
+              "BusloadMeasureInterval 65535",
+              "CanBaudrate 1000",
+              "CanBaudrate 0",
+              "Port -1: must be 0 to 65535",
+              "Port 65536: must be 0 to 65535",
+              "Port 4294967376: must be 0 to 65535", // not 80
+              "BusloadPollTime 4294967296: must be 0 to 4294967295",
+              "BusloadMeasureInterval 65536: must be 0 to 65535",
+              "CanBaudrate 33: must be 50, 100, 125, 250, 500, 1000, or 0",
+              "Protocol udp: must be TCP or UDP",
+              "Protocol NA: must be TCP or UDP",
+              "Service Invalid: must be SERVER or CLIENT"});
+        for (const QString& address : list("010.0.0.5|10.5|gateway||::1|10.0.0.256"_s)) {
+            QTest::newRow(("IPAddress "_s + address + IPV4_RULE).toLatin1()) << true;
         }
+        QTest::newRow(("LocalIPAddress x"_s + IPV4_RULE).toLatin1()) << true;
     }
     void properties()
     {
-        QFETCH(QVariant, value);
-        QFETCH(QString, taken);
-        const QByteArray property = QByteArray(QTest::currentDataTag()).split(' ').first();
+        const QString row = QString::fromLatin1(rowName());
+        const QByteArray property = rowName().split(' ').first();
+        const QString value = row.section(QLatin1Char(' '), 1).section(": must"_s, 0, 0);
+        const bool isTaken = !row.contains(": must"_s);
         SOpenInterface host; // an open interface, beside a closed one
-        const std::unique_ptr<CCanInterface> can(plugin().createInterface());
         const QVariant before = can->property(property);
         QVERIFY(before.isValid());
-        QVERIFY(before != value);
-        if (taken.isEmpty()) {
-            QTest::ignoreMessage(QtWarningMsg,
-                                 QRegularExpression("^vexmor::Cim::CInterfaceT93: \\w+ .*: must be .*\\.$"_s));
+        QVERIFY(before.toString() != value);
+        if (!isTaken) {
+            QTest::ignoreMessage(QtWarningMsg, "vexmor::Cim::CInterfaceT93: " + rowName() + '.');
         }
         QVERIFY(can->setProperty(property, value));
-        QCOMPARE(can->property(property).toString(), taken.isEmpty() ? before.toString() : taken);
-        QFETCH(QString, port);
-        QCOMPARE(can->commonInfo().port(), "IP="_s + port);
+        QCOMPARE(can->property(property).toString(), isTaken ? value : before.toString());
+        const CConfigParamT93 param = driver(*can).configParam();
+        QCOMPARE(can->commonInfo().port(),
+                 "IP=%1:%2:%3"_s.arg(param.ipAddress().toString())
+                     .arg(param.port())
+                     .arg(param.protocolType() == CCommonInfo::eProtocolUdp ? "UDP"_s : "TCP"_s));
 
         const QVariant kept = host.can->property(property);
         const CCommonInfo info = host.can->commonInfo();
@@ -235,27 +317,20 @@ private Q_SLOTS:
     {
         SGateway one;
         one.gateway.setFaults(faulty(&SSimFaults::mute));
-        const auto can = makeInterface(one.gateway.port(), rowProtocol());
+        can = makeInterface(one.gateway.port(), rowProtocol());
         const QSignalSpy errors(can.get(), SIGNAL(interfaceError(int)));
         const auto silence = [&] { return can->property("MillisecondsSinceFrame").toLongLong(); };
-        QByteArray wrongChecksum = rmFrame(message(0x123));
-        wrongChecksum[wrongChecksum.size() - 2] = char(wrongChecksum.at(wrongChecksum.size() - 2) ^ 1);
-
         QCOMPARE(silence(), -1);
         for (int opening = 1; opening <= 2; ++opening) {
             QCOMPARE(can->openCommunication(), 0);
             QTRY_COMPARE(one.gateway.tcpHostCount() + one.gateway.udpHostCount(), 1);
             QCOMPARE(silence(), -1);
-
-            one.gateway.sendRaw(frame(0x99)); // any command counts
-            QTRY_VERIFY(silence() >= 0);
-            for (const QByteArray& bytes : {rmFrame(message(0x123)), frame(0x42, hex("00"))}) {
+            for (const QByteArray& any : {frame(0x99), rmFrame(message(0x123)), frame(0x42, hex("00"))}) {
+                one.gateway.sendRaw(any);
+                QVERIFY(QTest::qWaitFor([&] { return qulonglong(silence()) < SILENT_MS; })); // not -1 either
                 QTRY_VERIFY(silence() >= SILENT_MS);
-                one.gateway.sendRaw(bytes);
-                QVERIFY(QTest::qWaitFor([&] { return silence() < SILENT_MS; }));
             }
-            QTRY_VERIFY(silence() >= SILENT_MS);
-            one.gateway.sendRaw("noise" + wrongChecksum);
+            one.gateway.sendRaw("noise" + hex("430199000d")); // a wrong checksum
             QTRY_COMPARE(errorNumbers(errors).count(1), opening);
             if (rowProtocol() == CCommonInfo::eProtocolTcp) { // a loss does not count as a frame
                 const QSignalSpy regained(&one.gateway, &CSimGateway::hostConnected);
@@ -264,18 +339,180 @@ private Q_SLOTS:
                 QTRY_VERIFY(isConnected(*can));
             }
             QVERIFY(silence() >= SILENT_MS);
-
             can->closeCommunication();
             QCOMPARE(silence(), -1);
             one.gateway.dropLinks();
         }
     }
 
+    // ---- The dialog ----
+
+    void showsAndReturns_data()
+    {
+        const auto row = columns<QString, QString, QString>("given", "shown", "returned");
+        row("defaults", DEFAULTS, "|SERVER|TCP|192.168.1.70|false|30000|0.0.0.0|false|100|800|1000"_s, DEFAULTS);
+        row("everything else", "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|1"_s,
+            "hall|CLIENT|UDP|10.0.0.5|true|1|10.9.0.1|true|1000|100|3000"_s,
+            "hall|CLIENT|UDP|10.0.0.5|1|1|10.9.0.1|1|1000|100|3000|0"_s);
+        row("unknown and too small", "|Invalid|NA|10.0.0.5|1|0|0.0.0.0|0|33|50|5|0"_s,
+            "|CLIENT|TCP|10.0.0.5|true|0|0.0.0.0|false||100|100"_s,
+            "|CLIENT|TCP|10.0.0.5|1|0|0.0.0.0|0|100|100|100|0"_s);
+        const QString cut = "123456789 123456789 12345678"_s;
+        row("too large and too long", cut + "9|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|1|50|4294967295|5000|0"_s,
+            cut + "|SERVER|TCP|10.0.0.5|false|65535|0.0.0.0|true|50|3000|3000"_s,
+            cut + "|SERVER|TCP|10.0.0.5|0|65535|0.0.0.0|1|50|3000|3000|0"_s);
+    }
+    void showsAndReturns()
+    {
+        store("Given/"_s, cell<QString>("given"));
+        QCOMPARE(can->loadSettings("Given"_s), 0);
+        configure(*can, [](CConfigParamT93& param) { param.setMacAddress({2, 0, 0, 1, 2, 3}); });
+        runDialog(*can, 0, [](const SDialog& user) {
+            QTEST(user.shown(), "shown");
+            user.press(QDialogButtonBox::Ok);
+        });
+        QTEST(settingsOf(*can), "returned");
+        const CConfigParamT93 param = driver(*can).configParam();
+        QCOMPARE(can->commonInfo().port(), param.ipPortString());
+        QCOMPARE(param.macAddressString(QLatin1Char(':')), "00:00:00:00:00:00"_s);
+    }
+
+    void textsFollowTheLanguage()
+    {
+        QTranslator german;
+        QVERIFY(german.load("interfaceT93_de"_s, QStringLiteral(CIM_TRANSLATION_DIR)));
+        runDialog(*can, 0, [&](const SDialog& user) {
+            const QStringList english = user.texts();
+            QCOMPARE(english.mid(0, 1 + ROWS),
+                     list("T93 configuration dialog|Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|"
+                          "Port Number|Local IP Address|UDP receive any IP Address|CAN Baudrate [kbit/s]|"
+                          "Busload poll time [ms]|Busload measure interval [ms]"_s));
+            const QRegularExpression toolTips("^\\|{4}.*'Auto IP update' is set then.*\\|\\|.*attached\\.\n"
+                                              "Used for UDP mode\\.\\|.*any T93\nbecause.*\\|\\|\\|$"_s);
+            QVERIFY(toolTips.match(english.mid(1 + ROWS).join(QLatin1Char('|'))).hasMatch());
+            for (const bool isGerman : {true, false}) {
+                isGerman ? QCoreApplication::installTranslator(&german) : QCoreApplication::removeTranslator(&german);
+                QStringList expected;
+                for (const QString& text : english) {
+                    expected += QCoreApplication::translate("vexmor::Cim::CConfigDialogT93", text.toUtf8());
+                }
+                QCOMPARE(expected.first(), isGerman ? "T93-Konfiguration"_s : english.first());
+                QTRY_COMPARE(user.texts(), expected);
+            }
+            QCOMPARE(can->configure(nullptr, Qt::Dialog), 0); // no second dialog opens
+            QCOMPARE(QApplication::activeModalWidget(), &user.dialog);
+        });
+    }
+
+    void keyboardAlone()
+    {
+        const auto press = [](int key) { QTest::keyClick(QApplication::focusWidget(), Qt::Key(key)); };
+        runDialog(*can, 0, [&](const SDialog&) {
+            for (const QString& typed : list("hall|UP|DOWN|10.0.0.5| |77|192.168.1.70| |25|UP|250"_s)) {
+                QCoreApplication::processEvents();
+                if (typed == "UP"_s || typed == "DOWN"_s) {
+                    press(typed == "UP"_s ? Qt::Key_Up : Qt::Key_Down);
+                } else {
+                    QTest::keyClicks(QApplication::focusWidget(), typed);
+                }
+                press(Qt::Key_Tab);
+            }
+            for (const int key : {Qt::Key_Backtab, Qt::Key_Tab}) { // from OK to the local address and back
+                for (int field = ROWS; field > LOCAL_ADDRESS; --field) {
+                    press(key);
+                }
+                QCoreApplication::processEvents();
+                QTest::keyClicks(QApplication::focusWidget(), key == Qt::Key_Backtab ? "10.9.0.1"_s : QString());
+            }
+            press(Qt::Key_Space); // OK has the focus now
+        });
+        QCOMPARE(settingsOf(*can), "hall|CLIENT|UDP|10.0.0.5|1|77|10.9.0.1|1|25|801|250|0"_s);
+    }
+
+    void checksWhatIsTyped_data()
+    {
+        const auto row = columns<QString, QString>("warning", "returned");
+        const QString range = " not in valid range (min: 0, max: %1)"_s;
+        const QString port = "Port Number: %1"_s + range.arg(65535), byte = range.arg(255);
+        row("0|a1.x2.3.4b|255.255.255.255|33", {}, "|SERVER|TCP|1.2.3.4|0|0|255.255.255.255|0|33|800|1000|0"_s);
+        row("65535|192.168.008.070|10.0.0.010|fast", {},
+            "|SERVER|TCP|192.168.8.70|0|65535|10.0.0.10|0|100|800|1000|0"_s);
+        row("|10.0.0.5|0.0.0.0|50", port.arg(0), DEFAULTS);
+        row("65536|10.0.0.5|0.0.0.0|50", port.arg(65536), DEFAULTS);
+        row("1|010.256.0.|0.0.0.0|50", "IP Address: 10.>256<.0.>0<"_s + byte, DEFAULTS);
+        row("70000|10.0.0.5|10.0.0.999|50", port.arg(70000) + "\nLocal IP Address: 10.0.0.>999<"_s + byte, DEFAULTS);
+        row("99999||999.0.0.0|50",
+            port.arg(99999) + "\nIP Address: >0<.>0<.>0<.>0<"_s + byte + "\nLocal IP Address: >999<.0.0.0"_s + byte,
+            DEFAULTS);
+    }
+    void checksWhatIsTyped()
+    {
+        const QStringList typed = list(QString::fromLatin1(rowName()));
+        QFETCH(QString, warning);
+        const std::function<void(const SDialog&)> waysOut[] = {
+            [](const SDialog& user) { user.press(QDialogButtonBox::Cancel); },
+            [](const SDialog& user) { QTest::keyClick(user.at(PORT), Qt::Key_Escape); },
+            [](const SDialog& user) { user.dialog.close(); }};
+        for (const auto& leave : waysOut) {
+            runDialog(*can, 0, [&](const SDialog& user) {
+                for (int field = 0; field < typed.size(); ++field) {
+                    user.type(std::array{PORT, ADDRESS, LOCAL_ADDRESS, BAUDRATE}[std::size_t(field)], typed[field]);
+                }
+                const QString before = user.shown();
+                QCOMPARE(user.pressOk(), warning);
+                QCOMPARE(user.dialog.isVisible(), !warning.isEmpty());
+                QCOMPARE(user.shown(), before);
+                leave(user);
+                QVERIFY(!user.dialog.isVisible());
+            });
+        }
+        QTEST(settingsOf(*can), "returned");
+    }
+
+    void openInterfaceIsNotConfigured()
+    {
+        SOpenInterface open;
+        runDialog(*open.can, 6, [](const SDialog&) { QFAIL("a dialog"); });
+        open.can->closeCommunication();
+        open.gateway.setMaxClients(2); // it may not know yet that the link was closed
+        const QString before = settingsOf(*open.can);
+        runDialog(*open.can, 6, [&](const SDialog& user) {
+            user.type(HOST, "hall"_s);
+            QCOMPARE(open.can->openCommunication(), 0); // called by another part of the host
+            user.press(QDialogButtonBox::Ok);
+        });
+        QCOMPARE(settingsOf(*open.can), before);
+    }
+
+    void deletedMeanwhile_data()
+    {
+        rows({"interface", "parent", "interface behind the warning", "parent behind the warning"});
+    }
+    void deletedMeanwhile()
+    {
+        auto parent = std::make_unique<QWidget>();
+        const auto remove = [&] { rowName().startsWith("parent") ? parent.reset() : can.reset(); };
+        const auto user = [&](const SDialog& user) {
+            QCOMPARE(user.dialog.parentWidget(), parent.get());
+            QVERIFY(user.dialog.windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+            if (rowName().endsWith("warning")) {
+                user.type(PORT, QString());
+                QVERIFY(!user.pressOk([&](QMessageBox&) { remove(); }).isEmpty());
+            } else {
+                remove();
+            }
+            QVERIFY(QApplication::activeModalWidget() == nullptr); // the dialog has closed itself
+        };
+        runDialog(*can, 0, user, parent.get());
+        QVERIFY(!can || settingsOf(*can) == DEFAULTS);
+    }
+
 private:
     std::unique_ptr<CPrivateStore> m_store;
-    CConfigParamT93 m_param; ///< Has the values of FILLED.
-    CCommonInfo m_info;      ///< The description of the interface, with the name "a".
+    CConfigParamT93 m_param;            ///< Has the values of FILLED.
+    CCommonInfo m_info;                 ///< The description of the interface, with the name "a".
+    std::unique_ptr<CCanInterface> can; ///< An interface with default settings.
 };
 
-QTEST_GUILESS_MAIN(ConfigParamTest)
+QTEST_MAIN(ConfigParamTest)
 #include "tst_configParam.moc"
