@@ -122,16 +122,14 @@ private Q_SLOTS:
             longest += entry(2, 1, "g", port);
         }
         longest = reply(255, longest + entry(2, 0));
-        const QByteArray counts = reply(255, entry(2, 1));
-        row("broken ones around good ones",
-            {{},
-             hex("00"),
-             hex("000000ff"),
-             QByteArray(good).replace(2, 1, "\x80"),
-             counts,
-             reply(1, entry(2, 0).left(63)),
-             good},
-            1, 1, 2 + 1);
+        const QByteArrayList broken{{},
+                                    hex("00"),
+                                    hex("000000ff"),
+                                    QByteArray(good).replace(2, 1, "\x80"),
+                                    reply(255, entry(2, 1)),
+                                    reply(1, entry(2, 0).left(63)),
+                                    good};
+        row("broken ones around good ones", broken, 1, 1, 2 + 1);
         row("more than 512 of one", {good, good, good, good, good, good}, 1, 1000, 512 + 1);
         row("more than 4096", {good, good, good, good, good, good}, 10, 1000, 4096);
         row("longer than any reply", {longest + QByteArray(40000, 'x')}, 1, 1, 255 + 1);
@@ -214,17 +212,13 @@ private Q_SLOTS:
         QStringList texts;
         for (CCanInterface* const can : result(0)) {
             const CCommonInfo& info = can->commonInfo();
-            texts += QStringList{info.uniqueName(),
-                                 info.pluginName(),
-                                 info.description(),
-                                 info.type(),
-                                 info.interfaceId(),
-                                 info.port(),
-                                 driver(*can).configParam().ipPortString(),
-                                 driver(*can).configParam().hostname(),
-                                 info.firmwareVersion(),
-                                 QString::number(info.isScanable() && isConnected(*can))}
-                         .join(QLatin1Char('|'));
+            const CConfigParamT93 param = driver(*can).configParam();
+            const QStringList text{info.uniqueName(),      info.pluginName(),
+                                   info.description(),     info.type(),
+                                   info.interfaceId(),     info.port(),
+                                   param.ipPortString(),   param.hostname(),
+                                   info.firmwareVersion(), QString::number(info.isScanable() && isConnected(*can))};
+            texts += text.join(QLatin1Char('|'));
         }
         QCOMPARE(texts.count("hall-2-UDP-SERVER-30001|InterfaceT93Plugin|T93 Ethernet Interface|T93|02:00:00:54:39:34|"
                              "IP=10.9.0.1:30001:UDP|IP=10.9.0.1:30001:UDP|hall-2||1"_s),
