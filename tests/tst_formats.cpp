@@ -60,7 +60,6 @@ private Q_SLOTS:
         // Logs have one message ID#DATA per second. N*ID#DATA means N messages, evenly spread over 9 s, the last one
         // first.
         const auto row = columns<QString, QString, QByteArray>("before", "after", "differences");
-        row("the same", "123#11 124#"_s, "124# 123#11"_s, "");
         row("missing and new", "123#11 124#"_s, "123#11 125#"_s, "124 missing | 125 new |");
         row("constant data", "123#1122"_s, "123#1133"_s, "123 data 11 22|11 33 no rate");
         row("data that changes in both", "123#1122 123#1133"_s, "123#1144 123#1155"_s, "");
@@ -124,10 +123,7 @@ private Q_SLOTS:
 
     void deframer_data()
     {
-        const auto addRow = columns<QByteArray, QByteArray>("stream", "heard");
-        const auto row = [&](const char* name, const char* stream, const char* heard) {
-            addRow(name, hex(stream), heard);
-        };
+        const auto row = columns<QByteArray, QByteArray>("stream", "heard");
         row("two back to back", "43 02 42 09 0a 0d 43 01 41 03 0d", "42:09 41:");
         row("garbage before the start", "00 ff 0d 43 02 42 09 0a 0d", "42:09");
         row("a second start marker restarts", "43 43 02 42 09 0a 0d", "42:09");
@@ -137,13 +133,12 @@ private Q_SLOTS:
         row("a start marker in the place of the end", "43 02 42 09 0a 43 43 01 41 03 0d", "41:");
         row("length 0: 255 payload bytes", "43 00 43 01 41 03 0d", "41:");
         row("long, then short: nothing stays", "43 04 41 01 02 03 06 0d 43 02 41 09 09 0d", "41:010203 41:09");
-        const QByteArray longest = hex("4323 42") + QByteArray(34, 0x11) + hex("220d");
-        addRow("34 payload bytes", longest, "42:" + QByteArray(68, '1'));
-        addRow("35 payload bytes", hex("432442") + QByteArray(35, 0x11) + hex("340d 430141030d"), "41:");
+        row("34 payload bytes", "432342" + QByteArray(68, '1') + "220d", "42:" + QByteArray(68, '1'));
+        row("35 payload bytes", "432442" + QByteArray(70, '1') + "340d 430141030d", "41:");
     }
     void deframer() // byte by byte, the whole stream, and two pieces cut at every position
     {
-        QFETCH(QByteArray, stream);
+        const QByteArray stream = QByteArray::fromHex(cell<QByteArray>("stream"));
         QByteArrayList bytes;
         for (int cut = 0; cut <= stream.size(); ++cut) {
             QTEST(heardIn({stream.left(cut), stream.mid(cut)}), "heard");
@@ -174,11 +169,8 @@ private Q_SLOTS:
         const auto row = columns<QByteArray, QStringList>("reply", "found");
         const QString gw1 = "gw1-TCP-SERVER-30000"_s;
         const QByteArray server = entry(2, 0);
-        row("one endpoint", reply(1, server), {gw1});
-        row("no entry", reply(0, {}), {});
         row("the same entry twice", reply(2, server + server), {gw1});
         row("another address does not make another endpoint", reply(2, server + entry(2, 0, "gw2")), {gw1});
-        row("two protocols", reply(2, server + entry(2, 1)), {gw1, "gw1-UDP-SERVER-30000"_s});
         row("two ports", reply(2, server + entry(2, 0, "gw1", 0)), {gw1, "gw1-TCP-SERVER-0"_s});
         row("TCP client", reply(1, entry(1, 0)), {});
         row("UDP client", reply(1, entry(1, 1, "gw1", 65535)), {"gw1-UDP-CLIENT-65535"_s});
@@ -190,7 +182,6 @@ private Q_SLOTS:
         row("name without end", reply(2, entry(2, 0, QByteArray(28, 'n')) + entry(2, 1)),
             {QString(28, QLatin1Char('n')) + "-TCP-SERVER-30000"_s, "gw1-UDP-SERVER-30000"_s});
         row("name in UTF-8", reply(1, entry(2, 0, "größe")), {"größe-TCP-SERVER-30000"_s});
-        row("name that is no UTF-8", reply(1, entry(2, 0, "a\xff")), {"a\uFFFD-TCP-SERVER-30000"_s});
         row("name that looks like a place to fill in", reply(1, entry(2, 0, "%1%2")), {"%1%2-TCP-SERVER-30000"_s});
     }
     void scanReplies()
@@ -263,9 +254,8 @@ private Q_SLOTS:
                                               "(3.000001) can0 002#\nnonsense\n");
         CLogReader reader;
         for (int opening = 1; opening <= 2; ++opening) {
-            const auto failure = reader.open(folder.filePath("none"_s));
-            QVERIFY(failure);
-            QVERIFY(failure->text.contains(folder.filePath("none"_s)));
+            const QString none = folder.filePath("none"_s);
+            QVERIFY(reader.open(none).value_or(vexmor::SProblem()).text.contains(none));
             QVERIFY(!reader.open(log));
             for (int round = 1; round <= 2; ++round) {
                 QByteArrayList read;
