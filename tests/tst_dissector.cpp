@@ -51,9 +51,10 @@ private Q_SLOTS:
         row(tcp(), {frame(0xA4, hex("03e8")), frame(0x40, "ab"), frame(0x42), frame(0x02)},
             {"Bus load interval: 1000 ms busload.interval=1000", "Identification payload=61 62", "Status",
              "CAN message, 29 bit"});
-        row(tcp(), {frame(0x57, hex("02")), frame(0x57, hex("fe")), frame(0x57, hex("08"))},
-            {"CAN bit rate: 50 kbit/s bitrate=0x02", "CAN bit rate: 100 kbit/s bitrate=0xfe",
-             "CAN bit rate: unknown bitrate=0x08"});
+        for (const QByteArray& rate : QByteArray("02=50 fe=100 03=125 04=250 05=500 07=1000").split(' ')) {
+            row(tcp(), {frame(0x57, QByteArray::fromHex(rate.left(2)))},
+                {"CAN bit rate: " + rate.mid(3) + " kbit/s bitrate=0x" + rate.left(2)});
+        }
 
         const QByteArray one = frame(0x99);
         row(tcp(), {one.repeated(6)}, {"Command 99; Command 99; Command 99; Command 99 (+2)"});

@@ -2,7 +2,6 @@
 #include "InterfaceT93/gatewayReplies.h"
 #include "InterfaceT93/rmFrame.h"
 #include "InterfaceT93/t93DeviceDetection.h"
-#include "canlog/candumpLog.h"
 #include "canlog/logComparison.h"
 #include "scanData.h"
 
@@ -46,7 +45,6 @@ private Q_SLOTS:
             const CCanMessage one = message(0x123, hex(data));
             return QByteArray::fromStdString(formatAdministration(one)) + ' ' + QByteArray::number(errorOf(one));
         };
-        QCOMPARE(shown(""), QByteArray(" 0"));
         QCOMPARE(shown("00 01 02"), QByteArray(" 0"));
         QCOMPARE(shown("05"), QByteArray("type 0 0"));
         QCOMPARE(shown("92 80 00"), QByteArray("type 1, error -32768 -32768"));
@@ -71,7 +69,6 @@ private Q_SLOTS:
         row("8 % are no other rate", "100*123#11"_s, "108*123#11"_s, "");
         row("15 % are another rate", "100*123#11"_s, "115*123#11"_s, "123 rate 11|11");
         row("a message less is no other rate", "3*123#11"_s, "2*123#11"_s, "");
-        row("empty", {}, {}, "");
         row("one message has no rate", "123#"_s, "123# 123# 123# 123#"_s, "");
     }
     void comparison()
@@ -81,9 +78,9 @@ private Q_SLOTS:
             std::int64_t second = 0;
             for (const QString& line : cell<QString>(index == 0 ? "before" : "after").split(QLatin1Char(' '))) {
                 const int count = qMax(1, line.section(QLatin1Char('*'), 0, -2).toInt());
-                auto one = parseFrame(line.section(QLatin1Char('*'), -1).toLatin1());
-                for (int i = count - 1; one && i >= 0; --i) {
-                    profiles[index].add({count == 1 ? second * 1000000 : 9000000LL * i / (count - 1), "can0", *one});
+                const CCanMessage one = *parseFrame(line.section(QLatin1Char('*'), -1).toLatin1());
+                for (int i = count - 1; i >= 0; --i) {
+                    profiles[index].add({count == 1 ? second * 1000000 : 9000000LL * i / (count - 1), "can0", one});
                 }
                 ++second;
             }
@@ -171,7 +168,6 @@ private Q_SLOTS:
         const auto row = columns<QByteArray, QStringList>("reply", "found");
         const QString gw1 = "gw1-TCP-SERVER-30000"_s;
         const QByteArray server = entry(2, 0);
-        row("the same entry twice", reply(2, server + server), {gw1});
         row("another address does not make another endpoint", reply(2, server + entry(2, 0, "gw2")), {gw1});
         row("two ports", reply(2, server + entry(2, 0, "gw1", 0)), {gw1, "gw1-TCP-SERVER-0"_s});
         row("TCP client", reply(1, entry(1, 0)), {});
@@ -194,7 +190,6 @@ private Q_SLOTS:
             found.append(CT93DeviceDetection::buildUniqueName(param));
             QCOMPARE(param.ipAddress().toString(), "192.168.1.70"_s);
             QCOMPARE(param.macAddressString(QLatin1Char(':')), "00:1a:2b:3c:4d:5e"_s);
-            QCOMPARE(param.canBaudrate(), 100U);
         }
         QTEST(found, "found");
     }
@@ -265,15 +260,27 @@ private Q_SLOTS:
                 for (auto entry = reader.next(); !entry || *entry; entry = reader.next()) {
                     read += entry ? formatLogLine(**entry) : entry.problem().text.toUtf8();
                 }
-                QCOMPARE(read,
-                         (QByteArrayList{"(1.500000) can0 001#01", "(3.000001) can0 002#",
-                                         log.toUtf8() + ", line 10: not of the form (seconds) interface ID#DATA"}));
-                QCOMPARE(
-                    (QList<int>{reader.skipped(EForeign::eExtended), reader.skipped(EForeign::eRemote),
-                                reader.skipped(EForeign::eError), reader.skipped(EForeign::eFd), reader.skipped()}),
-                    (QList<int>{round, 2 * round, round, round, 5 * round}));
+                for (const auto kind : {EForeign::eExtended, EForeign::eRemote, EForeign::eError, EForeign::eFd}) {
+                    read += QByteArray::number(reader.skipped(kind));
+                }
+                QCOMPARE(read.join('|'), "(1.500000) can0 001#01|(3.000001) can0 002#|" + log.toUtf8() +
+                                             ", line 10: not of the form (seconds) interface ID#DATA" +
+                                             (round == 1 ? "|1|2|1|1" : "|2|4|2|2"));
             }
         }
+    }
+
+    void logsAreComparedEntryByEntry()
+    {
+        const QTemporaryDir folder;
+        CLogComparison logs;
+        QVERIFY(!logs.open(writeFile(folder, "(1) a 1#\n(2) a 00000001#\n(3) a 2#\n"), "/dev/null"_s));
+        int calls = 0;
+        for (auto isMore = logs.readOn(1); isMore && *isMore; isMore = logs.readOn(1)) {
+            ++calls;
+        }
+        QCOMPARE(calls, 3); // two entries and the end of the first log
+        QCOMPARE(logs.text(), "identifiers: 2 before, 0 after; different: 2; lines without a standard frame: 1"_s);
     }
 };
 

@@ -2,7 +2,6 @@
 
 #include "InterfaceT93/t93DeviceDetection.h"
 #include "scanData.h"
-#include "sim/simDetection.h"
 
 using namespace vexmor::Test;
 
@@ -78,8 +77,10 @@ private Q_SLOTS:
 
     void requestsOnTheWire()
     {
-        // Sender and sequence number. The socket of fd09::1 cannot broadcast: its sequence number stays.
-        const QString requests = "10.9.0.1 0|10.9.0.1 1|10.9.0.3 1|10.9.0.3 2|fd09::1 2|10.9.1.1 2|10.9.1.1 3"_s;
+        // Sender, receiver and sequence number. The socket of fd09::1 cannot broadcast: its sequence number stays.
+        const QString requests =
+            "10.9.0.1 255.255.255.255 0|10.9.0.1 10.9.0.1 1|10.9.0.3 255.255.255.255 1|"
+            "10.9.0.3 10.9.0.1 2|fd09::1 fd09::1 2|10.9.1.1 255.255.255.255 2|10.9.1.1 10.9.0.1 3"_s;
         constexpr int PAUSES_MS = 2 * 100 + 4 * 40; // after a broadcast before another, and after a direct request
         bool isPrompt = false;                      // required once only, because the PC may be busy
         for (int round = 0; round < 10 && !isPrompt; ++round) {
@@ -89,9 +90,10 @@ private Q_SLOTS:
             for (const QNetworkDatagram& request : scan.arrivals) {
                 const int sequence = request.data().at(0);
                 QCOMPARE(request.data().toHex(), requestBytes(sequence).toHex());
-                sent += request.senderAddress().toString().remove("::ffff:"_s) + " %1"_s.arg(sequence);
+                sent += "%1 %2 %3"_s.arg(request.senderAddress().toString(), request.destinationAddress().toString())
+                            .arg(sequence);
             }
-            QCOMPARE(sent.join(QLatin1Char('|')), requests);
+            QCOMPARE(sent.join(QLatin1Char('|')).remove(QRegularExpression("::ffff:|%\\d+"_s)), requests);
             QVERIFY(scan.milliseconds >= PAUSES_MS);
             isPrompt = scan.milliseconds < PAUSES_MS + 40;
         }
