@@ -1,36 +1,8 @@
 #include "InterfaceT93/detectionDatagrams.h"
-#include "InterfaceT93/gatewayReplies.h"
 #include "requireTool.h"
 #include "t93Fixture.h"
 
-#include <random>
-
 using namespace vexmor::Test;
-
-namespace
-{
-/// The two ports as options of text2pcap, and the payloads of packets from the first port to the second.
-using Conversation = QPair<QString, QByteArrayList>;
-
-/// Returns the output of tshark for conversations.
-QByteArray shownBy(const QString& arguments, const QList<Conversation>& conversations)
-{
-    const QTemporaryDir folder;
-    for (int i = 0; i < conversations.size(); ++i) {
-        QByteArray dump;
-        for (const QByteArray& payload : conversations[i].second) {
-            dump += "0000 " + payload.toHex(' ') + '\n';
-        }
-        writeFile(folder, dump);
-        run("cd %1 && text2pcap -q %2 a.log %3.pcap"_s.arg(folder.path(), conversations[i].first).arg(100 + i));
-    }
-    const SOutcome tshark = run("cd %1 && mergecap -a -w all *.pcap && HOME=%1 LC_ALL=C.UTF-8 "
-                                "tshark -r all -X lua_script:%2 -d tcp.port==30001,t93 -Y 't93 || t93ddt' %3"_s.arg(
-                                    folder.path(), QStringLiteral(CIM_DISSECTOR), arguments));
-    const bool isGood = tshark.exitCode == 0 && !(tshark.err + tshark.out).contains("Lua Error");
-    return isGood ? tshark.out : "tshark: " + tshark.err;
-}
-} // namespace
 
 /// The dissector for T93 traffic, used by tshark.
 class DissectorTest : public QObject
@@ -38,19 +10,26 @@ class DissectorTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { REQUIRE_TOOL("tshark") }
-
     void shows()
     {
-        QList<Conversation> conversations;
+        REQUIRE_TOOL("tshark")
+        const QTemporaryDir folder;
+        int captures = 100;
         QByteArrayList expected; // info column and fields of each packet
+        // Packets from the first port to the second: options of text2pcap with the ports, payloads and expected texts.
         const auto row = [&](const QString& ports, const QByteArrayList& payloads, const QByteArrayList& texts) {
-            conversations.append({ports, payloads});
+            QByteArray dump;
+            for (const QByteArray& payload : payloads) {
+                dump += "0000 " + payload.toHex(' ') + '\n';
+            }
+            writeFile(folder, dump);
+            run("cd %1 && text2pcap -q %2 a.log %3.pcap"_s.arg(folder.path(), ports).arg(++captures));
             expected += texts;
         };
-        const auto tcp = [&conversations] { return "-T 30000,%1"_s.arg(41000 + conversations.size()); };
-        const QByteArray message = frame(0x00, hex("0123 11223344"));
-        const QByteArray messageText = "Message 123 [4] 11 22 33 44 can.id=0x0123 can.length=4 can.data=11 22 33 44";
+        const auto tcp = [&captures] { return "-T 30000,%1"_s.arg(41000 + captures); };
+        const QByteArray message = frame(0x00, hex("0123 1122334455667788"));
+        const QByteArray messageText = "Message 123 [8] 11 22 33 44 55 66 77 88 can.id=0x0123 can.length=8 "
+                                       "can.data=11 22 33 44 55 66 77 88";
         row(tcp(), {message}, {messageText});
         row("-u 30000,50000"_s, {message}, {messageText});
         row("-T 30001,50000"_s, {message}, {messageText}); // a port of the option "decode as"
@@ -72,10 +51,9 @@ private Q_SLOTS:
         row(tcp(), {frame(0xA4, hex("03e8")), frame(0x40, "ab"), frame(0x42), frame(0x02)},
             {"Bus load interval: 1000 ms busload.interval=1000", "Identification payload=61 62", "Status",
              "CAN message, 29 bit"});
-        for (const QString& rate : list("02=50 fe=100 03=125 04=250 05=500 07=1000"_s)) {
-            const QByteArrayList parts = rate.toLatin1().split('=');
-            row(tcp(), {frame(0x57, QByteArray::fromHex(parts[0]))},
-                {"CAN bit rate: " + parts[1] + " kbit/s bitrate=0x" + parts[0]});
+        for (const QByteArray& rate : QByteArray("02=50 fe=100 03=125 04=250 05=500 07=1000").split(' ')) {
+            row(tcp(), {frame(0x57, QByteArray::fromHex(rate.left(2)))},
+                {"CAN bit rate: " + rate.mid(3) + " kbit/s bitrate=0x" + rate.left(2)});
         }
 
         const QByteArray one = frame(0x99);
@@ -87,17 +65,20 @@ private Q_SLOTS:
             {"Garbage; Command 99; Garbage garbage=00 ff 0d,0d"});
         row(tcp(), {frame(0x99, QByteArray(34, ' ')) + hex("4324") + one},
             {"Command 99; Garbage; Command 99 payload=" + QByteArray(34, ' ').toHex(' ') + " garbage=43 24"});
-        row(tcp(), {hex("430199000d") + one}, {"Command 99, wrong checksum; Command 99 checksum.bad=1"});
+        row(tcp(), {hex("430199000d 43019900") + one}, // the second has no end marker
+            {"Command 99, wrong checksum; Command 99, wrong checksum; Command 99 checksum.bad=1,1"});
         row(tcp(), {hex("430199db0a") + one}, {"Command 99, no end marker; Command 99 end.missing=1"});
 
         const SDdtEntry entry{0xC0A80146, 2, 0, 30000, {0, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}, "T93 ", "hall-gw"};
-        const QByteArray reply = ddtDatagram(DDT_IDENT_REPLY, {entry});
+        const QByteArray reply = ddtDatagram(DDT_IDENT_REPLY, {entry, entry});
         row("-u 40000,50000"_s, {reply}, {}); // no request was sent yet
         row("-u 50000,33333"_s, {hex("05008000"), hex("01004000")},
             {"Ident request 5 sequence=5 kind=0x80 count=0", "Unknown kind: 0 endpoints sequence=1 kind=0x40 count=0"});
         row("-u 40000,50000"_s, {reply, hex("00000002"), hex("000000")},
-            {"Ident reply: hall-gw, 1 endpoint sequence=0 kind=0x00 count=1 address=192.168.1.70 role=2 transport=0 "
-             "port=30000 mac=00:1a:2b:3c:4d:5e type=T93  hostname=hall-gw",
+            {"Ident reply: hall-gw, 2 endpoints sequence=0 kind=0x00 count=2 address=192.168.1.70,192.168.1.70 "
+             "role=2,2 "
+             "transport=0,0 port=30000,30000 mac=00:1a:2b:3c:4d:5e,00:1a:2b:3c:4d:5e type=T93 ,T93  "
+             "hostname=hall-gw,hall-gw",
              "Ident reply: 0 endpoints sequence=0 kind=0x00 count=2 short=1", "Cut DDT datagram short=1"});
         const QStringList fields =
             list("t93.can.id t93.can.length t93.can.data t93.can.timestamp t93.can.length.bad t93.status "
@@ -105,9 +86,13 @@ private Q_SLOTS:
                  "t93.busload.interval t93.bitrate t93.payload t93.cut t93.garbage t93.checksum.bad t93.end.missing "
                  "t93ddt.sequence t93ddt.kind t93ddt.count t93ddt.address t93ddt.role t93ddt.transport t93ddt.port "
                  "t93ddt.mac t93ddt.type t93ddt.hostname t93ddt.short"_s);
+        const SOutcome tshark =
+            run("cd %1 && mergecap -a -w all *.pcap && HOME=%1 LC_ALL=C.UTF-8 tshark -r all -2 "
+                "-X lua_script:%2 -d tcp.port==30001,t93 -Y 't93 || t93ddt' -T fields "
+                "-e _ws.col.Info -e %3"_s.arg(folder.path(), QStringLiteral(CIM_DISSECTOR), fields.join(" -e "_s)));
+        QVERIFY2(tshark.exitCode == 0 && !(tshark.err + tshark.out).contains("Lua Error"), tshark.err);
         QByteArrayList found;
-        const QString arguments = "-2 -T fields -e _ws.col.Info -e "_s + fields.join(" -e "_s);
-        for (const QByteArray& line : shownBy(arguments, conversations).trimmed().split('\n')) {
+        for (const QByteArray& line : tshark.out.trimmed().split('\n')) {
             const QByteArrayList cells = line.split('\t');
             found += cells[0];
             for (int i = 1; i < cells.size(); ++i) {
@@ -116,54 +101,6 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(found, expected);
-        const QByteArray around = shownBy("-T fields -e t93.length -e t93.command -e t93.checksum -e t93.end"_s,
-                                          {{"-T 30000,50000"_s, {frame(0x44)}}});
-        QCOMPARE(around, QByteArray("1\t0x44\t0x06\t0x0d\n"));
-    }
-
-    void everyDocumentedCommandHasAName()
-    {
-        const QString codes = R"(awk -F'|' 'NF == 5 && $2 ~ /^ `/ { print $2 }' %1 | tr -cs 0-9A-F ' ')"_s;
-        QByteArrayList packets;
-        for (const QByteArray& code : run(codes.arg(QStringLiteral(CIM_PROTOCOL_DOC))).out.simplified().split(' ')) {
-            packets += frame(static_cast<std::uint8_t>(code.toInt(nullptr, 16)));
-        }
-        const QByteArray shown = shownBy("-V -O t93"_s, {{"-T 30000,41000"_s, packets}});
-        QVERIFY(packets.size() > 15);
-        QCOMPARE(shown.count("    Command: "), packets.size());
-        QVERIFY2(!shown.contains("Command: Unknown"), shown.constData());
-    }
-
-    /// Finds the same messages and checksum errors as a host, in damaged bytes that are cut anywhere.
-    void agreesWithTheDeframer()
-    {
-        std::mt19937 random(1);
-        const auto below = [&random](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
-        QByteArray stream = frame(0x00, hex("0123430d")) + frame(0x01, hex("0743430d0102030405")) +
-                            frame(0x00, hex("0456010203040506070843")) + frame(0x42, hex("08")) + frame(0x00);
-        stream = stream.repeated(600);
-        for (int i = 0; i < 1500; ++i) {
-            stream[below(stream.size())] = hex("43000d2301ff").at(below(6));
-        }
-        QByteArrayList packets;
-        for (int at = 0; at < stream.size(); at += packets.last().size()) {
-            packets += stream.mid(at, 1 + below(60));
-        }
-        int messages = 0;
-        int wrongChecksums = 0;
-        CRmDeframer deframer;
-        deframer.feed(
-            reinterpret_cast<const std::uint8_t*>(stream.constData()), static_cast<std::size_t>(stream.size()),
-            [&messages](const SRmFrame& one) { return (messages += one.command <= 1 ? 1 : 0) >= 0; },
-            [&wrongChecksums] { return ++wrongChecksums > 0; });
-        QVERIFY(messages > 1000);
-        QVERIFY(wrongChecksums > 300);
-        for (const QString& way : list("-T -u"_s)) {
-            const QString fields = "-T fields -E aggregator=/s -e t93.can.id -e t93.checksum.bad"_s;
-            const QByteArray shown = shownBy(fields, {{way + " 30000,41000"_s, packets}});
-            QCOMPARE(shown.count("0x"), messages);
-            QCOMPARE(shown.simplified().split(' ').count("1"), wrongChecksums);
-        }
     }
 };
 
