@@ -180,7 +180,6 @@ private Q_SLOTS:
         QCOMPARE(gap["messages"_s].toInt(), 400);
         QVERIFY2(gap["from"_s].toDouble() < halfLost, gaps.heard);
         QVERIFY2(gap["to"_s].toDouble() > halfLost, gaps.heard);
-        QVERIFY(later.hears(topic + "/gap {\"from\":"));
         QVERIFY(later.hears(topic + "/last/7FF {"));
         QVERIFY(later.hears(topic + "/state {"));
         broker.publish("site/"_s + share.name + "/send"_s, "7F0#");
@@ -222,7 +221,6 @@ private Q_SLOTS:
         QTRY_COMPARE(share.sent, list("123#1122 7FF#00"_s));
         QVERIFY(all.hears("/refused {\"line\":\"(1.5) x 124#R\",\"reason\":\"not a frame that a T93 can send\"}"));
         QVERIFY(all.hears(" 123#1122 T"));
-        QVERIFY(all.hears(" 7FF#00 T"));
         QVERIFY(all.hears("/refused {\"line\":\"hello\",\"reason\":\"frame "));
         QCOMPARE(all.heard.count("/refused"), 3);
         const QByteArray longest = QByteArray("125#\n").repeated(250) + '#' + QByteArray(65536 - 1251, 'x');
@@ -246,8 +244,8 @@ private Q_SLOTS:
             return share.sent.contains("127#"_s);
         };
         QTRY_VERIFY(isSent());
-        static const QRegularExpression MANY("\"further\":\\d{5}"_s); // counted over several publications
-        QTRY_VERIFY(QString::fromLatin1(all.heard).contains(MANY));
+        // Counted over several publications.
+        QTRY_VERIFY(QString::fromLatin1(all.heard).contains(QRegularExpression("\"further\":\\d{5}"_s)));
         QVERIFY(share.happened("sameTopic"_s));
         QVERIFY(listening.happened("sameTopic"_s));
         share.end();
@@ -347,8 +345,6 @@ private Q_SLOTS:
         row("refused: identifier", hex("20020002"), "identifier rejected."_s);
         row("accepted very often", ACCEPTED.repeated(10'000), "connected, "_s);
         row("topic without a subscription", ACCEPTED + publication("x/y", "1").repeated(10'000), "connected, "_s);
-        row("answers to no request", ACCEPTED + hex("9003ffff80 4002ffff 5002ffff 7002ffff b002ffff d000"),
-            "connected, "_s);
         row("accepted, then a topic longer than its packet", ACCEPTED + hex("300400ff6161"),
             "not connected to the broker: "_s);
     }
