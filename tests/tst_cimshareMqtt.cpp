@@ -313,8 +313,8 @@ private Q_SLOTS:
             return (confirmed += accepted(1000)) > 0;
         };
         for (int round = 1; round <= 2; ++round, confirmed = 0) {
-            QTRY_COMPARE_WITH_TIMEOUT(connections, round, 15000); // ten seconds without an answer end a connection
-            QCOMPARE(lost, (round - 1) * 100'000);
+            QTRY_COMPARE_WITH_TIMEOUT(connections, round, 17000); // ten seconds without an answer end a connection
+            QVERIFY2(round == 1 ? lost == 0 : lost > 0 && lost <= 100'000, qPrintable(QString::number(lost)));
             QCOMPARE(accepted(1000), 100);
             QCOMPARE(accepted(0), round == 1 ? 1000 : 0);
             QTRY_VERIFY(isConfirmed());
@@ -397,8 +397,8 @@ private Q_SLOTS:
                 log.printLimited("other", "hall"_s, "line"_s);
                 log.printLimited("one", "stage"_s, "line"_s);
             }
-            QTRY_COMPARE(contentOf(path).count("hall: 50 lines were left out (one)\n"), second);
-            QTRY_COMPARE(contentOf(path).count(": line\n"), 300 * second);
+            QTRY_COMPARE(contentOf(path).count(": 50 lines were left out (o"), 3 * second);
+            QCOMPARE(contentOf(path).count(": line\n"), 300 * second);
             QCOMPARE(log.leftOut(), 150U * static_cast<unsigned int>(second));
         }
     }
@@ -442,7 +442,7 @@ private Q_SLOTS:
         const SOutcome outcome =
             run("cd "_s + folder.path() + QStringLiteral(" && exec 3< <(exec " CIM_CIMSHARE " sim ") +
                 broker.options(cell<QString>("options")) +
-                " 2>&1) && cimshare=$!; timeout 10 grep -m1 -E '^(mqtt|cimshare): ' <&3; kill $cimshare"_s);
+                " 2>&1) && cimshare=$!; timeout 20 grep -m1 -E '^(mqtt|cimshare): ' <&3; kill $cimshare"_s);
         QVERIFY2(QString::fromUtf8(outcome.out).contains(QRegularExpression(cell<QString>("line"))), outcome.out);
     }
 };
