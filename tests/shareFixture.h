@@ -5,11 +5,6 @@
 #include "canlog/candumpLog.h"
 #include "t93Fixture.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-
 namespace vexmor::Test
 {
 
@@ -47,7 +42,7 @@ struct SShare : SGateway {
     /// `options` follow the gateway on the command line. With `isAway`, the gateway refuses connections at first.
     explicit SShare(const QString& options, bool isAway = false)
     {
-        isAway ? leave() : void();
+        isAway ? misbehave(&SSimFaults::refuse) : void();
         QObject::connect(&gateway, &CSimGateway::messageReceived,
                          [this](const CCanMessage& one) { sent.append(textOf(one)); });
         QObject::connect(&program, &QProcess::readyReadStandardOutput, [this] {
@@ -65,11 +60,6 @@ struct SShare : SGateway {
     }
     ~SShare() { end(); }
     void misbehave(bool SSimFaults::*fault) { gateway.setFaults(faulty(fault)); }
-    void leave()
-    {
-        misbehave(&SSimFaults::refuse);
-        gateway.dropLinks();
-    }
     /// Sends frames on the bus of the gateway; blanks separate them.
     void put(const char* frames)
     {

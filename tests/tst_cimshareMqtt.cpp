@@ -150,7 +150,6 @@ private Q_SLOTS:
         QVERIFY(all.hears(state("1") + '1'));
         QVERIFY(
             !all.heard.contains("{\"connected\":1,\"interfaces\":{\"" + name + "\":1,\"sim\":0}")); // only if all are
-        SClock clock;
         share.gateway.flood(5000); // every identifier at least twice
         QVERIFY(all.hears(topic + "/last/123 {\"time\":"));
         QVERIFY(all.hears(R"(,"id":291,"data":"0000000000001123","direction":"rx"})"));
@@ -162,7 +161,7 @@ private Q_SLOTS:
         QVERIFY(all.hears(topic + "/error {\"number\":8,"));
         const auto states = all.heard.count("/state {");
         QTRY_VERIFY(all.heard.count("/last/123 ") > 1);
-        QVERIFY(all.heard.count("/last/123 ") <= clock.elapsed() / 1000 + 2);
+        QVERIFY(all.heard.count("/last/123 ") < 4);    // at most once per second
         QCOMPARE(all.heard.count("/state {"), states); // published only when it changes
         broker.program.stop();
         QVERIFY(share.happened("brokerAway"_s));
@@ -314,7 +313,7 @@ private Q_SLOTS:
         };
         for (int round = 1; round <= 2; ++round, confirmed = 0) {
             QTRY_COMPARE_WITH_TIMEOUT(connections, round, 17000); // ten seconds without an answer end a connection
-            QVERIFY2(round == 1 ? lost == 0 : lost > 0 && lost <= 100'000, qPrintable(QString::number(lost)));
+            QCOMPARE(lost, (round - 1) * 100'000);
             QCOMPARE(accepted(1000), 100);
             QCOMPARE(accepted(0), round == 1 ? 1000 : 0);
             QTRY_VERIFY(isConfirmed());
@@ -329,6 +328,7 @@ private Q_SLOTS:
             QCOMPARE(inbox.refusedLines, 2000 - 256 * 1024 / (256 + 2));
             link->take("end"_s);
             arrived.clear();
+            (void)accepted(1000); // as many as may wait, because the last confirmations have arrived
         }
         broker.link->setReadBufferSize(1);
         QTRY_VERIFY(isConfirmed()); // ten million bytes, which the broker does not read
