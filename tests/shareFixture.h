@@ -5,11 +5,6 @@
 #include "canlog/candumpLog.h"
 #include "t93Fixture.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-
 namespace vexmor::Test
 {
 
@@ -31,24 +26,6 @@ inline void require(bool holds, const QString& what)
     QTest::qVerify(holds, qPrintable(what), "", __FILE__, __LINE__);
 }
 
-/// Makes certificates in a folder: server.pem and client.pem of the authority ca.pem, for the name hall.example and the
-/// address 127.0.0.1, and stranger.pem of the authority other.pem.
-inline void makeCertificates(const QTemporaryDir& folder)
-{
-    const SOutcome made = run("cd "_s + folder.path() + QString::fromLatin1(R"( && exec 2>log
-        key="-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-        for ca in ca other; do
-            openssl req -x509 $key -subj /CN=$ca -keyout $ca.key -out $ca.pem -days 2 || exit 1
-        done
-        for who in server:ca client:ca stranger:other; do
-            ca=${who#*:} who=${who%:*}
-            openssl req $key -subj /CN=$who -keyout $who.key -out $who.csr &&
-            openssl x509 -req -in $who.csr -CA $ca.pem -CAkey $ca.key -CAcreateserial -out $who.pem -days 2 \
-                -extfile <(echo subjectAltName=IP:127.0.0.1,DNS:hall.example) || exit 1
-        done)"));
-    require(made.exitCode == 0, "openssl makes certificates"_s);
-}
-
 /// A process that is ended with its scope.
 struct SProgram : QProcess {
     ~SProgram() override { stop(); }
@@ -65,12 +42,14 @@ struct SShare : SGateway {
     /// `options` follow the gateway on the command line. With `isAway`, the gateway refuses connections at first.
     explicit SShare(const QString& options, bool isAway = false)
     {
-        isAway ? leave() : void();
+        isAway ? misbehave(&SSimFaults::refuse) : void();
         QObject::connect(&gateway, &CSimGateway::messageReceived,
                          [this](const CCanMessage& one) { sent.append(textOf(one)); });
         QObject::connect(&program, &QProcess::readyReadStandardOutput, [this] {
             while (program.canReadLine()) {
-                events.append(QJsonDocument::fromJson(program.readLine()).object());
+                const QByteArray line = program.readLine();
+                events.append(QJsonDocument::fromJson(line).object());
+                require(!events.last().isEmpty(), QString::fromUtf8(line));
             }
         });
         program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -81,11 +60,6 @@ struct SShare : SGateway {
     }
     ~SShare() { end(); }
     void misbehave(bool SSimFaults::*fault) { gateway.setFaults(faulty(fault)); }
-    void leave()
-    {
-        misbehave(&SSimFaults::refuse);
-        gateway.dropLinks();
-    }
     /// Sends frames on the bus of the gateway; blanks separate them.
     void put(const char* frames)
     {
@@ -167,7 +141,7 @@ struct SPeer : QTcpSocket {
 
 /// A T93 client that sends and receives raw bytes.
 struct SRawHost : SPeer {
-    explicit SRawHost(SShare& share, const char* from = "127.0.0.1") : SPeer(share.port("t93"_s), from) {}
+    explicit SRawHost(SShare& share, const char* from = "127.0.0.1") : SPeer(share.port("t93 "_s + share.name), from) {}
 };
 
 /// A client of the socketcand protocol.
@@ -195,12 +169,7 @@ struct SClient : SPeer {
         return heard.contains(text);
     }
     /// The same for an error element with class and time, as python-can 4.6 and later expect; `error` is "CLASS TEXT".
-    bool getsError(const QByteArray& request, const QString& error)
-    {
-        heard.clear();
-        write(request);
-        return hearsError(error);
-    }
+    bool getsError(const QByteArray& request, const QString& error) { return asks(request, "") && hearsError(error); }
     bool hearsError(const QString& error)
     {
         const QRegularExpression element("\n< error "_s + error.left(4) + "\\d{10}\\.\\d{6} "_s +

@@ -195,7 +195,7 @@ bool takeElements(QByteArray& stream, const std::function<bool(const QByteArray&
         }
     }
     stream.remove(0, begin);
-    return stream.isEmpty() || (stream.startsWith('<') && stream.size() <= MAX_ELEMENT);
+    return stream.isEmpty() || (stream.startsWith('<') && stream.size() <= 1 + MAX_ELEMENT);
 }
 
 EErrorClass classOf(int interfaceError)

@@ -1,3 +1,6 @@
+// Tests what the failure of a broker node costs: cimshare publishes at a cluster of three nodes, whose first one is
+// killed or stopped. Prints how long the connection was missing and how many messages are missing: clusterFailures
+// [FUNCTION:ROW].
 #include "requireTool.h"
 #include "shareFixture.h"
 
@@ -168,4 +171,4 @@ private:
 };
 
 QTEST_GUILESS_MAIN(CimshareClusterTest)
-#include "tst_cimshareCluster.moc"
+#include "clusterFailures.moc"
