@@ -238,27 +238,27 @@ private Q_SLOTS:
     void readsCommands_data()
     {
         const auto row = columns<QByteArray, QString>("element", "read");
-        row("open nothing", "open", "a bus has a name"_s);
+        row("open nothing", "open", "the name of the bus is missing"_s);
         row("raw mode", " rawmode ", "rawmode"_s);
         row("send nothing", "send 0 0", "send 000#"_s);
         row("short bytes", "send 123 3 1 a ff", "send 123#010AFF"_s);
         row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80"_s);
         row("eight bytes", "send 1 8 1 2 3 4 5 6 7 8", "send 001#0102030405060708"_s);
-        row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length is not 0 to 8"_s);
-        row("a byte too few", "send 1 2 11", "not as many hexadecimal bytes as the length says"_s);
+        row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length must be 0 to 8"_s);
+        row("a byte too few", "send 1 2 11", "the data must be as many hexadecimal bytes as the length says"_s);
         row("a byte too many", "send 1 1 11 22", "too many words"_s);
-        row("29 bit", "send 800 0", "a T93 has no 29-bit identifiers"_s);
-        row("29 bit, small", "send 00000123 0", "a T93 has no 29-bit identifiers"_s);
-        row("no identifier", "send xyz 0", "the identifier is no hexadecimal number"_s);
-        row("remote", "sendrtr 123 0", "a T93 has no remote frames"_s);
-        row("ISO-TP", "isotpmode", "a T93 has no ISO-TP"_s);
+        row("29 bit", "send 800 0", "a T93 does not support 29-bit identifiers"_s);
+        row("29 bit, small", "send 00000123 0", "a T93 does not support 29-bit identifiers"_s);
+        row("no identifier", "send xyz 0", "the identifier is not a hexadecimal number"_s);
+        row("remote", "sendrtr 123 0", "a T93 does not support remote frames"_s);
+        row("ISO-TP", "isotpmode", "a T93 does not support ISO-TP"_s);
         row("statistics", "statistics 1000", "statistics 1000 ms"_s);
-        row("statistics of days", "statistics 3600001", "the interval is no number of milliseconds"_s);
+        row("statistics of days", "statistics 3600001", "the interval is not a valid number of milliseconds"_s);
         row("subscribe", "subscribe 1 500001 123", "subscribe 1501 ms 123#"_s);
         row("add", "add 0 1000 123 1 ff", "add 1 ms 123#FF"_s);
         row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
-        row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
-        row("add for ever", "add 9999999999 0 123 1 ff", "the interval is no SECONDS MICROSECONDS"_s);
+        row("add with an interval below 0", "add 0 -1000 123 1 ff", "the interval is not valid SECONDS MICROSECONDS"_s);
+        row("add for ever", "add 9999999999 0 123 1 ff", "the interval is not valid SECONDS MICROSECONDS"_s);
         row("nothing", "", "unknown command"_s);
     }
     void readsCommands()
@@ -364,7 +364,7 @@ private Q_SLOTS:
         client.heard.clear();
         QVERIFY(client.hears("< frame 123 "));
         ofTheOther.write("< send 800 0 >"); // its error comes after all frames that waited
-        QVERIFY(ofTheOther.hearsError("001 a T93 has no 29-bit identifiers"_s));
+        QVERIFY(ofTheOther.hearsError("001 a T93 does not support 29-bit identifiers"_s));
         QVERIFY(!ofTheOther.heard.contains("< frame 123 "));
     }
 
@@ -410,19 +410,20 @@ private Q_SLOTS:
         const SHost host(share.port("t93"_s));
         QCOMPARE(host.can->writeMessage(message(0x100)), int(RC_OK));
         QVERIFY(share.happened("refused"_s));
-        QTRY_VERIFY(share.text("refused"_s).startsWith("t93 127.0.0.1:"_s));
+        QTRY_VERIFY(share.text("refused"_s).startsWith("message from t93 127.0.0.1:"_s));
         QTRY_COMPARE(host.errorNumbers(), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
-        QVERIFY(client.getsError("< add 0 1000 200 0 >", "001 no permission to send 200 (--allow-send)"_s));
+        QVERIFY(client.getsError("< add 0 1000 200 0 >", "001 sending 200 is not allowed (--allow-send)"_s));
         QVERIFY(client.asks("< rawmode >", "< ok >"));
-        QVERIFY(client.getsError("< send 99 0 >", "001 no permission to send 099 (--allow-send)"_s));
-        QVERIFY(client.getsError("< subscribe 0 0 1 >", "001 not in this mode"_s));
+        QVERIFY(client.getsError("< send 99 0 >", "001 sending 099 is not allowed (--allow-send)"_s));
+        QVERIFY(client.getsError("< subscribe 0 0 1 >", "001 not possible in this mode"_s));
         QVERIFY(share.happened("refused"_s, 3));
         QCOMPARE(share.count("sends"_s) + share.count("openToAll"_s), 0);
         SClient other(share);
         client.write(QByteArray("< send 100 0 >").repeated(5));
         QVERIFY(share.happened("refused"_s, 5));
         const QString name = "socketcand 127.0.0.1:%1"_s.arg(client.localPort());
-        QTRY_COMPARE(share.text("refused"_s), name + " refused: more than 3 messages in a second (--send-limit)"_s);
+        QTRY_COMPARE(share.text("refused"_s),
+                     "message from %1 refused: more than 3 messages per second (--send-limit)"_s.arg(name));
         QTRY_COMPARE(share.count("sends"_s), 1);
         QTRY_COMPARE(share.text("sends"_s), name + " sends"_s);
         other.write("< send 101 0 >");
@@ -465,7 +466,7 @@ private Q_SLOTS:
                 QVERIFY(share.happened("noAnswer"_s, noAnswers + 1));
                 const auto isRefused = [&early] {
                     early.write("< send 102 0 >");
-                    return early.heard.contains("gateway: its identity is not known yet >");
+                    return early.heard.contains("gateway: its MAC address is not known yet >");
                 };
                 // The gateway may count the previous connection as a second one for some time.
                 QTRY_VERIFY_WITH_TIMEOUT(isRefused(), 10000);
@@ -477,7 +478,7 @@ private Q_SLOTS:
         qunsetenv("XDG_CONFIG_HOME");
         QVERIFY(share.happened("anotherGateway"_s));
         QTRY_COMPARE(share.text("anotherGateway"_s),
-                     "gateway: 02:00:00:54:39:32 is not the known one, 02:00:00:54:39:33"_s);
+                     "gateway: its MAC address is 02:00:00:54:39:32, expected 02:00:00:54:39:33"_s);
         SClient client(share);
         share.sent.clear();
         client.write("< send 101 0 >");
@@ -700,7 +701,7 @@ private Q_SLOTS:
         SClient oneMore(share, ""), newAddress(share, "rawmode", "127.0.1.8");
         SRawHost hostMore(share), newHost(share, "127.0.1.8");
         QVERIFY(oneMore.hears("\n< error 127.0.0.1:"));
-        QVERIFY(oneMore.hears(" turned away: the places for its address are full >"));
+        QVERIFY(oneMore.hears(" rejected: too many clients from its address >"));
         QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
         QTRY_COMPARE(hostMore.state(), QAbstractSocket::UnconnectedState);
         QTRY_COMPARE(share.count("full"_s), 2);
@@ -736,7 +737,7 @@ private Q_SLOTS:
         while (clients.size() < 8) {
             clients.emplace_back(share, "");
         }
-        QVERIFY(clients.back().hears(" turned away: too many open files >"));
+        QVERIFY(clients.back().hears(" rejected: too many open files >"));
         QVERIFY(clients.front().hears("< hi >"));
         SRawHost oneMore(share);
         QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
@@ -746,7 +747,7 @@ private Q_SLOTS:
 
         const SOutcome outcome = run(QStringLiteral("ulimit -n 500; " CIM_CIMSHARE " sim --socketcand 0 --t93 0"));
         QCOMPARE(outcome.exitCode, 1);
-        QVERIFY2(outcome.err.contains("584 open files are needed, and the limit is 500 "), outcome.err);
+        QVERIFY2(outcome.err.contains("584 open files are needed, but the limit is 500 "), outcome.err);
     }
 
     void errorsAreCounted()
@@ -957,14 +958,14 @@ print("errors", *one.errors, flush=True)
         row("sim --socketcand 127.0.0.1:x", "'127.0.0.1:x' is not an [ADDRESS:]PORT");
         row("sim --t93 0 --allow 10.0.0.0/33", "'10.0.0.0/33' is not a network");
         row("sim --config <(echo sockecand=1)", "sockecand");
-        row("sim 127.0.0.1 --t93 65535", "not so many ports");
+        row("sim 127.0.0.1 --t93 65535", "too few ports from 65535 on");
         row("sim --t93 0 --beacon", "--beacon requires --socketcand");
         for (const QByteArray value : {"", "\\\"\\\"", "{}", "[]", "maybe", "2", "t"}) {
             row("sim --config <(echo \"allow-send=" + value + "\")", "allow-send");
             row("sim --config <(echo \"json=" + value + "\")", "json");
         }
         row("sim MQTT-topic a/+", "'a/+/state' is not a topic");
-        row("sim MQTT-key k", "a certificate needs its key");
+        row("sim MQTT-key k", "--mqtt-cert also requires --mqtt-key");
         row("sim --mqtt a:b", "'a:b' is not a HOST[:PORT]");
         row("sim MQTT-plaintext --mqtt-credentials /nowhere", "/nowhere: No such file");
         row("sim MQTT-plaintext --mqtt-credentials /etc/passwd", "/etc/passwd: other users can read it");

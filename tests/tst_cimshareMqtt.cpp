@@ -214,12 +214,12 @@ private Q_SLOTS:
         QVERIFY(share.happened("broker"_s));
         QVERIFY(listening.happened("broker"_s));
         broker.publish("site/"_s + listening.name + "/send"_s, "123#");
-        const QByteArray refused = R"(/refused {"line":"123#","reason":"clients may listen only )";
+        const QByteArray refused = R"(/refused {"line":"123#","reason":"sending is not allowed )";
         QVERIFY(all.hears(listening.name.toLatin1() + refused));
         broker.publish("site/"_s + share.name + "/send"_s,
                        "123#1122\n# comment\n\n(1.5) x 7ff#00 R\r\n(1.5) x 124#R\nhello");
         QTRY_COMPARE(share.sent, list("123#1122 7FF#00"_s));
-        QVERIFY(all.hears("/refused {\"line\":\"(1.5) x 124#R\",\"reason\":\"no frame that a T93 can send\"}"));
+        QVERIFY(all.hears("/refused {\"line\":\"(1.5) x 124#R\",\"reason\":\"not a frame that a T93 can send\"}"));
         QVERIFY(all.hears(" 123#1122 T"));
         QVERIFY(all.hears(" 7FF#00 T"));
         QVERIFY(all.hears("/refused {\"line\":\"hello\",\"reason\":\"frame "));
@@ -478,7 +478,7 @@ private Q_SLOTS:
             ++printed;
         }
         QVERIFY2(printed >= 1000 && printed < 10'000, qPrintable(QString::number(printed)));
-        QCOMPARE(line, "log: " + QByteArray::number(10'000 - printed) + " lines left out\n");
+        QCOMPARE(line, "log: " + QByteArray::number(10'000 - printed) + " lines were left out\n");
     }
 
     void unusableFiles_data()

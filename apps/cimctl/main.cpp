@@ -27,9 +27,9 @@ void addOptions(CLI::App& app, SOptions& options)
     addFlag(app, "-q,--quiet", options.quiet,
             "Print only errors on stderr: no summary, no changes of state, no warnings");
     addWhole(app, "--log-level", options.logLevel, 1, 100,
-             "Show log lines from this level on: 20 progress, 30 refused, 50 errors");
+             "Show log lines of this level and above: 20 progress, 30 refusals, 50 errors");
     addPluginPlace(app, options.place);
-    setFooter(app, "Exit codes: 0 done, 1 the gateway, the plugin or the system refused, 2 wrong usage, "
+    setFooter(app, "Exit codes: 0 success; 1 failure of the gateway, the plugin or the system; 2 wrong usage; "
                    "130 interrupted (Ctrl-C).\nNo hardware? Try: cimctl dump sim --seconds 3");
 
     addInfo(app, options.action);
@@ -61,7 +61,8 @@ int cimctl(int argc, char** argv)
     QCoreApplication application(argc, argv);
     installTranslations(application, {QStringLiteral("interfaceT93")});
 
-    CCommandLine app("cimctl", "Works with CAN interfaces: receives and sends messages through a T93 gateway.");
+    CCommandLine app("cimctl",
+                     "Uses CAN interfaces on the command line: receives and sends messages through a T93 gateway.");
     SOptions options;
     addOptions(app, options);
     const auto exitCode = app.parse(argc, argv, [&](const SProblem& problem) {

@@ -136,7 +136,7 @@ EExitCode add(SContext& context, const SAddOptions& options)
 void addStoreCommands(CLI::App& app, Action& chosen)
 {
     const auto [listCommand, namesOnly] = addCommand(app, chosen, "list", "List the stored interfaces", list);
-    addFlag(listCommand, "--names", namesOnly, "Print the names alone");
+    addFlag(listCommand, "--names", namesOnly, "Print only the names");
     addExamples(listCommand, {"cimctl list", "cimctl list --names"});
 
     const auto [command, options] = addCommand(app, chosen, "add", "Store an interface under a name", add);

@@ -255,7 +255,7 @@ void addSend(CLI::App& app, Action& chosen)
     addWhole(command, "--repeat", options.repeat, 1, INT_MAX, "Repeat the list this many times", "N");
     addNumber(command, "--interval", options.interval, 0, 1e6,
               "Milliseconds from one message to the next (0: as fast as the gateway accepts them)", "MS");
-    addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addFlag(command, "--sent", options.show.sent, "Also print the sent messages");
     addExamples(command,
                 {"cimctl send hall 123#1122AABB", "cimctl send hall 100#01 101#02 --repeat 10 --interval 100"});
 }
@@ -267,7 +267,7 @@ void addReplay(CLI::App& app, Action& chosen)
     addText(command, "FILE", options.file, "The log: lines like (1398128223.803317) can0 166#D0320009").required();
     addNumber(command, "--speed", options.speed, 0.001, 1e6, "Speed factor", "N");
     addFlag(command, "--loop", options.loop, "Start again at the end, until Ctrl-C");
-    addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addFlag(command, "--sent", options.show.sent, "Also print the sent messages");
     addExamples(command, {"cimctl replay hall hall.log", "cimctl replay hall hall.log --speed 2 --loop"});
 }
 
@@ -282,7 +282,7 @@ void addGen(CLI::App& app, Action& chosen)
     addWhole(command, "-n,--count", options.count, 1, INT_MAX, "End after this many messages", "N");
     addWhole(command, "--seed", options.seed, 0, INT_MAX,
              "Seed of the random messages: equal seeds send equal messages (0)");
-    addFlag(command, "--sent", options.show.sent, "Show what is sent");
+    addFlag(command, "--sent", options.show.sent, "Also print the sent messages");
     addExamples(command, {"cimctl gen hall --gap 10 --count 1000", "cimctl gen hall --id 100-1FF --length 8 --seed 7"});
 }
 

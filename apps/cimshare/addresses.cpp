@@ -70,13 +70,13 @@ Failure CAdmission::admit(QTcpSocket& socket)
         return problem;
     };
     if (!m_allowed.allow(address)) {
-        return refuse("notAllowed", QStringLiteral("may not connect (--allow)"));
+        return refuse("notAllowed", QStringLiteral("rejected: its address is not allowed (--allow)"));
     }
     if (m_clients.count(address) >= MAX_CLIENTS - m_clients.size()) {
-        return refuse("full", QStringLiteral("turned away: the places for its address are full"));
+        return refuse("full", QStringLiteral("rejected: too many clients from its address"));
     }
     if (isAmongTheLast(socket.socketDescriptor())) {
-        return refuse("full", QStringLiteral("turned away: too many open files"));
+        return refuse("full", QStringLiteral("rejected: too many open files"));
     }
     m_clients.append(address);
     connect(&socket, &QObject::destroyed, this, [this, address] { m_clients.removeOne(address); });
@@ -108,7 +108,7 @@ Failure reserveDescriptors(std::size_t ports, std::size_t buses)
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::max(limit.rlim_cur, needed);
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        return SProblem{QStringLiteral("%1 open files are needed, and the limit is %2 (ulimit -Hn, LimitNOFILE)")
+        return SProblem{QStringLiteral("%1 open files are needed, but the limit is %2 (ulimit -Hn, LimitNOFILE)")
                             .arg(needed)
                             .arg(limit.rlim_max)};
     }

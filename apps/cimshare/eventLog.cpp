@@ -61,7 +61,7 @@ void CEventLog::writeNext()
     std::fputs(line.constData(), m_stream);
     std::fflush(m_stream);
     if (leftOut > 0) {
-        print("leftOut", QStringLiteral("log"), QStringLiteral("%1 lines left out").arg(leftOut));
+        print("leftOut", QStringLiteral("log"), QStringLiteral("%1 lines were left out").arg(leftOut));
     }
 }
 
@@ -72,7 +72,7 @@ void CEventLog::printLimited(const char* event, const QString& subject, const QS
         QTimer::singleShot(SECOND_MS, this, [=, &lines] {
             if (const int leftOut = std::exchange(lines, 0) - LINES_PER_SECOND; leftOut > 0) {
                 print("leftOut", subject,
-                      QStringLiteral("%1 lines left out (%2)").arg(leftOut).arg(QLatin1String(event)));
+                      QStringLiteral("%1 lines were left out (%2)").arg(leftOut).arg(QLatin1String(event)));
             }
         });
     }

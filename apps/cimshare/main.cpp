@@ -22,49 +22,55 @@ void addMqtt(CLI::App& app, SShareOptions& options)
     constexpr char GROUP[] = "MQTT";
     SBroker& broker = options.broker;
     options.mqtt.topic = QStringLiteral("can/") + QHostInfo::localHostName();
-    const COption mqtt =
-        addTexts(app, "--mqtt", broker.nodes, "Publish at this broker; may be given again for each node of a cluster",
-                 "HOST[:PORT]")
-            .check(SBroker::checkNode)
-            .group(GROUP);
+    const COption mqtt = addTexts(app, "--mqtt", broker.nodes,
+                                  "Publish to this broker; repeat the option for each node of a cluster", "HOST[:PORT]")
+                             .check(SBroker::checkNode)
+                             .group(GROUP);
     const auto add = [&](const COption& option) { option.group(GROUP).needs(mqtt); };
-    add(addText(app, "--mqtt-topic", options.mqtt.topic, "Above all topics (can/ and the name of this PC)", "TOPIC"));
+    add(addText(app, "--mqtt-topic", options.mqtt.topic,
+                "Beginning of all topics, instead of can/ and the name of this computer", "TOPIC"));
     const auto setFormat = [&options](const QString& text) { options.mqtt.isJson = text == QLatin1String("json"); };
-    add(addText(app, "--mqtt-format", setFormat, "Payloads: candump's lines, or JSON for databases", "log|json")
+    add(addText(app, "--mqtt-format", setFormat, "Payload of messages: lines of a candump log, or JSON", "log|json")
             .oneOf({"log", "json"})
             .showDefault(QStringLiteral("log")));
-    add(addFlag(app, "--mqtt-last", options.mqtt.hasLast, "Retain the last message with each identifier"));
-    add(addText(app, "--mqtt-credentials", broker.credentialsFile, "Two lines: user name and password", "FILE"));
-    add(addText(app, "--mqtt-ca", broker.caFile, "Certificate authority of the broker: use TLS", "FILE"));
-    add(addText(app, "--mqtt-cert", broker.certificateFile, "Certificate of this client", "FILE"));
-    add(addText(app, "--mqtt-key", broker.keyFile, "Its key", "FILE"));
-    add(addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "The password may be sent without TLS"));
+    add(addFlag(app, "--mqtt-last", options.mqtt.hasLast,
+                "Also publish the last message of each identifier, retained"));
+    add(addText(app, "--mqtt-credentials", broker.credentialsFile,
+                "File with the user name and the password, one per line", "FILE"));
+    add(addText(app, "--mqtt-ca", broker.caFile, "Use TLS, and trust this certificate authority", "FILE"));
+    add(addText(app, "--mqtt-cert", broker.certificateFile, "Client certificate", "FILE"));
+    add(addText(app, "--mqtt-key", broker.keyFile, "Private key of the client certificate", "FILE"));
+    add(addFlag(app, "--mqtt-plaintext", broker.allowsPlaintext, "Allow sending the password without TLS"));
 }
 
 void addOptions(CCommandLine& app, SShareOptions& options, QStringList& networks, QStringList& sendRules)
 {
-    addFlag(app, "--check", options.isCheck, "Read the options, print what they mean, and end");
-    app.addConfigFile("--config", "Read options from a file: name=value, a line each", "FILE");
+    addFlag(app, "--check", options.isCheck, "Check the options, print what the program would do, and exit");
+    app.addConfigFile("--config", "Read options from a file with one NAME=VALUE per line", "FILE");
     options.targets.addTo(app, STargetOptions::ENumber::eAny);
     addFlag(app, "--all", options.allStored, "Share all stored interfaces");
     const COption socketcand = addListening(app, "--socketcand", options.socketcand,
-                                            "Serve socketcand clients, all buses by name (port 29536)");
-    addFlag(app, "--beacon", options.beacon, "Tell the network of it by broadcast").needs(socketcand);
-    addListening(app, "--t93", options.t93, "Be a T93 gateway for other hosts, a port for each bus, counting up");
-    addTexts(app, "--allow-send", sendRules,
-             "Clients may send all, or what the rule names (without this option: nothing); may be given again",
-             "[PROTOCOL[:BUS[:ID[-ID]]]]")
+                                            "Serve socketcand clients, which open a bus by its name (port 29536)");
+    addFlag(app, "--beacon", options.beacon, "Announce the socketcand server by broadcast every 2 s").needs(socketcand);
+    addListening(app, "--t93", options.t93, "Act as T93 gateways: one port for each bus, numbered from PORT");
+    addTexts(
+        app, "--allow-send", sendRules,
+        "Allow clients to send: everything, or only what the rule allows (without the option: nothing); repeatable",
+        "[PROTOCOL[:BUS[:ID[-ID]]]]")
         .optionalValue()
         .showDefault(QStringLiteral("true"));
-    addWhole(app, "--send-limit", options.sending.messagesPerSecond, 1, 10000, "Messages of one client in a second");
+    addWhole(app, "--send-limit", options.sending.messagesPerSecond, 1, 10000,
+             "Maximum number of messages per second from each client");
     addFlag(app, "--pin", options.sending.isPinned,
-            "Send only to the known gateway: the MAC address stored, or seen first");
-    addTexts(app, "--allow", networks, "Clients from there only; may be given again", "ADDRESS[/PREFIX]");
+            "Send only while the gateway has the expected MAC address: the stored one, or the first one seen");
+    addTexts(app, "--allow", networks, "Accept clients only from this address or network; repeatable",
+             "ADDRESS[/PREFIX]");
     addMqtt(app, options);
-    addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a line for each bus every so many seconds",
+    addWhole(app, "--status", options.statusSeconds, 1, 86400, "Print a status line for each bus at this interval",
              "SECONDS");
-    addText(app, "--metrics", options.metricsFile, "Write a file for Prometheus's node_exporter every 15 s", "FILE");
-    addFlag(app, "--json", options.json, "Every line a JSON object");
+    addText(app, "--metrics", options.metricsFile, "Write metrics for Prometheus (node_exporter) to a file every 15 s",
+            "FILE");
+    addFlag(app, "--json", options.json, "Print each line as a JSON object");
     addPluginPlace(app, options.plugins);
 }
 
@@ -88,10 +94,9 @@ int cimshare(int argc, char** argv)
     const auto atEnd = qScopeGuard([] { qInstallMessageHandler(nullptr); });
 
     const auto fail = [](const SProblem& problem) { return Apps::fail("cimshare", problem); };
-    CCommandLine app(
-        "cimshare",
-        "Shares CAN buses behind T93 gateways with many programs: as socketcand, as a T93 gateway, over MQTT.\n"
-        "Listens on 127.0.0.1 unless an address is given.");
+    CCommandLine app("cimshare", "Shares CAN buses behind T93 gateways with many programs, as a socketcand server, as "
+                                 "a T93 gateway and over MQTT.\n"
+                                 "Listens on 127.0.0.1 unless an address is given.");
     SShareOptions options;
     QStringList networks;
     QStringList sendRules{QStringLiteral("false")}; // without the option, clients may send nothing

@@ -47,7 +47,8 @@ void addBus(const AddValue& add, const CSharedBus& bus, const CProtocols& protoc
     for (const auto& protocol : protocols) {
         clients[protocol->name()] += protocol->clientCount(bus);
     }
-    const char* const lostHelp = "Messages that did not reach clients, the broker, or (service) any of them.";
+    const char* const lostHelp =
+        "Messages lost on the way to clients or the broker, or (service) in the service itself.";
     std::map<QString, quint64> lost = bus.lostByProtocol();
     quint64 ofService = bus.lost();
     for (const auto& [protocol, count] : clients) {

@@ -70,7 +70,7 @@ CMqttBridge::CMqttBridge(const CSharedBuses& buses, const SBroker& broker, const
     connect(&m_link, &CMqttLink::lost, this, &CMqttBridge::onLost, Qt::QueuedConnection);
     const auto onDisconnected = [this](const QString& why) {
         if (std::exchange(m_isConnected, false) != false) {
-            m_log.print("brokerAway", m_name, QStringLiteral("no broker: %1").arg(why));
+            m_log.print("brokerAway", m_name, QStringLiteral("not connected to the broker: %1").arg(why));
         }
     };
     connect(&m_link, &CMqttLink::disconnected, this, onDisconnected, Qt::QueuedConnection);
@@ -112,7 +112,7 @@ CMqttBridge::~CMqttBridge()
 void CMqttBridge::printPlan()
 {
     const QString nodes = m_link.broker().nodes.join(QStringLiteral(", "));
-    m_log.print("check", m_name, QStringLiteral("would publish at %1, below %2").arg(nodes, m_form.topic));
+    m_log.print("check", m_name, QStringLiteral("would publish to %1, with topics below %2").arg(nodes, m_form.topic));
 }
 
 Failure CMqttBridge::start()
@@ -270,7 +270,7 @@ void CMqttBridge::takeState()
         // Until then, the state at the broker is an earlier one.
         m_isOwnStateSeen = m_isOwnStateSeen || service == m_service;
         if (m_isOwnStateSeen && service != m_service && !std::exchange(m_isOtherLogged, true)) {
-            m_log.print("sameTopic", m_name, QStringLiteral("another service with this topic: %1").arg(service));
+            m_log.print("sameTopic", m_name, QStringLiteral("another service uses the same topic: %1").arg(service));
             m_isStateWrong = true; // the other service notices the correction
         }
     }

@@ -131,7 +131,7 @@ Failure CMqttLink::prepare()
 {
     if (m_broker.certificateFile.isEmpty() != m_broker.keyFile.isEmpty() ||
         (m_broker.caFile.isEmpty() && !m_broker.keyFile.isEmpty())) {
-        return wrongUsage(QStringLiteral("a certificate needs its key and the certificate authority of the broker"));
+        return wrongUsage(QStringLiteral("--mqtt-cert also requires --mqtt-key and --mqtt-ca"));
     }
     if (mosquitto_pub_topic_check(m_willTopic.constData()) != MOSQ_ERR_SUCCESS) {
         return wrongUsage(QStringLiteral("'%1' is not a topic").arg(QString::fromUtf8(m_willTopic)));
@@ -154,7 +154,7 @@ Failure CMqttLink::readCredentials()
     }
     if (m_broker.caFile.isEmpty() && !m_broker.allowsPlaintext) {
         return wrongUsage(
-            QStringLiteral("a password without --mqtt-ca is sent unencrypted (--mqtt-plaintext allows it)"));
+            QStringLiteral("without --mqtt-ca the password is sent unencrypted (--mqtt-plaintext allows it)"));
     }
     QFile file(m_broker.credentialsFile);
     if (!file.open(QIODevice::ReadOnly)) {

@@ -31,7 +31,7 @@ struct SBroker {
     QString caFile; ///< Certificate authority; when not empty, the connection uses TLS.
     QString certificateFile;
     QString keyFile;
-    bool allowsPlaintext = false; ///< The password may be sent without TLS.
+    bool allowsPlaintext = false; ///< Allow sending the password without TLS.
 
     /// Fails when a text does not have the form HOST[:PORT].
     static Failure checkNode(const QString& text);

@@ -22,7 +22,7 @@ Result<Cim::CCanMessage> readMqttLine(const QByteArray& line)
         return entry.problem();
     }
     if (!*entry) {
-        return SProblem{QStringLiteral("no frame that a T93 can send")};
+        return SProblem{QStringLiteral("not a frame that a T93 can send")};
     }
     return (*entry)->message;
 }

@@ -45,8 +45,8 @@ Failure CSendRules::problem(const QString& protocol, const QString& bus, std::ui
     if (std::any_of(m_rules.begin(), m_rules.end(), allows)) {
         return {};
     }
-    return m_rules.empty() ? SProblem{QStringLiteral("clients may listen only (--allow-send)")}
-                           : SProblem{QString::asprintf("no permission to send %03X (--allow-send)", id)};
+    return m_rules.empty() ? SProblem{QStringLiteral("sending is not allowed (--allow-send)")}
+                           : SProblem{QString::asprintf("sending %03X is not allowed (--allow-send)", id)};
 }
 
 } // namespace vexmor::Apps::Cimshare

@@ -56,7 +56,7 @@ Failure CShareService::check()
     }
     for (const auto& bus : m_buses) {
         m_log.print("check", bus->name(),
-                    QStringLiteral("would be opened, %1, bit rate %2").arg(bus->port()).arg(bus->bitRate()));
+                    QStringLiteral("would open %1 with bit rate %2").arg(bus->port()).arg(bus->bitRate()));
     }
     for (const auto& protocol : m_protocols) {
         protocol->printPlan();
@@ -110,7 +110,7 @@ Failure CShareService::addProtocols()
     }
     SListenAddress t93 = m_options.t93;
     if (t93.port + m_buses.size() > HIGHEST_PORT + 1) {
-        return wrongUsage(QStringLiteral("--t93 counts up from %1: there are not so many ports").arg(t93.port));
+        return wrongUsage(QStringLiteral("--t93: too few ports from %1 on").arg(t93.port));
     }
     for (const auto& bus : m_buses) {
         if (t93.isGiven()) {
@@ -136,7 +136,7 @@ Failure CShareService::addBuses()
         names += store.names();
     }
     if (names.isEmpty()) {
-        return wrongUsage(QStringLiteral("nothing to share: name a TARGET, or --all for the stored interfaces"));
+        return wrongUsage(QStringLiteral("nothing to share: give a TARGET, or --all for the stored interfaces"));
     }
     SPluginSearch search = searchPlugins(m_options.plugins);
     if (Failure failure = search.failure()) {

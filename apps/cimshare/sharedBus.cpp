@@ -53,10 +53,11 @@ Failure CSharedBus::identityProblem() const
 {
     const QString& id = m_status.interfaceId;
     if (id.isEmpty()) {
-        return SProblem{QStringLiteral("gateway: its identity is not known yet")};
+        return SProblem{QStringLiteral("gateway: its MAC address is not known yet")};
     }
     const bool isKnown = m_knownId.isEmpty() || id.compare(m_knownId, Qt::CaseInsensitive) == 0;
-    return isKnown ? Failure() : SProblem{QStringLiteral("gateway: %1 is not the known one, %2").arg(id, m_knownId)};
+    return isKnown ? Failure()
+                   : SProblem{QStringLiteral("gateway: its MAC address is %1, expected %2").arg(id, m_knownId)};
 }
 
 QString CSharedBus::connectionNotice() const
@@ -83,12 +84,12 @@ Failure CSharedBus::permit(std::uint16_t id, QObject& client, const QString& pro
             QTimer::singleShot(SECOND_MS, this, [this] { m_messages.clear(); });
         }
         if (++m_messages[&client] > most) {
-            failure = SProblem{QStringLiteral("more than %1 messages in a second (--send-limit)").arg(most)};
+            failure = SProblem{QStringLiteral("more than %1 messages per second (--send-limit)").arg(most)};
         }
     }
     const QString clientName = protocol + QLatin1Char(' ') + client.objectName();
     if (failure) {
-        print("refused", QStringLiteral("%1 refused: %2").arg(clientName, failure->text));
+        print("refused", QStringLiteral("message from %1 refused: %2").arg(clientName, failure->text));
     } else if (!client.property("sends").toBool()) {
         client.setProperty("sends", true);
         print("sends", clientName + QStringLiteral(" sends"));
@@ -104,7 +105,7 @@ void CSharedBus::send(const Cim::CCanMessage& message, QObject& client, const QS
     if (!failure && !status().hasLink()) {
         failure = SProblem{connectionNotice()};
     } else if (!failure && !m_inUse->send(message)) {
-        failure = SProblem{QStringLiteral("too many messages wait to be sent")};
+        failure = SProblem{QStringLiteral("too many messages are waiting to be sent")};
     }
     if (failure) {
         ++m_refused;

@@ -171,7 +171,7 @@ void CSocketcandClient::execute(const QByteArray& element)
     if (!command) {
         writeError(command.problem().text);
     } else if ((command->modes & m_mode) == 0) {
-        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not in this mode"));
+        writeError(m_bus == nullptr ? QStringLiteral("no bus is open") : QStringLiteral("not possible in this mode"));
     } else {
         ACTIONS.at(command->verb)(*this, *command);
     }
@@ -244,7 +244,7 @@ void CSocketcandClient::addCyclic(const SCommand& command)
     const Failure failure = m_bus->permit(command.id(), *this, PROTOCOL);
     m_cyclic.erase(command.id());
     if (failure || m_cyclic.size() >= MAX_CYCLIC) {
-        writeError(failure ? failure->text : QStringLiteral("too many messages are sent cyclically"));
+        writeError(failure ? failure->text : QStringLiteral("too many cyclic messages"));
         return;
     }
     QTimer& timer = m_cyclic[command.id()].timer;

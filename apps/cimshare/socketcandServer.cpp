@@ -79,7 +79,7 @@ void CSocketcandServer::addClient(std::unique_ptr<QTcpSocket> socket)
         }
         if (std::exchange(isFirst, false)) {
             m_admission.print("slowClient",
-                              client->objectName() + QStringLiteral(" does not keep up: it loses frames"));
+                              client->objectName() + QStringLiteral(" reads too slowly and loses frames"));
         }
     });
     connect(client, &CSocketcandClient::disconnected, this, [this, client] {

@@ -47,14 +47,14 @@ SProblem wrong(const char* text)
 Failure readName(CWords& words, SCommand& command)
 {
     command.busName = next(words);
-    return command.busName.isEmpty() ? wrong("a bus has a name") : Failure();
+    return command.busName.isEmpty() ? wrong("the name of the bus is missing") : Failure();
 }
 
 Failure readMilliseconds(CWords& words, SCommand& command)
 {
     const auto milliseconds = nextNumber(words, 10, MAX_MILLISECONDS);
     command.milliseconds = static_cast<int>(milliseconds.value_or(0));
-    return milliseconds ? Failure() : wrong("the interval is no number of milliseconds");
+    return milliseconds ? Failure() : wrong("the interval is not a valid number of milliseconds");
 }
 
 Failure readInterval(CWords& words, SCommand& command)
@@ -62,7 +62,7 @@ Failure readInterval(CWords& words, SCommand& command)
     const auto seconds = nextNumber(words, 10, MAX_INTERVAL / MICROSECONDS);
     const auto microseconds = nextNumber(words, 10, MAX_INTERVAL);
     if (!seconds || !microseconds) {
-        return wrong("the interval is no SECONDS MICROSECONDS");
+        return wrong("the interval is not valid SECONDS MICROSECONDS");
     }
     const quint64 interval = *seconds * MICROSECONDS + *microseconds;
     command.milliseconds = static_cast<int>((interval + 999) / 1000);
@@ -74,10 +74,10 @@ Failure readId(CWords& words, SCommand& command)
     const bool isExtended = words.value(0).size() >= EXTENDED_ID_DIGITS;
     const auto id = nextNumber(words, 16, UINT32_MAX);
     if (!id) {
-        return wrong("the identifier is no hexadecimal number");
+        return wrong("the identifier is not a hexadecimal number");
     }
     if (*id > CanLog::MAX_ID || isExtended) {
-        return wrong("a T93 has no 29-bit identifiers");
+        return wrong("a T93 does not support 29-bit identifiers");
     }
     command.message.setId(Cim::CCanId::fromValue(static_cast<std::uint16_t>(*id)));
     return {};
@@ -87,14 +87,14 @@ Failure readData(CWords& words, SCommand& command)
 {
     const auto length = nextNumber(words, 10, 8);
     if (!length) {
-        return wrong("the length is not 0 to 8");
+        return wrong("the length must be 0 to 8");
     }
     unsigned char data[8] = {};
     for (unsigned int i = 0; i < *length; ++i) {
         // Up to 16 digits, because some clients print a byte above 7F with its sign extended. The low byte counts.
         const auto byte = nextNumber(words, 16, UINT64_MAX);
         if (!byte) {
-            return wrong("not as many hexadecimal bytes as the length says");
+            return wrong("the data must be as many hexadecimal bytes as the length says");
         }
         data[i] = static_cast<unsigned char>(*byte);
     }
@@ -162,7 +162,7 @@ Result<SCommand> readCommand(const QByteArray& element)
     command.verb = next(words);
     for (const auto& [verb, feature] : IMPOSSIBLE) {
         if (command.verb == verb) {
-            return wrongUsage(QStringLiteral("a T93 has no %1").arg(QLatin1String(feature)));
+            return wrongUsage(QStringLiteral("a T93 does not support %1").arg(QLatin1String(feature)));
         }
     }
     const auto* const syntax = std::find_if(std::begin(SYNTAX), std::end(SYNTAX),

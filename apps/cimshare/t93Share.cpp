@@ -27,7 +27,7 @@ CT93Share::CT93Share(CSharedBus& bus, const SListenAddress& place, const SAllowe
     setMaxClients(CAdmission::MAX_CLIENTS + 1); // one more, so that the admission turns it away and logs that
     startMeasuring(MEASURING_MS);
     connect(this, &CRmServer::hostDisconnected, this,
-            [this] { m_admission.print("disconnected", QStringLiteral("a host disconnected")); });
+            [this] { m_admission.print("disconnected", QStringLiteral("a client disconnected")); });
     connect(this, &CRmServer::frameLost, this, [this] { m_bus.countLost(m_name, 1); });
     connect(&bus, &CSharedBus::messageSent, this,
             [this](const SBusRecord& record, const QObject* sender) { onBusMessage(record.message, sender); });
@@ -84,7 +84,7 @@ void CT93Share::change(const Cim::SRmFrame& request)
     const QString what = request.command == Cim::RM_CMD_RESET
                              ? QStringLiteral("a reset")
                              : QStringLiteral("a bit rate of %1 kbit/s").arg(Cim::rmBaudrateOfCode(request[0]));
-    m_admission.print("ignored", QStringLiteral("a host asked for %1: ignored").arg(what));
+    m_admission.print("ignored", QStringLiteral("ignored a client's request for %1").arg(what));
 }
 
 void CT93Share::handle(Sim::CRmLink& link, const Cim::SRmFrame& frame)

@@ -47,7 +47,7 @@ void addOptions(CLI::App& app, SOptions& options)
     addFlag(app, "--scan", options.scan, "Scan the network for gateways at the start");
     addFlag(app, "--dark", options.dark, "Use a dark palette, also at later starts");
     addPluginPlace(app, options.place);
-    setFooter(app, "Exit codes: 0 done, 1 no plugin can be used, 2 wrong usage.");
+    setFooter(app, "Exit codes: 0 success; 1 no plugin can be used; 2 wrong usage.");
 }
 
 constexpr char PREFIX[] = "error";
@@ -129,7 +129,7 @@ int run(char** argv, const SOptions& options)
 int cimview(int argc, char** argv)
 {
     CMainWindow::prepareApplication();
-    CCommandLine app("cimview", "Works with CAN interfaces in a window: traffic, bus load and errors of T93 gateways.");
+    CCommandLine app("cimview", "A window for CAN interfaces: shows the traffic, bus load and errors of T93 gateways.");
     SOptions options;
     addOptions(app, options);
     const auto exitCode = app.parse(argc, argv, [](const SProblem& problem) { return fail(PREFIX, problem); });

@@ -90,8 +90,14 @@ std::string typedOf(const CLI::Option& option)
         text += takesSeveral(option) ? " ..." : "";
         text += option.get_required() ? " REQUIRED" : "";
     }
+    return text;
+}
+
+std::string descriptionOf(const CLI::Option& option)
+{
+    std::string text = option.get_description();
     for (const CLI::Option* const needed : option.get_needs()) {
-        text += " Needs: " + needed->get_name();
+        text += " (requires " + needed->get_name() + ")";
     }
     return text;
 }
@@ -102,7 +108,7 @@ std::string helpSection(const CLI::App& app, const std::string& title,
 {
     std::string lines;
     for (const CLI::Option* const option : app.get_options(isMeant)) {
-        lines += helpLine(typedOf(*option), option->get_description());
+        lines += helpLine(typedOf(*option), descriptionOf(*option));
     }
     return lines.empty() ? lines : "\n" + title + ":\n" + lines;
 }
@@ -172,8 +178,8 @@ CCommandLine::CCommandLine(const std::string& program, const std::string& help)
     : m_app(std::make_unique<CLI::App>(help, program))
 {
     m_app->formatter_fn(helpOf);
-    m_app->set_help_flag("-h,--help", "Print this help message and exit");
-    m_app->set_version_flag("--version", program + " " CIM_VERSION, "Display program version information and exit");
+    m_app->set_help_flag("-h,--help", "Print this help and exit");
+    m_app->set_version_flag("--version", program + " " CIM_VERSION, "Print the version and exit");
 }
 
 CCommandLine::~CCommandLine() = default;
@@ -246,13 +252,13 @@ COption COption::showDefault(const QString& text) const
     return m_option->default_str(text.toStdString());
 }
 
-COption COption::check(const std::function<Failure(const QString&)>& read, const std::string& name) const
+COption COption::check(const std::function<Failure(const QString&)>& read) const
 {
     const auto fault = [read](const std::string& text) {
         const Failure failure = read(textOf(text));
         return failure ? failure->text.toStdString() : std::string();
     };
-    return m_option->transform(CLI::Validator(fault, name)); // runs before those that were added earlier
+    return m_option->transform(CLI::Validator(fault, "")); // runs before those that were added earlier
 }
 
 COption COption::address() const
@@ -376,9 +382,10 @@ COption addTexts(CLI::App& app, const std::string& names, QStringList& values, c
         ->type_name(type);
 }
 
-COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help)
+COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
+                const std::string& type)
 {
-    const COption list = addTexts(app, names, values, help, "TEXT").several();
+    const COption list = addTexts(app, names, values, help, type).several();
     app.get_option(names)->delimiter(',');
     return list.showDefault(QLatin1Char('[') + values.join(QLatin1Char(',')) + QLatin1Char(']'));
 }

@@ -61,7 +61,7 @@ public:
     /// Shows a default value in the help.
     COption showDefault(const QString& text) const;
 
-    // Restrictions of the value. The help shows only the name of `check`.
+    // Restrictions of the value, which the help does not show.
 
     /// Accepts IPv4 addresses and removes leading zeros.
     COption address() const;
@@ -71,7 +71,7 @@ public:
     /// Accepts one of the choices in any case and replaces the value by it.
     COption oneOf(const std::vector<std::string>& choices) const;
     /// Accepts values for which `read` does not fail.
-    COption check(const std::function<Failure(const QString&)>& read, const std::string& name = {}) const;
+    COption check(const std::function<Failure(const QString&)>& read) const;
 
 private:
     CLI::Option* m_option;
@@ -105,6 +105,7 @@ COption addValue(CLI::App& app, const std::string& names, const std::function<Fa
 COption addTexts(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
                  const std::string& type = {});
 /// Adds an option with a list of values, separated by commas. The help shows the present `values` as the default.
-COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help);
+COption addList(CLI::App& app, const std::string& names, QStringList& values, const std::string& help,
+                const std::string& type);
 
 } // namespace vexmor::Apps

@@ -9,7 +9,7 @@ namespace
 const char* const TARGET_HELP =
     "TARGET is the name of a stored interface (see cimctl list), an address or host name "
     "ADDRESS[:PORT][:TCP|:UDP], a port text like IP=192.168.1.70:30000:TCP, or sim: a simulated gateway in this "
-    "program (sim:FILE plays a candump log on its bus; cimctl ends with the log).";
+    "program (sim:FILE also plays a candump log on its bus).";
 } // namespace
 
 void STargetOptions::addTo(CLI::App& command, ENumber number)
@@ -49,7 +49,7 @@ void addInterfaceSettings(CLI::App& command, Settings& settings)
                "Bit rate of the CAN bus, kbit/s (unchanged)")
         .bitRate();
     addSetting(command, "--local-address", settings, StoreKey::LOCAL_ADDRESS, "ADDRESS",
-               "UDP: address of this computer's network interface to the gateway (any)")
+               "UDP: address of the network interface to the gateway (any)")
         .address();
     addSetting(command, "--poll-time", settings, StoreKey::POLL_TIME, "MS", "Time between bus load requests (800)")
         .whole(100, 3000);

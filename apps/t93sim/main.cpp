@@ -2,6 +2,7 @@
 
 #include "apps/cli/options.h"
 #include "apps/cli/program.h"
+#include "apps/host/bitRates.h"
 #include "apps/t93sim/simProgram.h"
 
 #include <QCoreApplication>
@@ -25,13 +26,13 @@ public:
     }
     COption number(const char* name, int& value, int lowest, int highest, const char* help)
     {
-        const std::string range = "INT:INT in [" + std::to_string(lowest) + " - " + std::to_string(highest) + "]";
+        const std::string range = std::to_string(lowest) + "-" + std::to_string(highest);
         COption option = addWhole(m_cli, name, value, lowest, highest, help, range).group(m_title);
         return value > 0 ? option.showDefault(QString::number(value)) : option;
     }
-    COption text(const char* name, QString& value, const char* help)
+    COption text(const char* name, QString& value, const char* help, const char* type)
     {
-        COption option = addText(m_cli, name, value, help, "TEXT").group(m_title);
+        COption option = addText(m_cli, name, value, help, type).group(m_title);
         return value.isEmpty() ? option : option.showDefault(value);
     }
 
@@ -63,93 +64,97 @@ std::function<Failure(const QString&)> readableBy(std::optional<Value> (*read)(c
 void addGatewayOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup network(cli, "Network");
-    network.text("--address", options.address, "Address to serve on").address();
+    network.text("--address", options.address, "Address to listen on", "ADDRESS").address();
     network.number("--port", options.port, 0, 65535, "Port of the first gateway, TCP and UDP; 0: the system picks");
     network.number("--gateways", options.gateways, 1, 200, "Number of gateways on one bus, on consecutive ports");
-    network.number("--clients", options.clients, 1, 1000, "Host applications that a gateway serves at a time");
+    network.number("--clients", options.clients, 1, 1000, "Number of clients that each gateway accepts at a time");
 
     COptionGroup identity(cli, "Identity");
-    identity.text("--mac", options.mac, "MAC address of the first gateway").check(hexBytes(6), "HEX");
+    identity.text("--mac", options.mac, "MAC address of the first gateway", "MAC").check(hexBytes(6));
     identity
-        .text("--firmware", options.firmware, "Firmware version MAJOR.MINOR; 2.3 makes hosts request the device text")
-        .check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255"), "VERSION");
-    identity.text("--device-text", options.deviceText, "Device identification");
-    addWhole(cli, "--baud", options.baud, 1, INT_MAX, "CAN bit rate at start, kbit/s", "INT")
+        .text("--firmware", options.firmware, "Firmware version; 2.3 makes clients request the device text",
+              "MAJOR.MINOR")
+        .check(readableBy(&SSimOptions::readFirmware, "must be MAJOR.MINOR, each 0 to 255"));
+    identity.text("--device-text", options.deviceText, "Device text", "TEXT");
+    addWhole(cli, "--baud", options.baud, 1, INT_MAX, "Bit rate of the CAN bus at the start, kbit/s",
+             bitRates().join(QLatin1Char('|')).toStdString())
         .showDefault(QString::number(options.baud))
         .group("Identity")
         .bitRate();
-    identity.flag("--no-busload", options.noBusload, "An older gateway, which does not measure bus load");
+    identity.flag("--no-busload", options.noBusload, "Act as an older gateway, which does not measure bus load");
 }
 
 void addDetectionOptions(CLI::App& cli, SSimOptions& options)
 {
-    COptionGroup detection(cli, "Detection (hosts that scan the network)");
+    COptionGroup detection(cli, "Detection (programs that scan the network)");
     const COption detect =
-        detection.flag("--detect", options.detect, "Answers ident requests on all addresses of this computer");
+        detection.flag("--detect", options.detect, "Answer ident requests on all addresses of this computer");
     detection.number("--detect-port", options.detectPort, 1, 65535, "Port of the ident requests").needs(detect);
-    detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered")
+    detection.text("--hostname", options.hostName, "Host name of the first gateway; the others are numbered", "NAME")
         .needs(detect);
     addList(cli, "--endpoint", options.endpoints,
-            "Endpoint that replies contain: tcp or udp, client or server, and a different port if wanted, like "
-            "udp-server:30001; numbers, like 7-2, for invalid endpoints")
-        .group("Detection (hosts that scan the network)")
+            "Endpoint in the replies: tcp or udp, client or server, and optionally a port, like udp-server:30001; "
+            "numbers, like 7-2, make invalid endpoints",
+            "ENDPOINT")
+        .group("Detection (programs that scan the network)")
         .needs(detect)
-        .check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]"), "ENDPOINT");
+        .check(readableBy(&SSimOptions::readEndpoint, "must be PROTOCOL-ROLE[:PORT]"));
 
     COptionGroup faults(cli, "Faults of detection");
     Sim::SSimDetectionFaults& wrong = options.detectionFaults;
-    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "Replies end after their Nth byte").needs(detect);
+    faults.number("--ident-cut", wrong.cutAt, 1, Cim::DDT_MAX_SIZE, "End each reply after its Nth byte").needs(detect);
     faults
         .number("--ident-count", wrong.entryCount, 0, Cim::DDT_MAX_ENTRIES,
-                "Replies announce this number of entries, whatever they contain")
+                "Number of entries that each reply announces, whatever it contains")
         .needs(detect);
-    faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "The host name fills its field and does not end")
+    faults.flag("--ident-endless-name", wrong.nameWithoutEnd, "Fill the whole field with the host name, without an end")
         .needs(detect);
-    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "The host name is not valid UTF-8").needs(detect);
-    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Sends each reply this many times").needs(detect);
+    faults.flag("--ident-no-utf8", wrong.nameNoUtf8, "Use a host name that is not valid UTF-8").needs(detect);
+    faults.number("--ident-repeat", wrong.repeat, 1, 100000, "Send each reply this many times").needs(detect);
     faults.number("--ident-delay", wrong.delayMs, 1, 60000, "Milliseconds before each reply").needs(detect);
 }
 
 void addTrafficOptions(CLI::App& cli, SSimOptions& options)
 {
-    COptionGroup traffic(cli, "Traffic (starts with the first request of a host)");
-    const COption replay = traffic.text("--replay", options.replay, "Plays a log in candump's format; -: from stdin");
-    addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed of the replay", "FLOAT")
+    COptionGroup traffic(cli, "Traffic (starts with the first request of a client)");
+    const COption replay =
+        traffic.text("--replay", options.replay, "Play a log in candump's format; -: from standard input", "FILE");
+    addNumber(cli, "--speed", options.speed, 0.01, 10000, "Speed factor of the replay", "N")
         .showDefault(QString::number(options.speed))
-        .group("Traffic (starts with the first request of a host)")
+        .group("Traffic (starts with the first request of a client)")
         .needs(replay);
-    traffic.flag("--loop", options.loop, "Starts the replay again at its end").needs(replay);
-    traffic.number("--generate", options.generate, 1, 200000, "Generated messages per second");
-    traffic.flag("--echo", options.echo, "Repeats every message of a host on the bus");
-    traffic.flag("--start-now", options.startNow, "Starts the traffic without waiting for a host");
+    traffic.flag("--loop", options.loop, "Start the replay again at its end").needs(replay);
+    traffic.number("--generate", options.generate, 1, 200000, "Generate this many messages per second");
+    traffic.flag("--echo", options.echo, "Send each message of a client again, from the bus to all clients");
+    traffic.flag("--start-now", options.startNow, "Start the traffic without waiting for a client");
 }
 
 void addFaultOptions(CLI::App& cli, SSimOptions& options)
 {
     COptionGroup faults(cli, "Faults");
     Sim::SSimFaults& wrong = options.faults;
-    const COption checksum =
-        faults.number("--wrong-checksum", wrong.wrongChecksumEvery, 1, 1000000, "Every Nth frame has a wrong checksum");
+    const COption checksum = faults.number("--wrong-checksum", wrong.wrongChecksumEvery, 1, 1000000,
+                                           "Make the checksum of every Nth frame wrong");
     const COption end =
-        faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Every Nth frame has no end marker");
+        faults.number("--missing-end", wrong.missingEndEvery, 1, 1000000, "Omit the end marker of every Nth frame");
     const COption garbage =
-        faults.text("--garbage", options.garbage, "Bytes before every frame").check(hexBytes(0), "HEX");
-    const COption cut = faults.number("--cut", wrong.cutAt, 1, 38, "Cuts every frame after its Nth byte");
-    const COption merge = faults.number("--merge", wrong.mergeCount, 2, 1000, "Joins N frames into one write");
+        faults.text("--garbage", options.garbage, "Send these bytes before every frame", "HEX").check(hexBytes(0));
+    const COption cut = faults.number("--cut", wrong.cutAt, 1, 38, "Cut every frame after its Nth byte");
+    const COption merge = faults.number("--merge", wrong.mergeCount, 2, 1000, "Join N frames into one write");
     const COption delay = faults.number("--delay", wrong.replyDelayMs, 1, 60000, "Milliseconds before each reply");
-    const COption mute = faults.flag("--mute", wrong.mute, "Answers no request").excludes({delay});
+    const COption mute = faults.flag("--mute", wrong.mute, "Answer no requests").excludes({delay});
     const COption drop = faults.number("--drop-after", options.dropAfterMs, 1, 3600000,
-                                       "Drops the links this many milliseconds after each connection");
-    const COption status = faults.number("--status", options.status, 0, 255, "Reports this status byte repeatedly");
+                                       "Close each connection after this many milliseconds");
+    const COption status = faults.number("--status", options.status, 0, 255, "Report this status byte repeatedly");
     faults.number("--status-every", options.statusEveryMs, 1, 3600000, "Milliseconds between the reports")
         .needs(status);
-    const COption flood = faults.number("--flood", options.flood, 1, 100000000,
-                                        "Messages sent as fast as possible after the first request of a host");
+    const COption flood =
+        faults.number("--flood", options.flood, 1, 100000000,
+                      "Send this many messages as fast as possible after the first request of a client");
     const auto spoken = {checksum, end, garbage, cut, merge, delay, mute, status, flood};
     const COption blackHole =
-        faults.flag("--black-hole", wrong.blackHole, "Accepts connections, reads nothing, sends nothing")
-            .excludes(spoken);
-    faults.flag("--refuse", wrong.refuse, "Refuses connections").excludes(spoken).excludes({blackHole, drop});
+        faults.flag("--black-hole", wrong.blackHole, "Accept connections, but read and send nothing").excludes(spoken);
+    faults.flag("--refuse", wrong.refuse, "Refuse connections").excludes(spoken).excludes({blackHole, drop});
 }
 
 int t93sim(int argc, char** argv)
@@ -157,14 +162,15 @@ int t93sim(int argc, char** argv)
     QCoreApplication app(argc, argv);
     SSimOptions options;
     CCommandLine cli("t93sim",
-                     "A T93 gateway in software: answers hosts over TCP and UDP, with a simulated CAN bus behind it.");
+                     "A T93 gateway in software: serves clients over TCP and UDP, with a simulated CAN bus behind it.");
     addGatewayOptions(cli, options);
     addTrafficOptions(cli, options);
     addFaultOptions(cli, options);
     addDetectionOptions(cli, options);
-    addNumber(cli, "--seconds", options.seconds, 0.001, 1e6, "Ends after this many seconds", "FLOAT");
-    addFlag(cli, "--verbose", options.verbose, "Prints every request and message");
-    setFooter(cli, "Exit codes: 0 ended by --seconds, Ctrl-C or another signal, 1 the system refused, 2 wrong usage.");
+    addNumber(cli, "--seconds", options.seconds, 0.001, 1e6, "End after this many seconds", "S");
+    addFlag(cli, "--verbose", options.verbose, "Print every request and message");
+    setFooter(cli,
+              "Exit codes: 0 ended by --seconds, Ctrl-C or another signal; 1 refused by the system; 2 wrong usage.");
     const auto fail = [](const SProblem& problem) { return Apps::fail("t93sim", problem); };
     if (const auto exitCode = cli.parse(argc, argv, fail)) {
         return *exitCode;
