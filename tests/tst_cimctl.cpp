@@ -1,31 +1,6 @@
 #include "testData.h"
 
-#include <csignal>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
-
 using namespace vexmor::Test;
-
-namespace
-{
-/// The program t93sim, by default on any free port.
-struct SGatewayProgram : QProcess {
-    explicit SGatewayProgram(const QString& options, const QString& port = "0"_s)
-    {
-        start(QStringLiteral(CIM_T93SIM), list("--port %1 --seconds 300 "_s.arg(port) + options));
-        address = waitForReadyRead() ? QString::fromLatin1(readLine().split(' ').at(2)) : QString();
-    }
-    ~SGatewayProgram() override { (void)stop(); }
-    /// Ends the program, and returns what it prints at its end.
-    QByteArray stop()
-    {
-        terminate();
-        return waitForFinished() && exitCode() == 0 ? readAllStandardOutput() : QByteArray();
-    }
-    QString address; ///< Address and port.
-};
-} // namespace
 
 /// The command-line tool cimctl, used like people and scripts use it.
 class CimctlTest : public QObject
@@ -34,8 +9,6 @@ class CimctlTest : public QObject
 
     const QTemporaryDir m_folder;
     const QByteArray m_path = qgetenv("PATH");
-    const SGatewayProgram m_mute{"--mute"_s}; ///< Like a server of another kind.
-    const SGatewayProgram m_lossy{"--drop-after 300 --generate 100"_s};
 
 private Q_SLOTS:
     void init()
@@ -44,8 +17,6 @@ private Q_SLOTS:
         QDir(m_folder.filePath("Vexmor"_s)).removeRecursively();
         qputenv("XDG_CONFIG_HOME", m_folder.path().toLocal8Bit()); // not the store of the user who runs the test
         qputenv("PATH", QFileInfo(QStringLiteral(CIM_CIMCTL)).path().toLocal8Bit() + ':' + m_path);
-        qputenv("MUTE", m_mute.address.toLatin1());
-        qputenv("LOSSY", m_lossy.address.toLatin1());
     }
 
     void commands_data()
@@ -117,7 +88,7 @@ private Q_SLOTS:
         row("dump sim --log-dir /nonexistent", 1, "", "^error: .*/nonexistent.*\n$");
         refused("dump sim --log-dir /tmp --log a", "--log(-dir)? excludes --log");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "mean [345] %, peak [345] %\n$");
-        row("load $MUTE:UDP --baudrate 50 --seconds 1 --json", 0, "\"percent\":null", ".");
+        row("cimctl load 127.0.0.1:1:UDP --baudrate 50 --seconds 1 --json", 0, "\"percent\":null", ".");
         row("for i in {100..259}; do printf '(%d.%02d) a 1#\n' $((i / 100)) $((i % 100)); done > a; echo '(5.0) a 1#' "
             ">> a; "
             "timeout 9 cimctl load sim:a --baudrate 50",
@@ -170,8 +141,9 @@ private Q_SLOTS:
             2, "^2\n0\nNAME .*\na .* IP=10.0.0.2:30000:TCP  50 kbit/s\n$",
             "'a' is stored already .*\n.*'a' is a stored");
         // Another host may store any port text: the link uses the keys of address and port.
-        row("cimctl add 'all/ 1' $LOSSY; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' Vexmor/Cim.conf; "
-            "cimctl dump 'all/ 1' sim -n 40 -q --log-dir .; cut -d' ' -f2 cimctl-????????-??????.log | sort | uniq -c",
+        row("gateway 0 --generate 100; cimctl add 'all/ 1' $address; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' "
+            "Vexmor/Cim.conf; "
+            "cimctl dump 'all/ 1' sim -n 40 -q --log-dir .; cut -d' ' -f2 cimctl-*-*.log | sort | uniq -c",
             0, "  all/_1  20(.*\n)*.* all/_1\n.* sim\n$", "");
         row("cimctl add other 10.0.0.1; sed -i '/^\\[CanInterfaces\\]/a other=1' Vexmor/Cim.conf; cimctl remove other; "
             "cat Vexmor/Cim.conf",
@@ -209,15 +181,18 @@ private Q_SLOTS:
         row("gen sim --length 0 -n 9 -g 0 --sent", 0, "^(  t93  TX - -  ...   \\[0\\] \n){9}$", "sent 9,");
         row("echo '(1.0) a 1#' > a; timeout 9 cimctl replay sim a --loop --sent | head -n 30 | wc -l", 0, "^30\n$",
             "."); // every round of the loop is as long as the first
-        for (const char* command : {"send $MUTE 123#11", "replay $MUTE:UDP a", "dump localhost:1:UDP --send 1#"}) {
-            row("echo '(1.0) a 1#' > a; timeout 4 cimctl " + QByteArray(command), 1, "",
+        for (const char* command :
+             {"send $address 123#11", "replay $address:UDP a", "dump localhost:1:UDP --send 1#"}) {
+            row("gateway 0 --mute; echo '(1.0) a 1#' > a; timeout 4 cimctl " + QByteArray(command), 1, "",
                 "error: nothing was sent, IP=127.0.0.1:\\d+:(TCP|UDP) does not answer: .*\nreceived 0, sent 0, ");
         }
-        row("dump $LOSSY --seconds 2 --baudrate 500", 0, "200 ",
+        row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 2 --baudrate 500", 0, "200 ",
             "^interface error 0: TCP connection lost. \\((\\d\\d:\\d\\d:\\d\\d)\\)\n"
             "gateway: back after 0.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
-        row("dump $LOSSY --seconds 1 --quiet", 0, "200 ", "^(interface error 0: .*\n)+$");
-        row("send $LOSSY 123# --json --repeat 200 --interval 10 2>&1 | sed -E 's/.*\"event\":\"(\\w+)\".*/\\1/' | "
+        row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 1 --quiet", 0, "200 ",
+            "^(interface error 0: .*\n)+$");
+        row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 200 --interval 10 2>&1 | sed -E "
+            "'s/.*\"event\":\"(\\w+)\".*/\\1/' | "
             "xargs",
             0, "^bitRateKept((( failure)? interfaceError| interfaceError failure)( connected|(?= summary)))+ summary$",
             "");
@@ -237,11 +212,48 @@ private Q_SLOTS:
                  {"dump sim sim -n 1 --log-level 20 -v", "log received summary"},
                  {"add hall 127.0.0.1:UDP --udp-any; cimctl --json list", "interface"},
                  {"dump 127.0.0.1:1", "failure"},
-                 {"dump $LOSSY --seconds 2 -v", "bitRateKept connected interfaceError received summary"},
-                 {"dump $MUTE:UDP --seconds 2", "bitRateKept noAnswer summary"},
+                 {"dump $address --seconds 2 -v", "bitRateKept connected interfaceError received summary"},
+                 {"dump 127.0.0.1:1:UDP --seconds 2", "bitRateKept noAnswer summary"},
                  {"compare <(echo '(1.0) a 1#') /dev/null", "compared difference"}}) {
-            row("{ cimctl --json " + typed + "; } 2>&1 | schema", 0, '^' + events + "\n$", "");
+            row("gateway 0 --drop-after 300 --generate 100; { cimctl --json " + typed + "; } 2>&1 | schema", 0,
+                '^' + events + "\n$", "");
         }
+        // Three consecutive lines of the log have the same time; the time of line 150 goes back.
+        for (const char* target : {"sim:log", "$address:TCP --send 7FF#", "$address:UDP --send 7FF#"}) {
+            row("for i in {0..899}; do printf '(%d.%06d) can0 %03X#%.*s\n' $((i == 150 ? 5 : 10)) $((i / 3 * 1000)) $i "
+                "$((i % 9 * 2)) 0123456789ABCDEF; done > log; gateway 0 --replay log; cimctl dump " +
+                    QByteArray(target) +
+                    " -qn 899 --force --log b > a; head -n 899 log | cut -d' ' -f3 > frames; "
+                    "cut -d' ' -f3 b | diff - frames; sed 's/^  t93  //; s/   \\[.\\]/#/; s/ //g' a | diff - frames; "
+                    "log2asc -I b t93 | grep -c ' Rx '; kill $sim; tail -n 1 <&3", // another project's reader
+                0,
+                QByteArray("^899\nmessages: ") + (*target == '$' ? "1 from hosts, 900" : "0 from hosts, 0") +
+                    " replayed",
+                "");
+        }
+        // The gateway is switched off and on again.
+        row("seconds=3 gateway 0 --generate 100; cimctl load $address:UDP --baudrate 50 --poll-time 100 -s 9 | "
+            "while IFS= read -r line; do echo \"$line\"; [[ $line != *silent* ]] || seconds=7 gateway ${address#*:} "
+            "--generate 100; done",
+            0, "^bus load .*%\n(.*\n)*bus load   \\? %  silent for \\d+ s\n(.*\n)*bus load  [12]\\d %\n",
+            "^gateway: connected\ngateway: silent for \\d+ s\ngateway: connected\nreceived .* mean [12]\\d %, peak");
+        row("{ echo '(1.0) a 1#'; yes '(2.0) a 123#1122334455667788' | head -n 60000; } > log; gateway 0; set -o "
+            "pipefail; "
+            "cimctl replay $address log --sent --baudrate 1000 | { read; kill -STOP $sim; cat > /dev/null; } # 2000",
+            1, "", "^error 108: Transmit socket failed.\n(.*\n)*received 0, sent \\d+, refused [1-9]\\d+, lost 0");
+        for (const auto& [command, signal, exitCode] : {std::tuple("cimctl dump sim", "INT", 130),
+                                                        {"cimctl dump sim", "HUP", 130},
+                                                        {"nohup cimctl dump sim -n 99", "HUP", 0},
+                                                        {"cimctl dump sim", "TERM", 130}}) {
+            row(QByteArray("exec 3< <(exec ") + command + " --force --log log); read -r <&3; kill -" + signal +
+                    " $!; [ $(wc -l <&3) = $(($(wc -l < log) - 1)) ] && wait $!",
+                exitCode, "", "^received \\d+, sent 0, ");
+        }
+        // A second interruption ends the program although its output is blocked.
+        row("gateway 0 --verbose; mkfifo full; exec 4<>full; head -c 64K /dev/zero >&4; cimctl gen $address --sent > "
+            "full & "
+            "grep -m 1 -o 'CAN message' <&3; for i in {1..99}; do kill -INT $! || break; sleep 0.1; done; wait $!",
+            130, "^CAN message\n$", "^the bit rate .*\n.*No such process\n$");
         row("", 2, "", "Subcommands:(.*\n)*.*dump ");
         row("for command in info scan dump send replay gen load list add show remove compare; do "
             "cimctl $command --help; done > help; grep -c '^  cimctl ' help; grep '.\\{81\\}' help",
@@ -258,127 +270,27 @@ private Q_SLOTS:
     }
     void commands()
     {
-        // Checks every line of JSON and every key in it, and prints the events.
-        const QString schema = "schema() { python3 -c 'import json, jsonschema, sys\n"
-                               "lines = [json.loads(line) for line in sys.stdin]\n"
-                               "[jsonschema.validate(line, json.load(open(sys.argv[1]))) for line in lines]\n"
-                               "print(*sorted({line[\"event\"] for line in lines}))' " CIM_SCHEMA "; }\n"_s;
+        // gateway PORT OPTION...: starts t93sim; sets `address`; the further output of t93sim can be read from
+        // descriptor 3. schema: checks every line of JSON and every key in it, and prints the events.
+        const QString functions =
+            "gateway() { exec 3< <(exec " CIM_T93SIM
+            " --seconds ${seconds:-60} --port \"$@\" 2> /dev/null); sim=$!; read -r _ _ address _ <&3; }\n"
+            "trap '[ -z \"$sim\" ] || kill $sim 2> /dev/null' EXIT\n"
+            "schema() { python3 -c 'import json, jsonschema, sys\n"
+            "lines = [json.loads(line) for line in sys.stdin]\n"
+            "[jsonschema.validate(line, json.load(open(sys.argv[1]))) for line in lines]\n"
+            "print(*sorted({line[\"event\"] for line in lines}))' " CIM_SCHEMA "; }\n"_s;
         QFETCH(QByteArray, out);
         QFETCH(QByteArray, err);
         const QString typed = QString::fromLatin1(rowName());
         const SClock clock;
-        const SOutcome outcome = run(schema + (typed.contains("cimctl"_s) ? typed : "cimctl "_s + typed));
+        const SOutcome outcome = run(functions + (typed.contains("cimctl"_s) ? typed : "cimctl "_s + typed));
         for (const auto& [expected, text] : {std::pair(out, outcome.out), std::pair(err, outcome.err)}) {
             const QRegularExpression expression(QString::fromLatin1(expected.isEmpty() ? "\\A\\z" : expected));
             QVERIFY2(expression.match(QString::fromLocal8Bit(text)).hasMatch(), text.constData());
         }
         QTEST(outcome.exitCode, "exitCode");
         QVERIFY2(clock.elapsed() >= typed.section("# "_s, -1).toInt(), qPrintable(QString::number(clock.elapsed())));
-    }
-
-    void everyFrameOfALogArrives_data() { rows({"sim:log", ":TCP", ":UDP"}); }
-    void everyFrameOfALogArrives()
-    {
-        // Three consecutive lines have the same time; the time of line 150 goes back.
-        run("for i in {0..899}; do printf '(%d.%06d) can0 %03X#%.*s\n' $((i == 150 ? 5 : 10)) $((i / 3 * 1000)) $i "
-            "$((i % 9 * 2)) 0123456789ABCDEF; done > log"_s);
-        SGatewayProgram gateway("--replay log"_s);
-        const QString target = QLatin1String(rowName());
-        const bool isInside = target.startsWith("sim"_s);
-        const SOutcome outcome =
-            run("cimctl dump %1 --count 899 --force --log b > a; "
-                "head -n 899 log | cut -d' ' -f3 > log.frames; cut -d' ' -f3 b | diff - log.frames; "
-                "sed 's/^  t93  //; s/   \\[.\\]/#/; s/ //g' a | diff - log.frames; "
-                "log2asc -I b t93 | grep -c ' Rx '"_s // another project's reader
-                    .arg(isInside ? target : gateway.address + target + " --send 7FF#"_s));
-        QCOMPARE(outcome.out, QByteArray("899\n")); // the last frame may follow at once
-        QVERIFY(isInside || gateway.stop().endsWith("messages: 1 from hosts, 900 replayed, 0 generated\n"));
-    }
-
-    /// The gateway is switched on, off and on again while cimctl runs.
-    void connectionIsShown()
-    {
-        auto gateway = std::make_unique<SGatewayProgram>("--generate 100"_s);
-        const QString port = gateway->address.section(QLatin1Char(':'), 1);
-        gateway.reset();
-        QProcess load;
-        load.start("cimctl"_s, list("load 127.0.0.1:%1:UDP --baudrate 50 --poll-time 100"_s.arg(port)));
-        for (const char* state :
-             {"  [?] %  open, no answer yet$", " [12]\\d %$", "  [?] %  silent for \\d+ s$", " [12]\\d %$"}) {
-            gateway.reset(*state == ' ' && state[2] == '[' ? nullptr : new SGatewayProgram("--generate 100"_s, port));
-            const QRegularExpression line("^bus load "_s + QLatin1String(state), QRegularExpression::MultilineOption);
-            QString out; // from now on
-            QTRY_VERIFY_WITH_TIMEOUT(line.match(out += QLatin1String(load.readAllStandardOutput())).hasMatch(), 10000);
-        }
-        load.terminate();
-        QVERIFY(load.waitForFinished());
-        const QRegularExpression said("^open, no answer yet: .*\ngateway: connected\ngateway: silent for \\d+ s\n"
-                                      "gateway: connected\nreceived .* mean [12]\\d %, peak"_s);
-        const QByteArray err = load.readAllStandardError();
-        QVERIFY2(said.match(QString::fromLatin1(err)).hasMatch(), err);
-    }
-
-    void gatewayThatTakesNothing()
-    {
-        const SGatewayProgram gateway("--baud 1000"_s);
-        const QByteArray later = QByteArray("(2.0) a 123#1122334455667788\n").repeated(60000);
-        const QString log = writeFile(m_folder, "(1.0) a 001#\n" + later);
-        QProcess program;
-        program.start("cimctl"_s, list("replay %1 %2 --sent --baudrate 1000"_s.arg(gateway.address, log)));
-        QVERIFY(program.waitForReadyRead()); // the first message was sent; the others follow a second later
-        const auto sim = static_cast<pid_t>(gateway.processId());
-        ::kill(sim, SIGSTOP);
-        const SClock clock;
-        const bool hasEnded = program.waitForFinished();
-        ::kill(sim, SIGCONT);
-        QVERIFY(hasEnded);
-        QVERIFY2(clock.elapsed() > 2000, "the gateway gets this time");
-        QCOMPARE(program.exitCode(), 1);
-        const QRegularExpression summary(
-            "(?s)error 108: Transmit socket failed.\n.*sent (\\d+), refused (\\d+), lost 0"_s);
-        const auto said = summary.match(QString::fromLatin1(program.readAllStandardError()));
-        QCOMPARE(said.captured(1).toInt() + said.captured(2).toInt(), 60001);
-    }
-
-    void interruptionEndsInOrder_data()
-    {
-        const auto row = columns<QString, int, int>("command", "signal", "exitCode");
-        row("Ctrl-C", "cimctl dump sim --force --log log"_s, SIGINT, 130);
-        row("terminal closed", "cimctl dump sim --force --log log"_s, SIGHUP, 130);
-        row("terminal closed under nohup", "nohup cimctl dump sim -n 20 --force --log log"_s, SIGHUP, 0);
-        row("ended by another program", "cimctl send sim 123#11 --repeat 1000000 --sent"_s, SIGTERM, 130);
-    }
-    void interruptionEndsInOrder()
-    {
-        const QStringList command = list(cell<QString>("command"));
-        QProcess program;
-        program.start(command.first(), command.mid(1));
-        QVERIFY(program.waitForReadyRead()); // the program is running now
-        ::kill(static_cast<pid_t>(program.processId()), cell<int>("signal"));
-        QVERIFY(program.waitForFinished());
-        QTEST(program.exitCode(), "exitCode");
-        const int shown = program.readAllStandardOutput().count('\n');
-        const QByteArray counted =
-            (command.contains("dump"_s) ? "received " : "sent ") + QByteArray::number(shown) + ", ";
-        QVERIFY(program.readAllStandardError().contains(counted));
-        QVERIFY(!command.contains("dump"_s) || contentOf("log"_s).count('\n') == shown);
-    }
-
-    void secondInterruptionEndsABlockedProgram()
-    {
-        QCOMPARE(::mkfifo("blocked", 0600), 0);
-        const int reader = ::open("blocked", O_RDWR | O_NONBLOCK); // a reader that never reads
-        QProcess program;
-        program.setStandardOutputFile("blocked"_s);
-        program.start("cimctl"_s, list("gen sim --gap 0 --sent"_s));
-        pollfd room{reader, POLLOUT, 0};
-        QTRY_VERIFY(program.state() == QProcess::Running && ::poll(&room, 1, 0) == 0);
-        for (int count = 0; count < 50 && program.state() == QProcess::Running; ++count) {
-            ::kill(static_cast<pid_t>(program.processId()), SIGINT);
-            QVERIFY(!program.waitForFinished(100) || count > 0);
-        }
-        QCOMPARE(program.exitStatus(), QProcess::CrashExit);
-        ::close(reader);
     }
 };
 

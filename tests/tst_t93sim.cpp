@@ -100,7 +100,7 @@ private Q_SLOTS:
     void hostThatDoesNotReadIsBounded()
     {
         constexpr int MESSAGES = 1'000'000;
-        constexpr int REQUESTS = 40'000; // with long answers
+        constexpr int REQUESTS = 100'000; // with long answers
         SSimIdentity wordy;
         wordy.deviceText = QByteArray(240, 'x');
         SGateway one(wordy);
