@@ -66,27 +66,23 @@ private Q_SLOTS:
         host.device->setProperty("receiveLimit", 4000);
         QVERIFY(host.connect());
         qint64 last = QDateTime::currentMSecsSinceEpoch() * 1000;
-        int dropped = 1000;
-        host.gateway.flood(4000 + dropped);
-        QTRY_COMPARE(host.device->property("droppedFrames").toInt(), dropped);
-        for (int i = 0; i < 4000; ++i) {
-            const Frame frame = host.device->readFrame();
-            const QByteArray data = QByteArray::fromHex("%1"_s.arg(i, 16, 16, QLatin1Char('0')).toLatin1());
-            QCOMPARE(frame.toString(), Frame(i % 0x800, data).toString());
-            const qint64 stamp = frame.timeStamp().seconds() * 1'000'000 + frame.timeStamp().microSeconds();
-            QVERIFY(std::exchange(last, stamp) < stamp);
-        }
-        QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000);
-        // The error is raised again after half of the frames were read.
-        for (const int room : {4000, 1999, 2000}) {
-            while (host.device->framesAvailable() > 4000 - room) {
-                host.device->readFrame();
-            }
+        int dropped = 0;
+        for (const auto& [room, read] : {std::pair(4000, 4000), {4000, 1999}, {1999, 2000}, {2000, 0}}) {
             host.gateway.flood(room + 1);
             ++dropped;
             QTRY_COMPARE(host.device->property("droppedFrames").toInt(), dropped);
-            QCOMPARE(host.reported.count("ReadError"_s), room == 2000 ? 3 : 2);
+            // The error is raised again after half of the waiting frames were read.
+            QCOMPARE(host.reported.count("ReadError"_s), dropped - (room < 4000 ? 1 : 0));
+            for (int i = 0; i < read; ++i) {
+                const Frame frame = host.device->readFrame();
+                const int number = i + room % 4000;
+                const QByteArray data = QByteArray::fromHex("%1"_s.arg(number, 16, 16, QLatin1Char('0')).toLatin1());
+                QCOMPARE(frame.toString(), Frame(number % 0x800, data).toString());
+                const qint64 stamp = frame.timeStamp().seconds() * 1'000'000 + frame.timeStamp().microSeconds();
+                QVERIFY(std::exchange(last, stamp) < stamp);
+            }
         }
+        QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000);
     }
 
     void sendsWhatAT93Can()
@@ -131,7 +127,6 @@ private Q_SLOTS:
         host.device->setConfigurationParameter(Device::CanFdKey, true);
         QCOMPARE(host.reported, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
-        host.device->setConfigurationParameter(Device::UserKey, 1);
         QList<quint32> rates;
         connect(&host.gateway, &CSimGateway::messageReceived, [&] { rates += host.bus.baudrate(); });
         connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->writeFrame(Frame(1, {})); });
@@ -183,11 +178,9 @@ private Q_SLOTS:
         settings.setValue("CanInterfaces/hall/InterfaceId"_s, "00:11"_s);
         settings.setValue("CanInterfaces/hall/Description"_s, "stage"_s);
         settings.sync();
-        QStringList listed;
-        for (const QCanBusDeviceInfo& info : QCanBus::instance()->availableDevices("t93canbus"_s)) {
-            listed += info.name() + info.serialNumber() + info.description();
-        }
-        QCOMPARE(listed, QStringList{"hall00:11stage"_s});
+        const auto listed = QCanBus::instance()->availableDevices("t93canbus"_s);
+        QCOMPARE(listed.size(), 1);
+        QCOMPARE(listed[0].name() + listed[0].serialNumber() + listed[0].description(), "hall00:11stage"_s);
         host.device = makeDevice("hall"_s);
         QVERIFY(host.connect());
         QTRY_COMPARE(host.bus.baudrate(), 125U);

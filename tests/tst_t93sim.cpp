@@ -121,29 +121,43 @@ private Q_SLOTS:
         const QByteArray rest = frame(RM_CMD_STATUS, hex("01")) + GOOD + GOOD; // a single report of the loss
         QCOMPARE(host.read(rest.size()).toHex(), rest.toHex());
 
-        // Requests are not read until their answers fit.
+        // Requests are not read until their answers fit, and a flood waits for the host.
         host.socket.setReadBufferSize(1);
         host.socket.write(frame(RM_CMD_DEVICE_ID).repeated(REQUESTS));
+        one.gateway.flood(REQUESTS);
         QVERIFY(!QSignalSpy(&one.gateway, &CSimGateway::frameLost).wait(500));
         host.socket.setReadBufferSize(0);
-        const int answers = REQUESTS * frame(RM_CMD_DEVICE_ID, wordy.deviceText + "id").size();
-        QCOMPARE(host.read(answers, 30000).size(), answers);
+        const QByteArray answer =
+            frame(RM_CMD_DEVICE_ID, wordy.deviceText + "id") + rmFrame(message(0, hex("0011223344556677")));
+        QCOMPARE(host.read(REQUESTS * answer.size(), 30000).size(), REQUESTS * answer.size());
+        SSimFaults slow;
+        slow.replyDelayMs = 500;
+        one.gateway.setFaults(slow);
+        host.socket.write(frame(RM_CMD_BUSLOAD).repeated(10'001)); // one more than the answers that may wait
+        QCOMPARE(host.read(INT_MAX, 2000).size(), 10'000 * frame(RM_CMD_BUSLOAD, "00").size());
     }
 
     void requestForOneAddressIsAnsweredThere()
     {
-        SGateway one;
-        SGateway two;
-        listenOn(two.gateway, QHostAddress("127.0.0.2"_s));
+        SGateway one, two, mute;
+        mute.gateway.setFaults(faulty(&SSimFaults::mute));
+        for (SGateway* other : {&two, &mute}) {
+            listenOn(other->gateway, QHostAddress("127.0.0.2"_s));
+        }
         const quint16 port = SServer().serverPort();
         CSimDetection detection;
         QVERIFY(!detection.listen(port));
-        detection.addGateway(one.gateway);
-        detection.addGateway(two.gateway);
+        for (SGateway* each : {&one, &two, &mute}) {
+            detection.addGateway(each->gateway);
+        }
+        SSimDetectionFaults twice;
+        twice.repeat = 2;
+        detection.setFaults(twice);
         QUdpSocket host;
         host.writeDatagram(ddtIdentRequest(), two.gateway.address(), port);
-        QTRY_VERIFY(host.hasPendingDatagrams());
-        QCOMPARE(host.receiveDatagram().senderAddress().toIPv4Address(), two.gateway.address().toIPv4Address());
+        QList<quint32> senders;
+        QTRY_VERIFY((senders += host.receiveDatagram().senderAddress().toIPv4Address()).count(0x7F000002) == 2);
+        QVERIFY(!host.hasPendingDatagrams());
     }
 
     void misbehaves_data()
@@ -289,12 +303,13 @@ private Q_SLOTS:
     {
         QProcess program;
         program.start(QStringLiteral(CIM_T93SIM),
-                      list("--port 0 --status 0 --status-every 10 --drop-after 200 --no-busload"_s));
+                      list("--port 0 --status 0 --status-every 10 --drop-after 200 --no-busload --clients 2"_s));
         QVERIFY(program.waitForReadyRead());
         const auto port = program.readLine().split(' ').at(2).split(':').at(1).toUShort();
         for (int round = 0; round < 2; ++round) {
-            SPlainHost host(port);
+            SPlainHost host(port), other(port);
             host.socket.write(frame(RM_CMD_BUSLOAD)); // is not answered
+            QVERIFY(other.read(1).startsWith('C'));
             QTRY_COMPARE(host.socket.state(), QAbstractSocket::UnconnectedState);
             const QByteArray report = frame(RM_CMD_STATUS, hex("00")), seen = host.socket.readAll();
             QVERIFY(seen.startsWith(report));
