@@ -3,6 +3,7 @@
 #include <QDeadlineTimer>
 #include <QtEndian>
 
+#include <algorithm>
 #include <utility>
 
 namespace vexmor::Sim
@@ -14,7 +15,10 @@ constexpr int TICK_MS = 1;
 constexpr int TURN_MS = 20;
 constexpr int DEVICE_COUNT = 8;
 constexpr std::uint16_t FIRST_DEVICE_ID = 0x200;
-constexpr double MICROSECONDS_PER_MS = 1000.0;
+constexpr double NANOSECONDS_PER_US = 1000.0;
+/// A replay makes up for this delay of the computer at most. All messages of a longer delay at once would overflow the
+/// socket of a host over UDP.
+constexpr double LONGEST_DELAY_US = 20'000;
 } // namespace
 
 CSimReplay::CSimReplay(CSimBus& bus) : m_bus(bus)
@@ -55,15 +59,18 @@ Failure CSimReplay::check()
 
 void CSimReplay::start()
 {
+    m_played = 0;
     m_clock.start();
     m_timer.start(TICK_MS);
 }
 
 void CSimReplay::onTimeout()
 {
-    const double now = static_cast<double>(m_clock.nsecsElapsed()) / MICROSECONDS_PER_MS * m_speed;
+    const double elapsed = static_cast<double>(m_clock.nsecsElapsed()) / NANOSECONDS_PER_US;
+    m_clock.start();
+    m_played += std::min(elapsed, LONGEST_DELAY_US) * m_speed;
     const QDeadlineTimer turn(TURN_MS);
-    while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= now && !turn.hasExpired()) {
+    while (static_cast<double>(m_next.microseconds - m_firstMicroseconds) <= m_played && !turn.hasExpired()) {
         ++m_sent;
         m_bus.send(m_next.message);
         if (!advance()) {
@@ -78,7 +85,7 @@ bool CSimReplay::advance()
     const bool isNewRound = read && !*read && m_loop && m_reader.rewind();
     auto next = isNewRound ? m_reader.next() : std::move(read);
     if (isNewRound) {
-        m_clock.restart(); // each round starts at time 0
+        m_played = 0; // each round starts at time 0
     }
     if (!next || !*next) {
         m_timer.stop();

@@ -12,8 +12,8 @@
 namespace vexmor::Sim
 {
 
-/// Plays a log in candump's format on a bus with the original timing: all its frames, in order. When this computer
-/// cannot deliver the messages to all hosts in time, the log takes longer.
+/// Plays a log in candump's format on a bus with the original timing: all its frames, in order. When this computer is
+/// busy, or cannot deliver the messages to all hosts in time, the log takes longer.
 class CSimReplay : public QObject
 {
     Q_OBJECT
@@ -42,7 +42,8 @@ private:
     CanLog::CLogReader m_reader;
     CanLog::SLogEntry m_next;
     QTimer m_timer;
-    QElapsedTimer m_clock;
+    QElapsedTimer m_clock; ///< Time since the last turn.
+    double m_played = 0;   ///< Time since the start of the log, in microseconds of the log.
     std::int64_t m_firstMicroseconds = 0;
     double m_speed = 1;
     bool m_loop = false;

@@ -15,17 +15,12 @@ std::unique_ptr<Device> makeDevice(const QString& name)
     return std::unique_ptr<Device>(QCanBus::instance()->createDevice("t93canbus"_s, name));
 }
 
-QString at(quint16 port)
-{
-    return "127.0.0.1:%1"_s.arg(port);
-}
-
 /// A device with its gateway, with records of what both receive.
 struct SDevice : SGateway {
     SDevice()
     {
         bus.setBaudrate(250);
-        device = makeDevice(at(gateway.port()));
+        device = makeDevice("127.0.0.1:%1"_s.arg(gateway.port()));
         const auto tell = [this](auto value) {
             reported += QVariant::fromValue(value).toString();
             on(reported.last());
@@ -65,36 +60,29 @@ class CanBusTest : public QObject
 private Q_SLOTS:
     void initTestCase() { QCoreApplication::addLibraryPath(QStringLiteral(CIM_QT_PLUGINS)); }
 
-    void everyFrameThatFindsRoomInOrder()
+    void everyFrameThatFitsInOrder()
     {
         SDevice host;
         host.device->setProperty("receiveLimit", 4000);
         QVERIFY(host.connect());
-        for (const int turn : {1, 2}) {
-            qint64 last = QDateTime::currentMSecsSinceEpoch() * 1000;
-            host.gateway.flood(5000);
-            QTRY_COMPARE(host.device->property("droppedFrames").toInt(), 1000 * turn);
-            QCOMPARE(host.reported.count("ReadError"_s), turn);
-            for (int i = 0; i < 4000; ++i) {
-                const Frame frame = host.device->readFrame();
-                const QByteArray data = QByteArray::fromHex("%1"_s.arg(i, 16, 16, QLatin1Char('0')).toLatin1());
-                QCOMPARE(frame.toString(), Frame(i % 0x800, data).toString());
-                const qint64 stamp = frame.timeStamp().seconds() * 1'000'000 + frame.timeStamp().microSeconds();
-                QVERIFY(std::exchange(last, stamp) <= stamp);
-            }
-            QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000 && host.seen().isEmpty());
-        }
-        int dropped = 2000;
-        // The buffer holds 4000 frames; the error is raised again after half of them were read.
-        for (const int read : {0, 1999, 2000}) {
-            for (int i = 0; i < read; ++i) {
-                host.device->readFrame();
-            }
-            host.gateway.flood(1 + (read == 0 ? 4000 : read));
+        qint64 last = QDateTime::currentMSecsSinceEpoch() * 1000;
+        int dropped = 0;
+        for (const auto& [room, read] : {std::pair(4000, 4000), {4000, 1999}, {1999, 2000}, {2000, 0}}) {
+            host.gateway.flood(room + 1);
             ++dropped;
             QTRY_COMPARE(host.device->property("droppedFrames").toInt(), dropped);
-            QCOMPARE(host.reported.count("ReadError"_s), read == 2000 ? 4 : 3);
+            // The error is raised again after half of the waiting frames were read.
+            QCOMPARE(host.reported.count("ReadError"_s), dropped - (room < 4000 ? 1 : 0));
+            for (int i = 0; i < read; ++i) {
+                const Frame frame = host.device->readFrame();
+                const int number = i + room % 4000;
+                const QByteArray data = QByteArray::fromHex("%1"_s.arg(number, 16, 16, QLatin1Char('0')).toLatin1());
+                QCOMPARE(frame.toString(), Frame(number % 0x800, data).toString());
+                const qint64 stamp = frame.timeStamp().seconds() * 1'000'000 + frame.timeStamp().microSeconds();
+                QVERIFY(std::exchange(last, stamp) < stamp);
+            }
         }
+        QVERIFY(last <= QDateTime::currentMSecsSinceEpoch() * 1000 + 1000);
     }
 
     void sendsWhatAT93Can()
@@ -120,6 +108,7 @@ private Q_SLOTS:
         QVERIFY(host.seen().isEmpty());
         QCOMPARE(host.reported.count("WriteError"_s), 7);
 
+        host.device->setConfigurationParameter(Device::ReceiveOwnKey, true);
         listenOn(host.gateway); // on another port, so that the lost link cannot be re-established
         host.gateway.dropLinks();
         // The device does not know of the loss yet; the link accepts a few frames at most.
@@ -128,6 +117,7 @@ private Q_SLOTS:
         }
         QTRY_COMPARE(host.reported.count("written"_s) + host.reported.count("WriteError"_s), 2 + 7 + 20);
         QVERIFY(host.reported.count("written"_s) < 2 + 10);
+        QCOMPARE(int(host.device->framesAvailable()), host.reported.count("written"_s) - 2); // none that was refused
     }
 
     void setsTheBitRateWhereAsked()
@@ -137,7 +127,6 @@ private Q_SLOTS:
         host.device->setConfigurationParameter(Device::CanFdKey, true);
         QCOMPARE(host.reported, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
-        host.device->setConfigurationParameter(Device::UserKey, 1);
         QList<quint32> rates;
         connect(&host.gateway, &CSimGateway::messageReceived, [&] { rates += host.bus.baudrate(); });
         connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->writeFrame(Frame(1, {})); });
@@ -187,16 +176,17 @@ private Q_SLOTS:
         settings.setValue("CanInterfaces/hall/Port"_s, host.gateway.port());
         settings.setValue("CanInterfaces/hall/CanBaudrate"_s, 125);
         settings.setValue("CanInterfaces/hall/InterfaceId"_s, "00:11"_s);
+        settings.setValue("CanInterfaces/hall/Description"_s, "stage"_s);
         settings.sync();
         const auto listed = QCanBus::instance()->availableDevices("t93canbus"_s);
-        QVERIFY(listed.size() == 1 && listed.first().name() == "hall"_s && listed.first().serialNumber() == "00:11"_s);
+        QCOMPARE(listed.size(), 1);
+        QCOMPARE(listed[0].name() + listed[0].serialNumber() + listed[0].description(), "hall00:11stage"_s);
         host.device = makeDevice("hall"_s);
         QVERIFY(host.connect());
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-        QCOMPARE(host.device->deviceInfo().name(), "hall"_s);
-#endif
-        QVERIFY(!makeDevice("hell"_s));
         QTRY_COMPARE(host.bus.baudrate(), 125U);
+        QString error;
+        QVERIFY(QCanBus::instance()->createDevice("t93canbus"_s, "hell"_s, &error) == nullptr);
+        QVERIFY2(error.startsWith("'hell' is not an address"_s), qPrintable(error));
     }
 
     void lostLinkComesBack()
@@ -213,42 +203,13 @@ private Q_SLOTS:
                                          "ConnectedState written"_s));
     }
 
-    void sameGatewayAgainAtOnce_data()
-    {
-        rows({"notices the close late", "stays taken"});
-    }
-    void sameGatewayAgainAtOnce()
-    {
-        static std::atomic<int> s_refused;
-        s_refused = 0;
-        SDevice host;
-        QVERIFY(host.connect());
-        host.gateway.setFaults(faulty(&SSimFaults::refuse));
-        host.device.reset();
-        host.device = makeDevice(at(host.gateway.port()));
-        const auto handler = qInstallMessageHandler(
-            [](auto, const auto&, const QString& text) { s_refused += text.startsWith("TCP connect timeout"_s); });
-        const bool isAsked = host.device->connectDevice() && host.device->writeFrame(Frame(1, {})) &&
-                             QTest::qWaitFor([] { return s_refused > 0; });
-        qInstallMessageHandler(handler);
-        QVERIFY(isAsked);
-        if (rowName() == "stays taken") {
-            QTRY_COMPARE(host.device->error(), Device::ConnectionError);
-            QCOMPARE(host.device->state(), Device::UnconnectedState);
-            return;
-        }
-        host.gateway.setFaults({});
-        QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(1)});
-        QCOMPARE(host.device->error(), Device::NoError);
-    }
-
     void leavesAGatewayThatDoesNotAnswer()
     {
         const SDeafPort deaf;
         const SClock clock;
         std::unique_ptr<Device> device;
         for (int round = 0; round < 2; ++round) {
-            device = makeDevice(at(deaf.serverPort())); // deletes a device that is still connecting
+            device = makeDevice("127.0.0.1:%1"_s.arg(deaf.serverPort())); // deletes a device that is still connecting
             QVERIFY(device->connectDevice());
             QVERIFY(device->writeFrame(Frame(1, {})));
             device->disconnectDevice();
@@ -309,7 +270,7 @@ private Q_SLOTS:
                 isDone = true;
                 host.gateway.setFaults({});
                 rowName().startsWith("delete") ? host.device.reset() : host.device->disconnectDevice();
-                QVERIFY(!host.device || host.device->connectDevice());
+                QVERIFY(!host.device || (host.device->connectDevice() && host.device->writeFrame(Frame(2, {}))));
             }
         };
         QVERIFY(host.device->connectDevice());
@@ -326,7 +287,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!host.device || (seen += host.seen()).contains("7f0"_s));
     }
 
-    void canbusutilListensSendsAndEnds()
+    void canbusutilSendsAndEnds()
     {
         REQUIRE_TOOL("canbusutil");
         if (*CIM_SANITIZE != '\0') {
@@ -335,19 +296,12 @@ private Q_SLOTS:
         SDevice host;
         const SDeafPort deaf; // a gateway to which the program is still connecting when it ends
         qputenv("QT_PLUGIN_PATH", CIM_QT_PLUGINS);
-        QProcess listener;
-        listener.start("canbusutil"_s, {"-l"_s, "t93canbus"_s, at(host.gateway.port())});
-        QTRY_VERIFY((host.bus.send(message(7)), listener.bytesAvailable() > 0));
-        listener.kill();
-        QTRY_COMPARE(listener.state(), QProcess::NotRunning);
-        QCOMPARE(listener.readAllStandardError(), QByteArray());
-        QTRY_COMPARE(host.gateway.tcpHostCount(), 0);
         for (const quint16 port : {host.gateway.port(), deaf.serverPort()}) {
             QProcess util;
-            util.start("canbusutil"_s, {"t93canbus"_s, at(port), "123#1122"_s});
+            util.start("canbusutil"_s, {"t93canbus"_s, "127.0.0.1:%1"_s.arg(port), "123#1122"_s});
             QTRY_COMPARE(util.state(), QProcess::NotRunning);
-            QCOMPARE(util.exitStatus(), QProcess::NormalExit);
             QCOMPARE(util.exitCode(), 0);
+            QVERIFY(!util.readAllStandardError().contains("baudrate")); // this warning of the library is filtered
         }
         QTRY_COMPARE(host.atGateway, QList<CCanMessage>{message(0x123, hex("1122"))});
     }

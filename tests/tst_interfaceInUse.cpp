@@ -1,4 +1,3 @@
-#include "apps/host/gatewayAddress.h"
 #include "apps/host/interfaceInUse.h"
 #include "apps/host/messageFilter.h"
 #include "t93Fixture.h"
@@ -6,8 +5,6 @@
 using namespace vexmor;
 using namespace vexmor::Apps;
 using namespace vexmor::Test;
-
-Q_DECLARE_METATYPE(EConnection)
 
 namespace
 {
@@ -30,10 +27,8 @@ struct SUse : SGateway {
         QObject::connect(mailbox.get(), &CMailbox::filled, [this] { fetch(); }); // fetched at once, in the other thread
         interface = std::make_unique<CInterfaceInUse>(std::move(can), mailbox, std::uint16_t(7), opening);
         QObject::connect(interface.get(), &CInterfaceInUse::statusChanged, [this] {
-            const QString text = connectionText(interface->status()).section(" for"_s, 0, 0);
-            if (texts.isEmpty() || texts.last() != text) {
-                texts.append(text);
-            }
+            const QByteArray state = QByteArray(" ") + connectionName(connection());
+            states += states.endsWith(state) ? QByteArray() : state;
         });
     }
     EConnection connection() const { return interface->status().connection; }
@@ -56,7 +51,7 @@ struct SUse : SGateway {
 
     std::shared_ptr<CMailbox> mailbox = std::make_shared<CMailbox>();
     std::unique_ptr<CInterfaceInUse> interface;
-    QStringList texts; ///< Texts of the states, in their order.
+    QByteArray states; ///< Names of the states, in their order.
     std::mutex mutex;  ///< Guards the members below.
     QStringList seen;
     std::int64_t lastTime = 0;
@@ -70,69 +65,44 @@ class InterfaceInUseTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void connectionFollowsTheEvidence_data()
-    {
-        const auto row = columns<bool, bool, int, int, EConnection>("open", "link", "since", "poll", "connection");
-        row("closed", false, true, 0, 800, EConnection::eClosed);
-        row("no link", true, false, 0, 800, EConnection::eLost);
-        row("never heard", true, true, -1, 800, EConnection::eOpen);
-        row("heard now", true, true, 0, 800, EConnection::eConnected);
-        row("three polls ago", true, true, 2400, 800, EConnection::eConnected);
-        row("longer ago", true, true, 2401, 800, EConnection::eSilent);
-        row("no poll time, three of 100 ms ago", true, true, 300, 0, EConnection::eConnected);
-        row("no poll time, longer ago", true, true, 301, 0, EConnection::eSilent);
-    }
     void connectionFollowsTheEvidence()
     {
-        const SEvidence evidence{cell<bool>("open"), cell<bool>("link"), cell<int>("since"), cell<int>("poll")};
-        QTEST(connectionOf(evidence), "connection");
+        const std::pair<SEvidence, const char*> cases[] = {
+            {{false, true, 0, 800}, "closed"},      {{true, false, 0, 800}, "lost"},
+            {{true, true, -1, 800}, "open"},        {{true, true, 0, 800}, "connected"},
+            {{true, true, 2400, 800}, "connected"}, {{true, true, 2401, 800}, "silent"},
+            {{true, true, 300, 0}, "connected"},    {{true, true, 301, 0}, "silent"}, // of a poll time of 100 ms
+        };
+        for (const auto& [evidence, name] : cases) {
+            QCOMPARE(connectionName(connectionOf(evidence)), name);
+        }
+        SInterfaceStatus status, lostOnce, loaded;
+        lostOnce.losses = 1;
+        loaded.busload = 0;
+        QVERIFY(!(status == lostOnce));
+        QVERIFY(!(status == loaded));
+        status.connection = EConnection::eSilent;
+        status.lastFrame = SInterfaceStatus::Clock::now() - std::chrono::milliseconds(12'500);
+        QCOMPARE(connectionText(status), "silent for 12 s"_s);
     }
 
-    void addresses_data()
-    {
-        const auto row = columns<QString>("read"); // an empty text: refused
-        row("10.0.0.255:65535:udp", "10.0.0.255 65535 UDP 0"_s);
-        row("IP=010.0.0.008:1:TCP", "10.0.0.8 1 TCP 0"_s);
-        row("0.0.0.0:UDP", "0.0.0.0  UDP 0"_s);
-        for (const char* wrong : {"10.0.0.256", "10.0.0", "10.0.0.1.1", "10.0.0.+1", "10.0.0.\t1", "10.0.0.1:0",
-                                  "10.0.0.1:65536", "10.0.0.1:-1", "10.0.0.1:1:NA", "10.0.0.1:1:TCP:1", "IP=10.0.0.1:1",
-                                  "ip=10.0.0.1:1:TCP", "", "10.0.0.1:8 contradicts"}) {
-            row(wrong, {});
-        }
-    }
-    void addresses()
-    {
-        const bool hasPort = rowName().endsWith("contradicts"); // an option contradicts the address
-        const Settings options = hasPort ? Settings{{StoreKey::PORT, "9"_s}} : Settings();
-        auto read = readAddress(QString::fromLatin1(rowName().split(' ').first()), options);
-        QStringList parts;
-        for (const QLatin1String key : {StoreKey::ADDRESS, StoreKey::PORT, StoreKey::PROTOCOL, StoreKey::BAUDRATE}) {
-            parts += read ? QStringList{read->value(key)} : QStringList();
-        }
-        QTEST(parts.join(QLatin1Char(' ')), "read");
-    }
-
-    void filters_data()
-    {
-        const auto row = columns<QString>("passed"); // which of 000, 123, 7FE and 7FF pass
-        row("123-123", "123"_s);
-        row("123-7FF", "123 7FE 7FF"_s);
-        row("7FE:7FE", "7FE 7FF"_s);
-        row("0~7FF", "123 7FE 7FF"_s);
-        row("0~7FF 7FF", "7FF"_s);
-        row("0-7FF 123~7FF", "000 7FE 7FF"_s);
-    }
     void filters()
     {
-        std::vector<SFilter> filters;
-        for (const QString& text : list(QString::fromLatin1(rowName()))) {
-            filters.push_back(*readFilter(text));
+        const std::pair<const char*, const char*> cases[] = {
+            {"123-123", "123 "},       {"123-7FF", "123 7FE 7FF "}, {"7FF:7FE", "7FE 7FF "},
+            {"0~7FF", "123 7FE 7FF "}, {"0~7FF 7FF", "7FF "},       {"0-7FF 123~7FF", "000 7FE 7FF "},
+        };
+        for (const auto& [typed, expected] : cases) {
+            std::vector<SFilter> filters;
+            for (const QString& text : list(QString::fromLatin1(typed))) {
+                filters.push_back(*readFilter(text));
+            }
+            QByteArray passed;
+            for (const char* id : {"000 ", "123 ", "7FE ", "7FF "}) {
+                passed += passesFilters(filters, message(QByteArray(id, 3).toUShort(nullptr, 16))) ? id : "";
+            }
+            QCOMPARE(passed, QByteArray(expected));
         }
-        QStringList passed;
-        for (const QString& id : list("000 123 7FE 7FF"_s)) {
-            passed += passesFilters(filters, message(id.toUShort(nullptr, 16))) ? QStringList{id} : QStringList();
-        }
-        QTEST(passed.join(QLatin1Char(' ')), "passed");
     }
 
     void mailboxIsBounded()
@@ -167,7 +137,6 @@ private Q_SLOTS:
         use.open(use.gateway.port());
         if (isUdp) {
             QTRY_COMPARE(use.connection(), EConnection::eOpen);
-            QCOMPARE(connectionText(use.interface->status()), "open, no answer yet"_s);
             QCOMPARE(use.interface->status().interfaceId + use.interface->status().firmwareVersion, QString());
             QVERIFY(use.interface->send(message(1))); // over UDP, the loss is not noticed
             QTRY_COMPARE(use.fetch(), QStringList{"1 sent"_s});
@@ -186,7 +155,7 @@ private Q_SLOTS:
         use.gateway.setFaults({});
         isUdp ? void() : use.bus.send(message(1));
         QTRY_COMPARE(use.connection(), EConnection::eConnected);
-        QCOMPARE(use.texts.mid(use.texts.indexOf("connected"_s)), list("connected silent connected"_s));
+        QVERIFY2(use.states.endsWith(" connected silent connected"), use.states);
     }
 
     /// A gateway that is not polled answers other requests, so its state does not alternate.
@@ -200,16 +169,16 @@ private Q_SLOTS:
                 [&](int command) { requests += command == RM_CMD_MAC_ADDRESS ? 1 : 0; });
         use.open(use.gateway.port());
         QTRY_VERIFY(requests >= 4);
-        QCOMPARE(use.texts, list("open, no answer yet|connected"_s));
+        QCOMPARE(use.states, QByteArray(" open connected"));
     }
 
     void lossAndReturnAreReportedOnce()
     {
         SUse use;
         use.open(use.gateway.port());
-        QTRY_COMPARE(use.connection(), EConnection::eConnected);
-        QVERIFY(use.interface->send(message(0x100)));
+        QVERIFY(use.interface->send(message(0x100))); // waits until the interface is open
         QTRY_COMPARE(use.fetch(), QStringList{"100 sent"_s});
+        const QSignalSpy resets(use.interface.get(), &CInterfaceInUse::wasReset);
         use.gateway.setFaults(faulty(&SSimFaults::refuse));
         for (std::uint16_t id = 1; id <= 3; ++id) {
             use.bus.send(message(id));
@@ -221,8 +190,9 @@ private Q_SLOTS:
         QTRY_COMPARE(use.connection(), EConnection::eLost);
         QCOMPARE(connectionTextWithReason(use.interface->status()), "lost, trying again (TCP connection lost.)"_s);
         QTRY_COMPARE(use.fetch().last(), "error 0 x1"_s);
+        use.interface->reset();
         QVERIFY(use.interface->send(message(0x101)));
-        QTRY_COMPARE(use.fetch().last(), "101 109"_s);
+        QTRY_COMPARE(use.fetch().mid(use.fetch().size() - 2), list("101 109|error 4 x1"_s));
         bool isKnown = true; // messages arrive only after the link is reported as back
         connect(use.mailbox.get(), &CMailbox::filled, &use.gateway,
                 [&] { isKnown = isKnown && use.connection() != EConnection::eLost; });
@@ -233,6 +203,8 @@ private Q_SLOTS:
         QVERIFY(isKnown);
         QVERIFY(use.isInOrder);
         QVERIFY(!use.fetch().contains("101 sent"_s));
+        QVERIFY(resets.isEmpty());
+        QCOMPARE(use.interface->status().losses, 1U);
     }
 
     void triesUntilOpenWhereAsked_data() { rows({"once", "until open"}); }
@@ -257,31 +229,41 @@ private Q_SLOTS:
         }
     }
 
-    void sendingIsBoundedWhileItConnects()
+    void commandsAreExecutedInOrder()
     {
-        constexpr int LIMIT = CInterfaceInUse::SEND_LIMIT;
-        const SDeafPort deaf;
         SUse use;
-        use.open(deaf.serverPort());
-        for (int i = 0; i <= LIMIT; ++i) {
-            QCOMPARE(use.interface->send(message(1)), i < LIMIT);
-        }
-        QTRY_COMPARE(use.connection(), EConnection::eClosed);
-        QTRY_COMPARE(use.fetch().size(), LIMIT);
-        CInterfaceInUse::endAll();
-        QCOMPARE(use.fetch().count("1 2"_s), LIMIT); // refused with code 2: not opened
+        use.open(use.gateway.port());
+        use.interface->setCyclic(1, message(1), 5);
+        use.interface->setCyclic(1, message(2), 5); // replaces the first one
+        QTRY_VERIFY(use.fetch().count("2 sent"_s) >= 3);
+        QCOMPARE(use.fetch().mid(0, 2), list("1 sent|2 sent"_s));
+        QCOMPARE(use.fetch().count("1 sent"_s), 1);
+        use.interface->setCyclic(1, message(2), 0);
+        use.interface->setCyclic(2, message(3), 60'000);
+        use.interface->reset();
+        QVERIFY(QSignalSpy(use.interface.get(), &CInterfaceInUse::wasReset).wait());
+        QVERIFY(use.interface->send(message(4)));
+        CInterfaceInUse::close(std::move(use.interface), 5000);
+        QCOMPARE(use.fetch().mid(use.fetch().size() - 2), list("3 sent|4 sent"_s));
+        use.open(
+            use.gateway.port()); // until the gateway notices the end of the last connection, it refuses another one
+        QTRY_COMPARE(use.connection(), EConnection::eConnected);
     }
 
     void nothingWaitsForAGatewayThatDoesNotAnswer()
     {
+        constexpr int LIMIT = CInterfaceInUse::SEND_LIMIT;
         const SDeafPort deaf;
         SUse use;
         const SClock clock;
         use.open(deaf.serverPort());
-        use.interface.reset();
+        for (int i = 0; i <= LIMIT; ++i) {
+            QCOMPARE(use.interface->send(message(1)), i < LIMIT);
+        }
         QVERIFY2(clock.elapsed() < 300, qPrintable(QString::number(clock.elapsed())));
         CInterfaceInUse::endAll();
         QVERIFY2(clock.elapsed() > 500, "the thread was still opening it");
+        QCOMPARE(use.fetch().count("1 2"_s), LIMIT); // refused with code 2: not opened
     }
 };
 
