@@ -7,7 +7,6 @@
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
-#include "apps/host/clock.h"
 #include "apps/host/interfaceStore.h"
 #include "cimviewFixture.h"
 #include "sim/simDetection.h"
@@ -23,7 +22,6 @@ namespace
 {
 const QString HALL = "hall"_s;
 const QString STAGE = "stage"_s;
-const QString ANY_TEXT = "any text or data"_s;
 
 /// The window of the program, and a gateway.
 struct SWindow : SGateway {
@@ -57,7 +55,7 @@ struct SWindow : SGateway {
         return QTest::qWaitFor([&] { return peer.tcpHostCount() == 1 && at(name).status().isIdentified(); });
     }
     /// Returns the last event without its time.
-    QString lastEvent() { return tableText(workbench.events(), 1).last(); }
+    QString lastEvent() { return tableText(workbench.events(), 1).value(workbench.events().rowCount() - 1); }
     /// Returns the sorted rows of the trace, without their times.
     QStringList lines()
     {
@@ -133,13 +131,6 @@ private Q_SLOTS:
             qputenv(variable, m_folder.path().toLocal8Bit());
         }
     }
-    void init()
-    {
-        const bool broadcasts = rowName() == "scan" || QByteArray(QTest::currentTestFunction()).startsWith("scan");
-        if (broadcasts && qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
-            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
-        }
-    }
     void cleanup() { QSettings().clear(); }
 
     void commandLine_data()
@@ -175,22 +166,10 @@ private Q_SLOTS:
         QTRY_COMPARE(int(other.bus.baudrate()), 250);
         const QString status = "/proc/%1/status"_s.arg(program.processId());
         QTRY_VERIFY(contentOf(status).contains("4003\n")); // SIGHUP, SIGINT and SIGTERM are handled
-        other.gateway.flood(10); // unsaved messages do not keep a signal from ending the program
         program.terminate();
         QVERIFY(QTest::qWaitFor([&] { return program.waitForFinished(10); }, 20000));
         store.sync();
         QVERIFY(store.value("Cimview/Dark"_s).toBool());
-    }
-
-    void busloadsAreShownFromTheFirstOn()
-    {
-        CBusloadHistory history;
-        history.add(HALL, {microsecondsNow(), 12});
-        history.add(STAGE, {microsecondsNow(), 5});
-        history.add(STAGE, {microsecondsNow(), {}});
-        CBusloadPlot plot(history);
-        plot.show();
-        QCOMPARE(plot.accessibleDescription(), "hall: 12 %, stage: not known"_s);
     }
 
     void statesAndErrorsAreShown()
@@ -202,79 +181,65 @@ private Q_SLOTS:
         run.at(STAGE).open();
         QCOMPARE(run.row(STAGE), "stage|connecting||500 kbit/s|T93||no (2)"_s);
         QTRY_COMPARE(run.row(STAGE), "stage|not opened, code 103||500 kbit/s|T93||no (3)"_s);
-        QCOMPARE(events.unread(), 1);
         QVERIFY(run.lastEvent().startsWith("stage|code 103|"_s));
-        const QString tip = run.list().index(0, 0).data(Qt::ToolTipRole).toString();
-        QVERIFY(tip.endsWith(events.eventAt(0).text));
+        QVERIFY(run.find<QLabel>("1 new error"_s)->isVisible());
+        QVERIFY(run.list().index(0, 0).data(Qt::ToolTipRole).toString().endsWith(events.eventAt(0).text));
         deaf.resumeAccepting();
+        QTRY_VERIFY(deaf.hasPendingConnections());
         run.at(STAGE).open(); // a second attempt
         QTRY_COMPARE(run.row(STAGE), "stage|open, no answer yet||500 kbit/s|T93||no (2)"_s);
         QVERIFY(run.send("97"_s).contains("no gateway"_s));
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        run.gateway.sendStatus(0x09);
+        run.bus.send(message(0x123));
+        run.gateway.sendStatus(0x09); // raises two errors
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 5);
         QTRY_COMPARE(run.row(HALL), "hall|connected, T93 CAN bus off error|0 %|500 kbit/s|T93|1.05|no (3)"_s);
         QCOMPARE(run.row(STAGE), "stage|open, no answer yet||500 kbit/s|T93||no (2)"_s);
         run.list().send(HALL, message(0x100));
-        QTRY_COMPARE(run.lines(), QStringList{"hall|TX|100|||"_s});
+        QTRY_COMPARE(run.lines(), (QStringList{"hall|RX|123|||"_s, "hall|TX|100|||"_s}));
         QVERIFY(run.row(HALL).contains("bus off"_s)); // only a received message ends the error
-        run.bus.send(message(0x123));
-        QTRY_COMPARE(run.trace().rowCount(), 2);
-        QVERIFY(run.row(HALL).startsWith("hall|connected|"_s));
-        run.gateway.sendStatus(0x09);
-        QTRY_COMPARE(events.unread(), 7);
+        QTRY_VERIFY(run.workbench.statistics().contains(QRegularExpression("hall\n.*\n.*\n.*mean 0 %"_s)));
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot reconnect
         run.gateway.dropLinks();
-        QTRY_COMPARE(events.unread(), 8);
+        QTRY_COMPARE(events.unread(), 6);
         QVERIFY(run.lastEvent().startsWith("hall|error 0||TCP connection lost."_s));
         QTRY_COMPARE(run.row(HALL), "hall|lost, trying again||500 kbit/s|T93|1.05|no (3)"_s);
+        QTRY_COMPARE(run.window->findChild<CBusloadPlot*>()->accessibleDescription(), "hall: not known"_s);
         run.list().send(HALL, message(0x100)); // refused with a code; both count in one row
         run.list().send(HALL, message(0x100));
-        QTRY_COMPARE(events.unread(), 10);
-        QVERIFY(run.lastEvent().startsWith("hall|code 109|2|"_s));
+        QTRY_COMPARE(events.unread(), 8);
+        QCOMPARE(run.lastEvent(), "hall|code 109|2|Attempt to send when having no TCP connection."_s);
         QCOMPARE(run.trace().rowCount(), 2);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
-        QCOMPARE(dock->windowTitle(), "Events (10 new)"_s);
+        QCOMPARE(dock->windowTitle(), "Events (8 new)"_s);
         dock->raise();
         QTRY_COMPARE(events.unread(), 0); // the user sees the events
         run.workbench.warn("seen at once"_s);
         QCOMPARE(dock->windowTitle(), "Events"_s);
+        auto* const text = dock->findChild<QPlainTextEdit*>();
+        dock->findChild<QTableView*>()->selectRow(events.rowCount() - 1);
+        dock->findChild<QTableView*>()->selectRow(0);
+        QCOMPARE(text->toPlainText(), events.eventAt(0).text);
+        run.trigger("&Clear events"_s);
+        QCOMPARE(text->toPlainText(), QString());
         run.gateway.setFaults({});
         QTRY_COMPARE(run.lastEvent(), "hall|||The gateway is back."_s);
         QTRY_COMPARE(run.row(HALL), "hall|connected|0 %|500 kbit/s|T93|1.05|no (1)"_s);
+        run.gateway.sendStatus(0x09);
+        QTRY_VERIFY(run.row(HALL).contains("bus off"_s));
         run.bus.send(message(0x123));
-        QTRY_COMPARE(run.trace().rowCount(), 3);
+        QTRY_VERIFY(run.row(HALL).startsWith("hall|connected|"_s));
         const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
         QCOMPARE(identifiers.index(1, CIdentifierModel::eGreatest).data().toString(), QString()); // an outage
-        QTRY_VERIFY(run.workbench.statistics().contains(QRegularExpression("hall\n.*\n.*\n.*mean 0 %"_s)));
-    }
-
-    void endsCleanly_data() { rows({"busy", "scan"}); }
-    void endsCleanly() // one interface busy both ways, one opening; a scan
-    {
-        SGateway stays;
-        const SDeafPort deaf;
-        auto run = std::make_unique<SWindow>();
-        QVERIFY(run->openAndWait(HALL, stays.gateway));
-        run->at(HALL).setCyclic(1, message(0x100), 1);
-        stays.gateway.flood(20000);
-        QTRY_VERIFY(run->trace().rowCount() > 500);
-        run->add(STAGE, deaf.serverPort());
-        run->at(STAGE).open();
-        if (rowName() == "scan") {
-            run->workbench.startScan();
-            QVERIFY(run->workbench.scan().isRunning());
-        }
-        const SClock clock;
-        run.reset();
-        QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
-        QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);
     }
 
     void scanFindsGateways()
     {
+        if (qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
         SWindow run;
         listenOn(run.gateway, QHostAddress("10.9.0.1"_s));
         CSimDetection detection;
@@ -287,8 +252,7 @@ private Q_SLOTS:
             QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
             QVERIFY(!run.find<QAction>("Scan &network"_s)->isEnabled());
             const QString text = "Scan finished: 2 found, %1 new"_s.arg(added);
-            QTRY_COMPARE_WITH_TIMEOUT(run.window->statusBar()->currentMessage(), text, 10000);
-            QCOMPARE(progressed.last(), (QList<QVariant>{text, true}));
+            QTRY_COMPARE_WITH_TIMEOUT(progressed.last(), (QList<QVariant>{text, true}), 10000);
             QCOMPARE(run.lastEvent(), "|||"_s + text);
             QCOMPARE(run.list().rowCount(), 3); // found one over TCP, one over UDP
             QCOMPARE(run.table->selectionModel()->selectedRows().size(), 2);
@@ -301,9 +265,11 @@ private Q_SLOTS:
         QVERIFY(tableText(run.list())[1].endsWith("|yes (1)"_s));
     }
 
-    void wrongTextsAreMarkedAndRefused()
+    void sendsWhatIsTyped()
     {
         SWindow run;
+        CSendList& list = run.workbench.sendList();
+        const QList<CCanMessage>& sent = run.atGateway;
         QVERIFY(run.openAndWait(HALL, run.gateway));
         // Texts are ID|DATA|FIELD; the field is marked while the user types.
         for (const QString& typed :
@@ -313,22 +279,12 @@ private Q_SLOTS:
             QCOMPARE((isMarked(run.id) ? "id"_s : QString()) + (isMarked(run.data) ? "data"_s : QString()), texts[2]);
             QTest::mouseClick(run.find<QPushButton>("Add to &list"_s), Qt::LeftButton);
         }
-        QCOMPARE(run.workbench.sendList().rowCount(), 0);
-        run.id->setText("555"_s); // a message behind those that must not be sent
+        QCOMPARE(list.rowCount(), 0);
+        run.id->setText("97"_s);
+        run.data->setText("0a ff12"_s);
         QVERIFY(!run.problem->isVisibleTo(run.window.get()));
-        run.data->clear();
         QTest::keyClick(run.id, Qt::Key_Return);
-        QTRY_COMPARE(run.atGateway, QList<CCanMessage>{message(0x555)});
-    }
-
-    void sendsWhatIsTyped()
-    {
-        SWindow run;
-        const QList<CCanMessage>& sent = run.atGateway;
-        QVERIFY(run.openAndWait(HALL, run.gateway));
-        run.send("97"_s, "0a ff12"_s);
-        QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x97, hex("0AFF12"))}));
-        CSendList& list = run.workbench.sendList();
+        QTRY_COMPARE(sent, QList<CCanMessage>{message(0x97, hex("0AFF12"))}); // and nothing before
         QTest::mouseClick(run.find<QPushButton>("Add to &list"_s), Qt::LeftButton);
         const auto sendCyclically = [&list] {
             list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
@@ -385,17 +341,11 @@ private Q_SLOTS:
         SWindow run;
         run.add(HALL, run.gateway.port(),
                 {{StoreKey::PROTOCOL, "UDP"_s}, {StoreKey::POLL_TIME, "100"_s}, {StoreKey::BAUDRATE, "500"_s}});
-        run.gateway.setFaults(faulty(&SSimFaults::mute));
         run.at(HALL).open();
-        QTRY_COMPARE(run.row(HALL), "hall|open, no answer yet||500 kbit/s|T93||no (2)"_s);
-        QVERIFY(run.send("97"_s).contains("no gateway"_s));
-        run.gateway.setFaults({});
         QTRY_COMPARE(run.row(HALL), "hall|connected|0 %|500 kbit/s|T93|1.05|no (1)"_s);
-        QString shown; // as the view shows it
-        connect(&run.list(), &CInterfaceList::dataChanged, this, [&] { shown = run.row(HALL); });
         run.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(run.lastEvent(), "hall|warning||The gateway does not answer any more."_s);
-        QTRY_COMPARE(shown, "hall|silent for 1 s||500 kbit/s|T93|1.05|no (2)"_s);
+        QTRY_COMPARE(run.row(HALL), "hall|silent for 1 s||500 kbit/s|T93|1.05|no (2)"_s);
         run.gateway.setFaults({});
         QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent(), "hall|||The gateway is back."_s, 15000);
     }
@@ -404,7 +354,6 @@ private Q_SLOTS:
     {
         const auto row = columns<std::vector<Qt::Key>, QString, int>("keys", "rate", "onTheBus");
         row("Enter twice", {Qt::Key_Return, Qt::Key_Return}, "unchanged"_s, 500);
-        row("Escape", {Qt::Key_Return, Qt::Key_Escape}, "unchanged"_s, 500);
         row("the other button", {Qt::Key_Return, Qt::Key_Tab, Qt::Key_Return}, "100 kbit/s"_s, 100);
     }
     void dialogLeavesTheGatewaysBitRate()
@@ -421,10 +370,12 @@ private Q_SLOTS:
         QTEST(int(run.bus.baudrate()), "onTheBus");
         QVERIFY(run.find<QAction>(rate)->isChecked());
         QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
+        QVERIFY(run.find<QAction>("Send on &this interface"_s)->isEnabled());
         run.trigger("50 kbit/s"_s);
         QVERIFY(run.lastEvent().contains("not changed"_s));
-        run.trigger("Re&move"_s);
+        run.trigger("Re&move"_s); // only closed ones
         Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
+        QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled());
         run.trigger("50 kbit/s"_s);
         run.press({Qt::Key_Return}); // no question: the rate was chosen
         run.trigger("Con&figure ..."_s);
@@ -477,10 +428,8 @@ private Q_SLOTS:
         QAction* const replay = run.find<QAction>("Re&play what is shown ..."_s);
         replay->trigger();
         QCOMPARE(run.workbench.events().unread(), 1); // no interface is open to send them
-        QVERIFY(run.openAndWait(HALL, run.gateway));
-        run.press({Qt::Key_Escape});
-        replay->trigger();
         QVERIFY(!replay->isChecked());
+        QVERIFY(run.openAndWait(HALL, run.gateway));
         run.press({Qt::Key_Return});
         replay->trigger();
         QTRY_COMPARE(run.atGateway, (QList<CCanMessage>{message(0x123, hex("11")), message(0x7FF)}));
@@ -498,16 +447,14 @@ private Q_SLOTS:
         run.press({Qt::Key_Return}, {m_folder.path()}, "fileNameEdit"_s);
         recording->trigger();
         run.trigger("&Pause"_s);
-        save("rest"_s);
-        run.bus.send(message(0x124)); // arrives while the others are being saved
+        run.bus.send(message(0x124));
         QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
-        QTRY_COMPARE(run.lastEvent(), "|||4 messages saved."_s);
-        QVERIFY(run.workbench.feed().isUnsaved());
         save("part"_s);
         QTRY_COMPARE(run.lastEvent(), "|||4 of 5 messages saved: only those that are shown."_s);
         QVERIFY(run.workbench.feed().isUnsaved());
         QCOMPARE(run.workbench.recorder().count(), quint64(1)); // also during a pause
-        QTRY_VERIFY(run.window->statusBar()->findChild<QLabel*>()->text().contains(", recording to cimview-"_s));
+        QTRY_VERIFY(run.window->statusBar()->findChild<QLabel*>()->text().startsWith(
+            "0 messages/s, 3 in total, recording to cimview-"_s));
         run.workbench.recorder().stop();
         QVERIFY(!recording->isChecked());
         Q_EMIT run.workbench.recorder().ended("disk full"_s);
@@ -518,12 +465,10 @@ private Q_SLOTS:
     {
         const CSourceNames names;
         SWindow run;
-        for (const QString& log : {"(1.0) a 123#11\n(2.0) a 123#11\n"_s, "(1.0) a 124#11\n(2.0) a 00000123#\n"_s}) {
-            const QString name = m_folder.filePath("%1.log"_s.arg(QDir(m_folder.path()).exists("1.log"_s) ? 2 : 1));
-            QVERIFY(QFile::rename(writeFile(m_folder, log.toLatin1()), name));
-        }
         const QString first = m_folder.filePath("1.log"_s);
         const QString second = m_folder.filePath("2.log"_s);
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n(2.0) a 123#11\n"), first));
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 124#11\n(2.0) a 00000123#\n"), second));
         run.press({Qt::Key_Return}, {"\"%1\" \"%2\""_s.arg(second, first)}, "fileNameEdit"_s);
         run.trigger("&Compare two logs ..."_s);
         auto* const dialog = run.window->findChild<CComparisonDialog*>();
@@ -539,7 +484,7 @@ private Q_SLOTS:
     {
         {
             SWindow run;
-            run.find<QLineEdit>(ANY_TEXT, "placeholderText")->setText("bb"_s);
+            run.find<QLineEdit>("any text or data"_s, "placeholderText")->setText("bb"_s);
             run.press({Qt::Key_Return}, {writeFile(m_folder, "002 Amplifier\n")}, "fileNameEdit"_s);
             run.trigger("Load &names of identifiers ..."_s);
             run.workbench.sendList().add({message(0x123), 10, {}, {}});
@@ -569,6 +514,7 @@ private Q_SLOTS:
         QTRY_VERIFY(send->height() > 100);
         run.find<QAction>("Ctrl+1"_s, "shortcut")->trigger();
         QCOMPARE(run.window->focusWidget(), run.table);
+        run.add(HALL, 1);
         run.trigger("Try a simu&lated gateway"_s);
         QTRY_COMPARE(run.row("Simulation TCP"_s).section(QLatin1Char('|'), 1, 1), "connected"_s);
     }
@@ -576,11 +522,9 @@ private Q_SLOTS:
     void textIsFoundAndIdentifiersAreHidden()
     {
         SWindow run;
-        const std::vector<QByteArray> data{"AA", "BB", "CC", "BB", "BB"};
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            run.workbench.feed().show({record(0x100 + i % 2, hex(data[i]))});
-        }
-        const QTableView& table = run.window->messagePanel().traceView();
+        run.workbench.feed().show({record(0x100, hex("AA")), record(0x101, hex("BB")), record(0x100, hex("CC")),
+                                   record(0x101, hex("BB")), record(0x100, hex("BB"))});
+        QTableView& table = run.window->messagePanel().traceView();
         auto* const text = run.window->findChild<QLineEdit*>("Find"_s);
         text->setText("bb"_s);
         QString rows;
@@ -590,12 +534,10 @@ private Q_SLOTS:
         }
         QCOMPARE(rows, "4134143"_s);
         QVERIFY(!run.window->messagePanel().followAction().isChecked());
-        QCOMPARE(run.trace().rowCount(), 5); // the search does not filter
         text->setText("DD"_s);
         run.trigger("Find ne&xt"_s);
         QVERIFY(isMarked(text));
         const QAbstractItemModel& identifiers = *run.find<QTableView>("Identifiers"_s, "objectName")->model();
-        QCOMPARE(identifiers.rowCount(), 2);
         table.actions().at(2)->trigger(); // "Hide this identifier"
         QTRY_COMPARE(run.trace().rowCount(), 3);
         QCOMPARE(identifiers.rowCount(), 1);
@@ -606,7 +548,7 @@ private Q_SLOTS:
         QTest::keyClick(filter, Qt::Key_Return);
         QCOMPARE(run.trace().rowCount(), 3);
         filter->setText("101~7FF"_s);
-        run.window->messagePanel().traceView().selectRow(0);
+        table.selectRow(0);
         table.actions().at(2)->trigger(); // hides the other identifier, too
         QTRY_COMPARE(run.trace().rowCount(), 0);
     }
@@ -632,7 +574,7 @@ private Q_SLOTS:
         QCOMPARE(next, run.id);
     }
 
-    void selectedInterfacesAreRemoved()
+    void interfacesAreRemovedAndAdded()
     {
         SWindow run;
         for (int i = 0; i < 13; ++i) {
@@ -651,15 +593,10 @@ private Q_SLOTS:
             QVERIFY(!run.question.contains("i11"_s));
         }
         QCOMPARE(CInterfaceStore().names(), (QStringList{"i0"_s, "i12"_s}));
-        QCOMPARE(run.list().rowCount(), 2);
-    }
-
-    void interfacesAreAddedByTheirAddresses()
-    {
-        SWindow run;
         run.press({Qt::Key_Return, Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
         run.trigger("&Add ..."_s);
-        QCOMPARE(tableText(run.list()), QStringList{"hall|closed||127.0.0.1:30001:UDP|unchanged|T93||yes"_s});
+        QVERIFY(run.table->selectionModel()->isRowSelected(2, {}));
+        QCOMPARE(tableText(run.list()).mid(2), QStringList{"hall|closed||127.0.0.1:30001:UDP|unchanged|T93||yes"_s});
     }
 
     void traceFollowsItsEndAndIsCopied()
@@ -680,10 +617,14 @@ private Q_SLOTS:
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 1900);
         QCOMPARE(bar->value(), 500);
+        bar->setValue(bar->maximum());
+        QVERIFY(run.window->messagePanel().followAction().isChecked());
         table.setColumnHidden(CTraceModel::eAdmin, true);
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
+        run.press({Qt::Key_Escape});
+        run.trigger("&Statistics ..."_s);
         QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\n"_s), 2);
     }
 
