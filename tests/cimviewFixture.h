@@ -19,7 +19,7 @@ inline QStringList tableText(const QAbstractItemModel& table, int first = 0)
         int mark = 0;
         for (int column = first; column < table.columnCount(); ++column) {
             const QModelIndex cell = table.index(row, column);
-            cells += cell.data(Qt::CheckStateRole) == Qt::Checked ? "x"_s : cell.data().toString();
+            cells += cell.data(Qt::CheckStateRole).toInt() == Qt::Checked ? "x"_s : cell.data().toString();
             mark = std::max(mark, cell.data(Apps::Cimview::MARK_ROLE).toInt());
         }
         rows += cells.join(QLatin1Char('|')) + (mark == 0 ? QString() : " (%1)"_s.arg(mark));

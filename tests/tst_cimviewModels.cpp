@@ -44,8 +44,10 @@ QString range(const CTraceModel& trace)
 /// Limits the size of files, as a full disk does.
 void limitFiles(rlim_t bytes)
 {
-    const rlimit both{bytes, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &both);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(bytes, limit.rlim_max);
+    setrlimit(RLIMIT_FSIZE, &limit);
 }
 } // namespace
 
@@ -397,6 +399,7 @@ private Q_SLOTS:
             return finished.wait() ? "%1 %2"_s.arg(finished.last()[0].toInt()).arg(finished.last()[1].toString())
                                    : QString();
         };
+        QCOMPARE(contentOf(path).count(" R\n"), 8000);
         QCOMPARE(load({}), "12000 "_s);
         records = loaded;
         save("again.log"_s, true);
