@@ -7,8 +7,8 @@
 #include "apps/cimview/mainWindow.h"
 #include "apps/cimview/messagePanel.h"
 #include "apps/cimview/workbench.h"
-#include "apps/host/clock.h"
 #include "apps/host/interfaceStore.h"
+#include "cimviewFixture.h"
 #include "sim/simDetection.h"
 #include "t93Fixture.h"
 
@@ -28,49 +28,38 @@ struct SWindow : SGateway {
     SWindow() : workbench(plugins), window(std::make_unique<CMainWindow>(workbench))
     {
         window->show();
-        id = find<QLineEdit>("123", "placeholderText");
-        data = find<QLineEdit>("11 22 AA BB", "placeholderText");
+        id = find<QLineEdit>("123"_s, "placeholderText");
+        data = find<QLineEdit>("11 22 AA BB"_s, "placeholderText");
         problem = window->findChild<QLabel*>("Problem"_s);
+        table = window->findChild<QTableView*>("InterfaceColumns"_s);
     }
 
     CInterfaceList& list() { return workbench.interfaces(); }
     CTraceModel& trace() { return workbench.feed().trace(); }
     auto& at(const QString& name) { return list().at(list().rowOf(name)); }
-    EConnection state(const QString& name) { return at(name).status().connection; }
-    /// Returns the shown state of an interface, with its mark in parentheses.
-    QString shownState(const QString& name)
+    /// Returns the row of an interface, without its address.
+    QString row(const QString& name)
     {
-        const QModelIndex state = list().index(list().rowOf(name), CInterfaceList::eState);
-        return "%1 (%2)"_s.arg(state.data().toString(), state.data(MARK_ROLE).toString());
+        return tableText(list()).value(list().rowOf(name)).remove(QRegularExpression("[|]127[.][^|]*"_s));
     }
-    void add(const QString& name, std::uint16_t port, const Settings& more = {{StoreKey::BAUDRATE, "500"_s}})
+    void add(const QString& name, std::uint16_t port, Settings settings = {{StoreKey::BAUDRATE, "500"_s}})
     {
-        Settings settings{{StoreKey::ADDRESS, "127.0.0.1"_s}, {StoreKey::PORT, QString::number(port)}};
-        for (auto entry = more.begin(); entry != more.end(); ++entry) {
-            settings.insert(entry.key(), *entry);
-        }
+        settings[StoreKey::ADDRESS] = "127.0.0.1"_s;
+        settings[StoreKey::PORT] = QString::number(port);
         (void)list().add(name, settings, false);
     }
-    void open(const QString& name, std::uint16_t port)
-    {
-        add(name, port);
-        at(name).open();
-    }
-    SEvent lastEvent() { return workbench.events().eventAt(workbench.events().rowCount() - 1); }
     bool openAndWait(const QString& name, const CSimGateway& peer)
     {
-        open(name, peer.port());
+        add(name, peer.port());
+        at(name).open();
         return QTest::qWaitFor([&] { return peer.tcpHostCount() == 1 && at(name).status().isIdentified(); });
     }
-    QString cell(int row, int column) { return trace().index(row, column).data().toString(); }
-    /// Returns the sorted rows of the trace, each as "INTERFACE DIRECTION ID DATA".
+    /// Returns the last event without its time.
+    QString lastEvent() { return tableText(workbench.events(), 1).value(workbench.events().rowCount() - 1); }
+    /// Returns the sorted rows of the trace, without their times.
     QStringList lines()
     {
-        QStringList lines;
-        for (int row = 0; row < trace().rowCount(); ++row) {
-            lines += "%1 %2 %3 %4"_s.arg(cell(row, CTraceModel::eInterface), cell(row, CTraceModel::eDirection),
-                                         cell(row, CTraceModel::eId), cell(row, CTraceModel::eData));
-        }
+        QStringList lines = tableText(trace(), 1);
         lines.sort();
         return lines;
     }
@@ -91,23 +80,24 @@ struct SWindow : SGateway {
             keys.empty() ? void() : press(keys, texts, fields);
         });
     }
-    /// Types and sends a message, and checks that it is refused because no gateway has answered.
-    void refusesWithoutAnswer()
+    void trigger(const QString& action) { find<QAction>(action)->trigger(); }
+    /// Types a message and sends it. Returns the problem that is shown.
+    QString send(const QString& typedId, const QString& typedData = {})
     {
-        id->setText("97"_s);
-        QTest::keyClick(id, Qt::Key_Return);
-        QVERIFY2(problem->text().contains("no gateway"_s), qPrintable(problem->text()));
-        QCOMPARE(trace().size(), std::size_t(0));
+        id->setText(typedId);
+        data->setText(typedData);
+        QTest::keyClick(data, Qt::Key_Return);
+        return problem->isVisibleTo(window.get()) ? problem->text() : QString();
     }
     template <typename Widget>
-    Widget* find(const char* text, const char* property = "text")
+    Widget* find(const QString& text, const char* property = "text")
     {
         for (Widget* const widget : window->findChildren<Widget*>()) {
-            if (widget->property(property).toString() == QLatin1String(text)) {
+            if (widget->property(property).toString() == text) {
                 return widget;
             }
         }
-        qFatal("no widget %s", text);
+        qFatal("no widget %s", qPrintable(text));
     }
 
     std::vector<SPlugin> plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
@@ -116,7 +106,8 @@ struct SWindow : SGateway {
     QLineEdit* id = nullptr;
     QLineEdit* data = nullptr;
     QLabel* problem = nullptr;
-    QString question; ///< The text of the last dialog in which a key was pressed.
+    QTableView* table = nullptr; ///< The interfaces.
+    QString question;            ///< The text of the last dialog in which a key was pressed.
 };
 
 /// Returns whether a field has the colour of invalid text.
@@ -140,13 +131,6 @@ private Q_SLOTS:
             qputenv(variable, m_folder.path().toLocal8Bit());
         }
     }
-    void init()
-    {
-        const bool broadcasts = rowName() == "scan" || QByteArray(QTest::currentTestFunction()).startsWith("scan");
-        if (broadcasts && qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
-            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
-        }
-    }
     void cleanup() { QSettings().clear(); }
 
     void commandLine_data()
@@ -154,198 +138,155 @@ private Q_SLOTS:
         const auto row = columns<int, QString>("exitCode", "error"); // a regular expression
         row("--bogus", 2, "^error: .*--bogus.*\n$"_s);
         row("--sim /nowhere/a.log", 2, "^error: .*/nowhere/a.log.*\n$"_s);
-        row("nowhere", 2, "^error: .*nowhere.*\n$"_s);
+        row("nowhere 127.0.0.1:1", 2, "^error: .*nowhere.*\n$"_s);
         row("--plugin /nowhere/p.so", 1, "^error: .*/nowhere/p.so.*\n$"_s);
         row("--help", 0, "^$"_s);
     }
     void commandLine()
     {
-        const SOutcome outcome = run(QStringLiteral(CIM_CIMVIEW " ") + QLatin1String(rowName()));
+        const SOutcome outcome = run(QStringLiteral("timeout 20 " CIM_CIMVIEW " ") + QLatin1String(rowName()));
         QTEST(outcome.exitCode, "exitCode");
         QCOMPARE(outcome.out.isEmpty(), outcome.exitCode != 0);
         const QRegularExpression error(cell<QString>("error"));
         QVERIFY2(error.match(QString::fromLocal8Bit(outcome.err)).hasMatch(), outcome.err.constData());
     }
 
-    void busloadsAreShownFromTheFirstOn()
+    void programOpensItsTargets()
     {
-        CBusloadHistory history;
-        history.add(HALL, {microsecondsNow(), 12});
-        history.add(STAGE, {microsecondsNow(), 5});
-        history.add(STAGE, {microsecondsNow(), {}});
-        CBusloadPlot plot(history);
-        plot.show();
-        QCOMPARE(plot.accessibleDescription(), "hall: 12 %, stage: not known"_s);
-        const QImage picture = plot.grab().toImage();
-        const QRect legend(0, 0, picture.width(), plot.fontMetrics().height());
-        for (const int index : {0, 1}) {
-            const QRgb colour = curveColours(plot.palette().color(QPalette::Base))[std::size_t(index)];
-            int count = 0;
-            for (int at = 0; at < legend.width() * legend.height(); ++at) {
-                count += picture.pixel(at % legend.width(), at / legend.width()) == colour;
-            }
-            QVERIFY(count >= 64);
-        }
+        SGateway stored;
+        SGateway other;
+        QSettings store("%1/Vexmor/Cim.conf"_s.arg(m_folder.path()), QSettings::IniFormat);
+        store.setValue("CanInterfaces/hall/"_s + StoreKey::ADDRESS, "127.0.0.1"_s);
+        store.setValue("CanInterfaces/hall/"_s + StoreKey::PORT, stored.gateway.port());
+        store.sync();
+        QProcess program;
+        program.start(QStringLiteral(CIM_CIMVIEW),
+                      {"--dark"_s, "--baudrate"_s, "250"_s, HALL, "127.0.0.1:%1"_s.arg(other.gateway.port())});
+        QTRY_COMPARE_WITH_TIMEOUT(stored.gateway.tcpHostCount() + other.gateway.tcpHostCount(), 2, 20000);
+        QTRY_COMPARE(int(other.bus.baudrate()), 250);
+        const QString status = "/proc/%1/status"_s.arg(program.processId());
+        QTRY_VERIFY(contentOf(status).contains("4003\n")); // SIGHUP, SIGINT and SIGTERM are handled
+        program.terminate();
+        QVERIFY(QTest::qWaitFor([&] { return program.waitForFinished(10); }, 20000));
+        store.sync();
+        QVERIFY(store.value("Cimview/Dark"_s).toBool());
     }
 
-    void errorsReachTheLog()
+    void statesAndErrorsAreShown()
     {
         SWindow run;
         CEventModel& events = run.workbench.events();
-        const SDeafPort deaf;
-        run.open(STAGE, deaf.serverPort());
-        QTRY_COMPARE(events.unread(), 1);
-        QCOMPARE(events.eventAt(0).number, 103);
-        QCOMPARE(run.state(STAGE), EConnection::eClosed);
-        QCOMPARE(run.shownState(STAGE), "not opened, code 103 (3)"_s);
-        run.open(STAGE, deaf.serverPort()); // a second attempt
-        QCOMPARE(run.state(STAGE), EConnection::eConnecting);
-        run.list().at(0).close();
+        SDeafPort deaf;
+        run.add(STAGE, deaf.serverPort());
+        run.at(STAGE).open();
+        QCOMPARE(run.row(STAGE), "stage|connecting||500 kbit/s|T93||no (2)"_s);
+        QTRY_COMPARE(run.row(STAGE), "stage|not opened, code 103||500 kbit/s|T93||no (3)"_s);
+        QVERIFY(run.lastEvent().startsWith("stage|code 103|"_s));
+        QVERIFY(run.find<QLabel>("1 new error"_s)->isVisible());
+        QVERIFY(run.list().index(0, 0).data(Qt::ToolTipRole).toString().endsWith(events.eventAt(0).text));
+        deaf.resumeAccepting();
+        QTRY_VERIFY(deaf.hasPendingConnections());
+        run.at(STAGE).open(); // a second attempt
+        QTRY_COMPARE(run.row(STAGE), "stage|open, no answer yet||500 kbit/s|T93||no (2)"_s);
+        QVERIFY(run.send("97"_s).contains("no gateway"_s));
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        run.gateway.sendStatus(0x09);
-        QTRY_COMPARE(events.unread(), 3);
-        QCOMPARE(run.shownState(HALL), "connected, T93 CAN bus off error (3)"_s);
         run.bus.send(message(0x123));
-        QTRY_COMPARE(run.trace().rowCount(), 1);
-        QCOMPARE(run.shownState(HALL), "connected (1)"_s);
+        run.gateway.sendStatus(0x09); // raises two errors
+        run.gateway.sendStatus(0x09);
+        QTRY_COMPARE(events.unread(), 5);
+        QTRY_COMPARE(run.row(HALL), "hall|connected, T93 CAN bus off error|0 %|500 kbit/s|T93|1.05|no (3)"_s);
+        QCOMPARE(run.row(STAGE), "stage|open, no answer yet||500 kbit/s|T93||no (2)"_s);
+        run.list().send(HALL, message(0x100));
+        QTRY_COMPARE(run.lines(), (QStringList{"hall|RX|123|||"_s, "hall|TX|100|||"_s}));
+        QVERIFY(run.row(HALL).contains("bus off"_s)); // only a received message ends the error
+        QTRY_VERIFY(run.workbench.statistics().contains(QRegularExpression("hall\n.*\n.*\n.*mean 0 %"_s)));
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot reconnect
         run.gateway.dropLinks();
-        QTRY_COMPARE(run.state(HALL), EConnection::eLost);
-        QTRY_COMPARE(events.unread(), 4);
-        const SEvent lost = run.lastEvent();
-        QCOMPARE(lost.number, 0);
-        QCOMPARE(lost.source, HALL);
-        QVERIFY(lost.text.startsWith("TCP connection lost."_s));
-        QVERIFY(lost.text.contains("- network cable"_s));
+        QTRY_COMPARE(events.unread(), 6);
+        QVERIFY(run.lastEvent().startsWith("hall|error 0||TCP connection lost."_s));
+        QTRY_COMPARE(run.row(HALL), "hall|lost, trying again||500 kbit/s|T93|1.05|no (3)"_s);
+        QTRY_COMPARE(run.window->findChild<CBusloadPlot*>()->accessibleDescription(), "hall: not known"_s);
         run.list().send(HALL, message(0x100)); // refused with a code; both count in one row
         run.list().send(HALL, message(0x100));
-        QTRY_COMPARE(events.unread(), 6);
-        QCOMPARE(run.lastEvent().number, 109);
+        QTRY_COMPARE(events.unread(), 8);
+        QCOMPARE(run.lastEvent(), "hall|code 109|2|Attempt to send when having no TCP connection."_s);
+        QCOMPARE(run.trace().rowCount(), 2);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
+        QCOMPARE(dock->windowTitle(), "Events (8 new)"_s);
         dock->raise();
         QTRY_COMPARE(events.unread(), 0); // the user sees the events
-        run.workbench.warn("seen at once"_s);
+        run.workbench.warn("seen at once\nin the panel"_s);
         QCOMPARE(dock->windowTitle(), "Events"_s);
-        QCOMPARE(run.shownState(HALL), "lost, trying again (3)"_s);
+        auto* const text = dock->findChild<QPlainTextEdit*>();
+        dock->findChild<QTableView*>()->selectRow(events.rowCount() - 1);
+        QCOMPARE(text->toPlainText(), "seen at once\nin the panel"_s);
+        run.trigger("&Clear events"_s);
+        QCOMPARE(text->toPlainText(), QString());
         run.gateway.setFaults({});
-        QTRY_COMPARE(run.state(HALL), EConnection::eConnected);
-        QCOMPARE(run.lastEvent().text, "The gateway is back."_s);
+        QTRY_COMPARE(run.lastEvent(), "hall|||The gateway is back."_s);
+        QTRY_COMPARE(run.row(HALL), "hall|connected|0 %|500 kbit/s|T93|1.05|no (1)"_s);
+        run.gateway.sendStatus(0x09);
+        QTRY_VERIFY(run.row(HALL).contains("bus off"_s));
         run.bus.send(message(0x123));
-        QTRY_COMPARE(run.trace().rowCount(), 2);
+        QTRY_VERIFY(run.row(HALL).startsWith("hall|connected|"_s));
         const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
-        // An outage is no period.
-        QCOMPARE(identifiers.index(0, CIdentifierModel::eGreatest).data(), QVariant(QString()));
-    }
-
-    void endsCleanly_data() { rows({"busy", "scan"}); }
-    void endsCleanly() // one interface idle, one busy both ways, one opening; a scan
-    {
-        SGateway stays;
-        const SDeafPort deaf;
-        auto run = std::make_unique<SWindow>();
-        QVERIFY(run->openAndWait(STAGE, run->gateway));
-        QVERIFY(run->openAndWait(HALL, stays.gateway));
-        run->at(HALL).setCyclic(1, message(0x100), 1);
-        QTRY_VERIFY(stays.atGateway.size() > 10);
-        stays.gateway.flood(20000);
-        QTRY_VERIFY(run->trace().rowCount() > 500);
-        run->open("deaf"_s, deaf.serverPort());
-        if (rowName() == "scan") {
-            run->workbench.startScan();
-            QVERIFY(run->workbench.scan().isRunning());
-        }
-        run->window->close();
-        run->window.reset();
-        const SClock clock;
-        run.reset();
-        QVERIFY2(clock.elapsed() < 2500, "waits for all at once, a second at most");
-        QTRY_COMPARE(stays.gateway.tcpHostCount(), 0);
+        QCOMPARE(identifiers.index(1, CIdentifierModel::eGreatest).data().toString(), QString()); // an outage
     }
 
     void scanFindsGateways()
     {
+        if (qEnvironmentVariableIsEmpty("CIM_INSIDE")) {
+            QSKIP("broadcasts only in a network namespace of its own (tests/inNamespace)");
+        }
         SWindow run;
         listenOn(run.gateway, QHostAddress("10.9.0.1"_s));
         CSimDetection detection;
         QVERIFY(!detection.listen(DDT_PORT));
         detection.addGateway(run.gateway);
-        QSignalSpy finished(&run.workbench.scan(), &CInterfaceScan::finished);
-        for (int round = 1; round <= 2; ++round) { // the second scan finds nothing new
-            run.workbench.startScan();
+        const QSignalSpy progressed(&run.workbench, &CWorkbench::progressed);
+        run.add(HALL, 1);
+        for (const int added : {2, 0}) { // the second scan finds nothing new
+            QVERIFY(run.find<QAction>("Scan &network"_s)->isEnabled());
+            run.trigger("Scan &network"_s);
             QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
-            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), round, 10000);
-            QCOMPARE(run.list().rowCount(), 2); // one over TCP, one over UDP
-            const auto* const table = run.window->findChild<QTableView*>("InterfaceColumns"_s);
-            QCOMPARE(table->selectionModel()->selectedRows().size(), 2);
-            QCOMPARE(run.window->statusBar()->currentMessage(), "Scan finished: 2 found, %1 new"_s.arg(4 - 2 * round));
+            QVERIFY(!run.find<QAction>("Scan &network"_s)->isEnabled());
+            const QString text = "Scan finished: 2 found, %1 new"_s.arg(added);
+            QTRY_COMPARE_WITH_TIMEOUT(progressed.last(), (QList<QVariant>{text, true}), 10000);
+            QCOMPARE(run.lastEvent(), "|||"_s + text);
+            QCOMPARE(run.list().rowCount(), 3); // found one over TCP, one over UDP
+            QCOMPARE(run.table->selectionModel()->selectedRows().size(), 2);
         }
-        run.list().at(0).open();
-        QTRY_COMPARE(run.list().at(0).status().connection, EConnection::eConnected);
-        run.list().at(0).store();
-        QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(0).name()});
-    }
-
-    /// A link is lost and re-established while the window is busy.
-    void shortLossIsReported()
-    {
-        SWindow run;
-        QTcpServer gateway; // can wait without the event loop
-        QVERIFY(gateway.listen(QHostAddress::LocalHost));
-        run.open(HALL, gateway.serverPort());
-        QVERIFY(gateway.waitForNewConnection(5000));
-        QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
-        run.refusesWithoutAnswer();
-        // The period is longer than that of the checks of the state.
-        run.at(HALL).setCyclic(1, message(0x97), 150);
-        gateway.nextPendingConnection()->abort();
-        QVERIFY(gateway.waitForNewConnection(5000));
-        QTcpSocket* const link = gateway.nextPendingConnection();
-        QByteArray heard;
-        while (heard.count(frame(RM_CMD_TX11BIT_MSG, hex("0097"))) < 3) {
-            QVERIFY(link->waitForReadyRead(5000));
-            heard += link->readAll();
-        }
-        QTRY_COMPARE(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s);
-    }
-
-    void wrongTextsAreMarkedAndRefused()
-    {
-        SWindow run;
-        QVERIFY(run.openAndWait(HALL, run.gateway));
-        // Texts are ID|DATA|FIELD; the field is marked while the user types.
-        for (const QString& typed :
-             {"||"_s, "97F||id"_s, "x||id"_s, "97|0a ff1|"_s, "97|1g|data"_s, "97|001122334455667788|data"_s}) {
-            run.id->setText(typed.section(QLatin1Char('|'), 0, 0));
-            run.data->setText(typed.section(QLatin1Char('|'), 1, 1));
-            QCOMPARE((isMarked(run.id) ? "id"_s : QString()) + (isMarked(run.data) ? "data"_s : QString()),
-                     typed.section(QLatin1Char('|'), 2));
-            for (QLineEdit* const field : {run.id, run.data}) {
-                run.problem->clear();
-                QTest::keyClick(field, Qt::Key_Return);
-                QVERIFY(!run.problem->text().isEmpty());
-            }
-            QVERIFY(run.problem->isVisibleTo(run.window.get()));
-            QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
-        }
-        QCOMPARE(run.workbench.sendList().rowCount(), 0);
-        run.list().send(HALL, message(0x555)); // a last message, behind those that must not be sent
-        QTRY_COMPARE(run.atGateway, QList<CCanMessage>{message(0x555)});
+        run.table->selectRow(1);
+        run.trigger("&Open"_s);
+        QTRY_COMPARE(run.list().at(1).status().connection, EConnection::eConnected);
+        run.trigger("&Store"_s);
+        QCOMPARE(CInterfaceStore().names(), QStringList{run.list().at(1).name()});
+        QVERIFY(tableText(run.list())[1].endsWith("|yes (1)"_s));
+        run.workbench.startScan(); // still runs when the window is closed
     }
 
     void sendsWhatIsTyped()
     {
         SWindow run;
+        CSendList& list = run.workbench.sendList();
         const QList<CCanMessage>& sent = run.atGateway;
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        QTest::keyClicks(run.id, "97"_s);
-        QTest::keyClicks(run.data, "0a ff12"_s);
-        QTest::keyClick(run.data, Qt::Key_Return);
-        QTRY_COMPARE(sent, (QList<CCanMessage>{message(0x97, hex("0AFF12"))}));
-
-        CSendList& list = run.workbench.sendList();
-        QTest::mouseClick(run.find<QPushButton>("Add to &list"), Qt::LeftButton);
-        QCOMPARE(list.rowCount(), 1);
+        // Texts are ID|DATA|FIELD; the field is marked while the user types.
+        for (const QString& typed :
+             {"||"_s, "97F||id"_s, "x||id"_s, "97|0a ff1|"_s, "97|1g|data"_s, "97|001122334455667788|data"_s}) {
+            const QStringList texts = typed.split(QLatin1Char('|'));
+            QVERIFY(!run.send(texts[0], texts[1]).isEmpty());
+            QCOMPARE((isMarked(run.id) ? "id"_s : QString()) + (isMarked(run.data) ? "data"_s : QString()), texts[2]);
+            QTest::mouseClick(run.find<QPushButton>("Add to &list"_s), Qt::LeftButton);
+        }
+        QCOMPARE(list.rowCount(), 0);
+        run.id->setText("97"_s);
+        run.data->setText("0a ff12"_s);
+        QVERIFY(!run.problem->isVisibleTo(run.window.get()));
+        QTest::keyClick(run.id, Qt::Key_Return);
+        QTRY_COMPARE(sent, QList<CCanMessage>{message(0x97, hex("0AFF12"))}); // and nothing before
+        QTest::mouseClick(run.find<QPushButton>("Add to &list"_s), Qt::LeftButton);
         const auto sendCyclically = [&list] {
             list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
             return list.item(0).sentOn;
@@ -353,38 +294,47 @@ private Q_SLOTS:
         list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
         QCOMPARE(sendCyclically(), HALL);
         QTRY_VERIFY(sent.size() > 10);
-        QCOMPARE(sent.last(), message(0x97, hex("0AFF12")));
+        run.at(HALL).setCyclic(9, message(0x9), 1000);
+        run.at(HALL).setCyclic(9, message(0x9), 0);
+        run.at(HALL).open(); // is open already
         run.gateway.dropLinks();
-        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back. Sent cyclically: 1"_s, 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent(), "hall|||The gateway is back. Sent cyclically: 1"_s, 15000);
 
         // With another interface open, nothing is sent there unless the user chooses it.
         SGateway other;
         QVERIFY(run.openAndWait("other"_s, other.gateway));
         run.at(HALL).close();
+        QCOMPARE(list.item(0).sentOn, QString());
         QCOMPARE(sendCyclically(), QString());
-        run.problem->clear();
-        QTest::keyClick(run.data, Qt::Key_Return);
-        QVERIFY2(run.problem->text().contains(HALL), qPrintable(run.problem->text()));
-        run.list().send("other"_s, message(0x555)); // a last message, behind those that must not be sent
+        QVERIFY(run.send("97"_s).contains(HALL));
+        run.table->selectRow(1);
+        run.trigger("Send on &this interface"_s);
+        auto* const table = run.find<QTableView>("Messages to send"_s, "accessibleName");
+        table->selectRow(0);
+        run.trigger("Send c&hosen"_s);
+        QVERIFY(run.problem->text().contains(HALL)); // the interface of this message
+        QCOMPARE(run.send("555"_s), QString());
         QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
+        const QString path = m_folder.filePath("list.ini"_s);
+        run.press({Qt::Key_Return}, {path.chopped(4)}, "fileNameEdit"_s); // the extension is added
+        run.trigger("Save list ..."_s);
+        run.trigger("Send on the interface above"_s);
+        QCOMPARE(sendCyclically(), "other"_s);
+        for (const QString& file : {path, writeFile(m_folder, {})}) {
+            run.press({Qt::Key_Return}, {file}, "fileNameEdit"_s);
+            run.trigger("Load list ..."_s);
+        }
+        QVERIFY(run.problem->text().contains("contains no messages"_s));
+        QCOMPARE(tableText(list)[1], "||097|0A FF 12|5|0|hall"_s);
+        table->selectAll();
+        list.add({message(0x7FF), 10, {}, {}});
+        run.trigger("Remove"_s);
+        QCOMPARE(tableText(list), QStringList{"||7FF||10|0|"_s});
         QTRY_COMPARE(run.gateway.tcpHostCount(), 0); // the gateway accepts one connection at a time
         run.at(HALL).open();
         QTRY_VERIFY(run.at(HALL).status().isIdentified());
-        CSimGateway stage(run.bus);
-        listenOn(stage);
-        QVERIFY(run.openAndWait(STAGE, stage));
-        run.workbench.feed().clear();
-        run.bus.send(message(0x100, hex("AA")));
-        run.list().send(STAGE, message(0x101, hex("BB")));
-        QTRY_COMPARE(run.lines(),
-                     vexmor::Test::list("hall RX 100 AA|hall RX 101 BB|stage RX 100 AA|stage TX 101 BB"_s));
         run.gateway.dropLinks();
-        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000); // without "sent cyclically"
-        QTRY_COMPARE(sendCyclically(), HALL);
-        run.at(HALL).close();
-        run.bus.send(message(0x102));
-        QTRY_VERIFY(run.lines().contains("stage RX 102 "_s));
-        QCOMPARE(run.state(STAGE), EConnection::eConnected);
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent(), "hall|||The gateway is back."_s, 15000); // not "sent cyclically"
     }
 
     void silenceOverUdpIsReported()
@@ -392,42 +342,45 @@ private Q_SLOTS:
         SWindow run;
         run.add(HALL, run.gateway.port(),
                 {{StoreKey::PROTOCOL, "UDP"_s}, {StoreKey::POLL_TIME, "100"_s}, {StoreKey::BAUDRATE, "500"_s}});
-        run.gateway.setFaults(faulty(&SSimFaults::mute));
         run.at(HALL).open();
-        QTRY_COMPARE(run.state(HALL), EConnection::eOpen);
-        run.refusesWithoutAnswer();
-        run.gateway.setFaults({});
-        const QModelIndex load = run.list().index(0, CInterfaceList::eBusload);
-        QTRY_COMPARE(load.data().toString(), "0 %"_s);
+        QTRY_COMPARE(run.row(HALL), "hall|connected|0 %|500 kbit/s|T93|1.05|no (1)"_s);
         run.gateway.setFaults(faulty(&SSimFaults::mute));
-        QTRY_COMPARE(run.lastEvent().text, "The gateway does not answer any more."_s);
-        QCOMPARE(load.data().toString(), QString());
+        QTRY_COMPARE(run.lastEvent(), "hall|warning||The gateway does not answer any more."_s);
+        QTRY_COMPARE(run.row(HALL), "hall|silent for 1 s||500 kbit/s|T93|1.05|no (2)"_s);
         run.gateway.setFaults({});
-        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent().text, "The gateway is back."_s, 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent(), "hall|||The gateway is back."_s, 15000);
     }
 
     void dialogLeavesTheGatewaysBitRate_data()
     {
-        const auto row = columns<std::vector<Qt::Key>, QString, QList<QByteArray>>("keys", "rate", "set");
-        row("Enter twice", {Qt::Key_Return, Qt::Key_Return}, "unchanged"_s, {});
-        row("Escape", {Qt::Key_Return, Qt::Key_Escape}, "unchanged"_s, {});
-        row("the other button", {Qt::Key_Return, Qt::Key_Tab, Qt::Key_Return}, "100 kbit/s"_s, {hex("FE")});
+        const auto row = columns<std::vector<Qt::Key>, QString, int>("keys", "rate", "onTheBus");
+        row("Enter twice", {Qt::Key_Return, Qt::Key_Return}, "unchanged"_s, 500);
+        row("the other button", {Qt::Key_Return, Qt::Key_Tab, Qt::Key_Return}, "100 kbit/s"_s, 100);
     }
     void dialogLeavesTheGatewaysBitRate()
     {
         SWindow run;
-        QList<QByteArray> set;
-        connect(&run.gateway, &CSimGateway::requestReceived, this, [&set](int command, const QByteArray& payload) {
-            command == RM_CMD_CAN_BAUD_RATE ? set.append(payload) : void();
-        });
         run.add(HALL, run.gateway.port(), {{StoreKey::BAUDRATE, GATEWAYS_BIT_RATE}});
-        run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectRow(0);
+        run.table->selectRow(0);
         run.press(cell<std::vector<Qt::Key>>("keys"));
-        run.window->interfacePanel().configure();
-        QTEST(run.list().index(0, CInterfaceList::eBaudrate).data().toString(), "rate");
-        run.at(HALL).open();
+        run.trigger("Con&figure ..."_s);
+        const QString rate = cell<QString>("rate");
+        QCOMPARE(run.row(HALL), "hall|closed||%1|T93||no"_s.arg(rate));
+        Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
         QTRY_VERIFY(run.at(HALL).status().isIdentified());
-        QTEST(set, "set");
+        QTEST(int(run.bus.baudrate()), "onTheBus");
+        QVERIFY(run.find<QAction>(rate)->isChecked());
+        QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
+        QVERIFY(run.find<QAction>("Send on &this interface"_s)->isEnabled());
+        run.trigger("50 kbit/s"_s);
+        QVERIFY(run.lastEvent().contains("not changed"_s));
+        run.trigger("Re&move"_s); // only closed ones
+        Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
+        QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled());
+        run.trigger("50 kbit/s"_s);
+        run.press({Qt::Key_Return}); // no question: the rate was chosen
+        run.trigger("Con&figure ..."_s);
+        QCOMPARE(run.row(HALL), "hall|closed||50 kbit/s|T93|1.05|no"_s);
     }
 
     void logIsShownWhileLiveMessagesWait()
@@ -440,19 +393,22 @@ private Q_SLOTS:
         log.setUrls({QUrl::fromLocalFile(writeFile(m_folder, "no log"))});
         QDragEnterEvent enter({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
         QDropEvent drop({}, Qt::CopyAction, &log, Qt::LeftButton, Qt::NoModifier);
-        run.press({Qt::Key_Escape}); // unsaved messages stay
+        QCloseEvent close;
+        QSpontaneKeyEvent::setSpontaneous(&close);
+        run.press({Qt::Key_Escape, Qt::Key_Escape, Qt::Key_Escape}); // unsaved messages stay
         QCoreApplication::sendEvent(run.window.get(), &enter);
         QCoreApplication::sendEvent(run.window.get(), &drop);
-        QVERIFY(!run.question.isEmpty());
-        QVERIFY(run.find<QAction>("&Load log ...")->isEnabled());
+        qApp->notify(run.window.get(), &close);
+        run.trigger("&Quit"_s);
+        QVERIFY(run.window->isVisible());
         run.window->logs().load(m_folder.filePath("a.log"_s));
         QTRY_COMPARE(run.workbench.events().unread(), 1); // reported; the trace stays
-        QCOMPARE(run.trace().rowCount(), 1);
-        run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#11\n(2.0) can1 7FF# T\n"));
-        QTRY_COMPARE(run.trace().rowCount(), 2);
+        QCOMPARE(run.lines(), QStringList{"hall|RX|101|||"_s});
+        QVERIFY(run.find<QAction>("&Load log ..."_s)->isEnabled());
+        run.window->logs().load(writeFile(m_folder, "(1.000001) can0 123#00\n(2.0) can1 7FF# T\n"));
+        QTRY_COMPARE(run.lines(), (QStringList{"can0|RX|123|00|.|"_s, "can1|TX|7FF|||"_s}));
         run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
-        QCOMPARE(run.lines(), (QStringList{"can0 RX 123 11"_s, "can1 TX 7FF "_s}));
         QCOMPARE(run.window->windowTitle(), "a.log - CAN interfaces"_s);
         QAction& pause = run.window->messagePanel().pauseAction();
         run.press({Qt::Key_Escape}); // the log remains shown
@@ -462,16 +418,15 @@ private Q_SLOTS:
         run.press({Qt::Key_Return});
         pause.trigger();
         QVERIFY(!pause.isChecked());
-        QCOMPARE(run.lines(), QStringList{"hall RX 100 AA"_s}); // only new messages, not those of the log
+        QCOMPARE(run.lines(), QStringList{"hall|RX|100|AA|.|type 2"_s}); // only new messages, not those of the log
         QCOMPARE(run.window->windowTitle(), "CAN interfaces"_s);
     }
 
     void shownMessagesAreSavedAndReplayed()
     {
         SWindow run;
-        run.workbench.feed().addLive(
-            {{1000000, message(0x123, hex("11")), 0, false}, {1000001, message(0x7FF), 0, true}});
-        QAction* const replay = run.find<QAction>("Re&play what is shown ...");
+        run.workbench.feed().addLive({record(0x123, hex("11"), 1000000), record(0x7FF, {}, 1000001)});
+        QAction* const replay = run.find<QAction>("Re&play what is shown ..."_s);
         replay->trigger();
         QCOMPARE(run.workbench.events().unread(), 1); // no interface is open to send them
         QVERIFY(!replay->isChecked());
@@ -480,93 +435,123 @@ private Q_SLOTS:
         replay->trigger();
         QTRY_COMPARE(run.atGateway, (QList<CCanMessage>{message(0x123, hex("11")), message(0x7FF)}));
         QTRY_VERIFY(!replay->isChecked());
-        const QString path = m_folder.filePath("saved.log"_s);
-        QVERIFY(run.workbench.feed().isUnsaved());
-        QTRY_COMPARE(run.trace().rowCount(), 4);                          // includes those that were sent
-        run.press({Qt::Key_Return}, {path.chopped(4)}, "fileNameEdit"_s); // the extension is added
-        run.find<QAction>("&Save log ...")->trigger();
+        QVERIFY(!run.find<QProgressBar>("Replay"_s, "accessibleName")->isVisible());
+        QTRY_COMPARE(run.trace().rowCount(), 4); // includes those that were sent
+        const auto save = [&](const QString& name) {
+            run.press({Qt::Key_Return}, {m_folder.filePath(name)}, "fileNameEdit"_s);
+            run.trigger("&Save log ..."_s);
+        };
+        save("saved"_s); // the extension is added
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
-        QVERIFY(contentOf(path).startsWith("(1.000000) hall 123#11\n"));
+        QVERIFY(contentOf(m_folder.filePath("saved.log"_s)).startsWith("(1.000000) hall 123#11\n"));
+        QAction* const recording = run.find<QAction>("&Record to files ..."_s);
+        run.press({Qt::Key_Return}, {m_folder.path()}, "fileNameEdit"_s);
+        recording->trigger();
+        run.trigger("&Pause"_s);
         run.bus.send(message(0x124));
-        QTRY_VERIFY(run.workbench.feed().isUnsaved());
-        run.trace().setMatcher(CMessageMatcher(*readFilters("123"_s)));
-        run.press({Qt::Key_Return}, {m_folder.filePath("part.log"_s)}, "fileNameEdit"_s);
-        run.find<QAction>("&Save log ...")->trigger();
-        QTRY_COMPARE(run.lastEvent().text, "2 of 5 messages saved: only those that are shown."_s);
+        QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
+        save("part"_s);
+        QTRY_COMPARE(run.lastEvent(), "|||4 of 5 messages saved: only those that are shown."_s);
         QVERIFY(run.workbench.feed().isUnsaved());
+        QCOMPARE(run.workbench.recorder().count(), quint64(1)); // also during a pause
+        QTRY_VERIFY(run.window->statusBar()->findChild<QLabel*>()->text().startsWith(
+            "0 messages/s, 3 in total, recording to cimview-"_s));
+        run.workbench.recorder().stop();
+        QVERIFY(!recording->isChecked());
+        Q_EMIT run.workbench.recorder().ended("disk full"_s);
+        QCOMPARE(run.lastEvent(), "|warning||disk full"_s);
     }
 
     void logsAreCompared()
     {
         const CSourceNames names;
-        const QString before = m_folder.filePath("before.log"_s);
-        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n"), before));
-        CComparisonDialog dialog(nullptr, names, before, writeFile(m_folder, "(1.0) a 124#11\n"));
-        const QAbstractItemModel& rows = *dialog.findChild<QTableView*>()->model();
-        QTRY_COMPARE(rows.rowCount(), 2);
-        QCOMPARE(rows.index(0, 1).data().toString() + rows.index(1, 1).data().toString(), "missingnew"_s);
-        const CComparisonDialog failed(nullptr, names, before, "/nowhere/a.log"_s);
+        SWindow run;
+        const QString first = m_folder.filePath("1.log"_s);
+        const QString second = m_folder.filePath("2.log"_s);
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n(2.0) a 123#11\n"), first));
+        QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 124#11\n(2.0) a 00000123#\n"), second));
+        run.press({Qt::Key_Return}, {"\"%1\" \"%2\""_s.arg(second, first)}, "fileNameEdit"_s);
+        run.trigger("&Compare two logs ..."_s);
+        auto* const dialog = run.window->findChild<CComparisonDialog*>();
+        const QAbstractItemModel& rows = *dialog->findChild<QTableView*>()->model();
+        QTRY_COMPARE(tableText(rows), (QStringList{"123|missing|2.0||11| (3)"_s, "124|new||||11 (3)"_s}));
+        QCOMPARE(dialog->findChildren<QLabel*>().last()->text(),
+                 "identifiers: 1 before, 1 after; different: 2; lines without a standard frame: 1"_s);
+        const CComparisonDialog failed(nullptr, names, first, "/nowhere/a.log"_s);
         QVERIFY(failed.findChildren<QLabel*>().last()->text().startsWith("/nowhere/a.log: "_s));
     }
 
     void stateIsKept()
     {
-        const char* const text = "any text or data";
         {
             SWindow run;
-            run.find<QLineEdit>(text, "placeholderText")->setText("bb"_s);
+            run.find<QLineEdit>("any text or data"_s, "placeholderText")->setText("bb"_s);
+            run.press({Qt::Key_Return}, {writeFile(m_folder, "002 Amplifier\n")}, "fileNameEdit"_s);
+            run.trigger("Load &names of identifiers ..."_s);
             run.workbench.sendList().add({message(0x123), 10, {}, {}});
             run.window->resize(1000, 700);
+            run.table->hideColumn(CInterfaceList::eType);
+            run.window->findChild<QTabWidget*>()->setCurrentIndex(1);
             run.window->findChild<QAction*>("SendFolded"_s)->toggle();
-            run.find<QAction>("Messages a&lone")->toggle();
+            run.trigger("Messages a&lone"_s);
             run.window->close();
         }
         SWindow run;
-        run.workbench.feed().show({{0, message(1, hex("AA")), 0, false}, {0, message(2, hex("BB")), 0, false}});
-        QCOMPARE(run.find<QLineEdit>(text, "placeholderText")->text(), "bb"_s);
-        QCOMPARE(run.trace().rowCount(), 1); // the loaded filter applies
+        run.workbench.feed().show({record(1, hex("AA")), record(2, hex("BB"))});
+        QCOMPARE(run.lines(), QStringList{"|RX|002 Amplifier|BB|.|type 3"_s}); // the loaded filter applies
         QCOMPARE(run.workbench.sendList().rowCount(), 1);
         QCOMPARE(run.window->size(), QSize(1000, 700));
+        QVERIFY(run.table->isColumnHidden(CInterfaceList::eType));
+        QCOMPARE(run.window->findChild<QTabWidget*>()->currentIndex(), 1);
         auto* const send = run.window->findChild<QDockWidget*>("Send"_s);
         QVERIFY(send->isHidden());
-        run.find<QAction>("Messages a&lone")->toggle();
+        run.trigger("Messages a&lone"_s);
         QVERIFY(!send->isHidden());
         QVERIFY(!send->widget()->isEnabled());
+        QVERIFY(run.window->findChild<QAction*>("EventsFolded"_s)->isChecked()); // shares the place
         QCOMPARE(send->height(), send->titleBarWidget()->sizeHint().height());
-        run.find<QAction>("Send")->trigger(); // the action of Ctrl and a number
+        run.find<QAction>("Ctrl+3"_s, "shortcut")->trigger();
         QVERIFY(send->widget()->isEnabled());
         QTRY_VERIFY(send->height() > 100);
+        run.find<QAction>("Ctrl+1"_s, "shortcut")->trigger();
+        QCOMPARE(run.window->focusWidget(), run.table);
+        run.add(HALL, 1);
+        run.trigger("Try a simu&lated gateway"_s);
+        QTRY_COMPARE(run.row("Simulation TCP"_s).section(QLatin1Char('|'), 1, 1), "connected"_s);
+        QVERIFY(!run.find<QAction>("Try a simu&lated gateway"_s)->isEnabled());
     }
 
     void textIsFoundAndIdentifiersAreHidden()
     {
         SWindow run;
-        const std::vector<QByteArray> data{"AA", "BB", "CC", "BB", "BB"};
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            run.workbench.feed().show({{0, message(0x100 + i % 2, hex(data[i])), 0, false}});
-        }
-        const QTableView& table = run.window->messagePanel().traceView();
+        run.workbench.feed().show({record(0x100, hex("AA")), record(0x101, hex("BB")), record(0x100, hex("CC")),
+                                   record(0x101, hex("BB")), record(0x100, hex("BB"))});
+        QTableView& table = run.window->messagePanel().traceView();
         auto* const text = run.window->findChild<QLineEdit*>("Find"_s);
         text->setText("bb"_s);
         QString rows;
-        for (const char key : QByteArray("nnnnpp")) {
-            run.find<QAction>(key == 'n' ? "Find ne&xt" : "Find pre&vious")->trigger();
+        for (const char key : QByteArray("pnnnnpp")) {
+            run.trigger(key == 'n' ? "Find ne&xt"_s : "Find pre&vious"_s);
             rows += QString::number(table.currentIndex().row());
         }
-        QCOMPARE(rows, "134143"_s);
+        QCOMPARE(rows, "4134143"_s);
         QVERIFY(!run.window->messagePanel().followAction().isChecked());
-        QCOMPARE(run.trace().rowCount(), 5); // the search does not filter
         text->setText("DD"_s);
-        run.find<QAction>("Find ne&xt")->trigger();
+        run.trigger("Find ne&xt"_s);
         QVERIFY(isMarked(text));
-        QAction* const hide = table.actions().at(2);
-        QCOMPARE(hide->text(), "Hide this identifier"_s);
-        hide->trigger();
+        const QAbstractItemModel& identifiers = *run.find<QTableView>("Identifiers"_s, "objectName")->model();
+        table.actions().at(2)->trigger(); // "Hide this identifier"
         QTRY_COMPARE(run.trace().rowCount(), 3);
-        QCOMPARE(run.cell(0, CTraceModel::eId), "100"_s);
-        QVERIFY(run.find<QLabel>("3, 2 hidden by the filter")->isVisible());
-        run.window->messagePanel().traceView().selectRow(0);
-        hide->trigger(); // hides the other identifier, too
+        QCOMPARE(identifiers.rowCount(), 1);
+        QVERIFY(run.find<QLabel>("3, 2 hidden by the filter"_s)->isVisible());
+        auto* const filter = run.find<QLineEdit>("101~7FF"_s);
+        filter->setText("10"_s);
+        filter->setText("10x"_s); // is not a filter, so the previous one stays
+        QTest::keyClick(filter, Qt::Key_Return);
+        QCOMPARE(run.trace().rowCount(), 3);
+        filter->setText("101~7FF"_s);
+        table.selectRow(0);
+        table.actions().at(2)->trigger(); // hides the other identifier, too
         QTRY_COMPARE(run.trace().rowCount(), 0);
     }
 
@@ -576,6 +561,7 @@ private Q_SLOTS:
         for (const QAbstractScrollArea* const area : run.window->findChildren<QAbstractScrollArea*>()) {
             const bool isNamed = area->inherits("QTableView") || area->inherits("QPlainTextEdit");
             QVERIFY(!isNamed || !area->accessibleName().isEmpty());
+            QVERIFY(!area->property("tabKeyNavigation").toBool());
         }
         CMainWindow::prepareApplication();
         QCOMPARE(QAccessible::queryAccessibleInterface(qApp)->text(QAccessible::Name), "cimview"_s);
@@ -583,40 +569,36 @@ private Q_SLOTS:
             QVERIFY2(!label->text().endsWith(QLatin1Char(':')) || label->buddy() != nullptr, qPrintable(label->text()));
         }
         QVERIFY(run.window->findChild<QPlainTextEdit*>()->tabChangesFocus());
+        QVERIFY(run.find<QToolButton>("Pause"_s)->focusPolicy() == Qt::StrongFocus);
         QWidget* next = run.window->findChild<QDockWidget*>("Send"_s)->findChild<QComboBox*>();
         while (!(next = next->nextInFocusChain())->inherits("QLineEdit")) {
         }
         QCOMPARE(next, run.id);
     }
 
-    void selectedInterfacesAreRemoved()
+    void interfacesAreRemovedAndAdded()
     {
         SWindow run;
         for (int i = 0; i < 13; ++i) {
-            (void)run.list().add("i%1"_s.arg(i), {{StoreKey::ADDRESS, "127.0.0.1"_s}}, true);
+            (void)run.list().add("i%1"_s.arg(i), {{StoreKey::ADDRESS, "127.0.0.1"_s}}, i != 11);
         }
-        auto& selection = *run.window->findChild<QTableView*>("InterfaceColumns"_s)->selectionModel();
+        auto& selection = *run.table->selectionModel();
         for (const auto& [last, isCut] : {std::pair(10, false), {11, true}}) { // at most ten are named
             selection.clear();
             selection.select({run.list().index(1, 0), run.list().index(last, 0)},
                              QItemSelectionModel::Select | QItemSelectionModel::Rows);
+            QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
             run.press({isCut ? Qt::Key_Y : Qt::Key_Escape});
-            run.find<QAction>("Re&move")->trigger();
+            run.trigger("Re&move"_s);
             QVERIFY(run.question.contains("i10"_s));
             QCOMPARE(run.question.endsWith("\n..."_s), isCut);
             QVERIFY(!run.question.contains("i11"_s));
         }
         QCOMPARE(CInterfaceStore().names(), (QStringList{"i0"_s, "i12"_s}));
-        QCOMPARE(run.list().rowCount(), 2);
-    }
-
-    void hostNameIsAddedAsAddress()
-    {
-        SWindow run;
-        run.press({Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
-        run.find<QAction>("&Add ...")->trigger();
-        QCOMPARE(run.list().index(0, CInterfaceList::eAddress).data().toString(), "127.0.0.1:30001:UDP"_s);
-        QCOMPARE(run.list().at(0).name(), HALL);
+        run.press({Qt::Key_Return, Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
+        run.trigger("&Add ..."_s);
+        QVERIFY(run.table->selectionModel()->isRowSelected(2, {}));
+        QCOMPARE(tableText(run.list()).mid(2), QStringList{"hall|closed||127.0.0.1:30001:UDP|unchanged|T93||yes"_s});
     }
 
     void traceFollowsItsEndAndIsCopied()
@@ -637,10 +619,14 @@ private Q_SLOTS:
         run.workbench.feed().show(many);
         QTRY_VERIFY(bar->maximum() > 1900);
         QCOMPARE(bar->value(), 500);
+        bar->setValue(bar->maximum());
+        QVERIFY(run.window->messagePanel().followAction().isChecked());
         table.setColumnHidden(CTraceModel::eAdmin, true);
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
+        run.press({Qt::Key_Escape});
+        run.trigger("&Statistics ..."_s);
         QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\n"_s), 2);
     }
 

@@ -188,7 +188,7 @@ void CMessagePanel::find(bool forward)
     auto& view = *(m_tabs->currentIndex() == 0 ? m_traceView : m_identifierView);
     const CMessageMatcher matcher({}, m_findEdit->text());
     const int count = view.model()->rowCount();
-    const int current = view.currentIndex().isValid() ? view.currentIndex().row() : count - 1;
+    const int current = view.currentIndex().isValid() ? view.currentIndex().row() : forward ? count - 1 : 0;
     for (int i = 1; i <= count; ++i) {
         const int row = (current + (forward ? i : count - i)) % count;
         if (matcher.matches(recordOf(view, row), m_workbench.names())) {
