@@ -276,7 +276,7 @@ private Q_SLOTS:
         CLogComparison logs;
         QVERIFY(!logs.open(writeFile(folder, "(1) a 1#\n(2) a 00000001#\n(3) a 2#\n"), "/dev/null"_s));
         int calls = 0;
-        for (auto isMore = logs.readOn(1); isMore && *isMore; isMore = logs.readOn(1)) {
+        for (auto isMore = logs.readMore(1); isMore && *isMore; isMore = logs.readMore(1)) {
             ++calls;
         }
         QCOMPARE(calls, 3); // two entries and the end of the first log
