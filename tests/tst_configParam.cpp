@@ -352,7 +352,7 @@ private Q_SLOTS:
                      list("T93 configuration dialog|Host Name|Socket Mode|Protocol Type|IP Address|Auto IP update|"
                           "Port Number|Local IP Address|UDP receive any IP Address|CAN Baudrate [kbit/s]|"
                           "Busload poll time [ms]|Busload measure interval [ms]"_s));
-            QCOMPARE(english.count({}), ROWS - 3); // rows without a tool tip
+            QCOMPARE(english.count(QString()), ROWS - 3); // rows without a tool tip
             for (const bool isGerman : {true, false}) {
                 isGerman ? QCoreApplication::installTranslator(&german) : QCoreApplication::removeTranslator(&german);
                 QStringList expected;

@@ -102,7 +102,7 @@ private Q_SLOTS:
             request.payloadLength = static_cast<std::uint8_t>(id < 0 ? payload.size() : 200); // ignored with a message
             std::copy(payload.begin(), payload.end(), request.payload.begin());
             CCanMessage one = message(static_cast<std::uint16_t>(id), (payload + "further").left(8)); // not sent
-            one.setLength(static_cast<unsigned int>(qMin(payload.size(), 8)));
+            one.setLength(static_cast<unsigned int>(qMin<int>(payload.size(), 8)));
             std::uint8_t buffer[RM_BUFFER_SIZE];
             const int size = txRmFramer(request, id < 0 ? nullptr : &one, buffer);
             return size < 0 ? QByteArray("refused") : QByteArray(reinterpret_cast<char*>(buffer), size).toHex();
