@@ -273,8 +273,8 @@ private Q_SLOTS:
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
         SClient client(share, "bcmmode");
-        QVERIFY(client.asks("< rawmode >", "< ok >"));
         const SClock clock;
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
         QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
@@ -427,8 +427,8 @@ print(first, *set(others), len(others) > 5)')"));
     {
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         QVERIFY(share.happened("away"_s));
-        SClient client(share, "bcmmode");
         const SClock clock;
+        SClient client(share, "bcmmode");
         QVERIFY(client.hearsError("040 gateway: lost, trying again"_s));
         QVERIFY2(clock.elapsed() > 250, QByteArray::number(clock.elapsed())); // the client has time to choose a mode
         QVERIFY(client.getsError("< add 0 1000 124 0 >", "001 gateway: lost, trying again"_s));
