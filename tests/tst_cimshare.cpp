@@ -262,6 +262,7 @@ private Q_SLOTS:
         share.gateway.sendStatus(0x03);
         QVERIFY(one.hearsError("004 T93 CAN buffer overflow."_s));
         QVERIFY(one.hearsError("001 T93 CAN transmit timeout."_s));
+        QTRY_VERIFY(raw.heard.contains(frame(RM_CMD_STATUS, hex("01"))));
     }
 
     void answersStandAlone() // clients compare the result of one read with the answer
@@ -273,8 +274,8 @@ private Q_SLOTS:
         connect(&traffic, &QTimer::timeout, [&] { share.put("123#"); });
         traffic.start(0);
         SClient client(share, "bcmmode");
-        QVERIFY(client.asks("< rawmode >", "< ok >"));
         const SClock clock;
+        QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY(client.hears("< ok >\n< frame 123 "));
         QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
@@ -427,14 +428,15 @@ print(first, *set(others), len(others) > 5)')"));
     {
         SShare share("--socketcand 0 --t93 0 --allow-send --status 1"_s, true);
         QVERIFY(share.happened("away"_s));
-        SClient client(share, "bcmmode");
         const SClock clock;
+        SClient client(share, "bcmmode");
         QVERIFY(client.hearsError("040 gateway: lost, trying again"_s));
         QVERIFY2(clock.elapsed() > 250, QByteArray::number(clock.elapsed())); // the client has time to choose a mode
         QVERIFY(client.getsError("< add 0 1000 124 0 >", "001 gateway: lost, trying again"_s));
         SRawHost early(share); // turned away: the identity of the gateway is not known yet
         QTRY_COMPARE(early.state(), QAbstractSocket::UnconnectedState);
         QVERIFY(share.happened("status"_s, 4)); // another attempt to connect was made by then
+        QVERIFY2(clock.elapsed() > 2500, QByteArray::number(clock.elapsed()));
         QJsonObject status = share.named("status"_s).last();
         status.remove("time"_s);
         QCOMPARE(
@@ -627,7 +629,6 @@ print(first, *set(others), len(others) > 5)')"));
     void hostileBytes_data()
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection is closed
-        row("no brackets", QByteArray(100000, '\xff') + "< echo >", "");
         row("a web page", "POST / HTTP/1.1\r\n\r\n< open bus1 >< rawmode >< send 001 2 DE AD >", "");
         row("not open yet", "< send 1 0 >", "< error no bus is open >");
         row("unknown bus", "< open no\x1b[31mbody >", "");
@@ -664,7 +665,6 @@ print(first, *set(others), len(others) > 5)')"));
         row("--t93 0", "nothing to share");
         row("sim", "nothing to serve");
         row("sim sim --t93 0", "'sim' and 'sim' would have the same name for clients");
-        row("sim --socketcand 127.0.0.1:x", "'127.0.0.1:x' is not an [ADDRESS:]PORT");
         row("sim --t93 0 --allow 10.0.0.0/33", "'10.0.0.0/33' is not a network");
         row("sim 127.0.0.1 --t93 65535", "too few ports from 65535 on");
         row("sim --t93 0 --beacon", "--beacon requires --socketcand");

@@ -65,6 +65,7 @@ private Q_SLOTS:
         const QString escaped = "sim:"_s + folder.path().replace(QLatin1Char('/'), QLatin1Char('_')) + R"(_a\"_b)"_s;
         const double load = value(R"(interface_load_ratio{interface="%1"})"_s.arg(escaped)).toDouble();
         QVERIFY2(load > 0 && load < 1, qPrintable(text));
+        QCOMPARE(value(R"(clients{interface="%1",protocol="socketcand"})"_s.arg(escaped)), "0"_s);
         QVERIFY(share.port("t93 sim"_s) > 1023);
         QCOMPARE(value("broker_connected"_s), "0"_s);
         QCOMPARE(value("log_lines_left_out_total"_s), "0"_s);
