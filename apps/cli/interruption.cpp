@@ -18,7 +18,7 @@ void handleSignals(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    action.sa_flags = SA_RESTART;
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction present = {};
         sigaction(number, nullptr, &present);
@@ -60,6 +60,7 @@ CInterruption::~CInterruption()
 void CInterruption::onSignal(int /*number*/)
 {
     const int savedErrno = errno;
+    handleSignals(SIG_DFL); // the second signal, whichever it is, ends the program
     if (s_seconds > 0) {
         alarm(s_seconds);
     }
