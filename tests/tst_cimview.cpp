@@ -25,14 +25,7 @@ const QString STAGE = "stage"_s;
 
 /// The window of the program, and a gateway.
 struct SWindow : SGateway {
-    SWindow() : workbench(plugins), window(std::make_unique<CMainWindow>(workbench))
-    {
-        window->show();
-        id = find<QLineEdit>("123"_s, "placeholderText");
-        data = find<QLineEdit>("11 22 AA BB"_s, "placeholderText");
-        problem = window->findChild<QLabel*>("Problem"_s);
-        table = window->findChild<QTableView*>("InterfaceColumns"_s);
-    }
+    SWindow() { window->show(); }
 
     CInterfaceList& list() { return workbench.interfaces(); }
     CTraceModel& trace() { return workbench.feed().trace(); }
@@ -63,24 +56,29 @@ struct SWindow : SGateway {
         lines.sort();
         return lines;
     }
-    /// Fills the first fields named `fields` of the next dialog, and presses one key after the other.
-    void press(std::vector<Qt::Key> keys, const QStringList& texts = {}, const QString& fields = {})
+    /// Fills the first fields of the next dialog, and presses one key after the other.
+    void press(std::vector<Qt::Key> keys, const QStringList& texts = {})
     {
         QTimer::singleShot(0, window.get(), [=]() mutable {
             if (QWidget* const dialog = QApplication::activeModalWidget(); dialog != nullptr && dialog->isVisible()) {
                 question = dialog->property("text").toString();
                 for (int i = 0; i < texts.size(); ++i) {
-                    dialog->findChildren<QLineEdit*>(fields).at(i)->setText(texts.at(i));
+                    dialog->findChildren<QLineEdit*>().at(i)->setText(texts.at(i));
                 }
                 const Qt::Key key = keys.front();
                 keys.erase(keys.begin());
                 QTimer::singleShot(5000, dialog, &QWidget::close); // closes a dialog that refuses a text
                 QTest::keyClick(dialog->focusWidget() != nullptr ? dialog->focusWidget() : dialog, key);
             }
-            keys.empty() ? void() : press(keys, texts, fields);
+            keys.empty() ? void() : press(keys, texts);
         });
     }
-    void trigger(const QString& action) { find<QAction>(action)->trigger(); }
+    /// Triggers an action. Answers its dialog, if keys are given.
+    void trigger(const QString& action, const std::vector<Qt::Key>& keys = {}, const QStringList& texts = {})
+    {
+        keys.empty() ? void() : press(keys, texts);
+        find<QAction>(action)->trigger();
+    }
     /// Types a message and sends it. Returns the problem that is shown.
     QString send(const QString& typedId, const QString& typedData = {})
     {
@@ -101,13 +99,13 @@ struct SWindow : SGateway {
     }
 
     std::vector<SPlugin> plugins = searchPlugins({QStringLiteral(CIM_PLUGIN_FILE), {}}).plugins;
-    CWorkbench workbench;
-    std::unique_ptr<CMainWindow> window;
-    QLineEdit* id = nullptr;
-    QLineEdit* data = nullptr;
-    QLabel* problem = nullptr;
-    QTableView* table = nullptr; ///< The interfaces.
-    QString question;            ///< The text of the last dialog in which a key was pressed.
+    CWorkbench workbench{plugins};
+    std::unique_ptr<CMainWindow> window = std::make_unique<CMainWindow>(workbench);
+    QLineEdit* id = find<QLineEdit>("123"_s, "placeholderText");
+    QLineEdit* data = find<QLineEdit>("11 22 AA BB"_s, "placeholderText");
+    QLabel* problem = window->findChild<QLabel*>("Problem"_s);
+    QTableView* table = window->findChild<QTableView*>("InterfaceColumns"_s); ///< The interfaces.
+    QString question; ///< The text of the last dialog in which a key was pressed.
 };
 
 /// Returns whether a field has the colour of invalid text.
@@ -135,20 +133,19 @@ private Q_SLOTS:
 
     void commandLine_data()
     {
-        const auto row = columns<int, QString>("exitCode", "error"); // a regular expression
-        row("--bogus", 2, "^error: .*--bogus.*\n$"_s);
-        row("--sim /nowhere/a.log", 2, "^error: .*/nowhere/a.log.*\n$"_s);
-        row("nowhere 127.0.0.1:1", 2, "^error: .*nowhere.*\n$"_s);
-        row("--plugin /nowhere/p.so", 1, "^error: .*/nowhere/p.so.*\n$"_s);
-        row("--help", 0, "^$"_s);
+        const auto row = columns<QString>("end"); // a regular expression for the exit code and the errors
+        row("--bogus", "^2 error: .*--bogus.*\n$"_s);
+        row("--sim /nowhere/a.log", "^2 error: .*/nowhere/a.log.*\n$"_s);
+        row("nowhere 127.0.0.1:1", "^2 error: .*nowhere.*\n$"_s);
+        row("--plugin /nowhere/p.so", "^1 error: .*/nowhere/p.so.*\n$"_s);
+        row("--help", "^0 $"_s);
     }
     void commandLine()
     {
         const SOutcome outcome = run(QStringLiteral("timeout 20 " CIM_CIMVIEW " ") + QLatin1String(rowName()));
-        QTEST(outcome.exitCode, "exitCode");
         QCOMPARE(outcome.out.isEmpty(), outcome.exitCode != 0);
-        const QRegularExpression error(cell<QString>("error"));
-        QVERIFY2(error.match(QString::fromLocal8Bit(outcome.err)).hasMatch(), outcome.err.constData());
+        const QString end = "%1 %2"_s.arg(outcome.exitCode).arg(QString::fromLocal8Bit(outcome.err));
+        QVERIFY2(end.contains(QRegularExpression(cell<QString>("end"))), qPrintable(end));
     }
 
     void programOpensItsTargets()
@@ -202,14 +199,12 @@ private Q_SLOTS:
         QTRY_VERIFY(run.workbench.statistics().contains(QRegularExpression("hall\n.*\n.*\n.*mean 0 %"_s)));
         run.gateway.setFaults(faulty(&SSimFaults::refuse)); // so that it cannot reconnect
         run.gateway.dropLinks();
-        QTRY_COMPARE(events.unread(), 6);
-        QVERIFY(run.lastEvent().startsWith("hall|error 0||TCP connection lost."_s));
+        QTRY_VERIFY(run.lastEvent().startsWith("hall|error 0||TCP connection lost."_s));
         QTRY_COMPARE(run.row(HALL), "hall|lost, trying again||500 kbit/s|T93|1.05|no (3)"_s);
         QTRY_COMPARE(run.window->findChild<CBusloadPlot*>()->accessibleDescription(), "hall: not known"_s);
         run.list().send(HALL, message(0x100)); // refused with a code; both count in one row
         run.list().send(HALL, message(0x100));
-        QTRY_COMPARE(events.unread(), 8);
-        QCOMPARE(run.lastEvent(), "hall|code 109|2|Attempt to send when having no TCP connection."_s);
+        QTRY_COMPARE(run.lastEvent(), "hall|code 109|2|Attempt to send when having no TCP connection."_s);
         QCOMPARE(run.trace().rowCount(), 2);
         QVERIFY(QTest::qWaitForWindowActive(run.window.get()));
         auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
@@ -230,8 +225,8 @@ private Q_SLOTS:
         QTRY_VERIFY(run.row(HALL).contains("bus off"_s));
         run.bus.send(message(0x123));
         QTRY_VERIFY(run.row(HALL).startsWith("hall|connected|"_s));
-        const CIdentifierModel& identifiers = run.workbench.feed().identifiers();
-        QCOMPARE(identifiers.index(1, CIdentifierModel::eGreatest).data().toString(), QString()); // an outage
+        // An outage is no period.
+        QVERIFY(run.workbench.feed().identifiers().index(1, CIdentifierModel::eGreatest).data().toString().isEmpty());
     }
 
     void scanFindsGateways()
@@ -270,7 +265,6 @@ private Q_SLOTS:
     {
         SWindow run;
         CSendList& list = run.workbench.sendList();
-        const QList<CCanMessage>& sent = run.atGateway;
         QVERIFY(run.openAndWait(HALL, run.gateway));
         // Texts are ID|DATA|FIELD; the field is marked while the user types.
         for (const QString& typed :
@@ -285,7 +279,7 @@ private Q_SLOTS:
         run.data->setText("0a ff12"_s);
         QVERIFY(!run.problem->isVisibleTo(run.window.get()));
         QTest::keyClick(run.id, Qt::Key_Return);
-        QTRY_COMPARE(sent, QList<CCanMessage>{message(0x97, hex("0AFF12"))}); // and nothing before
+        QTRY_COMPARE(run.atGateway, QList<CCanMessage>{message(0x97, hex("0AFF12"))}); // and nothing before
         QTest::mouseClick(run.find<QPushButton>("Add to &list"_s), Qt::LeftButton);
         const auto sendCyclically = [&list] {
             list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
@@ -293,7 +287,7 @@ private Q_SLOTS:
         };
         list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
         QCOMPARE(sendCyclically(), HALL);
-        QTRY_VERIFY(sent.size() > 10);
+        QTRY_VERIFY(run.atGateway.size() > 10);
         run.at(HALL).setCyclic(9, message(0x9), 1000);
         run.at(HALL).setCyclic(9, message(0x9), 0);
         run.at(HALL).open(); // is open already
@@ -304,7 +298,6 @@ private Q_SLOTS:
         SGateway other;
         QVERIFY(run.openAndWait("other"_s, other.gateway));
         run.at(HALL).close();
-        QCOMPARE(list.item(0).sentOn, QString());
         QCOMPARE(sendCyclically(), QString());
         QVERIFY(run.send("97"_s).contains(HALL));
         run.table->selectRow(1);
@@ -316,13 +309,11 @@ private Q_SLOTS:
         QCOMPARE(run.send("555"_s), QString());
         QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
         const QString path = m_folder.filePath("list.ini"_s);
-        run.press({Qt::Key_Return}, {path.chopped(4)}, "fileNameEdit"_s); // the extension is added
-        run.trigger("Save list ..."_s);
+        run.trigger("Save list ..."_s, {Qt::Key_Return}, {path.chopped(4)}); // the extension is added
         run.trigger("Send on the interface above"_s);
         QCOMPARE(sendCyclically(), "other"_s);
         for (const QString& file : {path, writeFile(m_folder, {})}) {
-            run.press({Qt::Key_Return}, {file}, "fileNameEdit"_s);
-            run.trigger("Load list ..."_s);
+            run.trigger("Load list ..."_s, {Qt::Key_Return}, {file});
         }
         QVERIFY(run.problem->text().contains("contains no messages"_s));
         QCOMPARE(tableText(list)[1], "||097|0A FF 12|5|0|hall"_s);
@@ -362,8 +353,7 @@ private Q_SLOTS:
         SWindow run;
         run.add(HALL, run.gateway.port(), {{StoreKey::BAUDRATE, GATEWAYS_BIT_RATE}});
         run.table->selectRow(0);
-        run.press(cell<std::vector<Qt::Key>>("keys"));
-        run.trigger("Con&figure ..."_s);
+        run.trigger("Con&figure ..."_s, cell<std::vector<Qt::Key>>("keys"));
         const QString rate = cell<QString>("rate");
         QCOMPARE(run.row(HALL), "hall|closed||%1|T93||no"_s.arg(rate));
         Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
@@ -378,8 +368,7 @@ private Q_SLOTS:
         Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
         QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled());
         run.trigger("50 kbit/s"_s);
-        run.press({Qt::Key_Return}); // no question: the rate was chosen
-        run.trigger("Con&figure ..."_s);
+        run.trigger("Con&figure ..."_s, {Qt::Key_Return}); // no question: the rate was chosen
         QCOMPARE(run.row(HALL), "hall|closed||50 kbit/s|T93|1.05|no"_s);
     }
 
@@ -410,13 +399,11 @@ private Q_SLOTS:
         run.bus.send(message(0x100, hex("AA")));
         QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
         QCOMPARE(run.window->windowTitle(), "a.log - CAN interfaces"_s);
-        QAction& pause = run.window->messagePanel().pauseAction();
-        run.press({Qt::Key_Escape}); // the log remains shown
-        pause.trigger();
+        const QAction& pause = run.window->messagePanel().pauseAction();
+        run.trigger("&Pause"_s, {Qt::Key_Escape}); // the log remains shown
         QVERIFY(pause.isChecked());
         QCOMPARE(run.trace().rowCount(), 2);
-        run.press({Qt::Key_Return});
-        pause.trigger();
+        run.trigger("&Pause"_s, {Qt::Key_Return});
         QVERIFY(!pause.isChecked());
         QCOMPARE(run.lines(), QStringList{"hall|RX|100|AA|.|type 2"_s}); // only new messages, not those of the log
         QCOMPARE(run.window->windowTitle(), "CAN interfaces"_s);
@@ -426,39 +413,31 @@ private Q_SLOTS:
     {
         SWindow run;
         run.workbench.feed().addLive({record(0x123, hex("11"), 1000000), record(0x7FF, {}, 1000001)});
-        QAction* const replay = run.find<QAction>("Re&play what is shown ..."_s);
-        replay->trigger();
+        const QAction* const replay = run.find<QAction>("Re&play what is shown ..."_s);
+        run.trigger(replay->text());
         QCOMPARE(run.workbench.events().unread(), 1); // no interface is open to send them
         QVERIFY(!replay->isChecked());
         QVERIFY(run.openAndWait(HALL, run.gateway));
-        run.press({Qt::Key_Return});
-        replay->trigger();
+        run.trigger(replay->text(), {Qt::Key_Return});
         QTRY_COMPARE(run.atGateway, (QList<CCanMessage>{message(0x123, hex("11")), message(0x7FF)}));
         QTRY_VERIFY(!replay->isChecked());
         QVERIFY(!run.find<QProgressBar>("Replay"_s, "accessibleName")->isVisible());
         QTRY_COMPARE(run.trace().rowCount(), 4); // includes those that were sent
-        const auto save = [&](const QString& name) {
-            run.press({Qt::Key_Return}, {m_folder.filePath(name)}, "fileNameEdit"_s);
-            run.trigger("&Save log ..."_s);
-        };
-        save("saved"_s); // the extension is added
+        run.trigger("&Save log ..."_s, {Qt::Key_Return}, {m_folder.filePath("saved"_s)}); // the extension is added
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
         QVERIFY(contentOf(m_folder.filePath("saved.log"_s)).startsWith("(1.000000) hall 123#11\n"));
-        QAction* const recording = run.find<QAction>("&Record to files ..."_s);
-        run.press({Qt::Key_Return}, {m_folder.path()}, "fileNameEdit"_s);
-        recording->trigger();
+        run.trigger("&Record to files ..."_s, {Qt::Key_Return}, {m_folder.path()});
         run.trigger("&Pause"_s);
         run.bus.send(message(0x124));
         QTRY_COMPARE(run.workbench.feed().waitingCount(), std::size_t(1));
-        save("part"_s);
+        run.trigger("&Save log ..."_s, {Qt::Key_Return}, {m_folder.filePath("part"_s)});
         QTRY_COMPARE(run.lastEvent(), "|||4 of 5 messages saved: only those that are shown."_s);
         QVERIFY(run.workbench.feed().isUnsaved());
         QCOMPARE(run.workbench.recorder().count(), quint64(1)); // also during a pause
         QTRY_VERIFY(run.window->statusBar()->findChild<QLabel*>()->text().startsWith(
             "0 messages/s, 3 in total, recording to cimview-"_s));
-        run.workbench.recorder().stop();
-        QVERIFY(!recording->isChecked());
         Q_EMIT run.workbench.recorder().ended("disk full"_s);
+        QVERIFY(!run.find<QAction>("&Record to files ..."_s)->isChecked());
         QCOMPARE(run.lastEvent(), "|warning||disk full"_s);
     }
 
@@ -470,8 +449,7 @@ private Q_SLOTS:
         const QString second = m_folder.filePath("2.log"_s);
         QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 123#11\n(2.0) a 123#11\n"), first));
         QVERIFY(QFile::rename(writeFile(m_folder, "(1.0) a 124#11\n(2.0) a 00000123#\n"), second));
-        run.press({Qt::Key_Return}, {"\"%1\" \"%2\""_s.arg(second, first)}, "fileNameEdit"_s);
-        run.trigger("&Compare two logs ..."_s);
+        run.trigger("&Compare two logs ..."_s, {Qt::Key_Return}, {"\"%1\" \"%2\""_s.arg(second, first)});
         auto* const dialog = run.window->findChild<CComparisonDialog*>();
         const QAbstractItemModel& rows = *dialog->findChild<QTableView*>()->model();
         QTRY_COMPARE(tableText(rows), (QStringList{"123|missing|2.0||11| (3)"_s, "124|new||||11 (3)"_s}));
@@ -486,8 +464,8 @@ private Q_SLOTS:
         {
             SWindow run;
             run.find<QLineEdit>("any text or data"_s, "placeholderText")->setText("bb"_s);
-            run.press({Qt::Key_Return}, {writeFile(m_folder, "002 Amplifier\n")}, "fileNameEdit"_s);
-            run.trigger("Load &names of identifiers ..."_s);
+            const QString names = writeFile(m_folder, "002 Amplifier\n");
+            run.trigger("Load &names of identifiers ..."_s, {Qt::Key_Return}, {names});
             run.workbench.sendList().add({message(0x123), 10, {}, {}});
             run.window->resize(1000, 700);
             run.table->hideColumn(CInterfaceList::eType);
@@ -539,10 +517,9 @@ private Q_SLOTS:
         text->setText("DD"_s);
         run.trigger("Find ne&xt"_s);
         QVERIFY(isMarked(text));
-        const QAbstractItemModel& identifiers = *run.find<QTableView>("Identifiers"_s, "objectName")->model();
         table.actions().at(2)->trigger(); // "Hide this identifier"
         QTRY_COMPARE(run.trace().rowCount(), 3);
-        QCOMPARE(identifiers.rowCount(), 1);
+        QCOMPARE(run.find<QTableView>("Identifiers"_s, "objectName")->model()->rowCount(), 1);
         QVERIFY(run.find<QLabel>("3, 2 hidden by the filter"_s)->isVisible());
         auto* const filter = run.find<QLineEdit>("101~7FF"_s);
         filter->setText("10"_s);
@@ -584,19 +561,16 @@ private Q_SLOTS:
         }
         auto& selection = *run.table->selectionModel();
         for (const auto& [last, isCut] : {std::pair(10, false), {11, true}}) { // at most ten are named
-            selection.clear();
             selection.select({run.list().index(1, 0), run.list().index(last, 0)},
-                             QItemSelectionModel::Select | QItemSelectionModel::Rows);
+                             QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
             QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
-            run.press({isCut ? Qt::Key_Y : Qt::Key_Escape});
-            run.trigger("Re&move"_s);
+            run.trigger("Re&move"_s, {isCut ? Qt::Key_Y : Qt::Key_Escape});
             QVERIFY(run.question.contains("i10"_s));
             QCOMPARE(run.question.endsWith("\n..."_s), isCut);
             QVERIFY(!run.question.contains("i11"_s));
         }
         QCOMPARE(CInterfaceStore().names(), (QStringList{"i0"_s, "i12"_s}));
-        run.press({Qt::Key_Return, Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
-        run.trigger("&Add ..."_s);
+        run.trigger("&Add ..."_s, {Qt::Key_Return, Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
         QVERIFY(run.table->selectionModel()->isRowSelected(2, {}));
         QCOMPARE(tableText(run.list()).mid(2), QStringList{"hall|closed||127.0.0.1:30001:UDP|unchanged|T93||yes"_s});
     }
@@ -625,8 +599,7 @@ private Q_SLOTS:
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);
         QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);
-        run.press({Qt::Key_Escape});
-        run.trigger("&Statistics ..."_s);
+        run.trigger("&Statistics ..."_s, {Qt::Key_Escape});
         QCOMPARE(QApplication::clipboard()->text().count("\tRX\t000\t\t\n"_s), 2);
     }
 
