@@ -179,9 +179,10 @@ private:
     // Actions of the gateway.
     void receive()
     {
-        const int flood = pick(4) == 0 ? 12000 : 100;                        // the larger one fills the queue
-        for (int left = pick(6) == 0 ? flood : pick(4); left >= 0; --left) { // the host often reads several at once
-            m_bus.send(anyMessage());
+        static constexpr int FLOODS[] = {12000, 100, 100, 100}; // the first one fills the queue
+        const int flood = pick(6) == 0 ? FLOODS[pick(4)] : 0;
+        for (int left = flood + pick(4); left >= 0; --left) { // the host often reads several at once
+            m_bus.send(left < flood ? numbered() : anyMessage());
         }
     }
     void drop() { m_gateway.dropLinks(); }
