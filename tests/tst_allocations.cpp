@@ -21,23 +21,21 @@ private Q_SLOTS:
     void noneForAMessage_data() { rows({"TCP", "UDP", "UDP, bound to any address"}); }
     void noneForAMessage()
     {
-        const QHostAddress local(QHostAddress::LocalHost);
         SRawGateway tcp;
         QUdpSocket udp;
-        udp.bind(local);
+        udp.bind(QHostAddress(QHostAddress::LocalHost));
         const bool isTcp = rowProtocol() == CCommonInfo::eProtocolTcp;
         const auto can = makeInterface(isTcp ? tcp.port() : udp.localPort(), rowProtocol());
         can->setProperty("UdpBindAnyIp", rowName().endsWith("any address"));
         can->setProperty("BusloadPollTime", 60000);
         QCOMPARE(can->openCommunication(), RC_OK);
         QVERIFY(isTcp ? !tcp.waitFor(1).isEmpty() : udp.waitForReadyRead());
-        quint16 hostPort = 0; // the sender of the first request
-        udp.readDatagram(nullptr, 0, nullptr, &hostPort);
         const QByteArray bytes = frame(0x00, hex("0123 0102030405060708"));
+        const QNetworkDatagram reply = udp.receiveDatagram().makeReply(bytes); // to the first request
         constexpr int MESSAGES = 100;
         for (const int limit : {10000, MESSAGES / 20}) { // buffers still grow in the first round
             for (int i = 0; i < MESSAGES; ++i) {
-                isTcp ? tcp.link->write(bytes) && tcp.link->flush() : udp.writeDatagram(bytes, local, hostPort) > 0;
+                isTcp ? tcp.link->write(bytes) && tcp.link->flush() : udp.writeDatagram(reply) > 0;
             }
             CCanMessage next;
             int received = 0;
