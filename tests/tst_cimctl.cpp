@@ -185,9 +185,9 @@ private Q_SLOTS:
             row("gateway 0 --mute; echo '(1.0) a 1#' > a; timeout 4 cimctl " + QByteArray(command), 1, "",
                 "error: nothing was sent, IP=127.0.0.1:\\d+:(TCP|UDP) does not answer: .*\nreceived 0, sent 0, ");
         }
-        row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 2 --baudrate 500", 0, "200 ",
+        row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address -n 80 --baudrate 500", 0, "200 ",
             "^interface error 0: TCP connection lost. \\((\\d\\d:\\d\\d:\\d\\d)\\)\n"
-            "gateway: back after 0.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
+            "gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
         row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 1 --quiet", 0, "200 ",
             "^(interface error 0: .*\n)+$");
         row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 500 --interval 10 2>&1 | sed -E "
@@ -213,7 +213,7 @@ private Q_SLOTS:
                  {"dump sim sim -n 1 --log-level 20 -v", "log received summary"},
                  {"add hall 127.0.0.1:UDP --udp-any; cimctl --json list", "interface"},
                  {"dump 127.0.0.1:1", "failure"},
-                 {"dump $address --seconds 2 -v", "bitRateKept connected interfaceError received summary"},
+                 {"dump $address -n 80 -v", "bitRateKept connected interfaceError received summary"},
                  {"dump 127.0.0.1:1:UDP --seconds 2", "bitRateKept noAnswer summary"},
                  {"compare <(echo '(1.0) a 1#') /dev/null", "compared difference"}}) {
             row("gateway 0 --drop-after 300 --generate 100; { cimctl --json " + typed + "; } 2>&1 | schema", 0,

@@ -409,7 +409,7 @@ private Q_SLOTS:
         const QString key = own + "client.key "_s, right = "--mqtt-credentials right"_s;
         row("everything right", ca + key + right, "connected"_s);
         row("wrong password", ca + key + "--mqtt-credentials wrong"_s, "not authorised"_s);
-        row("no certificate", ca + right, "certificate required|lost"_s);
+        row("no certificate", ca + right, "certificate required|lost|Protocol error"_s);
         row("broker of another authority", "--mqtt-ca other.pem "_s + key + right, "certificate verify failed"_s);
         row("no TLS", "--mqtt-plaintext "_s + right, "lost"_s);
         // Unusable files are reported at the start, not at each connection.

@@ -184,8 +184,7 @@ private Q_SLOTS:
             use.bus.send(message(id));
         }
         use.gateway.sendStatus(0x01);
-        use.gateway.sendStatus(0x01);
-        QTRY_COMPARE(use.fetch(), list("100 sent|1|2|3|error 5 x1|error 5 x1"_s));
+        QTRY_COMPARE(use.fetch(), list("100 sent|1|2|3|error 5 x1"_s));
         use.gateway.dropLinks();
         QTRY_COMPARE(use.connection(), EConnection::eLost);
         QCOMPARE(connectionTextWithReason(use.interface->status()), "lost, trying again (TCP connection lost.)"_s);
@@ -252,11 +251,13 @@ private Q_SLOTS:
             QVERIFY(use.interface->send(message(4)));
         }
         CInterfaceInUse::close(std::move(use.interface), 5000);
-        QCOMPARE(use.fetch(), QVector<QString>(2000, "4 sent"_s).toList());
+        QCOMPARE(use.fetch().count("4 sent"_s), 2000);
+        use.seen.removeDuplicates();
+        QCOMPARE(use.seen.join(QLatin1Char('|')), "4 sent"_s);
         use.open(use.gateway.port());
-        QThread::msleep(
-            300); // the gateway notices the end of the last connection late, and refuses another one until then
-        QTRY_COMPARE(use.connection(), EConnection::eConnected);
+        // The gateway notices the end of the last connection late, and refuses another one until then.
+        QThread::msleep(300);
+        QTRY_COMPARE_WITH_TIMEOUT(use.connection(), EConnection::eConnected, 20000);
     }
 
     void nothingWaitsForAGatewayThatDoesNotAnswer()
