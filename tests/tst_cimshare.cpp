@@ -23,14 +23,6 @@ qint64 msUntilDisconnected(SShare& share)
     return share.happened("disconnected"_s, 1, 60000) ? clock.elapsed() : -1;
 }
 
-/// Lets a client stop reading, and sends frames until it loses some. Returns false if it loses none.
-bool fill(SShare& share, SClient& client, int frames = 200'000)
-{
-    client.stopReading();
-    share.gateway.flood(frames);
-    return share.happened("slowClient"_s);
-}
-
 qint64 bytesReadAtOnce()
 {
     auto socket = std::make_unique<QTcpSocket>();
@@ -44,13 +36,14 @@ qint64 bytesReadAtOnce()
 /// Checks that no frame is missing among them, and that a T93 client that did not read receives a report, too.
 qint64 bytesThatWait()
 {
-    constexpr int FRAMES = 400'000; // several times as much as kernel and program buffer for a client
     SShare share("sim --socketcand 0 --t93 0 --status 1"_s);
     SClient slow(share);
     SRawHost slowHost(share);
     slowHost.stopReading();
     slowHost.write(frame(RM_CMD_RESET));
-    require(share.happened("connected"_s, 2) && fill(share, slow, FRAMES), "a slow client loses frames"_s);
+    require(share.happened("connected"_s, 2), "both clients are connected"_s);
+    slow.stopReading();
+    share.gateway.flood(400'000); // several times as much as kernel and program buffer for a client
     const auto isLogged = [&] {
         QStringList protocols;
         for (const QJsonObject& one : share.named("lost"_s)) {
@@ -69,7 +62,7 @@ qint64 bytesThatWait()
     };
     require(QTest::qWaitFor(putUntilReported), "each loss is reported"_s);
     require(slow.hearsError("004 frames were lost"_s), "its class is that of a loss"_s);
-    require(slow.heard.contains("< echo >"), "a slow client is answered"_s);
+    require(slow.hears("< echo >"), "a slow client is answered"_s);
     slow.heard.truncate(slow.heard.indexOf("\n< error "));
     int i = 0;
     for (const QString& frame : slow.frames()) {
@@ -82,14 +75,13 @@ qint64 bytesThatWait()
 /// bytes written, or -1 if other clients were not served meanwhile or an answer is missing in the end.
 qint64 bytesOfUnreadEchoes()
 {
-    constexpr qint64 ENDLESS = 32 * 1024 * 1024;
     SShare share("--socketcand 0"_s);
     SClient good(share), deaf(share, "controlmode");
     deaf.stopReading();
     qint64 written = 0;
     do {
         written += deaf.write(QByteArray("< echo >").repeated(8192));
-    } while (QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0; }, 1000) && written < ENDLESS);
+    } while (QTest::qWaitFor([&] { return deaf.bytesToWrite() == 0; }, 1000) && written < 32 * 1024 * 1024);
     const bool isOthersServed = good.asks("< echo >", "< echo >");
     deaf.heard.clear();
     deaf.readAgain();
@@ -115,9 +107,11 @@ Measure msWithoutReading(const QByteArray& last)
     return [last]() -> qint64 {
         SShare share("--socketcand 0"_s);
         SClient client(share);
-        const bool isFull = fill(share, client);
+        client.stopReading();
+        share.gateway.flood(200'000);
+        require(share.happened("slowClient"_s), "the client loses frames"_s);
         client.write(last);
-        return isFull ? msUntilDisconnected(share) : -1;
+        return msUntilDisconnected(share);
     };
 }
 
@@ -131,8 +125,7 @@ Measure msAfterThePcVanished(const QString& commands)
                                             .arg(share.port("socketcand"_s))
                                             .arg(share.name, commands)});
         require(share.happened("sends"_s), "the commands arrive"_s);
-        const bool isPulled = run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0;
-        return isPulled ? msUntilDisconnected(share) : -1;
+        return run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0 ? msUntilDisconnected(share) : -1;
     };
 }
 } // namespace
@@ -148,9 +141,9 @@ private Q_SLOTS:
     {
         const auto row = columns<QByteArray, QString>("element", "read");
         row("open nothing", "open", "the name of the bus is missing"_s);
-        row("highest identifier", " send 7FF 0 ", "send 7FF#"_s);
-        row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80"_s);
-        row("eight bytes", "send 1 8 1 a ff 4 5 6 7 8", "send 001#010AFF0405060708"_s);
+        row("highest identifier", " send 7FF 0 ", "send 7FF#, 0 ms"_s);
+        row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80, 0 ms"_s);
+        row("eight bytes", "send 1 8 1 a ff 4 5 6 7 8", "send 001#010AFF0405060708, 0 ms"_s);
         row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length must be 0 to 8"_s);
         row("a byte too few", "send 1 2 11", "the data must be as many hexadecimal bytes as the length says"_s);
         row("a byte too many", "send 1 1 11 22", "too many words"_s);
@@ -158,10 +151,10 @@ private Q_SLOTS:
         row("29 bit, small", "send 00000123 0", "a T93 does not support 29-bit identifiers"_s);
         row("no identifier", "send xyz 0", "the identifier is not a hexadecimal number"_s);
         row("remote", "sendrtr 123 0", "a T93 does not support remote frames"_s);
-        row("statistics", "statistics 3600000", "statistics 3600000 ms"_s);
+        row("statistics", "statistics 3600000", "statistics 000#, 3600000 ms"_s);
         row("statistics of days", "statistics 3600001", "the interval is not a valid number of milliseconds"_s);
-        row("subscribe", "subscribe 1 500001 123", "subscribe 1501 ms 123#"_s);
-        row("add", "add 0 1000 123 1 ff", "add 1 ms 123#FF"_s);
+        row("subscribe", "subscribe 1 500001 123", "subscribe 123#, 1501 ms"_s);
+        row("add", "add 0 1000 123 1 ff", "add 123#FF, 1 ms"_s);
         row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
         row("add for ever", "add 9999999999 0 123 1 ff", "the interval is not valid SECONDS MICROSECONDS"_s);
         row("nothing", "", "unknown command"_s);
@@ -169,11 +162,9 @@ private Q_SLOTS:
     void readsCommands()
     {
         auto command = readCommand(cell<QByteArray>("element"));
-        QString read = command ? QString::fromLatin1(command->verb + ' ' + command->busName) : command.problem().text;
-        read += command && command->milliseconds != 0 ? " %1 ms"_s.arg(command->milliseconds) : QString();
-        const bool hasMessage = command && QByteArray("send subscribe add").contains(command->verb);
-        read += hasMessage ? QLatin1Char(' ') + textOf(command->message) : QString();
-        QCOMPARE(read.simplified(), cell<QString>("read"));
+        const QString verb = command ? QString::fromLatin1(command->verb) : command.problem().text;
+        const QString rest = command ? " %1, %2 ms"_s.arg(textOf(command->message)).arg(command->milliseconds) : ""_s;
+        QCOMPARE(verb + rest, cell<QString>("read"));
     }
 
     void namesBuses_data()
@@ -213,9 +204,6 @@ private Q_SLOTS:
         SShare share("--socketcand 0 --t93 0 --allow-send"_s);
         SClient one(share), other(share);
         SHost host(share.port("t93"_s)), second(share.port("t93"_s));
-        const auto& info = host.can->commonInfo();
-        QTRY_COMPARE(info.interfaceId() + QLatin1Char(' ') + info.firmwareVersion(), "02:00:00:54:39:33 1.05"_s);
-
         one.write("< send 123 1 11 >");
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "123#11"_s);
         QCOMPARE(host.can->writeMessage(message(0x124)), int(RC_OK));
@@ -228,18 +216,13 @@ private Q_SLOTS:
         QCOMPARE(second.receive(3) + unread(*second.can), all);
 
         SRawHost raw(share);
-        const auto isLoadMeasured = [&] {
-            share.put("123#");
-            raw.write(frame(RM_CMD_BUSLOAD));
-            const QByteArray load = raw.heard.mid(raw.heard.lastIndexOf(hex("430347")) + 3, 2);
-            return raw.heard.contains(hex("430347")) && load.size() == 2 && load != hex("0000");
-        };
-        QTRY_VERIFY(isLoadMeasured());
-        const auto rate = share.bus.baudrate();
+        static const QRegularExpression MEASURED("430347(?!0000)[0-9a-f]{4}"_s); // the answer with a load above 0
+        QTRY_VERIFY((share.put("123#"), raw.write(frame(RM_CMD_BUSLOAD)),
+                     QString::fromLatin1(raw.heard.toHex()).contains(MEASURED)));
         host.can->setBaudrate(125);
         QCOMPARE(host.can->resetCommunication(1), int(RC_OK));
         QVERIFY(share.happened("ignored"_s, 3)); // the first ones are bit rates at the start
-        QVERIFY(share.bus.baudrate() == rate);
+        QCOMPARE(share.bus.baudrate(), CSimBus().baudrate());
         share.gateway.sendStatus(0x08);
         QVERIFY(one.hearsError("040 T93 CAN bus off error."_s));
         for (int i = 1; i < 1000; ++i) {
@@ -247,18 +230,16 @@ private Q_SLOTS:
         }
         const auto count = [&one] {
             int all = 0;
-            for (const QByteArray& line : one.heard.split('\n')) { // ends with "(N times) >", or has no number
-                const int times = line.mid(line.indexOf('(') + 1).split(' ').first().toInt();
-                all += line.contains("bus off") ? std::max(times, 1) : 0;
+            for (const QString& end : QString::fromLatin1(one.heard).split("bus off error."_s).mid(1)) {
+                // Begins with " (N times) >" or " >".
+                all += std::max(end.section(QLatin1Char(' '), 1, 1).mid(1).toInt(), 1);
             }
             return all;
         };
         QTRY_COMPARE(count(), 1000);
         QVERIFY(one.heard.count("< error ") < 5);
-        QTRY_VERIFY(share.count("interfaceError"_s) > 1);
-        QVERIFY(share.count("interfaceError"_s) < 5);
-        QTRY_VERIFY(raw.heard.contains(frame(RM_CMD_STATUS, hex("08"))));
-        QVERIFY(raw.heard.count(frame(RM_CMD_STATUS, hex("08"))) < 5);
+        QTRY_COMPARE(share.count("interfaceError"_s), one.heard.count("< error "));
+        QTRY_COMPARE(raw.heard.count(frame(RM_CMD_STATUS, hex("08"))), one.heard.count("< error "));
         share.gateway.sendStatus(0x03);
         QVERIFY(one.hearsError("004 T93 CAN buffer overflow."_s));
         QVERIFY(one.hearsError("001 T93 CAN transmit timeout."_s));
@@ -284,13 +265,11 @@ private Q_SLOTS:
         QVERIFY(ofTheOther.asks("< open " + other.toLatin1() + " >< rawmode >", "< ok >< ok >"));
         share.gateway.sendStatus(0x08);
         QVERIFY(client.hearsError("040 T93 CAN bus off error."_s));
-        client.heard.clear();
-        QVERIFY(client.hears("< frame 123 "));
+        QVERIFY(client.asks("", "< frame 123 "));     // the traffic continues
         ofTheOther.write("< send 1 0 >< send 2 0 >"); // its error comes after all frames that waited
         QVERIFY(ofTheOther.hearsError("001 sending 002 is not allowed (--allow-send)"_s));
-        QVERIFY(!ofTheOther.heard.contains("sending 001"));
+        QCOMPARE(ofTheOther.heard.count("< error "), 1);
         QVERIFY(!ofTheOther.heard.contains("< frame 123 "));
-        QVERIFY(!ofTheOther.heard.contains("bus off"));
         QCOMPARE(errorElement("a <b>\nä"_s), QByteArray("\n< error a (b) ? >"));
     }
 
@@ -314,18 +293,15 @@ private Q_SLOTS:
     void sendRules()
     {
         CSendRules rules;
-        if (const auto failure = rules.add(cell<QString>("rules"))) {
-            QVERIFY(failure->isUsage);
-            QCOMPARE(cell<QString>("allowed"), "not a rule"_s);
-            return;
-        }
+        const auto failure = rules.add(cell<QString>("rules"));
         QStringList allowed;
         for (const QString& one : list(MESSAGES)) {
             const QStringList part = list(one);
             const bool isAllowed = !rules.problem(part[0], part[1], part[2].toUShort(nullptr, 16));
             allowed += isAllowed ? QStringList(one) : QStringList();
         }
-        QCOMPARE(allowed.join(QLatin1Char('|')), cell<QString>("allowed"));
+        const bool isWrong = failure && failure->isUsage;
+        QCOMPARE(isWrong ? "not a rule"_s : allowed.join(QLatin1Char('|')), cell<QString>("allowed"));
     }
 
     void sendsByRule()
@@ -384,12 +360,8 @@ private Q_SLOTS:
         share.misbehave(&SSimFaults::mute);
         share.gateway.dropLinks();
         QVERIFY(share.happened("noAnswer"_s, noAnswers + 1)); // a link exists, but the gateway's identity is unknown
-        const auto isRefused = [&client] {
-            client.write("< send 102 0 >");
-            return client.heard.contains("gateway: its MAC address is not known yet >");
-        };
         // The gateway may count the previous connection as a second one for some time.
-        QTRY_VERIFY_WITH_TIMEOUT(isRefused(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT((client.write("< send 102 0 >"), client.heard.contains(" is not known yet >")), 10000);
         identity.macAddress[5] = 0xcd;
         share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
@@ -439,12 +411,10 @@ print(first, *set(others), len(others) > 5)')"));
         QVERIFY2(clock.elapsed() > 2500, QByteArray::number(clock.elapsed()));
         QJsonObject status = share.named("status"_s).last();
         status.remove("time"_s);
-        QCOMPARE(
-            QJsonDocument(status).toJson(QJsonDocument::Compact).replace(share.name.toLatin1(), "X"),
-            QByteArray(R"({"clients":1,"connected":false,"connection":"lost","event":"status","load":null,"lost":0,)"
-                       R"("received":0,"sent":0,"subject":"X","text":"lost, trying again, load unknown, 1 clients, )"
-                       R"(received 0, sent 0, lost 0"})"));
-        QCOMPARE(client.heard.count('<'), 1);
+        QCOMPARE(QString::fromUtf8(QJsonDocument(status).toJson(QJsonDocument::Compact)),
+                 R"({"clients":1,"connected":false,"connection":"lost","event":"status","load":null,"lost":0,)"
+                 R"("received":0,"sent":0,"subject":"%1","text":"lost, trying again, load unknown, 1 clients, )"
+                 R"(received 0, sent 0, lost 0"})"_s.arg(share.name));
         SSimIdentity identity;
         identity.firmwareMajor = 2;
         identity.firmwareMinor = 3;
@@ -456,10 +426,10 @@ print(first, *set(others), len(others) > 5)')"));
         QTRY_VERIFY(share.sent.contains("124#"_s));
 
         const SHost host(share.port("t93"_s));
-        // The part that fits behind "T93 SHARED SW".
-        QTRY_VERIFY(host.can->commonInfo().firmwareVersion().endsWith("x1234567890"_s));
+        const auto& info = host.can->commonInfo(); // of the version, the part that fits behind "T93 SHARED SW"
+        QTRY_COMPARE(info.interfaceId() + info.firmwareVersion(), "02:00:00:54:39:335\n\x1b[31m\u009bx1234567890"_s);
         QTRY_VERIFY(share.text("status"_s).contains(", 2 clients, "_s));
-        QCOMPARE(client.heard.count("< error "), 1); // no error when the gateway answers
+        QCOMPARE(client.heard.count('<'), 1); // no error at further attempts to connect, and when the gateway answers
         client.heard.clear();
         share.misbehave(&SSimFaults::refuse);
         share.gateway.dropLinks();
@@ -486,12 +456,10 @@ print(first, *set(others), len(others) > 5)')"));
         client.write("< subscribe 0 0 100 >< subscribe 60 0 200 >< subscribe 0 0 400 >< unsubscribe 400 >");
         QVERIFY(client.asks("< echo >", "< echo >"));
         share.put("100#01 100#02 200#01 200#02 400# 500# 100#03");
-        QVERIFY(client.hears(" 03 >"));
-        QCOMPARE(client.seen(), "100#01 100#02 200#01 100#03"_s);
+        QTRY_COMPARE(client.seen(), "100#01 100#02 200#01 100#03"_s);
 
         client.write("< subscribe 0 50000 200 >< add 0 5000 123 1 11 >");
-        QTRY_VERIFY(share.sent.size() > 2);
-        QCOMPARE(share.sent.mid(0, 2).join(QLatin1Char(' ')), "123#11 123#11"_s);
+        QTRY_COMPARE(share.sent.mid(0, 3), list("123#11 123#11 123#11"_s));
         client.write("< add 0 5000 123 1 22 >"); // replaces the previous one
         QTRY_COMPARE(share.sent.last(), "123#22"_s);
         client.heard.clear();
@@ -506,12 +474,11 @@ print(first, *set(others), len(others) > 5)')"));
         QTRY_VERIFY(!share.sent.isEmpty());
         QVERIFY(client.asks("< controlmode >", "< ok >"));
         QVERIFY(client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
-        QTRY_COMPARE(share.sent.last(), "7F0#"_s); // the cyclic message ends with its mode
         QVERIFY(client.asks("< controlmode >", "< ok >"));
         share.put("100#");
         QVERIFY(client.asks("< statistics 10 >", "< stat 8 11 "));
         QVERIFY(!client.heard.contains("< frame "));
-        QCOMPARE(share.sent.last(), "7F0#"_s);
+        QTRY_COMPARE(share.sent.last(), "7F0#"_s); // the cyclic message ended with its mode
         QVERIFY(client.asks("< statistics 0 >< echo >", "< echo >"));
         client.heard.clear();
         QVERIFY(watcher.asks("< controlmode >< statistics 20 >", "< stat "));
@@ -650,9 +617,7 @@ print(first, *set(others), len(others) > 5)')"));
         SClient good(share);
         SPeer bad(share.port(isT93 ? "t93"_s : "socketcand"_s));
         bad.write(cell<QByteArray>("bytes"));
-        const bool isEnded = answer.isEmpty();
-        QTRY_VERIFY2(isEnded ? bad.state() == QAbstractSocket::UnconnectedState : bad.heard.contains(answer),
-                     bad.heard);
+        QTRY_VERIFY2(answer.isEmpty() ? bad.state() == SPeer::UnconnectedState : bad.heard.contains(answer), bad.heard);
         QVERIFY2(!isT93 || bad.heard == answer, bad.heard);
         share.put("123#");
         QVERIFY(good.hears("< frame 123 "));
