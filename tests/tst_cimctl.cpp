@@ -219,10 +219,11 @@ private Q_SLOTS:
             row("gateway 0 --drop-after 300 --generate 100; { cimctl --json " + typed + "; } 2>&1 | schema", 0,
                 '^' + events + "\n$", "");
         }
-        // Three consecutive lines of the log have the same time; the time of line 150 goes back.
+        // Three consecutive lines of the log have the same time; the time of line 150 goes back. At a tenth of the
+        // speed, the kernel keeps the datagrams of a second in which this busy PC does not run the host.
         for (const char* target : {"sim:log", "$address:TCP --send 7FF#", "$address:UDP --send 7FF#"}) {
             row("for i in {0..899}; do printf '(%d.%06d) can0 %03X#%.*s\n' $((i == 150 ? 5 : 10)) $((i / 3 * 1000)) $i "
-                "$((i % 9 * 2)) 0123456789ABCDEF; done > log; gateway 0 --replay log; cimctl dump " +
+                "$((i % 9 * 2)) 0123456789ABCDEF; done > log; gateway 0 --replay log --speed 0.1; cimctl dump " +
                     QByteArray(target) +
                     " -qn 899 --force --log b > a; head -n 899 log | cut -d' ' -f3 > frames; "
                     "cut -d' ' -f3 b | diff - frames; sed 's/^  t93  //; s/   \\[.\\]/#/; s/ //g' a | diff - frames; "

@@ -223,6 +223,7 @@ private Q_SLOTS:
         QCOMPARE(host.can->resetCommunication(1), int(RC_OK));
         QVERIFY(share.happened("ignored"_s, 3)); // the first ones are bit rates at the start
         QCOMPARE(share.bus.baudrate(), CSimBus().baudrate());
+        QCOMPARE(share.count("warning"_s), 0);
         share.gateway.sendStatus(0x08);
         QVERIFY(one.hearsError("040 T93 CAN bus off error."_s));
         for (int i = 1; i < 1000; ++i) {

@@ -105,6 +105,9 @@ private Q_SLOTS:
         const SBroker broker;
         SSubscriber all(broker), received(broker, "site/+/rx"_s, "%p"_s);
         SShare share(broker.options("--socketcand 0 --allow-send"_s));
+        SProgram other; // of another topic: one does not end the connection of the other
+        other.start(QStringLiteral(CIM_CIMSHARE), QStringList(share.arguments).replaceInStrings("site"_s, "other"_s));
+        QVERIFY(all.hears("other/state {\"online\":true,"));
         const QByteArray topic = "site/" + share.name.toLatin1();
         QVERIFY(all.hears("site/state {\"online\":true,"));
         const QByteArray state = R"(/state {"bitRate":0,"connected":true,"connection":"connected","firmware":"1.05",)";
@@ -133,6 +136,7 @@ private Q_SLOTS:
         share.end();
         QVERIFY(all.hears(" 7F1#EE R")); // the batch that waited
         QVERIFY(all.hears("site/state {\"online\":false,"));
+        QCOMPARE(share.count("brokerAway"_s), 0);
     }
 
     /// All payloads comply with the installed schema, and the state of the service includes the interfaces.
@@ -360,6 +364,7 @@ private Q_SLOTS:
         SClient client(share);
         share.put("123#11");
         QTRY_COMPARE(client.seen(), "123#11"_s);
+        QVERIFY(share.count("brokerAway"_s) <= 1);
         QVERIFY2(broker.connections < 5, qPrintable(QString::number(broker.connections))); // with pauses
     }
 

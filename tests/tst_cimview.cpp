@@ -163,6 +163,8 @@ private Q_SLOTS:
         QTRY_COMPARE(int(other.bus.baudrate()), 250);
         const QString status = "/proc/%1/status"_s.arg(program.processId());
         QTRY_VERIFY(contentOf(status).contains("4003\n")); // SIGHUP, SIGINT and SIGTERM are handled
+        stored.bus.send(message(1));                       // unsaved, but a signal causes no question
+        QVERIFY(QSignalSpy(&stored.gateway, &CSimGateway::requestReceived).wait()); // after it arrived
         program.terminate();
         QVERIFY(QTest::qWaitFor([&] { return program.waitForFinished(10); }, 20000));
         store.sync();

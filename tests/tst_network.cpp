@@ -201,7 +201,7 @@ private Q_SLOTS:
         QCOMPARE(result(1).size(), FOUND + 3 * 4); // this scan also used the added address
         qDeleteAll(result(0) + result(1));
 
-        const SOutcome scan = run(CIM_CIMCTL " scan --json --save"_s);
+        const SOutcome scan = run(CIM_CIMCTL " scan --json --save --baudrate 250"_s);
         QCOMPARE(scan.exitCode, 1);
         QVERIFY2(scan.err.contains("away-Invalid-SERVER-30000: Conversion enumeration"), scan.err);
         const QByteArray line =
@@ -212,11 +212,15 @@ private Q_SLOTS:
         QCOMPARE(scan.out.count('\n'), FOUND);
         QCOMPARE(scan.err.count("\"event\":\"stored\""), 6);
         QCOMPARE(scan.err.count("\"event\":\"notStored\""), FOUND - 6 - 2); // two cannot be stored
+        const QString stored = folder.filePath("Vexmor/Cim.conf"_s);
+        QCOMPARE(contentOf(stored).count("CanBaudrate=250"), 6);
+        QCOMPARE(run("sed -i s/=250/=125/ "_s + stored).exitCode, 0);
         far.terminate();
         QVERIFY(far.waitForFinished());
         const SOutcome again = run(CIM_CIMCTL " scan --json --save"_s); // finds no interface that cannot be stored
         QCOMPARE(again.exitCode, 0);
         QCOMPARE(again.err.count("\"event\":\"updated\""), 4);
+        QCOMPARE(contentOf(stored).count("CanBaudrate=125"), 6); // a scan changes no settings
     }
 
     void noQueriesByBroadcast()

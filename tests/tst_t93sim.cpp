@@ -209,9 +209,9 @@ private Q_SLOTS:
             host.socket.write(request);
             return host.read(idle.size()) == frame(RM_CMD_BUSLOAD, hex("ffff"));
         };
-        QTRY_VERIFY(isMeasured());
+        QTRY_VERIFY_WITH_TIMEOUT(isMeasured(), 20000);
         QTRY_COMPARE((host.socket.write(request), host.read(idle.size())), idle); // counts each message once
-        QTRY_VERIFY(isMeasured());
+        QTRY_VERIFY_WITH_TIMEOUT(isMeasured(), 20000);
         host.socket.write(frame(RM_CMD_RESET) + request);
         QCOMPARE(host.read(idle.size()).toHex(), idle.toHex());
     }
