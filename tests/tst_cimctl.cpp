@@ -279,7 +279,7 @@ private Q_SLOTS:
         const QString functions =
             "gateway() { exec 3< <(exec " CIM_T93SIM
             " --seconds ${seconds:-60} --port \"$@\" 2> /dev/null); sim=$!; read -r _ _ address _ <&3; }\n"
-            "trap '[ -z \"$sim\" ] || kill $sim 2> /dev/null' EXIT\n"
+            "trap '[ -z \"$sim\" ] || kill -9 $sim 2> /dev/null' EXIT\n"
             "schema() { python3 -c 'import json, jsonschema, sys\n"
             "lines = [json.loads(line) for line in sys.stdin]\n"
             "[jsonschema.validate(line, json.load(open(sys.argv[1]))) for line in lines]\n"
