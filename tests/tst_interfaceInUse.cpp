@@ -252,8 +252,7 @@ private Q_SLOTS:
         }
         CInterfaceInUse::close(std::move(use.interface), 5000);
         QCOMPARE(use.fetch().count("4 sent"_s), 2000);
-        use.seen.removeDuplicates();
-        QCOMPARE(use.seen.join(QLatin1Char('|')), "4 sent"_s);
+        QVERIFY(use.fetch().count("2 sent"_s) <= 1); // the last one may have been delivered late
         use.open(use.gateway.port());
         // The gateway notices the end of the last connection late, and refuses another one until then.
         QThread::msleep(300);
