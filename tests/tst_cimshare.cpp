@@ -259,7 +259,7 @@ private Q_SLOTS:
         const SClock clock;
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
-        QVERIFY(client.hears("< ok >\n< frame 123 "));
+        QVERIFY2(client.hears("< ok >\n< frame 123 "), client.heard.left(300));
         QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
         SClient ofTheOther(share, "bcmmode"); // and then of the other bus
         const QString other = QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_'));
