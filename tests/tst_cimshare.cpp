@@ -463,6 +463,7 @@ print(first, *set(others), len(others) > 5)')"));
         QTRY_COMPARE(share.sent.mid(0, 3), list("123#11 123#11 123#11"_s));
         client.write("< add 0 5000 123 1 22 >"); // replaces the previous one
         QTRY_COMPARE(share.sent.last(), "123#22"_s);
+        QCOMPARE(client.seen(), "100#01 100#02 200#01 100#03"_s); // the new subscription dropped the waiting frame
         client.heard.clear();
         client.write("< delete 123 >< send 7F1 0 >");
         QTRY_COMPARE(share.sent.last(), "7F1#"_s); // the messages before it have been sent, too

@@ -21,7 +21,7 @@ private Q_SLOTS:
         }
         QVERIFY(QFile::rename(writeFile(folder, log), folder.filePath("a\"<b"_s)));
         SShare share(
-            "sim:%2/a\"<b --socketcand 0 --t93 0 --allow-send *:*:0-7F --mqtt 127.0.0.1:%1 --metrics %2/cimshare.prom"_s
+            "sim:%2/a\"<b --socketcand 0 --t93 0 --allow-send *:*:0-7F --pin --mqtt 127.0.0.1:%1 --metrics %2/cimshare.prom"_s
                 .arg(QString::number(notABroker.serverPort()), folder.path()));
         SShare unwritable("--socketcand 0 --metrics %1/cimshare.prom"_s.arg(gone.path()));
         QVERIFY(QDir(gone.path()).removeRecursively());
@@ -41,8 +41,16 @@ private Q_SLOTS:
         }
         notABroker.close();
         const QSignalSpy links(&share.gateway, &CSimGateway::hostConnected);
-        share.misbehave(&SSimFaults::mute); // silent from now on
         QVERIFY(share.happened("interfaceError"_s));
+        share.misbehave(&SSimFaults::blackHole); // reads nothing until a message does not fit any more
+        int asked = 2;
+        const auto isRefused = [&] {
+            client.write(QByteArray("< send 7F 3 11 22 33 >").repeated(5000));
+            asked += 5000;
+            return client.heard.contains(" Transmit socket failed. >");
+        };
+        QTRY_VERIFY(isRefused());
+        share.misbehave(&SSimFaults::mute); // silent from now on
         QVERIFY(share.happened("silent"_s));
         QTRY_VERIFY_WITH_TIMEOUT(contentOf(file).contains("silent_seconds"), 20000);
         QString text = QString::fromUtf8(contentOf(file));
@@ -57,11 +65,14 @@ private Q_SLOTS:
         QVERIFY2(silence > 2 && silence < 30, qPrintable(text));
         QCOMPARE(value(R"(interface_errors_total{interface="X",error="8"})"_s), "3"_s);
         QCOMPARE(value(R"(messages_total{interface="X",direction="received"})"_s), "2"_s);
-        QCOMPARE(value(R"(messages_total{interface="X",direction="sent"})"_s), "1"_s);
+        const int sent = value(R"(messages_total{interface="X",direction="sent"})"_s).toInt();
+        const int refused = value(R"(refused_messages_total{interface="X"})"_s).toInt();
+        QCOMPARE(sent + refused, asked);
+        QTRY_COMPARE(client.heard.count("< error 001 "), refused);
+        QTRY_COMPARE(second.heard.count("< frame 07F "), sent);
         QCOMPARE(value(R"(bytes_total{interface="X",direction="received"})"_s), "2"_s);
-        QCOMPARE(value(R"(bytes_total{interface="X",direction="sent"})"_s), "3"_s);
-        QCOMPARE(value(R"(refused_messages_total{interface="X"})"_s), "1"_s);
-        QCOMPARE(value(R"(lost_messages_total{interface="X",protocol="mqtt"})"_s), "3"_s);
+        QCOMPARE(value(R"(bytes_total{interface="X",direction="sent"})"_s).toInt(), 3 * sent);
+        QCOMPARE(value(R"(lost_messages_total{interface="X",protocol="mqtt"})"_s).toInt(), 2 + sent);
         QCOMPARE(value(R"(lost_messages_total{interface="X",protocol="service"})"_s), "0"_s);
         QCOMPARE(value(R"(clients{interface="X",protocol="socketcand"})"_s), "2"_s);
         QCOMPARE(value(R"(clients{interface="X",protocol="t93"})"_s), "1"_s);
