@@ -245,6 +245,7 @@ private Q_SLOTS:
         QVERIFY(one.hearsError("004 T93 CAN buffer overflow."_s));
         QVERIFY(one.hearsError("001 T93 CAN transmit timeout."_s));
         QTRY_VERIFY(raw.heard.contains(frame(RM_CMD_STATUS, hex("01"))));
+        QCOMPARE(share.count("ignored"_s), 3); // not each request for a measuring interval
     }
 
     void answersStandAlone() // clients compare the result of one read with the answer
@@ -260,7 +261,7 @@ private Q_SLOTS:
         QVERIFY(client.asks("< rawmode >", "< ok >"));
         QCOMPARE(client.heard, QByteArray("< ok >"));
         QVERIFY2(client.hears("< ok >\n< frame 123 "), client.heard.left(300));
-        QVERIFY2(clock.elapsed() > 25, QByteArray::number(clock.elapsed()));
+        QVERIFY2(clock.elapsed() > 40, QByteArray::number(clock.elapsed()));
         SClient ofTheOther(share, "bcmmode"); // and then of the other bus
         const QString other = QString("sim:"_s + log).replace(QLatin1Char('/'), QLatin1Char('_'));
         QVERIFY(ofTheOther.asks("< open " + other.toLatin1() + " >< rawmode >", "< ok >< ok >"));
@@ -386,7 +387,7 @@ manager.bind(b"") # the system chooses a name
 os.environ.update(NOTIFY_SOCKET="@" + manager.getsockname()[1:].decode(), WATCHDOG_USEC="300000")
 reader, full = os.pipe()
 os.write(full, bytes(65536))
-service = subprocess.Popen(")" CIM_CIMSHARE R"( sim --socketcand 0".split(), stdout=full)
+service = subprocess.Popen(")" CIM_CIMSHARE R"( 127.0.0.1:1:UDP --socketcand 0".split(), stdout=full)
 first, begin, others = manager.recv(64), time.monotonic(), []
 while time.monotonic() < begin + 1: others.append(manager.recv(64))
 service.terminate()

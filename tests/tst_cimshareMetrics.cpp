@@ -134,6 +134,10 @@ private Q_SLOTS:
         QCOMPARE(outcome.exitCode, 0);
         QVERIFY(!taken.waitForNewConnection(0));
         QCOMPARE(run(QStringLiteral(CIM_CIMSHARE " --check sim --mqtt x --mqtt-ca /no/ca.pem")).exitCode, 2);
+        const QTemporaryDir folder;
+        const SOutcome unreadable = run("mkdir -p %1/Vexmor/Cim.conf; XDG_CONFIG_HOME=%1 "_s.arg(folder.path()) +
+                                        QStringLiteral(CIM_CIMSHARE " --check --all --t93 0"));
+        QVERIFY2(unreadable.err.contains("/Vexmor/Cim.conf cannot be read"), unreadable.err);
         const SOutcome highest = run(QStringLiteral(CIM_CIMSHARE " --check sim 127.0.0.1 --t93 65534 --mqtt x"));
         QVERIFY(highest.out.endsWith("mqtt: would publish to x, with topics below can/" +
                                      QSysInfo::machineHostName().toUtf8() + '\n'));
