@@ -214,6 +214,7 @@ private Q_SLOTS:
         QCOMPARE(scan.err.count("\"event\":\"notStored\""), FOUND - 6 - 2); // two cannot be stored
         const QString stored = folder.filePath("Vexmor/Cim.conf"_s);
         QCOMPARE(contentOf(stored).count("CanBaudrate=250"), 6);
+        QCOMPARE(contentOf(stored).count("UdpBindAnyIp=0"), 6);
         QCOMPARE(run("sed -i s/=250/=125/ "_s + stored).exitCode, 0);
         far.terminate();
         QVERIFY(far.waitForFinished());
