@@ -145,8 +145,6 @@ private Q_SLOTS:
             "cimctl dump 'all/ 1' sim -n 40 -q --log-dir .; cut -d' ' -f2 cimctl-*-*.log > names; sort -u names; wc -l "
             "< names",
             0, "  all/_1  20(.*\n)*all/_1\nsim\n40\n$", "");
-        row("cimctl add a 10.0.0.1; cimctl show ''; cimctl remove ''; cimctl list --names", 0, "^a\n$",
-            "^(error: no interface is stored under the name '' .*\n){2}$");
         row("cimctl add other 10.0.0.1; sed -i '/^\\[CanInterfaces\\]/a other=1' Vexmor/Cim.conf; cimctl remove other; "
             "cat Vexmor/Cim.conf",
             0, "^\\[CanInterfaces\\]\nother=1\n$", ""); // the key of the same name remains
