@@ -534,6 +534,8 @@ print(first, *set(others), len(others) > 5)')"));
         const auto setLimit = [&](int files) {
             QCOMPARE(run("prlimit --pid %1 --nofile=%2:"_s.arg(pid).arg(files)).exitCode, 0); // not the upper limit
         };
+        const auto softLimit = run("prlimit --pid %1 --nofile --noheadings -o SOFT"_s.arg(pid)).out.trimmed().toInt();
+        QVERIFY(softLimit >= run("ulimit -n"_s).out.trimmed().toInt()); // never lowered
         setLimit(4);
         SClient early(share, "");
         QVERIFY(share.happened("acceptError"_s, 2));

@@ -146,7 +146,8 @@ private Q_SLOTS:
         REQUIRE_TOOL("jsonschema");
         SBroker broker;
         SSubscriber all(broker);
-        SShare share("sim "_s + broker.options("--mqtt-format json --mqtt-last --allow-send --socketcand 0"_s));
+        SShare share("sim "_s +
+                     broker.options("--mqtt-format json --mqtt-last --allow-send --socketcand 0 --status 1"_s));
         const QByteArray name = share.name.toLatin1(), topic = "site/" + name;
         const auto state = [&](const QByteArray& flag) {
             return "site/state {\"connected\":" + flag + ",\"interfaces\":{\"" + name + "\":" + flag +
@@ -169,19 +170,20 @@ private Q_SLOTS:
         broker.program.stop();
         QVERIFY(share.happened("brokerAway"_s));
         SClient client(share);
-        share.gateway.flood(200);
-        QTRY_COMPARE(client.frames().size(), 200);
+        share.gateway.flood(1000);
+        QTRY_COMPARE(client.frames().size(), 1000);
         const double halfLost = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
-        share.gateway.flood(200);
-        QTRY_COMPARE(client.frames().size(), 400);
+        share.gateway.flood(1000);
+        QTRY_COMPARE(client.frames().size(), 2000);
         broker.start(); // the restarted broker has no retained messages
         QVERIFY(share.happened("gap"_s));
         SSubscriber gaps(broker, "site/"_s + share.name + "/gap"_s, "%p"_s), later(broker);
         QVERIFY(gaps.hears("}"));
         const QJsonObject gap = QJsonDocument::fromJson(gaps.heard).object();
-        QCOMPARE(gap["messages"_s].toInt(), 400);
+        QCOMPARE(gap["messages"_s].toInt(), 2000);
         QVERIFY2(gap["from"_s].toDouble() < halfLost, gaps.heard);
         QVERIFY2(gap["to"_s].toDouble() > halfLost, gaps.heard);
+        QTRY_VERIFY(share.text("lost"_s).section(QLatin1Char(' '), 0, 0).toInt() >= 2000); // on all buses
         QVERIFY(later.hears(topic + "/last/7FF {"));
         QVERIFY(later.hears(topic + "/state {"));
         broker.publish("site/"_s + share.name + "/send"_s, "7F0#");
