@@ -60,15 +60,16 @@ struct SWindow : SGateway {
     void press(std::vector<Qt::Key> keys, const QStringList& texts = {})
     {
         QTimer::singleShot(0, window.get(), [=]() mutable {
-            if (QWidget* const dialog = QApplication::activeModalWidget(); dialog != nullptr && dialog->isVisible()) {
-                question = dialog->property("text").toString();
+            if (auto* const dialog = qApp->activeModalWidget(); dialog != nullptr && dialog->focusWidget() != nullptr) {
+                const QLabel* const label = dialog->findChildren<QLabel*>().last();
+                question = label->isVisible() ? label->text() : QString();
                 for (int i = 0; i < texts.size(); ++i) {
                     dialog->findChildren<QLineEdit*>().at(i)->setText(texts.at(i));
                 }
                 const Qt::Key key = keys.front();
                 keys.erase(keys.begin());
                 QTimer::singleShot(5000, dialog, &QWidget::close); // closes a dialog that refuses a text
-                QTest::keyClick(dialog->focusWidget() != nullptr ? dialog->focusWidget() : dialog, key);
+                QTest::keyClick(dialog->focusWidget(), key);
             }
             keys.empty() ? void() : press(keys, texts);
         });
@@ -105,7 +106,7 @@ struct SWindow : SGateway {
     QLineEdit* data = find<QLineEdit>("11 22 AA BB"_s, "placeholderText");
     QLabel* problem = window->findChild<QLabel*>("Problem"_s);
     QTableView* table = window->findChild<QTableView*>("InterfaceColumns"_s); ///< The interfaces.
-    QString question; ///< The text of the last dialog in which a key was pressed.
+    QString question; ///< The text that the last dialog showed before the last key.
 };
 
 /// Returns whether a field has the colour of invalid text.
@@ -287,9 +288,9 @@ private Q_SLOTS:
             list.setData(list.index(0, CSendList::eCyclic), Qt::Checked, Qt::CheckStateRole);
             return list.item(0).sentOn;
         };
-        list.setData(list.index(0, CSendList::eInterval), 5, Qt::EditRole);
+        list.setData(list.index(0, CSendList::eInterval), 1, Qt::EditRole);
         QCOMPARE(sendCyclically(), HALL);
-        QTRY_VERIFY(run.atGateway.size() > 10);
+        QTRY_VERIFY(run.workbench.feed().identifiers().index(0, CIdentifierModel::eRate).data().toDouble() > 150);
         run.at(HALL).setCyclic(9, message(0x9), 1000);
         run.at(HALL).setCyclic(9, message(0x9), 0);
         run.at(HALL).open(); // is open already
@@ -312,13 +313,15 @@ private Q_SLOTS:
         QTRY_COMPARE(other.atGateway, QList<CCanMessage>{message(0x555)});
         const QString path = m_folder.filePath("list.ini"_s);
         run.trigger("Save list ..."_s, {Qt::Key_Return}, {path.chopped(4)}); // the extension is added
+        run.trigger("Save list ..."_s, {Qt::Key_Return}, {path + "/nowhere"_s});
+        QVERIFY(run.problem->text().endsWith("nowhere cannot be written"_s));
         run.trigger("Send on the interface above"_s);
         QCOMPARE(sendCyclically(), "other"_s);
         for (const QString& file : {path, writeFile(m_folder, {})}) {
             run.trigger("Load list ..."_s, {Qt::Key_Return}, {file});
         }
         QVERIFY(run.problem->text().contains("contains no messages"_s));
-        QCOMPARE(tableText(list)[1], "||097|0A FF 12|5|0|hall"_s);
+        QCOMPARE(tableText(list)[1], "||097|0A FF 12|1|0|hall"_s);
         table->selectAll();
         list.add({message(0x7FF), 10, {}, {}});
         run.trigger("Remove"_s);
@@ -340,6 +343,7 @@ private Q_SLOTS:
         run.gateway.setFaults(faulty(&SSimFaults::mute));
         QTRY_COMPARE(run.lastEvent(), "hall|warning||The gateway does not answer any more."_s);
         QTRY_COMPARE(run.row(HALL), "hall|silent for 1 s||500 kbit/s|T93|1.05|no (2)"_s);
+        QVERIFY(QSignalSpy(&run.list(), &CInterfaceList::dataChanged).wait()); // the time is shown as it passes
         run.gateway.setFaults({});
         QTRY_COMPARE_WITH_TIMEOUT(run.lastEvent(), "hall|||The gateway is back."_s, 15000);
     }
@@ -428,6 +432,7 @@ private Q_SLOTS:
         run.trigger("&Save log ..."_s, {Qt::Key_Return}, {m_folder.filePath("saved"_s)}); // the extension is added
         QTRY_VERIFY(!run.workbench.feed().isUnsaved());
         QVERIFY(contentOf(m_folder.filePath("saved.log"_s)).startsWith("(1.000000) hall 123#11\n"));
+        run.trigger("Record to a new file each &hour"_s);
         run.trigger("&Record to files ..."_s, {Qt::Key_Return}, {m_folder.path()});
         run.trigger("&Pause"_s);
         run.bus.send(message(0x124));
@@ -438,6 +443,8 @@ private Q_SLOTS:
         QCOMPARE(run.workbench.recorder().count(), quint64(1)); // also during a pause
         QTRY_VERIFY(run.window->statusBar()->findChild<QLabel*>()->text().startsWith(
             "0 messages/s, 3 in total, recording to cimview-"_s));
+        run.workbench.recorder().record({{}}, QDateTime::currentDateTime().addSecs(3600));
+        QCOMPARE(QDir(m_folder.path(), "cimview-*.log"_s).entryList().size(), 2);
         Q_EMIT run.workbench.recorder().ended("disk full"_s);
         QVERIFY(!run.find<QAction>("&Record to files ..."_s)->isChecked());
         QCOMPARE(run.lastEvent(), "|warning||disk full"_s);
@@ -572,9 +579,12 @@ private Q_SLOTS:
             QVERIFY(!run.question.contains("i11"_s));
         }
         QCOMPARE(CInterfaceStore().names(), (QStringList{"i0"_s, "i12"_s}));
-        run.trigger("&Add ..."_s, {Qt::Key_Return, Qt::Key_Return}, {" hall "_s, "localhost:30001:UDP"_s});
+        run.trigger("&Add ..."_s, {Qt::Key_Return, Qt::Key_Escape}, {" "_s, "127.0.0.1"_s});
+        QCOMPARE(run.question, "An interface needs a name."_s);
+        run.trigger("&Add ..."_s, {Qt::Key_Tab, Qt::Key_Tab, Qt::Key_Down, Qt::Key_Tab, Qt::Key_Space, Qt::Key_Return},
+                    {" hall "_s, "localhost:30001:UDP"_s});
         QVERIFY(run.table->selectionModel()->isRowSelected(2, {}));
-        QCOMPARE(tableText(run.list()).mid(2), QStringList{"hall|closed||127.0.0.1:30001:UDP|unchanged|T93||yes"_s});
+        QCOMPARE(tableText(run.list()).mid(2), QStringList{"hall|closed||127.0.0.1:30001:UDP|50 kbit/s|T93||no"_s});
     }
 
     void traceFollowsItsEndAndIsCopied()
