@@ -43,7 +43,8 @@ QString CLogRecorder::periodOf(const QDateTime& time) const
 void CLogRecorder::openNext(const QDateTime& now)
 {
     m_file.close();
-    if (QStorageInfo(m_folder).bytesAvailable() < DISK_RESERVE) {
+    const QStorageInfo disk(m_folder); // not valid if the folder does not exist: opening the file fails then
+    if (disk.isValid() && disk.bytesAvailable() < DISK_RESERVE) {
         end(Words::tr("Recording ended: the disk of %1 is nearly full.").arg(m_folder));
         return;
     }
