@@ -30,9 +30,11 @@ private Q_SLOTS:
         row("info", 0, "^InterfaceT93Plugin\n(.*\n)*.*quinmark.CCanInterfacePlugin/1.1(.*\n)*.*Library for T93\n", "");
         row("info --plugin /dev/null", 1, "", "^error: /dev/null cannot be loaded: .*\n$");
         row("CIM_PLUGIN_PATH=/none cimctl info", 1, "", "^error: plugin folder /none does not exist\n$");
-        row("mkdir empty; cimctl info --plugin-dir empty", 1, "", "^error: plugin folder empty contains no library ");
-        row("mkdir p; touch p/a.so; ln -s " CIM_PLUGIN_FILE " p/b.so; cimctl dump sim -qn 1 --plugin-dir p", 0, "200",
-            "");
+        row("mkdir empty; CIM_PLUGIN_PATH=/none cimctl info --plugin-dir empty", 1, "",
+            "^error: plugin folder empty contains no library ");
+        row("mkdir p; touch p/a.so; ln -s " CIM_PLUGIN_FILE " p/b.so; cimctl dump sim -qn 1 --plugin-dir p; "
+            "cimctl info --plugin-dir p > /dev/null",
+            1, "200", "^error: .*/p/a.so cannot be loaded: .*\n$");
         row("dump sim --count 3", 0, "^(  t93  20[0-2]   \\[8\\] ( [0-9A-F]{2}){8}\n){3}$",
             "^received \\d+, sent 0, lost 0, errors 0, bus load not measured\n$");
         row("dump sim --count 3 2>&1", 0, "^(  t93  .*\n){3}received ", ""); // in this order
@@ -63,11 +65,13 @@ private Q_SLOTS:
         refused("send sim 123#R", ".* remote frames are not supported");
         row("gen sim --seed 7 -n 40 -g 0 -I 7FE-7FF -L 2 --sent | cut -c 1-24 | sort -u", 0,
             "^  t93  TX - -  7FE   \\[2\\]\n  t93  TX - -  7FF   \\[2\\]\n$", "sent 40, lost 0");
+        row("gen sim -n 200 -g 0 --sent -q | grep -o '\\[.\\]' | sort -u | wc -l", 0, "^9\n$", "");
         row("for seed in 1 1 2; do cimctl gen sim --seed $seed -n 3 -g 0 -q --sent; done | sort -u | wc -l", 0, "^6\n$",
             "");
         row("printf '# by hand\n(1.0) a 123#11\n(1.0) a 7FF#\n(1.5) a 001#\n(1.2) a 0A0#' "
             "| cimctl replay sim - --sent --speed 0.5 # 900",
             0, "^  t93  TX - -  123 .*11\n  t93  TX .* 7FF .*\n  t93  TX .* 001 .*\n  t93  TX .* 0A0 .*\n$", "sent 4");
+        row("printf '(1.0) a 1#\n(2600001.0) a 2#' | timeout -s INT 1 cimctl replay sim -", 124, "", "^received .*\n$");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl replay sim a --sent", 2, "", "^error: a, line 2: ");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl dump sim:a", 2, "^", "^error: a, line 2: ");
         row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
@@ -77,7 +81,7 @@ private Q_SLOTS:
         row("{ echo 123#; cat /dev/zero; } | cimctl send sim -", 2, "",
             "error: standard input, line 2: longer than 4096 bytes\nreceived .* sent 1,");
         row("{ yes 123#11 | head -n 999; printf '\r\n# x\n1#'; } | cimctl send sim -", 0, "", "sent 1000,");
-        row("printf '1#\n2#\n3#' | cimctl send sim - --interval 600 # 1200", 0, "", "sent 3,");
+        row("{ echo 1#; sleep 1; printf '2#\n3#'; } | cimctl send sim - --interval 600 # 1600", 0, "", "sent 3,");
         row("printf '%-4096s\n' 123# | cimctl send sim -", 0, "", "sent 1,");
         row("printf '%-4097s\n' 123# | cimctl send sim -", 2, "", "line 1: .*4096.*\n.*sent 0,");
         row("send sim - --sent <&-", 0, "", "sent 0"); // the closed descriptor is not reused
@@ -92,9 +96,9 @@ private Q_SLOTS:
             ">> a; "
             "timeout 9 cimctl load sim:a --baudrate 50",
             0, " 0 %\n$", "received 161,.* peak [1-9]");
-        row("script -qc 'cimctl load sim -s 3' a", 0, "\\[\\033\\[32m##\\033\\[0m\\.{48}\\]", "");
-        row("script -qc 'cimctl dump sim -f 7FF -n 3 --send 7FF#01 --send 7FF#02 --send 7FF#02' a", 0,
-            "  01\r\n.*  \\033\\[1m02\\033\\[0m\r\n.*  02\r\n", "");
+        row("script -qc 'cimctl load sim -s 3' a", 0, "\\[\\033\\[32m##\\033\\[0m\\.{48}\\](.*\n)*.*peak .*\n$", "");
+        row("script -qc 'cimctl dump sim -f 7FF -n 4 --send 7FF#01 --send 7FF#02 --send 7FF#02 --send 7FF#0200' a", 0,
+            "  01\r\n.*  \\033\\[1m02\\033\\[0m\r\n.*  02\r\n.*  02 \\033\\[1m00\\033\\[0m\r\n", "");
         row("NO_COLOR=1 script -qc 'cimctl load sim -s 1' a", 0, "^[^\\033]*\\[\\.{50}\\]\\033\\[K\r\n[^\\033]*$", "");
         refused("replay sim /dev/null", "/dev/null: contains no frame to send\n$");
         row("printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' | cimctl replay "
@@ -142,7 +146,8 @@ private Q_SLOTS:
         // Another host may store any port text: the link uses the keys of address and port.
         row("gateway 0 --generate 100; cimctl add 'all/ 1' $address; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' "
             "Vexmor/Cim.conf; "
-            "cimctl dump 'all/ 1' sim -n 40 -q --log-dir .; cut -d' ' -f2 cimctl-*-*.log > names; sort -u names; wc -l "
+            "cimctl dump 'all/ 1' sim -n 40 -q --log-dir . --direction; cut -d' ' -f2 cimctl-*-*.log > names; sort -u "
+            "names; wc -l "
             "< names",
             0, "  all/_1  20(.*\n)*all/_1\nsim\n40\n$", "");
         row("cimctl add other 10.0.0.1; sed -i '/^\\[CanInterfaces\\]/a other=1' Vexmor/Cim.conf; cimctl remove other; "
@@ -178,7 +183,7 @@ private Q_SLOTS:
         row("mkfifo closed; { read line < closed; cimctl list; echo $? >&2; } | { exec <&-; echo > closed; }", 0, "",
             "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
-        row("dump sim -n 300 -td --quiet", 0, "^(\\(000.*\n)+$", ""); // takes more than a second
+        row("dump sim -n 300 -td --quiet=YES", 0, "^(\\(000.*\n)+$", ""); // takes more than a second
         row("dump sim --seconds 0.4 --quiet", 0, "^(  t93 .*\n)+$", "");
         row("dump sim --count 1 --seconds 1e6 --quiet", 0, "^  t93 .*\n$", "");
         row("dump 127.0.0.1:1 --verbose", 1, "", "^warning: .*\nerror 103: .*\n(.*\n)*$");
@@ -195,6 +200,8 @@ private Q_SLOTS:
             "gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
         row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 1 --quiet", 0, "200 ",
             "^(interface error 0: .*\n)+$");
+        row("gateway 0 --mute --drop-after 800; cimctl dump $address --seconds 3", 0, "",
+            "^the bit .*\ninterface error 0: TCP connection lost. \\(.*\\)\n(interface error 0: .*lost.\n)+received ");
         row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 500 --interval 10 2>&1 | sed -E "
             "'s/.*\"event\":\"(\\w+)\".*/\\1/' | "
             "xargs",

@@ -73,19 +73,24 @@ private Q_SLOTS:
     void udpHostsAreBounded()
     {
         SGateway one;
-        QUdpSocket udp[2]; // two hosts of one PC: the later one replaces the other
+        one.gateway.setMaxClients(2);
+        QUdpSocket udp[3]; // three hosts of one PC: the last one replaces the first
+        int hosts = 0;
         for (QUdpSocket& host : udp) {
             host.writeDatagram(GOOD, one.gateway.address(), one.gateway.port());
-            QTRY_COMPARE(one.atGateway.size(), host.localPort() == udp[0].localPort() ? 1 : 2);
+            ++hosts;
+            QTRY_COMPARE(one.atGateway.size(), hosts);
         }
-        QCOMPARE(one.gateway.udpHostCount(), 1);
+        QCOMPARE(one.gateway.udpHostCount(), 2);
         SSimFaults faults;
         faults.cutAt = rmFrame(message(1)).size(); // cuts at the end: still one datagram per message
         one.gateway.setFaults(faults);
         for (const std::uint16_t id : {1, 2}) {
             one.bus.send(message(id));
-            QTRY_VERIFY(udp[1].hasPendingDatagrams());
-            QCOMPARE(udp[1].receiveDatagram().data(), rmFrame(message(id)));
+            for (QUdpSocket* const host : {&udp[1], &udp[2]}) {
+                QTRY_VERIFY(host->hasPendingDatagrams());
+                QCOMPARE(host->receiveDatagram().data(), rmFrame(message(id)));
+            }
         }
         QVERIFY(!udp[0].hasPendingDatagrams());
         const QSignalSpy lost(&one.gateway, &CSimGateway::frameLost);
@@ -93,8 +98,8 @@ private Q_SLOTS:
         for (int i = 0; i < COUNT; ++i) {
             one.bus.send(message(0x123, hex("4455")));
         }
-        const qint64 waiting = (COUNT - lost.count()) * qint64(GOOD.size());
-        QVERIFY2(waiting > 0 && waiting < CRmLink::SEND_LIMIT, qPrintable(QString::number(waiting)));
+        const qint64 waiting = (2 * COUNT - lost.count()) * qint64(GOOD.size());
+        QVERIFY2(waiting > 0 && waiting < 2 * CRmLink::SEND_LIMIT, qPrintable(QString::number(waiting)));
     }
 
     void hostThatDoesNotReadIsBounded()
@@ -133,22 +138,25 @@ private Q_SLOTS:
         SSimFaults slow;
         slow.replyDelayMs = 2000; // longer than it takes to read all requests
         one.gateway.setFaults(slow);
-        host.socket.write(frame(RM_CMD_BUSLOAD).repeated(10'001)); // one more than the answers that may wait
         const int waiting = 10'000 * frame(RM_CMD_BUSLOAD, "00").size();
-        QCOMPARE(host.read(waiting + 1, 4000).size(), waiting);
+        for (int round = 0; round < 2; ++round) {
+            host.socket.write(frame(RM_CMD_BUSLOAD).repeated(10'001)); // one more than the answers that may wait
+            QCOMPARE(host.read(waiting + 1, 4000).size(), waiting);
+        }
     }
 
     void requestForOneAddressIsAnsweredThere()
     {
-        SGateway one, two, mute;
+        SGateway one, two, mute, dead;
         mute.gateway.setFaults(faulty(&SSimFaults::mute));
-        for (SGateway* other : {&two, &mute}) {
+        dead.gateway.setFaults(faulty(&SSimFaults::blackHole));
+        for (SGateway* other : {&two, &mute, &dead}) {
             listenOn(other->gateway, QHostAddress("127.0.0.2"_s));
         }
         const quint16 port = SServer().serverPort();
         CSimDetection detection;
         QVERIFY(!detection.listen(port));
-        for (SGateway* each : {&one, &two, &mute}) {
+        for (SGateway* each : {&one, &two, &mute, &dead}) {
             detection.addGateway(each->gateway);
         }
         SSimDetectionFaults twice;

@@ -113,9 +113,12 @@ void CGatewayRun::reportError(SGateway& gateway, int error)
     const QString text = gateway.hosted.canInterface().interfaceErrorToString(error).trimmed();
     const QString shown = m_context.diagnostics.isVerbose() ? text : titleOf(text);
     QString when;
-    if (error == Cim::IE_TCP_CONNECTION_LOST && !gateway.lostAt) {
-        gateway.lostAt = secondsNow();
-        when = QStringLiteral(" (%1)").arg(timeOfDay(*gateway.lostAt));
+    if (error == Cim::IE_TCP_CONNECTION_LOST) {
+        gateway.sinceLink.start(); // the next link may be established before the next poll
+        if (!gateway.lostAt) {
+            gateway.lostAt = secondsNow();
+            when = QStringLiteral(" (%1)").arg(timeOfDay(*gateway.lostAt));
+        }
     }
     report(gateway, QStringLiteral("interface error %1: %2%3").arg(QString::number(error), shown, when),
            {{QStringLiteral("event"), QStringLiteral("interfaceError")},
