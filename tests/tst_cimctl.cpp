@@ -251,10 +251,13 @@ private Q_SLOTS:
             "--generate 100; done",
             0, "^bus load .*%\n(.*\n)*bus load   \\? %  silent for \\d+ s\n(.*\n)*bus load  [12]\\d %\n",
             "^gateway: silent for \\d+ s\ngateway: connected\nreceived .* mean [12]\\d %, peak");
-        row("{ echo '(1.0) a 1#'; yes '(2.0) a 123#1122334455667788' | head -n 60000; } > log; gateway 0; set -o "
-            "pipefail; "
-            "cimctl replay $address log --sent --baudrate 1000 | { read; kill -STOP $sim; cat > /dev/null; } # 2000",
-            1, "", "^error 108: Transmit socket failed.\n(.*\n)*received 0, sent \\d+, refused [1-9]\\d+, lost 0");
+        for (const char* command : {"replay $address log", "send $address - < frames"}) {
+            row("{ echo '(1.0) a 1#'; yes '(2.0) a 123#1122334455667788' | head -n 40000; } > log; gateway 0; "
+                "cut -c 9- log > frames; set -o pipefail; { cimctl " +
+                    QByteArray(command) +
+                    " --sent --baudrate 1000; } | { read; kill -STOP $sim; cat > /dev/null; } # 2000",
+                1, "", "^error 108: Transmit socket failed.\n(.*\n)*received 0, sent \\d+, refused [1-9]\\d+, lost 0");
+        }
         for (const auto& [command, signal, exitCode] : {std::tuple("cimctl dump sim", "INT", 130),
                                                         {"cimctl dump sim", "HUP", 130},
                                                         {"nohup cimctl dump sim -n 99", "HUP", 0},
