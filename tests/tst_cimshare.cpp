@@ -536,6 +536,7 @@ print(first, *set(others), len(others) > 5)')"));
         const auto setLimit = [&](int files) {
             QCOMPARE(run("prlimit --pid %1 --nofile=%2:"_s.arg(pid).arg(files)).exitCode, 0); // not the upper limit
         };
+        QVERIFY(run("prlimit --nofile -o SOFT --noheadings --pid %1"_s.arg(pid)).out != "584\n"); // never lowered
         setLimit(4);
         SClient early(share, "");
         QVERIFY(share.happened("acceptError"_s, 2));

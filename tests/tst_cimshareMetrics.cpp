@@ -87,8 +87,7 @@ private Q_SLOTS:
             static_cast<double>(QDateTime::currentSecsSinceEpoch()) - value("start_time_seconds"_s).toDouble();
         QVERIFY2(std::abs(age) < 60, qPrintable(text));
         QVERIFY(links.isEmpty()); // a TCP connection that is silent stays
-        const SOutcome checked = run("promtool check metrics < "_s + file);
-        QCOMPARE(checked.err, QByteArray());
+        QCOMPARE(run("promtool check metrics < "_s + file).err, QByteArray());
         QVERIFY(QFileInfo(file).permission(QFile::ReadOther));         // node_exporter runs as another user
         QCOMPARE(first.readAll(), begin);                              // a file is replaced, not changed
         QVERIFY(unwritable.text("metrics"_s).startsWith(gone.path())); // reported, and the service continues
