@@ -138,10 +138,10 @@ private Q_SLOTS:
             "^NAME    TYPE  ADDRESS +BIT RATE +HOST NAME\nall/ 1  T93   IP=10.0.0.255:65535:UDP +500 kbit/s  gw1\n"
             "other   T93   IP=10.0.0.8:1:TCP +unchanged\n.*\"Description\":\"stage\".*\"Port\":65535,",
             "");
-        row("cimctl add a 10.0.0.1; echo 'a\\Old=1' >> Vexmor/Cim.conf; for way in '' --replace; do "
-            "cimctl add a 10.0.0.2 --baudrate 50 $way; echo $?; done; "
+        row("cimctl add a 127.0.0.1; echo 'a\\Old=1' >> Vexmor/Cim.conf; for way in '' --replace; do "
+            "cimctl add a 127.0.0.2 --baudrate 50 $way; echo $?; done; "
             "grep Old Vexmor/Cim.conf; cimctl list; cimctl dump a --baudrate 50",
-            2, "^2\n0\nNAME .*\na .* IP=10.0.0.2:30000:TCP  50 kbit/s\n$",
+            2, "^2\n0\nNAME .*\na .* IP=127.0.0.2:30000:TCP  50 kbit/s\n$",
             "'a' is stored already .*\n.*'a' is a stored");
         // Another host may store any port text: the link uses the keys of address and port.
         row("gateway 0 --generate 100; cimctl add 'all/ 1' $address; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' "
@@ -156,7 +156,7 @@ private Q_SLOTS:
         row("cimctl add a 10.0.0.1; mkdir -p all; mv Vexmor all; export XDG_CONFIG_DIRS=$PWD/all; "
             "cimctl list --names; cimctl remove a",
             1, "^a\n$", "^error: 'a' is stored for the whole system and cannot be removed\n$");
-        row("cimctl add a 10.0.0.1; sed -i 's/PluginName=.*/PluginName=No/' Vexmor/Cim.conf; cimctl dump a", 1, "",
+        row("cimctl add a 127.0.0.1:1; sed -i 's/PluginName=.*/PluginName=No/' Vexmor/Cim.conf; cimctl dump a", 1, "",
             "^error: 'a' belongs to the plugin No, which was not found\n$");
         row("cimctl add a 10.0.0.1 --protocol udp --udp-any --local-address 010.0.0.002 --poll-time 100 "
             "--measure-interval 3000; sed -i 's/Port=.*/Port=x/' Vexmor/Cim.conf; cat Vexmor/*; cimctl show a --json",
