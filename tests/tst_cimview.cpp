@@ -168,7 +168,7 @@ private Q_SLOTS:
         stored.bus.send(message(1));                                        // unsaved, but a signal causes no question
         QVERIFY(QSignalSpy(&stored.gateway, &CSimGateway::requestReceived).wait()); // after it arrived
         program.terminate();
-        QVERIFY(QTest::qWaitFor([&] { return program.waitForFinished(10); }, 20000));
+        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 20000);
         store.sync();
         QVERIFY(store.value("Cimview/Dark"_s).toBool());
     }
