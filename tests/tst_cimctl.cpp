@@ -200,7 +200,7 @@ private Q_SLOTS:
             "gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
         row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 1 --quiet", 0, "200 ",
             "^(interface error 0: .*\n)+$");
-        row("gateway 0 --mute --drop-after 800; cimctl dump $address --seconds 3", 0, "",
+        row("gateway 0 --mute --drop-after 800; cimctl dump $address --seconds 6", 0, "",
             "^the bit .*\ninterface error 0: TCP connection lost. \\(.*\\)\n(interface error 0: .*lost.\n)+received ");
         row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 500 --interval 10 2>&1 | sed -E "
             "'s/.*\"event\":\"(\\w+)\".*/\\1/' | "
