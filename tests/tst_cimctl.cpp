@@ -71,7 +71,9 @@ private Q_SLOTS:
         row("printf '# by hand\n(1.0) a 123#11\n(1.0) a 7FF#\n(1.5) a 001#\n(1.2) a 0A0#' "
             "| cimctl replay sim - --sent --speed 0.5 # 900",
             0, "^  t93  TX - -  123 .*11\n  t93  TX .* 7FF .*\n  t93  TX .* 001 .*\n  t93  TX .* 0A0 .*\n$", "sent 4");
-        row("printf '(1.0) a 1#\n(2600001.0) a 2#' | timeout -s INT 1 cimctl replay sim -", 124, "", "^received .*\n$");
+        row("printf '(1.0) a 1#\n(2600001.0) a 2#' > a; exec 3< <(exec cimctl replay sim a --sent); read <&3; kill $!; "
+            "wait $!",
+            130, "", "^received .*\n$");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl replay sim a --sent", 2, "", "^error: a, line 2: ");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl dump sim:a", 2, "^", "^error: a, line 2: ");
         row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
@@ -93,8 +95,7 @@ private Q_SLOTS:
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "mean [345] %, peak [345] %\n$");
         row("cimctl load 127.0.0.1:1:UDP --baudrate 50 --seconds 1 --json", 0, "\"percent\":null", ".");
         row("for i in {100..259}; do printf '(%d.%02d) a 1#\n' $((i / 100)) $((i % 100)); done > a; echo '(5.0) a 1#' "
-            ">> a; "
-            "timeout 9 cimctl load sim:a --baudrate 50",
+            ">> a; timeout 9 cimctl load sim:a --baudrate 50",
             0, " 0 %\n$", "received 161,.* peak [1-9]");
         row("script -qc 'cimctl load sim -s 3' a", 0, "\\[\\033\\[32m##\\033\\[0m\\.{48}\\](.*\n)*.*peak .*\n$", "");
         row("script -qc 'cimctl dump sim -f 7FF -n 4 --send 7FF#01 --send 7FF#02 --send 7FF#02 --send 7FF#0200' a", 0,
@@ -145,10 +146,8 @@ private Q_SLOTS:
             "'a' is stored already .*\n.*'a' is a stored");
         // Another host may store any port text: the link uses the keys of address and port.
         row("gateway 0 --generate 100; cimctl add 'all/ 1' $address; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' "
-            "Vexmor/Cim.conf; "
-            "cimctl dump 'all/ 1' sim -n 40 -q --log-dir . --direction; cut -d' ' -f2 cimctl-*-*.log > names; sort -u "
-            "names; wc -l "
-            "< names",
+            "Vexmor/Cim.conf; cimctl dump 'all/ 1' sim -n 40 -q --log-dir . --direction; "
+            "cut -d' ' -f2 cimctl-*-*.log > names; sort -u names; wc -l < names",
             0, "  all/_1  20(.*\n)*all/_1\nsim\n40\n$", "");
         row("cimctl add other 10.0.0.1; sed -i '/^\\[CanInterfaces\\]/a other=1' Vexmor/Cim.conf; cimctl remove other; "
             "cat Vexmor/Cim.conf",
@@ -162,8 +161,7 @@ private Q_SLOTS:
             "--measure-interval 3000; sed -i 's/Port=.*/Port=x/' Vexmor/Cim.conf; cat Vexmor/*; cimctl show a --json",
             0,
             "UdpBindAnyIp=1\n(.*\n)*.*\"BusloadMeasureInterval\":3000,\"BusloadPollTime\":100,.*\"Local-IP-Address\":"
-            "\"10.0.0.2\".*\"Port\":"
-            "\"x\""
+            "\"10.0.0.2\".*\"Port\":\"x\""
             ".*\"Protocol\":\"UDP\".*\"UdpBindAnyIp\":1",
             "");
         row("export LC_ALL=C.UTF-8; cimctl add $'h\\xc2\\x9b1m' 10.0.0.1; cimctl list --names; cimctl list", 0,
