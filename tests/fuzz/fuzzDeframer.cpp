@@ -14,12 +14,15 @@ namespace
 {
 using Bytes = std::vector<std::uint8_t>;
 
+/// Requires that a bus can carry a message.
+void requireCarried(const CCanMessage& message)
+{
+    require(message.id().value() <= 0x7FF && message.length() <= 8);
+}
+
 struct SGateway : Sim::CRmServer {
     SGateway() : CRmServer(ETransports::eTcp) {}
-    void putOnBus(const CCanMessage& message, Sim::CRmLink& /*from*/) override
-    {
-        require(message.id().value() <= 0x7FF && message.length() <= 8);
-    }
+    void putOnBus(const CCanMessage& message, Sim::CRmLink& /*from*/) override { requireCarried(message); }
     void change(const SRmFrame& request) override { require(request.payloadLength <= RM_MAX_RX_PAYLOAD); }
     void reply(Sim::CRmLink& /*link*/, const QByteArray& answer) override
     {
