@@ -52,7 +52,7 @@ qint64 bytesThatWait()
         }
         return protocols.contains("socketcand"_s) && protocols.contains("t93"_s);
     };
-    require(QTest::qWaitFor(isLogged), "the losses are logged"_s);
+    require(QTest::qWaitFor(isLogged, 20000), "the losses are logged"_s);
     require(share.happened("slowClient"_s, 2) && share.count("slowClient"_s) == 2, "slow clients are logged once"_s);
     slow.write("< echo >");
     slow.readAgain();

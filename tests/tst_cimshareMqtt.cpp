@@ -180,7 +180,8 @@ private Q_SLOTS:
         SSubscriber gaps(broker, "site/"_s + share.name + "/gap"_s, "%p"_s), later(broker);
         QVERIFY(gaps.hears("}"));
         const QJsonObject gap = QJsonDocument::fromJson(gaps.heard).object();
-        QCOMPARE(gap["messages"_s].toInt(), 2000);
+        // 2000, and perhaps the two sent ones, if the broker had not confirmed them.
+        QVERIFY2(gap["messages"_s].toInt() >= 2000 && gap["messages"_s].toInt() <= 2002, gaps.heard);
         QVERIFY2(gap["from"_s].toDouble() < halfLost, gaps.heard);
         QVERIFY2(gap["to"_s].toDouble() > halfLost, gaps.heard);
         QTRY_VERIFY(share.text("lost"_s).section(QLatin1Char(' '), 0, 0).toInt() >= 2000); // on all buses
