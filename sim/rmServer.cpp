@@ -45,6 +45,7 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
     QString why;
     for (int tries = port == 0 ? PORT_TRIES : 1; tries > 0; --tries) {
         m_server.close();
+        m_heldPort.abort();
         m_udp.close();
         if (!m_server.listen(address, port)) {
             why = QStringLiteral("(TCP): ") + m_server.errorString();
@@ -64,9 +65,18 @@ Failure CRmServer::listen(const QHostAddress& address, std::uint16_t port)
 
 void CRmServer::updateListening()
 {
-    if (m_port == 0 || !isReachable(true) || count(true) >= m_maxClients) {
+    const bool accepts = m_port != 0 && isReachable(true) && count(true) < m_maxClients;
+    if (accepts == m_server.isListening()) {
+        return;
+    }
+    if (!accepts) {
         m_server.close(); // the kernel refuses connections only to a closed port
-    } else if (!m_server.isListening() && !m_server.listen(m_address, m_port)) {
+        // The system gives a bound port to no other program, which would get the connections of this gateway's hosts.
+        m_heldPort.bind(m_address, m_port, QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint);
+        return;
+    }
+    m_heldPort.abort();
+    if (!m_server.listen(m_address, m_port)) {
         QTimer::singleShot(LISTEN_RETRY_MS, this, &CRmServer::updateListening);
     }
 }

@@ -117,6 +117,7 @@ private:
     const ETransports m_transports;
     SGatewayIdentity m_identity;
     QTcpServer m_server;
+    QTcpSocket m_heldPort; ///< Bound while the server does not listen.
     QUdpSocket m_udp;
     QHostAddress m_address;
     std::uint16_t m_port = 0;

@@ -189,6 +189,7 @@ private Q_SLOTS:
         }
         QCOMPARE(code, 108); // the waiting messages are bounded
         QVERIFY(host.lose());
+        QVERIFY(!QTcpSocket().bind(QHostAddress::LocalHost, host.gateway.port(), QTcpSocket::DontShareAddress)); // kept
         QVERIFY(host.can->isOpened());
         QVERIFY(!isConnected(*host.can));
         QCOMPARE(host.can->writeMessage(message(0x111)), 109);
