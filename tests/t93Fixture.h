@@ -184,6 +184,11 @@ struct SOpenInterface : SGateway, SHost {
     }
 };
 
+/// A port of 127.0.0.1 for a server of the test; the system gives it to no other program.
+struct SKeptPort : QTcpSocket {
+    SKeptPort() { bind(QHostAddress::LocalHost, 0, ShareAddress | ReuseAddressHint); }
+};
+
 /// A server on a free port of 127.0.0.1.
 struct SServer : QTcpServer {
     SServer() { listen(QHostAddress(QHostAddress::LocalHost)); }

@@ -126,7 +126,8 @@ private Q_SLOTS:
     void failedOpenLeavesItClosed()
     {
         const SDeafPort deaf;
-        const auto can = makeInterface(rowName() == "no answer" ? deaf.serverPort() : SServer().serverPort(),
+        const SKeptPort refusing;
+        const auto can = makeInterface(rowName() == "no answer" ? deaf.serverPort() : refusing.localPort(),
                                        static_cast<Protocol>(cell<int>("protocol")));
         configure(*can, [](CConfigParamT93& param) { param.setLocalIpAddress(QHostAddress("192.0.2.1"_s)); });
         if (const QString warning = cell<QString>("warning"); !warning.isEmpty()) {
