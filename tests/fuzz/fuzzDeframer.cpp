@@ -1,8 +1,7 @@
 // Deframes any bytes. They must give the same frames wherever they are cut, and must not hide a valid frame after them.
-// From any frame, the driver and a shared gateway must make a message that a bus can carry, or one complete answer.
+// From any frame, the driver must make a message that a bus can carry.
 #include "InterfaceT93/gatewayReplies.h"
 #include "fuzz/require.h"
-#include "sim/rmServer.h"
 
 #include <algorithm>
 #include <vector>
@@ -14,39 +13,16 @@ namespace
 {
 using Bytes = std::vector<std::uint8_t>;
 
-/// Requires that a bus can carry a message.
-void requireCarried(const CCanMessage& message)
-{
-    require(message.id().value() <= 0x7FF && message.length() <= 8);
-}
-
-struct SGateway : Sim::CRmServer {
-    SGateway() : CRmServer(ETransports::eTcp) {}
-    void putOnBus(const CCanMessage& message, Sim::CRmLink& /*from*/) override { requireCarried(message); }
-    void change(const SRmFrame& request) override { require(request.payloadLength <= RM_MAX_RX_PAYLOAD); }
-    void reply(Sim::CRmLink& /*link*/, const QByteArray& answer) override
-    {
-        int frames = 0;
-        CRmDeframer().feed(
-            reinterpret_cast<const std::uint8_t*>(answer.constData()), static_cast<std::size_t>(answer.size()),
-            [&frames](const SRmFrame& /*frame*/) { return ++frames > 0; }, [] { return true; });
-        require(frames == 1);
-    }
-    using CRmServer::handle;
-};
-
 /// Returns the frames of a stream that arrives in pieces of `step` bytes, each framed again, and another wrong frame
 /// for each with a wrong checksum.
 Bytes framesOf(const Bytes& stream, std::size_t step)
 {
-    static SGateway gateway;
-    static Sim::CRmLink host({});
     static const Bytes WRONG{RM_START_OF_FRAME, 1, RM_CMD_FIRMWARE_VERSION, 0xFF};
     Bytes frames;
     const auto onWrong = [&frames] { return frames.insert(frames.end(), WRONG.begin(), WRONG.end()), true; };
     const auto onFrame = [&frames](const SRmFrame& frame) {
-        gateway.handle(host, frame);
-        requireCarried(canMessageOfFrame(frame));
+        const CCanMessage message = canMessageOfFrame(frame);
+        require(message.id().value() <= 0x7FF && message.length() <= 8);
         QString version;
         firmwareVersionOfReply(frame, version);
         firmwareVersionOfIdentification(frame, version);
