@@ -35,9 +35,9 @@ private Q_SLOTS:
         row("mkdir p; touch p/a.so; ln -s " CIM_PLUGIN_FILE " p/b.so; cimctl dump sim -qn 1 --plugin-dir p; "
             "cimctl info --plugin-dir p > /dev/null",
             1, "200", "^error: .*/p/a.so cannot be loaded: ");
-        row("dump sim --count 3", 0, "^(  t93  20[0-2]   \\[8\\] ( [0-9A-F]{2}){8}\n){3}$",
+        row("dump sim --count 3 --quiet=0", 0, "^(  t93  20[0-2]   \\[8\\] ( [0-9A-F]{2}){8}\n){3}$",
             "^received \\d+, sent 0, lost 0, errors 0, bus load not measured\n$");
-        row("dump sim --count 3 2>&1", 0, "^(  t93  .*\n){3}received ", ""); // in this order
+        row("dump sim --count 3 --protocol udp 2>&1", 0, "^(  t93  .*\n){3}received ", ""); // in this order
         row("dump 127.0.0.1:1 --quiet", 1, "", "^error 103: TCP connect failed. .*\n$");
         row("dump sim 127.0.0.1:1", 1, "", "^error 103: TCP connect failed. .* another program.\n$");
         row("dump sim -n 1 --log-level 20", 0, "^  t93", "^log 20 \\w+:\\d+: ");
@@ -54,10 +54,12 @@ private Q_SLOTS:
         row("dump sim sim --count 4 -td -a", 0,
             "^(\\(000\\.\\d{6}\\)   sim  20[0-9]   \\[8\\] ( [0-9A-F]{2}){8}  '.{8}'\n){4}$",
             "^sim: received \\d+.*\nsim: received");
-        row("dump sim -f 7FF -n 1 -a --send 7FF#4142", 0, "\\[2\\]  41 42 {20}'AB'\n", "sent 1");
+        row("dump sim -f 1 -n 1 -ata --send 1#4142", 0, "^\\(1\\d{9}\\.\\d{6}\\) .*\\[2\\]  41 42 {20}'AB'\n",
+            "sent 1");
         row("dump sim --filter 7FF -n 1 --sent --send 7FF#910011", 0,
             "^  t93  TX - -  7FF   \\[3\\]  91 00 11  type 1, error 17\n$", "^received");
-        row("dump sim --filter 7FF -n 1 --sent --json --send 7FF#910011", 0, "\"error\":17", "^\\{");
+        row("dump sim sim --filter 7FF -n 1 --sent --json --send 7FF#910011", 0, "\"error\":17.*\"time\":1\\d{9}[.}]",
+            "^\\{.*\"name\":\"sim\".*\n\\{.*\"name\":\"sim\"");
         row("dump sim --filter 7FF -n 2 --sent --send 7FE# --send 7FF#01 --log - --direction", 0,
             "^\\(.*\\) t93 7FF#01 T\n\\(.*\\) t93 7FF#01 R\n$", "sent 2");
         refused("dump 127.0.0.1:1 nowhere", "target 'nowhere' is neither .*\n$");
@@ -66,8 +68,8 @@ private Q_SLOTS:
         row("gen sim --seed 7 -n 40 -g 0 -I 7FE-7FF -L 2 --sent | cut -c 1-24 | sort -u", 0,
             "^  t93  TX - -  7FE   \\[2\\]\n  t93  TX - -  7FF   \\[2\\]\n$", "sent 40, lost 0");
         row("gen sim -n 200 -g 0 --sent -q | grep -o '\\[.\\]' | sort -u | wc -l", 0, "^9\n$", "");
-        row("for seed in 1 1 2; do cimctl gen sim --seed $seed -n 3 -g 0 -q --sent; done | sort -u | wc -l", 0, "^6\n$",
-            "");
+        row("for seed in 1 1 2; do cimctl gen sim --seed $seed -n 3 -q --sent; done | sort -u | wc -l # 1500", 0,
+            "^6\n$", "");
         row("printf '# by hand\n(1.0) a 123#11\n(1.0) a 7FF#\n(1.5) a 001#\n(1.2) a 0A0#' "
             "| cimctl replay sim - --sent --speed 0.5 # 900",
             0, "^  t93  TX - -  123 .*11\n  t93  TX .* 7FF .*\n  t93  TX .* 001 .*\n  t93  TX .* 0A0 .*\n$", "sent 4");
@@ -76,8 +78,8 @@ private Q_SLOTS:
             130, "", "^received .*\n$");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl replay sim a --sent", 2, "", "^error: a, line 2: ");
         row("printf '(1.0) a 1#\nx\n' > a; cimctl dump sim:a", 2, "^", "^error: a, line 2: ");
-        row("send sim 123#1122 7FF# --repeat 3 --sent", 0, "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$",
-            "sent 6, lost 0");
+        row("send sim 123#1122 7FF# --repeat 3 --interval 200 --sent # 1000", 0,
+            "^(  t93  TX - -  123 .*\n  t93  TX - -  7FF .*\n){3}$", "sent 6, lost 0");
         row("printf '123#11\n# x\n800#\n124#\n' | cimctl send sim - --sent", 2, "^  t93  TX - -  123 .*11\n$",
             "error: standard input, line 3: frame \"800#\": .*\nreceived .* sent 1,");
         row("{ echo 123#; cat /dev/zero; } | cimctl send sim -", 2, "",
@@ -89,7 +91,11 @@ private Q_SLOTS:
         row("send sim - --sent <&-", 0, "", "sent 0"); // the closed descriptor is not reused
         refused("send sim - --repeat 2", "the standard input cannot be repeated: .*\n$");
         row("gen sim --baudrate 50 -n 300 -L 8 -g 0 # 500", 0, "", "sent 300,"); // as long as the bus needs
-        refused("dump sim --direction", "--direction requires --log or --log-dir\n$");
+        row("gateway 0; { echo 1#; sleep 1; yes 1#1122334455667788 | head -300; } | cimctl send $address - # 1500", 0,
+            "", "sent 301,"); // the default rate is assumed
+        row("gateway 0; exec 4< <(exec timeout -k 3 9 cimctl gen $address:UDP -g 0 --sent); read <&4; kill -INT $!; "
+            "cat <&4 > a; wait $!",
+            130, "", "\nreceived .*\n$"); // sending without a pause can be interrupted
         row("dump sim --log-dir /nonexistent", 1, "", "^error: .*/nonexistent.*\n$");
         refused("dump sim --log-dir /tmp --log a", "--log(-dir)? excludes --log");
         row("load sim --seconds 3", 0, "^(bus load .*%\n){2}bus load   [345] %\n$", "mean [345] %, peak [345] %\n$");
@@ -98,8 +104,8 @@ private Q_SLOTS:
             ">> a; timeout 9 cimctl load sim:a --baudrate 50",
             0, " 0 %\n$", "received 161,.* peak [1-9]");
         row("script -qc 'cimctl load sim -s 3' a", 0, "\\[\\033\\[32m##\\033\\[0m\\.{48}\\](.*\n)*.*peak .*\n$", "");
-        row("script -qc 'cimctl dump sim -f 7FF -n 4 --send 7FF#01 --send 7FF#02 --send 7FF#02 --send 7FF#0200' a", 0,
-            "  01\r\n.*  \\033\\[1m02\\033\\[0m\r\n.*  02\r\n.*  02 \\033\\[1m00\\033\\[0m\r\n", "");
+        row("script -qc 'cimctl dump sim -f 1 -n 4 --send 1#01 --send 1#02 --send 1#02 --send 1#0200 2> b' a; cat b", 0,
+            "  01\r\n.*  \\033\\[1m02\\033\\[0m\r\n.*  02\r\n.*  02 \\033\\[1m00\\033\\[0m\r\nreceived ", "");
         row("NO_COLOR=1 script -qc 'cimctl load sim -s 1' a", 0, "^[^\\033]*\\[\\.{50}\\]\\033\\[K\r\n[^\\033]*$", "");
         refused("replay sim /dev/null", "/dev/null: contains no frame to send\n$");
         row("printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' | cimctl replay "
@@ -126,8 +132,9 @@ private Q_SLOTS:
             refused(QByteArray("add a ") + wrong,
                     "('.*' is not an address|port|protocol|address|Protocol: UDP contra)");
         }
-        refused("add sim 10.0.0.1", ".*'sim': .*\n$");
-        refused("add 10.0.0.2 10.0.0.1", ".*'10.0.0.2': .*\n$");
+        for (const QByteArray name : {"", "sim", "sim:a", "10.0.0.2"}) {
+            refused("add '" + name + "' 10.0.0.1", ".*'" + name + "': .*\n$");
+        }
         for (const char* address : {"224.0.0.1", "0.0.0.0", "255.255.255.255"}) {
             refused(QByteArray("add group ") + address,
                     QByteArray("no gateway can have the address ") + address + ": .*\n$");
@@ -147,8 +154,8 @@ private Q_SLOTS:
         // Another host may store any port text: the link uses the keys of address and port.
         row("gateway 0 --generate 100; cimctl add 'all/ 1' $address; sed -i 's/PortId=.*/PortId=IP=127.0.0.1:1:TCP/' "
             "Vexmor/Cim.conf; cimctl dump 'all/ 1' sim -n 40 -q --log-dir . --direction; "
-            "cut -d' ' -f2 cimctl-*-*.log > names; sort -u names; wc -l < names",
-            0, "  all/_1  20(.*\n)*all/_1\nsim\n40\n$", "");
+            "cut -d' ' -f2,4 cimctl-*-*.log > names; sort -u names; wc -l < names",
+            0, "  all/_1  20(.*\n)*all/_1 R\nsim R\n40\n$", "");
         row("cimctl add other 10.0.0.1; sed -i '/^\\[CanInterfaces\\]/a other=1' Vexmor/Cim.conf; cimctl remove other; "
             "cat Vexmor/Cim.conf",
             0, "^\\[CanInterfaces\\]\nother=1\n$", ""); // the key of the same name remains
@@ -166,8 +173,8 @@ private Q_SLOTS:
             "");
         row("export LC_ALL=C.UTF-8; cimctl add $'h\\xc2\\x9b1m' 10.0.0.1; cimctl list --names; cimctl list", 0,
             "^h\\?1m\nNAME.*\nh\\?1m  T93", "");
-        row("cimctl list; mkdir -p Vexmor/Cim.conf; cimctl list", 1, "no interfaces are stored.*\n$",
-            "^error: the settings store .*/Vexmor/Cim.conf cannot be read\n$");
+        row("cimctl list --names; cimctl list; mkdir -p Vexmor/Cim.conf; cimctl list", 1,
+            "^no interfaces are stored.*\n$", "^error: the settings store .*/Vexmor/Cim.conf cannot be read\n$");
         row("trap '' XFSZ; ulimit -f 0; cimctl add a 10.0.0.1", 1, "",
             "^error: the settings store .*/Vexmor/Cim.conf cannot be written\n$"); // a full disk
         row("dump sim --log /nonexistent/a.log", 1, "", "^error: /nonexistent/a.log cannot be written: .*\n$");
@@ -181,27 +188,30 @@ private Q_SLOTS:
         row("mkfifo closed; { read line < closed; cimctl list; echo $? >&2; } | { exec <&-; echo > closed; }", 0, "",
             "^error: the output cannot be written\n1\n$");
         row("list >&-", 1, "", "^error: the output cannot be written\n$");
-        row("dump sim -n 300 -td --quiet=YES", 0, "^(\\(000.*\n)+$", ""); // takes more than a second
+        row("for from in d z; do cimctl dump sim -n 300 -t $from --quiet=YES; done", 0,
+            "^(\\(000.*\n){301,}(\\(001.*\n)+$", ""); // takes more than a second
         row("dump sim --seconds 0.4 --quiet", 0, "^(  t93 .*\n)+$", "");
         row("dump sim --count 1 --seconds 1e6 --quiet", 0, "^  t93 .*\n$", "");
         row("dump 127.0.0.1:1 --verbose", 1, "", "^warning: .*\nerror 103: .*\n(.*\n)*$");
         row("gen sim --length 0 -n 9 -g 0 --sent", 0, "^(  t93  TX - -  ...   \\[0\\] \n){9}$", "sent 9,");
-        row("echo '(1.0) a 1#' > a; timeout 9 cimctl replay sim a --loop --sent | head -n 30 | wc -l", 0, "^30\n$",
-            "."); // every round of the loop is as long as the first
+        row("printf '(1.0) a 1#\n(1.1) a 2#' > a; timeout 9 cimctl replay sim a --loop --sent | head -20 | wc -l # "
+            "1000",
+            0, "^20\n$", "."); // every round of the loop is as long as the first
         for (const char* command :
              {"send $address 123#11", "replay $address:UDP a", "dump localhost:1:UDP --send 1#"}) {
             row("gateway 0 --mute; echo '(1.0) a 1#' > a; timeout 4 cimctl " + QByteArray(command), 1, "",
                 "error: nothing was sent, IP=127.0.0.1:\\d+:(TCP|UDP) does not answer: .*\nreceived 0, sent 0, ");
         }
-        row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address -n 80 --baudrate 500", 0, "200 ",
-            "^interface error 0: TCP connection lost. \\((\\d\\d:\\d\\d:\\d\\d)\\)\n"
-            "gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+received .* errors [2-9]");
+        row("gateway 0 --drop-after 300 --generate 100; cimctl dump sim $address -n 240 --baudrate 500", 0,
+            " 127\\S+  200 ",
+            "^127\\S+: interface error 0: TCP connection lost. \\((\\d\\d:\\d\\d:\\d\\d)\\)\n"
+            "127\\S+: gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+127.* received .* errors [2-9]");
         row("gateway 0 --drop-after 300 --generate 100; cimctl dump $address --seconds 1 --quiet", 0, "200 ",
             "^(interface error 0: .*\n)+$");
         row("gateway 0 --mute --drop-after 800; cimctl dump $address --seconds 6", 0, "",
             "^the bit .*\ninterface error 0: TCP connection lost. \\(.*\\)\n(interface error 0: .*lost.\n)+received ");
         row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 500 --interval 10 2>&1 | sed -E "
-            "'s/.*\"event\":\"(\\w+)\".*/\\1/' | "
+            "'s/.*\"event\":\"(\\w+)\"(,\"lostSeconds\":[3-9])?.*/\\1\\2/' | "
             "xargs",
             0,
             "^bitRateKept(?=.* failure.* failure)((( failure)? interfaceError| interfaceError failure)( connected|(?= "
@@ -213,13 +223,18 @@ private Q_SLOTS:
             "'LC_ALL=C LANGUAGE=de' LANG=C.UTF-8 LANG=fr_FR.UTF-8; do env -i $e $(which cimctl) dump 127.0.0.1:1; done",
             1, "", "^(error 103: Die TCP-Verbindung konnte .*\n){5}(error 103: TCP connect failed. .*\n){5}$");
         refused("dump sim --seconds nan", "--seconds: must be 0.001 to 1000000 ");
+        for (const char* wrong :
+             {"send sim 1# --repeat 0", "dump sim --count 0", "gen sim --count 0", "gen sim --length 9",
+              "replay sim a --speed 0", "load sim --seconds 0.9", "dump sim --hourly", "dump sim --direction"}) {
+            refused(wrong, "--\\w+(: .*[0-9]| requires .*--log-dir)");
+        }
         refused("send sim", "FRAMES is required \\(see cimctl send --help\\)\n$");
-        row("--json dump", 2, "", "^{\"event\":\"failure\",.*}\n$");
+        row("dump --json", 2, "", "^{\"event\":\"failure\",.*}\n$");
         row("--json dump 127.0.0.1:1", 1, "", "^{\"code\":103,");
         for (const auto& [typed, events] : std::initializer_list<std::pair<QByteArray, QByteArray>>{
                  {"info", "plugin"},
                  {"dump sim --sent --filter 7FF -n 2 --send 7FF#910011", "received sent summary"},
-                 {"load sim --seconds 1", "load summary"},
+                 {"load sim --seconds 1 -q", "load"},
                  {"dump sim sim -n 1 --log-level 20 -v", "log received summary"},
                  {"add hall 127.0.0.1:UDP --udp-any; cimctl --json list", "interface"},
                  {"dump 127.0.0.1:1", "failure"},
