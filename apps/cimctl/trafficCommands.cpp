@@ -182,7 +182,7 @@ EExitCode replay(SContext& context, const SReplayOptions& options)
 CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
 {
     return [options, ids, random = std::mt19937(static_cast<unsigned int>(options.seed)),
-            index = 0](CanLog::SLogEntry& entry) mutable {
+            index = std::int64_t(0)](CanLog::SLogEntry& entry) mutable {
         if (options.count > 0 && index == options.count) {
             return CSender::ENext::eEnd;
         }
@@ -194,7 +194,7 @@ CSender::Source randomMessages(const SGenOptions& options, const SFilter& ids)
         const int length = options.length < 0 ? any(0, CanLog::MAX_DATA_LENGTH) : options.length;
         const auto id = static_cast<std::uint16_t>(any(ids.low, ids.high));
         entry.message = Cim::CCanMessage(Cim::CCanId::fromValue(id), static_cast<unsigned char>(length), data);
-        entry.microseconds = static_cast<std::int64_t>(index * options.gap * 1000);
+        entry.microseconds = static_cast<std::int64_t>(static_cast<double>(index) * options.gap * 1000);
         ++index;
         return CSender::ENext::eMessage;
     };
