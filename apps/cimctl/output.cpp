@@ -31,6 +31,15 @@ QByteArray jsonLine(const QJsonObject& object)
 {
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
+
+/// Returns a line of a table without the blanks after its last cell.
+QByteArray tableLine(QString cells)
+{
+    while (cells.endsWith(QLatin1Char(' '))) {
+        cells.chop(1);
+    }
+    return printable(cells);
+}
 } // namespace
 
 QByteArray printable(const QString& text)
@@ -77,9 +86,9 @@ void COutput::printTable(const QStringList& titles, const std::vector<QStringLis
             lines[i] += rows[static_cast<std::size_t>(i)].at(column).leftJustified(width + 2);
         }
     }
-    print(paint(EColor::eBold, printable(head).trimmed()));
+    print(paint(EColor::eBold, tableLine(head)));
     for (const QString& line : std::as_const(lines)) {
-        print(printable(line).trimmed());
+        print(tableLine(line));
     }
 }
 
