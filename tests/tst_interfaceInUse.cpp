@@ -219,6 +219,7 @@ private Q_SLOTS:
         QTRY_COMPARE(use.connection(), isOnce ? EConnection::eClosed : EConnection::eLost);
         QCOMPARE(use.interface->status().code, int(RC_TCP_CONNECT_FAILED));
         QVERIFY(!use.interface->status().reason.isEmpty());
+        QVERIFY(isOnce || !QTest::qWaitFor([&] { return use.interface->status().hasLink(); }, 3500)); // two attempts
         use.gateway.setFaults({});
         if (isOnce) {
             QVERIFY(!use.interface->send(message(1)));
