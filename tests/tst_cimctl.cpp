@@ -209,8 +209,8 @@ private Q_SLOTS:
             "^(interface error 0: .*\n)+$");
         row("gateway 0 --mute --drop-after 800; cimctl dump $address --seconds 6", 0, "",
             "^the bit .*\ninterface error 0: TCP connection lost. \\(.*\\)\n(interface error 0: .*lost.\n)+received ");
-        row("gateway 0 --drop-after 1000; cimctl send $address 123# --json --repeat 600 --interval 10 2>&1 | sed -E "
-            "'s/.*\"event\":\"(\\w+)\"(,\"lostSeconds\":[3-9][^e,]*,)?.*/\\1\\2/' | "
+        row("gateway 0 --drop-after 300; cimctl send $address 123# --json --repeat 660 --interval 10 2>&1 | sed -E "
+            "'s/.*\"event\":\"(\\w+)\"(,\"lostSeconds\":[4-9][^e,]*,)?.*/\\1\\2/' | "
             "xargs",
             0,
             "^bitRateKept(?=.* failure.* failure)((( failure)? interfaceError| interfaceError failure)( connected|(?= "
