@@ -230,6 +230,7 @@ void CMainWindow::showStatistics()
     dialog.setWindowTitle(tr("Statistics"));
     dialog.setLabelText(tr("Since the start of the program:"));
     dialog.setTextValue(m_workbench.statistics());
+    dialog.findChild<QPlainTextEdit*>()->setTabChangesFocus(true); // to the buttons
     dialog.setOkButtonText(tr("Copy"));
     dialog.setCancelButtonText(tr("Close"));
     dialog.resize(REPORT_SIZE);

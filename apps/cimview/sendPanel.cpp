@@ -149,7 +149,7 @@ std::optional<Cim::CCanMessage> CSendPanel::typedMessage()
 void CSendPanel::sendTyped()
 {
     if (const auto message = typedMessage()) {
-        send(chosenInterface(), *message);
+        showProblem(m_workbench.interfaces().send(chosenInterface(), *message).value_or(SProblem()).text);
     }
 }
 
@@ -163,15 +163,13 @@ void CSendPanel::addTyped()
 void CSendPanel::sendSelected()
 {
     const CSendList& list = m_workbench.sendList();
+    QStringList problems; // of the first message as well, when the last one could be sent
     for (const int row : selectedRows(*m_table)) {
-        send(list.interfaceOf(list.item(row)), list.item(row).message);
+        const SSendItem& item = list.item(row);
+        problems += m_workbench.interfaces().send(list.interfaceOf(item), item.message).value_or(SProblem()).text;
     }
-}
-
-void CSendPanel::send(const QString& interface, const Cim::CCanMessage& message)
-{
-    const Failure failure = m_workbench.interfaces().send(interface, message);
-    showProblem(failure ? failure->text : QString());
+    problems.removeDuplicates();
+    showProblem(problems.join(QLatin1Char('\n')).trimmed());
 }
 
 void CSendPanel::moveSelected()

@@ -47,7 +47,6 @@ private:
     void setCyclic(int key, const QString& interface, const Cim::CCanMessage& message, int milliseconds);
     void loadList();
     void saveList();
-    void send(const QString& interface, const Cim::CCanMessage& message);
     void showProblem(const QString& text);
 
     CWorkbench& m_workbench;
