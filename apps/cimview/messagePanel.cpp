@@ -42,6 +42,7 @@ CMessagePanel::CMessagePanel(CWorkbench& workbench, QWidget* parent)
     layout->addWidget(makeFilterBar());
     layout->addWidget(m_tabs, 1);
     setFocusProxy(m_traceView);
+    connect(m_tabs, &QTabWidget::currentChanged, this, [this] { setFocusProxy(m_tabs->currentWidget()); });
     connect(&m_countTimer, &QTimer::timeout, this, &CMessagePanel::showCounts);
     m_countTimer.start(COUNT_INTERVAL_MS);
     showCounts();
