@@ -30,7 +30,7 @@ constexpr std::int64_t SECOND = 1000 * MS;
 std::vector<SBusRecord> numbered(int first, int count)
 {
     std::vector<SBusRecord> records;
-    std::generate_n(std::back_inserter(records), count, [&first] { return record(std::uint16_t(first++)); });
+    std::generate_n(std::back_inserter(records), count, [&first] { return record(std::uint16_t(first++), {}, 1); });
     return records;
 }
 
@@ -190,6 +190,7 @@ private Q_SLOTS:
         QVERIFY(tableText(filter).value(0).endsWith("|00:00:09.100|type 1, error -2 (3)"_s));
         CTraceModel trace(names);
         trace.append({model.record(0)});
+        QVERIFY(trace.index(0, CTraceModel::eTime).data(Qt::ToolTipRole).toString().contains("1970"_s));
         QCOMPARE(tableText(trace), QStringList{"00:00:09.100000|hall|RX|100|90 FF FE|...|type 1, error -2 (3)"_s});
         model.clear();
         model.append({record(1, {}, 1000 * MS), record(1, {}, 1150 * MS)}); // of an older log
