@@ -194,6 +194,7 @@ private Q_SLOTS:
         run.gateway.sendStatus(0x09);
         QTRY_COMPARE(events.unread(), 5);
         QTRY_COMPARE(run.row(HALL), "hall|connected, T93 CAN bus off error|0 %|500 kbit/s|T93|1.05|no (3)"_s);
+        QVERIFY(run.list().index(1, 0).data(Qt::ToolTipRole).toString().contains(run.at(HALL).status().interfaceId));
         QCOMPARE(run.row(STAGE), "stage|open, no answer yet||500 kbit/s|T93||no (2)"_s);
         run.list().send(HALL, message(0x100));
         QTRY_COMPARE(run.lines(), (QStringList{"hall|RX|123|||"_s, "hall|TX|100|||"_s}));
@@ -209,12 +210,14 @@ private Q_SLOTS:
         QTRY_COMPARE(run.lastEvent(), "hall|code 109|2|Attempt to send when having no TCP connection."_s);
         QCOMPARE(run.trace().rowCount(), 2);
         auto* const dock = run.window->findChild<QDockWidget*>("Events"_s);
-        QCOMPARE(dock->windowTitle(), "Events (8 new)"_s);
+        QVERIFY(run.find<QLabel>("8 new errors"_s)->isVisible());
+        QVERIFY(run.find<QAction>("\u25BE Events (8 new)"_s)->isEnabled()); // the title
         dock->raise();
         QTRY_COMPARE(events.unread(), 0); // the user sees the events
         run.workbench.warn("seen at once\nin the panel"_s);
         QCOMPARE(dock->windowTitle(), "Events"_s);
         auto* const text = dock->findChild<QPlainTextEdit*>();
+        QVERIFY(text->tabChangesFocus() && text->isReadOnly() && !text->accessibleName().isEmpty());
         dock->findChild<QTableView*>()->selectRow(events.rowCount() - 1);
         QCOMPARE(text->toPlainText(), "seen at once\nin the panel"_s);
         run.trigger("&Clear events"_s);
@@ -243,8 +246,7 @@ private Q_SLOTS:
         const QSignalSpy progressed(&run.workbench, &CWorkbench::progressed);
         run.add(HALL, 1);
         for (const int added : {2, 0}) { // the second scan finds nothing new
-            QVERIFY(run.find<QAction>("Scan &network"_s)->isEnabled());
-            run.trigger("Scan &network"_s);
+            run.trigger("F5"_s);
             QVERIFY(run.window->statusBar()->currentMessage().startsWith("Scanning"_s));
             QVERIFY(!run.find<QAction>("Scan &network"_s)->isEnabled());
             const QString text = "Scan finished: 2 found, %1 new"_s.arg(added);
@@ -299,6 +301,8 @@ private Q_SLOTS:
         SGateway other;
         QVERIFY(run.openAndWait("other"_s, other.gateway));
         QVERIFY(tableText(run.workbench.events(), 1).join("|"_s).endsWith("cyclically: 1|other|||Opened."_s));
+        QTRY_COMPARE(run.find<QWidget>("Bus load"_s, "accessibleName")->accessibleDescription(),
+                     "hall: 0 %, other: 0 %"_s);
         run.table->selectAll();
         QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled()); // it is not clear which
         run.at(HALL).close();
@@ -373,7 +377,6 @@ private Q_SLOTS:
         QTEST(int(run.bus.baudrate()), "onTheBus");
         QVERIFY(run.find<QAction>(rate)->isChecked());
         QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
-        QVERIFY(run.find<QAction>("Send on &this interface"_s)->isEnabled());
         run.list().remove(0); // only closed ones
         Q_EMIT run.table->doubleClicked(run.list().index(0, 0));
         QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled());
@@ -574,8 +577,6 @@ private Q_SLOTS:
         for (const QLabel* const label : run.window->findChildren<QLabel*>()) { // each belongs to another field
             QVERIFY(!label->text().endsWith(QLatin1Char(':')) || fields.removeOne(label->buddy()));
         }
-        const auto* const text = run.window->findChild<QPlainTextEdit*>();
-        QVERIFY(text->tabChangesFocus() && text->isReadOnly() && !text->accessibleName().isEmpty());
         QCOMPARE(run.find<QDoubleSpinBox>("Speed of the replay"_s, "accessibleName")->minimum(), 0.1);
         QVERIFY(backgroundOf(EMark::eBad, Qt::white) != backgroundOf(EMark::eDoubtful, Qt::white));
         QVERIFY(run.find<QToolButton>("Pause"_s)->focusPolicy() == Qt::StrongFocus);
@@ -623,13 +624,13 @@ private Q_SLOTS:
         run.window->resize(run.window->width(), run.window->height() + 100);
         run.window->resize(run.window->width(), run.window->height() - 200);
         QTRY_COMPARE(bar->value(), bar->maximum());
-        QVERIFY(run.window->messagePanel().followAction().isChecked());
+        QVERIFY(run.find<QAction>("F9"_s)->isChecked());
         bar->setValue(200000);
         run.workbench.feed().show({{}}); // drops a tenth of the messages
         QTRY_VERIFY(bar->maximum() < 450000);
         QCOMPARE(bar->value(), 150000);
         bar->setValue(bar->maximum());
-        QVERIFY(run.window->messagePanel().followAction().isChecked());
+        QVERIFY(run.find<QAction>("F9"_s)->isChecked());
         table.setColumnHidden(CTraceModel::eAdmin, true);
         table.selectRow(3);
         QTest::keyClick(&table, Qt::Key_Down, Qt::ShiftModifier);

@@ -364,7 +364,7 @@ private Q_SLOTS:
         const QString path = m_folder.filePath("saved.log"_s);
         std::vector<SBusRecord> records;
         for (std::uint16_t i = 0; i < 12000; ++i) { // saved and loaded in more than one piece
-            const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? HALL : "big stage"_s);
+            const std::uint16_t source = m_names.numberOf(i % 2 == 0 ? HALL : "große Bühne"_s);
             records.push_back(record(i % 0x800, hex("0102"), 1398128223803317 + i, source, i % 3 == 0));
         }
         CLogSaver saver(m_names);
@@ -402,7 +402,7 @@ private Q_SLOTS:
         records = loaded;
         save("again.log"_s, true);
         QCOMPARE(contentOf(m_folder.filePath("again.log"_s)), contentOf(path));
-        QCOMPARE(m_names.name(loaded[1].source), "big_stage"_s);
+        QCOMPARE(m_names.name(loaded[1].source), "große_Bühne"_s);
         loader.load(path);
         QCoreApplication::processEvents(); // reads the first piece of a log that another log replaces
         QVERIFY(load("(1.0) can0 123#11\n(1.0) can0 00000123#\nnonsense\n").contains("line 3"_s));
@@ -456,8 +456,8 @@ private Q_SLOTS:
         CSessionStatistics statistics(1000 * SECOND);
         SBusRecord refused = record(2, {}, SECOND, 1, true);
         refused.code = 109;
-        const auto three = {record(0, {}, SECOND), record(1, {}, SECOND, 0, true),
-                            record(2, {}, SECOND)}; // in one second
+        // Three messages in one second.
+        const auto three = {record(0, {}, SECOND), record(1, {}, SECOND, 0, true), record(2, {}, SECOND)};
         statistics.add({three, {{0, 1, 7, 2}}, 5});
         statistics.add({{record(1, {}, 2 * SECOND), refused}, {{0, 1, 7, 1}}, 1});
         for (const auto percent : {std::optional(10), std::optional(32), std::optional(18), std::optional<int>()}) {
@@ -521,13 +521,13 @@ Messages that this program lost because it was busy: 6
         CInterfaceList list(m_plugins, m_names, m_mailbox);
         const QAbstractItemModelTester tester(&list, FATAL);
         QVERIFY(!list.add(HALL, settings, true));
-        QVERIFY(!list.add("passing"_s, settings, false));
+        QVERIFY(!list.add("Hall"_s, settings, false));
         QVERIFY(list.add(HALL, settings, false));
         QVERIFY(list.add(QString(), settings, true));
         QVERIFY(list.add("odd"_s, {{StoreKey::BAUDRATE, "33"_s}}, true));
         QVERIFY(list.at(0).setBitRate("1000"_s));
         QCOMPARE(tableText(list), (QStringList{"hall|closed||10.0.0.5:30000:TCP|1000 kbit/s|T93||yes"_s,
-                                               "passing|closed||10.0.0.5:30000:TCP|250 kbit/s|T93||no"_s}));
+                                               "Hall|closed||10.0.0.5:30000:TCP|250 kbit/s|T93||no"_s}));
         list.at(1).store();
         QVERIFY(tableText(list)[1].endsWith("|yes"_s));
         list.remove(1);

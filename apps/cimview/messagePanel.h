@@ -31,8 +31,6 @@ public:
     QList<QAction*> messageActions() const { return m_actions; }
     /// Returns the actions that choose the time in the trace, for a menu.
     QList<QAction*> timeActions() const { return m_times; }
-    QAction& pauseAction() { return *m_pause; }
-    QAction& followAction() { return *m_follow; }
     QTableView& traceView() { return *m_traceView; }
 
     /// Loads the filters and the chosen tab from the current group of `settings`.
