@@ -102,12 +102,12 @@ private Q_SLOTS:
     void traceShowsTheLast_data()
     {
         // The row name has the numbers of messages that are appended in each step; 100 messages are kept. The filter is
-        // set after the first step.
+        // set anew before each step.
         const auto row = columns<QString, QString>("filter", "shown");
         row("95 5", {}, "100: 000 to 063"_s);
         row("95 20 1", {}, "91: 019 to 073"_s); // one too many: a tenth is dropped
         row("95 1000", {}, "100: 3E3 to 446"_s);
-        row("32 64 30", "008:00F"_s, "6: 028 to 078"_s);
+        row("32 64 30 1", "008:00F"_s, "6: 028 to 078"_s);
     }
     void traceShowsTheLast()
     {
@@ -115,8 +115,8 @@ private Q_SLOTS:
         const QAbstractItemModelTester tester(&trace, FATAL);
         int next = 0;
         for (const QByteArray& count : rowName().split(' ')) {
+            trace.setMatcher(CMessageMatcher(*readFilters(cell<QString>("filter"))));
             trace.append(numbered(next, count.toInt()));
-            next == 0 ? trace.setMatcher(CMessageMatcher(*readFilters(cell<QString>("filter")))) : void();
             next += count.toInt();
         }
         QTEST(range(trace), "shown");
