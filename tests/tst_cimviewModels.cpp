@@ -416,7 +416,7 @@ private Q_SLOTS:
     {
         // Rows are PERIOD MESSAGES SECONDS FILES: after so many messages, of which 100 fill a file, another one follows
         // so many seconds later.
-        rows({"hour 1 3599 1", "hour 1 3600 2", "day 99 3600 1", "day 1 86400 2", "day 100 0 2"});
+        rows({"hour 1 3599 1", "hour 1 3600 2", "hour 1 86400 2", "day 99 3600 1", "day 1 86400 2", "day 100 0 2"});
     }
     void recordingGoesOnInTheNextFile()
     {
@@ -460,7 +460,7 @@ private Q_SLOTS:
         const auto three = {record(0, {}, SECOND), record(1, {}, SECOND, 0, true), record(2, {}, SECOND)};
         statistics.add({three, {{0, 1, 7, 2}}, 5});
         statistics.add({{record(1, {}, 2 * SECOND), refused}, {{0, 1, 7, 1}}, 1});
-        for (const auto percent : {std::optional(10), std::optional(32), std::optional(18), std::optional<int>()}) {
+        for (const auto percent : {std::optional(0), std::optional(32), std::optional(18), std::optional<int>()}) {
             statistics.addLoad(0, percent);
         }
         const auto textAfter = [&statistics](int seconds) {
@@ -472,7 +472,7 @@ private Q_SLOTS:
 bus 0
   messages: received 3, sent 1, refused 0
   messages/s: mean 0.4, peak 3
-  bus load: mean 20 %, peak 32 %
+  bus load: mean 16 %, peak 32 %
 
 bus 1
   messages: received 0, sent 0, refused 1

@@ -169,7 +169,8 @@ void CSendPanel::sendSelected()
         problems += m_workbench.interfaces().send(list.interfaceOf(item), item.message).value_or(SProblem()).text;
     }
     problems.removeDuplicates();
-    showProblem(problems.join(QLatin1Char('\n')).trimmed());
+    problems.removeAll(QString());
+    showProblem(problems.join(QLatin1Char('\n')));
 }
 
 void CSendPanel::moveSelected()
