@@ -71,8 +71,7 @@ void endScan(QPluginLoader& loader) // the way "return" does nothing here: main 
         check(loader.unload(), "the library lets itself be unloaded");
         QFile maps(QStringLiteral("/proc/self/maps"));
         check(maps.open(QIODevice::ReadOnly), "the list of libraries can be read");
-        check(maps.readAll().contains("libInterfaceT93") == (s_way == "hold"),
-              "its code stays exactly while the scan needs it");
+        check(maps.readAll().contains("libInterfaceT93") == (s_way == "hold"), "its code stays while the scan runs");
     }
     check(!limit.hasExpired(), "the scan ends at once");
     if (s_way == "hold") {

@@ -422,8 +422,7 @@ private Q_SLOTS:
             QCOMPARE(user.dialog.parentWidget(), parent.get());
             QVERIFY(user.dialog.windowFlags().testFlag(Qt::WindowStaysOnTopHint));
             user.type(PORT, {});
-            QVERIFY(
-                !user.pressOk([&](QMessageBox&) { rowName() == "parent" ? parent.reset() : can.reset(); }).isEmpty());
+            QVERIFY(!user.pressOk([&](auto&) { rowName() == "parent" ? parent.reset() : can.reset(); }).isEmpty());
             QVERIFY(QApplication::activeModalWidget() == nullptr); // the dialog has closed itself
         };
         runDialog(*can, 0, user, parent.get());
