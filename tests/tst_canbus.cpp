@@ -127,6 +127,7 @@ private Q_SLOTS:
         host.device->setConfigurationParameter(Device::CanFdKey, true);
         QCOMPARE(host.reported, list("ConfigurationError ConfigurationError"_s));
         host.device->setConfigurationParameter(Device::CanFdKey, false);
+        host.device->setConfigurationParameter(Device::BitRateKey, {}); // the gateway keeps its rate
         QList<quint32> rates;
         connect(&host.gateway, &CSimGateway::messageReceived, [&] { rates += host.bus.baudrate(); });
         connect(&host.gateway, &CSimGateway::hostConnected, [&] { host.device->writeFrame(Frame(1, {})); });
@@ -184,6 +185,7 @@ private Q_SLOTS:
         host.device = makeDevice("hall"_s);
         QVERIFY(host.connect());
         QTRY_COMPARE(host.bus.baudrate(), 125U);
+        QVERIFY(makeDevice("hell"_s) == nullptr);
         QString error;
         QVERIFY(QCanBus::instance()->createDevice("t93canbus"_s, "hell"_s, &error) == nullptr);
         QVERIFY2(error.startsWith("'hell' is not an address"_s), qPrintable(error));

@@ -181,7 +181,7 @@ private Q_SLOTS:
     {
         SOpenInterface host;
         QSignalSpy connections(&host.gateway, &CSimGateway::hostConnected);
-        host.gateway.sendRaw(frame(0x00, hex("0444")) + HALF); // the loss cuts off the second frame
+        host.gateway.sendRaw(frame(0x00, hex("0444")) + rmFrame(message(0x333)) + HALF); // the loss cuts off the last
         QCOMPARE(host.receive(1).size(), 1);
         host.gateway.setFaults(faulty(&SSimFaults::blackHole));
         int code = 0;
@@ -205,11 +205,14 @@ private Q_SLOTS:
         SRawGateway other;
         configure(*host.can, [&](CConfigParamT93& param) { param.setPort(other.port()); });
         QTRY_VERIFY_WITH_TIMEOUT(isConnected(*host.can), 4000);
+        // Each connection is handled like the first one, with a pause before the requests.
+        const SClock clock;
+        QVERIFY(QMetaObject::invokeMethod(host.can.get(), "onSocketConnected") && clock.elapsed() >= 20);
         QCOMPARE(host.can->writeMessage(message(0x222)), 0);
-        const QByteArray sent = START_UP + rmFrame(message(0x222));
+        const QByteArray sent = START_UP + START_UP + rmFrame(message(0x222));
         QCOMPARE(other.waitFor(sent.size()).toHex(), sent.toHex());
         other.link->write(frame(0x00, hex("0123"))); // a complete frame, not the rest of the other one
-        QCOMPARE(host.receive(1), QList<CCanMessage>{message(0x123)});
+        QCOMPARE(host.receive(2), (QList<CCanMessage>{message(0x333), message(0x123)}));
         QCOMPARE(host.errorNumbers(), (QList<int>{0, 4}));
     }
 

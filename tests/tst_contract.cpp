@@ -43,7 +43,7 @@ private Q_SLOTS:
         row("IP=10.0.0.5:30000:NA", "other|10.0.0.5|30000|2"_s);
         row("IP=10.0.0.5:30000:tcp", "other|10.0.0.5|30000|3"_s);
         row("IP=::", "other|||3"_s);
-        for (const char* neither : {"com=3", "IP=10.0.0.5:30000", "IP=a:b:c:d", "ip=10.0.0.5:30000:TCP"}) {
+        for (const char* neither : {"com=3", "IP=10.0.0.5:30000", "IP=a:b:c:d", "IP=", "ip=10.0.0.5:30000:TCP"}) {
             row(neither, "other|other|other|9"_s); // the outputs remain unchanged
         }
     }
@@ -177,7 +177,7 @@ private Q_SLOTS:
         row("no data behind the end", "", [](CCanMessage& m) { return m.setData(9, 0, s_bytes); });
         row("offset that wraps to 1", "", [](CCanMessage& m) { return m.setData(0xFFFFFFFF, 2, s_bytes); });
         row("count that wraps to 0", "", [](CCanMessage& m) { return m.setData(4, 0xFFFFFFFC, s_bytes); });
-        row("null", "", [](CCanMessage& m) { return m.setData(0, 1, nullptr); });
+        row("null", "", [](CCanMessage& m) { return m.setData(0, 1, nullptr) || m.setData(0, 0, nullptr); });
         row("own bytes, moved by one", "123 8 1010111213141516",
             [](CCanMessage& m) { return m.setData(1, 7, const_cast<unsigned char*>(m.data())); });
         row("identifier of 16 bits", "923 2 1011121314151617",

@@ -74,12 +74,13 @@ private Q_SLOTS:
         row("-u 40000,50000"_s, {reply}, {}); // no request was sent yet
         row("-u 50000,33333"_s, {hex("05008000"), hex("01004000")},
             {"Ident request 5 sequence=5 kind=0x80 count=0", "Unknown kind: 0 endpoints sequence=1 kind=0x40 count=0"});
-        row("-u 40000,50000"_s, {reply, hex("00000002"), hex("000000")},
+        row("-u 40000,50000"_s, {reply, reply.left(131), hex("000000")},
             {"Ident reply: hall-gw, 2 endpoints sequence=0 kind=0x00 count=2 address=192.168.1.70,192.168.1.70 "
-             "role=2,2 "
-             "transport=0,0 port=30000,30000 mac=00:1a:2b:3c:4d:5e,00:1a:2b:3c:4d:5e type=T93 ,T93  "
+             "role=2,2 transport=0,0 port=30000,30000 mac=00:1a:2b:3c:4d:5e,00:1a:2b:3c:4d:5e type=T93 ,T93  "
              "hostname=hall-gw,hall-gw",
-             "Ident reply: 0 endpoints sequence=0 kind=0x00 count=2 short=1", "Cut DDT datagram short=1"});
+             "Ident reply: hall-gw, 1 endpoint sequence=0 kind=0x00 count=2 address=192.168.1.70 role=2 transport=0 "
+             "port=30000 mac=00:1a:2b:3c:4d:5e type=T93  hostname=hall-gw short=1",
+             "Cut DDT datagram short=1"});
         const QStringList fields =
             list("t93.can.id t93.can.length t93.can.data t93.can.timestamp t93.can.length.bad t93.status "
                  "t93.status.can_bus_off t93.status.report t93.ident t93.device t93.firmware t93.mac t93.busload "
