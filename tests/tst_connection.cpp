@@ -100,7 +100,8 @@ private Q_SLOTS:
         QCOMPARE(can->setBaudrate(rate), !request.isEmpty());
         QCOMPARE(can->baudrate(), request.isEmpty() ? 1000 : rate);
         // A store may have any rate.
-        configure(*can, [rate](CConfigParamT93& param) { param.setCanBaudrate(unsigned(rate)); });
+        configure(*can, [=](auto& param) { param.setCanBaudrate(unsigned(rate)), param.setBusloadMeasureInterval(0); });
+        QCOMPARE((can->openCommunication(), can->closeCommunication()), 0); // the next opening sends the same
         bool isProcessed = false;
         QMetaObject::invokeMethod(
             this, [&isProcessed] { isProcessed = true; }, Qt::QueuedConnection);
@@ -111,7 +112,7 @@ private Q_SLOTS:
         QVERIFY(!can->setBaudrate(rate == 125 ? 250 : 125)); // refused while the interface is open
         QCOMPARE(can->baudrate(), rate);
         QCOMPARE(can->writeMessage(message(0x123, hex("1122"))), 0);
-        const QByteArray sent = START_UP + request + hex("43050001231122570d");
+        const QByteArray sent = START_UP.left(10) + hex("4303a40000e40d") + request + hex("43050001231122570d");
         QCOMPARE(gateway.waitFor(sent.size()).toHex(), sent.toHex());
     }
 

@@ -274,7 +274,7 @@ private Q_SLOTS:
     {
         const QTemporaryDir folder;
         CLogComparison logs;
-        QVERIFY(!logs.open(writeFile(folder, "(1) a 1#\n(2) a 00000001#\n(3) a 2#\n"), "/dev/null"_s));
+        QVERIFY(!logs.open(writeFile(folder, "(1) a 1#\n(2) a 00000001#\n(3) a 2#"), "/dev/null"_s));
         int calls = 0;
         for (auto isMore = logs.readMore(1); isMore && *isMore; isMore = logs.readMore(1)) {
             ++calls;
