@@ -139,7 +139,7 @@ private Q_SLOTS:
         const SClock clock;
         QTEST(can->openCommunication(), "code");
         QCOMPARE(log.lines().join(),
-                 rowName().startsWith("unknown") ? "50 InterfaceT93/interfaceT93: unknown protocol 2" : "");
+                 cell<int>("code") == 105 ? "50 InterfaceT93/interfaceT93: unknown protocol 2" : "");
         QVERIFY(clock.elapsed() >= (rowName() == "no answer" ? 1000 : 0));
         QVERIFY(clock.elapsed() < 2000);
         CCanMessage none;
@@ -153,19 +153,18 @@ private Q_SLOTS:
         SInterfaceAtRawGateway host;
         QByteArray accepted = host.received;
         int refused = 0;
-        for (int number = 0; number < 60000; ++number) {
-            const CCanMessage one =
-                message(std::uint16_t(number % 0x800), QByteArray::number(number).rightJustified(8, '0'));
+        for (int i = 0; i < 60000; ++i) {
+            const CCanMessage one = message(std::uint16_t(i % 0x800), QByteArray::number(i).rightJustified(8, '0'));
             int code = host.can->writeMessage(one);
             for (int tries = 0; code == 108 && tries < 100; code = host.can->writeMessage(one), ++tries, ++refused) {
-                QVERIFY(number >= 9000); // the messages of one second of a full bus are accepted
+                QVERIFY(i >= 9000); // the messages of one second of a full bus are accepted
                 host.link->waitForReadyRead(10);
-                if (number >= 40000) { // before, the host never runs its event loop
+                if (i >= 40000) { // before, the host never runs its event loop
                     QCoreApplication::processEvents();
                 }
             }
             QCOMPARE(code, 0);
-            QVERIFY(refused > 0 || number < 40000); // those of a few seconds are not
+            QVERIFY(refused > 0 || i < 40000); // those of a few seconds are not
             accepted += rmFrame(one);
         }
         QVERIFY(host.waitFor(accepted.size()) == accepted);

@@ -21,8 +21,7 @@ unsigned char s_bytes[] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8}
 QByteArray textOf(const CCanMessage& message)
 {
     const QByteArray data(reinterpret_cast<const char*>(message.data()), 8);
-    return QByteArray::number(message.id().value(), 16) + ' ' + QByteArray::number(message.length()) + ' ' +
-           data.toHex();
+    return QByteArray::number(message.id().value(), 16) + ' ' + char('0' + message.length()) + ' ' + data.toHex();
 }
 } // namespace
 
@@ -196,7 +195,7 @@ private Q_SLOTS:
 
     void administrationByte_data()
     {
-        const auto row = columns<QByteArray, unsigned int, QList<int>>("data", "length", "typeErrorCheckSum");
+        const auto row = columns<QByteArray, unsigned int, QList<int>>("data", "length", "typeErrorSum");
         row("error", hex("850102"), 3, {0, 258, 0});
         row("error too short", hex("850102"), 2, {0, 0, 0});
         row("no error bit", hex("050102"), 3, {0, 0, 0});
@@ -214,8 +213,7 @@ private Q_SLOTS:
         message.setLength(length);
         message.setAdministrationByte(AdminByte{static_cast<unsigned char>(data.at(0))});
         QCOMPARE(message.length(), length);
-        QTEST((QList<int>{message.messageType(), message.errorNumber(), message.deviceCheckSum()}),
-              "typeErrorCheckSum");
+        QTEST((QList<int>{message.messageType(), message.errorNumber(), message.deviceCheckSum()}), "typeErrorSum");
         QCOMPARE(int(message.administrationByte().bits.messageType), int(message.messageType()));
         message.setAdministrationByte(StreamAdminByte{0x91});
         QCOMPARE(int(message.streamAdministrationByte().value), 0x91);

@@ -212,8 +212,7 @@ private Q_SLOTS:
             }
         };
         refused({"", "123"}, "a # must separate identifier and data, as in 123#1122");
-        refused({"#11", "800#", "0123#", "12G#", "-12#", "00000123#11"},
-                "the identifier must be hexadecimal, 0 to 7FF");
+        refused({"#11", "800#", "0123#", "12G#", "-12#", "00000123#"}, "the identifier must be hexadecimal, 0 to 7FF");
         refused({"123#R", "123#r1"}, "remote frames are not supported");
         refused({"123#1", "123#1G", "123# 11", "123##011"}, "the data must be pairs of hexadecimal digits");
         row("(1.0) can0 0000166#D0", "frame \"0000166#D0\": the identifier must be hexadecimal, 0 to 7FF");

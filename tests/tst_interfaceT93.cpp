@@ -187,8 +187,7 @@ private Q_SLOTS:
         row("length 0", hex("4300430d") + QByteArray(20, '\0'), {1}, {}); // the second marker begins a frame
         row("status 0x09", frame(0x42, hex("09")), {5, 8}, {});
         row("status 0xFF, other code", frame(0x43, hex("ff")), {5, 6, 7, 8, 9, 10, 11}, {});
-        row("identifier of 16 bits, and none", frame(0x00, hex("f923")) + frame(0x00), {},
-            {message(0x123), message(0)});
+        row("identifier of 16 bits or none", frame(0x00, hex("f923")) + frame(0x00), {}, {message(0x123), message(0)});
         row("nine data bytes", frame(0x00, hex("0123010203040506070809")), {}, {message(0x123)});
         row("timed, two data bytes", frame(0x01, hex("0123aabb00000001")), {}, {message(0x123, hex("aabb"))});
         row("timed, too short", frame(0x01, hex("0123aabb")), {}, {message(0x123)});

@@ -24,9 +24,8 @@ struct SRecorder : QUdpSocket {
     /// Sends a datagram to the IPv4 sender of the first arrival.
     void answer(QUdpSocket& from, const QByteArray& datagram) const
     {
-        const QNetworkDatagram& request = arrivals.first();
-        from.writeDatagram(datagram, QHostAddress(request.senderAddress().toIPv4Address()),
-                           quint16(request.senderPort()));
+        const QNetworkDatagram& first = arrivals.first();
+        from.writeDatagram(datagram, QHostAddress(first.senderAddress().toIPv4Address()), quint16(first.senderPort()));
     }
     QList<QNetworkDatagram> arrivals;
 };
@@ -147,9 +146,8 @@ private Q_SLOTS:
             "MAC address 00:1a:2b:3c:4d:5e found.|protocol Type: 0 (0=TCP, 1=UDP)|IP address: 192.168.1.70|"
             "IP port 30000|Service: 1 (0=Client, 1=Server)|local IP address (PC): 10.9.0.1|"
             "uniqueName: 'gw1-TCP-SERVER-30000'";
-        const int last = log.lines().lastIndexOf(UNIT + lines.split('|').first());
-        QCOMPARE((log.lines().mid(last, 4) + log.lines().mid(log.lines().size() - 9)).join('|').replace(UNIT, ""),
-                 lines);
+        const int at = log.lines().lastIndexOf(UNIT + lines.split('|').first());
+        QCOMPARE((log.lines().mid(at, 4) + log.lines().mid(log.lines().size() - 9)).join('|').replace(UNIT, ""), lines);
     }
 
     void scansFindGateways()

@@ -197,7 +197,8 @@ public:
     ///
     /// While the interface is open, the new values take effect at different times: in `baudrate` and the bus load at
     /// once; address and port with the next reconnection (TCP) or the next message sent (UDP); protocol, local address
-    /// and the gateway's bit rate with the next open.
+    /// and the gateway's bit rate with the next open. With UdpBindAnyIp, datagrams from a new local address are ignored
+    /// at once.
     virtual int loadSettings(const QString& group) = 0;
     /// Stores description and parameters in place of everything stored under the unique name of this interface below
     /// `group` ("CanInterfaces" for a null string). CCommonInfo::settingsGroup describes what happens without a unique
