@@ -39,7 +39,7 @@ struct SProgram : QProcess {
 /// The program cimshare, which shares a gateway of the test as "127.0.0.1:PORT". The test fails when the program does
 /// not start, or does not end with exit code 0.
 struct SShare : SGateway {
-    /// `options` follow the gateway on the command line. With `isAway`, the gateway refuses connections at first.
+    /// `options` precede the gateway on the command line. With `isAway`, the gateway refuses connections at first.
     explicit SShare(const QString& options, bool isAway = false)
     {
         isAway ? misbehave(&SSimFaults::refuse) : void();
@@ -54,7 +54,7 @@ struct SShare : SGateway {
         });
         program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         name = "127.0.0.1:%1"_s.arg(gateway.port());
-        arguments = list(name + " --json "_s + options);
+        arguments = list(options + " --json "_s + name);
         start();
         const auto isIdentified = [this] {
             const QList<QJsonObject> all = named("identified"_s); // other buses of the program are, too

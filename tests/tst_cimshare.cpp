@@ -120,13 +120,13 @@ Measure msWithoutReading(const QByteArray& last)
 Measure msAfterThePcVanished(const QString& commands)
 {
     return [commands]() -> qint64 {
-        SShare share("--socketcand 10.9.0.1:0 --allow-send"_s);
+        SShare share("--socketcand 10.9.0.1:0 --allow-send --allow 10.9.0.2"_s);
         SProgram client;
         client.start("bash"_s, {"-c"_s, QString::fromLatin1(R"(exec nsenter -t $CIM_FAR -n bash -c '
             exec 3<>/dev/tcp/10.9.0.1/%1; echo "< open %2 >%3" >&3; head -c 12 <&3; exec sleep 90')")
                                             .arg(share.port("socketcand"_s))
                                             .arg(share.name, commands)});
-        require(share.happened("sends"_s), "the commands arrive"_s);
+        require(share.happened("sends"_s) && share.count("openToAll"_s) == 0, "the commands arrive"_s);
         return run("nsenter -t $CIM_FAR -n ip link set far down"_s).exitCode == 0 ? msUntilDisconnected(share) : -1;
     };
 }
@@ -143,7 +143,7 @@ private Q_SLOTS:
     {
         const auto row = columns<QByteArray, QString>("element", "read");
         row("open nothing", "open", "the name of the bus is missing"_s);
-        row("highest identifier", " send 7FF 0 ", "send 7FF#, 0 ms"_s);
+        row("highest identifier", " send  7FF\t 0 ", "send 7FF#, 0 ms"_s);
         row("negative bytes", "send 1 1 ffffffffffffff80", "send 001#80, 0 ms"_s);
         row("eight bytes", "send 1 8 1 a ff 4 5 6 7 8", "send 001#010AFF0405060708, 0 ms"_s);
         row("nine bytes", "send 1 9 1 2 3 4 5 6 7 8 9", "the length must be 0 to 8"_s);
@@ -153,9 +153,10 @@ private Q_SLOTS:
         row("29 bit, small", "send 00000123 0", "a T93 does not support 29-bit identifiers"_s);
         row("no identifier", "send xyz 0", "the identifier is not a hexadecimal number"_s);
         row("remote", "sendrtr 123 0", "a T93 does not support remote frames"_s);
+        row("ISO-TP", "isotpconf 123 124 0 0 0", "a T93 does not support ISO-TP"_s);
         row("statistics", "statistics 3600000", "statistics 000#, 3600000 ms"_s);
         row("statistics of days", "statistics 3600001", "the interval is not a valid number of milliseconds"_s);
-        row("subscribe", "subscribe 1 500001 123", "subscribe 123#, 1501 ms"_s);
+        row("subscribe", "subscribe 1 1500001 123", "subscribe 123#, 2501 ms"_s);
         row("add", "add 0 1000 123 1 ff", "add 123#FF, 1 ms"_s);
         row("add too fast", "add 0 999 123 1 ff", "the interval is below 1 ms"_s);
         row("add for ever", "add 9999999999 0 123 1 ff", "the interval is not valid SECONDS MICROSECONDS"_s);
@@ -223,7 +224,7 @@ private Q_SLOTS:
                      QString::fromLatin1(raw.heard.toHex()).contains(MEASURED)));
         host.can->setBaudrate(125);
         QCOMPARE(host.can->resetCommunication(1), int(RC_OK));
-        QVERIFY(share.happened("ignored"_s, 3)); // the first ones are bit rates at the start
+        QTRY_COMPARE(share.text("ignored"_s), "ignored a client's request for a reset"_s);
         QCOMPARE(share.bus.baudrate(), CSimBus().baudrate());
         QCOMPARE(share.count("warning"_s), 0);
         share.gateway.sendStatus(0x08);
@@ -310,9 +311,9 @@ private Q_SLOTS:
 
     void sendsByRule()
     {
-        SShare share("--socketcand 0 --t93 0 --send-limit 3 --allow-send socketcand:*:100-1FF"_s);
+        SShare share("--socketcand 0 --t93 0 --send-limit 3 --allow-send socketcand:*:100-1FF --allow-send mqtt"_s);
         SClient client(share, "bcmmode");
-        const SHost host(share.port("t93"_s));
+        const SHost host(share.port("t93"_s)), second(share.port("t93"_s));
         QCOMPARE(host.can->writeMessage(message(0x100)), int(RC_OK));
         QTRY_VERIFY(share.text("refused"_s).startsWith("message from t93 127.0.0.1:"_s));
         QTRY_COMPARE(host.errorNumbers(), QList<int>{IE_CAN_TRANSMIT_TIMEOUT});
@@ -321,7 +322,7 @@ private Q_SLOTS:
         QVERIFY(client.getsError("< send 99 0 >", "001 sending 099 is not allowed (--allow-send)"_s));
         QVERIFY(client.getsError("< subscribe 0 0 1 >", "001 not possible in this mode"_s));
         QVERIFY(share.happened("refused"_s, 3));
-        QCOMPARE(share.count("sends"_s) + share.count("openToAll"_s), 0);
+        QCOMPARE(share.count("sends"_s) + share.count("openToAll"_s) + second.errorNumbers().size(), 0);
         SClient other(share);
         client.write(QByteArray("< send 100 0 >").repeated(5));
         const QString name = "socketcand 127.0.0.1:%1"_s.arg(client.localPort());
@@ -330,8 +331,8 @@ private Q_SLOTS:
         QTRY_COMPARE(share.text("sends"_s), name + " sends"_s);
         other.write("< send 101 0 >");
         QTRY_COMPARE(share.sent.join(QLatin1Char(' ')), "100# 100# 100# 101#"_s);
-        // Accepted in the next second, when the limit does not apply any more.
-        QTRY_VERIFY((client.write("< send 1FF 0 >"), share.sent.contains("1FF#"_s)));
+        // Accepted in each of the next seconds.
+        QTRY_VERIFY_WITH_TIMEOUT((client.write("< send 1FF 0 >"), share.sent.count("1FF#"_s) > 3), 15000);
         QTRY_COMPARE(share.count("sends"_s), 2);
     }
 
@@ -350,7 +351,7 @@ private Q_SLOTS:
             share.end();
             run(QStringLiteral(CIM_CIMCTL " add hall %1 && sed -i 's/InterfaceId=/&02:00:00:54:39:AB/' %2/*/*")
                     .arg(share.name, store.path()));
-            share.arguments.first() = share.name = "hall"_s;
+            share.arguments.last() = share.name = "hall"_s;
             share.gateway.setIdentity(identity);
             share.start();
             QVERIFY(share.happened("identified"_s));
@@ -364,7 +365,7 @@ private Q_SLOTS:
         share.misbehave(&SSimFaults::mute);
         share.gateway.dropLinks();
         QVERIFY(share.happened("noAnswer"_s, noAnswers + 1)); // a link exists, but the gateway's identity is unknown
-        QVERIFY(SClient(share, "bcmmode").hearsError("040 gateway: open, no answer yet"_s));
+        QVERIFY(SClient(share).hearsError("040 gateway: open, no answer yet"_s));
         // The gateway may count the previous connection as a second one for some time.
         QTRY_VERIFY_WITH_TIMEOUT((client.write("< send 102 0 >"), client.heard.contains(" is not known yet >")), 10000);
         identity.macAddress[5] = 0xcd;
@@ -415,7 +416,7 @@ print(first, *set(others), len(others) > 5)')"));
         QVERIFY(share.happened("status"_s, 4)); // another attempt to connect was made by then
         QVERIFY2(clock.elapsed() > 2500, QByteArray::number(clock.elapsed()));
         QJsonObject status = share.named("status"_s).last();
-        status.remove("time"_s);
+        QVERIFY(std::abs(status.take("time"_s).toDouble() - double(QDateTime::currentSecsSinceEpoch())) < 60);
         QCOMPARE(QString::fromUtf8(QJsonDocument(status).toJson(QJsonDocument::Compact)),
                  R"({"clients":1,"connected":false,"connection":"lost","event":"status","load":null,"lost":0,)"
                  R"("received":0,"sent":0,"subject":"%1","text":"lost, trying again, load unknown, 1 clients, )"
@@ -427,7 +428,7 @@ print(first, *set(others), len(others) > 5)')"));
         share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
         QTRY_COMPARE(share.text("identified"_s), "02:00:00:54:39:33, firmware 5??[31m?x1234567890abcde"_s);
-        QTRY_COMPARE(share.count("away"_s), 1);
+        QTRY_COMPARE(share.count("away"_s) + share.count("connected"_s), 1 + 1); // one client
         QTRY_VERIFY(share.sent.contains("124#"_s));
 
         const SHost host(share.port("t93"_s));
@@ -447,11 +448,13 @@ print(first, *set(others), len(others) > 5)')"));
         QTRY_COMPARE(host.errorNumbers().last(), int(IE_CAN_TRANSMIT_TIMEOUT));
         share.sent.clear();
         identity.deviceText = "T93 S SW6";
+        identity.macAddress[5] = 0xab; // is served, too, without --pin
         share.gateway.setIdentity(identity);
         share.gateway.setFaults({});
         QVERIFY(share.happened("identified"_s, 2));
         client.write("< send 3 0 >");
         QTRY_COMPARE(share.sent, QStringList{"003#"_s});
+        QCOMPARE(SHost(share.port("t93"_s)).can->commonInfo().interfaceId(), "02:00:00:54:39:AB"_s);
     }
 
     void broadcastManager()
@@ -480,14 +483,14 @@ print(first, *set(others), len(others) > 5)')"));
         QTRY_VERIFY(!share.sent.isEmpty());
         QVERIFY(client.asks("< controlmode >", "< ok >"));
         QVERIFY(client.asks("< rawmode >< send 7F0 0 >", "< ok >"));
-        QVERIFY(client.asks("< controlmode >", "< ok >"));
+        QVERIFY(client.getsError("< controlmode >< send 7F2 0 >", "001 not possible in this mode"_s));
         share.put("100#");
         QVERIFY(client.asks("< statistics 10 >", "< stat 8 11 "));
         QVERIFY(!client.heard.contains("< frame "));
         QTRY_COMPARE(share.sent.last(), "7F0#"_s); // the cyclic message ended with its mode
         QVERIFY(client.asks("< statistics 0 >< echo >", "< echo >"));
         client.heard.clear();
-        QVERIFY(watcher.asks("< controlmode >< statistics 20 >", "< stat "));
+        QVERIFY(watcher.asks("< controlmode >< statistics 3600000 >< statistics 20 >", "< stat "));
         QVERIFY(!client.heard.contains("< stat "));
         QVERIFY(client.asks("< statistics 10 >", "< stat "));
         QVERIFY(client.asks("< rawmode >", "< ok >"));
@@ -496,7 +499,7 @@ print(first, *set(others), len(others) > 5)')"));
         QVERIFY(client.hears("< frame 100 ")); // frames arrive after a pause
         QVERIFY(!client.heard.contains("< stat "));
 
-        QVERIFY(client.asks("< bcmmode >", "< ok >"));
+        QVERIFY(client.asks("< bcmmode >< add 3600 0 7FF 0 >< bcmmode >", "< ok >< ok >"));
         for (int id = 0; id < 100; ++id) {
             client.write("< add 3600 0 " + QByteArray::number(id, 16) + " 0 >");
         }
@@ -515,18 +518,18 @@ print(first, *set(others), len(others) > 5)')"));
             clients.emplace_back(share);
         }
         SClient oneMore(share, "");
+        QVERIFY(oneMore.hears("\n< error 127.0.0.1:"));
+        QVERIFY(oneMore.hears(" rejected: too many clients from its address >"));
+        QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
+        clients.pop_back();
+        QVERIFY(share.happened("disconnected"_s)); // makes room for exactly one
+        clients.emplace_back(share);
         std::list<SClient> newAddress; // gets half of the other half
         while (newAddress.size() < 65) {
             newAddress.emplace_back(share, "", "127.0.1.8");
             QVERIFY(newAddress.back().hears("< ")); // one after the other
         }
-        QVERIFY(oneMore.hears("\n< error 127.0.0.1:"));
-        QVERIFY(oneMore.hears(" rejected: too many clients from its address >"));
-        QTRY_COMPARE(oneMore.state(), QAbstractSocket::UnconnectedState);
-        QTRY_COMPARE(newAddress.back().state(), QAbstractSocket::UnconnectedState);
         QTRY_COMPARE(share.count("full"_s), 2);
-        clients.clear();
-        QTRY_VERIFY(SClient(share, "").hears("< hi >"));
     }
 
     void descriptorsRunOut()
@@ -594,7 +597,7 @@ print(first, *set(others), len(others) > 5)')"));
         const SClock clock;
         QCOMPARE(QString::fromUtf8(network.receiveDatagram().data()),
                  "<CANBeacon name=\"%1\" type=\"adapter\" description=\"cimshare\"><URL>can://10.9.1.1:%2</URL>"
-                 "<Bus name=\"bus1\"/><Bus name=\"sim\"/></CANBeacon>"_s.arg(QSysInfo::machineHostName())
+                 "<Bus name=\"sim\"/><Bus name=\"bus1\"/></CANBeacon>"_s.arg(QSysInfo::machineHostName())
                      .arg(share.port("socketcand"_s)));
         QTRY_VERIFY(network.hasPendingDatagrams());
         QVERIFY2(clock.elapsed() > 1500 && clock.elapsed() < 4000, QByteArray::number(clock.elapsed()));
@@ -604,8 +607,8 @@ print(first, *set(others), len(others) > 5)')"));
     {
         const auto row = columns<QByteArray, QByteArray>("bytes", "answer"); // empty: the connection is closed
         row("a web page", "POST / HTTP/1.1\r\n\r\n< open bus1 >< rawmode >< send 001 2 DE AD >", "");
-        row("not open yet", "< send 1 0 >", "< error no bus is open >");
-        row("unknown bus", "< open no\x1b[31mbody >", "");
+        row("not open yet", "< echo >< send 1 0 >", "< echo >\n< error no bus is open >");
+        row("unknown bus", "< open no\x1b[31mbody >< open bus1 >< send 1 0 >", "");
         row("unknown bus after another one", "< open bus1 >< open nobody >", " no such bus >");
         const auto send = [](const QByteArray& payload) { return frame(RM_CMD_TX11BIT_MSG, payload); };
         const QByteArray good = send(hex("07FF"));
@@ -636,7 +639,7 @@ print(first, *set(others), len(others) > 5)')"));
         const auto row = columns<QByteArray>("says"); // MQTT stands for a broker and the option that follows
         row("--t93 0", "nothing to share");
         row("sim", "nothing to serve");
-        row("sim sim --t93 0", "'sim' and 'sim' would have the same name for clients");
+        row("--check sim:/a sim:_a --all --t93 0", "'sim:/a' and 'sim:_a' would have the same name for clients");
         row("sim --t93 0 --allow 10.0.0.0/33", "'10.0.0.0/33' is not a network");
         row("sim 127.0.0.1 --t93 65535", "too few ports from 65535 on");
         row("sim --t93 0 --beacon", "--beacon requires --socketcand");
