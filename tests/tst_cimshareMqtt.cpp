@@ -230,7 +230,6 @@ private Q_SLOTS:
         publish("123#1122\n# comment\n\n(1.5) x 7ff#00 R\r\n(1.5) x 124#R\nhello");
         QTRY_COMPARE(share.sent, list("123#1122 7FF#00"_s));
         QVERIFY(all.hears("/refused {\"line\":\"(1.5) x 124#R\",\"reason\":\"not a frame that a T93 can send\"}"));
-        QVERIFY(all.hears(" 123#1122 T"));
         QVERIFY(all.hears("/refused {\"line\":\"hello\",\"reason\":\"frame "));
         QCOMPARE(all.heard.count("/refused"), 3);
         const QByteArray longest = QByteArray("125#\n\n").repeated(250) + '#' + QByteArray(65536 - 1501, 'x');
@@ -333,7 +332,7 @@ private Q_SLOTS:
             // Unacknowledged events are sent again, before anything newer.
             const QByteArray event = hex(round == 1 ? "320a0006" : "3a0a0006") + "site/x";
             QTRY_COMPARE(broker.bytes.count(event), 1000);
-            QVERIFY(round == 1 || broker.bytes.lastIndexOf(event) < broker.bytes.indexOf("site/xxx"));
+            QTRY_VERIFY(round == 1 || broker.bytes.lastIndexOf(event) < broker.bytes.indexOf("site/xxx"));
             broker.link->write(publication("flood", "x\n").repeated(2000) + publication("end", ""));
             QTRY_COMPARE(arrived, list("flood end"_s));
             const auto inbox = link->take("flood"_s);
@@ -428,7 +427,6 @@ private Q_SLOTS:
         const QString ca = "--mqtt-ca ca.pem "_s, own = "--mqtt-cert client.pem --mqtt-key "_s;
         const QString key = own + "client.key "_s, right = "--mqtt-credentials right"_s;
         row("everything right", ca + key + right, "mqtt: connected"_s);
-        row("wrong password", ca + key + "--mqtt-credentials wrong"_s, "not authorised"_s);
         row("broker of another authority", "--mqtt-ca other.pem "_s + key + right, "certificate verify failed"_s);
         // Unusable files are reported at the start, not at each connection.
         row("authority that is none", "--mqtt-ca ca.key"_s, "ca.key cannot be used: no certificate"_s);
@@ -455,7 +453,7 @@ private Q_SLOTS:
             done
             openssl ec -aes128 -passout pass:secret -in client.key -out locked.key &&
             chmod 755 . && chmod 644 * && touch users && mosquitto_passwd -b users hall secret && chmod 644 users &&
-            umask 077 && printf 'hall\r\nsecret' > right && cp right known && chmod 604 known && cp right group && chmod 640 group && printf 'hall\nsicret\n' > wrong)"));
+            umask 077 && printf 'hall\r\nsecret' > right && cp right known && chmod 604 known && cp right group && chmod 640 group)"));
         QCOMPARE(made.exitCode, 0);
         const SBroker broker(QByteArray("cafile F/ca.pem\ncertfile F/server.pem\nkeyfile F/server.key\n"
                                         "require_certificate true\npassword_file F/users\n")
