@@ -43,8 +43,7 @@ struct SShare : SGateway {
     explicit SShare(const QString& options, bool isAway = false)
     {
         isAway ? misbehave(&SSimFaults::refuse) : void();
-        QObject::connect(&gateway, &CSimGateway::messageReceived,
-                         [this](const CCanMessage& one) { sent.append(textOf(one)); });
+        QObject::connect(&gateway, &CSimGateway::messageReceived, [this](const auto& one) { sent += textOf(one); });
         QObject::connect(&program, &QProcess::readyReadStandardOutput, [this] {
             while (program.canReadLine()) {
                 const QByteArray line = program.readLine();
@@ -58,8 +57,7 @@ struct SShare : SGateway {
         start();
         const auto isIdentified = [this] {
             const QList<QJsonObject> all = named("identified"_s); // other buses of the program are, too
-            return std::any_of(all.begin(), all.end(),
-                               [this](const QJsonObject& one) { return one["subject"_s] == name; });
+            return std::any_of(all.begin(), all.end(), [this](const auto& one) { return one["subject"_s] == name; });
         };
         require(isAway || QTest::qWaitFor(isIdentified, 10000), "the gateway is identified"_s);
     }

@@ -190,8 +190,7 @@ private Q_SLOTS:
         row("dump sim --count 1 --seconds 1e6 --quiet", 0, "^  t93 .*\n$", "");
         row("dump 127.0.0.1:1 --verbose", 1, "", "^warning: .*\nerror 103: .*\n(.*\n)*$");
         row("gen sim --length 0 -n 9 -g 0 --sent", 0, "^(  t93  TX - -  ...   \\[0\\] \n){9}$", "sent 9,");
-        row("printf '(1.0) a 1#\n(1.1) a 2#' > a; timeout 9 cimctl replay sim a --loop --sent | head -20 | wc -l # "
-            "1000",
+        row("printf '(1.0) a 1#\n(1.1) a 2#' > a; timeout 9 cimctl replay sim a --loop --sent | head -20|wc -l # 1000",
             0, "^20\n$", "."); // every round of the loop is as long as the first
         for (const char* command :
              {"send $address 123#11", "replay $address:UDP a", "dump localhost:1:UDP --send 1#"}) {

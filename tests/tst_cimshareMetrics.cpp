@@ -84,8 +84,7 @@ private Q_SLOTS:
         QVERIFY(share.port("t93 sim"_s) > 1023);
         QCOMPARE(value("broker_connected"_s), "0"_s);
         QCOMPARE(value("log_lines_left_out_total"_s), "0"_s);
-        const double age =
-            static_cast<double>(QDateTime::currentSecsSinceEpoch()) - value("start_time_seconds"_s).toDouble();
+        const double age = double(QDateTime::currentSecsSinceEpoch()) - value("start_time_seconds"_s).toDouble();
         QVERIFY2(std::abs(age) < 60, qPrintable(text));
         QVERIFY(links.isEmpty()); // a TCP connection that is silent stays
         QCOMPARE(host.heard.count(frame(RM_CMD_STATUS, hex("08"))), client.heard.count(" bus off error."));

@@ -138,8 +138,7 @@ private Q_SLOTS:
         const CLogRecorder log(30);
         const SClock clock;
         QTEST(can->openCommunication(), "code");
-        QCOMPARE(log.lines().join(),
-                 cell<int>("code") == 105 ? "50 InterfaceT93/interfaceT93: unknown protocol 2" : "");
+        QCOMPARE(log.lines().join(), cell<int>("code") > 104 ? "50 InterfaceT93/interfaceT93: unknown protocol 2" : "");
         QVERIFY(clock.elapsed() >= (rowName() == "no answer" ? 1000 : 0));
         QVERIFY(clock.elapsed() < 2000);
         CCanMessage none;

@@ -179,8 +179,7 @@ private Q_SLOTS:
         row("null", "", [](CCanMessage& m) { return m.setData(0, 1, nullptr) || m.setData(0, 0, nullptr); });
         row("own bytes, moved by one", "123 8 1010111213141516",
             [](CCanMessage& m) { return m.setData(1, 7, const_cast<unsigned char*>(m.data())); });
-        row("identifier of 16 bits", "923 2 1011121314151617",
-            [](CCanMessage& m) { return m.setId(CCanId(9, 0x23, 1)), true; });
+        row("16-bit identifier", "923 2 1011121314151617", [](CCanMessage& m) { return m.setId({9, 0x23, 1}), true; });
     }
     void changes()
     {
