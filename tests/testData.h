@@ -50,8 +50,7 @@ auto columns(Names... names)
 {
     static_assert(sizeof...(Values) == sizeof...(names), "a type for each name");
     (QTest::addColumn<Values>(names), ...);
-    return
-        [](const QByteArray& rowName, const Values&... cells) { (QTest::newRow(rowName.constData()) << ... << cells); };
+    return [](const QByteArray& name, const Values&... cells) { (QTest::newRow(name.constData()) << ... << cells); };
 }
 
 /// Returns a cell of the current row.

@@ -105,9 +105,8 @@ private Q_SLOTS:
             "  01\r\n.*  \\033\\[1m02\\033\\[0m\r\n.*  02\r\n.*  02 \\033\\[1m00\\033\\[0m\r\nreceived ", "");
         row("NO_COLOR=1 script -qc 'cimctl load sim -s 1' a", 0, "^[^\\033]*\\[\\.{50}\\]\\033\\[K\r\n[^\\033]*$", "");
         refused("replay sim /dev/null", "/dev/null: contains no frame to send\n$");
-        row("printf '(1.0) a 00000123#11 R\n(1.0) a 123#R\n(1.0) a 00000123#11\n(1.0) a 123##011\n' | cimctl replay "
-            "sim -",
-            2, "", "^error: -: contains no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
+        row("printf '(1) a 00000123#11 R\n(1) a 123#R\n(1) a 00000123#11\n(1) a 123##011\n' | cimctl replay sim -", 2,
+            "", "^error: -: contains no frame to send; .* \\(29-bit: 2, remote: 1, CAN FD: 1\\)\n$");
         refused("compare /dev/null /nowhere/a.log", "/nowhere/a.log: .*\n$");
         for (const char* command : {"compare $'\\xe4.log' /dev/null", "dump sim -n 1 --log $'\\xe4.log'"}) {
             refused(command, "'.*\\.log': the name is not in UTF-8");
@@ -117,8 +116,7 @@ private Q_SLOTS:
             0,
             "^ID .*\n001  data +20.0  AB 12 +-  12\n"
             ".*\"data\":\"12\",\"messages\":1,\"rate\":null.*\"data\":\"ab12\",\"messages\":2,\"rate\":20",
-            "^identifiers: 1 before, 1 after; different: 1; lines .*: 1\nidentifiers: 1 before, 1 after; different: "
-            "0\n");
+            "^identifiers: 1 before, 1 after; different: 1; line.*: 1\nidentifiers: 1 before, 1 after; .*: 0\n");
         row("compare <(yes '(1.0) a 1#' | head -n 200000; echo '(1.0) a 2#') <(echo '(1.0) a 1#')", 0, "\n002  ", ".");
         for (const char* command : {"show", "remove"}) {
             refused(command + QByteArray(" $'a\\x1b'"), "no interface is stored under the name 'a\\?' .*\n$");

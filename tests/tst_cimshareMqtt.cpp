@@ -159,8 +159,7 @@ private Q_SLOTS:
         share.gateway.flood(5000); // every identifier at least twice
         QTRY_VERIFY(QString::fromLatin1(all.heard).contains(QRegularExpression(
             R"(/last/123 \{"time":\d{10}\.\d{6},"id":291,"data":"0000000000001123","direction":"rx"\})"_s)));
-        broker.publish("site/"_s + share.name + "/send"_s,
-                       QByteArray("123#1122\n7FF#\n") + QByteArray("x\n").repeated(20));
+        broker.publish("site/"_s + share.name + "/send"_s, "123#1122\n7FF#\n" + QByteArray("x\n").repeated(20));
         QVERIFY(all.hears(topic + "/refused {\"further\":"));
         QVERIFY(all.hears(R"(,"id":291,"data":"1122","direction":"tx"},{"time":)"));
         share.gateway.sendStatus(0x08);

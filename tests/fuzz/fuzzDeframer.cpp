@@ -26,9 +26,8 @@ Bytes framesOf(const Bytes& stream, std::size_t step)
         QString version;
         firmwareVersionOfReply(frame, version);
         firmwareVersionOfIdentification(frame, version);
-        std::uint8_t buffer[RM_BUFFER_SIZE];
-        frames.insert(frames.end(), buffer,
-                      buffer + rmFrameBytes(frame.command, frame.payload, frame.payloadLength, buffer));
+        std::uint8_t out[RM_BUFFER_SIZE];
+        frames.insert(frames.end(), out, out + rmFrameBytes(frame.command, frame.payload, frame.payloadLength, out));
         return true;
     };
     CRmDeframer deframer;
