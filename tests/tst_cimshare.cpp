@@ -61,7 +61,7 @@ qint64 bytesThatWait()
         share.put("7F0#");
         return slow.heard.contains(" frames were lost >") && slowHost.heard.contains(frame(RM_CMD_STATUS, hex("01")));
     };
-    require(QTest::qWaitFor(putUntilReported), "each loss is reported"_s);
+    require(QTest::qWaitFor(putUntilReported, 20000), "each loss is reported"_s);
     require(slow.hearsError("004 frames were lost"_s), "its class is that of a loss"_s);
     require(slow.hears("< echo >"), "a slow client is answered"_s);
     slow.heard.truncate(slow.heard.indexOf("\n< error "));
