@@ -90,8 +90,8 @@ private Q_SLOTS:
         row("gen sim --baudrate 50 -n 300 -L 8 -g 0 # 500", 0, "", "sent 300,"); // as long as the bus needs
         row("gateway 0; { echo 1#; sleep 1; yes 1#1122334455667788 | head -300; } | cimctl send $address - # 1500", 0,
             "", "sent 301,"); // the default rate is assumed
-        row("gateway 0; exec 4< <(exec timeout -k 30 9 cimctl gen $address:UDP -g 0 --sent); read <&4; kill -INT $!; "
-            "cat <&4 > a; wait $!",
+        row("gateway 0; exec 4< <(exec timeout --foreground -k 9 9 cimctl gen $address:UDP -g 0 --sent); read <&4; "
+            "kill -INT $!; cat <&4 > a; wait $!",
             130, "", "\nreceived .*\n$"); // sending without a pause can be interrupted
         row("dump sim --log-dir /nonexistent", 1, "", "^error: .*/nonexistent.*\n$");
         refused("dump sim --log-dir /tmp --log a", "--log(-dir)? excludes --log");
@@ -195,7 +195,7 @@ private Q_SLOTS:
             row("gateway 0 --mute; echo '(1.0) a 1#' > a; timeout 4 cimctl " + QByteArray(command), 1, "",
                 "error: nothing was sent, IP=127.0.0.1:\\d+:(TCP|UDP) does not answer: .*\nreceived 0, sent 0, ");
         }
-        row("gateway 0 --drop-after 300 --generate 100; cimctl dump sim $address -n 600 --baudrate 500", 0,
+        row("gateway 0 --drop-after 300 --generate 100; cimctl dump sim $address -n 1200 --baudrate 500", 0,
             " 127\\S+  200 ",
             "^127\\S+: interface error 0: TCP connection lost. \\((\\d\\d:\\d\\d:\\d\\d)\\)\n"
             "127\\S+: gateway: back after \\d.\\d s \\(.*\\)\n(.*\n)+127.* received .* errors [2-9]");
